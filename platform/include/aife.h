@@ -1,0 +1,26 @@
+// AIFE: the middleware's front end (tuners).
+#ifndef ATSC_PLATFORM_AIFE_H_
+#define ATSC_PLATFORM_AIFE_H_
+
+#include "middleware_types.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+// The main tuning path of a tuner.
+enum { AIFE_MAIN_PATH = 0x80001 };
+
+typedef struct AIFE_tuning_details {
+  uint32_t frequency;   // Hz; 0 when the tuner has not been tuned
+  uint32_t modulation;  // AI_MODULATION_*
+} AIFE_tuning_details;
+
+// What `tuner` is tuned to on `path`. Any thread. Returns 0 on success.
+int AIFE_get_tuning_details(uint32_t tuner, uint32_t path, AIFE_tuning_details* details);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif  // ATSC_PLATFORM_AIFE_H_

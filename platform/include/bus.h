@@ -1,0 +1,92 @@
+// BUS: the set's inter-process call framework.
+//
+// A process serves a name by constructing a BUSServerInterface and reaches a served name through a
+// BUSClientInterface. One transaction is one request parcel and one reply parcel.
+#ifndef ATSC_PLATFORM_BUS_H_
+#define ATSC_PLATFORM_BUS_H_
+
+#include <cstdint>
+#include <memory>
+
+// A typed sequence of items, written at the end and read from the front. Not thread-safe.
+class BUSParam {
+ public:
+  BUSParam();
+  ~BUSParam();
+  BUSParam(const BUSParam&) = delete;
+  BUSParam& operator=(const BUSParam&) = delete;
+
+  // Appends a copy of a NUL-terminated text. Returns 0, or -1 when text is null or too long for a
+  // parcel (nothing is written then).
+  int writeCString(const char* text);
+
+  // The next item when it is a text, else null (also past the end); null consumes nothing. The text
+  // belongs to the parcel and lives as long as it.
+  const char* readCString();
+
+  // Appends a 32-bit integer. Returns 0.
+  int writeInt32(int32_t value);
+
+  // The next integer; unread texts in front of it are skipped. 0 past the end.
+  int32_t readInt32();
+
+  // The platform's own representation.
+  struct Impl;
+  Impl& impl() { return *impl_; }
+
+ private:
+  std::unique_ptr<Impl> impl_;
+};
+
+// A served name. The framework calls onTransact() on its server thread: one thread a process, one
+// transaction at a time.
+class BUSServerInterface {
+ public:
+  // Registers `name`; `description` is for diagnostics. While the server runs, the file
+  // "/tmp/.BUS." + name exists.
+  BUSServerInterface(const char* name, const char* description);
+
+  // Ends the registration. No transaction is running and none begins any more.
+  virtual ~BUSServerInterface();
+
+  BUSServerInterface(const BUSServerInterface&) = delete;
+  BUSServerInterface& operator=(const BUSServerInterface&) = delete;
+
+  // Handles one request. `data` and `reply` are valid during the call; `reply` may be null when the
+  // caller wants none. The returned value is the framework's affair; must not throw.
+  virtual int onTransact(unsigned int code, BUSParam& data, BUSParam* reply,
+                         unsigned int flags) = 0;
+
+ protected:
+  // Last step of the most derived constructor: the object is complete, transactions may begin.
+  void start();
+
+  // First step of the most derived destructor: waits for a running transaction to end; none begins
+  // afterwards. Must not be called from within onTransact().
+  void stop();
+
+ private:
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
+// A reachable name. Construction connects nothing.
+class BUSClientInterface {
+ public:
+  BUSClientInterface(const char* name, const char* description);
+  virtual ~BUSClientInterface();
+
+  BUSClientInterface(const BUSClientInterface&) = delete;
+  BUSClientInterface& operator=(const BUSClientInterface&) = delete;
+
+  // Sends one request and waits for its reply, however long the server takes; any thread may call,
+  // callers wait for each other. The request runs at most once. Returns 0, or -1 with an empty
+  // reply when nobody serves the name, the peer dies, or the parcel cannot be carried.
+  virtual int transact(unsigned int code, BUSParam& data, BUSParam* reply, unsigned int flags);
+
+ private:
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
+#endif  // ATSC_PLATFORM_BUS_H_
