@@ -1,0 +1,99 @@
+// Entry points of libatscbusservice.
+//
+// The TV application's process sends commands with ATSC_TransmitServiceClientJSONCommand(); the
+// service process is started with ATSC_Service_db_init() and sends callbacks with
+// ATSC_TransmitTVClientJSONCommand(). No function throws.
+#ifndef ATSC_ATSC_SERVICE_H_
+#define ATSC_ATSC_SERVICE_H_
+
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+struct AISRV_service_info;
+
+// Sends one JSON command to the service process and waits for its answer; any thread, one command
+// at a time. Returns the command's result (0 success, -1 failure). When `result` is not null it
+// receives the reply text, to be released with free(), or null when there is none; the service's
+// death in the meantime gives null and 0.
+int ATSC_TransmitServiceClientJSONCommand(const char* command, char** result);
+
+// Sends one JSON callback message from the service process to the TV application; otherwise like
+// ATSC_TransmitServiceClientJSONCommand().
+int ATSC_TransmitTVClientJSONCommand(const char* command, char** result);
+
+// Starts the databases of the service process: paths, customer columns, integrity and version
+// checks, tables; rebuilds the channel tables from the middleware when a check failed. Once, on the
+// main thread, before any command is served. The result carries no meaning.
+int32_t ATSC_Service_db_init(void);
+
+// Brings the channel table of an input in line with the middleware's service list: input type 2 is
+// `channel_data_t`, any other `channel_data_c`. Returns 1 when the table's content changed or the
+// comparison could not be made, else 0. Any thread; concurrent calls wait for each other.
+int ATSC_Service_db_UpdateChannel(int input_type);
+
+// Key of a channel lookup, passed by value.
+typedef struct ATSC_Service_db_channelKey {
+  uint32_t major;
+  uint32_t minor;
+  uint32_t source_id;
+  uint32_t frequency;  // Hz
+  char table[32];      // "channel_data_t" or "channel_data_c", NUL-terminated
+} ATSC_Service_db_channelKey;
+
+// Answer of a channel lookup that finds no row.
+#define ATSC_CHANNEL_NOT_FOUND 65535
+
+// Looks up the `ch_index` of the first row with this key, and with these PID texts where they are
+// neither null nor empty, on a read-only connection of its own. Returns ATSC_CHANNEL_NOT_FOUND when
+// there is none or the file cannot be read. Any thread.
+int ATSC_Service_db_findChannelIndex(const char* db_path, ATSC_Service_db_channelKey key,
+                                     const char* audio_pid_text, const char* video_pid_text);
+
+// Writes one column of the rows whose `ch_id_pk` is given, in a transaction of its own. `table` and
+// `column` are names of the schema. Failures are printed. Any thread.
+void ATSC_Service_db_updateChannelEntryText(const char* ch_id_pk, const char* table,
+                                            const char* column, const char* value);
+void ATSC_Service_db_updateChannelEntryInterger(const char* ch_id_pk, const char* table,
+                                                const char* column, uint32_t value);
+
+// The stored audio index of a service's row, 65535 when there is none. Any thread.
+uint32_t ATSC_Service_getAudioIndex_fromDB(const struct AISRV_service_info* record);
+
+// Encodes one UTF-16 code unit (surrogates each on their own) into `out`, which has room for 3
+// bytes. Returns the number of bytes written.
+int Utili_UnicodeToUTF8(uint16_t unit, uint8_t* out);
+
+// The number of UTF-8 bytes that Utili_ConvertUTF16BEToUTF8() makes of `length` bytes of UTF-16BE;
+// a 0 unit ends the text. 0 when `bytes` is null or `length` odd.
+uint32_t Utili_UTF16BEToUTF8Length(const uint8_t* bytes, uint32_t length);
+
+// Converts `length` bytes of UTF-16BE. `capacity` holds the size of `out`, the exact one from
+// Utili_UTF16BEToUTF8Length(), and becomes the number of bytes written; no terminator is written.
+// The size is tested before a unit is encoded: a smaller `out` needs two bytes of slack. Returns 1,
+// or -1 when a pointer is null or `length` odd.
+int Utili_ConvertUTF16BEToUTF8(const uint8_t* bytes, uint32_t length, uint8_t* out,
+                               uint32_t* capacity);
+
+// Lends name storage to `*count` records: 50 bytes each in `names`, 40 of them declared usable.
+void Utili_allocSrvMem(struct AISRV_service_info* records, const uint32_t* count, uint8_t* names);
+
+// Logs one service.
+void Utili_printSrvInfo(const struct AISRV_service_info* record);
+
+#ifdef __cplusplus
+}
+
+namespace ATSCBUS {
+class ATSCTVServerBackend;
+}
+
+// Registers the TV application's backend and starts the server that receives callback messages.
+// Returns 0, or -1 when `backend` is null or a TV application is registered already. `backend` must
+// live until the process ends; its jsonCommand() is called on the BUS server thread.
+extern "C" int ATSC_RegisterTVServerBackend(ATSCBUS::ATSCTVServerBackend* backend);
+#endif
+
+#endif  // ATSC_ATSC_SERVICE_H_

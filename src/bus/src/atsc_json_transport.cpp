@@ -1,0 +1,88 @@
+#include "atsc_json_transport.h"
+
+#include <sys/syscall.h>
+
+#include <cstdlib>
+#include <cstring>
+
+#include "atsc_log.h"
+
+ATSC_LOGGER("atsc/bus")
+
+namespace ATSCBUS {
+
+std::atomic<uint32_t> service_thread_tid{0};
+std::atomic<uint32_t> tv_thread_tid{0};
+
+uint32_t kernelThreadId() { return static_cast<uint32_t>(syscall(SYS_gettid)); }
+
+namespace transport {
+
+int SendJSONCommand(BUSClientInterface& client, const JSONProxyTexts& texts, const char* command,
+                    char** result) {
+  ATSC_LOG_AS(Trace, texts.tag, "ENTER ");
+  ATSC_LOG_AS(Debug, texts.tag, "%s", texts.transaction);
+  BUSParam data;
+  BUSParam reply;
+  if (command == nullptr) {
+    ATSC_LOG_AS(Error, texts.tag, "command is NULL.");
+    return -1;
+  }
+  if (kernelThreadId() == texts.serverThread.load(std::memory_order_relaxed)) {
+    ATSC_LOG_AS(Warn, texts.tag, "%s call command(%s) in IPC server thread", texts.caller, command);
+  }
+  ATSC_LOG_AS(Debug, texts.tag, "${%s}='%s'", "_str_command", command);
+  data.writeCString(command);
+  ATSC_LOG_AS(Trace, texts.tag, "transact[json] : enter");
+  client.transact(kJSONTransaction, data, &reply, 0);
+  ATSC_LOG_AS(Trace, texts.tag, "transact[json] : leave");
+  if (result != nullptr) {
+    *result = nullptr;
+    const char* text = reply.readCString();
+    if (text != nullptr) {
+      ATSC_LOG_AS(Debug, texts.tag, "${%s}='%s'", "_str_result", text);
+      const size_t length = strlen(text);
+      *result = static_cast<char*>(calloc(length + 1, 1));
+      if (*result == nullptr) {
+        ATSC_LOG_AS(Debug, texts.tag, "can't allocate buffer for result ( len = %d ).",
+                    static_cast<int>(length));
+      } else {
+        memcpy(*result, text, length);
+      }
+    } else {
+      ATSC_LOG_AS(Debug, texts.tag, "result is NULL.");
+    }
+  }
+  const int code = reply.readInt32();
+  ATSC_LOG_AS(Trace, texts.tag, "LEAVE ");
+  return code;
+}
+
+int onTransact(const JSONServerTexts& texts, unsigned int code, BUSParam& data, BUSParam* reply,
+               const std::function<int(const char*, char**)>& handler) {
+  ATSC_LOG_AS(Trace, texts.tag, "ENTER ");
+  ATSC_LOG_AS(Debug, texts.tag, "${%s}='0x%08lx'", "code", static_cast<unsigned long>(code));
+  texts.serverThread.store(kernelThreadId(), std::memory_order_relaxed);
+  int result = 0;
+  if (code == kJSONTransaction) {
+    ATSC_LOG_AS(Debug, texts.tag, "%s", texts.transaction);
+    const char* request = data.readCString();
+    char* resultText = nullptr;
+    ATSC_LOG_AS(Debug, texts.tag, "${%s}='%s'", "_command", request ? request : "");
+    result = handler(request, &resultText);
+    if (reply != nullptr) {
+      if (resultText != nullptr) {
+        ATSC_LOG_AS(Debug, texts.tag, "${%s}='%s'", "_result", resultText);
+        reply->writeCString(resultText);
+        free(resultText);
+      }
+      reply->writeInt32(result);
+    }
+  }
+  ATSC_LOG_AS(Trace, texts.tag, "LEAVE ");
+  return result;
+}
+
+}  // namespace transport
+
+}  // namespace ATSCBUS

@@ -1,0 +1,44 @@
+// The library's log lines: every one begins with module tag, process id, function, file and line.
+#ifndef ATSC_ATSC_LOG_H_
+#define ATSC_ATSC_LOG_H_
+
+#include <logger_cpp.h>
+#include <unistd.h>
+
+namespace atsc {
+
+// The text after the last '/'.
+constexpr const char* fileName(const char* path) {
+  const char* name = path;
+  for (const char* p = path; *p != '\0'; ++p) {
+    if (*p == '/') name = p + 1;
+  }
+  return name;
+}
+
+// The process id, remembered: log arguments are evaluated for suppressed lines too.
+int processId();
+
+}  // namespace atsc
+
+// Defines a source file's logger and module tag. Loggers are built before every other global,
+// because constructors of other files' globals log.
+#define ATSC_LOGGER(tag)                                                               \
+  namespace {                                                                          \
+  __attribute__((init_priority(101))) LoggerCpp g_logger("not_sure_how_work", "atsc"); \
+  [[maybe_unused]] constexpr const char* kModuleTag = tag;                             \
+  }
+
+#define ATSC_LOG(level, ...) ATSC_LOG_AS(level, kModuleTag, __VA_ARGS__)
+#define ATSC_LOG_AS(level, tag, format, ...)                                            \
+  g_logger.level("%-9s: [%d][%s()][%s:%d] " format, tag, ::atsc::processId(), __func__, \
+                 ::atsc::fileName(__FILE__), __LINE__, ##__VA_ARGS__)
+
+#define ATSC_ENTER() ATSC_LOG(Trace, "ENTER ")
+#define ATSC_LEAVE() ATSC_LOG(Trace, "LEAVE ")
+
+// Logs a failed middleware call; `status` is what the message shows.
+#define ATSC_LOG_FAILED(call, status) \
+  ATSC_LOG(Error, "Failed to call %s() -> 0x%08x: %s", call, unsigned(status), __PRETTY_FUNCTION__)
+
+#endif  // ATSC_ATSC_LOG_H_

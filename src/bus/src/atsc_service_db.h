@@ -1,0 +1,81 @@
+// The channel database: internal interfaces of its source files.
+#ifndef ATSC_ATSC_SERVICE_DB_H_
+#define ATSC_ATSC_SERVICE_DB_H_
+
+#include <SQLiteCpp/Database.h>
+#include <aisrv.h>
+#include <atsc/atsc_tables.h>
+
+#include <exception>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace atsc {
+
+// How long a connection waits for another one's lock.
+constexpr int kBusyTimeoutMs = 500;
+
+// The table of an input: `channel_data_t` for input type 2, else `channel_data_c`.
+const char* channelTable(int input_type);
+
+// The channel database's file: environment variable ATSC_CNAHHEL_DB or the default.
+std::string channelDatabasePath();
+
+// Prints a database failure: what, where, and the command where one was being run.
+void printDatabaseError(const std::exception& error, const char* function, int line,
+                        const std::string& command = {});
+
+// `name` as a quoted SQL identifier; a backtick in it is doubled and so cannot end it.
+std::string quotedIdentifier(const std::string& name);
+
+}  // namespace atsc
+
+// Builds SQL texts.
+class sqlString {
+ public:
+  sqlString() = default;
+
+  sqlString& operator<<(const std::string& text);
+  sqlString& operator<<(long long number);
+
+  // Appends ",".
+  void operator++(int);
+
+  // Appends `text` as a string literal: between single quotes, each single quote in it doubled. The
+  // one way for a text from the air into SQL. A NUL ends the text.
+  void conStr(const std::string& text);
+
+  const std::string& str() const { return text_; }
+
+ private:
+  std::string text_;
+};
+
+// Path of the channel database file, set by ATSC_Service_db_init().
+extern std::string gChannel_DB_path;
+
+// Serialises the writers of the channel tables.
+extern std::mutex sql_db_update_lock;
+
+// Customer columns of the channel tables, at most 255.
+extern std::vector<ATSC_Service_db_layout> atsc_service_db_custom_column;
+
+// Loads the customer columns. Returns 0 (also without any), -1 when the file cannot be read or
+// parsed; the previous columns stay then.
+int32_t _ATSC_Service_db_cus_init();
+
+// Path of the customer-column file.
+std::string _ATSC_Service_db_get_custom_column_file();
+
+// Creates, checks and migrates both channel tables. Returns whether they must be rebuilt from the
+// middleware: the file was missing, removed or emptied, or its row counts differ.
+bool _ATSC_Service_db_createChannelDB();
+
+// The channel columns whose change counts: all but `update_time`, joined by ", ".
+std::string _ATSC_Service_db_genBkupColumn();
+
+// Prints a channel table to standard output.
+void _DBG_ATSC_Service_db_printChDb(bool terrestrial);
+
+#endif  // ATSC_ATSC_SERVICE_DB_H_

@@ -1,0 +1,384 @@
+// Synchronisation of the channel tables with the middleware's service list.
+#include <SQLiteCpp/SQLiteCpp.h>
+#include <aist.h>
+#include <atsc/atsc_service.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <memory>
+#include <set>
+#include <tuple>
+#include <unordered_map>
+#include <utility>
+
+#include "atsc_log.h"
+#include "atsc_service_db.h"
+#include "atsc_text.h"
+
+ATSC_LOGGER("atsc/service/db")
+
+namespace {
+
+// Stamp of the rows written by the running synchronisation; guarded by sql_db_update_lock.
+uint32_t gCurTime = 0;
+
+// A service list and the storage of its names.
+struct ServiceList {
+  std::vector<AISRV_service_info> records;
+  std::vector<uint8_t> names;
+};
+
+// The elementary streams of a service as the channel tables show them.
+struct StreamTexts {
+  std::string audio_pid;
+  std::string video_pid;
+  unsigned audio_count = 0;
+  unsigned video_count = 0;
+};
+
+// Reads the services of an input. False when the middleware cannot give them.
+bool readServices(uint32_t input, ServiceList& list) {
+  const AISRV_query_filter filter{};
+  uint32_t count = 0;
+  int status = AISRV_get_total_services(input, AISRV_SERVICE_MASK, &filter, 0, &count);
+  if (status != 0) {
+    ATSC_LOG_FAILED("AISRV_get_total_services", status);
+    return false;
+  }
+  ATSC_LOG(Info, "channel count(%d)", static_cast<int>(count));
+  // Name storage is linked by a 16-bit counter; no real list is that long.
+  const uint32_t capacity = std::min<uint32_t>(count, UINT16_MAX);
+  list.records.resize(capacity);
+  list.names.resize(size_t{capacity} * atsc::kNameSlot);
+  Utili_allocSrvMem(list.records.data(), &capacity, list.names.data());
+  count = capacity;
+  status = AISRV_get_n_services(input, AISRV_SERVICE_MASK, 0, &filter, 0, 0, &count,
+                                list.records.data());
+  if (status != 0) {
+    ATSC_LOG_FAILED("AISRV_get_n_services", status);
+    return false;
+  }
+  list.records.resize(std::min(count, capacity));
+  return true;
+}
+
+// "_AD" and what an audio description describes.
+void appendDescription(sqlString& text, const AISRV_pid_info& pid) {
+  text << "_AD";
+  if (pid.description_mask != 0) text << __builtin_ctz(pid.description_mask);
+  if (pid.full_mix != 0) text << "FULL";
+  text << "_MAIN" << pid.main_audio_number;
+}
+
+bool isAudio(uint8_t streamType) {
+  constexpr std::array<uint8_t, 6> types{0x03, 0x04, 0x0F, 0x11, 0x81, 0x87};
+  return std::find(types.begin(), types.end(), streamType) != types.end();
+}
+
+bool isVideo(uint8_t streamType) {
+  constexpr std::array<uint8_t, 4> types{0x01, 0x02, 0x24, 0x80};
+  return std::find(types.begin(), types.end(), streamType) != types.end();
+}
+
+StreamTexts readStreams(const AISRV_service_info& service) {
+  AISRV_pid_details details{};
+  const int status = AISRV_get_pid_details(&service, &details);
+  if (status != 0) {
+    ATSC_LOG_FAILED("AISRV_get_pid_details", status);
+    return {};
+  }
+  StreamTexts streams;
+  sqlString audio;
+  sqlString video;
+  const uint32_t count = std::min<uint32_t>(details.count, AISRV_MAX_PIDS);
+  for (uint32_t i = 0; i < count; ++i) {
+    const AISRV_pid_info& pid = details.pids[i];
+    if (isAudio(pid.stream_type)) {
+      const char(&language)[3] = pid.language[0] != '\0' ? pid.language : pid.second_language;
+      audio << pid.pid << "_" << std::string(language, strnlen(language, sizeof language)) << "_"
+            << pid.stream_type;
+      if (pid.audio_kind == AISRV_AUDIO_DESCRIPTION) appendDescription(audio, pid);
+      audio++;
+      ++streams.audio_count;
+    } else if (isVideo(pid.stream_type)) {
+      video << pid.pid << "_" << pid.stream_type;
+      video++;
+      ++streams.video_count;
+    }
+  }
+  streams.audio_pid = audio.str();
+  streams.video_pid = video.str();
+  return streams;
+}
+
+std::string channelKey(const AISRV_service_info& service) {
+  sqlString key;
+  key << service.major << "-" << service.minor << "-" << service.frequency;
+  return key.str();
+}
+
+const char* serviceTypeName(uint32_t type) {
+  switch (type) {
+    case AISRV_TYPE_RADIO:
+      return "RADIO";
+    case AISRV_TYPE_DATA:
+      return "DATA";
+    default:
+      return "TV";
+  }
+}
+
+std::string nameOf(const AISRV_service_info& service) {
+  if (service.name.text == nullptr || service.name.length == 0) return "EMPTY";
+  return atsc::textToUTF8(service.name, atsc::kNameSlot);
+}
+
+}  // namespace
+
+// The text after "INSERT INTO table" for one service.
+std::string _ATSC_Service_db_getChannelInsert_Command(const AISRV_service_info& service,
+                                                      const StreamTexts& streams) {
+  sqlString values;
+  values.conStr(nameOf(service));
+  values << "," << (service.build_from_pmt == 1 ? "1" : "0") << "," << service.major << ","
+         << service.minor << "," << service.service_id.service_rec << ","
+         << static_cast<uint16_t>(service.source_id) << "," << service.frequency << ",";
+  values.conStr(serviceTypeName(service.service_type));
+  values << "," << service.AISRV_flags_ << "," << service.AISRV_fav_group_ << ","
+         << service.service_delete << ",";
+  values.conStr(streams.audio_pid);
+  values++;
+  values.conStr(streams.video_pid);
+  values << "," << streams.audio_count << "," << streams.video_count << "," << gCurTime << ",";
+  values.conStr(channelKey(service));
+  values << "," << service.transport_stream_id << ",";
+  values.conStr(service.modulation == AI_MODULATION_8VSB ? "VSB" : "QAM");
+  return " ( name,build_from_pmt,major_no,minor_no,service_record,source_id,freq,srv_type,"
+         "srv_flag,fav_group,service_delete,audio_pid,video_pid,audio_count,video_count,"
+         "update_time,ch_id_pk,tsid,tuner_type)VALUES (" +
+         values.str() + ")";
+}
+
+// The text after "UPDATE table SET " for one service.
+std::string _ATSC_Service_db_getChannelUpdate_Command(const AISRV_service_info& service,
+                                                      const StreamTexts& streams) {
+  sqlString pairs;
+  pairs << " name=";
+  pairs.conStr(nameOf(service));
+  pairs << ", build_from_pmt=" << (service.build_from_pmt == 1 ? "1" : "0")
+        << ", service_record=" << service.service_id.service_rec << ", major_no=" << service.major
+        << ", minor_no=" << service.minor
+        << ", source_id=" << static_cast<uint16_t>(service.source_id)
+        << ", freq=" << service.frequency << ", srv_type=";
+  pairs.conStr(serviceTypeName(service.service_type));
+  pairs << ", srv_flag=" << service.AISRV_flags_ << ", fav_group=" << service.AISRV_fav_group_
+        << ", service_delete=" << service.service_delete << ", update_time=" << gCurTime
+        << ", audio_pid=";
+  pairs.conStr(streams.audio_pid);
+  pairs << ", video_pid=";
+  pairs.conStr(streams.video_pid);
+  pairs << ", audio_count=" << streams.audio_count << ", video_count=" << streams.video_count
+        << ", tuner_type=";
+  pairs.conStr(service.modulation == AI_MODULATION_8VSB ? "VSB" : "QAM");
+  pairs << ", tsid=" << service.transport_stream_id << ", ch_id_pk=";
+  pairs.conStr(channelKey(service));
+  return pairs.str();
+}
+
+namespace {
+
+// The committed rows of a channel table by key: answers as ATSC_Service_db_findChannelIndex() on a
+// connection of its own would, for a whole run at the cost of one pass over the table.
+class CommittedRows {
+ public:
+  CommittedRows(SQLite::Database& database, const std::string& table) {
+    SQLite::Statement rows(database,
+                           "SELECT ch_index, major_no, minor_no, source_id, freq, audio_pid, "
+                           "video_pid FROM " +
+                               table + " ORDER BY ch_index");
+    while (rows.executeStep()) {
+      const Key key{rows.getColumn(1).getInt64(), rows.getColumn(2).getInt64(),
+                    rows.getColumn(3).getInt64(), rows.getColumn(4).getInt64()};
+      rows_[key].push_back(
+          {rows.getColumn(0).getInt(), rows.getColumn(5).getText(), rows.getColumn(6).getText()});
+    }
+  }
+
+  int find(const AISRV_service_info& service, const StreamTexts& streams) const {
+    const auto same = rows_.find({service.major, service.minor,
+                                  static_cast<uint16_t>(service.source_id), service.frequency});
+    if (same == rows_.end()) return ATSC_CHANNEL_NOT_FOUND;
+    for (const Row& row : same->second) {
+      if ((streams.audio_pid.empty() || streams.audio_pid == row.audio_pid) &&
+          (streams.video_pid.empty() || streams.video_pid == row.video_pid)) {
+        return row.ch_index;
+      }
+    }
+    return ATSC_CHANNEL_NOT_FOUND;
+  }
+
+ private:
+  using Key = std::tuple<int64_t, int64_t, int64_t, int64_t>;
+
+  struct KeyHash {
+    size_t operator()(const Key& key) const {
+      uint64_t hash = 0;
+      for (const int64_t part :
+           {std::get<0>(key), std::get<1>(key), std::get<2>(key), std::get<3>(key)}) {
+        hash = (hash ^ static_cast<uint64_t>(part)) * 0x9E3779B97F4A7C15u;
+        hash ^= hash >> 32;
+      }
+      return static_cast<size_t>(hash);
+    }
+  };
+
+  struct Row {
+    int ch_index;
+    std::string audio_pid;
+    std::string video_pid;
+  };
+
+  std::unordered_map<Key, std::vector<Row>, KeyHash> rows_;
+};
+
+// The stamp of this run: the receiver's time, moved on while a row carries it. The clock may stand
+// still or be set back, and rows of an earlier run must not look like this one's.
+uint32_t unusedStamp(SQLite::Database& database, const std::string& table, uint32_t now) {
+  std::set<int64_t> used;
+  SQLite::Statement stamps(database, "SELECT DISTINCT update_time FROM " + table);
+  while (stamps.executeStep()) used.insert(stamps.getColumn(0).getInt64());
+  while (used.count(now) != 0) ++now;
+  return now;
+}
+
+void dropSnapshot(SQLite::Database& database) {
+  if (database.tableExists("tmp")) database.exec("DROP TABLE tmp");
+}
+
+// One synchronisation of a table.
+class ChannelRewrite {
+ public:
+  ChannelRewrite(std::string table, const std::vector<AISRV_service_info>& services)
+      : table_(std::move(table)), services_(services), columns_(_ATSC_Service_db_genBkupColumn()) {}
+
+  // Returns 1 when the content changed or could not be compared, else 0.
+  int run(uint32_t now) {
+    int result = 1;
+    std::unique_ptr<SQLite::Database> database;
+    try {
+      database = open();
+      if (!database->tableExists(table_)) {
+        // Creation may replace the file.
+        database.reset();
+        _ATSC_Service_db_createChannelDB();
+        database = open();
+      } else {
+        takeSnapshot(*database);
+      }
+      rewrite(*database, now);
+      command_.clear();
+      result = countDifferences(*database) != 0 ? 1 : 0;
+    } catch (const std::exception& e) {
+      atsc::printDatabaseError(e, "ATSC_Service_db_UpdateChannel", __LINE__, command_);
+    }
+    try {
+      if (database) dropSnapshot(*database);
+    } catch (const std::exception& e) {
+      atsc::printDatabaseError(e, "ATSC_Service_db_UpdateChannel", __LINE__, "DROP TABLE tmp");
+    }
+    return result;
+  }
+
+ private:
+  static std::unique_ptr<SQLite::Database> open() {
+    if (gChannel_DB_path.empty()) gChannel_DB_path = atsc::channelDatabasePath();
+    return std::make_unique<SQLite::Database>(
+        gChannel_DB_path, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE, atsc::kBusyTimeoutMs);
+  }
+
+  // A table without a snapshot is rewritten all the same; only the comparison fails then.
+  void takeSnapshot(SQLite::Database& database) {
+    try {
+      dropSnapshot(database);
+      database.exec("CREATE TABLE tmp AS SELECT " + columns_ + " FROM " + table_);
+    } catch (const SQLite::Exception& e) {
+      atsc::printDatabaseError(e, "ATSC_Service_db_UpdateChannel", __LINE__);
+    }
+  }
+
+  void rewrite(SQLite::Database& database, uint32_t now) {
+    SQLite::Transaction transaction(database);
+    gCurTime = unusedStamp(database, table_, now);
+    const CommittedRows committed(database, table_);
+    for (const AISRV_service_info& service : services_) {
+      const StreamTexts streams = readStreams(service);
+      sqlString command;
+      if (committed.find(service, streams) == ATSC_CHANNEL_NOT_FOUND) {
+        command << "INSERT INTO " << table_
+                << _ATSC_Service_db_getChannelInsert_Command(service, streams);
+      } else {
+        command << "UPDATE " << table_ << " SET "
+                << _ATSC_Service_db_getChannelUpdate_Command(service, streams)
+                << " WHERE major_no=" << service.major << " AND minor_no=" << service.minor
+                << " AND freq=" << service.frequency;
+      }
+      execute(database, command.str());
+    }
+    // A row without any stamp is unequal to no number.
+    execute(database, "DELETE FROM " + table_ + " WHERE update_time IS NULL");
+    sqlString command;
+    command << "DELETE FROM " << table_ << " WHERE update_time!=" << gCurTime;
+    execute(database, command.str());
+    transaction.commit();
+  }
+
+  void execute(SQLite::Database& database, const std::string& command) {
+    command_ = command;
+    ATSC_LOG(Debug, "SQL Command %s\n", command.c_str());
+    database.exec(command);
+  }
+
+  int64_t countDifferences(SQLite::Database& database) {
+    const auto count = [&](const std::string& from, const std::string& except) {
+      return database
+          .execAndGet("SELECT count(*) FROM ( SELECT " + columns_ + " FROM " + from +
+                      " EXCEPT SELECT " + columns_ + " FROM " + except + " ) ")
+          .getInt64();
+    };
+    return count("tmp", table_) + count(table_, "tmp");
+  }
+
+  const std::string table_;
+  const std::vector<AISRV_service_info>& services_;
+  const std::string columns_;
+  std::string command_;  // the one being run
+};
+
+}  // namespace
+
+int ATSC_Service_db_UpdateChannel(int input_type) {
+  ATSC_ENTER();
+  int result = 1;
+  try {
+    uint32_t now = 0;
+    const int status = AIST_get_cur_time_secs(&now);
+    if (status != 0) ATSC_LOG_FAILED("AIST_get_cur_time_secs", status);
+    ServiceList list;
+    // Without a list the table stays as it is: an empty one would delete every channel.
+    if (readServices(static_cast<uint32_t>(input_type), list)) {
+      std::lock_guard<std::mutex> lock(sql_db_update_lock);
+      for (size_t i = 0; i < list.records.size(); ++i) {
+        ATSC_LOG(Info, "Service[%d]", static_cast<int>(i));
+        Utili_printSrvInfo(&list.records[i]);
+      }
+      result = ChannelRewrite(atsc::channelTable(input_type), list.records).run(now);
+    }
+    const int stored = AISRV_sync_to_database();
+    if (stored != 0) ATSC_LOG_FAILED("AISRV_sync_to_database", stored);
+  } catch (const std::exception& e) {
+    ATSC_LOG(Error, "channel table of input %d: %s", input_type, e.what());
+  }
+  ATSC_LEAVE();
+  return result;
+}

@@ -1,0 +1,115 @@
+// Customer columns: columns that a product adds to the channel tables by a JSON file.
+#include <json/json.h>
+#include <strings.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+
+#include "atsc_log.h"
+#include "atsc_service_db.h"
+
+ATSC_LOGGER("atsc/service/db")
+
+std::vector<ATSC_Service_db_layout> atsc_service_db_custom_column;
+
+namespace {
+
+constexpr const char* kDefaultFile = "/system/com.qel.atsc/qel.atsc.cus_col.json";
+constexpr const char* kFileName = "qel.atsc.cus_col.json";
+constexpr unsigned kMaxColumns = UINT8_MAX;
+
+bool sameColumn(const ATSC_Service_db_layout& column, const std::string& name) {
+  return strcasecmp(column.name, name.c_str()) == 0;
+}
+
+// Why a customer column cannot be called so; null when it can. SQLite compares column names without
+// regard to case.
+const char* nameFault(const std::string& name) {
+  if (name.empty()) return "the name is empty";
+  if (name.size() >= sizeof ATSC_Service_db_layout::name) return "the name has 128 bytes or more";
+  if (name.find('\0') != std::string::npos) return "the name holds a NUL";
+  const auto same = [&](const ATSC_Service_db_layout& column) { return sameColumn(column, name); };
+  if (std::any_of(std::begin(atsc_service_db_layout), std::end(atsc_service_db_layout), same) ||
+      strcasecmp(name.c_str(), "END") == 0) {
+    return "the channel tables have that column";
+  }
+  return nullptr;
+}
+
+// One entry of the "column" array as a layout row; false when it is rejected.
+bool readColumn(const Json::Value& entry, unsigned index, ATSC_Service_db_layout& column) {
+  if (!entry.isObject() || !entry.get("name", "").isString()) {
+    ATSC_LOG(Error, "customized column[%u] rejected: no \"name\" text", index);
+    return false;
+  }
+  const std::string name = entry.get("name", "").asString();
+  ATSC_LOG(Info, "customized cloumn name[%d] %s", static_cast<int>(index), name.c_str());
+  if (const char* fault = nameFault(name)) {
+    ATSC_LOG(Error, "customized column[%u] rejected: %s: %.128s", index, fault, name.c_str());
+    return false;
+  }
+  memcpy(column.name, name.c_str(), name.size());
+  const Json::Value type = entry.get("type", "");
+  column.type = type.isString() && type.asString() == "integer" ? 1 : 0;
+  return true;
+}
+
+}  // namespace
+
+std::string _ATSC_Service_db_get_custom_column_file() {
+  ATSC_ENTER();
+  const char* setting = getenv("ATSC_CUSTOM_DB_COLUMN_FILE");
+  std::string path = setting != nullptr ? setting : kDefaultFile;
+  if (path == kDefaultFile) {
+    // A file beside the executable goes before the system's.
+    char target[256] = {};
+    const std::string link = "/proc/" + std::to_string(getpid()) + "/exe";
+    if (readlink(link.c_str(), target, sizeof target - 1) > 0) {
+      const std::string executable = target;
+      const size_t separator = executable.find_last_of("/\\");
+      if (separator != std::string::npos) {
+        const std::string beside = executable.substr(0, separator + 1) + kFileName;
+        if (std::ifstream(beside)) path = beside;
+      }
+    }
+  }
+  ATSC_LEAVE();
+  return path;
+}
+
+int32_t _ATSC_Service_db_cus_init() {
+  ATSC_ENTER();
+  const std::string path = _ATSC_Service_db_get_custom_column_file();
+  Json::Value root;
+  try {
+    std::ifstream file(path);
+    Json::Reader reader;
+    if (!file || !reader.parse(file, root)) return -1;
+  } catch (const std::exception& e) {
+    ATSC_LOG(Error, "customer columns in %s: %s", path.c_str(), e.what());
+    return -1;
+  }
+  atsc_service_db_custom_column.clear();
+  if (!root.isObject() || !root["column"].isArray()) {
+    if (!root.isObject()) ATSC_LOG(Error, "%s holds no JSON object", path.c_str());
+    ATSC_LEAVE();
+    return 0;
+  }
+  const Json::Value& columns = root["column"];
+  const unsigned count = std::min<unsigned>(columns.size(), kMaxColumns);
+  if (count < columns.size()) {
+    ATSC_LOG(Error, "%s has %u customized columns, the first %u are taken", path.c_str(),
+             columns.size(), count);
+  }
+  ATSC_LOG(Info, "customized cloumns size %d\n", static_cast<int>(count));
+  for (unsigned i = 0; i < count; ++i) {
+    ATSC_Service_db_layout column{};
+    if (readColumn(columns[i], i, column)) atsc_service_db_custom_column.push_back(column);
+  }
+  ATSC_LEAVE();
+  return 0;
+}

@@ -1,0 +1,55 @@
+#include <cstdio>
+#include <cstdlib>
+
+#include "atsc_service_db.h"
+
+sqlString& sqlString::operator<<(const std::string& text) {
+  text_ += text;
+  return *this;
+}
+
+sqlString& sqlString::operator<<(long long number) {
+  text_ += std::to_string(number);
+  return *this;
+}
+
+void sqlString::operator++(int) { text_ += ','; }
+
+void sqlString::conStr(const std::string& text) {
+  text_ += '\'';
+  for (const char c : text) {
+    if (c == '\0') break;
+    if (c == '\'') text_ += '\'';
+    text_ += c;
+  }
+  text_ += '\'';
+}
+
+namespace atsc {
+
+const char* channelTable(int input_type) {
+  return input_type == AI_INPUT_TERRESTRIAL ? "channel_data_t" : "channel_data_c";
+}
+
+std::string channelDatabasePath() {
+  const char* path = getenv("ATSC_CNAHHEL_DB");
+  return path != nullptr ? path : "/mtd_rwarea/ATSCChannelData.db3";
+}
+
+void printDatabaseError(const std::exception& error, const char* function, int line,
+                        const std::string& command) {
+  printf("[Error]SQLite exception: %s at %s_%d%s%s\n", error.what(), function, line,
+         command.empty() ? "" : ", command:", command.c_str());
+  fflush(stdout);
+}
+
+std::string quotedIdentifier(const std::string& name) {
+  std::string quoted = "`";
+  for (const char c : name) {
+    if (c == '`') quoted += '`';
+    quoted += c;
+  }
+  return quoted + '`';
+}
+
+}  // namespace atsc

@@ -1,0 +1,159 @@
+// Text conversion, service records and the stored audio track.
+#include <SQLiteCpp/SQLiteCpp.h>
+#include <aisrv.h>
+#include <atsc/atsc_service.h>
+#include <pthread.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+
+#include "atsc_log.h"
+#include "atsc_service_db.h"
+#include "atsc_text.h"
+
+ATSC_LOGGER("atsc/service")
+
+namespace atsc {
+
+int processId() {
+  static std::atomic<int> pid{0};
+  static const int forkHandler =
+      pthread_atfork(nullptr, nullptr, [] { pid.store(getpid(), std::memory_order_relaxed); });
+  (void)forkHandler;
+  int id = pid.load(std::memory_order_relaxed);
+  if (id == 0) {
+    id = getpid();
+    pid.store(id, std::memory_order_relaxed);
+  }
+  return id;
+}
+
+std::string textToUTF8(const multiple_lang_t& text, uint32_t capacity) {
+  if (text.text == nullptr) return {};
+  const uint32_t length = std::min<uint32_t>(text.length, capacity);
+  if (text.encoding != AI_TEXT_UTF16BE) {
+    const char* bytes = reinterpret_cast<const char*>(text.text);
+    return std::string(bytes, strnlen(bytes, length));
+  }
+  uint32_t size = Utili_UTF16BEToUTF8Length(text.text, length);
+  std::string converted(size, '\0');
+  uint8_t* out = reinterpret_cast<uint8_t*>(&converted[0]);
+  if (size > 0) Utili_ConvertUTF16BEToUTF8(text.text, length, out, &size);
+  converted.resize(size);
+  return converted;
+}
+
+}  // namespace atsc
+
+namespace {
+
+uint16_t unitAt(const uint8_t* bytes, uint32_t i) {
+  return static_cast<uint16_t>(bytes[i] << 8 | bytes[i + 1]);
+}
+
+}  // namespace
+
+int Utili_UnicodeToUTF8(uint16_t unit, uint8_t* out) {
+  if (unit <= 0x7F) {
+    out[0] = static_cast<uint8_t>(unit);
+    return 1;
+  }
+  if (unit < 0x800) {
+    out[0] = static_cast<uint8_t>(0xC0 | unit >> 6);
+    out[1] = static_cast<uint8_t>(0x80 | (unit & 0x3F));
+    return 2;
+  }
+  out[0] = static_cast<uint8_t>(0xE0 | unit >> 12);
+  out[1] = static_cast<uint8_t>(0x80 | (unit >> 6 & 0x3F));
+  out[2] = static_cast<uint8_t>(0x80 | (unit & 0x3F));
+  return 3;
+}
+
+uint32_t Utili_UTF16BEToUTF8Length(const uint8_t* bytes, uint32_t length) {
+  if (bytes == nullptr) {
+    ATSC_LOG(Error, "input parameter is null.");
+    return 0;
+  }
+  if (length % 2 != 0) {
+    ATSC_LOG(Error, "UTF16Len MUST be even");
+    return 0;
+  }
+  uint32_t size = 0;
+  for (uint32_t i = 0; i < length; i += 2) {
+    const uint16_t unit = unitAt(bytes, i);
+    if (unit == 0) break;
+    uint8_t encoded[3];
+    size += static_cast<uint32_t>(Utili_UnicodeToUTF8(unit, encoded));
+  }
+  return size;
+}
+
+int Utili_ConvertUTF16BEToUTF8(const uint8_t* bytes, uint32_t length, uint8_t* out,
+                               uint32_t* capacity) {
+  if (bytes == nullptr || out == nullptr || capacity == nullptr) {
+    ATSC_LOG(Error, "input parameter is null.");
+    return -1;
+  }
+  if (length % 2 != 0) {
+    ATSC_LOG(Error, "UTF16Len MUST be even");
+    return -1;
+  }
+  uint32_t written = 0;
+  for (uint32_t i = 0; i < length && written < *capacity; i += 2) {
+    const uint16_t unit = unitAt(bytes, i);
+    if (unit == 0) break;
+    written += static_cast<uint32_t>(Utili_UnicodeToUTF8(unit, out + written));
+  }
+  *capacity = written;
+  return 1;
+}
+
+void Utili_allocSrvMem(AISRV_service_info* records, const uint32_t* count, uint8_t* names) {
+  // A 16-bit position: more services than it can count get no name storage.
+  const uint32_t linked = std::min<uint32_t>(*count, UINT16_MAX);
+  for (uint32_t i = 0; i < linked; ++i) {
+    records[i].name.text = names + atsc::kNameSlot * i;
+    records[i].name.length = atsc::kNameCapacity;
+  }
+}
+
+void Utili_printSrvInfo(const AISRV_service_info* record) {
+  ATSC_LOG(Info, "Channel No(%d-%d), freq(%d), fav(%x), flag(%x), name(%s)", record->major,
+           record->minor, static_cast<int>(record->frequency), record->AISRV_fav_group_,
+           record->AISRV_flags_, atsc::textToUTF8(record->name, UINT16_MAX).c_str());
+}
+
+uint32_t ATSC_Service_getAudioIndex_fromDB(const AISRV_service_info* record) {
+  ATSC_ENTER();
+  uint32_t audioIndex = ATSC_CHANNEL_NOT_FOUND;
+  std::string table;
+  switch (record->service_id.input_source) {
+    case 0:
+    case AI_INPUT_TERRESTRIAL:
+      table = atsc::channelTable(AI_INPUT_TERRESTRIAL);
+      break;
+    case 1:
+    case AI_INPUT_CABLE:
+      table = atsc::channelTable(AI_INPUT_CABLE);
+      break;
+    default:
+      break;
+  }
+  sqlString command;
+  command << "SELECT "
+          << "audio_index"
+          << " FROM " << table << " where major_no=" << record->major
+          << " and minor_no=" << record->minor << " and freq=" << record->frequency;
+  try {
+    SQLite::Database database(atsc::channelDatabasePath(), SQLite::OPEN_READONLY,
+                              atsc::kBusyTimeoutMs);
+    ATSC_LOG(Debug, "sqlCommand: %s", command.str().c_str());
+    SQLite::Statement row(database, command.str());
+    if (row.executeStep()) audioIndex = row.getColumn(0).getUInt();
+  } catch (const std::exception& e) {
+    atsc::printDatabaseError(e, __func__, __LINE__, command.str());
+  }
+  ATSC_LOG(Trace, "LEAVE audioIndex(%d)", static_cast<int>(audioIndex));
+  return audioIndex;
+}

@@ -1,0 +1,20 @@
+#ifndef ATSC_ATSC_CLIENT_TV_H_
+#define ATSC_ATSC_CLIENT_TV_H_
+
+#include <bus.h>
+
+namespace ATSCBUS {
+
+// The service process's proxy of the TV application: callback messages.
+class ATSCClientTV : public BUSClientInterface {
+ public:
+  ATSCClientTV();
+  ~ATSCClientTV() override;
+
+  // Sends one JSON text; see transport::SendJSONCommand(). Any thread.
+  int SendJSONCommand(const char* command, char** result);
+};
+
+}  // namespace ATSCBUS
+
+#endif  // ATSC_ATSC_CLIENT_TV_H_

@@ -1,0 +1,33 @@
+#ifndef ATSC_ATSC_SERVER_TV_H_
+#define ATSC_ATSC_SERVER_TV_H_
+
+#include <atsc/atsc_tv_server_backend.h>
+#include <bus.h>
+
+#include <atomic>
+
+namespace ATSCBUS {
+
+// Stands in whenever no backend is set.
+extern ATSCTVServerBackend g_tv_server_backend_default;
+
+// The TV process's server of callback messages: hands each to the registered backend.
+class ATSCServerTV final : public BUSServerInterface {
+ public:
+  // `backend` (null: the default one) must outlive the server.
+  explicit ATSCServerTV(ATSCTVServerBackend* backend);
+  ~ATSCServerTV() override;
+
+  int onTransact(unsigned int code, BUSParam& data, BUSParam* reply, unsigned int flags) override;
+
+  // Replaces the backend (null: the default one). Any thread; a message that is being handled still
+  // reaches the old one.
+  void RegisterBackend(ATSCTVServerBackend* backend);
+
+ private:
+  std::atomic<ATSCTVServerBackend*> backend_;
+};
+
+}  // namespace ATSCBUS
+
+#endif  // ATSC_ATSC_SERVER_TV_H_

@@ -1,0 +1,84 @@
+#include "service/server/atsc_server_service.h"
+
+#include <chrono>
+#include <exception>
+
+#include "atsc_json_transport.h"
+#include "atsc_log.h"
+
+ATSC_LOGGER("service/srv")
+
+namespace ATSCBUS {
+
+namespace {
+
+constexpr unsigned int kPollMicroseconds = 100000;
+
+}  // namespace
+
+ATSCServerService::ATSCServerService()
+    : BUSServerInterface(kServiceServerName, kServiceServerName) {
+  ATSC_ENTER();
+  command_thread_ = std::thread(&ATSCServerService::_ATSC_Service_Command_task, this);
+  start();
+  ATSC_LEAVE();
+}
+
+ATSCServerService::~ATSCServerService() {
+  ATSC_ENTER();
+  stop();
+  {
+    std::lock_guard<std::mutex> lock(stop_mutex_);
+    stopping_ = true;
+  }
+  stop_condition_.notify_all();
+  command_thread_.join();
+  ATSC_LEAVE();
+}
+
+int ATSCServerService::onTransact(unsigned int code, BUSParam& data, BUSParam* reply,
+                                  unsigned int /*flags*/) {
+  static const JSONServerTexts texts{"service/srv", "ATSC_SERVCICE_CMD_ID_JSON_COMMAND",
+                                     service_thread_tid};
+  return transport::onTransact(
+      texts, code, data, reply,
+      [this](const char* request, char** result) { return jsonCommand(request, result); });
+}
+
+// Sleeps; true when the process is ending.
+bool ATSCServerService::waitForStop(unsigned int microseconds) {
+  std::unique_lock<std::mutex> lock(stop_mutex_);
+  return stop_condition_.wait_for(lock, std::chrono::microseconds(microseconds),
+                                  [this] { return stopping_; });
+}
+
+void ATSCServerService::_ATSC_Service_Command_task() {
+  bool pause = false;
+  while (!waitForStop(pause ? kPollMicroseconds : 0)) {
+    std::string command;
+    {
+      std::lock_guard<std::mutex> lock(queue_mutex_);
+      if (!command_queue_.empty()) {
+        command = std::move(command_queue_.front());
+        command_queue_.erase(command_queue_.begin());
+      }
+    }
+    pause = true;
+    if (command.empty()) continue;
+    try {
+      Json::Reader reader;
+      Json::Value request;
+      if (!reader.parse(command, request)) {
+        pause = false;
+        continue;
+      }
+      if (request.get("command", "").asString() == "CHANNELCHANGE") FW_changeChannel(request);
+    } catch (const std::exception& e) {
+      ATSC_LOG(Error, "queued command dropped: %s: %.200s", e.what(), command.c_str());
+    } catch (...) {
+      ATSC_LOG(Error, "queued command dropped: %.200s", command.c_str());
+    }
+  }
+}
+
+}  // namespace ATSCBUS

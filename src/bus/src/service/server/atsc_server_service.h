@@ -1,0 +1,69 @@
+#ifndef ATSC_ATSC_SERVER_SERVICE_H_
+#define ATSC_ATSC_SERVER_SERVICE_H_
+
+#include <bus.h>
+#include <json/json.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace ATSCBUS {
+
+// The service process's command server. One object a process, g_atsc_server_service.
+//
+// Commands run on the BUS server thread inside the transaction. The channel change alone is queued
+// and runs on the command thread, so that nobody waits while a channel is tuned.
+class ATSCServerService final : public BUSServerInterface {
+ public:
+  // No channel index known.
+  static constexpr int32_t INVALID_CHANNEL_INDEX = -1;
+
+  // Starts the command thread.
+  ATSCServerService();
+  // Ends the command thread; a queued channel change that has not begun is dropped.
+  ~ATSCServerService() override;
+
+  int onTransact(unsigned int code, BUSParam& data, BUSParam* reply, unsigned int flags) override;
+
+  // Runs one JSON command. Returns the handler's result: 0, or -1 on failure, for an unknown class
+  // or command and for a text that is no JSON object of the right types; 0 for an empty text. A
+  // handler that answers with data puts a calloc'ed text into `*result`. Never throws.
+  int jsonCommand(const char* command, char** result);
+
+  // The channel-table index of the channel that the last channel change reached.
+  int32_t savedChannelIndex() const { return saved_channel_index_; }
+
+ private:
+  struct Dispatcher;
+
+  void _ATSC_Service_Command_task();
+  bool waitForStop(unsigned int microseconds);
+
+  int FW_init();
+  int FW_changeChannel(Json::Value request);
+  int Scan_start(Json::Value request);
+  int Scan_stop();
+  static void Scan_Callback(void* progress, int state);
+
+  std::vector<std::string> command_queue_;  // guarded by queue_mutex_; front is next
+  std::thread command_thread_;
+  std::mutex queue_mutex_;
+  int32_t reduced_logging_ = 0;  // BUS server thread only
+  std::atomic<int32_t> saved_channel_index_{INVALID_CHANNEL_INDEX};
+  std::mutex stop_mutex_;
+  std::condition_variable stop_condition_;
+  bool stopping_ = false;  // guarded by stop_mutex_
+};
+
+}  // namespace ATSCBUS
+
+// The channel-table index of the service now playing: -1 when nothing plays, 65535 when its row is
+// not found. Any thread.
+int GetCurrentChannelIdx();
+
+#endif  // ATSC_ATSC_SERVER_SERVICE_H_

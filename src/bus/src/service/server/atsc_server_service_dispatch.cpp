@@ -1,0 +1,131 @@
+#include <exception>
+#include <iterator>
+#include <stdexcept>
+
+#include "atsc_log.h"
+#include "service/server/atsc_server_service.h"
+
+ATSC_LOGGER("service/srv")
+
+namespace ATSCBUS {
+
+// The commands of every class, in the order in which they are compared.
+struct ATSCServerService::Dispatcher {
+  struct Call {
+    ATSCServerService& server;
+    Json::Value& request;
+    const std::string& text;  // the request as it came
+    char** result;
+  };
+
+  struct Command {
+    const char* name;
+    int (*handler)(const Call& call);
+  };
+
+  struct Class {
+    const char* name;
+    const Command* commands;
+    size_t count;
+  };
+
+  // Null when there is none.
+  static const Class* findClass(const std::string& name);
+  static const Command* findCommand(const Class& commandClass, const std::string& name);
+
+  // Tables without a destructor: a command may run while the process ends.
+  static const Command kFW[];
+  static const Command kScan[];
+  static const Command kMisc[];
+  static const Class kClasses[];
+};
+
+constexpr ATSCServerService::Dispatcher::Command ATSCServerService::Dispatcher::kFW[] = {
+    {"CHANNELCHANGE",
+     [](const Call& call) {
+       std::lock_guard<std::mutex> lock(call.server.queue_mutex_);
+       call.server.command_queue_.push_back(call.text);
+       return 0;
+     }},
+    {"INIT", [](const Call& call) { return call.server.FW_init(); }},
+};
+
+constexpr ATSCServerService::Dispatcher::Command ATSCServerService::Dispatcher::kScan[] = {
+    {"start", [](const Call& call) { return call.server.Scan_start(call.request); }},
+    {"stop", [](const Call& call) { return call.server.Scan_stop(); }},
+};
+
+constexpr ATSCServerService::Dispatcher::Command ATSCServerService::Dispatcher::kMisc[] = {
+    {"LOGCTL",
+     [](const Call& call) {
+       const std::string para = call.request.get("para", "").asString();
+       if (para == "RESUME") call.server.reduced_logging_ = 0;
+       if (para == "REDUCE") call.server.reduced_logging_ = 1;
+       return 0;
+     }},
+};
+
+constexpr ATSCServerService::Dispatcher::Class ATSCServerService::Dispatcher::kClasses[] = {
+    {"FW", kFW, std::size(kFW)}, {"SCAN", kScan, std::size(kScan)},
+    {"SRV", nullptr, 0},         {"TIME", nullptr, 0},
+    {"AUD", nullptr, 0},         {"VC", nullptr, 0},
+    {"CN", nullptr, 0},          {"TEST", nullptr, 0},
+    {"CC", nullptr, 0},          {"PC", nullptr, 0},
+    {"EAS", nullptr, 0},         {"MSC", kMisc, std::size(kMisc)},
+    {"OS", nullptr, 0},
+};
+
+const ATSCServerService::Dispatcher::Class* ATSCServerService::Dispatcher::findClass(
+    const std::string& name) {
+  for (const Class& commandClass : kClasses) {
+    if (name == commandClass.name) return &commandClass;
+  }
+  return nullptr;
+}
+
+const ATSCServerService::Dispatcher::Command* ATSCServerService::Dispatcher::findCommand(
+    const Class& commandClass, const std::string& name) {
+  for (size_t i = 0; i < commandClass.count; ++i) {
+    if (name == commandClass.commands[i].name) return &commandClass.commands[i];
+  }
+  return nullptr;
+}
+
+int ATSCServerService::jsonCommand(const char* command, char** result) {
+  ATSC_ENTER();
+  const std::string text = command != nullptr ? command : "";
+  if (text.empty()) {
+    ATSC_LEAVE();
+    return 0;
+  }
+  int code = -1;
+  // The JSON library throws on values of the wrong type and on too deep a nesting.
+  try {
+    Json::Reader reader;
+    Json::Value request;
+    if (!reader.parse(text, request)) return -1;
+    if (!request.isObject()) throw std::invalid_argument("it is not a JSON object");
+    const std::string className = request.get("class", "").asString();
+    const std::string commandName = request.get("command", "").asString();
+    if (reduced_logging_ != 1 || className != "PC" || commandName != "ENCODE") {
+      ATSC_LOG(Info, "commad:\n%s", text.c_str());
+    }
+    const Dispatcher::Class* commands = Dispatcher::findClass(className);
+    const Dispatcher::Command* found =
+        commands != nullptr ? Dispatcher::findCommand(*commands, commandName) : nullptr;
+    if (commands == nullptr) {
+      ATSC_LOG(Error, "Class(%s) is not supported", className.c_str());
+    } else if (found == nullptr) {
+      ATSC_LOG(Error, "command(%s) is not support", commandName.c_str());
+    } else {
+      code = found->handler({*this, request, text, result});
+    }
+  } catch (const std::exception& e) {
+    ATSC_LOG(Error, "command refused: %s: %.200s", e.what(), text.c_str());
+    code = -1;
+  }
+  ATSC_LEAVE();
+  return code;
+}
+
+}  // namespace ATSCBUS

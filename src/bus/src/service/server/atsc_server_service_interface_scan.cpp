@@ -1,0 +1,151 @@
+// "SCAN": the channel scan.
+#include <aicn.h>
+#include <aics.h>
+#include <aife.h>
+#include <aifw.h>
+#include <aiin.h>
+#include <atsc/atsc_service.h>
+#include <atsc/atsc_tables.h>
+
+#include <atomic>
+#include <cstring>
+#include <exception>
+
+#include "atsc_log.h"
+#include "service/server/atsc_server_service.h"
+
+ATSC_LOGGER("atsc/service/interface")
+
+namespace ATSCBUS {
+
+namespace {
+
+// Whether the last started scan was a manual one.
+std::atomic<bool> manualScan{false};
+
+// Requested values below this are channel numbers, others frequencies in Hz.
+constexpr uint32_t kChannelNumbers = 256;
+
+// The frequency of a plan's channel, 0 when the plan has no such channel. The last entry of a plan
+// ends it and is no frequency.
+template <size_t N>
+uint32_t planFrequency(const int32_t (&plan)[N], uint32_t firstChannel, uint32_t channel) {
+  if (channel < firstChannel || channel - firstChannel >= N - 1) return 0;
+  return static_cast<uint32_t>(plan[channel - firstChannel]);
+}
+
+const char* stateName(int state) {
+  switch (state) {
+    case AICS_STATE_START:
+      return "START";
+    case AICS_STATE_PROGRESS:
+      return "PROGRESS";
+    case AICS_STATE_OVER:
+      return "OVER";
+    case AICS_STATE_PAUSE:
+      return "PAUSE";
+    case AICS_STATE_RESUME:
+      return "RESUME";
+    default:
+      return "ERROR";
+  }
+}
+
+void playFirstService(int source, uint32_t frequency) {
+  const int status = AIFW_play_first_service(static_cast<uint32_t>(source), frequency);
+  if (status != 0) ATSC_LOG_FAILED("AIFW_play_first_service", status);
+}
+
+// The frequency that the tuner of an input is tuned to, 0 when that is not known.
+uint32_t tunedFrequency(int source) {
+  uint8_t flag = 0;
+  AIIN_input_details input{};
+  int status = AIIN_get_input_details(static_cast<uint32_t>(source), &flag, &input, 0);
+  if (status != 0) ATSC_LOG_FAILED("AIIN_get_input_details", status);
+  AIFE_tuning_details tuning{};
+  status = AIFE_get_tuning_details(input.tuner, AIFE_MAIN_PATH, &tuning);
+  if (status != 0) ATSC_LOG_FAILED("AIFE_get_tuning_details", status);
+  return tuning.frequency;
+}
+
+}  // namespace
+
+int ATSCServerService::Scan_start(Json::Value request) {
+  ATSC_ENTER();
+  AICS_search_request search{};
+  const bool manual = request.get("mode", "auto").asString() != "auto";
+  const bool terrestrial = request.get("src", "VSB").asString() == "VSB";
+  search.search_type = manual ? AICS_SEARCH_MANUAL : AICS_SEARCH_AUTOMATIC;
+  search.source = terrestrial ? AI_INPUT_TERRESTRIAL : AI_INPUT_CABLE;
+  if (manual) {
+    search.frequency = request.get("freq", 0).asUInt();
+    if (search.frequency < kChannelNumbers) {
+      const uint32_t channel = search.frequency;
+      search.frequency = terrestrial ? planFrequency(atsc_freq, 2, channel)
+                                     : planFrequency(cable_digital_std, 1, channel);
+      if (search.frequency == 0) {
+        ATSC_LOG(Error, "no channel %u in the %s plan", channel, terrestrial ? "VSB" : "QAM");
+        ATSC_LEAVE();
+        return -1;
+      }
+    }
+  }
+  manualScan = manual;
+  AICN_set_skip_play_srv(1);
+  search.always_2 = 2;
+  const int status = AICS_start_search(&search, Scan_Callback);
+  if (status != 0) ATSC_LOG_FAILED("AICS_start_search", status);
+  ATSC_LEAVE();
+  return status == 0 ? 0 : -1;
+}
+
+void ATSCServerService::Scan_Callback(void* progress, int state) {
+  ATSC_ENTER();
+  if (progress == nullptr) {
+    ATSC_LOG(Error, "scan state %d without a progress record", state);
+    return;
+  }
+  try {
+    AICS_scan_progress record;
+    memcpy(&record, progress, sizeof record);
+    int source = AI_INPUT_TERRESTRIAL;
+    Json::Value message;
+    message["progress"] = record.progress;
+    message["chn_num"] = record.channel_number;
+    message["ser_found"] = record.services_found;
+    message["cur_freq"] = record.current_frequency;
+    message["lock_freq"] = record.lock_frequency;
+    message["type"] = record.carrier_type;
+    message["tv_num"] = record.tv_services;
+    message["radio_num"] = record.radio_services;
+    message["data_num"] = record.data_services;
+    message["msg"] = stateName(state);
+    if (state == AICS_STATE_OVER) {
+      if (record.band_mask == AI_MODULATION_QAM) source = AI_INPUT_CABLE;
+      ATSC_Service_db_UpdateChannel(source);
+      playFirstService(source, manualScan ? record.current_frequency : 0);
+    }
+    message["class"] = "CALLBACK";
+    message["cbtype"] = "SCAN";
+    const std::string text = Json::StyledWriter().write(message);
+    ATSC_TransmitTVClientJSONCommand(text.c_str(), nullptr);
+    ATSC_LOG(Info, "%s", text.c_str());
+  } catch (const std::exception& e) {
+    ATSC_LOG(Error, "scan state %d is not reported: %s", state, e.what());
+  }
+  ATSC_LEAVE();
+}
+
+int ATSCServerService::Scan_stop() {
+  ATSC_ENTER();
+  const int source = AICN_get_curr_input_source();
+  const int status = AICS_stop_scan();
+  if (status != 0) ATSC_LOG_FAILED("AICS_stop_scan", status);
+  playFirstService(source, manualScan ? tunedFrequency(source) : 0);
+  ATSC_Service_db_UpdateChannel(AI_INPUT_TERRESTRIAL);
+  ATSC_Service_db_UpdateChannel(AI_INPUT_CABLE);
+  ATSC_LEAVE();
+  return status == 0 ? 0 : -1;
+}
+
+}  // namespace ATSCBUS
