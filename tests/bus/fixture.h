@@ -1,0 +1,86 @@
+// A test with a private database and an empty record.
+#ifndef ATSC_TESTS_BUS_FIXTURE_H_
+#define ATSC_TESTS_BUS_FIXTURE_H_
+
+#include <SQLiteCpp/SQLiteCpp.h>
+#include <atsc/atsc_service.h>
+#include <gtest/gtest.h>
+#include <json/json.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "atsc_service_db.h"
+#include "fake.h"
+#include "service/server/atsc_server_service.h"
+
+extern ATSCBUS::ATSCServerService g_atsc_server_service;
+
+class LibraryTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    std::string folder = (std::filesystem::temp_directory_path() / "atsc-test-XXXXXX").string();
+    ASSERT_NE(mkdtemp(&folder[0]), nullptr);
+    folder_ = folder;
+    path_ = (folder_ / "channels.db3").string();
+    setenv("ATSC_CNAHHEL_DB", path_.c_str(), 1);
+    setenv("ATSC_CUSTOM_DB_COLUMN_FILE", (folder_ / "columns.json").c_str(), 1);
+    gChannel_DB_path = path_;
+    atsc_service_db_custom_column.clear();
+    fake::reset();
+  }
+
+  void TearDown() override {
+    fake::reset();
+    std::filesystem::remove_all(folder_);
+  }
+
+  // All values of a statement's rows, columns joined by '|'.
+  std::vector<std::string> rows(const std::string& sql) const {
+    SQLite::Database database(path_);
+    SQLite::Statement statement(database, sql);
+    std::vector<std::string> lines;
+    while (statement.executeStep()) {
+      std::string line;
+      for (int i = 0; i < statement.getColumnCount(); ++i) {
+        line += (i > 0 ? "|" : "") + statement.getColumn(i).getString();
+      }
+      lines.push_back(line);
+    }
+    return lines;
+  }
+
+  void execute(const std::string& sql) const {
+    SQLite::Database(path_, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE).exec(sql);
+  }
+
+  static void writeFile(const std::filesystem::path& path, const std::string& text) {
+    std::ofstream(path, std::ios::binary) << text;
+  }
+
+  // Sends a command as the TV process does.
+  static int send(const std::string& command) {
+    return ATSC_TransmitServiceClientJSONCommand(command.c_str(), nullptr);
+  }
+
+  // Texts of middleware calls that begin with one of the prefixes.
+  static std::vector<std::string> callsOf(const std::vector<std::string>& prefixes) {
+    std::vector<std::string> selected;
+    for (const std::string& call : fake::calls()) {
+      for (const std::string& prefix : prefixes) {
+        if (call.rfind(prefix, 0) == 0) selected.push_back(call);
+      }
+    }
+    return selected;
+  }
+
+  std::filesystem::path folder_;
+  std::string path_;
+};
+
+using Lines = std::vector<std::string>;
+
+#endif  // ATSC_TESTS_BUS_FIXTURE_H_

@@ -1,0 +1,257 @@
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+
+#include <functional>
+
+#include "fixture.h"
+
+namespace {
+
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+using ::testing::UnorderedElementsAre;
+
+constexpr const char* kCreateText =
+    "CREATE TABLE \"channel_data_t\" ( `ch_index`  INTEGER NOT NULL PRIMARY KEY AUTOINCREMENT, "
+    "`name` TEXT, `source_id` INTEGER, `audio_index` INTEGER, `freq` INTEGER, `srv_type` TEXT, "
+    "`tuner_type` TEXT, `major_no` INTEGER, `minor_no` INTEGER, `srv_flag` INTEGER, `fav_group` "
+    "INTEGER, `audio_count` INTEGER, `video_count` INTEGER, `audio_pid` TEXT, `video_pid` TEXT, "
+    "`update_time` INTEGER, `service_delete` INTEGER, `build_from_pmt` INTEGER, `tsid` INTEGER, "
+    "`ch_id_pk` TEXT, `service_record` INTEGER, END  )";
+
+class SchemaTest : public LibraryTest {
+ protected:
+  void SetUp() override {
+    LibraryTest::SetUp();
+    fake::setServices(2, {fake::service(7, 1, 177000000, "T")});
+    fake::setServices(3, {fake::service(8, 1, 57000000, "C", AI_INPUT_CABLE)});
+  }
+
+  // Starts the databases; returns what was printed.
+  static std::string init() {
+    testing::internal::CaptureStdout();
+    ATSC_Service_db_init();
+    return testing::internal::GetCapturedStdout();
+  }
+
+  static bool rebuilt() {
+    return fake::logged("Error", " DB integrity check fail. Rebuild channel DB");
+  }
+
+  Lines names() const {
+    return rows("SELECT name FROM channel_data_t UNION ALL SELECT name FROM channel_data_c");
+  }
+
+  Lines columnsFrom(int first) const {
+    return rows(
+        "SELECT name || ' ' || type FROM pragma_table_info('channel_data_t') WHERE cid >= " +
+        std::to_string(first));
+  }
+};
+
+TEST_F(SchemaTest, AMissingFileIsCreatedAndFilled) {
+  const std::string printed = init();
+  EXPECT_THAT(printed, HasSubstr("[Error]SQLite exception: unable to open database file at "
+                                 "_ATSC_Service_db_createChannelDB_"));
+  EXPECT_THAT(printed, HasSubstr("[_DBG_ATSC_Service_db_printChDb]:\n"
+                                 "[_DBG_ATSC_Service_db_printChDb]:END"));
+  EXPECT_TRUE(rebuilt());
+  EXPECT_THAT(rows("SELECT sql FROM sqlite_master WHERE name='channel_data_t'"),
+              ElementsAre(kCreateText));
+  EXPECT_THAT(rows("PRAGMA user_version"), ElementsAre("1"));
+  EXPECT_THAT(names(), ElementsAre("T", "C"));
+  // The second start finds all in order and shows the table.
+  fake::reset();
+  fake::setServices(2, {fake::service(7, 1, 177000000, "T")});
+  fake::setServices(3, {fake::service(8, 1, 57000000, "C", AI_INPUT_CABLE)});
+  EXPECT_EQ(
+      "[_DBG_ATSC_Service_db_printChDb]:\n"
+      "    Channel[1] [7-1],name[T], ch_id[7-1-177000000]\n"
+      "[_DBG_ATSC_Service_db_printChDb]:END\n",
+      init());
+  EXPECT_FALSE(rebuilt());
+}
+
+TEST_F(SchemaTest, FilesThatCannotBeKept) {
+  const struct {
+    const char* what;
+    std::function<void()> damage;
+  } cases[] = {
+      {"other version", [&] { execute("PRAGMA user_version = 0"); }},
+      {"no database at all", [&] { writeFile(path_, std::string(5000, 'x')); }},
+      {"a few bytes", [&] { writeFile(path_, "SQLite format 3"); }},
+      {"empty", [&] { writeFile(path_, ""); }},
+      {"cut off", [&] { std::filesystem::resize_file(path_, 9000); }},
+      {"a page overwritten",
+       [&] {
+         std::fstream file(path_, std::ios::in | std::ios::out | std::ios::binary);
+         file.seekp(4096 + 8);
+         file << std::string(4000, '\xA5');
+       }},
+      {"a broken schema", [&] {
+         SQLite::Database database(path_, SQLite::OPEN_READWRITE);
+         database.exec("PRAGMA writable_schema = ON");
+         database.exec(
+             "UPDATE sqlite_master SET sql = 'CREATE TABLE (' WHERE name='channel_data_t'");
+       }}};
+  for (const auto& broken : cases) {
+    init();
+    execute("ALTER TABLE channel_data_t ADD COLUMN witness TEXT");
+    broken.damage();
+    init();
+    EXPECT_TRUE(rebuilt()) << broken.what;
+    EXPECT_THAT(names(), ElementsAre("T", "C")) << broken.what;
+    EXPECT_THAT(columnsFrom(22), IsEmpty()) << broken.what << ": the file was kept";
+    EXPECT_THAT(rows("PRAGMA integrity_check"), ElementsAre("ok")) << broken.what;
+    EXPECT_THAT(rows("PRAGMA user_version"), ElementsAre("1")) << broken.what;
+  }
+}
+
+TEST_F(SchemaTest, ABusyFileIsNeverDeleted) {
+  init();
+  struct stat before;
+  ASSERT_EQ(0, stat(path_.c_str(), &before));
+  {
+    SQLite::Database other(path_, SQLite::OPEN_READWRITE);
+    other.exec("BEGIN EXCLUSIVE");
+    EXPECT_THAT(init(), HasSubstr("database is locked"));
+  }
+  struct stat after;
+  ASSERT_EQ(0, stat(path_.c_str(), &after));
+  EXPECT_EQ(before.st_ino, after.st_ino);
+  EXPECT_THAT(names(), ElementsAre("T", "C"));
+}
+
+TEST_F(SchemaTest, APathThatCannotBeAFileIsSurvived) {
+  gChannel_DB_path = folder_.string();
+  setenv("ATSC_CNAHHEL_DB", folder_.c_str(), 1);
+  EXPECT_THAT(init(), HasSubstr("unable to open database file"));
+  EXPECT_TRUE(std::filesystem::is_directory(folder_));
+  setenv("ATSC_CNAHHEL_DB", (folder_ / "none" / "x.db3").c_str(), 1);
+  EXPECT_THAT(init(), HasSubstr("unable to open database file"));
+}
+
+TEST_F(SchemaTest, KeysStayBelowTheNotFoundAnswer) {
+  init();
+  execute("UPDATE channel_data_t SET ch_index = 60000");
+  init();
+  EXPECT_THAT(rows("SELECT ch_index FROM channel_data_t"), ElementsAre("60000"));
+  execute("UPDATE channel_data_t SET ch_index = 60001");
+  execute("UPDATE sqlite_sequence SET seq = 60001 WHERE name='channel_data_t'");
+  fake::reset();
+  fake::setServices(2, {fake::service(7, 1, 177000000, "T")});
+  fake::setServices(3, {fake::service(8, 1, 57000000, "C", AI_INPUT_CABLE)});
+  init();
+  EXPECT_TRUE(rebuilt());
+  EXPECT_THAT(rows("SELECT ch_index, name FROM channel_data_t"), ElementsAre("1|T"));
+  EXPECT_THAT(rows("SELECT ch_index, name FROM channel_data_c"), ElementsAre("1|C"));
+}
+
+TEST_F(SchemaTest, CountsAreComparedWithTheMiddlewares) {
+  init();
+  fake::reset();
+  fake::setServices(2, {fake::service(7, 1, 177000000, "T"), fake::service(7, 2, 177000000, "U")});
+  init();
+  EXPECT_TRUE(fake::logged("Error", "Channel number is not synced( service T(2) , SQLDB T(1)\n"));
+  EXPECT_TRUE(fake::logged("Error", "Channel number is not synced( service C(0), SQLDB C(1)\n"));
+  EXPECT_THAT(names(), ElementsAre("T", "U"));
+  // A middleware that cannot tell proves nothing.
+  fake::reset();
+  fake::setResult("AISRV_get_total_services", 1);
+  init();
+  EXPECT_FALSE(rebuilt());
+  EXPECT_THAT(names(), ElementsAre("T", "U"));
+}
+
+TEST_F(SchemaTest, AnOlderLayoutIsMigrated) {
+  execute("CREATE TABLE channel_data_t (ch_index INTEGER PRIMARY KEY, name TEXT, own TEXT)");
+  execute("CREATE TABLE channel_data_c (ch_index INTEGER PRIMARY KEY, name TEXT)");
+  execute("INSERT INTO channel_data_t VALUES (5, 'old', 'mine')");
+  execute("INSERT INTO channel_data_c VALUES (6, 'older')");
+  execute("CREATE TABLE tmp (x)");  // of a run that the power ended
+  execute("PRAGMA user_version = 1");
+  fake::setResult("AISRV_get_total_services", 1);  // no rebuild
+  init();
+  EXPECT_THAT(rows("SELECT ch_index, name, own, tsid FROM channel_data_t"),
+              ElementsAre("5|old|mine|"));
+  EXPECT_TRUE(fake::logged(
+      "Info", "add DB command: ALTER TABLE channel_data_t ADD COLUMN `tsid` INTEGER "));
+  EXPECT_TRUE(fake::logged(
+      "Info", "add DB command: ALTER TABLE channel_data_c ADD COLUMN `srv_type` TEXT "));
+  EXPECT_THAT(rows("SELECT name FROM sqlite_master WHERE name='tmp'"), IsEmpty());
+  fake::setResult("AISRV_get_total_services", 0);
+  EXPECT_EQ(1, ATSC_Service_db_UpdateChannel(2));
+  EXPECT_THAT(names(), ElementsAre("T", "older"));
+}
+
+TEST_F(SchemaTest, CustomerColumns) {
+  const std::string longName(128, 'n');
+  writeFile(
+      folder_ / "columns.json",
+      "{ /* product */ \"column\": ["
+      "{\"name\":\"zoom\",\"type\":\"integer\"}, {\"name\":\"note\",\"type\":\"INTEGER\"},"
+      "{\"name\":\"odd` TEXT); DROP TABLE channel_data_t;--\",\"type\":\"text\"},"
+      "{\"name\":\"select\"}, {\"name\":\"zoom\",\"type\":\"text\"},"
+      "{\"name\":\"" +
+          longName.substr(1) +
+          "\"},"
+          "{\"name\":\"" +
+          longName +
+          "\"}, {\"name\":\"\"}, {\"name\":7}, {\"type\":\"text\"}, 3,"
+          "{\"name\":\"NAME\"}, {\"name\":\"end\"}, {\"name\":\"a\\u0000b\"}], \"other\": 1}");
+  init();
+  EXPECT_THAT(columnsFrom(22), ElementsAre("zoom INTEGER", "note TEXT",
+                                           "odd` TEXT); DROP TABLE channel_data_t;-- TEXT",
+                                           "select TEXT", longName.substr(1) + " TEXT"));
+  EXPECT_TRUE(fake::logged("Info", "customized cloumns size 14\n"));
+  EXPECT_TRUE(fake::logged("Info", "customized cloumn name[1] note"));
+  EXPECT_TRUE(fake::logged(
+      "Error", "customized column[6] rejected: the name has 128 bytes or more: " + longName));
+  EXPECT_TRUE(fake::logged(
+      "Error", "customized column[11] rejected: the channel tables have that column: NAME"));
+  EXPECT_THAT(names(), ElementsAre("T", "C"));
+  // Values survive a synchronisation and a start without the file.
+  execute("UPDATE channel_data_t SET zoom = 3");
+  writeFile(folder_ / "columns.json", "{}");
+  init();
+  EXPECT_EQ(0, ATSC_Service_db_UpdateChannel(2));
+  EXPECT_THAT(rows("SELECT zoom FROM channel_data_t"), ElementsAre("3"));
+}
+
+TEST_F(SchemaTest, CustomerColumnFilesThatCannotBeUsed) {
+  atsc_service_db_custom_column.resize(1);
+  EXPECT_EQ(-1, _ATSC_Service_db_cus_init());  // no such file: the previous columns stay
+  writeFile(folder_ / "columns.json", "{\"column\":[");
+  EXPECT_EQ(-1, _ATSC_Service_db_cus_init());
+  writeFile(folder_ / "columns.json", "{\"column\":" + std::string(5000, '['));
+  EXPECT_EQ(-1, _ATSC_Service_db_cus_init());
+  EXPECT_EQ(1u, atsc_service_db_custom_column.size());
+  writeFile(folder_ / "columns.json", "[1]");
+  EXPECT_EQ(0, _ATSC_Service_db_cus_init());
+  EXPECT_TRUE(atsc_service_db_custom_column.empty());
+  std::string many = "{\"column\":[{\"name\":\"c\"}";
+  for (int i = 1; i < 300; ++i) many += ",{\"name\":\"c" + std::to_string(i) + "\"}";
+  writeFile(folder_ / "columns.json", many + "]}");
+  EXPECT_EQ(0, _ATSC_Service_db_cus_init());
+  EXPECT_EQ(255u, atsc_service_db_custom_column.size());
+}
+
+TEST_F(SchemaTest, AFileBesideTheExecutableGoesBeforeTheSystems) {
+  const auto beside =
+      std::filesystem::read_symlink("/proc/self/exe").parent_path() / "qel.atsc.cus_col.json";
+  unsetenv("ATSC_CUSTOM_DB_COLUMN_FILE");
+  EXPECT_EQ("/system/com.qel.atsc/qel.atsc.cus_col.json",
+            _ATSC_Service_db_get_custom_column_file());
+  writeFile(beside, "{}");
+  EXPECT_EQ(beside.string(), _ATSC_Service_db_get_custom_column_file());
+  setenv("ATSC_CUSTOM_DB_COLUMN_FILE", "/system/com.qel.atsc/qel.atsc.cus_col.json", 1);
+  EXPECT_EQ(beside.string(), _ATSC_Service_db_get_custom_column_file());
+  setenv("ATSC_CUSTOM_DB_COLUMN_FILE", "/elsewhere.json", 1);
+  EXPECT_EQ("/elsewhere.json", _ATSC_Service_db_get_custom_column_file());
+  std::filesystem::remove(beside);
+}
+
+}  // namespace

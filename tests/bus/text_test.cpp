@@ -1,0 +1,88 @@
+#include <gmock/gmock.h>
+
+#include "atsc_text.h"
+#include "fixture.h"
+
+namespace {
+
+class TextTest : public LibraryTest {
+ protected:
+  // The conversion of exact-size buffers, as all callers use it.
+  static std::string convert(const std::string& utf16) {
+    const auto* bytes = reinterpret_cast<const uint8_t*>(utf16.data());
+    const auto length = static_cast<uint32_t>(utf16.size());
+    uint32_t size = Utili_UTF16BEToUTF8Length(bytes, length);
+    std::vector<uint8_t> out(size + 1);
+    EXPECT_EQ(1, Utili_ConvertUTF16BEToUTF8(bytes, length, out.data(), &size));
+    return std::string(out.begin(), out.begin() + size);
+  }
+};
+
+using std::string_literals::operator""s;
+
+TEST_F(TextTest, EncodesEveryUnitOnItsOwn) {
+  EXPECT_EQ("", convert(""));
+  EXPECT_EQ("A", convert("\0A\0\0\0B"s));  // a 0 unit ends the text
+  EXPECT_EQ("\x7F", convert("\0\x7F"s));
+  EXPECT_EQ("\xC2\x80\xDF\xBF", convert("\0\x80\x07\xFF"s));
+  EXPECT_EQ("\xE0\xA0\x80\xE2\x82\xAC", convert("\x08\0\x20\xAC"s));
+  EXPECT_EQ("\xED\xA0\xBD\xED\xB8\x80", convert("\xD8\x3D\xDE\0"s));  // surrogates are not combined
+}
+
+TEST_F(TextTest, BadInputIsLogged) {
+  uint8_t out[8];
+  uint32_t capacity = sizeof out;
+  const uint8_t bytes[] = {0, 'A', 0, 'B', 0};
+  EXPECT_EQ(0u, Utili_UTF16BEToUTF8Length(bytes, 5));
+  EXPECT_EQ(-1, Utili_ConvertUTF16BEToUTF8(bytes, 5, out, &capacity));
+  EXPECT_EQ(0u, Utili_UTF16BEToUTF8Length(nullptr, 2));
+  EXPECT_EQ(-1, Utili_ConvertUTF16BEToUTF8(bytes, 4, nullptr, &capacity));
+  EXPECT_EQ(-1, Utili_ConvertUTF16BEToUTF8(bytes, 4, out, nullptr));
+  EXPECT_THAT(fake::logs(), ::testing::ElementsAre(
+                                "Error UTF16Len MUST be even", "Error UTF16Len MUST be even",
+                                "Error input parameter is null.", "Error input parameter is null.",
+                                "Error input parameter is null."));
+}
+
+TEST_F(TextTest, ServiceRecordsGetSlotsOf50BytesWith40Usable) {
+  AISRV_service_info records[3] = {};
+  const uint32_t count = 3;
+  uint8_t names[150];
+  Utili_allocSrvMem(records, &count, names);
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(names + 50 * i, records[i].name.text);
+    EXPECT_EQ(40, records[i].name.length);
+  }
+}
+
+TEST_F(TextTest, PrintsAServiceWithoutReadingPastItsName) {
+  uint8_t name[] = {'N', 'E', 'W', 'S'};  // no terminator
+  AISRV_service_info record{};
+  record.major = 7;
+  record.minor = 1;
+  record.frequency = 177000000;
+  record.AISRV_fav_group_ = 0x30;
+  record.AISRV_flags_ = 0x2C;
+  record.name = {name, sizeof name, 0};
+  Utili_printSrvInfo(&record);
+  EXPECT_TRUE(
+      fake::logged("Info", "Channel No(7-1), freq(177000000), fav(30), flag(2c), name(NEWS)"));
+}
+
+TEST_F(TextTest, AudioIndexComesFromTheSourcesTable) {
+  execute("CREATE TABLE channel_data_t (major_no, minor_no, freq, audio_index)");
+  execute("CREATE TABLE channel_data_c (major_no, minor_no, freq, audio_index)");
+  execute("INSERT INTO channel_data_t VALUES (7, 1, 177000000, 2)");
+  execute("INSERT INTO channel_data_c VALUES (7, 1, 177000000, 3)");
+  AISRV_service_info record = fake::service(7, 1, 177000000, "").info;
+  const std::pair<uint32_t, uint32_t> expected[] = {{0, 2}, {2, 2}, {1, 3}, {3, 3}, {4, 65535}};
+  for (const auto& [source, index] : expected) {
+    record.service_id.input_source = source;
+    EXPECT_EQ(index, ATSC_Service_getAudioIndex_fromDB(&record)) << source;
+  }
+  record.service_id.input_source = 2;
+  record.frequency = 1;
+  EXPECT_EQ(65535u, ATSC_Service_getAudioIndex_fromDB(&record));
+}
+
+}  // namespace

@@ -1,0 +1,63 @@
+// The recording platform: what the library called, logged and sent; what it shall be answered.
+#ifndef ATSC_TESTS_FAKE_H_
+#define ATSC_TESTS_FAKE_H_
+
+#include <aics.h>
+#include <aisrv.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace fake {
+
+struct Service {
+  AISRV_service_info info{};  // without the name
+  std::string name;           // bytes as the middleware has them
+  uint32_t nameEncoding = AI_TEXT_UTF16BE;
+  std::vector<AISRV_pid_info> pids;
+};
+
+// ASCII as UTF-16BE.
+std::string utf16(const std::string& ascii);
+
+// A terrestrial TV service (or a cable one) with one video and one audio stream.
+Service service(uint16_t major, uint16_t minor, uint32_t frequency, const std::string& name,
+                uint32_t input = AI_INPUT_TERRESTRIAL);
+
+// Forgets everything recorded and set.
+void reset();
+
+// Middleware calls so far, such as "AICN_set_skip_play_srv(1)".
+std::vector<std::string> calls();
+
+// Runs on every middleware call, before it answers; without a lock.
+void onCall(std::function<void(const std::string& call)> hook);
+
+// What a middleware function returns, 0 unless set.
+void setResult(const std::string& function, int status);
+
+void setServices(uint32_t input, std::vector<Service> services);
+// Makes the middleware claim another count than it has.
+void claimCount(uint32_t count);
+void setTime(uint32_t seconds);
+void setCurrent(const Service& service, int input);
+void setTunedFrequency(uint32_t frequency);
+void setIndexStatus(std::vector<int> statuses);
+
+// The callback of the last search.
+AICS_scan_callback scanCallback();
+AICS_search_request lastSearch();
+
+// Log lines "LEVEL text", without the prefix up to the location.
+std::vector<std::string> logs();
+// The newest full line that holds `text`, "" when there is none.
+std::string logLine(const std::string& text);
+bool logged(const std::string& level, const std::string& text);
+
+// Texts sent to a name that no server in this process serves.
+std::vector<std::string> sent();
+
+}  // namespace fake
+
+#endif  // ATSC_TESTS_FAKE_H_

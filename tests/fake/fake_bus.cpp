@@ -1,0 +1,183 @@
+// BUS inside one process and the recording logger.
+#include <bus.h>
+#include <logger_cpp.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <deque>
+#include <map>
+#include <mutex>
+#include <variant>
+
+#include "fake.h"
+
+namespace {
+
+struct Record {
+  std::mutex mutex;
+  std::map<std::string, BUSServerInterface*> servers;
+  std::vector<std::string> sent;
+  std::vector<std::string> logs;
+};
+
+// Outlives every global that logs.
+Record& record() {
+  static Record* instance = new Record;
+  return *instance;
+}
+
+void log(const char* level, const char* format, va_list arguments) {
+  va_list copy;
+  va_copy(copy, arguments);
+  const int length = vsnprintf(nullptr, 0, format, copy);
+  va_end(copy);
+  std::string text(static_cast<size_t>(length) + 1, '\0');
+  vsnprintf(&text[0], text.size(), format, arguments);
+  text.pop_back();
+  std::lock_guard<std::mutex> lock(record().mutex);
+  record().logs.push_back(std::string(level) + " " + text);
+}
+
+}  // namespace
+
+struct BUSParam::Impl {
+  std::deque<std::variant<std::string, int32_t>> items;
+  std::deque<std::string> read;
+};
+
+BUSParam::BUSParam() : impl_(new Impl) {}
+BUSParam::~BUSParam() = default;
+
+int BUSParam::writeCString(const char* text) {
+  if (text == nullptr) return -1;
+  impl_->items.emplace_back(std::string(text));
+  return 0;
+}
+
+const char* BUSParam::readCString() {
+  if (impl_->items.empty() || !std::holds_alternative<std::string>(impl_->items.front())) {
+    return nullptr;
+  }
+  impl_->read.push_back(std::get<std::string>(impl_->items.front()));
+  impl_->items.pop_front();
+  return impl_->read.back().c_str();
+}
+
+int BUSParam::writeInt32(int32_t value) {
+  impl_->items.emplace_back(value);
+  return 0;
+}
+
+int32_t BUSParam::readInt32() {
+  while (!impl_->items.empty() && std::holds_alternative<std::string>(impl_->items.front())) {
+    impl_->items.pop_front();
+  }
+  if (impl_->items.empty()) return 0;
+  const int32_t value = std::get<int32_t>(impl_->items.front());
+  impl_->items.pop_front();
+  return value;
+}
+
+struct BUSServerInterface::Impl {
+  std::string name;
+};
+
+BUSServerInterface::BUSServerInterface(const char* name, const char* /*description*/)
+    : impl_(new Impl{name}) {}
+BUSServerInterface::~BUSServerInterface() = default;
+
+void BUSServerInterface::start() {
+  std::lock_guard<std::mutex> lock(record().mutex);
+  record().servers[impl_->name] = this;
+}
+
+void BUSServerInterface::stop() {
+  std::lock_guard<std::mutex> lock(record().mutex);
+  record().servers.erase(impl_->name);
+}
+
+struct BUSClientInterface::Impl {
+  std::string name;
+};
+
+BUSClientInterface::BUSClientInterface(const char* name, const char* /*description*/)
+    : impl_(new Impl{name}) {}
+BUSClientInterface::~BUSClientInterface() = default;
+
+int BUSClientInterface::transact(unsigned int code, BUSParam& data, BUSParam* reply,
+                                 unsigned int flags) {
+  BUSServerInterface* server = nullptr;
+  {
+    std::lock_guard<std::mutex> lock(record().mutex);
+    const auto found = record().servers.find(impl_->name);
+    if (found != record().servers.end()) server = found->second;
+  }
+  if (server != nullptr) return server->onTransact(code, data, reply, flags);
+  const char* text = data.readCString();
+  std::lock_guard<std::mutex> lock(record().mutex);
+  record().sent.push_back(text != nullptr ? text : "");
+  return -1;
+}
+
+struct LoggerCpp::Impl {};
+
+LoggerCpp::LoggerCpp(const char* /*name*/, const char* /*category*/) : impl_(new Impl) {}
+LoggerCpp::~LoggerCpp() = default;
+
+#define FAKE_LEVEL(level)                          \
+  void LoggerCpp::level(const char* format, ...) { \
+    va_list arguments;                             \
+    va_start(arguments, format);                   \
+    log(#level, format, arguments);                \
+    va_end(arguments);                             \
+  }
+FAKE_LEVEL(Trace)
+FAKE_LEVEL(Debug)
+FAKE_LEVEL(Info)
+FAKE_LEVEL(Warn)
+FAKE_LEVEL(Error)
+
+namespace fake {
+
+void resetBus() {
+  std::lock_guard<std::mutex> lock(record().mutex);
+  record().sent.clear();
+  record().logs.clear();
+}
+
+std::vector<std::string> sent() {
+  std::lock_guard<std::mutex> lock(record().mutex);
+  return record().sent;
+}
+
+// "LEVEL tag: [pid][function()][file:line] text" without what stands in brackets and the tag.
+std::vector<std::string> logs() {
+  std::lock_guard<std::mutex> lock(record().mutex);
+  std::vector<std::string> lines;
+  for (const std::string& line : record().logs) {
+    const size_t location = line.find(".cpp:");
+    const size_t end = location == std::string::npos ? location : line.find("] ", location);
+    lines.push_back(end == std::string::npos
+                        ? line
+                        : line.substr(0, line.find(' ') + 1) + line.substr(end + 2));
+  }
+  return lines;
+}
+
+std::string logLine(const std::string& text) {
+  std::lock_guard<std::mutex> lock(record().mutex);
+  for (auto line = record().logs.rbegin(); line != record().logs.rend(); ++line) {
+    if (line->find(text) != std::string::npos) return *line;
+  }
+  return {};
+}
+
+bool logged(const std::string& level, const std::string& text) {
+  const std::string wanted = level + " " + text;
+  for (const std::string& line : logs()) {
+    if (line == wanted) return true;
+  }
+  return false;
+}
+
+}  // namespace fake

@@ -1,0 +1,301 @@
+#include <aicn.h>
+#include <aife.h>
+#include <aifw.h>
+#include <aiin.h>
+#include <aipt.h>
+#include <aist.h>
+#include <aiup.h>
+
+#include <algorithm>
+#include <cstring>
+#include <map>
+#include <mutex>
+
+#include "fake.h"
+
+namespace fake {
+
+void resetBus();
+
+namespace {
+
+struct State {
+  std::vector<std::string> calls;
+  std::map<std::string, int> results;
+  std::map<uint32_t, std::vector<Service>> services;
+  std::function<void(const std::string&)> hook;
+  bool countIsClaimed = false;
+  uint32_t claimedCount = 0;
+  uint32_t time = 1000;
+  bool hasCurrent = false;
+  Service current;
+  int currentInput = AI_INPUT_TERRESTRIAL;
+  uint32_t tunedFrequency = 0;
+  std::vector<int> indexStatuses;
+  AICS_scan_callback callback = nullptr;
+  AICS_search_request search{};
+};
+
+std::mutex g_mutex;
+
+State& state() {
+  static State* instance = new State;
+  return *instance;
+}
+
+std::string text(long long value) { return std::to_string(value); }
+
+std::string text(const void* pointer) { return pointer != nullptr ? "*" : "null"; }
+
+// Records a call and returns the status set for it.
+template <typename... Arguments>
+int called(const std::string& function, Arguments... arguments) {
+  std::string listed;
+  ((listed += (listed.empty() ? "" : ",") + text(arguments)), ...);
+  const std::string call = function + "(" + listed + ")";
+  std::function<void(const std::string&)> hook;
+  int status = 0;
+  {
+    std::lock_guard<std::mutex> lock(g_mutex);
+    state().calls.push_back(call);
+    const auto result = state().results.find(function);
+    if (result != state().results.end()) status = result->second;
+    hook = state().hook;
+  }
+  if (hook) hook(call);
+  return status;
+}
+
+void copyService(const Service& from, AISRV_service_info& to) {
+  const multiple_lang_t lent = to.name;
+  to = from.info;
+  to.name = lent;
+  to.name.length = static_cast<uint16_t>(
+      std::min<size_t>(from.name.size(), lent.text != nullptr ? lent.length : 0));
+  if (to.name.length > 0) memcpy(to.name.text, from.name.data(), to.name.length);
+  to.name.encoding = from.nameEncoding;
+}
+
+}  // namespace
+
+std::string utf16(const std::string& ascii) {
+  std::string bytes;
+  for (const char c : ascii) {
+    bytes += '\0';
+    bytes += c;
+  }
+  return bytes;
+}
+
+Service service(uint16_t major, uint16_t minor, uint32_t frequency, const std::string& name,
+                uint32_t input) {
+  Service made;
+  made.info.service_id = {static_cast<uint32_t>(major * 100 + minor), input};
+  made.info.service_type = AISRV_TYPE_TV;
+  made.info.major = major;
+  made.info.minor = minor;
+  made.info.frequency = frequency;
+  made.info.source_id = minor;
+  made.info.modulation = input == AI_INPUT_TERRESTRIAL ? AI_MODULATION_8VSB : AI_MODULATION_QAM;
+  made.info.AISRV_flags_ = AISRV_FLAG_VISIBLE;
+  made.info.transport_stream_id = 4711;
+  made.name = utf16(name);
+  AISRV_pid_info video{};
+  video.stream_type = 0x02;
+  video.pid = 49;
+  AISRV_pid_info audio{};
+  audio.stream_type = 0x81;
+  audio.pid = 52;
+  memcpy(audio.language, "eng", 3);
+  made.pids = {video, audio};
+  return made;
+}
+
+void reset() {
+  resetBus();
+  std::lock_guard<std::mutex> lock(g_mutex);
+  state() = State();
+}
+
+std::vector<std::string> calls() {
+  std::lock_guard<std::mutex> lock(g_mutex);
+  return state().calls;
+}
+
+void onCall(std::function<void(const std::string&)> hook) {
+  std::lock_guard<std::mutex> lock(g_mutex);
+  state().hook = std::move(hook);
+}
+
+void setResult(const std::string& function, int status) {
+  std::lock_guard<std::mutex> lock(g_mutex);
+  state().results[function] = status;
+}
+
+void setServices(uint32_t input, std::vector<Service> services) {
+  std::lock_guard<std::mutex> lock(g_mutex);
+  state().services[input] = std::move(services);
+}
+
+void claimCount(uint32_t count) {
+  std::lock_guard<std::mutex> lock(g_mutex);
+  state().countIsClaimed = true;
+  state().claimedCount = count;
+}
+
+void setTime(uint32_t seconds) {
+  std::lock_guard<std::mutex> lock(g_mutex);
+  state().time = seconds;
+}
+
+void setCurrent(const Service& service, int input) {
+  std::lock_guard<std::mutex> lock(g_mutex);
+  state().hasCurrent = true;
+  state().current = service;
+  state().currentInput = input;
+}
+
+void setTunedFrequency(uint32_t frequency) {
+  std::lock_guard<std::mutex> lock(g_mutex);
+  state().tunedFrequency = frequency;
+}
+
+void setIndexStatus(std::vector<int> statuses) {
+  std::lock_guard<std::mutex> lock(g_mutex);
+  state().indexStatuses = std::move(statuses);
+}
+
+AICS_scan_callback scanCallback() {
+  std::lock_guard<std::mutex> lock(g_mutex);
+  return state().callback;
+}
+
+AICS_search_request lastSearch() {
+  std::lock_guard<std::mutex> lock(g_mutex);
+  return state().search;
+}
+
+}  // namespace fake
+
+using fake::called;
+using fake::g_mutex;
+using fake::state;
+
+extern "C" {
+
+int AISRV_get_total_services(uint32_t input, uint32_t mask, const AISRV_query_filter* filter,
+                             uint32_t reserved, uint32_t* count) {
+  const int status = called(__func__, input, mask, filter, reserved, count);
+  std::lock_guard<std::mutex> lock(g_mutex);
+  *count = state().countIsClaimed ? state().claimedCount
+                                  : static_cast<uint32_t>(state().services[input].size());
+  return status;
+}
+
+int AISRV_get_n_services(uint32_t input, uint32_t mask, uint32_t first,
+                         const AISRV_query_filter* filter, uint32_t reserved1, uint32_t reserved2,
+                         uint32_t* count, AISRV_service_info* records) {
+  const int status =
+      called(__func__, input, mask, first, filter, reserved1, reserved2, count, records);
+  std::lock_guard<std::mutex> lock(g_mutex);
+  const std::vector<fake::Service>& services = state().services[input];
+  const uint32_t copied = std::min<uint32_t>(*count, static_cast<uint32_t>(services.size()));
+  for (uint32_t i = 0; i < copied; ++i) fake::copyService(services[i], records[i]);
+  *count = state().countIsClaimed ? state().claimedCount : copied;
+  return status;
+}
+
+int AISRV_get_pid_details(const AISRV_service_info* service, AISRV_pid_details* details) {
+  const int status = called(__func__, service, details);
+  std::lock_guard<std::mutex> lock(g_mutex);
+  for (const auto& [input, services] : state().services) {
+    for (const fake::Service& known : services) {
+      if (memcmp(&known.info.service_id, &service->service_id, sizeof known.info.service_id) == 0) {
+        details->count = static_cast<uint32_t>(known.pids.size());
+        std::copy_n(known.pids.begin(), std::min<size_t>(known.pids.size(), AISRV_MAX_PIDS),
+                    details->pids);
+      }
+    }
+  }
+  return status;
+}
+
+int AISRV_sync_to_database(void) { return called(__func__); }
+
+int AIST_get_cur_time_secs(uint32_t* seconds) {
+  const int status = called(__func__, seconds);
+  std::lock_guard<std::mutex> lock(g_mutex);
+  *seconds = state().time;
+  return status;
+}
+
+int AICN_get_current(AISRV_service_info* record) {
+  const int status = called(__func__, record);
+  std::lock_guard<std::mutex> lock(g_mutex);
+  if (!state().hasCurrent) return -1;
+  fake::copyService(state().current, *record);
+  return status;
+}
+
+int AICN_get_curr_input_source(void) {
+  called(__func__);
+  std::lock_guard<std::mutex> lock(g_mutex);
+  return state().currentInput;
+}
+
+int AICN_get_chan_state(void) { return called(__func__); }
+int AICN_set_skip_play_srv(int skip) { return called(__func__, skip); }
+
+int AICS_start_search(const AICS_search_request* request, AICS_scan_callback callback) {
+  const int status = called(__func__, request->search_type, request->always_2, request->frequency,
+                            request->source);
+  std::lock_guard<std::mutex> lock(g_mutex);
+  state().search = *request;
+  state().callback = callback;
+  return status;
+}
+
+int AICS_stop_scan(void) { return called(__func__); }
+
+int AIIN_get_input_details(uint32_t input, uint8_t* flag, AIIN_input_details* details,
+                           uint32_t reserved) {
+  const int status = called(__func__, input, *flag, details, reserved);
+  details->type = input;
+  details->tuner = 1;
+  return status;
+}
+
+int AIFE_get_tuning_details(uint32_t tuner, uint32_t path, AIFE_tuning_details* details) {
+  const int status = called(__func__, tuner, path, details);
+  std::lock_guard<std::mutex> lock(g_mutex);
+  details->frequency = state().tunedFrequency;
+  return status;
+}
+
+int AIFW_init(int mode) { return called(__func__, mode); }
+int AIFW_play_first_service(uint32_t input, uint32_t frequency) {
+  return called(__func__, input, frequency);
+}
+int AIFW_stop_curr_src(void) { return called(__func__); }
+int AIFW_channel_change(const AIFW_channel_change_request* request) {
+  return called(__func__, request->mode, request->input_source, request->service_mask,
+                request->major, request->minor, request->reserved, request->service_rec,
+                request->input_source_again);
+}
+int AIFW_passwd_reqd_non_play_src(int required) { return called(__func__, required); }
+int AIFW_pwd_unlocked_no_playing(int unlocked) { return called(__func__, unlocked); }
+int AIUP_store_all(void) { return called(__func__); }
+int AIUP_sync(void) { return called(__func__); }
+
+int AIPT_get_index_status(int* status, int path) {
+  const int result = called(__func__, status, path);
+  std::lock_guard<std::mutex> lock(g_mutex);
+  *status = 0;
+  if (!state().indexStatuses.empty()) {
+    *status = state().indexStatuses.front();
+    state().indexStatuses.erase(state().indexStatuses.begin());
+  }
+  return result;
+}
+
+}  // extern "C"
