@@ -28,6 +28,9 @@ Service service(uint16_t major, uint16_t minor, uint32_t frequency, const std::s
 // Forgets everything recorded and set.
 void reset();
 
+// Off: calls and log lines cost nothing and leave no trace.
+void setRecording(bool on);
+
 // Middleware calls so far, such as "AICN_set_skip_play_srv(1)".
 std::vector<std::string> calls();
 

@@ -2,6 +2,7 @@
 #include <bus.h>
 #include <logger_cpp.h>
 
+#include <atomic>
 #include <cstdarg>
 #include <cstdio>
 #include <deque>
@@ -10,6 +11,14 @@
 #include <variant>
 
 #include "fake.h"
+
+namespace fake {
+
+std::atomic<bool> g_recording{true};
+
+void setRecording(bool on) { g_recording = on; }
+
+}  // namespace fake
 
 namespace {
 
@@ -27,6 +36,7 @@ Record& record() {
 }
 
 void log(const char* level, const char* format, va_list arguments) {
+  if (!fake::g_recording) return;
   va_list copy;
   va_copy(copy, arguments);
   const int length = vsnprintf(nullptr, 0, format, copy);

@@ -7,6 +7,7 @@
 #include <aiup.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <map>
 #include <mutex>
@@ -16,6 +17,7 @@
 namespace fake {
 
 void resetBus();
+extern std::atomic<bool> g_recording;
 
 namespace {
 
@@ -23,6 +25,7 @@ struct State {
   std::vector<std::string> calls;
   std::map<std::string, int> results;
   std::map<uint32_t, std::vector<Service>> services;
+  std::map<std::pair<uint32_t, uint32_t>, std::vector<AISRV_pid_info>> pids;  // by service id
   std::function<void(const std::string&)> hook;
   bool countIsClaimed = false;
   uint32_t claimedCount = 0;
@@ -49,10 +52,11 @@ std::string text(const void* pointer) { return pointer != nullptr ? "*" : "null"
 
 // Records a call and returns the status set for it.
 template <typename... Arguments>
-int called(const std::string& function, Arguments... arguments) {
+int called(const char* function, Arguments... arguments) {
+  if (!g_recording) return 0;
   std::string listed;
   ((listed += (listed.empty() ? "" : ",") + text(arguments)), ...);
-  const std::string call = function + "(" + listed + ")";
+  const std::string call = std::string(function) + "(" + listed + ")";
   std::function<void(const std::string&)> hook;
   int status = 0;
   {
@@ -134,6 +138,10 @@ void setResult(const std::string& function, int status) {
 
 void setServices(uint32_t input, std::vector<Service> services) {
   std::lock_guard<std::mutex> lock(g_mutex);
+  for (const Service& service : services) {
+    const AISRV_service_id& id = service.info.service_id;
+    state().pids[{id.input_source, id.service_rec}] = service.pids;
+  }
   state().services[input] = std::move(services);
 }
 
@@ -208,14 +216,12 @@ int AISRV_get_n_services(uint32_t input, uint32_t mask, uint32_t first,
 int AISRV_get_pid_details(const AISRV_service_info* service, AISRV_pid_details* details) {
   const int status = called(__func__, service, details);
   std::lock_guard<std::mutex> lock(g_mutex);
-  for (const auto& [input, services] : state().services) {
-    for (const fake::Service& known : services) {
-      if (memcmp(&known.info.service_id, &service->service_id, sizeof known.info.service_id) == 0) {
-        details->count = static_cast<uint32_t>(known.pids.size());
-        std::copy_n(known.pids.begin(), std::min<size_t>(known.pids.size(), AISRV_MAX_PIDS),
-                    details->pids);
-      }
-    }
+  const auto known =
+      state().pids.find({service->service_id.input_source, service->service_id.service_rec});
+  if (known != state().pids.end()) {
+    details->count = static_cast<uint32_t>(known->second.size());
+    std::copy_n(known->second.begin(), std::min<size_t>(known->second.size(), AISRV_MAX_PIDS),
+                details->pids);
   }
   return status;
 }

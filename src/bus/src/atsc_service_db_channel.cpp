@@ -11,6 +11,7 @@
 #include <tuple>
 #include <unordered_map>
 #include <utility>
+#include <variant>
 
 #include "atsc_log.h"
 #include "atsc_service_db.h"
@@ -134,56 +135,116 @@ std::string nameOf(const AISRV_service_info& service) {
   return atsc::textToUTF8(service.name, atsc::kNameSlot);
 }
 
-}  // namespace
+// What a synchronisation writes of a service, in the order of the insertion.
+enum ChannelColumn {
+  kName,
+  kBuildFromPmt,
+  kMajor,
+  kMinor,
+  kServiceRecord,
+  kSourceId,
+  kFrequency,
+  kServiceType,
+  kServiceFlag,
+  kFavouriteGroup,
+  kServiceDelete,
+  kAudioPid,
+  kVideoPid,
+  kAudioCount,
+  kVideoCount,
+  kUpdateTime,
+  kChannelKey,
+  kTransportStreamId,
+  kTunerType,
+  kChannelColumns,
+};
 
-// The text after "INSERT INTO table" for one service.
-std::string _ATSC_Service_db_getChannelInsert_Command(const AISRV_service_info& service,
-                                                      const StreamTexts& streams) {
-  sqlString values;
-  values.conStr(nameOf(service));
-  values << "," << (service.build_from_pmt == 1 ? "1" : "0") << "," << service.major << ","
-         << service.minor << "," << service.service_id.service_rec << ","
-         << static_cast<uint16_t>(service.source_id) << "," << service.frequency << ",";
-  values.conStr(serviceTypeName(service.service_type));
-  values << "," << service.AISRV_flags_ << "," << service.AISRV_fav_group_ << ","
-         << service.service_delete << ",";
-  values.conStr(streams.audio_pid);
-  values++;
-  values.conStr(streams.video_pid);
-  values << "," << streams.audio_count << "," << streams.video_count << "," << gCurTime << ",";
-  values.conStr(channelKey(service));
-  values << "," << service.transport_stream_id << ",";
-  values.conStr(service.modulation == AI_MODULATION_8VSB ? "VSB" : "QAM");
-  return " ( name,build_from_pmt,major_no,minor_no,service_record,source_id,freq,srv_type,"
-         "srv_flag,fav_group,service_delete,audio_pid,video_pid,audio_count,video_count,"
-         "update_time,ch_id_pk,tsid,tuner_type)VALUES (" +
-         values.str() + ")";
+constexpr std::array<const char*, kChannelColumns> kColumnNames = {
+    "name",           "build_from_pmt", "major_no",  "minor_no",    "service_record",
+    "source_id",      "freq",           "srv_type",  "srv_flag",    "fav_group",
+    "service_delete", "audio_pid",      "video_pid", "audio_count", "video_count",
+    "update_time",    "ch_id_pk",       "tsid",      "tuner_type"};
+
+constexpr std::array<ChannelColumn, kChannelColumns> kUpdateOrder = {
+    kName,          kBuildFromPmt, kServiceRecord,     kMajor,       kMinor,
+    kSourceId,      kFrequency,    kServiceType,       kServiceFlag, kFavouriteGroup,
+    kServiceDelete, kUpdateTime,   kAudioPid,          kVideoPid,    kAudioCount,
+    kVideoCount,    kTunerType,    kTransportStreamId, kChannelKey};
+
+// The key by which an update addresses its rows.
+constexpr std::array<ChannelColumn, 3> kUpdateKey = {kMajor, kMinor, kFrequency};
+
+using ChannelRow = std::array<std::variant<int64_t, std::string>, kChannelColumns>;
+
+ChannelRow channelRow(const AISRV_service_info& service, const StreamTexts& streams) {
+  ChannelRow row;
+  row[kName] = nameOf(service);
+  row[kBuildFromPmt] = int64_t{service.build_from_pmt == 1};
+  row[kMajor] = service.major;
+  row[kMinor] = service.minor;
+  row[kServiceRecord] = service.service_id.service_rec;
+  row[kSourceId] = static_cast<uint16_t>(service.source_id);
+  row[kFrequency] = service.frequency;
+  row[kServiceType] = serviceTypeName(service.service_type);
+  row[kServiceFlag] = service.AISRV_flags_;
+  row[kFavouriteGroup] = service.AISRV_fav_group_;
+  row[kServiceDelete] = service.service_delete;
+  row[kAudioPid] = streams.audio_pid;
+  row[kVideoPid] = streams.video_pid;
+  row[kAudioCount] = streams.audio_count;
+  row[kVideoCount] = streams.video_count;
+  row[kUpdateTime] = gCurTime;
+  row[kChannelKey] = channelKey(service);
+  row[kTransportStreamId] = service.transport_stream_id;
+  row[kTunerType] = service.modulation == AI_MODULATION_8VSB ? "VSB" : "QAM";
+  return row;
 }
 
-// The text after "UPDATE table SET " for one service.
-std::string _ATSC_Service_db_getChannelUpdate_Command(const AISRV_service_info& service,
-                                                      const StreamTexts& streams) {
+// Appends a column's value, or "?" where there is no row: the text of a prepared statement.
+void appendValue(sqlString& text, const ChannelRow* row, int column) {
+  if (row == nullptr) {
+    text << "?";
+  } else if (const int64_t* number = std::get_if<int64_t>(&(*row)[column])) {
+    text << *number;
+  } else {
+    text.conStr(std::get<std::string>((*row)[column]));
+  }
+}
+
+}  // namespace
+
+// The text after "INSERT INTO table" for one row; without a row, with parameters for its values.
+std::string _ATSC_Service_db_getChannelInsert_Command(const ChannelRow* row) {
+  sqlString columns;
+  sqlString values;
+  for (int column = 0; column < kChannelColumns; ++column) {
+    if (column > 0) {
+      columns++;
+      values++;
+    }
+    columns << kColumnNames[column];
+    appendValue(values, row, column);
+  }
+  return " ( " + columns.str() + ")" + "VALUES (" + values.str() + ")";
+}
+
+// The text after "UPDATE table SET " for one row; without a row, with parameters for its values.
+std::string _ATSC_Service_db_getChannelUpdate_Command(const ChannelRow* row) {
   sqlString pairs;
-  pairs << " name=";
-  pairs.conStr(nameOf(service));
-  pairs << ", build_from_pmt=" << (service.build_from_pmt == 1 ? "1" : "0")
-        << ", service_record=" << service.service_id.service_rec << ", major_no=" << service.major
-        << ", minor_no=" << service.minor
-        << ", source_id=" << static_cast<uint16_t>(service.source_id)
-        << ", freq=" << service.frequency << ", srv_type=";
-  pairs.conStr(serviceTypeName(service.service_type));
-  pairs << ", srv_flag=" << service.AISRV_flags_ << ", fav_group=" << service.AISRV_fav_group_
-        << ", service_delete=" << service.service_delete << ", update_time=" << gCurTime
-        << ", audio_pid=";
-  pairs.conStr(streams.audio_pid);
-  pairs << ", video_pid=";
-  pairs.conStr(streams.video_pid);
-  pairs << ", audio_count=" << streams.audio_count << ", video_count=" << streams.video_count
-        << ", tuner_type=";
-  pairs.conStr(service.modulation == AI_MODULATION_8VSB ? "VSB" : "QAM");
-  pairs << ", tsid=" << service.transport_stream_id << ", ch_id_pk=";
-  pairs.conStr(channelKey(service));
-  return pairs.str();
+  for (const ChannelColumn column : kUpdateOrder) {
+    if (column != kUpdateOrder.front()) pairs++;
+    pairs << " " << kColumnNames[column] << "=";
+    appendValue(pairs, row, column);
+  }
+  sqlString command;
+  command << pairs.str();
+  const char* separator = " WHERE ";
+  for (const ChannelColumn column : kUpdateKey) {
+    command << separator << kColumnNames[column] << "=";
+    appendValue(command, row, column);
+    separator = " AND ";
+  }
+  return command.str();
 }
 
 namespace {
@@ -262,30 +323,26 @@ class ChannelRewrite {
   ChannelRewrite(std::string table, const std::vector<AISRV_service_info>& services)
       : table_(std::move(table)), services_(services), columns_(_ATSC_Service_db_genBkupColumn()) {}
 
-  // Returns 1 when the content changed or could not be compared, else 0.
+  // Returns 1 when the content changed or could not be compared, else 0. Snapshot, rewrite and
+  // comparison are one transaction: one commit to wait for, and a power cut leaves no snapshot.
   int run(uint32_t now) {
     int result = 1;
-    std::unique_ptr<SQLite::Database> database;
     try {
-      database = open();
+      std::unique_ptr<SQLite::Database> database = open();
       if (!database->tableExists(table_)) {
         // Creation may replace the file.
         database.reset();
         _ATSC_Service_db_createChannelDB();
         database = open();
-      } else {
-        takeSnapshot(*database);
       }
+      SQLite::Transaction transaction(*database);
+      takeSnapshot(*database);
       rewrite(*database, now);
-      command_.clear();
-      result = countDifferences(*database) != 0 ? 1 : 0;
+      const int compared = compare(*database);
+      transaction.commit();
+      result = compared;
     } catch (const std::exception& e) {
       atsc::printDatabaseError(e, "ATSC_Service_db_UpdateChannel", __LINE__, command_);
-    }
-    try {
-      if (database) dropSnapshot(*database);
-    } catch (const std::exception& e) {
-      atsc::printDatabaseError(e, "ATSC_Service_db_UpdateChannel", __LINE__, "DROP TABLE tmp");
     }
     return result;
   }
@@ -294,7 +351,8 @@ class ChannelRewrite {
   static std::unique_ptr<SQLite::Database> open() {
     if (gChannel_DB_path.empty()) gChannel_DB_path = atsc::channelDatabasePath();
     return std::make_unique<SQLite::Database>(
-        gChannel_DB_path, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE, atsc::kBusyTimeoutMs);
+        gChannel_DB_path, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE | SQLite::OPEN_NOMUTEX,
+        atsc::kBusyTimeoutMs);
   }
 
   // A table without a snapshot is rewritten all the same; only the comparison fails then.
@@ -308,45 +366,79 @@ class ChannelRewrite {
   }
 
   void rewrite(SQLite::Database& database, uint32_t now) {
-    SQLite::Transaction transaction(database);
     gCurTime = unusedStamp(database, table_, now);
     const CommittedRows committed(database, table_);
+    const std::string insertInto = "INSERT INTO " + table_;
+    const std::string update = "UPDATE " + table_ + " SET ";
+    SQLite::Statement insertRow(database,
+                                insertInto + _ATSC_Service_db_getChannelInsert_Command(nullptr));
+    SQLite::Statement updateRows(database,
+                                 update + _ATSC_Service_db_getChannelUpdate_Command(nullptr));
     for (const AISRV_service_info& service : services_) {
       const StreamTexts streams = readStreams(service);
-      sqlString command;
+      const ChannelRow row = channelRow(service, streams);
       if (committed.find(service, streams) == ATSC_CHANNEL_NOT_FOUND) {
-        command << "INSERT INTO " << table_
-                << _ATSC_Service_db_getChannelInsert_Command(service, streams);
+        announce(insertInto + _ATSC_Service_db_getChannelInsert_Command(&row));
+        for (int column = 0; column < kChannelColumns; ++column) {
+          bind(insertRow, column + 1, row[column]);
+        }
+        insertRow.exec();
+        insertRow.reset();
       } else {
-        command << "UPDATE " << table_ << " SET "
-                << _ATSC_Service_db_getChannelUpdate_Command(service, streams)
-                << " WHERE major_no=" << service.major << " AND minor_no=" << service.minor
-                << " AND freq=" << service.frequency;
+        announce(update + _ATSC_Service_db_getChannelUpdate_Command(&row));
+        int position = 0;
+        for (const ChannelColumn column : kUpdateOrder) bind(updateRows, ++position, row[column]);
+        for (const ChannelColumn column : kUpdateKey) bind(updateRows, ++position, row[column]);
+        updateRows.exec();
+        updateRows.reset();
       }
-      execute(database, command.str());
     }
+    sqlString stale;
+    stale << "DELETE FROM " << table_ << " WHERE update_time!=" << gCurTime;
     // A row without any stamp is unequal to no number.
-    execute(database, "DELETE FROM " + table_ + " WHERE update_time IS NULL");
-    sqlString command;
-    command << "DELETE FROM " << table_ << " WHERE update_time!=" << gCurTime;
-    execute(database, command.str());
-    transaction.commit();
+    for (const std::string& command :
+         {stale.str(), "DELETE FROM " + table_ + " WHERE update_time IS NULL"}) {
+      announce(command);
+      database.exec(command);
+    }
+    command_.clear();
   }
 
-  void execute(SQLite::Database& database, const std::string& command) {
-    command_ = command;
-    ATSC_LOG(Debug, "SQL Command %s\n", command.c_str());
-    database.exec(command);
+  // The value's text is not copied: it lives until the statement has run.
+  static void bind(SQLite::Statement& statement, int position,
+                   const ChannelRow::value_type& value) {
+    if (const int64_t* number = std::get_if<int64_t>(&value)) {
+      statement.bind(position, *number);
+    } else {
+      statement.bindNoCopy(position, std::get<std::string>(value));
+    }
   }
 
-  int64_t countDifferences(SQLite::Database& database) {
-    const auto count = [&](const std::string& from, const std::string& except) {
-      return database
-          .execAndGet("SELECT count(*) FROM ( SELECT " + columns_ + " FROM " + from +
-                      " EXCEPT SELECT " + columns_ + " FROM " + except + " ) ")
-          .getInt64();
-    };
-    return count("tmp", table_) + count(table_, "tmp");
+  // Notes the command that runs next.
+  void announce(std::string command) {
+    command_ = std::move(command);
+    ATSC_LOG(Debug, "SQL Command %s\n", command_.c_str());
+  }
+
+  // 1 when the table differs from the snapshot or cannot be compared with it, else 0.
+  int compare(SQLite::Database& database) {
+    try {
+      const int64_t differences =
+          countRows(database, "tmp", table_) + countRows(database, table_, "tmp");
+      dropSnapshot(database);
+      return differences != 0 ? 1 : 0;
+    } catch (const SQLite::Exception& e) {
+      atsc::printDatabaseError(e, "ATSC_Service_db_UpdateChannel", __LINE__);
+      return 1;
+    }
+  }
+
+  int64_t countRows(SQLite::Database& database, const std::string& from,
+                    const std::string& except) {
+    return database
+        .execAndGet("SELECT count(*) FROM ( SELECT " + columns_ + " FROM " + from +
+                    " EXCEPT SELECT " + columns_ + " FROM " + except + " ) ")
+        .getInt64();
   }
 
   const std::string table_;
