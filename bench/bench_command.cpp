@@ -1,0 +1,130 @@
+// A command through both processes against a bare Unix-socket ping-pong between two processes.
+#include <atsc/atsc_service.h>
+#include <atsc_host.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "report.h"
+
+namespace {
+
+constexpr const char* kCommand = R"({"class":"MSC","command":"LOGCTL","para":"RESUME"})";
+
+// What a command without a reply text puts on the wire: frame header, item tag and size, the text
+// with its NUL; and back a header, a tag and the result.
+const size_t kRequestBytes = 16 + 5 + std::string(kCommand).size() + 1;
+constexpr size_t kReplyBytes = 16 + 5;
+
+bool readAll(int fd, std::vector<char>& buffer) {
+  for (size_t done = 0; done < buffer.size();) {
+    const ssize_t got = read(fd, buffer.data() + done, buffer.size() - done);
+    if (got <= 0) return false;
+    done += static_cast<size_t>(got);
+  }
+  return true;
+}
+
+// A child process that answers requests of a fixed size.
+class PingPong {
+ public:
+  PingPong() {
+    int ends[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0) abort();
+    child_ = fork();
+    if (child_ == 0) {
+      close(ends[0]);
+      std::vector<char> request(kRequestBytes);
+      const std::vector<char> reply(kReplyBytes);
+      while (readAll(ends[1], request) &&
+             write(ends[1], reply.data(), reply.size()) == static_cast<ssize_t>(reply.size())) {
+      }
+      _exit(0);
+    }
+    close(ends[1]);
+    socket_ = ends[0];
+  }
+
+  ~PingPong() {
+    close(socket_);
+    waitpid(child_, nullptr, 0);
+  }
+
+  void exchange() {
+    if (write(socket_, request_.data(), request_.size()) != static_cast<ssize_t>(request_.size()) ||
+        !readAll(socket_, reply_)) {
+      abort();
+    }
+  }
+
+ private:
+  const std::vector<char> request_ = std::vector<char>(kRequestBytes);
+  std::vector<char> reply_ = std::vector<char>(kReplyBytes);
+  int socket_ = -1;
+  pid_t child_ = -1;
+};
+
+// The real service process on an empty air folder.
+class Service {
+ public:
+  explicit Service(const std::string& folder) {
+    child_ = fork();
+    if (child_ == 0) {
+      setenv("ATSC_HOST_STATE", (folder + "/state").c_str(), 1);
+      const std::string database = folder + "/db";
+      if (freopen("/dev/null", "w", stdout) == nullptr) _exit(1);
+      execl(ATSC_SERVICE, ATSC_SERVICE, "--air", folder.c_str(), "--db", database.c_str(), nullptr);
+      _exit(127);
+    }
+    for (int i = 0; i < 500 && ATSC_host_find(ATSC_HOST_SERVICE_NAME) != child_; ++i) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+  }
+
+  ~Service() {
+    kill(child_, SIGTERM);
+    waitpid(child_, nullptr, 0);
+  }
+
+  bool runs() const { return ATSC_host_find(ATSC_HOST_SERVICE_NAME) == child_; }
+
+ private:
+  pid_t child_ = -1;
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::string folder = (std::filesystem::temp_directory_path() / "atsc-bench-XXXXXX").string();
+  if (mkdtemp(&folder[0]) == nullptr) return 1;
+  int status = 1;
+  {
+    PingPong floor;
+    Service service(folder);
+    if (service.runs()) {
+      bench::add(
+          "command round trip",
+          [] {
+            if (ATSC_TransmitServiceClientJSONCommand(kCommand, nullptr) != 0 ||
+                ATSC_host_last_transact() != 0) {
+              abort();
+            }
+          },
+          [&floor] { floor.exchange(); }, 20000);
+      status = bench::run(argc, argv);
+    } else {
+      fprintf(stderr, "bench_command: the service does not start\n");
+    }
+  }
+  std::filesystem::remove_all(folder);
+  return status;
+}

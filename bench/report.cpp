@@ -1,0 +1,117 @@
+#include "report.h"
+
+#include <json/json.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <map>
+#include <vector>
+
+namespace bench {
+
+namespace {
+
+constexpr int kRepetitions = 7;
+
+struct Growth {
+  std::string name;
+  std::string of;
+  std::string to;
+};
+
+std::vector<std::string>& names() {
+  static std::vector<std::string> list;
+  return list;
+}
+
+std::vector<Growth>& growths() {
+  static std::vector<Growth> list;
+  return list;
+}
+
+// Collects the median of every benchmark, in microseconds.
+class Collector : public benchmark::BenchmarkReporter {
+ public:
+  bool ReportContext(const Context& /*context*/) override { return true; }
+
+  void ReportRuns(const std::vector<Run>& runs) override {
+    for (const Run& run : runs) {
+      if (run.error_occurred) failed = run.error_message;
+      if (run.aggregate_name == "median") {
+        medians[run.run_name.function_name] = run.GetAdjustedRealTime();
+      }
+    }
+  }
+
+  std::map<std::string, double> medians;
+  std::string failed;
+};
+
+void print(const std::string& name, double ours, double floor, bool json) {
+  if (json) {
+    Json::Value line;
+    line["name"] = name;
+    line["ours"] = ours;
+    line["floor"] = floor;
+    line["unit"] = "us";
+    line["ratio"] = ours / floor;
+    Json::StreamWriterBuilder builder;
+    builder["indentation"] = "";
+    printf("%s\n", Json::writeString(builder, line).c_str());
+  } else {
+    printf("%-44s ours %10.1f  floor %10.1f  us  ratio %5.2f\n", name.c_str(), ours, floor,
+           ours / floor);
+  }
+}
+
+void registerOne(const std::string& name, std::function<void()> body, int iterations) {
+  benchmark::RegisterBenchmark(name.c_str(),
+                               [body = std::move(body)](benchmark::State& state) {
+                                 for (auto _ : state) body();
+                               })
+      ->Iterations(iterations)
+      ->Repetitions(kRepetitions)
+      ->ReportAggregatesOnly()
+      ->UseRealTime()
+      ->Unit(benchmark::kMicrosecond);
+}
+
+}  // namespace
+
+void add(const std::string& name, std::function<void()> ours, std::function<void()> floor,
+         int iterations) {
+  names().push_back(name);
+  registerOne(name + ":ours", std::move(ours), iterations);
+  registerOne(name + ":floor", std::move(floor), iterations);
+}
+
+void addGrowth(const std::string& name, const std::string& of, const std::string& to) {
+  growths().push_back({name, of, to});
+}
+
+int run(int argc, char** argv) {
+  const bool json = std::any_of(argv + 1, argv + argc,
+                                [](const char* argument) { return !strcmp(argument, "--json"); });
+  // Ours and floor take turns, so that both meet the same machine.
+  std::string interleaving = "--benchmark_enable_random_interleaving=true";
+  char* arguments[] = {argv[0], &interleaving[0], nullptr};
+  int count = 2;
+  benchmark::Initialize(&count, arguments);
+  Collector collector;
+  benchmark::RunSpecifiedBenchmarks(&collector);
+  if (!collector.failed.empty()) {
+    fprintf(stderr, "benchmark failed: %s\n", collector.failed.c_str());
+    return 1;
+  }
+  for (const std::string& name : names()) {
+    print(name, collector.medians[name + ":ours"], collector.medians[name + ":floor"], json);
+  }
+  for (const Growth& growth : growths()) {
+    print(growth.name, collector.medians[growth.of + ":ours"],
+          collector.medians[growth.to + ":ours"], json);
+  }
+  return 0;
+}
+
+}  // namespace bench
