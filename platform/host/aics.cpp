@@ -1,0 +1,27 @@
+#include "aics.h"
+
+#include "atsc_host.h"
+#include "receiver/air.h"
+#include "receiver/receiver.h"
+
+using atschost::Receiver;
+using atschost::status_of;
+
+int AICS_start_search(const AICS_search_request* request, AICS_scan_callback callback) {
+  return status_of(__func__, [&] {
+    return request && Receiver::instance().scanner().start(*request, callback);
+  });
+}
+
+int AICS_stop_scan() {
+  return status_of(__func__, [] { return Receiver::instance().scanner().stop(); });
+}
+
+void ATSC_host_set_air(const char* folder) {
+  status_of(__func__, [&] {
+    atschost::set_air_folder(folder ? folder : "");
+    return true;
+  });
+}
+
+void ATSC_host_set_dwell(unsigned int milliseconds) { atschost::set_dwell(milliseconds); }

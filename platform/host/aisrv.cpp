@@ -1,0 +1,71 @@
+#include "aisrv.h"
+
+#include <algorithm>
+
+#include "receiver/receiver.h"
+
+using atschost::is_source;
+using atschost::Receiver;
+using atschost::Service;
+using atschost::status_of;
+
+namespace {
+
+// No further condition is known here; a query that has one must not get too many services.
+bool is_unconditional(const AISRV_query_filter* filter) {
+  return !filter || (filter->words[0] == 0 && filter->words[1] == 0);
+}
+
+}  // namespace
+
+int AISRV_get_total_services(uint32_t input_source, uint32_t, const AISRV_query_filter* filter,
+                             uint32_t, uint32_t* count) {
+  return status_of(__func__, [&] {
+    if (!count || !is_source(input_source) || !is_unconditional(filter)) return false;
+    *count = 0;
+    Receiver::instance().services().visit(input_source, [&](const Service&) {
+      ++*count;
+      return true;
+    });
+    return true;
+  });
+}
+
+int AISRV_get_n_services(uint32_t input_source, uint32_t, uint32_t first,
+                         const AISRV_query_filter* filter, uint32_t, uint32_t, uint32_t* count,
+                         AISRV_service_info* records) {
+  return status_of(__func__, [&] {
+    if (!count || (!records && *count > 0)) return false;
+    if (!is_source(input_source) || !is_unconditional(filter)) return false;
+    const uint32_t capacity = *count;
+    uint32_t position = 0;
+    *count = 0;
+    Receiver::instance().services().visit(input_source, [&](const Service& service) {
+      if (*count == capacity) return false;
+      if (position++ >= first) atschost::copy_record(service, records[(*count)++]);
+      return true;
+    });
+    return true;
+  });
+}
+
+int AISRV_get_pid_details(const AISRV_service_info* service, AISRV_pid_details* details) {
+  return status_of(__func__, [&] {
+    if (!service || !details) return false;
+    bool found = false;
+    Receiver::instance().services().visit(
+        atschost::source_of_id(service->service_id.input_source), [&](const Service& listed) {
+          if (listed.record != service->service_id.service_rec) return true;
+          found = true;
+          *details = {};
+          details->count = static_cast<uint32_t>(listed.streams.size());
+          std::copy(listed.streams.begin(), listed.streams.end(), details->pids);
+          return false;
+        });
+    return found;
+  });
+}
+
+int AISRV_sync_to_database() {
+  return status_of(__func__, [] { return Receiver::instance().services().store(); });
+}

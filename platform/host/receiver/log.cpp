@@ -1,0 +1,10 @@
+#include "receiver/log.h"
+
+namespace atschost {
+
+LoggerCpp& log() {
+  static LoggerCpp& logger = *new LoggerCpp("atschost", "receiver");
+  return logger;
+}
+
+}  // namespace atschost

@@ -1,0 +1,97 @@
+// The receiver: what the middleware's modules share.
+#ifndef ATSC_HOST_RECEIVER_RECEIVER_H_
+#define ATSC_HOST_RECEIVER_RECEIVER_H_
+
+#include <chrono>
+#include <exception>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "aife.h"
+#include "aifw.h"
+#include "receiver/log.h"
+#include "receiver/scanner.h"
+#include "receiver/service_list.h"
+#include "receiver/state_file.h"
+
+namespace atschost {
+
+// One tuner, one service list, one play path. Any thread. Functions that return a bool: false on
+// failure, with nothing changed.
+class Receiver {
+ public:
+  // The receiver of this process, made at the first call: a process that never calls the middleware
+  // has no thread of it and touches no file. It is never destroyed; at exit its scan is stopped.
+  static Receiver& instance();
+
+  explicit Receiver(const std::string& state_folder);
+
+  ServiceList& services() { return services_; }
+  Scanner& scanner() { return scanner_; }
+
+  bool play_first(uint32_t source, uint32_t frequency);
+  bool change_channel(const AIFW_channel_change_request& request);
+  void stop_playing();
+
+  // The current service as it is listed now; none when it is no longer listed.
+  std::optional<Service> current() const;
+  uint32_t current_source() const;
+  bool is_playing() const;
+  AIFE_tuning_details tuning() const;
+
+  void set_skip_play(bool skip);
+  void set_password_required(bool required);
+  void set_password_given(bool given);
+
+  // Takes the settings as they are now, for the next sync_settings().
+  void store_settings();
+  bool sync_settings();
+
+ private:
+  struct Settings {
+    uint32_t source;
+    std::optional<ServiceKey> current;
+  };
+
+  void load_settings(const Json::Value& content);
+  void tuned_by_scan(uint32_t source, uint32_t frequency);
+  bool play(const Service& service);
+
+  mutable std::mutex mutex_;  // of the fields up to given_; taken before the list's
+  Settings settings_;
+  bool playing_ = false;
+  AIFE_tuning_details tuning_{};
+  bool skip_play_ = false;         // services do not start by themselves
+  bool password_required_ = true;  // for a locked service that is not playing
+  bool password_given_ = false;    // for the service about to play
+
+  std::mutex file_mutex_;  // of the two below; taken before mutex_
+  StateFile settings_file_;
+  Settings settings_to_store_;
+
+  ServiceList services_;
+  Scanner scanner_;  // last: its threads use all above
+};
+
+// Runs the body of a middleware function, which returns whether it succeeded: nothing may be thrown
+// out of these C functions.
+template <typename Body>
+int status_of(const char* function, Body body) noexcept {
+  try {
+    return body() ? 0 : -1;
+  } catch (const std::exception& e) {
+    log().Error("%s: %s", function, e.what());
+    return -1;
+  }
+}
+
+// Source number of a service id: 0 or 2 terrestrial, 1 or 3 cable; 0 for anything else.
+uint32_t source_of_id(uint32_t input_source);
+
+// Fills the record that a caller lends, name buffer included.
+void copy_record(const Service& service, AISRV_service_info& record);
+
+}  // namespace atschost
+
+#endif  // ATSC_HOST_RECEIVER_RECEIVER_H_

@@ -1,0 +1,173 @@
+#include "receiver/scanner.h"
+
+#include <exception>
+
+#include "middleware_types.h"
+#include "receiver/air.h"
+#include "receiver/carrier.h"
+#include "receiver/log.h"
+
+namespace atschost {
+
+struct Scanner::Job {
+  uint32_t source = 0;
+  std::vector<RfChannel> channels;
+  AICS_scan_callback callback = nullptr;
+  AICS_scan_progress progress{};
+  std::atomic<bool> stopped{false};  // also read while a carrier is being read
+  bool done = false;                 // the thread is about to end
+  std::thread thread;
+};
+
+Scanner::Scanner(ServiceList& list, Tune tune) : list_(list), tune_(std::move(tune)) {}
+
+Scanner::~Scanner() { shut_down(std::chrono::hours(1)); }
+
+bool Scanner::start(const AICS_search_request& request, AICS_scan_callback callback) {
+  if (!callback || !is_source(request.source)) {
+    log().Error("scan refused: %s", callback ? "unknown source" : "no callback");
+    return false;
+  }
+  auto job = std::make_shared<Job>();
+  job->source = request.source;
+  job->callback = callback;
+  job->progress.band_mask = static_cast<int32_t>(modulation_of(request.source));
+  if (request.search_type == AICS_SEARCH_AUTOMATIC) {
+    job->channels = plan_of(request.source);
+  } else if (request.search_type == AICS_SEARCH_MANUAL && is_tunable(request.frequency)) {
+    job->channels = {{rf_channel(request.source, request.frequency), request.frequency}};
+  } else {
+    log().Error("scan refused: search type %u, frequency %u Hz", request.search_type,
+                request.frequency);
+    return false;
+  }
+
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (running_ || shut_down_) {
+    log().Error("scan refused: %s", running_ ? "another one runs" : "the process ends");
+    return false;
+  }
+  for (auto it = jobs_.begin(); it != jobs_.end();) {
+    if ((*it)->done) {
+      (*it)->thread.join();
+      it = jobs_.erase(it);
+    } else {
+      ++it;
+    }
+  }
+  jobs_.push_back(job);
+  try {
+    job->thread = std::thread([this, job] { run(*job); });
+  } catch (...) {
+    jobs_.pop_back();
+    throw;
+  }
+  running_ = std::move(job);
+  return true;
+}
+
+bool Scanner::stop() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (!running_) return false;
+  running_->stopped = true;
+  running_.reset();
+  changed_.notify_all();
+  return true;
+}
+
+void Scanner::shut_down(std::chrono::milliseconds patience) {
+  stop();
+  std::unique_lock<std::mutex> lock(mutex_);
+  shut_down_ = true;
+  const auto is_own = [](const std::shared_ptr<Job>& job) {
+    return job->thread.get_id() == std::this_thread::get_id();
+  };
+  changed_.wait_for(lock, patience, [&] {
+    for (const auto& job : jobs_)
+      if (!job->done && !is_own(job)) return false;
+    return true;
+  });
+  for (const auto& job : jobs_) {
+    if (job->done) {
+      job->thread.join();
+      continue;
+    }
+    if (!is_own(job)) log().Warn("a scan callback has not returned; its thread is left running");
+    job->thread.detach();
+  }
+  jobs_.clear();
+}
+
+void Scanner::run(Job& job) {
+  try {
+    bool running = report(job, AICS_STATE_START);
+    for (size_t i = 0; running && i < job.channels.size(); ++i) {
+      running = visit(job, job.channels[i]);
+      job.progress.progress = static_cast<uint8_t>((i + 1) * 100 / job.channels.size());
+      running = running && report(job, AICS_STATE_PROGRESS);
+    }
+    if (running) report(job, AICS_STATE_OVER);
+  } catch (const std::exception& e) {
+    log().Error("scan ended: %s", e.what());
+  } catch (...) {
+    log().Error("scan ended: its callback has thrown");
+  }
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (running_.get() == &job) running_.reset();
+  job.done = true;
+  changed_.notify_all();
+}
+
+// Returns false when the scan has been stopped.
+bool Scanner::visit(Job& job, const RfChannel& channel) {
+  {
+    std::unique_lock<std::mutex> lock(mutex_);
+    const auto stopped = [&] { return running_.get() != &job; };
+    if (stopped()) return false;
+    tune_(job.source, channel.frequency);
+    if (changed_.wait_for(lock, std::chrono::milliseconds(dwell()), stopped)) return false;
+  }
+  CarrierResult carrier;
+  try {
+    carrier = read_carrier(job.source, channel.frequency, job.stopped);
+  } catch (const std::exception& e) {
+    log().Error("%s %u Hz: %s", modulation_name(job.source), channel.frequency, e.what());
+  }
+
+  AICS_scan_progress& progress = job.progress;
+  progress.channel_number = channel.number;
+  progress.current_frequency = channel.frequency;
+  progress.carrier_type = 0;
+  if (carrier.locked) {
+    progress.lock_frequency = channel.frequency;
+    progress.carrier_type = static_cast<int32_t>(modulation_of(job.source));
+  }
+  for (const Service& service : carrier.services) {
+    ++progress.services_found;
+    ++(service.type == AISRV_TYPE_RADIO  ? progress.radio_services
+       : service.type == AISRV_TYPE_DATA ? progress.data_services
+                                         : progress.tv_services);
+  }
+
+  // Under the lock, so that a stopped scan changes nothing after stop() has returned.
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (running_.get() != &job) return false;
+  list_.replace(job.source, channel.frequency, std::move(carrier.services));
+  return true;
+}
+
+// Returns false when the scan has been stopped. No lock is held during the callback, which may be
+// waiting for whoever calls stop().
+bool Scanner::report(Job& job, int state) {
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (running_.get() != &job) return false;
+    // Whoever learns of the end, through the callback, may start the next scan.
+    if (state == AICS_STATE_OVER) running_.reset();
+  }
+  AICS_scan_progress copy = job.progress;
+  job.callback(&copy, state);
+  return true;
+}
+
+}  // namespace atschost

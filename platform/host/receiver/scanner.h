@@ -1,0 +1,59 @@
+// The channel scan.
+#ifndef ATSC_HOST_RECEIVER_SCANNER_H_
+#define ATSC_HOST_RECEIVER_SCANNER_H_
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <thread>
+
+#include "aics.h"
+#include "receiver/frequency_plan.h"
+#include "receiver/service_list.h"
+
+namespace atschost {
+
+// Runs one scan at a time, each on a thread of its own: a scan whose callback never returns keeps
+// its thread, not the scanner.
+class Scanner {
+ public:
+  using Tune = std::function<void(uint32_t source, uint32_t frequency)>;
+
+  // `tune` is told of each frequency before it is read, on the scan thread and under the scanner's
+  // lock: after stop() no more frequency is tuned.
+  Scanner(ServiceList& list, Tune tune);
+  ~Scanner();
+
+  // As AICS_start_search. False when refused.
+  bool start(const AICS_search_request& request, AICS_scan_callback callback);
+
+  // As AICS_stop_scan. False when no search runs; one whose end is being reported runs no longer.
+  bool stop();
+
+  // Stops for good and joins the threads of all scans. Those whose callback does not return within
+  // `patience`, and the calling one, are left alone.
+  void shut_down(std::chrono::milliseconds patience);
+
+ private:
+  struct Job;
+
+  void run(Job& job);
+  bool visit(Job& job, const RfChannel& channel);
+  bool report(Job& job, int state);
+
+  ServiceList& list_;
+  const Tune tune_;
+  std::mutex mutex_;  // of all below, and of every job
+  std::condition_variable changed_;
+  std::list<std::shared_ptr<Job>> jobs_;  // with a thread that has not been joined
+  std::shared_ptr<Job> running_;          // reports and changes the list; null when none does
+  bool shut_down_ = false;
+};
+
+}  // namespace atschost
+
+#endif  // ATSC_HOST_RECEIVER_SCANNER_H_

@@ -1,0 +1,203 @@
+#include "receiver/service_list.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+#include "middleware_types.h"
+#include "receiver/frequency_plan.h"
+#include "receiver/log.h"
+
+namespace atschost {
+namespace {
+
+constexpr uint32_t kMaxRecord = 0xFFFE;  // 0xFFFF: not known
+constexpr size_t kMaxNameBytes = 1024;
+
+bool by_key(const Service& a, const Service& b) { return a.key < b.key; }
+
+std::string to_hex(const std::string& bytes) {
+  std::string text;
+  for (const char c : bytes)
+    for (const int nibble : {c >> 4 & 0xF, c & 0xF}) text += "0123456789abcdef"[nibble];
+  return text;
+}
+
+std::string from_hex(const std::string& text) {
+  const auto nibble = [](char c) {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    throw std::runtime_error("a name is not hexadecimal");
+  };
+  if (text.size() % 4 != 0 || text.size() > 2 * kMaxNameBytes)
+    throw std::runtime_error("a name is not UTF-16");
+  std::string bytes;
+  for (size_t i = 0; i < text.size(); i += 2)
+    bytes += static_cast<char>(nibble(text[i]) << 4 | nibble(text[i + 1]));
+  return bytes;
+}
+
+std::string language_text(const char (&language)[3]) {
+  return language[0] ? std::string(language, 3) : std::string();
+}
+
+void set_language(const Json::Value& value, char (&language)[3]) {
+  const std::string text = value.asString();
+  if (!text.empty() && text.size() != 3)
+    throw std::runtime_error("a language is not three letters");
+  std::copy(text.begin(), text.end(), language);
+}
+
+Json::Value to_json(const AISRV_pid_info& stream) {
+  Json::Value value;
+  value["type"] = stream.stream_type;
+  value["pid"] = stream.pid;
+  value["language"] = language_text(stream.language);
+  value["second_language"] = language_text(stream.second_language);
+  value["audio_kind"] = stream.audio_kind;
+  value["main_audio"] = stream.main_audio_number;
+  value["description_mask"] = stream.description_mask;
+  value["full_mix"] = stream.full_mix;
+  return value;
+}
+
+AISRV_pid_info stream_from_json(const Json::Value& value) {
+  AISRV_pid_info stream{};
+  const auto byte = [&](const char* key, uint32_t max) {
+    return static_cast<uint8_t>(number_member(value, key, max));
+  };
+  stream.stream_type = byte("type", 0xFF);
+  stream.pid = static_cast<uint16_t>(number_member(value, "pid", 0x1FFF));
+  set_language(value["language"], stream.language);
+  set_language(value["second_language"], stream.second_language);
+  stream.audio_kind = byte("audio_kind", AISRV_AUDIO_DESCRIPTION);
+  stream.main_audio_number = byte("main_audio", 7);
+  stream.description_mask = byte("description_mask", 0xFF);
+  stream.full_mix = byte("full_mix", 1);
+  return stream;
+}
+
+Json::Value to_json(const Service& service) {
+  Json::Value value;
+  value["source"] = service.key.source;
+  value["frequency"] = service.key.frequency;
+  value["major"] = service.key.major;
+  value["minor"] = service.key.minor;
+  value["record"] = service.record;
+  value["type"] = service.type;
+  value["source_id"] = service.source_id;
+  value["tsid"] = service.tsid;
+  value["program"] = service.program_number;
+  value["flags"] = service.flags;
+  value["favourites"] = service.favourites;
+  value["from_pmt"] = service.from_pmt;
+  value["name_utf16be"] = to_hex(service.name);
+  value["streams"] = Json::arrayValue;
+  for (const AISRV_pid_info& stream : service.streams) value["streams"].append(to_json(stream));
+  return value;
+}
+
+Service service_from_json(const Json::Value& value) {
+  Service service;
+  const auto number16 = [&](const char* key) {
+    return static_cast<uint16_t>(number_member(value, key, 0xFFFF));
+  };
+  service.key.source = number_member(value, "source", AI_INPUT_CABLE);
+  service.key.frequency = number_member(value, "frequency", UINT32_MAX);
+  service.key.major = number16("major");
+  service.key.minor = number16("minor");
+  service.record = static_cast<uint16_t>(number_member(value, "record", kMaxRecord));
+  if (!is_source(service.key.source) || service.record == 0)
+    throw std::runtime_error("a service has no source or record number");
+  service.type = number_member(value, "type", UINT32_MAX);
+  service.source_id = number16("source_id");
+  service.tsid = number16("tsid");
+  service.program_number = number16("program");
+  service.flags = number_member(value, "flags", UINT32_MAX);
+  service.favourites = number_member(value, "favourites", UINT32_MAX);
+  service.from_pmt = value["from_pmt"].asBool();
+  service.name = from_hex(value["name_utf16be"].asString());
+  const Json::Value& streams = value["streams"];
+  if (!streams.isArray() || streams.size() > AISRV_MAX_PIDS)
+    throw std::runtime_error("a service has too many streams or none listed");
+  for (const Json::Value& stream : streams) service.streams.push_back(stream_from_json(stream));
+  return service;
+}
+
+std::vector<Service> list_from_json(const Json::Value& content) {
+  const Json::Value& values = content["services"];
+  if (!values.isArray()) throw std::runtime_error("it has no list of services");
+  std::vector<Service> services;
+  std::vector<bool> used(kMaxRecord + 1);
+  for (const Json::Value& value : values) {
+    services.push_back(service_from_json(value));
+    if (used[services.back().record]) throw std::runtime_error("a record number is used twice");
+    used[services.back().record] = true;
+  }
+  std::sort(services.begin(), services.end(), by_key);
+  const auto twin = std::adjacent_find(services.begin(), services.end(),
+                                       [](auto& a, auto& b) { return a.key == b.key; });
+  if (twin != services.end()) throw std::runtime_error("a service is listed twice");
+  return services;
+}
+
+}  // namespace
+
+ServiceList::ServiceList(const std::string& state_folder)
+    : file_(state_folder, "services.json", "atsc-host-services-1") {
+  file_.load([this](const Json::Value& content) { services_ = list_from_json(content); });
+}
+
+void ServiceList::replace(uint32_t source, uint32_t frequency, std::vector<Service> found) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  std::vector<bool> used(kMaxRecord + 1);
+  for (const Service& old : services_) used[old.record] = true;
+
+  std::vector<Service> list;
+  list.reserve(services_.size() + found.size());  // nothing is lost half-way for want of memory
+  for (Service& old : services_) {
+    if (old.key.source != source || old.key.frequency != frequency) {
+      list.push_back(std::move(old));
+      continue;
+    }
+    for (Service& service : found) {
+      if (!(service.key == old.key)) continue;
+      service.record = old.record;
+      service.flags = old.flags;
+      service.favourites = old.favourites;
+    }
+  }
+  size_t record = 1;
+  for (Service& service : found) {
+    if (service.record == 0) {
+      while (record <= kMaxRecord && used[record]) ++record;
+      if (record > kMaxRecord) {
+        log().Error("%s %u Hz: the service list is full", modulation_name(source), frequency);
+        break;
+      }
+      used[record] = true;
+      service.record = static_cast<uint16_t>(record);
+    }
+    list.push_back(std::move(service));
+  }
+  std::sort(list.begin(), list.end(), by_key);
+  services_ = std::move(list);
+}
+
+void ServiceList::visit(uint32_t source, const std::function<bool(const Service&)>& visit) const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  for (const Service& service : services_)
+    if (service.key.source == source && !visit(service)) return;
+}
+
+bool ServiceList::store() {
+  std::lock_guard<std::mutex> store_lock(store_mutex_);
+  Json::Value content;
+  content["services"] = Json::arrayValue;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    for (const Service& service : services_) content["services"].append(to_json(service));
+  }
+  return file_.store(std::move(content));
+}
+
+}  // namespace atschost

@@ -1,0 +1,41 @@
+// The service list.
+#ifndef ATSC_HOST_RECEIVER_SERVICE_LIST_H_
+#define ATSC_HOST_RECEIVER_SERVICE_LIST_H_
+
+#include <functional>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "receiver/service.h"
+#include "receiver/state_file.h"
+
+namespace atschost {
+
+// Ordered by major number, minor number and frequency. Any thread.
+class ServiceList {
+ public:
+  // Loads the list of the last run.
+  explicit ServiceList(const std::string& state_folder);
+
+  // Puts the services found on one carrier in the place of those listed for it. A service that is
+  // found again keeps record number, flags and favourites.
+  void replace(uint32_t source, uint32_t frequency, std::vector<Service> found);
+
+  // Calls `visit` for each service of a source, in order, until it returns false. It runs under the
+  // list's lock and must not call back.
+  void visit(uint32_t source, const std::function<bool(const Service&)>& visit) const;
+
+  // Stores the list if it has changed. False on failure.
+  bool store();
+
+ private:
+  mutable std::mutex mutex_;  // of services_
+  std::vector<Service> services_;
+  std::mutex store_mutex_;  // of file_; taken before mutex_
+  StateFile file_;
+};
+
+}  // namespace atschost
+
+#endif  // ATSC_HOST_RECEIVER_SERVICE_LIST_H_

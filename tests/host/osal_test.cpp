@@ -1,0 +1,150 @@
+#include "osal.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <future>
+#include <stdexcept>
+#include <thread>
+#include <vector>
+
+#include "process.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+// A timer and what its handler saw.
+struct Probe {
+  Probe() { EXPECT_EQ(OSAL_timer_create("probe", 2, &timer), 0); }
+
+  static void fired(void* arg, int value) {
+    Probe& probe = *static_cast<Probe*>(arg);
+    EXPECT_EQ(value, 0);
+    probe.thread = std::this_thread::get_id();
+    ++probe.count;
+    probe.once.set_value(Clock::now());
+  }
+
+  int enable(uint32_t delay) { return OSAL_timer_enable(timer, fired, this, delay); }
+
+  OSAL_timer_id timer = 0;
+  std::atomic<int> count{0};
+  std::atomic<std::thread::id> thread{};
+  std::promise<Clock::time_point> once;
+};
+
+TEST(OsalTimer, RefusesWhatItDoesNotKnow) {
+  OSAL_timer_id timer = 0;
+  EXPECT_NE(OSAL_timer_create("x", 1, &timer), 0);
+  EXPECT_NE(OSAL_timer_create("x", 2, nullptr), 0);
+  EXPECT_EQ(OSAL_timer_create(nullptr, 2, &timer), 0);
+  EXPECT_NE(timer, 0u);
+  EXPECT_NE(OSAL_timer_enable(0, Probe::fired, nullptr, 1), 0);
+  EXPECT_NE(OSAL_timer_enable(timer + 1, Probe::fired, nullptr, 1), 0);
+  EXPECT_NE(OSAL_timer_enable(timer, nullptr, nullptr, 1), 0);
+}
+
+TEST(OsalTimer, FiresOnceForEachEnableOnItsThread) {
+  Probe probe;
+  for (int round = 1; round <= 3; ++round) {
+    probe.once = {};
+    const auto start = Clock::now();
+    ASSERT_EQ(probe.enable(20), 0);
+    EXPECT_GE(probe.once.get_future().get() - start, milliseconds(20));
+    EXPECT_EQ(probe.count, round);
+  }
+  EXPECT_NE(probe.thread.load(), std::this_thread::get_id());
+}
+
+TEST(OsalTimer, StartsAnewWhenEnabledAgain) {
+  Probe probe;
+  ASSERT_EQ(probe.enable(60000), 0);
+  ASSERT_EQ(probe.enable(150), 0);
+  const auto start = Clock::now();
+  ASSERT_EQ(probe.enable(300), 0);
+  EXPECT_GE(probe.once.get_future().get() - start, milliseconds(300));
+  EXPECT_EQ(probe.count, 1) << "not at 150 ms";
+}
+
+TEST(OsalTimer, TheEarliestIsFirstWhateverTheOrder) {
+  Probe late, early;
+  ASSERT_EQ(late.enable(200), 0);  // the thread already waits for this one
+  ASSERT_EQ(early.enable(1), 0);
+  const auto first = early.once.get_future().get();
+  EXPECT_LT(first, late.once.get_future().get());
+}
+
+TEST(OsalTimer, AHandlerMayUseTimersAndThrow) {
+  static Probe second;
+  OSAL_timer_id timer = 0;
+  ASSERT_EQ(OSAL_timer_create("first", 2, &timer), 0);
+  ASSERT_EQ(OSAL_timer_enable(
+                timer,
+                [](void*, int) {
+                  for (int i = 0; i < 100; ++i) {
+                    OSAL_timer_id more = 0;
+                    OSAL_timer_create("more", 2, &more);
+                  }
+                  second.enable(0);
+                  throw std::runtime_error("a handler's mistake");
+                },
+                nullptr, 0),
+            0);
+  second.once.get_future().wait();
+}
+
+TEST(OsalTimer, AnIdleOrRunningTimerDoesNotHoldTheExit) {
+  Process idle({"idle"});
+  EXPECT_EQ(idle.wait(), 5);
+  // A handler that runs at exit is waited for.
+  Process busy({"busy"});
+  EXPECT_EQ(busy.hear(), 'H');
+  busy.say('g');
+  EXPECT_EQ(busy.hear(), 'E');
+  EXPECT_EQ(busy.wait(), 6);
+  // The handler itself may end the process.
+  Process last({"last"});
+  EXPECT_EQ(last.wait(), 7);
+}
+
+OSAL_timer_id newTimer() {
+  OSAL_timer_id timer = 0;
+  OSAL_timer_create("role", 2, &timer);
+  return timer;
+}
+
+int idleRole(const std::vector<std::string>&) {
+  OSAL_timer_enable(
+      newTimer(), [](void*, int) {}, nullptr, 3600000);
+  return 5;
+}
+
+int busyRole(const std::vector<std::string>&) {
+  static std::promise<void> entered;
+  OSAL_timer_enable(
+      newTimer(),
+      [](void*, int) {
+        tell('H');
+        entered.set_value();
+        listen();
+        tell('E');
+      },
+      nullptr, 0);
+  entered.get_future().wait();
+  return 6;
+}
+
+int lastRole(const std::vector<std::string>&) {
+  OSAL_timer_enable(
+      newTimer(), [](void*, int) { std::exit(7); }, nullptr, 0);
+  listen();
+  return 1;
+}
+
+const AddRoles add_roles({{"idle", idleRole}, {"busy", busyRole}, {"last", lastRole}});
+
+}  // namespace

@@ -1,0 +1,300 @@
+// What a receiver keeps from run to run, and playing.
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "aicn.h"
+#include "aife.h"
+#include "aiin.h"
+#include "aipt.h"
+#include "aiup.h"
+#include "middleware_types.h"
+#include "receiver/receiver.h"
+#include "receiver_test_air.h"
+
+namespace receiver_test {
+namespace {
+
+namespace fs = std::filesystem;
+using atschost::Receiver;
+using atschost::Service;
+
+constexpr uint32_t kAir = AI_INPUT_TERRESTRIAL;
+constexpr uint32_t kCable = AI_INPUT_CABLE;
+constexpr uint32_t kChannel14 = 473000000;
+constexpr uint32_t kChannel15 = 479000000;
+
+Service service(uint16_t major, uint16_t minor, uint32_t frequency, uint32_t source = kAir) {
+  Service s;
+  s.key = {major, minor, frequency, source};
+  s.name = std::string("\0'\xD8\0", 4);  // an unpaired surrogate survives as well
+  AISRV_pid_info stream{};
+  stream.pid = 52;
+  stream.stream_type = 129;
+  stream.audio_kind = AISRV_AUDIO_DESCRIPTION;
+  stream.description_mask = 4;
+  std::copy_n("eng", 3, stream.language);
+  s.streams = {stream};
+  return s;
+}
+
+std::vector<Service> listed(Receiver& receiver, uint32_t source = kAir) {
+  std::vector<Service> list;
+  receiver.services().visit(source, [&](const Service& s) {
+    list.push_back(s);
+    return true;
+  });
+  return list;
+}
+
+std::string content(const fs::path& path) {
+  std::ifstream file(path);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+void write(const fs::path& path, const std::string& text) { std::ofstream(path) << text; }
+
+void substitute(const fs::path& path, const std::string& from, const std::string& to) {
+  std::string text = content(path);
+  const size_t at = text.find(from);
+  ASSERT_NE(std::string::npos, at) << from;
+  write(path, text.replace(at, from.size(), to));
+}
+
+class ReceiverStateTest : public testing::Test {
+ protected:
+  TemporaryFolder folder_;
+  const fs::path state_ = folder_.path() / "a" / "b";
+  const fs::path services_ = state_ / "services.json";
+};
+
+TEST_F(ReceiverStateTest, ServicesSurviveARestart) {
+  {
+    Receiver receiver(state_);
+    receiver.services().replace(kAir, kChannel14,
+                                {service(9, 2, kChannel14), service(9, 1, kChannel14)});
+    receiver.services().replace(kCable, kChannel14, {service(300, 0, kChannel14, kCable)});
+    EXPECT_FALSE(fs::exists(state_));
+    EXPECT_TRUE(receiver.services().store());
+    // An unchanged list is not written again.
+    const auto written = fs::last_write_time(services_);
+    fs::last_write_time(services_, written - std::chrono::hours(1));
+    EXPECT_TRUE(receiver.services().store());
+    EXPECT_EQ(written - std::chrono::hours(1), fs::last_write_time(services_));
+  }
+  struct stat status;
+  ASSERT_EQ(0, stat(services_.c_str(), &status));
+  EXPECT_EQ(0600u, status.st_mode & 07777);
+  ASSERT_EQ(0, stat(state_.c_str(), &status));
+  EXPECT_EQ(0700u, status.st_mode & 07777);
+  EXPECT_EQ(1, std::distance(fs::directory_iterator(state_), fs::directory_iterator()));
+
+  Receiver receiver(state_);
+  const std::vector<Service> list = listed(receiver);
+  ASSERT_EQ(2u, list.size());
+  EXPECT_EQ(1, list[0].key.minor);
+  EXPECT_EQ(2, list[0].record);
+  EXPECT_EQ(service(9, 1, kChannel14).name, list[0].name);
+  ASSERT_EQ(1u, list[0].streams.size());
+  EXPECT_EQ(4, list[0].streams[0].description_mask);
+  EXPECT_EQ("eng", std::string(list[0].streams[0].language, 3));
+  EXPECT_EQ(1u, listed(receiver, kCable).size());
+}
+
+TEST_F(ReceiverStateTest, ServiceFoundAgainKeepsWhatTheViewerSet) {
+  Receiver(state_).services().store();
+  {
+    Receiver receiver(state_);
+    receiver.services().replace(kAir, kChannel14,
+                                {service(9, 1, kChannel14), service(9, 2, kChannel14)});
+    receiver.services().store();
+  }
+  substitute(services_, "\"flags\" : 1", "\"flags\" : 13");
+  substitute(services_, "\"favourites\" : 0", "\"favourites\" : 48");
+  Receiver receiver(state_);
+  Service again = service(9, 1, kChannel14);
+  again.program_number = 7;
+  receiver.services().replace(kAir, kChannel14, {service(9, 0, kChannel14), again});
+  receiver.services().replace(kAir, kChannel15, {service(9, 1, kChannel15)});
+  const std::vector<Service> list = listed(receiver);
+  ASSERT_EQ(3u, list.size());
+  EXPECT_EQ(13u, list[1].flags);
+  EXPECT_EQ(48u, list[1].favourites);
+  EXPECT_EQ(1, list[1].record);
+  EXPECT_EQ(7, list[1].program_number);
+  EXPECT_EQ(uint32_t(AISRV_FLAG_VISIBLE), list[0].flags);
+  EXPECT_EQ(3, list[0].record) << "the number of the service just lost is not reused at once";
+  EXPECT_EQ(2, list[2].record);
+}
+
+TEST_F(ReceiverStateTest, DamagedFilesAreSetAside) {
+  {
+    Receiver receiver(state_);
+    receiver.services().replace(kAir, kChannel14,
+                                {service(9, 1, kChannel14), service(9, 2, kChannel14)});
+    ASSERT_TRUE(receiver.services().store());
+  }
+  const std::string good = content(services_);
+  const auto with = [&](const std::string& from, const std::string& to) {
+    std::string text = good;
+    const size_t at = text.find(from);
+    EXPECT_NE(std::string::npos, at) << from;
+    return text.replace(at, from.size(), to);
+  };
+  const std::string damaged[] = {
+      "",
+      "no JSON",
+      good.substr(0, good.size() / 2),
+      good + "x",
+      "[]",
+      "{\"services\":[]}",
+      std::string(100000, '['),
+      with("services-1", "services-9"),
+      with("\"services\" :", "\"other\" :"),
+      with("\"pid\" : 52", "\"pid\" : 8192"),
+      with("\"pid\" : 52", "\"pid\" : \"52\""),
+      with("\"pid\" : 52", "\"pid\" : -1"),
+      with("\"language\" : \"eng\"", "\"language\" : \"english\""),
+      with("\"name_utf16be\" : \"", "\"name_utf16be\" : \"0"),
+      with("\"record\" : 1", "\"record\" : 65535"),
+      with("\"record\" : 1", "\"record\" : 2"),
+      with("\"minor\" : 1", "\"minor\" : 2"),
+      with("\"source\" : 2", "\"source\" : 1"),
+      with("\"streams\" :", "\"streams\" : {}, \"x\" :"),
+  };
+  for (const std::string& text : damaged) {
+    SCOPED_TRACE(text.substr(0, 60));
+    write(services_, text);
+    Receiver receiver(state_);
+    EXPECT_TRUE(listed(receiver).empty());
+    EXPECT_EQ(text, content(services_.string() + ".bad"));
+    EXPECT_FALSE(fs::exists(services_));
+  }
+  fs::create_directory(state_ / "settings.json");
+  Receiver receiver(state_);
+  EXPECT_EQ(kAir, receiver.current_source());
+  EXPECT_TRUE(fs::exists(state_ / "settings.json.bad"));
+}
+
+TEST_F(ReceiverStateTest, UnwritableFolderIsReported) {
+  fs::create_directories(state_.parent_path());
+  write(state_, "a file where the folder should be");
+  Receiver receiver(state_);
+  receiver.services().replace(kAir, kChannel14, {service(9, 1, kChannel14)});
+  EXPECT_FALSE(receiver.services().store());
+  receiver.store_settings();
+  EXPECT_FALSE(receiver.sync_settings());
+  fs::remove(state_);
+  EXPECT_TRUE(receiver.services().store()) << "tried again";
+  EXPECT_TRUE(receiver.sync_settings());
+}
+
+AIFW_channel_change_request change(uint32_t mode, uint16_t major = 0, uint16_t minor = 0,
+                                   uint32_t record = 0xFFFF) {
+  return {mode, kAir, AISRV_SERVICE_MASK, major, minor, 0, record, kAir};
+}
+
+TEST_F(ReceiverStateTest, ChannelsChangeInOrder) {
+  Air air;
+  air.write(kAir, kChannel14, {});
+  air.write(kAir, kChannel15, {});
+  Service skipped = service(9, 2, kChannel14), deleted = service(9, 3, kChannel14);
+  skipped.flags |= AISRV_FLAG_SKIPPED;
+  deleted.flags |= AISRV_FLAG_DELETED;
+  const auto fill = [&](Receiver& receiver) {
+    receiver.services().replace(kAir, kChannel14, {service(9, 1, kChannel14), skipped, deleted});
+    receiver.services().replace(kAir, kChannel15,
+                                {service(9, 1, kChannel15), service(10, 1, kChannel15)});
+    receiver.services().replace(kAir, 485000000, {service(9, 5, 485000000)});  // without carrier
+  };
+  Receiver receiver(state_);
+  EXPECT_FALSE(receiver.change_channel(change(AIFW_CHANGE_UP)));
+  EXPECT_FALSE(receiver.play_first(kAir, 0));
+  fill(receiver);
+  EXPECT_FALSE(receiver.current());
+  const auto now = [&] {
+    const auto key = receiver.current().value().key;
+    EXPECT_EQ(key.frequency, receiver.tuning().frequency);
+    return std::to_string(key.major) + "-" + std::to_string(key.minor) + "@" +
+           std::to_string(key.frequency / 1000000);
+  };
+  EXPECT_TRUE(receiver.play_first(kAir, kChannel15));
+  EXPECT_EQ("9-1@479", now());
+  EXPECT_TRUE(receiver.is_playing());
+  EXPECT_TRUE(receiver.change_channel(change(AIFW_CHANGE_UP)));
+  EXPECT_EQ("10-1@479", now()) << "skipped, deleted and lost ones are passed over";
+  EXPECT_TRUE(receiver.change_channel(change(AIFW_CHANGE_UP)));
+  EXPECT_EQ("9-1@473", now());
+  EXPECT_TRUE(receiver.change_channel(change(AIFW_CHANGE_DOWN)));
+  EXPECT_EQ("10-1@479", now());
+
+  EXPECT_TRUE(receiver.change_channel(change(AIFW_CHANGE_DIRECT, 9, 2)));
+  EXPECT_EQ("9-2@473", now()) << "a skipped one can be chosen";
+  EXPECT_TRUE(receiver.change_channel(change(AIFW_CHANGE_UP)));
+  EXPECT_EQ("10-1@479", now());
+  EXPECT_TRUE(receiver.change_channel(change(AIFW_CHANGE_DIRECT, 9, 1)));
+  EXPECT_EQ("9-1@473", now());
+  EXPECT_TRUE(
+      receiver.change_channel(change(AIFW_CHANGE_DIRECT, 9, 1, listed(receiver)[1].record)));
+  EXPECT_EQ("9-1@479", now());
+  for (const auto& [major, minor] : {std::pair(9, 3), std::pair(9, 5), std::pair(11, 1)})
+    EXPECT_FALSE(receiver.change_channel(
+        change(AIFW_CHANGE_DIRECT, static_cast<uint16_t>(major), static_cast<uint16_t>(minor))));
+  EXPECT_FALSE(receiver.change_channel(change(3)));
+  EXPECT_EQ("9-1@479", now());
+  receiver.stop_playing();
+  EXPECT_FALSE(receiver.is_playing());
+
+  // The current service is there again after a restart, not playing; it is none once not listed.
+  receiver.store_settings();
+  EXPECT_TRUE(receiver.services().store());
+  EXPECT_TRUE(receiver.sync_settings());
+  Receiver restarted(state_);
+  EXPECT_EQ(kChannel15, restarted.current().value().key.frequency);
+  EXPECT_FALSE(restarted.is_playing());
+  restarted.services().replace(kAir, kChannel15, {});
+  EXPECT_FALSE(restarted.current());
+}
+
+TEST_F(ReceiverStateTest, ModulesAnswerForTheReceiverOfTheProcess) {
+  Air air;
+  EXPECT_EQ(0, AIFW_init(0));
+  EXPECT_EQ(0, AIFW_init(0));
+  scan(kAir);
+  air.write(kAir, kChannel14, good_carrier());
+  scan(kAir, kChannel14);
+  AISRV_service_info record{};
+  EXPECT_EQ(0, AIFW_play_first_service(kAir, 0));
+  EXPECT_EQ(0, AICN_get_current(&record));
+  EXPECT_EQ(5, record.major);
+  EXPECT_EQ(0, record.name.length) << "no buffer was lent";
+  EXPECT_EQ(1, AICN_get_chan_state());
+  int status = -1;
+  EXPECT_EQ(0, AIPT_get_index_status(&status, 0));
+  EXPECT_EQ(1, status);
+  EXPECT_EQ(0, AIFW_stop_curr_src());
+  EXPECT_EQ(0, AIPT_get_index_status(&status, 0));
+  EXPECT_EQ(0, status);
+  uint8_t flag = 0;
+  AIIN_input_details input;
+  AIFE_tuning_details tuning;
+  ASSERT_EQ(0, AIIN_get_input_details(kCable, &flag, &input, 0));
+  ASSERT_EQ(0, AIFE_get_tuning_details(input.tuner, AIFE_MAIN_PATH, &tuning));
+  EXPECT_EQ(kChannel14, tuning.frequency);
+  EXPECT_NE(0, AIIN_get_input_details(1, &flag, &input, 0));
+  EXPECT_NE(0, AIFW_play_first_service(kCable, 0));
+  EXPECT_EQ(static_cast<int>(kAir), AICN_get_curr_input_source());
+  EXPECT_EQ(0, AISRV_sync_to_database());
+  EXPECT_EQ(0, AIUP_store_all());
+  EXPECT_EQ(0, AIUP_sync());
+  EXPECT_TRUE(fs::exists(fs::path(getenv("ATSC_HOST_STATE")) / "settings.json"));
+  fs::remove(air.path(kAir, kChannel14));
+  EXPECT_NE(0, AIFW_play_first_service(kAir, 0)) << "its carrier is gone";
+}
+
+}  // namespace
+}  // namespace receiver_test

@@ -1,0 +1,248 @@
+// What services are made of, and that no broadcast harms the receiver.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <functional>
+#include <random>
+
+#include "receiver_test_air.h"
+
+namespace receiver_test {
+namespace {
+
+using Texts = std::vector<std::string>;
+
+constexpr uint32_t kAir = AI_INPUT_TERRESTRIAL;
+constexpr uint32_t kCable = AI_INPUT_CABLE;
+constexpr uint32_t kChannel14 = 473000000;  // terrestrial
+constexpr uint32_t kCable14 = 123000000;
+
+// ISO 639 language, audio type 0.
+Bytes language(const std::string& code) {
+  return descriptor(0x0A, Bytes(code.begin(), code.end()) + Bytes{0});
+}
+// AC-3 audio: bsmod, full_svc, then mainid or asvcflags.
+Bytes ac3(unsigned bsmod, unsigned full_svc, uint8_t number) {
+  return descriptor(0x81, {0x08, 0x38, static_cast<uint8_t>(bsmod << 5 | 2 << 1 | full_svc), 0xFF,
+                           number, 0x01, 0xBF, 'f', 'r', 'a'});
+}
+
+class ReceiverTablesTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    scan(kAir);
+    scan(kCable);
+  }
+  std::vector<Row> receive(uint32_t source, uint32_t frequency, const Bytes& stream) {
+    air_.write(source, frequency, stream);
+    scan(source, frequency);
+    return rows(source);
+  }
+  Air air_;
+};
+
+TEST_F(ReceiverTablesTest, ProgramsWithoutVctAreNumberedByRfChannel) {
+  const Bytes stream = packets(0, {pat({{0, 0x10}, {3, 0x30}, {4, 0x40}, {5, 0x40}}, 77)}) +
+                       packets(0x30, {pmt(3, {{2, 49, {}},
+                                              {0x81, 52, language("eng") + ac3(0, 1, 2 << 5)},
+                                              {0x81, 53, language("spa") + ac3(2, 1, 0x04)},
+                                              {0x81, 54, ac3(3, 0, 0x01)}})}) +
+                       packets(0x40, {pmt(4, {{0x0F, 65, {}}}), pmt(5, {{0x0B, 70, {}}})});
+  const std::vector<Row> list = receive(kAir, kChannel14, stream);
+  ASSERT_EQ((Texts{"14-3 ", "14-4 ", "14-5 "}), labels(list));
+  EXPECT_EQ(1u, list[0].info.build_from_pmt);
+  EXPECT_EQ(77, list[0].info.transport_stream_id);
+  EXPECT_EQ(uint32_t(AISRV_TYPE_TV), list[0].info.service_type);
+  EXPECT_EQ(uint32_t(AISRV_TYPE_RADIO), list[1].info.service_type);
+  EXPECT_EQ(uint32_t(AISRV_TYPE_DATA), list[2].info.service_type);
+
+  EXPECT_EQ((Texts{"49  2", "52 eng 129", "53 spa 129", "54 fra 129"}), streams(list[0]));
+  const AISRV_pid_info* audio = list[0].pids.pids + 1;
+  EXPECT_EQ(AISRV_AUDIO_MAIN, audio[0].audio_kind);
+  EXPECT_EQ(2, audio[0].main_audio_number);
+  EXPECT_EQ(AISRV_AUDIO_DESCRIPTION, audio[1].audio_kind);
+  EXPECT_EQ(0x04, audio[1].description_mask);
+  EXPECT_EQ(1, audio[1].full_mix);
+  EXPECT_EQ(AISRV_AUDIO_HEARING_IMPAIRED, audio[2].audio_kind);
+
+  EXPECT_EQ((Texts{"0-3 ", "0-4 ", "0-5 ", "14-3 ", "14-4 ", "14-5 "}),
+            labels(receive(kAir, 500000000, stream)))
+      << "a frequency that is no channel of the plan";
+  EXPECT_EQ(3u, receive(kAir, 500000000, {}).size());
+}
+
+TEST_F(ReceiverTablesTest, LocationNamesTheStreamsAndThePmtTheirDetails) {
+  const Bytes tables =
+      packets(0x1FFB, {vct(0xC8, {{"BOTH", 8, 1, 3, 2, false,
+                                   service_location({{2, 49, ""}, {129, 52, ""}, {129, 52, ""}})},
+                                  {"PMTONLY", 8, 2, 4},
+                                  {"NEITHER", 8, 3, 5},
+                                  {"BOTH", 8, 1, 6},
+                                  {"AUDIO", 8, 4, 7, 3},
+                                  {"HIDDEN", 8, 5, 8, 2, true},
+                                  {"ELSE", 8, 6, 9, 2, false, {}, 2}})}) +
+      packets(0, {pat({{3, 0x30}, {4, 0x30}})}) +
+      packets(0x30, {pmt(3, {{129, 52, language("eng") + ac3(2, 0, 0x80)}, {129, 60, {}}}),
+                     pmt(4, {{2, 65, {}}})});
+  const std::vector<Row> list = receive(kAir, kChannel14, tables);
+  ASSERT_EQ((Texts{"8-1 BOTH", "8-2 PMTONLY", "8-3 NEITHER", "8-4 AUDIO"}), labels(list));
+  EXPECT_EQ((Texts{"49  2", "52  129"}), streams(list[0]));
+  EXPECT_EQ(AISRV_AUDIO_DESCRIPTION, list[0].pids.pids[1].audio_kind);
+  EXPECT_EQ(0x80, list[0].pids.pids[1].description_mask);
+  EXPECT_EQ("eng", std::string(list[0].pids.pids[1].second_language, 3));
+  EXPECT_EQ((Texts{"65  2"}), streams(list[1]));
+  EXPECT_EQ(0u, list[2].pids.count);
+  EXPECT_EQ(uint32_t(AISRV_TYPE_RADIO), list[3].info.service_type);
+  EXPECT_EQ(0u, list[3].info.build_from_pmt);
+}
+
+TEST_F(ReceiverTablesTest, CableNumbersMayHaveOnePart) {
+  const Bytes cable =
+      vct(0xC9, {{"ONE", 0x3F1, 7, 3}, {"TWO", 0x3EF, 7, 4}, {"MAX", 0x3FF, 1023, 5}});
+  const std::vector<Row> list = receive(kCable, kCable14, packets(0x1FFB, {cable}));
+  ASSERT_EQ((Texts{"1007-7 TWO", "1031-0 ONE", "16383-0 MAX"}), labels(list));
+  EXPECT_EQ(uint32_t(AI_MODULATION_QAM), list[0].info.modulation);
+  // Each band has its own table.
+  EXPECT_EQ(Texts{}, labels(receive(kAir, kChannel14, packets(0x1FFB, {cable}))));
+}
+
+TEST_F(ReceiverTablesTest, OnlyTheCurrentTableCountsAndPidsAreBounded) {
+  std::vector<Element> many;
+  for (unsigned i = 0; i < 36; ++i) many.push_back({129, 100 + i, "eng"});
+  const std::vector<Row> list = receive(
+      kAir, kChannel14,
+      packets(0x1FFB, {vct(0xC8, {{"NEXT", 9, 1, 3}}, 3, false),
+                       vct(0xC8, {{"NOW", 9, 2, 3, 2, false, service_location(many)}}, 2)}));
+  ASSERT_EQ((Texts{"9-2 NOW"}), labels(list));
+  ASSERT_EQ(uint32_t(AISRV_MAX_PIDS), list[0].pids.count);
+  EXPECT_EQ(129, list[0].pids.pids[29].pid);
+}
+
+TEST_F(ReceiverTablesTest, SurvivesHostileStreams) {
+  const Bytes good = good_carrier();
+  const Bytes table = vct(0xC8, {{"BAD", 6, 6, 3, 2, false, service_location({{2, 49, ""}})}});
+  const auto changed = [](Bytes bytes, size_t at, uint8_t value) {
+    bytes.at(at) = value;
+    return bytes;
+  };
+  const auto cut = [](Bytes bytes, size_t size) {
+    bytes.resize(size);
+    return bytes;
+  };
+  std::mt19937 random(1);
+  Bytes noise(300000);
+  for (uint8_t& byte : noise) byte = static_cast<uint8_t>(random());
+  Bytes versions;
+  for (unsigned v = 0; v < 2000; ++v) {
+    Bytes half = vct(0xC8, {{"BAD", 6, 6, 3}}, v % 32);
+    half[7] = 1;  // a second section that never comes
+    versions = versions + packets(0x1FFB, {sealed(half)});
+  }
+  Bytes subtables;
+  for (unsigned id = 2; id < 3000; ++id) {
+    Bytes other = section(0xC8, id, {0, 0, 0xFC, 0});
+    other[7] = 1;
+    subtables = subtables + packets(0x1FFB, {sealed(other)});
+  }
+  std::vector<std::pair<unsigned, unsigned>> programs;
+  for (unsigned p = 1; p < 250; ++p) programs.push_back({p, 0x1FFB});
+  const Bytes long_location = descriptor(0xA1, {0xE0, 0x31, 40, 2, 0xE0, 0x31});
+
+  struct Case {
+    const char* name;
+    Bytes before;  // a good carrier follows, and repeats its tables
+  };
+  const std::vector<Case> cases = {
+      {"inserted byte", Bytes{0x47}},
+      {"noise", noise},
+      {"endless sync bytes", Bytes(200000, 0x47)},
+      {"lost bytes within a packet", cut(packets(0x1FFB, {table}), 100)},
+      {"wrong CRC", packets(0x1FFB, {changed(table, 20, 0xEE)})},
+      {"section without its end", cut(packets(0x1FFB, {section(0xC8, 1, Bytes(900))}), 376)},
+      {"section_length 0", packets(0x1FFB, {{0xC8, 0xB0, 0}})},
+      {"section_length 4", packets(0x1FFB, {{0xC8, 0xB0, 4, 0xFF, 0xFF, 0xFF, 0xFF}})},
+      {"section_length 4095", packets(0x1FFB, {changed(changed(table, 1, 0xBF), 2, 0xFF)})},
+      {"empty body", packets(0x1FFB, {section(0xC8, 1, {})})},
+      {"more channels than there are", packets(0x1FFB, {sealed(changed(table, 9, 200))})},
+      {"descriptors longer than the table", packets(0x1FFB, {sealed(changed(table, 41, 255))})},
+      {"descriptor longer than its loop", packets(0x1FFB, {sealed(changed(table, 43, 255))})},
+      {"section number above the last", packets(0x1FFB, {sealed(changed(table, 6, 9))})},
+      {"pointer_field past the packet", changed(packets(0x1FFB, {table}), 4, 255)},
+      {"adaptation field past the packet",
+       changed(changed(packets(0x1FFB, {table}), 3, 0x30), 4, 255)},
+      {"scrambled", changed(packets(0x1FFB, {table}), 3, 0xD0)},
+      {"transport error", changed(packets(0x1FFB, {table}), 1, 0xDF)},
+      {"endless versions", versions},
+      {"endless subtables", subtables},
+      {"PAT of many programs on the PSIP PID", packets(0, {pat(programs)})},
+      {"PAT that ends within a program", packets(0, {section(0, 1, {0, 1, 0xE0})})},
+      {"short PMTs", packets(0, {pat({{1, 0x30}})}) +
+                         packets(0x30, {section(2, 1, {}), section(2, 1, {0xE0, 0x31, 0xFF, 0xFF}),
+                                        section(2, 1, {0xE0, 0x31, 0xF0, 0, 2, 0xE0})})},
+      {"location that claims more elements than it has",
+       packets(0x1FFB, {vct(0xC8, {{"GOOD", 5, 1, 3, 2, false, long_location}})})},
+      {"short AC-3 descriptors",
+       packets(0, {pat({{3, 0x30}})}) +
+           packets(0x30, {pmt(3, {{129, 52,
+                                   Bytes{0x81, 0, 0x0A, 1, 'e'} +
+                                       descriptor(0x81, {8, 0x38, 0, 0xFF, 0, 0xFE})}})})},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    air_.write(kAir, 57000000, good);
+    air_.write(kAir, kChannel14, c.before + good + good + good);
+    scan(kAir);
+    const Texts found = labels(kAir);
+    EXPECT_EQ((Texts{"5-1 GOOD", "5-1 GOOD"}), found);
+  }
+}
+
+TEST_F(ReceiverTablesTest, SurvivesFilesThatAreNoStreams) {
+  const auto put = [&](uint32_t frequency, const std::function<void(const char*)>& make) {
+    make(air_.path(kAir, frequency).c_str());
+  };
+  put(57000000, [](const char* path) { EXPECT_EQ(0, mkdir(path, 0700)); });
+  put(63000000, [](const char* path) { EXPECT_EQ(0, mkfifo(path, 0600)); });
+  put(69000000, [](const char* path) { EXPECT_EQ(0, symlink(path, path)); });
+  air_.write(kAir, 79000000, {});
+  air_.write(kAir, 85000000, good_carrier());
+  EXPECT_EQ(0, chmod(air_.path(kAir, 85000000).c_str(), 0));
+  air_.write(kAir, kChannel14, good_carrier());
+  const std::vector<Report> reports = scan(kAir);
+  ASSERT_EQ(70u, reports.size());
+  EXPECT_EQ(0u, reports[3].progress.lock_frequency);
+  EXPECT_EQ(79000000u, reports[4].progress.lock_frequency) << "an empty carrier is one";
+  EXPECT_EQ("5-1 GOOD", labels(kAir).back());
+}
+
+// Sound headers and checksums over damaged bodies reach deepest.
+TEST_F(ReceiverTablesTest, SurvivesDamagedTables) {
+  std::mt19937 random(2);
+  const Bytes tables[] = {
+      vct(0xC8, {{"ONE", 6, 1, 3, 2, false, service_location({{2, 49, ""}, {129, 52, "eng"}})},
+                 {"TWO", 6, 2, 4}}),
+      pat({{3, 0x30}, {4, 0x30}}),
+      pmt(3, {{2, 49, {}}, {129, 52, language("eng") + ac3(2, 1, 4)}}),
+  };
+  const unsigned pids[] = {0x1FFB, 0, 0x30};
+  for (int round = 0; round < 20; ++round) {
+    Bytes stream;
+    for (int i = 0; i < 300; ++i) {
+      const size_t which = random() % 3;
+      Bytes table = tables[which];
+      for (unsigned n = random() % 4; n > 0; --n)
+        table[8 + random() % (table.size() - 12)] = static_cast<uint8_t>(random());
+      table = sealed(table);
+      if (random() % 4 == 0) table[1 + random() % 7] = static_cast<uint8_t>(random());
+      stream = stream + packets(pids[which], {table});
+    }
+    for (const Row& row : receive(kAir, kChannel14, stream)) {
+      EXPECT_LE(row.pids.count, uint32_t(AISRV_MAX_PIDS));
+      EXPECT_EQ(kChannel14, row.info.frequency);
+    }
+  }
+}
+
+}  // namespace
+}  // namespace receiver_test

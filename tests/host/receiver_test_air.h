@@ -1,0 +1,105 @@
+// An air folder of small transport streams, written table by table, and a scan to read it.
+#ifndef ATSC_TESTS_HOST_RECEIVER_TEST_AIR_H_
+#define ATSC_TESTS_HOST_RECEIVER_TEST_AIR_H_
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "aics.h"
+#include "aisrv.h"
+
+namespace receiver_test {
+
+using Bytes = std::vector<uint8_t>;
+
+Bytes operator+(Bytes a, const Bytes& b);
+Bytes be16(unsigned value);
+
+// A folder that is removed at the end, by the process that made it.
+class TemporaryFolder {
+ public:
+  TemporaryFolder();
+  ~TemporaryFolder();
+  const std::filesystem::path& path() const { return path_; }
+
+ private:
+  const int owner_;
+  std::filesystem::path path_;
+};
+
+// The air folder of the process while it lives; scans do not dwell.
+class Air {
+ public:
+  Air();
+  std::filesystem::path path(uint32_t source, uint32_t frequency) const;
+  void write(uint32_t source, uint32_t frequency, const Bytes& stream) const;
+
+ private:
+  TemporaryFolder folder_;
+};
+
+// A section with its header and CRC_32.
+Bytes section(uint8_t table_id, unsigned extension, const Bytes& body, unsigned version = 1,
+              bool current = true);
+// Puts right the CRC_32 of a section that has been changed.
+Bytes sealed(Bytes bytes);
+// The packets of sections on one PID, continuity counters from 0 on.
+Bytes packets(unsigned pid, const std::vector<Bytes>& sections);
+
+Bytes descriptor(uint8_t tag, const Bytes& content);
+
+struct Element {
+  uint8_t type;
+  unsigned pid;
+  std::string language;
+};
+Bytes service_location(const std::vector<Element>& elements);
+
+struct Channel {
+  std::string name;
+  unsigned major, minor, program;
+  uint8_t service_type = 2;
+  bool hidden = false;
+  Bytes descriptors = {};
+  unsigned tsid = 1;
+};
+// 0xC8 terrestrial, 0xC9 cable.
+Bytes vct(uint8_t table_id, const std::vector<Channel>& channels, unsigned version = 1,
+          bool current = true);
+Bytes pat(const std::vector<std::pair<unsigned, unsigned>>& programs, unsigned tsid = 1);
+struct PmtStream {
+  uint8_t type;
+  unsigned pid;
+  Bytes descriptors = {};
+};
+Bytes pmt(unsigned program, const std::vector<PmtStream>& streams);
+
+// A carrier with the channel 5-1 "GOOD", one video and one audio stream.
+Bytes good_carrier();
+
+struct Report {
+  AICS_scan_progress progress;
+  int state;
+};
+
+int start_scan(uint32_t source, uint32_t frequency, AICS_scan_callback callback);  // 0: automatic
+// Scans to the end and returns what was reported.
+std::vector<Report> scan(uint32_t source, uint32_t frequency = 0);
+
+struct Row {
+  AISRV_service_info info;
+  std::string name;  // ASCII part of the UTF-16BE name
+  AISRV_pid_details pids;
+};
+std::vector<Row> rows(uint32_t source);
+// "major-minor name" of each row.
+std::vector<std::string> labels(uint32_t source);
+std::vector<std::string> labels(const std::vector<Row>& rows);
+// "pid language type" of each stream.
+std::vector<std::string> streams(const Row& row);
+
+}  // namespace receiver_test
+
+#endif  // ATSC_TESTS_HOST_RECEIVER_TEST_AIR_H_
