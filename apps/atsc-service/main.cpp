@@ -1,0 +1,115 @@
+// atsc-service: the service process of a PC. Receives the broadcast of an air folder, keeps the
+// databases and answers TV applications.
+
+#include <atsc/atsc_service.h>
+#include <atsc_host.h>
+#include <semaphore.h>
+
+#include <CLI/CLI.hpp>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <iostream>
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+#include "database_files.h"
+
+namespace {
+
+constexpr int kFailure = 1;
+constexpr int kUsage = 2;
+
+struct Options {
+  std::string air;
+  std::string db;
+  std::optional<unsigned int> dwell;
+};
+
+// Posted by SIGTERM and SIGINT. The library's threads are older than main() and do not block the
+// signals, so that any of them may be the one to run the handler.
+sem_t g_stop;
+
+void requestStop(int) { sem_post(&g_stop); }
+
+void handleSignals() {
+  sem_init(&g_stop, 0, 0);
+  struct sigaction action = {};
+  action.sa_handler = requestStop;
+  action.sa_flags = SA_RESTART;
+  sigaction(SIGTERM, &action, nullptr);
+  sigaction(SIGINT, &action, nullptr);
+  // Who reads our output may go away.
+  action.sa_handler = SIG_IGN;
+  sigaction(SIGPIPE, &action, nullptr);
+}
+
+void waitForStop() {
+  while (sem_wait(&g_stop) != 0 && errno == EINTR) {
+  }
+}
+
+void run(const Options& options) {
+  if (!options.air.empty()) ATSC_host_set_air(options.air.c_str());
+  if (options.dwell) ATSC_host_set_dwell(*options.dwell);
+  const apps::DatabaseFiles files = apps::databaseFiles(options.db);
+  apps::prepareDatabaseFiles(files);
+  setenv(apps::kChannelDatabaseVariable, files.channels.c_str(), 1);
+  setenv(apps::kEventDatabaseVariable, files.events.c_str(), 1);
+
+  // The name comes first: two services must never work on the same databases.
+  const int owner = ATSC_host_claim(ATSC_HOST_SERVICE_NAME);
+  if (owner > 0) {
+    throw std::runtime_error("a service runs already, process " + std::to_string(owner));
+  }
+  if (owner != 0) {
+    throw std::runtime_error(std::string("cannot serve the name ") + ATSC_HOST_SERVICE_NAME);
+  }
+  ATSC_Service_db_init();
+  ATSC_host_serve(ATSC_HOST_SERVICE_NAME);
+
+  std::cerr << "atsc-service: ready; air folder " << (options.air.empty() ? "not set" : options.air)
+            << ", database folder "
+            << std::filesystem::absolute(files.channels).parent_path().string() << std::endl;
+  waitForStop();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    handleSignals();
+    CLI::App app(
+        "The ATSC service process: receives the broadcast of an air folder, keeps the channel and\n"
+        "event databases and answers TV applications such as atsc-tv. Ends with SIGTERM or SIGINT.",
+        "atsc-service");
+    app.set_version_flag("--version", "atsc-service " ATSC_VERSION);
+    Options options;
+    app.add_option("--air", options.air,
+                   "Folder with the broadcast: vsb/FREQUENCY.ts and qam/FREQUENCY.ts, frequencies "
+                   "in Hz; default: $ATSC_AIR")
+        ->envname("ATSC_AIR")
+        ->check(CLI::ExistingDirectory)
+        ->option_text("DIR");
+    app.add_option("--db", options.db, apps::kDatabaseFolderHelp)->option_text("DIR");
+    // Long enough for any tuner, and shorter than what TV applications wait for progress.
+    app.add_option("--dwell", options.dwell,
+                   "Milliseconds that a scan stays on a frequency, at most 5000 (default: 20)")
+        ->check(CLI::Range(0u, 5000u))
+        ->option_text("MS");
+    try {
+      app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+      if (error.get_exit_code() == 0) return app.exit(error);  // --help, --version
+      std::cerr << "atsc-service: " << error.what() << "; see atsc-service --help\n";
+      return kUsage;
+    }
+    run(options);
+    return 0;
+  } catch (const std::exception& error) {
+    std::cerr << "atsc-service: " << error.what() << '\n';
+    return kFailure;
+  }
+}

@@ -1,0 +1,163 @@
+#include "channel_list.h"
+
+#include <SQLiteCpp/SQLiteCpp.h>
+#include <atsc/atsc_tables.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <sstream>
+#include <vector>
+
+#include "failure.h"
+#include "table.h"
+#include "text.h"
+
+namespace tv {
+namespace {
+
+// How long the service may keep the file locked.
+constexpr int kBusyTimeoutMs = 5000;
+
+constexpr int64_t kMegahertz = 1000000;
+
+// ISO/IEC 13818-1 stream_type, private values of A/53 and SCTE 57.
+struct Coding {
+  const char* stream_type;
+  const char* name;
+};
+constexpr Coding kCodings[] = {
+    {"1", "MPEG-1"},  {"2", "MPEG-2"}, {"3", "MPEG-1"},          {"4", "MPEG-2"},
+    {"15", "AAC"},    {"17", "LATM"},  {"27", "H.264"},          {"36", "HEVC"},
+    {"128", "DC-II"}, {"129", "AC-3"}, {"135", "Enhanced AC-3"},
+};
+
+std::vector<std::string> split(const std::string& text, char separator) {
+  std::vector<std::string> parts;
+  std::istringstream in(text);
+  for (std::string part; std::getline(in, part, separator);) parts.push_back(part);
+  return parts;
+}
+
+std::string codingName(const std::string& stream_type) {
+  for (const Coding& coding : kCodings) {
+    if (stream_type == coding.stream_type) return coding.name;
+  }
+  return "type " + stream_type;
+}
+
+// "52_eng_129,53_spa_129_AD0FULL_MAIN0," becomes "52 eng AC-3, 53 spa AC-3 described".
+std::string audioText(const std::string& pids) {
+  std::string text;
+  for (const std::string& entry : split(pids, ',')) {
+    const std::vector<std::string> fields = split(entry, '_');
+    if (!text.empty()) text += ", ";
+    if (fields.size() < 3) {
+      text += entry;
+      continue;
+    }
+    text += fields[0] + (fields[1].empty() ? "" : ' ' + fields[1]) + ' ' + codingName(fields[2]);
+    if (fields.size() > 3) text += " described";
+  }
+  return text;
+}
+
+// "49_2," becomes "49 MPEG-2".
+std::string videoText(const std::string& pids) {
+  std::string text;
+  for (const std::string& entry : split(pids, ',')) {
+    const std::vector<std::string> fields = split(entry, '_');
+    if (!text.empty()) text += ", ";
+    text += fields.size() == 2 ? fields[0] + ' ' + codingName(fields[1]) : entry;
+  }
+  return text;
+}
+
+// A one-part number of cable (A/65 6.3.2) is kept with the minor number 0.
+std::string numberText(const Json::Value& row) {
+  const std::string major = row["major_no"].asString();
+  const std::string minor = row["minor_no"].asString();
+  return minor == "0" && row["tuner_type"].asString() == "QAM" ? major : major + '-' + minor;
+}
+
+Json::Value columnValue(const SQLite::Column& column) {
+  if (column.isNull()) return Json::Value();
+  if (column.isInteger()) return Json::Value(static_cast<Json::Int64>(column.getInt64()));
+  if (column.isFloat()) return Json::Value(column.getDouble());
+  return Json::Value(validUtf8(column.getString()));
+}
+
+}  // namespace
+
+const std::array<Source, 2> kSources = {{
+    {"VSB", "Terrestrial", "channel_data_t", atsc_freq, 2},
+    {"QAM", "Cable", "channel_data_c", cable_digital_std, 1},
+}};
+
+const Source& sourceNamed(const std::string& name) {
+  return name == kSources[0].name ? kSources[0] : kSources[1];
+}
+
+int rfChannel(const Source& source, int64_t frequency) {
+  for (int i = 0; source.plan[i] != -1; ++i) {
+    if (source.plan[i] == frequency) return source.first_channel + i;
+  }
+  return 0;
+}
+
+std::string megahertz(int64_t frequency) {
+  std::array<char, 32> text;
+  snprintf(text.data(), text.size(), "%lld.%03lld", static_cast<long long>(frequency / kMegahertz),
+           static_cast<long long>(frequency % kMegahertz / 1000));
+  return text.data();
+}
+
+Json::Value readChannels(const std::string& database, const Source& source) {
+  try {
+    std::error_code error;
+    if (!std::filesystem::exists(database, error) && !error) return Json::Value();
+    SQLite::Database file(database, SQLite::OPEN_READONLY, kBusyTimeoutMs);
+    if (!file.tableExists(source.table)) return Json::Value();
+    SQLite::Statement query(file, std::string("SELECT * FROM ") + source.table +
+                                      " ORDER BY major_no, minor_no, freq, ch_index");
+    Json::Value rows(Json::arrayValue);
+    while (query.executeStep()) {
+      Json::Value& row = rows.append(Json::Value(Json::objectValue));
+      for (int i = 0; i < query.getColumnCount(); ++i) {
+        row[query.getColumnName(i)] = columnValue(query.getColumn(i));
+      }
+    }
+    return rows;
+  } catch (const SQLite::Exception& error) {
+    throw Failure(kFailure, database + ": " + error.what());
+  }
+}
+
+void printChannels(std::ostream& out, const Source& source, const Json::Value& channels) {
+  out << source.title << " (" << source.name << "): ";
+  if (channels.isNull()) {
+    out << "no scan has run\n";
+    return;
+  }
+  out << channels.size() << (channels.size() == 1 ? " channel\n" : " channels\n");
+  if (channels.empty()) return;
+  Table table({{"No.", Align::kRight},
+               {"Name", Align::kLeft},
+               {"Type", Align::kLeft},
+               {"RF", Align::kRight},
+               {"MHz", Align::kRight},
+               {"TSID", Align::kRight},
+               {"Source", Align::kRight},
+               {"Video", Align::kLeft},
+               {"Audio", Align::kLeft}});
+  for (const Json::Value& row : channels) {
+    const int64_t frequency = row["freq"].asInt64();
+    const int channel = rfChannel(source, frequency);
+    table.add({numberText(row), row["name"].asString(), row["srv_type"].asString(),
+               channel != 0 ? std::to_string(channel) : "", megahertz(frequency),
+               row["tsid"].asString(), row["source_id"].asString(),
+               videoText(row["video_pid"].asString()), audioText(row["audio_pid"].asString())});
+  }
+  table.print(out, "  ");
+}
+
+}  // namespace tv

@@ -1,0 +1,43 @@
+// The channel list that the service keeps.
+#ifndef ATSC_TV_CHANNEL_LIST_H_
+#define ATSC_TV_CHANNEL_LIST_H_
+
+#include <json/value.h>
+
+#include <array>
+#include <cstdint>
+#include <ostream>
+#include <string>
+
+namespace tv {
+
+// A reception source with its channel table and its frequency plan.
+struct Source {
+  const char* name;   // as in commands
+  const char* title;  // for people
+  const char* table;
+  const int32_t* plan;  // centre frequencies in Hz, ended by -1
+  int first_channel;    // RF channel of the plan's first frequency
+};
+
+extern const std::array<Source, 2> kSources;
+
+// The source of a name that a command-line option has checked.
+const Source& sourceNamed(const std::string& name);
+
+// The RF channel of a centre frequency in Hz, 0 when the plan has none.
+int rfChannel(const Source& source, int64_t frequency);
+
+// A centre frequency in Hz as text in MHz.
+std::string megahertz(int64_t frequency);
+
+// The rows of a source in channel order, an array of objects with the table's columns; null when
+// the file or the table does not exist. Texts are valid UTF-8. Throws when the file cannot be read.
+Json::Value readChannels(const std::string& database, const Source& source);
+
+// Writes the rows as a table with a heading.
+void printChannels(std::ostream& out, const Source& source, const Json::Value& channels);
+
+}  // namespace tv
+
+#endif  // ATSC_TV_CHANNEL_LIST_H_

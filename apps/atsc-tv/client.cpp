@@ -1,0 +1,53 @@
+#include "client.h"
+
+#include <atsc/atsc_service.h>
+#include <atsc_host.h>
+
+#include <cstdlib>
+#include <iostream>
+#include <memory>
+
+#include "failure.h"
+#include "json.h"
+#include "text.h"
+
+namespace tv {
+namespace {
+
+void show(const char* direction, const std::string& text) {
+  std::cerr << direction << ' ' << printable(text, true) << std::endl;
+}
+
+}  // namespace
+
+int servicePid() { return ATSC_host_find(ATSC_HOST_SERVICE_NAME); }
+
+void Client::requireService() const {
+  if (servicePid() == 0) throw Failure(kNoService, "no service runs; start atsc-service");
+}
+
+Reply Client::send(const std::string& command) const {
+  requireService();
+  if (verbose_) show(">", command);
+  char* raw = nullptr;
+  const int result = ATSC_TransmitServiceClientJSONCommand(command.c_str(), &raw);
+  const std::unique_ptr<char, void (*)(void*)> text(raw, std::free);
+  if (ATSC_host_last_transact() != 0) {
+    requireService();
+    throw Failure(kNoService, "the service did not answer: it has ended, or the text is too long");
+  }
+  Reply reply{result, text ? std::optional<std::string>(text.get()) : std::nullopt};
+  if (verbose_) {
+    if (reply.text) show("<", *reply.text);
+    show("<", "result " + std::to_string(result));
+  }
+  return reply;
+}
+
+Reply Client::send(const Json::Value& command) const { return send(compactJson(command)); }
+
+void Client::showReceived(const std::string& text) const {
+  if (verbose_) show("<", text);
+}
+
+}  // namespace tv

@@ -1,0 +1,51 @@
+// atsc-tv channels: the channel list from the database.
+#include <iostream>
+#include <memory>
+
+#include "channel_list.h"
+#include "commands.h"
+#include "failure.h"
+#include "json.h"
+
+namespace tv {
+namespace {
+
+struct ChannelsOptions {
+  std::string source;  // empty: all
+  bool json = false;
+};
+
+int channels(const CommonOptions& common, const ChannelsOptions& options) {
+  const std::string database = common.channelDatabase();
+  Json::Value all(Json::objectValue);
+  const char* gap = "";
+  for (const Source& source : kSources) {
+    if (!options.source.empty() && options.source != source.name) continue;
+    const Json::Value rows = readChannels(database, source);
+    if (options.json) {
+      all[source.name] = rows;
+    } else {
+      std::cout << gap;
+      printChannels(std::cout, source, rows);
+      gap = "\n";
+    }
+  }
+  if (options.json) std::cout << compactJson(all) << '\n';
+  return kSuccess;
+}
+
+}  // namespace
+
+void addChannels(CLI::App& app, Action& action) {
+  CLI::App* command = app.add_subcommand("channels", "Show the channel list");
+  auto options = std::make_shared<ChannelsOptions>();
+  addSourceOption(*command, options->source, "Only the terrestrial or the cable channels");
+  command->add_flag("--json", options->json,
+                    "One line of JSON: for each source the rows of its table, null when no scan "
+                    "has run");
+  command->callback([&action, options] {
+    action = [options](const CommonOptions& common) { return channels(common, *options); };
+  });
+}
+
+}  // namespace tv

@@ -1,0 +1,189 @@
+// atsc-tv scan: a channel scan with its progress.
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdint>
+#include <iostream>
+#include <limits>
+#include <memory>
+
+#include "callbacks.h"
+#include "channel_list.h"
+#include "commands.h"
+#include "failure.h"
+#include "json.h"
+
+namespace tv {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::seconds kCheckService(1);
+
+// A scan reports every frequency; one that is silent for this long has been stopped.
+constexpr std::chrono::seconds kSilence(10);
+
+struct ScanOptions {
+  std::string source = "VSB";
+  uint32_t frequency = 0;  // Hz or RF channel; 0: the whole band
+};
+
+// A number of a message, 0 when it is missing or none.
+uint32_t number(const Json::Value& message, const char* key) {
+  return message[key].isUInt() ? message[key].asUInt() : 0;
+}
+
+std::string services(uint32_t count) {
+  return std::to_string(count) + (count == 1 ? " service" : " services");
+}
+
+// Shows a line for each frequency with services, and a bar on a terminal.
+class ProgressView {
+ public:
+  explicit ProgressView(const Source& source)
+      : source_(source), terminal_(isatty(STDOUT_FILENO) == 1) {}
+  ~ProgressView() { clear(); }
+  ProgressView(const ProgressView&) = delete;
+  ProgressView& operator=(const ProgressView&) = delete;
+
+  void update(const Json::Value& message) {
+    const uint32_t found = number(message, "ser_found");
+    const uint32_t frequency = number(message, "cur_freq");
+    clear();
+    if (number(message, "lock_freq") == frequency && frequency != last_lock_) {
+      last_lock_ = frequency;
+      std::cout << "  " << place(frequency) << ": " << services(found - std::min(found, found_))
+                << std::endl;
+    }
+    found_ = found;
+    if (terminal_) draw(std::min(number(message, "progress"), 100u), frequency);
+  }
+
+  // Takes the bar off the terminal.
+  void clear() {
+    if (drawn_) std::cout << "\r\033[K" << std::flush;
+    drawn_ = false;
+  }
+
+ private:
+  std::string place(uint32_t frequency) const {
+    const int channel = rfChannel(source_, frequency);
+    return (channel != 0 ? "RF " + std::to_string(channel) + ", " : "") + megahertz(frequency) +
+           " MHz";
+  }
+
+  void draw(uint32_t percent, uint32_t frequency) {
+    constexpr uint32_t kWidth = 30;
+    const uint32_t filled = percent * kWidth / 100;
+    std::cout << '[' << std::string(filled, '#') << std::string(kWidth - filled, '.') << "] "
+              << percent << "%  " << (frequency != 0 ? place(frequency) + "  " : "")
+              << services(found_) << std::flush;
+    drawn_ = true;
+  }
+
+  const Source& source_;
+  const bool terminal_;
+  bool drawn_ = false;
+  uint32_t found_ = 0;
+  uint32_t last_lock_ = 0;
+};
+
+Json::Value command(const char* command_class, const char* name) {
+  Json::Value value;
+  value["class"] = command_class;
+  value["command"] = name;
+  return value;
+}
+
+void start(const Client& client, const ScanOptions& options) {
+  if (client.send(command("FW", "INIT")).result != 0) {
+    throw Failure(kFailure, "the service cannot start its receiver");
+  }
+  Json::Value request = command("SCAN", "start");
+  request["src"] = options.source;
+  request["mode"] = options.frequency != 0 ? "manual" : "auto";
+  if (options.frequency != 0) request["freq"] = options.frequency;
+  if (client.send(request).result != 0) {
+    throw Failure(kFailure, std::string("the service refuses the scan: ") +
+                                (options.frequency != 0 ? "there is no such channel, or " : "") +
+                                "a scan is running (atsc-tv send '" +
+                                compactJson(command("SCAN", "stop")) + "' stops it)");
+  }
+}
+
+enum class Ending { kOver, kStoppedByUser, kSilent };
+
+// Shows the scan until it ends. Throws Failure when it fails.
+Ending follow(const Client& client, Callbacks& callbacks, int service, ProgressView& view) {
+  Clock::time_point last_sign = Clock::now();
+  for (;;) {
+    std::string text;
+    switch (callbacks.wait(kCheckService, &text)) {
+      case Callbacks::Event::kInterrupt:
+        view.clear();
+        client.send(command("SCAN", "stop"));
+        return Ending::kStoppedByUser;
+      case Callbacks::Event::kTimeout:
+        if (servicePid() != service) throw Failure(kFailure, "the service ended during the scan");
+        if (Clock::now() - last_sign > kSilence) return Ending::kSilent;
+        break;
+      case Callbacks::Event::kMessage: {
+        client.showReceived(text);
+        const Json::Value message = parseJson(text).value_or(Json::Value());
+        if (!message.isObject() || message["cbtype"] != "SCAN") break;
+        last_sign = Clock::now();
+        view.update(message);
+        if (message["msg"] == "OVER") return Ending::kOver;
+        if (message["msg"] == "ERROR") throw Failure(kFailure, "the scan failed");
+      }
+    }
+  }
+}
+
+int scan(const CommonOptions& common, const ScanOptions& options) {
+  const Client client = common.client();
+  const Source& source = sourceNamed(options.source);
+  client.requireService();
+  const int service = servicePid();
+  Callbacks& callbacks = Callbacks::start();
+  start(client, options);
+  std::cout << "Scanning " << source.title << " (" << source.name << ")" << std::endl;
+  Ending ending;
+  {
+    ProgressView view(source);
+    ending = follow(client, callbacks, service, view);
+  }
+  switch (ending) {
+    case Ending::kOver:
+      std::cout << "Scan over\n\n";
+      break;
+    case Ending::kStoppedByUser:
+      std::cout << "Scan stopped\n\n";
+      break;
+    case Ending::kSilent:
+      std::cout << "No progress for " << kSilence.count() << " seconds: the scan was stopped\n\n";
+      break;
+  }
+  printChannels(std::cout, source, readChannels(common.channelDatabase(), source));
+  return ending == Ending::kSilent ? kFailure : kSuccess;
+}
+
+}  // namespace
+
+void addScan(CLI::App& app, Action& action) {
+  CLI::App* command = app.add_subcommand(
+      "scan", "Scan for channels and show what was found; Ctrl-C stops the scan");
+  auto options = std::make_shared<ScanOptions>();
+  addSourceOption(*command, options->source, "Terrestrial or cable (default: VSB)");
+  command
+      ->add_option("--freq", options->frequency,
+                   "Only this frequency in Hz, or this RF channel when below 256")
+      ->check(CLI::Range(uint32_t{1}, std::numeric_limits<uint32_t>::max()))
+      ->option_text("N");
+  command->callback([&action, options] {
+    action = [options](const CommonOptions& common) { return scan(common, *options); };
+  });
+}
+
+}  // namespace tv

@@ -1,0 +1,89 @@
+// atsc-tv watch: the callbacks as they come.
+#include <chrono>
+#include <cstdio>
+#include <ctime>
+#include <iostream>
+#include <memory>
+
+#include "callbacks.h"
+#include "commands.h"
+#include "failure.h"
+#include "json.h"
+#include "text.h"
+
+namespace tv {
+namespace {
+
+constexpr std::chrono::seconds kCheckService(1);
+
+// Local time of day with milliseconds.
+std::string timeOfDay() {
+  const auto now = std::chrono::system_clock::now();
+  const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
+  const auto milliseconds =
+      std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count() % 1000;
+  std::tm local = {};
+  localtime_r(&seconds, &local);
+  char text[32];
+  snprintf(text, sizeof text, "%02d:%02d:%02d.%03d", local.tm_hour, local.tm_min, local.tm_sec,
+           static_cast<int>(milliseconds));
+  return text;
+}
+
+// "SCAN: msg=START progress=0 ..." of a callback message.
+std::string readable(const Json::Value& message) {
+  if (!message.isObject() || !message["cbtype"].isString()) return readableJson(message);
+  std::string text = message["cbtype"].asString() + ":";
+  for (const std::string& key : message.getMemberNames()) {
+    if (key == "class" || key == "cbtype") continue;
+    const Json::Value& value = message[key];
+    text += ' ' + key + '=' + (value.isString() ? value.asString() : readableJson(value));
+  }
+  return text;
+}
+
+int watch(const CommonOptions& common, bool json) {
+  const Client client = common.client();
+  client.requireService();
+  Callbacks& callbacks = Callbacks::start();
+  int service = servicePid();
+  for (;;) {
+    std::string text;
+    switch (callbacks.wait(kCheckService, &text)) {
+      case Callbacks::Event::kInterrupt:
+        return kSuccess;
+      case Callbacks::Event::kTimeout:
+        if (const int now = servicePid(); now != service) {
+          std::cerr << "atsc-tv: " << (now == 0 ? "the service has ended" : "a service runs again")
+                    << std::endl;
+          service = now;
+        }
+        break;
+      case Callbacks::Event::kMessage: {
+        client.showReceived(text);
+        // A text that is no JSON is shown as a string.
+        const Json::Value message = parseJson(text).value_or(Json::Value(validUtf8(text)));
+        if (json) {
+          std::cout << compactJson(message) << std::endl;
+        } else {
+          std::cout << timeOfDay() << ' ' << printable(readable(message)) << std::endl;
+        }
+      }
+    }
+    if (!std::cout) throw Failure(kFailure, "cannot write to standard output");
+  }
+}
+
+}  // namespace
+
+void addWatch(CLI::App& app, Action& action) {
+  CLI::App* command = app.add_subcommand(
+      "watch", "Register as the TV application and print each callback until SIGINT or SIGTERM");
+  auto json = std::make_shared<bool>(false);
+  command->add_flag("--json", *json, "The callbacks alone, one line of JSON each");
+  command->callback([&action, json] {
+    action = [json](const CommonOptions& common) { return watch(common, *json); };
+  });
+}
+
+}  // namespace tv

@@ -1,0 +1,76 @@
+// atsc-tv: a TV application for the terminal.
+
+#include <CLI/CLI.hpp>
+#include <clocale>
+#include <iostream>
+
+#include "commands.h"
+#include "database_files.h"
+#include "failure.h"
+#include "text.h"
+
+namespace tv {
+namespace {
+
+constexpr AddCommand* kCommands[] = {addScan, addChannels, addWatch, addSend};
+
+constexpr const char* kFooter =
+    "The options of atsc-tv itself (atsc-tv --help) may also follow a subcommand.\n"
+    "Exit status: 0 success; 1 failure; 2 wrong arguments; 3 no service runs: start atsc-service;\n"
+    "4 another TV application is registered.";
+
+int run(int argc, char** argv) {
+  // Characters as the databases have them, whatever the user's language.
+  setlocale(LC_CTYPE, "C.UTF-8");
+  CLI::App app(
+      "A TV application for the terminal: commands to the ATSC service, its callbacks and "
+      "its channel list.",
+      "atsc-tv");
+  app.set_version_flag("--version", "atsc-tv " ATSC_VERSION);
+  app.footer(kFooter);
+  app.require_subcommand(1);
+  app.fallthrough();
+  CommonOptions common;
+  app.add_option("--db", common.db, apps::kDatabaseFolderHelp)->option_text("DIR");
+  app.add_flag("--verbose", common.verbose, "Show the JSON texts of both directions");
+  Action action;
+  for (AddCommand* add : kCommands) add(app, action);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    if (error.get_exit_code() == 0) return app.exit(error);  // --help, --version
+    throw Failure(kUsage, error.what() + std::string("; see atsc-tv --help"));
+  }
+  const int status = action(common);
+  std::cout.flush();
+  if (!std::cout) throw Failure(kFailure, "cannot write to standard output");
+  return status;
+}
+
+}  // namespace
+
+std::string CommonOptions::channelDatabase() const { return apps::databaseFiles(db).channels; }
+
+CLI::Option* addSourceOption(CLI::App& command, std::string& source, const std::string& help) {
+  return command.add_option("--src", source, help)
+      ->transform(CLI::IsMember({"VSB", "QAM"}, CLI::ignore_case))
+      ->option_text("VSB|QAM");
+}
+
+}  // namespace tv
+
+int main(int argc, char** argv) {
+  int status = tv::kFailure;
+  std::string message;
+  try {
+    return tv::run(argc, argv);
+  } catch (const tv::Failure& failure) {
+    status = failure.status();
+    message = failure.what();
+  } catch (const std::exception& error) {
+    message = error.what();
+  }
+  std::cout.flush();
+  std::cerr << "atsc-tv: " << tv::printable(message) << '\n';
+  return status;
+}

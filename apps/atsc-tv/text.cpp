@@ -1,0 +1,106 @@
+#include "text.h"
+
+#include <wchar.h>
+
+namespace tv {
+namespace {
+
+constexpr char32_t kReplacement = 0xFFFD;
+
+struct Decoded {
+  char32_t point;
+  size_t length;  // bytes taken, at least 1
+};
+
+bool isHighSurrogate(char32_t point) { return point >= 0xD800 && point < 0xDC00; }
+bool isLowSurrogate(char32_t point) { return point >= 0xDC00 && point < 0xE000; }
+
+// The first code point of a text that is not empty, surrogates included (RFC 3629 table in
+// section 3). A malformed sequence gives U+FFFD for its first byte.
+Decoded decodeOne(std::string_view text) {
+  const auto byte = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
+  const unsigned char lead = byte(0);
+  if (lead < 0x80) return {lead, 1};
+  const size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
+  if (lead < 0xC2 || lead > 0xF4 || text.size() < length) return {kReplacement, 1};
+  char32_t point = lead & (0x7F >> length);
+  for (size_t i = 1; i < length; ++i) {
+    if ((byte(i) & 0xC0) != 0x80) return {kReplacement, 1};
+    point = point << 6 | (byte(i) & 0x3F);
+  }
+  const bool overlong = (length == 3 && point < 0x800) || (length == 4 && point < 0x10000);
+  if (overlong || point > 0x10FFFF) return {kReplacement, 1};
+  return {point, length};
+}
+
+std::u32string decode(std::string_view text) {
+  std::u32string points;
+  for (size_t i = 0; i < text.size();) {
+    auto [point, length] = decodeOne(text.substr(i));
+    i += length;
+    if (isHighSurrogate(point) && i < text.size()) {
+      const Decoded low = decodeOne(text.substr(i));
+      if (isLowSurrogate(low.point)) {
+        point = 0x10000 + ((point - 0xD800) << 10) + (low.point - 0xDC00);
+        i += low.length;
+      }
+    }
+    points += isHighSurrogate(point) || isLowSurrogate(point) ? kReplacement : point;
+  }
+  return points;
+}
+
+std::string encode(const std::u32string& points) {
+  std::string text;
+  const auto add = [&](char32_t byte) { text += static_cast<char>(byte); };
+  for (const char32_t point : points) {
+    if (point < 0x80) {
+      add(point);
+    } else if (point < 0x800) {
+      add(0xC0 | point >> 6);
+      add(0x80 | (point & 0x3F));
+    } else if (point < 0x10000) {
+      add(0xE0 | point >> 12);
+      add(0x80 | (point >> 6 & 0x3F));
+      add(0x80 | (point & 0x3F));
+    } else {
+      add(0xF0 | point >> 18);
+      add(0x80 | (point >> 12 & 0x3F));
+      add(0x80 | (point >> 6 & 0x3F));
+      add(0x80 | (point & 0x3F));
+    }
+  }
+  return text;
+}
+
+// Control characters, line and paragraph separators, marks and overrides of writing direction, byte
+// order mark.
+bool actsOnTerminal(char32_t point) {
+  return point < 0x20 || (point >= 0x7F && point < 0xA0) || point == 0x61C || point == 0x200E ||
+         point == 0x200F || (point >= 0x2028 && point <= 0x202E) ||
+         (point >= 0x2066 && point <= 0x2069) || point == 0xFEFF;
+}
+
+}  // namespace
+
+std::string validUtf8(std::string_view text) { return encode(decode(text)); }
+
+std::string printable(std::string_view text, bool keep_lines) {
+  std::u32string points = decode(text);
+  for (char32_t& point : points) {
+    if (actsOnTerminal(point) && !(keep_lines && point == U'\n')) point = kReplacement;
+  }
+  return encode(points);
+}
+
+size_t displayWidth(std::string_view text) {
+  size_t width = 0;
+  for (const char32_t point : decode(text)) {
+    // -1 where the locale does not know the character.
+    const int columns = wcwidth(static_cast<wchar_t>(point));
+    width += columns < 0 ? 1 : static_cast<size_t>(columns);
+  }
+  return width;
+}
+
+}  // namespace tv

@@ -1,0 +1,24 @@
+// Text from the air and from peers, made fit for a terminal.
+#ifndef ATSC_TV_TEXT_H_
+#define ATSC_TV_TEXT_H_
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace tv {
+
+// The same text in valid UTF-8. Surrogates that were encoded each on its own (CESU-8, as the
+// databases hold them) are joined; lone ones and malformed bytes become U+FFFD.
+std::string validUtf8(std::string_view text);
+
+// Valid UTF-8 without characters that act on a terminal or on the direction of writing: each one
+// becomes U+FFFD. Line feeds stay when `keep_lines` is set.
+std::string printable(std::string_view text, bool keep_lines = false);
+
+// Columns that a text takes on a terminal.
+size_t displayWidth(std::string_view text);
+
+}  // namespace tv
+
+#endif  // ATSC_TV_TEXT_H_

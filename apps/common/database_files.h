@@ -1,0 +1,34 @@
+// Where the programs keep the databases.
+#ifndef ATSC_APPS_DATABASE_FILES_H_
+#define ATSC_APPS_DATABASE_FILES_H_
+
+#include <string>
+
+namespace apps {
+
+// The variables with which the library is told the files.
+inline constexpr const char* kChannelDatabaseVariable = "ATSC_CNAHHEL_DB";
+inline constexpr const char* kEventDatabaseVariable = "ATSC_EVENT_DB";
+
+// For the help of a program's option that takes a folder for databaseFiles().
+inline constexpr const char* kDatabaseFolderHelp =
+    "Folder of the databases (default: /mtd_rwarea when it can be written, else "
+    "$XDG_DATA_HOME/atsc); ATSC_CNAHHEL_DB and ATSC_EVENT_DB, when set, name the files instead";
+
+struct DatabaseFiles {
+  std::string channels;
+  std::string events;
+};
+
+// The files that the environment variables name; for those unset the file in `folder`, or in the
+// default folder when `folder` is empty. Touches no file. Throws std::runtime_error when a default
+// is needed and the user has no home.
+DatabaseFiles databaseFiles(const std::string& folder);
+
+// Makes a program able to write the files: makes missing folders for this user alone and checks
+// that the files can be opened for writing. Throws std::runtime_error with path and reason.
+void prepareDatabaseFiles(const DatabaseFiles& files);
+
+}  // namespace apps
+
+#endif  // ATSC_APPS_DATABASE_FILES_H_

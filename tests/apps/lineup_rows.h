@@ -1,0 +1,39 @@
+// What the channel tables must hold.
+#ifndef ATSC_TESTS_APPS_LINEUP_ROWS_H_
+#define ATSC_TESTS_APPS_LINEUP_ROWS_H_
+
+#include <cstdint>
+#include <filesystem>
+#include <ostream>
+#include <string>
+#include <vector>
+
+// The columns of a channel row that the broadcast decides.
+struct Row {
+  int64_t major;
+  int64_t minor;
+  std::string name;
+  int64_t frequency;  // Hz
+  int64_t tsid;
+  int64_t source_id;
+  std::string service_type;
+  std::string tuner_type;
+  std::string audio_pid;
+  std::string video_pid;
+
+  bool operator==(const Row& other) const;
+};
+
+std::ostream& operator<<(std::ostream& out, const Row& row);
+
+// The rows of a lineup's services that are not hidden, in channel order.
+std::vector<Row> rowsOfLineup(const std::filesystem::path& lineup);
+
+// The rows of a channel table, in channel order.
+std::vector<Row> rowsOfTable(const std::filesystem::path& database, const std::string& table);
+
+// Every column of every row but `update_time`, and the result of "PRAGMA integrity_check".
+std::string contentOfTable(const std::filesystem::path& database, const std::string& table);
+std::string integrityOf(const std::filesystem::path& database);
+
+#endif  // ATSC_TESTS_APPS_LINEUP_ROWS_H_
