@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <memory>
 #include <string>
 #include <variant>
@@ -94,6 +95,7 @@ int main(int argc, char** argv) {
       fake::setServices(AI_INPUT_TERRESTRIAL, services(count));
     };
     select();
+    std::ofstream{path};  // not missing, which would be said
     _ATSC_Service_db_createChannelDB();
     ATSC_Service_db_UpdateChannel(AI_INPUT_TERRESTRIAL);
     floors.push_back(std::make_unique<BareRewrite>(path));

@@ -1,5 +1,6 @@
 #include "atsc_json_transport.h"
 
+#include <pthread.h>
 #include <sys/syscall.h>
 
 #include <cstdlib>
@@ -14,7 +15,13 @@ namespace ATSCBUS {
 std::atomic<uint32_t> service_thread_tid{0};
 std::atomic<uint32_t> tv_thread_tid{0};
 
-uint32_t kernelThreadId() { return static_cast<uint32_t>(syscall(SYS_gettid)); }
+uint32_t kernelThreadId() {
+  thread_local uint32_t id = 0;
+  static const int forkHandler = pthread_atfork(nullptr, nullptr, [] { id = 0; });
+  (void)forkHandler;
+  if (id == 0) id = static_cast<uint32_t>(syscall(SYS_gettid));
+  return id;
+}
 
 namespace transport {
 

@@ -75,6 +75,17 @@ constexpr ATSCServerService::Dispatcher::Class ATSCServerService::Dispatcher::kC
     {"OS", nullptr, 0},
 };
 
+namespace {
+
+// A member as text, "" when it is absent; without the copies that Json::Value::get() makes.
+template <size_t N>
+std::string textMember(const Json::Value& request, const char (&key)[N]) {
+  const Json::Value* member = request.find(key, key + N - 1);
+  return member != nullptr ? member->asString() : std::string();
+}
+
+}  // namespace
+
 const ATSCServerService::Dispatcher::Class* ATSCServerService::Dispatcher::findClass(
     const std::string& name) {
   for (const Class& commandClass : kClasses) {
@@ -105,8 +116,8 @@ int ATSCServerService::jsonCommand(const char* command, char** result) {
     Json::Value request;
     if (!reader.parse(text, request)) return -1;
     if (!request.isObject()) throw std::invalid_argument("it is not a JSON object");
-    const std::string className = request.get("class", "").asString();
-    const std::string commandName = request.get("command", "").asString();
+    const std::string className = textMember(request, "class");
+    const std::string commandName = textMember(request, "command");
     if (reduced_logging_ != 1 || className != "PC" || commandName != "ENCODE") {
       ATSC_LOG(Info, "commad:\n%s", text.c_str());
     }
