@@ -71,10 +71,25 @@ void Program::signal(int number) const {
   if (status_ == kRunning) kill(pid_, number);
 }
 
-int Program::wait() {
+bool Program::ended() {
   int status = 0;
-  if (status_ == kRunning && eventually([&] { return waitpid(pid_, &status, WNOHANG) != 0; })) {
+  if (status_ == kRunning && waitpid(pid_, &status, WNOHANG) == pid_) {
     status_ = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
   }
+  return status_ != kRunning;
+}
+
+bool Program::says(const std::string& text) {
+  bool said = false;
+  eventually([&] {
+    const bool last_look = ended();
+    said = (out() + err()).find(text) != std::string::npos;
+    return said || last_look;
+  });
+  return said;
+}
+
+int Program::wait() {
+  eventually([&] { return ended(); });
   return status_;
 }

@@ -33,11 +33,16 @@ class Program {
 
   void signal(int number) const;
 
+  // True once `text` is in an output; false when the program ends without it or it does not come.
+  bool says(const std::string& text);
+
   // The exit status, or minus the signal that ended it; -1000 when it does not end in time.
   int wait();
 
  private:
   static constexpr int kRunning = -1000;
+
+  bool ended();
 
   std::filesystem::path out_;
   std::filesystem::path err_;

@@ -9,8 +9,10 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <memory>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -77,13 +79,12 @@ class SystemTest : public testing::Test {
   // A transport stream for each channel of both sample lineups.
   void broadcastLineups() {
     const Outcome outcome = run({PSIPMUX, kAirLineup, kCableLineup, "--out", air_});
-    ASSERT_EQ(0, outcome.status) << outcome.err;
+    if (outcome.status != 0) throw std::runtime_error("no broadcast: " + outcome.err);
   }
 
   void startService(const std::string& dwell = kFast) {
     service_ = start({ATSC_SERVICE, "--air", air_, "--db", db_, "--dwell", dwell});
-    ASSERT_TRUE(eventually([&] { return service_->err().find("ready") != std::string::npos; }))
-        << service_->err();
+    if (!service_->says("ready")) throw std::runtime_error("no service: " + service_->err());
   }
 
   std::unique_ptr<Program> startTV(std::vector<std::string> arguments) {
@@ -97,8 +98,7 @@ class SystemTest : public testing::Test {
   // A scan that has found the services of the first channel, and has most of the band before it.
   std::unique_ptr<Program> startScan() {
     auto scan = startTV({"scan"});
-    EXPECT_TRUE(eventually([&] { return scan->out().find("RF 8") != std::string::npos; }))
-        << scan->out() << scan->err();
+    if (!scan->says("RF 8")) throw std::runtime_error("no scan: " + scan->err());
     return scan;
   }
 
@@ -199,7 +199,7 @@ TEST_F(SystemTest, CallbacksArriveInOrder) {
   auto watch = startWatch({"--json"});
   EXPECT_EQ(0, send(kInit).status);
   EXPECT_EQ(0, send(kScan15).status);
-  ASSERT_TRUE(eventually([&] { return watch->out().find("OVER") != std::string::npos; }));
+  ASSERT_TRUE(watch->says("OVER")) << watch->err();
   watch->signal(SIGINT);
   const Outcome outcome = finish(*watch);
   EXPECT_EQ(0, outcome.status) << outcome.err;
@@ -233,7 +233,7 @@ TEST_F(SystemTest, DeathOfTheServiceIsNoticed) {
     EXPECT_EQ(3, outcome.status) << words[0];
     EXPECT_THAT(outcome.err, HasSubstr("start atsc-service")) << words[0];
   }
-  EXPECT_TRUE(eventually([&] { return watch->err().find("has ended") != std::string::npos; }));
+  EXPECT_TRUE(watch->says("has ended"));
 
   startService(kSlow);
   EXPECT_EQ(0, send(kInit).status);
