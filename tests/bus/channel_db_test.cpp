@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <functional>
+#include <thread>
 
 #include "fixture.h"
 
@@ -242,7 +243,45 @@ TEST_F(ChannelTableTest, ReadersAndOtherWritersOfTheFile) {
   EXPECT_EQ(1, synchronise({fake::service(7, 1, 177000000, "B")}));
 }
 
+TEST_F(ChannelTableTest, AWriterThatEndsSoonIsWaitedFor) {
+  synchronise({fake::service(7, 1, 177000000, "A")});
+  SQLite::Database writer(path_, SQLite::OPEN_READWRITE);
+  writer.exec("BEGIN IMMEDIATE");
+  std::thread release([&writer] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    writer.exec("COMMIT");
+  });
+  synchronise({fake::service(7, 1, 177000000, "B")});
+  release.join();
+  EXPECT_THAT(rows("SELECT name FROM channel_data_t"), ElementsAre("B"));
+}
+
+TEST_F(ChannelTableTest, ARowWhoseKeyIsNoNumberIsNoServicesRow) {
+  execute(
+      "INSERT INTO channel_data_t (major_no, minor_no, source_id, freq) "
+      "VALUES (7, NULL, 0, 177000000), (7, 0, 0, 'x'), (7, 0, 0, 177000000.5)");
+  EXPECT_EQ(1, synchronise({fake::service(7, 0, 177000000, "A")}));
+  EXPECT_THAT(rows("SELECT name FROM channel_data_t"), ElementsAre("A"));
+}
+
+TEST_F(ChannelTableTest, ServicesWithOneKeyAreWrittenOnce) {
+  std::vector<fake::Service> services(50, fake::service(7, 1, 177000000, "A"));
+  for (size_t i = 0; i < services.size(); ++i) {
+    services[i].name = fake::utf16("N" + std::to_string(i));
+  }
+  synchronise(services);
+  execute("CREATE TABLE hits (n INTEGER)");
+  execute(
+      "CREATE TRIGGER counted AFTER UPDATE ON channel_data_t BEGIN INSERT INTO hits VALUES (1);"
+      "END");
+  synchronise(services);
+  EXPECT_THAT(rows("SELECT count(*) FROM hits"), ElementsAre("50"));  // and not the square
+  EXPECT_THAT(rows("SELECT DISTINCT name FROM channel_data_t"), ElementsAre("N49"));
+}
+
 TEST_F(ChannelTableTest, AMissingTableIsCreated) {
+  std::filesystem::remove(path_);
+  EXPECT_EQ(1, synchronise({}));  // nothing to compare with
   std::filesystem::remove(path_);
   EXPECT_EQ(1, synchronise({fake::service(7, 1, 177000000, "A")}));
   EXPECT_THAT(rows("SELECT name FROM channel_data_t"), ElementsAre("A"));

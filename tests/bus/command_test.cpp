@@ -62,6 +62,12 @@ TEST_F(CommandTest, ResultsAndLogLines) {
   EXPECT_EQ(0, g_atsc_server_service.jsonCommand(nullptr, nullptr));
 }
 
+TEST_F(CommandTest, ManyCommentsCostNoMoreThanTheirLength) {
+  std::string comments;
+  while (comments.size() < 4000000) comments += "/**/";
+  EXPECT_EQ(0, send("{\"class\":\"MSC\"" + comments + ",\"command\":\"LOGCTL\"}"));
+}
+
 TEST_F(CommandTest, DeepNestingIsRefused) {
   EXPECT_EQ(-1, send("{\"class\":" + std::string(5000, '[') + std::string(5000, ']') + "}"));
   EXPECT_EQ(0, send("{\"class\":\"MSC\",\"command\":\"LOGCTL\"}"));
@@ -118,6 +124,7 @@ TEST_F(CommandTest, ChannelChangeCallsInOrder) {
 
 TEST_F(CommandTest, ChannelChangeUpIgnoresTheNumberAndAPasswordCanBeWaived) {
   fake::setResult("AIFW_stop_curr_src", 1);  // then nothing is waited for
+  fake::setResult("AIFW_channel_change", 6);
   send(
       "{\"class\":\"FW\",\"command\":\"CHANNELCHANGE\",\"mode\":\"UP\",\"major\":7,\"minor\":1,"
       "\"input\":\"QAM\",\"service_record\":12,\"password_reqd\":false}");
@@ -126,6 +133,8 @@ TEST_F(CommandTest, ChannelChangeUpIgnoresTheNumberAndAPasswordCanBeWaived) {
               ElementsAre("AIFW_passwd_reqd_non_play_src(0)", "AIFW_stop_curr_src()",
                           "AIFW_channel_change(0,3,4103,0,0,0,12,3)",
                           "AIFW_pwd_unlocked_no_playing(1)", "AIFW_passwd_reqd_non_play_src(1)"));
+  EXPECT_THAT(fake::logLine("AIFW_channel_change"),
+              HasSubstr("Failed to call AIFW_channel_change() -> 0x00000006: "));
 }
 
 TEST_F(CommandTest, QueuedChangesRunOneAfterTheOtherAndDelayNobody) {

@@ -91,6 +91,12 @@ TEST_F(SchemaTest, FilesThatCannotBeKept) {
          file.seekp(4096 + 8);
          file << std::string(4000, '\xA5');
        }},
+      {"a file format from the future",
+       [&] {
+         std::fstream file(path_, std::ios::in | std::ios::out | std::ios::binary);
+         file.seekp(47);
+         file.put(5);
+       }},
       {"a broken schema", [&] {
          SQLite::Database database(path_, SQLite::OPEN_READWRITE);
          database.exec("PRAGMA writable_schema = ON");
@@ -185,6 +191,30 @@ TEST_F(SchemaTest, AnOlderLayoutIsMigrated) {
   fake::setResult("AISRV_get_total_services", 0);
   EXPECT_EQ(1, ATSC_Service_db_UpdateChannel(2));
   EXPECT_THAT(names(), ElementsAre("T", "older"));
+}
+
+TEST_F(SchemaTest, TheGuidesTables) {
+  setenv("ATSC_EVENT_DB", (folder_ / "events.db").c_str(), 1);
+  EXPECT_EQ(folder_ / "events.db", _ATSC_Service_db_createEventDB(2));
+  _ATSC_Service_db_createEventDB(3);
+  path_ = (folder_ / "events.db").string();
+  EXPECT_THAT(rows("SELECT name FROM sqlite_master"), ElementsAre("event_t", "event_c"));
+  EXPECT_THAT(rows("SELECT sql FROM sqlite_master WHERE name='event_t'"),
+              ElementsAre("CREATE TABLE \"event_t\" ( `event_index` INTEGER, `event_id` INTEGER, "
+                          "`name` TEXT, `start_time` INTEGER, `duration` INTEGER, `rating` TEXT, "
+                          "`multi_rating` INTEGER, `genre_count` INTEGER, `parent_stat` INTEGER, "
+                          "`genre` TEXT, `desc` TEXT, `cc` INTEGER, `ch_id_pk` INTEGER )"));
+  // A sound file keeps its rows and gains columns; a broken one is made anew.
+  execute("INSERT INTO event_t (name) VALUES ('News')");
+  execute("ALTER TABLE event_t DROP COLUMN `desc`");
+  testing::internal::CaptureStdout();
+  _ATSC_Service_db_createEventDB(2);
+  EXPECT_THAT(rows("SELECT name, `desc` FROM event_t"), ElementsAre("News|"));
+  _ATSC_Service_db_createEventDB(2);
+  EXPECT_EQ("", testing::internal::GetCapturedStdout());
+  writeFile(path_, std::string(5000, 'x'));
+  _ATSC_Service_db_createEventDB(2);
+  EXPECT_THAT(rows("SELECT name FROM event_t"), IsEmpty());
 }
 
 TEST_F(SchemaTest, CustomerColumns) {

@@ -11,8 +11,9 @@ using TransportTest = LibraryTest;
 constexpr unsigned kJSON = 0x4A534F4E;
 
 TEST_F(TransportTest, NullCommandSendsNothing) {
-  char* result = nullptr;
+  char* result = reinterpret_cast<char*>(1);
   EXPECT_EQ(-1, ATSC_TransmitTVClientJSONCommand(nullptr, &result));
+  EXPECT_EQ(nullptr, result);
   EXPECT_TRUE(fake::sent().empty());
   EXPECT_TRUE(fake::logged("Error", "command is NULL."));
   EXPECT_NE("", fake::logLine("tv/client: ["));
@@ -92,6 +93,11 @@ TEST_F(TransportTest, DefaultBackendStandsInAndSaysSo) {
   testing::internal::CaptureStdout();
   EXPECT_EQ(-1, ATSC_TransmitTVClientJSONCommand("{}", nullptr));
   testing::internal::GetCapturedStdout();
+}
+
+TEST_F(TransportTest, ATVServerNeedsABackend) {
+  EXPECT_EQ(-1, ATSC_RegisterTVServerBackend(nullptr));
+  EXPECT_TRUE(fake::logged("Error", "TV-server-backend is NULL"));
 }
 
 TEST_F(TransportTest, EveryLogLineBeginsWithItsPlace) {

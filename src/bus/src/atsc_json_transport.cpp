@@ -5,6 +5,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 
 #include "atsc_log.h"
 
@@ -25,12 +26,33 @@ uint32_t kernelThreadId() {
 
 namespace transport {
 
+namespace {
+
+// A reply's text as the caller gets it; null when there is none or no memory for it.
+char* copyResult(const JSONProxyTexts& texts, const char* text) {
+  if (text == nullptr) {
+    ATSC_LOG_AS(Debug, texts.tag, "result is NULL.");
+    return nullptr;
+  }
+  ATSC_LOG_AS(Debug, texts.tag, "${%s}='%s'", "_str_result", text);
+  const size_t length = strlen(text);
+  char* copy = static_cast<char*>(calloc(length + 1, 1));
+  if (copy == nullptr) {
+    ATSC_LOG_AS(Debug, texts.tag, "can't allocate buffer for result ( len = %d ).",
+                static_cast<int>(length));
+    return nullptr;
+  }
+  memcpy(copy, text, length);
+  return copy;
+}
+
+}  // namespace
+
 int SendJSONCommand(BUSClientInterface& client, const JSONProxyTexts& texts, const char* command,
                     char** result) {
   ATSC_LOG_AS(Trace, texts.tag, "ENTER ");
   ATSC_LOG_AS(Debug, texts.tag, "%s", texts.transaction);
-  BUSParam data;
-  BUSParam reply;
+  if (result != nullptr) *result = nullptr;
   if (command == nullptr) {
     ATSC_LOG_AS(Error, texts.tag, "command is NULL.");
     return -1;
@@ -39,28 +61,19 @@ int SendJSONCommand(BUSClientInterface& client, const JSONProxyTexts& texts, con
     ATSC_LOG_AS(Warn, texts.tag, "%s call command(%s) in IPC server thread", texts.caller, command);
   }
   ATSC_LOG_AS(Debug, texts.tag, "${%s}='%s'", "_str_command", command);
-  data.writeCString(command);
-  ATSC_LOG_AS(Trace, texts.tag, "transact[json] : enter");
-  client.transact(kJSONTransaction, data, &reply, 0);
-  ATSC_LOG_AS(Trace, texts.tag, "transact[json] : leave");
-  if (result != nullptr) {
-    *result = nullptr;
-    const char* text = reply.readCString();
-    if (text != nullptr) {
-      ATSC_LOG_AS(Debug, texts.tag, "${%s}='%s'", "_str_result", text);
-      const size_t length = strlen(text);
-      *result = static_cast<char*>(calloc(length + 1, 1));
-      if (*result == nullptr) {
-        ATSC_LOG_AS(Debug, texts.tag, "can't allocate buffer for result ( len = %d ).",
-                    static_cast<int>(length));
-      } else {
-        memcpy(*result, text, length);
-      }
-    } else {
-      ATSC_LOG_AS(Debug, texts.tag, "result is NULL.");
-    }
+  int code = -1;
+  try {
+    BUSParam data;
+    BUSParam reply;
+    data.writeCString(command);
+    ATSC_LOG_AS(Trace, texts.tag, "transact[json] : enter");
+    client.transact(kJSONTransaction, data, &reply, 0);
+    ATSC_LOG_AS(Trace, texts.tag, "transact[json] : leave");
+    if (result != nullptr) *result = copyResult(texts, reply.readCString());
+    code = reply.readInt32();
+  } catch (const std::exception& e) {
+    ATSC_LOG_AS(Error, texts.tag, "command not sent: %s", e.what());
   }
-  const int code = reply.readInt32();
   ATSC_LOG_AS(Trace, texts.tag, "LEAVE ");
   return code;
 }

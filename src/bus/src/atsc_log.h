@@ -19,6 +19,18 @@ constexpr const char* fileName(const char* path) {
 // The process id, remembered: log arguments are evaluated for suppressed lines too.
 int processId();
 
+// Where a line of the log comes from.
+struct LogPlace {
+  const char* tag;
+  const char* function;
+  const char* file;
+  int line;
+  const char* signature;  // the function in full
+};
+
+// Logs a status other than 0 as a failed call of `function`. Returns the status.
+int checkStatus(LoggerCpp& logger, const LogPlace& place, const char* function, int status);
+
 }  // namespace atsc
 
 // Defines a source file's logger and module tag. Loggers are built before every other global,
@@ -37,8 +49,13 @@ int processId();
 #define ATSC_ENTER() ATSC_LOG(Trace, "ENTER ")
 #define ATSC_LEAVE() ATSC_LOG(Trace, "LEAVE ")
 
-// Logs a failed middleware call; `status` is what the message shows.
-#define ATSC_LOG_FAILED(call, status) \
-  ATSC_LOG(Error, "Failed to call %s() -> 0x%08x: %s", call, unsigned(status), __PRETTY_FUNCTION__)
+// Calls a middleware function and returns its status; one other than 0 is logged.
+#define ATSC_CALL(function, ...) ATSC_STATUS(function, function(__VA_ARGS__))
+
+// Passes a status on; one other than 0 is logged as that of a failed call of `function`.
+#define ATSC_STATUS(function, status)                                                              \
+  ::atsc::checkStatus(                                                                             \
+      g_logger, {kModuleTag, __func__, ::atsc::fileName(__FILE__), __LINE__, __PRETTY_FUNCTION__}, \
+      #function, status)
 
 #endif  // ATSC_ATSC_LOG_H_

@@ -12,6 +12,7 @@
 ATSC_LOGGER("atsc/service/db")
 
 std::string gChannel_DB_path;
+std::string gEvent_DB_path;
 std::mutex sql_db_update_lock;
 
 int32_t ATSC_Service_db_init() {

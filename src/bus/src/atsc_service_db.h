@@ -22,6 +22,12 @@ const char* channelTable(int input_type);
 // The channel database's file: environment variable ATSC_CNAHHEL_DB or the default.
 std::string channelDatabasePath();
 
+// The guide's table of an input: `event_t` for input type 2, else `event_c`.
+const char* eventTable(int input_type);
+
+// The guide database's file: environment variable ATSC_EVENT_DB or the default.
+std::string eventDatabasePath();
+
 // Prints a database failure: what, where, and the command where one was being run.
 void printDatabaseError(const std::exception& error, const char* function, int line,
                         const std::string& command = {});
@@ -55,6 +61,9 @@ class sqlString {
 // Path of the channel database file, set by ATSC_Service_db_init().
 extern std::string gChannel_DB_path;
 
+// Path of the guide database file, set by _ATSC_Service_db_createEventDB().
+extern std::string gEvent_DB_path;
+
 // Serialises the writers of the channel tables.
 extern std::mutex sql_db_update_lock;
 
@@ -71,6 +80,10 @@ std::string _ATSC_Service_db_get_custom_column_file();
 // Creates, checks and migrates both channel tables. Returns whether they must be rebuilt from the
 // middleware: the file was missing, removed or emptied, or its row counts differ.
 bool _ATSC_Service_db_createChannelDB();
+
+// Opens, checks and creates the guide's table of an input; a file that fails the check is removed.
+// Returns the file's path. One thread at a time.
+std::string _ATSC_Service_db_createEventDB(int input_type);
 
 // The channel columns whose change counts: all but `update_time`, joined by ", ".
 std::string _ATSC_Service_db_genBkupColumn();

@@ -2,14 +2,15 @@
 #include <SQLiteCpp/SQLiteCpp.h>
 #include <aist.h>
 #include <atsc/atsc_service.h>
+#include <sqlite3.h>
 
 #include <algorithm>
 #include <array>
 #include <cstring>
 #include <memory>
 #include <set>
-#include <tuple>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
 #include <variant>
 
@@ -42,9 +43,7 @@ struct StreamTexts {
 bool readServices(uint32_t input, ServiceList& list) {
   const AISRV_query_filter filter{};
   uint32_t count = 0;
-  int status = AISRV_get_total_services(input, AISRV_SERVICE_MASK, &filter, 0, &count);
-  if (status != 0) {
-    ATSC_LOG_FAILED("AISRV_get_total_services", status);
+  if (ATSC_CALL(AISRV_get_total_services, input, AISRV_SERVICE_MASK, &filter, 0, &count) != 0) {
     return false;
   }
   ATSC_LOG(Info, "channel count(%d)", static_cast<int>(count));
@@ -54,10 +53,8 @@ bool readServices(uint32_t input, ServiceList& list) {
   list.names.resize(size_t{capacity} * atsc::kNameSlot);
   Utili_allocSrvMem(list.records.data(), &capacity, list.names.data());
   count = capacity;
-  status = AISRV_get_n_services(input, AISRV_SERVICE_MASK, 0, &filter, 0, 0, &count,
-                                list.records.data());
-  if (status != 0) {
-    ATSC_LOG_FAILED("AISRV_get_n_services", status);
+  if (ATSC_CALL(AISRV_get_n_services, input, AISRV_SERVICE_MASK, 0, &filter, 0, 0, &count,
+                list.records.data()) != 0) {
     return false;
   }
   list.records.resize(std::min(count, capacity));
@@ -84,11 +81,7 @@ bool isVideo(uint8_t streamType) {
 
 StreamTexts readStreams(const AISRV_service_info& service) {
   AISRV_pid_details details{};
-  const int status = AISRV_get_pid_details(&service, &details);
-  if (status != 0) {
-    ATSC_LOG_FAILED("AISRV_get_pid_details", status);
-    return {};
-  }
+  if (ATSC_CALL(AISRV_get_pid_details, &service, &details) != 0) return {};
   StreamTexts streams;
   sqlString audio;
   sqlString video;
@@ -236,71 +229,61 @@ std::string _ATSC_Service_db_getChannelUpdate_Command(const ChannelRow* row) {
     pairs << " " << kColumnNames[column] << "=";
     appendValue(pairs, row, column);
   }
-  sqlString command;
-  command << pairs.str();
-  const char* separator = " WHERE ";
-  for (const ChannelColumn column : kUpdateKey) {
-    command << separator << kColumnNames[column] << "=";
-    appendValue(command, row, column);
-    separator = " AND ";
-  }
-  return command.str();
+  return pairs.str();
 }
 
 namespace {
 
-// The committed rows of a channel table by key: answers as ATSC_Service_db_findChannelIndex() on a
+// Which rows an update addresses.
+std::string updateCondition(const ChannelRow* row) {
+  sqlString condition;
+  const char* separator = " WHERE ";
+  for (const ChannelColumn column : kUpdateKey) {
+    condition << separator << kColumnNames[column] << "=";
+    appendValue(condition, row, column);
+    separator = " AND ";
+  }
+  return condition.str();
+}
+
+// The committed rows of a channel table: answers as ATSC_Service_db_findChannelIndex() on a
 // connection of its own would, for a whole run at the cost of one pass over the table.
 class CommittedRows {
  public:
   CommittedRows(SQLite::Database& database, const std::string& table) {
-    SQLite::Statement rows(database,
-                           "SELECT ch_index, major_no, minor_no, source_id, freq, audio_pid, "
-                           "video_pid FROM " +
-                               table + " ORDER BY ch_index");
+    SQLite::Statement rows(
+        database, "SELECT major_no, minor_no, source_id, freq, audio_pid, video_pid FROM " + table);
     while (rows.executeStep()) {
-      const Key key{rows.getColumn(1).getInt64(), rows.getColumn(2).getInt64(),
-                    rows.getColumn(3).getInt64(), rows.getColumn(4).getInt64()};
-      rows_[key].push_back(
-          {rows.getColumn(0).getInt(), rows.getColumn(5).getText(), rows.getColumn(6).getText()});
+      // A number equals neither NULL nor a text.
+      sqlString number;
+      bool comparable = true;
+      for (int i = 0; i < 4; ++i) {
+        comparable = comparable && rows.getColumn(i).isInteger();
+        number << rows.getColumn(i).getInt64() << "-";
+      }
+      if (!comparable) continue;
+      const std::string audio = rows.getColumn(4).getText();
+      const std::string video = rows.getColumn(5).getText();
+      // A lookup without a PID text matches whatever the row has.
+      for (const std::string& a : {std::string(), audio}) {
+        for (const std::string& v : {std::string(), video}) {
+          lookups_.insert(number.str() + a + '\n' + v);
+        }
+      }
     }
   }
 
-  int find(const AISRV_service_info& service, const StreamTexts& streams) const {
-    const auto same = rows_.find({service.major, service.minor,
-                                  static_cast<uint16_t>(service.source_id), service.frequency});
-    if (same == rows_.end()) return ATSC_CHANNEL_NOT_FOUND;
-    for (const Row& row : same->second) {
-      if ((streams.audio_pid.empty() || streams.audio_pid == row.audio_pid) &&
-          (streams.video_pid.empty() || streams.video_pid == row.video_pid)) {
-        return row.ch_index;
-      }
-    }
-    return ATSC_CHANNEL_NOT_FOUND;
+  bool contain(const AISRV_service_info& service, const StreamTexts& streams) const {
+    sqlString lookup;
+    lookup << service.major << "-" << service.minor << "-"
+           << static_cast<uint16_t>(service.source_id) << "-" << service.frequency << "-"
+           << streams.audio_pid << "\n"
+           << streams.video_pid;
+    return lookups_.count(lookup.str()) != 0;
   }
 
  private:
-  using Key = std::tuple<int64_t, int64_t, int64_t, int64_t>;
-
-  struct KeyHash {
-    size_t operator()(const Key& key) const {
-      uint64_t hash = 0;
-      for (const int64_t part :
-           {std::get<0>(key), std::get<1>(key), std::get<2>(key), std::get<3>(key)}) {
-        hash = (hash ^ static_cast<uint64_t>(part)) * 0x9E3779B97F4A7C15u;
-        hash ^= hash >> 32;
-      }
-      return static_cast<size_t>(hash);
-    }
-  };
-
-  struct Row {
-    int ch_index;
-    std::string audio_pid;
-    std::string video_pid;
-  };
-
-  std::unordered_map<Key, std::vector<Row>, KeyHash> rows_;
+  std::unordered_set<std::string> lookups_;  // that find a row
 };
 
 // The stamp of this run: the receiver's time, moved on while a row carries it. The clock may stand
@@ -311,10 +294,6 @@ uint32_t unusedStamp(SQLite::Database& database, const std::string& table, uint3
   while (stamps.executeStep()) used.insert(stamps.getColumn(0).getInt64());
   while (used.count(now) != 0) ++now;
   return now;
-}
-
-void dropSnapshot(SQLite::Database& database) {
-  if (database.tableExists("tmp")) database.exec("DROP TABLE tmp");
 }
 
 // One synchronisation of a table.
@@ -329,16 +308,18 @@ class ChannelRewrite {
     int result = 1;
     try {
       std::unique_ptr<SQLite::Database> database = open();
-      if (!database->tableExists(table_)) {
+      const bool existed = database->tableExists(table_);
+      if (!existed) {
         // Creation may replace the file.
         database.reset();
         _ATSC_Service_db_createChannelDB();
         database = open();
       }
-      SQLite::Transaction transaction(*database);
-      takeSnapshot(*database);
+      // Immediate: a read that becomes a write would not wait for another writer.
+      SQLite::Transaction transaction(*database, SQLite::TransactionBehavior::IMMEDIATE);
+      if (existed) takeSnapshot(*database);
       rewrite(*database, now);
-      const int compared = compare(*database);
+      const int compared = existed ? compare(*database) : 1;
       transaction.commit();
       result = compared;
     } catch (const std::exception& e) {
@@ -359,39 +340,63 @@ class ChannelRewrite {
   void takeSnapshot(SQLite::Database& database) {
     try {
       dropSnapshot(database);
-      database.exec("CREATE TABLE tmp AS SELECT " + columns_ + " FROM " + table_);
+      command_ = "CREATE TABLE tmp AS SELECT " + columns_ + " FROM " + table_;
+      database.exec(command_);
     } catch (const SQLite::Exception& e) {
-      atsc::printDatabaseError(e, "ATSC_Service_db_UpdateChannel", __LINE__);
+      atsc::printDatabaseError(e, "ATSC_Service_db_UpdateChannel", __LINE__, command_);
+      // The worst failures end the transaction; the rewrite needs one.
+      if (sqlite3_get_autocommit(database.getHandle()) != 0) database.exec("BEGIN IMMEDIATE");
     }
+    command_.clear();
   }
+
+  void dropSnapshot(SQLite::Database& database) {
+    command_ = "DROP TABLE tmp";
+    if (database.tableExists("tmp")) database.exec(command_);
+  }
+
+  // What is to be written of one service.
+  struct Write {
+    ChannelRow row;
+    bool update;
+  };
 
   void rewrite(SQLite::Database& database, uint32_t now) {
     gCurTime = unusedStamp(database, table_, now);
     const CommittedRows committed(database, table_);
+    std::vector<Write> writes;
+    // An update rewrites all rows of its key, so of many with one key the last one is enough.
+    std::unordered_map<std::string, size_t> lastUpdate;
+    for (const AISRV_service_info& service : services_) {
+      const StreamTexts streams = readStreams(service);
+      writes.push_back({channelRow(service, streams), committed.contain(service, streams)});
+      if (writes.back().update) lastUpdate[channelKey(service)] = writes.size() - 1;
+    }
     const std::string insertInto = "INSERT INTO " + table_;
     const std::string update = "UPDATE " + table_ + " SET ";
     SQLite::Statement insertRow(database,
                                 insertInto + _ATSC_Service_db_getChannelInsert_Command(nullptr));
-    SQLite::Statement updateRows(database,
-                                 update + _ATSC_Service_db_getChannelUpdate_Command(nullptr));
-    for (const AISRV_service_info& service : services_) {
-      const StreamTexts streams = readStreams(service);
-      const ChannelRow row = channelRow(service, streams);
-      if (committed.find(service, streams) == ATSC_CHANNEL_NOT_FOUND) {
+    SQLite::Statement updateRows(
+        database,
+        update + _ATSC_Service_db_getChannelUpdate_Command(nullptr) + updateCondition(nullptr));
+    for (size_t i = 0; i < writes.size(); ++i) {
+      const ChannelRow& row = writes[i].row;
+      if (!writes[i].update) {
         announce(insertInto + _ATSC_Service_db_getChannelInsert_Command(&row));
         for (int column = 0; column < kChannelColumns; ++column) {
           bind(insertRow, column + 1, row[column]);
         }
         insertRow.exec();
         insertRow.reset();
-      } else {
-        announce(update + _ATSC_Service_db_getChannelUpdate_Command(&row));
-        int position = 0;
-        for (const ChannelColumn column : kUpdateOrder) bind(updateRows, ++position, row[column]);
-        for (const ChannelColumn column : kUpdateKey) bind(updateRows, ++position, row[column]);
-        updateRows.exec();
-        updateRows.reset();
+        continue;
       }
+      announce(update + _ATSC_Service_db_getChannelUpdate_Command(&row) + updateCondition(&row));
+      if (lastUpdate[std::get<std::string>(row[kChannelKey])] != i) continue;
+      int position = 0;
+      for (const ChannelColumn column : kUpdateOrder) bind(updateRows, ++position, row[column]);
+      for (const ChannelColumn column : kUpdateKey) bind(updateRows, ++position, row[column]);
+      updateRows.exec();
+      updateRows.reset();
     }
     sqlString stale;
     stale << "DELETE FROM " << table_ << " WHERE update_time!=" << gCurTime;
@@ -402,6 +407,28 @@ class ChannelRewrite {
       database.exec(command);
     }
     command_.clear();
+  }
+
+  // 1 when the table differs from the snapshot or cannot be compared with it, else 0.
+  int compare(SQLite::Database& database) {
+    int result = 1;
+    try {
+      const int64_t differences =
+          countRows(database, "tmp", table_) + countRows(database, table_, "tmp");
+      dropSnapshot(database);
+      result = differences != 0 ? 1 : 0;
+    } catch (const SQLite::Exception& e) {
+      atsc::printDatabaseError(e, "ATSC_Service_db_UpdateChannel", __LINE__, command_);
+    }
+    command_.clear();
+    return result;
+  }
+
+  int64_t countRows(SQLite::Database& database, const std::string& from,
+                    const std::string& except) {
+    command_ = "SELECT count(*) FROM ( SELECT " + columns_ + " FROM " + from + " EXCEPT SELECT " +
+               columns_ + " FROM " + except + " ) ";
+    return database.execAndGet(command_).getInt64();
   }
 
   // The value's text is not copied: it lives until the statement has run.
@@ -420,27 +447,6 @@ class ChannelRewrite {
     ATSC_LOG(Debug, "SQL Command %s\n", command_.c_str());
   }
 
-  // 1 when the table differs from the snapshot or cannot be compared with it, else 0.
-  int compare(SQLite::Database& database) {
-    try {
-      const int64_t differences =
-          countRows(database, "tmp", table_) + countRows(database, table_, "tmp");
-      dropSnapshot(database);
-      return differences != 0 ? 1 : 0;
-    } catch (const SQLite::Exception& e) {
-      atsc::printDatabaseError(e, "ATSC_Service_db_UpdateChannel", __LINE__);
-      return 1;
-    }
-  }
-
-  int64_t countRows(SQLite::Database& database, const std::string& from,
-                    const std::string& except) {
-    return database
-        .execAndGet("SELECT count(*) FROM ( SELECT " + columns_ + " FROM " + from +
-                    " EXCEPT SELECT " + columns_ + " FROM " + except + " ) ")
-        .getInt64();
-  }
-
   const std::string table_;
   const std::vector<AISRV_service_info>& services_;
   const std::string columns_;
@@ -454,8 +460,7 @@ int ATSC_Service_db_UpdateChannel(int input_type) {
   int result = 1;
   try {
     uint32_t now = 0;
-    const int status = AIST_get_cur_time_secs(&now);
-    if (status != 0) ATSC_LOG_FAILED("AIST_get_cur_time_secs", status);
+    ATSC_CALL(AIST_get_cur_time_secs, &now);
     ServiceList list;
     // Without a list the table stays as it is: an empty one would delete every channel.
     if (readServices(static_cast<uint32_t>(input_type), list)) {
@@ -466,8 +471,7 @@ int ATSC_Service_db_UpdateChannel(int input_type) {
       }
       result = ChannelRewrite(atsc::channelTable(input_type), list.records).run(now);
     }
-    const int stored = AISRV_sync_to_database();
-    if (stored != 0) ATSC_LOG_FAILED("AISRV_sync_to_database", stored);
+    ATSC_CALL(AISRV_sync_to_database);
   } catch (const std::exception& e) {
     ATSC_LOG(Error, "channel table of input %d: %s", input_type, e.what());
   }

@@ -11,9 +11,17 @@ ATSC_LOGGER("atsc/service/db")
 
 namespace {
 
-void runEntryUpdate(const char* function, const char* table, const std::string& command) {
-  ATSC_LOG(Debug, " update command: %s", command.c_str());
+// Sets a column of the rows with a channel key; `appendValue` appends the value to the command.
+template <typename AppendValue>
+void updateEntry(const char* function, const char* ch_id_pk, const char* table, const char* column,
+                 AppendValue appendValue) {
+  sqlString command;
   try {
+    command << "UPDATE " << table << " SET " << column << "=";
+    appendValue(command);
+    command << " WHERE ch_id_pk=";
+    command.conStr(ch_id_pk);
+    ATSC_LOG(Debug, " update command: %s", command.str().c_str());
     SQLite::Database database(
         gChannel_DB_path.empty() ? atsc::channelDatabasePath() : gChannel_DB_path,
         SQLite::OPEN_READWRITE, atsc::kBusyTimeoutMs);
@@ -21,11 +29,12 @@ void runEntryUpdate(const char* function, const char* table, const std::string& 
       ATSC_LOG(Error, "table(%s) does not exist", table);
       return;
     }
-    SQLite::Transaction transaction(database);
-    database.exec(command);
+    // Immediate: a read that becomes a write would not wait for another writer.
+    SQLite::Transaction transaction(database, SQLite::TransactionBehavior::IMMEDIATE);
+    database.exec(command.str());
     transaction.commit();
   } catch (const std::exception& e) {
-    atsc::printDatabaseError(e, function, __LINE__, command);
+    atsc::printDatabaseError(e, function, __LINE__, command.str());
   }
 }
 
@@ -74,12 +83,8 @@ void ATSC_Service_db_updateChannelEntryText(const char* ch_id_pk, const char* ta
     ATSC_LOG(Error, "input parameter is null.");
     return;
   }
-  sqlString command;
-  command << "UPDATE " << table << " SET " << column << "=";
-  command.conStr(value);
-  command << " WHERE ch_id_pk=";
-  command.conStr(ch_id_pk);
-  runEntryUpdate(__func__, table, command.str());
+  updateEntry(__func__, ch_id_pk, table, column,
+              [&](sqlString& command) { command.conStr(value); });
   ATSC_LEAVE();
 }
 
@@ -90,9 +95,6 @@ void ATSC_Service_db_updateChannelEntryInterger(const char* ch_id_pk, const char
     ATSC_LOG(Error, "input parameter is null.");
     return;
   }
-  sqlString command;
-  command << "UPDATE " << table << " SET " << column << "=" << value << " WHERE ch_id_pk=";
-  command.conStr(ch_id_pk);
-  runEntryUpdate(__func__, table, command.str());
+  updateEntry(__func__, ch_id_pk, table, column, [&](sqlString& command) { command << value; });
   ATSC_LEAVE();
 }

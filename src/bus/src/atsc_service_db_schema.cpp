@@ -52,11 +52,11 @@ bool countsDiffer(SQLite::Database& database) {
     const int rows = database.execAndGet("SELECT COUNT(*) FROM " + table).getInt();
     const AISRV_query_filter filter{};
     uint32_t services = 0;
-    const int status = AISRV_get_total_services(static_cast<uint32_t>(input), AISRV_SERVICE_MASK,
-                                                &filter, 0, &services);
-    if (status != 0) {
-      ATSC_LOG_FAILED("AISRV_get_total_services", status);
-    } else if (rows < 0 || static_cast<uint32_t>(rows) != services) {
+    if (ATSC_CALL(AISRV_get_total_services, static_cast<uint32_t>(input), AISRV_SERVICE_MASK,
+                  &filter, 0, &services) != 0) {
+      continue;
+    }
+    if (rows < 0 || static_cast<uint32_t>(rows) != services) {
       if (input == AI_INPUT_TERRESTRIAL) {
         ATSC_LOG(Error, "Channel number is not synced( service T(%d) , SQLDB T(%d)\n",
                  static_cast<int>(services), rows);
@@ -70,20 +70,37 @@ bool countsDiffer(SQLite::Database& database) {
   return differ;
 }
 
-// Whether the file can stay: "ok" and of this schema's version.
-bool fileIsSound(const std::string& path) {
-  SQLite::Database database(path, SQLite::OPEN_READONLY, atsc::kBusyTimeoutMs);
-  if (database.execAndGet("PRAGMA integrity_check").getString() != "ok") {
-    ATSC_LOG(Error, " DB(%s) integrity check fail\n", path.c_str());
+// Whether SQLite's own check of the file says "ok".
+bool integrityIsOk(SQLite::Database& database, const std::string& path) {
+  if (database.execAndGet("PRAGMA integrity_check").getString() == "ok") return true;
+  ATSC_LOG(Error, " DB(%s) integrity check fail\n", path.c_str());
+  return false;
+}
+
+// Whether a failure says that the file's content is beyond use, and not that it is missing, busy,
+// read-only or out of reach. SQLITE_ERROR: a file format that SQLite does not know.
+bool contentIsUnusable(const SQLite::Exception& e) {
+  return e.getErrorCode() == SQLITE_NOTADB || e.getErrorCode() == SQLITE_CORRUPT ||
+         e.getErrorCode() == SQLITE_ERROR;
+}
+
+// Whether the file can stay: sound and of this schema's version.
+bool fileIsUsable(const std::string& path) {
+  try {
+    SQLite::Database database(path, SQLite::OPEN_READONLY, atsc::kBusyTimeoutMs);
+    return integrityIsOk(database, path) &&
+           database.execAndGet("PRAGMA user_version").getInt() == kSchemaVersion;
+  } catch (const SQLite::Exception& e) {
+    if (!contentIsUnusable(e)) throw;
+    atsc::printDatabaseError(e, "_ATSC_Service_db_createChannelDB", __LINE__);
     return false;
   }
-  return database.execAndGet("PRAGMA user_version").getInt() == kSchemaVersion;
 }
 
 // Whether the channel tables must be rebuilt; removes a file that cannot be kept.
 bool checkFile(const std::string& path) {
   try {
-    if (!fileIsSound(path)) {
+    if (!fileIsUsable(path)) {
       removeDatabase(path);
       return true;
     }
@@ -91,10 +108,8 @@ bool checkFile(const std::string& path) {
     return emptyWornTables(database) || countsDiffer(database);
   } catch (const SQLite::Exception& e) {
     atsc::printDatabaseError(e, "_ATSC_Service_db_createChannelDB", __LINE__);
-    // A missing, busy or read-only file stays; one that SQLite cannot make sense of does not.
-    if (e.getErrorCode() == SQLITE_NOTADB || e.getErrorCode() == SQLITE_CORRUPT) {
-      removeDatabase(path);
-    }
+    // A table that lacks is created later; what the checks did not find may show up here.
+    if (contentIsUnusable(e) && e.getErrorCode() != SQLITE_ERROR) removeDatabase(path);
     return true;
   }
 }
@@ -116,43 +131,50 @@ std::string createCommand(const std::string& table) {
   return command + "END  )";
 }
 
-void run(SQLite::Database& database, const std::string& command) {
+std::string eventCreateCommand(const std::string& table) {
+  std::string columns;
+  for (const ATSC_Service_db_layout& column : atsc_event_db_layout) {
+    columns += (columns.empty() ? "`" : ", `") + std::string(column.name) + "` " + sqlType(column);
+  }
+  return "CREATE TABLE \"" + table + "\" ( " + columns + " )";
+}
+
+void run(SQLite::Database& database, const std::string& command, const char* function) {
   try {
     database.exec(command);
   } catch (const SQLite::Exception& e) {
-    atsc::printDatabaseError(e, "_ATSC_Service_db_createChannelDB", __LINE__, command);
+    atsc::printDatabaseError(e, function, __LINE__, command);
   }
 }
 
-// Adds a column that the table lacks. `selected` is the column as the probing statement names it.
-void addMissingColumn(SQLite::Database& database, const std::string& table,
-                      const ATSC_Service_db_layout& column, const std::string& selected) {
-  try {
-    SQLite::Statement(database, "SELECT " + selected + " FROM " + table).executeStep();
-  } catch (const SQLite::Exception&) {
-    const std::string command = "ALTER TABLE " + table + " ADD COLUMN " +
-                                atsc::quotedIdentifier(column.name) + " " + sqlType(column) + " ";
-    ATSC_LOG(Info, "add DB command: %s", command.c_str());
-    run(database, command);
-  }
-}
-
-void createOrMigrate(SQLite::Database& database, const std::string& table) {
-  if (database.tableExists(table)) {
-    for (const ATSC_Service_db_layout& column : atsc_service_db_layout) {
-      addMissingColumn(database, table, column, column.name);
+// Adds the columns that the table lacks.
+template <typename Columns>
+void addMissingColumns(SQLite::Database& database, const std::string& table, const Columns& columns,
+                       const char* function) {
+  for (const ATSC_Service_db_layout& column : columns) {
+    // Quoted: a customer's name may be anything, and "desc" is a word of SQL.
+    const std::string name = atsc::quotedIdentifier(column.name);
+    try {
+      SQLite::Statement(database, "SELECT " + name + " FROM " + table).executeStep();
+    } catch (const SQLite::Exception&) {
+      const std::string command =
+          "ALTER TABLE " + table + " ADD COLUMN " + name + " " + sqlType(column) + " ";
+      ATSC_LOG(Info, "add DB command: %s", command.c_str());
+      run(database, command, function);
     }
+  }
+}
+
+// Brings a table to its layout: adds missing columns, or creates it.
+template <typename Columns>
+void createOrMigrate(SQLite::Database& database, const std::string& table, const Columns& columns,
+                     const std::string& command, const char* function) {
+  if (database.tableExists(table)) {
+    addMissingColumns(database, table, columns, function);
   } else {
-    const std::string command = createCommand(table);
     ATSC_LOG(Info, "create DB command: %s", command.c_str());
-    run(database, command);
+    run(database, command, function);
   }
-  for (const ATSC_Service_db_layout& column : atsc_service_db_custom_column) {
-    addMissingColumn(database, table, column, atsc::quotedIdentifier(column.name));
-  }
-  // The key of a synchronisation's updates.
-  run(database, "CREATE INDEX IF NOT EXISTS " + table + "_number ON " + table +
-                    " (major_no, minor_no, freq)");
 }
 
 }  // namespace
@@ -174,13 +196,46 @@ bool _ATSC_Service_db_createChannelDB() {
   try {
     SQLite::Database database(gChannel_DB_path, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE,
                               atsc::kBusyTimeoutMs);
-    for (const int input : kInputs) createOrMigrate(database, atsc::channelTable(input));
-    // What a synchronisation leaves behind when the power fails in the middle.
-    if (database.tableExists("tmp")) run(database, "DROP TABLE tmp");
-    database.exec("PRAGMA user_version = " + std::to_string(kSchemaVersion));
+    for (const int input : kInputs) {
+      const std::string table = atsc::channelTable(input);
+      createOrMigrate(database, table, atsc_service_db_layout, createCommand(table), __func__);
+      addMissingColumns(database, table, atsc_service_db_custom_column, __func__);
+      // The key of a synchronisation's updates.
+      run(database,
+          "CREATE INDEX IF NOT EXISTS " + table + "_number ON " + table +
+              " (major_no, minor_no, freq)",
+          __func__);
+    }
+    // What an interrupted synchronisation of an older version leaves behind.
+    if (database.tableExists("tmp")) run(database, "DROP TABLE tmp", __func__);
+    run(database, "PRAGMA user_version = " + std::to_string(kSchemaVersion), __func__);
   } catch (const SQLite::Exception& e) {
     atsc::printDatabaseError(e, __func__, __LINE__);
   }
   ATSC_LEAVE();
   return rebuild;
+}
+
+std::string _ATSC_Service_db_createEventDB(int input_type) {
+  ATSC_ENTER();
+  const std::string table = atsc::eventTable(input_type);
+  gEvent_DB_path = atsc::eventDatabasePath();
+  bool usable = false;
+  try {
+    SQLite::Database database(gEvent_DB_path, SQLite::OPEN_READONLY, atsc::kBusyTimeoutMs);
+    usable = integrityIsOk(database, gEvent_DB_path);
+  } catch (const SQLite::Exception& e) {
+    atsc::printDatabaseError(e, __func__, __LINE__);
+  }
+  // The guide is filled anew anyway.
+  if (!usable) removeDatabase(gEvent_DB_path);
+  try {
+    SQLite::Database database(gEvent_DB_path, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE,
+                              atsc::kBusyTimeoutMs);
+    createOrMigrate(database, table, atsc_event_db_layout, eventCreateCommand(table), __func__);
+  } catch (const SQLite::Exception& e) {
+    atsc::printDatabaseError(e, __func__, __LINE__);
+  }
+  ATSC_LEAVE();
+  return gEvent_DB_path;
 }

@@ -31,6 +31,15 @@ const char* channelTable(int input_type) {
   return input_type == AI_INPUT_TERRESTRIAL ? "channel_data_t" : "channel_data_c";
 }
 
+const char* eventTable(int input_type) {
+  return input_type == AI_INPUT_TERRESTRIAL ? "event_t" : "event_c";
+}
+
+std::string eventDatabasePath() {
+  const char* path = getenv("ATSC_EVENT_DB");
+  return path != nullptr ? path : "/mtd_rwarea/ATSC_event.db";
+}
+
 std::string channelDatabasePath() {
   const char* path = getenv("ATSC_CNAHHEL_DB");
   return path != nullptr ? path : "/mtd_rwarea/ATSCChannelData.db3";

@@ -29,6 +29,15 @@ int processId() {
   return id;
 }
 
+int checkStatus(LoggerCpp& logger, const LogPlace& place, const char* function, int status) {
+  if (status != 0) {
+    logger.Error("%-9s: [%d][%s()][%s:%d] Failed to call %s() -> 0x%08x: %s", place.tag,
+                 processId(), place.function, place.file, place.line, function,
+                 static_cast<unsigned>(status), place.signature);
+  }
+  return status;
+}
+
 std::string textToUTF8(const multiple_lang_t& text, uint32_t capacity) {
   if (text.text == nullptr) return {};
   const uint32_t length = std::min<uint32_t>(text.length, capacity);
@@ -119,33 +128,38 @@ void Utili_allocSrvMem(AISRV_service_info* records, const uint32_t* count, uint8
 }
 
 void Utili_printSrvInfo(const AISRV_service_info* record) {
-  ATSC_LOG(Info, "Channel No(%d-%d), freq(%d), fav(%x), flag(%x), name(%s)", record->major,
-           record->minor, static_cast<int>(record->frequency), record->AISRV_fav_group_,
-           record->AISRV_flags_, atsc::textToUTF8(record->name, UINT16_MAX).c_str());
+  try {
+    ATSC_LOG(Info, "Channel No(%d-%d), freq(%d), fav(%x), flag(%x), name(%s)", record->major,
+             record->minor, static_cast<int>(record->frequency), record->AISRV_fav_group_,
+             record->AISRV_flags_, atsc::textToUTF8(record->name, UINT16_MAX).c_str());
+  } catch (const std::exception& e) {
+    ATSC_LOG(Error, "service not shown: %s", e.what());
+  }
 }
 
 uint32_t ATSC_Service_getAudioIndex_fromDB(const AISRV_service_info* record) {
   ATSC_ENTER();
   uint32_t audioIndex = ATSC_CHANNEL_NOT_FOUND;
-  std::string table;
-  switch (record->service_id.input_source) {
-    case 0:
-    case AI_INPUT_TERRESTRIAL:
-      table = atsc::channelTable(AI_INPUT_TERRESTRIAL);
-      break;
-    case 1:
-    case AI_INPUT_CABLE:
-      table = atsc::channelTable(AI_INPUT_CABLE);
-      break;
-    default:
-      break;
-  }
   sqlString command;
-  command << "SELECT "
-          << "audio_index"
-          << " FROM " << table << " where major_no=" << record->major
-          << " and minor_no=" << record->minor << " and freq=" << record->frequency;
   try {
+    // A source without a table gets a statement that fails.
+    const char* table = "";
+    switch (record->service_id.input_source) {
+      case 0:
+      case AI_INPUT_TERRESTRIAL:
+        table = atsc::channelTable(AI_INPUT_TERRESTRIAL);
+        break;
+      case 1:
+      case AI_INPUT_CABLE:
+        table = atsc::channelTable(AI_INPUT_CABLE);
+        break;
+      default:
+        break;
+    }
+    command << "SELECT "
+            << "audio_index"
+            << " FROM " << table << " where major_no=" << record->major
+            << " and minor_no=" << record->minor << " and freq=" << record->frequency;
     SQLite::Database database(atsc::channelDatabasePath(), SQLite::OPEN_READONLY,
                               atsc::kBusyTimeoutMs);
     ATSC_LOG(Debug, "sqlCommand: %s", command.str().c_str());

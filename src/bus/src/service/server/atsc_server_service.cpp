@@ -68,7 +68,7 @@ void ATSCServerService::_ATSC_Service_Command_task() {
     try {
       Json::Reader reader;
       Json::Value request;
-      if (!reader.parse(command, request)) {
+      if (!reader.parse(command, request, false)) {
         pause = false;
         continue;
       }

@@ -24,8 +24,7 @@ constexpr unsigned int kPollMicroseconds = 100000;
 
 int ATSCServerService::FW_init() {
   ATSC_ENTER();
-  const int status = AIFW_init(0);
-  if (status != 0) ATSC_LOG_FAILED("AIFW_init", status);
+  const int status = ATSC_CALL(AIFW_init, 0);
   ATSC_LEAVE();
   return status == 0 ? 0 : -1;
 }
@@ -51,24 +50,31 @@ int ATSCServerService::FW_changeChannel(Json::Value request) {
   change.input_source_again = source;
 
   ATSC_LOG(Debug, "current channel play state %x\n", static_cast<unsigned>(AICN_get_chan_state()));
-  AICN_set_skip_play_srv(0);
+  ATSC_CALL(AICN_set_skip_play_srv, 0);
   ATSC_LOG(Debug, "set password_reqd to %s", password_reqd ? "true" : "false");
-  AIFW_passwd_reqd_non_play_src(password_reqd ? 1 : 0);
-  if (AIFW_stop_curr_src() == 0) {
+  ATSC_CALL(AIFW_passwd_reqd_non_play_src, password_reqd ? 1 : 0);
+  if (ATSC_CALL(AIFW_stop_curr_src) == 0) {
     int status = 0;
-    AIPT_get_index_status(&status, 0);
+    ATSC_CALL(AIPT_get_index_status, &status, 0);
     while (status != 0 && status != 1) {
-      if (waitForStop(kPollMicroseconds)) return 0;
-      AIPT_get_index_status(&status, 0);
+      if (waitForStop(kPollMicroseconds)) {
+        ATSC_LEAVE();
+        return 0;
+      }
+      ATSC_CALL(AIPT_get_index_status, &status, 0);
     }
   }
-  AIFW_channel_change(&change);
-  AIFW_pwd_unlocked_no_playing(password_reqd ? 0 : 1);
-  AIFW_passwd_reqd_non_play_src(1);
+  ATSC_CALL(AIFW_channel_change, &change);
+  ATSC_CALL(AIFW_pwd_unlocked_no_playing, password_reqd ? 0 : 1);
+  ATSC_CALL(AIFW_passwd_reqd_non_play_src, 1);
   // The code in both messages is this function's result, not the failing call's.
   const int result = 0;
-  if (AIUP_store_all() != 0) ATSC_LOG_FAILED("AIUP_store_all", result);
-  if (AIUP_sync() != 0) ATSC_LOG_FAILED("AIUP_sync", result);
+  if (AIUP_store_all() != 0) {
+    ATSC_LOG(Error, "Failed to call AIUP_store_all() -> 0x%08x: %s", result, __PRETTY_FUNCTION__);
+  }
+  if (AIUP_sync() != 0) {
+    ATSC_LOG(Error, "Failed to call AIUP_sync() -> 0x%08x: %s", result, __PRETTY_FUNCTION__);
+  }
   saved_channel_index_ = GetCurrentChannelIdx();
   ATSC_LEAVE();
   return result;
@@ -83,11 +89,11 @@ int GetCurrentChannelIdx() {
   AISRV_service_info record{};
   record.name.text = name.data();
   record.name.length = name.size();
-  if (AICN_get_current(&record) == 0) {
+  if (ATSC_CALL(AICN_get_current, &record) == 0) {
     ATSC_Service_db_channelKey key{};
     key.major = record.major;
     key.minor = record.minor;
-    key.source_id = record.source_id;
+    key.source_id = static_cast<uint16_t>(record.source_id);
     key.frequency = record.frequency;
     snprintf(key.table, sizeof key.table, "%s", atsc::channelTable(AICN_get_curr_input_source()));
     index = ATSC_Service_db_findChannelIndex(atsc::channelDatabasePath().c_str(), key, nullptr,

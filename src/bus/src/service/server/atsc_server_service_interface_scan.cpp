@@ -52,19 +52,16 @@ const char* stateName(int state) {
 }
 
 void playFirstService(int source, uint32_t frequency) {
-  const int status = AIFW_play_first_service(static_cast<uint32_t>(source), frequency);
-  if (status != 0) ATSC_LOG_FAILED("AIFW_play_first_service", status);
+  ATSC_CALL(AIFW_play_first_service, static_cast<uint32_t>(source), frequency);
 }
 
 // The frequency that the tuner of an input is tuned to, 0 when that is not known.
 uint32_t tunedFrequency(int source) {
   uint8_t flag = 0;
   AIIN_input_details input{};
-  int status = AIIN_get_input_details(static_cast<uint32_t>(source), &flag, &input, 0);
-  if (status != 0) ATSC_LOG_FAILED("AIIN_get_input_details", status);
+  ATSC_CALL(AIIN_get_input_details, static_cast<uint32_t>(source), &flag, &input, 0);
   AIFE_tuning_details tuning{};
-  status = AIFE_get_tuning_details(input.tuner, AIFE_MAIN_PATH, &tuning);
-  if (status != 0) ATSC_LOG_FAILED("AIFE_get_tuning_details", status);
+  ATSC_CALL(AIFE_get_tuning_details, input.tuner, AIFE_MAIN_PATH, &tuning);
   return tuning.frequency;
 }
 
@@ -91,10 +88,9 @@ int ATSCServerService::Scan_start(Json::Value request) {
     }
   }
   manualScan = manual;
-  AICN_set_skip_play_srv(1);
+  ATSC_CALL(AICN_set_skip_play_srv, 1);
   search.always_2 = 2;
-  const int status = AICS_start_search(&search, Scan_Callback);
-  if (status != 0) ATSC_LOG_FAILED("AICS_start_search", status);
+  const int status = ATSC_CALL(AICS_start_search, &search, Scan_Callback);
   ATSC_LEAVE();
   return status == 0 ? 0 : -1;
 }
@@ -103,6 +99,7 @@ void ATSCServerService::Scan_Callback(void* progress, int state) {
   ATSC_ENTER();
   if (progress == nullptr) {
     ATSC_LOG(Error, "scan state %d without a progress record", state);
+    ATSC_LEAVE();
     return;
   }
   try {
@@ -139,8 +136,7 @@ void ATSCServerService::Scan_Callback(void* progress, int state) {
 int ATSCServerService::Scan_stop() {
   ATSC_ENTER();
   const int source = AICN_get_curr_input_source();
-  const int status = AICS_stop_scan();
-  if (status != 0) ATSC_LOG_FAILED("AICS_stop_scan", status);
+  const int status = ATSC_CALL(AICS_stop_scan);
   playFirstService(source, manualScan ? tunedFrequency(source) : 0);
   ATSC_Service_db_UpdateChannel(AI_INPUT_TERRESTRIAL);
   ATSC_Service_db_UpdateChannel(AI_INPUT_CABLE);
