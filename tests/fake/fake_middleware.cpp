@@ -11,6 +11,7 @@
 #include <cstring>
 #include <map>
 #include <mutex>
+#include <unordered_map>
 
 #include "fake.h"
 
@@ -25,7 +26,7 @@ struct State {
   std::vector<std::string> calls;
   std::map<std::string, int> results;
   std::map<uint32_t, std::vector<Service>> services;
-  std::map<std::pair<uint32_t, uint32_t>, std::vector<AISRV_pid_info>> pids;  // by service id
+  std::unordered_map<uint64_t, std::vector<AISRV_pid_info>> pids;  // by serviceKey()
   std::function<void(const std::string&)> hook;
   bool countIsClaimed = false;
   uint32_t claimedCount = 0;
@@ -40,6 +41,10 @@ struct State {
 };
 
 std::mutex g_mutex;
+
+uint64_t serviceKey(const AISRV_service_id& id) {
+  return uint64_t{id.input_source} << 32 | id.service_rec;
+}
 
 State& state() {
   static State* instance = new State;
@@ -139,8 +144,7 @@ void setResult(const std::string& function, int status) {
 void setServices(uint32_t input, std::vector<Service> services) {
   std::lock_guard<std::mutex> lock(g_mutex);
   for (const Service& service : services) {
-    const AISRV_service_id& id = service.info.service_id;
-    state().pids[{id.input_source, id.service_rec}] = service.pids;
+    state().pids[serviceKey(service.info.service_id)] = service.pids;
   }
   state().services[input] = std::move(services);
 }
@@ -216,8 +220,7 @@ int AISRV_get_n_services(uint32_t input, uint32_t mask, uint32_t first,
 int AISRV_get_pid_details(const AISRV_service_info* service, AISRV_pid_details* details) {
   const int status = called(__func__, service, details);
   std::lock_guard<std::mutex> lock(g_mutex);
-  const auto known =
-      state().pids.find({service->service_id.input_source, service->service_id.service_rec});
+  const auto known = state().pids.find(fake::serviceKey(service->service_id));
   if (known != state().pids.end()) {
     details->count = static_cast<uint32_t>(known->second.size());
     std::copy_n(known->second.begin(), std::min<size_t>(known->second.size(), AISRV_MAX_PIDS),

@@ -9,6 +9,7 @@
 #include <exception>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace atsc {
@@ -42,7 +43,7 @@ class sqlString {
  public:
   sqlString() = default;
 
-  sqlString& operator<<(const std::string& text);
+  sqlString& operator<<(std::string_view text);
   sqlString& operator<<(long long number);
 
   // Appends ",".
@@ -50,9 +51,12 @@ class sqlString {
 
   // Appends `text` as a string literal: between single quotes, each single quote in it doubled. The
   // one way for a text from the air into SQL. A NUL ends the text.
-  void conStr(const std::string& text);
+  void conStr(std::string_view text);
 
   const std::string& str() const { return text_; }
+
+  // Becomes empty; what was reserved stays.
+  void clear() { text_.clear(); }
 
  private:
   std::string text_;

@@ -9,8 +9,8 @@
 #include <cstring>
 #include <memory>
 #include <set>
+#include <string_view>
 #include <unordered_map>
-#include <unordered_set>
 #include <utility>
 #include <variant>
 
@@ -152,7 +152,7 @@ enum ChannelColumn {
   kChannelColumns,
 };
 
-constexpr std::array<const char*, kChannelColumns> kColumnNames = {
+constexpr std::array<std::string_view, kChannelColumns> kColumnNames = {
     "name",           "build_from_pmt", "major_no",  "minor_no",    "service_record",
     "source_id",      "freq",           "srv_type",  "srv_flag",    "fav_group",
     "service_delete", "audio_pid",      "video_pid", "audio_count", "video_count",
@@ -204,86 +204,102 @@ void appendValue(sqlString& text, const ChannelRow* row, int column) {
   }
 }
 
-}  // namespace
-
-// The text after "INSERT INTO table" for one row; without a row, with parameters for its values.
-std::string _ATSC_Service_db_getChannelInsert_Command(const ChannelRow* row) {
-  sqlString columns;
-  sqlString values;
-  for (int column = 0; column < kChannelColumns; ++column) {
-    if (column > 0) {
-      columns++;
-      values++;
-    }
-    columns << kColumnNames[column];
-    appendValue(values, row, column);
-  }
-  return " ( " + columns.str() + ")" + "VALUES (" + values.str() + ")";
+// Whether an update's condition says what the column holds: setting it again changes nothing and
+// would rewrite the index.
+bool isUpdateKey(ChannelColumn column) {
+  return std::find(kUpdateKey.begin(), kUpdateKey.end(), column) != kUpdateKey.end();
 }
 
-// The text after "UPDATE table SET " for one row; without a row, with parameters for its values.
-std::string _ATSC_Service_db_getChannelUpdate_Command(const ChannelRow* row) {
-  sqlString pairs;
-  for (const ChannelColumn column : kUpdateOrder) {
-    if (column != kUpdateOrder.front()) pairs++;
-    pairs << " " << kColumnNames[column] << "=";
-    appendValue(pairs, row, column);
+}  // namespace
+
+// Appends the text after "INSERT INTO table" for one row; without a row, with parameters for its
+// values.
+void _ATSC_Service_db_getChannelInsert_Command(sqlString& command, const ChannelRow* row) {
+  command << " ( ";
+  for (int column = 0; column < kChannelColumns; ++column) {
+    if (column > 0) command++;
+    command << kColumnNames[column];
   }
-  return pairs.str();
+  command << ")"
+          << "VALUES (";
+  for (int column = 0; column < kChannelColumns; ++column) {
+    if (column > 0) command++;
+    appendValue(command, row, column);
+  }
+  command << ")";
+}
+
+// Appends the text after "UPDATE table SET " for one row; without a row, with parameters for the
+// values other than the key's.
+void _ATSC_Service_db_getChannelUpdate_Command(sqlString& command, const ChannelRow* row) {
+  for (const ChannelColumn column : kUpdateOrder) {
+    if (row == nullptr && isUpdateKey(column)) continue;
+    if (column != kUpdateOrder.front()) command++;
+    command << " " << kColumnNames[column] << "=";
+    appendValue(command, row, column);
+  }
 }
 
 namespace {
 
-// Which rows an update addresses.
-std::string updateCondition(const ChannelRow* row) {
-  sqlString condition;
+// Appends which rows an update addresses.
+void appendUpdateCondition(sqlString& command, const ChannelRow* row) {
   const char* separator = " WHERE ";
   for (const ChannelColumn column : kUpdateKey) {
-    condition << separator << kColumnNames[column] << "=";
-    appendValue(condition, row, column);
+    command << separator << kColumnNames[column] << "=";
+    appendValue(command, row, column);
     separator = " AND ";
   }
-  return condition.str();
 }
 
-// The committed rows of a channel table: answers as ATSC_Service_db_findChannelIndex() on a
-// connection of its own would, for a whole run at the cost of one pass over the table.
-class CommittedRows {
+// The lookups of a run: answers each as ATSC_Service_db_findChannelIndex() on a connection of its
+// own would, all together at the cost of one pass over the table's committed rows.
+class Lookups {
  public:
-  CommittedRows(SQLite::Database& database, const std::string& table) {
+  explicit Lookups(size_t count) { found_.reserve(count); }
+
+  // Adds a service's lookup. What is returned says, after run(), whether it finds a row.
+  const bool* add(const AISRV_service_info& service, const StreamTexts& streams) {
+    sqlString key;
+    key << service.major << "-" << service.minor << "-" << static_cast<uint16_t>(service.source_id)
+        << "-" << service.frequency << "-" << streams.audio_pid << "\n"
+        << streams.video_pid;
+    wanted_[!streams.audio_pid.empty()][!streams.video_pid.empty()] = true;
+    return &found_.emplace(key.str(), false).first->second;
+  }
+
+  void run(SQLite::Database& database, const std::string& table) {
     SQLite::Statement rows(
         database, "SELECT major_no, minor_no, source_id, freq, audio_pid, video_pid FROM " + table);
+    sqlString key;
     while (rows.executeStep()) {
       // A number equals neither NULL nor a text.
-      sqlString number;
+      key.clear();
       bool comparable = true;
       for (int i = 0; i < 4; ++i) {
-        comparable = comparable && rows.getColumn(i).isInteger();
-        number << rows.getColumn(i).getInt64() << "-";
+        const SQLite::Column value = rows.getColumn(i);
+        comparable = comparable && value.isInteger();
+        key << value.getInt64() << "-";
       }
       if (!comparable) continue;
-      const std::string audio = rows.getColumn(4).getText();
-      const std::string video = rows.getColumn(5).getText();
+      const std::string number = key.str();
       // A lookup without a PID text matches whatever the row has.
-      for (const std::string& a : {std::string(), audio}) {
-        for (const std::string& v : {std::string(), video}) {
-          lookups_.insert(number.str() + a + '\n' + v);
+      for (const bool withAudio : {false, true}) {
+        for (const bool withVideo : {false, true}) {
+          if (!wanted_[withAudio][withVideo]) continue;
+          key.clear();
+          key << number << (withAudio ? rows.getColumn(4).getText() : "") << "\n"
+              << (withVideo ? rows.getColumn(5).getText() : "");
+          const auto lookup = found_.find(key.str());
+          if (lookup != found_.end()) lookup->second = true;
         }
       }
     }
   }
 
-  bool contain(const AISRV_service_info& service, const StreamTexts& streams) const {
-    sqlString lookup;
-    lookup << service.major << "-" << service.minor << "-"
-           << static_cast<uint16_t>(service.source_id) << "-" << service.frequency << "-"
-           << streams.audio_pid << "\n"
-           << streams.video_pid;
-    return lookups_.count(lookup.str()) != 0;
-  }
-
  private:
-  std::unordered_set<std::string> lookups_;  // that find a row
+  std::unordered_map<std::string, bool> found_;
+  bool wanted_[2][2] = {};  // with an audio text, with a video text
 };
 
 // The stamp of this run: the receiver's time, moved on while a row carries it. The clock may stand
@@ -323,7 +339,7 @@ class ChannelRewrite {
       transaction.commit();
       result = compared;
     } catch (const std::exception& e) {
-      atsc::printDatabaseError(e, "ATSC_Service_db_UpdateChannel", __LINE__, command_);
+      atsc::printDatabaseError(e, "ATSC_Service_db_UpdateChannel", __LINE__, command_.str());
     }
     return result;
   }
@@ -340,10 +356,10 @@ class ChannelRewrite {
   void takeSnapshot(SQLite::Database& database) {
     try {
       dropSnapshot(database);
-      command_ = "CREATE TABLE tmp AS SELECT " + columns_ + " FROM " + table_;
-      database.exec(command_);
+      note("CREATE TABLE tmp AS SELECT " + columns_ + " FROM " + table_);
+      database.exec(command_.str());
     } catch (const SQLite::Exception& e) {
-      atsc::printDatabaseError(e, "ATSC_Service_db_UpdateChannel", __LINE__, command_);
+      atsc::printDatabaseError(e, "ATSC_Service_db_UpdateChannel", __LINE__, command_.str());
       // The worst failures end the transaction; the rewrite needs one.
       if (sqlite3_get_autocommit(database.getHandle()) != 0) database.exec("BEGIN IMMEDIATE");
     }
@@ -351,38 +367,40 @@ class ChannelRewrite {
   }
 
   void dropSnapshot(SQLite::Database& database) {
-    command_ = "DROP TABLE tmp";
-    if (database.tableExists("tmp")) database.exec(command_);
+    note("DROP TABLE tmp");
+    if (database.tableExists("tmp")) database.exec(command_.str());
   }
 
   // What is to be written of one service.
   struct Write {
     ChannelRow row;
-    bool update;
+    const bool* update;  // the service has a row
   };
 
   void rewrite(SQLite::Database& database, uint32_t now) {
     gCurTime = unusedStamp(database, table_, now);
-    const CommittedRows committed(database, table_);
+    Lookups lookups(services_.size());
     std::vector<Write> writes;
-    // An update rewrites all rows of its key, so of many with one key the last one is enough.
-    std::unordered_map<std::string, size_t> lastUpdate;
+    writes.reserve(services_.size());
     for (const AISRV_service_info& service : services_) {
       const StreamTexts streams = readStreams(service);
-      writes.push_back({channelRow(service, streams), committed.contain(service, streams)});
-      if (writes.back().update) lastUpdate[channelKey(service)] = writes.size() - 1;
+      writes.push_back({channelRow(service, streams), lookups.add(service, streams)});
     }
-    const std::string insertInto = "INSERT INTO " + table_;
-    const std::string update = "UPDATE " + table_ + " SET ";
-    SQLite::Statement insertRow(database,
-                                insertInto + _ATSC_Service_db_getChannelInsert_Command(nullptr));
-    SQLite::Statement updateRows(
-        database,
-        update + _ATSC_Service_db_getChannelUpdate_Command(nullptr) + updateCondition(nullptr));
+    lookups.run(database, table_);
+    // An update rewrites all rows of its key, so of many with one key the last one is enough.
+    std::unordered_map<std::string_view, size_t> lastUpdate(writes.size());
+    for (size_t i = 0; i < writes.size(); ++i) {
+      if (*writes[i].update) lastUpdate[keyOf(writes[i])] = i;
+    }
+    buildInsert(nullptr);
+    SQLite::Statement insertRow(database, command_.str());
+    buildUpdate(nullptr);
+    SQLite::Statement updateRows(database, command_.str());
     for (size_t i = 0; i < writes.size(); ++i) {
       const ChannelRow& row = writes[i].row;
-      if (!writes[i].update) {
-        announce(insertInto + _ATSC_Service_db_getChannelInsert_Command(&row));
+      if (!*writes[i].update) {
+        buildInsert(&row);
+        announce();
         for (int column = 0; column < kChannelColumns; ++column) {
           bind(insertRow, column + 1, row[column]);
         }
@@ -390,10 +408,13 @@ class ChannelRewrite {
         insertRow.reset();
         continue;
       }
-      announce(update + _ATSC_Service_db_getChannelUpdate_Command(&row) + updateCondition(&row));
-      if (lastUpdate[std::get<std::string>(row[kChannelKey])] != i) continue;
+      buildUpdate(&row);
+      announce();
+      if (lastUpdate[keyOf(writes[i])] != i) continue;
       int position = 0;
-      for (const ChannelColumn column : kUpdateOrder) bind(updateRows, ++position, row[column]);
+      for (const ChannelColumn column : kUpdateOrder) {
+        if (!isUpdateKey(column)) bind(updateRows, ++position, row[column]);
+      }
       for (const ChannelColumn column : kUpdateKey) bind(updateRows, ++position, row[column]);
       updateRows.exec();
       updateRows.reset();
@@ -403,7 +424,8 @@ class ChannelRewrite {
     // A row without any stamp is unequal to no number.
     for (const std::string& command :
          {stale.str(), "DELETE FROM " + table_ + " WHERE update_time IS NULL"}) {
-      announce(command);
+      note(command);
+      announce();
       database.exec(command);
     }
     command_.clear();
@@ -413,22 +435,60 @@ class ChannelRewrite {
   int compare(SQLite::Database& database) {
     int result = 1;
     try {
-      const int64_t differences =
-          countRows(database, "tmp", table_) + countRows(database, table_, "tmp");
+      int64_t differences = countMissing(database, "tmp", table_);
+      // Where all of one table's rows are in the other and both have as many, none is missing in
+      // the other direction; but only rows with a unique key can be counted so.
+      if (differences == 0 && !(keyIsUnique(database) && sameRowCount(database))) {
+        differences = countMissing(database, table_, "tmp");
+      }
       dropSnapshot(database);
       result = differences != 0 ? 1 : 0;
     } catch (const SQLite::Exception& e) {
-      atsc::printDatabaseError(e, "ATSC_Service_db_UpdateChannel", __LINE__, command_);
+      atsc::printDatabaseError(e, "ATSC_Service_db_UpdateChannel", __LINE__, command_.str());
     }
     command_.clear();
     return result;
   }
 
-  int64_t countRows(SQLite::Database& database, const std::string& from,
-                    const std::string& except) {
-    command_ = "SELECT count(*) FROM ( SELECT " + columns_ + " FROM " + from + " EXCEPT SELECT " +
-               columns_ + " FROM " + except + " ) ";
-    return database.execAndGet(command_).getInt64();
+  // How many rows of a table the other one lacks.
+  int64_t countMissing(SQLite::Database& database, const std::string& from,
+                       const std::string& except) {
+    return queryNumber(database, "SELECT count(*) FROM ( SELECT " + columns_ + " FROM " + from +
+                                     " EXCEPT SELECT " + columns_ + " FROM " + except + " ) ");
+  }
+
+  bool keyIsUnique(SQLite::Database& database) {
+    note("SELECT group_concat(name || ' ' || type) FROM pragma_table_info('" + table_ +
+         "') WHERE pk > 0");
+    return database.execAndGet(command_.str()).getString() == "ch_index INTEGER";
+  }
+
+  bool sameRowCount(SQLite::Database& database) {
+    return queryNumber(database, "SELECT count(*) FROM tmp") ==
+           queryNumber(database, "SELECT count(*) FROM " + table_);
+  }
+
+  int64_t queryNumber(SQLite::Database& database, const std::string& query) {
+    note(query);
+    return database.execAndGet(query).getInt64();
+  }
+
+  static std::string_view keyOf(const Write& write) {
+    return std::get<std::string>(write.row[kChannelKey]);
+  }
+
+  // The command for one row; without a row, the text of the prepared statement.
+  void buildInsert(const ChannelRow* row) {
+    command_.clear();
+    command_ << "INSERT INTO " << table_;
+    _ATSC_Service_db_getChannelInsert_Command(command_, row);
+  }
+
+  void buildUpdate(const ChannelRow* row) {
+    command_.clear();
+    command_ << "UPDATE " << table_ << " SET ";
+    _ATSC_Service_db_getChannelUpdate_Command(command_, row);
+    appendUpdateCondition(command_, row);
   }
 
   // The value's text is not copied: it lives until the statement has run.
@@ -442,15 +502,17 @@ class ChannelRewrite {
   }
 
   // Notes the command that runs next.
-  void announce(std::string command) {
-    command_ = std::move(command);
-    ATSC_LOG(Debug, "SQL Command %s\n", command_.c_str());
+  void note(const std::string& command) {
+    command_.clear();
+    command_ << command;
   }
+
+  void announce() { ATSC_LOG(Debug, "SQL Command %s\n", command_.str().c_str()); }
 
   const std::string table_;
   const std::vector<AISRV_service_info>& services_;
   const std::string columns_;
-  std::string command_;  // the one being run
+  sqlString command_;  // the one being run
 };
 
 }  // namespace

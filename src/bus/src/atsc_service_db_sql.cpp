@@ -1,27 +1,32 @@
+#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 
 #include "atsc_service_db.h"
 
-sqlString& sqlString::operator<<(const std::string& text) {
+sqlString& sqlString::operator<<(std::string_view text) {
   text_ += text;
   return *this;
 }
 
 sqlString& sqlString::operator<<(long long number) {
-  text_ += std::to_string(number);
+  char digits[24];
+  const auto end = std::to_chars(digits, digits + sizeof digits, number).ptr;
+  text_.append(digits, end);
   return *this;
 }
 
 void sqlString::operator++(int) { text_ += ','; }
 
-void sqlString::conStr(const std::string& text) {
+void sqlString::conStr(std::string_view text) {
+  text = text.substr(0, text.find('\0'));
   text_ += '\'';
-  for (const char c : text) {
-    if (c == '\0') break;
-    if (c == '\'') text_ += '\'';
-    text_ += c;
+  for (size_t quote; (quote = text.find('\'')) != std::string_view::npos;) {
+    text_ += text.substr(0, quote + 1);
+    text_ += '\'';
+    text.remove_prefix(quote + 1);
   }
+  text_ += text;
   text_ += '\'';
 }
 
