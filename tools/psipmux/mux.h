@@ -16,7 +16,7 @@ constexpr unsigned kPacketsPerSecond = 1000;
 // A stream is a row of cycles that all hold the same sections. As there are 16 of them, the number
 // of packets of every PID is a multiple of 16, and the 4-bit continuity counters run on unbroken
 // when the stream is played in a loop. Repetition in a cycle keeps the longest intervals of
-// A/65 7.2 and A/53 Part 3: PAT 100 ms, MGT 150 ms, VCT and PMT 400 ms, STT 1 s.
+// A/65 7.2 and A/53 (transport subsystem): PAT 100 ms, MGT 150 ms, VCT and PMT 400 ms, STT 1 s.
 constexpr unsigned kCycles = 16;
 constexpr unsigned kCyclesPerSecond = 4;
 constexpr unsigned kPacketsPerCycle = kPacketsPerSecond / kCyclesPerSecond;
