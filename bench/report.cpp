@@ -2,7 +2,6 @@
 
 #include <json/json.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <map>
@@ -48,7 +47,8 @@ class Collector : public benchmark::BenchmarkReporter {
   std::string failed;
 };
 
-void print(const std::string& name, double ours, double floor, bool json) {
+// `base` says what ours is compared with.
+void print(const std::string& name, double ours, const char* base, double floor, bool json) {
   if (json) {
     Json::Value line;
     line["name"] = name;
@@ -60,7 +60,7 @@ void print(const std::string& name, double ours, double floor, bool json) {
     builder["indentation"] = "";
     printf("%s\n", Json::writeString(builder, line).c_str());
   } else {
-    printf("%-44s ours %10.1f  floor %10.1f  us  ratio %5.2f\n", name.c_str(), ours, floor,
+    printf("%-44s ours %10.1f  %s %10.1f  us  ratio %5.2f\n", name.c_str(), ours, base, floor,
            ours / floor);
   }
 }
@@ -91,8 +91,11 @@ void addGrowth(const std::string& name, const std::string& of, const std::string
 }
 
 int run(int argc, char** argv) {
-  const bool json = std::any_of(argv + 1, argv + argc,
-                                [](const char* argument) { return !strcmp(argument, "--json"); });
+  const bool json = argc == 2 && strcmp(argv[1], "--json") == 0;
+  if (argc > 1 && !json) {
+    fprintf(stderr, "usage: %s [--json]\n", argv[0]);
+    return 2;
+  }
   // Ours and floor take turns, so that both meet the same machine.
   std::string interleaving = "--benchmark_enable_random_interleaving=true";
   char* arguments[] = {argv[0], &interleaving[0], nullptr};
@@ -105,10 +108,11 @@ int run(int argc, char** argv) {
     return 1;
   }
   for (const std::string& name : names()) {
-    print(name, collector.medians[name + ":ours"], collector.medians[name + ":floor"], json);
+    print(name, collector.medians[name + ":ours"], "floor", collector.medians[name + ":floor"],
+          json);
   }
   for (const Growth& growth : growths()) {
-    print(growth.name, collector.medians[growth.of + ":ours"],
+    print(growth.name, collector.medians[growth.of + ":ours"], "base ",
           collector.medians[growth.to + ":ours"], json);
   }
   return 0;

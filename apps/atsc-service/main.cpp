@@ -55,10 +55,6 @@ void run(const Options& options) {
   if (!options.air.empty()) ATSC_host_set_air(options.air.c_str());
   if (options.dwell) ATSC_host_set_dwell(*options.dwell);
   const apps::DatabaseFiles files = apps::databaseFiles(options.db);
-  apps::prepareDatabaseFiles(files);
-  setenv(apps::kChannelDatabaseVariable, files.channels.c_str(), 1);
-  setenv(apps::kEventDatabaseVariable, files.events.c_str(), 1);
-
   // The name comes first: two services must never work on the same databases.
   const int owner = ATSC_host_claim(ATSC_HOST_SERVICE_NAME);
   if (owner > 0) {
@@ -67,6 +63,9 @@ void run(const Options& options) {
   if (owner != 0) {
     throw std::runtime_error(std::string("cannot serve the name ") + ATSC_HOST_SERVICE_NAME);
   }
+  apps::prepareDatabaseFiles(files);
+  setenv(apps::kChannelDatabaseVariable, files.channels.c_str(), 1);
+  setenv(apps::kEventDatabaseVariable, files.events.c_str(), 1);
   ATSC_Service_db_init();
   ATSC_host_serve(ATSC_HOST_SERVICE_NAME);
 

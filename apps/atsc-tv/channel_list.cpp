@@ -132,10 +132,11 @@ Json::Value readChannels(const std::string& database, const Source& source) {
   }
 }
 
-void printChannels(std::ostream& out, const Source& source, const Json::Value& channels) {
+void printChannels(std::ostream& out, const Source& source, const std::string& database) {
+  const Json::Value channels = readChannels(database, source);
   out << source.title << " (" << source.name << "): ";
   if (channels.isNull()) {
-    out << "no scan has run\n";
+    out << "no scan has run with this database, " << database << "\n";
     return;
   }
   out << channels.size() << (channels.size() == 1 ? " channel\n" : " channels\n");

@@ -36,7 +36,7 @@ std::string megahertz(int64_t frequency);
 Json::Value readChannels(const std::string& database, const Source& source);
 
 // Writes the rows as a table with a heading.
-void printChannels(std::ostream& out, const Source& source, const Json::Value& channels);
+void printChannels(std::ostream& out, const Source& source, const std::string& database);
 
 }  // namespace tv
 

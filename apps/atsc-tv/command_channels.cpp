@@ -21,12 +21,11 @@ int channels(const CommonOptions& common, const ChannelsOptions& options) {
   const char* gap = "";
   for (const Source& source : kSources) {
     if (!options.source.empty() && options.source != source.name) continue;
-    const Json::Value rows = readChannels(database, source);
     if (options.json) {
-      all[source.name] = rows;
+      all[source.name] = readChannels(database, source);
     } else {
       std::cout << gap;
-      printChannels(std::cout, source, rows);
+      printChannels(std::cout, source, database);
       gap = "\n";
     }
   }
@@ -41,8 +40,8 @@ void addChannels(CLI::App& app, Action& action) {
   auto options = std::make_shared<ChannelsOptions>();
   addSourceOption(*command, options->source, "Only the terrestrial or the cable channels");
   command->add_flag("--json", options->json,
-                    "One line of JSON: for each source the rows of its table, null when no scan "
-                    "has run");
+                    "One line of JSON: for each source the rows of its table, null when the "
+                    "database has no such table");
   command->callback([&action, options] {
     action = [options](const CommonOptions& common) { return channels(common, *options); };
   });

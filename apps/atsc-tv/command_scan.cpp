@@ -1,4 +1,5 @@
 // atsc-tv scan: a channel scan with its progress.
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -60,6 +61,9 @@ class ProgressView {
     if (terminal_) draw(std::min(number(message, "progress"), 100u), frequency);
   }
 
+  // Services found so far.
+  uint32_t found() const { return found_; }
+
   // Takes the bar off the terminal.
   void clear() {
     if (drawn_) std::cout << "\r\033[K" << std::flush;
@@ -76,9 +80,15 @@ class ProgressView {
   void draw(uint32_t percent, uint32_t frequency) {
     constexpr uint32_t kWidth = 30;
     const uint32_t filled = percent * kWidth / 100;
-    std::cout << '[' << std::string(filled, '#') << std::string(kWidth - filled, '.') << "] "
-              << percent << "%  " << (frequency != 0 ? place(frequency) + "  " : "")
-              << services(found_) << std::flush;
+    std::string line = '[' + std::string(filled, '#') + std::string(kWidth - filled, '.') + "] " +
+                       std::to_string(percent) + "%  " +
+                       (frequency != 0 ? place(frequency) + "  " : "") + services(found_);
+    // A line that wraps cannot be taken back.
+    winsize size = {};
+    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0) {
+      line.resize(std::min<size_t>(line.size(), size.ws_col - 1u));
+    }
+    std::cout << line << std::flush;
     drawn_ = true;
   }
 
@@ -150,13 +160,15 @@ int scan(const CommonOptions& common, const ScanOptions& options) {
   start(client, options);
   std::cout << "Scanning " << source.title << " (" << source.name << ")" << std::endl;
   Ending ending;
+  uint32_t found = 0;
   {
     ProgressView view(source);
     ending = follow(client, callbacks, service, view);
+    found = view.found();
   }
   switch (ending) {
     case Ending::kOver:
-      std::cout << "Scan over\n\n";
+      std::cout << "Scan over: " << services(found) << " found\n\n";
       break;
     case Ending::kStoppedByUser:
       std::cout << "Scan stopped\n\n";
@@ -165,7 +177,7 @@ int scan(const CommonOptions& common, const ScanOptions& options) {
       std::cout << "No progress for " << kSilence.count() << " seconds: the scan was stopped\n\n";
       break;
   }
-  printChannels(std::cout, source, readChannels(common.channelDatabase(), source));
+  printChannels(std::cout, source, common.channelDatabase());
   return ending == Ending::kSilent ? kFailure : kSuccess;
 }
 

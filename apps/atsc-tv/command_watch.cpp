@@ -1,4 +1,6 @@
 // atsc-tv watch: the callbacks as they come.
+#include <unistd.h>
+
 #include <chrono>
 #include <cstdio>
 #include <ctime>
@@ -47,14 +49,18 @@ int watch(const CommonOptions& common, bool json) {
   client.requireService();
   Callbacks& callbacks = Callbacks::start();
   int service = servicePid();
+  std::cerr << "atsc-tv: waiting for callbacks; Ctrl-C ends" << std::endl;
   for (;;) {
     std::string text;
     switch (callbacks.wait(kCheckService, &text)) {
       case Callbacks::Event::kInterrupt:
+        if (isatty(STDERR_FILENO) == 1) std::cerr << std::endl;  // after the terminal's "^C"
         return kSuccess;
       case Callbacks::Event::kTimeout:
         if (const int now = servicePid(); now != service) {
-          std::cerr << "atsc-tv: " << (now == 0 ? "the service has ended" : "a service runs again")
+          std::cerr << "atsc-tv: "
+                    << (now == 0 ? "the service has ended; waiting for it to return"
+                                 : "a service runs again")
                     << std::endl;
           service = now;
         }

@@ -63,8 +63,11 @@ void prepare(const fs::path& file) {
 }  // namespace
 
 DatabaseFiles databaseFiles(const std::string& folder) {
-  DatabaseFiles files{variable(kChannelDatabaseVariable), variable(kEventDatabaseVariable)};
-  if (!files.channels.empty() && !files.events.empty()) return files;
+  DatabaseFiles files;
+  if (folder.empty()) {
+    files = {variable(kChannelDatabaseVariable), variable(kEventDatabaseVariable)};
+    if (!files.channels.empty() && !files.events.empty()) return files;
+  }
   const fs::path chosen = folder.empty() ? defaultFolder() : fs::path(folder);
   if (files.channels.empty()) files.channels = chosen / kChannelFile;
   if (files.events.empty()) files.events = chosen / kEventFile;

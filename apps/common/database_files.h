@@ -12,17 +12,17 @@ inline constexpr const char* kEventDatabaseVariable = "ATSC_EVENT_DB";
 
 // For the help of a program's option that takes a folder for databaseFiles().
 inline constexpr const char* kDatabaseFolderHelp =
-    "Folder of the databases (default: /mtd_rwarea when it can be written, else "
-    "$XDG_DATA_HOME/atsc); ATSC_CNAHHEL_DB and ATSC_EVENT_DB, when set, name the files instead";
+    "Folder of the databases (default: the files that ATSC_CNAHHEL_DB and ATSC_EVENT_DB name; else "
+    "/mtd_rwarea when it can be written; else $XDG_DATA_HOME/atsc)";
 
 struct DatabaseFiles {
   std::string channels;
   std::string events;
 };
 
-// The files that the environment variables name; for those unset the file in `folder`, or in the
-// default folder when `folder` is empty. Touches no file. Throws std::runtime_error when a default
-// is needed and the user has no home.
+// The database files: in `folder`; when it is empty those that the environment names, else those in
+// the default folder. Touches no file. Throws std::runtime_error when a default is needed and the
+// user has no home.
 DatabaseFiles databaseFiles(const std::string& folder);
 
 // Makes a program able to write the files: makes missing folders for this user alone and checks

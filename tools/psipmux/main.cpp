@@ -195,7 +195,7 @@ int main(int argc, char** argv) {
       app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
       if (error.get_exit_code() == 0) return app.exit(error);  // --help, --version
-      std::cerr << "psipmux: " << error.what() << '\n';
+      std::cerr << "psipmux: " << error.what() << "; see psipmux --help\n";
       return 1;
     }
     const std::optional<int64_t> unix_time =
