@@ -6,11 +6,11 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cstdio>
-#include <cstring>
 #include <future>
 #include <memory>
 #include <string>
@@ -24,6 +24,14 @@
 namespace {
 
 using namespace bus_peers;
+
+// A helper process that has got ready.
+struct Started : Process {
+  explicit Started(const std::vector<std::string>& role, bool keep_errors = false)
+      : Process(role, keep_errors) {
+    EXPECT_EQ(hear(), 'R');
+  }
+};
 
 TEST(Parcel, IsReadByType) {
   BUSParam parcel;
@@ -41,208 +49,11 @@ TEST(Parcel, IsReadByType) {
   EXPECT_STREQ(parcel.readCString(), "");
   const char* const two = parcel.readCString();
   EXPECT_EQ(parcel.readInt32(), INT32_MIN) << "an unread text is skipped";
-  EXPECT_EQ(parcel.readCString(), nullptr);
-  EXPECT_EQ(parcel.readInt32(), 0);
   for (int i = 0; i < 1000; ++i) parcel.writeInt32(i);
   EXPECT_STREQ(two, "two") << "a text lives as long as its parcel";
   EXPECT_EQ(parcel.readInt32(), 0);
-  EXPECT_EQ(parcel.readInt32(), 1);
-}
-
-TEST(Parcel, BoundsTexts) {
-  BUSParam parcel;
   EXPECT_EQ(parcel.writeCString(std::string(16 << 20, 'x').c_str()), -1);
-  EXPECT_EQ(parcel.writeInt32(3), 0);
-  EXPECT_EQ(parcel.readInt32(), 3);
-  EXPECT_EQ(parcel.writeCString(std::string(9 << 20, 'x').c_str()), 0);
-  EXPECT_EQ(parcel.writeCString(std::string(9 << 20, 'x').c_str()), -1) << "the sum counts";
-}
-
-TEST(Bus, CarriesParcelsBothWays) {
-  const std::string name = uniqueName("carry");
-  Process server({"server", name});
-  ASSERT_EQ(server.hear(), 'R');
-  struct stat status;
-  ASSERT_EQ(::lstat(pathOf(name).c_str(), &status), 0);
-  EXPECT_EQ(status.st_mode, static_cast<mode_t>(S_IFSOCK | 0600));
-  EXPECT_EQ(ATSC_host_find(name.c_str()), server.pid());
-
-  Caller caller(name);
-  EXPECT_EQ(caller.echo("hello"), "hello");
-  EXPECT_EQ(ATSC_host_last_transact(), 0);
-  EXPECT_EQ(caller.echo(""), "");
-  // Sizes around the buffers of both ends and the socket, and the largest.
-  for (const size_t size : {4060, 4096, 70000, 1 << 20, (16 << 20) - 128}) {
-    const std::string text(size, 'y');
-    EXPECT_TRUE(caller.echo(text) == text) << size;
-  }
-  BUSParam data;
-  data.writeCString("no reply wanted");
-  EXPECT_EQ(caller.transact(kEcho, data, nullptr, 0), 0);
-  int32_t number = 1;
-  EXPECT_EQ(caller.call(kNothing, &number), 0);
-  EXPECT_EQ(number, 0);
-}
-
-TEST(Bus, RefusesWhatCannotBeCarried) {
-  Echo server(uniqueName("large"));
-  Caller caller(uniqueName("large").c_str());
-  BUSParam data, reply;
-  for (int i = 0; i < (16 << 20) / 5; ++i) data.writeInt32(i);
-  data.writeInt32(1);
-  reply.writeInt32(9);
-  EXPECT_EQ(caller.transact(kEcho, data, &reply, 0), -1);
-  EXPECT_EQ(reply.readInt32(), 0);
-  EXPECT_EQ(ATSC_host_last_transact(), -1);
-}
-
-TEST(Bus, FindsNobody) {
-  const std::string name = uniqueName("nobody");
-  Caller caller(name);
-  EXPECT_EQ(caller.echo("x"), "-");
-  EXPECT_EQ(ATSC_host_last_transact(), -1);
-  EXPECT_EQ(ATSC_host_find(name.c_str()), 0);
-  EXPECT_EQ(ATSC_host_claim(""), -1);
-  EXPECT_EQ(ATSC_host_claim("../x"), -1);
-  EXPECT_EQ(ATSC_host_claim(std::string(200, 'n').c_str()), -1);
-}
-
-TEST(Bus, FindsARestartedServiceAgain) {
-  const std::string name = uniqueName("restart");
-  Caller caller(name);
-  for (int round = 0; round < 3; ++round) {
-    Process server({"server", name});  // the file of the killed one is in its way
-    ASSERT_EQ(server.hear(), 'R');
-    EXPECT_EQ(caller.echo("again"), "again");
-  }
-  EXPECT_EQ(caller.echo("x"), "-");
-  EXPECT_EQ(ATSC_host_find(name.c_str()), 0);
-}
-
-TEST(Bus, RunsARequestAtMostOnce) {
-  const std::string name = uniqueName("once");
-  Process first({"server", name});
-  ASSERT_EQ(first.hear(), 'R');
-  Caller caller(name);
-  EXPECT_EQ(caller.echo("x"), "x");
-  EXPECT_EQ(caller.call(kDie), -1);
-  EXPECT_EQ(first.wait(), -SIGKILL);
-  EXPECT_EQ(first.hear(), 'D');
-  EXPECT_EQ(first.hear(), 0);
-
-  // The connection to the dead process fails before the request is out: it runs on the new one.
-  Process second({"server", name});
-  ASSERT_EQ(second.hear(), 'R');
-  EXPECT_EQ(caller.call(kDie), -1);
-  EXPECT_EQ(second.hear(), 'D');
-  EXPECT_EQ(second.hear(), 0);
-}
-
-TEST(Bus, AnAwaitedServerThatIsKilledGivesAnEmptyReply) {
-  const std::string name = uniqueName("killed");
-  Process server({"server", name});
-  ASSERT_EQ(server.hear(), 'R');
-  Caller caller(name);
-  int32_t number = 1;
-  auto waiting = std::async(std::launch::async, [&] { return caller.call(kBlock, &number); });
-  ASSERT_EQ(server.hear(), 'B');
-  server.kill();
-  EXPECT_EQ(waiting.get(), -1);
-  EXPECT_EQ(number, 0);
-}
-
-TEST(Bus, EndsMalformedConnectionsOnly) {
-  const std::string name = uniqueName("malformed");
-  Process server({"server", name}, true);
-  ASSERT_EQ(server.hear(), 'R');
-  Caller caller(name);
-  RawPeer half(pathOf(name));
-  ASSERT_TRUE(half.send(request("s" + word(100) + std::string(99, 'h') + '\0').substr(0, 80)));
-  RawPeer header(pathOf(name));
-  ASSERT_TRUE(header.send("BUSq"));
-
-  const struct {
-    const char* what;
-    std::string bytes;
-  } kCases[] = {
-      {"garbage", std::string(64, 'G')},
-      {"a reply", "BUSr" + word(0) + word(0) + word(0)},
-      {"announces too much", "BUSq" + word(16 << 20) + word(1) + word(0)},
-      {"announces 4 GiB", "BUSq" + word(0xFFFFFFFF) + word(1) + word(0)},
-      {"unknown item", request("x1234")},
-      {"integer cut short", request("i12")},
-      {"text without a size", request("s")},
-      {"text of size 0", request("s" + word(0))},
-      {"text beyond the frame", request("s" + word(0xFFFFFFF0) + "abc")},
-      {"text without NUL", request("s" + word(3) + "abc")},
-      {"text with a second NUL", request("s" + word(4) + std::string("a\0b\0", 4))},
-      {"second item bad", request("i1234?")},
-  };
-  for (const auto& each : kCases) {
-    RawPeer peer(pathOf(name));
-    ASSERT_TRUE(peer.send(each.bytes)) << each.what;
-    EXPECT_EQ(peer.receiveAll(), "") << each.what;
-    EXPECT_EQ(caller.echo("still there"), "still there") << each.what;
-  }
-  RawPeer cut(pathOf(name));
-  cut.send("BUSq" + word(50));
-  cut.finish();
-  EXPECT_EQ(cut.receiveAll(), "");
-  half.finish();
-  EXPECT_EQ(half.receiveAll(), "");
-
-  // Two requests at once, the second one in pieces: both are answered, in order.
-  RawPeer good(pathOf(name));
-  const std::string text = std::string("s") + word(3) + std::string("ab\0", 3);
-  const std::string answer = "BUSr" + word(13) + word(kEcho) + word(0) + text + "i" + word(2);
-  good.send(request(text) + request(text).substr(0, 20));
-  EXPECT_EQ(caller.echo("x"), "x");
-  good.send(request(text).substr(20));
-  good.finish();
-  EXPECT_EQ(good.receiveAll(), answer + answer);
-
-  server.kill();
-  const std::string errors = server.errors();
-  size_t lines = 0;
-  for (size_t at = 0; (at = errors.find(name, at)) != std::string::npos; ++at) ++lines;
-  EXPECT_EQ(lines, std::size(kCases) + 2) << errors;
-  for (const char* const reason : {"no request", "too large", "bad item", "middle of a frame"}) {
-    EXPECT_NE(errors.find(reason), std::string::npos) << reason;
-  }
-}
-
-TEST(Bus, ServesOthersWhileAPeerDoesNotRead) {
-  const std::string name = uniqueName("greedy");
-  Process server({"server", name});
-  ASSERT_EQ(server.hear(), 'R');
-  RawPeer greedy(pathOf(name));
-  const std::string large = request("i" + word(8 << 20), kLarge);
-  for (int i = 0; i < 1000; ++i) greedy.send(large, MSG_DONTWAIT);
-  std::vector<std::unique_ptr<RawPeer>> idle;
-  for (int i = 0; i < 400; ++i) idle.push_back(std::make_unique<RawPeer>(pathOf(name)));
-  // This process has used up its connections; another one has not.
-  Process other({"echo", name});
-  EXPECT_EQ(other.hearLine(), "hello");
-}
-
-TEST(Bus, ServesAHundredConnectionsFromManyThreads) {
-  const std::string name = uniqueName("hundred");
-  Process server({"server", name});
-  ASSERT_EQ(server.hear(), 'R');
-  std::vector<std::unique_ptr<Caller>> callers;
-  for (int i = 0; i < 100; ++i) callers.push_back(std::make_unique<Caller>(name));
-  std::atomic<int> good{0};
-  std::vector<std::thread> threads;
-  for (int thread = 0; thread < 4; ++thread) {
-    threads.emplace_back([&, thread] {
-      for (size_t i = 0; i < 200; ++i) {
-        const std::string text = std::to_string(thread) + "/" + std::to_string(i);
-        good += callers[i % 100]->echo(text) == text;  // callers are shared by the threads
-      }
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(good, 800);
+  EXPECT_EQ(parcel.readInt32(), 1) << "nothing of it was written";
 }
 
 TEST(Bus, AClientRefusesAMalformedReply) {
@@ -278,6 +89,140 @@ TEST(Bus, AClientRefusesAMalformedReply) {
   }
 }
 
+TEST(Bus, CarriesParcelsBothWays) {
+  const std::string name = uniqueName("carry");
+  Started server({"server", name});
+  struct stat status;
+  ASSERT_EQ(::lstat(pathOf(name).c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode, static_cast<mode_t>(S_IFSOCK | 0600));
+  EXPECT_EQ(ATSC_host_find(name.c_str()), server.pid());
+
+  Caller caller(name);
+  EXPECT_EQ(caller.echo("hello"), "hello");
+  EXPECT_EQ(ATSC_host_last_transact(), 0);
+  EXPECT_EQ(caller.echo(""), "");
+  // Sizes around the buffers of both ends, and the largest.
+  for (const size_t size : {4060, 70000, (16 << 20) - 128}) {
+    const std::string text(size, 'y');
+    EXPECT_TRUE(caller.echo(text) == text) << size;
+  }
+  BUSParam data, reply;
+  data.writeCString("no reply wanted");
+  EXPECT_EQ(caller.transact(kEcho, data, nullptr, 0), 0);
+  for (int i = 0; i < (16 << 20) / 5; ++i) data.writeInt32(i);
+  reply.writeInt32(9);
+  EXPECT_EQ(caller.transact(kEcho, data, &reply, 0), -1) << "too large";
+  EXPECT_EQ(reply.readInt32(), 0);
+  EXPECT_EQ(ATSC_host_last_transact(), -1);
+  EXPECT_EQ(ATSC_host_claim("../x"), -1);
+  EXPECT_EQ(ATSC_host_claim(std::string(200, 'n').c_str()), -1);
+}
+
+TEST(Bus, RunsARequestAtMostOnce) {
+  const std::string name = uniqueName("once");
+  Started first({"server", name});
+  Caller caller(name);
+  EXPECT_EQ(caller.echo("x"), "x");
+  int32_t number = 1;
+  EXPECT_EQ(caller.call(kDie, &number), -1);
+  EXPECT_EQ(number, 0);
+  EXPECT_EQ(first.wait(), -SIGKILL);
+  EXPECT_EQ(first.hear(), 'D');
+  EXPECT_EQ(first.hear(), 0);
+
+  // The connection to the dead process fails before the request is out: it runs on the new one.
+  Started second({"server", name});
+  EXPECT_EQ(caller.call(kDie), -1);
+  EXPECT_EQ(second.hear(), 'D');
+  EXPECT_EQ(second.hear(), 0);
+  EXPECT_EQ(caller.echo("x"), "-");
+  EXPECT_EQ(ATSC_host_find(name.c_str()), 0);
+}
+
+TEST(Bus, EndsMalformedConnectionsOnly) {
+  const std::string name = uniqueName("malformed");
+  Started server({"server", name}, true);
+  Caller caller(name);
+  RawPeer half(pathOf(name));
+  ASSERT_TRUE(half.send(request("s" + word(100) + std::string(99, 'h') + '\0').substr(0, 80)));
+
+  const struct {
+    const char* what;
+    std::string bytes;
+  } kCases[] = {
+      {"garbage", std::string(64, 'G')},
+      {"a reply", "BUSr" + word(0) + word(0) + word(0)},
+      {"announces 4 GiB", "BUSq" + word(0xFFFFFFFF) + word(1) + word(0)},
+      {"unknown item", request("x1234")},
+      {"integer cut short", request("i12")},
+      {"text of size 0", request("s" + word(0))},
+      {"text beyond the frame", request("s" + word(0xFFFFFFF0) + "abc")},
+      {"text without NUL", request("s" + word(3) + "abc")},
+      {"text with a second NUL", request("s" + word(4) + std::string("a\0b\0", 4))},
+      {"second item bad", request("i1234?")},
+  };
+  for (const auto& each : kCases) {
+    RawPeer peer(pathOf(name));
+    ASSERT_TRUE(peer.send(each.bytes)) << each.what;
+    EXPECT_EQ(peer.receiveAll(), "") << each.what;
+    EXPECT_EQ(caller.echo("still there"), "still there") << each.what;
+  }
+  RawPeer cut(pathOf(name));
+  cut.send("BUSq" + word(50));
+  cut.finish();
+  EXPECT_EQ(cut.receiveAll(), "");
+  half.finish();
+  EXPECT_EQ(half.receiveAll(), "");
+
+  // Two requests at once, the second one in pieces: both are answered, in order.
+  RawPeer good(pathOf(name));
+  const std::string text = std::string("s") + word(3) + std::string("ab\0", 3);
+  const std::string answer = "BUSr" + word(13) + word(kEcho) + word(0) + text + "i" + word(2);
+  good.send(request(text) + request(text).substr(0, 20));
+  EXPECT_EQ(caller.echo("x"), "x");
+  good.send(request(text).substr(20));
+  good.finish();
+  EXPECT_EQ(good.receiveAll(), answer + answer);
+
+  server.kill();
+  const std::string errors = server.errors();
+  for (const char* const reason : {"no request", "too large", "bad item", "middle of a frame"}) {
+    EXPECT_NE(errors.find(reason), std::string::npos) << reason;
+  }
+}
+
+TEST(Bus, ServesOthersWhileAPeerDoesNotRead) {
+  const std::string name = uniqueName("greedy");
+  Started server({"server", name});
+  RawPeer greedy(pathOf(name));
+  const std::string large = request("i" + word(8 << 20), kLarge);
+  for (int i = 0; i < 1000; ++i) greedy.send(large, MSG_DONTWAIT);
+  std::vector<std::unique_ptr<RawPeer>> idle;
+  for (int i = 0; i < 400; ++i) idle.push_back(std::make_unique<RawPeer>(pathOf(name)));
+  // This process has used up its connections; another one has not.
+  Process other({"echo", name});
+  EXPECT_EQ(other.hearLine(), "hello");
+}
+
+TEST(Bus, ServesAHundredConnectionsFromManyThreads) {
+  const std::string name = uniqueName("hundred");
+  Started server({"server", name});
+  std::vector<std::unique_ptr<Caller>> callers;
+  for (int i = 0; i < 100; ++i) callers.push_back(std::make_unique<Caller>(name));
+  std::atomic<int> good{0};
+  std::vector<std::thread> threads;
+  for (int thread = 0; thread < 4; ++thread) {
+    threads.emplace_back([&, thread] {
+      for (size_t i = 0; i < 200; ++i) {
+        const std::string text = std::to_string(thread) + "/" + std::to_string(i);
+        good += callers[i % 100]->echo(text) == text;  // callers are shared by the threads
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(good, 800);
+}
+
 TEST(Bus, StopWaitsForTheRunningTransaction) {
   class Gate : public BUSServerInterface {
    public:
@@ -286,16 +231,14 @@ TEST(Bus, StopWaitsForTheRunningTransaction) {
     void open() { start(); }
     void close() { stop(); }
     int onTransact(unsigned int, BUSParam&, BUSParam* reply, unsigned int) override {
-      if (begun++ == 0) {
-        entered.set_value();
-        leave.get_future().wait();
-      }
-      ++done;
+      entered.set_value();
+      leave.get_future().wait();
       reply->writeInt32(5);
+      done = true;
       return 0;
     }
     std::promise<void> entered, leave;
-    std::atomic<int> begun{0}, done{0};
+    std::atomic<bool> done{false};
   };
   const std::string name = uniqueName("stop");
   Gate gate(name);
@@ -308,46 +251,37 @@ TEST(Bus, StopWaitsForTheRunningTransaction) {
   int32_t number = 0;
   auto call = std::async(std::launch::async, [&] { return caller.call(kNothing, &number); });
   gate.entered.get_future().wait();
-  Caller late(name);
-  auto refused = std::async(std::launch::async, [&] { return late.call(kNothing); });
   auto stopped = std::async(std::launch::async, [&] {
     gate.close();
-    return std::make_pair(gate.begun.load(), gate.done.load());
+    return gate.done.load();
   });
+  EXPECT_EQ(stopped.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
   gate.leave.set_value();
-  const auto [begun, done] = stopped.get();
-  EXPECT_EQ(begun, done) << "none is running when stop() returns";
+  EXPECT_TRUE(stopped.get()) << "none is running when stop() returns";
   EXPECT_EQ(call.get(), 0) << "the running transaction is answered";
   EXPECT_EQ(number, 5);
-  // The waiting one may have come in before stop() was called.
-  EXPECT_EQ(refused.get(), begun == 2 ? 0 : -1);
   EXPECT_EQ(caller.call(kNothing), -1);
-  EXPECT_EQ(gate.begun, begun) << "none begins afterwards";
   EXPECT_FALSE(exists(pathOf(name)));
 }
 
 TEST(Bus, ANameHasOneServer) {
   const std::string name = uniqueName("one");
   Echo first(name);
-  {
-    const Echo twin(name);
-    Process other({"server", name}, true);
-    ASSERT_EQ(other.hear(), 'R');
-    other.kill();
-    EXPECT_NE(other.errors().find("process " + std::to_string(::getpid()) + " serves"),
-              std::string::npos);
-  }
+  Started other({"server", name}, true);
+  other.kill();
+  EXPECT_NE(other.errors().find("process " + std::to_string(::getpid()) + " serves"),
+            std::string::npos);
   EXPECT_EQ(Caller(name).echo("first"), "first");
 }
 
 TEST(Claim, IsWonByOneProcess) {
-  for (int round = 0; round < 5; ++round) {
+  for (int round = 0; round < 3; ++round) {
     const std::string name = uniqueName("race");
     std::vector<std::unique_ptr<Process>> racers;
     for (int i = 0; i < 4; ++i) {
       racers.push_back(std::make_unique<Process>(std::vector<std::string>{"claim", name}));
-      ASSERT_EQ(racers.back()->hear(), 'R');
     }
+    for (auto& racer : racers) EXPECT_EQ(racer->hear(), 'R');
     for (auto& racer : racers) racer->say('g');
     std::vector<std::string> results;
     std::string winner;
@@ -355,9 +289,8 @@ TEST(Claim, IsWonByOneProcess) {
       results.push_back(racer->hearLine());
       if (results.back() == "0") winner = std::to_string(racer->pid());
     }
-    EXPECT_NE(winner, "");
-    for (const std::string& result : results) EXPECT_TRUE(result == "0" || result == winner);
     EXPECT_EQ(std::count(results.begin(), results.end(), "0"), 1);
+    EXPECT_EQ(std::count(results.begin(), results.end(), winner), 3);
     for (auto& racer : racers) {
       racer->say('g');
       EXPECT_EQ(racer->wait(), 0);
@@ -368,8 +301,7 @@ TEST(Claim, IsWonByOneProcess) {
 
 TEST(Claim, TheServiceIsDormantUntilItIsServed) {
   if (ATSC_host_find(ATSC_HOST_SERVICE_NAME) != 0) GTEST_SKIP() << "a service runs here";
-  Process service({"service"});
-  ASSERT_EQ(service.hear(), 'R');
+  Started service({"service"});
   EXPECT_FALSE(exists(pathOf(ATSC_HOST_SERVICE_NAME)));
   EXPECT_EQ(ATSC_host_find(ATSC_HOST_SERVICE_NAME), 0);
   service.say('c');
@@ -392,12 +324,8 @@ TEST(Claim, TheServiceIsDormantUntilItIsServed) {
 TEST(Files, OfTheDeadAreSweptOfTheLivingNot) {
   const std::string dead = uniqueName("dead");
   const std::string alive = uniqueName("alive");
-  Process second({"server", alive});
-  ASSERT_EQ(second.hear(), 'R');
-  {
-    Process first({"server", dead});
-    ASSERT_EQ(first.hear(), 'R');
-  }
+  Started second({"server", alive});
+  { Started first({"server", dead}); }
   Process sweeper({"echo", alive});
   EXPECT_EQ(sweeper.hearLine(), "hello");
   EXPECT_FALSE(exists(pathOf(dead)));
@@ -406,23 +334,15 @@ TEST(Files, OfTheDeadAreSweptOfTheLivingNot) {
 
 TEST(Files, PlantedOnesAreNotFollowed) {
   const std::string target = uniqueName("target");
-  Process victim({"server", target});
-  ASSERT_EQ(victim.hear(), 'R');
+  Started victim({"server", target});
   const std::string name = uniqueName("planted");
   ASSERT_EQ(::symlink(pathOf(target).c_str(), pathOf(name).c_str()), 0);
   EXPECT_EQ(Caller(name).echo("x"), "-");
   EXPECT_EQ(ATSC_host_claim(name.c_str()), -1);
-  Process server({"server", name}, true);
-  ASSERT_EQ(server.hear(), 'R');
+  Started server({"server", name}, true);
   server.kill();
   EXPECT_NE(server.errors().find("not a socket of this user"), std::string::npos);
   EXPECT_EQ(Caller(target).echo("x"), "x");
-  EXPECT_TRUE(exists(pathOf(name)));
-  ::unlink(pathOf(name).c_str());
-
-  std::fclose(std::fopen(pathOf(name).c_str(), "w"));
-  EXPECT_EQ(Caller(name).echo("x"), "-");
-  EXPECT_EQ(ATSC_host_claim(name.c_str()), -1);
   EXPECT_TRUE(exists(pathOf(name)));
   ::unlink(pathOf(name).c_str());
 }
@@ -430,8 +350,7 @@ TEST(Files, PlantedOnesAreNotFollowed) {
 TEST(Users, DoNotReachEachOther) {
   if (::geteuid() != 0) GTEST_SKIP() << "needs root to become another user";
   const std::string name = uniqueName("users");
-  Process server({"server", name}, true);
-  ASSERT_EQ(server.hear(), 'R');
+  Started server({"server", name}, true);
   // Even where the mode of the file would let the stranger in.
   ASSERT_EQ(::chmod(pathOf(name).c_str(), 0666), 0);
   Process stranger({"stranger", name});
@@ -439,16 +358,15 @@ TEST(Users, DoNotReachEachOther) {
   EXPECT_EQ(stranger.hear(), 'R') << "serves a name of its own";
   EXPECT_EQ(Caller(name + ".stranger").echo("x"), "-");
   EXPECT_EQ(ATSC_host_find((name + ".stranger").c_str()), 0);
-  stranger.say('q');
-  EXPECT_EQ(stranger.wait(), 0);
   server.kill();
   EXPECT_NE(server.errors().find("another user was refused"), std::string::npos);
+  stranger.kill();
+  ::unlink(pathOf(name + ".stranger").c_str());  // another user's: nobody sweeps it
 }
 
 TEST(Exit, WaitsForARunningTransactionAndRemovesTheFile) {
   const std::string name = uniqueName("exit");
-  Process server({"server", name});
-  ASSERT_EQ(server.hear(), 'R');
+  Started server({"server", name});
   Caller caller(name);
   int32_t number = 0;
   auto call = std::async(std::launch::async, [&] { return caller.call(kQuit, &number); });
@@ -462,41 +380,15 @@ TEST(Exit, WaitsForARunningTransactionAndRemovesTheFile) {
 
 TEST(Exit, DoesNotWaitForAReply) {
   const std::string name = uniqueName("waiter");
-  Process server({"server", name});
-  ASSERT_EQ(server.hear(), 'R');
-  Process waiter({"waiter", name});
-  ASSERT_EQ(server.hear(), 'B');
-  waiter.say('g');
-  EXPECT_EQ(waiter.wait(), 4);
-
-  // The same for a transaction that waits for another process.
-  Process relay({"relay", name + ".relay", name});
-  ASSERT_EQ(relay.hear(), 'R');
+  Started server({"server", name});
+  Started relay({"relay", name + ".relay", name});
   Caller caller(name + ".relay");
   auto call = std::async(std::launch::async, [&] { return caller.call(kNothing); });
   ASSERT_EQ(relay.hear(), 'T');
+  ASSERT_EQ(server.hear(), 'B');
   relay.say('g');
   EXPECT_EQ(relay.wait(), 6);
   EXPECT_EQ(call.get(), 0);
-}
-
-TEST(Exit, OfAForkedChildLeavesTheParentsNames) {
-  const std::string name = uniqueName("fork");
-  Process parent({"fork", name});
-  ASSERT_EQ(parent.hear(), 'R');
-  Caller caller(name);
-  EXPECT_EQ(caller.echo("x"), "x");
-  parent.say('g');
-  EXPECT_EQ(parent.hear(), 'X') << "the first child has exited";
-  EXPECT_TRUE(exists(pathOf(name)));
-  EXPECT_EQ(caller.echo("x"), "x");
-  parent.say('g');
-  EXPECT_EQ(parent.hear(), 'Y') << "the second child lives on";
-  EXPECT_EQ(parent.wait(), 0);
-  EXPECT_EQ(ATSC_host_find(name.c_str()), 0) << "it does not hold the name";
-  const Echo heir(name);
-  EXPECT_EQ(Caller(name).echo("heir"), "heir");
-  EXPECT_EQ(caller.echo("x"), "x");
 }
 
 // What the helper processes do.
@@ -536,20 +428,6 @@ int echoRole(const std::vector<std::string>& words) {
   return 0;
 }
 
-int waiterRole(const std::vector<std::string>& words) {
-  const std::string& name = words.at(0);
-#ifdef __SANITIZE_THREAD__
-  // The sanitizer objects to what the other builds try: the end of an object that is being called.
-  static Caller& caller = *new Caller(name);
-#else
-  static Caller caller(name);
-#endif
-  static std::thread* const thread = new std::thread([] { caller.call(kBlock); });
-  listen();
-  thread->detach();
-  return 4;
-}
-
 int relayRole(const std::vector<std::string>& words) {
   class Relay : public BUSServerInterface {
    public:
@@ -587,32 +465,13 @@ int strangerRole(const std::vector<std::string>& words) {
   return 0;
 }
 
-int forkRole(const std::vector<std::string>& words) {
-  const std::string& name = words.at(0);
-  static Echo echo(name);
-  tell('R');
-  listen();
-  const pid_t first = ::fork();
-  if (first == 0) std::exit(0);  // with all that happens at exit
-  ::waitpid(first, nullptr, 0);
-  tell('X');
-  listen();
-  if (::fork() == 0) {
-    tell('Y');
-    listen();
-  }
-  ::_exit(0);
-}
-
 const AddRoles add_roles({
     {"server", serverRole},
     {"claim", claimRole},
     {"service", serviceRole},
     {"echo", echoRole},
-    {"waiter", waiterRole},
     {"relay", relayRole},
     {"stranger", strangerRole},
-    {"fork", forkRole},
 });
 
 }  // namespace

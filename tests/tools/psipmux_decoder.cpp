@@ -1,6 +1,8 @@
 #include "psipmux_decoder.h"
 
 #include <cstdlib>
+#include <map>
+#include <sstream>
 
 extern "C" {
 #include <dvbpsi/dvbpsi.h>
@@ -18,145 +20,127 @@ extern "C" {
 
 namespace {
 
-Decoded& Result(void* data) { return *static_cast<Decoded*>(data); }
+struct Result {
+  std::set<std::string> lines;
+  std::map<unsigned, unsigned> programs;  // program number, PID of the PMT
 
-Decoded::Descriptors Copy(const dvbpsi_descriptor_t* descriptor) {
-  Decoded::Descriptors copy;
-  for (; descriptor != nullptr; descriptor = descriptor->p_next) {
-    copy.emplace(
-        descriptor->i_tag,
-        std::vector<uint8_t>(descriptor->p_data, descriptor->p_data + descriptor->i_length));
+  template <class... Words>
+  void Add(const Words&... words) {
+    std::ostringstream line;
+    (line << ... << words);
+    lines.insert(line.str());
   }
-  return copy;
+};
+
+Result& To(void* data) { return *static_cast<Result*>(data); }
+
+std::string All(const dvbpsi_descriptor_t* each) {
+  std::string text;
+  for (; each != nullptr; each = each->p_next) {
+    text += Descriptor(each->i_tag, {each->p_data, each->p_data + each->i_length});
+  }
+  return text;
 }
 
 void OnMessage(dvbpsi_t* handle, dvbpsi_msg_level_t, const char* text) {
-  Result(handle->p_sys).complaints.emplace_back(text);
+  To(handle->p_sys).Add("complaint: ", text);
 }
 
 void OnPat(void* data, dvbpsi_pat_t* pat) {
-  Decoded& result = Result(data);
-  result.tsid = pat->i_ts_id;
-  result.pat_version = pat->i_version;
+  To(data).Add("PAT tsid ", pat->i_ts_id, " version ", +pat->i_version);
   for (const auto* p = pat->p_first_program; p != nullptr; p = p->p_next) {
-    result.programs[p->i_number] = p->i_pid;
+    To(data).programs[p->i_number] = p->i_pid;
   }
   dvbpsi_pat_delete(pat);
 }
 
 void OnPmt(void* data, dvbpsi_pmt_t* pmt) {
-  Decoded::Pmt copy;
-  copy.version = pmt->i_version;
-  copy.pcr_pid = pmt->i_pcr_pid;
+  Result& result = To(data);
+  std::string streams;
   for (const auto* es = pmt->p_first_es; es != nullptr; es = es->p_next) {
-    copy.streams.push_back({es->i_type, es->i_pid, Copy(es->p_first_descriptor)});
+    streams += ", " + std::to_string(es->i_type) + " at " + std::to_string(es->i_pid) +
+               All(es->p_first_descriptor);
   }
-  Result(data).pmts[pmt->i_program_number] = copy;
+  result.Add("PMT ", pmt->i_program_number, " at ", result.programs[pmt->i_program_number],
+             " version ", +pmt->i_version, " PCR ", pmt->i_pcr_pid, streams);
   dvbpsi_pmt_delete(pmt);
 }
 
 void OnMgt(void* data, dvbpsi_atsc_mgt_t* mgt) {
-  Decoded& result = Result(data);
-  result.mgt_version = mgt->i_version;
-  result.mgt.clear();
   for (const auto* t = mgt->p_first_table; t != nullptr; t = t->p_next) {
-    result.mgt.push_back(
-        {t->i_table_type, t->i_table_type_pid, t->i_table_type_version, t->i_number_bytes});
+    To(data).Add("MGT version ", +mgt->i_version, " type ", t->i_table_type, " at ",
+                 t->i_table_type_pid, " version ", +t->i_table_type_version, " bytes ",
+                 t->i_number_bytes);
   }
   dvbpsi_atsc_DeleteMGT(mgt);
 }
 
 void OnVct(void* data, dvbpsi_atsc_vct_t* vct) {
-  Decoded& result = Result(data);
-  result.has_vct = true;
-  result.cable_vct = vct->b_cable_vct;
-  result.vct_tsid = vct->i_extension;
-  result.vct_version = vct->i_version;
-  result.channels.clear();
+  Result& result = To(data);
+  result.Add(vct->b_cable_vct ? "CVCT" : "TVCT", " tsid ", vct->i_extension, " version ",
+             +vct->i_version);
   for (const auto* c = vct->p_first_channel; c != nullptr; c = c->p_next) {
-    Decoded::VirtualChannel copy;
-    for (int i = 0; i < 14; i += 2) {
-      copy.name.push_back(static_cast<char16_t>(c->i_short_name[i] << 8 | c->i_short_name[i + 1]));
-    }
-    copy.name.erase(copy.name.find_last_not_of(u'\0') + 1);
-    copy.major = c->i_major_number;
-    copy.minor = c->i_minor_number;
-    copy.modulation = c->i_modulation;
-    copy.tsid = c->i_channel_tsid;
-    copy.program = c->i_program_number;
-    copy.hidden = c->b_hidden;
-    copy.hide_guide = c->b_hide_guide;
-    copy.service_type = c->i_service_type;
-    copy.source_id = c->i_source_id;
-    copy.descriptors = Copy(c->p_first_descriptor);
-    result.channels.push_back(copy);
+    result.Add("channel ", c->i_major_number, "-", c->i_minor_number,
+               Descriptor(0, {c->i_short_name, c->i_short_name + 14}), " modulation ",
+               +c->i_modulation, " tsid ", c->i_channel_tsid, " program ", c->i_program_number,
+               " hidden ", c->b_hidden, c->b_hide_guide, " type ", +c->i_service_type, " source ",
+               c->i_source_id, All(c->p_first_descriptor));
   }
   dvbpsi_atsc_DeleteVCT(vct);
 }
 
+// Of daylight_savings libdvbpsi keeps the low byte only.
 void OnStt(void* data, dvbpsi_atsc_stt_t* stt) {
-  Decoded& result = Result(data);
-  result.has_stt = true;
-  result.system_time = stt->i_system_time;
-  result.gps_utc_offset = stt->i_gps_utc_offset;
+  To(data).Add("STT ", stt->i_system_time, " offset ", +stt->i_gps_utc_offset);
   dvbpsi_atsc_DeleteSTT(stt);
 }
 
-void OnNewTable(dvbpsi_t* handle, uint8_t table_id, uint16_t extension, void* data) {
-  if (table_id == 0xC7) dvbpsi_atsc_AttachMGT(handle, table_id, extension, OnMgt, data);
-  if (table_id == 0xC8 || table_id == 0xC9) {
-    dvbpsi_atsc_AttachVCT(handle, table_id, extension, OnVct, data);
-  }
-  if (table_id == 0xCD) dvbpsi_atsc_AttachSTT(handle, table_id, extension, OnStt, data);
+void OnNewTable(dvbpsi_t* handle, uint8_t id, uint16_t extension, void* data) {
+  if (id == 0xC7) dvbpsi_atsc_AttachMGT(handle, id, extension, OnMgt, data);
+  if (id == 0xC8 || id == 0xC9) dvbpsi_atsc_AttachVCT(handle, id, extension, OnVct, data);
+  if (id == 0xCD) dvbpsi_atsc_AttachSTT(handle, id, extension, OnStt, data);
 }
 
-/// A decoder for one PID.
-class Decoder {
- public:
-  Decoder(Decoded& result, void (*detach)(dvbpsi_t*))
-      : handle_(dvbpsi_new(OnMessage, DVBPSI_MSG_WARN)), detach_(detach) {
-    if (handle_ == nullptr) std::abort();
-    handle_->p_sys = &result;
-  }
-  ~Decoder() {
-    detach_(handle_);
-    dvbpsi_delete(handle_);
-  }
-  Decoder(const Decoder&) = delete;
-  Decoder& operator=(const Decoder&) = delete;
-
-  dvbpsi_t* Handle() { return handle_; }
-
-  void DecodeLooped(std::vector<uint8_t> stream, unsigned pid) {
-    for (int loop = 0; loop < 2; ++loop) {
-      for (size_t i = 0; i + 188 <= stream.size(); i += 188) {
-        const unsigned packet_pid = (stream[i + 1] & 0x1Fu) << 8 | stream[i + 2];
-        if (packet_pid == pid) dvbpsi_packet_push(handle_, &stream[i]);
+template <class Attach>
+void DecodePid(Result& result, const std::vector<uint8_t>& stream, unsigned pid,
+               const Attach& attach, void (*detach)(dvbpsi_t*)) {
+  dvbpsi_t* const handle = dvbpsi_new(OnMessage, DVBPSI_MSG_WARN);
+  if (handle == nullptr) std::abort();
+  handle->p_sys = &result;
+  attach(handle);
+  std::vector<uint8_t> packets = stream;  // libdvbpsi takes them as writable
+  for (int loop = 0; loop < 2; ++loop) {
+    for (size_t i = 0; i + 188 <= packets.size(); i += 188) {
+      if (((packets[i + 1] & 0x1Fu) << 8 | packets[i + 2]) == pid) {
+        dvbpsi_packet_push(handle, &packets[i]);
       }
     }
   }
-
- private:
-  dvbpsi_t* handle_;
-  void (*detach_)(dvbpsi_t*);
-};
+  detach(handle);
+  dvbpsi_delete(handle);
+}
 
 }  // namespace
 
-Decoded DecodeLooped(const std::vector<uint8_t>& stream) {
-  Decoded result;
-  {
-    Decoder pat(result, dvbpsi_pat_detach);
-    dvbpsi_pat_attach(pat.Handle(), OnPat, &result);
-    pat.DecodeLooped(stream, 0);
+std::string Descriptor(uint8_t tag, const std::vector<uint8_t>& body) {
+  std::ostringstream text;
+  text << " [" << std::hex << +tag << ":";
+  for (const uint8_t byte : body) text << ' ' << +byte;
+  text << ']';
+  return text.str();
+}
+
+std::set<std::string> Decode(const std::vector<uint8_t>& stream) {
+  Result result;
+  const auto pat = [&](dvbpsi_t* handle) { dvbpsi_pat_attach(handle, OnPat, &result); };
+  DecodePid(result, stream, 0, pat, dvbpsi_pat_detach);
+  for (const auto& each : result.programs) {
+    const auto pmt = [&](dvbpsi_t* handle) {
+      dvbpsi_pmt_attach(handle, static_cast<uint16_t>(each.first), OnPmt, &result);
+    };
+    DecodePid(result, stream, each.second, pmt, dvbpsi_pmt_detach);
   }
-  for (const auto& [program, pid] : result.programs) {
-    Decoder pmt(result, dvbpsi_pmt_detach);
-    dvbpsi_pmt_attach(pmt.Handle(), static_cast<uint16_t>(program), OnPmt, &result);
-    pmt.DecodeLooped(stream, pid);
-  }
-  Decoder psip(result, dvbpsi_DetachDemux);
-  dvbpsi_AttachDemux(psip.Handle(), OnNewTable, &result);
-  psip.DecodeLooped(stream, 0x1FFB);
-  return result;
+  const auto psip = [&](dvbpsi_t* handle) { dvbpsi_AttachDemux(handle, OnNewTable, &result); };
+  DecodePid(result, stream, 0x1FFB, psip, dvbpsi_DetachDemux);
+  return result.lines;
 }

@@ -11,6 +11,7 @@
 #include <map>
 #include <memory>
 #include <set>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -18,6 +19,7 @@
 #include "lineup.h"
 #include "mux.h"
 #include "psipmux_decoder.h"
+#include "sections.h"
 #include "text.h"
 
 namespace fs = std::filesystem;
@@ -127,94 +129,64 @@ std::map<unsigned, size_t> CheckPackets(const std::vector<uint8_t>& stream) {
   return longest;
 }
 
-// ---------------------------------------------------------------------------------------------
 // Table level: what an independent decoder reads is what the lineup says.
 
-void ExpectStreams(const psipmux::Service& service, const Decoded::Pmt& pmt) {
-  EXPECT_EQ(service.version, pmt.version);
-  EXPECT_EQ(service.streams.empty() ? 0x1FFF : service.streams[0].pid, pmt.pcr_pid);
-  ASSERT_EQ(service.streams.size(), pmt.streams.size());
-  for (size_t i = 0; i < pmt.streams.size(); ++i) {
-    const psipmux::Stream& wanted = service.streams[i];
-    EXPECT_EQ(wanted.type, pmt.streams[i].type);
-    EXPECT_EQ(wanted.pid, pmt.streams[i].pid);
-    const auto language = pmt.streams[i].descriptors.find(0x0A);
-    ASSERT_EQ(wanted.language.empty(), language == pmt.streams[i].descriptors.end());
-    if (!wanted.language.empty()) {
-      EXPECT_EQ(wanted.language,
-                std::string(language->second.begin(), language->second.begin() + 3));
+using Bytes = std::vector<uint8_t>;
+using Lines = std::set<std::string>;
+
+constexpr uint32_t kSomeTime = 1460922004;  // 2026-04-22T19:39:46Z
+
+// The lines of the lineup, without descriptors.
+std::string Pmt(const psipmux::Service& service) {
+  std::ostringstream line;
+  line << "PMT " << service.program << " at " << service.pmt_pid << " version " << +service.version
+       << " PCR " << (service.streams.empty() ? 0x1FFF : service.streams[0].pid);
+  for (const psipmux::Stream& s : service.streams) line << ", " << +s.type << " at " << s.pid;
+  return line.str();
+}
+
+std::string VirtualChannel(const psipmux::Channel& channel, const psipmux::Service& service) {
+  Bytes name;
+  for (const char16_t unit : service.name) {
+    name.push_back(static_cast<uint8_t>(unit >> 8));
+    name.push_back(static_cast<uint8_t>(unit));
+  }
+  name.resize(14);
+  std::ostringstream line;
+  line << "channel " << service.major << '-' << service.minor << Descriptor(0, name)
+       << " modulation " << +channel.modulation << " tsid " << channel.tsid << " program "
+       << service.program << " hidden " << service.hidden << service.hide_guide << " type "
+       << +service.service_type << " source " << service.source_id;
+  return line.str();
+}
+
+void ExpectChannel(psipmux::Medium medium, const psipmux::Channel& channel, const Bytes& stream) {
+  const std::string tsid = " tsid " + std::to_string(channel.tsid);
+  const std::string version = " version " + std::to_string(channel.version);
+  Lines lines{"PAT" + tsid + version};
+  for (const psipmux::Service& service : channel.services) lines.insert(Pmt(service));
+  if (channel.psip) {
+    const bool cable = medium == psipmux::Medium::kCable;
+    size_t bytes = 0;
+    for (const Bytes& section : psipmux::BuildVct(medium, channel)) bytes += section.size();
+    lines.insert("MGT" + version + " type " + (cable ? "2" : "0") + " at 8187" + version +
+                 " bytes " + std::to_string(bytes));
+    lines.insert((cable ? "CVCT" : "TVCT") + tsid + version);
+    lines.insert("STT " + std::to_string(kSomeTime) + " offset 18");
+    for (const auto& service : channel.services) lines.insert(VirtualChannel(channel, service));
+  }
+  Lines decoded;
+  for (std::string line : Decode(stream)) {
+    for (size_t at = 0; (at = line.find(" [", at)) != std::string::npos;) {
+      if (line[at + 2] == '0') {
+        ++at;  // the name
+      } else {
+        line.erase(at, line.find(']', at) + 1 - at);
+      }
     }
-    EXPECT_EQ(wanted.type == 0x81 ? 1u : 0u, pmt.streams[i].descriptors.count(0x81));
+    decoded.insert(line);
   }
-}
-
-void ExpectServiceLocation(const psipmux::Service& service, const Decoded::VirtualChannel& got) {
-  ASSERT_EQ(service.sld ? 1u : 0u, got.descriptors.count(0xA1));
-  if (!service.sld) return;
-  const std::vector<uint8_t>& body = got.descriptors.find(0xA1)->second;
-  ASSERT_EQ(3 + 6 * service.streams.size(), body.size());
-  EXPECT_EQ(service.streams.size(), body[2]);
-  for (size_t i = 0; i < service.streams.size(); ++i) {
-    const uint8_t* element = &body[3 + 6 * i];
-    EXPECT_EQ(service.streams[i].type, element[0]);
-    EXPECT_EQ(service.streams[i].pid, (element[1] & 0x1F) << 8 | element[2]);
-    const std::string none(3, '\0');
-    EXPECT_EQ(service.streams[i].language.empty() ? none : service.streams[i].language,
-              std::string(element + 3, element + 6));
-  }
-}
-
-void ExpectChannel(const psipmux::Lineup& lineup, const psipmux::Channel& channel,
-                   const Decoded& got) {
-  EXPECT_EQ(std::vector<std::string>(), got.complaints);
-  EXPECT_EQ(channel.tsid, got.tsid);
-  EXPECT_EQ(channel.version, got.pat_version);
-  ASSERT_EQ(channel.services.size(), got.programs.size());
-  for (const psipmux::Service& service : channel.services) {
-    EXPECT_EQ(service.pmt_pid, got.programs.at(service.program));
-    ASSERT_EQ(1u, got.pmts.count(service.program));
-    ExpectStreams(service, got.pmts.at(service.program));
-  }
-  EXPECT_EQ(channel.psip, got.has_vct);
-  EXPECT_EQ(channel.psip, got.has_stt);
-  ASSERT_EQ(channel.psip ? 1u : 0u, got.mgt.size());
-  if (!channel.psip) return;
-  const bool cable = lineup.medium == psipmux::Medium::kCable;
-  EXPECT_EQ(channel.version, got.mgt_version);
-  EXPECT_EQ(cable ? 2u : 0u, got.mgt[0].type);
-  EXPECT_EQ(0x1FFBu, got.mgt[0].pid);
-  EXPECT_EQ(channel.version, got.mgt[0].version);
-  EXPECT_EQ(cable, got.cable_vct);
-  EXPECT_EQ(channel.version, got.vct_version);
-  EXPECT_EQ(channel.tsid, got.vct_tsid);
-  ASSERT_EQ(channel.services.size(), got.channels.size());
-  for (size_t i = 0; i < channel.services.size(); ++i) {
-    const psipmux::Service& service = channel.services[i];
-    const Decoded::VirtualChannel& entry = got.channels[i];
-    EXPECT_EQ(service.name, entry.name);
-    EXPECT_EQ(service.major, entry.major);
-    EXPECT_EQ(service.minor, entry.minor);
-    EXPECT_EQ(channel.modulation, entry.modulation);
-    EXPECT_EQ(channel.tsid, entry.tsid);
-    EXPECT_EQ(service.program, entry.program);
-    EXPECT_EQ(service.hidden, entry.hidden);
-    EXPECT_EQ(service.hide_guide, entry.hide_guide);
-    EXPECT_EQ(service.service_type, entry.service_type);
-    EXPECT_EQ(service.source_id, entry.source_id);
-    EXPECT_EQ(service.extended_name.empty() ? 0u : 1u, entry.descriptors.count(0xA0));
-    ExpectServiceLocation(service, entry);
-  }
-}
-
-/// Whether a frequency is the centre of a channel of the terrestrial or the standard cable plan.
-bool IsCentre(psipmux::Medium medium, uint32_t hz) {
-  const bool cable = medium == psipmux::Medium::kCable;
-  const auto on = [mhz = hz / 1'000'000](uint32_t first, uint32_t last) {
-    return mhz >= first && mhz <= last && (mhz - first) % 6 == 0;
-  };
-  if (hz % 1'000'000 != 0) return false;
-  return on(57, 69) || on(79, 85) || on(177, 213) ||
-         (cable ? on(123, 171) || on(219, 645) || on(651, 999) : on(473, 803));
+  EXPECT_EQ(lines, decoded);
 }
 
 TEST_F(PsipmuxTest, SampleLineupsDecodeToWhatTheySay) {
@@ -224,18 +196,16 @@ TEST_F(PsipmuxTest, SampleLineupsDecodeToWhatTheySay) {
               (folder_ / "air").string() + "' --start 2026-04-22T19:39:46Z");
   ASSERT_EQ(0, outcome.status) << outcome.output;
   EXPECT_EQ("", outcome.output);
-  std::set<std::string> expected_files;
-  size_t visible = 0, hidden = 0;
+  Lines expected_files;
   for (const char* name : {"metro-air.json", "metro-cable.json"}) {
     const psipmux::Lineup lineup = psipmux::ReadLineup(lineups + "/" + name);
     const bool air = lineup.medium == psipmux::Medium::kAir;
     for (const psipmux::Channel& channel : lineup.channels) {
       SCOPED_TRACE(name + std::string(" ") + std::to_string(channel.frequency));
-      EXPECT_TRUE(IsCentre(lineup.medium, channel.frequency));
       const std::string file =
           (air ? "air/vsb/" : "air/qam/") + std::to_string(channel.frequency) + ".ts";
       expected_files.insert(file);
-      const auto stream = ReadFile(folder_ / file);
+      const Bytes stream = ReadFile(folder_ / file);
       ASSERT_FALSE(stream.empty());
       const auto longest = CheckPackets(stream);
       EXPECT_LE(longest.at(0x00), 100u);
@@ -243,92 +213,59 @@ TEST_F(PsipmuxTest, SampleLineupsDecodeToWhatTheySay) {
       EXPECT_LE(longest.at(0xC7), 150u);
       EXPECT_LE(longest.at(air ? 0xC8 : 0xC9), 400u);
       EXPECT_LE(longest.at(0xCD), 1000u);
-      const Decoded got = DecodeLooped(stream);
-      ExpectChannel(lineup, channel, got);
-      // 1776886786 - 315964800 + 18, and no more than the 4 seconds of the stream later.
-      EXPECT_GE(got.system_time, 1460922004u);
-      EXPECT_LT(got.system_time, 1460922008u);
-      EXPECT_EQ(18u, got.gps_utc_offset);
-      for (const auto& service : got.channels) ++(service.hidden ? hidden : visible);
+      ExpectChannel(lineup.medium, channel, stream);
     }
   }
   EXPECT_EQ(expected_files, Files());
-  EXPECT_EQ(12u + 7u, visible);
-  EXPECT_EQ(1u, hidden);
 }
 
-constexpr uint32_t kSomeTime = 1460922004;
-
-Decoded DecodeFirst(const std::string& json) {
-  const psipmux::Lineup lineup = psipmux::ParseLineup(json, "test.json");
-  const auto stream = psipmux::Multiplex(lineup, lineup.channels[0], kSomeTime);
-  CheckPackets(stream);
-  const Decoded got = DecodeLooped(stream);
-  ExpectChannel(lineup, lineup.channels[0], got);
-  return got;
+Bytes Stream(const psipmux::Lineup& lineup) {
+  return psipmux::Multiplex(lineup, lineup.channels[0], kSomeTime);
 }
 
 TEST(PsipmuxTables, EveryFieldReachesTheStream) {
-  const Decoded got = DecodeFirst(R"({"medium": "air",
+  const struct {
+    const char* json;
+    Lines lines;
+  } kCases[] = {
+      {R"({"medium": "air",
     "channels": [{"frequency": 177000000, "tsid": 513, "version": 31, "services": [
-      {"program": 3, "pmt_pid": 48, "version": 5, "major": 999, "minor": 7, "name": "L'Été",
+      {"program": 3, "pmt_pid": 48, "version": 5, "major": 999, "minor": 7, "name": "ŁTéVXYZ",
        "extended_name": "Été", "source_id": 65535, "service_type": "data", "hidden": true,
-       "hide_guide": true, "streams": [
+       "hide_guide": true, "sld": false, "streams": [
         {"type": "mpeg2-video", "pid": 8186},
         {"type": "ac3", "pid": 52, "language": "eng", "mainid": 5},
         {"type": "ac3", "pid": 53, "language": "fra", "bsmod": 2, "full_svc": true,
          "asvcflags": 33},
-        {"type": "ac3", "pid": 54, "bsmod": 2, "asvcflags": 1}]},
-      {"program": 4, "pmt_pid": 49, "major": 9, "minor": 0, "name": "", "extended_name": "♥",
-       "source_id": 1, "sld": false, "streams": []}]}]})");
-  EXPECT_EQ(31u, got.vct_version);
-  EXPECT_EQ(5u, got.pmts.at(3).version);
-  EXPECT_EQ(31u, got.pmts.at(4).version);
-  EXPECT_EQ(8186u, got.pmts.at(3).pcr_pid);
-  const auto& first = got.channels.at(0);
-  EXPECT_EQ(u"L'\u00C9t\u00E9", first.name);
-  EXPECT_EQ(999u, first.major);
-  EXPECT_EQ(7u, first.minor);
-  EXPECT_EQ(4u, first.modulation);
-  EXPECT_EQ(4u, first.service_type);
-  EXPECT_TRUE(first.hidden && first.hide_guide);
-  using Body = std::vector<uint8_t>;
-  EXPECT_EQ((Body{1, 'e', 'n', 'g', 1, 0, 0x00, 3, 0xC9, 't', 0xE9}),
-            first.descriptors.find(0xA0)->second);
-  EXPECT_EQ((Body{1, 'e', 'n', 'g', 1, 0, 0x3F, 2, 0x26, 0x65}),
-            got.channels.at(1).descriptors.find(0xA0)->second);
-  EXPECT_EQ(0u, got.channels.at(1).descriptors.count(0xA1));
-  // AC-3: main service 5; full description of main services 0 and 5; partial one, no language.
-  const auto& streams = got.pmts.at(3).streams;
-  EXPECT_EQ((Body{0x08, 0x28, 0x05, 0xFF, 0xAF, 0x01, 0xBF, 'e', 'n', 'g'}),
-            streams.at(1).descriptors.find(0x81)->second);
-  EXPECT_EQ((Body{0x08, 0x28, 0x45, 0xFF, 33, 0x01, 0xBF, 'f', 'r', 'a'}),
-            streams.at(2).descriptors.find(0x81)->second);
-  EXPECT_EQ((Body{'f', 'r', 'a', 3}), streams.at(2).descriptors.find(0x0A)->second);
-  EXPECT_EQ((Body{0x08, 0x28, 0x44, 0xFF, 1, 0x01, 0x3F}),
-            streams.at(3).descriptors.find(0x81)->second);
-}
-
-TEST(PsipmuxTables, CableNumbersAndModulation) {
-  const Decoded got = DecodeFirst(R"({"medium": "cable",
+        {"type": "ac3", "pid": 54, "bsmod": 2, "asvcflags": 1}]}]}]})",
+       {"PAT tsid 513 version 31",
+        "PMT 3 at 48 version 5 PCR 8186, 2 at 8186, "
+        "129 at 52 [a: 65 6e 67 0] [81: 8 28 5 ff af 1 bf 65 6e 67], "
+        "129 at 53 [a: 66 72 61 3] [81: 8 28 45 ff 21 1 bf 66 72 61], "
+        "129 at 54 [81: 8 28 44 ff 1 1 3f]",
+        "MGT version 31 type 0 at 8187 version 31 bytes 61", "TVCT tsid 513 version 31",
+        "STT 1460922004 offset 18",
+        "channel 999-7 [0: 1 41 0 54 0 e9 0 56 0 58 0 59 0 5a] modulation 4 tsid 513 "
+        "program 3 hidden 11 type 4 source 65535 [a0: 1 65 6e 67 1 0 0 3 c9 74 e9]"}},
+      {R"({"medium": "cable",
     "channels": [{"frequency": 57000000, "tsid": 1, "modulation": "64qam", "services": [
-      {"program": 1, "pmt_pid": 32, "one_part": 16383, "name": "Top", "source_id": 1,
-       "streams": []},
-      {"program": 2, "pmt_pid": 48, "one_part": 1203, "name": "Mid", "source_id": 2,
-       "service_type": "radio", "streams": []}]}]})");
-  EXPECT_EQ(0x3FFu, got.channels.at(0).major);
-  EXPECT_EQ(0x3FFu, got.channels.at(0).minor);
-  EXPECT_EQ(0x3F1u, got.channels.at(1).major);
-  EXPECT_EQ(179u, got.channels.at(1).minor);
-  EXPECT_EQ(2u, got.channels.at(1).modulation);
-  EXPECT_EQ(3u, got.channels.at(1).service_type);
-}
-
-TEST(PsipmuxTables, ChannelWithoutPsipHasPatAndPmtOnly) {
-  const Decoded got = DecodeFirst(R"({"medium": "air",
+      {"program": 2, "pmt_pid": 48, "one_part": 1203, "name": "Middle!", "source_id": 2,
+       "extended_name": "♥", "service_type": "radio",
+       "streams": [{"type": "h264", "pid": 33, "language": "eng"}]}]}]})",
+       {"PAT tsid 1 version 0", "PMT 2 at 48 version 0 PCR 33, 27 at 33 [a: 65 6e 67 0]",
+        "MGT version 0 type 2 at 8187 version 0 bytes 71", "CVCT tsid 1 version 0",
+        "STT 1460922004 offset 18",
+        "channel 1009-179 [0: 0 4d 0 69 0 64 0 64 0 6c 0 65 0 21] modulation 2 tsid 1 "
+        "program 2 hidden 00 type 3 source 2 [a1: e0 21 1 1b e0 21 65 6e 67]"
+        " [a0: 1 65 6e 67 1 0 3f 2 26 65]"}},
+      {R"({"medium": "air",
     "channels": [{"frequency": 177000000, "tsid": 1, "psip": false, "services": [
-      {"program": 1, "pmt_pid": 32, "streams": [{"type": "h264", "pid": 33}]}]}]})");
-  EXPECT_EQ(0x1Bu, got.pmts.at(1).streams.at(0).type);
+      {"program": 1, "pmt_pid": 32, "streams": []}]}]})",
+       {"PAT tsid 1 version 0", "PMT 1 at 32 version 0 PCR 8191"}},
+  };
+  for (const auto& each : kCases) {
+    EXPECT_EQ(each.lines, Decode(Stream(psipmux::ParseLineup(each.json, "test.json"))));
+  }
 }
 
 std::string Replaced(std::string text, const std::string& from, const std::string& to) {
@@ -355,17 +292,12 @@ std::string LargeLineup(unsigned count) {
 }
 
 TEST(PsipmuxTables, LongVctIsSplitAndAnnouncedInFull) {
-  constexpr unsigned kServices = 60;
-  const Decoded got = DecodeFirst(LargeLineup(kServices));  // compares every service
-  const psipmux::Lineup lineup = psipmux::ParseLineup(LargeLineup(kServices), "large.json");
-  size_t bytes = 0;
+  const psipmux::Lineup lineup = psipmux::ParseLineup(LargeLineup(60), "large.json");
   const auto sections = psipmux::BuildVct(lineup.medium, lineup.channels[0]);
-  for (const auto& section : sections) {
-    EXPECT_LE(section.size(), 1024u);
-    bytes += section.size();
-  }
   EXPECT_EQ(20u, sections.size());  // three services in each
-  EXPECT_EQ(bytes, got.mgt.at(0).bytes);
+  for (const Bytes& section : sections) EXPECT_LE(section.size(), 1024u);
+  CheckPackets(Stream(lineup));
+  ExpectChannel(lineup.medium, lineup.channels[0], Stream(lineup));
 }
 
 TEST(PsipmuxTables, SystemTimeFollowsTheStreamAndSummerIsAnnounced) {
@@ -374,8 +306,7 @@ TEST(PsipmuxTables, SystemTimeFollowsTheStreamAndSummerIsAnnounced) {
                R"({"daylight_saving": {"status": true, "day_of_month": 9, "hour": 2},)");
   for (const auto& [json, saving] :
        {std::pair(LargeLineup(1), 0x6000), std::pair(summer, 0xE902)}) {
-    const psipmux::Lineup lineup = psipmux::ParseLineup(json, "one.json");
-    const auto stream = psipmux::Multiplex(lineup, lineup.channels[0], kSomeTime);
+    const Bytes stream = Stream(psipmux::ParseLineup(json, "one.json"));
     unsigned seen = 0;
     for (size_t i = 0; i < stream.size(); i += 188) {
       const uint8_t* packet = &stream[i];
@@ -392,9 +323,7 @@ TEST(PsipmuxTables, SystemTimeFollowsTheStreamAndSummerIsAnnounced) {
 
 TEST(PsipmuxText, MalformedUtf8IsRefused) {
   EXPECT_EQ(u"a\u00E9\u20AC\U0001F4FA", psipmux::Utf8ToUtf16("aé€📺"));
-  for (const char* bad :
-       {"\x80", "\xC3", "\xC0\xAF", "\xE0\x80\xAF", "\xED\xA0\x80", "\xE2\x82", "\xF4\x90\x80\x80",
-        "\xF8\x88\x80\x80\x80", "\xFF", "\xC3(", "\xF0\x9F\x93"}) {
+  for (const char* bad : {"\x80", "\xC3", "\xC0\xAF", "\xED\xA0\x80", "\xF4\x90\x80\x80"}) {
     EXPECT_FALSE(psipmux::Utf8ToUtf16(bad));
   }
 }
@@ -422,95 +351,65 @@ constexpr char kGood[] = R"({"medium": "cable", "channels": [
 
 TEST(PsipmuxErrors, InvalidLineupsNameTheKeyAndTheReason) {
   ASSERT_EQ("no error", ErrorOf(kGood));
-  struct Case {
+  // What is replaced in the good one, with ' for "; the error.
+  const struct {
     std::string from, to, error;
-  };
-  const std::string first = "channels[0].services[0]";
-  const std::string second = "channels[0].services[1]";
-  const std::string third = "channels[1].services[0]";
-  const Case cases[] = {
-      // Types and presence.
-      {"\"cable\"", "\"sea\"", "medium: must be one of air, cable"},
-      {"\"cable\"", "null", "medium: must be a string"},
-      {"\"medium\": \"cable\", ", "", "medium: is missing"},
-      {"\"channels\"", "\"chanels\": 1, \"channels\"", "chanels: unknown key"},
-      {"\"tsid\": 2", "\"tsid\": 2, \"a\\nb\": 2", "channels[1].a?b: unknown key"},
-      {"\"tsid\": 2", "\"tsid\": \"2\"", "channels[1].tsid: must be an integer"},
-      {"\"tsid\": 2", "\"tsid\": 2.5", "channels[1].tsid: must be an integer"},
-      {"\"tsid\": 2", "\"tsid\": 18446744073709551615", "channels[1].tsid: must be an integer"},
-      {"\"tsid\": 2", "\"tsid\": 2, \"psip\": 1", "channels[1].psip: must be true or false"},
-      {"\"streams\": []}]},", "\"streams\": {}}]},", second + ".streams: must be an array"},
-      {"{\"type\": \"h264\", \"pid\": 33}", "33", first + ".streams[0]: must be an object"},
-      // Ranges.
-      {"57000000", "57000", "channels[0].frequency: must be 54000000 to 1002000000"},
-      {"\"tsid\": 2", "\"tsid\": 65536", "channels[1].tsid: must be 0 to 65535"},
-      {"\"tsid\": 2", "\"tsid\": 2, \"version\": 32", "channels[1].version: must be 0 to 31"},
-      {"\"program\": 2", "\"program\": 0", second + ".program: must be 1 to 65535"},
-      {"\"minor\": 5", "\"minor\": 1000", third + ".minor: must be 0 to 999"},
-      {"\"minor\": 5", "\"minor\": -1", third + ".minor: must be 0 to 999"},
-      {"\"one_part\": 70", "\"one_part\": 16384", second + ".one_part: must be 0 to 16383"},
-      {"\"pid\": 33", "\"pid\": 8187", first + ".streams[0].pid: must be 16 to 8186"},
-      {"\"source_id\": 4096", "\"source_id\": 0", second + ".source_id: must be 1 to 65535"},
-      // Duplicates.
+  } kCases[] = {
+      {"'cable'", "'sea'", "medium: must be one of air, cable"},
+      {"'medium': 'cable', ", "", "medium: is missing"},
+      {"'channels'", "'chanels': 1, 'channels'", "chanels: unknown key"},
+      {"'tsid': 2", "'tsid': 2.5", "channels[1].tsid: must be an integer"},
+      {"'tsid': 2", "'tsid': 65536", "channels[1].tsid: must be 0 to 65535"},
+      {"'tsid': 2", "'tsid': 2, 'psip': 1", "channels[1].psip: must be true or false"},
+      {"[]}]},", "{}}]},", "channels[0].services[1].streams: must be an array"},
+      {"{'type': 'h264', 'pid': 33}", "3", "channels[0].services[0].streams[0]: must be an object"},
+      {"'minor': 5", "'minor': -1", "channels[1].services[0].minor: must be 0 to 999"},
       {"63000000", "57000000", "channels[1].frequency: already used by channels[0].frequency"},
-      {"\"minor\": 5", "\"minor\": 1", third + ".minor: already used by " + first + ".minor"},
-      {"\"source_id\": 4096", "\"source_id\": 4095",
-       second + ".source_id: already used by " + first + ".source_id"},
-      {"\"minor\": 5, \"name\": \"Three\", \"source_id\": 4095",
-       "\"minor\": 5, \"name\": \"Three\", \"source_id\": 4096",
-       third + ".source_id: already used by " + second + ".source_id"},
-      {"\"program\": 2", "\"program\": 1",
-       second + ".program: already used by " + first + ".program"},
-      {"\"pmt_pid\": 48", "\"pmt_pid\": 36",
-       second + ".pmt_pid: already used by " + first + ".streams[1].pid"},
-      // Names and languages.
-      {"\"Three\"", "\"Eight888\"", third + ".name: must be at most 7 UTF-16 units"},
-      {"\"Three\"", "\"TV 📺\"", third + ".name: must not contain characters above U+FFFF"},
-      {"\"Three\"", "\"\xC3(\"", third + ".name: is not valid UTF-8"},
-      {"\"Three\"", "\"\\udc00\"", third + ".name: is not valid UTF-8"},
-      {"\"Three\"", "\"A\\u0000B\"", third + ".name: must not contain control characters"},
-      {"\"Two\"", "\"Two\", \"extended_name\": \"" + std::string(248, 'x') + "\"",
-       second + ".extended_name: must be 1 to 247 UTF-16 units"},
-      {"\"eng\"", "\"ENG\"", first + ".streams[1].language: must be three lower-case letters"},
-      // Keys that exclude each other.
-      {"\"cable\"", "\"air\"", second + ".one_part: only for cable"},
-      {"\"one_part\": 70", "\"one_part\": 70, \"major\": 3", second + ".major: not with one_part"},
-      {"\"tsid\": 2", "\"tsid\": 2, \"psip\": false",
-       third + ".name: not in a channel without psip"},
-      {"\"pid\": 33", "\"pid\": 33, \"mainid\": 0",
-       first + ".streams[0].mainid: only for streams of type ac3"},
-      {"\"eng\"", "\"eng\", \"bsmod\": 2", first + ".streams[1].asvcflags: is missing"},
-      {"\"eng\"", "\"eng\", \"asvcflags\": 1",
-       first + ".streams[1].asvcflags: only with a bsmod of 2 to 7"},
-      {"\"eng\"", "\"eng\", \"bsmod\": 2, \"mainid\": 1",
-       first + ".streams[1].mainid: only with a bsmod of 0 or 1"},
+      {"'minor': 5", "'minor': 1",
+       "channels[1].services[0].minor: already used by channels[0].services[0].minor"},
+      {"'source_id': 4096", "'source_id': 4095",
+       "channels[0].services[1].source_id: already used by channels[0].services[0].source_id"},
+      {"'Three', 'source_id': 4095", "'Three', 'source_id': 4096",
+       "channels[1].services[0].source_id: already used by channels[0].services[1].source_id"},
+      {"'pmt_pid': 48", "'pmt_pid': 36",
+       "channels[0].services[1].pmt_pid: already used by channels[0].services[0].streams[1].pid"},
+      {"Three", "Eight888", "channels[1].services[0].name: must be at most 7 UTF-16 units"},
+      {"Three", "📺", "channels[1].services[0].name: must not contain characters above U+FFFF"},
+      {"Three", "\xC3(", "channels[1].services[0].name: is not valid UTF-8"},
+      {"Three", "\\u0000", "channels[1].services[0].name: must not contain control characters"},
+      {"'Two'", "'Two', 'extended_name': '" + std::string(248, 'x') + "'",
+       "channels[0].services[1].extended_name: must be 1 to 247 UTF-16 units"},
+      {"eng", "ENG",
+       "channels[0].services[0].streams[1].language: must be three lower-case letters"},
+      {"'cable'", "'air'", "channels[0].services[1].one_part: only for cable"},
+      {"'one_part': 70", "'one_part': 70, 'major': 3",
+       "channels[0].services[1].major: not with one_part"},
+      {"'tsid': 2", "'tsid': 2, 'psip': false",
+       "channels[1].services[0].name: not in a channel without psip"},
+      {"33", "33, 'mainid': 0",
+       "channels[0].services[0].streams[0].mainid: only for streams of type ac3"},
+      {"36", "36, 'bsmod': 2", "channels[0].services[0].streams[1].asvcflags: is missing"},
+      {"36", "36, 'bsmod': 2, 'mainid': 1",
+       "channels[0].services[0].streams[1].mainid: only with a bsmod of 0 or 1"},
   };
-  for (const Case& c : cases) {
-    EXPECT_EQ("bad.json: " + c.error, ErrorOf(Replaced(kGood, c.from, c.to)));
+  const auto quoted = [](std::string text) {
+    std::replace(text.begin(), text.end(), '\'', '"');
+    return text;
+  };
+  for (const auto& each : kCases) {
+    EXPECT_EQ("bad.json: " + each.error,
+              ErrorOf(Replaced(kGood, quoted(each.from), quoted(each.to))));
   }
-  const std::string head = R"({"medium": "air", "channels": )";
-  EXPECT_EQ("bad.json: channels: must have 1 to 200 elements", ErrorOf(head + "[]}"));
   EXPECT_EQ("bad.json: channels[0].services: must have 1 to 250 elements",
             ErrorOf(LargeLineup(251)));
-  EXPECT_EQ("bad.json: must be an object", ErrorOf("[]"));
-}
-
-TEST(PsipmuxErrors, MalformedJsonIsOneLine) {
   const std::string good = kGood;
-  const std::string deep = std::string(100'000, '[') + std::string(100'000, ']');
   for (const std::string& bad :
-       {std::string(), std::string("{"), std::string("null"), std::string("\0\1\2", 3),
-        good.substr(0, good.size() / 2), good + "x", "// comment\n" + good,
-        Replaced(good, "\"tsid\": 2", "\"tsid\": 2, \"tsid\": 3"),
-        Replaced(good, "57000000", "1e999"), Replaced(good, "57000000", "NaN"), deep}) {
+       {std::string(), good.substr(0, good.size() / 2), good + "x", "// comment\n" + good,
+        Replaced(good, "\"tsid\": 2", "\"tsid\": 2, \"tsid\": 3"), std::string(100'000, '[')}) {
     const std::string error = ErrorOf(bad);
     EXPECT_EQ(0u, error.find("bad.json: ")) << error;
-    EXPECT_GT(error.size(), 15u) << error;
     EXPECT_EQ(std::string::npos, error.find('\n')) << error;
   }
-  EXPECT_EQ("bad.json: nested too deeply", ErrorOf(deep));
-  EXPECT_EQ("bad.json: Line 1, Column 1: Syntax error: value, object or array expected.",
-            ErrorOf("x"));
 }
 
 TEST_F(PsipmuxTest, FailureIsOneLineAndLeavesTheFolderAsItWas) {
@@ -520,7 +419,6 @@ TEST_F(PsipmuxTest, FailureIsOneLineAndLeavesTheFolderAsItWas) {
   WriteText(path("air/qam/57000000.ts"), "old");
   WriteText(path("air/qam/notes.txt"), "mine");
   WriteText(path("good.json"), kGood);
-  WriteText(path("again.json"), kGood);
   WriteText(path("bad.json"), Replaced(kGood, "\"tsid\": 1", "\"tsid\": -1"));
   WriteText(path("large.json"), LargeLineup(200));
   WriteText(path("file"), "");
@@ -531,13 +429,8 @@ TEST_F(PsipmuxTest, FailureIsOneLineAndLeavesTheFolderAsItWas) {
   const std::pair<std::string, std::string> cases[] = {
       {good + " " + path("bad.json") + out,
        path("bad.json") + ": channels[0].tsid: must be 0 to 65535\n"},
-      {good + " " + path("none.json") + out,
-       path("none.json") + ": cannot read: No such file or directory\n"},
-      {dir + out, dir + ": cannot read: Is a directory\n"},
-      {"/dev/zero" + out, "/dev/zero: larger than 4 MiB\n"},
-      {good + " " + path("again.json") + out, path("again.json") +
-                                                  ": channels[0].frequency: already used by " +
-                                                  good + ": channels[0].frequency\n"},
+      {good + " " + good + out,
+       good + ": channels[0].frequency: already used by " + good + ": channels[0].frequency\n"},
       {good + " " + path("large.json") + out,
        path("large.json") +
            ": channels[0]: its tables take 2208 packets a second, the stream has 1000\n"},
@@ -546,7 +439,7 @@ TEST_F(PsipmuxTest, FailureIsOneLineAndLeavesTheFolderAsItWas) {
       {good + " --out " + path("air") + " --start 2026-02-29T00:00:00Z",
        "psipmux: --start: must be a UTC time of 1980-01-06 to 2116 such as "
        "2026-04-22T19:39:46Z\n"},
-      {good, "psipmux: --out is required\n"},
+      {good, "psipmux: --out is required; see psipmux --help\n"},
   };
   for (const auto& [arguments, error] : cases) {
     const Outcome outcome = Psipmux(arguments);
@@ -563,13 +456,6 @@ TEST_F(PsipmuxTest, FailureIsOneLineAndLeavesTheFolderAsItWas) {
   ASSERT_EQ(0, Psipmux(good + out).status);
   EXPECT_EQ(752'000u, fs::file_size(path("air/qam/57000000.ts")));
   EXPECT_EQ(4u, fs::file_size(path("air/qam/notes.txt")));
-}
-
-TEST_F(PsipmuxTest, HelpAndVersion) {
-  const Outcome help = Psipmux("--help");
-  EXPECT_EQ(0, help.status);
-  EXPECT_NE(std::string::npos, help.output.find("none is carried"));
-  EXPECT_EQ(0, Psipmux("--version").status);
 }
 
 }  // namespace
