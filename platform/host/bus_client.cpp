@@ -58,7 +58,12 @@ int Client::transact(uint32_t code, BUSParam& data, BUSParam* reply, uint32_t fl
         busy_ = true;
         on_server_thread_ = Server::onServerThread();
         lock.unlock();
-        result = exchange(size, data.impl(), answer);
+        try {
+          result = exchange(size, data.impl(), answer);
+        } catch (const std::exception& error) {
+          // Out of memory in the middle of a frame: the rest of it must not meet the next caller.
+          fail(error.what());
+        }
         lock.lock();
         on_server_thread_ = false;
         busy_ = false;

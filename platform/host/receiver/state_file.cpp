@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <new>
 #include <stdexcept>
 #include <system_error>
 
@@ -95,6 +96,15 @@ void StateFile::load(const std::function<void(const Json::Value&)>& accept) {
     accept(content);
     stored_ = text;
   } catch (const std::exception& e) {
+    const bool refused = dynamic_cast<const std::system_error*>(&e) != nullptr ||
+                         dynamic_cast<const std::bad_alloc*>(&e) != nullptr;
+    struct stat status {};
+    if (refused && lstat(path_.c_str(), &status) == 0 && S_ISREG(status.st_mode)) {
+      // Not the file's fault: it stays, and what could not be read is not written over.
+      log().Error("%s cannot be read and is kept as it is: %s", path_.c_str(), e.what());
+      unread_ = true;
+      return;
+    }
     const std::string bad = path_ + ".bad";
     log().Error("%s is not used: %s; renamed to *.bad", path_.c_str(), e.what());
     if (rename(path_.c_str(), bad.c_str()) != 0) log().Error("rename to %s: %m", bad.c_str());
@@ -104,6 +114,10 @@ void StateFile::load(const std::function<void(const Json::Value&)>& accept) {
 bool StateFile::store(Json::Value content) {
   if (folder_.empty()) {
     log().Error("nowhere to store the state: set ATSC_HOST_STATE or HOME");
+    return false;
+  }
+  if (unread_) {
+    log().Error("%s is not written: it could not be read", path_.c_str());
     return false;
   }
   content["format"] = format_;

@@ -34,7 +34,8 @@ class StateFile {
   const std::string folder_;
   const std::string path_;
   const std::string format_;
-  std::string stored_;  // text of the file, as far as known
+  std::string stored_;   // text of the file, as far as known
+  bool unread_ = false;  // there is a file, but the system did not let it be read
 };
 
 // An unsigned number not above `max`; anything else throws.
