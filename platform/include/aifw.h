@@ -1,6 +1,7 @@
-// AIFW: the middleware's framework module (initialisation, playing, channel changes).
+// AIFW: the middleware's framework module (initialisation, events, playing, channel changes).
 //
-// All functions may be called from any thread and return 0, or another value on failure.
+// All functions may be called from any thread, those that ask also from within the event callback,
+// and return 0, or another value on failure.
 #ifndef ATSC_PLATFORM_AIFW_H_
 #define ATSC_PLATFORM_AIFW_H_
 
@@ -13,6 +14,84 @@ extern "C" {
 // Initialises the middleware. `mode` is 0. A second call succeeds and changes nothing. Service list
 // and settings of the last run are there before this call.
 int AIFW_init(int mode);
+
+// What the middleware reports: 0 to 70. Those without a comment say all by their number.
+typedef int32_t AFW_event_t;
+enum {
+  AFW_EPG_UPDATE = 0,        // events or descriptions of the guide changed;
+                             // AIFW_get_event_update_data() tells whose
+  AFW_EPG_COMPLETE = 1,      // every guide table that the tuned stream announces was received
+  AFW_EVENT_TRANSITION = 2,  // the next programme of the current service begins
+  AFW_SERVICE_DELETED = 3,
+  AFW_SERVICE_UPDATE = 4,  // a listed service changed (its name, its streams)
+  AFW_SERVICE_UPDATE_TIMER = 5,
+  AFW_RRT_UPDATE = 6,           // a rating region table of region 1 or 2 was received
+  AFW_RRT_DOWNLOAD_UPDATE = 7,  // one of another region
+  AFW_TUNER_LOCKED = 8,
+  AFW_TUNER_UNLOCKED = 9,
+  AFW_PARENTAL_UPDATE = 11,
+  AFW_PARENTAL_BLOCKED = 12,
+  AFW_PARENTAL_UNBLOCKED = 13,
+  AFW_CHANNEL_LOCKED = 14,
+  AFW_CHANNEL_UNLOCKED = 15,
+  AFW_CHANNEL_PLAY_SUCCESS = 16,
+  AFW_CHANNEL_PLAY_FAILURE = 17,
+  AFW_DCCM_TEMP_TUNE_START = 23,
+  AFW_DCCM_TEMP_TUNE_END = 24,
+  AFW_DCCM_REDIRECT_CHANNEL = 25,
+  AFW_DCCM_VDS_OPTIONS_AVAILABLE = 26,
+  AFW_DCCM_UPDATE_DATA_AVAILABLE = 27,
+  AFW_EAS_START_BLOCKING = 28,      // an alert that interrupts viewing; data: multiple_lang_t
+  AFW_EAS_START_NON_BLOCKING = 29,  // any other alert; data: multiple_lang_t
+  AFW_EAS_STOP = 30,
+  AFW_EIT_UPDATE = 38,
+  AFW_STT_UPDATE = 39,   // the system time was received; data: AIFW_time_data, never null
+  AFW_TIME_CHANGE = 40,  // the receiver's clock was set; data: AIFW_time_data or null
+  AFW_ETT_UPDATE = 43,
+  AFW_SERVICE_BUILD_COMPLETED = 45,  // the service list has its final content again
+  AFW_SERVICE_ADDED = 51,
+  AFW_DCCM_DEPARTING_DESC_AVAILABLE = 57,
+  AFW_VIEWING_DELAY = 69,
+  AFW_INVALID = 70,
+};
+
+// Data of AFW_STT_UPDATE and AFW_TIME_CHANGE: the system time table (A/65 6.1).
+typedef struct AIFW_time_data {
+  uint32_t system_time;      // seconds of GPS time, since 1980-01-06 00:00:00 UTC
+  uint8_t gps_utc_offset;    // leap seconds by which GPS time is ahead of UTC
+  uint8_t daylight_savings;  // bit 0: DS_status; bits 1 to 5: DS_day_of_month
+  uint8_t daylight_hour;     // DS_hour
+  uint8_t reserved;
+} AIFW_time_data;
+ATSC_LAYOUT_OFFSET(AIFW_time_data, gps_utc_offset, 4);
+ATSC_LAYOUT_OFFSET(AIFW_time_data, daylight_savings, 5);
+ATSC_LAYOUT_OFFSET(AIFW_time_data, daylight_hour, 6);
+ATSC_LAYOUT_SIZE(AIFW_time_data, 8);
+
+// Told of each event, on the middleware's event thread, one at a time and in order. `data` is the
+// middleware's and valid during the call. The callback may take its time only at the cost of the
+// events that follow; it must not throw.
+typedef void (*AIFW_app_callback)(AFW_event_t event, void* data);
+
+// Registers the one receiver of events; null ends it. Events before the first registration are
+// lost.
+int AIFW_register_frmwrk_app_cb(AIFW_app_callback callback);
+
+enum { AIFW_MAX_UPDATED_SOURCES = 1000 };
+
+// Whose guide data changed.
+typedef struct AIFW_event_update_data {
+  uint32_t count;  // at most AIFW_MAX_UPDATED_SOURCES
+  uint32_t source_ids[AIFW_MAX_UPDATED_SOURCES];
+} AIFW_event_update_data;
+ATSC_LAYOUT_SIZE(AIFW_event_update_data, 4004);
+
+// Fills a zeroed record for the AFW_EPG_UPDATE being reported, outside the callback the last one.
+int AIFW_get_event_update_data(AIFW_event_update_data* data);
+
+// alert_priority (SCTE 18) of the alert being reported, outside the callback the last one; 0 before
+// any.
+int AIFW_get_EAS_priority(uint8_t* priority);
 
 // Plays the first service of `input_source` whose frequency is `frequency` (Hz); with 0 the first
 // one of the whole list. Fails when there is none.

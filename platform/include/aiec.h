@@ -1,0 +1,81 @@
+// AIEC: the middleware's event cache (the programme guide as received).
+//
+// All functions may be called from any thread and return 0, or another value on failure. Events are
+// those of the service's table as it is on the air, over or not, ordered by start time.
+#ifndef ATSC_PLATFORM_AIEC_H_
+#define ATSC_PLATFORM_AIEC_H_
+
+#include "aisrv.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+// What a caller lends for the texts of one event.
+enum {
+  AIEC_NAME_SIZE = 256,
+  AIEC_RATING_SIZE = 80,
+  AIEC_DESCRIPTION_SIZE = 8000,
+  AIEC_MAX_GENRES = 32,
+};
+
+// Identity of an event. Valid until the guide of its service changes.
+typedef struct AIEC_event_key {
+  uint32_t service_rec;   // of AISRV_service_id
+  uint32_t input_source;  // of AISRV_service_id
+  uint32_t event_index;   // position among the service's events, from 0
+} AIEC_event_key;
+ATSC_LAYOUT_OFFSET(AIEC_event_key, event_index, 8);
+ATSC_LAYOUT_SIZE(AIEC_event_key, 12);
+
+// One event (programme).
+typedef struct AIEC_event_info {
+  AIEC_event_key key;
+  uint16_t event_id;        // A/65 event_id, 14 bits
+  uint8_t genre_count;      // at most AIEC_MAX_GENRES
+  uint8_t multi_rating;     // 0: `rating` is all; else AIEC_get_multiple_event_rating_string()
+  uint32_t start_time;      // as AIST_get_cur_time_secs() counts: Unix seconds, UTC
+  uint32_t duration;        // seconds
+  multiple_lang_t name;     // AIEC_NAME_SIZE bytes lent
+  multiple_lang_t rating;   // AIEC_RATING_SIZE bytes lent; length 0 when the event is not rated
+  uint8_t parental_status;  // 1: blocked under the current parental settings, else 0
+  uint8_t captions;         // 1: closed captions are announced, else 0
+  uint8_t genres[AIEC_MAX_GENRES];  // A/65 table 6.20 (genre descriptor)
+  uint8_t reserved[2];
+} AIEC_event_info;
+ATSC_LAYOUT_OFFSET(AIEC_event_info, event_id, 12);
+ATSC_LAYOUT_OFFSET(AIEC_event_info, start_time, 16);
+ATSC_LAYOUT_OFFSET(AIEC_event_info, duration, 20);
+ATSC_LAYOUT_OFFSET(AIEC_event_info, name, 24);
+ATSC_LAYOUT_OFFSET(AIEC_event_info, rating, 36);
+ATSC_LAYOUT_OFFSET(AIEC_event_info, parental_status, 48);
+ATSC_LAYOUT_OFFSET(AIEC_event_info, captions, 49);
+ATSC_LAYOUT_OFFSET(AIEC_event_info, genres, 50);
+ATSC_LAYOUT_SIZE(AIEC_event_info, 84);
+
+// Counts the events of the service that `service->service_id` names.
+int AIEC_get_total_events(const AISRV_service_info* service, uint16_t* count);
+
+// Copies up to `count` events from the first one on into records that lend their text buffers;
+// `copied` becomes their number.
+int AIEC_get_first_n_events(const AISRV_service_info* service, AIEC_event_info* events,
+                            uint16_t count, uint16_t* copied);
+
+// As AIEC_get_first_n_events(), from the event after `previous` on. `direction` is 1. Copies none
+// after the last event; fails when the service is no longer listed.
+int AIEC_get_next_n_events(const AIEC_event_key* previous, AIEC_event_info* events, uint16_t count,
+                           uint16_t* copied, uint32_t direction);
+
+// The ratings of an event that is rated in several systems, as one text, into a lent buffer of
+// AIEC_RATING_SIZE bytes.
+int AIEC_get_multiple_event_rating_string(const AIEC_event_key* event, multiple_lang_t* text);
+
+// The extended text of an event into a lent buffer of AIEC_DESCRIPTION_SIZE bytes; length 0 when it
+// has none.
+int AIEC_get_event_description(const AIEC_event_key* event, multiple_lang_t* text);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif  // ATSC_PLATFORM_AIEC_H_
