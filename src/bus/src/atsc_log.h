@@ -5,6 +5,8 @@
 #include <logger_cpp.h>
 #include <unistd.h>
 
+#include "atsc_immortal.h"
+
 namespace atsc {
 
 // The text after the last '/'.
@@ -34,17 +36,19 @@ int checkStatus(LoggerCpp& logger, const LogPlace& place, const char* function, 
 }  // namespace atsc
 
 // Defines a source file's logger and module tag. Loggers are built before every other global,
-// because constructors of other files' globals log.
-#define ATSC_LOGGER(tag)                                                               \
-  namespace {                                                                          \
-  __attribute__((init_priority(101))) LoggerCpp g_logger("not_sure_how_work", "atsc"); \
-  [[maybe_unused]] constexpr const char* kModuleTag = tag;                             \
+// because constructors of other files' globals log, and outlive all, because threads log until the
+// process has ended.
+#define ATSC_LOGGER(tag)                                                                      \
+  namespace {                                                                                 \
+  __attribute__((init_priority(101))) atsc::Immortal<LoggerCpp> g_logger("not_sure_how_work", \
+                                                                         "atsc");             \
+  [[maybe_unused]] constexpr const char* kModuleTag = tag;                                    \
   }
 
 #define ATSC_LOG(level, ...) ATSC_LOG_AS(level, kModuleTag, __VA_ARGS__)
-#define ATSC_LOG_AS(level, tag, format, ...)                                            \
-  g_logger.level("%-9s: [%d][%s()][%s:%d] " format, tag, ::atsc::processId(), __func__, \
-                 ::atsc::fileName(__FILE__), __LINE__, ##__VA_ARGS__)
+#define ATSC_LOG_AS(level, tag, format, ...)                                             \
+  g_logger->level("%-9s: [%d][%s()][%s:%d] " format, tag, ::atsc::processId(), __func__, \
+                  ::atsc::fileName(__FILE__), __LINE__, ##__VA_ARGS__)
 
 #define ATSC_ENTER() ATSC_LOG(Trace, "ENTER ")
 #define ATSC_LEAVE() ATSC_LOG(Trace, "LEAVE ")
@@ -53,9 +57,10 @@ int checkStatus(LoggerCpp& logger, const LogPlace& place, const char* function, 
 #define ATSC_CALL(function, ...) ATSC_STATUS(function, function(__VA_ARGS__))
 
 // Passes a status on; one other than 0 is logged as that of a failed call of `function`.
-#define ATSC_STATUS(function, status)                                                              \
-  ::atsc::checkStatus(                                                                             \
-      g_logger, {kModuleTag, __func__, ::atsc::fileName(__FILE__), __LINE__, __PRETTY_FUNCTION__}, \
+#define ATSC_STATUS(function, status)                                                    \
+  ::atsc::checkStatus(                                                                   \
+      *g_logger,                                                                         \
+      {kModuleTag, __func__, ::atsc::fileName(__FILE__), __LINE__, __PRETTY_FUNCTION__}, \
       #function, status)
 
 #endif  // ATSC_ATSC_LOG_H_

@@ -6,7 +6,8 @@
 
 ATSC_LOGGER("tv/client/main")
 
-ATSCBUS::ATSCClientTV g_atsc_client_tv;
+// Never destroyed: the callback threads send until the process has ended.
+ATSCBUS::ATSCClientTV& g_atsc_client_tv = *new ATSCBUS::ATSCClientTV;
 pthread_mutex_t g_atsc_tv_client_mutex = PTHREAD_MUTEX_INITIALIZER;
 
 int ATSC_TransmitTVClientJSONCommand(const char* command, char** result) {
