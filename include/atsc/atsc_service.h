@@ -1,8 +1,8 @@
 // Entry points of libatscbusservice.
 //
 // The TV application's process sends commands with ATSC_TransmitServiceClientJSONCommand(); the
-// service process is started with ATSC_Service_db_init() and sends callbacks with
-// ATSC_TransmitTVClientJSONCommand(). No function throws.
+// service process is started with ATSC_Service_init(), then ATSC_Service_db_init(), and sends
+// callbacks with ATSC_TransmitTVClientJSONCommand(). No function throws.
 #ifndef ATSC_ATSC_SERVICE_H_
 #define ATSC_ATSC_SERVICE_H_
 
@@ -24,15 +24,46 @@ int ATSC_TransmitServiceClientJSONCommand(const char* command, char** result);
 // ATSC_TransmitServiceClientJSONCommand().
 int ATSC_TransmitTVClientJSONCommand(const char* command, char** result);
 
+// What a model tunes of the service process. A field of 0 is not customised: the default holds.
+typedef struct ATSCCustomizedParameter {
+  uint32_t block_play_after_scan;       // 1: playing stays blocked after a channel scan
+  uint32_t tuner_lock_wait_in_ms;       // time for the tuner to lock, milliseconds
+  uint32_t tuner_cable_vsb_wait_in_ms;  // time to lock a cable VSB carrier, milliseconds
+  uint32_t DBB_wait_time_in_ms;         // time to build the service list, milliseconds
+  uint32_t customized_flow;             // product-specific flow
+} ATSCCustomizedParameter;
+
+// Starts the service process: the two callback queues with their threads and the timer that turns
+// changes of the service list into one synchronisation. Then, unless `record` is null, fills it
+// from the customization file (a JSON object with the field names as keys: environment variable
+// ATSC_CUSTOM_FILE, else "qel.atsc.json" beside the executable, else
+// "/system/com.qel.atsc/qel.atsc.json") and prints it to standard output. What the file lacks or
+// has wrong is 0. `record` stays the caller's. Once, on the main thread, before
+// ATSC_Service_db_init() and before any command is served.
+void ATSC_Service_init(ATSCCustomizedParameter* record);
+
+// Takes one event of the middleware: `event` is an AFW_event_t, `data` is read before the return.
+// Registered with the middleware by the command "FW" "INIT"; any thread.
+void ATSC_Service_event_cb(int32_t event, void* data);
+
+// Sends the callback "SERVICE_BUILD_COMPLETED": the channel list is ready. Any thread.
+void ATSC_Service_event_cb_Ex(void);
+
 // Starts the databases of the service process: paths, customer columns, integrity and version
-// checks, tables; rebuilds the channel tables from the middleware when a check failed. Once, on the
-// main thread, before any command is served. The result carries no meaning.
+// checks, tables; rebuilds the channel tables from the middleware when a check failed and then
+// announces them with ATSC_Service_event_cb_Ex(). Once, on the main thread, before any command is
+// served. The result carries no meaning.
 int32_t ATSC_Service_db_init(void);
 
 // Brings the channel table of an input in line with the middleware's service list: input type 2 is
 // `channel_data_t`, any other `channel_data_c`. Returns 1 when the table's content changed or the
 // comparison could not be made, else 0. Any thread; concurrent calls wait for each other.
 int ATSC_Service_db_UpdateChannel(int input_type);
+
+// Rewrites the guide of an input from the middleware's events: input type 2 is `event_t`, any other
+// `event_c`. Readers see the old or the new guide. A failure is printed and leaves the old one. On
+// the guide queue's thread: one call at a time.
+void ATSC_Service_db_UpdateEvent(int input_type);
 
 // Key of a channel lookup, passed by value.
 typedef struct ATSC_Service_db_channelKey {

@@ -73,11 +73,17 @@ TEST_F(CommandTest, DeepNestingIsRefused) {
   EXPECT_EQ(0, send("{\"class\":\"MSC\",\"command\":\"LOGCTL\"}"));
 }
 
-TEST_F(CommandTest, InitReportsTheMiddlewaresFailure) {
+TEST_F(CommandTest, InitRegistersForEventsAndReportsTheMiddlewaresFailure) {
   EXPECT_EQ(0, send("{\"class\":\"FW\",\"command\":\"INIT\"}"));
+  EXPECT_EQ(&ATSC_Service_event_cb, fake::eventCallback());
+  fake::setResult("AIFW_register_frmwrk_app_cb", 5);
+  EXPECT_EQ(0, send("{\"class\":\"FW\",\"command\":\"INIT\"}"));
+  EXPECT_TRUE(fake::logged("Error", "AIFW_register_frmwrk_app_cb()\n"));
   fake::setResult("AIFW_init", 7);
   EXPECT_EQ(-1, send("{\"class\":\"FW\",\"command\":\"INIT\"}"));
-  EXPECT_THAT(callsOf({"AIFW_"}), ElementsAre("AIFW_init(0)", "AIFW_init(0)"));
+  EXPECT_THAT(callsOf({"AIFW_"}), ElementsAre("AIFW_init(0)", "AIFW_register_frmwrk_app_cb(*)",
+                                              "AIFW_init(0)", "AIFW_register_frmwrk_app_cb(*)",
+                                              "AIFW_init(0)", "AIFW_register_frmwrk_app_cb(*)"));
   EXPECT_THAT(
       fake::logLine("Failed to call"),
       HasSubstr("Failed to call AIFW_init() -> 0x00000007: int ATSCBUS::ATSCServerService"));

@@ -3,6 +3,8 @@
 #define ATSC_TESTS_FAKE_H_
 
 #include <aics.h>
+#include <aiec.h>
+#include <aifw.h>
 #include <aisrv.h>
 
 #include <functional>
@@ -16,6 +18,18 @@ struct Service {
   std::string name;           // bytes as the middleware has them
   uint32_t nameEncoding = AI_TEXT_UTF16BE;
   std::vector<AISRV_pid_info> pids;
+};
+
+// A programme of the guide. Texts are bytes as the middleware has them.
+struct Event {
+  AIEC_event_info info{};  // without the texts
+  std::string name;
+  uint32_t nameEncoding = AI_TEXT_UTF16BE;
+  std::string rating;
+  uint32_t ratingEncoding = 0;
+  std::string allRatings;  // empty: the middleware leaves the buffer as it is
+  std::string description;
+  uint32_t descriptionEncoding = AI_TEXT_UTF16BE;
 };
 
 // ASCII as UTF-16BE.
@@ -43,6 +57,12 @@ void setResult(const std::string& function, int status);
 void setServices(uint32_t input, std::vector<Service> services);
 // Makes the middleware claim another count than it has.
 void claimCount(uint32_t count);
+// The guide of a service. The middleware may claim another count than it has.
+void setEvents(const Service& service, std::vector<Event> events);
+void claimEventCount(uint16_t count);
+void setUpdatedSources(std::vector<uint32_t> ids);
+void claimUpdatedSources(uint32_t count);
+void setAlertPriority(uint8_t priority);
 void setTime(uint32_t seconds);
 void setCurrent(const Service& service, int input);
 void setTunedFrequency(uint32_t frequency);
@@ -52,6 +72,11 @@ void setIndexStatus(std::vector<int> statuses);
 AICS_scan_callback scanCallback();
 AICS_search_request lastSearch();
 
+// What was registered for the middleware's events.
+AIFW_app_callback eventCallback();
+// Ends the time of the timer enabled last. False when none runs.
+bool fireTimer();
+
 // Log lines "LEVEL text", without the prefix up to the location.
 std::vector<std::string> logs();
 // The newest full line that holds `text`, "" when there is none.
@@ -60,6 +85,10 @@ bool logged(const std::string& level, const std::string& text);
 
 // Texts sent to a name that no server in this process serves.
 std::vector<std::string> sent();
+// Waits until as many texts were sent, at most some seconds.
+std::vector<std::string> waitForSent(size_t count);
+// Runs on every such text, before it counts as sent; without a lock.
+void onSend(std::function<void(const std::string& text)> hook);
 
 }  // namespace fake
 

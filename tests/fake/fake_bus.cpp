@@ -3,6 +3,8 @@
 #include <logger_cpp.h>
 
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <cstdarg>
 #include <cstdio>
 #include <deque>
@@ -24,6 +26,8 @@ namespace {
 
 struct Record {
   std::mutex mutex;
+  std::condition_variable changed;
+  std::function<void(const std::string&)> sendHook;
   std::map<std::string, BUSServerInterface*> servers;
   std::vector<std::string> sent;
   std::vector<std::string> logs;
@@ -123,9 +127,17 @@ int BUSClientInterface::transact(unsigned int code, BUSParam& data, BUSParam* re
     if (found != record().servers.end()) server = found->second;
   }
   if (server != nullptr) return server->onTransact(code, data, reply, flags);
-  const char* text = data.readCString();
+  const char* read = data.readCString();
+  const std::string text = read != nullptr ? read : "";
+  std::function<void(const std::string&)> hook;
+  {
+    std::lock_guard<std::mutex> lock(record().mutex);
+    hook = record().sendHook;
+  }
+  if (hook) hook(text);
   std::lock_guard<std::mutex> lock(record().mutex);
-  record().sent.push_back(text != nullptr ? text : "");
+  record().sent.push_back(text);
+  record().changed.notify_all();
   return -1;
 }
 
@@ -153,6 +165,19 @@ void resetBus() {
   std::lock_guard<std::mutex> lock(record().mutex);
   record().sent.clear();
   record().logs.clear();
+  record().sendHook = nullptr;
+}
+
+void onSend(std::function<void(const std::string&)> hook) {
+  std::lock_guard<std::mutex> lock(record().mutex);
+  record().sendHook = std::move(hook);
+}
+
+std::vector<std::string> waitForSent(size_t count) {
+  std::unique_lock<std::mutex> lock(record().mutex);
+  record().changed.wait_for(lock, std::chrono::seconds(60),
+                            [count] { return record().sent.size() >= count; });
+  return record().sent;
 }
 
 std::vector<std::string> sent() {

@@ -1,10 +1,12 @@
 #include <aicn.h>
+#include <aiec.h>
 #include <aife.h>
 #include <aifw.h>
 #include <aiin.h>
 #include <aipt.h>
 #include <aist.h>
 #include <aiup.h>
+#include <osal.h>
 
 #include <algorithm>
 #include <atomic>
@@ -38,6 +40,15 @@ struct State {
   std::vector<int> indexStatuses;
   AICS_scan_callback callback = nullptr;
   AICS_search_request search{};
+  std::unordered_map<uint64_t, std::vector<Event>> events;  // by serviceKey()
+  bool eventCountIsClaimed = false;
+  uint16_t claimedEventCount = 0;
+  AIFW_event_update_data update{};
+  uint8_t alertPriority = 0;
+  AIFW_app_callback eventCallback = nullptr;
+  uint32_t timers = 0;
+  OSAL_timer_handler timerHandler = nullptr;
+  void* timerArgument = nullptr;
 };
 
 std::mutex g_mutex;
@@ -52,6 +63,8 @@ State& state() {
 }
 
 std::string text(long long value) { return std::to_string(value); }
+
+std::string text(const char* string) { return string; }
 
 std::string text(const void* pointer) { return pointer != nullptr ? "*" : "null"; }
 
@@ -83,6 +96,35 @@ void copyService(const Service& from, AISRV_service_info& to) {
       std::min<size_t>(from.name.size(), lent.text != nullptr ? lent.length : 0));
   if (to.name.length > 0) memcpy(to.name.text, from.name.data(), to.name.length);
   to.name.encoding = from.nameEncoding;
+}
+
+void copyText(const std::string& from, uint32_t encoding, multiple_lang_t& to) {
+  to.length = static_cast<uint16_t>(std::min<size_t>(from.size(), to.length));
+  if (to.length > 0) memcpy(to.text, from.data(), to.length);
+  to.encoding = encoding;
+}
+
+// The event that a key names, null when there is none; under g_mutex.
+const Event* findEvent(const AIEC_event_key& key, uint32_t offset) {
+  const auto found = state().events.find(serviceKey({key.service_rec, key.input_source}));
+  const uint64_t index = uint64_t{key.event_index} + offset;
+  if (found == state().events.end() || index >= found->second.size()) return nullptr;
+  return &found->second[index];
+}
+
+// As the functions that fetch one event.
+void copyEvent(const AIEC_event_key& key, uint32_t offset, AIEC_event_info& to, uint16_t* copied) {
+  const Event* from = findEvent(key, offset);
+  *copied = from != nullptr ? 1 : 0;
+  if (from == nullptr) return;
+  multiple_lang_t name = to.name;
+  multiple_lang_t rating = to.rating;
+  to = from->info;
+  to.key = {key.service_rec, key.input_source, key.event_index + offset};
+  copyText(from->name, from->nameEncoding, name);
+  copyText(from->rating, from->ratingEncoding, rating);
+  to.name = name;
+  to.rating = rating;
 }
 
 }  // namespace
@@ -153,6 +195,51 @@ void claimCount(uint32_t count) {
   std::lock_guard<std::mutex> lock(g_mutex);
   state().countIsClaimed = true;
   state().claimedCount = count;
+}
+
+void setEvents(const Service& service, std::vector<Event> events) {
+  std::lock_guard<std::mutex> lock(g_mutex);
+  state().events[serviceKey(service.info.service_id)] = std::move(events);
+}
+
+void claimEventCount(uint16_t count) {
+  std::lock_guard<std::mutex> lock(g_mutex);
+  state().eventCountIsClaimed = true;
+  state().claimedEventCount = count;
+}
+
+void setUpdatedSources(std::vector<uint32_t> ids) {
+  std::lock_guard<std::mutex> lock(g_mutex);
+  state().update.count = static_cast<uint32_t>(ids.size());
+  std::copy_n(ids.begin(), std::min<size_t>(ids.size(), AIFW_MAX_UPDATED_SOURCES),
+              state().update.source_ids);
+}
+
+void claimUpdatedSources(uint32_t count) {
+  std::lock_guard<std::mutex> lock(g_mutex);
+  state().update.count = count;
+}
+
+void setAlertPriority(uint8_t priority) {
+  std::lock_guard<std::mutex> lock(g_mutex);
+  state().alertPriority = priority;
+}
+
+AIFW_app_callback eventCallback() {
+  std::lock_guard<std::mutex> lock(g_mutex);
+  return state().eventCallback;
+}
+
+bool fireTimer() {
+  OSAL_timer_handler handler = nullptr;
+  void* argument = nullptr;
+  {
+    std::lock_guard<std::mutex> lock(g_mutex);
+    std::swap(handler, state().timerHandler);
+    argument = state().timerArgument;
+  }
+  if (handler != nullptr) handler(argument, 0);
+  return handler != nullptr;
 }
 
 void setTime(uint32_t seconds) {
@@ -278,6 +365,92 @@ int AIFE_get_tuning_details(uint32_t tuner, uint32_t path, AIFE_tuning_details* 
   const int status = called(__func__, tuner, path, details);
   std::lock_guard<std::mutex> lock(g_mutex);
   details->frequency = state().tunedFrequency;
+  return status;
+}
+
+int AIEC_get_total_events(const AISRV_service_info* service, uint16_t* count) {
+  const int status = called(__func__, service, count);
+  std::lock_guard<std::mutex> lock(g_mutex);
+  *count =
+      state().eventCountIsClaimed
+          ? state().claimedEventCount
+          : static_cast<uint16_t>(state().events[fake::serviceKey(service->service_id)].size());
+  return status;
+}
+
+int AIEC_get_first_n_events(const AISRV_service_info* service, AIEC_event_info* events,
+                            uint16_t count, uint16_t* copied) {
+  const int status = called(__func__, service, events, count, copied);
+  std::lock_guard<std::mutex> lock(g_mutex);
+  if (status == 0) {
+    fake::copyEvent({service->service_id.service_rec, service->service_id.input_source, 0}, 0,
+                    *events, copied);
+  }
+  return status;
+}
+
+int AIEC_get_next_n_events(const AIEC_event_key* previous, AIEC_event_info* events, uint16_t count,
+                           uint16_t* copied, uint32_t direction) {
+  const int status = called(__func__, previous, events, count, copied, direction);
+  std::lock_guard<std::mutex> lock(g_mutex);
+  if (status == 0) fake::copyEvent(*previous, 1, *events, copied);
+  return status;
+}
+
+int AIEC_get_multiple_event_rating_string(const AIEC_event_key* event, multiple_lang_t* text) {
+  const int status = called(__func__, event, text);
+  std::lock_guard<std::mutex> lock(g_mutex);
+  const fake::Event* found = fake::findEvent(*event, 0);
+  if (status == 0 && found != nullptr && !found->allRatings.empty()) {
+    fake::copyText(found->allRatings, found->ratingEncoding, *text);
+  }
+  return status;
+}
+
+int AIEC_get_event_description(const AIEC_event_key* event, multiple_lang_t* text) {
+  const int status = called(__func__, event, text);
+  std::lock_guard<std::mutex> lock(g_mutex);
+  const fake::Event* found = fake::findEvent(*event, 0);
+  if (status == 0 && found != nullptr) {
+    fake::copyText(found->description, found->descriptionEncoding, *text);
+  }
+  return status;
+}
+
+int AIFW_register_frmwrk_app_cb(AIFW_app_callback callback) {
+  const int status = called(__func__, reinterpret_cast<const void*>(callback));
+  std::lock_guard<std::mutex> lock(g_mutex);
+  state().eventCallback = callback;
+  return status;
+}
+
+int AIFW_get_event_update_data(AIFW_event_update_data* data) {
+  const int status = called(__func__, data);
+  std::lock_guard<std::mutex> lock(g_mutex);
+  *data = state().update;
+  return status;
+}
+
+int AIFW_get_EAS_priority(uint8_t* priority) {
+  const int status = called(__func__, priority);
+  std::lock_guard<std::mutex> lock(g_mutex);
+  *priority = state().alertPriority;
+  return status;
+}
+
+int OSAL_timer_create(const char* name, int type, OSAL_timer_id* timer) {
+  const int status = called(__func__, name, type);
+  std::lock_guard<std::mutex> lock(g_mutex);
+  *timer = ++state().timers;
+  return status;
+}
+
+int OSAL_timer_enable(OSAL_timer_id timer, OSAL_timer_handler handler, void* arg,
+                      uint32_t milliseconds) {
+  const int status = called(__func__, timer, arg, milliseconds);
+  std::lock_guard<std::mutex> lock(g_mutex);
+  state().timerHandler = handler;
+  state().timerArgument = arg;
   return status;
 }
 

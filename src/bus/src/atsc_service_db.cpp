@@ -11,8 +11,9 @@
 
 ATSC_LOGGER("atsc/service/db")
 
-std::string gChannel_DB_path;
-std::string gEvent_DB_path;
+// Never destroyed: the callback threads use them until the process has ended.
+std::string& gChannel_DB_path = *new std::string;
+std::string& gEvent_DB_path = *new std::string;
 std::mutex sql_db_update_lock;
 
 int32_t ATSC_Service_db_init() {
@@ -27,6 +28,7 @@ int32_t ATSC_Service_db_init() {
       ATSC_LOG(Error, " DB integrity check fail. Rebuild channel DB");
       ATSC_Service_db_UpdateChannel(AI_INPUT_TERRESTRIAL);
       result = ATSC_Service_db_UpdateChannel(AI_INPUT_CABLE);
+      ATSC_Service_event_cb_Ex();
     }
   } catch (const std::exception& e) {
     ATSC_LOG(Error, "database start-up: %s", e.what());

@@ -29,6 +29,18 @@ const char* eventTable(int input_type);
 // The guide database's file: environment variable ATSC_EVENT_DB or the default.
 std::string eventDatabasePath();
 
+// A service list and the storage of its names.
+struct ServiceList {
+  std::vector<AISRV_service_info> records;
+  std::vector<uint8_t> names;
+};
+
+// Reads the services of an input. False when the middleware cannot give them.
+bool readServices(uint32_t input, ServiceList& list);
+
+// The key by which rows of both databases name a channel: major "-" minor "-" frequency in Hz.
+std::string channelKey(const AISRV_service_info& service);
+
 // Prints a database failure: what, where, and the command where one was being run.
 void printDatabaseError(const std::exception& error, const char* function, int line,
                         const std::string& command = {});
@@ -63,10 +75,10 @@ class sqlString {
 };
 
 // Path of the channel database file, set by ATSC_Service_db_init().
-extern std::string gChannel_DB_path;
+extern std::string& gChannel_DB_path;
 
 // Path of the guide database file, set by _ATSC_Service_db_createEventDB().
-extern std::string gEvent_DB_path;
+extern std::string& gEvent_DB_path;
 
 // Serialises the writers of the channel tables.
 extern std::mutex sql_db_update_lock;

@@ -20,26 +20,8 @@
 
 ATSC_LOGGER("atsc/service/db")
 
-namespace {
+namespace atsc {
 
-// Stamp of the rows written by the running synchronisation; guarded by sql_db_update_lock.
-uint32_t gCurTime = 0;
-
-// A service list and the storage of its names.
-struct ServiceList {
-  std::vector<AISRV_service_info> records;
-  std::vector<uint8_t> names;
-};
-
-// The elementary streams of a service as the channel tables show them.
-struct StreamTexts {
-  std::string audio_pid;
-  std::string video_pid;
-  unsigned audio_count = 0;
-  unsigned video_count = 0;
-};
-
-// Reads the services of an input. False when the middleware cannot give them.
 bool readServices(uint32_t input, ServiceList& list) {
   const AISRV_query_filter filter{};
   uint32_t count = 0;
@@ -60,6 +42,27 @@ bool readServices(uint32_t input, ServiceList& list) {
   list.records.resize(std::min(count, capacity));
   return true;
 }
+
+std::string channelKey(const AISRV_service_info& service) {
+  sqlString key;
+  key << service.major << "-" << service.minor << "-" << service.frequency;
+  return key.str();
+}
+
+}  // namespace atsc
+
+namespace {
+
+// Stamp of the rows written by the running synchronisation; guarded by sql_db_update_lock.
+uint32_t gCurTime = 0;
+
+// The elementary streams of a service as the channel tables show them.
+struct StreamTexts {
+  std::string audio_pid;
+  std::string video_pid;
+  unsigned audio_count = 0;
+  unsigned video_count = 0;
+};
 
 // "_AD" and what an audio description describes.
 void appendDescription(sqlString& text, const AISRV_pid_info& pid) {
@@ -104,12 +107,6 @@ StreamTexts readStreams(const AISRV_service_info& service) {
   streams.audio_pid = audio.str();
   streams.video_pid = video.str();
   return streams;
-}
-
-std::string channelKey(const AISRV_service_info& service) {
-  sqlString key;
-  key << service.major << "-" << service.minor << "-" << service.frequency;
-  return key.str();
 }
 
 const char* serviceTypeName(uint32_t type) {
@@ -187,7 +184,7 @@ ChannelRow channelRow(const AISRV_service_info& service, const StreamTexts& stre
   row[kAudioCount] = streams.audio_count;
   row[kVideoCount] = streams.video_count;
   row[kUpdateTime] = gCurTime;
-  row[kChannelKey] = channelKey(service);
+  row[kChannelKey] = atsc::channelKey(service);
   row[kTransportStreamId] = service.transport_stream_id;
   row[kTunerType] = service.modulation == AI_MODULATION_8VSB ? "VSB" : "QAM";
   return row;
@@ -523,9 +520,9 @@ int ATSC_Service_db_UpdateChannel(int input_type) {
   try {
     uint32_t now = 0;
     ATSC_CALL(AIST_get_cur_time_secs, &now);
-    ServiceList list;
+    atsc::ServiceList list;
     // Without a list the table stays as it is: an empty one would delete every channel.
-    if (readServices(static_cast<uint32_t>(input_type), list)) {
+    if (atsc::readServices(static_cast<uint32_t>(input_type), list)) {
       std::lock_guard<std::mutex> lock(sql_db_update_lock);
       for (size_t i = 0; i < list.records.size(); ++i) {
         ATSC_LOG(Info, "Service[%d]", static_cast<int>(i));

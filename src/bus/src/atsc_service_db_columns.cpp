@@ -1,14 +1,12 @@
 // Customer columns: columns that a product adds to the channel tables by a JSON file.
 #include <json/json.h>
 #include <strings.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <climits>
-#include <cstdlib>
 #include <cstring>
 #include <fstream>
 
+#include "atsc_config_file.h"
 #include "atsc_log.h"
 #include "atsc_service_db.h"
 
@@ -19,7 +17,6 @@ std::vector<ATSC_Service_db_layout> atsc_service_db_custom_column;
 namespace {
 
 constexpr const char* kDefaultFile = "/system/com.qel.atsc/qel.atsc.cus_col.json";
-constexpr const char* kFileName = "qel.atsc.cus_col.json";
 constexpr unsigned kMaxColumns = UINT8_MAX;
 
 bool sameColumn(const ATSC_Service_db_layout& column, const std::string& name) {
@@ -62,21 +59,7 @@ bool readColumn(const Json::Value& entry, unsigned index, ATSC_Service_db_layout
 
 std::string _ATSC_Service_db_get_custom_column_file() {
   ATSC_ENTER();
-  const char* setting = getenv("ATSC_CUSTOM_DB_COLUMN_FILE");
-  std::string path = setting != nullptr ? setting : kDefaultFile;
-  if (path == kDefaultFile) {
-    // A file beside the executable goes before the system's.
-    char target[256] = {};
-    const std::string link = "/proc/" + std::to_string(getpid()) + "/exe";
-    if (readlink(link.c_str(), target, sizeof target - 1) > 0) {
-      const std::string executable = target;
-      const size_t separator = executable.find_last_of("/\\");
-      if (separator != std::string::npos) {
-        const std::string beside = executable.substr(0, separator + 1) + kFileName;
-        if (std::ifstream(beside)) path = beside;
-      }
-    }
-  }
+  const std::string path = atsc::configFile("ATSC_CUSTOM_DB_COLUMN_FILE", kDefaultFile);
   ATSC_LEAVE();
   return path;
 }

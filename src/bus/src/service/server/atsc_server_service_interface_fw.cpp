@@ -25,6 +25,9 @@ constexpr unsigned int kPollMicroseconds = 100000;
 int ATSCServerService::FW_init() {
   ATSC_ENTER();
   const int status = ATSC_CALL(AIFW_init, 0);
+  if (AIFW_register_frmwrk_app_cb(ATSC_Service_event_cb) != 0) {
+    ATSC_LOG(Error, "AIFW_register_frmwrk_app_cb()\n");
+  }
   ATSC_LEAVE();
   return status == 0 ? 0 : -1;
 }

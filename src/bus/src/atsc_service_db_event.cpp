@@ -1,0 +1,203 @@
+// The guide's tables.
+#include <SQLiteCpp/SQLiteCpp.h>
+#include <aiec.h>
+#include <atsc/atsc_service.h>
+
+#include <algorithm>
+#include <array>
+#include <string>
+#include <string_view>
+#include <variant>
+
+#include "atsc_log.h"
+#include "atsc_service_db.h"
+#include "atsc_text.h"
+
+ATSC_LOGGER("atsc/service/db")
+
+namespace {
+
+// Columns of an event's row, in the order of the insertion.
+constexpr const char* kColumns[] = {
+    "ch_id_pk",     "event_index", "event_id",    "name",  "start_time", "duration", "rating",
+    "multi_rating", "genre_count", "parent_stat", "genre", "cc",         "desc"};
+
+using EventRow = std::array<std::variant<int64_t, std::string>, std::size(kColumns)>;
+
+// One event of the middleware with the texts that it is lent.
+class Event {
+ public:
+  // The record, cleared, with its buffers lent.
+  AIEC_event_info* lend() {
+    info_ = {};
+    name_.fill(0);
+    rating_.fill(0);
+    info_.name = {name_.data(), AIEC_NAME_SIZE, 0};
+    info_.rating = {rating_.data(), AIEC_RATING_SIZE, 0};
+    return &info_;
+  }
+
+  const AIEC_event_info& info() const { return info_; }
+
+  std::string name() const {
+    if (info_.name.text == nullptr || info_.name.length == 0) return "EMPTY";
+    return atsc::textToUTF8(info_.name, AIEC_NAME_SIZE);
+  }
+
+  std::string rating() const {
+    if (info_.rating.text == nullptr || info_.rating.length == 0) return "No rating";
+    if (info_.multi_rating == 0) return ratingText(info_.rating);
+    std::array<uint8_t, AIEC_RATING_SIZE> buffer{};
+    multiple_lang_t all{buffer.data(), AIEC_RATING_SIZE, 0};
+    AIEC_get_multiple_event_rating_string(&info_.key, &all);
+    return ratingText(all);
+  }
+
+  std::string genres() const {
+    sqlString codes;
+    const unsigned count = std::min<unsigned>(info_.genre_count, AIEC_MAX_GENRES);
+    for (unsigned i = 0; i < count; ++i) {
+      codes << info_.genres[i];
+      codes++;
+    }
+    return codes.str();
+  }
+
+  std::string description() {
+    description_.fill(0);
+    multiple_lang_t text{description_.data(), AIEC_DESCRIPTION_SIZE, 0};
+    AIEC_get_event_description(&info_.key, &text);
+    return atsc::textToUTF8(text, AIEC_DESCRIPTION_SIZE);
+  }
+
+ private:
+  // A lent buffer that came back as it was holds no rating.
+  static std::string ratingText(const multiple_lang_t& text) {
+    if (text.encoding != AI_TEXT_UTF16BE && text.length == AIEC_RATING_SIZE &&
+        std::all_of(text.text, text.text + text.length, [](uint8_t byte) { return byte == 0; })) {
+      return "Not rated";
+    }
+    return atsc::textToUTF8(text, AIEC_RATING_SIZE);
+  }
+
+  AIEC_event_info info_{};
+  std::array<uint8_t, AIEC_NAME_SIZE> name_{};
+  std::array<uint8_t, AIEC_RATING_SIZE> rating_{};
+  std::array<uint8_t, AIEC_DESCRIPTION_SIZE> description_{};
+};
+
+// Rewrites the guide of an input.
+class GuideRewrite {
+ public:
+  explicit GuideRewrite(std::string table) : table_(std::move(table)) {}
+
+  void run(const std::string& path, const std::vector<AISRV_service_info>& services) {
+    try {
+      SQLite::Database database(path, SQLite::OPEN_READWRITE | SQLite::OPEN_NOMUTEX,
+                                atsc::kBusyTimeoutMs);
+      SQLite::Transaction transaction(database);
+      command_ << "DELETE FROM " << table_;
+      database.exec(command_.str());
+      buildInsert(nullptr);
+      SQLite::Statement insert(database, command_.str());
+      for (const AISRV_service_info& service : services) writeEvents(service, insert);
+      transaction.commit();
+    } catch (const SQLite::Exception& e) {
+      atsc::printDatabaseError(e, "ATSC_Service_db_UpdateEvent", __LINE__, command_.str());
+    }
+  }
+
+ private:
+  void writeEvents(const AISRV_service_info& service, SQLite::Statement& insert) {
+    const std::string key = atsc::channelKey(service);
+    uint16_t count = 0;
+    if (ATSC_CALL(AIEC_get_total_events, &service, &count) != 0 || count == 0) return;
+    uint16_t got = 0;
+    if (ATSC_CALL(AIEC_get_first_n_events, &service, event_.lend(), 1, &got) != 0 || got == 0) {
+      return;
+    }
+    for (uint16_t i = 0; i < count; ++i) {
+      writeEvent(key, insert);
+      const AIEC_event_key previous = event_.info().key;
+      got = 0;
+      const int status = AIEC_get_next_n_events(&previous, event_.lend(), 1, &got, 1);
+      // What follows the last event does not matter.
+      if (i + 1 == count) break;
+      if (ATSC_STATUS(AIEC_get_next_n_events, status) != 0 || got == 0) return;
+    }
+  }
+
+  void writeEvent(const std::string& key, SQLite::Statement& insert) {
+    const AIEC_event_info& info = event_.info();
+    row_[0] = key;
+    row_[1] = int64_t{info.key.event_index};
+    row_[2] = int64_t{info.event_id};
+    row_[3] = event_.name();
+    row_[4] = int64_t{info.start_time};
+    row_[5] = int64_t{info.duration};
+    row_[6] = event_.rating();
+    row_[7] = int64_t{info.multi_rating};
+    row_[8] = int64_t{info.genre_count};
+    row_[9] = int64_t{info.parental_status};
+    row_[10] = event_.genres();
+    row_[11] = int64_t{info.captions};
+    row_[12] = event_.description();
+    buildInsert(&row_);
+    ATSC_LOG(Debug, "SQL Command %s\n", command_.str().c_str());
+    for (size_t i = 0; i < row_.size(); ++i) {
+      const int position = static_cast<int>(i) + 1;
+      if (const int64_t* number = std::get_if<int64_t>(&row_[i])) {
+        insert.bind(position, *number);
+      } else {
+        insert.bindNoCopy(position, std::get<std::string>(row_[i]));
+      }
+    }
+    insert.exec();
+    insert.reset();
+  }
+
+  // The command for one row; without a row, the text of the prepared statement.
+  void buildInsert(const EventRow* row) {
+    command_.clear();
+    command_ << "INSERT INTO " << table_ << " ( ";
+    for (size_t i = 0; i < std::size(kColumns); ++i) {
+      if (i > 0) command_++;
+      command_ << kColumns[i];
+    }
+    command_ << ")VALUES (";
+    for (size_t i = 0; i < std::size(kColumns); ++i) {
+      if (i > 0) command_++;
+      if (row == nullptr) {
+        command_ << "?";
+      } else if (const int64_t* number = std::get_if<int64_t>(&(*row)[i])) {
+        command_ << *number;
+      } else {
+        command_.conStr(std::get<std::string>((*row)[i]));
+      }
+    }
+    command_ << ")";
+  }
+
+  const std::string table_;
+  sqlString command_;  // the one being run
+  Event event_;
+  EventRow row_;
+};
+
+}  // namespace
+
+void ATSC_Service_db_UpdateEvent(int input_type) {
+  ATSC_ENTER();
+  try {
+    const bool terrestrial = input_type == AI_INPUT_TERRESTRIAL;
+    atsc::ServiceList list;
+    // Without a list the guide stays as it is: an empty one would delete every event.
+    if (atsc::readServices(terrestrial ? AI_INPUT_TERRESTRIAL : AI_INPUT_CABLE, list)) {
+      const std::string path = _ATSC_Service_db_createEventDB(input_type);
+      GuideRewrite(atsc::eventTable(input_type)).run(path, list.records);
+    }
+  } catch (const std::exception& e) {
+    ATSC_LOG(Error, "guide of input %d: %s", input_type, e.what());
+  }
+  ATSC_LEAVE();
+}
