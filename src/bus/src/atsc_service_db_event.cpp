@@ -39,45 +39,49 @@ class Event {
 
   const AIEC_event_info& info() const { return info_; }
 
-  std::string name() const {
-    if (info_.name.text == nullptr || info_.name.length == 0) return "EMPTY";
-    return atsc::textToUTF8(info_.name, AIEC_NAME_SIZE);
-  }
-
-  std::string rating() const {
-    if (info_.rating.text == nullptr || info_.rating.length == 0) return "No rating";
-    if (info_.multi_rating == 0) return ratingText(info_.rating);
-    std::array<uint8_t, AIEC_RATING_SIZE> buffer{};
-    multiple_lang_t all{buffer.data(), AIEC_RATING_SIZE, 0};
-    AIEC_get_multiple_event_rating_string(&info_.key, &all);
-    return ratingText(all);
-  }
-
-  std::string genres() const {
-    sqlString codes;
-    const unsigned count = std::min<unsigned>(info_.genre_count, AIEC_MAX_GENRES);
-    for (unsigned i = 0; i < count; ++i) {
-      codes << info_.genres[i];
-      codes++;
+  void name(std::string& text) const {
+    if (info_.name.text == nullptr || info_.name.length == 0) {
+      text = "EMPTY";
+    } else {
+      atsc::textToUTF8(info_.name, AIEC_NAME_SIZE, text);
     }
-    return codes.str();
   }
 
-  std::string description() {
+  void rating(std::string& text) const {
+    if (info_.rating.text == nullptr || info_.rating.length == 0) {
+      text = "No rating";
+    } else if (info_.multi_rating == 0) {
+      ratingText(info_.rating, text);
+    } else {
+      std::array<uint8_t, AIEC_RATING_SIZE> buffer{};
+      multiple_lang_t all{buffer.data(), AIEC_RATING_SIZE, 0};
+      AIEC_get_multiple_event_rating_string(&info_.key, &all);
+      ratingText(all, text);
+    }
+  }
+
+  void genres(std::string& text) const {
+    text.clear();
+    const unsigned count = std::min<unsigned>(info_.genre_count, AIEC_MAX_GENRES);
+    for (unsigned i = 0; i < count; ++i) text += std::to_string(info_.genres[i]) + ',';
+  }
+
+  void description(std::string& text) {
     description_.fill(0);
-    multiple_lang_t text{description_.data(), AIEC_DESCRIPTION_SIZE, 0};
-    AIEC_get_event_description(&info_.key, &text);
-    return atsc::textToUTF8(text, AIEC_DESCRIPTION_SIZE);
+    multiple_lang_t lent{description_.data(), AIEC_DESCRIPTION_SIZE, 0};
+    AIEC_get_event_description(&info_.key, &lent);
+    atsc::textToUTF8(lent, AIEC_DESCRIPTION_SIZE, text);
   }
 
  private:
   // A lent buffer that came back as it was holds no rating.
-  static std::string ratingText(const multiple_lang_t& text) {
+  static void ratingText(const multiple_lang_t& text, std::string& converted) {
     if (text.encoding != AI_TEXT_UTF16BE && text.length == AIEC_RATING_SIZE &&
         std::all_of(text.text, text.text + text.length, [](uint8_t byte) { return byte == 0; })) {
-      return "Not rated";
+      converted = "Not rated";
+    } else {
+      atsc::textToUTF8(text, AIEC_RATING_SIZE, converted);
     }
-    return atsc::textToUTF8(text, AIEC_RATING_SIZE);
   }
 
   AIEC_event_info info_{};
@@ -89,7 +93,14 @@ class Event {
 // Rewrites the guide of an input.
 class GuideRewrite {
  public:
-  explicit GuideRewrite(std::string table) : table_(std::move(table)) {}
+  explicit GuideRewrite(std::string table) : table_(std::move(table)) {
+    insert_ = "INSERT INTO " + table_ + " ( ";
+    for (const char* column : kColumns) {
+      insert_ += column;
+      insert_ += column == std::end(kColumns)[-1] ? ")" : ",";
+    }
+    insert_ += "VALUES (";
+  }
 
   void run(const std::string& path, const std::vector<AISRV_service_info>& services) {
     try {
@@ -129,19 +140,19 @@ class GuideRewrite {
 
   void writeEvent(const std::string& key, SQLite::Statement& insert) {
     const AIEC_event_info& info = event_.info();
-    row_[0] = key;
+    text(0) = key;
     row_[1] = int64_t{info.key.event_index};
     row_[2] = int64_t{info.event_id};
-    row_[3] = event_.name();
+    event_.name(text(3));
     row_[4] = int64_t{info.start_time};
     row_[5] = int64_t{info.duration};
-    row_[6] = event_.rating();
+    event_.rating(text(6));
     row_[7] = int64_t{info.multi_rating};
     row_[8] = int64_t{info.genre_count};
     row_[9] = int64_t{info.parental_status};
-    row_[10] = event_.genres();
+    event_.genres(text(10));
     row_[11] = int64_t{info.captions};
-    row_[12] = event_.description();
+    event_.description(text(12));
     buildInsert(&row_);
     ATSC_LOG(Debug, "SQL Command %s\n", command_.str().c_str());
     for (size_t i = 0; i < row_.size(); ++i) {
@@ -156,15 +167,16 @@ class GuideRewrite {
     insert.reset();
   }
 
+  // A column's text, to be written anew; its memory is used again.
+  std::string& text(size_t column) {
+    if (!std::holds_alternative<std::string>(row_[column])) row_[column].emplace<std::string>();
+    return std::get<std::string>(row_[column]);
+  }
+
   // The command for one row; without a row, the text of the prepared statement.
   void buildInsert(const EventRow* row) {
     command_.clear();
-    command_ << "INSERT INTO " << table_ << " ( ";
-    for (size_t i = 0; i < std::size(kColumns); ++i) {
-      if (i > 0) command_++;
-      command_ << kColumns[i];
-    }
-    command_ << ")VALUES (";
+    command_ << insert_;
     for (size_t i = 0; i < std::size(kColumns); ++i) {
       if (i > 0) command_++;
       if (row == nullptr) {
@@ -179,7 +191,8 @@ class GuideRewrite {
   }
 
   const std::string table_;
-  sqlString command_;  // the one being run
+  std::string insert_;  // the command up to its values
+  sqlString command_;   // the one being run
   Event event_;
   EventRow row_;
 };

@@ -14,6 +14,17 @@
 
 ATSC_LOGGER("atsc/service")
 
+namespace {
+
+uint16_t unitAt(const uint8_t* bytes, uint32_t i) {
+  return static_cast<uint16_t>(bytes[i] << 8 | bytes[i + 1]);
+}
+
+// Whether a unit is an ASCII character other than NUL.
+bool isAscii(const uint8_t* unit) { return unit[0] == 0 && unit[1] != 0 && unit[1] < 0x80; }
+
+}  // namespace
+
 namespace atsc {
 
 int processId() {
@@ -38,30 +49,39 @@ int checkStatus(LoggerCpp& logger, const LogPlace& place, const char* function, 
   return status;
 }
 
-std::string textToUTF8(const multiple_lang_t& text, uint32_t capacity) {
-  if (text.text == nullptr) return {};
+void textToUTF8(const multiple_lang_t& text, uint32_t capacity, std::string& converted) {
+  converted.clear();
+  if (text.text == nullptr) return;
   const uint32_t length = std::min<uint32_t>(text.length, capacity);
   if (text.encoding != AI_TEXT_UTF16BE) {
     const char* bytes = reinterpret_cast<const char*>(text.text);
-    return std::string(bytes, strnlen(bytes, length));
+    converted.assign(bytes, strnlen(bytes, length));
+    return;
   }
-  uint32_t size = Utili_UTF16BEToUTF8Length(text.text, length);
-  std::string converted(size, '\0');
-  uint8_t* out = reinterpret_cast<uint8_t*>(&converted[0]);
-  if (size > 0) Utili_ConvertUTF16BEToUTF8(text.text, length, out, &size);
-  converted.resize(size);
+  // Most texts are ASCII, and guides are long: those units need no second look.
+  uint32_t ascii = 0;
+  if (length % 2 == 0) {
+    converted.resize(length / 2);
+    while (ascii < length && isAscii(text.text + ascii)) {
+      converted[ascii / 2] = static_cast<char>(text.text[ascii + 1]);
+      ascii += 2;
+    }
+    if (ascii == length) return;
+  }
+  uint32_t size = Utili_UTF16BEToUTF8Length(text.text + ascii, length - ascii);
+  converted.resize(ascii / 2 + size);
+  if (size == 0) return;
+  uint8_t* out = reinterpret_cast<uint8_t*>(&converted[ascii / 2]);
+  Utili_ConvertUTF16BEToUTF8(text.text + ascii, length - ascii, out, &size);
+}
+
+std::string textToUTF8(const multiple_lang_t& text, uint32_t capacity) {
+  std::string converted;
+  textToUTF8(text, capacity, converted);
   return converted;
 }
 
 }  // namespace atsc
-
-namespace {
-
-uint16_t unitAt(const uint8_t* bytes, uint32_t i) {
-  return static_cast<uint16_t>(bytes[i] << 8 | bytes[i + 1]);
-}
-
-}  // namespace
 
 int Utili_UnicodeToUTF8(uint16_t unit, uint8_t* out) {
   if (unit <= 0x7F) {

@@ -16,6 +16,8 @@ constexpr uint16_t kNameCapacity = 40;
 // The text in UTF-8: converted when it is UTF-16BE, else its bytes up to the first NUL. At most
 // `capacity` bytes are believed, whatever the record says.
 std::string textToUTF8(const multiple_lang_t& text, uint32_t capacity);
+// The same into a string that is used again.
+void textToUTF8(const multiple_lang_t& text, uint32_t capacity, std::string& converted);
 
 }  // namespace atsc
 
