@@ -65,16 +65,34 @@ void print(const std::string& name, double ours, const char* base, double floor,
   }
 }
 
-void registerOne(const std::string& name, std::function<void()> body, int iterations) {
-  benchmark::RegisterBenchmark(name.c_str(),
-                               [body = std::move(body)](benchmark::State& state) {
-                                 for (auto _ : state) body();
-                               })
+benchmark::internal::Benchmark* registerOne(const std::string& name,
+                                            std::function<void(benchmark::State&)> body,
+                                            int iterations) {
+  return benchmark::RegisterBenchmark(name.c_str(), std::move(body))
       ->Iterations(iterations)
       ->Repetitions(kRepetitions)
       ->ReportAggregatesOnly()
-      ->UseRealTime()
       ->Unit(benchmark::kMicrosecond);
+}
+
+void registerCalls(const std::string& name, std::function<void()> body, int iterations) {
+  registerOne(
+      name,
+      [body = std::move(body)](benchmark::State& state) {
+        for (auto _ : state) body();
+      },
+      iterations)
+      ->UseRealTime();
+}
+
+void registerTimed(const std::string& name, std::function<double()> body, int iterations) {
+  registerOne(
+      name,
+      [body = std::move(body)](benchmark::State& state) {
+        for (auto _ : state) state.SetIterationTime(body());
+      },
+      iterations)
+      ->UseManualTime();
 }
 
 }  // namespace
@@ -82,8 +100,15 @@ void registerOne(const std::string& name, std::function<void()> body, int iterat
 void add(const std::string& name, std::function<void()> ours, std::function<void()> floor,
          int iterations) {
   names().push_back(name);
-  registerOne(name + ":ours", std::move(ours), iterations);
-  registerOne(name + ":floor", std::move(floor), iterations);
+  registerCalls(name + ":ours", std::move(ours), iterations);
+  registerCalls(name + ":floor", std::move(floor), iterations);
+}
+
+void addTimed(const std::string& name, std::function<double()> ours, std::function<double()> floor,
+              int iterations) {
+  names().push_back(name);
+  registerTimed(name + ":ours", std::move(ours), iterations);
+  registerTimed(name + ":floor", std::move(floor), iterations);
 }
 
 void addGrowth(const std::string& name, const std::string& of, const std::string& to) {

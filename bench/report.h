@@ -14,6 +14,10 @@ namespace bench {
 void add(const std::string& name, std::function<void()> ours, std::function<void()> floor,
          int iterations);
 
+// The same for what takes its time elsewhere: `ours` and `floor` return the seconds of one call.
+void addTimed(const std::string& name, std::function<double()> ours, std::function<double()> floor,
+              int iterations);
+
 // The microseconds of an earlier benchmark's `ours` become the floor of a line of their own:
 // `name`, for how cost grows.
 void addGrowth(const std::string& name, const std::string& of, const std::string& to);
