@@ -11,6 +11,8 @@ extern "C" {
 #include <dvbpsi/descriptor.h>
 #include <dvbpsi/psi.h>
 // And these need those.
+#include <dvbpsi/atsc_eit.h>
+#include <dvbpsi/atsc_ett.h>
 #include <dvbpsi/atsc_mgt.h>
 #include <dvbpsi/atsc_stt.h>
 #include <dvbpsi/atsc_vct.h>
@@ -22,7 +24,10 @@ namespace {
 
 struct Result {
   std::set<std::string> lines;
-  std::map<unsigned, unsigned> programs;  // program number, PID of the PMT
+  std::map<unsigned, unsigned> programs;      // program number, PID of the PMT
+  std::map<unsigned, unsigned> guide_tables;  // table_type, PID
+  unsigned instance = 0;                      // being decoded
+  DecodedGuide guide;
 
   template <class... Words>
   void Add(const Words&... words) {
@@ -68,6 +73,9 @@ void OnPmt(void* data, dvbpsi_pmt_t* pmt) {
 
 void OnMgt(void* data, dvbpsi_atsc_mgt_t* mgt) {
   for (const auto* t = mgt->p_first_table; t != nullptr; t = t->p_next) {
+    if (t->i_table_type >= 0x100 && t->i_table_type < 0x280) {
+      To(data).guide_tables[t->i_table_type] = t->i_table_type_pid;
+    }
     To(data).Add("MGT version ", +mgt->i_version, " type ", t->i_table_type, " at ",
                  t->i_table_type_pid, " version ", +t->i_table_type_version, " bytes ",
                  t->i_number_bytes);
@@ -93,6 +101,33 @@ void OnVct(void* data, dvbpsi_atsc_vct_t* vct) {
 void OnStt(void* data, dvbpsi_atsc_stt_t* stt) {
   To(data).Add("STT ", stt->i_system_time, " offset ", +stt->i_gps_utc_offset);
   dvbpsi_atsc_DeleteSTT(stt);
+}
+
+void OnEit(void* data, dvbpsi_atsc_eit_t* eit) {
+  Result& result = To(data);
+  std::vector<GuideEvent>& events = result.guide.events[{result.instance, eit->i_source_id}];
+  events.clear();
+  for (const auto* e = eit->p_first_event; e != nullptr; e = e->p_next) {
+    events.push_back({e->i_event_id,
+                      e->i_start_time,
+                      e->i_length_seconds,
+                      e->i_etm_location,
+                      {e->i_title, e->i_title + e->i_title_length},
+                      All(e->p_first_descriptor)});
+  }
+  dvbpsi_atsc_DeleteEIT(eit);
+}
+
+void OnEtt(void* data, dvbpsi_atsc_ett_t* ett) {
+  Result& result = To(data);
+  result.guide.texts[{result.instance, ett->i_etm_id}] = {ett->p_etm_data,
+                                                          ett->p_etm_data + ett->i_etm_length};
+  dvbpsi_atsc_DeleteETT(ett);
+}
+
+void OnNewGuideTable(dvbpsi_t* handle, uint8_t id, uint16_t extension, void* data) {
+  if (id == 0xCB) dvbpsi_atsc_AttachEIT(handle, id, extension, OnEit, data);
+  if (id == 0xCC) dvbpsi_atsc_AttachETT(handle, id, extension, OnEtt, data);
 }
 
 void OnNewTable(dvbpsi_t* handle, uint8_t id, uint16_t extension, void* data) {
@@ -143,4 +178,20 @@ std::set<std::string> Decode(const std::vector<uint8_t>& stream) {
   const auto psip = [&](dvbpsi_t* handle) { dvbpsi_AttachDemux(handle, OnNewTable, &result); };
   DecodePid(result, stream, 0x1FFB, psip, dvbpsi_DetachDemux);
   return result.lines;
+}
+
+DecodedGuide DecodeGuide(const std::vector<uint8_t>& stream) {
+  Result result;
+  const auto psip = [&](dvbpsi_t* handle) { dvbpsi_AttachDemux(handle, OnNewTable, &result); };
+  DecodePid(result, stream, 0x1FFB, psip, dvbpsi_DetachDemux);
+  result.lines.clear();
+  const auto guide = [&](dvbpsi_t* handle) {
+    dvbpsi_AttachDemux(handle, OnNewGuideTable, &result);
+  };
+  for (const auto& [type, pid] : result.guide_tables) {
+    result.instance = type & 0x7F;
+    DecodePid(result, stream, pid, guide, dvbpsi_DetachDemux);
+  }
+  result.guide.complaints = result.lines;
+  return result.guide;
 }

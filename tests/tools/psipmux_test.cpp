@@ -87,15 +87,23 @@ uint32_t SlowCrc(const uint8_t* data, size_t size) {
   return crc;
 }
 
-/// Checks continuity and CRC over two loops and returns the longest time between two sections of
-/// each table id, in packets. Expects sections to begin after a pointer_field of zero.
-std::map<unsigned, size_t> CheckPackets(const std::vector<uint8_t>& stream) {
+using Bytes = std::vector<uint8_t>;
+
+struct Packets {
+  std::map<unsigned, size_t>
+      longest;  // between two equal sections of a table id, in packets; of EIT-0 by its PID
+  std::map<unsigned, std::set<Bytes>> sections;  // by PID
+};
+
+/// Checks continuity and CRC over two loops. Expects sections to begin after a pointer_field of
+/// zero.
+Packets CheckPackets(const Bytes& stream) {
   EXPECT_EQ(0u, stream.size() % 188);
-  EXPECT_LT(stream.size(), 1'000'000u);
+  EXPECT_LT(stream.size(), 3'100'000u);
   std::map<unsigned, unsigned> continuity;
-  std::map<unsigned, std::vector<uint8_t>> section;     // by PID
-  std::map<std::array<unsigned, 3>, size_t> last_seen;  // PID, table id, section
-  std::map<unsigned, size_t> longest;
+  std::map<unsigned, Bytes> section;                    // by PID
+  std::map<std::array<unsigned, 4>, size_t> last_seen;  // PID, table id, extension, section
+  Packets result;
   const size_t count = stream.size() / 188;
   for (size_t i = 0; i < 2 * count; ++i) {
     const uint8_t* packet = &stream[i % count * 188];
@@ -108,30 +116,35 @@ std::map<unsigned, size_t> CheckPackets(const std::vector<uint8_t>& stream) {
       EXPECT_EQ((it->second + 1) % 16, counter) << "PID " << pid << " packet " << i;
     }
     continuity[pid] = counter;
-    std::vector<uint8_t>& bytes = section[pid];
+    Bytes& bytes = section[pid];
     if ((packet[1] & 0x40) != 0) {
+      EXPECT_TRUE(bytes.empty()) << "PID " << pid << " packet " << i;
       EXPECT_EQ(0, packet[4]);
       bytes.assign(packet + 5, packet + 188);
-      const std::array<unsigned, 3> key = {pid, bytes[0], bytes[6]};
+      const std::array<unsigned, 4> key = {pid, bytes[0], bytes[3] * 256u + bytes[4], bytes[6]};
       if (const auto it = last_seen.find(key); it != last_seen.end()) {
-        longest[bytes[0]] = std::max(longest[bytes[0]], i - it->second);
+        size_t& longest = result.longest[pid == 0x1D00 ? pid : bytes[0]];
+        longest = std::max(longest, i - it->second);
       }
       last_seen[key] = i;
+    } else if (bytes.empty()) {
+      EXPECT_TRUE(std::all_of(packet + 4, packet + 188, [](uint8_t b) { return b == 0xFF; }));
+      continue;
     } else {
       bytes.insert(bytes.end(), packet + 4, packet + 188);
     }
     const size_t size = 3 + ((bytes[1] & 0x0Fu) << 8 | bytes[2]);
     if (bytes.size() >= size) {
+      bytes.resize(size);
       EXPECT_EQ(0u, SlowCrc(bytes.data(), size)) << "PID " << pid << " packet " << i;
-      EXPECT_LT(bytes.size() - size, 184u);
+      result.sections[pid].insert(std::exchange(bytes, {}));
     }
   }
-  return longest;
+  return result;
 }
 
 // Table level: what an independent decoder reads is what the lineup says.
 
-using Bytes = std::vector<uint8_t>;
 using Lines = std::set<std::string>;
 
 constexpr uint32_t kSomeTime = 1460922004;  // 2026-04-22T19:39:46Z
@@ -160,17 +173,35 @@ std::string VirtualChannel(const psipmux::Channel& channel, const psipmux::Servi
   return line.str();
 }
 
-void ExpectChannel(psipmux::Medium medium, const psipmux::Channel& channel, const Bytes& stream) {
+void ExpectChannel(const psipmux::Lineup& lineup, const psipmux::Channel& channel,
+                   const Bytes& stream) {
+  const Packets packets = CheckPackets(stream);
   const std::string tsid = " tsid " + std::to_string(channel.tsid);
   const std::string version = " version " + std::to_string(channel.version);
   Lines lines{"PAT" + tsid + version};
   for (const psipmux::Service& service : channel.services) lines.insert(Pmt(service));
   if (channel.psip) {
-    const bool cable = medium == psipmux::Medium::kCable;
-    size_t bytes = 0;
-    for (const Bytes& section : psipmux::BuildVct(medium, channel)) bytes += section.size();
-    lines.insert("MGT" + version + " type " + (cable ? "2" : "0") + " at 8187" + version +
-                 " bytes " + std::to_string(bytes));
+    const bool cable = lineup.medium == psipmux::Medium::kCable;
+    const auto announce = [&](unsigned type, unsigned pid, const std::string& table_version,
+                              const std::set<unsigned>& table_ids, unsigned region) {
+      size_t bytes = 0;
+      for (const Bytes& section : packets.sections.at(pid)) {
+        if (table_ids.count(section[0]) != 0 && (region == 0 || section[4] == region)) {
+          bytes += section.size();
+        }
+      }
+      lines.insert("MGT" + version + " type " + std::to_string(type) + " at " +
+                   std::to_string(pid) + table_version + " bytes " + std::to_string(bytes));
+    };
+    announce(cable ? 2 : 0, 8187, version, {0xC8, 0xC9}, 0);
+    for (const auto& [pid, sections] : packets.sections) {
+      if (pid >= 0x1D00 && pid < 0x1D80) announce(pid - 0x1D00 + 0x100, pid, version, {0xCB}, 0);
+      if (pid >= 0x1E00 && pid < 0x1E80) announce(pid - 0x1E00 + 0x200, pid, version, {0xCC}, 0);
+    }
+    for (const psipmux::RatingRegion& region : lineup.rating_regions) {
+      announce(0x300 + region.region, 8187, " version " + std::to_string(region.version), {0xCA},
+               region.region);
+    }
     lines.insert((cable ? "CVCT" : "TVCT") + tsid + version);
     lines.insert("STT " + std::to_string(kSomeTime) + " offset 18");
     for (const auto& service : channel.services) lines.insert(VirtualChannel(channel, service));
@@ -187,6 +218,87 @@ void ExpectChannel(psipmux::Medium medium, const psipmux::Channel& channel, cons
     decoded.insert(line);
   }
   EXPECT_EQ(lines, decoded);
+}
+
+std::map<std::string, std::u16string> Strings(const Bytes& text) {
+  std::map<std::string, std::u16string> strings;
+  size_t at = 1;
+  for (unsigned n = text.at(0); n > 0; --n) {
+    std::u16string& string = strings[{text.begin() + at, text.begin() + at + 3}];
+    unsigned segments = text.at(at + 3);
+    for (at += 4; segments > 0; --segments) {
+      EXPECT_EQ(0, text.at(at));
+      const bool wide = text.at(at + 1) == 0x3F;
+      EXPECT_TRUE(wide || text.at(at + 1) == 0);
+      const size_t end = at + 3 + text.at(at + 2);
+      for (at += 3; at < end; ++at) {
+        unsigned unit = text.at(at);
+        if (wide) unit = unit << 8 | text.at(++at);
+        string.push_back(static_cast<char16_t>(unit));
+      }
+    }
+  }
+  EXPECT_EQ(text.size(), at);
+  return strings;
+}
+
+std::map<std::string, std::u16string> Strings(const psipmux::Text& text) {
+  std::map<std::string, std::u16string> strings;
+  for (const auto& each : text) strings[each.language] = each.text;
+  return strings;
+}
+
+// The guide from the segment of kSomeTime on is one programme after the other.
+void ExpectGuide(const psipmux::Lineup& lineup, const psipmux::Channel& channel,
+                 const Bytes& stream) {
+  const unsigned begin = kSomeTime - (1 * 60 + 39) * 60 - 46;  // 18:00:00
+  const DecodedGuide guide = DecodeGuide(stream);
+  EXPECT_EQ(Lines{}, guide.complaints);
+  size_t texts = 0;
+  size_t services = 0;
+  for (const psipmux::Service& service : channel.services) {
+    if (service.programmes.empty()) continue;
+    ++services;
+    size_t next = service.programmes.size();
+    std::map<unsigned, unsigned> ids;  // of events by start
+    for (unsigned k = 0; k < lineup.guide_hours / 3; ++k) {
+      const unsigned from = begin + k * 10800;
+      ASSERT_EQ(1u, guide.events.count({k, service.source_id})) << k;
+      const auto& events = guide.events.at({k, service.source_id});
+      EXPECT_LE(events.front().start, from);
+      EXPECT_GE(events.back().start + events.back().length, from + 10800);
+      for (size_t e = 0; e < events.size(); ++e) {
+        const GuideEvent& event = events[e];
+        EXPECT_GT(event.start + event.length, from);
+        EXPECT_LT(event.start, from + 10800);
+        if (e > 0) {
+          EXPECT_EQ(events[e - 1].start + events[e - 1].length, event.start);
+        }
+        const auto [known, added] = ids.emplace(event.start, event.id);
+        EXPECT_EQ(known->second, event.id);
+        const auto title = Strings(event.title);
+        if (next == service.programmes.size()) {  // the first event of all
+          for (next = 0; Strings(service.programmes.at(next).title) != title;) ++next;
+        } else if (added) {
+          next = (next + 1) % service.programmes.size();
+        }
+        const psipmux::Programme& programme = service.programmes[next];
+        EXPECT_EQ(Strings(programme.title), title);
+        EXPECT_EQ(programme.duration, event.length);
+        EXPECT_EQ(programme.description.empty() ? 0u : 1u, event.etm_location);
+        if (event.etm_location == 0) continue;
+        const auto text = guide.texts.find({k, service.source_id << 16 | event.id << 2 | 2});
+        ASSERT_NE(guide.texts.end(), text);
+        EXPECT_EQ(Strings(programme.description), Strings(text->second));
+        ++texts;
+      }
+    }
+    std::set<unsigned> distinct;
+    for (const auto& [start, id] : ids) distinct.insert(id);
+    EXPECT_EQ(ids.size(), distinct.size());
+  }
+  EXPECT_EQ(services * lineup.guide_hours / 3, guide.events.size());
+  EXPECT_EQ(texts, guide.texts.size());
 }
 
 TEST_F(PsipmuxTest, SampleLineupsDecodeToWhatTheySay) {
@@ -207,13 +319,15 @@ TEST_F(PsipmuxTest, SampleLineupsDecodeToWhatTheySay) {
       expected_files.insert(file);
       const Bytes stream = ReadFile(folder_ / file);
       ASSERT_FALSE(stream.empty());
-      const auto longest = CheckPackets(stream);
+      const auto longest = CheckPackets(stream).longest;
       EXPECT_LE(longest.at(0x00), 100u);
       EXPECT_LE(longest.at(0x02), 400u);
       EXPECT_LE(longest.at(0xC7), 150u);
       EXPECT_LE(longest.at(air ? 0xC8 : 0xC9), 400u);
       EXPECT_LE(longest.at(0xCD), 1000u);
-      ExpectChannel(lineup.medium, channel, stream);
+      EXPECT_LE(longest.at(0x1D00), 500u);
+      ExpectChannel(lineup, channel, stream);
+      ExpectGuide(lineup, channel, stream);
     }
   }
   EXPECT_EQ(expected_files, Files());
@@ -268,6 +382,108 @@ TEST(PsipmuxTables, EveryFieldReachesTheStream) {
   }
 }
 
+TEST(PsipmuxTables, EveryFieldOfTheGuideReachesTheStream) {
+  const psipmux::Lineup lineup = psipmux::ParseLineup(R"({"medium": "air", "guide_hours": 3,
+    "channels": [{"frequency": 177000000, "tsid": 1, "version": 3, "guide_version": 31, "services": [
+      {"program": 3, "pmt_pid": 48, "major": 9, "minor": 7, "name": "One", "source_id": 258,
+       "streams": [], "guide_offset": 30, "programmes": [
+        {"minutes": 180, "title": {"fra": "Été", "spa": "Ł"}, "description": "D",
+         "rating": {"us_tv": "TV-14-D-V", "us_movie": "PG-13", "ca_english": "14+",
+          "ca_french": "13 ans+", "regions": [{"region": 5, "dimensions": {"10": 2}}]},
+         "captions": ["eng", {"language": "spa", "service": 5, "wide": true},
+          {"language": "fra", "line21_field": 1, "easy_reader": true}],
+         "genres": ["education", "wrestling", "movie"]},
+        {"minutes": 1260, "title": "", "rating": "TV-Y7-FV"}]}]}]})",
+                                                      "test.json");
+  // 03:00 on the day that began at 1460851218: the first programme runs until 03:30.
+  const Bytes stream = psipmux::Multiplex(lineup, lineup.channels[0], 1460851218 + 3 * 3600);
+  const Lines tables = Decode(stream);
+  EXPECT_EQ(1u, tables.count("TVCT tsid 1 version 3"));
+  EXPECT_EQ(1u, tables.count("MGT version 2 type 256 at 7424 version 2 bytes 170"));
+  EXPECT_EQ(1u, tables.count("MGT version 2 type 512 at 7680 version 2 bytes 26"));
+  const auto [events, texts, complaints] = DecodeGuide(stream);
+  EXPECT_EQ(Lines{}, complaints);
+  ASSERT_EQ(2u, events.at({0, 258}).size());
+  const GuideEvent& event = events.at({0, 258})[0];
+  const GuideEvent& next = events.at({0, 258})[1];
+  EXPECT_EQ(1460851218u + 1800, event.start);
+  EXPECT_EQ(
+      (Bytes{2, 'f', 'r', 'a', 1, 0, 0, 3, 0xC9, 't', 0xE9, 's', 'p', 'a', 1, 0, 0x3F, 2, 1, 0x41}),
+      event.title);
+  EXPECT_EQ(
+      " [86: e3 65 6e 67 c1 3f ff 73 70 61 c5 7f ff 66 72 61 7f bf ff]"
+      " [87: c3 1 4 0 f4 1 f1 4 f1 7 f4 11 1 65 6e 67 1 0 0 9 54 56 2d 31 34 2d 44 2d 56"
+      " 2 2 0 f5 1 f3 b 1 65 6e 67 1 0 0 3 31 34 2b 5 1 a f2 0]"
+      " [ab: e3 20 ad 22]",
+      event.descriptors);
+  EXPECT_EQ(event.start + 3 * 3600, next.start);
+  EXPECT_EQ((Bytes{1, 'e', 'n', 'g', 0}), next.title);
+  EXPECT_EQ(" [87: c1 1 2 5 f2 6 f1 10 1 65 6e 67 1 0 0 8 54 56 2d 59 37 2d 46 56]",
+            next.descriptors);
+  EXPECT_EQ(1u, texts.size());
+  EXPECT_EQ((Bytes{1, 'e', 'n', 'g', 1, 0, 0, 1, 'D'}),
+            texts.at({0, 258u << 16 | event.id << 2 | 2}));
+}
+
+// The first section of a table on the base PID.
+Bytes SectionOf(const Bytes& stream, uint8_t table_id, uint8_t extension) {
+  Bytes section;
+  for (size_t i = 0; i + 188 <= stream.size(); i += 188) {
+    const uint8_t* packet = &stream[i];
+    if ((packet[1] & 0x1F) != 0x1F || packet[2] != 0xFB) continue;
+    const bool start = (packet[1] & 0x40) != 0;
+    if (section.empty() && !(start && packet[5] == table_id && packet[9] == extension)) continue;
+    section.insert(section.end(), packet + (start ? 5 : 4), packet + 188);
+    const size_t size = 3 + ((section[1] & 0x0Fu) << 8 | section[2]);
+    if (section.size() < size) continue;
+    section.resize(size);
+    return section;
+  }
+  ADD_FAILURE() << "no such table";
+  return Bytes(4096);
+}
+
+TEST(PsipmuxTables, RatingRegionAndAlertAreAsOnTheAir) {
+#ifndef ATSC_CAPTURES_DIR
+  GTEST_SKIP() << "no field captures";
+#else
+  const fs::path captures = fs::path(ATSC_CAPTURES_DIR) / "sections";
+  if (!fs::exists(captures)) GTEST_SKIP() << "no field captures in " << captures;
+  EXPECT_EQ(SectionOf(ReadFile(captures / "rating-region-1.ts"), 0xCA, 1),
+            SectionOf(Stream(psipmux::ReadLineup(LINEUPS "/metro-air.json")), 0xCA, 1));
+
+  const psipmux::Lineup lineup = psipmux::ParseLineup(R"({"medium": "cable",
+    "channels": [{"frequency": 57000000, "tsid": 1,
+     "alerts": [{"sequence": 5, "event_id": 2677, "originator": "EAS", "event_code": "RWT",
+      "activation_text": "REQUIRED WEEKLY TEST", "time_remaining": 29, "duration": 15,
+      "priority": 15, "locations": [{"state": 42, "county": 91}, {"state": 42, "county": 101}]},
+      {"sequence": 31, "originator": "CIV", "event_code": "X", "priority": 0, "text": "Ł",
+       "locations": [{"state": 0, "subdivision": 9, "county": 999}]}],
+     "services": [{"program": 2, "pmt_pid": 48, "one_part": 1203, "name": "M", "source_id": 2,
+      "streams": []}]}]})",
+                                                      "test.json");
+  const Bytes stream = Stream(lineup);
+  const Bytes air = SectionOf(ReadFile(captures / "cable-emergency-alert-inband.ts"), 0xD8, 0);
+  const Bytes ours = SectionOf(stream, 0xD8, 0);
+  // The one on the air also names a channel with details, here, and in a descriptor at the end.
+  constexpr size_t kLength = 1, kDetails = 56, kDetailsEnd = 62, kDescriptors = 74;
+  ASSERT_EQ(0x26, air[kDetails]);
+  EXPECT_EQ(air[kLength], ours[kLength]);  // section_syntax_indicator and its neighbours
+  EXPECT_TRUE(std::equal(&air[kLength + 2], &air[kDetails], &ours[kLength + 2]));
+  EXPECT_EQ((Bytes{0, 0, 0xFC, 0, 0xFC, 0}), Bytes(&ours[kDetails], &ours[kDetailsEnd]));
+  EXPECT_TRUE(std::equal(&air[kDetailsEnd], &air[kDescriptors], &ours[kDetailsEnd]));
+  EXPECT_EQ(kDescriptors + 2 + 4, ours.size());
+  const auto all = CheckPackets(stream).sections.at(0x1FFB);
+  const Bytes second = {0xD8, 0xB0, 54,   0,    0, 0xFF, 0,    0,    0, 0,    31,   'C',  'I', 'V',
+                        1,    'X',  0,    0,    0, 0,    0,    0,    0, 0,    0xFF, 0xF0, 0,   0,
+                        0xFC, 0,    0xFC, 0,    0, 0,    0,    10,   1, 'e',  'n',  'g',  1,   0,
+                        0x3F, 2,    1,    0x41, 1, 0,    0x9F, 0xE7, 0, 0xFC, 0};
+  EXPECT_EQ(1, std::count_if(all.begin(), all.end(), [&](const Bytes& section) {
+              return std::equal(section.begin(), section.end() - 4, second.begin(), second.end());
+            }));
+#endif
+}
+
 std::string Replaced(std::string text, const std::string& from, const std::string& to) {
   const size_t at = text.find(from);
   EXPECT_NE(std::string::npos, at) << from;
@@ -296,8 +512,33 @@ TEST(PsipmuxTables, LongVctIsSplitAndAnnouncedInFull) {
   const auto sections = psipmux::BuildVct(lineup.medium, lineup.channels[0]);
   EXPECT_EQ(20u, sections.size());  // three services in each
   for (const Bytes& section : sections) EXPECT_LE(section.size(), 1024u);
-  CheckPackets(Stream(lineup));
-  ExpectChannel(lineup.medium, lineup.channels[0], Stream(lineup));
+  ExpectChannel(lineup, lineup.channels[0], Stream(lineup));
+}
+
+// A service whose guide fills `hours` with five-minute programmes of long descriptions.
+std::string LongGuide(unsigned hours) {
+  std::string json = LargeLineup(1);
+  json.insert(1, "\"guide_hours\": " + std::to_string(hours) + ",");
+  const std::string text = "📺" + std::string(250, 'x') + "📺";  // a surrogate pair may not be split
+  json.insert(json.find("\"streams\""), "\"programmes\": [{\"minutes\": 5, \"title\": \"" +
+                                            std::string(247, 't') + "\", \"description\": \"" +
+                                            text + "\"}],");
+  return json;
+}
+
+TEST(PsipmuxTables, LargeGuideMakesALongerStreamAndOneTooLargeIsAnError) {
+  const psipmux::Lineup lineup = psipmux::ParseLineup(LongGuide(96), "long.json");
+  const Bytes stream = Stream(lineup);
+  EXPECT_LT(752'000u, stream.size());
+  ExpectChannel(lineup, lineup.channels[0], stream);
+  ExpectGuide(lineup, lineup.channels[0], stream);
+  try {
+    Stream(psipmux::ParseLineup(LongGuide(384), "long.json"));
+    ADD_FAILURE() << "no error";
+  } catch (const psipmux::MuxError& error) {
+    EXPECT_STREQ("its guide takes 25008 packets, the longest stream has room for 13504",
+                 error.what());
+  }
 }
 
 TEST(PsipmuxTables, SystemTimeFollowsTheStreamAndSummerIsAnnounced) {
@@ -389,6 +630,23 @@ TEST(PsipmuxErrors, InvalidLineupsNameTheKeyAndTheReason) {
       {"33", "33, 'mainid': 0",
        "channels[0].services[0].streams[0].mainid: only for streams of type ac3"},
       {"36", "36, 'bsmod': 2", "channels[0].services[0].streams[1].asvcflags: is missing"},
+      {"'pmt_pid': 48", "'pmt_pid': 7424",
+       "channels[0].services[1].pmt_pid: must not be one of the guide's, 7424 to 7551"},
+      {"'cable'", "'cable', 'guide_hours': 385", "guide_hours: must be 1 to 384"},
+      {"'Three'", "'Three', 'programmes': [{'minutes': 4, 'title': ''}]",
+       "channels[1].services[0].programmes[0].minutes: must be 5 to 1440"},
+      {"'Three'",
+       "'Three', 'programmes': [{'minutes': 5, 'title': '" + std::string(248, 'x') + "'}]",
+       "channels[1].services[0].programmes[0].title: takes 256 bytes, the table has room for 255"},
+      {"'Three'", "'Three', 'programmes': [{'minutes': 5, 'title': {'en': 'x'}}]",
+       "channels[1].services[0].programmes[0].title.en: must be three lower-case letters"},
+      {"'Three'", "'Three', 'programmes': [{'minutes': 5, 'title': '', 'genres': ['noise']}]",
+       "channels[1].services[0].programmes[0].genres[0]: must be a genre of A/65 in lower case"},
+      {"'Three'", "'Three', 'programmes': [{'minutes': 5, 'title': '', 'rating': 'TV-Y7-V'}]",
+       "channels[1].services[0].programmes[0].rating: must be a TV rating such as TV-Y7-FV or "
+       "TV-14-D-L-S-V"},
+      {"'tsid': 2", "'tsid': 2, 'alerts': [{'sequence': 1, 'originator': 'EASY'}]",
+       "channels[1].alerts[0].originator: must be 3 ASCII characters"},
       {"36", "36, 'bsmod': 2, 'mainid': 1",
        "channels[0].services[0].streams[1].mainid: only with a bsmod of 0 or 1"},
   };

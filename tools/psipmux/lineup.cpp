@@ -7,12 +7,11 @@
 #include <cstddef>
 #include <cstring>
 #include <fstream>
-#include <initializer_list>
-#include <map>
 #include <memory>
-#include <utility>
 
-#include "text.h"
+#include "guide.h"
+#include "json_node.h"
+#include "lineup_guide.h"
 
 namespace psipmux {
 namespace {
@@ -27,11 +26,6 @@ constexpr size_t kMaxExtendedNameBytes = 247;  // a descriptor of 255 bytes
 constexpr int64_t kFirstPid = 0x10;
 constexpr int64_t kLastPid = 0x1FFA;  // PSIP has the next one
 
-struct Choice {
-  const char* name;
-  uint8_t value;
-};
-
 constexpr Choice kMedia[] = {{"air", 0}, {"cable", 1}};
 constexpr Choice kServiceTypes[] = {{"tv", 2}, {"radio", 3}, {"data", 4}};
 constexpr Choice kCableModulations[] = {{"64qam", 2}, {"256qam", 3}};
@@ -40,131 +34,6 @@ constexpr Choice kStreamTypes[] = {
     {"mpeg1-video", 0x01}, {"mpeg2-video", 0x02},   {"mpeg1-audio", 0x03}, {"mpeg2-audio", 0x04},
     {"aac", 0x0F},         {"latm", 0x11},          {"h264", 0x1B},        {"hevc", 0x24},
     {"dc2-video", 0x80},   {"ac3", kStreamTypeAc3}, {"eac3", 0x87},        {"data", 0x95},
-};
-
-// Keys and file text may hold control characters; an error stays one printable line.
-std::string Printable(std::string text) {
-  for (char& c : text) {
-    if (c < ' ' || c > '~') c = '?';
-  }
-  return text;
-}
-
-/// A value of the document together with where it stands, so that every error can say so.
-class Node {
- public:
-  Node(const Json::Value& value, std::string file, std::string path)
-      : value_(value), file_(std::move(file)), path_(std::move(path)) {}
-
-  const std::string& Path() const { return path_; }
-
-  [[noreturn]] void Fail(const std::string& reason) const {
-    throw LineupError(file_ + ": " + (path_.empty() ? "" : path_ + ": ") + reason);
-  }
-
-  void AllowKeys(std::initializer_list<const char*> keys) const {
-    if (!value_.isObject()) Fail("must be an object");
-    for (const std::string& key : value_.getMemberNames()) {
-      if (std::none_of(keys.begin(), keys.end(), [&](const char* k) { return key == k; })) {
-        At(Printable(key)).Fail("unknown key");
-      }
-    }
-  }
-
-  void ForbidKeys(std::initializer_list<const char*> keys, const std::string& reason) const {
-    for (const char* key : keys) {
-      if (Has(key)) At(key).Fail(reason);
-    }
-  }
-
-  bool Has(const char* key) const { return value_.isMember(key); }
-
-  Node At(const std::string& key) const {
-    return Node(value_[key], file_, path_.empty() ? key : path_ + "." + key);
-  }
-
-  int64_t Integer(const char* key, int64_t low, int64_t high) const {
-    const Node node = Required(key);
-    if (!node.value_.isInt64()) node.Fail("must be an integer");
-    const int64_t number = node.value_.asInt64();
-    if (number < low || number > high) {
-      node.Fail("must be " + std::to_string(low) + " to " + std::to_string(high));
-    }
-    return number;
-  }
-
-  int64_t IntegerOr(const char* key, int64_t low, int64_t high, int64_t otherwise) const {
-    return Has(key) ? Integer(key, low, high) : otherwise;
-  }
-
-  bool BooleanOr(const char* key, bool otherwise) const {
-    if (!Has(key)) return otherwise;
-    const Node node = At(key);
-    if (!node.value_.isBool()) node.Fail("must be true or false");
-    return node.value_.asBool();
-  }
-
-  std::string Text(const char* key) const {
-    const Node node = Required(key);
-    if (!node.value_.isString()) node.Fail("must be a string");
-    return node.value_.asString();
-  }
-
-  std::u16string Utf16(const char* key) const {
-    const auto text = Utf8ToUtf16(Text(key));
-    if (!text) At(key).Fail("is not valid UTF-8");
-    for (const char16_t unit : *text) {
-      if (unit < 0x20 || unit == 0x7F) At(key).Fail("must not contain control characters");
-    }
-    return *text;
-  }
-
-  template <size_t N>
-  uint8_t OneOf(const char* key, const Choice (&choices)[N]) const {
-    const std::string text = Text(key);
-    std::string names;
-    for (const Choice& choice : choices) {
-      if (text == choice.name) return choice.value;
-      names += (names.empty() ? "" : ", ") + std::string(choice.name);
-    }
-    At(key).Fail("must be one of " + names);
-  }
-
-  std::vector<Node> Elements(const char* key, unsigned low, unsigned high) const {
-    const Node node = Required(key);
-    if (!node.value_.isArray()) node.Fail("must be an array");
-    if (node.value_.size() < low || node.value_.size() > high) {
-      node.Fail("must have " + std::to_string(low) + " to " + std::to_string(high) + " elements");
-    }
-    std::vector<Node> elements;
-    for (Json::ArrayIndex i = 0; i < node.value_.size(); ++i) {
-      elements.emplace_back(node.value_[i], file_, node.path_ + "[" + std::to_string(i) + "]");
-    }
-    return elements;
-  }
-
- private:
-  Node Required(const char* key) const {
-    const Node node = At(key);
-    if (!Has(key)) node.Fail("is missing");
-    return node;
-  }
-
-  const Json::Value& value_;
-  std::string file_;
-  std::string path_;
-};
-
-/// Values that may occur once only, with the place of their first use.
-class Unique {
- public:
-  void Add(uint32_t value, const Node& node) {
-    const auto [it, inserted] = first_.emplace(value, node.Path());
-    if (!inserted) node.Fail("already used by " + it->second);
-  }
-
- private:
-  std::map<uint32_t, std::string> first_;
 };
 
 /// What must be unique in a lineup. Source ids from 0x1000 on name a source in a whole region,
@@ -183,6 +52,12 @@ struct ChannelIds {
 
 uint16_t ParsePid(const Node& node, const char* key, ChannelIds& ids) {
   const auto pid = static_cast<uint16_t>(node.Integer(key, kFirstPid, kLastPid));
+  for (const uint16_t first : {kEitPid, kEttPid}) {
+    if (pid >= first && pid < first + kMaxInstances) {
+      node.At(key).Fail("must not be one of the guide's, " + std::to_string(first) + " to " +
+                        std::to_string(first + kMaxInstances - 1));
+    }
+  }
   ids.pids.Add(pid, node.At(key));
   return pid;
 }
@@ -193,9 +68,8 @@ Stream ParseStream(const Node& node, ChannelIds& ids) {
   stream.type = node.OneOf("type", kStreamTypes);
   stream.pid = ParsePid(node, "pid", ids);
   if (node.Has("language")) {
-    stream.language = node.Text("language");
-    if (stream.language.size() != 3 || !std::all_of(stream.language.begin(), stream.language.end(),
-                                                    [](char c) { return c >= 'a' && c <= 'z'; })) {
+    stream.language = node.String("language");
+    if (!IsLanguage(stream.language)) {
       node.At("language").Fail("must be three lower-case letters");
     }
   }
@@ -259,13 +133,15 @@ void ParseVirtualChannel(const Node& node, Medium medium, Service& service, Line
   service.hidden = node.BooleanOr("hidden", false);
   service.hide_guide = node.BooleanOr("hide_guide", false);
   service.sld = node.BooleanOr("sld", true);
+  service.programmes = ParseProgrammes(node);
+  service.guide_offset = static_cast<uint32_t>(node.IntegerOr("guide_offset", 0, 1439, 0) * 60);
 }
 
 Service ParseService(const Node& node, Medium medium, const Channel& channel, LineupIds& lineup_ids,
                      ChannelIds& channel_ids) {
   node.AllowKeys({"program", "pmt_pid", "version", "name", "extended_name", "major", "minor",
                   "one_part", "source_id", "service_type", "hidden", "hide_guide", "sld",
-                  "streams"});
+                  "programmes", "guide_offset", "streams"});
   Service service;
   service.program = static_cast<uint16_t>(node.Integer("program", 1, 0xFFFF));
   channel_ids.programs.Add(service.program, node.At("program"));
@@ -275,7 +151,7 @@ Service ParseService(const Node& node, Medium medium, const Channel& channel, Li
     ParseVirtualChannel(node, medium, service, lineup_ids, channel_ids);
   } else {
     node.ForbidKeys({"name", "extended_name", "major", "minor", "one_part", "source_id",
-                     "service_type", "hidden", "hide_guide", "sld"},
+                     "service_type", "hidden", "hide_guide", "sld", "programmes", "guide_offset"},
                     "not in a channel without psip");
   }
   for (const Node& stream : node.Elements("streams", 0, kMaxStreams)) {
@@ -285,13 +161,18 @@ Service ParseService(const Node& node, Medium medium, const Channel& channel, Li
 }
 
 Channel ParseChannel(const Node& node, Medium medium, LineupIds& lineup_ids) {
-  node.AllowKeys({"frequency", "tsid", "version", "psip", "modulation", "services"});
+  node.AllowKeys({"frequency", "tsid", "version", "guide_version", "psip", "modulation", "services",
+                  "alerts"});
   Channel channel;
   channel.frequency = static_cast<uint32_t>(node.Integer("frequency", 54'000'000, 1'002'000'000));
   lineup_ids.frequencies.Add(channel.frequency, node.At("frequency"));
   channel.tsid = static_cast<uint16_t>(node.Integer("tsid", 0, 0xFFFF));
   channel.version = static_cast<uint8_t>(node.IntegerOr("version", 0, 31, 0));
+  const int64_t guide_version = node.IntegerOr("guide_version", 0, 31, 0);
+  channel.guide_version = static_cast<uint8_t>((channel.version + guide_version) % 32);
   channel.psip = node.BooleanOr("psip", true);
+  if (!channel.psip) node.ForbidKeys({"guide_version", "alerts"}, "not in a channel without psip");
+  channel.alerts = ParseAlerts(node);
   if (medium == Medium::kAir) {
     node.ForbidKeys({"modulation"}, "only for cable");
     channel.modulation = kModulation8Vsb;
@@ -307,7 +188,7 @@ Channel ParseChannel(const Node& node, Medium medium, LineupIds& lineup_ids) {
 }
 
 Lineup ParseRoot(const Node& node) {
-  node.AllowKeys({"medium", "daylight_saving", "channels"});
+  node.AllowKeys({"medium", "daylight_saving", "guide_hours", "rating_regions", "channels"});
   Lineup lineup;
   lineup.medium = static_cast<Medium>(node.OneOf("medium", kMedia));
   if (node.Has("daylight_saving")) {
@@ -318,6 +199,9 @@ Lineup ParseRoot(const Node& node) {
         static_cast<uint8_t>(saving.IntegerOr("day_of_month", 0, 31, 0));
     lineup.daylight_saving.hour = static_cast<uint8_t>(saving.IntegerOr("hour", 0, 23, 0));
   }
+  lineup.guide_hours =
+      static_cast<unsigned>(node.IntegerOr("guide_hours", 1, 3 * kMaxInstances, 24));
+  lineup.rating_regions = ParseRatingRegions(node);
   LineupIds ids;
   for (const Node& channel : node.Elements("channels", 1, kMaxChannels)) {
     lineup.channels.push_back(ParseChannel(channel, lineup.medium, ids));

@@ -15,6 +15,14 @@ class LineupError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+struct LanguageText {
+  std::string language;  ///< ISO 639-2, three letters
+  std::u16string text;
+};
+
+/// A text in one or more languages, in the order they are sent in. Empty: there is none.
+using Text = std::vector<LanguageText>;
+
 /// An elementary stream of a service. The last four fields are those of the AC-3 audio stream
 /// descriptor (A/52 Annex A) and are used for AC-3 only.
 struct Stream {
@@ -28,6 +36,36 @@ struct Stream {
 };
 
 constexpr uint8_t kStreamTypeAc3 = 0x81;
+
+/// What a programme is rated in one rating region: an entry of the content_advisory_descriptor
+/// (A/65 6.9.3).
+struct Rating {
+  struct Dimension {
+    uint8_t index = 0;  ///< as the region's RRT counts them
+    uint8_t value = 0;
+  };
+  uint8_t region = 0;
+  std::vector<Dimension> dimensions;
+  Text text;  ///< rating_description_text
+};
+
+/// An entry of the caption_service_descriptor (A/65 6.9.2).
+struct CaptionService {
+  std::string language;
+  bool digital = true;
+  uint8_t number = 0;  ///< caption_service_number, or line21_field when not digital
+  bool easy_reader = false;
+  bool wide = false;
+};
+
+struct Programme {
+  uint32_t duration = 0;  ///< seconds
+  Text title;
+  Text description;  ///< no ETM when empty
+  std::vector<Rating> ratings;
+  std::vector<CaptionService> captions;
+  std::vector<uint8_t> genres;  ///< categorical genre codes, A/65 6.9.13
+};
 
 /// A service: one program of the PAT and, in a channel with PSIP, one virtual channel of the VCT.
 struct Service {
@@ -44,16 +82,58 @@ struct Service {
   bool hide_guide = false;
   bool sld = true;  ///< with a service location descriptor
   std::vector<Stream> streams;
+  /// They follow each other without end, as though the first had begun `guide_offset` seconds into
+  /// 1980-01-06 (UTC). None: the service is not in the guide.
+  std::vector<Programme> programmes;
+  uint32_t guide_offset = 0;
+};
+
+/// A cable emergency alert, SCTE 18 5.
+struct Alert {
+  struct Location {
+    uint8_t state = 0;        ///< FIPS code; 0: the whole country
+    uint8_t subdivision = 0;  ///< of the county; 0: all of it
+    uint16_t county = 0;      ///< FIPS code; 0: the whole state
+  };
+  uint8_t sequence = 0;
+  uint16_t event_id = 0;
+  std::string originator;  ///< 3 characters
+  std::string event_code;
+  Text activation_text;
+  Text text;
+  uint8_t time_remaining = 0;  ///< seconds; 0: indefinite
+  uint16_t duration = 0;       ///< minutes; 0: indefinite
+  uint8_t priority = 0;
+  std::vector<Location> locations;
+};
+
+/// A rating region table, A/65 6.4.
+struct RatingRegion {
+  struct Value {
+    Text abbreviation;
+    Text rating;
+  };
+  struct Dimension {
+    Text name;
+    bool graduated = false;
+    std::vector<Value> values;
+  };
+  uint8_t region = 0;
+  uint8_t version = 0;
+  Text name;
+  std::vector<Dimension> dimensions;
 };
 
 /// One transport stream.
 struct Channel {
   uint32_t frequency = 0;  ///< centre frequency, Hz
   uint16_t tsid = 0;
-  uint8_t version = 0;     ///< version_number of the PAT, MGT and VCT
-  bool psip = true;        ///< false: PAT and PMT only
-  uint8_t modulation = 0;  ///< modulation_mode, A/65 6.3.1
+  uint8_t version = 0;        ///< version_number of the PAT and VCT
+  uint8_t guide_version = 0;  ///< that of the MGT, EIT and ETT
+  bool psip = true;           ///< false: PAT and PMT only
+  uint8_t modulation = 0;     ///< modulation_mode, A/65 6.3.1
   std::vector<Service> services;
+  std::vector<Alert> alerts;
 };
 
 /// The daylight_savings field of the STT, A/65 Annex A.
@@ -66,6 +146,8 @@ struct DaylightSaving {
 struct Lineup {
   Medium medium = Medium::kAir;
   DaylightSaving daylight_saving;
+  unsigned guide_hours = 0;  ///< how much of the guide is sent
+  std::vector<RatingRegion> rating_regions;
   std::vector<Channel> channels;
 };
 

@@ -30,9 +30,10 @@ constexpr char kDescription[] =
     "\n"
     "Writes DIR/vsb/FREQUENCY.ts for every channel of an air lineup and\n"
     "DIR/qam/FREQUENCY.ts for every channel of a cable lineup, frequencies in Hz.\n"
-    "A stream holds PAT, PMT, MGT, VCT and STT, is 4 seconds long at 1000 packets\n"
-    "a second, and is meant to be played in a loop. The tables announce audio and\n"
-    "video, but none is carried: those PIDs stay silent.";
+    "A stream holds PAT, PMT, MGT, VCT and STT, and what the lineup says of guide (EIT,\n"
+    "ETT), rating regions (RRT) and emergency alerts. It has 1000 packets a second, is\n"
+    "4 seconds long, with a large guide up to 16, and is meant to be played in a loop.\n"
+    "The tables announce audio and video, but none is carried: those PIDs stay silent.";
 
 constexpr int64_t kGpsEpoch = 315964800;  // 1980-01-06T00:00:00Z in Unix time
 
@@ -74,7 +75,9 @@ std::optional<int64_t> ParseTime(const std::string& text) {
 /// STT system_time of a Unix time, or nothing when it lies outside the 32-bit field.
 std::optional<uint32_t> SystemTime(int64_t unix_time) {
   const int64_t seconds = unix_time - kGpsEpoch + psipmux::kGpsUtcOffset;
-  if (unix_time < kGpsEpoch || seconds > INT64_C(0xFFFFFFFF) - 60) return std::nullopt;
+  // The guide reaches past the present by 16 days and the length of its last programme.
+  constexpr int64_t kGuide = 20 * 86400;
+  if (unix_time < kGpsEpoch || seconds > INT64_C(0xFFFFFFFF) - kGuide) return std::nullopt;
   return static_cast<uint32_t>(seconds);
 }
 
@@ -83,9 +86,14 @@ std::optional<uint32_t> SystemTime(int64_t unix_time) {
 class PendingFile {
  public:
   PendingFile(fs::path target, const psipmux::Bytes& content) : target_(std::move(target)) {
-    temporary_ = target_.parent_path() /
-                 ("." + target_.filename().string() + "." + std::to_string(::getpid()));
-    const int fd = ::open(temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    // A run that was killed may have left a file, and another machine may use the folder too.
+    constexpr int kMostNames = 1000;
+    const std::string name = "." + target_.filename().string() + "." + std::to_string(::getpid());
+    int fd = -1;
+    for (int i = 0; i < kMostNames && fd < 0 && (i == 0 || errno == EEXIST); ++i) {
+      temporary_ = target_.parent_path() / (name + "-" + std::to_string(i));
+      fd = ::open(temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    }
     if (fd < 0) {
       const int error = errno;
       temporary_.clear();
@@ -187,9 +195,10 @@ int main(int argc, char** argv) {
     app.add_option("--out", out, "Air folder to write to; made when missing")
         ->required()
         ->type_name("DIR");
-    app.add_option("--start", start,
-                   "UTC time at the start of the streams, like 2026-04-22T19:39:46Z (default: "
-                   "now). Each loop begins again at this time")
+    app.add_option(
+           "--start", start,
+           "UTC time at the start of the streams, like 2026-04-22T19:39:46Z (default: "
+           "now). Each loop begins again at this time, the guide with the three hours it lies in")
         ->type_name("TIME");
     try {
       app.parse(argc, argv);

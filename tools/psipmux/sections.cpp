@@ -1,6 +1,6 @@
 #include "sections.h"
 
-#include <algorithm>
+#include <numeric>
 
 namespace psipmux {
 namespace {
@@ -16,53 +16,6 @@ constexpr uint16_t kTableTypeTvct = 0x0000;  // current_next_indicator 1
 constexpr uint16_t kTableTypeCvct = 0x0002;
 
 constexpr uint16_t kNoPid = 0x1FFF;
-constexpr size_t kSectionHeaderSize = 8;
-constexpr size_t kCrcSize = 4;
-constexpr size_t kMaxSectionSize = 1024;  // PAT, PMT and VCT; others may have 4096
-
-void Put8(Bytes& out, unsigned value) { out.push_back(static_cast<uint8_t>(value)); }
-
-void Put16(Bytes& out, unsigned value) {
-  Put8(out, value >> 8 & 0xFF);
-  Put8(out, value & 0xFF);
-}
-
-void Put32(Bytes& out, uint32_t value) {
-  Put16(out, value >> 16);
-  Put16(out, value & 0xFFFF);
-}
-
-void Append(Bytes& out, const Bytes& more) { out.insert(out.end(), more.begin(), more.end()); }
-
-void PutLanguage(Bytes& out, const std::string& language) {
-  for (size_t i = 0; i < 3; ++i) {
-    Put8(out, i < language.size() ? static_cast<uint8_t>(language[i]) : 0);
-  }
-}
-
-void PutDescriptor(Bytes& out, uint8_t tag, const Bytes& body) {
-  Put8(out, tag);
-  Put8(out, static_cast<unsigned>(body.size()));
-  Append(out, body);
-}
-
-/// Wraps `body` in the long section form of ISO 13818-1. The private_indicator is set for the
-/// tables of A/65 and clear for those of ISO 13818-1, whose table ids are below 0x40.
-Bytes LongSection(uint8_t table_id, uint16_t extension, uint8_t version, size_t number, size_t last,
-                  const Bytes& body) {
-  Bytes out;
-  Put8(out, table_id);
-  const size_t length = kSectionHeaderSize - 3 + body.size() + kCrcSize;
-  Put16(out, (table_id < 0x40 ? 0xB000u : 0xF000u) | static_cast<unsigned>(length));
-  Put16(out, extension);
-  Put8(out, 0xC1u | static_cast<unsigned>(version) << 1);
-  Put8(out, static_cast<unsigned>(number));
-  Put8(out, static_cast<unsigned>(last));
-  Append(out, body);
-  Put32(out, Crc32(out));
-  return out;
-}
-
 uint16_t PcrPid(const Service& service) {
   return service.streams.empty() ? kNoPid : service.streams.front().pid;
 }
@@ -130,7 +83,7 @@ Bytes VirtualChannel(Medium medium, const Channel& channel, const Service& servi
   Bytes descriptors;
   if (service.sld) PutDescriptor(descriptors, 0xA1, ServiceLocation(service));
   if (!service.extended_name.empty()) {
-    PutDescriptor(descriptors, 0xA0, MultipleString(service.extended_name));
+    PutDescriptor(descriptors, 0xA0, MultipleString({{"eng", service.extended_name}}));
   }
   Put16(out, 0xFC00u | static_cast<unsigned>(descriptors.size()));
   Append(out, descriptors);
@@ -138,34 +91,6 @@ Bytes VirtualChannel(Medium medium, const Channel& channel, const Service& servi
 }
 
 }  // namespace
-
-uint32_t Crc32(const Bytes& data) {
-  uint32_t crc = 0xFFFFFFFFu;
-  for (const uint8_t byte : data) {
-    crc ^= static_cast<uint32_t>(byte) << 24;
-    for (int bit = 0; bit < 8; ++bit) crc = crc << 1 ^ ((crc >> 31) != 0 ? 0x04C11DB7u : 0);
-  }
-  return crc;
-}
-
-Bytes MultipleString(const std::u16string& text) {
-  constexpr uint8_t kModeLatin1 = 0x00;
-  constexpr uint8_t kModeUtf16 = 0x3F;
-  const bool wide =
-      std::any_of(text.begin(), text.end(), [](char16_t unit) { return unit > 0xFF; });
-  Bytes out;
-  Put8(out, 1);  // number_strings
-  PutLanguage(out, "eng");
-  Put8(out, 1);  // number_segments
-  Put8(out, 0);  // no compression
-  Put8(out, wide ? kModeUtf16 : kModeLatin1);
-  Put8(out, static_cast<unsigned>(wide ? text.size() * 2 : text.size()));
-  for (const char16_t unit : text) {
-    if (wide) Put8(out, unit >> 8);
-    Put8(out, unit & 0xFF);
-  }
-  return out;
-}
 
 Bytes BuildPat(const Channel& channel) {
   Bytes body;
@@ -251,15 +176,14 @@ Bytes BuildStt(uint32_t system_time, const DaylightSaving& saving) {
   return LongSection(kSttTableId, 0, 0, 0, 0, body);
 }
 
+size_t TotalSize(const std::vector<Bytes>& sections) {
+  return std::accumulate(sections.begin(), sections.end(), size_t{0},
+                         [](size_t sum, const Bytes& section) { return sum + section.size(); });
+}
+
 MgtEntry VctMgtEntry(Medium medium, const Channel& channel, const std::vector<Bytes>& sections) {
-  MgtEntry entry;
-  entry.table_type = medium == Medium::kAir ? kTableTypeTvct : kTableTypeCvct;
-  entry.pid = kPsipPid;
-  entry.version = channel.version;
-  for (const Bytes& section : sections) {
-    entry.number_bytes += static_cast<uint32_t>(section.size());
-  }
-  return entry;
+  return {medium == Medium::kAir ? kTableTypeTvct : kTableTypeCvct, kPsipPid, channel.version,
+          static_cast<uint32_t>(TotalSize(sections))};
 }
 
 }  // namespace psipmux

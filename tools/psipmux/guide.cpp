@@ -1,0 +1,239 @@
+#include "guide.h"
+
+#include <algorithm>
+
+namespace psipmux {
+namespace {
+
+constexpr uint8_t kRrtTableId = 0xCA;
+constexpr uint8_t kEitTableId = 0xCB;
+constexpr uint8_t kEttTableId = 0xCC;
+constexpr uint8_t kAlertTableId = 0xD8;
+
+constexpr uint16_t kTableTypeEit = 0x0100;
+constexpr uint16_t kTableTypeEtt = 0x0200;
+constexpr uint16_t kTableTypeRrt = 0x0300;  // of rating region 0, which there is not
+
+constexpr uint32_t kSegmentSeconds = 3 * 3600;
+
+struct Event {
+  uint32_t start = 0;  // GPS seconds
+  uint16_t id = 0;
+  const Programme* programme = nullptr;
+
+  uint32_t End() const { return start + programme->duration; }
+};
+
+/// The programmes of a service that run at some time from `begin` until `end` (GPS seconds).
+std::vector<Event> Events(const Service& service, uint32_t begin, uint32_t end) {
+  std::vector<Event> events;
+  uint32_t period = 0;
+  for (const Programme& programme : service.programmes) period += programme.duration;
+  if (period == 0) return events;
+  uint32_t start = service.guide_offset + kGpsUtcOffset;
+  if (start < begin) start += (begin - start) / period * period;
+  while (start < end) {
+    for (const Programme& programme : service.programmes) {
+      if (start < end && start + programme.duration > begin) {
+        // No programme is shorter than 5 minutes: an id returns after 56 days.
+        events.push_back({start, static_cast<uint16_t>(start / 300 & 0x3FFF), &programme});
+      }
+      start += programme.duration;
+    }
+  }
+  return events;
+}
+
+/// caption_service_descriptor, A/65 6.9.2.
+Bytes CaptionServices(const std::vector<CaptionService>& captions) {
+  Bytes body;
+  Put8(body, 0xE0u | static_cast<unsigned>(captions.size()));
+  for (const CaptionService& caption : captions) {
+    PutLanguage(body, caption.language);
+    Put8(body, (caption.digital ? 0xC0u : 0x7Eu) | caption.number);
+    Put16(body, 0x3FFFu | (caption.easy_reader ? 0x8000u : 0) | (caption.wide ? 0x4000u : 0));
+  }
+  return body;
+}
+
+/// genre_descriptor, A/65 6.9.13.
+Bytes Genres(const std::vector<uint8_t>& genres) {
+  Bytes body;
+  Put8(body, 0xE0u | static_cast<unsigned>(genres.size()));
+  Append(body, genres);
+  return body;
+}
+
+/// One event of the loop in an EIT.
+Bytes EitEvent(const Event& event) {
+  constexpr uint32_t kEtmInThisStream = 1;
+  const Programme& programme = *event.programme;
+  Bytes out;
+  Put16(out, 0xC000u | event.id);
+  Put32(out, event.start);
+  const uint32_t etm_location = programme.description.empty() ? 0 : kEtmInThisStream;
+  const uint32_t location_and_length = 0xC00000u | etm_location << 20 | programme.duration;
+  Put8(out, location_and_length >> 16);
+  Put16(out, location_and_length & 0xFFFF);
+  PutShortText(out, programme.title);
+  Bytes descriptors;
+  if (!programme.captions.empty()) {
+    PutDescriptor(descriptors, 0x86, CaptionServices(programme.captions));
+  }
+  if (!programme.ratings.empty()) {
+    PutDescriptor(descriptors, 0x87, ContentAdvisory(programme.ratings));
+  }
+  if (!programme.genres.empty()) PutDescriptor(descriptors, 0xAB, Genres(programme.genres));
+  Put16(out, 0xF000u | static_cast<unsigned>(descriptors.size()));
+  Append(out, descriptors);
+  return out;
+}
+
+/// The EIT of one service in one instance, in as many sections as needed.
+std::vector<Bytes> BuildEit(uint16_t source_id, uint8_t version, const std::vector<Event>& events) {
+  constexpr size_t kAround = 2;  // protocol_version, num_events_in_section
+  constexpr size_t kMaxLoop = kMaxLongSectionSize - kSectionHeaderSize - kCrcSize - kAround;
+  struct Part {
+    unsigned events = 0;
+    Bytes loop;
+  };
+  std::vector<Part> parts(1);
+  for (const Event& event : events) {
+    const Bytes entry = EitEvent(event);
+    if (parts.back().loop.size() + entry.size() > kMaxLoop) parts.emplace_back();
+    ++parts.back().events;
+    Append(parts.back().loop, entry);
+  }
+  std::vector<Bytes> sections;
+  for (const Part& part : parts) {
+    Bytes body;
+    Put8(body, 0);  // protocol_version
+    Put8(body, part.events);
+    Append(body, part.loop);
+    sections.push_back(
+        LongSection(kEitTableId, source_id, version, sections.size(), parts.size() - 1, body));
+  }
+  return sections;
+}
+
+Bytes BuildEtt(size_t extension, uint8_t version, uint16_t source_id, const Event& event) {
+  constexpr unsigned kEtmOfEvent = 2;
+  Bytes body;
+  Put8(body, 0);  // protocol_version
+  Put16(body, source_id);
+  Put16(body, static_cast<unsigned>(event.id) << 2 | kEtmOfEvent);
+  Append(body, MultipleString(event.programme->description));
+  return LongSection(kEttTableId, static_cast<uint16_t>(extension), version, 0, 0, body);
+}
+
+}  // namespace
+
+std::vector<GuideTable> BuildGuide(const Lineup& lineup, const Channel& channel,
+                                   uint32_t system_time) {
+  const uint32_t begin =
+      (system_time - kGpsUtcOffset) / kSegmentSeconds * kSegmentSeconds + kGpsUtcOffset;
+  const unsigned instances = (lineup.guide_hours + 2) / 3;
+  std::vector<std::vector<Event>> events;
+  for (const Service& service : channel.services) {
+    events.push_back(Events(service, begin, begin + instances * kSegmentSeconds));
+  }
+  std::vector<GuideTable> tables;
+  for (unsigned k = 0; k < instances; ++k) {
+    const auto number = static_cast<uint16_t>(k);
+    GuideTable eit{
+        static_cast<uint16_t>(kTableTypeEit + number), static_cast<uint16_t>(kEitPid + number), {}};
+    GuideTable ett{
+        static_cast<uint16_t>(kTableTypeEtt + number), static_cast<uint16_t>(kEttPid + number), {}};
+    const uint32_t from = begin + k * kSegmentSeconds;
+    for (size_t s = 0; s < channel.services.size(); ++s) {
+      const uint16_t source_id = channel.services[s].source_id;
+      const auto first = std::partition_point(events[s].begin(), events[s].end(),
+                                              [&](const Event& e) { return e.End() <= from; });
+      const auto last = std::partition_point(
+          first, events[s].end(), [&](const Event& e) { return e.start < from + kSegmentSeconds; });
+      if (first == last) continue;
+      for (Bytes& section : BuildEit(source_id, channel.guide_version, {first, last})) {
+        eit.sections.push_back(std::move(section));
+      }
+      for (auto event = first; event != last; ++event) {
+        if (event->programme->description.empty()) continue;
+        ett.sections.push_back(
+            BuildEtt(ett.sections.size(), channel.guide_version, source_id, *event));
+      }
+    }
+    for (GuideTable* table : {&eit, &ett}) {
+      if (!table->sections.empty()) tables.push_back(std::move(*table));
+    }
+  }
+  return tables;
+}
+
+Bytes ContentAdvisory(const std::vector<Rating>& ratings) {
+  Bytes body;
+  Put8(body, 0xC0u | static_cast<unsigned>(ratings.size()));
+  for (const Rating& rating : ratings) {
+    Put8(body, rating.region);
+    Put8(body, static_cast<unsigned>(rating.dimensions.size()));
+    for (const Rating::Dimension& dimension : rating.dimensions) {
+      Put8(body, dimension.index);
+      Put8(body, 0xF0u | dimension.value);
+    }
+    PutShortText(body, rating.text);
+  }
+  return body;
+}
+
+Bytes BuildRrt(const RatingRegion& region) {
+  Bytes body;
+  Put8(body, 0);  // protocol_version
+  PutShortText(body, region.name);
+  Put8(body, static_cast<unsigned>(region.dimensions.size()));
+  for (const RatingRegion::Dimension& dimension : region.dimensions) {
+    PutShortText(body, dimension.name);
+    Put8(body, 0xE0u | (dimension.graduated ? 0x10u : 0) |
+                   static_cast<unsigned>(dimension.values.size()));
+    for (const RatingRegion::Value& value : dimension.values) {
+      PutShortText(body, value.abbreviation);
+      PutShortText(body, value.rating);
+    }
+  }
+  Put16(body, 0xFC00);  // descriptors_length
+  return LongSection(kRrtTableId, static_cast<uint16_t>(0xFF00u | region.region), region.version, 0,
+                     0, body);
+}
+
+MgtEntry RrtMgtEntry(const RatingRegion& region, const Bytes& section) {
+  return {static_cast<uint16_t>(kTableTypeRrt + region.region), kPsipPid, region.version,
+          static_cast<uint32_t>(section.size())};
+}
+
+Bytes BuildAlert(const Alert& alert) {
+  Bytes body;
+  Put8(body, 0);  // protocol_version
+  Put16(body, alert.event_id);
+  Append(body, Bytes(alert.originator.begin(), alert.originator.end()));
+  Put8(body, static_cast<unsigned>(alert.event_code.size()));
+  Append(body, Bytes(alert.event_code.begin(), alert.event_code.end()));
+  PutShortText(body, alert.activation_text);
+  Put8(body, alert.time_remaining);
+  Put32(body, 0);  // event_start_time
+  Put16(body, alert.duration);
+  Put16(body, 0xFFF0u | alert.priority);
+  Put16(body, 0);       // details_OOB_source_ID
+  Put16(body, 0xFC00);  // details_major_channel_number
+  Put16(body, 0xFC00);  // details_minor_channel_number
+  Put16(body, 0);       // audio_OOB_source_ID
+  const Bytes text = alert.text.empty() ? Bytes() : MultipleString(alert.text);
+  Put16(body, static_cast<unsigned>(text.size()));
+  Append(body, text);
+  Put8(body, static_cast<unsigned>(alert.locations.size()));
+  for (const Alert::Location& location : alert.locations) {
+    Put8(body, location.state);
+    Put16(body, static_cast<unsigned>(location.subdivision) << 12 | 0x0C00u | location.county);
+  }
+  Put8(body, 0);        // exception_count
+  Put16(body, 0xFC00);  // descriptors_length
+  return LongSection(kAlertTableId, 0, alert.sequence, 0, 0, body);
+}
+
+}  // namespace psipmux

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "bytes.h"
+#include "lineup.h"
+#include "sections.h"
+
+namespace psipmux {
+
+/// The PIDs of EIT-0 and ETT-0; those of instance k lie k above. No stream may have them.
+constexpr uint16_t kEitPid = 0x1D00;
+constexpr uint16_t kEttPid = 0x1E00;
+constexpr unsigned kMaxInstances = 128;
+
+/// An instance of the EIT or ETT: its sections are those of all services.
+struct GuideTable {
+  uint16_t table_type = 0;  ///< as in the MGT
+  uint16_t pid = 0;
+  std::vector<Bytes> sections;
+};
+
+/// EIT-0, ETT-0, EIT-1, and so on (A/65 6.5, 6.6); those that would have no section are left out.
+/// Instance 0 is that of the three hours, counted from midnight UTC, in which `system_time` (GPS
+/// seconds) lies.
+std::vector<GuideTable> BuildGuide(const Lineup& lineup, const Channel& channel,
+                                   uint32_t system_time);
+
+/// content_advisory_descriptor (A/65 6.9.3) without its tag and length.
+Bytes ContentAdvisory(const std::vector<Rating>& ratings);
+
+/// Rating region table (A/65 6.4). It has one section of at most 1024 bytes; what is returned for
+/// a larger region is longer than that.
+Bytes BuildRrt(const RatingRegion& region);
+MgtEntry RrtMgtEntry(const RatingRegion& region, const Bytes& section);
+
+/// cable_emergency_alert (SCTE 18 5), beginning at once.
+Bytes BuildAlert(const Alert& alert);
+
+}  // namespace psipmux
