@@ -37,9 +37,9 @@ typedef struct ATSCCustomizedParameter {
 // changes of the service list into one synchronisation. Then, unless `record` is null, fills it
 // from the customization file (a JSON object with the field names as keys: environment variable
 // ATSC_CUSTOM_FILE, else "qel.atsc.json" beside the executable, else
-// "/system/com.qel.atsc/qel.atsc.json") and prints it to standard output. What the file lacks or
-// has wrong is 0. `record` stays the caller's. Once, on the main thread, before
-// ATSC_Service_db_init() and before any command is served.
+// "/system/com.qel.atsc/qel.atsc.json") and prints it to standard output. What the file lacks, or
+// what cannot be converted to the field, is 0. `record` stays the caller's. Once, on the main
+// thread, before ATSC_Service_db_init() and before any command is served.
 void ATSC_Service_init(ATSCCustomizedParameter* record);
 
 // Takes one event of the middleware: `event` is an AFW_event_t, `data` is read before the return.
@@ -61,8 +61,9 @@ int32_t ATSC_Service_db_init(void);
 int ATSC_Service_db_UpdateChannel(int input_type);
 
 // Rewrites the guide of an input from the middleware's events: input type 2 is `event_t`, any other
-// `event_c`. Readers see the old or the new guide. A failure is printed and leaves the old one. On
-// the guide queue's thread: one call at a time.
+// `event_c`. Readers see the old or the new guide. A database failure is printed and leaves the old
+// one, so does a service list that the middleware cannot give; events that it cannot give are
+// missing. On the guide queue's thread: one call at a time.
 void ATSC_Service_db_UpdateEvent(int input_type);
 
 // Key of a channel lookup, passed by value.

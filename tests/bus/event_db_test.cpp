@@ -85,17 +85,20 @@ TEST_F(EventTableTest, TextsOfEveryKind) {
   severalUnknown.allRatings = "";
   fake::Event hostile = programme("x'); DROP TABLE event_t; --");
   hostile.description = "\x20\xAC\0'"s;
+  fake::Event manyGenres = programme("many");
+  manyGenres.info.genre_count = 255;
   fake::Event ended = programme("");
   ended.name = "be\0yond"s;
   ended.nameEncoding = 0;
-  update({plain, unnamed, full, zero, several, severalUnknown, hostile, ended});
+  update({plain, unnamed, full, zero, several, severalUnknown, hostile, ended, manyGenres});
   EXPECT_THAT(
       rows("SELECT name || '|' || rating || '|' || \"desc\" FROM event_t"),
       ElementsAre("caf\xC3\xA9|No rating|", "EMPTY|No rating|",
                   std::string(AIEC_NAME_SIZE / 2, 'n') + '|' + std::string(AIEC_RATING_SIZE, 'r') +
                       '|' + std::string(AIEC_DESCRIPTION_SIZE / 2, 'd'),
                   "zero|Not rated|", "several|TV-PG, PG-13|", "several|Not rated|",
-                  "x'); DROP TABLE event_t; --|No rating|\xE2\x82\xAC'", "be|No rating|"));
+                  "x'); DROP TABLE event_t; --|No rating|\xE2\x82\xAC'", "be|No rating|",
+                  "many|No rating|"));
 }
 
 TEST_F(EventTableTest, InputsHaveTablesOfTheirOwn) {
@@ -137,20 +140,27 @@ TEST_F(EventTableTest, MiddlewareThatFailsInTheMiddle) {
   EXPECT_THAT(rewrite(), ElementsAre("a", "b", "c", "d"));
 }
 
+// The guide is larger than SQLite's cache, and the reader does not wait.
 TEST_F(EventTableTest, ReadersSeeTheOldOrTheNewGuide) {
-  update({programme("old"), programme("old")});
-  bool looked = false;
+  constexpr size_t kMany = 10000;
+  fake::Event large = programme("old");
+  large.description = fake::utf16(std::string(300, 'd'));
+  update(std::vector<fake::Event>(kMany, large));
+  large.name = fake::utf16("new");
+  const auto names = [this] { return rows("SELECT DISTINCT name FROM event_t"); };
+  size_t events = 0;
   fake::onCall([&](const std::string& call) {
-    if (call.rfind("AIEC_get_event_description", 0) != 0) return;
-    looked = true;
-    EXPECT_THAT(rows("SELECT name FROM event_t"), ElementsAre("old", "old"));
+    if (call.rfind("AIEC_get_event_description", 0) != 0 || ++events < kMany) return;
+    EXPECT_THAT(names(), ElementsAre("old"));
   });
-  update({programme("new")});
-  EXPECT_TRUE(looked);
+  update(std::vector<fake::Event>(kMany, large));
+  EXPECT_EQ(kMany, events);
+  EXPECT_THAT(names(), ElementsAre("new"));
   fake::onCall(nullptr);
-  EXPECT_THAT(rows("SELECT name FROM event_t"), ElementsAre("new"));
+}
 
-  // A failure in the middle leaves the old one and says so.
+TEST_F(EventTableTest, FailureInTheMiddleLeavesTheOldGuideAndSaysSo) {
+  update({programme("old")});
   execute(
       "CREATE TRIGGER no BEFORE INSERT ON event_t WHEN new.name = 'bad' "
       "BEGIN SELECT RAISE(ABORT, 'refused'); END");
@@ -159,7 +169,7 @@ TEST_F(EventTableTest, ReadersSeeTheOldOrTheNewGuide) {
   EXPECT_THAT(::testing::internal::GetCapturedStdout(),
               AllOf(HasSubstr("[Error]SQLite exception: refused at ATSC_Service_db_UpdateEvent_"),
                     HasSubstr(", command:INSERT INTO event_t ( ch_id_pk,"), HasSubstr("'bad'")));
-  EXPECT_THAT(rows("SELECT name FROM event_t"), ElementsAre("new"));
+  EXPECT_THAT(rows("SELECT name FROM event_t"), ElementsAre("old"));
 }
 
 TEST_F(EventTableTest, BrokenFileIsReplaced) {

@@ -173,7 +173,9 @@ TEST_F(EventTest, Times) {
 
 TEST_F(EventTest, ServiceChangesAreAnnouncedOnceAndOnlyWhenTheTableChanged) {
   _ATSC_Service_db_createChannelDB();
-  fake::setServices(AI_INPUT_TERRESTRIAL, {fake::service(7, 1, 177000000, "News")});
+  const fake::Service service = fake::service(7, 1, 57000000, "News", AI_INPUT_CABLE);
+  fake::setServices(AI_INPUT_CABLE, {service});
+  fake::setCurrent(service, AI_INPUT_CABLE);
   for (const AFW_event_t event :
        {AFW_SERVICE_ADDED, AFW_SERVICE_DELETED, AFW_SERVICE_BUILD_COMPLETED}) {
     ATSC_Service_event_cb(event, nullptr);
@@ -181,7 +183,7 @@ TEST_F(EventTest, ServiceChangesAreAnnouncedOnceAndOnlyWhenTheTableChanged) {
   EXPECT_THAT(fake::sent(), IsEmpty());
   ASSERT_TRUE(fake::fireTimer());
   EXPECT_EQ("SERVICE_BUILD_COMPLETED", kindOf(fake::waitForSent(1).at(0)));
-  EXPECT_THAT(rows("SELECT name FROM channel_data_t"), ElementsAre("News"));
+  EXPECT_THAT(rows("SELECT name FROM channel_data_c"), ElementsAre("News"));
 
   ATSC_Service_event_cb(AFW_SERVICE_BUILD_COMPLETED, nullptr);
   ASSERT_TRUE(fake::fireTimer());
@@ -189,24 +191,28 @@ TEST_F(EventTest, ServiceChangesAreAnnouncedOnceAndOnlyWhenTheTableChanged) {
   EXPECT_EQ("VIEWING_DELAY", kindOf(fake::waitForSent(2).at(1)));
 }
 
-TEST_F(EventTest, RebuiltChannelListIsAnnouncedAtStart) {
+TEST_F(EventTest, OnlyARebuiltChannelListIsAnnouncedAtStart) {
+  fake::setServices(AI_INPUT_TERRESTRIAL, {fake::service(7, 1, 177000000, "News")});
+  Lines names;
+  fake::onSend([&](const std::string&) { names = rows("SELECT name FROM channel_data_t"); });
   ATSC_Service_db_init();
   EXPECT_EQ("SERVICE_BUILD_COMPLETED", kindOf(fake::waitForSent(1).at(0)));
+  EXPECT_THAT(names, ElementsAre("News"));
   ATSC_Service_db_init();  // nothing to rebuild
-  ATSC_Service_event_cb_Ex();
-  EXPECT_EQ(2u, fake::waitForSent(2).size());
+  ATSC_Service_event_cb(AFW_VIEWING_DELAY, nullptr);
+  EXPECT_EQ("VIEWING_DELAY", kindOf(fake::waitForSent(2).at(1)));
 }
 
 TEST_F(EventTest, GuideIsInTheFileWhenItsMessageArrives) {
-  fake::Service service = fake::service(7, 1, 177000000, "News");
-  fake::setServices(AI_INPUT_TERRESTRIAL, {service});
-  fake::setCurrent(service, AI_INPUT_TERRESTRIAL);
+  const fake::Service service = fake::service(7, 1, 57000000, "News", AI_INPUT_CABLE);
+  fake::setServices(AI_INPUT_CABLE, {service});
+  fake::setCurrent(service, AI_INPUT_CABLE);
   int programmes = 0;
   std::vector<std::string> seen;
   fake::onSend([&](const std::string& text) {
     SQLite::Database database((folder_ / "events.db").string());
     seen.push_back(kindOf(text) + " " +
-                   database.execAndGet("SELECT count(*) FROM event_t").getString());
+                   database.execAndGet("SELECT count(*) FROM event_c").getString());
   });
   for (const AFW_event_t event : {AFW_EPG_UPDATE, AFW_EPG_COMPLETE, AFW_EPG_UPDATE}) {
     fake::setEvents(service, std::vector<fake::Event>(static_cast<size_t>(++programmes)));

@@ -60,11 +60,7 @@ void readCustomization(ATSCCustomizedParameter& record) {
 
 void ATSC_Service_init(ATSCCustomizedParameter* record) {
   ATSC_ENTER();
-  try {
-    _ATSC_Service_Task_init();
-  } catch (const std::exception& e) {
-    ATSC_LOG(Error, "callback threads: %s", e.what());
-  }
+  _ATSC_Service_Task_init();
   OSAL_timer_create("DB_SRV_TIMER", 2, &service_update_tmr_id);
   if (record != nullptr) {
     *record = {};

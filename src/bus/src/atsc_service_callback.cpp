@@ -9,7 +9,7 @@
 #include "atsc_service_event.h"
 #include "atsc_text.h"
 
-ATSC_LOGGER("atsc/service/event")
+ATSC_LOGGER("atsc/service")
 
 namespace {
 

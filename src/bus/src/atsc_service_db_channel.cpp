@@ -329,6 +329,8 @@ class ChannelRewrite {
         database = open();
       }
       // Immediate: a read that becomes a write would not wait for another writer.
+      // Pages written before the commit would lock the readers out.
+      database->exec("PRAGMA cache_spill = OFF");
       SQLite::Transaction transaction(*database, SQLite::TransactionBehavior::IMMEDIATE);
       if (existed) takeSnapshot(*database);
       rewrite(*database, now);

@@ -55,7 +55,7 @@ class Event {
     } else {
       std::array<uint8_t, AIEC_RATING_SIZE> buffer{};
       multiple_lang_t all{buffer.data(), AIEC_RATING_SIZE, 0};
-      AIEC_get_multiple_event_rating_string(&info_.key, &all);
+      ATSC_CALL(AIEC_get_multiple_event_rating_string, &info_.key, &all);
       ratingText(all, text);
     }
   }
@@ -69,14 +69,15 @@ class Event {
   void description(std::string& text) {
     description_.fill(0);
     multiple_lang_t lent{description_.data(), AIEC_DESCRIPTION_SIZE, 0};
-    AIEC_get_event_description(&info_.key, &lent);
+    ATSC_CALL(AIEC_get_event_description, &info_.key, &lent);
     atsc::textToUTF8(lent, AIEC_DESCRIPTION_SIZE, text);
   }
 
  private:
   // A lent buffer that came back as it was holds no rating.
   static void ratingText(const multiple_lang_t& text, std::string& converted) {
-    if (text.encoding != AI_TEXT_UTF16BE && text.length == AIEC_RATING_SIZE &&
+    if (text.text != nullptr && text.encoding != AI_TEXT_UTF16BE &&
+        text.length == AIEC_RATING_SIZE &&
         std::all_of(text.text, text.text + text.length, [](uint8_t byte) { return byte == 0; })) {
       converted = "Not rated";
     } else {
@@ -106,6 +107,8 @@ class GuideRewrite {
     try {
       SQLite::Database database(path, SQLite::OPEN_READWRITE | SQLite::OPEN_NOMUTEX,
                                 atsc::kBusyTimeoutMs);
+      // Pages written before the commit would lock the readers out.
+      database.exec("PRAGMA cache_spill = OFF");
       SQLite::Transaction transaction(database);
       command_ << "DELETE FROM " << table_;
       database.exec(command_.str());

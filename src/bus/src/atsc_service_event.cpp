@@ -6,7 +6,7 @@
 
 #include "atsc_log.h"
 
-ATSC_LOGGER("atsc/service/event")
+ATSC_LOGGER("atsc/service")
 
 namespace {
 

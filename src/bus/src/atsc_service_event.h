@@ -39,7 +39,7 @@ class CallbackQueue {
   sem_t fire_sem_{};  // one post for each message
   std::mutex prot_mutex_;
   std::deque<std::string> list_;  // under prot_mutex_
-  size_t next_warning_ = 0;       // under prot_mutex_: length of the list to be logged next
+  size_t next_warning_ = 1000;    // under prot_mutex_: length of the list to be logged next
   std::thread thread_;            // detached
 };
 

@@ -9,20 +9,20 @@
 #include "atsc_log.h"
 #include "atsc_service_event.h"
 
-ATSC_LOGGER("atsc/service/event")
+ATSC_LOGGER("atsc/service")
 
 namespace {
 
-// A queue longer than this is logged, and again whenever it has doubled.
+// A queue longer than this is logged, again whenever it has doubled, and anew once it has halved.
 constexpr size_t kManyWaiting = 1000;
 
-void sendCallback(const std::string& message) {
+void _ATSC_Service_cb_task(const std::string& message) {
   ATSC_LOG(Debug, "start callback command: %s", message.c_str());
   ATSC_TransmitTVClientJSONCommand(message.c_str(), nullptr);
   ATSC_LOG(Debug, "end callback command");
 }
 
-void sendGuideUpdate(const std::string& message) {
+void _ATSC_Service_event_update_task(const std::string& message) {
   const int source = AICN_get_curr_input_source();
   ATSC_Service_db_UpdateEvent(source);
   ATSC_LOG(Debug, "evevnt update callback command: %s", message.c_str());
@@ -32,8 +32,9 @@ void sendGuideUpdate(const std::string& message) {
 
 }  // namespace
 
-atsc::Immortal<atsc::CallbackQueue> m_event_update("ATSC_Service_event_update", sendGuideUpdate);
-atsc::Immortal<atsc::CallbackQueue> m_cb("ATSC_Service_cb", sendCallback);
+atsc::Immortal<atsc::CallbackQueue> m_event_update("ATSC_Service_event_update",
+                                                   _ATSC_Service_event_update_task);
+atsc::Immortal<atsc::CallbackQueue> m_cb("ATSC_Service_cb", _ATSC_Service_cb_task);
 
 namespace atsc {
 
@@ -42,7 +43,6 @@ void CallbackQueue::start() {
   {
     std::lock_guard<std::mutex> lock(prot_mutex_);
     list_.clear();
-    next_warning_ = kManyWaiting;
   }
   thread_ = std::thread(&CallbackQueue::run, this);
   SetThreadName(&thread_, thread_name_);
@@ -76,7 +76,7 @@ void CallbackQueue::run() {
         message = std::move(list_.front());
         list_.pop_front();
       }
-      if (list_.empty()) next_warning_ = kManyWaiting;
+      if (list_.size() <= kManyWaiting / 2) next_warning_ = kManyWaiting;
     }
     if (message.empty()) continue;
     try {
@@ -97,7 +97,12 @@ void SetThreadName(std::thread* thread, const char* name) {
 
 void _ATSC_Service_Task_init() {
   ATSC_ENTER();
-  m_event_update->start();
-  m_cb->start();
+  for (atsc::CallbackQueue* queue : {&*m_event_update, &*m_cb}) {
+    try {
+      queue->start();
+    } catch (const std::exception& e) {
+      ATSC_LOG(Error, "callback thread: %s", e.what());
+    }
+  }
   ATSC_LEAVE();
 }
