@@ -18,8 +18,6 @@ constexpr std::array<uint32_t, 256> make_crc_table() {
 constexpr std::array<uint32_t, 256> kCrcTable = make_crc_table();
 
 constexpr uint8_t kSyncByte = 0x47;
-constexpr size_t kHeaderSize = 8;  // of a section with section_syntax_indicator
-constexpr size_t kCrcSize = 4;
 
 // Whether descriptors fill `size` bytes exactly.
 bool descriptors_fit(const uint8_t* bytes, size_t size) {
@@ -168,13 +166,18 @@ const char* SectionAssembler::collect(const uint8_t* bytes, size_t size, const S
   return nullptr;
 }
 
-const char* section_fault(const uint8_t* section, size_t size) {
-  if (size < kHeaderSize + kCrcSize) return "section is too short";
+const char* section_header_fault(const uint8_t* section, size_t size) {
+  if (size < kSectionHeaderSize + kSectionCrcSize) return "section is too short";
   if (!(section[1] & 0x80)) return "section_syntax_indicator is not set";
   if (crc32_mpeg(section, size) != 0) return "CRC does not match";
   if (section[6] > section[7]) return "section_number is above last_section_number";
-  const uint8_t* body = section + kHeaderSize;
-  const size_t body_size = size - kHeaderSize - kCrcSize;
+  return nullptr;
+}
+
+const char* section_fault(const uint8_t* section, size_t size) {
+  if (const char* fault = section_header_fault(section, size)) return fault;
+  const uint8_t* body = section + kSectionHeaderSize;
+  const size_t body_size = size - kSectionHeaderSize - kSectionCrcSize;
   switch (section[0]) {
     case 0x00:
       if (size > 1024) return "PAT section is too long";

@@ -64,6 +64,13 @@ class SectionAssembler {
   std::vector<uint8_t> section_;
 };
 
+// A section with section_syntax_indicator: what stands before and after its body.
+constexpr size_t kSectionHeaderSize = 8;
+constexpr size_t kSectionCrcSize = 4;
+
+// Checks header and CRC of such a section. Returns null when they are sound, else the fault.
+const char* section_header_fault(const uint8_t* section, size_t size);
+
 // Checks a section of a PAT, a PMT or a VCT so far that its decoder can rely on every length in it:
 // header, CRC, body loops and descriptors. Returns null when it is sound, else the fault.
 const char* section_fault(const uint8_t* section, size_t size);

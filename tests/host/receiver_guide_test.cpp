@@ -1,0 +1,607 @@
+// The guide: its tables, their texts and ratings, and the event cache made of them.
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <random>
+
+#include "aiec.h"
+#include "receiver/content_advisory.h"
+#include "receiver/psip_decoder.h"
+#include "receiver/psip_text.h"
+#include "receiver/receiver.h"
+#include "receiver/transport.h"
+#include "receiver_test_air.h"
+
+#ifndef ATSC_CAPTURES_DIR
+#define ATSC_CAPTURES_DIR ""
+#endif
+
+namespace receiver_test {
+namespace {
+
+using atschost::Guide;
+using atschost::GuideEvent;
+using atschost::PsipDecoder;
+using atschost::ShownEvent;
+using Texts = std::vector<std::string>;
+
+constexpr uint32_t kAir = AI_INPUT_TERRESTRIAL;
+constexpr uint32_t kChannel14 = 473000000;
+constexpr uint32_t kGpsEpoch = 315964800;
+
+std::string utf16(const std::u16string& text) {
+  std::string bytes;
+  for (const char16_t unit : text) {
+    bytes += static_cast<char>(unit >> 8);
+    bytes += static_cast<char>(unit);
+  }
+  return bytes;
+}
+// ASCII of a UTF-16BE text.
+std::string ascii(const std::string& text) {
+  std::string plain;
+  for (size_t i = 1; i < text.size(); i += 2) plain += text[i - 1] ? '?' : text[i];
+  return plain;
+}
+
+Bytes be32(uint32_t value) { return be16(value >> 16) + be16(value & 0xFFFF); }
+Bytes counted(const Bytes& bytes) { return Bytes{static_cast<uint8_t>(bytes.size())} + bytes; }
+Bytes bytes_of(const std::string& text) { return Bytes(text.begin(), text.end()); }
+
+Bytes segment(uint8_t compression, uint8_t mode, const Bytes& bytes) {
+  return Bytes{compression, mode} + counted(bytes);
+}
+Bytes string_of(const std::string& language, const std::vector<Bytes>& segments) {
+  Bytes bytes = bytes_of(language) + Bytes{static_cast<uint8_t>(segments.size())};
+  for (const Bytes& s : segments) bytes = bytes + s;
+  return bytes;
+}
+Bytes text(const std::string& latin, const std::string& language = "eng") {
+  return Bytes{1} + string_of(language, {segment(0, 0, bytes_of(latin))});
+}
+Bytes text(const Bytes& one_segment) { return Bytes{1} + string_of("eng", {one_segment}); }
+
+struct MgtEntry {
+  unsigned type, pid, version;
+};
+Bytes mgt(const std::vector<MgtEntry>& entries, unsigned version = 1) {
+  Bytes body = Bytes{0} + be16(entries.size());
+  for (const MgtEntry& e : entries)
+    body = body + be16(e.type) + be16(0xE000 | e.pid) +
+           Bytes{static_cast<uint8_t>(0xE0 | e.version)} + be32(100) + be16(0xF000);
+  return section(0xC7, 0, body + be16(0xF000), version);
+}
+
+struct Programme {
+  unsigned id;
+  uint32_t start;
+  Bytes title;
+  Bytes descriptors = {};
+};
+Bytes eit(unsigned source_id, const std::vector<Programme>& programmes, unsigned version = 1,
+          bool current = true) {
+  Bytes body{0, static_cast<uint8_t>(programmes.size())};
+  for (const Programme& p : programmes)
+    body = body + be16(0xC000 | p.id) + be32(p.start) + Bytes{0xD0} + be16(1800) +
+           counted(p.title) + be16(0xF000 | p.descriptors.size()) + p.descriptors;
+  return section(0xCB, source_id, body, version, current);
+}
+Bytes ett(unsigned source_id, unsigned event_id, const Bytes& message, unsigned version = 1) {
+  return section(0xCC, 7, Bytes{0} + be32(source_id << 16 | event_id << 2 | 2) + message, version);
+}
+Bytes in_parts(Bytes whole, uint8_t number, uint8_t last) {
+  whole[6] = number;
+  whole[7] = last;
+  return sealed(whole);
+}
+
+const char* push(PsipDecoder& decoder, unsigned pid, const Bytes& bytes) {
+  return decoder.push(static_cast<uint16_t>(pid), bytes.data(), bytes.size());
+}
+
+// "id title" of the events of all sources.
+Texts titles(const atschost::GuideTables& tables) {
+  Texts list;
+  for (const auto& [key, events] : tables.eits)
+    for (const GuideEvent& e : events)
+      list.push_back(std::to_string(key.first) + " " + std::to_string(key.second) + " " +
+                     ascii(e.title));
+  return list;
+}
+Texts titles(const atschost::ShownEvents& events) {
+  Texts list;
+  for (const ShownEvent& e : events) list.push_back(ascii(e.event.title) + ascii(e.description));
+  return list;
+}
+
+// Reads a capture to its end.
+class Capture {
+ public:
+  explicit Capture(const std::string& name) {
+    std::ifstream file(std::string(ATSC_CAPTURES_DIR) + "/" + name, std::ios::binary);
+    bytes_.assign(std::istreambuf_iterator<char>(file), {});
+  }
+  bool is_here() const { return !bytes_.empty(); }
+  void read(PsipDecoder& decoder) const {
+    atschost::PacketSync sync;
+    std::map<uint16_t, atschost::SectionAssembler> assemblers;
+    const auto sink = [&](const uint8_t* packet) {
+      const uint16_t pid = atschost::packet_pid(packet);
+      if (!decoder.wants(pid)) return;
+      EXPECT_EQ(nullptr, assemblers[pid].push(packet, [&](const uint8_t* s, size_t size) {
+        EXPECT_STREQ(nullptr, decoder.push(pid, s, size));
+      }));
+    };
+    sync.push(bytes_.data(), bytes_.size(), sink);
+    sync.finish(sink);
+  }
+
+ private:
+  std::vector<uint8_t> bytes_;
+};
+
+#define SKIP_WITHOUT(capture) \
+  if (!(capture).is_here()) GTEST_SKIP() << "the field captures are not here"
+
+TEST(GuideText, CompressionsModesAndLanguages) {
+  const Bytes paper = {0xF1, 0xE7, 0xDF, 0x94, 0x2B, 0x60, 0xD7, 0x00};
+  const Bytes rocky = {0xD3, 0x86, 0x32, 0x58};
+  const Bytes russian = {0x12, 0x9C, 0xBE, 0xC1, 0xBA, 0xB2, 0xB0};
+  // Every kind of tag of single-byte mode, and windows beyond the first plane.
+  const Bytes all_windows = {0x41, 0xDF, 0x12, 0x81, 0x03, 0x5F, 0x10, 0xDF, 0x1B, 0x03, 0xDF, 0x1C,
+                             0x88, 0x80, 0x0B, 0xBF, 0xFF, 0xFF, 0x0D, 0x0A, 0x41, 0x10, 0xDF, 0x12,
+                             0x81, 0x03, 0x5F, 0x10, 0xDF, 0x13, 0xDF, 0x14, 0x80, 0x15, 0xFF};
+  const std::u16string all_windows_text =
+      u"A\u00DF\u0401\u015F\u00DF\u01DF\uF000\U0010FFFF\r\nA\u00DF\u0401\u015F\u00DF\u01DF\uF000"
+      u"\U0010FFFF";
+  struct Case {
+    const char* name;
+    Bytes bytes;
+    std::u16string expected;
+  };
+  const std::vector<Case> cases = {
+      {"Latin-1", text("caf\xE9"), u"caf\u00E9"},
+      {"titles' Huffman code", text(segment(1, 0, paper)), u"Paper Crafting"},
+      {"the same without padding", text(segment(1, 0, rocky)), u"Rocky V"},
+      {"characters that are in no tree", text(segment(1, 0, {0xCB, 0xE9, 0x61, 0xC3})),
+       u"\u00E9an"},
+      {"Cyrillic", text(segment(0, 4, {0x1C, 0x3E})), u"\u041C\u043E"},
+      {"kana", text(segment(0, 0x30, {0x42})), u"\u3042"},
+      {"SCSU", text(segment(0, 0x3E, russian)), u"\u041C\u043E\u0441\u043A\u0432\u0430"},
+      {"SCSU windows", text(segment(0, 0x3E, all_windows)), all_windows_text},
+      {"SCSU Unicode mode", text(segment(0, 0x3E, {0x0F, 0x53, 0xEF, 0xF0, 0xE0, 1, 0xE1, 'x'})),
+       u"\u53EF\uE001x"},
+      {"UTF-16 pair in two segments",
+       Bytes{1} + string_of("eng", {segment(0, 0x3F, {0xD8, 0x3C}), segment(0, 0x3F, {0xDF, 9})}),
+       u"\U0001F309"},
+      {"half a pair, NUL, half a unit",
+       text(segment(0, 0x3F, {0xDF, 9, 0, 0, 0xD8, 0x3C, 0, 'x', 0xD8, 0, 1})),
+       u"\uFFFD\uFFFDx\uFFFD"},
+      {"unknown mode and compressions",
+       Bytes{1} + string_of("eng", {segment(0, 7, {'a'}), segment(3, 0, {'b'}),
+                                    segment(1, 4, rocky), segment(0, 0, {'c'})}),
+       u"c"},
+      {"English before others",
+       Bytes{2} + string_of("spa", {segment(0, 0, {'s'})}) +
+           string_of("ENG", {segment(0, 0, {'e'})}),
+       u"e"},
+      {"the first when none is English",
+       Bytes{2} + string_of("fra", {segment(0, 0, {'f'})}) +
+           string_of("spa", {segment(0, 0, {'s'})}),
+       u"f"},
+      {"longer than wanted", text(std::string(255, 'x')), std::u16string(50, u'x')},
+      // Damage.
+      {"no bytes", {}, u""},
+      {"more strings, segments than there are", {255, 'e', 'n', 'g', 255, 0, 0, 1, 'a', 0}, u"a"},
+      {"segment past the end", {1, 'e', 'n', 'g', 1, 0, 0, 200, 'a'}, u""},
+      {"Huffman without end", text(segment(1, 0, {0xD3, 0x86, 0x32})), u"Rocky "},
+      {"SCSU cut in a definition", text(segment(0, 0x3E, {'a', 0x0B, 0xBF})), u"a"},
+      {"SCSU reserved", text(segment(0, 0x3E, {'a', 0x18, 0xA8, 'b'})), u"a"},
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(utf16(c.expected), atschost::read_text(c.bytes.data(), c.bytes.size(), 100))
+        << c.name;
+  }
+  std::mt19937 random(4);
+  for (int i = 0; i < 3000; ++i) {
+    Bytes noise(random() % 250);
+    for (uint8_t& byte : noise) byte = static_cast<uint8_t>(random());
+    const Bytes bytes = i % 3 ? text(segment(static_cast<uint8_t>(i % 3), 0, noise))
+                              : text(segment(0, 0x3E, noise));
+    EXPECT_LE(atschost::read_text(bytes.data(), bytes.size(), 100).size(), 100u);
+  }
+}
+
+TEST(GuideText, Ratings) {
+  const auto region = [](uint8_t number, const std::vector<Bytes>& dimensions,
+                         const Bytes& description = {}) {
+    Bytes bytes{number, static_cast<uint8_t>(dimensions.size())};
+    for (const Bytes& d : dimensions) bytes = bytes + d;
+    return bytes + counted(description);
+  };
+  struct Case {
+    const char* name;
+    uint8_t regions;
+    Bytes bytes;
+    Texts expected;
+  };
+  const std::vector<Case> cases = {
+      {"flags in their order",
+       1,
+       region(1, {{4, 1}, {1, 1}, {2, 1}, {3, 1}, {0, 0xF4}}),
+       {"TV-14-D-L-S-V"}},
+      {"children", 1, region(1, {{5, 2}, {6, 1}}), {"TV-Y7-FV"}},
+      {"two systems", 1, region(1, {{0, 3}, {7, 4}}), {"TV-PG", "PG-13"}},
+      {"two regions",
+       2,
+       region(1, {{5, 1}}) + region(2, {{0, 5}, {1, 3}}),
+       {"TV-Y", "14+", "13 ans+"}},
+      {"repeated", 2, region(1, {{0, 2}}) + region(1, {{0, 2}}), {"TV-G"}},
+      {"another region", 1, region(5, {{0, 1}}, text("Suitable")), {"Suitable"}},
+      {"no dimension", 1, region(1, {}, text("TV-G")), {}},
+      {"no value", 1, region(1, {{0, 0}, {5, 0}}, text("TV-G")), {}},
+      {"none of the audience, no film", 1, region(1, {{0, 1}, {7, 1}}), {}},
+      {"values that are not defined",
+       1,
+       region(1, {{0, 15}, {99, 3}}, text("Own words")),
+       {"Own words"}},
+      {"cut off", 2, region(1, {{0, 2}}) + Bytes{2, 9, 0}, {"TV-G"}},
+  };
+  for (const Case& c : cases) {
+    const Bytes bytes = Bytes{static_cast<uint8_t>(0xC0 | c.regions)} + c.bytes;
+    Texts ratings, plain;
+    atschost::read_content_advisory(bytes.data(), bytes.size(), ratings);
+    for (const std::string& rating : ratings) plain.push_back(ascii(rating));
+    EXPECT_EQ(c.expected, plain) << c.name;
+  }
+}
+
+TEST(GuideCapture, Boston) {
+  const Capture capture("boston/vsb/503000000.ts");
+  SKIP_WITHOUT(capture);
+  PsipDecoder decoder;
+  capture.read(decoder);
+  EXPECT_TRUE(decoder.guide_complete());
+  Guide guide;
+  EXPECT_EQ((std::vector<uint16_t>{1, 2, 3, 4}),
+            guide.update(kAir, 503000000, decoder.guide(), decoder.gps_utc_offset()).events);
+  std::map<std::string, int> ratings;
+  int captioned = 0;
+  std::vector<size_t> counts;
+  for (const uint16_t source_id : {1, 2, 3, 4}) {
+    const auto events = guide.events(kAir, 503000000, source_id);
+    counts.push_back(events->size());
+    for (const ShownEvent& e : *events) {
+      ++ratings[ascii(e.event.rating)];
+      captioned += e.event.captions;
+    }
+  }
+  EXPECT_EQ((std::vector<size_t>{15, 20, 24, 24}), counts);
+  EXPECT_EQ((std::map<std::string, int>{
+                {"", 57}, {"TV-Y", 14}, {"TV-G", 6}, {"TV-PG", 4}, {"TV-14", 1}, {"TV-Y7", 1}}),
+            ratings);
+  EXPECT_EQ(35, captioned);
+  const ShownEvent first = guide.events(kAir, 503000000, 1)->front();
+  EXPECT_EQ("Frontline 2", ascii(first.event.title));
+  EXPECT_EQ(1389279600u, first.start);  // 2014-01-09 15:00:00 UTC
+  EXPECT_EQ(3600u, first.event.duration);
+  EXPECT_EQ("To Catch A Trader", ascii(first.description));
+}
+
+TEST(GuideCapture, ThreePrograms) {
+  const Capture capture("sections/three-programs-psip.ts");
+  SKIP_WITHOUT(capture);
+  PsipDecoder decoder;
+  capture.read(decoder);
+  Guide guide;
+  guide.update(kAir, kChannel14, decoder.guide(), decoder.gps_utc_offset());
+  std::map<uint16_t, std::string> with_text;  // the hours that have one
+  for (const uint16_t source_id : {3, 4, 5}) {
+    const auto events = guide.events(kAir, kChannel14, source_id);
+    ASSERT_EQ(7u, events->size());
+    for (size_t i = 0; i < events->size(); ++i) {
+      const ShownEvent& e = (*events)[i];
+      EXPECT_EQ(1776877200u + 3600 * i, e.start);  // from 2026-04-22 17:00:00 UTC on
+      EXPECT_EQ(3600u, e.event.duration);
+      EXPECT_EQ("Simulated PSIP", ascii(e.event.title));
+      with_text[source_id] += e.description.empty() ? '-' : 'x';
+    }
+  }
+  EXPECT_EQ((std::map<uint16_t, std::string>{{3, "--xxxxx"}, {4, "----xxx"}, {5, "---xxx-"}}),
+            with_text);
+}
+
+TEST(GuideCapture, AlertAndRatingRegion) {
+  const Capture alert("sections/cable-emergency-alert-inband.ts");
+  const Capture regions("sections/rating-region-1.ts");
+  SKIP_WITHOUT(alert);
+  PsipDecoder decoder;
+  alert.read(decoder);
+  const auto received = decoder.take_alert();
+  ASSERT_TRUE(received);
+  EXPECT_EQ("REQUIRED WEEKLY TEST", ascii(received->text));
+  EXPECT_EQ("EAS RWT", received->originator + " " + received->event_code);
+  EXPECT_EQ(15, received->priority);
+  EXPECT_EQ(29, received->time_remaining);
+  EXPECT_EQ(15, received->duration);
+  alert.read(decoder);
+  EXPECT_FALSE(decoder.take_alert()) << "it was repeated";
+  regions.read(decoder);
+  const auto tables = decoder.take_rating_regions();
+  ASSERT_EQ(1u, tables.size());
+  EXPECT_EQ(1, tables[0].region);
+}
+
+constexpr unsigned kBase = 0x1FFB;
+constexpr unsigned kEit0 = 0x1D00, kEit1 = 0x1D01, kEtt0 = 0x1E00;
+
+TEST(GuideTables, NewVersionsReplaceWhenWhole) {
+  PsipDecoder decoder;
+  push(decoder, kEit0, eit(3, {{1, 100, text("early")}}));
+  EXPECT_FALSE(decoder.wants(kEit0)) << "no MGT, no guide";
+  push(decoder, kBase, mgt({{0x0100, kEit0, 1}, {0x0200, kEit0, 1}}));
+  EXPECT_TRUE(decoder.wants(kEit0));
+  push(decoder, kEit0, eit(3, {{1, 100, text("one")}}));
+  EXPECT_EQ((Texts{"0 3 one"}), titles(decoder.guide()));
+  EXPECT_TRUE(decoder.take_guide_change());
+
+  push(decoder, kEit0, eit(3, {{1, 100, text("next")}}, 2, false));
+  EXPECT_STRNE(nullptr, push(decoder, kEit0, eit(3, {{1, 100, text("other")}})));
+  push(decoder, kEit0, in_parts(eit(3, {{3, 300, text("second")}}, 2), 1, 1));
+  EXPECT_EQ((Texts{"0 3 one"}), titles(decoder.guide()));
+  EXPECT_FALSE(decoder.take_guide_change());
+  push(decoder, kEit0, in_parts(eit(3, {{2, 200, text("first")}}, 2), 0, 1));
+  EXPECT_EQ((Texts{"0 3 first", "0 3 second"}), titles(decoder.guide()));
+
+  // Texts beside them on the same PID, all of one table_id_extension.
+  push(decoder, kEit0, ett(3, 2, text("two")));
+  push(decoder, kEit0, ett(3, 3, text("three")));
+  push(decoder, kEit0, ett(3, 3, text("tres"), 2));
+  const auto& texts = decoder.guide().etts.at(0);
+  EXPECT_EQ(utf16(u"two"), texts.at(3 << 16 | 2 << 2 | 2));
+  EXPECT_EQ(utf16(u"tres"), texts.at(3 << 16 | 3 << 2 | 2));
+}
+
+TEST(GuideTables, CompleteWhenEveryPidRepeatedItself) {
+  PsipDecoder decoder;
+  const Bytes first = in_parts(eit(3, {{1, 100, text("a")}}), 0, 1);
+  const Bytes second = in_parts(eit(3, {{2, 200, text("b")}}), 1, 1);
+  const Bytes message = ett(3, 1, text("c"));
+  push(decoder, kBase, mgt({{0x0100, kEit0, 1}, {0x0200, kEtt0, 1}}));
+  for (const Bytes& table : {first, first}) push(decoder, kEit0, table);
+  for (const Bytes& table : {message, message}) push(decoder, kEtt0, table);
+  EXPECT_FALSE(decoder.guide_complete());
+  push(decoder, kEit0, second);
+  EXPECT_TRUE(decoder.guide_complete());
+  push(decoder, kBase, mgt({{0x0100, kEit0, 1}, {0x0200, kEtt0, 2}}, 2));
+  EXPECT_FALSE(decoder.guide_complete());
+  for (const Bytes& table : {message, message}) push(decoder, kEtt0, table);
+  EXPECT_TRUE(decoder.guide_complete());
+}
+
+TEST(GuideTables, TheMgtRenumbersDropsAndRenews) {
+  PsipDecoder decoder;
+  push(decoder, kBase, mgt({{0x0100, kEit0, 1}, {0x0101, kEit1, 4}}));
+  push(decoder, kEit0, eit(3, {{1, 100, text("past")}}, 1));
+  push(decoder, kEit1, eit(3, {{2, 200, text("now")}}, 4));
+  push(decoder, kEit1, eit(9, {{5, 200, text("else")}}, 4));
+  push(decoder, kBase, mgt({{0x0100, kEit1, 4}}, 2));
+  EXPECT_EQ((Texts{"0 3 now", "0 9 else"}), titles(decoder.guide()));
+  EXPECT_FALSE(decoder.wants(kEit0));
+
+  // A new version without source 9 and the text of event 3: the old ones go once that is sure.
+  push(decoder, kBase, mgt({{0x0100, kEit1, 4}, {0x0200, kEtt0, 4}}, 3));
+  const Bytes kept = eit(8, {{6, 200, text("kept")}}, 4);
+  push(decoder, kEit1, kept);
+  for (const unsigned id : {2, 3}) push(decoder, kEtt0, ett(3, id, text("text"), 4));
+  push(decoder, kBase, mgt({{0x0100, kEit1, 5}, {0x0200, kEtt0, 5}}, 4));
+  const Bytes fresh = eit(3, {{2, 200, text("new")}}, 5);
+  for (const Bytes& table : {fresh, fresh, kept, fresh}) push(decoder, kEit1, table);
+  EXPECT_EQ((Texts{"0 3 new", "0 8 kept", "0 9 else"}), titles(decoder.guide()));
+  EXPECT_EQ(2u, decoder.guide().etts.at(0).size());
+  for (int i = 0; i < 3; ++i) {
+    push(decoder, kEit1, kept);
+    push(decoder, kEtt0, ett(3, 2, text("text"), 5));
+  }
+  EXPECT_EQ((Texts{"0 3 new", "0 8 kept"}), titles(decoder.guide()));
+  EXPECT_EQ(1u, decoder.guide().etts.at(0).size());
+}
+
+TEST(GuideTables, TimeAndAlerts) {
+  PsipDecoder decoder;
+  push(decoder, kBase, section(0xCD, 0, Bytes{0} + be32(1000000018) + Bytes{18, 0x8E, 2}));
+  const auto time = decoder.take_system_time();
+  ASSERT_TRUE(time);
+  EXPECT_FALSE(decoder.take_system_time());
+  EXPECT_EQ(1000000000u + kGpsEpoch, time->unix_seconds());
+  EXPECT_TRUE(time->daylight_status);
+  EXPECT_EQ(14, time->daylight_day_of_month);
+  EXPECT_EQ(2, time->daylight_hour);
+
+  const auto alert = [](unsigned sequence, const Bytes& message) {
+    const Bytes body = Bytes{0, 0, 9, 'C', 'I', 'V'} + counted(bytes_of("TOR")) +
+                       counted(text("Tornado")) + Bytes{30} + be32(0) + be16(15) + be16(0xF00B) +
+                       Bytes(8) + be16(message.size()) + message + Bytes{0, 0} + be16(0xFC00);
+    return section(0xD8, 0, body, sequence);
+  };
+  push(decoder, kBase, alert(4, {}));
+  EXPECT_EQ("Tornado", ascii(decoder.take_alert().value().text));
+  push(decoder, kBase, alert(4, {}));
+  EXPECT_FALSE(decoder.take_alert());
+  push(decoder, kBase, alert(5, text("Take cover")));
+  EXPECT_EQ("Take cover", ascii(decoder.take_alert().value().text));
+}
+
+TEST(GuideTables, SurviveHostileSections) {
+  const Bytes advisory = descriptor(0x87, {0xC1, 1, 2, 0, 4, 1, 1, 0});
+  const Bytes captions = descriptor(0x86, {0xE1, 'e', 'n', 'g', 0xC1, 0x3F, 0xFF});
+  const Bytes genres = descriptor(0xAB, {0xE2, 0x20, 0x21});
+  const Bytes plan = mgt({{0x0100, kEit0, 1}, {0x0101, kEit0, 1}, {0x0200, kEtt0, 1}});
+  const std::pair<unsigned, Bytes> sound[] = {
+      {kBase, plan},
+      {kEit0, eit(3, {{1, 100, text("one"), advisory + captions + genres},
+                      {2, 9, text("two"), descriptor(0x86, {0xE1})}})},
+      {kEtt0, ett(3, 1, text("message"))},
+      {kBase, section(0xCA, 0xFF01,
+                      Bytes{0} + counted(text("US")) + Bytes{1, 0, 0xE1, 0, 0} + be16(0xFC00))},
+      {kBase, section(0xD8, 0, Bytes(40))},
+      {kBase, section(0xCD, 0, Bytes(8))},
+  };
+  PsipDecoder decoder;
+  for (const auto& [pid, table] : sound) EXPECT_STREQ(nullptr, push(decoder, pid, table));
+  const GuideEvent event = decoder.guide().eits.at({0, 3}).at(0);
+  EXPECT_EQ("TV-14-D", ascii(event.rating));
+  EXPECT_TRUE(event.captions);
+  EXPECT_FALSE(decoder.guide().eits.at({0, 3}).at(1).captions) << "its list is cut off";
+  EXPECT_EQ((std::vector<uint8_t>{0x20, 0x21}), event.genres);
+
+  // A descriptor that is cut off costs itself, an event that is cut off its table.
+  EXPECT_STRNE(nullptr, push(decoder, kEit0,
+                             eit(4, {{1, 100, text("kept"), captions + Bytes{0x87, 9, 1}}})));
+  EXPECT_TRUE(decoder.guide().eits.at({0, 4}).at(0).captions);
+  Bytes too_many = eit(5, {{1, 100, text("lost")}});
+  too_many[9] = 200;
+  EXPECT_STRNE(nullptr, push(decoder, kEit0, sealed(too_many)));
+  EXPECT_EQ(0u, decoder.guide().eits.count({0, 5}));
+
+  std::mt19937 random(3);
+  for (int i = 0; i < 20000; ++i) {
+    auto [pid, table] = sound[random() % std::size(sound)];
+    for (unsigned n = random() % 4; n > 0; --n)
+      table[5 + random() % (table.size() - 9)] = static_cast<uint8_t>(random());
+    if (random() % 8 == 0) table.resize(12 + random() % (table.size() - 11));
+    push(decoder, pid, sealed(table));
+    decoder.take_alert();
+    if (i % 100 == 0) decoder.guide();
+  }
+
+  // Texts without end are not all kept.
+  PsipDecoder flooded;
+  push(flooded, kBase, plan);
+  const char* fault = nullptr;
+  const Bytes longest = text(std::string(255, 'x'));
+  for (unsigned id = 0; id < 100000 && !fault; ++id)
+    fault = push(flooded, kEtt0, ett(id >> 14, id & 0x3FFF, longest));
+  EXPECT_STRNE(nullptr, fault);
+}
+
+TEST(GuideCache, UnitesInstancesAndKeepsWhatWasNotRenewed) {
+  Guide guide;
+  const auto events = [&] { return titles(*guide.events(kAir, kChannel14, 3)); };
+  PsipDecoder decoder;
+  push(decoder, kBase, mgt({{0x0100, kEit0, 1}, {0x0101, kEit1, 1}, {0x0200, kEtt0, 1}}));
+  push(decoder, kEit1, eit(3, {{2, 2000, text("B")}, {3, 3000, text("C")}}));
+  push(decoder, kEit0, eit(3, {{2, 2000, text("B")}, {1, 1000, text("A")}}));
+  push(decoder, kEtt0, ett(3, 2, text("bee")));
+  EXPECT_EQ((Texts{}), events());
+  const Guide::Change change = guide.update(kAir, kChannel14, decoder.guide(), std::nullopt);
+  EXPECT_EQ((std::vector<uint16_t>{3}), change.events);
+  EXPECT_EQ((std::vector<uint16_t>{3}), change.texts);
+  EXPECT_EQ((Texts{"A", "Bbee", "C"}), events());
+  EXPECT_EQ(1000u - 18 + kGpsEpoch, guide.events(kAir, kChannel14, 3)->front().start);
+  EXPECT_TRUE(guide.events(kAir, 479000000, 3)->empty());
+
+  // Tuned again: what is announced stays until it comes.
+  PsipDecoder again;
+  EXPECT_TRUE(guide.update(kAir, kChannel14, again.guide(), 15).events.size()) << "other times";
+  push(again, kBase, mgt({{0x0100, kEit0, 2}, {0x0200, kEtt0, 1}}));
+  const auto held = guide.events(kAir, kChannel14, 3);
+  guide.update(kAir, kChannel14, again.guide(), std::nullopt);
+  EXPECT_EQ((Texts{"A", "Bbee"}), events());
+  EXPECT_EQ(1000u - 15 + kGpsEpoch, guide.events(kAir, kChannel14, 3)->front().start);
+  push(again, kEtt0, ett(3, 2, text("bumble")));
+  const Guide::Change text_change = guide.update(kAir, kChannel14, again.guide(), 15);
+  EXPECT_EQ((std::vector<uint16_t>{}), text_change.events);
+  EXPECT_EQ((std::vector<uint16_t>{3}), text_change.texts);
+  for (int i = 0; i < 3; ++i) push(again, kEit0, eit(8, {{1, 1000, text("Z")}}, 2));
+  guide.update(kAir, kChannel14, again.guide(), 15);
+  EXPECT_EQ((Texts{}), events()) << "the instance was received, without this service";
+  EXPECT_EQ((Texts{"A", "Bbee", "C"}), titles(*held));
+}
+
+TEST(GuideCache, AnswersEventByEvent) {
+  Air air;
+  air.write(kAir, kChannel14, packets(0x1FFB, {vct(0xC8, {{"ONE", 6, 1, 3}, {"TWO", 6, 2, 4}})}));
+  scan(kAir);
+  const std::vector<Row> list = rows(kAir);
+  ASSERT_EQ(2u, list.size());
+  const AISRV_service_info& one = list[0].info;
+  uint16_t count = 9;
+  EXPECT_EQ(0, AIEC_get_total_events(&one, &count));
+  EXPECT_EQ(0, count);
+
+  const Bytes long_title = text(segment(0, 0x3F, {0, 'x', 0xD8, 0x3C, 0xDF, 9}));
+  const Bytes ratings = descriptor(0x87, {0xC1, 1, 2, 0, 3, 7, 4, 0});
+  PsipDecoder decoder;
+  push(decoder, kBase, mgt({{0x0100, kEit0, 1}, {0x0200, kEtt0, 1}}));
+  push(decoder, kEit0,
+       eit(3, {{1, 1000, long_title, ratings + descriptor(0xAB, {0xE1, 0x20})},
+               {2, 2800, text("B")},
+               {3, 4600, text("C")}}));
+  push(decoder, kEtt0, ett(3, 2, text("bee")));
+  atschost::Receiver::instance().guide().update(kAir, kChannel14, decoder.guide(), 18);
+
+  EXPECT_EQ(0, AIEC_get_total_events(&one, &count));
+  EXPECT_EQ(3, count);
+  AIEC_event_info events[3] = {};
+  Bytes names[3], marks[3];
+  const auto lend = [&](uint16_t name_size) {
+    for (size_t i = 0; i < 3; ++i) {
+      names[i].assign(AIEC_NAME_SIZE, 0xEE);
+      marks[i].assign(AIEC_RATING_SIZE, 0xEE);
+      events[i] = {};
+      events[i].name = {names[i].data(), name_size, 0};
+      events[i].rating = {marks[i].data(), AIEC_RATING_SIZE, 0};
+    }
+  };
+  const auto plain = [](const multiple_lang_t& lent) {
+    return ascii(std::string(reinterpret_cast<const char*>(lent.text), lent.length));
+  };
+  lend(5);  // ends within the pair
+  ASSERT_EQ(0, AIEC_get_first_n_events(&one, events, 1, &count));
+  ASSERT_EQ(1, count);
+  EXPECT_EQ(1, events[0].event_id);
+  EXPECT_EQ(1000u - 18 + kGpsEpoch, events[0].start_time);
+  EXPECT_EQ(1800u, events[0].duration);
+  EXPECT_EQ(uint32_t(AI_TEXT_UTF16BE), events[0].name.encoding);
+  EXPECT_EQ("x", plain(events[0].name));
+  EXPECT_EQ(0xEE, names[0][2]);
+  EXPECT_EQ("TV-PG", plain(events[0].rating));
+  EXPECT_EQ(1, events[0].multi_rating);
+  EXPECT_EQ(1, events[0].genre_count);
+  EXPECT_EQ(0x20, events[0].genres[0]);
+  Bytes buffer(AIEC_DESCRIPTION_SIZE);
+  multiple_lang_t lent{buffer.data(), AIEC_RATING_SIZE, 0};
+  EXPECT_EQ(0, AIEC_get_multiple_event_rating_string(&events[0].key, &lent));
+  EXPECT_EQ("TV-PG, PG-13", plain(lent));
+  lent.length = AIEC_DESCRIPTION_SIZE;
+  EXPECT_EQ(0, AIEC_get_event_description(&events[0].key, &lent));
+  EXPECT_EQ(0, lent.length);
+
+  const AIEC_event_key first = events[0].key;
+  lend(AIEC_NAME_SIZE);
+  ASSERT_EQ(0, AIEC_get_next_n_events(&first, events, 3, &count, 1));
+  ASSERT_EQ(2, count);
+  EXPECT_EQ("B", plain(events[0].name));
+  EXPECT_EQ(0, events[0].rating.length);
+  lent.length = AIEC_DESCRIPTION_SIZE;
+  EXPECT_EQ(0, AIEC_get_event_description(&events[0].key, &lent));
+  EXPECT_EQ("bee", plain(lent));
+  const AIEC_event_key last = events[1].key;
+  EXPECT_EQ(0, AIEC_get_next_n_events(&last, events, 3, &count, 1));
+  EXPECT_EQ(0, count);
+  EXPECT_NE(0, AIEC_get_next_n_events(&first, events, 3, &count, 0));
+  AIEC_event_key beyond = last;
+  ++beyond.event_index;
+  EXPECT_NE(0, AIEC_get_event_description(&beyond, &lent));
+
+  air.write(kAir, kChannel14, packets(0x1FFB, {vct(0xC8, {{"TWO", 6, 2, 4}})}));
+  scan(kAir);
+  EXPECT_NE(0, AIEC_get_next_n_events(&first, events, 3, &count, 1));
+  EXPECT_NE(0, AIEC_get_total_events(&one, &count));
+}
+
+}  // namespace
+}  // namespace receiver_test
