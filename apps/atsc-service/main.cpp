@@ -8,6 +8,7 @@
 #include <CLI/CLI.hpp>
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
@@ -16,6 +17,7 @@
 #include <string>
 
 #include "database_files.h"
+#include "utc_time.h"
 
 namespace {
 
@@ -26,6 +28,8 @@ struct Options {
   std::string air;
   std::string db;
   std::optional<unsigned int> dwell;
+  std::string clock;
+  bool fast = false;
 };
 
 // Posted by SIGTERM and SIGINT. The library's threads are older than main() and do not block the
@@ -54,6 +58,8 @@ void waitForStop() {
 void run(const Options& options) {
   if (!options.air.empty()) ATSC_host_set_air(options.air.c_str());
   if (options.dwell) ATSC_host_set_dwell(*options.dwell);
+  if (!options.clock.empty()) ATSC_host_set_clock(apps::parseUtcTime(options.clock));
+  if (options.fast) ATSC_host_set_fast(1);
   const apps::DatabaseFiles files = apps::databaseFiles(options.db);
   // The name comes first: two services must never work on the same databases.
   const int owner = ATSC_host_claim(ATSC_HOST_SERVICE_NAME);
@@ -66,6 +72,9 @@ void run(const Options& options) {
   apps::prepareDatabaseFiles(files);
   setenv(apps::kChannelDatabaseVariable, files.channels.c_str(), 1);
   setenv(apps::kEventDatabaseVariable, files.events.c_str(), 1);
+  // Its values are for a set's tuner; this receiver needs no more time than it takes.
+  ATSCCustomizedParameter customized = {};
+  ATSC_Service_init(&customized);
   ATSC_Service_db_init();
   ATSC_host_serve(ATSC_HOST_SERVICE_NAME);
 
@@ -80,6 +89,8 @@ void run(const Options& options) {
 int main(int argc, char** argv) {
   try {
     handleSignals();
+    // What the library prints is read while the service runs.
+    setvbuf(stdout, nullptr, _IOLBF, 0);
     CLI::App app(
         "The ATSC service process: receives the broadcast of an air folder, keeps the channel and\n"
         "event databases and answers TV applications such as atsc-tv. Ends with SIGTERM or SIGINT.",
@@ -98,6 +109,14 @@ int main(int argc, char** argv) {
                    "Milliseconds that a scan stays on a frequency, at most 5000 (default: 20)")
         ->check(CLI::Range(0u, 5000u))
         ->option_text("MS");
+    app.add_option("--clock", options.clock,
+                   std::string("Start the receiver's clock at this time instead of setting it by "
+                               "the broadcast: ") +
+                       apps::kUtcTimeForm)
+        ->check(apps::utcTimeFault)
+        ->option_text("TIME");
+    app.add_flag("--fast", options.fast,
+                 "Read a playing stream as fast as it can be read, not at its own pace");
     try {
       app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

@@ -1,22 +1,17 @@
 #include "channel_list.h"
 
-#include <SQLiteCpp/SQLiteCpp.h>
 #include <atsc/atsc_tables.h>
 
 #include <cstdio>
-#include <filesystem>
 #include <sstream>
 #include <vector>
 
-#include "failure.h"
+#include "rows.h"
 #include "table.h"
-#include "text.h"
+#include "terminal.h"
 
 namespace tv {
 namespace {
-
-// How long the service may keep the file locked.
-constexpr int kBusyTimeoutMs = 5000;
 
 constexpr int64_t kMegahertz = 1000000;
 
@@ -72,25 +67,11 @@ std::string videoText(const std::string& pids) {
   return text;
 }
 
-// A one-part number of cable (A/65 6.3.2) is kept with the minor number 0.
-std::string numberText(const Json::Value& row) {
-  const std::string major = row["major_no"].asString();
-  const std::string minor = row["minor_no"].asString();
-  return minor == "0" && row["tuner_type"].asString() == "QAM" ? major : major + '-' + minor;
-}
-
-Json::Value columnValue(const SQLite::Column& column) {
-  if (column.isNull()) return Json::Value();
-  if (column.isInteger()) return Json::Value(static_cast<Json::Int64>(column.getInt64()));
-  if (column.isFloat()) return Json::Value(column.getDouble());
-  return Json::Value(validUtf8(column.getString()));
-}
-
 }  // namespace
 
 const std::array<Source, 2> kSources = {{
-    {"VSB", "Terrestrial", "channel_data_t", atsc_freq, 2},
-    {"QAM", "Cable", "channel_data_c", cable_digital_std, 1},
+    {"VSB", "Terrestrial", "channel_data_t", "event_t", atsc_freq, 2},
+    {"QAM", "Cable", "channel_data_c", "event_c", cable_digital_std, 1},
 }};
 
 const Source& sourceNamed(const std::string& name) {
@@ -112,24 +93,16 @@ std::string megahertz(int64_t frequency) {
 }
 
 Json::Value readChannels(const std::string& database, const Source& source) {
-  try {
-    std::error_code error;
-    if (!std::filesystem::exists(database, error) && !error) return Json::Value();
-    SQLite::Database file(database, SQLite::OPEN_READONLY, kBusyTimeoutMs);
-    if (!file.tableExists(source.table)) return Json::Value();
-    SQLite::Statement query(file, std::string("SELECT * FROM ") + source.table +
-                                      " ORDER BY major_no, minor_no, freq, ch_index");
-    Json::Value rows(Json::arrayValue);
-    while (query.executeStep()) {
-      Json::Value& row = rows.append(Json::Value(Json::objectValue));
-      for (int i = 0; i < query.getColumnCount(); ++i) {
-        row[query.getColumnName(i)] = columnValue(query.getColumn(i));
-      }
-    }
-    return rows;
-  } catch (const SQLite::Exception& error) {
-    throw Failure(kFailure, database + ": " + error.what());
-  }
+  return readRows(
+      database, source.table,
+      std::string("* FROM ") + source.table + " ORDER BY major_no, minor_no, freq, ch_index");
+}
+
+// A one-part number of cable (A/65 6.3.2) is kept with the minor number 0.
+std::string channelNumber(const Json::Value& row) {
+  const std::string major = row["major_no"].asString();
+  const std::string minor = row["minor_no"].asString();
+  return minor == "0" && row["tuner_type"].asString() == "QAM" ? major : major + '-' + minor;
 }
 
 void printChannels(std::ostream& out, const Source& source, const std::string& database) {
@@ -151,14 +124,14 @@ void printChannels(std::ostream& out, const Source& source, const std::string& d
                {"Video", Align::kLeft},
                {"Audio", Align::kLeft}});
   for (const Json::Value& row : channels) {
-    const int64_t frequency = row["freq"].asInt64();
+    const int64_t frequency = integer(row, "freq");
     const int channel = rfChannel(source, frequency);
-    table.add({numberText(row), row["name"].asString(), row["srv_type"].asString(),
+    table.add({channelNumber(row), row["name"].asString(), row["srv_type"].asString(),
                channel != 0 ? std::to_string(channel) : "", megahertz(frequency),
                row["tsid"].asString(), row["source_id"].asString(),
                videoText(row["video_pid"].asString()), audioText(row["audio_pid"].asString())});
   }
-  table.print(out, "  ");
+  table.print(out, "  ", terminalWidth());
 }
 
 }  // namespace tv

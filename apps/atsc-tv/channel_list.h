@@ -11,13 +11,14 @@
 
 namespace tv {
 
-// A reception source with its channel table and its frequency plan.
+// A reception source with its tables and its frequency plan.
 struct Source {
-  const char* name;   // as in commands
-  const char* title;  // for people
-  const char* table;
-  const int32_t* plan;  // centre frequencies in Hz, ended by -1
-  int first_channel;    // RF channel of the plan's first frequency
+  const char* name;         // as in commands
+  const char* title;        // for people
+  const char* table;        // of channels
+  const char* event_table;  // of programmes
+  const int32_t* plan;      // centre frequencies in Hz, ended by -1
+  int first_channel;        // RF channel of the plan's first frequency
 };
 
 extern const std::array<Source, 2> kSources;
@@ -34,6 +35,9 @@ std::string megahertz(int64_t frequency);
 // The rows of a source in channel order, an array of objects with the table's columns; null when
 // the file or the table does not exist. Texts are valid UTF-8. Throws when the file cannot be read.
 Json::Value readChannels(const std::string& database, const Source& source);
+
+// The number of a channel's row as people write it: "7-1", or "512" where it has one part.
+std::string channelNumber(const Json::Value& row);
 
 // Writes the rows as a table with a heading.
 void printChannels(std::ostream& out, const Source& source, const std::string& database);

@@ -1,19 +1,18 @@
 // atsc-tv scan: a channel scan with its progress.
-#include <sys/ioctl.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <iostream>
 #include <limits>
 #include <memory>
+#include <optional>
 
 #include "callbacks.h"
 #include "channel_list.h"
 #include "commands.h"
 #include "failure.h"
 #include "json.h"
+#include "terminal.h"
 
 namespace tv {
 namespace {
@@ -42,8 +41,7 @@ std::string services(uint32_t count) {
 // Shows a line for each frequency with services, and a bar on a terminal.
 class ProgressView {
  public:
-  explicit ProgressView(const Source& source)
-      : source_(source), terminal_(isatty(STDOUT_FILENO) == 1) {}
+  explicit ProgressView(const Source& source) : source_(source), width_(terminalWidth()) {}
   ~ProgressView() { clear(); }
   ProgressView(const ProgressView&) = delete;
   ProgressView& operator=(const ProgressView&) = delete;
@@ -58,7 +56,7 @@ class ProgressView {
                 << std::endl;
     }
     found_ = found;
-    if (terminal_) draw(std::min(number(message, "progress"), 100u), frequency);
+    if (width_) draw(std::min(number(message, "progress"), 100u), frequency);
   }
 
   // Services found so far.
@@ -84,16 +82,13 @@ class ProgressView {
                        std::to_string(percent) + "%  " +
                        (frequency != 0 ? place(frequency) + "  " : "") + services(found_);
     // A line that wraps cannot be taken back.
-    winsize size = {};
-    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0) {
-      line.resize(std::min<size_t>(line.size(), size.ws_col - 1u));
-    }
+    line.resize(std::min(line.size(), *width_ - 1));
     std::cout << line << std::flush;
     drawn_ = true;
   }
 
   const Source& source_;
-  const bool terminal_;
+  const std::optional<size_t> width_;
   bool drawn_ = false;
   uint32_t found_ = 0;
   uint32_t last_lock_ = 0;

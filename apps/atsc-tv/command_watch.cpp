@@ -6,7 +6,10 @@
 #include <ctime>
 #include <iostream>
 #include <memory>
+#include <optional>
+#include <string>
 
+#include "callback_words.h"
 #include "callbacks.h"
 #include "commands.h"
 #include "failure.h"
@@ -32,10 +35,13 @@ std::string timeOfDay() {
   return text;
 }
 
-// "SCAN: msg=START progress=0 ..." of a callback message.
-std::string readable(const Json::Value& message) {
+// "SCAN: " with what the callback means; where nobody knows, with its members: "msg=START ...".
+std::string readable(CallbackWords& words, const Json::Value& message) {
   if (!message.isObject() || !message["cbtype"].isString()) return readableJson(message);
   std::string text = message["cbtype"].asString() + ":";
+  if (const std::optional<std::string> meaning = words.explain(message)) {
+    return text + ' ' + *meaning;
+  }
   for (const std::string& key : message.getMemberNames()) {
     if (key == "class" || key == "cbtype") continue;
     const Json::Value& value = message[key];
@@ -44,11 +50,27 @@ std::string readable(const Json::Value& message) {
   return text;
 }
 
+// Events flow once a TV application has had the service start its receiver.
+void startReceiver(const Client& client) {
+  Json::Value command;
+  command["class"] = "FW";
+  command["command"] = "INIT";
+  try {
+    if (client.send(command).result == 0) return;
+    std::cerr << "atsc-tv: the service cannot start its receiver" << std::endl;
+  } catch (const Failure&) {
+    // Its end is noticed and told below.
+  }
+}
+
 int watch(const CommonOptions& common, bool json) {
   const Client client = common.client();
   client.requireService();
   Callbacks& callbacks = Callbacks::start();
   int service = servicePid();
+  std::optional<CallbackWords> words;
+  if (!json) words.emplace(common.channelDatabase(), common.eventDatabase());
+  startReceiver(client);
   std::cerr << "atsc-tv: waiting for callbacks; Ctrl-C ends" << std::endl;
   for (;;) {
     std::string text;
@@ -63,6 +85,7 @@ int watch(const CommonOptions& common, bool json) {
                                  : "a service runs again")
                     << std::endl;
           service = now;
+          if (now != 0) startReceiver(client);
         }
         break;
       case Callbacks::Event::kMessage: {
@@ -72,7 +95,7 @@ int watch(const CommonOptions& common, bool json) {
         if (json) {
           std::cout << compactJson(message) << std::endl;
         } else {
-          std::cout << timeOfDay() << ' ' << printable(readable(message)) << std::endl;
+          std::cout << timeOfDay() << ' ' << printable(readable(*words, message)) << std::endl;
         }
       }
     }

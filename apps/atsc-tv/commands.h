@@ -16,8 +16,9 @@ struct CommonOptions {
   bool verbose = false;
 
   Client client() const { return Client(verbose); }
-  // Path of the channel database.
+  // Paths of the databases.
   std::string channelDatabase() const;
+  std::string eventDatabase() const;
 };
 
 // What the command line has chosen; returns the exit status, throws Failure.
@@ -27,6 +28,7 @@ using Action = std::function<int(const CommonOptions& common)>;
 using AddCommand = void(CLI::App& app, Action& action);
 
 AddCommand addChannels;
+AddCommand addGuide;
 AddCommand addScan;
 AddCommand addSend;
 AddCommand addWatch;

@@ -12,7 +12,7 @@
 namespace tv {
 namespace {
 
-constexpr AddCommand* kCommands[] = {addScan, addChannels, addWatch, addSend};
+constexpr AddCommand* kCommands[] = {addScan, addChannels, addGuide, addWatch, addSend};
 
 constexpr const char* kFooter =
     "The options of atsc-tv itself (atsc-tv --help) may also follow a subcommand.\n"
@@ -23,8 +23,8 @@ int run(int argc, char** argv) {
   // Characters as the databases have them, whatever the user's language.
   setlocale(LC_CTYPE, "C.UTF-8");
   CLI::App app(
-      "A TV application for the terminal: commands to the ATSC service, its callbacks and "
-      "its channel list.",
+      "A TV application for the terminal: commands to the ATSC service, its callbacks, its "
+      "channel list and its programme guide.",
       "atsc-tv");
   app.set_version_flag("--version", "atsc-tv " ATSC_VERSION);
   app.footer(kFooter);
@@ -50,6 +50,7 @@ int run(int argc, char** argv) {
 }  // namespace
 
 std::string CommonOptions::channelDatabase() const { return apps::databaseFiles(db).channels; }
+std::string CommonOptions::eventDatabase() const { return apps::databaseFiles(db).events; }
 
 CLI::Option* addSourceOption(CLI::App& command, std::string& source, const std::string& help) {
   return command.add_option("--src", source, help)

@@ -25,7 +25,7 @@ void Table::add(const std::vector<std::string>& cells) {
   rows_.push_back(std::move(row));
 }
 
-void Table::print(std::ostream& out, const std::string& indent) const {
+void Table::print(std::ostream& out, const std::string& indent, std::optional<size_t> width) const {
   std::vector<size_t> widths(columns_.size());
   for (const auto& row : rows_) {
     for (size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], displayWidth(row[i]));
@@ -38,7 +38,7 @@ void Table::print(std::ostream& out, const std::string& indent) const {
       line += columns_[i].align == Align::kRight ? padding + row[i] : row[i] + padding;
     }
     line.erase(line.find_last_not_of(' ') + 1);
-    out << line << '\n';
+    out << (width ? cut(line, *width) : line) << '\n';
   }
 }
 

@@ -2,6 +2,7 @@
 #ifndef ATSC_TV_TABLE_H_
 #define ATSC_TV_TABLE_H_
 
+#include <optional>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -22,8 +23,8 @@ class Table {
   // Adds a row with one cell a column. Cells are made printable; an empty one is shown as "-".
   void add(const std::vector<std::string>& cells);
 
-  // Writes titles and rows, every line behind `indent`.
-  void print(std::ostream& out, const std::string& indent) const;
+  // Writes titles and rows, every line behind `indent` and cut to `width` if there is one.
+  void print(std::ostream& out, const std::string& indent, std::optional<size_t> width) const;
 
  private:
   const std::vector<Column> columns_;

@@ -2,6 +2,8 @@
 
 #include <wchar.h>
 
+#include <algorithm>
+
 namespace tv {
 namespace {
 
@@ -81,6 +83,28 @@ bool actsOnTerminal(char32_t point) {
          (point >= 0x2066 && point <= 0x2069) || point == 0xFEFF;
 }
 
+size_t widthOf(char32_t point) {
+  // -1 where the locale does not know the character.
+  const int columns = wcwidth(static_cast<wchar_t>(point));
+  return columns < 0 ? 1 : static_cast<size_t>(columns);
+}
+
+size_t widthOf(const std::u32string& points) {
+  size_t width = 0;
+  for (const char32_t point : points) width += widthOf(point);
+  return width;
+}
+
+// The end of the longest part from `start` on that takes at most `width` columns.
+size_t fitting(const std::u32string& points, size_t start, size_t width) {
+  size_t end = start;
+  for (size_t used = 0; end < points.size(); ++end) {
+    used += widthOf(points[end]);
+    if (used > width) break;
+  }
+  return end;
+}
+
 }  // namespace
 
 std::string validUtf8(std::string_view text) { return encode(decode(text)); }
@@ -93,14 +117,44 @@ std::string printable(std::string_view text, bool keep_lines) {
   return encode(points);
 }
 
-size_t displayWidth(std::string_view text) {
-  size_t width = 0;
-  for (const char32_t point : decode(text)) {
-    // -1 where the locale does not know the character.
-    const int columns = wcwidth(static_cast<wchar_t>(point));
-    width += columns < 0 ? 1 : static_cast<size_t>(columns);
+size_t displayWidth(std::string_view text) { return widthOf(decode(text)); }
+
+std::string oneLine(std::string_view text) {
+  std::string line(text);
+  for (char& c : line) {
+    if (c == '\n' || c == '\r' || c == '\t') c = ' ';
   }
-  return width;
+  return printable(line);
+}
+
+std::string cut(std::string_view text, size_t width) {
+  std::u32string points = decode(text);
+  if (widthOf(points) <= width) return encode(points);
+  if (width == 0) return "";
+  points.resize(fitting(points, 0, width - 1));
+  return encode(points + U'…');
+}
+
+std::string fitted(std::string_view text, size_t width) {
+  std::string line = cut(text, width);
+  return line.append(width - std::min(width, displayWidth(line)), ' ');
+}
+
+std::vector<std::string> wrapped(std::string_view text, size_t width) {
+  const std::u32string points = decode(text);
+  std::vector<std::string> lines;
+  for (size_t start = 0; start < points.size();) {
+    // At least one character, however narrow the column is.
+    const size_t limit = std::max(fitting(points, start, width), start + 1);
+    const size_t blank = limit < points.size() ? points.rfind(U' ', limit) : limit;
+    const size_t end = blank == std::u32string::npos || blank <= start ? limit : blank;
+    const size_t last = points.find_last_not_of(U' ', end - 1);
+    if (last != std::u32string::npos && last >= start) {
+      lines.push_back(encode(points.substr(start, last + 1 - start)));
+    }
+    start = points.find_first_not_of(U' ', end);
+  }
+  return lines;
 }
 
 }  // namespace tv

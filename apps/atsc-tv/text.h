@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace tv {
 
@@ -18,6 +19,18 @@ std::string printable(std::string_view text, bool keep_lines = false);
 
 // Columns that a text takes on a terminal.
 size_t displayWidth(std::string_view text);
+
+// A broadcast text as one printable line: line ends and tabs become blanks.
+std::string oneLine(std::string_view text);
+
+// A printable text in at most `width` columns; where it is cut it ends with an ellipsis.
+std::string cut(std::string_view text, size_t width);
+
+// The same, filled with blanks to exactly `width` columns.
+std::string fitted(std::string_view text, size_t width);
+
+// A printable line as lines of at most `width` columns, broken at blanks where there are any.
+std::vector<std::string> wrapped(std::string_view text, size_t width);
 
 }  // namespace tv
 

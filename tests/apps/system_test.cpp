@@ -4,20 +4,15 @@
 #include <gtest/gtest.h>
 #include <json/json.h>
 #include <signal.h>
-#include <stdlib.h>
 
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <map>
-#include <memory>
 #include <sstream>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
-#include "lineup_rows.h"
-#include "program.h"
+#include "system_fixture.h"
 
 namespace fs = std::filesystem;
 
@@ -26,100 +21,9 @@ namespace {
 using testing::AllOf;
 using testing::HasSubstr;
 
-constexpr const char* kAirLineup = LINEUPS "/metro-air.json";
-constexpr const char* kCableLineup = LINEUPS "/metro-cable.json";
-constexpr const char* kInit = R"({"class":"FW","command":"INIT"})";
 constexpr const char* kStop = R"({"class":"SCAN","command":"stop"})";
 constexpr const char* kScan15 =
     R"({"class":"SCAN","command":"start","mode":"manual","freq":15,"src":"VSB"})";
-
-// On a frequency for long enough that a scan can be met in the middle.
-constexpr const char* kSlow = "300";
-constexpr const char* kFast = "0";
-
-struct Outcome {
-  int status;
-  std::string out;
-  std::string err;
-};
-
-class SystemTest : public testing::Test {
- protected:
-  SystemTest() {
-    std::string path = (fs::temp_directory_path() / "atsc-system-XXXXXX").string();
-    if (mkdtemp(path.data()) == nullptr) throw std::runtime_error("no temporary folder");
-    folder_ = path;
-    environment_ = {{"HOME", folder_},
-                    {"ATSC_HOST_STATE", folder_ / "state"},
-                    {"ATSC_CNAHHEL_DB", ""},
-                    {"ATSC_EVENT_DB", ""}};
-    db_ = folder_ / "db";
-    database_ = db_ / "ATSCChannelData.db3";
-    air_ = folder_ / "air";
-  }
-  ~SystemTest() override {
-    service_.reset();
-    std::error_code error;
-    fs::remove_all(folder_, error);
-  }
-
-  std::unique_ptr<Program> start(std::vector<std::string> words, const std::string& input = "") {
-    return std::make_unique<Program>(folder_, std::move(words), environment_, input);
-  }
-
-  Outcome finish(Program& program) {
-    const int status = program.wait();
-    return {status, program.out(), program.err()};
-  }
-
-  Outcome run(std::vector<std::string> words, const std::string& input = "") {
-    return finish(*start(std::move(words), input));
-  }
-
-  // A transport stream for each channel of both sample lineups.
-  void broadcastLineups() {
-    const Outcome outcome = run({PSIPMUX, kAirLineup, kCableLineup, "--out", air_});
-    if (outcome.status != 0) throw std::runtime_error("no broadcast: " + outcome.err);
-  }
-
-  void startService(const std::string& dwell = kFast) {
-    service_ = start({ATSC_SERVICE, "--air", air_, "--db", db_, "--dwell", dwell});
-    if (!service_->says("ready")) throw std::runtime_error("no service: " + service_->err());
-  }
-
-  std::unique_ptr<Program> startTV(std::vector<std::string> arguments) {
-    arguments.insert(arguments.begin(), {ATSC_TV, "--db", db_});
-    return start(std::move(arguments));
-  }
-
-  Outcome tv(std::vector<std::string> arguments) { return finish(*startTV(std::move(arguments))); }
-  Outcome send(const std::string& command) { return tv({"send", command}); }
-
-  // A scan that has found the services of the first channel, and has most of the band before it.
-  std::unique_ptr<Program> startScan() {
-    auto scan = startTV({"scan"});
-    if (!scan->says("RF 8")) throw std::runtime_error("no scan: " + scan->err());
-    return scan;
-  }
-
-  // A TV application that is registered.
-  std::unique_ptr<Program> startWatch(std::vector<std::string> arguments = {}) {
-    arguments.insert(arguments.begin(), "watch");
-    auto watch = startTV(std::move(arguments));
-    EXPECT_TRUE(eventually([] { return fs::exists("/tmp/.BUS.atsc.qel.tv.srv"); }));
-    return watch;
-  }
-
-  std::vector<Row> terrestrial() const { return rowsOfTable(database_, "channel_data_t"); }
-  std::vector<Row> cable() const { return rowsOfTable(database_, "channel_data_c"); }
-
-  fs::path folder_;
-  fs::path air_;
-  fs::path db_;
-  fs::path database_;
-  std::map<std::string, std::string> environment_;
-  std::unique_ptr<Program> service_;
-};
 
 std::vector<Row> lineupRowsAt(int64_t frequency) {
   std::vector<Row> rows = rowsOfLineup(kAirLineup);
@@ -356,12 +260,6 @@ TEST_F(SystemTest, NamesCannotActOnTheTerminal) {
   EXPECT_EQ(1, broken.status);
   EXPECT_THAT(broken.err, HasSubstr(database_.string()));
 }
-
-#ifdef ATSC_CAPTURES_DIR
-constexpr const char* kCaptures = ATSC_CAPTURES_DIR;
-#else
-constexpr const char* kCaptures = "";
-#endif
 
 TEST_F(SystemTest, BostonCapture) {
   air_ = fs::path(kCaptures) / "boston";

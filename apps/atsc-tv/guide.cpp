@@ -1,0 +1,68 @@
+#include "guide.h"
+
+#include <algorithm>
+#include <limits>
+#include <unordered_map>
+
+#include "rows.h"
+#include "text.h"
+
+namespace tv {
+namespace {
+
+// The event table counts time in 32 bits.
+int64_t seconds(const Json::Value& row, const char* column) {
+  return std::clamp<int64_t>(integer(row, column), 0, std::numeric_limits<uint32_t>::max());
+}
+
+Programme programmeOf(const Json::Value& row) {
+  const int64_t start = seconds(row, "start_time");
+  return {start,
+          start + seconds(row, "duration"),
+          oneLine(row["name"].asString()),
+          oneLine(row["rating"].asString()),
+          integer(row, "cc") != 0,
+          oneLine(row["desc"].asString()),
+          row};
+}
+
+// The programmes that touch `span`; one without length takes part where it starts.
+std::string selection(const std::string& table, Span span) {
+  const std::string start = std::to_string(span.start);
+  return "* FROM " + table + " WHERE start_time < " + std::to_string(span.end) +
+         " AND (start_time + duration > " + start + " OR start_time = " + start +
+         ") ORDER BY start_time, event_index";
+}
+
+}  // namespace
+
+Guide readGuide(const std::string& channel_database, const std::string& event_database,
+                const Source& source, Span span, const std::string& number) {
+  Guide guide;
+  const Json::Value channels = readChannels(channel_database, source);
+  guide.scanned = !channels.isNull();
+  const std::string table = source.event_table;
+  const Json::Value covered = readRows(
+      event_database, table,
+      "MIN(start_time) AS start_time, MAX(start_time + duration) AS end_time FROM " + table);
+  guide.known = !covered.isNull();
+  // Not in one SQL statement: channels and events are in different files.
+  std::unordered_map<std::string, std::vector<Programme>> programmes;
+  if (guide.known) {
+    guide.covered = {integer(covered[0], "start_time"), integer(covered[0], "end_time")};
+    for (const Json::Value& row : readRows(event_database, table, selection(table, span))) {
+      programmes[row["ch_id_pk"].asString()].push_back(programmeOf(row));
+    }
+  }
+  for (const Json::Value& row : channels) {
+    GuideChannel channel = {channelNumber(row), oneLine(row["name"].asString()), {}};
+    if (!number.empty() && number != channel.number) continue;
+    if (const auto found = programmes.find(row["ch_id_pk"].asString()); found != programmes.end()) {
+      channel.programmes = found->second;
+    }
+    guide.channels.push_back(std::move(channel));
+  }
+  return guide;
+}
+
+}  // namespace tv

@@ -1,0 +1,30 @@
+// How the programme guide is shown.
+#ifndef ATSC_TV_GUIDE_VIEW_H_
+#define ATSC_TV_GUIDE_VIEW_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <ostream>
+
+#include "guide.h"
+
+namespace tv {
+
+// A row a channel, a column a half hour from the one that holds `now` on. What does not fit into
+// `width` columns follows below; a terminal too narrow for that gets a list. `bold` makes what is
+// on now stand out.
+void printGrid(std::ostream& out, const Guide& guide, Span span, int64_t now, size_t width,
+               bool bold);
+
+// The programmes of each channel with all there is to say about them.
+void printDetails(std::ostream& out, const Guide& guide, int64_t now, size_t width, bool bold);
+
+// For programs: a line a programme, columns separated by tabs.
+void printLines(std::ostream& out, const Guide& guide, const Source& source);
+
+// What printLines() writes, for a help text.
+extern const char* const kLinesForm;
+
+}  // namespace tv
+
+#endif  // ATSC_TV_GUIDE_VIEW_H_

@@ -1,0 +1,119 @@
+// The programs together, as separate processes, in a folder of the test.
+#ifndef ATSC_TESTS_APPS_SYSTEM_FIXTURE_H_
+#define ATSC_TESTS_APPS_SYSTEM_FIXTURE_H_
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "lineup_rows.h"
+#include "program.h"
+
+inline constexpr const char* kAirLineup = LINEUPS "/metro-air.json";
+inline constexpr const char* kCableLineup = LINEUPS "/metro-cable.json";
+inline constexpr const char* kInit = R"({"class":"FW","command":"INIT"})";
+
+// The folder of field captures; empty where there is none.
+#ifdef ATSC_CAPTURES_DIR
+inline constexpr const char* kCaptures = ATSC_CAPTURES_DIR;
+#else
+inline constexpr const char* kCaptures = "";
+#endif
+
+// On a frequency for long enough that a scan can be met in the middle.
+inline constexpr const char* kSlow = "300";
+inline constexpr const char* kFast = "0";
+
+struct Outcome {
+  int status;
+  std::string out;
+  std::string err;
+};
+
+class SystemTest : public testing::Test {
+ protected:
+  SystemTest() {
+    std::string path = (std::filesystem::temp_directory_path() / "atsc-system-XXXXXX").string();
+    if (mkdtemp(path.data()) == nullptr) throw std::runtime_error("no temporary folder");
+    folder_ = path;
+    environment_ = {{"HOME", folder_},
+                    {"ATSC_HOST_STATE", folder_ / "state"},
+                    {"ATSC_CNAHHEL_DB", ""},
+                    {"ATSC_EVENT_DB", ""}};
+    db_ = folder_ / "db";
+    database_ = db_ / "ATSCChannelData.db3";
+    air_ = folder_ / "air";
+  }
+  ~SystemTest() override {
+    service_.reset();
+    std::error_code error;
+    std::filesystem::remove_all(folder_, error);
+  }
+
+  std::unique_ptr<Program> start(std::vector<std::string> words, const std::string& input = "") {
+    return std::make_unique<Program>(folder_, std::move(words), environment_, input);
+  }
+
+  Outcome finish(Program& program) {
+    const int status = program.wait();
+    return {status, program.out(), program.err()};
+  }
+
+  Outcome run(std::vector<std::string> words, const std::string& input = "") {
+    return finish(*start(std::move(words), input));
+  }
+
+  // A transport stream for each channel of both sample lineups.
+  void broadcastLineups() {
+    const Outcome outcome = run({PSIPMUX, kAirLineup, kCableLineup, "--out", air_});
+    if (outcome.status != 0) throw std::runtime_error("no broadcast: " + outcome.err);
+  }
+
+  void startService(const std::string& dwell = kFast, std::vector<std::string> options = {}) {
+    options.insert(options.begin(), {ATSC_SERVICE, "--air", air_, "--db", db_, "--dwell", dwell});
+    service_ = start(std::move(options));
+    if (!service_->says("ready")) throw std::runtime_error("no service: " + service_->err());
+  }
+
+  std::unique_ptr<Program> startTV(std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), {ATSC_TV, "--db", db_});
+    return start(std::move(arguments));
+  }
+
+  Outcome tv(std::vector<std::string> arguments) { return finish(*startTV(std::move(arguments))); }
+  Outcome send(const std::string& command) { return tv({"send", command}); }
+
+  // A scan that has found the services of the first channel, and has most of the band before it.
+  std::unique_ptr<Program> startScan() {
+    auto scan = startTV({"scan"});
+    if (!scan->says("RF 8")) throw std::runtime_error("no scan: " + scan->err());
+    return scan;
+  }
+
+  // A TV application that is registered.
+  std::unique_ptr<Program> startWatch(std::vector<std::string> arguments = {}) {
+    arguments.insert(arguments.begin(), "watch");
+    auto watch = startTV(std::move(arguments));
+    EXPECT_TRUE(eventually([] { return std::filesystem::exists("/tmp/.BUS.atsc.qel.tv.srv"); }));
+    return watch;
+  }
+
+  std::vector<Row> terrestrial() const { return rowsOfTable(database_, "channel_data_t"); }
+  std::vector<Row> cable() const { return rowsOfTable(database_, "channel_data_c"); }
+
+  std::filesystem::path folder_;
+  std::filesystem::path air_;
+  std::filesystem::path db_;
+  std::filesystem::path database_;
+  std::map<std::string, std::string> environment_;
+  std::unique_ptr<Program> service_;
+};
+
+#endif  // ATSC_TESTS_APPS_SYSTEM_FIXTURE_H_
