@@ -25,3 +25,5 @@ void ATSC_host_set_air(const char* folder) {
 }
 
 void ATSC_host_set_dwell(unsigned int milliseconds) { atschost::set_dwell(milliseconds); }
+
+void ATSC_host_set_fast(int fast) { atschost::set_fast(fast != 0); }

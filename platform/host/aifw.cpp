@@ -8,7 +8,30 @@ using atschost::status_of;
 
 int AIFW_init(int) {
   return status_of(__func__, [] {
-    Receiver::instance();
+    Receiver::instance().start();
+    return true;
+  });
+}
+
+int AIFW_register_frmwrk_app_cb(AIFW_app_callback callback) {
+  return status_of(__func__, [&] {
+    Receiver::instance().events().set_callback(callback);
+    return true;
+  });
+}
+
+int AIFW_get_event_update_data(AIFW_event_update_data* data) {
+  return status_of(__func__, [&] {
+    if (!data) return false;
+    *data = Receiver::instance().events().update_data();
+    return true;
+  });
+}
+
+int AIFW_get_EAS_priority(uint8_t* priority) {
+  return status_of(__func__, [&] {
+    if (!priority) return false;
+    *priority = Receiver::instance().events().alert_priority();
     return true;
   });
 }

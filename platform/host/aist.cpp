@@ -1,9 +1,23 @@
 #include "aist.h"
 
-#include <ctime>
+#include "atsc_host.h"
+#include "receiver/clock.h"
+#include "receiver/receiver.h"
+
+using atschost::Clock;
+using atschost::status_of;
 
 int AIST_get_cur_time_secs(uint32_t* seconds) {
-  if (!seconds) return -1;
-  *seconds = static_cast<uint32_t>(std::time(nullptr));
-  return 0;
+  return status_of(__func__, [&] {
+    if (!seconds) return false;
+    *seconds = Clock::instance().now();
+    return true;
+  });
+}
+
+void ATSC_host_set_clock(uint32_t unix_seconds) {
+  status_of(__func__, [&] {
+    Clock::instance().set(unix_seconds);
+    return true;
+  });
 }

@@ -4,11 +4,12 @@
 
 #include <spdlog/logger.h>
 #include <spdlog/sinks/stdout_sinks.h>
+#include <strings.h>
 
+#include <atomic>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <exception>
 #include <string>
 
@@ -23,13 +24,15 @@ level_enum activeLevel() {
       const char* name;
       level_enum level;
     } kLevels[] = {
-        {"trace", level_enum::trace}, {"debug", level_enum::debug},  {"info", level_enum::info},
-        {"warn", level_enum::warn},   {"warning", level_enum::warn}, {"error", level_enum::err},
-        {"err", level_enum::err},     {"off", level_enum::off},
+        {"trace", level_enum::trace},  {"debug", level_enum::debug},
+        {"info", level_enum::info},    {"warn", level_enum::warn},
+        {"warning", level_enum::warn}, {"error", level_enum::err},
+        {"err", level_enum::err},      {"critical", level_enum::critical},
+        {"off", level_enum::off},
     };
     const char* const value = std::getenv("SPDLOG_LEVEL");
     for (const auto& each : kLevels) {
-      if (value != nullptr && std::strcmp(value, each.name) == 0) return each.level;
+      if (value != nullptr && ::strcasecmp(value, each.name) == 0) return each.level;
     }
     return level_enum::info;
   }();
@@ -74,44 +77,56 @@ struct LoggerCpp::Impl {
   }
 
   spdlog::logger logger;
+  Impl* next_released = nullptr;
+
+  // Loggers that have been destroyed. They are kept: at exit a thread that could not be awaited may
+  // be in the middle of a line.
+  static std::atomic<Impl*> released;
 };
+
+std::atomic<LoggerCpp::Impl*> LoggerCpp::Impl::released{nullptr};
 
 LoggerCpp::LoggerCpp(const char* /*name*/, const char* category)
     : impl_(std::make_unique<Impl>(category != nullptr ? category : "")) {}
 
-LoggerCpp::~LoggerCpp() = default;
+LoggerCpp::~LoggerCpp() {
+  Impl* const impl = impl_.release();
+  impl->next_released = Impl::released;
+  while (!Impl::released.compare_exchange_weak(impl->next_released, impl)) {
+  }
+}
 
 void LoggerCpp::Trace(const char* format, ...) {
   std::va_list arguments;
   va_start(arguments, format);
-  impl_->write(level_enum::trace, format, arguments);
+  if (Impl* const impl = impl_.get()) impl->write(level_enum::trace, format, arguments);
   va_end(arguments);
 }
 
 void LoggerCpp::Debug(const char* format, ...) {
   std::va_list arguments;
   va_start(arguments, format);
-  impl_->write(level_enum::debug, format, arguments);
+  if (Impl* const impl = impl_.get()) impl->write(level_enum::debug, format, arguments);
   va_end(arguments);
 }
 
 void LoggerCpp::Info(const char* format, ...) {
   std::va_list arguments;
   va_start(arguments, format);
-  impl_->write(level_enum::info, format, arguments);
+  if (Impl* const impl = impl_.get()) impl->write(level_enum::info, format, arguments);
   va_end(arguments);
 }
 
 void LoggerCpp::Warn(const char* format, ...) {
   std::va_list arguments;
   va_start(arguments, format);
-  impl_->write(level_enum::warn, format, arguments);
+  if (Impl* const impl = impl_.get()) impl->write(level_enum::warn, format, arguments);
   va_end(arguments);
 }
 
 void LoggerCpp::Error(const char* format, ...) {
   std::va_list arguments;
   va_start(arguments, format);
-  impl_->write(level_enum::err, format, arguments);
+  if (Impl* const impl = impl_.get()) impl->write(level_enum::err, format, arguments);
   va_end(arguments);
 }

@@ -53,8 +53,8 @@ ATSC_LAYOUT_OFFSET(AICS_scan_progress, data_services, 28);
 ATSC_LAYOUT_OFFSET(AICS_scan_progress, band_mask, 32);
 ATSC_LAYOUT_SIZE(AICS_scan_progress, 36);
 
-// Called on the middleware's scan thread, one call at a time. `progress` points at an
-// AICS_scan_progress that is valid during the call.
+// Called on the middleware's scan thread, one call at a time, also from one search to the next.
+// `progress` points at an AICS_scan_progress that is valid during the call.
 typedef void (*AICS_scan_callback)(void* progress, int state);
 
 // Starts a search and returns at once. Fails while another one runs and on a source or frequency
@@ -63,8 +63,9 @@ typedef void (*AICS_scan_callback)(void* progress, int state);
 int AICS_start_search(const AICS_search_request* request, AICS_scan_callback callback);
 
 // Stops the running search; what it has found so far is in the list when the call returns. Does not
-// wait for a callback that is running (which may be waiting for the caller); none begins
-// afterwards. Fails when no search runs.
+// wait for a callback that is running or about to (which may be waiting for the caller); no other
+// one follows it, and the next search reports nothing before it has returned. Fails when no search
+// runs.
 int AICS_stop_scan(void);
 
 #ifdef __cplusplus

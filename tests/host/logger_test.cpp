@@ -38,9 +38,9 @@ bool has(const std::string& log, const std::string& text) {
 
 TEST(Logger, ShowsLinesOfTheLevelAndAbove) {
   const char* const kLines[] = {"trace line", "debug line", "info line", "warn line", "error line"};
-  const std::pair<const char*, size_t> kCases[] = {{"trace", 0}, {"debug", 1}, {"info", 2},
-                                                   {"warn", 3},  {"error", 4}, {"off", 5},
-                                                   {nullptr, 2}, {"loud", 2}};
+  const std::pair<const char*, size_t> kCases[] = {
+      {"trace", 0}, {"debug", 1}, {"info", 2}, {"warn", 3},     {"error", 4},
+      {"off", 5},   {nullptr, 2}, {"loud", 2}, {"CRITICAL", 5}, {"Warning", 3}};
   for (const auto& [level, suppressed] : kCases) {
     const std::string log = logOf(level);
     for (size_t i = 0; i < std::size(kLines); ++i) {

@@ -161,12 +161,33 @@ TEST_F(ReceiverScanTest, ReplacesOnlyTheFrequenciesOfItsSource) {
 
   fs::remove(air_.path(kCable, kChannel14));
   scan(kCable, kChannel14);
+
+  // What cannot be read is not known to be gone.
+  fs::remove(air_.path(kAir, kChannel14));
+  fs::create_directory(air_.path(kAir, kChannel14));
+  scan(kAir);
+  EXPECT_EQ((Texts{"5-1 NEWNAME", "5-2 ADDED"}), labels(kAir));
+  fs::remove(air_.path(kAir, kChannel14));
+}
+
+TEST_F(ReceiverScanTest, FindsItsOwnTablesInAnyOrder) {
+  Bytes foreign = vct(0xC8, {{"OTHER", 9, 1, 7, 2, false, {}, 2}});
+  foreign[4] = 2;  // transport_stream_id
+  const Bytes stream = packets(0x30, {pmt(3, {{2, 49, {}}})}) +
+                       packets(0x1FFB, {sealed(foreign), vct(0xC8, {{"OWN", 5, 1, 3}})}) +
+                       packets(0, {pat({{3, 0x30}})});
+  air_.write(kAir, kChannel14, stream);
+  scan(kAir, kChannel14);
+  const std::vector<Row> list = rows(kAir);
+  ASSERT_EQ((Texts{"5-1 OWN"}), labels(list));
+  EXPECT_EQ((Texts{"49  2"}), streams(list[0]));
 }
 
 // A callback that waits, as one does whose message is being handled by the process that stops.
 struct Gate {
   std::promise<void> reached, opened;
   std::atomic<int> calls{0};
+  std::atomic<bool> returned{false};
 };
 Gate* gate = nullptr;
 void wait_after_lock(void* data, int state) {
@@ -174,6 +195,7 @@ void wait_after_lock(void* data, int state) {
   if (state != AICS_STATE_PROGRESS || !static_cast<AICS_scan_progress*>(data)->carrier_type) return;
   gate->reached.set_value();
   gate->opened.get_future().wait();
+  gate->returned = true;
 }
 
 TEST_F(ReceiverScanTest, StopKeepsWhatWasFoundAndWaitsForNoCallback) {
@@ -191,12 +213,17 @@ TEST_F(ReceiverScanTest, StopKeepsWhatWasFoundAndWaitsForNoCallback) {
   EXPECT_EQ(0, AIFE_get_tuning_details(0, AIFE_MAIN_PATH, &tuning));
   EXPECT_EQ(kChannel14, tuning.frequency);
 
-  // The next scan does not mind the old callback, which is still waiting.
+  // The next scan starts at once, but reports nothing while the old callback is waiting.
   const int calls = blocked.calls;
-  EXPECT_EQ(70u, scan(kAir).size());
-  EXPECT_EQ((Texts{"5-1 GOOD", "6-1 LATER"}), labels(kAir));
+  static std::promise<bool> begun, ended;
+  ASSERT_EQ(0, start_scan(kAir, 0, [](void*, int state) {
+              if (state == AICS_STATE_START) begun.set_value(gate->returned);
+              if (state == AICS_STATE_OVER) ended.set_value(true);
+            }));
   blocked.opened.set_value();
-  scan(kAir, 57000000);
+  EXPECT_TRUE(begun.get_future().get());
+  ended.get_future().wait();
+  EXPECT_EQ((Texts{"5-1 GOOD", "6-1 LATER"}), labels(kAir));
   EXPECT_EQ(calls, blocked.calls);
 }
 

@@ -79,6 +79,8 @@ TEST_F(ReceiverStateTest, ServicesSurviveARestart) {
     receiver.services().replace(kCable, kChannel14, {service(300, 0, kChannel14, kCable)});
     EXPECT_FALSE(fs::exists(state_));
     EXPECT_TRUE(receiver.services().store());
+    fs::remove(services_);
+    EXPECT_TRUE(receiver.services().store()) << "somebody had removed it";
   }
   struct stat status;
   ASSERT_EQ(0, stat(services_.c_str(), &status));

@@ -77,9 +77,13 @@ std::filesystem::path Air::path(uint32_t source, uint32_t frequency) const {
 }
 
 void Air::write(uint32_t source, uint32_t frequency, const Bytes& stream) const {
-  std::ofstream file(path(source, frequency), std::ios::binary);
+  const std::filesystem::path target = path(source, frequency);
+  const std::filesystem::path made = target.string() + ".new";
+  std::ofstream file(made, std::ios::binary);
   file.write(reinterpret_cast<const char*>(stream.data()),
              static_cast<std::streamsize>(stream.size()));
+  file.close();
+  std::filesystem::rename(made, target);
 }
 
 Bytes section(uint8_t table_id, unsigned extension, const Bytes& body, unsigned version,
@@ -158,6 +162,48 @@ Bytes pmt(unsigned program, const std::vector<PmtStream>& elementary) {
            s.descriptors;
   return section(2, program, body);
 }
+
+namespace psip {
+namespace {
+
+Bytes be32(uint32_t value) { return be16(value >> 16) + be16(value & 0xFFFF); }
+
+// multiple_string_structure: one string, not compressed, of Latin letters.
+Bytes text(const std::string& letters) {
+  return Bytes{1, 'e', 'n', 'g', 1, 0, 0, static_cast<uint8_t>(letters.size())} +
+         Bytes(letters.begin(), letters.end());
+}
+
+}  // namespace
+
+Bytes stt(uint32_t time, uint8_t gps_utc_offset) {
+  return section(0xCD, 0, Bytes{0} + be32(time) + Bytes{gps_utc_offset, 0x60, 0});
+}
+
+Bytes mgt(const std::vector<std::pair<unsigned, unsigned>>& tables, unsigned version) {
+  Bytes body = Bytes{0} + be16(static_cast<unsigned>(tables.size()));
+  for (const auto& [type, pid] : tables)
+    body = body + be16(type) + be16(0xE000 | pid) + Bytes{0xE1} + be32(100) + be16(0xF000);
+  return section(0xC7, 0, body + be16(0xF000), version);
+}
+
+Bytes eit(unsigned source_id, const std::vector<Event>& events, unsigned version) {
+  Bytes body{0, static_cast<uint8_t>(events.size())};
+  for (const Event& e : events) {
+    const Bytes title = text(e.title);
+    body = body + be16(0xC000 | e.id) + be32(e.start) +
+           Bytes{static_cast<uint8_t>(0xD0 | e.duration >> 16)} + be16(e.duration & 0xFFFF) +
+           Bytes{static_cast<uint8_t>(title.size())} + title + be16(0xF000);
+  }
+  return section(0xCB, source_id, body, version);
+}
+
+Bytes ett(unsigned source_id, unsigned event_id, const std::string& letters) {
+  return section(0xCC, event_id,
+                 Bytes{0} + be32(source_id << 16 | event_id << 2 | 2) + text(letters));
+}
+
+}  // namespace psip
 
 Bytes good_carrier() {
   return packets(0x1FFB, {vct(0xC8, {{"GOOD", 5, 1, 3, 2, false,

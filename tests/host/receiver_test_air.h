@@ -34,6 +34,7 @@ class Air {
  public:
   Air();
   std::filesystem::path path(uint32_t source, uint32_t frequency) const;
+  // The file is replaced as a whole.
   void write(uint32_t source, uint32_t frequency, const Bytes& stream) const;
 
  private:
@@ -75,6 +76,21 @@ struct PmtStream {
   Bytes descriptors = {};
 };
 Bytes pmt(unsigned program, const std::vector<PmtStream>& streams);
+
+// Tables of the guide. Times are GPS seconds.
+namespace psip {
+struct Event {
+  unsigned id;
+  uint32_t start;
+  unsigned duration;
+  std::string title;
+};
+Bytes stt(uint32_t time, uint8_t gps_utc_offset);
+// Tables by table_type and PID.
+Bytes mgt(const std::vector<std::pair<unsigned, unsigned>>& tables, unsigned version = 1);
+Bytes eit(unsigned source_id, const std::vector<Event>& events, unsigned version = 1);
+Bytes ett(unsigned source_id, unsigned event_id, const std::string& text);
+}  // namespace psip
 
 // A carrier with the channel 5-1 "GOOD", one video and one audio stream.
 Bytes good_carrier();

@@ -2,6 +2,8 @@
 #ifndef ATSC_HOST_H_
 #define ATSC_HOST_H_
 
+#include <stdint.h>
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -31,6 +33,15 @@ void ATSC_host_set_air(const char* folder);
 
 // How long the scan stays on a frequency, in milliseconds (default 20). Before a scan.
 void ATSC_host_set_dwell(unsigned int milliseconds);
+
+// Starts the receiver's clock at a time, Unix seconds, from where it runs on; the broadcast's
+// system time sets it no more. Any thread.
+void ATSC_host_set_clock(uint32_t unix_seconds);
+
+// How a playing stream is read once its tables are known, until when it is read fast. 1: as fast as
+// it can be read, with a short pause after each time; 0 (default): at its own pace, by its PCRs,
+// else by its system time, else at 1000 packets a second. Any thread.
+void ATSC_host_set_fast(int fast);
 
 #ifdef __cplusplus
 }

@@ -16,6 +16,7 @@ namespace atschost {
 namespace {
 
 std::atomic<unsigned> dwell_ms{20};
+std::atomic<bool> read_fast{false};
 
 struct AirFolder {
   std::mutex mutex;
@@ -26,6 +27,11 @@ struct AirFolder {
 AirFolder& air() {
   static AirFolder& instance = *new AirFolder;
   return instance;
+}
+
+StreamId id_of(const std::string& path, const struct stat& status) {
+  return {path, status.st_dev, status.st_ino, static_cast<uint64_t>(status.st_size),
+          int64_t{status.st_mtim.tv_sec} * 1000000000 + status.st_mtim.tv_nsec};
 }
 
 }  // namespace
@@ -51,6 +57,18 @@ File open_regular(const std::string& path) {
   return file;
 }
 
+std::optional<StreamId> stream_id(const std::string& path, const File& file) {
+  struct stat status;
+  if (fstat(file.fd(), &status) != 0) return std::nullopt;
+  return id_of(path, status);
+}
+
+std::optional<StreamId> stream_id(const std::string& path) {
+  struct stat status;
+  if (stat(path.c_str(), &status) != 0) return std::nullopt;
+  return id_of(path, status);
+}
+
 void set_air_folder(const std::string& folder) {
   std::lock_guard<std::mutex> lock(air().mutex);
   air().folder = folder;
@@ -58,6 +76,8 @@ void set_air_folder(const std::string& folder) {
 
 void set_dwell(unsigned milliseconds) { dwell_ms = milliseconds; }
 unsigned dwell() { return dwell_ms; }
+void set_fast(bool fast) { read_fast = fast; }
+bool fast() { return read_fast; }
 
 std::string carrier_path(uint32_t source, uint32_t frequency) {
   std::lock_guard<std::mutex> lock(air().mutex);

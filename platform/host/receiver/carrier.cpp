@@ -2,86 +2,84 @@
 
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
-#include <map>
+#include <chrono>
 #include <string>
+#include <utility>
 
-#include "receiver/air.h"
-#include "receiver/frequency_plan.h"
+#include "receiver/clock.h"
+#include "receiver/demux.h"
 #include "receiver/log.h"
+#include "receiver/psi_decoder.h"
 #include "receiver/transport.h"
 
 namespace atschost {
 namespace {
 
-constexpr size_t kReadLimit = 32 << 20;  // over 13 s of an 8-VSB carrier: every table many times
+constexpr uint8_t kMgtId = 0xC7;
 constexpr size_t kChunk = 512 * kPacketSize;
+// Packets after the services in which an MGT must turn up, over a second of an 8-VSB carrier: it is
+// sent every 150 ms (A/65 7.1).
+constexpr uint64_t kMgtPatience = 16384;
 
 class CarrierReader {
  public:
-  explicit CarrierReader(uint32_t source) : decoder_(source) {}
+  CarrierReader(uint32_t source, StreamId stream)
+      : stream_(std::move(stream)),
+        psi_(source),
+        demux_([this](uint16_t pid) { return psi_.wants(pid) || psip_.wants(pid); },
+               [this](uint16_t pid, const uint8_t* section, size_t size) {
+                 return push(pid, section, size);
+               }) {}
 
   // Returns the errno of a failed read, else 0.
   int read(int fd, const std::atomic<bool>& stop) {
     std::vector<uint8_t> chunk(kChunk);
-    const auto sink = [this](const uint8_t* packet) { push_packet(packet); };
-    for (size_t total = 0; total < kReadLimit && !decoder_.complete() && !stop;) {
+    bool second_look = false;
+    for (size_t total = 0; total < kReadLimit && !enough() && !stop;) {
       const ssize_t got = ::read(fd, chunk.data(), chunk.size());
       if (got < 0 && errno == EINTR) continue;
       if (got < 0) return errno;
-      if (got == 0) {
-        sync_.finish(sink);
-        break;
+      if (got > 0) {
+        demux_.push(chunk.data(), static_cast<size_t>(got));
+        total += static_cast<size_t>(got);
+        continue;
       }
-      sync_.push(chunk.data(), static_cast<size_t>(got), sink);
-      total += static_cast<size_t>(got);
+      demux_.finish();
+      if (second_look || !psi_.missed_some() || lseek(fd, 0, SEEK_SET) != 0) break;
+      second_look = true;
     }
     return 0;
   }
 
-  const CarrierTables& tables() const { return decoder_.tables(); }
-
-  uint64_t packets() const { return packets_; }
-
-  // What was wrong with the stream; empty when nothing was.
-  std::string faults() const {
-    std::string text;
-    if (sync_.losses()) text += "sync lost " + std::to_string(sync_.losses()) + " times";
-    for (const auto& [fault, seen] : faults_) {
-      if (!text.empty()) text += "; ";
-      text += std::string(fault) + " (" + std::to_string(seen.count) + " times, first on PID " +
-              std::to_string(seen.first_pid) + ")";
-    }
-    return text;
-  }
+  const CarrierTables& tables() const { return psi_.tables(); }
+  PsipDecoder& psip() { return psip_; }
+  Demux& demux() { return demux_; }
 
  private:
-  struct Seen {
-    uint64_t count = 0;
-    uint16_t first_pid = 0;
-  };
-
-  void push_packet(const uint8_t* packet) {
-    ++packets_;
-    const uint16_t pid = packet_pid(packet);
-    if (!decoder_.wants(pid)) return;
-    note(pid, assemblers_[pid].push(packet, [&](const uint8_t* section, size_t size) {
-      note(pid, decoder_.push(pid, section, size));
-    }));
+  const char* push(uint16_t pid, const uint8_t* section, size_t size) {
+    const char* fault = psi_.wants(pid) ? psi_.push(pid, section, size) : nullptr;
+    if (fault || !psip_.wants(pid)) return fault;
+    fault = psip_.push(pid, section, size);
+    mgt_seen_ |= !fault && section[0] == kMgtId;
+    if (const auto time = psip_.take_system_time())
+      Clock::instance().remember(stream_, *time, std::chrono::steady_clock::now());
+    return fault;
   }
 
-  void note(uint16_t pid, const char* fault) {
-    if (!fault) return;
-    Seen& seen = faults_[fault];
-    if (seen.count++ == 0) seen.first_pid = pid;
+  bool enough() {
+    if (!psi_.complete()) return false;
+    if (services_at_ == 0) services_at_ = demux_.packets();
+    if (mgt_seen_) return psip_.guide_complete();
+    return demux_.packets() - services_at_ > kMgtPatience;
   }
 
-  PsiDecoder decoder_;
-  PacketSync sync_;
-  std::map<uint16_t, SectionAssembler> assemblers_;
-  uint64_t packets_ = 0;
-  std::map<std::string_view, Seen> faults_;  // faults are literals
+  const StreamId stream_;
+  PsiDecoder psi_;
+  PsipDecoder psip_;
+  Demux demux_;
+  bool mgt_seen_ = false;
+  uint64_t services_at_ = 0;  // packets read when the services were complete
 };
 
 }  // namespace
@@ -92,25 +90,37 @@ CarrierResult read_carrier(uint32_t source, uint32_t frequency, const std::atomi
   if (path.empty()) return result;
   const File file = open_regular(path);
   if (!file) {
-    if (errno != ENOENT && errno != ENOTDIR) log().Warn("%s: no lock: %m", path.c_str());
+    result.known = errno == ENOENT || errno == ENOTDIR;
+    if (!result.known) log().Warn("%s: no lock: %m", path.c_str());
+    return result;
+  }
+  result.stream = stream_id(path, file);
+  if (!result.stream) {
+    log().Warn("%s: no lock: %m", path.c_str());
     return result;
   }
   result.locked = true;
 
-  CarrierReader reader(source);
+  CarrierReader reader(source, *result.stream);
   const int error = reader.read(file.fd(), stop);
   if (stop) return result;
   if (error) {
     errno = error;
     log().Warn("%s: reading ended: %m", path.c_str());
+    return result;
   }
-  result.services = build_services(reader.tables(), source, frequency);
-
+  result.known = true;
   const CarrierTables& tables = reader.tables();
-  log().Info("%s: %llu packets, VCT %s, PAT %s, %zu PMTs: %zu services", path.c_str(),
-             static_cast<unsigned long long>(reader.packets()), tables.vct ? "found" : "none",
-             tables.pat ? "found" : "none", tables.pmts.size(), result.services.size());
-  if (const std::string faults = reader.faults(); !faults.empty())
+  result.services = build_services(tables, source, frequency);
+  result.guide = reader.psip().guide();
+  result.gps_utc_offset = reader.psip().gps_utc_offset();
+  result.rating_regions = reader.psip().take_rating_regions();
+
+  log().Info("%s: %llu packets, VCT %s, PAT %s, %zu PMTs: %zu services; %zu EITs", path.c_str(),
+             static_cast<unsigned long long>(reader.demux().packets()),
+             tables.vct ? "found" : "none", tables.pat ? "found" : "none", tables.pmts.size(),
+             result.services.size(), result.guide.eits.size());
+  if (const std::string faults = reader.demux().take_faults(); !faults.empty())
     log().Warn("%s: %s", path.c_str(), faults.c_str());
   return result;
 }

@@ -26,8 +26,11 @@ namespace {
 
 constexpr unsigned kMaxMessages = 20;   // lines of libdvbpsi's own a carrier
 constexpr unsigned kMaxSubtables = 16;  // VCTs of different transport stream ids
-constexpr size_t kMaxPrograms = 128;    // a 6 MHz channel carries far fewer
+constexpr size_t kMaxPrograms = 1024;   // a 6 MHz channel carries far fewer
 constexpr size_t kMaxChannels = 1024;   // of a VCT
+// How often a VCT of another transport stream id is repeated before it is clear that the carrier
+// has none of its own.
+constexpr unsigned kForeignRepeats = 3;
 
 template <typename Visit>
 void for_each_descriptor(const dvbpsi_descriptor_t* descriptor, Visit visit) {
@@ -146,7 +149,9 @@ struct PsiDecoder::Callbacks {
     const std::unique_ptr<dvbpsi_atsc_vct_t, void (*)(dvbpsi_atsc_vct_t*)> owned(
         table, dvbpsi_atsc_DeleteVCT);
     auto* self = static_cast<PsiDecoder*>(data);
-    if (!table->b_current_next || self->tables_.vct) return;
+    if (!table->b_current_next) return;
+    if (self->tables_.vct && !(self->tables_.pat && table->i_extension == self->tables_.pat->tsid))
+      return;
     Vct vct;
     vct.tsid = table->i_extension;
     for (const auto* c = table->p_first_channel; c; c = c->p_next) {
@@ -201,7 +206,7 @@ const char* PsiDecoder::push(uint16_t pid, const uint8_t* section, size_t size) 
   // Other tables share these PIDs and are none of our business here.
   const uint8_t table_id = section[0];
   const bool is_pat = pid == kPatPid && table_id == 0x00 && !tables_.pat;
-  const bool is_vct = pid == kPsipBasePid && table_id == vct_table_id_ && !tables_.vct;
+  const bool is_vct = pid == kPsipBasePid && table_id == vct_table_id_ && !has_own_vct();
   const bool is_pmt = tables_.pat && table_id == 0x02 && pid != kPatPid && pid != kPsipBasePid;
   if (!is_pat && !is_vct && !is_pmt) return nullptr;
   if (const char* fault = section_fault(section, size)) return fault;
@@ -209,16 +214,26 @@ const char* PsiDecoder::push(uint16_t pid, const uint8_t* section, size_t size) 
 
   if (is_pat) {
     pat_->push(pid, section, size);
-    if (tables_.pat) attach_pmts();
+    if (tables_.pat) {
+      attach_pmts();
+      // The carrier's own one may have been seen before it was known to be.
+      if (tables_.vct && !has_own_vct()) attach_psip();
+    }
   } else if (is_vct) {
     // Begun tables are forgotten rather than kept in any number.
     if (subtables_ == kMaxSubtables) attach_psip();
+    if (tables_.pat && tables_.vct && section[6] == 0 && read16(section + 3) == tables_.vct->tsid)
+      ++vct_repeats_;
     psip_->push(pid, section, size);
   } else {
     push_pmt(pid, section, size);
   }
   complete_ = check_complete();
   return nullptr;
+}
+
+bool PsiDecoder::has_own_vct() const {
+  return tables_.vct && tables_.pat && tables_.vct->tsid == tables_.pat->tsid;
 }
 
 void PsiDecoder::attach_psip() {
@@ -246,6 +261,7 @@ void PsiDecoder::attach_pmts() {
 
 bool PsiDecoder::check_complete() const {
   if (!tables_.pat || !tables_.vct) return false;
+  if (!has_own_vct() && vct_repeats_ < kForeignRepeats) return false;
   const auto& channels = tables_.vct->channels;
   return std::none_of(channels.begin(), channels.end(), [this](const VirtualChannel& c) {
     return !c.hidden && pmts_.count(c.program_number);

@@ -46,8 +46,8 @@ struct CarrierTables {
   std::map<uint16_t, std::vector<AISRV_pid_info>> pmts;  // by program number
 };
 
-// Fed with the sections of one carrier; the first whole current version of each table counts. One
-// thread.
+// Fed with the sections of one carrier; the first whole current version of each table counts. Of
+// several VCTs the one with the PAT's transport_stream_id counts, else the first. One thread.
 class PsiDecoder {
  public:
   // `source` decides whether the terrestrial or the cable VCT counts.
@@ -63,6 +63,10 @@ class PsiDecoder {
 
   // Whether every table that the services need is there.
   bool complete() const { return complete_; }
+  // Whether a PMT that the PAT lists is not.
+  bool awaits_pmts() const { return !pmts_.empty(); }
+  // Whether reading the same stream again may find more: what came before the PAT.
+  bool missed_some() const { return tables_.pat && (awaits_pmts() || !has_own_vct()); }
   const CarrierTables& tables() const { return tables_; }
 
  private:
@@ -70,6 +74,7 @@ class PsiDecoder {
   struct Callbacks;
 
   void push_pmt(uint16_t pid, const uint8_t* section, size_t size);
+  bool has_own_vct() const;
   void attach_psip();
   void attach_pmts();
   bool check_complete() const;
@@ -80,6 +85,7 @@ class PsiDecoder {
   std::bitset<0x2000> wanted_;
   unsigned messages_ = 0;
   unsigned subtables_ = 0;
+  unsigned vct_repeats_ = 0;  // of the VCT in use, since the PAT is there
   std::unique_ptr<Handle> pat_;
   std::unique_ptr<Handle> psip_;
   std::map<uint16_t, std::unique_ptr<Handle>> pmts_;  // awaited, by program number

@@ -1,9 +1,12 @@
 #include "receiver/receiver.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <stdexcept>
+#include <utility>
 
 #include "middleware_types.h"
 #include "receiver/air.h"
@@ -11,7 +14,7 @@
 namespace atschost {
 namespace {
 
-// What a scan callback may take to return once the process exits, before its thread is left alone.
+// what a callback may take to return once the process exits, before its thread is left alone.
 constexpr std::chrono::milliseconds kExitPatience(2000);
 
 bool is_deleted(const Service& service) { return service.flags & AISRV_FLAG_DELETED; }
@@ -35,7 +38,10 @@ Receiver& Receiver::instance() {
   static Receiver& receiver = [&]() -> Receiver& {
     auto* made = new Receiver(state_folder());
     static Receiver* at_exit = made;
-    std::atexit([] { at_exit->scanner_.shut_down(kExitPatience); });
+    static const pid_t process = getpid();
+    std::atexit([] {
+      if (getpid() == process) at_exit->shut_down();  // a forked child has none of the threads
+    });
     return *made;
   }();
   return receiver;
@@ -44,9 +50,28 @@ Receiver& Receiver::instance() {
 Receiver::Receiver(const std::string& state_folder)
     : settings_{AI_INPUT_TERRESTRIAL, std::nullopt},
       settings_file_(state_folder, "settings.json", "atsc-host-settings-1"),
+      rating_regions_(events_),
       services_(state_folder),
+      live_tuner_(services_, guide_, rating_regions_, events_),
+      guide_tuner_(services_, {[this](uint32_t source, uint32_t frequency) {
+                                 return live_tuner_.is_tuned_to(source, frequency);
+                               },
+                               [this](uint32_t source, uint32_t frequency, CarrierResult& found) {
+                                 take_guide(source, frequency, found, guide_round_);
+                               },
+                               [this] {
+                                 // The first round may be over before the application listens.
+                                 if (!guide_round_.source_ids.empty() && events_.has_callback())
+                                   report(std::exchange(guide_round_, {}));
+                               }}),
       scanner_(services_,
-               [this](uint32_t source, uint32_t frequency) { tuned_by_scan(source, frequency); }) {
+               {[this](uint32_t source, uint32_t frequency) { tuned_by_scan(source, frequency); },
+                [this](uint32_t source, uint32_t frequency, CarrierResult& found,
+                       Scanner::Outcome& outcome) {
+                  if (found.stream) guide_tuner_.note(source, frequency, *found.stream);
+                  take_guide(source, frequency, found, outcome);
+                },
+                [this](const Scanner::Outcome& outcome) { report(outcome); }}) {
   settings_file_.load([this](const Json::Value& content) { load_settings(content); });
   settings_to_store_ = settings_;
 }
@@ -88,6 +113,29 @@ void Receiver::tuned_by_scan(uint32_t source, uint32_t frequency) {
   std::lock_guard<std::mutex> lock(mutex_);
   tuning_ = {frequency, modulation_of(source)};
   playing_ = false;
+  live_tuner_.stop();
+}
+
+void Receiver::take_guide(uint32_t source, uint32_t frequency, CarrierResult& found,
+                          Scanner::Outcome& outcome) {
+  if (!found.guide.eits.empty()) outcome.guide = true;
+  const auto ids =
+      source_ids_of(guide_.update(source, frequency, found.guide, found.gps_utc_offset));
+  outcome.source_ids.insert(ids.begin(), ids.end());
+  rating_regions_.receive(std::move(found.rating_regions));
+}
+
+void Receiver::report(const Scanner::Outcome& outcome) {
+  if (outcome.services) events_.raise(AFW_SERVICE_BUILD_COMPLETED);
+  events_.raise_guide_update({outcome.source_ids.begin(), outcome.source_ids.end()});
+  if (outcome.guide) events_.raise(AFW_EPG_COMPLETE);
+}
+
+void Receiver::shut_down() {
+  events_.shut_down(kExitPatience);
+  live_tuner_.shut_down();
+  guide_tuner_.shut_down();
+  scanner_.shut_down(kExitPatience);
 }
 
 bool Receiver::play(const Service& service) {
@@ -98,6 +146,7 @@ bool Receiver::play(const Service& service) {
   playing_ = true;
   log().Info("playing %u-%u on %s %u Hz", service.key.major, service.key.minor,
              modulation_name(service.key.source), service.key.frequency);
+  live_tuner_.play(service.key);
   return true;
 }
 
@@ -106,6 +155,7 @@ bool Receiver::play_first(uint32_t source, uint32_t frequency) {
     return !is_deleted(s) && (frequency == 0 || s.key.frequency == frequency);
   });
   if (!services.empty() && play(services.front())) return true;
+  if (!services.empty()) live_tuner_.report_failure();
   log().Warn("cannot play a service of source %u, frequency %u Hz: %s", source, frequency,
              services.empty() ? "none is listed" : "its carrier is gone");
   return false;
@@ -148,6 +198,7 @@ bool Receiver::change_channel(const AIFW_channel_change_request& request) {
   // A service whose carrier is gone is passed over.
   if (std::any_of(services.begin(), services.end(), [this](const Service& s) { return play(s); }))
     return true;
+  if (!services.empty()) live_tuner_.report_failure();
   log().Warn("channel change (mode %u, source %u, %u-%u): %s", request.mode, source, request.major,
              request.minor, services.empty() ? "no such service" : "no carrier");
   return false;
@@ -156,6 +207,7 @@ bool Receiver::change_channel(const AIFW_channel_change_request& request) {
 void Receiver::stop_playing() {
   std::lock_guard<std::mutex> lock(mutex_);
   playing_ = false;
+  live_tuner_.stop();
 }
 
 std::optional<Service> Receiver::current() const {

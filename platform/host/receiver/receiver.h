@@ -10,25 +10,36 @@
 
 #include "aife.h"
 #include "aifw.h"
+#include "receiver/event_queue.h"
+#include "receiver/guide.h"
+#include "receiver/guide_tuner.h"
+#include "receiver/live_tuner.h"
 #include "receiver/log.h"
+#include "receiver/rating_regions.h"
 #include "receiver/scanner.h"
 #include "receiver/service_list.h"
 #include "receiver/state_file.h"
 
 namespace atschost {
 
-// One tuner, one service list, one play path. Any thread. Functions that return a bool: false on
-// failure, with nothing changed.
+// One tuner for playing and scanning, one for the guide; one service list, one play path. Any
+// thread. Functions that return a bool: false on failure, with nothing changed.
 class Receiver {
  public:
   // The receiver of this process, made at the first call: a process that never calls the middleware
-  // has no thread of it and touches no file. It is never destroyed; at exit its scan is stopped.
+  // has no thread of it and touches no file. It is never destroyed; at exit its threads are ended.
   static Receiver& instance();
 
   explicit Receiver(const std::string& state_folder);
 
+  EventQueue& events() { return events_; }
+  Guide& guide() { return guide_; }
   ServiceList& services() { return services_; }
   Scanner& scanner() { return scanner_; }
+  RatingRegions& rating_regions() { return rating_regions_; }
+
+  // Begins to keep the guide of the listed services.
+  void start() { guide_tuner_.start(); }
 
   bool play_first(uint32_t source, uint32_t frequency);
   bool change_channel(const AIFW_channel_change_request& request);
@@ -57,6 +68,10 @@ class Receiver {
   void load_settings(const Json::Value& content);
   void tuned_by_scan(uint32_t source, uint32_t frequency);
   bool play(const Service& service);
+  void take_guide(uint32_t source, uint32_t frequency, CarrierResult& found,
+                  Scanner::Outcome& outcome);
+  void report(const Scanner::Outcome& outcome);
+  void shut_down();
 
   mutable std::mutex mutex_;  // of the fields up to given_; taken before the list's
   Settings settings_;
@@ -70,8 +85,15 @@ class Receiver {
   StateFile settings_file_;
   Settings settings_to_store_;
 
+  EventQueue events_;
+  Guide guide_;
+  RatingRegions rating_regions_;
   ServiceList services_;
-  Scanner scanner_;  // last: its threads use all above
+  Scanner::Outcome guide_round_;  // the guide tuner's
+  // Last: their threads use all above.
+  LiveTuner live_tuner_;
+  GuideTuner guide_tuner_;
+  Scanner scanner_;
 };
 
 // Runs the body of a middleware function, which returns whether it succeeded: nothing may be thrown

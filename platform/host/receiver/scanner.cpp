@@ -1,11 +1,14 @@
 #include "receiver/scanner.h"
 
+#include <algorithm>
 #include <exception>
+#include <utility>
 
 #include "middleware_types.h"
 #include "receiver/air.h"
 #include "receiver/carrier.h"
 #include "receiver/log.h"
+#include "receiver/thread.h"
 
 namespace atschost {
 
@@ -15,11 +18,13 @@ struct Scanner::Job {
   AICS_scan_callback callback = nullptr;
   AICS_scan_progress progress{};
   std::atomic<bool> stopped{false};  // also read while a carrier is being read
-  bool done = false;                 // the thread is about to end
+  Outcome outcome;
+  bool reporting = false;  // the callback runs, or is about to
+  bool done = false;       // the thread is about to end
   std::thread thread;
 };
 
-Scanner::Scanner(ServiceList& list, Tune tune) : list_(list), tune_(std::move(tune)) {}
+Scanner::Scanner(ServiceList& list, Hooks hooks) : list_(list), hooks_(std::move(hooks)) {}
 
 Scanner::~Scanner() { shut_down(std::chrono::hours(1)); }
 
@@ -57,7 +62,7 @@ bool Scanner::start(const AICS_search_request& request, AICS_scan_callback callb
   }
   jobs_.push_back(job);
   try {
-    job->thread = std::thread([this, job] { run(*job); });
+    job->thread = start_thread("channel scan", [this, job] { run(*job); });
   } catch (...) {
     jobs_.pop_back();
     throw;
@@ -70,8 +75,10 @@ bool Scanner::stop() {
   std::lock_guard<std::mutex> lock(mutex_);
   if (!running_) return false;
   running_->stopped = true;
+  const Outcome outcome = std::move(running_->outcome);
   running_.reset();
   changed_.notify_all();
+  hooks_.ended(outcome);
   return true;
 }
 
@@ -124,14 +131,18 @@ bool Scanner::visit(Job& job, const RfChannel& channel) {
     std::unique_lock<std::mutex> lock(mutex_);
     const auto stopped = [&] { return running_.get() != &job; };
     if (stopped()) return false;
-    tune_(job.source, channel.frequency);
+    hooks_.tune(job.source, channel.frequency);
     if (changed_.wait_for(lock, std::chrono::milliseconds(dwell()), stopped)) return false;
   }
   CarrierResult carrier;
+  Outcome outcome;
   try {
     carrier = read_carrier(job.source, channel.frequency, job.stopped);
+    if (carrier.known && carrier.locked)
+      hooks_.take(job.source, channel.frequency, carrier, outcome);
   } catch (const std::exception& e) {
     log().Error("%s %u Hz: %s", modulation_name(job.source), channel.frequency, e.what());
+    carrier = {};
   }
 
   AICS_scan_progress& progress = job.progress;
@@ -151,22 +162,48 @@ bool Scanner::visit(Job& job, const RfChannel& channel) {
 
   // Under the lock, so that a stopped scan changes nothing after stop() has returned.
   std::lock_guard<std::mutex> lock(mutex_);
-  if (running_.get() != &job) return false;
-  list_.replace(job.source, channel.frequency, std::move(carrier.services));
+  const bool running = running_.get() == &job;
+  if (running && carrier.known)
+    outcome.services =
+        list_.replace(job.source, channel.frequency, std::move(carrier.services)).any();
+  if (!running) {
+    hooks_.ended(outcome);  // the guide is there already
+    return false;
+  }
+  job.outcome.services |= outcome.services;
+  job.outcome.guide |= outcome.guide;
+  job.outcome.source_ids.insert(outcome.source_ids.begin(), outcome.source_ids.end());
   return true;
 }
 
-// Returns false when the scan has been stopped. No lock is held during the callback, which may be
-// waiting for whoever calls stop().
+// Returns false when the scan has been stopped. One callback at a time: that of a stopped scan is
+// awaited. No lock is held during the callback, which may be waiting for whoever calls stop().
 bool Scanner::report(Job& job, int state) {
-  {
-    std::lock_guard<std::mutex> lock(mutex_);
-    if (running_.get() != &job) return false;
-    // Whoever learns of the end, through the callback, may start the next scan.
-    if (state == AICS_STATE_OVER) running_.reset();
-  }
+  std::unique_lock<std::mutex> lock(mutex_);
+  const auto stopped = [&] { return running_.get() != &job; };
+  changed_.wait(lock, [&] {
+    return stopped() || std::none_of(jobs_.begin(), jobs_.end(),
+                                     [](const auto& other) { return other->reporting; });
+  });
+  if (stopped()) return false;
+  // Whoever learns of the end, through the callback, may start the next scan.
+  if (state == AICS_STATE_OVER) running_.reset();
+  job.reporting = true;
   AICS_scan_progress copy = job.progress;
-  job.callback(&copy, state);
+  lock.unlock();
+  const auto reported = [&] {
+    lock.lock();
+    job.reporting = false;
+    changed_.notify_all();
+  };
+  try {
+    job.callback(&copy, state);
+    if (state == AICS_STATE_OVER) hooks_.ended(job.outcome);
+  } catch (...) {
+    reported();
+    throw;
+  }
+  reported();
   return true;
 }
 

@@ -9,23 +9,39 @@
 #include <list>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <thread>
 
 #include "aics.h"
+#include "receiver/carrier.h"
 #include "receiver/frequency_plan.h"
 #include "receiver/service_list.h"
 
 namespace atschost {
 
-// Runs one scan at a time, each on a thread of its own: a scan whose callback never returns keeps
-// its thread, not the scanner.
+// Runs one scan at a time, each on a thread of its own: whoever stops or starts one waits for no
+// callback. The callback of a stopped scan only delays what the next one reports.
 class Scanner {
  public:
-  using Tune = std::function<void(uint32_t source, uint32_t frequency)>;
+  // What a scan has changed.
+  struct Outcome {
+    bool services = false;          // the service list
+    bool guide = false;             // a guide was received, changed or not
+    std::set<uint16_t> source_ids;  // whose guide is another one
+  };
+  struct Hooks {
+    // Told of each frequency before it is read, on the scan thread and under the scanner's lock:
+    // after stop() no more frequency is tuned.
+    std::function<void(uint32_t source, uint32_t frequency)> tune;
+    // Takes what else than services was found on a carrier, on the scan thread.
+    std::function<void(uint32_t source, uint32_t frequency, CarrierResult& found, Outcome& outcome)>
+        take;
+    // After the end was reported and before another scan reports anything; or by stop(), under the
+    // scanner's lock.
+    std::function<void(const Outcome& outcome)> ended;
+  };
 
-  // `tune` is told of each frequency before it is read, on the scan thread and under the scanner's
-  // lock: after stop() no more frequency is tuned.
-  Scanner(ServiceList& list, Tune tune);
+  Scanner(ServiceList& list, Hooks hooks);
   ~Scanner();
 
   // As AICS_start_search. False when refused.
@@ -46,7 +62,7 @@ class Scanner {
   bool report(Job& job, int state);
 
   ServiceList& list_;
-  const Tune tune_;
+  const Hooks hooks_;
   std::mutex mutex_;  // of all below, and of every job
   std::condition_variable changed_;
   std::list<std::shared_ptr<Job>> jobs_;  // with a thread that has not been joined

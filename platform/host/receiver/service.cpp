@@ -1,9 +1,11 @@
 #include "receiver/service.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "middleware_types.h"
 #include "receiver/frequency_plan.h"
+#include "receiver/log.h"
 
 namespace atschost {
 namespace {
@@ -98,10 +100,16 @@ std::vector<AISRV_pid_info> streams_of(const VirtualChannel& channel, const Carr
 std::vector<Service> build_services(const CarrierTables& tables, uint32_t source,
                                     uint32_t frequency) {
   std::vector<Service> services;
+  bool twin_told = false;
   const auto add = [&](Service service) {
     const bool known = std::any_of(services.begin(), services.end(),
                                    [&](const Service& s) { return s.key == service.key; });
-    if (!known) services.push_back(std::move(service));
+    if (!known) {
+      services.push_back(std::move(service));
+    } else if (!std::exchange(twin_told, true)) {
+      log().Warn("%s %u Hz: %u-%u is there twice; the first one counts", modulation_name(source),
+                 frequency, service.key.major, service.key.minor);
+    }
   };
   Service blank;
   blank.key.source = source;

@@ -1,7 +1,9 @@
 #include "receiver/service_list.h"
 
 #include <algorithm>
+#include <iterator>
 #include <stdexcept>
+#include <tuple>
 
 #include "middleware_types.h"
 #include "receiver/frequency_plan.h"
@@ -14,6 +16,24 @@ constexpr uint32_t kMaxRecord = 0xFFFE;  // 0xFFFF: not known
 constexpr size_t kMaxNameBytes = 1024;
 
 bool by_key(const Service& a, const Service& b) { return a.key < b.key; }
+
+bool same_stream(const AISRV_pid_info& a, const AISRV_pid_info& b) {
+  const auto tie = [](const AISRV_pid_info& s) {
+    return std::tie(s.stream_type, s.audio_kind, s.pid, s.main_audio_number, s.description_mask,
+                    s.full_mix);
+  };
+  return tie(a) == tie(b) && std::equal(std::begin(a.language), std::end(a.language), b.language) &&
+         std::equal(std::begin(a.second_language), std::end(a.second_language), b.second_language);
+}
+
+// Whether the broadcast says the same of a service.
+bool same_broadcast(const Service& a, const Service& b) {
+  const auto tie = [](const Service& s) {
+    return std::tie(s.type, s.source_id, s.tsid, s.program_number, s.from_pmt, s.name);
+  };
+  return tie(a) == tie(b) && std::equal(a.streams.begin(), a.streams.end(), b.streams.begin(),
+                                        b.streams.end(), same_stream);
+}
 
 std::string to_hex(const std::string& bytes) {
   std::string text;
@@ -147,7 +167,9 @@ ServiceList::ServiceList(const std::string& state_folder)
   file_.load([this](const Json::Value& content) { services_ = list_from_json(content); });
 }
 
-void ServiceList::replace(uint32_t source, uint32_t frequency, std::vector<Service> found) {
+ServiceList::Change ServiceList::replace(uint32_t source, uint32_t frequency,
+                                         std::vector<Service> found) {
+  Change change;
   std::lock_guard<std::mutex> lock(mutex_);
   std::vector<bool> used(kMaxRecord + 1);
   for (const Service& old : services_) used[old.record] = true;
@@ -159,11 +181,14 @@ void ServiceList::replace(uint32_t source, uint32_t frequency, std::vector<Servi
       list.push_back(std::move(old));
       continue;
     }
+    ++change.deleted;
     for (Service& service : found) {
       if (!(service.key == old.key)) continue;
       service.record = old.record;
       service.flags = old.flags;
       service.favourites = old.favourites;
+      --change.deleted;
+      if (!same_broadcast(service, old)) ++change.updated;
     }
   }
   size_t record = 1;
@@ -176,11 +201,14 @@ void ServiceList::replace(uint32_t source, uint32_t frequency, std::vector<Servi
       }
       used[record] = true;
       service.record = static_cast<uint16_t>(record);
+      ++change.added;
     }
     list.push_back(std::move(service));
   }
   std::sort(list.begin(), list.end(), by_key);
   services_ = std::move(list);
+  ++generation_;
+  return change;
 }
 
 void ServiceList::visit(uint32_t source, const std::function<bool(const Service&)>& visit) const {

@@ -2,6 +2,7 @@
 #ifndef ATSC_HOST_RECEIVER_SERVICE_LIST_H_
 #define ATSC_HOST_RECEIVER_SERVICE_LIST_H_
 
+#include <atomic>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -20,11 +21,20 @@ class ServiceList {
 
   // Puts the services found on one carrier in the place of those listed for it. A service that is
   // found again keeps record number, flags and favourites.
-  void replace(uint32_t source, uint32_t frequency, std::vector<Service> found);
+  struct Change {
+    size_t deleted = 0;
+    size_t added = 0;
+    size_t updated = 0;
+    bool any() const { return deleted + added + updated > 0; }
+  };
+  Change replace(uint32_t source, uint32_t frequency, std::vector<Service> found);
 
   // Calls `visit` for each service of a source, in order, until it returns false. It runs under the
   // list's lock and must not call back.
   void visit(uint32_t source, const std::function<bool(const Service&)>& visit) const;
+
+  // Another number after each change of what is listed.
+  unsigned generation() const { return generation_; }
 
   // Stores the list if it has changed. False on failure.
   bool store();
@@ -32,6 +42,7 @@ class ServiceList {
  private:
   mutable std::mutex mutex_;  // of services_
   std::vector<Service> services_;
+  std::atomic<unsigned> generation_{0};
   std::mutex store_mutex_;  // of file_; taken before mutex_
   StateFile file_;
 };

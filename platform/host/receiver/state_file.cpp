@@ -122,7 +122,8 @@ bool StateFile::store(Json::Value content) {
   }
   content["format"] = format_;
   std::string text = to_text(content);
-  if (text == stored_) return true;
+  // Somebody may have removed it.
+  if (text == stored_ && access(path_.c_str(), F_OK) == 0) return true;
   if (!write(text)) return false;
   stored_ = std::move(text);
   return true;

@@ -1,0 +1,71 @@
+#include "receiver/alerts.h"
+
+#include <functional>
+
+#include "receiver/log.h"
+
+namespace atschost {
+namespace {
+
+// How long an alert without an end stays after its table was received last.
+constexpr std::chrono::seconds kGone(10);
+
+// alert_priority.
+constexpr uint8_t kTestMessage = 0;  // of no concern to receivers in homes
+constexpr uint8_t kHigh = 11;        // this one and maximum are shown whatever is being watched
+constexpr uint8_t kMaximum = 15;
+
+uint64_t hash_of(const EmergencyAlert& alert) {
+  return std::hash<std::string>()(alert.originator + alert.event_code + alert.text) ^
+         uint64_t { alert.event_id } << 32 ^ alert.start;
+}
+
+}  // namespace
+
+void Alerts::receive(const EmergencyAlert& alert, Instant at,
+                     std::optional<uint32_t> station_time) {
+  last_seen_ = at;
+  const size_t sequence = alert.sequence % shown_.size();
+  const uint64_t hash = hash_of(alert);
+  if (shown_[sequence] == hash) return;
+  shown_[sequence] = hash;
+  // The numbers go round: what comes next is not what had these numbers long ago.
+  for (size_t ahead = 1; ahead <= shown_.size() / 2; ++ahead)
+    shown_[(sequence + ahead) % shown_.size()].reset();
+
+  if (alert.priority == kTestMessage) {
+    log().Debug("alert %u is a test message", alert.sequence);
+    return;
+  }
+  stop();
+  const bool blocking = alert.priority == kHigh || alert.priority == kMaximum;
+  log().Info("alert %u, event %u, priority %u, starts", alert.sequence, alert.event_id,
+             alert.priority);
+  events_.raise_alert(blocking ? AFW_EAS_START_BLOCKING : AFW_EAS_START_NON_BLOCKING, alert.text,
+                      alert.priority);
+  Present present;
+  present.start = at;
+  present.remaining = std::chrono::seconds(alert.time_remaining);
+  if (alert.duration > 0 && (alert.start != 0 || station_time))
+    present.event_end = (alert.start ? alert.start : *station_time) + alert.duration * 60u;
+  present_ = present;
+}
+
+void Alerts::check(Instant at, std::optional<uint32_t> station_time) {
+  if (!present_) return;
+  if (present_->remaining.count() > 0) {
+    if (at - present_->start >= present_->remaining) stop();
+    return;
+  }
+  const bool over = present_->event_end && station_time && *station_time >= *present_->event_end;
+  if (over || at - last_seen_ >= kGone) stop();
+}
+
+void Alerts::stop() {
+  if (!present_) return;
+  present_.reset();
+  log().Info("the alert ends");
+  events_.raise(AFW_EAS_STOP);
+}
+
+}  // namespace atschost

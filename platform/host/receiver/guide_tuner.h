@@ -1,0 +1,66 @@
+// The second tuner, which keeps the guide of all carriers.
+#ifndef ATSC_HOST_RECEIVER_GUIDE_TUNER_H_
+#define ATSC_HOST_RECEIVER_GUIDE_TUNER_H_
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <thread>
+#include <utility>
+
+#include "receiver/air.h"
+#include "receiver/carrier.h"
+#include "receiver/service_list.h"
+
+namespace atschost {
+
+// Reads each listed carrier once, and again when its file has become another one, on a thread of
+// its own. It does not touch the service list. Any thread.
+class GuideTuner {
+ public:
+  struct Hooks {
+    // Whether somebody else receives the carrier.
+    std::function<bool(uint32_t source, uint32_t frequency)> is_received;
+    std::function<void(uint32_t source, uint32_t frequency, CarrierResult& found)> take;
+    // A round through the list is over, whether anything was read or not.
+    std::function<void()> round_ended;
+  };
+
+  GuideTuner(ServiceList& services, Hooks hooks);
+  ~GuideTuner();
+
+  // Starts the thread unless it runs.
+  void start();
+
+  // A carrier was read by somebody else.
+  void note(uint32_t source, uint32_t frequency, const StreamId& stream);
+
+  // Stops for good and joins the thread.
+  void shut_down();
+
+ private:
+  using Carrier = std::pair<uint32_t, uint32_t>;  // source and frequency
+  struct Seen {
+    StreamId read;
+    StreamId changing;  // what it was seen to become
+  };
+
+  void run();
+  void round();
+  bool is_due(const Carrier& carrier);
+
+  ServiceList& services_;
+  const Hooks hooks_;
+  std::mutex mutex_;  // of all below
+  std::condition_variable changed_;
+  std::map<Carrier, Seen> seen_;
+  std::atomic<bool> stop_{false};  // also read while a carrier is being read
+  std::thread thread_;
+};
+
+}  // namespace atschost
+
+#endif  // ATSC_HOST_RECEIVER_GUIDE_TUNER_H_

@@ -1,0 +1,64 @@
+// Receives the carrier of the service that plays.
+#ifndef ATSC_HOST_RECEIVER_LIVE_TUNER_H_
+#define ATSC_HOST_RECEIVER_LIVE_TUNER_H_
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+#include <optional>
+#include <thread>
+
+#include "receiver/event_queue.h"
+#include "receiver/guide.h"
+#include "receiver/rating_regions.h"
+#include "receiver/service.h"
+#include "receiver/service_list.h"
+
+namespace atschost {
+
+// Reads the stream on a thread of its own, again and again, and raises events for what it tells:
+// lock, time, guide, changed services, alerts, rating regions. What comes first, the tables, is
+// read as fast as the file allows, so that a viewer need not wait; then the stream goes at its own
+// pace, or as fast as it can be read with a pause after each time (set_fast()). A file that is
+// replaced, removed or put back is noticed within a second. Any thread.
+class LiveTuner {
+ public:
+  LiveTuner(ServiceList& services, Guide& guide, RatingRegions& regions, EventQueue& events);
+  ~LiveTuner();
+
+  // Tunes to the carrier of a service. Where it is tuned already it stays so.
+  void play(const ServiceKey& service);
+  // A service was not tuned to: its carrier is gone.
+  void report_failure();
+  // Leaves the carrier. No table of it changes the service list afterwards.
+  void stop();
+
+  bool is_tuned_to(uint32_t source, uint32_t frequency) const;
+
+  // Stops for good and joins the thread.
+  void shut_down();
+
+ private:
+  class Session;
+  class Stream;
+
+  void run();
+
+  ServiceList& services_;
+  Guide& guide_;
+  RatingRegions& regions_;
+  EventQueue& events_;
+
+  mutable std::mutex mutex_;  // of all below; taken before the service list's
+  std::condition_variable changed_;
+  std::optional<ServiceKey> service_;  // being played
+  uint64_t tuning_ = 0;                // number of the present tuning, another one after each stop
+  std::optional<bool> locked_;         // not known yet after tuning
+  bool shut_down_ = false;
+  std::thread thread_;
+};
+
+}  // namespace atschost
+
+#endif  // ATSC_HOST_RECEIVER_LIVE_TUNER_H_

@@ -1,0 +1,466 @@
+// The stream of the service that plays: its events, the clock, changes on the air, alerts.
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <fstream>
+#include <future>
+#include <iterator>
+#include <mutex>
+#include <optional>
+#include <thread>
+
+#include "aicn.h"
+#include "aiec.h"
+#include "aifw.h"
+#include "aist.h"
+#include "atsc_host.h"
+#include "receiver/alerts.h"
+#include "receiver/clock.h"
+#include "receiver/event_queue.h"
+#include "receiver/pace.h"
+#include "receiver_test_air.h"
+
+#ifndef ATSC_CAPTURES_DIR
+#define ATSC_CAPTURES_DIR ""
+#endif
+
+namespace receiver_test {
+namespace {
+
+namespace fs = std::filesystem;
+using atschost::Alerts;
+using atschost::Clock;
+using atschost::EmergencyAlert;
+using atschost::EventQueue;
+using atschost::StreamId;
+using atschost::SystemTime;
+using std::chrono::seconds;
+using Events = std::vector<AFW_event_t>;
+using Texts = std::vector<std::string>;
+
+constexpr uint32_t kAir = AI_INPUT_TERRESTRIAL;
+constexpr uint32_t kCable = AI_INPUT_CABLE;
+constexpr uint32_t kChannel14 = 473000000;
+constexpr uint32_t kChannel16 = 485000000;  // its guide is one test's alone
+constexpr uint32_t kEpoch = 315964800;      // GPS, as Unix time
+
+// What was reported, with what the middleware told during the call.
+struct Reported {
+  AFW_event_t event;
+  std::optional<AIFW_time_data> time;
+  std::string text;  // ASCII part
+  std::vector<uint32_t> source_ids;
+  uint8_t alert_priority = 0;
+  uint16_t guide_events = 0;  // of the first terrestrial service
+};
+
+class EventLog {
+ public:
+  void add(Reported reported) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    log_.push_back(std::move(reported));
+    changed_.notify_all();
+  }
+  void clear() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    log_.clear();
+  }
+  // Waits for an event and takes it with all before it.
+  std::vector<Reported> take_until(AFW_event_t event) {
+    std::unique_lock<std::mutex> lock(mutex_);
+    auto end = log_.begin();
+    changed_.wait_for(lock, seconds(60), [&] {
+      for (end = log_.begin(); end != log_.end(); ++end)
+        if (end->event == event) return true;
+      return false;
+    });
+    if (end == log_.end()) {
+      ADD_FAILURE() << "no event " << event;
+      return {{AFW_INVALID, {}, {}, {}, 0, 0}};
+    }
+    std::vector<Reported> taken(log_.begin(), ++end);
+    log_.erase(log_.begin(), end);
+    return taken;
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::vector<Reported> log_;
+};
+EventLog event_log;
+
+std::string ascii(const multiple_lang_t& text) {
+  std::string letters;
+  for (size_t i = 1; i < text.length; i += 2) letters += static_cast<char>(text.text[i]);
+  return letters;
+}
+
+void record(AFW_event_t event, void* data) {
+  Reported reported{event, {}, {}, {}, 0, 0};
+  if (event == AFW_STT_UPDATE || event == AFW_TIME_CHANGE)
+    reported.time = *static_cast<AIFW_time_data*>(data);
+  if (event == AFW_EAS_START_BLOCKING || event == AFW_EAS_START_NON_BLOCKING) {
+    reported.text = ascii(*static_cast<multiple_lang_t*>(data));
+    AIFW_get_EAS_priority(&reported.alert_priority);
+  }
+  if (event == AFW_EPG_UPDATE) {
+    AIFW_event_update_data update{};
+    EXPECT_EQ(0, AIFW_get_event_update_data(&update));
+    reported.source_ids.assign(update.source_ids, update.source_ids + update.count);
+    if (const std::vector<Row> list = rows(kAir); !list.empty())
+      AIEC_get_total_events(&list[0].info, &reported.guide_events);
+  }
+  event_log.add(std::move(reported));
+}
+
+Events events_of(const std::vector<Reported>& log, const Events& of_interest) {
+  Events events;
+  for (const Reported& r : log)
+    if (std::count(of_interest.begin(), of_interest.end(), r.event)) events.push_back(r.event);
+  return events;
+}
+
+const Events kServiceEvents{AFW_SERVICE_DELETED, AFW_SERVICE_ADDED, AFW_SERVICE_UPDATE,
+                            AFW_SERVICE_BUILD_COMPLETED};
+
+// PSIP of one service, source id 3, with two programmes.
+constexpr uint32_t kStart = 1200000000;
+constexpr uint8_t kOffset = 17;
+Bytes guide_stream(unsigned version = 1, const std::string& title = "News") {
+  return packets(0x1FFB, {vct(0xC8, {{"GOOD", 5, 1, 3}}), psip::stt(kStart + 60, kOffset),
+                          psip::mgt({{0x100, 0x1D00}, {0x200, 0x1D01}}, version)}) +
+         packets(0x1D00, {psip::eit(3, {{1, kStart, 3600, title}, {2, kStart + 3600, 60, "Film"}},
+                                    version)}) +
+         packets(0x1D01, {psip::ett(3, 2, "A long story.")});
+}
+Bytes named(const std::vector<std::pair<unsigned, std::string>>& channels, unsigned version = 1) {
+  std::vector<Channel> list;
+  for (const auto& [minor, name] : channels) list.push_back({name, 5, minor, 2 + minor});
+  return packets(0x1FFB, {vct(0xC8, list, version), psip::stt(kStart, kOffset)});
+}
+
+std::promise<void> called;
+void never_return(AFW_event_t, void*) {
+  called.set_value();
+  std::promise<void>().get_future().wait();
+}
+
+// Runs before other suites, in a process without a receiver.
+TEST(ReceiverLiveDeathTest, ExitIsCleanWhileAStreamPlaysAndACallbackIsStuck) {
+  for (const AIFW_app_callback callback : {record, never_return}) {
+    Air air;
+    air.write(kAir, kChannel14, guide_stream());
+    EXPECT_EXIT(
+        {
+          AIFW_init(0);
+          AIFW_register_frmwrk_app_cb(callback);
+          scan(kAir, kChannel14);
+          const int played = AIFW_play_first_service(kAir, 0);
+          if (callback == record) {
+            event_log.take_until(AFW_EPG_COMPLETE);
+          } else {
+            called.get_future().wait();
+          }
+          exit(played);
+        },
+        testing::ExitedWithCode(0), "");
+  }
+}
+
+class ReceiverLiveTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    ATSC_host_set_fast(1);
+    AIFW_stop_curr_src();
+    scan(kAir);
+    scan(kCable);
+    scan(kCable, 75000000);  // by now all is told of the others
+    AIFW_register_frmwrk_app_cb(record);
+    event_log.clear();
+  }
+  void TearDown() override {
+    AIFW_stop_curr_src();
+    AIFW_register_frmwrk_app_cb(nullptr);
+  }
+  // Lists what a carrier has and plays it.
+  void play(uint32_t source, const Bytes& stream) {
+    const uint32_t frequency = source == kCable ? 123000000 : kChannel14;
+    air_.write(source, frequency, stream);
+    scan(source, frequency);
+    event_log.take_until(AFW_SERVICE_BUILD_COMPLETED);
+    ASSERT_EQ(0, AIFW_play_first_service(source, frequency));
+    event_log.take_until(AFW_CHANNEL_PLAY_SUCCESS);
+  }
+  Air air_;
+};
+
+TEST_F(ReceiverLiveTest, TuningTellsLockTimeAndGuideInOrder) {
+  air_.write(kAir, kChannel16, named({{1, "GOOD"}}));
+  scan(kAir, kChannel16);
+  EXPECT_EQ(Events{AFW_SERVICE_BUILD_COMPLETED},
+            events_of(event_log.take_until(AFW_SERVICE_BUILD_COMPLETED), kServiceEvents));
+  air_.write(kAir, kChannel16, guide_stream());
+  ASSERT_EQ(0, AIFW_play_first_service(kAir, 0));
+  const std::vector<Reported> log = event_log.take_until(AFW_EPG_COMPLETE);
+  const Events in_order{AFW_TUNER_LOCKED, AFW_CHANNEL_PLAY_SUCCESS, AFW_STT_UPDATE,  AFW_EIT_UPDATE,
+                        AFW_ETT_UPDATE,   AFW_EPG_UPDATE,           AFW_EPG_COMPLETE};
+  EXPECT_EQ(in_order, events_of(log, in_order));
+  const Reported& update = log[log.size() - 2];
+  EXPECT_EQ(std::vector<uint32_t>{3}, update.source_ids);
+  EXPECT_EQ(2, update.guide_events);
+  for (const Reported& r : log) {
+    if (!r.time) continue;
+    EXPECT_EQ(kStart + 60, r.time->system_time);
+    EXPECT_EQ(kOffset, r.time->gps_utc_offset);
+  }
+  uint32_t now = 0;
+  EXPECT_EQ(0, AIST_get_cur_time_secs(&now));
+  EXPECT_LT(now - (kStart + 60 - kOffset + kEpoch), 60u);
+
+  // Another version of the guide. The time was told, and is not again.
+  air_.write(kAir, kChannel16, guide_stream(2, "Weather"));
+  EXPECT_EQ((Events{AFW_STT_UPDATE, AFW_EIT_UPDATE, AFW_EPG_UPDATE, AFW_EPG_COMPLETE}),
+            events_of(event_log.take_until(AFW_EPG_COMPLETE), in_order));
+
+  // The clock comes to where the next programme begins.
+  ATSC_host_set_clock(kStart + 3600 - kOffset + kEpoch - 1);
+  event_log.take_until(AFW_EVENT_TRANSITION);
+}
+
+TEST_F(ReceiverLiveTest, ServicesThatChangeOnTheAirAreListedAndTold) {
+  play(kAir, named({{1, "GOOD"}, {2, "OLD"}}));
+  air_.write(kAir, kChannel14, named({{1, "RENAMED"}, {3, "NEW"}}, 2));
+  EXPECT_EQ((Events{AFW_SERVICE_DELETED, AFW_SERVICE_ADDED, AFW_SERVICE_UPDATE,
+                    AFW_SERVICE_BUILD_COMPLETED}),
+            events_of(event_log.take_until(AFW_SERVICE_BUILD_COMPLETED), kServiceEvents));
+  EXPECT_EQ((Texts{"5-1 RENAMED", "5-3 NEW"}), labels(kAir));
+
+  // A version that is broken, then no table at all: nothing is known to be gone.
+  Bytes broken = vct(0xC8, {{"BROKEN", 5, 1, 3}}, 3);
+  broken.back() ^= 1;
+  for (const Bytes& stream : {packets(0x1FFB, {broken, psip::stt(kStart, kOffset)}),
+                              packets(0x1FFB, {psip::stt(kStart, kOffset)})}) {
+    air_.write(kAir, kChannel14, stream);
+    event_log.take_until(AFW_STT_UPDATE);
+  }
+  air_.write(kAir, kChannel14,
+             named({{1, "RENAMED"}, {3, "NEW"}}, 4) + packets(0, {pat({{3, 0x30}})}) +
+                 packets(0x30, {pmt(3, {{2, 49, {}}})}));
+  EXPECT_EQ((Events{AFW_SERVICE_UPDATE, AFW_SERVICE_BUILD_COMPLETED}),
+            events_of(event_log.take_until(AFW_SERVICE_BUILD_COMPLETED), kServiceEvents));
+  EXPECT_EQ((Texts{"49  2"}), streams(rows(kAir)[0]));
+}
+
+TEST_F(ReceiverLiveTest, ACarrierThatGoesAndComesBackIsNoticed) {
+  ATSC_host_set_fast(0);
+  const Bytes stream = guide_stream();
+  play(kAir, stream);
+  fs::remove(air_.path(kAir, kChannel14));
+  const Events lock_events{AFW_TUNER_LOCKED, AFW_TUNER_UNLOCKED, AFW_CHANNEL_PLAY_SUCCESS,
+                           AFW_CHANNEL_PLAY_FAILURE};
+  EXPECT_EQ((Events{AFW_TUNER_UNLOCKED, AFW_CHANNEL_PLAY_FAILURE}),
+            events_of(event_log.take_until(AFW_CHANNEL_PLAY_FAILURE), lock_events));
+  EXPECT_NE(0, AIFW_play_first_service(kAir, 0));
+  event_log.take_until(AFW_CHANNEL_PLAY_FAILURE);
+  air_.write(kAir, kChannel14, stream);
+  EXPECT_EQ((Events{AFW_TUNER_LOCKED, AFW_CHANNEL_PLAY_SUCCESS}),
+            events_of(event_log.take_until(AFW_CHANNEL_PLAY_SUCCESS), lock_events));
+
+  // Cut off in the middle, in its place.
+  fs::resize_file(air_.path(kAir, kChannel14), 100);
+  event_log.take_until(AFW_CHANNEL_PLAY_FAILURE);
+  EXPECT_EQ((Texts{"5-1 GOOD"}), labels(kAir));
+}
+
+TEST_F(ReceiverLiveTest, TheGuideOfOtherCarriersIsKeptToo) {
+  air_.write(kAir, kChannel14, named({{1, "GOOD"}}));
+  scan(kAir, kChannel14);
+  ASSERT_EQ(0, AIFW_init(0));
+  event_log.take_until(AFW_SERVICE_BUILD_COMPLETED);
+  air_.write(kAir, kChannel14, guide_stream(1, "Other news"));
+  const std::vector<Reported> log = event_log.take_until(AFW_EPG_COMPLETE);
+  ASSERT_GE(log.size(), 2u);
+  EXPECT_EQ(std::vector<uint32_t>{3}, log[log.size() - 2].source_ids);
+  EXPECT_EQ(2, log[log.size() - 2].guide_events);
+
+  // A scan keeps it, too.
+  air_.write(kAir, 57000000,
+             packets(0x1FFB, {vct(0xC8, {{"OTHER", 6, 1, 8}}), psip::mgt({{0x100, 0x1D00}})}) +
+                 packets(0x1D00, {psip::eit(8, {{1, kStart, 3600, "Show"}})}));
+  scan(kAir, 57000000);
+  const std::vector<Reported> scanned = event_log.take_until(AFW_EPG_COMPLETE);
+  EXPECT_EQ((Events{AFW_SERVICE_BUILD_COMPLETED, AFW_EPG_UPDATE, AFW_EPG_COMPLETE}),
+            events_of(scanned, {AFW_SERVICE_BUILD_COMPLETED, AFW_EPG_UPDATE, AFW_EPG_COMPLETE}));
+}
+
+TEST_F(ReceiverLiveTest, AnAlertOfTheStreamIsReported) {
+  const fs::path capture = fs::path(ATSC_CAPTURES_DIR) / "sections/cable-emergency-alert-inband.ts";
+  if (!*ATSC_CAPTURES_DIR || !fs::exists(capture)) GTEST_SKIP() << "no captures";
+  std::ifstream file(capture, std::ios::binary);
+  const Bytes alert{std::istreambuf_iterator<char>(file), {}};
+  play(kCable, packets(0x1FFB, {vct(0xC9, {{"CABLE", 7, 1, 3}})}) + alert);
+  const Reported start = event_log.take_until(AFW_EAS_START_BLOCKING).back();
+  EXPECT_EQ("REQUIRED WEEKLY TEST", start.text);
+  EXPECT_EQ(15, start.alert_priority);
+  AIFW_stop_curr_src();
+  event_log.take_until(AFW_EAS_STOP);
+}
+
+std::promise<void> stuck;
+std::promise<void> go_on;
+void wait_once(AFW_event_t event, void* data) {
+  if (event == AFW_CHANNEL_PLAY_SUCCESS) {
+    stuck.set_value();
+    go_on.get_future().wait();
+  }
+  record(event, data);
+}
+
+TEST_F(ReceiverLiveTest, ASlowCallbackDelaysEventsOnly) {
+  AIFW_register_frmwrk_app_cb(wait_once);
+  air_.write(kAir, kChannel14, named({{1, "GOOD"}}));
+  scan(kAir, kChannel14);
+  ASSERT_EQ(0, AIFW_play_first_service(kAir, 0));
+  stuck.get_future().wait();
+  air_.write(kAir, kChannel14, named({{1, "RENAMED"}}, 2));
+  const auto deadline = std::chrono::steady_clock::now() + seconds(60);
+  while (labels(kAir) != Texts{"5-1 RENAMED"} && std::chrono::steady_clock::now() < deadline)
+    std::this_thread::yield();
+  EXPECT_EQ((Texts{"5-1 RENAMED"}), labels(kAir));
+  go_on.set_value();
+  event_log.take_until(AFW_SERVICE_UPDATE);
+}
+
+TEST(ReceiverEventsTest, UpdatesAreSplitAndBelongToTheirEvent) {
+  static EventQueue* queue;
+  static std::promise<std::vector<uint32_t>> done;
+  EventQueue events;
+  queue = &events;
+  events.raise(AFW_EPG_COMPLETE);  // nobody listens
+  events.set_callback([](AFW_event_t event, void*) {
+    static std::vector<uint32_t> counts;
+    if (event == AFW_EPG_COMPLETE) done.set_value(counts);
+    counts.push_back(queue->update_data().count);
+    throw 1;
+  });
+  std::vector<uint16_t> ids(1001);
+  for (size_t i = 0; i < ids.size(); ++i) ids[i] = static_cast<uint16_t>(i);
+  events.raise_guide_update(ids);
+  events.raise(AFW_EPG_COMPLETE);
+  EXPECT_EQ((std::vector<uint32_t>{1000, 1}), done.get_future().get());
+}
+
+EmergencyAlert alert(uint8_t sequence, uint8_t priority, uint8_t remaining, uint16_t duration = 0) {
+  EmergencyAlert made;
+  made.sequence = sequence;
+  made.event_id = sequence;
+  made.priority = priority;
+  made.time_remaining = remaining;
+  made.duration = duration;
+  return made;
+}
+
+TEST(ReceiverAlertsTest, StartOnceByPriorityAndEndInTime) {
+  event_log.clear();
+  EventQueue events;
+  events.set_callback(record);
+  Alerts alerts(events);
+  const auto t = std::chrono::steady_clock::now();
+  alerts.receive(alert(0, 0, 10), t, {});
+  alerts.receive(alert(1, 3, 10), t, {});
+  alerts.receive(alert(1, 3, 10), t, {});
+  alerts.receive(alert(2, 11, 10), t, {});  // takes its place
+  alerts.check(t + seconds(9), {});
+  events.raise(AFW_VIEWING_DELAY);
+  alerts.check(t + seconds(10), {});
+  alerts.receive(alert(2, 11, 10), t + seconds(11), {});  // again, after its end
+  alerts.receive(alert(3, 15, 0), t, {});
+  alerts.seen(t + seconds(5));
+  alerts.check(t + seconds(14), {});
+  events.raise(AFW_VIEWING_DELAY);
+  alerts.check(t + seconds(15), {});  // not received for 10 s
+  alerts.receive(alert(4, 7, 0, 1), t, 1000u);
+  alerts.seen(t + seconds(60));
+  alerts.check(t + seconds(60), 1059u);
+  events.raise(AFW_VIEWING_DELAY);
+  alerts.check(t + seconds(60), 1060u);  // the event is over
+  alerts.stop();
+  events.raise(AFW_INVALID);
+  Events told;
+  for (const Reported& r : event_log.take_until(AFW_INVALID)) told.push_back(r.event);
+  EXPECT_EQ(
+      (Events{AFW_EAS_START_NON_BLOCKING, AFW_EAS_STOP, AFW_EAS_START_BLOCKING, AFW_VIEWING_DELAY,
+              AFW_EAS_STOP, AFW_EAS_START_BLOCKING, AFW_VIEWING_DELAY, AFW_EAS_STOP,
+              AFW_EAS_START_NON_BLOCKING, AFW_VIEWING_DELAY, AFW_EAS_STOP, AFW_INVALID}),
+      told);
+}
+
+SystemTime at(uint32_t gps, uint8_t offset = 18) {
+  SystemTime time;
+  time.gps_seconds = gps;
+  time.gps_utc_offset = offset;
+  return time;
+}
+
+TEST(ReceiverClockTest, FollowsTheFirstTimeOfEachStreamAndRunsOn) {
+  Clock clock;
+  const auto t = std::chrono::steady_clock::now();
+  EXPECT_LT(static_cast<uint32_t>(time(nullptr)) - clock.now(t), 5u);
+  const StreamId a{"a", 1, 1, 100, 1}, b{"b", 1, 2, 100, 1}, hostile{"c", 1, 3, 100, 1};
+  clock.remember(b, at(kStart + 1), t);
+  Clock::Effect effect = clock.follow(a, at(kStart), t);
+  EXPECT_TRUE(effect.time_changed && !effect.details_changed);
+  EXPECT_EQ(kStart - 18 + kEpoch, clock.now(t));
+
+  // The stream begins anew: its time does not.
+  effect = clock.follow(a, at(kStart), t + seconds(100));
+  EXPECT_FALSE(effect.time_changed);
+  EXPECT_EQ(kStart + 100 - 18 + kEpoch, clock.now(t + seconds(100)));
+  EXPECT_EQ(kStart + 100, clock.station_time(a, t + seconds(100)));
+  // A stream made together with it, seen before.
+  EXPECT_FALSE(clock.follow(b, at(kStart), t + seconds(100)).time_changed);
+  // Another offset.
+  effect = clock.follow(b, at(kStart, 17), t + seconds(100));
+  EXPECT_TRUE(effect.details_changed && effect.time_changed);
+  EXPECT_EQ(kStart + 101 - 17 + kEpoch, clock.now(t + seconds(100)));
+  // Another content of the same file, and any time at all.
+  StreamId replaced = a;
+  replaced.inode = 9;
+  EXPECT_TRUE(clock.follow(replaced, at(kStart, 17), t + seconds(100)).time_changed);
+  clock.follow(hostile, at(0xFFFFFFFF, 255), t + seconds(100));
+  EXPECT_EQ(kEpoch - 256, clock.now(t + seconds(100)));
+
+  clock.set(5000, t);
+  effect = clock.follow(a, at(kStart, 15), t);
+  EXPECT_TRUE(effect.details_changed && !effect.time_changed);
+  EXPECT_EQ(5007u, clock.now(t + seconds(7)));
+}
+
+TEST(ReceiverPaceTest, IsThatOfTheStreamsOwnClocks) {
+  atschost::Pace by_pcr, by_time, by_default;
+  for (unsigned i = 0; i < 2000; ++i) {
+    Bytes packet = packets(0x31, {Bytes(100)});
+    if (i % 20 == 0) {  // every 10 ms
+      const uint32_t base = i / 20 * 900;
+      packet[3] = 0x20;
+      packet[4] = 183;
+      packet[5] = 0x10;
+      for (int byte = 0; byte < 4; ++byte)
+        packet[6 + byte] = static_cast<uint8_t>(uint64_t{base} << 7 >> (32 - 8 * byte));
+      packet[10] = static_cast<uint8_t>(base << 7);
+    }
+    by_pcr.packet(packet.data());
+    by_time.packet(packets(0x31, {Bytes(100)}).data());
+    if (i % 150 == 0) by_time.system_time(kStart + i / 300);
+  }
+  EXPECT_NEAR(2000, by_pcr.packets_per_second(), 1);
+  EXPECT_NEAR(300, by_time.packets_per_second(), 1);
+  EXPECT_EQ(1000, by_default.packets_per_second());
+}
+
+}  // namespace
+}  // namespace receiver_test
