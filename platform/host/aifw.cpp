@@ -15,7 +15,7 @@ int AIFW_init(int) {
 
 int AIFW_register_frmwrk_app_cb(AIFW_app_callback callback) {
   return status_of(__func__, [&] {
-    Receiver::instance().events().set_callback(callback);
+    Receiver::instance().set_callback(callback);
     return true;
   });
 }

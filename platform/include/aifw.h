@@ -18,8 +18,8 @@ int AIFW_init(int mode);
 // What the middleware reports: 0 to 70. Those without a comment say all by their number.
 typedef int32_t AFW_event_t;
 enum {
-  AFW_EPG_UPDATE = 0,        // events or descriptions of the guide changed;
-                             // AIFW_get_event_update_data() tells whose
+  AFW_EPG_UPDATE = 0,        // events or descriptions of the guide changed, or another source
+                             // became the current one; AIFW_get_event_update_data() tells whose
   AFW_EPG_COMPLETE = 1,      // every guide table that the tuned stream announces was received
   AFW_EVENT_TRANSITION = 2,  // the next programme of the current service begins
   AFW_SERVICE_DELETED = 3,

@@ -295,6 +295,15 @@ TEST_F(ReceiverLiveTest, TheGuideOfOtherCarriersIsKeptToo) {
   const std::vector<Reported> scanned = event_log.take_until(AFW_EPG_COMPLETE);
   EXPECT_EQ((Events{AFW_SERVICE_BUILD_COMPLETED, AFW_EPG_UPDATE, AFW_EPG_COMPLETE}),
             events_of(scanned, {AFW_SERVICE_BUILD_COMPLETED, AFW_EPG_UPDATE, AFW_EPG_COMPLETE}));
+
+  // Whoever keeps the guide of the current source alone is told when that is another one, and when
+  // it begins to listen.
+  play(kCable, packets(0x1FFB, {vct(0xC9, {{"CABLE", 7, 1, 9}})}));
+  ASSERT_EQ(0, AIFW_play_first_service(kAir, 57000000));
+  EXPECT_EQ((std::vector<uint32_t>{3, 8}), event_log.take_until(AFW_EPG_UPDATE).back().source_ids);
+  AIFW_register_frmwrk_app_cb(nullptr);
+  AIFW_register_frmwrk_app_cb(record);
+  EXPECT_EQ((std::vector<uint32_t>{3, 8}), event_log.take_until(AFW_EPG_UPDATE).back().source_ids);
 }
 
 TEST_F(ReceiverLiveTest, AnAlertOfTheStreamIsReported) {

@@ -148,4 +148,15 @@ std::shared_ptr<const ShownEvents> Guide::events(uint32_t source, uint32_t frequ
   return found == carriers_.end() ? nothing() : of_source(found->second->schedule, source_id);
 }
 
+std::vector<uint16_t> Guide::source_ids(uint32_t source) const {
+  std::set<uint16_t> ids;
+  std::lock_guard<std::mutex> lock(mutex_);
+  for (const auto& [key, carrier] : carriers_) {
+    if (std::get<0>(key) != source) continue;
+    for (const auto& [source_id, events] : carrier->schedule)
+      if (!events->empty()) ids.insert(source_id);
+  }
+  return {ids.begin(), ids.end()};
+}
+
 }  // namespace atschost

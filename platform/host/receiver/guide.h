@@ -44,6 +44,9 @@ class Guide {
   std::shared_ptr<const ShownEvents> events(uint32_t source, uint32_t frequency,
                                             uint16_t source_id) const;
 
+  // The source ids with events on any carrier of a source, ascending.
+  std::vector<uint16_t> source_ids(uint32_t source) const;
+
  private:
   struct Carrier;  // not changed once it is in the map
 

@@ -138,15 +138,28 @@ void Receiver::shut_down() {
   scanner_.shut_down(kExitPatience);
 }
 
+void Receiver::set_callback(AIFW_app_callback callback) {
+  const bool begins = callback && !events_.has_callback();
+  events_.set_callback(callback);
+  if (begins) raise_whole_guide(current_source());
+}
+
+// An application that keeps the guide of the current source only has to look at it anew.
+void Receiver::raise_whole_guide(uint32_t source) {
+  events_.raise_guide_update(guide_.source_ids(source));
+}
+
 bool Receiver::play(const Service& service) {
   if (!carrier_exists(service.key.source, service.key.frequency)) return false;
   std::lock_guard<std::mutex> lock(mutex_);
+  const bool other_source = settings_.source != service.key.source;
   settings_ = {service.key.source, service.key};
   tuning_ = {service.key.frequency, modulation_of(service.key.source)};
   playing_ = true;
   log().Info("playing %u-%u on %s %u Hz", service.key.major, service.key.minor,
              modulation_name(service.key.source), service.key.frequency);
   live_tuner_.play(service.key);
+  if (other_source) raise_whole_guide(service.key.source);
   return true;
 }
 

@@ -41,6 +41,9 @@ class Receiver {
   // Begins to keep the guide of the listed services.
   void start() { guide_tuner_.start(); }
 
+  // As AIFW_register_frmwrk_app_cb. Who begins to listen is told what the guide has.
+  void set_callback(AIFW_app_callback callback);
+
   bool play_first(uint32_t source, uint32_t frequency);
   bool change_channel(const AIFW_channel_change_request& request);
   void stop_playing();
@@ -68,6 +71,7 @@ class Receiver {
   void load_settings(const Json::Value& content);
   void tuned_by_scan(uint32_t source, uint32_t frequency);
   bool play(const Service& service);
+  void raise_whole_guide(uint32_t source);
   void take_guide(uint32_t source, uint32_t frequency, CarrierResult& found,
                   Scanner::Outcome& outcome);
   void report(const Scanner::Outcome& outcome);
