@@ -273,20 +273,6 @@ TEST_F(EventTest, ManyProducersKeepTheirOrder) {
   }
 }
 
-// The threads are at work when main() returns.
-TEST(EventExitTest, ProcessEndsCleanlyWithItsOwnStatus) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
-  EXPECT_EXIT(
-      {
-        ATSC_Service_init(nullptr);
-        for (int i = 0; i < 2000; ++i) {
-          ATSC_Service_event_cb(i % 2 == 0 ? AFW_VIEWING_DELAY : AFW_EPG_COMPLETE, nullptr);
-        }
-        exit(7);
-      },
-      ::testing::ExitedWithCode(7), "");
-}
-
 class InitTest : public LibraryTest {
  protected:
   void SetUp() override {
