@@ -24,6 +24,9 @@ namespace {
 constexpr int kFailure = 1;
 constexpr int kUsage = 2;
 
+// The folder with the receiver's service list.
+constexpr const char* kStateVariable = "ATSC_HOST_STATE";
+
 struct Options {
   std::string air;
   std::string db;
@@ -72,6 +75,10 @@ void run(const Options& options) {
   apps::prepareDatabaseFiles(files);
   setenv(apps::kChannelDatabaseVariable, files.channels.c_str(), 1);
   setenv(apps::kEventDatabaseVariable, files.events.c_str(), 1);
+  if (const char* state = getenv(kStateVariable);
+      !options.db.empty() && (state == nullptr || *state == '\0')) {
+    setenv(kStateVariable, options.db.c_str(), 1);
+  }
   // Its values are for a set's tuner; this receiver needs no more time than it takes.
   ATSCCustomizedParameter customized = {};
   ATSC_Service_init(&customized);
@@ -103,7 +110,11 @@ int main(int argc, char** argv) {
         ->envname("ATSC_AIR")
         ->check(CLI::ExistingDirectory)
         ->option_text("DIR");
-    app.add_option("--db", options.db, apps::kDatabaseFolderHelp)->option_text("DIR");
+    app.add_option("--db", options.db,
+                   std::string(apps::kDatabaseFolderHelp) +
+                       "; keeps the receiver's service list too, unless ATSC_HOST_STATE names "
+                       "another folder for it")
+        ->option_text("DIR");
     // Long enough for any tuner, and shorter than what TV applications wait for progress.
     app.add_option("--dwell", options.dwell,
                    "Milliseconds that a scan stays on a frequency, at most 5000 (default: 20)")

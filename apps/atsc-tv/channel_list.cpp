@@ -85,6 +85,12 @@ int rfChannel(const Source& source, int64_t frequency) {
   return 0;
 }
 
+int lastRfChannel(const Source& source) {
+  int channel = source.first_channel;
+  while (source.plan[channel - source.first_channel] != -1) ++channel;
+  return channel - 1;
+}
+
 std::string megahertz(int64_t frequency) {
   std::array<char, 32> text;
   snprintf(text.data(), text.size(), "%lld.%03lld", static_cast<long long>(frequency / kMegahertz),
@@ -105,14 +111,9 @@ std::string channelNumber(const Json::Value& row) {
   return minor == "0" && row["tuner_type"].asString() == "QAM" ? major : major + '-' + minor;
 }
 
-void printChannels(std::ostream& out, const Source& source, const std::string& database) {
-  const Json::Value channels = readChannels(database, source);
-  out << source.title << " (" << source.name << "): ";
-  if (channels.isNull()) {
-    out << "no scan has run with this database, " << database << "\n";
-    return;
-  }
-  out << channels.size() << (channels.size() == 1 ? " channel\n" : " channels\n");
+void printChannels(std::ostream& out, const Source& source, const Json::Value& channels) {
+  out << source.title << " (" << source.name << "): " << channels.size()
+      << (channels.size() == 1 ? " channel\n" : " channels\n");
   if (channels.empty()) return;
   Table table({{"No.", Align::kRight},
                {"Name", Align::kLeft},
@@ -132,6 +133,10 @@ void printChannels(std::ostream& out, const Source& source, const std::string& d
                videoText(row["video_pid"].asString()), audioText(row["audio_pid"].asString())});
   }
   table.print(out, "  ", terminalWidth());
+}
+
+Failure noChannels(const std::string& database) {
+  return Failure(kFailure, "no channels in " + database + "; atsc-tv scan finds them");
 }
 
 }  // namespace tv

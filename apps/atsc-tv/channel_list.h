@@ -9,6 +9,8 @@
 #include <ostream>
 #include <string>
 
+#include "failure.h"
+
 namespace tv {
 
 // A reception source with its tables and its frequency plan.
@@ -29,6 +31,9 @@ const Source& sourceNamed(const std::string& name);
 // The RF channel of a centre frequency in Hz, 0 when the plan has none.
 int rfChannel(const Source& source, int64_t frequency);
 
+// The RF channel of the plan's last frequency.
+int lastRfChannel(const Source& source);
+
 // A centre frequency in Hz as text in MHz.
 std::string megahertz(int64_t frequency);
 
@@ -39,8 +44,11 @@ Json::Value readChannels(const std::string& database, const Source& source);
 // The number of a channel's row as people write it: "7-1", or "512" where it has one part.
 std::string channelNumber(const Json::Value& row);
 
-// Writes the rows as a table with a heading.
-void printChannels(std::ostream& out, const Source& source, const std::string& database);
+// Writes the rows of readChannels() as a table with a heading.
+void printChannels(std::ostream& out, const Source& source, const Json::Value& channels);
+
+// What a subcommand throws that finds no channels in the database.
+Failure noChannels(const std::string& database);
 
 }  // namespace tv
 

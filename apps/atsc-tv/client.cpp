@@ -26,7 +26,7 @@ void Client::requireService() const {
   if (servicePid() == 0) throw Failure(kNoService, "no service runs; start atsc-service");
 }
 
-Reply Client::send(const std::string& command) const {
+Reply Client::sendRaw(const std::string& command) const {
   requireService();
   if (verbose_) show(">", command);
   char* raw = nullptr;
@@ -36,15 +36,15 @@ Reply Client::send(const std::string& command) const {
     requireService();
     throw Failure(kNoService, "the service did not answer: it has ended, or the text is too long");
   }
-  Reply reply{result, text ? std::optional<std::string>(text.get()) : std::nullopt};
-  if (verbose_) {
-    if (reply.text) show("<", *reply.text);
-    show("<", "result " + std::to_string(result));
-  }
-  return reply;
+  return {result, text ? std::optional<std::string>(text.get()) : std::nullopt};
 }
 
-Reply Client::send(const Json::Value& command) const { return send(compactJson(command)); }
+Reply Client::send(const Json::Value& command) const {
+  Reply reply = sendRaw(compactJson(command));
+  if (reply.text) showReceived(*reply.text);
+  showReceived("result " + std::to_string(reply.result));
+  return reply;
+}
 
 void Client::showReceived(const std::string& text) const {
   if (verbose_) show("<", text);

@@ -22,9 +22,10 @@ class Client {
   // Throws Failure(kNoService) when no service runs.
   void requireService() const;
 
-  // Sends a command and waits for its answer. Throws Failure(kNoService) when there is none.
-  Reply send(const std::string& command) const;
+  // Sends a command and waits for its answer; the raw one leaves it to the caller to show that.
+  // Throws Failure(kNoService) when there is none.
   Reply send(const Json::Value& command) const;
+  Reply sendRaw(const std::string& command) const;
 
   void showReceived(const std::string& text) const;
 

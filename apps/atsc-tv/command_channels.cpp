@@ -18,18 +18,23 @@ struct ChannelsOptions {
 int channels(const CommonOptions& common, const ChannelsOptions& options) {
   const std::string database = common.channelDatabase();
   Json::Value all(Json::objectValue);
+  bool scanned = false;
   const char* gap = "";
   for (const Source& source : kSources) {
     if (!options.source.empty() && options.source != source.name) continue;
-    if (options.json) {
-      all[source.name] = readChannels(database, source);
-    } else {
-      std::cout << gap;
-      printChannels(std::cout, source, database);
-      gap = "\n";
-    }
+    const Json::Value rows = readChannels(database, source);
+    scanned = scanned || !rows.isNull();
+    all[source.name] = rows;
+    if (options.json || rows.isNull()) continue;
+    std::cout << gap;
+    printChannels(std::cout, source, rows);
+    gap = "\n";
   }
-  if (options.json) std::cout << compactJson(all) << '\n';
+  if (options.json) {
+    std::cout << compactJson(all) << '\n';
+  } else if (!scanned) {
+    throw noChannels(database);
+  }
   return kSuccess;
 }
 

@@ -19,7 +19,10 @@
 namespace tv {
 namespace {
 
-constexpr const char* kDayAndTime = "%Y-%m-%d %H:%M";
+constexpr const char* kFirst = "first";
+
+// A time as --at takes it.
+std::string optionTime(int64_t seconds) { return utcTime(seconds, "%Y-%m-%dT%H:%MZ"); }
 
 struct GuideOptions {
   std::string source;   // empty: all
@@ -54,14 +57,14 @@ std::string whyEmpty(const Guide& guide, const Source& source, Span span) {
   if (!guide.scanned || guide.channels.empty()) {
     return std::string("no channels; atsc-tv scan --src ") + source.name + " finds them";
   }
-  if (guide.covered.start >= guide.covered.end) {
-    return "no programmes received yet; they come while atsc-service plays a channel, and with a "
-           "scan";
+  if (!guide.received) {
+    return "no programmes received yet; they come with a scan, and while a channel plays once the "
+           "command FW INIT was sent, as atsc-tv scan and atsc-tv watch do";
   }
-  return "no programmes from " + localTime(span.start, kDayAndTime) + " to " +
-         localTime(span.end, kDayAndTime) + "; those received go from " +
-         localTime(guide.covered.start, kDayAndTime) + " to " +
-         localTime(guide.covered.end, kDayAndTime) + " (--at and --hours choose others)";
+  if (guide.covered.start >= guide.covered.end) return kNoInformation;
+  return "no programmes from " + optionTime(span.start) + " to " + optionTime(span.end) +
+         "; those received go from " + optionTime(guide.covered.start) + " to " +
+         optionTime(guide.covered.end) + " (--at and --hours choose others)";
 }
 
 void show(const Guide& guide, const Source& source, Span span, int64_t now,
@@ -74,24 +77,43 @@ void show(const Guide& guide, const Source& source, Span span, int64_t now,
     printLines(std::cout, guide, source);
     return;
   }
+  const bool bold = terminalHasBold();
   std::cout << source.title << " (" << source.name << "), "
             << localTime(now, "%a %d %b %Y %H:%M %Z") << '\n';
   if (!hasProgrammes(guide)) {
     std::cout << whyEmpty(guide, source, span) << '\n';
   } else if (!options.channel.empty()) {
-    printDetails(std::cout, guide, now, *options.width, terminalHasBold());
+    printDetails(std::cout, guide, now, *options.width, bold);
   } else {
-    printGrid(std::cout, guide, span, now, *options.width, terminalHasBold());
+    printGrid(std::cout, guide, span, now, *options.width, bold);
   }
 }
 
+// The start of the first programme received, now where there is none.
+int64_t firstStart(const CommonOptions& common, const GuideOptions& options) {
+  std::optional<int64_t> first;
+  for (const Source& source : kSources) {
+    if (!options.source.empty() && options.source != source.name) continue;
+    const Span covered =
+        readGuide(common.channelDatabase(), common.eventDatabase(), source, {0, 0}, options.channel)
+            .covered;
+    if (covered.start < covered.end) first = std::min(first.value_or(covered.start), covered.start);
+  }
+  return first.value_or(std::time(nullptr));
+}
+
+int64_t timeOf(const CommonOptions& common, const GuideOptions& options) {
+  if (options.at.empty()) return std::time(nullptr);
+  return options.at == kFirst ? firstStart(common, options) : apps::parseUtcTime(options.at);
+}
+
 int guide(const CommonOptions& common, const GuideOptions& options) {
-  const int64_t now =
-      options.at.empty() ? int64_t{std::time(nullptr)} : int64_t{apps::parseUtcTime(options.at)};
-  // The grid begins with a whole column; nothing else needs what is over.
-  const bool grid = !options.json && options.channel.empty() && options.width;
-  const int64_t start = grid ? halfHourStart(now) : now;
-  const Span span = {start, start + int64_t{options.hours} * 3600};
+  const int64_t now = timeOf(common, options);
+  Span span = {now, now + int64_t{options.hours} * 3600};
+  // The grid has whole columns; nothing else needs what is over.
+  if (!options.json && options.channel.empty() && options.width) {
+    span = {halfHourStart(span.start), halfHourStart(span.end + kHalfHour - 1)};
+  }
   Json::Value all(Json::objectValue);
   bool found = options.channel.empty();
   bool shown = false;
@@ -117,8 +139,7 @@ int guide(const CommonOptions& common, const GuideOptions& options) {
   if (options.json) {
     std::cout << compactJson(all) << '\n';
   } else if (!shown) {
-    throw Failure(kFailure,
-                  "no channels in " + common.channelDatabase() + "; atsc-tv scan finds them");
+    throw noChannels(common.channelDatabase());
   }
   return kSuccess;
 }
@@ -127,7 +148,7 @@ int guide(const CommonOptions& common, const GuideOptions& options) {
 
 void addGuide(CLI::App& app, Action& action) {
   CLI::App* command = app.add_subcommand(
-      "guide", "Show what is on now, next and in the hours to come, as the service received it");
+      "guide", "Show what is on now and in the hours to come, as the service received it");
   auto options = std::make_shared<GuideOptions>();
   command->footer(std::string("When standard output is no terminal and --width is not given: a "
                               "line a programme, columns "
@@ -144,8 +165,11 @@ void addGuide(CLI::App& app, Action& action) {
   command
       ->add_option("--at", options->at,
                    std::string("As if it were this time, ") + apps::kUtcTimeForm +
+                       ", or when the first programme received begins: " + kFirst +
                        " (default: now, by the clock of this machine)")
-      ->check(apps::utcTimeFault)
+      ->check([](const std::string& text) {
+        return text == kFirst ? std::string() : apps::utcTimeFault(text);
+      })
       ->option_text("TIME");
   command
       ->add_option("--width", options->width,

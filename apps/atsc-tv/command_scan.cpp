@@ -29,6 +29,13 @@ struct ScanOptions {
   uint32_t frequency = 0;  // Hz or RF channel; 0: the whole band
 };
 
+// The service takes numbers below this for RF channels.
+constexpr uint32_t kRfChannels = 256;
+
+// The guide of the stations found follows the end of a scan within this time; not every station
+// sends one.
+constexpr std::chrono::seconds kGuideWait(1);
+
 // A number of a message, 0 when it is missing or none.
 uint32_t number(const Json::Value& message, const char* key) {
   return message[key].isUInt() ? message[key].asUInt() : 0;
@@ -146,9 +153,29 @@ Ending follow(const Client& client, Callbacks& callbacks, int service, ProgressV
   }
 }
 
+// Waits until the guide is in the database.
+void awaitGuide(const Client& client, Callbacks& callbacks) {
+  const Clock::time_point end = Clock::now() + kGuideWait;
+  for (Clock::time_point now = Clock::now(); now < end; now = Clock::now()) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - now);
+    std::string text;
+    if (callbacks.wait(left, &text) != Callbacks::Event::kMessage) return;
+    client.showReceived(text);
+    const Json::Value message = parseJson(text).value_or(Json::Value());
+    if (message.isObject() && message["cbtype"] == "EPG_COMPLETE") return;
+  }
+}
+
 int scan(const CommonOptions& common, const ScanOptions& options) {
   const Client client = common.client();
   const Source& source = sourceNamed(options.source);
+  const int first = source.first_channel;
+  const int last = lastRfChannel(source);
+  if (const int64_t channel = options.frequency;
+      channel != 0 && channel < kRfChannels && (channel < first || channel > last)) {
+    throw Failure(kUsage, "--freq: the RF channels of " + std::string(source.name) + " are " +
+                              std::to_string(first) + " to " + std::to_string(last));
+  }
   client.requireService();
   const int service = servicePid();
   Callbacks& callbacks = Callbacks::start();
@@ -163,7 +190,8 @@ int scan(const CommonOptions& common, const ScanOptions& options) {
   }
   switch (ending) {
     case Ending::kOver:
-      std::cout << "Scan over: " << services(found) << " found\n\n";
+      std::cout << "Scan over: " << services(found) << " found\n" << std::endl;
+      if (found > 0) awaitGuide(client, callbacks);
       break;
     case Ending::kStoppedByUser:
       std::cout << "Scan stopped\n\n";
@@ -172,7 +200,12 @@ int scan(const CommonOptions& common, const ScanOptions& options) {
       std::cout << "No progress for " << kSilence.count() << " seconds: the scan was stopped\n\n";
       break;
   }
-  printChannels(std::cout, source, common.channelDatabase());
+  const Json::Value channels = readChannels(common.channelDatabase(), source);
+  if (channels.isNull()) {
+    throw Failure(kFailure, common.channelDatabase() +
+                                ": no channel list; the service and atsc-tv need the same --db");
+  }
+  printChannels(std::cout, source, channels);
   return ending == Ending::kSilent ? kFailure : kSuccess;
 }
 
@@ -185,7 +218,7 @@ void addScan(CLI::App& app, Action& action) {
   addSourceOption(*command, options->source, "Terrestrial or cable (default: VSB)");
   command
       ->add_option("--freq", options->frequency,
-                   "Only this frequency in Hz, or this RF channel when below 256")
+                   "Only this frequency in Hz, or this RF channel: VSB 2 to 69, QAM 1 to 135")
       ->check(CLI::Range(uint32_t{1}, std::numeric_limits<uint32_t>::max()))
       ->option_text("N");
   command->callback([&action, options] {

@@ -17,7 +17,7 @@ int send(const CommonOptions& common, std::string command) {
   if (command.find('\0') != std::string::npos) {
     throw Failure(kUsage, "the command holds a NUL character");
   }
-  const Reply reply = common.client().send(command);
+  const Reply reply = common.client().sendRaw(command);
   if (reply.text) {
     const std::string text = printable(*reply.text, true);
     std::cout << text << (text.empty() || text.back() != '\n' ? "\n" : "");

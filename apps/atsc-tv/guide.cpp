@@ -42,14 +42,19 @@ Guide readGuide(const std::string& channel_database, const std::string& event_da
   const Json::Value channels = readChannels(channel_database, source);
   guide.scanned = !channels.isNull();
   const std::string table = source.event_table;
-  const Json::Value covered = readRows(
-      event_database, table,
-      "MIN(start_time) AS start_time, MAX(start_time + duration) AS end_time FROM " + table);
+  const Json::Value covered = readRows(event_database, table,
+                                       "ch_id_pk, MIN(start_time) AS start_time, MAX(start_time + "
+                                       "duration) AS end_time FROM " +
+                                           table + " GROUP BY ch_id_pk");
   guide.known = !covered.isNull();
+  guide.received = !covered.empty();
   // Not in one SQL statement: channels and events are in different files.
+  std::unordered_map<std::string, Span> spans;
+  for (const Json::Value& row : covered) {
+    spans[row["ch_id_pk"].asString()] = {integer(row, "start_time"), integer(row, "end_time")};
+  }
   std::unordered_map<std::string, std::vector<Programme>> programmes;
   if (guide.known) {
-    guide.covered = {integer(covered[0], "start_time"), integer(covered[0], "end_time")};
     for (const Json::Value& row : readRows(event_database, table, selection(table, span))) {
       programmes[row["ch_id_pk"].asString()].push_back(programmeOf(row));
     }
@@ -57,8 +62,15 @@ Guide readGuide(const std::string& channel_database, const std::string& event_da
   for (const Json::Value& row : channels) {
     GuideChannel channel = {channelNumber(row), oneLine(row["name"].asString()), {}};
     if (!number.empty() && number != channel.number) continue;
-    if (const auto found = programmes.find(row["ch_id_pk"].asString()); found != programmes.end()) {
+    const std::string key = row["ch_id_pk"].asString();
+    if (const auto found = programmes.find(key); found != programmes.end()) {
       channel.programmes = found->second;
+    }
+    if (const auto found = spans.find(key); found != spans.end()) {
+      const bool first = guide.covered.start >= guide.covered.end;
+      guide.covered.start =
+          first ? found->second.start : std::min(guide.covered.start, found->second.start);
+      guide.covered.end = std::max(guide.covered.end, found->second.end);
     }
     guide.channels.push_back(std::move(channel));
   }

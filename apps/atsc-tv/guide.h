@@ -35,9 +35,10 @@ struct Span {
 };
 
 struct Guide {
-  bool known = false;     // whether there is an event table
-  bool scanned = false;   // whether there is a channel table
-  Span covered = {0, 0};  // of all its programmes, whatever was asked for; empty: there are none
+  bool known = false;                  // whether there is an event table
+  bool scanned = false;                // whether there is a channel table
+  bool received = false;               // whether there are programmes of any channel
+  Span covered = {0, 0};               // of all programmes of `channels`; empty: there are none
   std::vector<GuideChannel> channels;  // in channel order, also those without programmes
 };
 

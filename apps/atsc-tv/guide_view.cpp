@@ -10,14 +10,13 @@
 namespace tv {
 namespace {
 
-constexpr int64_t kSlot = 1800;     // seconds
-constexpr size_t kSlotWidth = 14;   // columns in which a half hour can be read
+constexpr size_t kSlotWidth = 12;   // columns in which a half hour can be read
 constexpr size_t kMinutesFit = 10;  // columns in which ":35" leaves room for a title
 constexpr size_t kNameWidth = 10;   // short names have seven letters
 constexpr const char* kDay = "%a %d %b";
 constexpr const char* kFullDay = "%a %d %b %Y";
 constexpr const char* kTimeOfDay = "%H:%M";
-constexpr const char* kNothing = "no programme information";
+constexpr const char* kMark = "*";  // of what is on now
 
 std::string titleOf(const Programme& programme) {
   return programme.title.empty() || programme.title == "EMPTY" ? "(no title)" : programme.title;
@@ -72,8 +71,8 @@ class Band {
   std::string titles() const {
     std::string line;
     size_t at = 0;
-    for (int64_t time = span_.start; time < span_.end; time += kSlot) {
-      const size_t next = column(time + kSlot);
+    for (int64_t time = span_.start; time < span_.end; time += kHalfHour) {
+      const size_t next = column(time + kHalfHour);
       line += fitted("│" + localTime(time, kTimeOfDay), next - at);
       at = next;
     }
@@ -93,7 +92,8 @@ class Band {
           column(next == last ? programme->end : std::min(programme->end, next->start));
       if (from < to) {
         line += gap(from - at);
-        line += emphasized(cell(*programme, to - from), bold && isOn(*programme, now));
+        const bool on = isOn(*programme, now);
+        line += emphasized(cell(*programme, to - from, on && !bold), on && bold);
         at = to;
       }
       programme = next;
@@ -109,20 +109,20 @@ class Band {
 
   static std::string gap(size_t width) {
     if (width == 0) return "";
-    for (const char* text : {kNothing, "no information"}) {
+    for (const char* text : {kNoInformation, "no information", "no info"}) {
       if (displayWidth(text) < width) return fitted(std::string("│") + text, width);
     }
     return fitted("│", width);
   }
 
-  std::string cell(const Programme& programme, size_t width) const {
+  std::string cell(const Programme& programme, size_t width, bool marked) const {
     std::string text = "│";
     if (programme.start < span_.start) {
       text += "‹";
     } else if (halfHourStart(programme.start) != programme.start && width >= kMinutesFit) {
       text += localTime(programme.start, ":%M ");
     }
-    return fitted(text + titleOf(programme), width);
+    return fitted(text + (marked ? kMark : "") + titleOf(programme), width);
   }
 
   const Span span_;
@@ -135,11 +135,12 @@ void printList(std::ostream& out, const Guide& guide, int64_t now, size_t width,
     out << cut(channel.number + ' ' + channel.name, width) << '\n';
     for (const Programme& programme : channel.programmes) {
       if (programme.end <= now) continue;
-      const std::string line =
-          "  " + localTime(programme.start, kTimeOfDay) + ' ' + titleOf(programme);
-      out << emphasized(cut(line, width), bold && isOn(programme, now)) << '\n';
+      const bool on = isOn(programme, now);
+      const std::string line = std::string(on && !bold ? kMark : " ") + ' ' +
+                               localTime(programme.start, kTimeOfDay) + ' ' + titleOf(programme);
+      out << emphasized(cut(line, width), on && bold) << '\n';
     }
-    if (channel.programmes.empty()) out << cut(std::string("  ") + kNothing, width) << '\n';
+    if (channel.programmes.empty()) out << cut(std::string("  ") + kNoInformation, width) << '\n';
   }
 }
 
@@ -153,15 +154,17 @@ void printGrid(std::ostream& out, const Guide& guide, Span span, int64_t now, si
     printList(out, guide, now, width, bold);
     return;
   }
-  // Bands of equal length, so that the last one is not a remnant.
+  // Bands of almost equal length, so that the last one is not a remnant.
   const size_t columns = width - label_width - 1;
-  const int64_t slots = std::max<int64_t>((span.end - span.start) / kSlot, 1);
+  const int64_t slots = std::max<int64_t>((span.end - span.start) / kHalfHour, 1);
   const int64_t fitting = static_cast<int64_t>(columns / kSlotWidth);
   const int64_t bands = (slots + fitting - 1) / fitting;
-  const int64_t length = (slots + bands - 1) / bands * kSlot;
+  const int64_t length = (slots + bands - 1) / bands * kHalfHour;
   const char* separator = "";
   for (int64_t start = span.start; start < span.end; start += length) {
-    const Band band({start, start + length}, columns);
+    const int64_t end = std::min(start + length, span.end);
+    const Band band({start, end},
+                    columns * static_cast<size_t>(end - start) / static_cast<size_t>(length));
     out << separator << fitted(localTime(start, kDay), label_width) << ' '
         << withoutEnd(band.titles()) << '\n';
     for (const GuideChannel& channel : guide.channels) {
@@ -179,7 +182,7 @@ void printDetails(std::ostream& out, const Guide& guide, int64_t now, size_t wid
   for (const GuideChannel& channel : guide.channels) {
     out << separator << channel.number << ' ' << channel.name << '\n';
     separator = "\n";
-    if (channel.programmes.empty()) out << "  " << kNothing << '\n';
+    if (channel.programmes.empty()) out << "  " << kNoInformation << '\n';
     std::string day;
     for (const Programme& programme : channel.programmes) {
       if (const std::string its_day = localTime(programme.start, kFullDay); its_day != day) {
@@ -191,8 +194,7 @@ void printDetails(std::ostream& out, const Guide& guide, int64_t now, size_t wid
                          std::to_string((programme.end - programme.start) / 60) + " min)";
       if (isRated(programme)) line += "  " + programme.rating;
       if (programme.captioned) line += "  [CC]";
-      if (isOn(programme, now)) line += "  now";
-      const char* indent = "    ";
+      const char* indent = isOn(programme, now) ? "now " : "    ";
       for (const std::string& part : wrapped(line, text_width)) {
         out << indent << emphasized(part, bold && isOn(programme, now)) << '\n';
         indent = kIndent.data();

@@ -11,8 +11,8 @@
 namespace tv {
 
 // A row a channel, a column a half hour from the one that holds `now` on. What does not fit into
-// `width` columns follows below; a terminal too narrow for that gets a list. `bold` makes what is
-// on now stand out.
+// `width` columns follows below; a terminal too narrow for that gets a list. What is on now
+// is `bold` or, where that is not possible, marked.
 void printGrid(std::ostream& out, const Guide& guide, Span span, int64_t now, size_t width,
                bool bold);
 
@@ -21,6 +21,9 @@ void printDetails(std::ostream& out, const Guide& guide, int64_t now, size_t wid
 
 // For programs: a line a programme, columns separated by tabs.
 void printLines(std::ostream& out, const Guide& guide, const Source& source);
+
+// What is said of a channel without a guide.
+inline constexpr const char* kNoInformation = "no programme information";
 
 // What printLines() writes, for a help text.
 extern const char* const kLinesForm;

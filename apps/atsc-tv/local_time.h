@@ -14,6 +14,8 @@ std::string utcTime(int64_t seconds, const char* format);
 // "2014-01-09T14:30:00-05:00" (ISO 8601).
 std::string isoLocalTime(int64_t seconds);
 
+inline constexpr int64_t kHalfHour = 1800;  // seconds
+
 // The start of the half hour, by the local clock, that a time lies in.
 int64_t halfHourStart(int64_t seconds);
 

@@ -3,6 +3,8 @@
 #include <CLI/CLI.hpp>
 #include <clocale>
 #include <iostream>
+#include <string>
+#include <vector>
 
 #include "commands.h"
 #include "database_files.h"
@@ -37,6 +39,10 @@ int run(int argc, char** argv) {
   for (AddCommand* add : kCommands) add(app, action);
   try {
     app.parse(argc, argv);
+  } catch (const CLI::RequiredError& error) {
+    const std::vector<std::string> rest = app.remaining();
+    throw Failure(kUsage, (rest.empty() ? error.what() : "unknown argument '" + rest[0] + "'") +
+                              "; see atsc-tv --help");
   } catch (const CLI::ParseError& error) {
     if (error.get_exit_code() == 0) return app.exit(error);  // --help, --version
     throw Failure(kUsage, error.what() + std::string("; see atsc-tv --help"));

@@ -2,21 +2,26 @@
 
 #include <time.h>
 
+#include <cstring>
 #include <limits>
 #include <stdexcept>
 
 namespace apps {
 
 uint32_t parseUtcTime(const std::string& text) {
-  constexpr const char* kForm = "%Y-%m-%dT%H:%M:%SZ";
-  tm parts = {};
-  const char* end = strptime(text.c_str(), kForm, &parts);
-  if (end != nullptr && *end == '\0') {
-    const int64_t seconds = timegm(&parts);
+  for (const char* form : {"%Y-%m-%dT%H:%M:%S", "%Y-%m-%dT%H:%M"}) {
+    tm parts = {};
+    tm zone = {};
+    const char* const zone_text = strptime(text.c_str(), form, &parts);
+    if (zone_text == nullptr || strchr("Z+-", *zone_text) == nullptr) continue;
+    const char* const end = strptime(zone_text, "%z", &zone);
+    if (end == nullptr || *end != '\0') continue;
+    const int64_t seconds = int64_t{timegm(&parts)} - zone.tm_gmtoff;
     // Written back it differs where a day does not exist, such as 30 February.
     char again[32];
     if (seconds >= 0 && seconds <= std::numeric_limits<uint32_t>::max() &&
-        strftime(again, sizeof again, kForm, &parts) > 0 && text == again) {
+        strftime(again, sizeof again, form, &parts) > 0 &&
+        text.compare(0, static_cast<size_t>(zone_text - text.c_str()), again) == 0) {
       return static_cast<uint32_t>(seconds);
     }
   }

@@ -8,10 +8,11 @@
 namespace apps {
 
 // For the help of a program's option that takes such a time.
-inline constexpr const char* kUtcTimeForm = "UTC, like 2014-01-09T19:30:00Z";
+inline constexpr const char* kUtcTimeForm = "like 2014-01-09T19:30:00Z or 2014-01-09T14:30-05:00";
 
-// Unix seconds of a time in the form above. Throws std::invalid_argument when `text` is none, or is
-// before 1970-01-01 or after 2106-02-07, where 32 bits end.
+// Unix seconds of a time in the form above: in UTC or with its offset from UTC, seconds may be
+// missing. Throws std::invalid_argument when `text` is none, or is before 1970-01-01 or after
+// 2106-02-07, where 32 bits end.
 uint32_t parseUtcTime(const std::string& text);
 
 // Checks a command-line option: the reason why `text` is no such time, empty when it is one.

@@ -364,13 +364,13 @@ TEST_F(GuideSystemTest, GuideIsReadable) {
   };
   EXPECT_EQ(
       "Terrestrial (VSB), Thu 09 Jan 2014 19:40 UTC\n"
-      "Thu 09 Jan  │19:30          │20:00          │20:30\n"
-      " 5-1 KÉVA-1 │‹Long and over…│Begins early   │no information\n"
-      " 9-1 Ñandú  │Le soleil d'été│no information │(no title)\n"
+      "Thu 09 Jan  │19:30      │20:00      │20:30      │21:00\n"
+      " 5-1 KÉVA-1 │‹*Long and…│Begins ear…│no info      │:05 A tit…\n"
+      " 9-1 Ñandú  │*Le soleil…│no info    │(no title)\n"
       "10-1 Dark   │no programme information\n"
       "\n"
-      "Thu 09 Jan  │21:00          │21:30          │22:00\n"
-      " 5-1 KÉVA-1 │ │:05 A title with \xEF\xBF\xBD[2J\n"
+      "Thu 09 Jan  │21:30      │22:00      │22:30\n"
+      " 5-1 KÉVA-1 │‹A title with \xEF\xBF\xBD[2J     │no info\n"
       " 9-1 Ñandú  │‹(no title)\n"
       "10-1 Dark   │no programme information\n",
       guide({"--width", "61"}));
@@ -388,15 +388,20 @@ TEST_F(GuideSystemTest, GuideIsReadable) {
       "Terrestrial (VSB), Thu 09 Jan 2014 19:40 UTC\n"
       "5-1 KÉVA-1\n"
       "  Thu 09 Jan 2014\n"
-      "    19:00-21:00  Long and overlapped\n"
+      "now 19:00-21:00  Long and overlapped\n"
       "      by the next one (120 min)  TV-14-V\n"
-      "      [CC]  now\n"
+      "      [CC]\n"
       "      Line one line two\n"
       "    19:45-19:45  no length (0 min)\n"
       "    20:00-20:30  Begins early (30 min)\n",
       guide({"--hours", "1", "--channel", "5-1", "--width", "40"}));
   const Outcome later = tv({"guide", "--width", "80", "--at", "2030-01-01T00:00:00Z"});
-  EXPECT_THAT(later.out, HasSubstr("those received go from 2014-01-09 19:00 to 2014-01-10 11:30"));
+  EXPECT_THAT(later.out,
+              HasSubstr("those received go from 2014-01-09T19:00Z to 2014-01-10T11:30Z"));
+  EXPECT_EQ(later.out, tv({"guide", "--width", "80", "--at", "2029-12-31T19:00-05:00"}).out);
+  EXPECT_THAT(tv({"guide", "--channel", "10-1", "--width", "80", "--at", "first"}).out,
+              HasSubstr("\nno programme information\n"));
+  EXPECT_THAT(tv({"guide", "--width", "80", "--at", "first"}).out, HasSubstr("19:00 UTC\nThu 09"));
   EXPECT_EQ(1, tv({"guide", "--channel", "7-7"}).status);
   EXPECT_EQ(2, tv({"guide", "--at", "2014-02-30T00:00:00Z"}).status);
 }

@@ -43,10 +43,8 @@ class SystemTest : public testing::Test {
     std::string path = (std::filesystem::temp_directory_path() / "atsc-system-XXXXXX").string();
     if (mkdtemp(path.data()) == nullptr) throw std::runtime_error("no temporary folder");
     folder_ = path;
-    environment_ = {{"HOME", folder_},
-                    {"ATSC_HOST_STATE", folder_ / "state"},
-                    {"ATSC_CNAHHEL_DB", ""},
-                    {"ATSC_EVENT_DB", ""}};
+    environment_ = {
+        {"HOME", folder_}, {"ATSC_HOST_STATE", ""}, {"ATSC_CNAHHEL_DB", ""}, {"ATSC_EVENT_DB", ""}};
     db_ = folder_ / "db";
     database_ = db_ / "ATSCChannelData.db3";
     air_ = folder_ / "air";

@@ -62,6 +62,7 @@ TEST_F(SystemTest, ScansFindEveryListedServiceOnce) {
   service_->signal(SIGTERM);
   EXPECT_EQ(0, service_->wait()) << service_->err();
   EXPECT_FALSE(fs::exists("/tmp/.BUS.atsc.qel.service.srv"));
+  EXPECT_TRUE(fs::exists(db_ / "services.json")) << "the receiver's state";
   EXPECT_EQ("ok", integrityOf(database_));
 }
 
@@ -214,12 +215,16 @@ TEST_F(SystemTest, WrongCommandsAreAnswered) {
   EXPECT_EQ(0, outcome.status) << outcome.err;
   EXPECT_EQ("result 0\n", outcome.out);
   EXPECT_EQ(2, tv({"scan", "--src", "FM"}).status);
+  EXPECT_EQ(2, tv({"scan", "--freq", "70"}).status);
+  const Outcome unknown = tv({"chanels"});
+  EXPECT_EQ(2, unknown.status);
+  EXPECT_THAT(unknown.err, HasSubstr("'chanels'"));
 }
 
 TEST_F(SystemTest, NamesCannotActOnTheTerminal) {
   const Outcome none = tv({"channels"});
-  EXPECT_EQ(0, none.status) << none.err;
-  EXPECT_THAT(none.out, HasSubstr("no scan has run"));
+  EXPECT_EQ(1, none.status);
+  EXPECT_THAT(none.err, HasSubstr("atsc-tv scan finds them"));
 
   fs::create_directory(db_);
   {

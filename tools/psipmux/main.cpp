@@ -35,6 +35,9 @@ constexpr char kDescription[] =
     "4 seconds long, with a large guide up to 16, and is meant to be played in a loop.\n"
     "The tables announce audio and video, but none is carried: those PIDs stay silent.";
 
+constexpr int kFailure = 1;
+constexpr int kUsage = 2;
+
 constexpr int64_t kGpsEpoch = 315964800;  // 1980-01-06T00:00:00Z in Unix time
 
 /// Days from 1970-01-01 to a date of the Gregorian calendar; years are counted from March so that
@@ -133,7 +136,7 @@ class PendingFile {
     if (!temporary_.empty()) ::unlink(temporary_.c_str());
   }
   [[noreturn]] void Fail(int error) const {
-    throw std::runtime_error("psipmux: " + target_.string() +
+    throw std::runtime_error(target_.string() +
                              ": cannot write: " + std::generic_category().message(error));
   }
 
@@ -170,7 +173,7 @@ void Run(const std::vector<std::string>& files, const fs::path& out, uint32_t sy
         std::error_code error;
         fs::create_directories(target.parent_path(), error);
         if (error) {
-          throw std::runtime_error("psipmux: " + target.parent_path().string() +
+          throw std::runtime_error(target.parent_path().string() +
                                    ": cannot create: " + error.message());
         }
         pending.emplace_back(target, stream);
@@ -205,7 +208,7 @@ int main(int argc, char** argv) {
     } catch (const CLI::ParseError& error) {
       if (error.get_exit_code() == 0) return app.exit(error);  // --help, --version
       std::cerr << "psipmux: " << error.what() << "; see psipmux --help\n";
-      return 1;
+      return kUsage;
     }
     const std::optional<int64_t> unix_time =
         app.count("--start") != 0 ? ParseTime(start)
@@ -217,12 +220,12 @@ int main(int argc, char** argv) {
     if (!system_time) {
       std::cerr << "psipmux: --start: must be a UTC time of 1980-01-06 to 2116 such as "
                    "2026-04-22T19:39:46Z\n";
-      return 1;
+      return kUsage;
     }
     Run(files, out, *system_time);
     return 0;
   } catch (const std::exception& error) {
-    std::cerr << error.what() << '\n';
-    return 1;
+    std::cerr << "psipmux: " << error.what() << '\n';
+    return kFailure;
   }
 }
