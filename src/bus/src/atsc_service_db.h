@@ -3,6 +3,7 @@
 #define ATSC_ATSC_SERVICE_DB_H_
 
 #include <SQLiteCpp/Database.h>
+#include <SQLiteCpp/Statement.h>
 #include <aisrv.h>
 #include <atsc/atsc_tables.h>
 
@@ -10,6 +11,7 @@
 #include <mutex>
 #include <string>
 #include <string_view>
+#include <variant>
 #include <vector>
 
 namespace atsc {
@@ -73,6 +75,20 @@ class sqlString {
  private:
   std::string text_;
 };
+
+namespace atsc {
+
+// What a row of a table holds in one column.
+using ColumnValue = std::variant<int64_t, std::string>;
+
+// Appends a value as SQL has it; null stands for the "?" of a prepared statement.
+void appendValue(sqlString& text, const ColumnValue* value);
+
+// Binds a value to the `position`-th "?", from 1. A text is not copied: it must live until the
+// statement has run.
+void bindValue(SQLite::Statement& statement, size_t position, const ColumnValue& value);
+
+}  // namespace atsc
 
 // Path of the channel database file, set by ATSC_Service_db_init().
 extern std::string& gChannel_DB_path;

@@ -164,7 +164,7 @@ constexpr std::array<ChannelColumn, kChannelColumns> kUpdateOrder = {
 // The key by which an update addresses its rows.
 constexpr std::array<ChannelColumn, 3> kUpdateKey = {kMajor, kMinor, kFrequency};
 
-using ChannelRow = std::array<std::variant<int64_t, std::string>, kChannelColumns>;
+using ChannelRow = std::array<atsc::ColumnValue, kChannelColumns>;
 
 ChannelRow channelRow(const AISRV_service_info& service, const StreamTexts& streams) {
   ChannelRow row;
@@ -190,15 +190,9 @@ ChannelRow channelRow(const AISRV_service_info& service, const StreamTexts& stre
   return row;
 }
 
-// Appends a column's value, or "?" where there is no row: the text of a prepared statement.
+// Appends a column's value; without a row, the "?" of a prepared statement.
 void appendValue(sqlString& text, const ChannelRow* row, int column) {
-  if (row == nullptr) {
-    text << "?";
-  } else if (const int64_t* number = std::get_if<int64_t>(&(*row)[column])) {
-    text << *number;
-  } else {
-    text.conStr(std::get<std::string>((*row)[column]));
-  }
+  atsc::appendValue(text, row != nullptr ? &(*row)[static_cast<size_t>(column)] : nullptr);
 }
 
 // Whether an update's condition says what the column holds: setting it again changes nothing and
@@ -401,7 +395,7 @@ class ChannelRewrite {
         buildInsert(&row);
         announce();
         for (int column = 0; column < kChannelColumns; ++column) {
-          bind(insertRow, column + 1, row[column]);
+          atsc::bindValue(insertRow, static_cast<size_t>(column) + 1, row[column]);
         }
         insertRow.exec();
         insertRow.reset();
@@ -410,11 +404,12 @@ class ChannelRewrite {
       buildUpdate(&row);
       announce();
       if (lastUpdate[keyOf(writes[i])] != i) continue;
-      int position = 0;
+      size_t position = 0;
       for (const ChannelColumn column : kUpdateOrder) {
-        if (!isUpdateKey(column)) bind(updateRows, ++position, row[column]);
+        if (!isUpdateKey(column)) atsc::bindValue(updateRows, ++position, row[column]);
       }
-      for (const ChannelColumn column : kUpdateKey) bind(updateRows, ++position, row[column]);
+      for (const ChannelColumn column : kUpdateKey)
+        atsc::bindValue(updateRows, ++position, row[column]);
       updateRows.exec();
       updateRows.reset();
     }
@@ -488,16 +483,6 @@ class ChannelRewrite {
     command_ << "UPDATE " << table_ << " SET ";
     _ATSC_Service_db_getChannelUpdate_Command(command_, row);
     appendUpdateCondition(command_, row);
-  }
-
-  // The value's text is not copied: it lives until the statement has run.
-  static void bind(SQLite::Statement& statement, int position,
-                   const ChannelRow::value_type& value) {
-    if (const int64_t* number = std::get_if<int64_t>(&value)) {
-      statement.bind(position, *number);
-    } else {
-      statement.bindNoCopy(position, std::get<std::string>(value));
-    }
   }
 
   // Notes the command that runs next.

@@ -22,7 +22,7 @@ constexpr const char* kColumns[] = {
     "ch_id_pk",     "event_index", "event_id",    "name",  "start_time", "duration", "rating",
     "multi_rating", "genre_count", "parent_stat", "genre", "cc",         "desc"};
 
-using EventRow = std::array<std::variant<int64_t, std::string>, std::size(kColumns)>;
+using EventRow = std::array<atsc::ColumnValue, std::size(kColumns)>;
 
 // One event of the middleware with the texts that it is lent.
 class Event {
@@ -158,14 +158,7 @@ class GuideRewrite {
     event_.description(text(12));
     buildInsert(&row_);
     ATSC_LOG(Debug, "SQL Command %s\n", command_.str().c_str());
-    for (size_t i = 0; i < row_.size(); ++i) {
-      const int position = static_cast<int>(i) + 1;
-      if (const int64_t* number = std::get_if<int64_t>(&row_[i])) {
-        insert.bind(position, *number);
-      } else {
-        insert.bindNoCopy(position, std::get<std::string>(row_[i]));
-      }
-    }
+    for (size_t i = 0; i < row_.size(); ++i) atsc::bindValue(insert, i + 1, row_[i]);
     insert.exec();
     insert.reset();
   }
@@ -182,13 +175,7 @@ class GuideRewrite {
     command_ << insert_;
     for (size_t i = 0; i < std::size(kColumns); ++i) {
       if (i > 0) command_++;
-      if (row == nullptr) {
-        command_ << "?";
-      } else if (const int64_t* number = std::get_if<int64_t>(&(*row)[i])) {
-        command_ << *number;
-      } else {
-        command_.conStr(std::get<std::string>((*row)[i]));
-      }
+      atsc::appendValue(command_, row != nullptr ? &(*row)[i] : nullptr);
     }
     command_ << ")";
   }

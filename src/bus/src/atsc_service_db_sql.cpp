@@ -32,6 +32,25 @@ void sqlString::conStr(std::string_view text) {
 
 namespace atsc {
 
+void appendValue(sqlString& text, const ColumnValue* value) {
+  if (value == nullptr) {
+    text << "?";
+  } else if (const int64_t* number = std::get_if<int64_t>(value)) {
+    text << *number;
+  } else {
+    text.conStr(std::get<std::string>(*value));
+  }
+}
+
+void bindValue(SQLite::Statement& statement, size_t position, const ColumnValue& value) {
+  const int index = static_cast<int>(position);
+  if (const int64_t* number = std::get_if<int64_t>(&value)) {
+    statement.bind(index, *number);
+  } else {
+    statement.bindNoCopy(index, std::get<std::string>(value));
+  }
+}
+
 const char* channelTable(int input_type) {
   return input_type == AI_INPUT_TERRESTRIAL ? "channel_data_t" : "channel_data_c";
 }
