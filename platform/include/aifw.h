@@ -20,7 +20,9 @@ typedef int32_t AFW_event_t;
 enum {
   AFW_EPG_UPDATE = 0,        // events or descriptions of the guide changed, or another source
                              // became the current one; AIFW_get_event_update_data() tells whose
-  AFW_EPG_COMPLETE = 1,      // every guide table that the tuned stream announces was received
+  AFW_EPG_COMPLETE = 1,      // every guide table that is announced was received, or is not sent: of
+                             // the tuned stream; or of all streams that a scan, or the guide tuner
+                             // in one go, has read
   AFW_EVENT_TRANSITION = 2,  // the next programme of the current service begins
   AFW_SERVICE_DELETED = 3,
   AFW_SERVICE_UPDATE = 4,  // a listed service changed (its name, its streams)

@@ -253,6 +253,33 @@ TEST_F(ReceiverLiveTest, ServicesThatChangeOnTheAirAreListedAndTold) {
   EXPECT_EQ((Events{AFW_SERVICE_UPDATE, AFW_SERVICE_BUILD_COMPLETED}),
             events_of(event_log.take_until(AFW_SERVICE_BUILD_COMPLETED), kServiceEvents));
   EXPECT_EQ((Texts{"49  2"}), streams(rows(kAir)[0]));
+
+  // A PMT that never comes does not hold up the others' names.
+  air_.write(kAir, kChannel14,
+             named({{1, "AGAIN"}, {3, "NEW"}}, 5) + packets(0, {pat({{3, 0x30}, {5, 0x31}})}) +
+                 packets(0x30, {pmt(3, {{2, 49, {}}})}));
+  event_log.take_until(AFW_SERVICE_BUILD_COMPLETED);
+  EXPECT_EQ((Texts{"5-1 AGAIN", "5-3 NEW"}), labels(kAir));
+}
+
+TEST_F(ReceiverLiveTest, AServiceThatComesLaterBringsItsGuide) {
+  const Bytes guide = packets(0x1FFB, {psip::mgt({{0x100, 0x1D00}})}) +
+                      packets(0x1D00, {psip::eit(3, {{1, kStart, 3600, "Known"}})});
+  air_.write(kAir, kChannel14, guide + named({{2, "GOOD"}}));
+  scan(kAir, kChannel14);
+  event_log.take_until(AFW_EPG_COMPLETE);
+  air_.write(kAir, kChannel14, guide + named({{1, "MORE"}, {2, "GOOD"}}));
+  ASSERT_EQ(0, AIFW_play_first_service(kAir, 0));
+  event_log.take_until(AFW_SERVICE_BUILD_COMPLETED);
+  EXPECT_EQ(std::vector<uint32_t>{3}, event_log.take_until(AFW_EPG_UPDATE).back().source_ids);
+}
+
+TEST_F(ReceiverLiveTest, TimesThatContradictEachOtherAreToldOnceASecond) {
+  const Bytes both = packets(0x1FFB, {psip::stt(kStart, 15), psip::stt(kStart, 16)});
+  const auto begin = std::chrono::steady_clock::now();
+  play(kAir, named({{1, "GOOD"}}) + both + both + both);
+  for (int i = 0; i < 2; ++i) event_log.take_until(AFW_STT_UPDATE);
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, seconds(1));
 }
 
 TEST_F(ReceiverLiveTest, ACarrierThatGoesAndComesBackIsNoticed) {
@@ -295,6 +322,19 @@ TEST_F(ReceiverLiveTest, TheGuideOfOtherCarriersIsKeptToo) {
   const std::vector<Reported> scanned = event_log.take_until(AFW_EPG_COMPLETE);
   EXPECT_EQ((Events{AFW_SERVICE_BUILD_COMPLETED, AFW_EPG_UPDATE, AFW_EPG_COMPLETE}),
             events_of(scanned, {AFW_SERVICE_BUILD_COMPLETED, AFW_EPG_UPDATE, AFW_EPG_COMPLETE}));
+
+  // An MGT that keeps changing leaves a guide incomplete.
+  for (const unsigned last : {0x1D02, 0x1D01}) {
+    air_.write(kAir, 57000000,
+               packets(0x1FFB, {vct(0xC8, {{"OTHER", 6, 1, 8}}),
+                                psip::mgt({{0x100, 0x1D00}, {0x101, 0x1D01}})}) +
+                   packets(0x1D00, {psip::eit(8, {{1, kStart + last, 3600, "Film"}})}) +
+                   packets(0x1FFB, {psip::mgt({{0x100, 0x1D00}, {0x101, last}})}));
+    scan(kAir, 57000000);
+    event_log.take_until(AFW_EPG_UPDATE);
+  }
+  EXPECT_EQ(Events{AFW_EPG_COMPLETE},
+            events_of(event_log.take_until(AFW_EPG_COMPLETE), {AFW_EPG_UPDATE, AFW_EPG_COMPLETE}));
 
   // Whoever keeps the guide of the current source alone is told when that is another one, and when
   // it begins to listen.
@@ -379,24 +419,30 @@ TEST(ReceiverAlertsTest, StartOnceByPriorityAndEndInTime) {
   events.set_callback(record);
   Alerts alerts(events);
   const auto t = std::chrono::steady_clock::now();
-  alerts.receive(alert(0, 0, 10), t, {});
   alerts.receive(alert(1, 3, 10), t, {});
   alerts.receive(alert(1, 3, 10), t, {});
-  alerts.receive(alert(2, 11, 10), t, {});  // takes its place
-  alerts.check(t + seconds(9), {});
-  events.raise(AFW_VIEWING_DELAY);
+  // Takes its place, like none of the many before it.
+  for (int i = 0; i < 100; ++i)
+    for (const uint8_t sequence : {4, 3, 2}) alerts.receive(alert(sequence, 11, 10), t, {});
+  alerts.check(t + seconds(1), {});
   alerts.check(t + seconds(10), {});
-  alerts.receive(alert(2, 11, 10), t + seconds(11), {});  // again, after its end
-  alerts.receive(alert(3, 15, 0), t, {});
-  alerts.seen(t + seconds(5));
-  alerts.check(t + seconds(14), {});
   events.raise(AFW_VIEWING_DELAY);
-  alerts.check(t + seconds(15), {});  // not received for 10 s
-  alerts.receive(alert(4, 7, 0, 1), t, 1000u);
-  alerts.seen(t + seconds(60));
-  alerts.check(t + seconds(60), 1059u);
+  alerts.check(t + seconds(11), {});
+  alerts.receive(alert(2, 11, 10), t + seconds(12), {});  // again, after its end
+  alerts.receive(alert(3, 15, 0), t + seconds(20), {});
+  alerts.receive(alert(3, 15, 0), t + seconds(25), {});
+  alerts.check(t + seconds(34), {});
   events.raise(AFW_VIEWING_DELAY);
-  alerts.check(t + seconds(60), 1060u);  // the event is over
+  alerts.check(t + seconds(35), {});  // not received for 10 s
+  alerts.receive(alert(4, 7, 0, 1), t + seconds(40), 1000u);
+  alerts.receive(alert(4, 7, 0, 1), t + seconds(100), 1060u);
+  alerts.check(t + seconds(100), 1059u);
+  events.raise(AFW_VIEWING_DELAY);
+  alerts.check(t + seconds(100), 1060u);  // the event is over
+  alerts.receive(alert(5, 15, 0), t + seconds(110), {});
+  events.raise(AFW_VIEWING_DELAY);
+  alerts.receive(alert(6, 0, 0), t + seconds(120), {});  // a test message instead
+  events.raise(AFW_VIEWING_DELAY);
   alerts.stop();
   events.raise(AFW_INVALID);
   Events told;
@@ -404,7 +450,8 @@ TEST(ReceiverAlertsTest, StartOnceByPriorityAndEndInTime) {
   EXPECT_EQ(
       (Events{AFW_EAS_START_NON_BLOCKING, AFW_EAS_STOP, AFW_EAS_START_BLOCKING, AFW_VIEWING_DELAY,
               AFW_EAS_STOP, AFW_EAS_START_BLOCKING, AFW_VIEWING_DELAY, AFW_EAS_STOP,
-              AFW_EAS_START_NON_BLOCKING, AFW_VIEWING_DELAY, AFW_EAS_STOP, AFW_INVALID}),
+              AFW_EAS_START_NON_BLOCKING, AFW_VIEWING_DELAY, AFW_EAS_STOP, AFW_EAS_START_BLOCKING,
+              AFW_VIEWING_DELAY, AFW_EAS_STOP, AFW_VIEWING_DELAY, AFW_INVALID}),
       told);
 }
 

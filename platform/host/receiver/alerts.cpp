@@ -1,6 +1,7 @@
 #include "receiver/alerts.h"
 
 #include <functional>
+#include <utility>
 
 #include "receiver/log.h"
 
@@ -9,6 +10,8 @@ namespace {
 
 // How long an alert without an end stays after its table was received last.
 constexpr std::chrono::seconds kGone(10);
+// Between two that are new: whatever is on the air, the application can follow.
+constexpr std::chrono::seconds kInterval(1);
 
 // alert_priority.
 constexpr uint8_t kTestMessage = 0;  // of no concern to receivers in homes
@@ -28,16 +31,22 @@ void Alerts::receive(const EmergencyAlert& alert, Instant at,
   const size_t sequence = alert.sequence % shown_.size();
   const uint64_t hash = hash_of(alert);
   if (shown_[sequence] == hash) return;
+  if (last_new_ && at - *last_new_ < kInterval) {
+    waiting_ = alert;
+    return;
+  }
+  last_new_ = at;
+  waiting_.reset();
   shown_[sequence] = hash;
   // The numbers go round: what comes next is not what had these numbers long ago.
   for (size_t ahead = 1; ahead <= shown_.size() / 2; ++ahead)
     shown_[(sequence + ahead) % shown_.size()].reset();
 
+  end_present();
   if (alert.priority == kTestMessage) {
     log().Debug("alert %u is a test message", alert.sequence);
     return;
   }
-  stop();
   const bool blocking = alert.priority == kHigh || alert.priority == kMaximum;
   log().Info("alert %u, event %u, priority %u, starts", alert.sequence, alert.event_id,
              alert.priority);
@@ -52,16 +61,25 @@ void Alerts::receive(const EmergencyAlert& alert, Instant at,
 }
 
 void Alerts::check(Instant at, std::optional<uint32_t> station_time) {
+  if (waiting_ && at - *last_new_ >= kInterval) {
+    const EmergencyAlert alert = *std::exchange(waiting_, std::nullopt);
+    receive(alert, at, station_time);
+  }
   if (!present_) return;
   if (present_->remaining.count() > 0) {
-    if (at - present_->start >= present_->remaining) stop();
+    if (at - present_->start >= present_->remaining) end_present();
     return;
   }
   const bool over = present_->event_end && station_time && *station_time >= *present_->event_end;
-  if (over || at - last_seen_ >= kGone) stop();
+  if (over || at - last_seen_ >= kGone) end_present();
 }
 
 void Alerts::stop() {
+  waiting_.reset();
+  end_present();
+}
+
+void Alerts::end_present() {
   if (!present_) return;
   present_.reset();
   log().Info("the alert ends");

@@ -19,14 +19,12 @@ class Alerts {
 
   explicit Alerts(EventQueue& events) : events_(events) {}
 
-  // An alert table was received, first time or not.
-  void seen(Instant at) { last_seen_ = at; }
-
-  // One with a new sequence number was. It takes the place of the present alert; one that was shown
-  // before is not shown again. `station_time` in GPS seconds, where known.
+  // One was received, first time or not. A new one takes the place of the present alert, at most
+  // once a second: else it waits for check(), or for a newer one. `station_time` in GPS seconds,
+  // where known.
   void receive(const EmergencyAlert& alert, Instant at, std::optional<uint32_t> station_time);
 
-  // Ends the present alert when its time is over.
+  // Takes the alert that waits, and ends the present one when its time is over.
   void check(Instant at, std::optional<uint32_t> station_time);
 
   // The tuner leaves the carrier, or has lost it.
@@ -39,8 +37,12 @@ class Alerts {
     std::optional<uint32_t> event_end;  // GPS seconds
   };
 
+  void end_present();
+
   EventQueue& events_;
   Instant last_seen_;
+  std::optional<Instant> last_new_;
+  std::optional<EmergencyAlert> waiting_;
   std::optional<Present> present_;
   std::array<std::optional<uint64_t>, 32> shown_;  // hash of the content, by sequence number
 };

@@ -36,7 +36,8 @@ class CarrierReader {
   int read(int fd, const std::atomic<bool>& stop) {
     std::vector<uint8_t> chunk(kChunk);
     bool second_look = false;
-    for (size_t total = 0; total < kReadLimit && !enough() && !stop;) {
+    size_t total = 0;
+    while (total < kReadLimit && !enough() && !stop) {
       const ssize_t got = ::read(fd, chunk.data(), chunk.size());
       if (got < 0 && errno == EINTR) continue;
       if (got < 0) return errno;
@@ -46,9 +47,13 @@ class CarrierReader {
         continue;
       }
       demux_.finish();
-      if (second_look || !psi_.missed_some() || lseek(fd, 0, SEEK_SET) != 0) break;
+      psip_.end_pass();
+      const bool missed_some = psi_.missed_some() || (mgt_seen_ && !psip_.guide_settled());
+      if (second_look || !missed_some || lseek(fd, 0, SEEK_SET) != 0) break;
       second_look = true;
+      total = 0;
     }
+    if (total >= kReadLimit) psip_.give_up_silent();
     return 0;
   }
 
@@ -70,7 +75,7 @@ class CarrierReader {
   bool enough() {
     if (!psi_.complete()) return false;
     if (services_at_ == 0) services_at_ = demux_.packets();
-    if (mgt_seen_) return psip_.guide_complete();
+    if (mgt_seen_) return psip_.guide_settled() && psip_.guide_complete() && psip_.gps_utc_offset();
     return demux_.packets() - services_at_ > kMgtPatience;
   }
 
@@ -113,6 +118,7 @@ CarrierResult read_carrier(uint32_t source, uint32_t frequency, const std::atomi
   const CarrierTables& tables = reader.tables();
   result.services = build_services(tables, source, frequency);
   result.guide = reader.psip().guide();
+  result.guide_complete = reader.psip().guide_complete();
   result.gps_utc_offset = reader.psip().gps_utc_offset();
   result.rating_regions = reader.psip().take_rating_regions();
 

@@ -24,13 +24,15 @@ struct CarrierResult {
   std::vector<Service> services;
   std::optional<StreamId> stream;
   GuideTables guide;
+  bool guide_complete = false;  // as PsipDecoder::guide_complete()
   std::optional<uint8_t> gps_utc_offset;
   std::vector<RatingRegionTable> rating_regions;
 };
 
-// Tunes to a carrier and reads until its services and its guide are known, its file ends or
-// kReadLimit, but no longer than `stop` is false. The system time goes to the clock. Logs one line
-// on what it found, with what was wrong. Any thread.
+// Tunes to a carrier and reads until its services, all of its guide and the offset of its time are
+// known, or kReadLimit, but no longer than `stop` is false. A file that ends too early is read a
+// second time, for what came before the tables that tell of it. The system time goes to the clock.
+// Logs one line on what it found, with what was wrong. Any thread.
 CarrierResult read_carrier(uint32_t source, uint32_t frequency, const std::atomic<bool>& stop);
 
 }  // namespace atschost

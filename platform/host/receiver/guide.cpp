@@ -1,6 +1,7 @@
 #include "receiver/guide.h"
 
 #include <algorithm>
+#include <array>
 #include <bitset>
 #include <set>
 #include <string_view>
@@ -26,12 +27,35 @@ std::bitset<256> staying(const std::vector<uint8_t>& announced,
 GuideTables merge(const GuideTables& old, const GuideTables& received) {
   if (!received.mgt_seen) return old;
   GuideTables merged = received;
+  size_t size = 0;
+  std::array<size_t, 256> sources{};  // by instance
+  for (const auto& [key, events] : received.eits) {
+    size += size_of(events);
+    ++sources[key.first];
+  }
+  for (const auto& [instance, texts] : received.etts)
+    for (const auto& [id, text] : texts) size += size_of_text(text);
+  // Tables that keep changing their place would pile up.
+  const auto fits = [&](size_t more) {
+    if (size + more > kMaxGuideSize) return false;
+    size += more;
+    return true;
+  };
+
   const auto eits = staying(received.announced_eits, received.settled_eits);
-  for (const auto& [key, events] : old.eits)
-    if (eits[key.first]) merged.eits.emplace(key, events);
+  for (const auto& [key, events] : old.eits) {
+    if (!eits[key.first] || merged.eits.count(key)) continue;
+    if (sources[key.first] >= kMaxGuideSources || !fits(size_of(events))) continue;
+    ++sources[key.first];
+    merged.eits.emplace(key, events);
+  }
   const auto etts = staying(received.announced_etts, received.settled_etts);
-  for (const auto& [instance, texts] : old.etts)
-    if (etts[instance]) merged.etts[instance].insert(texts.begin(), texts.end());
+  for (const auto& [instance, texts] : old.etts) {
+    if (!etts[instance]) continue;
+    GuideTables::Texts& kept = merged.etts[instance];
+    for (const auto& [id, text] : texts)
+      if (!kept.count(id) && fits(size_of_text(text))) kept.emplace(id, text);
+  }
   return merged;
 }
 

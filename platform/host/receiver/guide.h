@@ -35,8 +35,8 @@ class Guide {
   };
 
   // Takes over the tables of a carrier. What its MGT no longer announces goes; what it announces
-  // and has not been received again yet stays. Where the offset is not known the present one is
-  // used.
+  // and has not been received again yet stays, as far as a carrier's guide may grow. Where the
+  // offset is not known the present one is used.
   Change update(uint32_t source, uint32_t frequency, const GuideTables& tables,
                 std::optional<uint8_t> gps_utc_offset);
 

@@ -65,10 +65,12 @@ void GuideTuner::round() {
   for (const Carrier& carrier : listed) {
     if (stop_) return;
     const auto [source, frequency] = carrier;
-    if (!is_due(carrier) || hooks_.is_received(source, frequency)) continue;
+    if (hooks_.is_received(source, frequency) || !is_due(carrier)) continue;
     try {
       CarrierResult found = read_carrier(source, frequency, stop_);
       if (!found.known || !found.locked) continue;
+      // What was replaced meanwhile is read in the next round, or has been by somebody else.
+      if (!(stream_id(found.stream->path) == found.stream)) continue;
       hooks_.take(source, frequency, found);
     } catch (const std::exception& e) {
       log().Error("%s %u Hz: guide: %s", modulation_name(source), frequency, e.what());

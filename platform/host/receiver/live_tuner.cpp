@@ -8,6 +8,7 @@
 #include <exception>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <tuple>
 #include <utility>
@@ -36,7 +37,7 @@ using std::chrono::milliseconds;
 Instant now() { return std::chrono::steady_clock::now(); }
 
 constexpr milliseconds kTick(250);             // how often files and clocks are looked at
-constexpr milliseconds kUpdateInterval(1000);  // of guide and service list, at most
+constexpr milliseconds kUpdateInterval(1000);  // of time, guide and service list, at most
 constexpr milliseconds kBurst(50);             // packets are read in bursts of that length
 constexpr milliseconds kShortestPass(250);     // a short file is not read more often
 constexpr milliseconds kLongestLag(1000);      // what is not made up for, as after suspension
@@ -123,6 +124,7 @@ class LiveTuner::Stream {
   const char* push_psip(uint16_t pid, const uint8_t* section, size_t size);
   const char* push_psi(uint16_t pid, const uint8_t* section, size_t size);
   void take_time();
+  void follow_time();
   bool read_burst(size_t packets, size_t& got);
   bool has_changed();
   bool has_tables() const {
@@ -131,7 +133,7 @@ class LiveTuner::Stream {
   void end_head();
   void update();
   void update_services();
-  bool may_replace_services() const;
+  bool may_replace_services(const std::vector<Service>& found) const;
   void update_guide();
   std::optional<uint32_t> station_time() const {
     return Clock::instance().station_time(id_, now());
@@ -160,8 +162,11 @@ class LiveTuner::Stream {
   enum { kNothing, kSettled, kComplete } services_taken_ = kNothing;  // of this decoder
 
   PsipDecoder psip_;
+  std::optional<SystemTime> time_;  // received and not followed yet
+  Instant next_time_;               // not followed again before
   bool time_told_ = false;
   int mgt_version_ = -1;
+  size_t mgt_byte_ = 0;  // total_ when that version came
   bool guide_complete_told_ = false;
   std::optional<uint8_t> guide_offset_;
 
@@ -235,6 +240,7 @@ void LiveTuner::Stream::run() {
     if (now() >= next_tick) {
       next_tick = now() + kTick;
       if (has_changed()) return;
+      follow_time();
       session_.alerts_.check(now(), station_time());
       session_.check_transition();
     }
@@ -251,6 +257,7 @@ void LiveTuner::Stream::run() {
     if (in_head_ && more && (total_ >= kReadLimit || has_tables())) end_head();
     if (!more) {
       demux_.finish();
+      psip_.end_pass();
       pace_.seam();
       ++passes_;
       if (!locked_) session_.set_locked(false);  // there is not a single packet
@@ -315,11 +322,11 @@ const char* LiveTuner::Stream::push_psip(uint16_t pid, const uint8_t* section, s
     case kMgtId:
       if (size > 5 && section[5] & 1 && mgt_version_ != (section[5] >> 1 & 0x1F)) {
         mgt_version_ = section[5] >> 1 & 0x1F;
+        mgt_byte_ = total_;
         guide_complete_told_ = false;
       }
       break;
     case kCableAlertId:
-      session_.alerts_.seen(now());
       if (const auto alert = psip_.take_alert(); alert && session_.is_tuned())
         session_.alerts_.receive(*alert, now(), station_time());
       break;
@@ -333,11 +340,20 @@ void LiveTuner::Stream::take_time() {
   const auto time = psip_.take_system_time();
   if (!time) return;
   pace_.system_time(time->gps_seconds);
+  time_ = time;
+  follow_time();
+}
+
+void LiveTuner::Stream::follow_time() {
+  const Instant present = now();
+  if (!time_ || present < next_time_) return;
+  next_time_ = present + kUpdateInterval;
+  const SystemTime time = *std::exchange(time_, std::nullopt);
   session_.while_tuned([&] {
-    const Clock::Effect effect = Clock::instance().follow(id_, *time, now());
+    const Clock::Effect effect = Clock::instance().follow(id_, time, present);
     EventQueue& events = session_.tuner_.events_;
-    if (!time_told_ || effect.details_changed) events.raise_time(AFW_STT_UPDATE, *time);
-    if (effect.time_changed) events.raise_time(AFW_TIME_CHANGE, *time);
+    if (!time_told_ || effect.details_changed) events.raise_time(AFW_STT_UPDATE, time);
+    if (effect.time_changed) events.raise_time(AFW_TIME_CHANGE, time);
     time_told_ = true;
   });
 }
@@ -396,8 +412,8 @@ void LiveTuner::Stream::update_services() {
   const auto level = psi_->complete() ? kComplete : seen_whole ? kSettled : kNothing;
   if (level <= services_taken_) return;
   services_taken_ = level;
-  if (level == kSettled && !may_replace_services()) return;
   auto found = build_services(psi_->tables(), session_.source_, session_.frequency_);
+  if (level == kSettled && !may_replace_services(found)) return;
   session_.while_tuned([&] {
     LiveTuner& tuner = session_.tuner_;
     const ServiceList::Change change =
@@ -409,14 +425,29 @@ void LiveTuner::Stream::update_services() {
     for (size_t i = 0; i < change.added; ++i) tuner.events_.raise(AFW_SERVICE_ADDED);
     for (size_t i = 0; i < change.updated; ++i) tuner.events_.raise(AFW_SERVICE_UPDATE);
     tuner.events_.raise(AFW_SERVICE_BUILD_COMPLETED);
+    // Events of a service that is listed anew may be known already.
+    std::vector<uint16_t> known;
+    for (const uint16_t id : change.source_ids)
+      if (!tuner.guide_.events(session_.source_, session_.frequency_, id)->empty())
+        known.push_back(id);
+    tuner.events_.raise_guide_update(known);
   });
 }
 
 // Whether tables that never became complete are all that the carrier has, rather than what is left
 // of them.
-bool LiveTuner::Stream::may_replace_services() const {
+bool LiveTuner::Stream::may_replace_services(const std::vector<Service>& found) const {
   const CarrierTables& tables = psi_->tables();
-  if (tables.pat ? psi_->awaits_pmts() : had_pat_) return false;
+  if (tables.pat ? psi_->awaits_pmts() : had_pat_) {
+    // Nothing is known to be gone; yet the VCT tells what the services are now.
+    std::set<ServiceKey> listed, received;
+    session_.tuner_.services_.visit(session_.source_, [&](const Service& service) {
+      if (service.key.frequency == session_.frequency_) listed.insert(service.key);
+      return true;
+    });
+    for (const Service& service : found) received.insert(service.key);
+    return psi_->has_own_vct() && listed == received;
+  }
   if (tables.vct) return true;
   if (!tables.pat) return false;
   bool had_vct = false;
@@ -432,9 +463,14 @@ void LiveTuner::Stream::update_guide() {
   const bool changed = psip_.take_guide_change();
   if (changed || offset != guide_offset_) {
     guide_offset_ = offset;
-    session_.tuner_.events_.raise_guide_change(session_.tuner_.guide_.update(
-        session_.source_, session_.frequency_, psip_.guide(), offset));
+    const GuideTables& tables = psip_.guide();
+    session_.while_tuned([&] {
+      LiveTuner& tuner = session_.tuner_;
+      tuner.events_.raise_guide_change(
+          tuner.guide_.update(session_.source_, session_.frequency_, tables, offset));
+    });
   }
+  if (total_ - mgt_byte_ >= kReadLimit) psip_.give_up_silent();
   if (!guide_complete_told_ && psip_.guide_complete()) {
     guide_complete_told_ = true;
     session_.raise(AFW_EPG_COMPLETE);

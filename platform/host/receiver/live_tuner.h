@@ -50,7 +50,7 @@ class LiveTuner {
   RatingRegions& regions_;
   EventQueue& events_;
 
-  mutable std::mutex mutex_;  // of all below; taken before the service list's
+  mutable std::mutex mutex_;  // of all below; taken before those of service list and guide
   std::condition_variable changed_;
   std::optional<ServiceKey> service_;  // being played
   uint64_t tuning_ = 0;                // number of the present tuning, another one after each stop

@@ -63,6 +63,8 @@ class PsiDecoder {
 
   // Whether every table that the services need is there.
   bool complete() const { return complete_; }
+  // Whether the VCT is that of the PAT's transport stream.
+  bool has_own_vct() const;
   // Whether a PMT that the PAT lists is not.
   bool awaits_pmts() const { return !pmts_.empty(); }
   // Whether reading the same stream again may find more: what came before the PAT.
@@ -74,7 +76,6 @@ class PsiDecoder {
   struct Callbacks;
 
   void push_pmt(uint16_t pid, const uint8_t* section, size_t size);
-  bool has_own_vct() const;
   void attach_psip();
   void attach_pmts();
   bool check_complete() const;

@@ -1,9 +1,9 @@
 #include "receiver/psip_decoder.h"
 
 #include <algorithm>
-#include <array>
 #include <bitset>
 #include <iterator>
+#include <utility>
 
 #include "aiec.h"
 #include "receiver/byte_reader.h"
@@ -27,22 +27,13 @@ constexpr uint8_t kGenreTag = 0xAB;
 constexpr uint32_t kGpsEpoch = 315964800;  // 1980-01-06 00:00:00 UTC, Unix seconds
 constexpr size_t kMaxRrtSize = 1024;
 
-// What is kept of one stream, estimated in bytes: several times what the fullest station sends.
-// Tables beyond that are dropped.
-constexpr size_t kMaxKept = 16 << 20;
-constexpr size_t kMaxSources = 1000;  // of an EIT instance
-constexpr size_t kNodeSize = 64;      // of a container
+constexpr size_t kNodeSize = 64;  // of a container
 
 constexpr const char* kTooMuch = "guide tables are more than is kept";
 
 size_t size_of(const GuideEvent& event) {
   return sizeof(event) + event.title.size() + event.rating.size() + event.other_ratings.size() +
          event.genres.size();
-}
-size_t size_of(const GuideTables::Eit& events) {
-  size_t size = kNodeSize;
-  for (const GuideEvent& event : events) size += size_of(event);
-  return size;
 }
 
 // Text as it stands in fields of plain characters.
@@ -73,14 +64,28 @@ class Carousel {
     return settled_ && !was_settled;
   }
 
+  // A pass through the stream ends. Returns whether the PID has just come to be settled.
+  bool end_pass() {
+    if (++passes_ < 2) return false;
+    awaited_ = false;
+    return !std::exchange(settled_, true);
+  }
+  // Nothing is waited for where nothing came.
+  void give_up_silent() { awaited_ = awaited_ && mark_; }
+
   // A section that was received came again.
   bool repeated() const { return repeated_; }
-  // Nothing new came while some section came again twice: what did not come is not on the air.
+  // More may come.
+  bool awaited() const { return awaited_; }
+  // Nothing new came while some section came again twice, or all was seen: what did not come is not
+  // on the air.
   bool settled() const { return settled_; }
 
  private:
   std::optional<uint32_t> mark_;  // the last new one
   unsigned rounds_ = 0;           // since it was new
+  unsigned passes_ = 0;           // that have ended
+  bool awaited_ = true;
   bool repeated_ = false;
   bool settled_ = false;
 };
@@ -151,7 +156,7 @@ size_t size_of(const EitTable& table) {
   return sizeof(table) + kNodeSize + 4 * table.crcs.size() + size_of(table.events) +
          (table.pending ? size_of(*table.pending) : 0);
 }
-size_t size_of(const EttText& text) { return sizeof(text) + kNodeSize + text.text.size(); }
+size_t size_of(const EttText& text) { return size_of_text(text.text); }
 
 size_t size_of(const EitPid& pid) {
   size_t size = 0;
@@ -258,6 +263,14 @@ const char* rrt_fault(ByteReader in) {
 
 }  // namespace
 
+size_t size_of(const GuideTables::Eit& events) {
+  size_t size = kNodeSize;
+  for (const GuideEvent& event : events) size += size_of(event);
+  return size;
+}
+
+size_t size_of_text(const std::string& text) { return sizeof(EttText) + kNodeSize + text.size(); }
+
 uint32_t SystemTime::unix_seconds() const { return gps_seconds - gps_utc_offset + kGpsEpoch; }
 
 bool GuideEvent::operator==(const GuideEvent& other) const {
@@ -296,7 +309,6 @@ struct PsipDecoder::Impl {
   std::optional<SystemTime> time;
   std::optional<uint8_t> offset;
   std::optional<EmergencyAlert> alert;
-  std::array<std::optional<uint16_t>, 32> alerts;  // event id by sequence number
   std::vector<RatingRegionTable> regions;
   std::map<uint8_t, std::vector<uint8_t>> known_regions;
 };
@@ -434,8 +446,8 @@ const char* PsipDecoder::Impl::push_eit(EitPid& pid, const Header& header, ByteR
 
   auto found = pid.tables.find({*free, source});
   if (found == pid.tables.end()) {
-    if (pid.tables.size() >= kMaxSources * instances) return "EIT has too many sources";
-    if (kept >= kMaxKept) return kTooMuch;
+    if (pid.tables.size() >= kMaxGuideSources * instances) return "EIT has too many sources";
+    if (kept >= kMaxGuideSize) return kTooMuch;
     found = pid.tables.emplace(std::pair{*free, source}, EitTable{}).first;
     kept += size_of(found->second);
   }
@@ -453,7 +465,7 @@ const char* PsipDecoder::Impl::take_events(EitPid& pid, EitTable& table, const H
     --pid.pending;
   }
   const size_t size = kNodeSize + size_of(events);
-  if (kept + size > kMaxKept) return kTooMuch;
+  if (kept + size > kMaxGuideSize) return kTooMuch;
   if (!table.pending) {
     table.pending = EitTable::Pending{header.version, header.last, {}};
     kept += size_of(*table.pending);
@@ -501,7 +513,7 @@ const char* PsipDecoder::Impl::push_ett(EttPid& pid, const Header& header, ByteR
   EttText text{pid.round, header.version, header.crc, text_of(in)};
   const size_t size = size_of(text);
   const size_t old_size = found == pid.texts.end() ? 0 : size_of(found->second);
-  if (kept - old_size + size > kMaxKept) return kTooMuch;
+  if (kept - old_size + size > kMaxGuideSize) return kTooMuch;
   kept = kept - old_size + size;
   const bool changed = found == pid.texts.end() || found->second.text != text.text;
   pid.texts.insert_or_assign(id, std::move(text));
@@ -565,12 +577,15 @@ void PsipDecoder::Impl::build_guide() {
 }
 
 bool PsipDecoder::Impl::check_complete() const {
+  const auto received = [](const Carousel& c, size_t pending) {
+    return !c.awaited() || (c.repeated() && pending == 0);
+  };
   return mgt_crc &&
          std::all_of(
              eits.begin(), eits.end(),
-             [](const auto& e) { return e.second.carousel.repeated() && !e.second.pending; }) &&
+             [&](const auto& e) { return received(e.second.carousel, e.second.pending); }) &&
          std::all_of(etts.begin(), etts.end(),
-                     [](const auto& e) { return e.second.carousel.repeated(); });
+                     [&](const auto& e) { return received(e.second.carousel, 0); });
 }
 
 const char* PsipDecoder::Impl::push_alert(const Header& header, ByteReader in) {
@@ -594,11 +609,6 @@ const char* PsipDecoder::Impl::push_alert(const Header& header, ByteReader in) {
   received.text = text_of(in.part(in.u16()));
   if (in.passed_end()) return "emergency alert passes the end";
   if (received.text.empty()) received.text = received.activation_text;
-
-  // A message keeps its number while it is repeated. Numbers come round after 32 messages.
-  std::optional<uint16_t>& known = alerts[received.sequence];
-  if (known == received.event_id) return nullptr;
-  known = received.event_id;
   alert = std::move(received);
   return nullptr;
 }
@@ -647,6 +657,22 @@ const char* PsipDecoder::push(uint16_t pid, const uint8_t* section, size_t size)
   return fault;
 }
 
+void PsipDecoder::end_pass() {
+  const auto end = [this](auto& pids) {
+    for (auto& [number, pid] : pids)
+      if (pid.carousel.end_pass()) impl_->sweep(pid);
+  };
+  end(impl_->eits);
+  end(impl_->etts);
+  impl_->complete = impl_->check_complete();
+}
+
+void PsipDecoder::give_up_silent() {
+  for (auto& [number, pid] : impl_->eits) pid.carousel.give_up_silent();
+  for (auto& [number, pid] : impl_->etts) pid.carousel.give_up_silent();
+  impl_->complete = impl_->check_complete();
+}
+
 std::optional<SystemTime> PsipDecoder::take_system_time() {
   return std::exchange(impl_->time, std::nullopt);
 }
@@ -669,5 +695,13 @@ const GuideTables& PsipDecoder::guide() const {
 }
 
 bool PsipDecoder::guide_complete() const { return impl_->complete; }
+
+bool PsipDecoder::guide_settled() const {
+  const auto settled = [](const auto& pids) {
+    return std::all_of(pids.begin(), pids.end(),
+                       [](const auto& p) { return p.second.carousel.settled(); });
+  };
+  return impl_->mgt_crc && settled(impl_->eits) && settled(impl_->etts);
+}
 
 }  // namespace atschost

@@ -78,8 +78,16 @@ struct RatingRegionTable {
   std::vector<uint8_t> section;
 };
 
-// Fed with the sections of one stream. What it keeps of the guide is bounded: some 16 MiB, and 1000
-// sources in an instance. One thread.
+// What is kept of one carrier's guide: several times what the fullest station sends. What comes
+// beyond that is dropped.
+constexpr size_t kMaxGuideSize = 16 << 20;  // as size_of() estimates
+constexpr size_t kMaxGuideSources = 1000;   // in an EIT instance
+
+// Estimated bytes of what is kept.
+size_t size_of(const GuideTables::Eit& events);
+size_t size_of_text(const std::string& text);
+
+// Fed with the sections of one stream. What it keeps of the guide is bounded. One thread.
 class PsipDecoder {
  public:
   PsipDecoder();
@@ -92,9 +100,16 @@ class PsipDecoder {
   // a descriptor in it, was dropped. Sections of other tables are ignored.
   const char* push(uint16_t pid, const uint8_t* section, size_t size);
 
+  // The stream ended and begins anew. With the second end since the MGT announced what a PID
+  // carries, all that is sent there has come.
+  void end_pass();
+  // The stream was read for so long since the last change of the MGT that a PID on which nothing
+  // came is no longer waited for.
+  void give_up_silent();
+
   // What arrived since the last call of the same function.
   std::optional<SystemTime> take_system_time();
-  std::optional<EmergencyAlert> take_alert();  // one that is new by sequence number and event
+  std::optional<EmergencyAlert> take_alert();  // repeated or not
   std::vector<RatingRegionTable> take_rating_regions();
   bool take_guide_change();  // an EIT or ETT came whole, or the MGT announced others
 
@@ -103,9 +118,11 @@ class PsipDecoder {
 
   const GuideTables& guide() const;
 
-  // Whether an MGT was received and every EIT and ETT that it announces. An ETT instance counts as
-  // received when its PID has repeated itself.
+  // Whether an MGT was received and what is sent of the EITs and ETTs that it announces. A PID
+  // counts as received when it has repeated itself, or when nothing more is to come on it.
   bool guide_complete() const;
+  // Whether an MGT was received, and of every EIT and ETT all that is on the air.
+  bool guide_settled() const;
 
  private:
   struct Impl;

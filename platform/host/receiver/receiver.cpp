@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <set>
 #include <stdexcept>
 #include <utility>
 
@@ -61,7 +62,9 @@ Receiver::Receiver(const std::string& state_folder)
                                },
                                [this] {
                                  // The first round may be over before the application listens.
-                                 if (!guide_round_.source_ids.empty() && events_.has_callback())
+                                 if (guide_round_.source_ids.empty())
+                                   guide_round_ = {};
+                                 else if (events_.has_callback())
                                    report(std::exchange(guide_round_, {}));
                                }}),
       scanner_(services_,
@@ -119,6 +122,7 @@ void Receiver::tuned_by_scan(uint32_t source, uint32_t frequency) {
 void Receiver::take_guide(uint32_t source, uint32_t frequency, CarrierResult& found,
                           Scanner::Outcome& outcome) {
   if (!found.guide.eits.empty()) outcome.guide = true;
+  if (found.guide.mgt_seen && !found.guide_complete) outcome.guide_partial = true;
   const auto ids =
       source_ids_of(guide_.update(source, frequency, found.guide, found.gps_utc_offset));
   outcome.source_ids.insert(ids.begin(), ids.end());
@@ -127,8 +131,12 @@ void Receiver::take_guide(uint32_t source, uint32_t frequency, CarrierResult& fo
 
 void Receiver::report(const Scanner::Outcome& outcome) {
   if (outcome.services) events_.raise(AFW_SERVICE_BUILD_COMPLETED);
-  events_.raise_guide_update({outcome.source_ids.begin(), outcome.source_ids.end()});
-  if (outcome.guide) events_.raise(AFW_EPG_COMPLETE);
+  // Events of a service that is listed anew may be known already.
+  std::set<uint16_t> ids = outcome.source_ids;
+  for (const auto& [source, frequency, id] : outcome.listed)
+    if (!guide_.events(source, frequency, id)->empty()) ids.insert(id);
+  events_.raise_guide_update({ids.begin(), ids.end()});
+  if (outcome.guide && !outcome.guide_partial) events_.raise(AFW_EPG_COMPLETE);
 }
 
 void Receiver::shut_down() {

@@ -163,16 +163,22 @@ bool Scanner::visit(Job& job, const RfChannel& channel) {
   // Under the lock, so that a stopped scan changes nothing after stop() has returned.
   std::lock_guard<std::mutex> lock(mutex_);
   const bool running = running_.get() == &job;
-  if (running && carrier.known)
-    outcome.services =
-        list_.replace(job.source, channel.frequency, std::move(carrier.services)).any();
+  if (running && carrier.known) {
+    const ServiceList::Change change =
+        list_.replace(job.source, channel.frequency, std::move(carrier.services));
+    outcome.services = change.any();
+    for (const uint16_t id : change.source_ids)
+      outcome.listed.emplace(job.source, channel.frequency, id);
+  }
   if (!running) {
     hooks_.ended(outcome);  // the guide is there already
     return false;
   }
   job.outcome.services |= outcome.services;
   job.outcome.guide |= outcome.guide;
+  job.outcome.guide_partial |= outcome.guide_partial;
   job.outcome.source_ids.insert(outcome.source_ids.begin(), outcome.source_ids.end());
+  job.outcome.listed.insert(outcome.listed.begin(), outcome.listed.end());
   return true;
 }
 

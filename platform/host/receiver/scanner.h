@@ -11,6 +11,7 @@
 #include <mutex>
 #include <set>
 #include <thread>
+#include <tuple>
 
 #include "aics.h"
 #include "receiver/carrier.h"
@@ -27,7 +28,10 @@ class Scanner {
   struct Outcome {
     bool services = false;          // the service list
     bool guide = false;             // a guide was received, changed or not
+    bool guide_partial = false;     // and of one not all that is announced
     std::set<uint16_t> source_ids;  // whose guide is another one
+    // Source, frequency and source id of services that are listed anew.
+    std::set<std::tuple<uint32_t, uint32_t, uint16_t>> listed;
   };
   struct Hooks {
     // Told of each frequency before it is read, on the scan thread and under the scanner's lock:

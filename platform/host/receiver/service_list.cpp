@@ -189,6 +189,7 @@ ServiceList::Change ServiceList::replace(uint32_t source, uint32_t frequency,
       service.favourites = old.favourites;
       --change.deleted;
       if (!same_broadcast(service, old)) ++change.updated;
+      if (service.source_id != old.source_id) change.source_ids.insert(service.source_id);
     }
   }
   size_t record = 1;
@@ -202,6 +203,7 @@ ServiceList::Change ServiceList::replace(uint32_t source, uint32_t frequency,
       used[record] = true;
       service.record = static_cast<uint16_t>(record);
       ++change.added;
+      change.source_ids.insert(service.source_id);
     }
     list.push_back(std::move(service));
   }

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <functional>
 #include <mutex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -25,6 +26,7 @@ class ServiceList {
     size_t deleted = 0;
     size_t added = 0;
     size_t updated = 0;
+    std::set<uint16_t> source_ids;  // of those that are added or have another one than before
     bool any() const { return deleted + added + updated > 0; }
   };
   Change replace(uint32_t source, uint32_t frequency, std::vector<Service> found);
