@@ -7,7 +7,7 @@
 
 #include "aiec.h"
 #include "receiver/byte_reader.h"
-#include "receiver/content_advisory.h"
+#include "receiver/event_descriptors.h"
 #include "receiver/psip_text.h"
 #include "receiver/transport.h"
 
@@ -20,9 +20,6 @@ constexpr uint8_t kEitId = 0xCB;
 constexpr uint8_t kEttId = 0xCC;
 constexpr uint8_t kSttId = 0xCD;
 constexpr uint8_t kEmergencyAlertId = 0xD8;
-
-constexpr uint8_t kCaptionServiceTag = 0x86;
-constexpr uint8_t kGenreTag = 0xAB;
 
 constexpr uint32_t kGpsEpoch = 315964800;  // 1980-01-06 00:00:00 UTC, Unix seconds
 constexpr size_t kMaxRrtSize = 1024;
@@ -210,42 +207,6 @@ struct Header {
   uint8_t last;
   uint32_t crc;
 };
-
-// The descriptors of an event. False when a descriptor passes its end.
-bool read_descriptors(ByteReader in, GuideEvent& event) {
-  std::vector<std::string> ratings;
-  bool sound = true;
-  while (in.left() > 0) {
-    const uint8_t tag = in.u8();
-    ByteReader content = in.part(in.u8());
-    if (in.passed_end()) break;
-    switch (tag) {
-      case kContentAdvisoryTag:
-        sound = read_content_advisory(content.data(), content.left(), ratings) && sound;
-        break;
-      case kCaptionServiceTag: {
-        constexpr size_t kServiceSize = 6;
-        const unsigned services = content.u8() & 0x1F;
-        event.captions = event.captions || (services > 0 && content.left() >= kServiceSize);
-        break;
-      }
-      case kGenreTag:
-        for (unsigned count = content.u8() & 0x1F; count > 0 && content.left() > 0; --count)
-          if (event.genres.size() < AIEC_MAX_GENRES) event.genres.push_back(content.u8());
-        break;
-      default:
-        break;
-    }
-  }
-  if (!ratings.empty()) event.rating = ratings.front();
-  if (ratings.size() > 1) {
-    for (const std::string& rating : ratings) {
-      if (!event.other_ratings.empty()) event.other_ratings += to_utf16(", ");
-      event.other_ratings += rating;
-    }
-  }
-  return sound && !in.passed_end();
-}
 
 const char* rrt_fault(ByteReader in) {
   const auto skip = [&] { in.part(in.u8()); };
@@ -440,7 +401,7 @@ const char* PsipDecoder::Impl::push_eit(EitPid& pid, const Header& header, ByteR
     event.title = text_of(in.part(in.u8()));
     const ByteReader descriptors = in.part(in.u16() & 0x0FFF);
     if (in.passed_end()) return "EIT event passes the end";
-    sound = read_descriptors(descriptors, event) && sound;
+    sound = read_event_descriptors(descriptors, event) && sound;
     events.push_back(std::move(event));
   }
 

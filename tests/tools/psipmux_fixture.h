@@ -1,0 +1,93 @@
+// What the tests of psipmux share: its run, its files, lineups.
+#ifndef ATSC_TESTS_PSIPMUX_FIXTURE_H_
+#define ATSC_TESTS_PSIPMUX_FIXTURE_H_
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <sys/wait.h>
+
+#include <array>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace fs = std::filesystem;
+
+inline std::vector<uint8_t> ReadFile(const fs::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  EXPECT_TRUE(in) << path;
+  return {std::istreambuf_iterator<char>(in), {}};
+}
+
+inline void WriteText(const fs::path& path, const std::string& text) {
+  std::ofstream(path, std::ios::binary) << text;
+}
+
+struct Outcome {
+  int status = -1;
+  std::string output;  // standard output and error
+};
+
+inline Outcome Psipmux(const std::string& arguments) {
+  const std::string command = std::string(PSIPMUX) + " " + arguments + " 2>&1";
+  std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), nullptr);
+  Outcome outcome;
+  std::array<char, 512> buffer;
+  while (fgets(buffer.data(), buffer.size(), pipe.get()) != nullptr)
+    outcome.output += buffer.data();
+  const int status = pclose(pipe.release());
+  if (WIFEXITED(status)) outcome.status = WEXITSTATUS(status);
+  return outcome;
+}
+
+/// A folder of its own for every test.
+class PsipmuxTest : public testing::Test {
+ protected:
+  PsipmuxTest() {
+    std::string path = (fs::temp_directory_path() / "psipmux-XXXXXX").string();
+    if (mkdtemp(path.data()) != nullptr) folder_ = path;
+  }
+  ~PsipmuxTest() override {
+    if (!folder_.empty()) fs::remove_all(folder_);
+  }
+
+  std::set<std::string> Files() const {
+    std::set<std::string> files;
+    for (const auto& entry : fs::recursive_directory_iterator(folder_)) {
+      if (!entry.is_directory()) files.insert(entry.path().lexically_relative(folder_).string());
+    }
+    return files;
+  }
+
+  fs::path folder_;
+};
+
+inline std::string Replaced(std::string text, const std::string& from, const std::string& to) {
+  const size_t at = text.find(from);
+  EXPECT_NE(std::string::npos, at) << from;
+  if (at != std::string::npos) text.replace(at, from.size(), to);
+  return text;
+}
+
+// `count` services with a stream of audio and as many bytes of extended name as there may be.
+inline std::string LargeLineup(unsigned count) {
+  std::string json = R"({"medium": "air", "channels": [{"frequency": 177000000, "tsid": 1,)"
+                     R"( "services": [)";
+  for (unsigned i = 0; i < count; ++i) {
+    const std::string pid = std::to_string(32 + 2 * i);
+    json += (i == 0 ? "" : ",") + std::string(R"({"program": )") + std::to_string(i + 1) +
+            R"(, "pmt_pid": )" + pid + R"(, "major": 9, "minor": )" + std::to_string(i) +
+            R"(, "name": "Many", "source_id": )" + std::to_string(i + 1) +
+            R"(, "extended_name": ")" + std::string(247, 'x') +
+            R"(", "streams": [{"type": "ac3", "language": "eng", "pid": )" +
+            std::to_string(33 + 2 * i) + "}]}";
+  }
+  return json + "]}]}";
+}
+
+#endif  // ATSC_TESTS_PSIPMUX_FIXTURE_H_
