@@ -22,6 +22,25 @@ int AICN_get_chan_state(void);
 // 1: services are not played by themselves (while a scan runs); 0: they are.
 int AICN_set_skip_play_srv(int skip);
 
+// What the tuner is set to, AI_INPUT_*.
+int AICN_get_tuner_mode(void);
+
+// 1: the lock of the current service was changed by the application, which knows that a viewer is
+// there: the change alone does not interrupt playing. 0: it may.
+int AICN_set_play_from_ap(int from_application);
+
+// Preferred audio languages.
+enum { AICN_LANGUAGE_ENGLISH = 0, AICN_LANGUAGE_FRENCH = 1, AICN_LANGUAGE_SPANISH = 2 };
+
+// The first and the second preferred audio language, AICN_LANGUAGE_*. A service without a track
+// that was chosen for it (AIFW_change_audio) plays its first complete main track in the first
+// language, else in the second one, else its first track. Kept by AIUP_store_all(). Setting fails
+// on an unknown language and takes effect at once.
+int AICN_set_pref_aud_lang(int32_t language);
+int AICN_get_pref_aud_lang(int32_t* language);
+int AICN_set_sec_pref_aud_lang(int32_t language);
+int AICN_get_sec_pref_aud_lang(int32_t* language);
+
 #ifdef __cplusplus
 }
 #endif

@@ -8,7 +8,8 @@
 extern "C" {
 #endif
 
-// The main tuning path of a tuner.
+// The tuner of the picture, and its main tuning path.
+enum { AIFE_MAIN_TUNER = 1 };
 enum { AIFE_MAIN_PATH = 0x80001 };
 
 typedef struct AIFE_tuning_details {
@@ -18,6 +19,10 @@ typedef struct AIFE_tuning_details {
 
 // What `tuner` is tuned to on `path`. Any thread. Returns 0 on success.
 int AIFE_get_tuning_details(uint32_t tuner, uint32_t path, AIFE_tuning_details* details);
+
+// Stops tuning: the tuner leaves its carrier, and what was received from it plays no more. A tuner
+// that is not tuned stays so. Any thread. Returns 0 on success, another value for an unknown tuner.
+int AIFE_tune_stop_request(uint32_t tuner, uint32_t path);
 
 #ifdef __cplusplus
 }

@@ -95,6 +95,20 @@ int AIFW_get_event_update_data(AIFW_event_update_data* data);
 // any.
 int AIFW_get_EAS_priority(uint8_t* priority);
 
+// 1: goes to standby: playing ends, settings and service list are stored, requests to play fail
+// until standby ends. 0: leaves standby and plays again what played before; without standby it
+// changes nothing. Fails when the state could not be stored, which does not keep the set awake.
+int AIFW_powerTransition_request(int powerdown);
+
+// Makes `input_source` the current one and plays the service that played on it last, without one
+// its first. Play path `path` is 0. Returns when the tuner has been given its order:
+// AFW_TUNER_LOCKED and AFW_CHANNEL_PLAY_SUCCESS or AFW_CHANNEL_PLAY_FAILURE follow. Fails when
+// there is nothing to play.
+int AIFW_play_src(uint32_t path, uint32_t input_source);
+
+// The same for the current input source.
+int AIFW_play_curr_src(void);
+
 // Plays the first service of `input_source` whose frequency is `frequency` (Hz); with 0 the first
 // one of the whole list. Fails when there is none.
 int AIFW_play_first_service(uint32_t input_source, uint32_t frequency);
@@ -119,9 +133,31 @@ ATSC_LAYOUT_OFFSET(AIFW_channel_change_request, minor, 14);
 ATSC_LAYOUT_OFFSET(AIFW_channel_change_request, service_rec, 20);
 ATSC_LAYOUT_SIZE(AIFW_channel_change_request, 28);
 
-// Changes the channel: the next or previous service in number order (wrapping), or the one with the
-// given number.
+// Follows the tuner into a mode, AI_INPUT_*: that input source becomes the current one. In the
+// current mode it changes nothing. Fails on an unknown mode.
+int AIFW_handle_tuner_mode_change(int mode);
+
+// Changes the channel: the next or previous service in number order that is visible, not skipped
+// and not deleted (wrapping), or the one with the given number that is not deleted. As
+// AIFW_play_src() otherwise; after a failure the current service is the one that it was.
 int AIFW_channel_change(const AIFW_channel_change_request* request);
+
+enum { AIFW_SERVICE_ADD = 6, AIFW_SERVICE_MODIFY = 8 };
+
+// Changes the service list and stores it. AIFW_SERVICE_ADD adds a service by hand: input source,
+// type, number, frequency, modulation, attribute flags and name of the record count; a service of
+// that number, source and frequency that is listed takes over flags and name. It stays listed, with
+// its name, when a scan does not find it. AIFW_SERVICE_MODIFY: the service that
+// `record->service_id` names takes over AISRV_flags_ and AISRV_fav_group_. Single-byte names are
+// UTF-8 where they are valid UTF-8, else Latin-1. The record stays the caller's. Fails, with
+// nothing changed, on a record that names no service or cannot be tuned, and when the list cannot
+// be stored.
+int AIFW_modify_service(uint32_t operation, const AISRV_service_info* record);
+
+// Plays audio stream `track` of the current service, from 1 in broadcast order. It holds for this
+// service until another one is chosen, also when it plays again. Fails when there is no such stream
+// or the choice cannot be stored.
+int AIFW_change_audio(uint8_t track);
 
 // 1: a locked channel that is not playing needs the password before it plays; 0: it does not.
 int AIFW_passwd_reqd_non_play_src(int required);

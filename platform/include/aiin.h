@@ -17,6 +17,10 @@ typedef struct AIIN_input_details {
 int AIIN_get_input_details(uint32_t input_source, uint8_t* flag, AIIN_input_details* details,
                            uint32_t reserved);
 
+// Describes the input source that a service record names: 0 and 2 are terrestrial, 1 and 3 cable.
+// Any thread. Returns 0 on success.
+int AIIN_get_db_no_input_details(uint32_t input_source, AIIN_input_details* details);
+
 #ifdef __cplusplus
 }
 #endif

@@ -123,6 +123,11 @@ int AISRV_get_pid_details(const AISRV_service_info* service, AISRV_pid_details* 
 // Stores the service list so that it survives a power cut.
 int AISRV_sync_to_database(void);
 
+// Removes all services of an input source from the list, with flags, favourites and names, and
+// stores the list. What plays of it is stopped. Fails when the list cannot be stored; it stays
+// then.
+int AISRV_reset_db(uint32_t input_source);
+
 #ifdef __cplusplus
 }
 #endif

@@ -21,6 +21,9 @@ int OSAL_timer_create(const char* name, int type, OSAL_timer_id* timer);
 int OSAL_timer_enable(OSAL_timer_id timer, OSAL_timer_handler handler, void* arg,
                       uint32_t milliseconds);
 
+// Writes a diagnostic dump of the middleware's semaphores to its log. Any thread.
+void OSAL_display_sem_details_(void);
+
 #ifdef __cplusplus
 }
 #endif

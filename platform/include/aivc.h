@@ -1,0 +1,19 @@
+// AIVC: the middleware's video decoder.
+#ifndef ATSC_PLATFORM_AIVC_H_
+#define ATSC_PLATFORM_AIVC_H_
+
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+// Closes the picture of play path `path` (0): sound, tables and events go on. It comes back with
+// the next service that is played. Any thread. Returns 0 on success.
+int AIVC_close_video(uint32_t path);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif  // ATSC_PLATFORM_AIVC_H_
