@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <memory>
 #include <mutex>
 #include <thread>
 
@@ -152,7 +153,7 @@ TEST_F(CommandTest, QueuedChangesRunOneAfterTheOtherAndDelayNobody) {
   fake::onCall([&](const std::string& call) {
     std::unique_lock<std::mutex> lock(mutex);
     if (call == "AICN_get_chan_state()") starts.push_back(std::chrono::steady_clock::now());
-    if (call == "AICN_get_current(*)") ends.push_back(std::chrono::steady_clock::now());
+    if (open && call == "AICN_get_current(*)") ends.push_back(std::chrono::steady_clock::now());
     if (call.rfind("AIFW_channel_change", 0) == 0) released.wait(lock, [&] { return open; });
   });
   for (const char* minor : {"1", "2"}) {
@@ -164,13 +165,17 @@ TEST_F(CommandTest, QueuedChangesRunOneAfterTheOtherAndDelayNobody) {
   send("{\"class\":\"FW\",\"command\":\"CHANNELCHANGE\",\"major\":[]}");
   send("{\"class\":\"FW\",\"command\":\"CHANNELCHANGE\",\"mode\":\"DOWN\"}");
   ASSERT_TRUE(waitFor("AIFW_channel_change", 1));
-  EXPECT_EQ(0, send("{\"class\":\"MSC\",\"command\":\"LOGCTL\"}"));  // while the change is held
+  for (const char* other : {"\"TIME\",\"command\":\"GETCUR\"", "\"SRV\",\"command\":\"GETCUR\"",
+                            "\"CN\",\"command\":\"SETPREAUD\""}) {
+    EXPECT_EQ(0, send(std::string("{\"class\":") + other + "}"));  // while the change is held
+  }
+  EXPECT_EQ(1u, callsOf({"AIFW_channel_change"}).size());
   {
     std::lock_guard<std::mutex> lock(mutex);
     open = true;
   }
   released.notify_all();
-  ASSERT_TRUE(waitFor("AICN_get_current", 3));
+  ASSERT_TRUE(waitFor("AICN_get_current", 4));
   EXPECT_THAT(callsOf({"AIFW_channel_change"}),
               ElementsAre("AIFW_channel_change(5,2,4103,7,1,0,65535,2)",
                           "AIFW_channel_change(5,2,4103,7,2,0,65535,2)",
@@ -178,6 +183,15 @@ TEST_F(CommandTest, QueuedChangesRunOneAfterTheOtherAndDelayNobody) {
   std::lock_guard<std::mutex> lock(mutex);
   EXPECT_GE(starts[1] - ends[0], std::chrono::milliseconds(100));
   EXPECT_NE("", fake::logLine("queued command dropped: "));
+}
+
+TEST_F(CommandTest, TheEndOfTheServerEndsTheWaitForThePreviousService) {
+  fake::setIndexStatus(std::vector<int>(100000, 2));
+  auto server = std::make_unique<ATSCBUS::ATSCServerService>();
+  server->jsonCommand("{\"class\":\"FW\",\"command\":\"CHANNELCHANGE\"}", nullptr);
+  ASSERT_TRUE(waitFor("AIPT_get_index_status", 2));
+  server.reset();
+  EXPECT_THAT(callsOf({"AIFW_channel_change"}), ElementsAre());
 }
 
 }  // namespace

@@ -2,10 +2,12 @@
 #ifndef ATSC_TESTS_FAKE_H_
 #define ATSC_TESTS_FAKE_H_
 
+#include <aicc.h>
 #include <aics.h>
 #include <aiec.h>
 #include <aifw.h>
 #include <aisrv.h>
+#include <aist.h>
 
 #include <functional>
 #include <string>
@@ -66,11 +68,17 @@ void setAlertPriority(uint8_t priority);
 void setTime(uint32_t seconds);
 void setCurrent(const Service& service, int input);
 void setTunedFrequency(uint32_t frequency);
+void setLanguages(int32_t first, int32_t second);
+void setTimeInfo(const AIST_system_time_info& info);
+void setTimeDate(const AIST_time_date& date);
+void setCaptions(const AICC_cc_service_data& captions);
 void setIndexStatus(std::vector<int> statuses);
 
 // The callback of the last search.
 AICS_scan_callback scanCallback();
 AICS_search_request lastSearch();
+// The service that AIFW_modify_service() was last given.
+Service modifiedService();
 
 // What was registered for the middleware's events.
 AIFW_app_callback eventCallback();

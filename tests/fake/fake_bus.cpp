@@ -102,12 +102,13 @@ BUSServerInterface::~BUSServerInterface() = default;
 
 void BUSServerInterface::start() {
   std::lock_guard<std::mutex> lock(record().mutex);
-  record().servers[impl_->name] = this;
+  record().servers.emplace(impl_->name, this);  // a name has one server, the first one
 }
 
 void BUSServerInterface::stop() {
   std::lock_guard<std::mutex> lock(record().mutex);
-  record().servers.erase(impl_->name);
+  const auto served = record().servers.find(impl_->name);
+  if (served != record().servers.end() && served->second == this) record().servers.erase(served);
 }
 
 struct BUSClientInterface::Impl {

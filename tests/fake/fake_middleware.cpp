@@ -1,3 +1,5 @@
+#include <aiaud.h>
+#include <aicc.h>
 #include <aicn.h>
 #include <aiec.h>
 #include <aife.h>
@@ -6,7 +8,9 @@
 #include <aipt.h>
 #include <aist.h>
 #include <aiup.h>
+#include <aivc.h>
 #include <osal.h>
+#include <rmgr.h>
 
 #include <algorithm>
 #include <atomic>
@@ -37,6 +41,11 @@ struct State {
   Service current;
   int currentInput = AI_INPUT_TERRESTRIAL;
   uint32_t tunedFrequency = 0;
+  int32_t languages[2] = {AICN_LANGUAGE_ENGLISH, AICN_LANGUAGE_ENGLISH};
+  AIST_system_time_info timeInfo{};
+  AIST_time_date timeDate{};
+  AICC_cc_service_data captions{};
+  Service modified;
   std::vector<int> indexStatuses;
   AICS_scan_callback callback = nullptr;
   AICS_search_request search{};
@@ -67,6 +76,14 @@ std::string text(long long value) { return std::to_string(value); }
 std::string text(const char* string) { return string; }
 
 std::string text(const void* pointer) { return pointer != nullptr ? "*" : "null"; }
+
+// Copies what the middleware answers, unless the call fails.
+template <typename Record>
+int answer(int status, const Record& from, Record* to) {
+  std::lock_guard<std::mutex> lock(g_mutex);
+  if (status == 0) *to = from;
+  return status;
+}
 
 // Records a call and returns the status set for it.
 template <typename... Arguments>
@@ -259,6 +276,32 @@ void setTunedFrequency(uint32_t frequency) {
   state().tunedFrequency = frequency;
 }
 
+void setLanguages(int32_t first, int32_t second) {
+  std::lock_guard<std::mutex> lock(g_mutex);
+  state().languages[0] = first;
+  state().languages[1] = second;
+}
+
+void setTimeInfo(const AIST_system_time_info& info) {
+  std::lock_guard<std::mutex> lock(g_mutex);
+  state().timeInfo = info;
+}
+
+void setTimeDate(const AIST_time_date& date) {
+  std::lock_guard<std::mutex> lock(g_mutex);
+  state().timeDate = date;
+}
+
+void setCaptions(const AICC_cc_service_data& captions) {
+  std::lock_guard<std::mutex> lock(g_mutex);
+  state().captions = captions;
+}
+
+Service modifiedService() {
+  std::lock_guard<std::mutex> lock(g_mutex);
+  return state().modified;
+}
+
 void setIndexStatus(std::vector<int> statuses) {
   std::lock_guard<std::mutex> lock(g_mutex);
   state().indexStatuses = std::move(statuses);
@@ -328,7 +371,7 @@ int AIST_get_cur_time_secs(uint32_t* seconds) {
 int AICN_get_current(AISRV_service_info* record) {
   const int status = called(__func__, record);
   std::lock_guard<std::mutex> lock(g_mutex);
-  if (!state().hasCurrent) return -1;
+  if (!state().hasCurrent || status != 0) return -1;
   fake::copyService(state().current, *record);
   return status;
 }
@@ -452,6 +495,68 @@ int OSAL_timer_enable(OSAL_timer_id timer, OSAL_timer_handler handler, void* arg
   state().timerHandler = handler;
   state().timerArgument = arg;
   return status;
+}
+
+void OSAL_display_sem_details_(void) { called(__func__); }
+int RMGRReload(void) { return called(__func__); }
+
+int AIFW_powerTransition_request(int powerdown) { return called(__func__, powerdown); }
+int AIFW_play_src(uint32_t path, uint32_t input) { return called(__func__, path, input); }
+int AIFW_play_curr_src(void) { return called(__func__); }
+int AIFW_handle_tuner_mode_change(int mode) { return called(__func__, mode); }
+int AIFW_change_audio(uint8_t track) { return called(__func__, track); }
+
+int AIFW_modify_service(uint32_t operation, const AISRV_service_info* record) {
+  const int status = called(__func__, operation, record);
+  std::lock_guard<std::mutex> lock(g_mutex);
+  state().modified.info = *record;
+  state().modified.name.assign(reinterpret_cast<const char*>(record->name.text),
+                               record->name.length);
+  return status;
+}
+
+int AICN_get_tuner_mode(void) {
+  called(__func__);
+  std::lock_guard<std::mutex> lock(g_mutex);
+  return state().currentInput;
+}
+
+int AICN_set_play_from_ap(int from_application) { return called(__func__, from_application); }
+int AICN_set_pref_aud_lang(int32_t language) { return called(__func__, language); }
+int AICN_set_sec_pref_aud_lang(int32_t language) { return called(__func__, language); }
+int AICN_get_pref_aud_lang(int32_t* language) {
+  return fake::answer(called(__func__, language), state().languages[0], language);
+}
+int AICN_get_sec_pref_aud_lang(int32_t* language) {
+  return fake::answer(called(__func__, language), state().languages[1], language);
+}
+
+int AIAUD_set_dual_mode(uint32_t mode) { return called(__func__, mode); }
+int AIVC_close_video(uint32_t path) { return called(__func__, path); }
+
+int AICC_get_cc_service_data(uint32_t path, const AISRV_service_info* service,
+                             AICC_cc_service_data* data) {
+  return fake::answer(called(__func__, path, service, data), state().captions, data);
+}
+
+int AIFE_tune_stop_request(uint32_t tuner, uint32_t path) { return called(__func__, tuner, path); }
+
+int AIIN_get_db_no_input_details(uint32_t input, AIIN_input_details* details) {
+  const int status = called(__func__, input, details);
+  details->type =
+      input == 0 || input == AI_INPUT_TERRESTRIAL ? AI_INPUT_TERRESTRIAL : AI_INPUT_CABLE;
+  return status;
+}
+
+int AISRV_reset_db(uint32_t input) { return called(__func__, input); }
+
+int AIST_manual_mode_enable(int manual) { return called(__func__, manual); }
+int AIST_set_current_time_zone(int32_t zone) { return called(__func__, zone); }
+int AIST_get_system_time_info(AIST_system_time_info* info) {
+  return fake::answer(called(__func__, info), state().timeInfo, info);
+}
+int AIST_get_cur_time_date(AIST_time_date* date) {
+  return fake::answer(called(__func__, date), state().timeDate, date);
 }
 
 int AIFW_init(int mode) { return called(__func__, mode); }

@@ -45,10 +45,37 @@ class ATSCServerService final : public BUSServerInterface {
   bool waitForStop(unsigned int microseconds);
 
   int FW_init();
+  int FW_powerDown(bool powerdown);
+  int FW_playSrc(std::string src);
+  int FW_playCurSrc();
+  int FW_stopCurSrc();
   int FW_changeChannel(Json::Value request);
+  int FW_modifyChannel(Json::Value request);
+  int FW_addChannel(Json::Value request);
+  int FW_reloadDB();
+  void OS_printSemList();
+
   int Scan_start(Json::Value request);
   int Scan_stop();
   static void Scan_Callback(void* progress, int state);
+
+  int Srv_resetDB(std::string src);
+  int Srv_getCurrent(char** result);
+  int Test_getAllServiceAndUpdate(bool terrestrial);
+
+  int Time_setSyncMode(Json::Value request);
+  int Time_setTimezone(Json::Value request);
+  int Time_getCurrentSetting(char** result);
+  int Time_getCurrentTime(char** result);
+
+  int AUD_changeAudio(unsigned int index);
+  int AUD_setDualMode(Json::Value request);
+  int VC_close();
+  int CC_GetSAR(Json::Value request, char** result);
+
+  int CN_setPreAudLang(Json::Value request);
+  int CN_getPreAudLang(char** result);
+  int CN_getCurSource(char** result);
 
   std::vector<std::string> command_queue_;  // guarded by queue_mutex_; front is next
   std::thread command_thread_;

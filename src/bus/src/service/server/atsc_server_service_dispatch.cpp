@@ -36,23 +36,90 @@ struct ATSCServerService::Dispatcher {
   // Tables without a destructor: a command may run while the process ends.
   static const Command kFW[];
   static const Command kScan[];
+  static const Command kSrv[];
+  static const Command kTime[];
+  static const Command kAud[];
+  static const Command kVC[];
+  static const Command kCN[];
+  static const Command kTest[];
+  static const Command kCC[];
   static const Command kMisc[];
+  static const Command kOS[];
   static const Class kClasses[];
 };
 
 constexpr ATSCServerService::Dispatcher::Command ATSCServerService::Dispatcher::kFW[] = {
+    {"POWERDOWN",
+     [](const Call& call) {
+       return call.server.FW_powerDown(call.request.get("powerdown", false).asBool());
+     }},
+    {"PLAYSRC",
+     [](const Call& call) {
+       return call.server.FW_playSrc(call.request.get("src", "").asString());
+     }},
     {"CHANNELCHANGE",
      [](const Call& call) {
        std::lock_guard<std::mutex> lock(call.server.queue_mutex_);
        call.server.command_queue_.push_back(call.text);
        return 0;
      }},
+    {"CHANNELMODIFY", [](const Call& call) { return call.server.FW_modifyChannel(call.request); }},
+    {"CHANNELADD", [](const Call& call) { return call.server.FW_addChannel(call.request); }},
+    {"RELOADDB", [](const Call& call) { return call.server.FW_reloadDB(); }},
+    {"PLAY", [](const Call& call) { return call.server.FW_playCurSrc(); }},
+    {"STOP", [](const Call& call) { return call.server.FW_stopCurSrc(); }},
     {"INIT", [](const Call& call) { return call.server.FW_init(); }},
 };
 
 constexpr ATSCServerService::Dispatcher::Command ATSCServerService::Dispatcher::kScan[] = {
     {"start", [](const Call& call) { return call.server.Scan_start(call.request); }},
     {"stop", [](const Call& call) { return call.server.Scan_stop(); }},
+};
+
+constexpr ATSCServerService::Dispatcher::Command ATSCServerService::Dispatcher::kSrv[] = {
+    {"RESET",
+     [](const Call& call) {
+       return call.server.Srv_resetDB(call.request.get("src", "").asString());
+     }},
+    {"GETCUR", [](const Call& call) { return call.server.Srv_getCurrent(call.result); }},
+};
+
+constexpr ATSCServerService::Dispatcher::Command ATSCServerService::Dispatcher::kTime[] = {
+    {"SETMODE", [](const Call& call) { return call.server.Time_setSyncMode(call.request); }},
+    {"SETTIMEZONE", [](const Call& call) { return call.server.Time_setTimezone(call.request); }},
+    {"GETSETTING",
+     [](const Call& call) { return call.server.Time_getCurrentSetting(call.result); }},
+    {"GETCUR", [](const Call& call) { return call.server.Time_getCurrentTime(call.result); }},
+};
+
+constexpr ATSCServerService::Dispatcher::Command ATSCServerService::Dispatcher::kAud[] = {
+    {"CHANGE",
+     [](const Call& call) {
+       return call.server.AUD_changeAudio(call.request.get("index", 0).asUInt());
+     }},
+    {"SETDUAL", [](const Call& call) { return call.server.AUD_setDualMode(call.request); }},
+};
+
+constexpr ATSCServerService::Dispatcher::Command ATSCServerService::Dispatcher::kVC[] = {
+    {"CLOSE", [](const Call& call) { return call.server.VC_close(); }},
+};
+
+constexpr ATSCServerService::Dispatcher::Command ATSCServerService::Dispatcher::kCN[] = {
+    {"SETPREAUD", [](const Call& call) { return call.server.CN_setPreAudLang(call.request); }},
+    {"GETPREAUD", [](const Call& call) { return call.server.CN_getPreAudLang(call.result); }},
+    {"GETCURSRC", [](const Call& call) { return call.server.CN_getCurSource(call.result); }},
+};
+
+constexpr ATSCServerService::Dispatcher::Command ATSCServerService::Dispatcher::kTest[] = {
+    {"GETSERVICE",
+     [](const Call& call) {
+       return call.server.Test_getAllServiceAndUpdate(call.request.get("input", "VSB").asString() ==
+                                                      "VSB");
+     }},
+};
+
+constexpr ATSCServerService::Dispatcher::Command ATSCServerService::Dispatcher::kCC[] = {
+    {"get_sar", [](const Call& call) { return call.server.CC_GetSAR(call.request, call.result); }},
 };
 
 constexpr ATSCServerService::Dispatcher::Command ATSCServerService::Dispatcher::kMisc[] = {
@@ -65,14 +132,28 @@ constexpr ATSCServerService::Dispatcher::Command ATSCServerService::Dispatcher::
      }},
 };
 
+constexpr ATSCServerService::Dispatcher::Command ATSCServerService::Dispatcher::kOS[] = {
+    {"SEMLIST",
+     [](const Call& call) {
+       call.server.OS_printSemList();
+       return 0;
+     }},
+};
+
 constexpr ATSCServerService::Dispatcher::Class ATSCServerService::Dispatcher::kClasses[] = {
-    {"FW", kFW, std::size(kFW)}, {"SCAN", kScan, std::size(kScan)},
-    {"SRV", nullptr, 0},         {"TIME", nullptr, 0},
-    {"AUD", nullptr, 0},         {"VC", nullptr, 0},
-    {"CN", nullptr, 0},          {"TEST", nullptr, 0},
-    {"CC", nullptr, 0},          {"PC", nullptr, 0},
-    {"EAS", nullptr, 0},         {"MSC", kMisc, std::size(kMisc)},
-    {"OS", nullptr, 0},
+    {"FW", kFW, std::size(kFW)},
+    {"SCAN", kScan, std::size(kScan)},
+    {"SRV", kSrv, std::size(kSrv)},
+    {"TIME", kTime, std::size(kTime)},
+    {"AUD", kAud, std::size(kAud)},
+    {"VC", kVC, std::size(kVC)},
+    {"CN", kCN, std::size(kCN)},
+    {"TEST", kTest, std::size(kTest)},
+    {"CC", kCC, std::size(kCC)},
+    {"PC", nullptr, 0},
+    {"EAS", nullptr, 0},
+    {"MSC", kMisc, std::size(kMisc)},
+    {"OS", kOS, std::size(kOS)},
 };
 
 namespace {

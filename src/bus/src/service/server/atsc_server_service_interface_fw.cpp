@@ -1,16 +1,24 @@
-// "FW": playing and channel control.
+// "FW" and "OS": playing and channel control.
 #include <aicn.h>
+#include <aife.h>
 #include <aifw.h>
 #include <aipt.h>
 #include <aiup.h>
 #include <atsc/atsc_service.h>
+#include <osal.h>
+#include <rmgr.h>
 
+#include <algorithm>
 #include <array>
+#include <cstdint>
 #include <cstdio>
+#include <cstring>
+#include <iterator>
 
 #include "atsc_log.h"
 #include "atsc_service_db.h"
 #include "service/server/atsc_server_service.h"
+#include "service/server/atsc_server_service_interface.h"
 
 ATSC_LOGGER("atsc/service/interface")
 
@@ -20,7 +28,71 @@ namespace {
 
 constexpr unsigned int kPollMicroseconds = 100000;
 
+// What a change of one channel does to its attribute flags.
+struct FlagChange {
+  const char* type;
+  uint32_t flag;
+  bool set;
+  const char* text;
+};
+
+constexpr FlagChange kFlagChanges[] = {
+    {"skip", AISRV_FLAG_SKIPPED, true, "Skip channel"},
+    {"delete", AISRV_FLAG_DELETED, true, "Delete channel"},
+    {"unskip", AISRV_FLAG_SKIPPED, false, "Unskip channel"},
+    {"undelete", AISRV_FLAG_DELETED, false, "Undelete channel"},
+    {"lock", AISRV_FLAG_LOCKED, true, "Lock channel"},
+    {"unlock", AISRV_FLAG_LOCKED, false, "Unlock channel"},
+};
+
+// The mask's bit of a favourite group, counted from 1; 0 when the mask has no such group.
+uint32_t favouriteBit(uint32_t group) {
+  constexpr uint32_t kFirst = 0x10;
+  constexpr uint32_t kGroups = 28;
+  return group >= 1 && group <= kGroups ? kFirst << (group - 1) : 0;
+}
+
+// Whether a service is the one that plays.
+bool isPlaying(const AISRV_service_id& id) {
+  atsc::LentService current;
+  if (ATSC_CALL(AICN_get_current, &current.record) != 0) return false;
+  const AISRV_service_id& playing = current.record.service_id;
+  return playing.service_rec == id.service_rec && playing.input_source == id.input_source;
+}
+
 }  // namespace
+
+int ATSCServerService::FW_powerDown(bool powerdown) {
+  ATSC_ENTER();
+  const int status = ATSC_CALL(AIFW_powerTransition_request, powerdown ? 1 : 0);
+  ATSC_LEAVE();
+  return status == 0 ? 0 : -1;
+}
+
+int ATSCServerService::FW_playSrc(std::string src) {
+  ATSC_ENTER();
+  ATSC_CALL(AIFE_tune_stop_request, AIFE_MAIN_TUNER, AIFE_MAIN_PATH);
+  const uint32_t source = src == "QAM" ? AI_INPUT_CABLE : AI_INPUT_TERRESTRIAL;
+  const int status = ATSC_CALL(AIFW_play_src, 0, source);
+  ATSC_LEAVE();
+  return status == 0 ? 0 : -1;
+}
+
+int ATSCServerService::FW_playCurSrc() {
+  ATSC_ENTER();
+  const int status = ATSC_CALL(AIFW_play_curr_src);
+  ATSC_LEAVE();
+  return status == 0 ? 0 : -1;
+}
+
+int ATSCServerService::FW_stopCurSrc() {
+  ATSC_ENTER();
+  ATSC_CALL(AIFE_tune_stop_request, AIFE_MAIN_TUNER, AIFE_MAIN_PATH);
+  ATSC_CALL(AIFW_handle_tuner_mode_change, AICN_get_tuner_mode());
+  const int status = ATSC_CALL(AIFW_stop_curr_src);
+  ATSC_LEAVE();
+  return status == 0 ? 0 : -1;
+}
 
 int ATSCServerService::FW_init() {
   ATSC_ENTER();
@@ -36,8 +108,7 @@ int ATSCServerService::FW_changeChannel(Json::Value request) {
   ATSC_ENTER();
   // Everything that can be refused is read before the first call that has an effect.
   const std::string mode = request.get("mode", "").asString();
-  const uint32_t source =
-      request.get("input", "VSB").asString() == "VSB" ? AI_INPUT_TERRESTRIAL : AI_INPUT_CABLE;
+  const uint32_t source = atsc::sourceNamed(request.get("input", "VSB").asString());
   const bool password_reqd = request.get("password_reqd", true).asBool();
   AIFW_channel_change_request change{};
   change.mode = mode == "UP"     ? AIFW_CHANGE_UP
@@ -83,6 +154,111 @@ int ATSCServerService::FW_changeChannel(Json::Value request) {
   return result;
 }
 
+int ATSCServerService::FW_modifyChannel(Json::Value request) {
+  ATSC_ENTER();
+  const uint32_t major = request.get("major", 0).asUInt();
+  const uint32_t minor = request.get("minor", 0).asUInt();
+  const uint32_t source = atsc::sourceNamed(request.get("src", "VSB").asString());
+  const std::string type = request.get("type", "").asString();
+  const bool favourite = type == "fav" || type == "unfav";
+  const uint32_t group = favourite ? request.get("group", 0).asUInt() : 0;
+
+  atsc::ServiceList list;
+  if (!atsc::readServices(source, list)) list.records.clear();
+  const auto found = std::find_if(
+      list.records.begin(), list.records.end(),
+      [&](const AISRV_service_info& each) { return each.major == major && each.minor == minor; });
+  if (found == list.records.end()) {
+    ATSC_LOG(Error, "no channel(%u-%u) to modify", major, minor);
+    ATSC_LEAVE();
+    return -1;
+  }
+  AISRV_service_info& service = *found;
+  printf("total_service_info[%d].service_id.service_rec %d(%d-%d)\n",
+         static_cast<int>(found - list.records.begin()),
+         static_cast<int>(service.service_id.service_rec), service.major, service.minor);
+  ATSC_LOG(Info, "modify channel(%d-%d)", service.major, service.minor);
+
+  for (const FlagChange& change : kFlagChanges) {
+    if (type != change.type) continue;
+    service.AISRV_flags_ =
+        change.set ? service.AISRV_flags_ | change.flag : service.AISRV_flags_ & ~change.flag;
+    ATSC_LOG(Info, "%s", change.text);
+  }
+  if (favourite) {
+    const uint32_t bit = favouriteBit(group);
+    if (bit == 0) {
+      ATSC_LOG(Error, "fav group setting is 0");
+    } else if (type == "fav") {
+      service.AISRV_fav_group_ |= bit;
+      ATSC_LOG(Info, "set channel fav");
+    } else {
+      service.AISRV_fav_group_ &= ~bit;
+      ATSC_LOG(Info, "unset channel fav");
+    }
+  }
+  if ((type == "lock" || type == "unlock") && isPlaying(service.service_id)) {
+    ATSC_CALL(AICN_set_play_from_ap, 1);
+  }
+
+  const int status = ATSC_CALL(AIFW_modify_service, AIFW_SERVICE_MODIFY, &service);
+  ATSC_Service_db_UpdateChannel(static_cast<int>(source));
+  ATSC_LEAVE();
+  return status == 0 ? 0 : -1;
+}
+
+int ATSCServerService::FW_addChannel(Json::Value request) {
+  ATSC_ENTER();
+  const uint32_t major = request.get("major", 0).asUInt();
+  const uint32_t minor = request.get("minor", 0).asUInt();
+  const uint32_t frequency = request.get("freq", 0).asUInt();
+  const std::string name = request.get("name", "").asString();
+  const uint32_t source = atsc::sourceNamed(request.get("src", "VSB").asString());
+  // What the record's fields cannot hold must not become another channel or name.
+  if (major > UINT16_MAX || minor > UINT16_MAX || name.size() > UINT16_MAX) {
+    ATSC_LOG(Error, "channel(%u-%u) with a name of %zu bytes cannot be added", major, minor,
+             name.size());
+    ATSC_LEAVE();
+    return -1;
+  }
+
+  atsc::LentService added(name.size());
+  AISRV_service_info& service = added.record;
+  ATSC_LOG(Info, "add channel(%d-%d) frequency %d", static_cast<int>(major),
+           static_cast<int>(minor), static_cast<int>(frequency));
+  service.service_id.input_source = source;
+  service.service_type = 1;
+  service.major = static_cast<uint16_t>(major);
+  service.minor = static_cast<uint16_t>(minor);
+  service.frequency = frequency;
+  service.modulation = source == AI_INPUT_TERRESTRIAL ? AI_MODULATION_8VSB : AI_MODULATION_QAM;
+  service.AISRV_flags_ = 1;
+  service.build_from_pmt = 1;
+  memcpy(service.name.text, name.data(), name.size());
+  service.name.length = static_cast<uint16_t>(name.size());
+  service.name.encoding = 0;
+
+  const int status = ATSC_CALL(AIFW_modify_service, AIFW_SERVICE_ADD, &service);
+  ATSC_Service_db_UpdateChannel(static_cast<int>(source));
+  ATSC_LEAVE();
+  return status == 0 ? 0 : -1;
+}
+
+int ATSCServerService::FW_reloadDB() {
+  ATSC_ENTER();
+  ATSC_CALL(RMGRReload);
+  ATSC_Service_db_UpdateChannel(AI_INPUT_TERRESTRIAL);
+  ATSC_Service_db_UpdateChannel(AI_INPUT_CABLE);
+  ATSC_LEAVE();
+  return 0;
+}
+
+void ATSCServerService::OS_printSemList() {
+  ATSC_ENTER();
+  OSAL_display_sem_details_();
+  ATSC_LEAVE();
+}
+
 }  // namespace ATSCBUS
 
 int GetCurrentChannelIdx() {
@@ -93,14 +269,7 @@ int GetCurrentChannelIdx() {
   record.name.text = name.data();
   record.name.length = name.size();
   if (ATSC_CALL(AICN_get_current, &record) == 0) {
-    ATSC_Service_db_channelKey key{};
-    key.major = record.major;
-    key.minor = record.minor;
-    key.source_id = static_cast<uint16_t>(record.source_id);
-    key.frequency = record.frequency;
-    snprintf(key.table, sizeof key.table, "%s", atsc::channelTable(AICN_get_curr_input_source()));
-    index = ATSC_Service_db_findChannelIndex(atsc::channelDatabasePath().c_str(), key, nullptr,
-                                             nullptr);
+    index = atsc::findChannelIndex(record, static_cast<uint16_t>(record.source_id));
   }
   ATSC_LEAVE();
   return index;

@@ -1,0 +1,42 @@
+#include "service/server/atsc_server_service_interface.h"
+
+#include <aicn.h>
+#include <atsc/atsc_service.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "atsc_service_db.h"
+
+namespace atsc {
+
+uint32_t sourceNamed(const std::string& name) {
+  return name == "VSB" ? AI_INPUT_TERRESTRIAL : AI_INPUT_CABLE;
+}
+
+LentService::LentService(size_t slot) : name(std::max<size_t>(slot, kNameSlot)) {
+  const uint32_t count = 1;
+  Utili_allocSrvMem(&record, &count, name.data());
+}
+
+std::string giveReply(const Json::Value& reply, char** result) {
+  std::string text = Json::StyledWriter().write(reply);
+  if (result == nullptr) return text;
+  *result = text.empty() ? nullptr : static_cast<char*>(calloc(text.size() + 1, 1));
+  if (*result != nullptr) memcpy(*result, text.data(), text.size());
+  return text;
+}
+
+int findChannelIndex(const AISRV_service_info& service, uint32_t source_id) {
+  ATSC_Service_db_channelKey key{};
+  key.major = service.major;
+  key.minor = service.minor;
+  key.source_id = source_id;
+  key.frequency = service.frequency;
+  snprintf(key.table, sizeof key.table, "%s", channelTable(AICN_get_curr_input_source()));
+  return ATSC_Service_db_findChannelIndex(channelDatabasePath().c_str(), key, nullptr, nullptr);
+}
+
+}  // namespace atsc
