@@ -110,7 +110,16 @@ TEST_F(CommandTest, ChannelChangeCallsInOrder) {
   fake::reset();
   fake::setCurrent(fake::service(7, 1, 177000000, "SEVEN"), 2);
   fake::setIndexStatus({2, 5, 1});
+  fake::setResult("AIUP_store_all", 8);
   fake::setResult("AIUP_sync", 9);
+  // Static: the last call's hook may outlast the test.
+  static std::mutex mutex;
+  static std::vector<std::chrono::steady_clock::time_point> reads;  // of the index status
+  reads.clear();
+  fake::onCall([](const std::string& call) {
+    std::lock_guard<std::mutex> lock(mutex);
+    if (call == "AIPT_get_index_status(*,0)") reads.push_back(std::chrono::steady_clock::now());
+  });
   ASSERT_EQ(0, send("{\"class\":\"FW\",\"command\":\"CHANNELCHANGE\",\"major\":7,\"minor\":1,"
                     "\"input\":\"VSB\"}"));
   ASSERT_TRUE(waitFor("AICN_get_curr_input_source", 1));
@@ -126,7 +135,26 @@ TEST_F(CommandTest, ChannelChangeCallsInOrder) {
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
   EXPECT_EQ(1, g_atsc_server_service.savedChannelIndex());
-  EXPECT_THAT(fake::logLine("AIUP_sync"), HasSubstr("Failed to call AIUP_sync() -> 0x00000000: "));
+  for (const char* store : {"AIUP_store_all", "AIUP_sync"}) {
+    EXPECT_THAT(fake::logLine(store),
+                HasSubstr("Failed to call " + std::string(store) + "() -> 0x00000000: int "));
+  }
+  EXPECT_TRUE(fake::logged("Debug", "current channel play state 0\n"));
+  EXPECT_TRUE(fake::logged("Debug", "set password_reqd to true"));
+  EXPECT_GE(reads[1] - reads[0], std::chrono::milliseconds(100));
+  EXPECT_GE(reads[2] - reads[1], std::chrono::milliseconds(100));
+}
+
+TEST_F(CommandTest, IndexOfTheCurrentChannel) {
+  fake::setServices(3, {fake::service(7, 1, 177000000, "SEVEN", 3)});
+  ASSERT_EQ(1, ATSC_Service_db_UpdateChannel(3));
+  EXPECT_EQ(-1, GetCurrentChannelIdx());
+  fake::setCurrent(fake::service(7, 1, 177000000, "SEVEN", 3), 3);
+  EXPECT_EQ(1, GetCurrentChannelIdx());
+  fake::setCurrent(fake::service(7, 2, 177000000, "OTHER", 3), 3);
+  EXPECT_EQ(65535, GetCurrentChannelIdx());
+  fake::setResult("AICN_get_current", 1);
+  EXPECT_EQ(-1, GetCurrentChannelIdx());
 }
 
 TEST_F(CommandTest, ChannelChangeUpIgnoresTheNumberAndAPasswordCanBeWaived) {
@@ -146,14 +174,17 @@ TEST_F(CommandTest, ChannelChangeUpIgnoresTheNumberAndAPasswordCanBeWaived) {
 
 TEST_F(CommandTest, QueuedChangesRunOneAfterTheOtherAndDelayNobody) {
   std::mutex mutex;
-  std::condition_variable released;
+  std::condition_variable released, ended;
   bool open = false;
   std::vector<std::chrono::steady_clock::time_point> ends;
   std::vector<std::chrono::steady_clock::time_point> starts;
   fake::onCall([&](const std::string& call) {
     std::unique_lock<std::mutex> lock(mutex);
     if (call == "AICN_get_chan_state()") starts.push_back(std::chrono::steady_clock::now());
-    if (open && call == "AICN_get_current(*)") ends.push_back(std::chrono::steady_clock::now());
+    if (open && call == "AICN_get_current(*)") {
+      ends.push_back(std::chrono::steady_clock::now());
+      ended.notify_all();
+    }
     if (call.rfind("AIFW_channel_change", 0) == 0) released.wait(lock, [&] { return open; });
   });
   for (const char* minor : {"1", "2"}) {
@@ -161,8 +192,9 @@ TEST_F(CommandTest, QueuedChangesRunOneAfterTheOtherAndDelayNobody) {
                                   "\"minor\":") +
                       minor + "}"));
   }
-  // A queued text of the wrong type is dropped with an Error line; the next one still runs.
+  // A queued text of the wrong type or range is dropped with an Error line; the next one runs.
   send("{\"class\":\"FW\",\"command\":\"CHANNELCHANGE\",\"major\":[]}");
+  send("{\"class\":\"FW\",\"command\":\"CHANNELCHANGE\",\"major\":65543,\"minor\":1}");
   send("{\"class\":\"FW\",\"command\":\"CHANNELCHANGE\",\"mode\":\"DOWN\"}");
   ASSERT_TRUE(waitFor("AIFW_channel_change", 1));
   for (const char* other : {"\"TIME\",\"command\":\"GETCUR\"", "\"SRV\",\"command\":\"GETCUR\"",
@@ -175,7 +207,10 @@ TEST_F(CommandTest, QueuedChangesRunOneAfterTheOtherAndDelayNobody) {
     open = true;
   }
   released.notify_all();
-  ASSERT_TRUE(waitFor("AICN_get_current", 4));
+  {
+    std::unique_lock<std::mutex> lock(mutex);
+    ASSERT_TRUE(ended.wait_for(lock, std::chrono::seconds(10), [&] { return ends.size() == 3; }));
+  }
   EXPECT_THAT(callsOf({"AIFW_channel_change"}),
               ElementsAre("AIFW_channel_change(5,2,4103,7,1,0,65535,2)",
                           "AIFW_channel_change(5,2,4103,7,2,0,65535,2)",
@@ -183,6 +218,7 @@ TEST_F(CommandTest, QueuedChangesRunOneAfterTheOtherAndDelayNobody) {
   std::lock_guard<std::mutex> lock(mutex);
   EXPECT_GE(starts[1] - ends[0], std::chrono::milliseconds(100));
   EXPECT_NE("", fake::logLine("queued command dropped: "));
+  EXPECT_TRUE(fake::logged("Error", "no channel(65543-1) to change to"));
 }
 
 TEST_F(CommandTest, TheEndOfTheServerEndsTheWaitForThePreviousService) {

@@ -57,9 +57,9 @@ class RemoteTest : public LibraryTest {
   }
 
   static Json::Value reply(const std::string& name, const std::string& members = "") {
-    Json::Value value;
-    Json::Reader().parse(ask(name, members).text, value);
-    return value;
+    const std::string text = ask(name, members).text;
+    EXPECT_TRUE(fake::logged("Info", "result: " + text)) << text;
+    return json(text);
   }
 
   static Json::Value json(const std::string& text) {
@@ -187,6 +187,12 @@ TEST_F(RemoteTest, CallsInOrderAndWhichOfThemDecides) {
   }
 }
 
+TEST_F(RemoteTest, StopFollowsTheTuner) {
+  fake::setCurrent(fake::service(23, 1, 219000000, "CABLE", 3), 3);
+  ask("FW STOP");
+  EXPECT_THAT(callsOf({"AIFW_handle"}), ElementsAre("AIFW_handle_tuner_mode_change(3)"));
+}
+
 TEST_F(RemoteTest, FailedStoreOfLanguagesIsLoggedWithTheHandlersResult) {
   fake::setResult("AIUP_sync", 5);
   EXPECT_EQ(-1, ask("CN SETPREAUD").result);
@@ -229,22 +235,23 @@ TEST_F(RemoteTest, AttributesOfAChannel) {
     const char* members;
     uint32_t flags, favourites;  // before
     uint32_t new_flags, new_favourites;
-    const char* text;  // of the log, "" for none
+    const char* line;  // of the log
   } cases[] = {
-      {"\"type\":\"skip\"", 0x21, 0x10, 0x29, 0x10, "Skip channel"},
-      {"\"type\":\"unskip\"", 0x2D, 0, 0x25, 0, "Unskip channel"},
-      {"\"type\":\"delete\"", 0x1, 0, 0x21, 0, "Delete channel"},
-      {"\"type\":\"undelete\"", 0x2D, 0, 0xD, 0, "Undelete channel"},
-      {"\"type\":\"lock\"", 0x1, 0, 0x5, 0, "Lock channel"},
-      {"\"type\":\"unlock\"", 0x2D, 0, 0x29, 0, "Unlock channel"},
-      {"\"type\":\"fav\",\"group\":1", 0x1, 0x20, 0x1, 0x30, "set channel fav"},
-      {"\"type\":\"fav\",\"group\":28", 0x1, 0x1, 0x1, 0x80000001, "set channel fav"},
-      {"\"type\":\"unfav\",\"group\":2", 0x1, 0x3F, 0x1, 0x1F, "unset channel fav"},
-      {"\"type\":\"fav\"", 0x1, 0x20, 0x1, 0x20, "fav group setting is 0"},
-      {"\"type\":\"fav\",\"group\":29", 0x1, 0x20, 0x1, 0x20, "fav group setting is 0"},
-      {"\"type\":\"unfav\",\"group\":4294967295", 0x1, 0x20, 0x1, 0x20, "fav group setting is 0"},
-      {"\"type\":\"Skip\"", 0x5, 0x20, 0x5, 0x20, ""},
-      {"", 0x5, 0x20, 0x5, 0x20, ""},
+      {"\"type\":\"skip\"", 0x21, 0x10, 0x29, 0x10, "Info Skip channel"},
+      {"\"type\":\"unskip\"", 0x2D, 0, 0x25, 0, "Info Unskip channel"},
+      {"\"type\":\"delete\"", 0x1, 0, 0x21, 0, "Info Delete channel"},
+      {"\"type\":\"undelete\"", 0x2D, 0, 0xD, 0, "Info Undelete channel"},
+      {"\"type\":\"lock\"", 0x1, 0, 0x5, 0, "Info Lock channel"},
+      {"\"type\":\"unlock\"", 0x2D, 0, 0x29, 0, "Info Unlock channel"},
+      {"\"type\":\"fav\",\"group\":1", 0x1, 0x20, 0x1, 0x30, "Info set channel fav"},
+      {"\"type\":\"fav\",\"group\":28", 0x1, 0x1, 0x1, 0x80000001, "Info set channel fav"},
+      {"\"type\":\"unfav\",\"group\":2", 0x1, 0x3F, 0x1, 0x1F, "Info unset channel fav"},
+      {"\"type\":\"fav\"", 0x1, 0x20, 0x1, 0x20, "Error fav group setting is 0"},
+      {"\"type\":\"fav\",\"group\":29", 0x1, 0x20, 0x1, 0x20, "Error fav group setting is 0"},
+      {"\"type\":\"unfav\",\"group\":4294967295", 0x1, 0x20, 0x1, 0x20,
+       "Error fav group setting is 0"},
+      {"\"type\":\"Skip\"", 0x5, 0x20, 0x5, 0x20, "Info modify channel(7-2)"},
+      {"", 0x5, 0x20, 0x5, 0x20, "Info modify channel(7-2)"},
   };
   for (const auto& expected : cases) {
     SCOPED_TRACE(expected.members);
@@ -265,8 +272,8 @@ TEST_F(RemoteTest, AttributesOfAChannel) {
     EXPECT_EQ(second.name, written.name);
     EXPECT_EQ(expected.new_flags, written.info.AISRV_flags_);
     EXPECT_EQ(expected.new_favourites, written.info.AISRV_fav_group_);
-    EXPECT_NE("", fake::logLine(expected.text));
-    EXPECT_TRUE(fake::logged("Info", "modify channel(7-2)"));
+    EXPECT_TRUE(contains(fake::logs(), "Info modify channel(7-2)"));
+    EXPECT_TRUE(contains(fake::logs(), expected.line));
   }
 }
 
@@ -326,6 +333,10 @@ TEST_F(RemoteTest, LockOfTheChannelThatPlaysComesFromTheApplication) {
                             : Lines{"AIFW_modify_service(8,*)"},
               callsOf({"AICN_set_play", "AIFW_"}));
   }
+  fake::setCurrent(playing, 2);
+  fake::setResult("AICN_get_current", 1);
+  ask("FW CHANNELMODIFY", "\"major\":7,\"minor\":1,\"type\":\"lock\"");
+  EXPECT_THAT(callsOf({"AICN_set_play"}), IsEmpty());
 }
 
 TEST_F(RemoteTest, AddedChannel) {
@@ -334,6 +345,7 @@ TEST_F(RemoteTest, AddedChannel) {
                    "\"major\":9,\"minor\":4,\"freq\":4294967295,\"name\":\"" + name + "\"")
                    .result);
   EXPECT_EQ(Lines{"AIFW_modify_service(6,*)"} + synchronised(2), fake::calls());
+  EXPECT_TRUE(fake::logged("Info", "add channel(9-4) frequency -1"));
   fake::Service added = fake::modifiedService();
   EXPECT_EQ(name, added.name);
   EXPECT_EQ(0u, added.info.name.encoding);
@@ -402,7 +414,6 @@ TEST_F(RemoteTest, CurrentService) {
   EXPECT_EQ(json("{\"major\":7,\"minor\":1,\"freq\":4000000000,\"fav_group\":48,\"srv_flag\":9,"
                  "\"source_id\":4,\"chn_name\":\"K\xC3\x89\xE2\x82\xAC\",\"srv_rec\":2}"),
             reply("SRV GETCUR"));
-  EXPECT_NE("", fake::logLine("result: {"));
 
   fake::setCurrent(service, 3);
   EXPECT_EQ(1u, reply("SRV GETCUR")["srv_rec"].asUInt()) << "the table of the current source";
@@ -456,6 +467,8 @@ TEST_F(RemoteTest, PreferredLanguages) {
   fake::setLanguages(1, 2);
   fake::setResult("AICN_get_sec_pref_aud_lang", 5);
   EXPECT_EQ(json("{\"first\":\"fre\",\"second\":\"fre\"}"), reply("CN GETPREAUD"));
+  fake::setResult("AICN_get_pref_aud_lang", 5);
+  EXPECT_EQ(json("{\"first\":\"\",\"second\":\"\"}"), reply("CN GETPREAUD"));
 }
 
 TEST_F(RemoteTest, TimeSettingAndTime) {
@@ -476,7 +489,6 @@ TEST_F(RemoteTest, TimeSettingAndTime) {
   fake::setTimeDate({2016, 4, 8, 13, 5, 9});
   EXPECT_EQ(json("{\"year\":2016,\"month\":4,\"mday\":8,\"hour\":13,\"min\":5,\"sec\":9}"),
             reply("TIME GETCUR"));
-  EXPECT_NE("", fake::logLine("result: {"));
 }
 
 TEST_F(RemoteTest, CaptionAspectRatio) {
@@ -514,6 +526,7 @@ TEST_F(RemoteTest, CaptionAspectRatio) {
     EXPECT_THAT(fake::calls(),
                 ElementsAre("AICN_get_current(*)", "AICC_get_cc_service_data(0,*,*)"));
     EXPECT_EQ(expected.result == 0, fake::logged("Debug", "hit\n"));
+    EXPECT_TRUE(fake::logged("Debug", "result: " + answer.text));
     EXPECT_TRUE(fake::logged("Debug", "cc_aspect_ratio = " + std::to_string(expected.ratio)));
   }
   fake::setResult("AICC_get_cc_service_data", 2);

@@ -117,8 +117,16 @@ int ATSCServerService::FW_changeChannel(Json::Value request) {
   change.input_source = source;
   change.service_mask = AISRV_SERVICE_MASK;
   if (change.mode == AIFW_CHANGE_DIRECT) {
-    change.major = static_cast<uint16_t>(request.get("major", 0).asUInt());
-    change.minor = static_cast<uint16_t>(request.get("minor", 0).asUInt());
+    const uint32_t major = request.get("major", 0).asUInt();
+    const uint32_t minor = request.get("minor", 0).asUInt();
+    // What the record's fields cannot hold must not become another channel.
+    if (major > UINT16_MAX || minor > UINT16_MAX) {
+      ATSC_LOG(Error, "no channel(%u-%u) to change to", major, minor);
+      ATSC_LEAVE();
+      return 0;
+    }
+    change.major = static_cast<uint16_t>(major);
+    change.minor = static_cast<uint16_t>(minor);
   }
   change.service_rec = request.get("service_record", 0xFFFF).asUInt();
   change.input_source_again = source;
@@ -222,7 +230,7 @@ int ATSCServerService::FW_addChannel(Json::Value request) {
     return -1;
   }
 
-  atsc::LentService added(name.size());
+  atsc::LentService added(name.size() + 1);  // a single-byte text ends with a NUL
   AISRV_service_info& service = added.record;
   ATSC_LOG(Info, "add channel(%d-%d) frequency %d", static_cast<int>(major),
            static_cast<int>(minor), static_cast<int>(frequency));
