@@ -3,25 +3,32 @@
 #include "receiver/receiver.h"
 
 using atschost::is_source;
+using atschost::logged_status_of;
+using atschost::member_of;
 using atschost::Receiver;
-using atschost::status_of;
 
-int AIFW_init(int) {
-  return status_of(__func__, [] {
-    Receiver::instance().start();
-    return true;
-  });
+int AIFW_init(int mode) {
+  return logged_status_of(
+      __func__,
+      [] {
+        Receiver::instance().start();
+        return true;
+      },
+      mode);
 }
 
 int AIFW_register_frmwrk_app_cb(AIFW_app_callback callback) {
-  return status_of(__func__, [&] {
-    Receiver::instance().set_callback(callback);
-    return true;
-  });
+  return logged_status_of(
+      __func__,
+      [&] {
+        Receiver::instance().set_callback(callback);
+        return true;
+      },
+      callback != nullptr);
 }
 
 int AIFW_get_event_update_data(AIFW_event_update_data* data) {
-  return status_of(__func__, [&] {
+  return logged_status_of(__func__, [&] {
     if (!data) return false;
     *data = Receiver::instance().events().update_data();
     return true;
@@ -29,43 +36,120 @@ int AIFW_get_event_update_data(AIFW_event_update_data* data) {
 }
 
 int AIFW_get_EAS_priority(uint8_t* priority) {
-  return status_of(__func__, [&] {
-    if (!priority) return false;
-    *priority = Receiver::instance().events().alert_priority();
-    return true;
+  return logged_status_of(
+      __func__,
+      [&] {
+        if (!priority) return false;
+        *priority = Receiver::instance().events().alert_priority();
+        return true;
+      },
+      priority);
+}
+
+int AIFW_powerTransition_request(int powerdown) {
+  return logged_status_of(
+      __func__,
+      [&] {
+        if (powerdown != 0) return Receiver::instance().enter_standby();
+        Receiver::instance().leave_standby();
+        return true;
+      },
+      powerdown);
+}
+
+int AIFW_play_src(uint32_t path, uint32_t input_source) {
+  return logged_status_of(
+      __func__,
+      [&] {
+        return path == 0 && is_source(input_source) &&
+               Receiver::instance().play_source(input_source);
+      },
+      path, input_source);
+}
+
+int AIFW_play_curr_src() {
+  return logged_status_of(__func__, [] {
+    Receiver& receiver = Receiver::instance();
+    return receiver.play_source(receiver.current_source());
   });
 }
 
 int AIFW_play_first_service(uint32_t input_source, uint32_t frequency) {
-  return status_of(__func__, [&] {
-    return is_source(input_source) && Receiver::instance().play_first(input_source, frequency);
-  });
+  return logged_status_of(
+      __func__,
+      [&] {
+        return is_source(input_source) && Receiver::instance().play_first(input_source, frequency);
+      },
+      input_source, frequency);
 }
 
 int AIFW_stop_curr_src() {
-  return status_of(__func__, [] {
+  return logged_status_of(__func__, [] {
     Receiver::instance().stop_playing();
     return true;
   });
 }
 
+int AIFW_handle_tuner_mode_change(int mode) {
+  return logged_status_of(
+      __func__, [&] { return Receiver::instance().follow_tuner(static_cast<uint32_t>(mode)); },
+      mode);
+}
+
 int AIFW_channel_change(const AIFW_channel_change_request* request) {
-  return status_of(__func__, [&] {
-    return request && is_source(request->input_source) &&
-           Receiver::instance().change_channel(*request);
-  });
+  using Request = AIFW_channel_change_request;
+  return logged_status_of(
+      __func__,
+      [&] {
+        return request && is_source(request->input_source) &&
+               Receiver::instance().change_channel(*request);
+      },
+      member_of(request, &Request::mode), member_of(request, &Request::input_source),
+      member_of(request, &Request::major), member_of(request, &Request::minor),
+      member_of(request, &Request::service_rec));
+}
+
+int AIFW_modify_service(uint32_t operation, const AISRV_service_info* record) {
+  return logged_status_of(
+      __func__,
+      [&] {
+        if (!record) return false;
+        switch (operation) {
+          case AIFW_SERVICE_ADD:
+            return Receiver::instance().add_service(*record);
+          case AIFW_SERVICE_MODIFY:
+            return Receiver::instance().modify_service(*record);
+          default:
+            return false;
+        }
+      },
+      operation, record ? record->service_id.service_rec : 0,
+      member_of(record, &AISRV_service_info::major), member_of(record, &AISRV_service_info::minor),
+      member_of(record, &AISRV_service_info::AISRV_flags_),
+      member_of(record, &AISRV_service_info::AISRV_fav_group_));
+}
+
+int AIFW_change_audio(uint8_t track) {
+  return logged_status_of(
+      __func__, [&] { return Receiver::instance().choose_audio(track); }, track);
 }
 
 int AIFW_passwd_reqd_non_play_src(int required) {
-  return status_of(__func__, [&] {
-    Receiver::instance().set_password_required(required != 0);
-    return true;
-  });
+  return logged_status_of(
+      __func__,
+      [&] {
+        Receiver::instance().set_password_required(required != 0);
+        return true;
+      },
+      required);
 }
 
 int AIFW_pwd_unlocked_no_playing(int unlocked) {
-  return status_of(__func__, [&] {
-    Receiver::instance().set_password_given(unlocked != 0);
-    return true;
-  });
+  return logged_status_of(
+      __func__,
+      [&] {
+        Receiver::instance().set_password_given(unlocked != 0);
+        return true;
+      },
+      unlocked);
 }

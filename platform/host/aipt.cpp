@@ -3,9 +3,12 @@
 #include "receiver/receiver.h"
 
 int AIPT_get_index_status(int* status, int path) {
-  return atschost::status_of(__func__, [&] {
-    if (!status || path != 0) return false;
-    *status = atschost::Receiver::instance().is_playing() ? 1 : 0;
-    return true;
-  });
+  return atschost::logged_status_of(
+      __func__,
+      [&] {
+        if (!status || path != 0) return false;
+        *status = atschost::Receiver::instance().is_playing() ? 1 : 0;
+        return true;
+      },
+      status, path);
 }

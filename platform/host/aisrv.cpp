@@ -5,6 +5,7 @@
 #include "receiver/receiver.h"
 
 using atschost::is_source;
+using atschost::logged_status_of;
 using atschost::Receiver;
 using atschost::Service;
 using atschost::status_of;
@@ -67,5 +68,10 @@ int AISRV_get_pid_details(const AISRV_service_info* service, AISRV_pid_details* 
 }
 
 int AISRV_sync_to_database() {
-  return status_of(__func__, [] { return Receiver::instance().services().store(); });
+  return logged_status_of(__func__, [] { return Receiver::instance().services().store(); });
+}
+
+int AISRV_reset_db(uint32_t input_source) {
+  return logged_status_of(
+      __func__, [&] { return Receiver::instance().reset_services(input_source); }, input_source);
 }

@@ -2,16 +2,16 @@
 
 #include "receiver/receiver.h"
 
+using atschost::logged_status_of;
 using atschost::Receiver;
-using atschost::status_of;
 
 int AIUP_store_all() {
-  return status_of(__func__, [] {
+  return logged_status_of(__func__, [] {
     Receiver::instance().store_settings();
     return true;
   });
 }
 
 int AIUP_sync() {
-  return status_of(__func__, [] { return Receiver::instance().sync_settings(); });
+  return logged_status_of(__func__, [] { return Receiver::instance().sync_settings(); });
 }

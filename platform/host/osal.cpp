@@ -16,6 +16,10 @@
 #include <vector>
 
 #include "logger_cpp.h"
+#include "receiver/call.h"
+#include "receiver/receiver.h"
+
+using atschost::logged_status_of;
 
 namespace {
 
@@ -53,6 +57,19 @@ class Timers {
     timer.arg = arg;
     changed_.notify_one();
     return true;
+  }
+
+  // The timers that run, each with the time that is left.
+  void display() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    const auto now = Clock::now();
+    for (const Timer& timer : timers_) {
+      if (!timer.running) continue;
+      const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(timer.due - now);
+      log_.Info("timer %s: due in %lld ms", timer.name.c_str(),
+                static_cast<long long>(left.count()));
+    }
+    log_.Info("%zu timers", timers_.size());
   }
 
  private:
@@ -127,21 +144,31 @@ class Timers {
 }  // namespace
 
 int OSAL_timer_create(const char* name, int type, OSAL_timer_id* timer) {
-  if (type != kOneShot || timer == nullptr) return -1;
-  try {
-    *timer = Timers::instance().create(name);
-    return 0;
-  } catch (const std::exception&) {
-    return -1;
-  }
+  return logged_status_of(
+      __func__,
+      [&] {
+        if (type != kOneShot || timer == nullptr) return false;
+        *timer = Timers::instance().create(name);
+        return true;
+      },
+      type, timer);
 }
 
 int OSAL_timer_enable(OSAL_timer_id timer, OSAL_timer_handler handler, void* arg,
                       uint32_t milliseconds) {
-  if (handler == nullptr) return -1;
-  try {
-    return Timers::instance().enable(timer, handler, arg, milliseconds) ? 0 : -1;
-  } catch (const std::exception&) {
-    return -1;
-  }
+  return logged_status_of(
+      __func__,
+      [&] {
+        return handler != nullptr && Timers::instance().enable(timer, handler, arg, milliseconds);
+      },
+      timer, milliseconds);
+}
+
+// No semaphores here: what waits is timers, events and scans.
+void OSAL_display_sem_details_() {
+  logged_status_of(__func__, [] {
+    Timers::instance().display();
+    if (auto* receiver = atschost::Receiver::existing()) receiver->display();
+    return true;
+  });
 }

@@ -34,8 +34,8 @@ enum { AICN_LANGUAGE_ENGLISH = 0, AICN_LANGUAGE_FRENCH = 1, AICN_LANGUAGE_SPANIS
 
 // The first and the second preferred audio language, AICN_LANGUAGE_*. A service without a track
 // that was chosen for it (AIFW_change_audio) plays its first complete main track in the first
-// language, else in the second one, else its first track. Kept by AIUP_store_all(). Setting fails
-// on an unknown language and takes effect at once.
+// language, else in the second one, else in any; without a main track its first one. Kept by
+// AIUP_store_all(). Setting fails on an unknown language and takes effect at once.
 int AICN_set_pref_aud_lang(int32_t language);
 int AICN_get_pref_aud_lang(int32_t* language);
 int AICN_set_sec_pref_aud_lang(int32_t language);

@@ -459,8 +459,7 @@ TEST(GuideTables, SurviveHostileSections) {
   const Bytes plan = mgt({{0x0100, kEit0, 1}, {0x0101, kEit0, 1}, {0x0200, kEtt0, 1}});
   const std::pair<unsigned, Bytes> sound[] = {
       {kBase, plan},
-      {kEit0, eit(3, {{1, 100, text("one"), advisory + captions + genres},
-                      {2, 9, text("two"), descriptor(0x86, {0xE1})}})},
+      {kEit0, eit(3, {{1, 100, text("one"), advisory + captions + genres}})},
       {kEtt0, ett(3, 1, text("message"))},
       {kBase, section(0xCA, 0xFF01,
                       Bytes{0} + counted(text("US")) + Bytes{1, 0, 0xE1, 0, 0} + be16(0xFC00))},
@@ -472,13 +471,15 @@ TEST(GuideTables, SurviveHostileSections) {
   const GuideEvent event = decoder.guide().eits.at({0, 3}).at(0);
   EXPECT_EQ("TV-14-D", ascii(event.rating));
   EXPECT_TRUE(event.captions);
-  EXPECT_FALSE(decoder.guide().eits.at({0, 3}).at(1).captions) << "its list is cut off";
   EXPECT_EQ((std::vector<uint8_t>{0x20, 0x21}), event.genres);
 
   // A descriptor that is cut off costs itself, an event that is cut off its table.
   EXPECT_STRNE(nullptr, push(decoder, kEit0,
                              eit(4, {{1, 100, text("kept"), captions + Bytes{0x87, 9, 1}}})));
   EXPECT_TRUE(decoder.guide().eits.at({0, 4}).at(0).captions);
+  EXPECT_STRNE(nullptr,
+               push(decoder, kEit0, eit(6, {{1, 100, text("kept"), descriptor(0x86, {0xE1})}})));
+  EXPECT_FALSE(decoder.guide().eits.at({0, 6}).at(0).captions);
   Bytes too_many = eit(5, {{1, 100, text("lost")}});
   too_many[9] = 200;
   EXPECT_STRNE(nullptr, push(decoder, kEit0, sealed(too_many)));

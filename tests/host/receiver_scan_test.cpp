@@ -12,6 +12,7 @@
 #include "aife.h"
 #include "aifw.h"
 #include "atsc_host.h"
+#include "osal.h"
 #include "receiver_test_air.h"
 
 #ifndef ATSC_CAPTURES_DIR
@@ -210,7 +211,7 @@ TEST_F(ReceiverScanTest, StopKeepsWhatWasFoundAndWaitsForNoCallback) {
   EXPECT_NE(0, AICS_stop_scan());
   EXPECT_EQ((Texts{"5-1 GOOD"}), labels(kAir));
   AIFE_tuning_details tuning;
-  EXPECT_EQ(0, AIFE_get_tuning_details(0, AIFE_MAIN_PATH, &tuning));
+  EXPECT_EQ(0, AIFE_get_tuning_details(AIFE_MAIN_TUNER, AIFE_MAIN_PATH, &tuning));
   EXPECT_EQ(kChannel14, tuning.frequency);
 
   // The next scan starts at once, but reports nothing while the old callback is waiting.
@@ -259,6 +260,16 @@ TEST_F(ReceiverScanTest, ManyThreadsMayUseItAtOnce) {
       keep([](int) { labels(kCable); }),
       keep([](int) { AIFW_play_first_service(kAir, 0); }),
       keep([](int) { AISRV_sync_to_database(); }),
+      keep([](int i) {
+        AIFW_powerTransition_request(i % 2 == 0);
+        AISRV_reset_db(kCable);
+      }),
+      keep([](int i) {
+        AIFW_change_audio(static_cast<uint8_t>(i % 2));
+        AICN_set_pref_aud_lang(i % 2 == 0 ? AICN_LANGUAGE_SPANISH : AICN_LANGUAGE_ENGLISH);
+        AIFW_handle_tuner_mode_change(i % 3 == 0 ? kCable : kAir);
+        OSAL_display_sem_details_();
+      }),
   };
   for (std::thread& thread : threads) thread.join();
   AICS_stop_scan();

@@ -108,8 +108,10 @@ TEST_F(ReceiverStateTest, ServiceFoundAgainKeepsWhatTheViewerSet) {
                                 {service(9, 1, kChannel14), service(9, 2, kChannel14)});
     receiver.services().store();
   }
-  write(services_, replaced(replaced(content(services_), "\"flags\" : 1", "\"flags\" : 13"),
-                            "\"favourites\" : 0", "\"favourites\" : 48"));
+  const std::string set = replaced(replaced(content(services_), "\"flags\" : 1", "\"flags\" : 13"),
+                                   "\"favourites\" : 0", "\"favourites\" : 48");
+  // As older versions wrote it.
+  write(services_, replaced(replaced(set, "\"added\" : false,", ""), "\"audio\" : 0,", ""));
   Receiver receiver(state_);
   Service again = service(9, 1, kChannel14);
   again.program_number = 7;
@@ -144,6 +146,8 @@ TEST_F(ReceiverStateTest, DamagedFilesAreSetAside) {
       with("\"language\" : \"eng\"", "\"language\" : \"english\""),
       with("\"name_utf16be\" : \"", "\"name_utf16be\" : \"0"),
       with("\"record\" : 1", "\"record\" : 2"),
+      with("\"added\" : false", "\"added\" : 0"),
+      with("\"audio\" : 0", "\"audio\" : 31"),
       with("\"minor\" : 1", "\"minor\" : 2"),
       with("\"streams\" :", "\"streams\" : {}, \"x\" :"),
   };

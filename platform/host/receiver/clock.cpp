@@ -39,6 +39,26 @@ void Clock::set(uint32_t unix_seconds, Instant at) {
   set_ = true;
 }
 
+Clock::Setting Clock::setting() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return setting_;
+}
+
+void Clock::set_setting(const Setting& setting) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  setting_ = setting;
+}
+
+void Clock::set_zone(int32_t zone) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  setting_.zone = zone;
+}
+
+void Clock::set_automatic(bool automatic) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  setting_.automatic = automatic;
+}
+
 Clock::Station& Clock::station_of(const StreamId& stream, const SystemTime& time, Instant at) {
   Station& station = stations_[stream.path];
   if (!(station.stream == stream)) station = {stream, time.gps_seconds, at};
@@ -57,6 +77,10 @@ Clock::Effect Clock::follow(const StreamId& stream, const SystemTime& time, Inst
   effect.details_changed = last_table_ && details(*last_table_) != details(time);
   last_table_ = time;
   if (set_) return effect;
+  if (!setting_.automatic) {
+    effect.time_changed = effect.details_changed;
+    return effect;
+  }
   SystemTime first = time;
   first.gps_seconds = station.gps_seconds;
   const uint32_t before = now_locked(at);

@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 
+#include "aist.h"
 #include "receiver/air.h"
 #include "receiver/psip_decoder.h"
 
@@ -31,6 +32,17 @@ class Clock {
   // From now on the clock is the program's: it starts at a time and runs.
   void set(uint32_t unix_seconds, Instant at = std::chrono::steady_clock::now());
 
+  // The viewer's choices; kept by the receiver's settings.
+  struct Setting {
+    int32_t zone = AIST_ZONE_EASTERN;
+    bool automatic = true;  // false: the clock runs on by itself, no system time table moves it
+  };
+  Setting setting() const;
+  void set_setting(const Setting& setting);
+  // One of them, the other as it is.
+  void set_zone(int32_t zone);
+  void set_automatic(bool automatic);
+
   // A system time table of any stream was received.
   void remember(const StreamId& stream, const SystemTime& time, Instant at);
 
@@ -38,7 +50,8 @@ class Clock {
     bool details_changed = false;  // offset to UTC or daylight saving
     bool time_changed = false;     // these, or the clock jumped by 2 s or more
   };
-  // One of the tuned stream, whose station's time the clock takes over.
+  // One of the tuned stream, whose station's time the clock takes over unless it is the program's
+  // or the viewer's.
   Effect follow(const StreamId& stream, const SystemTime& time, Instant at);
 
   // GPS seconds of a stream's station; none before its first system time table.
@@ -65,6 +78,7 @@ class Clock {
   std::map<std::string, Station> stations_;  // by path
   std::optional<Base> base_;
   bool set_ = false;
+  Setting setting_;
   std::optional<SystemTime> last_table_;
 };
 

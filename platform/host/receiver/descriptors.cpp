@@ -5,17 +5,13 @@
 #include "receiver/transport.h"
 
 namespace atschost {
-namespace {
 
-// ISO 639-2 codes are three letters; anything else counts as absent.
-bool copy_language(const uint8_t* code, char (&language)[3]) {
+bool copy_language(const uint8_t* code, char* language) {
   const auto is_letter = [](uint8_t c) { return (c | 0x20) >= 'a' && (c | 0x20) <= 'z'; };
   if (!std::all_of(code, code + 3, is_letter)) return false;
   std::copy(code, code + 3, language);
   return true;
 }
-
-}  // namespace
 
 void add_stream(std::vector<AISRV_pid_info>& streams, const AISRV_pid_info& stream) {
   const bool known = std::any_of(streams.begin(), streams.end(),

@@ -15,6 +15,10 @@ constexpr uint8_t kIso639LanguageTag = 0x0A;
 constexpr uint8_t kAc3AudioTag = 0x81;
 constexpr uint8_t kServiceLocationTag = 0xA1;
 
+// Copies an ISO 639-2 code. Codes are three letters; anything else counts as absent: false, nothing
+// copied.
+bool copy_language(const uint8_t* code, char* language);
+
 // service_location_descriptor (A/65 6.9.5): appends its elementary streams.
 void read_service_location(const uint8_t* data, size_t size, std::vector<AISRV_pid_info>& streams);
 

@@ -1,13 +1,13 @@
 #include "receiver/event_descriptors.h"
 
 #include "aiec.h"
+#include "receiver/caption_services.h"
 #include "receiver/content_advisory.h"
 #include "receiver/psip_text.h"
 
 namespace atschost {
 namespace {
 
-constexpr uint8_t kCaptionServiceTag = 0x86;
 constexpr uint8_t kGenreTag = 0xAB;
 
 }  // namespace
@@ -23,12 +23,10 @@ bool read_event_descriptors(ByteReader in, GuideEvent& event) {
       case kContentAdvisoryTag:
         sound = read_content_advisory(content.data(), content.left(), ratings) && sound;
         break;
-      case kCaptionServiceTag: {
-        constexpr size_t kServiceSize = 6;
-        const unsigned services = content.u8() & 0x1F;
-        event.captions = event.captions || (services > 0 && content.left() >= kServiceSize);
+      case kCaptionServiceTag:
+        sound =
+            read_caption_services(content.data(), content.left(), event.caption_services) && sound;
         break;
-      }
       case kGenreTag:
         for (unsigned count = content.u8() & 0x1F; count > 0 && content.left() > 0; --count)
           if (event.genres.size() < AIEC_MAX_GENRES) event.genres.push_back(content.u8());
@@ -37,6 +35,8 @@ bool read_event_descriptors(ByteReader in, GuideEvent& event) {
         break;
     }
   }
+  event.captions = !event.caption_services.empty();
+  event.caption_services.shrink_to_fit();
   if (!ratings.empty()) event.rating = ratings.front();
   if (ratings.size() > 1) {
     for (const std::string& rating : ratings) {

@@ -30,6 +30,11 @@ bool EventQueue::has_callback() const {
   return state_->callback != nullptr;
 }
 
+size_t EventQueue::waiting() const {
+  std::lock_guard<std::mutex> lock(state_->mutex);
+  return state_->entries.size();
+}
+
 void EventQueue::raise(AFW_event_t event) {
   Entry entry;
   entry.event = event;

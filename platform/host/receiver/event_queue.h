@@ -28,6 +28,8 @@ class EventQueue {
   // As AIFW_register_frmwrk_app_cb. A call that is running is not awaited; null drops what waits.
   void set_callback(AIFW_app_callback callback);
   bool has_callback() const;
+  // How many events wait to be reported, the one that is being reported not counted.
+  size_t waiting() const;
 
   // Without a callback an event is dropped; so is one that would make too many wait.
   void raise(AFW_event_t event);

@@ -414,24 +414,25 @@ void LiveTuner::Stream::update_services() {
   services_taken_ = level;
   auto found = build_services(psi_->tables(), session_.source_, session_.frequency_);
   if (level == kSettled && !may_replace_services(found)) return;
+  LiveTuner& tuner = session_.tuner_;
+  ServiceList::Change change;
   session_.while_tuned([&] {
-    LiveTuner& tuner = session_.tuner_;
-    const ServiceList::Change change =
-        tuner.services_.replace(session_.source_, session_.frequency_, std::move(found));
-    if (!change.any()) return;
-    log().Info("%s: services: %zu deleted, %zu added, %zu changed", id_.path.c_str(),
-               change.deleted, change.added, change.updated);
-    for (size_t i = 0; i < change.deleted; ++i) tuner.events_.raise(AFW_SERVICE_DELETED);
-    for (size_t i = 0; i < change.added; ++i) tuner.events_.raise(AFW_SERVICE_ADDED);
-    for (size_t i = 0; i < change.updated; ++i) tuner.events_.raise(AFW_SERVICE_UPDATE);
-    tuner.events_.raise(AFW_SERVICE_BUILD_COMPLETED);
-    // Events of a service that is listed anew may be known already.
-    std::vector<uint16_t> known;
-    for (const uint16_t id : change.source_ids)
-      if (!tuner.guide_.events(session_.source_, session_.frequency_, id)->empty())
-        known.push_back(id);
-    tuner.events_.raise_guide_update(known);
+    change = tuner.services_.replace(session_.source_, session_.frequency_, std::move(found));
   });
+  if (!change.any()) return;
+  log().Info("%s: services: %zu deleted, %zu added, %zu changed", id_.path.c_str(), change.deleted,
+             change.added, change.updated);
+  tuner.services_changed_();
+  for (size_t i = 0; i < change.deleted; ++i) tuner.events_.raise(AFW_SERVICE_DELETED);
+  for (size_t i = 0; i < change.added; ++i) tuner.events_.raise(AFW_SERVICE_ADDED);
+  for (size_t i = 0; i < change.updated; ++i) tuner.events_.raise(AFW_SERVICE_UPDATE);
+  tuner.events_.raise(AFW_SERVICE_BUILD_COMPLETED);
+  // Events of a service that is listed anew may be known already.
+  std::vector<uint16_t> known;
+  for (const uint16_t id : change.source_ids)
+    if (!tuner.guide_.events(session_.source_, session_.frequency_, id)->empty())
+      known.push_back(id);
+  tuner.events_.raise_guide_update(known);
 }
 
 // Whether tables that never became complete are all that the carrier has, rather than what is left
@@ -439,13 +440,16 @@ void LiveTuner::Stream::update_services() {
 bool LiveTuner::Stream::may_replace_services(const std::vector<Service>& found) const {
   const CarrierTables& tables = psi_->tables();
   if (tables.pat ? psi_->awaits_pmts() : had_pat_) {
-    // Nothing is known to be gone; yet the VCT tells what the services are now.
+    // Nothing is known to be gone; yet the VCT tells what the services are now. Those that were
+    // added by hand stay anyway.
     std::set<ServiceKey> listed, received;
+    for (const Service& service : found) received.insert(service.key);
     session_.tuner_.services_.visit(session_.source_, [&](const Service& service) {
-      if (service.key.frequency == session_.frequency_) listed.insert(service.key);
+      const bool is_here = service.key.frequency == session_.frequency_;
+      if (is_here && (!service.added || received.count(service.key) != 0))
+        listed.insert(service.key);
       return true;
     });
-    for (const Service& service : found) received.insert(service.key);
     return psi_->has_own_vct() && listed == received;
   }
   if (tables.vct) return true;
@@ -478,8 +482,12 @@ void LiveTuner::Stream::update_guide() {
 }
 
 LiveTuner::LiveTuner(ServiceList& services, Guide& guide, RatingRegions& regions,
-                     EventQueue& events)
-    : services_(services), guide_(guide), regions_(regions), events_(events) {}
+                     EventQueue& events, std::function<void()> services_changed)
+    : services_(services),
+      guide_(guide),
+      regions_(regions),
+      events_(events),
+      services_changed_(std::move(services_changed)) {}
 
 LiveTuner::~LiveTuner() { shut_down(); }
 

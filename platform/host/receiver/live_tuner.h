@@ -5,6 +5,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <mutex>
 #include <optional>
 #include <thread>
@@ -24,7 +25,10 @@ namespace atschost {
 // replaced, removed or put back is noticed within a second. Any thread.
 class LiveTuner {
  public:
-  LiveTuner(ServiceList& services, Guide& guide, RatingRegions& regions, EventQueue& events);
+  // `services_changed` is told, on the tuner's thread and without its lock, of each change that the
+  // carrier has made to the service list, before the events are.
+  LiveTuner(ServiceList& services, Guide& guide, RatingRegions& regions, EventQueue& events,
+            std::function<void()> services_changed);
   ~LiveTuner();
 
   // Tunes to the carrier of a service. Where it is tuned already it stays so.
@@ -49,6 +53,7 @@ class LiveTuner {
   Guide& guide_;
   RatingRegions& regions_;
   EventQueue& events_;
+  const std::function<void()> services_changed_;
 
   mutable std::mutex mutex_;  // of all below; taken before those of service list and guide
   std::condition_variable changed_;

@@ -126,6 +126,11 @@ struct PsiDecoder::Callbacks {
     const std::unique_ptr<dvbpsi_pmt_t, void (*)(dvbpsi_pmt_t*)> owned(table, dvbpsi_pmt_delete);
     auto* self = static_cast<PsiDecoder*>(data);
     if (!table->b_current_next) return;
+    std::vector<CaptionService> captions;
+    const auto take_captions = [&](const dvbpsi_descriptor_t& d) {
+      if (d.i_tag == kCaptionServiceTag) read_caption_services(d.p_data, d.i_length, captions);
+    };
+    for_each_descriptor(table->p_first_descriptor, take_captions);
     std::vector<AISRV_pid_info> streams;
     for (const auto* es = table->p_first_es; es; es = es->p_next) {
       AISRV_pid_info stream{};
@@ -138,8 +143,11 @@ struct PsiDecoder::Callbacks {
                                                                         stream);
         });
       }
+      for_each_descriptor(es->p_first_descriptor, take_captions);
       add_stream(streams, stream);
     }
+    if (!captions.empty())
+      self->tables_.captions.emplace(table->i_program_number, std::move(captions));
     self->tables_.pmts.emplace(table->i_program_number, std::move(streams));
   } catch (const std::exception& e) {
     log().Error("PMT: %s", e.what());

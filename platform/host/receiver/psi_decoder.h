@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "aisrv.h"
+#include "receiver/caption_services.h"
 
 namespace atschost {
 
@@ -44,6 +45,8 @@ struct CarrierTables {
   std::optional<Pat> pat;
   std::optional<Vct> vct;
   std::map<uint16_t, std::vector<AISRV_pid_info>> pmts;  // by program number
+  // Of the PMTs that announce some, by program number.
+  std::map<uint16_t, std::vector<CaptionService>> captions;
 };
 
 // Fed with the sections of one carrier; the first whole current version of each table counts. Of

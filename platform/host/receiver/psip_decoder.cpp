@@ -30,7 +30,7 @@ constexpr const char* kTooMuch = "guide tables are more than is kept";
 
 size_t size_of(const GuideEvent& event) {
   return sizeof(event) + event.title.size() + event.rating.size() + event.other_ratings.size() +
-         event.genres.size();
+         event.genres.size() + event.caption_services.size() * sizeof(CaptionService);
 }
 
 // Text as it stands in fields of plain characters.
@@ -237,7 +237,8 @@ uint32_t SystemTime::unix_seconds() const { return gps_seconds - gps_utc_offset 
 bool GuideEvent::operator==(const GuideEvent& other) const {
   return event_id == other.event_id && start == other.start && duration == other.duration &&
          title == other.title && rating == other.rating && other_ratings == other.other_ratings &&
-         genres == other.genres && captions == other.captions;
+         genres == other.genres && captions == other.captions &&
+         caption_services == other.caption_services;
 }
 
 struct PsipDecoder::Impl {

@@ -12,6 +12,8 @@
 #include <utility>
 #include <vector>
 
+#include "receiver/caption_services.h"
+
 namespace atschost {
 
 // System time table (A/65 6.1).
@@ -34,7 +36,8 @@ struct GuideEvent {
   std::string rating;         // the one to show, "TV-14-D-V"; empty: not rated
   std::string other_ratings;  // with all regions' ratings, where there are several; else empty
   std::vector<uint8_t> genres;
-  bool captions = false;
+  bool captions = false;  // there are some
+  std::vector<CaptionService> caption_services;
 
   bool operator==(const GuideEvent& other) const;
 };

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <set>
@@ -11,6 +12,7 @@
 
 #include "middleware_types.h"
 #include "receiver/air.h"
+#include "receiver/service_name.h"
 
 namespace atschost {
 namespace {
@@ -18,9 +20,23 @@ namespace {
 // what a callback may take to return once the process exits, before its thread is left alone.
 constexpr std::chrono::milliseconds kExitPatience(2000);
 
+constexpr uint32_t kMaxLanguage = AICN_LANGUAGE_SPANISH;
+
+const char* const kDualModes[] = {"stereo", "left", "right", "mixed"};
+
+// Numbers that a virtual channel table can give; on cable also one-part numbers (A/65 6.3.2).
+bool is_number(const ServiceKey& key) {
+  constexpr uint16_t kMaxPart = 0x3FF;
+  constexpr uint16_t kMaxOnePart = 0x3FFF;
+  const bool one_part = key.source == AI_INPUT_CABLE && key.minor == 0;
+  return key.major != 0 && key.major <= (one_part ? kMaxOnePart : kMaxPart) &&
+         key.minor <= kMaxPart;
+}
+
 bool is_deleted(const Service& service) { return service.flags & AISRV_FLAG_DELETED; }
 bool is_surfable(const Service& service) {
-  return !(service.flags & (AISRV_FLAG_DELETED | AISRV_FLAG_SKIPPED));
+  const uint32_t mask = AISRV_FLAG_VISIBLE | AISRV_FLAG_DELETED | AISRV_FLAG_SKIPPED;
+  return (service.flags & mask) == AISRV_FLAG_VISIBLE;
 }
 
 template <typename Wanted>
@@ -33,11 +49,16 @@ std::vector<Service> select(const ServiceList& list, uint32_t source, Wanted wan
   return services;
 }
 
+std::atomic<Receiver*> existing_receiver{nullptr};
+
 }  // namespace
+
+Receiver* Receiver::existing() { return existing_receiver; }
 
 Receiver& Receiver::instance() {
   static Receiver& receiver = [&]() -> Receiver& {
     auto* made = new Receiver(state_folder());
+    existing_receiver = made;
     static Receiver* at_exit = made;
     static const pid_t process = getpid();
     std::atexit([] {
@@ -49,11 +70,10 @@ Receiver& Receiver::instance() {
 }
 
 Receiver::Receiver(const std::string& state_folder)
-    : settings_{AI_INPUT_TERRESTRIAL, std::nullopt},
-      settings_file_(state_folder, "settings.json", "atsc-host-settings-1"),
+    : settings_file_(state_folder, "settings.json", "atsc-host-settings-1"),
       rating_regions_(events_),
       services_(state_folder),
-      live_tuner_(services_, guide_, rating_regions_, events_),
+      live_tuner_(services_, guide_, rating_regions_, events_, [this] { decide_streams(); }),
       guide_tuner_(services_, {[this](uint32_t source, uint32_t frequency) {
                                  return live_tuner_.is_tuned_to(source, frequency);
                                },
@@ -76,47 +96,90 @@ Receiver::Receiver(const std::string& state_folder)
                 },
                 [this](const Scanner::Outcome& outcome) { report(outcome); }}) {
   settings_file_.load([this](const Json::Value& content) { load_settings(content); });
+  tuner_source_ = settings_.source;
   settings_to_store_ = settings_;
 }
 
 void Receiver::load_settings(const Json::Value& content) {
-  Settings settings{number_member(content, "source", AI_INPUT_CABLE), std::nullopt};
-  if (!is_source(settings.source)) throw std::runtime_error("\"source\" is unknown");
-  if (const Json::Value& current = content["current"]; !current.isNull()) {
+  Settings settings;
+  const auto source_member = [](const Json::Value& value) {
+    const uint32_t source = number_member(value, "source", AI_INPUT_CABLE);
+    if (!is_source(source)) throw std::runtime_error("\"source\" is unknown");
+    return source;
+  };
+  const auto key_member = [](const Json::Value& value, uint32_t source) {
     ServiceKey key;
-    key.source = settings.source;
-    key.major = static_cast<uint16_t>(number_member(current, "major", 0xFFFF));
-    key.minor = static_cast<uint16_t>(number_member(current, "minor", 0xFFFF));
-    key.frequency = number_member(current, "frequency", UINT32_MAX);
-    settings.current = key;
+    key.source = source;
+    key.major = static_cast<uint16_t>(number_member(value, "major", 0xFFFF));
+    key.minor = static_cast<uint16_t>(number_member(value, "minor", 0xFFFF));
+    key.frequency = number_member(value, "frequency", UINT32_MAX);
+    return key;
+  };
+  const auto language_member = [&](const char* name) {
+    return static_cast<int32_t>(number_member(content, name, kMaxLanguage, AICN_LANGUAGE_ENGLISH));
+  };
+  settings.source = source_member(content);
+  // Older files have the current service alone.
+  if (const Json::Value& current = content["current"]; !current.isNull())
+    settings.last[settings.source] = key_member(current, settings.source);
+  const Json::Value& last = content["last"];
+  if (!last.isNull() && !last.isArray()) throw std::runtime_error("\"last\" is not a list");
+  for (const Json::Value& value : last) {
+    const uint32_t source = source_member(value);
+    settings.last[source] = key_member(value, source);
   }
+  settings.languages = {language_member("language"), language_member("second_language")};
+  settings.dual_mode = number_member(content, "dual_mode", AIAUD_DUAL_MIXED, AIAUD_DUAL_STEREO);
+  settings.clock.zone =
+      static_cast<int32_t>(number_member(content, "zone", AIST_ZONE_HAWAII, AIST_ZONE_EASTERN));
+  settings.clock.automatic = bool_member(content, "automatic_clock", true);
   settings_ = settings;
+  Clock::instance().set_setting(settings.clock);
 }
 
 void Receiver::store_settings() {
-  std::lock_guard<std::mutex> file_lock(file_mutex_);
   std::lock_guard<std::mutex> lock(mutex_);
   settings_to_store_ = settings_;
+  settings_to_store_.clock = Clock::instance().setting();
 }
 
 bool Receiver::sync_settings() {
   std::lock_guard<std::mutex> file_lock(file_mutex_);
-  Json::Value content;
-  content["source"] = settings_to_store_.source;
-  if (const auto& key = settings_to_store_.current) {
-    content["current"]["major"] = key->major;
-    content["current"]["minor"] = key->minor;
-    content["current"]["frequency"] = key->frequency;
+  Settings settings;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    settings = settings_to_store_;
   }
+  Json::Value content;
+  content["source"] = settings.source;
+  content["last"] = Json::arrayValue;
+  for (const auto& [source, key] : settings.last) {
+    Json::Value value;
+    value["source"] = source;
+    value["major"] = key.major;
+    value["minor"] = key.minor;
+    value["frequency"] = key.frequency;
+    content["last"].append(value);
+  }
+  content["language"] = settings.languages.first;
+  content["second_language"] = settings.languages.second;
+  content["dual_mode"] = settings.dual_mode;
+  content["zone"] = settings.clock.zone;
+  content["automatic_clock"] = settings.clock.automatic;
   return settings_file_.store(std::move(content));
+}
+
+bool Receiver::keep_settings() {
+  store_settings();
+  return sync_settings();
 }
 
 // A scan takes the tuner away from what was playing.
 void Receiver::tuned_by_scan(uint32_t source, uint32_t frequency) {
   std::lock_guard<std::mutex> lock(mutex_);
+  tuner_source_ = source;
   tuning_ = {frequency, modulation_of(source)};
-  playing_ = false;
-  live_tuner_.stop();
+  stop_locked();
 }
 
 void Receiver::take_guide(uint32_t source, uint32_t frequency, CarrierResult& found,
@@ -157,21 +220,68 @@ void Receiver::raise_whole_guide(uint32_t source) {
   events_.raise_guide_update(guide_.source_ids(source));
 }
 
+bool Receiver::is_in_standby(const char* refused) const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (standby_) log().Warn("%s: refused in standby", refused);
+  return standby_;
+}
+
 bool Receiver::play(const Service& service) {
   if (!carrier_exists(service.key.source, service.key.frequency)) return false;
   std::lock_guard<std::mutex> lock(mutex_);
-  const bool other_source = settings_.source != service.key.source;
-  settings_ = {service.key.source, service.key};
-  tuning_ = {service.key.frequency, modulation_of(service.key.source)};
+  if (standby_) return false;
+  const uint32_t source = service.key.source;
+  const bool other_source = std::exchange(settings_.source, source) != source;
+  settings_.last[source] = service.key;
+  tuner_source_ = source;
+  tuning_ = {service.key.frequency, modulation_of(source)};
   playing_ = true;
-  log().Info("playing %u-%u on %s %u Hz", service.key.major, service.key.minor,
-             modulation_name(service.key.source), service.key.frequency);
+  picture_open_ = true;
+  streams_told_.clear();
+  decide_streams_locked(service);
   live_tuner_.play(service.key);
-  if (other_source) raise_whole_guide(service.key.source);
+  if (other_source) raise_whole_guide(source);
   return true;
 }
 
+void Receiver::decide_streams() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (!playing_) return;
+  const auto service = services_.find(settings_.last[settings_.source]);
+  if (service) decide_streams_locked(*service);
+}
+
+// Decides what of the service that plays is seen and heard, when it begins to play and whenever its
+// streams or the settings may be others, and tells it in the log.
+void Receiver::decide_streams_locked(const Service& service) {
+  const auto video = std::find_if(service.streams.begin(), service.streams.end(), is_video);
+  const auto tracks = audio_tracks(service.streams);
+  audio_track_ = choose_track(tracks, service.audio, settings_.languages);
+  std::string told;
+  if (!picture_open_)
+    told = "picture closed";
+  else if (video == service.streams.end())
+    told = "no video";
+  else
+    told = "video PID " + std::to_string(video->pid);
+  if (audio_track_ == 0) {
+    told += ", no audio";
+  } else {
+    const AISRV_pid_info& track = tracks[audio_track_ - 1u];
+    const std::string language = track_language(track);
+    told += ", audio track " + std::to_string(audio_track_) + " (PID " + std::to_string(track.pid) +
+            ", " + (language.empty() ? "no language" : language) + ")";
+    if (settings_.dual_mode != AIAUD_DUAL_STEREO)
+      told += std::string(", dual mono ") + kDualModes[settings_.dual_mode];
+  }
+  if (told == streams_told_) return;
+  log().Info("playing %u-%u on %s %u Hz: %s", service.key.major, service.key.minor,
+             modulation_name(service.key.source), service.key.frequency, told.c_str());
+  streams_told_ = told;
+}
+
 bool Receiver::play_first(uint32_t source, uint32_t frequency) {
+  if (is_in_standby("play")) return false;
   const auto services = select(services_, source, [&](const Service& s) {
     return !is_deleted(s) && (frequency == 0 || s.key.frequency == frequency);
   });
@@ -182,7 +292,25 @@ bool Receiver::play_first(uint32_t source, uint32_t frequency) {
   return false;
 }
 
+bool Receiver::play_source(uint32_t source) {
+  if (is_in_standby("play")) return false;
+  std::optional<ServiceKey> key;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (const auto last = settings_.last.find(source); last != settings_.last.end())
+      key = last->second;
+  }
+  const auto last = key ? services_.find(*key) : std::nullopt;
+  if (!last || is_deleted(*last)) return play_first(source, 0);
+  if (play(*last)) return true;
+  live_tuner_.report_failure();
+  log().Warn("cannot play %u-%u, the last one of source %u: its carrier is gone", key->major,
+             key->minor, source);
+  return false;
+}
+
 bool Receiver::change_channel(const AIFW_channel_change_request& request) {
+  if (is_in_standby("channel change")) return false;
   const uint32_t source = request.input_source;
   std::vector<Service> services;  // in the order in which they are tried
   switch (request.mode) {
@@ -200,7 +328,8 @@ bool Receiver::change_channel(const AIFW_channel_change_request& request) {
       std::optional<ServiceKey> from;
       {
         std::lock_guard<std::mutex> lock(mutex_);
-        if (settings_.source == source) from = settings_.current;
+        if (const auto last = settings_.last.find(source); last != settings_.last.end())
+          from = last->second;
       }
       const bool up = request.mode == AIFW_CHANGE_UP;
       if (!up) std::reverse(services.begin(), services.end());
@@ -225,30 +354,173 @@ bool Receiver::change_channel(const AIFW_channel_change_request& request) {
   return false;
 }
 
-void Receiver::stop_playing() {
-  std::lock_guard<std::mutex> lock(mutex_);
+void Receiver::stop_locked() {
   playing_ = false;
+  audio_track_ = 0;
   live_tuner_.stop();
 }
 
-std::optional<Service> Receiver::current() const {
-  std::optional<ServiceKey> key;
+void Receiver::stop_playing() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  stop_locked();
+}
+
+void Receiver::stop_tuning() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  stop_locked();
+  tuning_ = {};
+}
+
+bool Receiver::follow_tuner(uint32_t source) {
+  if (!is_source(source)) return false;
   {
     std::lock_guard<std::mutex> lock(mutex_);
-    key = settings_.current;
+    tuner_source_ = source;
+    if (std::exchange(settings_.source, source) == source) return true;
+    stop_locked();
+    if (tuning_.modulation != modulation_of(source)) tuning_ = {};
   }
-  std::optional<Service> found;
-  if (!key) return found;
-  services_.visit(key->source, [&](const Service& service) {
-    if (service.key == *key) found = service;
-    return !found;
+  raise_whole_guide(source);
+  return true;
+}
+
+void Receiver::close_picture() {
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    picture_open_ = false;
+  }
+  decide_streams();
+}
+
+bool Receiver::enter_standby() {
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (!std::exchange(standby_, true)) log().Info("standby begins");
+    stop_locked();
+  }
+  const bool settings = keep_settings();
+  return services_.store() && settings;
+}
+
+void Receiver::leave_standby() {
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (!std::exchange(standby_, false)) return;
+    log().Info("standby ends");
+  }
+  // It counts as playing before standby, too, where playing was stopped first.
+  const auto service = current();
+  if (service && !play(*service)) live_tuner_.report_failure();
+}
+
+bool Receiver::add_service(const AISRV_service_info& record) {
+  Service service;
+  service.key = {record.major, record.minor, record.frequency,
+                 source_of_id(record.service_id.input_source)};
+  const bool known_type =
+      record.service_type == AISRV_TYPE_RADIO || record.service_type == AISRV_TYPE_DATA;
+  service.type = known_type ? record.service_type : uint32_t{AISRV_TYPE_TV};
+  service.flags = record.AISRV_flags_;
+  service.name = service_name(record.name);
+  const bool listed = services_.find(service.key).has_value();
+  if (!is_source(service.key.source) || !is_tunable(record.frequency) ||
+      (record.modulation != 0 && record.modulation != modulation_of(service.key.source)) ||
+      (!listed && !is_number(service.key))) {
+    log().Warn("cannot add %u-%u, source %u, frequency %u Hz, modulation %u: cannot be tuned",
+               record.major, record.minor, record.service_id.input_source, record.frequency,
+               record.modulation);
+    return false;
+  }
+  if (!services_.add(service)) return false;
+  events_.raise(listed ? AFW_SERVICE_UPDATE : AFW_SERVICE_ADDED);
+  events_.raise(AFW_SERVICE_BUILD_COMPLETED);
+  return true;
+}
+
+bool Receiver::modify_service(const AISRV_service_info& record) {
+  return services_.set_flags(source_of_id(record.service_id.input_source),
+                             record.service_id.service_rec, record.AISRV_flags_,
+                             record.AISRV_fav_group_);
+}
+
+bool Receiver::reset_services(uint32_t source) {
+  if (!is_source(source)) return false;
+  // What plays ends before the list is empty: its carrier would fill it again.
+  const bool reset = services_.reset(source, [&] {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (settings_.source == source) stop_locked();
   });
-  return found;
+  if (reset) events_.raise(AFW_SERVICE_BUILD_COMPLETED);
+  return reset;
+}
+
+bool Receiver::reload_services() {
+  if (!services_.reload()) return false;
+  decide_streams();
+  events_.raise(AFW_SERVICE_BUILD_COMPLETED);
+  return true;
+}
+
+bool Receiver::choose_audio(uint8_t track) {
+  const auto service = current();
+  if (!service || track == 0 || track > audio_tracks(service->streams).size()) {
+    log().Warn("there is no audio track %u", track);
+    return false;
+  }
+  if (!services_.set_audio(service->key, track)) return false;
+  decide_streams();
+  return true;
+}
+
+uint8_t Receiver::audio_track() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return audio_track_;
+}
+
+AudioLanguages Receiver::audio_languages() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return settings_.languages;
+}
+
+bool Receiver::set_audio_language(int32_t AudioLanguages::*which, int32_t language) {
+  if (static_cast<uint32_t>(language) > kMaxLanguage) return false;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    settings_.languages.*which = language;
+  }
+  decide_streams();
+  return true;
+}
+
+bool Receiver::set_dual_mode(uint32_t mode) {
+  if (mode > AIAUD_DUAL_MIXED) return false;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    settings_.dual_mode = mode;
+  }
+  decide_streams();
+  return keep_settings();
+}
+
+std::optional<Service> Receiver::current() const {
+  ServiceKey key;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    const auto last = settings_.last.find(settings_.source);
+    if (last == settings_.last.end()) return std::nullopt;
+    key = last->second;
+  }
+  return services_.find(key);
 }
 
 uint32_t Receiver::current_source() const {
   std::lock_guard<std::mutex> lock(mutex_);
   return settings_.source;
+}
+
+uint32_t Receiver::tuner_source() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return tuner_source_;
 }
 
 bool Receiver::is_playing() const {
@@ -274,6 +546,21 @@ void Receiver::set_password_required(bool required) {
 void Receiver::set_password_given(bool given) {
   std::lock_guard<std::mutex> lock(mutex_);
   password_given_ = given;
+}
+
+void Receiver::set_play_from_application(bool from_application) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  play_from_application_ = from_application;
+}
+
+void Receiver::display() const {
+  log().Info("%zu events wait to be reported", events_.waiting());
+  log().Info("scan: %s", scanner_.is_running() ? "runs" : "none");
+  std::lock_guard<std::mutex> lock(mutex_);
+  log().Info("tuner: %s %u Hz, %s", modulation_name(tuner_source_), tuning_.frequency,
+             standby_   ? "standby"
+             : playing_ ? "playing"
+                        : "not playing");
 }
 
 uint32_t source_of_id(uint32_t input_source) {

@@ -3,18 +3,21 @@
 #define ATSC_HOST_RECEIVER_RECEIVER_H_
 
 #include <chrono>
-#include <exception>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <string>
 
+#include "aiaud.h"
 #include "aife.h"
 #include "aifw.h"
+#include "receiver/audio.h"
+#include "receiver/call.h"
+#include "receiver/clock.h"
 #include "receiver/event_queue.h"
 #include "receiver/guide.h"
 #include "receiver/guide_tuner.h"
 #include "receiver/live_tuner.h"
-#include "receiver/log.h"
 #include "receiver/rating_regions.h"
 #include "receiver/scanner.h"
 #include "receiver/service_list.h"
@@ -23,12 +26,16 @@
 namespace atschost {
 
 // One tuner for playing and scanning, one for the guide; one service list, one play path. Any
-// thread. Functions that return a bool: false on failure, with nothing changed.
+// thread. Functions that return a bool: false on failure, with nothing changed. Only those that
+// store something wait for the disk.
 class Receiver {
  public:
   // The receiver of this process, made at the first call: a process that never calls the middleware
   // has no thread of it and touches no file. It is never destroyed; at exit its threads are ended.
   static Receiver& instance();
+
+  // The same if it has been made, else null.
+  static Receiver* existing();
 
   explicit Receiver(const std::string& state_folder);
 
@@ -45,49 +52,98 @@ class Receiver {
   void set_callback(AIFW_app_callback callback);
 
   bool play_first(uint32_t source, uint32_t frequency);
+  bool play_source(uint32_t source);
   bool change_channel(const AIFW_channel_change_request& request);
   void stop_playing();
+  // Leaves the carrier as well.
+  void stop_tuning();
+  // As AIFW_handle_tuner_mode_change.
+  bool follow_tuner(uint32_t source);
+  void close_picture();
 
-  // The current service as it is listed now; none when it is no longer listed.
+  // As AIFW_powerTransition_request.
+  bool enter_standby();
+  void leave_standby();
+
+  // Of the service list, as AIFW_modify_service, AISRV_reset_db and RMGRReload.
+  bool add_service(const AISRV_service_info& record);
+  bool modify_service(const AISRV_service_info& record);
+  bool reset_services(uint32_t source);
+  bool reload_services();
+
+  // The viewer's choice for the current service, from 1.
+  bool choose_audio(uint8_t track);
+  // The audio track that plays, from 1; 0 when nothing is heard.
+  uint8_t audio_track() const;
+  AudioLanguages audio_languages() const;
+  // AICN_LANGUAGE_*.
+  bool set_audio_language(int32_t AudioLanguages::*which, int32_t language);
+  // AIAUD_DUAL_*. False also, with the mode in force, when it cannot be stored.
+  bool set_dual_mode(uint32_t mode);
+
+  // The service that played last on the current source, as it is listed now; none when it is no
+  // longer listed.
   std::optional<Service> current() const;
   uint32_t current_source() const;
+  // The source that the tuner is set to, by whomever.
+  uint32_t tuner_source() const;
   bool is_playing() const;
   AIFE_tuning_details tuning() const;
 
   void set_skip_play(bool skip);
   void set_password_required(bool required);
   void set_password_given(bool given);
+  void set_play_from_application(bool from_application);
+
+  // Writes to the log what is under way.
+  void display() const;
 
   // Takes the settings as they are now, for the next sync_settings().
   void store_settings();
   bool sync_settings();
+  // Both.
+  bool keep_settings();
 
  private:
   struct Settings {
-    uint32_t source;
-    std::optional<ServiceKey> current;
+    uint32_t source = AI_INPUT_TERRESTRIAL;
+    std::map<uint32_t, ServiceKey> last;  // by source: what played last
+    AudioLanguages languages;
+    uint32_t dual_mode = AIAUD_DUAL_STEREO;
+    Clock::Setting clock;  // only of what is stored: the clock has its own
   };
 
   void load_settings(const Json::Value& content);
   void tuned_by_scan(uint32_t source, uint32_t frequency);
+  bool is_in_standby(const char* refused) const;
   bool play(const Service& service);
+  void stop_locked();
+  void decide_streams();
+  void decide_streams_locked(const Service& service);
   void raise_whole_guide(uint32_t source);
   void take_guide(uint32_t source, uint32_t frequency, CarrierResult& found,
                   Scanner::Outcome& outcome);
   void report(const Scanner::Outcome& outcome);
   void shut_down();
 
-  mutable std::mutex mutex_;  // of the fields up to given_; taken before the list's
+  mutable std::mutex mutex_;  // of the fields up to file_mutex_; taken before the list's
   Settings settings_;
+  Settings settings_to_store_;
   bool playing_ = false;
+  bool standby_ = false;
+  bool picture_open_ = true;
+  uint8_t audio_track_ = 0;
+  std::string streams_told_;  // of the service that plays
+  uint32_t tuner_source_ = AI_INPUT_TERRESTRIAL;
   AIFE_tuning_details tuning_{};
   bool skip_play_ = false;         // services do not start by themselves
   bool password_required_ = true;  // for a locked service that is not playing
   bool password_given_ = false;    // for the service about to play
+  bool play_from_application_ = false;
 
-  std::mutex file_mutex_;  // of the two below; taken before mutex_
+  std::mutex
+      file_mutex_;  // of the file; taken before mutex_, which is not held while it is written
   StateFile settings_file_;
-  Settings settings_to_store_;
 
   EventQueue events_;
   Guide guide_;
@@ -99,18 +155,6 @@ class Receiver {
   GuideTuner guide_tuner_;
   Scanner scanner_;
 };
-
-// Runs the body of a middleware function, which returns whether it succeeded: nothing may be thrown
-// out of these C functions.
-template <typename Body>
-int status_of(const char* function, Body body) noexcept {
-  try {
-    return body() ? 0 : -1;
-  } catch (const std::exception& e) {
-    log().Error("%s: %s", function, e.what());
-    return -1;
-  }
-}
 
 // Source number of a service id: 0 or 2 terrestrial, 1 or 3 cable; 0 for anything else.
 uint32_t source_of_id(uint32_t input_source);

@@ -82,6 +82,11 @@ bool Scanner::stop() {
   return true;
 }
 
+bool Scanner::is_running() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return running_ != nullptr;
+}
+
 void Scanner::shut_down(std::chrono::milliseconds patience) {
   stop();
   std::unique_lock<std::mutex> lock(mutex_);

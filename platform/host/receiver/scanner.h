@@ -54,6 +54,8 @@ class Scanner {
   // As AICS_stop_scan. False when no search runs; one whose end is being reported runs no longer.
   bool stop();
 
+  bool is_running() const;
+
   // Stops for good and joins the threads of all scans. Those whose callback does not return within
   // `patience`, and the calling one, are left alone.
   void shut_down(std::chrono::milliseconds patience);
@@ -67,7 +69,7 @@ class Scanner {
 
   ServiceList& list_;
   const Hooks hooks_;
-  std::mutex mutex_;  // of all below, and of every job
+  mutable std::mutex mutex_;  // of all below, and of every job
   std::condition_variable changed_;
   std::list<std::shared_ptr<Job>> jobs_;  // with a thread that has not been joined
   std::shared_ptr<Job> running_;          // reports and changes the list; null when none does

@@ -4,38 +4,12 @@
 #include <utility>
 
 #include "middleware_types.h"
+#include "receiver/audio.h"
 #include "receiver/frequency_plan.h"
 #include "receiver/log.h"
 
 namespace atschost {
 namespace {
-
-bool is_video(const AISRV_pid_info& stream) {
-  switch (stream.stream_type) {
-    case 0x01:
-    case 0x02:
-    case 0x1B:
-    case 0x24:
-    case 0x80:
-      return true;
-    default:
-      return false;
-  }
-}
-
-bool is_audio(const AISRV_pid_info& stream) {
-  switch (stream.stream_type) {
-    case 0x03:
-    case 0x04:
-    case 0x0F:
-    case 0x11:
-    case 0x81:
-    case 0x87:
-      return true;
-    default:
-      return false;
-  }
-}
 
 // A/65 table 6.7.
 uint32_t type_of(uint8_t service_type) {
@@ -95,6 +69,12 @@ std::vector<AISRV_pid_info> streams_of(const VirtualChannel& channel, const Carr
   return streams;
 }
 
+// What the PMT announces, if it is here.
+std::vector<CaptionService> captions_of(uint16_t program, const CarrierTables& tables) {
+  const auto found = tables.captions.find(program);
+  return found == tables.captions.end() ? std::vector<CaptionService>() : found->second;
+}
+
 }  // namespace
 
 std::vector<Service> build_services(const CarrierTables& tables, uint32_t source,
@@ -125,6 +105,7 @@ std::vector<Service> build_services(const CarrierTables& tables, uint32_t source
       service.program_number = channel.program_number;
       service.name = channel.name;
       service.streams = streams_of(channel, tables);
+      service.captions = captions_of(channel.program_number, tables);
       add(std::move(service));
     }
   } else if (tables.pat) {
@@ -137,6 +118,7 @@ std::vector<Service> build_services(const CarrierTables& tables, uint32_t source
       service.program_number = program;
       service.from_pmt = true;
       service.streams = streams;
+      service.captions = captions_of(program, tables);
       add(std::move(service));
     }
   }

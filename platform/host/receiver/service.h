@@ -35,8 +35,11 @@ struct Service {
   uint32_t flags = AISRV_FLAG_VISIBLE;
   uint32_t favourites = 0;
   bool from_pmt = false;
-  std::string name;  // UTF-16BE
+  bool added = false;  // by hand: it stays listed, with its name, whatever the carrier says
+  uint8_t audio = 0;   // number of the audio track that the viewer chose, 0 for none
+  std::string name;    // UTF-16BE
   std::vector<AISRV_pid_info> streams;
+  std::vector<CaptionService> captions;  // that the PMT announces; not stored
 };
 
 // The services of one carrier that a viewer can choose, each number once. Record numbers are the

@@ -110,6 +110,8 @@ Json::Value to_json(const Service& service) {
   value["flags"] = service.flags;
   value["favourites"] = service.favourites;
   value["from_pmt"] = service.from_pmt;
+  value["added"] = service.added;
+  value["audio"] = service.audio;
   value["name_utf16be"] = to_hex(service.name);
   value["streams"] = Json::arrayValue;
   for (const AISRV_pid_info& stream : service.streams) value["streams"].append(to_json(stream));
@@ -135,12 +137,21 @@ Service service_from_json(const Json::Value& value) {
   service.flags = number_member(value, "flags", UINT32_MAX);
   service.favourites = number_member(value, "favourites", UINT32_MAX);
   service.from_pmt = value["from_pmt"].asBool();
+  service.added = bool_member(value, "added", false);
+  service.audio = static_cast<uint8_t>(number_member(value, "audio", AISRV_MAX_PIDS, 0));
   service.name = from_hex(value["name_utf16be"].asString());
   const Json::Value& streams = value["streams"];
   if (!streams.isArray() || streams.size() > AISRV_MAX_PIDS)
     throw std::runtime_error("a service has too many streams or none listed");
   for (const Json::Value& stream : streams) service.streams.push_back(stream_from_json(stream));
   return service;
+}
+
+Json::Value to_json(const std::vector<Service>& services) {
+  Json::Value content;
+  content["services"] = Json::arrayValue;
+  for (const Service& service : services) content["services"].append(to_json(service));
+  return content;
 }
 
 std::vector<Service> list_from_json(const Json::Value& content) {
@@ -160,6 +171,33 @@ std::vector<Service> list_from_json(const Json::Value& content) {
   return services;
 }
 
+// Gives out record numbers that no service has.
+class FreeRecords {
+ public:
+  explicit FreeRecords(const std::vector<Service>& list) {
+    for (const Service& service : list) used_[service.record] = true;
+  }
+  // 0 when there is none left.
+  uint16_t take() {
+    while (next_ <= kMaxRecord && used_[next_]) ++next_;
+    return static_cast<uint16_t>(next_ <= kMaxRecord ? next_++ : 0);
+  }
+
+ private:
+  std::vector<bool> used_ = std::vector<bool>(kMaxRecord + 1);
+  size_t next_ = 1;
+};
+
+// Leaves of a service what the viewer set. Whether there was more.
+bool forget_broadcast(Service& service) {
+  const bool had = service.program_number != 0 || !service.streams.empty();
+  service.source_id = service.tsid = service.program_number = 0;
+  service.from_pmt = true;
+  service.streams.clear();
+  service.captions.clear();
+  return had;
+}
+
 }  // namespace
 
 ServiceList::ServiceList(const std::string& state_folder)
@@ -171,8 +209,7 @@ ServiceList::Change ServiceList::replace(uint32_t source, uint32_t frequency,
                                          std::vector<Service> found) {
   Change change;
   std::lock_guard<std::mutex> lock(mutex_);
-  std::vector<bool> used(kMaxRecord + 1);
-  for (const Service& old : services_) used[old.record] = true;
+  FreeRecords records(services_);
 
   std::vector<Service> list;
   list.reserve(services_.size() + found.size());  // nothing is lost half-way for want of memory
@@ -181,27 +218,31 @@ ServiceList::Change ServiceList::replace(uint32_t source, uint32_t frequency,
       list.push_back(std::move(old));
       continue;
     }
-    ++change.deleted;
-    for (Service& service : found) {
-      if (!(service.key == old.key)) continue;
-      service.record = old.record;
-      service.flags = old.flags;
-      service.favourites = old.favourites;
-      --change.deleted;
-      if (!same_broadcast(service, old)) ++change.updated;
-      if (service.source_id != old.source_id) change.source_ids.insert(service.source_id);
+    const auto again = std::find_if(found.begin(), found.end(),
+                                    [&](const Service& service) { return service.key == old.key; });
+    if (again != found.end()) {
+      again->record = old.record;
+      again->flags = old.flags;
+      again->favourites = old.favourites;
+      again->audio = old.audio;
+      again->added = old.added;
+      if (old.added && !old.name.empty()) again->name = old.name;
+      if (!same_broadcast(*again, old)) ++change.updated;
+      if (again->source_id != old.source_id) change.source_ids.insert(again->source_id);
+    } else if (old.added) {
+      if (forget_broadcast(old)) ++change.updated;
+      list.push_back(std::move(old));
+    } else {
+      ++change.deleted;
     }
   }
-  size_t record = 1;
   for (Service& service : found) {
     if (service.record == 0) {
-      while (record <= kMaxRecord && used[record]) ++record;
-      if (record > kMaxRecord) {
+      service.record = records.take();
+      if (service.record == 0) {
         log().Error("%s %u Hz: the service list is full", modulation_name(source), frequency);
         break;
       }
-      used[record] = true;
-      service.record = static_cast<uint16_t>(record);
       ++change.added;
       change.source_ids.insert(service.source_id);
     }
@@ -213,21 +254,116 @@ ServiceList::Change ServiceList::replace(uint32_t source, uint32_t frequency,
   return change;
 }
 
+// The file comes first: what cannot be stored is never seen.
+bool ServiceList::change(const std::function<bool(std::vector<Service>& list)>& edit,
+                         const std::function<void()>& stored) {
+  std::lock_guard<std::mutex> store_lock(store_mutex_);
+  std::vector<Service> list;
+  unsigned generation;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    list = services_;
+    generation = generation_;
+  }
+  if (!edit(list) || !file_.store(to_json(list))) return false;
+  if (stored) stored();
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (generation_ != generation) {  // the carriers have changed it meanwhile
+    list = services_;
+    if (!edit(list)) return false;
+  }
+  services_ = std::move(list);
+  ++generation_;
+  return true;
+}
+
+bool ServiceList::add(const Service& service) {
+  return change([&](std::vector<Service>& list) {
+    const auto at = std::lower_bound(list.begin(), list.end(), service, by_key);
+    if (at != list.end() && at->key == service.key) {
+      at->added = true;
+      at->flags = service.flags;
+      if (!service.name.empty()) at->name = service.name;
+      return true;
+    }
+    Service made = service;
+    forget_broadcast(made);
+    made.added = true;
+    made.record = FreeRecords(list).take();
+    if (made.record == 0) log().Error("the service list is full");
+    if (made.record != 0) list.insert(at, std::move(made));
+    return made.record != 0;
+  });
+}
+
+bool ServiceList::set_flags(uint32_t source, uint32_t record, uint32_t flags, uint32_t favourites) {
+  return change([&](std::vector<Service>& list) {
+    const auto found = std::find_if(list.begin(), list.end(), [&](const Service& service) {
+      return service.record == record && service.key.source == source;
+    });
+    if (found == list.end()) return false;
+    found->flags = flags;
+    found->favourites = favourites;
+    return true;
+  });
+}
+
+bool ServiceList::set_audio(const ServiceKey& key, uint8_t track) {
+  return change([&](std::vector<Service>& list) {
+    const auto found = std::find_if(list.begin(), list.end(),
+                                    [&](const Service& service) { return service.key == key; });
+    if (found == list.end()) return false;
+    found->audio = track;
+    return true;
+  });
+}
+
+bool ServiceList::reset(uint32_t source, const std::function<void()>& stored) {
+  return change(
+      [&](std::vector<Service>& list) {
+        list.erase(
+            std::remove_if(list.begin(), list.end(),
+                           [&](const Service& service) { return service.key.source == source; }),
+            list.end());
+        return true;
+      },
+      stored);
+}
+
+bool ServiceList::reload() {
+  std::lock_guard<std::mutex> store_lock(store_mutex_);
+  std::vector<Service> list;
+  if (!file_.load([&](const Json::Value& content) { list = list_from_json(content); }))
+    return false;
+  std::lock_guard<std::mutex> lock(mutex_);
+  services_ = std::move(list);
+  ++generation_;
+  return true;
+}
+
 void ServiceList::visit(uint32_t source, const std::function<bool(const Service&)>& visit) const {
   std::lock_guard<std::mutex> lock(mutex_);
   for (const Service& service : services_)
     if (service.key.source == source && !visit(service)) return;
 }
 
+std::optional<Service> ServiceList::find(const ServiceKey& key) const {
+  std::optional<Service> found;
+  visit(key.source, [&](const Service& service) {
+    if (service.key == key) found = service;
+    return !found;
+  });
+  return found;
+}
+
 bool ServiceList::store() {
   std::lock_guard<std::mutex> store_lock(store_mutex_);
-  Json::Value content;
-  content["services"] = Json::arrayValue;
+  std::vector<Service> list;
   {
     std::lock_guard<std::mutex> lock(mutex_);
-    for (const Service& service : services_) content["services"].append(to_json(service));
+    list = services_;
   }
-  return file_.store(std::move(content));
+  return file_.store(to_json(list));
 }
 
 }  // namespace atschost

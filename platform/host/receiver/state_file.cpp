@@ -77,11 +77,12 @@ std::string state_folder() {
 StateFile::StateFile(const std::string& folder, const std::string& name, const std::string& format)
     : folder_(folder), path_(folder + "/" + name), format_(format) {}
 
-void StateFile::load(const std::function<void(const Json::Value&)>& accept) {
-  if (folder_.empty()) return;
+bool StateFile::load(const std::function<void(const Json::Value&)>& accept) {
+  if (folder_.empty()) return false;
+  unread_ = false;
   try {
     const File file = open_regular(path_);
-    if (!file && (errno == ENOENT || errno == ENOTDIR)) return;
+    if (!file && (errno == ENOENT || errno == ENOTDIR)) return false;
     if (!file) throw_errno();
     const std::string text = read_all(file.fd());
     Json::CharReaderBuilder builder;
@@ -95,6 +96,7 @@ void StateFile::load(const std::function<void(const Json::Value&)>& accept) {
       throw std::runtime_error("not a file of the format " + format_);
     accept(content);
     stored_ = text;
+    return true;
   } catch (const std::exception& e) {
     const bool refused = dynamic_cast<const std::system_error*>(&e) != nullptr ||
                          dynamic_cast<const std::bad_alloc*>(&e) != nullptr;
@@ -103,11 +105,12 @@ void StateFile::load(const std::function<void(const Json::Value&)>& accept) {
       // Not the file's fault: it stays, and what could not be read is not written over.
       log().Error("%s cannot be read and is kept as it is: %s", path_.c_str(), e.what());
       unread_ = true;
-      return;
+      return false;
     }
     const std::string bad = path_ + ".bad";
     log().Error("%s is not used: %s; renamed to *.bad", path_.c_str(), e.what());
     if (rename(path_.c_str(), bad.c_str()) != 0) log().Error("rename to %s: %m", bad.c_str());
+    return false;
   }
 }
 
@@ -156,6 +159,17 @@ uint32_t number_member(const Json::Value& object, const char* key, uint32_t max)
     throw std::runtime_error(std::string("\"") + key + "\" is not a number up to " +
                              std::to_string(max));
   return value.asUInt();
+}
+
+uint32_t number_member(const Json::Value& object, const char* key, uint32_t max, uint32_t absent) {
+  return object.isMember(key) ? number_member(object, key, max) : absent;
+}
+
+bool bool_member(const Json::Value& object, const char* key, bool absent) {
+  if (!object.isMember(key)) return absent;
+  if (!object[key].isBool())
+    throw std::runtime_error(std::string("\"") + key + "\" is not true or false");
+  return object[key].asBool();
 }
 
 }  // namespace atschost

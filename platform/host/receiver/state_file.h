@@ -21,8 +21,9 @@ class StateFile {
   StateFile(const std::string& folder, const std::string& name, const std::string& format);
 
   // Reads the file if there is one and hands its content to `accept`, which throws on content that
-  // it cannot use. A file that cannot be used is renamed to *.bad and reported.
-  void load(const std::function<void(const Json::Value&)>& accept);
+  // it cannot use. A file that cannot be used is renamed to *.bad and reported. Whether content was
+  // accepted.
+  bool load(const std::function<void(const Json::Value&)>& accept);
 
   // Writes `content` (an object) unless the file holds it already. False on failure, with the
   // reason in the log.
@@ -40,6 +41,10 @@ class StateFile {
 
 // An unsigned number not above `max`; anything else throws.
 uint32_t number_member(const Json::Value& object, const char* key, uint32_t max);
+
+// The same, and a truth value, of members that older files do not have.
+uint32_t number_member(const Json::Value& object, const char* key, uint32_t max, uint32_t absent);
+bool bool_member(const Json::Value& object, const char* key, bool absent);
 
 }  // namespace atschost
 

@@ -1,0 +1,477 @@
+// What a viewer does with the remote: sources, channels, audio, standby, changes of the list.
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <algorithm>
+#include <condition_variable>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <mutex>
+#include <vector>
+
+#include "aiaud.h"
+#include "aicn.h"
+#include "aife.h"
+#include "aiin.h"
+#include "aiup.h"
+#include "aivc.h"
+#include "atsc_host.h"
+#include "osal.h"
+#include "receiver/audio.h"
+#include "receiver/receiver.h"
+#include "receiver/service_name.h"
+#include "receiver_test_air.h"
+#include "rmgr.h"
+
+namespace receiver_test {
+namespace {
+
+namespace fs = std::filesystem;
+using atschost::AudioLanguages;
+using atschost::Receiver;
+using atschost::Service;
+using Texts = std::vector<std::string>;
+
+constexpr uint32_t kAir = AI_INPUT_TERRESTRIAL;
+constexpr uint32_t kCable = AI_INPUT_CABLE;
+constexpr uint32_t kChannel14 = 473000000;
+constexpr uint32_t kChannel15 = 479000000;
+constexpr int32_t kEng = AICN_LANGUAGE_ENGLISH;
+constexpr int32_t kFre = AICN_LANGUAGE_FRENCH;
+constexpr int32_t kSpa = AICN_LANGUAGE_SPANISH;
+
+// An audio stream: its language, then 'd' for a description or 'h' for the hearing impaired.
+AISRV_pid_info audio(const std::string& text, uint16_t pid = 52) {
+  AISRV_pid_info stream{};
+  stream.stream_type = 0x81;
+  stream.pid = pid;
+  std::copy_n(text.begin(), std::min<size_t>(3, text.size()), stream.language);
+  const char kind = text.size() > 3 ? text[3] : 0;
+  stream.audio_kind = kind == 'd'   ? AISRV_AUDIO_DESCRIPTION
+                      : kind == 'h' ? AISRV_AUDIO_HEARING_IMPAIRED
+                      : kind == 'm' ? AISRV_AUDIO_MAIN
+                                    : 0;
+  return stream;
+}
+
+Service service(uint16_t major, uint16_t minor, uint32_t frequency, uint32_t source = kAir,
+                uint32_t flags = AISRV_FLAG_VISIBLE) {
+  Service s;
+  s.key = {major, minor, frequency, source};
+  s.flags = flags;
+  s.streams = {audio("eng"), audio("spa", 53)};
+  s.program_number = 1;
+  return s;
+}
+
+AIFW_channel_change_request change(uint32_t mode, uint32_t source = kAir, uint16_t major = 0,
+                                   uint16_t minor = 0) {
+  return {mode, source, AISRV_SERVICE_MASK, major, minor, 0, 0xFFFF, source};
+}
+
+// A record that lends its name.
+struct Record : AISRV_service_info {
+  Record(uint16_t major_part, uint16_t minor_part, uint32_t hertz, std::string text = {},
+         uint32_t source = kAir)
+      : AISRV_service_info{}, letters(std::move(text)) {
+    service_id.input_source = source;
+    major = major_part;
+    minor = minor_part;
+    frequency = hertz;
+    modulation = source == kCable ? AI_MODULATION_QAM : AI_MODULATION_8VSB;
+    AISRV_flags_ = AISRV_FLAG_VISIBLE;
+    name = {reinterpret_cast<uint8_t*>(letters.data()), static_cast<uint16_t>(letters.size()), 0};
+  }
+  std::string letters;
+};
+
+std::string number(const std::optional<Service>& s) {
+  return s ? std::to_string(s->key.major) + "-" + std::to_string(s->key.minor) : "none";
+}
+
+Texts numbers(const Receiver& receiver, uint32_t source = kAir) {
+  Texts list;
+  const_cast<Receiver&>(receiver).services().visit(source, [&](const Service& s) {
+    list.push_back(number(s));
+    return true;
+  });
+  return list;
+}
+
+TEST(ReceiverAudioTest, TheTrackIsChosenByLanguageAmongMainTracks) {
+  const struct {
+    Texts tracks;
+    uint8_t chosen;
+    int32_t first, second;
+    int track;
+  } kCases[] = {
+      {{}, 1, kEng, kSpa, 0},
+      {{"spa", "eng"}, 0, kEng, kSpa, 2},
+      {{"eng", "spa"}, 0, kFre, kSpa, 2},
+      {{"eng", "fra"}, 0, kFre, kSpa, 2},
+      {{"eng", "FRE"}, 0, kFre, kSpa, 2},
+      {{"engd", "eng"}, 0, kEng, kSpa, 2},
+      {{"engd", "engh", "spam"}, 0, kEng, kSpa, 3},
+      {{"engd", "ger", "spad"}, 0, kEng, kSpa, 2},
+      {{"gerd", "engh"}, 0, kEng, kSpa, 1},
+      {{"", "ger"}, 0, kEng, kSpa, 1},
+      {{"eng", "engd"}, 2, kEng, kSpa, 2},
+      {{"ger", "eng"}, 3, kEng, kSpa, 2},  // the chosen one is gone
+  };
+  for (const auto& each : kCases) {
+    std::vector<AISRV_pid_info> tracks;
+    for (const std::string& text : each.tracks) tracks.push_back(audio(text));
+    EXPECT_EQ(each.track, atschost::choose_track(tracks, each.chosen, {each.first, each.second}))
+        << testing::PrintToString(each.tracks);
+  }
+  AISRV_pid_info second = audio("");
+  std::copy_n("spa", 3, second.second_language);
+  EXPECT_EQ("spa", atschost::track_language(second));
+  EXPECT_EQ("", atschost::track_language(audio("a\n%")));
+}
+
+TEST(ReceiverNameTest, NamesOfViewersBecomeUtf16) {
+  const auto name = [](std::string text, uint32_t encoding = 0) {
+    const std::string bytes = atschost::service_name(
+        {reinterpret_cast<uint8_t*>(text.data()), static_cast<uint16_t>(text.size()), encoding});
+    std::u16string units;
+    for (size_t i = 0; i + 1 < bytes.size(); i += 2)
+      units += static_cast<char16_t>(static_cast<uint8_t>(bytes[i]) << 8 |
+                                     static_cast<uint8_t>(bytes[i + 1]));
+    return units;
+  };
+  EXPECT_EQ(u"K\u00E4se \U0001F4FA", name("K\xC3\xA4se \xF0\x9F\x93\xBA"));
+  EXPECT_EQ(u"K\u00E4se", name("K\xE4se")) << "not UTF-8";
+  for (const char* text : {"\xC0\x80", "\xE0\x80\x80", "\xED\xA0\x80", "\xF4\x90\x80\x80", "\xC3"})
+    EXPECT_EQ(u'\0' + static_cast<uint8_t>(text[0]), name(text)[0]) << "Latin-1";
+  EXPECT_EQ(u"AB", name(std::string("AB\0CD", 5)));
+  EXPECT_EQ(u"A\uFFFD\U0001F4FA\uFFFD",
+            name(std::string("\0A\xDC\1\xD8\x3D\xDC\xFA\xD8\1", 10), AI_TEXT_UTF16BE));
+  EXPECT_EQ(std::u16string(64, u'x'), name(std::string(5000, 'x')));
+  EXPECT_EQ(63u, name(std::string(63, 'x') + "\xF0\x9F\x93\xBA").size()) << "no half of a pair";
+  EXPECT_EQ("", atschost::service_name({nullptr, 5, 0}));
+}
+
+class ReceiverPlayTest : public testing::Test {
+ protected:
+  Air air_;
+  TemporaryFolder folder_;
+  const fs::path state_ = folder_.path() / "state";
+};
+
+TEST_F(ReceiverPlayTest, UpAndDownNeedAServiceThatTheViewerSurfs) {
+  air_.write(kAir, kChannel14, {});
+  Receiver receiver(state_);
+  receiver.services().replace(
+      kAir, kChannel14,
+      {service(9, 1, kChannel14, kAir, 0), service(9, 2, kChannel14),
+       service(9, 3, kChannel14, kAir, AISRV_FLAG_VISIBLE | AISRV_FLAG_SKIPPED)});
+  for (const uint32_t mode : {AIFW_CHANGE_UP, AIFW_CHANGE_UP, AIFW_CHANGE_DOWN}) {
+    EXPECT_TRUE(receiver.change_channel(change(mode)));
+    EXPECT_EQ("9-2", number(receiver.current()));
+  }
+  receiver.services().replace(kAir, kChannel14, {service(9, 1, kChannel14, kAir, 0)});
+  ASSERT_TRUE(receiver.play_first(kAir, 0));
+  EXPECT_FALSE(receiver.change_channel(change(AIFW_CHANGE_DOWN)));
+  EXPECT_EQ("9-1", number(receiver.current()));
+}
+
+TEST_F(ReceiverPlayTest, EachSourceRemembersWhatPlayedLast) {
+  air_.write(kAir, kChannel14, {});
+  air_.write(kCable, kChannel15, {});
+  {
+    Receiver receiver(state_);
+    EXPECT_FALSE(receiver.play_source(kAir)) << "nothing is listed";
+    receiver.services().replace(kAir, kChannel14,
+                                {service(9, 1, kChannel14), service(9, 2, kChannel14)});
+    receiver.services().replace(kCable, kChannel15, {service(300, 0, kChannel15, kCable)});
+    EXPECT_TRUE(receiver.play_source(kAir));
+    EXPECT_EQ("9-1", number(receiver.current()));
+    EXPECT_TRUE(receiver.change_channel(change(AIFW_CHANGE_UP)));
+    EXPECT_TRUE(receiver.play_source(kCable));
+    EXPECT_EQ(kCable, receiver.tuner_source());
+    EXPECT_EQ("300-0", number(receiver.current()));
+    EXPECT_TRUE(receiver.keep_settings());
+    EXPECT_TRUE(receiver.services().store());
+  }
+  Receiver receiver(state_);
+  EXPECT_EQ(kCable, receiver.current_source());
+  EXPECT_EQ(kCable, receiver.tuner_source());
+  EXPECT_TRUE(receiver.play_source(kAir));
+  EXPECT_EQ("9-2", number(receiver.current()));
+
+  // Another source becomes the current one, without playing.
+  receiver.stop_tuning();
+  EXPECT_EQ(0u, receiver.tuning().frequency);
+  EXPECT_TRUE(receiver.follow_tuner(receiver.tuner_source()));
+  EXPECT_EQ("9-2", number(receiver.current()));
+  EXPECT_FALSE(receiver.follow_tuner(4));
+  EXPECT_TRUE(receiver.follow_tuner(kCable));
+  EXPECT_EQ("300-0", number(receiver.current()));
+  EXPECT_FALSE(receiver.is_playing());
+
+  // A failure changes nothing; what is deleted does not play by itself.
+  fs::remove(air_.path(kAir, kChannel14));
+  EXPECT_FALSE(receiver.play_source(kAir));
+  EXPECT_FALSE(receiver.change_channel(change(AIFW_CHANGE_DIRECT, kAir, 9, 1)));
+  EXPECT_EQ("300-0", number(receiver.current()));
+  air_.write(kAir, kChannel14, {});
+  EXPECT_TRUE(receiver.services().set_flags(kAir, 2, AISRV_FLAG_DELETED, 0));
+  EXPECT_TRUE(receiver.play_source(kAir));
+  EXPECT_EQ("9-1", number(receiver.current()));
+}
+
+TEST_F(ReceiverPlayTest, StandbyRefusesToPlayAndGoesOnAfterwards) {
+  air_.write(kAir, kChannel14, {});
+  Receiver receiver(state_);
+  receiver.services().replace(kAir, kChannel14,
+                              {service(9, 1, kChannel14), service(9, 2, kChannel14)});
+  receiver.leave_standby();
+  EXPECT_FALSE(receiver.is_playing());
+  ASSERT_TRUE(receiver.change_channel(change(AIFW_CHANGE_DIRECT, kAir, 9, 2)));
+  for (const bool stopped_first : {false, true}) {
+    if (stopped_first) receiver.stop_tuning();
+    EXPECT_TRUE(receiver.enter_standby());
+    EXPECT_TRUE(fs::exists(state_ / "settings.json") && fs::exists(state_ / "services.json"));
+    EXPECT_FALSE(receiver.is_playing());
+    EXPECT_FALSE(receiver.play_first(kAir, 0) || receiver.play_source(kAir) ||
+                 receiver.change_channel(change(AIFW_CHANGE_UP)));
+    receiver.leave_standby();
+    EXPECT_TRUE(receiver.is_playing());
+    EXPECT_EQ("9-2", number(receiver.current()));
+  }
+  receiver.set_audio_language(&AudioLanguages::first, kFre);  // there is something to store
+  fs::remove_all(state_);
+  std::ofstream(state_) << "a file where the folder should be";
+  EXPECT_FALSE(receiver.enter_standby());
+  EXPECT_FALSE(receiver.play_first(kAir, 0)) << "it is in standby all the same";
+}
+
+// Each of them fails where nothing can be stored, with nothing changed, and succeeds afterwards.
+TEST_F(ReceiverPlayTest, WhatCannotBeStoredIsRefusedAndNothingIsLost) {
+  air_.write(kAir, kChannel14, {});
+  Receiver receiver(state_);
+  receiver.services().replace(kAir, kChannel14, {service(9, 1, kChannel14)});
+  ASSERT_TRUE(receiver.play_first(kAir, 0));
+  EXPECT_EQ(1, receiver.audio_track());
+  Record changed(0, 0, 0);
+  changed.service_id.service_rec = 1;
+  changed.AISRV_flags_ = AISRV_FLAG_VISIBLE | AISRV_FLAG_LOCKED;
+  changed.AISRV_fav_group_ = 0x30;
+  const std::function<bool()> kCalls[] = {
+      [&] { return receiver.add_service(Record(9, 5, kChannel15)); },
+      [&] { return receiver.modify_service(changed); },
+      [&] { return receiver.choose_audio(2); },
+      [&] { return receiver.reset_services(kAir); },
+  };
+  std::ofstream(state_) << "a file where the folder should be";
+  for (const auto& call : kCalls) EXPECT_FALSE(call());
+  EXPECT_FALSE(receiver.services().store());
+  receiver.store_settings();
+  EXPECT_FALSE(receiver.sync_settings());
+  EXPECT_FALSE(receiver.set_dual_mode(AIAUD_DUAL_LEFT));
+  EXPECT_EQ(Texts{"9-1"}, numbers(receiver));
+  EXPECT_TRUE(receiver.is_playing());
+  EXPECT_EQ(1, receiver.audio_track());
+  EXPECT_EQ(uint32_t{AISRV_FLAG_VISIBLE}, receiver.current().value().flags);
+
+  fs::remove(state_);
+  EXPECT_TRUE(receiver.sync_settings());
+  for (size_t i = 0; i < 3; ++i) EXPECT_TRUE(kCalls[i]() && kCalls[i]()) << "also when set twice";
+  EXPECT_EQ(2, receiver.audio_track());
+  {
+    Receiver restarted(state_);
+    EXPECT_EQ((Texts{"9-1", "9-5"}), numbers(restarted));
+    EXPECT_EQ(changed.AISRV_flags_, restarted.current().value().flags);
+    EXPECT_EQ(0x30u, restarted.current().value().favourites);
+  }
+  EXPECT_TRUE(kCalls[3]());
+  EXPECT_FALSE(receiver.is_playing());
+  EXPECT_EQ(Texts{}, numbers(Receiver(state_)));
+  EXPECT_FALSE(receiver.reset_services(1));
+  EXPECT_FALSE(receiver.modify_service(changed));
+  EXPECT_FALSE(receiver.choose_audio(1));
+}
+
+TEST_F(ReceiverPlayTest, OnlyWhatCanBeTunedIsAdded) {
+  Receiver receiver(state_);
+  receiver.services().replace(kAir, kChannel14, {service(14, 5000, kChannel14)});
+  Record foreign(9, 1, kChannel14);
+  foreign.modulation = AI_MODULATION_QAM;
+  for (const Record& record :
+       {foreign, Record(9, 1, 1000), Record(9, 1, kChannel14, "", 4), Record(0, 1, kChannel14),
+        Record(1024, 1, kChannel14), Record(9, 1024, kChannel14), Record(9000, 0, kChannel14)})
+    EXPECT_FALSE(receiver.add_service(record)) << record.major << "-" << record.minor;
+  EXPECT_TRUE(receiver.add_service(Record(9000, 0, kChannel14, "", kCable)));
+  EXPECT_TRUE(receiver.add_service(Record(9, 1, kChannel14, "", 0))) << "0 is terrestrial, too";
+  EXPECT_TRUE(receiver.add_service(Record(14, 5000, kChannel14))) << "it is listed";
+  EXPECT_EQ((Texts{"9-1", "14-5000"}), numbers(receiver));
+}
+
+TEST_F(ReceiverPlayTest, TheListIsReadAnewAsItIsStored) {
+  const fs::path file = state_ / "services.json";
+  Receiver receiver(state_);
+  receiver.services().replace(kAir, kChannel14, {service(9, 1, kChannel14)});
+  EXPECT_FALSE(receiver.reload_services()) << "there is none";
+  EXPECT_EQ(Texts{"9-1"}, numbers(receiver));
+  {
+    Receiver other(state_);
+    other.services().replace(kAir, kChannel14, {service(9, 7, kChannel14)});
+    ASSERT_TRUE(other.services().store());
+  }
+  EXPECT_TRUE(receiver.reload_services());
+  EXPECT_EQ(Texts{"9-7"}, numbers(receiver));
+  std::ofstream(file) << "{";
+  EXPECT_FALSE(receiver.reload_services());
+  EXPECT_EQ(Texts{"9-7"}, numbers(receiver));
+  EXPECT_TRUE(receiver.services().store());
+  EXPECT_EQ(Texts{"9-7"}, numbers(Receiver(state_)));
+}
+
+TEST_F(ReceiverPlayTest, SettingsOfOlderFilesAreTakenAndFaultyOnesSetAside) {
+  const fs::path file = state_ / "settings.json";
+  fs::create_directories(state_);
+  const std::string current = R"("current": {"major": 9, "minor": 1, "frequency": 473000000})";
+  const auto write = [&](const std::string& member) {
+    std::ofstream(file) << R"({"format": "atsc-host-settings-1", "source": 2, )" << member << "}";
+  };
+  write(current);
+  Receiver old(state_);
+  old.services().replace(kAir, kChannel14, {service(9, 1, kChannel14)});
+  EXPECT_EQ("9-1", number(old.current()));
+  EXPECT_EQ(kEng, old.audio_languages().first);
+
+  old.set_audio_language(&AudioLanguages::second, kSpa);
+  EXPECT_FALSE(old.set_audio_language(&AudioLanguages::first, 3));
+  EXPECT_TRUE(old.set_dual_mode(AIAUD_DUAL_MIXED));
+  EXPECT_FALSE(old.set_dual_mode(4));
+  EXPECT_EQ(kSpa, Receiver(state_).audio_languages().second);
+
+  for (const char* member :
+       {R"("language": 3)", R"("second_language": "eng")", R"("dual_mode": 4)", R"("zone": -1)",
+        R"("automatic_clock": 1)", R"("last": {"source": 2})", R"("last": [{"source": 1}])"}) {
+    write(member);
+    EXPECT_EQ(kEng, Receiver(state_).audio_languages().second) << member;
+    EXPECT_FALSE(fs::exists(file)) << member;
+  }
+}
+
+// Counts the events of the receiver of this process.
+std::mutex event_mutex;
+std::condition_variable event_raised;
+std::vector<AFW_event_t> raised;
+void note(AFW_event_t event, void*) {
+  std::lock_guard<std::mutex> lock(event_mutex);
+  raised.push_back(event);
+  event_raised.notify_all();
+}
+// Waits for an event that comes after this call's `action`.
+void await(AFW_event_t event, const std::function<void()>& action) {
+  {
+    std::lock_guard<std::mutex> lock(event_mutex);
+    raised.clear();
+  }
+  action();
+  std::unique_lock<std::mutex> lock(event_mutex);
+  EXPECT_TRUE(event_raised.wait_for(lock, std::chrono::seconds(60), [&] {
+    return std::count(raised.begin(), raised.end(), event) != 0;
+  }));
+}
+
+// Channels 5-minor of the given names, each with the same streams.
+Bytes carrier(const std::vector<std::pair<unsigned, std::string>>& names, unsigned version = 1,
+              const std::vector<Element>& elements = {{2, 49, ""}, {129, 52, "eng"}}) {
+  std::vector<Channel> channels;
+  for (const auto& [minor, name] : names)
+    channels.push_back({name, 5, minor, minor, 2, false, service_location(elements)});
+  return packets(0x1FFB, {vct(0xC8, channels, version)});
+}
+
+TEST_F(ReceiverPlayTest, WhatTheViewerSetSurvivesScansLiveTablesAndRestarts) {
+  ATSC_host_set_fast(1);
+  scan(kAir);  // nothing is on the air
+  const std::vector<Element> two{{2, 49, ""}, {129, 52, "eng"}, {129, 53, "spa"}};
+  air_.write(kAir, kChannel14, carrier({{1, "GOOD"}}, 1, two));
+  scan(kAir, kChannel14);
+  ASSERT_EQ(0, AIFW_play_first_service(kAir, 0));
+  Receiver& receiver = Receiver::instance();
+  EXPECT_EQ(1, receiver.audio_track());
+  EXPECT_EQ(0, AICN_set_pref_aud_lang(kSpa));
+  EXPECT_EQ(2, receiver.audio_track()) << "at once";
+  EXPECT_EQ(0, AICN_set_pref_aud_lang(kEng));
+  EXPECT_EQ(0, AIFW_change_audio(2));
+  EXPECT_NE(0, AIFW_change_audio(3));
+  AISRV_service_info listed = rows(kAir)[0].info;
+  listed.AISRV_flags_ |= AISRV_FLAG_SKIPPED;
+  listed.AISRV_fav_group_ = 0x10;
+  EXPECT_EQ(0, AIFW_modify_service(AIFW_SERVICE_MODIFY, &listed));
+  const Record mine(5, 9, kChannel14, "MINE"), renamed(5, 1, kChannel14, "RENAMED");
+  EXPECT_EQ(0, AIFW_modify_service(AIFW_SERVICE_ADD, &mine));
+  EXPECT_NE(0, AIFW_modify_service(7, &mine));
+
+  scan(kAir, kChannel14);
+  EXPECT_EQ((Texts{"5-1 GOOD", "5-9 MINE"}), labels(kAir));
+  EXPECT_EQ(listed.AISRV_flags_, rows(kAir)[0].info.AISRV_flags_);
+  EXPECT_EQ(0, AIFW_modify_service(AIFW_SERVICE_ADD, &renamed));
+  EXPECT_EQ(uint32_t{AISRV_FLAG_VISIBLE}, rows(kAir)[0].info.AISRV_flags_);
+
+  // The air has it now, and then no more: by a scan and while it plays.
+  air_.write(kAir, kChannel14, carrier({{1, "GOOD"}, {9, "THEIRS"}}, 2, two));
+  scan(kAir, kChannel14);
+  EXPECT_EQ((Texts{"5-1 RENAMED", "5-9 MINE"}), labels(kAir));
+  EXPECT_EQ((Texts{"49  2", "52 eng 129", "53 spa 129"}), streams(rows(kAir)[1]));
+  EXPECT_EQ(9, rows(kAir)[1].info.program_number);
+  AIFW_register_frmwrk_app_cb(note);
+  await(AFW_CHANNEL_PLAY_SUCCESS, [] { EXPECT_EQ(0, AIFW_play_first_service(kAir, 0)); });
+  EXPECT_EQ(2, receiver.audio_track()) << "chosen before the scans";
+  await(AFW_SERVICE_ADDED, [&] {
+    air_.write(kAir, kChannel14, carrier({{1, "OTHER"}, {2, "NEW"}}, 3));
+  });
+  EXPECT_EQ((Texts{"5-1 RENAMED", "5-2 NEW", "5-9 MINE"}), labels(kAir));
+  EXPECT_EQ(Texts{}, streams(rows(kAir)[2]));
+  EXPECT_EQ(1, receiver.audio_track()) << "there is one only";
+  await(AFW_SERVICE_ADDED, [&] {
+    air_.write(kAir, kChannel14, carrier({{1, "OTHER"}, {2, "NEW"}, {3, "MORE"}}, 4, two));
+  });
+  EXPECT_EQ(2, receiver.audio_track()) << "there again";
+  AIFW_register_frmwrk_app_cb(nullptr);
+
+  fs::remove(air_.path(kAir, kChannel14));
+  scan(kAir);
+  EXPECT_EQ((Texts{"5-1 RENAMED", "5-9 MINE"}), labels(kAir));
+  EXPECT_EQ(0x10u, rows(kAir)[0].info.AISRV_fav_group_);
+  EXPECT_EQ(0, AISRV_sync_to_database());
+  const Receiver restarted(getenv("ATSC_HOST_STATE"));
+  EXPECT_EQ((Texts{"5-1", "5-9"}), numbers(restarted));
+  EXPECT_EQ(0, RMGRReload());
+  EXPECT_EQ((Texts{"5-1 RENAMED", "5-9 MINE"}), labels(kAir));
+  EXPECT_EQ(0, AISRV_reset_db(kAir));
+  EXPECT_EQ(Texts{}, labels(kAir));
+}
+
+TEST_F(ReceiverPlayTest, ModulesRefuseWhatTheyDoNotKnow) {
+  AIIN_input_details input{};
+  for (const uint32_t source : {0u, 1u, 2u, 3u}) {
+    EXPECT_EQ(0, AIIN_get_db_no_input_details(source, &input));
+    EXPECT_EQ(source % 2 == 0 ? kAir : kCable, input.type);
+    EXPECT_EQ(uint32_t{AIFE_MAIN_TUNER}, input.tuner);
+  }
+  EXPECT_NE(0, AIIN_get_db_no_input_details(4, &input));
+  EXPECT_NE(0, AIFE_tune_stop_request(2, AIFE_MAIN_PATH));
+  EXPECT_EQ(0, AIFE_tune_stop_request(AIFE_MAIN_TUNER, AIFE_MAIN_PATH));
+  EXPECT_NE(0, AIVC_close_video(1));
+  EXPECT_EQ(0, AIVC_close_video(0));
+  EXPECT_NE(0, AIFW_play_src(1, kAir));
+  EXPECT_NE(0, AIFW_handle_tuner_mode_change(0));
+  EXPECT_NE(0, AIFW_modify_service(AIFW_SERVICE_ADD, nullptr));
+  int32_t language = kSpa;
+  EXPECT_NE(0, AICN_set_sec_pref_aud_lang(-1));
+  EXPECT_EQ(0, AICN_get_sec_pref_aud_lang(&language));
+  EXPECT_EQ(kEng, language);
+  OSAL_display_sem_details_();
+}
+
+}  // namespace
+}  // namespace receiver_test
