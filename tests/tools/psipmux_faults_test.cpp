@@ -89,6 +89,10 @@ TEST(PsipmuxErrors, InvalidLineupsNameTheKeyAndTheReason) {
        "TV-14-D-L-S-V"},
       {"'tsid': 2", "'tsid': 2, 'alerts': [{'sequence': 1, 'originator': 'EASY'}]",
        "channels[1].alerts[0].originator: must be 3 ASCII characters"},
+      {"36", "36, 'second_language': 'spa'",
+       "channels[0].services[0].streams[1].second_language: only with dual_mono and language"},
+      {"'Two'", "'Two', 'captions': ['eng']",
+       "channels[0].services[1].captions: only with streams, the first of which they belong to"},
       {"36", "36, 'bsmod': 2, 'mainid': 1",
        "channels[0].services[0].streams[1].mainid: only with a bsmod of 0 or 1"},
   };

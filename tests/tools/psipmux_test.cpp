@@ -5,9 +5,11 @@
 #include <set>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
+#include "calendar.h"
 #include "lineup.h"
 #include "mux.h"
 #include "psipmux_decoder.h"
@@ -292,12 +294,19 @@ TEST(PsipmuxTables, EveryFieldReachesTheStream) {
         {"type": "ac3", "pid": 52, "language": "eng", "mainid": 5},
         {"type": "ac3", "pid": 53, "language": "fra", "bsmod": 2, "full_svc": true,
          "asvcflags": 33},
-        {"type": "ac3", "pid": 54, "bsmod": 2, "asvcflags": 1}]}]}]})",
+        {"type": "ac3", "pid": 54, "bsmod": 2, "asvcflags": 1},
+        {"type": "ac3", "pid": 55, "language": "eng", "dual_mono": true,
+         "second_language": "spa"},
+        {"type": "ac3", "pid": 56, "dual_mono": true}],
+       "captions": ["eng", {"language": "spa", "line21_field": 1, "wide": true}]}]}]})",
        {"PAT tsid 513 version 31",
-        "PMT 3 at 48 version 5 PCR 8186, 2 at 8186, "
+        "PMT 3 at 48 version 5 PCR 8186, "
+        "2 at 8186 [86: e2 65 6e 67 c1 3f ff 73 70 61 7f 7f ff], "
         "129 at 52 [a: 65 6e 67 0] [81: 8 28 5 ff af 1 bf 65 6e 67], "
         "129 at 53 [a: 66 72 61 3] [81: 8 28 45 ff 21 1 bf 66 72 61], "
-        "129 at 54 [81: 8 28 44 ff 1 1 3f]",
+        "129 at 54 [81: 8 28 44 ff 1 1 3f], "
+        "129 at 55 [a: 65 6e 67 0 73 70 61 0] [81: 8 28 1 ff ff f 1 ff 65 6e 67 73 70 61], "
+        "129 at 56 [81: 8 28 1 ff ff f 1 3f]",
         "MGT version 31 type 0 at 8187 version 31 bytes 61", "TVCT tsid 513 version 31",
         "STT 1460922004 offset 18",
         "channel 999-7 [0: 1 41 0 54 0 e9 0 56 0 58 0 59 0 5a] modulation 4 tsid 513 "
@@ -464,7 +473,7 @@ TEST(PsipmuxTables, SystemTimeFollowsTheStreamAndSummerIsAnnounced) {
       Replaced(LargeLineup(1), "{",
                R"({"daylight_saving": {"status": true, "day_of_month": 9, "hour": 2},)");
   for (const auto& [json, saving] :
-       {std::pair(LargeLineup(1), 0x6000), std::pair(summer, 0xE902)}) {
+       {std::pair(LargeLineup(1), 0xE000), std::pair(summer, 0xE902)}) {
     const Bytes stream = Stream(psipmux::ParseLineup(json, "one.json"));
     unsigned seen = 0;
     for (size_t i = 0; i < stream.size(); i += 188) {
@@ -477,6 +486,28 @@ TEST(PsipmuxTables, SystemTimeFollowsTheStreamAndSummerIsAnnounced) {
       ++seen;
     }
     EXPECT_EQ(16u, seen);
+  }
+}
+
+TEST(PsipmuxTables, DaylightSavingIsThatOfTheUsWhereTheLineupSaysNothing) {
+  const struct {
+    uint32_t system_time;
+    bool status;
+    int day, hour;
+  } kCases[] = {
+      {1454569218, false, 0, 0},  // 2026-02-08 07:00:00, four weeks before the change
+      {1454569219, false, 8, 2},  {1456988417, false, 8, 2},
+      {1456988418, true, 0, 0},                               // 2026-03-08 07:00:00
+      {1477548017, true, 1, 2},   {1477548018, false, 0, 0},  // 2026-11-01 06:00:00
+      {636879617, false, 12, 2},                              // 2000-03-12 06:59:59
+      {662342417, false, 0, 0},                               // 2000-12-31 23:59:59
+      {4291967295u, false, 0, 0},                             // 2116-01-08
+  };
+  for (const auto& c : kCases) {
+    const psipmux::DaylightSaving saving = psipmux::UsDaylightSaving(c.system_time);
+    EXPECT_EQ(std::tuple(c.status, c.day, c.hour),
+              std::tuple(saving.status, int{saving.day_of_month}, int{saving.hour}))
+        << c.system_time;
   }
 }
 

@@ -44,18 +44,6 @@ std::vector<Event> Events(const Service& service, uint32_t begin, uint32_t end) 
   return events;
 }
 
-/// caption_service_descriptor, A/65 6.9.2.
-Bytes CaptionServices(const std::vector<CaptionService>& captions) {
-  Bytes body;
-  Put8(body, 0xE0u | static_cast<unsigned>(captions.size()));
-  for (const CaptionService& caption : captions) {
-    PutLanguage(body, caption.language);
-    Put8(body, (caption.digital ? 0xC0u : 0x7Eu) | caption.number);
-    Put16(body, 0x3FFFu | (caption.easy_reader ? 0x8000u : 0) | (caption.wide ? 0x4000u : 0));
-  }
-  return body;
-}
-
 /// genre_descriptor, A/65 6.9.13.
 Bytes Genres(const std::vector<uint8_t>& genres) {
   Bytes body;
@@ -78,7 +66,7 @@ Bytes EitEvent(const Event& event) {
   PutShortText(out, programme.title);
   Bytes descriptors;
   if (!programme.captions.empty()) {
-    PutDescriptor(descriptors, 0x86, CaptionServices(programme.captions));
+    PutDescriptor(descriptors, kCaptionServiceTag, CaptionServices(programme.captions));
   }
   if (!programme.ratings.empty()) {
     PutDescriptor(descriptors, 0x87, ContentAdvisory(programme.ratings));
@@ -166,6 +154,17 @@ std::vector<GuideTable> BuildGuide(const Lineup& lineup, const Channel& channel,
     }
   }
   return tables;
+}
+
+Bytes CaptionServices(const std::vector<CaptionService>& captions) {
+  Bytes body;
+  Put8(body, 0xE0u | static_cast<unsigned>(captions.size()));
+  for (const CaptionService& caption : captions) {
+    PutLanguage(body, caption.language);
+    Put8(body, (caption.digital ? 0xC0u : 0x7Eu) | caption.number);
+    Put16(body, 0x3FFFu | (caption.easy_reader ? 0x8000u : 0) | (caption.wide ? 0x4000u : 0));
+  }
+  return body;
 }
 
 Bytes ContentAdvisory(const std::vector<Rating>& ratings) {

@@ -14,6 +14,8 @@ constexpr uint16_t kEitPid = 0x1D00;
 constexpr uint16_t kEttPid = 0x1E00;
 constexpr unsigned kMaxInstances = 128;
 
+constexpr uint8_t kCaptionServiceTag = 0x86;
+
 /// An instance of the EIT or ETT: its sections are those of all services.
 struct GuideTable {
   uint16_t table_type = 0;  ///< as in the MGT
@@ -26,6 +28,9 @@ struct GuideTable {
 /// seconds) lies.
 std::vector<GuideTable> BuildGuide(const Lineup& lineup, const Channel& channel,
                                    uint32_t system_time);
+
+/// caption_service_descriptor (A/65 6.9.2) without its tag and length.
+Bytes CaptionServices(const std::vector<CaptionService>& captions);
 
 /// content_advisory_descriptor (A/65 6.9.3) without its tag and length.
 Bytes ContentAdvisory(const std::vector<Rating>& ratings);

@@ -62,19 +62,24 @@ uint16_t ParsePid(const Node& node, const char* key, ChannelIds& ids) {
   return pid;
 }
 
+std::string ParseLanguage(const Node& node, const char* key) {
+  const std::string language = node.String(key);
+  if (!IsLanguage(language)) node.At(key).Fail("must be three lower-case letters");
+  return language;
+}
+
 Stream ParseStream(const Node& node, ChannelIds& ids) {
-  node.AllowKeys({"type", "pid", "language", "bsmod", "full_svc", "mainid", "asvcflags"});
+  node.AllowKeys({"type", "pid", "language", "bsmod", "full_svc", "mainid", "asvcflags",
+                  "dual_mono", "second_language"});
   Stream stream;
   stream.type = node.OneOf("type", kStreamTypes);
   stream.pid = ParsePid(node, "pid", ids);
   if (node.Has("language")) {
-    stream.language = node.String("language");
-    if (!IsLanguage(stream.language)) {
-      node.At("language").Fail("must be three lower-case letters");
-    }
+    stream.language = ParseLanguage(node, "language");
   }
   if (stream.type != kStreamTypeAc3) {
-    node.ForbidKeys({"bsmod", "full_svc", "mainid", "asvcflags"}, "only for streams of type ac3");
+    node.ForbidKeys({"bsmod", "full_svc", "mainid", "asvcflags", "dual_mono", "second_language"},
+                    "only for streams of type ac3");
     return stream;
   }
   stream.bsmod = static_cast<uint8_t>(node.IntegerOr("bsmod", 0, 7, 0));
@@ -86,6 +91,13 @@ Stream ParseStream(const Node& node, ChannelIds& ids) {
   } else {
     node.ForbidKeys({"mainid"}, "only with a bsmod of 0 or 1");
     stream.asvcflags = static_cast<uint8_t>(node.Integer("asvcflags", 0, 255));
+  }
+  stream.dual_mono = node.BooleanOr("dual_mono", false);
+  if (node.Has("second_language")) {
+    if (!stream.dual_mono || stream.language.empty()) {
+      node.At("second_language").Fail("only with dual_mono and language");
+    }
+    stream.second_language = ParseLanguage(node, "second_language");
   }
   return stream;
 }
@@ -141,7 +153,7 @@ Service ParseService(const Node& node, Medium medium, const Channel& channel, Li
                      ChannelIds& channel_ids) {
   node.AllowKeys({"program", "pmt_pid", "version", "name", "extended_name", "major", "minor",
                   "one_part", "source_id", "service_type", "hidden", "hide_guide", "sld",
-                  "programmes", "guide_offset", "streams"});
+                  "programmes", "guide_offset", "streams", "captions"});
   Service service;
   service.program = static_cast<uint16_t>(node.Integer("program", 1, 0xFFFF));
   channel_ids.programs.Add(service.program, node.At("program"));
@@ -156,6 +168,15 @@ Service ParseService(const Node& node, Medium medium, const Channel& channel, Li
   }
   for (const Node& stream : node.Elements("streams", 0, kMaxStreams)) {
     service.streams.push_back(ParseStream(stream, channel_ids));
+  }
+  service.captions = ParseCaptions(node);
+  if (!service.captions.empty() && service.streams.empty()) {
+    node.At("captions").Fail("only with streams, the first of which they belong to");
+  }
+  const size_t size = BuildPmt(service).size();
+  if (size > kMaxSectionSize) {
+    node.Fail("takes a PMT of " + std::to_string(size) + " bytes, it may have " +
+              std::to_string(kMaxSectionSize));
   }
   return service;
 }
@@ -194,10 +215,10 @@ Lineup ParseRoot(const Node& node) {
   if (node.Has("daylight_saving")) {
     const Node saving = node.At("daylight_saving");
     saving.AllowKeys({"status", "day_of_month", "hour"});
-    lineup.daylight_saving.status = saving.BooleanOr("status", false);
-    lineup.daylight_saving.day_of_month =
-        static_cast<uint8_t>(saving.IntegerOr("day_of_month", 0, 31, 0));
-    lineup.daylight_saving.hour = static_cast<uint8_t>(saving.IntegerOr("hour", 0, 23, 0));
+    lineup.daylight_saving =
+        DaylightSaving{saving.BooleanOr("status", false),
+                       static_cast<uint8_t>(saving.IntegerOr("day_of_month", 0, 31, 0)),
+                       static_cast<uint8_t>(saving.IntegerOr("hour", 0, 23, 0))};
   }
   lineup.guide_hours =
       static_cast<unsigned>(node.IntegerOr("guide_hours", 1, 3 * kMaxInstances, 24));

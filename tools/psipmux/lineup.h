@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -23,16 +24,18 @@ struct LanguageText {
 /// A text in one or more languages, in the order they are sent in. Empty: there is none.
 using Text = std::vector<LanguageText>;
 
-/// An elementary stream of a service. The last four fields are those of the AC-3 audio stream
-/// descriptor (A/52 Annex A) and are used for AC-3 only.
+/// An elementary stream of a service. The fields from bsmod on are those of the AC-3 audio
+/// stream descriptor (A/52 Annex A) and are used for AC-3 only.
 struct Stream {
   uint8_t type = 0;  ///< stream_type, ISO 13818-1 and A/53
   uint16_t pid = 0;
   std::string language;  ///< ISO 639-2, three letters, or empty
   uint8_t bsmod = 0;
   bool full_svc = true;
-  uint8_t mainid = 0;     ///< sent when bsmod is below 2 (a main service)
-  uint8_t asvcflags = 0;  ///< sent otherwise: one bit for each main service it belongs to
+  uint8_t mainid = 0;           ///< sent when bsmod is below 2 (a main service)
+  uint8_t asvcflags = 0;        ///< sent otherwise: one bit for each main service it belongs to
+  bool dual_mono = false;       ///< two mono channels (1+1), the first in `language`
+  std::string second_language;  ///< of the second one, or empty
 };
 
 constexpr uint8_t kStreamTypeAc3 = 0x81;
@@ -82,6 +85,7 @@ struct Service {
   bool hide_guide = false;
   bool sld = true;  ///< with a service location descriptor
   std::vector<Stream> streams;
+  std::vector<CaptionService> captions;  ///< that the PMT announces
   /// They follow each other without end, as though the first had begun `guide_offset` seconds into
   /// 1980-01-06 (UTC). None: the service is not in the guide.
   std::vector<Programme> programmes;
@@ -145,8 +149,8 @@ struct DaylightSaving {
 
 struct Lineup {
   Medium medium = Medium::kAir;
-  DaylightSaving daylight_saving;
-  unsigned guide_hours = 0;  ///< how much of the guide is sent
+  std::optional<DaylightSaving> daylight_saving;  ///< none: as in the U.S. at the time of the STT
+  unsigned guide_hours = 0;                       ///< how much of the guide is sent
   std::vector<RatingRegion> rating_regions;
   std::vector<Channel> channels;
 };

@@ -199,9 +199,7 @@ Programme ParseProgramme(const Node& node) {
   if (ContentAdvisory(programme.ratings).size() > kMaxDescriptor) {
     node.At("rating").Fail("takes more than the 255 bytes of a descriptor");
   }
-  for (const Node& caption : node.ElementsOr("captions", 1, kMaxCaptionServices)) {
-    programme.captions.push_back(ParseCaption(caption, programme.captions.size()));
-  }
+  programme.captions = ParseCaptions(node);
   for (const Node& genre : node.ElementsOr("genres", 1, kMaxGenres)) {
     programme.genres.push_back(ParseGenre(genre));
   }
@@ -299,6 +297,14 @@ std::vector<Alert> ParseAlerts(const Node& channel) {
     sequences.Add(alerts.back().sequence, node.At("sequence"));
   }
   return alerts;
+}
+
+std::vector<CaptionService> ParseCaptions(const Node& node) {
+  std::vector<CaptionService> captions;
+  for (const Node& caption : node.ElementsOr("captions", 1, kMaxCaptionServices)) {
+    captions.push_back(ParseCaption(caption, captions.size()));
+  }
+  return captions;
 }
 
 }  // namespace psipmux

@@ -12,5 +12,7 @@ namespace psipmux {
 std::vector<Programme> ParseProgrammes(const Node& service);
 std::vector<RatingRegion> ParseRatingRegions(const Node& lineup);
 std::vector<Alert> ParseAlerts(const Node& channel);
+/// Of a programme or a service.
+std::vector<CaptionService> ParseCaptions(const Node& node);
 
 }  // namespace psipmux

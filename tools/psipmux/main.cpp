@@ -18,6 +18,7 @@
 #include <utility>
 #include <vector>
 
+#include "calendar.h"
 #include "lineup.h"
 #include "mux.h"
 
@@ -38,16 +39,8 @@ constexpr char kDescription[] =
 constexpr int kFailure = 1;
 constexpr int kUsage = 2;
 
-constexpr int64_t kGpsEpoch = 315964800;  // 1980-01-06T00:00:00Z in Unix time
-
-/// Days from 1970-01-01 to a date of the Gregorian calendar; years are counted from March so that
-/// the leap day is the last of its year.
-int64_t DaysFromCivil(int64_t year, int64_t month, int64_t day) {
-  if (month <= 2) --year;
-  const int64_t month_from_march = (month + 9) % 12;
-  const int64_t day_of_year = (153 * month_from_march + 2) / 5 + day - 1;
-  return year * 365 + year / 4 - year / 100 + year / 400 + day_of_year - 719468;
-}
+using psipmux::DaysFromCivil;
+using psipmux::kGpsEpoch;
 
 /// Unix time of a text like 2026-04-22T19:39:46Z, or nothing when it is not such a time.
 std::optional<int64_t> ParseTime(const std::string& text) {

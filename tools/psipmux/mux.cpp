@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "calendar.h"
 #include "guide.h"
 
 namespace psipmux {
@@ -232,10 +233,10 @@ Bytes Multiplex(const Lineup& lineup, const Channel& channel, uint32_t system_ti
   std::vector<GuideTable> guide;
   if (channel.psip) guide = BuildGuide(lineup, channel, system_time);
   std::vector<Carousel> tables = CycleTables(lineup, channel, guide);
+  const DaylightSaving saving = lineup.daylight_saving.value_or(UsDaylightSaving(system_time));
   const auto cycle = [&](unsigned number) {
     if (channel.psip) {
-      tables.back().sections = {
-          BuildStt(system_time + number / kCyclesPerSecond, lineup.daylight_saving)};
+      tables.back().sections = {BuildStt(system_time + number / kCyclesPerSecond, saving)};
     }
     return Cycle(tables);
   };

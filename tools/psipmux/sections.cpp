@@ -2,6 +2,8 @@
 
 #include <numeric>
 
+#include "guide.h"
+
 namespace psipmux {
 namespace {
 
@@ -34,12 +36,16 @@ Bytes Ac3Descriptor(const Stream& stream) {
   constexpr unsigned kBsid = 8;
   constexpr unsigned kBitRate192k = 10;
   constexpr unsigned kSurroundNotIndicated = 0;
+  constexpr unsigned kDualMono = 0;
   constexpr unsigned kStereo = 2;
+  constexpr unsigned kNoLangcod = 0xFF;  // langcod and langcod2 are no longer used
   Bytes body;
   Put8(body, kSampleRate48k << 5 | kBsid);
   Put8(body, kBitRate192k << 2 | kSurroundNotIndicated);
-  Put8(body, static_cast<unsigned>(stream.bsmod) << 5 | kStereo << 1 | (stream.full_svc ? 1 : 0));
-  Put8(body, 0xFF);  // langcod, no longer used
+  const unsigned channels = stream.dual_mono ? kDualMono : kStereo;
+  Put8(body, static_cast<unsigned>(stream.bsmod) << 5 | channels << 1 | (stream.full_svc ? 1 : 0));
+  Put8(body, kNoLangcod);
+  if (stream.dual_mono) Put8(body, kNoLangcod);
   if (stream.bsmod < 2) {
     constexpr unsigned kPrimaryAudio = 1;
     Put8(body, static_cast<unsigned>(stream.mainid) << 5 | kPrimaryAudio << 3 | 0x07);
@@ -47,8 +53,10 @@ Bytes Ac3Descriptor(const Stream& stream) {
     Put8(body, stream.asvcflags);
   }
   Put8(body, 0x01);  // textlen 0, text_code 1
-  Put8(body, stream.language.empty() ? 0x3F : 0xBF);
-  if (!stream.language.empty()) PutLanguage(body, stream.language);
+  const bool first = !stream.language.empty(), second = !stream.second_language.empty();
+  Put8(body, 0x3Fu | (first ? 0x80u : 0) | (second ? 0x40u : 0));
+  if (first) PutLanguage(body, stream.language);
+  if (second) PutLanguage(body, stream.second_language);
   return body;
 }
 
@@ -111,9 +119,16 @@ Bytes BuildPmt(const Service& service) {
       Bytes language;
       PutLanguage(language, stream.language);
       Put8(language, AudioType(stream));
+      if (!stream.second_language.empty()) {
+        PutLanguage(language, stream.second_language);
+        Put8(language, AudioType(stream));
+      }
       PutDescriptor(descriptors, 0x0A, language);
     }
     if (stream.type == kStreamTypeAc3) PutDescriptor(descriptors, 0x81, Ac3Descriptor(stream));
+    if (!service.captions.empty() && &stream == &service.streams.front()) {
+      PutDescriptor(descriptors, kCaptionServiceTag, CaptionServices(service.captions));
+    }
     Put8(body, stream.type);
     Put16(body, 0xE000u | stream.pid);
     Put16(body, 0xF000u | static_cast<unsigned>(descriptors.size()));

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <cstdint>
+
+#include "lineup.h"
+
+namespace psipmux {
+
+constexpr int64_t kGpsEpoch = 315964800;  ///< 1980-01-06T00:00:00Z in Unix time
+
+/// Days from 1970-01-01 to a date of the Gregorian calendar.
+int64_t DaysFromCivil(int64_t year, int64_t month, int64_t day);
+
+/// What the STT of a U.S. station says (A/65 Annex A): daylight saving time is from the second
+/// Sunday of March to the first Sunday of November, 2 a.m. Eastern time, and each change is
+/// announced four weeks ahead. `system_time` is in GPS seconds.
+DaylightSaving UsDaylightSaving(uint32_t system_time);
+
+}  // namespace psipmux
