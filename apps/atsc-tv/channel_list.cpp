@@ -3,55 +3,27 @@
 #include <atsc/atsc_tables.h>
 
 #include <cstdio>
-#include <sstream>
 #include <vector>
 
+#include "audio.h"
 #include "rows.h"
 #include "table.h"
 #include "terminal.h"
+#include "text.h"
 
 namespace tv {
 namespace {
 
 constexpr int64_t kMegahertz = 1000000;
 
-// ISO/IEC 13818-1 stream_type, private values of A/53 and SCTE 57.
-struct Coding {
-  const char* stream_type;
-  const char* name;
-};
-constexpr Coding kCodings[] = {
-    {"1", "MPEG-1"},  {"2", "MPEG-2"}, {"3", "MPEG-1"},          {"4", "MPEG-2"},
-    {"15", "AAC"},    {"17", "LATM"},  {"27", "H.264"},          {"36", "HEVC"},
-    {"128", "DC-II"}, {"129", "AC-3"}, {"135", "Enhanced AC-3"},
-};
-
-std::vector<std::string> split(const std::string& text, char separator) {
-  std::vector<std::string> parts;
-  std::istringstream in(text);
-  for (std::string part; std::getline(in, part, separator);) parts.push_back(part);
-  return parts;
-}
-
-std::string codingName(const std::string& stream_type) {
-  for (const Coding& coding : kCodings) {
-    if (stream_type == coding.stream_type) return coding.name;
-  }
-  return "type " + stream_type;
-}
+// The service takes numbers below this for RF channels.
+constexpr int64_t kRfChannels = 256;
 
 // "52_eng_129,53_spa_129_AD0FULL_MAIN0," becomes "52 eng AC-3, 53 spa AC-3 described".
 std::string audioText(const std::string& pids) {
   std::string text;
-  for (const std::string& entry : split(pids, ',')) {
-    const std::vector<std::string> fields = split(entry, '_');
-    if (!text.empty()) text += ", ";
-    if (fields.size() < 3) {
-      text += entry;
-      continue;
-    }
-    text += fields[0] + (fields[1].empty() ? "" : ' ' + fields[1]) + ' ' + codingName(fields[2]);
-    if (fields.size() > 3) text += " described";
+  for (const AudioTrack& track : audioTracks(pids)) {
+    text += (text.empty() ? "" : ", ") + track.pid + ' ' + track.words();
   }
   return text;
 }
@@ -65,6 +37,13 @@ std::string videoText(const std::string& pids) {
     text += fields.size() == 2 ? fields[0] + ' ' + codingName(fields[1]) : entry;
   }
   return text;
+}
+
+// The RF channel of the plan's last frequency.
+int lastRfChannel(const Source& source) {
+  int channel = source.first_channel;
+  while (source.plan[channel - source.first_channel] != -1) ++channel;
+  return channel - 1;
 }
 
 }  // namespace
@@ -83,12 +62,6 @@ int rfChannel(const Source& source, int64_t frequency) {
     if (source.plan[i] == frequency) return source.first_channel + i;
   }
   return 0;
-}
-
-int lastRfChannel(const Source& source) {
-  int channel = source.first_channel;
-  while (source.plan[channel - source.first_channel] != -1) ++channel;
-  return channel - 1;
 }
 
 std::string megahertz(int64_t frequency) {
@@ -133,6 +106,23 @@ void printChannels(std::ostream& out, const Source& source, const Json::Value& c
                videoText(row["video_pid"].asString()), audioText(row["audio_pid"].asString())});
   }
   table.print(out, "  ", terminalWidth());
+}
+
+std::optional<int64_t> frequencyOf(const Source& source, int64_t number) {
+  const int first = source.first_channel;
+  if (number >= kRfChannels) return number;
+  if (number < first || number > lastRfChannel(source)) return std::nullopt;
+  return source.plan[number - first];
+}
+
+std::string rfChannelsOf(const Source& source) {
+  return "the RF channels of " + std::string(source.name) + " are " +
+         std::to_string(source.first_channel) + " to " + std::to_string(lastRfChannel(source));
+}
+
+Failure noChannel(const std::string& number) {
+  return Failure(
+      kFailure, "there is no channel " + number + "; atsc-tv channels shows those that were found");
 }
 
 Failure noChannels(const std::string& database) {

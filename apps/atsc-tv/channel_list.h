@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <ostream>
 #include <string>
 
@@ -31,8 +32,12 @@ const Source& sourceNamed(const std::string& name);
 // The RF channel of a centre frequency in Hz, 0 when the plan has none.
 int rfChannel(const Source& source, int64_t frequency);
 
-// The RF channel of the plan's last frequency.
-int lastRfChannel(const Source& source);
+// The frequency in Hz that a number on a command line means, which is one in Hz or an RF channel;
+// nothing when the plan has no such channel.
+std::optional<int64_t> frequencyOf(const Source& source, int64_t number);
+
+// Which RF channels there are, for a message.
+std::string rfChannelsOf(const Source& source);
 
 // A centre frequency in Hz as text in MHz.
 std::string megahertz(int64_t frequency);
@@ -47,7 +52,8 @@ std::string channelNumber(const Json::Value& row);
 // Writes the rows of readChannels() as a table with a heading.
 void printChannels(std::ostream& out, const Source& source, const Json::Value& channels);
 
-// What a subcommand throws that finds no channels in the database.
+// What a subcommand throws that finds no channel with a number, or none at all, in the database.
+Failure noChannel(const std::string& number);
 Failure noChannels(const std::string& database);
 
 }  // namespace tv

@@ -20,6 +20,13 @@ void show(const char* direction, const std::string& text) {
 
 }  // namespace
 
+Json::Value command(const char* command_class, const char* name) {
+  Json::Value value;
+  value["class"] = command_class;
+  value["command"] = name;
+  return value;
+}
+
 int servicePid() { return ATSC_host_find(ATSC_HOST_SERVICE_NAME); }
 
 void Client::requireService() const {
@@ -44,6 +51,15 @@ Reply Client::send(const Json::Value& command) const {
   if (reply.text) showReceived(*reply.text);
   showReceived("result " + std::to_string(reply.result));
   return reply;
+}
+
+Json::Value Client::ask(const Json::Value& command) const {
+  const Reply reply = send(command);
+  const Json::Value answer = parseJson(reply.text.value_or("")).value_or(Json::Value());
+  if (!answer.isObject()) {
+    throw Failure(kFailure, "the service has no answer to " + compactJson(command));
+  }
+  return answer;
 }
 
 void Client::showReceived(const std::string& text) const {

@@ -14,6 +14,9 @@ struct Reply {
   std::optional<std::string> text;  // reply text, if the command has one
 };
 
+// A command without further members.
+Json::Value command(const char* command_class, const char* name);
+
 // Shows the JSON texts of both directions on standard error when verbose.
 class Client {
  public:
@@ -26,6 +29,9 @@ class Client {
   // Throws Failure(kNoService) when there is none.
   Reply send(const Json::Value& command) const;
   Reply sendRaw(const std::string& command) const;
+
+  // The object that a command answers with. Throws Failure when it does not.
+  Json::Value ask(const Json::Value& command) const;
 
   void showReceived(const std::string& text) const;
 

@@ -132,10 +132,7 @@ int guide(const CommonOptions& common, const GuideOptions& options) {
     shown = true;
     show(guide, source, span, now, options);
   }
-  if (!found) {
-    throw Failure(kFailure, "there is no channel " + options.channel +
-                                "; atsc-tv channels shows those that were found");
-  }
+  if (!found) throw noChannel(options.channel);
   if (options.json) {
     std::cout << compactJson(all) << '\n';
   } else if (!shown) {

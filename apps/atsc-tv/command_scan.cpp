@@ -12,6 +12,7 @@
 #include "commands.h"
 #include "failure.h"
 #include "json.h"
+#include "receiver.h"
 #include "terminal.h"
 
 namespace tv {
@@ -28,9 +29,6 @@ struct ScanOptions {
   std::string source = "VSB";
   uint32_t frequency = 0;  // Hz or RF channel; 0: the whole band
 };
-
-// The service takes numbers below this for RF channels.
-constexpr uint32_t kRfChannels = 256;
 
 // The guide of the stations found follows the end of a scan within this time; not every station
 // sends one.
@@ -101,17 +99,8 @@ class ProgressView {
   uint32_t last_lock_ = 0;
 };
 
-Json::Value command(const char* command_class, const char* name) {
-  Json::Value value;
-  value["class"] = command_class;
-  value["command"] = name;
-  return value;
-}
-
 void start(const Client& client, const ScanOptions& options) {
-  if (client.send(command("FW", "INIT")).result != 0) {
-    throw Failure(kFailure, "the service cannot start its receiver");
-  }
+  startReceiver(client);
   Json::Value request = command("SCAN", "start");
   request["src"] = options.source;
   request["mode"] = options.frequency != 0 ? "manual" : "auto";
@@ -169,12 +158,8 @@ void awaitGuide(const Client& client, Callbacks& callbacks) {
 int scan(const CommonOptions& common, const ScanOptions& options) {
   const Client client = common.client();
   const Source& source = sourceNamed(options.source);
-  const int first = source.first_channel;
-  const int last = lastRfChannel(source);
-  if (const int64_t channel = options.frequency;
-      channel != 0 && channel < kRfChannels && (channel < first || channel > last)) {
-    throw Failure(kUsage, "--freq: the RF channels of " + std::string(source.name) + " are " +
-                              std::to_string(first) + " to " + std::to_string(last));
+  if (options.frequency != 0 && !frequencyOf(source, options.frequency)) {
+    throw Failure(kUsage, "--freq: " + rfChannelsOf(source));
   }
   client.requireService();
   const int service = servicePid();

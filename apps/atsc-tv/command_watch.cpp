@@ -14,6 +14,7 @@
 #include "commands.h"
 #include "failure.h"
 #include "json.h"
+#include "receiver.h"
 #include "text.h"
 
 namespace tv {
@@ -51,15 +52,13 @@ std::string readable(CallbackWords& words, const Json::Value& message) {
 }
 
 // Events flow once a TV application has had the service start its receiver.
-void startReceiver(const Client& client) {
-  Json::Value command;
-  command["class"] = "FW";
-  command["command"] = "INIT";
+void startEvents(const Client& client) {
   try {
-    if (client.send(command).result == 0) return;
-    std::cerr << "atsc-tv: the service cannot start its receiver" << std::endl;
-  } catch (const Failure&) {
-    // Its end is noticed and told below.
+    startReceiver(client);
+  } catch (const Failure& failure) {
+    // The service's end is noticed and told below.
+    if (failure.status() == kNoService) return;
+    std::cerr << "atsc-tv: " << failure.what() << std::endl;
   }
 }
 
@@ -70,7 +69,7 @@ int watch(const CommonOptions& common, bool json) {
   int service = servicePid();
   std::optional<CallbackWords> words;
   if (!json) words.emplace(common.channelDatabase(), common.eventDatabase());
-  startReceiver(client);
+  startEvents(client);
   std::cerr << "atsc-tv: waiting for callbacks; Ctrl-C ends" << std::endl;
   for (;;) {
     std::string text;
@@ -85,7 +84,7 @@ int watch(const CommonOptions& common, bool json) {
                                  : "a service runs again")
                     << std::endl;
           service = now;
-          if (now != 0) startReceiver(client);
+          if (now != 0) startEvents(client);
         }
         break;
       case Callbacks::Event::kMessage: {

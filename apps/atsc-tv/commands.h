@@ -27,10 +27,19 @@ using Action = std::function<int(const CommonOptions& common)>;
 // Adds a subcommand to the command line. When it is chosen, `action` is set to what it does.
 using AddCommand = void(CLI::App& app, Action& action);
 
+AddCommand addAdd;
+AddCommand addAudio;
 AddCommand addChannels;
+AddCommand addDown;
+AddCommand addEdit;
 AddCommand addGuide;
+AddCommand addNow;
+AddCommand addPlay;
 AddCommand addScan;
 AddCommand addSend;
+AddCommand addStop;
+AddCommand addTime;
+AddCommand addUp;
 AddCommand addWatch;
 
 // Adds the option --src to a subcommand: "VSB" or "QAM", in any case of letters.

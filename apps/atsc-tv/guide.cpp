@@ -77,4 +77,18 @@ Guide readGuide(const std::string& channel_database, const std::string& event_da
   return guide;
 }
 
+std::vector<Programme> readProgrammes(const std::string& event_database, const Source& source,
+                                      const std::string& key, int64_t after, int count) {
+  std::vector<Programme> programmes;
+  const std::string table = source.event_table;
+  for (const Json::Value& row :
+       readRows(event_database, table,
+                "* FROM " + table + " WHERE ch_id_pk = '" + key + "' AND start_time + duration > " +
+                    std::to_string(after) + " ORDER BY start_time, event_index LIMIT " +
+                    std::to_string(count))) {
+    programmes.push_back(programmeOf(row));
+  }
+  return programmes;
+}
+
 }  // namespace tv

@@ -47,6 +47,10 @@ struct Guide {
 Guide readGuide(const std::string& channel_database, const std::string& event_database,
                 const Source& source, Span span, const std::string& number);
 
+// The first `count` programmes of the channel with this key that end after a time.
+std::vector<Programme> readProgrammes(const std::string& event_database, const Source& source,
+                                      const std::string& key, int64_t after, int count);
+
 }  // namespace tv
 
 #endif  // ATSC_TV_GUIDE_H_

@@ -18,10 +18,6 @@ constexpr const char* kFullDay = "%a %d %b %Y";
 constexpr const char* kTimeOfDay = "%H:%M";
 constexpr const char* kMark = "*";  // of what is on now
 
-std::string titleOf(const Programme& programme) {
-  return programme.title.empty() || programme.title == "EMPTY" ? "(no title)" : programme.title;
-}
-
 bool isOn(const Programme& programme, int64_t now) {
   return programme.start <= now && now < programme.end;
 }
@@ -146,6 +142,15 @@ void printList(std::ostream& out, const Guide& guide, int64_t now, size_t width,
 
 }  // namespace
 
+std::string titleOf(const Programme& programme) {
+  return programme.title.empty() || programme.title == "EMPTY" ? "(no title)" : programme.title;
+}
+
+std::string ratingAndCaptions(const Programme& programme) {
+  return (isRated(programme) ? "  " + programme.rating : "") +
+         (programme.captioned ? "  [CC]" : "");
+}
+
 void printGrid(std::ostream& out, const Guide& guide, Span span, int64_t now, size_t width,
                bool bold) {
   const Labels labels(guide);
@@ -189,11 +194,10 @@ void printDetails(std::ostream& out, const Guide& guide, int64_t now, size_t wid
         out << "  " << its_day << '\n';
         day = its_day;
       }
-      std::string line = localTime(programme.start, kTimeOfDay) + '-' +
-                         localTime(programme.end, kTimeOfDay) + "  " + titleOf(programme) + " (" +
-                         std::to_string((programme.end - programme.start) / 60) + " min)";
-      if (isRated(programme)) line += "  " + programme.rating;
-      if (programme.captioned) line += "  [CC]";
+      const std::string line = localTime(programme.start, kTimeOfDay) + '-' +
+                               localTime(programme.end, kTimeOfDay) + "  " + titleOf(programme) +
+                               " (" + std::to_string((programme.end - programme.start) / 60) +
+                               " min)" + ratingAndCaptions(programme);
       const char* indent = isOn(programme, now) ? "now " : "    ";
       for (const std::string& part : wrapped(line, text_width)) {
         out << indent << emphasized(part, bold && isOn(programme, now)) << '\n';

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <ostream>
+#include <string>
 
 #include "guide.h"
 
@@ -21,6 +22,10 @@ void printDetails(std::ostream& out, const Guide& guide, int64_t now, size_t wid
 
 // For programs: a line a programme, columns separated by tabs.
 void printLines(std::ostream& out, const Guide& guide, const Source& source);
+
+// The title of a programme, and what follows it: "  TV-14-L-V  [CC]".
+std::string titleOf(const Programme& programme);
+std::string ratingAndCaptions(const Programme& programme);
 
 // What is said of a channel without a guide.
 inline constexpr const char* kNoInformation = "no programme information";

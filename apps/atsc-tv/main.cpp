@@ -14,7 +14,9 @@
 namespace tv {
 namespace {
 
-constexpr AddCommand* kCommands[] = {addScan, addChannels, addGuide, addWatch, addSend};
+constexpr AddCommand* kCommands[] = {addScan,  addChannels, addGuide, addPlay, addUp,
+                                     addDown,  addStop,     addNow,   addEdit, addAdd,
+                                     addAudio, addTime,     addWatch, addSend};
 
 constexpr const char* kFooter =
     "The options of atsc-tv itself (atsc-tv --help) may also follow a subcommand.\n"

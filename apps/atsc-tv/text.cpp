@@ -3,6 +3,7 @@
 #include <wchar.h>
 
 #include <algorithm>
+#include <sstream>
 
 namespace tv {
 namespace {
@@ -138,6 +139,13 @@ std::string cut(std::string_view text, size_t width) {
 std::string fitted(std::string_view text, size_t width) {
   std::string line = cut(text, width);
   return line.append(width - std::min(width, displayWidth(line)), ' ');
+}
+
+std::vector<std::string> split(const std::string& text, char separator) {
+  std::vector<std::string> parts;
+  std::istringstream in(text);
+  for (std::string part; std::getline(in, part, separator);) parts.push_back(part);
+  return parts;
 }
 
 std::vector<std::string> wrapped(std::string_view text, size_t width) {

@@ -1,0 +1,113 @@
+// atsc-tv edit: the marks of a channel.
+#include <iostream>
+#include <iterator>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "channel.h"
+#include "commands.h"
+#include "failure.h"
+#include "receiver.h"
+
+namespace tv {
+namespace {
+
+// A change without further members, and the one that takes it back.
+struct Mark {
+  const char* type;  // as in the command
+  const char* opposite;
+  const char* help;
+  const char* opposite_help;
+};
+constexpr Mark kMarks[] = {
+    {"skip", "unskip", "Pass it over with up and down", "No longer pass it over"},
+    {"lock", "unlock", "Have it need the password", "No longer lock it"},
+    {"delete", "undelete", "Take it out of the viewer's list", "Bring it back"},
+};
+
+struct EditOptions {
+  std::string channel;
+  std::string source;  // empty: the current one, else the other
+  bool marks[std::size(kMarks)] = {};
+  bool opposites[std::size(kMarks)] = {};
+  std::vector<uint32_t> favourites;
+  std::vector<uint32_t> no_favourites;
+};
+
+std::vector<Json::Value> changesOf(const EditOptions& options) {
+  std::vector<Json::Value> changes;
+  const auto add = [&](const char* type, uint32_t group) {
+    Json::Value& change = changes.emplace_back(command("FW", "CHANNELMODIFY"));
+    change["type"] = type;
+    if (group != 0) change["group"] = group;
+  };
+  for (size_t i = 0; i < std::size(kMarks); ++i) {
+    if (options.marks[i]) add(kMarks[i].type, 0);
+    if (options.opposites[i]) add(kMarks[i].opposite, 0);
+  }
+  for (const uint32_t group : options.favourites) add("fav", group);
+  for (const uint32_t group : options.no_favourites) add("unfav", group);
+  return changes;
+}
+
+int edit(const CommonOptions& common, const EditOptions& options) {
+  std::vector<Json::Value> changes = changesOf(options);
+  if (changes.empty()) {
+    throw Failure(kUsage, "nothing to change; atsc-tv edit --help lists what can be changed");
+  }
+  const Client client = common.client();
+  client.requireService();
+  const std::string database = common.channelDatabase();
+  // Of several with the number the service takes the first, too.
+  const Channel channel = findChannels(client, database, options.channel, options.source).front();
+  for (Json::Value& change : changes) {
+    change["src"] = channel.source->name;
+    change["major"] = Json::Int64{channel.major};
+    change["minor"] = Json::Int64{channel.minor};
+    if (client.send(change).result != 0) {
+      throw Failure(kFailure, channel.number() + " could not be changed (" +
+                                  change["type"].asString() + "); the service's log says why");
+    }
+  }
+  std::cout << channelLine(
+                   findChannels(client, database, channel.number(), channel.source->name).front())
+            << '\n';
+  return kSuccess;
+}
+
+}  // namespace
+
+void addEdit(CLI::App& app, Action& action) {
+  CLI::App* command =
+      app.add_subcommand("edit", "Mark a channel as skipped, locked, deleted or a favourite");
+  auto options = std::make_shared<EditOptions>();
+  command->add_option("CHANNEL", options->channel, "A number like 7-1 or 1203")
+      ->check(channelNumberFault)
+      ->option_text("CHANNEL")
+      ->required();
+  addSourceOption(*command, options->source,
+                  "Terrestrial or cable (default: the current source, else the other one if that "
+                  "has the number)");
+  const auto option = [](const char* name) { return std::string("--") + name; };
+  for (size_t i = 0; i < std::size(kMarks); ++i) {
+    const Mark& mark = kMarks[i];
+    CLI::Option* set = command->add_flag(option(mark.type), options->marks[i], mark.help);
+    command->add_flag(option(mark.opposite), options->opposites[i], mark.opposite_help)
+        ->excludes(set);
+  }
+  const auto add_group = [&](const char* name, std::vector<uint32_t>& groups, const char* help) {
+    command->add_option(name, groups, help)
+        ->check(CLI::Range(uint32_t{1}, kFavouriteGroups))
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+        ->option_text("N");
+  };
+  add_group("--fav", options->favourites, "Put it into favourite group N, 1 to 28");
+  add_group("--unfav", options->no_favourites, "Take it out of favourite group N");
+  command->callback([&action, options] {
+    action = [options](const CommonOptions& common) { return edit(common, *options); };
+  });
+}
+
+}  // namespace tv

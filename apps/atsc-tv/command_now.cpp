@@ -1,0 +1,68 @@
+// atsc-tv now: channel, programme, audio and clock on one screen.
+#include <iostream>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "audio.h"
+#include "channel.h"
+#include "commands.h"
+#include "failure.h"
+#include "guide.h"
+#include "guide_view.h"
+#include "receiver.h"
+#include "receiver_clock.h"
+
+namespace tv {
+namespace {
+
+std::string programmeLine(const Programme& programme, const ReceiverClock& clock) {
+  constexpr const char* kDay = "%a ";
+  constexpr const char* kTimeOfDay = "%H:%M";
+  const std::string day = clock.local(programme.start, kDay);
+  return (programme.start > clock.utc && day != clock.local(clock.utc, kDay) ? day : "") +
+         clock.local(programme.start, kTimeOfDay) + '-' + clock.local(programme.end, kTimeOfDay) +
+         "  " + titleOf(programme) + ratingAndCaptions(programme);
+}
+
+void printProgrammes(const CommonOptions& common, const Channel& channel,
+                     const ReceiverClock& clock) {
+  std::vector<Programme> programmes =
+      readProgrammes(common.eventDatabase(), *channel.source, channel.key(), clock.utc, 2);
+  std::cout << "Now      ";
+  if (!programmes.empty() && programmes.front().start <= clock.utc) {
+    std::cout << programmeLine(programmes.front(), clock) << '\n';
+    programmes.erase(programmes.begin());
+  } else {
+    std::cout << kNoInformation << '\n';
+  }
+  if (!programmes.empty()) {
+    std::cout << "Next     " << programmeLine(programmes.front(), clock) << '\n';
+  }
+}
+
+int now(const CommonOptions& common) {
+  const Client client = common.client();
+  client.requireService();
+  const std::optional<Channel> channel = currentChannel(client, common.channelDatabase());
+  const ReceiverClock clock = readClock(client);
+  if (channel) {
+    std::cout << "Channel  " << channelLine(*channel) << '\n'
+              << "         " << placeWords(*channel) << '\n';
+    printProgrammes(common, *channel, clock);
+    printAudio(std::cout, *channel, preferredLanguages(client), "Audio    ");
+  } else {
+    std::cout << "Channel  none; atsc-tv scan finds channels, atsc-tv play plays one\n";
+  }
+  std::cout << "Clock    " << clock.date() << ' ' << clock.setting() << '\n';
+  return kSuccess;
+}
+
+}  // namespace
+
+void addNow(CLI::App& app, Action& action) {
+  app.add_subcommand("now", "Show the channel, its programme, the audio tracks and the clock")
+      ->callback([&action] { action = now; });
+}
+
+}  // namespace tv

@@ -1,0 +1,211 @@
+// atsc-tv play, up, down, stop: what plays.
+#include <algorithm>
+#include <chrono>
+#include <functional>
+#include <iostream>
+#include <memory>
+#include <optional>
+#include <thread>
+#include <vector>
+
+#include "channel.h"
+#include "commands.h"
+#include "failure.h"
+#include "receiver.h"
+
+namespace tv {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// A channel change is only queued by its command and ends within this time, if it succeeds.
+constexpr std::chrono::seconds kPatience(5);
+constexpr std::chrono::milliseconds kPollInterval(20);
+
+constexpr const char* kUp = "up";
+constexpr const char* kDown = "down";
+constexpr const char* kStop = "stop";
+
+bool isWord(const std::string& text) { return text == kUp || text == kDown || text == kStop; }
+
+struct PlayOptions {
+  std::string what;    // a number or one of the words above; empty: what played last
+  std::string source;  // empty: the current one
+};
+
+void print(const Channel& channel, const char* remark = "") {
+  std::cout << channel.number() << ' ' << channel.name << remark << '\n';
+}
+
+std::string stillOn(const std::optional<Channel>& channel) {
+  return channel ? "still on " + channel->number() + ", which atsc-tv play starts again"
+                 : "there is no current channel";
+}
+
+// Sends a channel change and waits until the current channel is a wanted one; gives the current
+// channel in any case.
+std::optional<Channel> change(const Client& client, const Json::Value& request,
+                              const std::function<bool(const Channel&)>& wanted) {
+  if (client.send(request).result != 0) {
+    throw Failure(kFailure, "the service refuses the channel change");
+  }
+  // All these questions would only hide the texts that matter.
+  const Client quiet(false);
+  const Clock::time_point end = Clock::now() + kPatience;
+  for (;;) {
+    const std::optional<Channel> channel = currentChannel(quiet);
+    if ((channel && wanted(*channel)) || Clock::now() >= end) return currentChannel(client);
+    std::this_thread::sleep_for(kPollInterval);
+  }
+}
+
+Json::Value changeRequest(const Source& source) {
+  Json::Value request = command("FW", "CHANNELCHANGE");
+  request["input"] = source.name;
+  return request;
+}
+
+// Plays the current channel. A change to it would not be seen; the result of this is told.
+int playAgain(const Client& client, const Channel& current, const char* remark,
+              const std::string& fault) {
+  if (client.send(command("FW", "PLAY")).result != 0) throw Failure(kFailure, fault);
+  print(current, remark);
+  return kSuccess;
+}
+
+int tune(const Client& client, const std::string& database, const PlayOptions& options) {
+  const std::vector<Channel> found = findChannels(client, database, options.what, options.source);
+  const auto is_deleted = [](const Channel& channel) { return (channel.flags & kDeleted) != 0; };
+  const auto first = std::find_if_not(found.begin(), found.end(), is_deleted);
+  const Channel& wanted = first != found.end() ? *first : found.front();
+  if (is_deleted(wanted)) {
+    throw Failure(kFailure, wanted.number() + " is deleted; atsc-tv edit " + wanted.number() +
+                                " --undelete brings it back");
+  }
+  startReceiver(client);
+  // Where one frequency does not carry it, the receiver takes another one that has the number.
+  const auto is_wanted = [&](const Channel& channel) {
+    return channel.source == wanted.source && channel.number() == wanted.number();
+  };
+  const std::string does_not_play = wanted.number() + " does not play (the service's log says why)";
+  if (const std::optional<Channel> current = currentChannel(client);
+      current && is_wanted(*current)) {
+    return playAgain(client, *current, "", does_not_play);
+  }
+  Json::Value request = changeRequest(*wanted.source);
+  request["major"] = Json::Int64{wanted.major};
+  request["minor"] = Json::Int64{wanted.minor};
+  request["service_record"] = Json::Int64{wanted.service_record};
+  const std::optional<Channel> reached = change(client, request, is_wanted);
+  if (!reached || !is_wanted(*reached)) {
+    throw Failure(kFailure, does_not_play + "; " + stillOn(reached));
+  }
+  print(*reached);
+  return kSuccess;
+}
+
+int zap(const Client& client, const std::string& database, bool up) {
+  const Source& source = currentSource(client);
+  std::vector<Channel> walk = listedChannels(database, source);
+  walk.erase(std::remove_if(walk.begin(), walk.end(),
+                            [](const Channel& channel) {
+                              return (channel.flags & kVisible) == 0 ||
+                                     (channel.flags & (kSkipped | kDeleted)) != 0;
+                            }),
+             walk.end());
+  if (walk.empty()) {
+    throw Failure(kFailure, "no channel to change to: none of " + std::string(source.name) +
+                                " is listed that is neither skipped nor deleted");
+  }
+  startReceiver(client);
+  const std::optional<Channel> before = currentChannel(client);
+  if (before && walk.size() == 1 && walk.front().isSameAs(*before)) {
+    return playAgain(client, *before, " (there is no other channel)", "no channel plays");
+  }
+  Json::Value request = changeRequest(source);
+  request["mode"] = up ? "UP" : "DOWN";
+  // Which one comes next depends on what is received: channels without a carrier are passed over.
+  const auto is_other = [&](const Channel& channel) {
+    return !before || !channel.isSameAs(*before);
+  };
+  const std::optional<Channel> reached = change(client, request, is_other);
+  if (!reached || !is_other(*reached)) {
+    throw Failure(kFailure, "no other channel plays; " + stillOn(reached));
+  }
+  print(*reached);
+  return kSuccess;
+}
+
+int stop(const Client& client) {
+  startReceiver(client);
+  if (client.send(command("FW", "STOP")).result != 0) {
+    throw Failure(kFailure, "the service cannot stop playing");
+  }
+  std::cout << "Stopped\n";
+  return kSuccess;
+}
+
+// Plays what played last on a source.
+int resume(const Client& client, const std::string& source) {
+  startReceiver(client);
+  Json::Value request = command("FW", source.empty() ? "PLAY" : "PLAYSRC");
+  if (!source.empty()) request["src"] = source;
+  if (client.send(request).result != 0) {
+    throw Failure(kFailure, "nothing to play" + (source.empty() ? "" : " on " + source) +
+                                ": no channel is listed, or its signal is gone");
+  }
+  const std::optional<Channel> reached = currentChannel(client);
+  if (!reached) throw Failure(kFailure, "there is no current channel");
+  print(*reached);
+  return kSuccess;
+}
+
+int play(const CommonOptions& common, const PlayOptions& options) {
+  const bool is_word = isWord(options.what);
+  if (is_word && !options.source.empty()) {
+    throw Failure(kUsage, "--src goes with a channel number or alone");
+  }
+  const Client client = common.client();
+  client.requireService();
+  if (options.what.empty()) return resume(client, options.source);
+  if (!is_word) return tune(client, common.channelDatabase(), options);
+  if (options.what == kStop) return stop(client);
+  return zap(client, common.channelDatabase(), options.what == kUp);
+}
+
+void addWord(CLI::App& app, Action& action, const char* word, const std::string& help) {
+  app.add_subcommand(word, help)->callback([&action, word] {
+    action = [word](const CommonOptions& common) { return play(common, {word, ""}); };
+  });
+}
+
+}  // namespace
+
+void addPlay(CLI::App& app, Action& action) {
+  CLI::App* command = app.add_subcommand(
+      "play", "Change the channel; without one, play what played last (on --src)");
+  auto options = std::make_shared<PlayOptions>();
+  command->add_option("CHANNEL", options->what, "A number like 7-1 or 1203, or up, down or stop")
+      ->check([](const std::string& text) { return isWord(text) ? "" : channelNumberFault(text); })
+      ->option_text("CHANNEL");
+  addSourceOption(*command, options->source,
+                  "Terrestrial or cable (default for a number: the current source, else the other "
+                  "one if that has it)");
+  command->callback([&action, options] {
+    action = [options](const CommonOptions& common) { return play(common, *options); };
+  });
+}
+
+void addUp(CLI::App& app, Action& action) {
+  addWord(app, action, kUp, "The next channel of the current source, as play up");
+}
+
+void addDown(CLI::App& app, Action& action) {
+  addWord(app, action, kDown, "The previous channel of the current source, as play down");
+}
+
+void addStop(CLI::App& app, Action& action) {
+  addWord(app, action, kStop, "Stop playing, as play stop");
+}
+
+}  // namespace tv

@@ -1,0 +1,291 @@
+// What a viewer does with the remote control, on its way through all processes.
+#include <SQLiteCpp/SQLiteCpp.h>
+#include <gmock/gmock.h>
+#include <json/json.h>
+#include <signal.h>
+#include <time.h>
+
+#include <algorithm>
+#include <fstream>
+#include <sstream>
+
+#include "system_fixture.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using testing::AllOf;
+using testing::HasSubstr;
+
+using Words = std::vector<std::string>;
+
+// In the first minutes of "The Long Lock" on 5-1, a programme with wide captions; in summer.
+constexpr const char* kStart = "2026-04-22T19:05:00Z";
+constexpr int64_t kStartSeconds = 1776884700;
+
+constexpr const char* kCurrent = R"({"class":"SRV","command":"GETCUR"})";
+constexpr const char* kCurrentSource = R"({"class":"CN","command":"GETCURSRC"})";
+constexpr const char* kLanguages = R"({"class":"CN","command":"GETPREAUD"})";
+constexpr const char* kTime = R"({"class":"TIME","command":"GETCUR"})";
+constexpr const char* kTimeSetting = R"({"class":"TIME","command":"GETSETTING"})";
+
+std::string tuneCommand(int major, int minor) {
+  return R"({"class":"FW","command":"CHANNELCHANGE","major":)" + std::to_string(major) +
+         ",\"minor\":" + std::to_string(minor) + "}";
+}
+
+// As atsc-tv play prints it.
+std::string played(const Row& row) {
+  return std::to_string(row.major) + '-' + std::to_string(row.minor) + ' ' + row.name + '\n';
+}
+
+class RemoteSystemTest : public SystemTest {
+ protected:
+  // The receiver's state is apart from the databases.
+  RemoteSystemTest() : state_(folder_ / "state") { environment_["ATSC_HOST_STATE"] = state_; }
+
+  void begin(const Words& sources) {
+    Words words = {PSIPMUX, "--start", kStart, "--out", air_};
+    for (const char* name : {kAirLineup, kCableLineup}) {
+      Json::Value lineup;
+      std::ifstream(name) >> lineup;
+      lineup["daylight_saving"]["status"] = true;
+      words.push_back(folder_ / fs::path(name).filename());
+      std::ofstream(words.back()) << lineup;
+    }
+    const Outcome made = run(words);
+    ASSERT_EQ(0, made.status) << made.err;
+    startService();
+    for (const std::string& source : sources) scan(source);
+  }
+
+  void scan(const std::string& source) {
+    const Outcome outcome = tv({"scan", "--src", source});
+    ASSERT_EQ(0, outcome.status) << outcome.err;
+  }
+
+  // What atsc-tv prints.
+  std::string out(const Words& words) {
+    const Outcome outcome = tv(words);
+    EXPECT_EQ(0, outcome.status) << words[0] << ": " << outcome.err;
+    return outcome.out;
+  }
+
+  // The reply to a command; "result" is added.
+  Json::Value ask(const std::string& command) {
+    const Outcome outcome = send(command);
+    Json::Value reply(Json::objectValue);
+    const size_t result = outcome.out.rfind("result ");
+    EXPECT_NE(std::string::npos, result) << command << outcome.err;
+    if (result == std::string::npos) return reply;
+    if (result > 0) std::istringstream(outcome.out.substr(0, result)) >> reply;
+    reply["result"] = std::stoi(outcome.out.substr(result + 7));
+    return reply;
+  }
+
+  std::string currentNumber() {
+    const Json::Value reply = ask(kCurrent);
+    return reply["major"].asString() + '-' + reply["minor"].asString();
+  }
+
+  Json::Value captions(int input_type, int service) {
+    return ask(R"({"class":"CC","command":"get_sar","input_type":)" + std::to_string(input_type) +
+               ",\"AiccServiceId\":" + std::to_string(service) + "}");
+  }
+
+  std::string value(const std::string& sql) const {
+    SQLite::Database file(database_.string(), SQLite::OPEN_READONLY, 10000);
+    return file.execAndGet("SELECT " + sql).getString();
+  }
+
+  const fs::path state_;
+};
+
+TEST_F(RemoteSystemTest, Evening) {
+  ASSERT_NO_FATAL_FAILURE(begin({"VSB", "QAM"}));
+  const std::vector<Row> lineup = rowsOfLineup(kAirLineup);
+  ASSERT_EQ(lineup, terrestrial());
+  ASSERT_EQ(rowsOfLineup(kCableLineup), cable());
+
+  // Up through all channels and on to the first; down from there.
+  EXPECT_EQ(played(lineup[0]), out({"play", "5-1"}));
+  for (size_t i = 1; i <= lineup.size(); ++i) {
+    ASSERT_EQ(played(lineup[i % lineup.size()]), out({"up"}));
+  }
+  EXPECT_EQ(played(lineup.back()), out({"play", "down"}));
+  // Only the cable has it. Back again there is what played last.
+  EXPECT_THAT(out({"play", "1203"}), HasSubstr("1203 "));
+  EXPECT_EQ("QAM", ask(kCurrentSource)["src"].asString());
+  EXPECT_EQ(played(lineup.back()), out({"play", "--src", "VSB"}));
+
+  EXPECT_EQ(played(lineup[0]), out({"play", "5-1"}));
+  EXPECT_EQ("5-2 L'Été: skipped\n", out({"edit", "5-2", "--skip"}));
+  EXPECT_EQ("5-3 KÉVA FM: favourite groups 1 28, skipped\n",
+            out({"edit", "5-3", "--skip", "--fav", "1", "--fav", "28"}));
+  EXPECT_EQ("9-1 WOLM-HD\n", out({"up"}));
+  EXPECT_EQ("5-3 KÉVA FM\n", out({"play", "5-3"})) << "a skipped channel can be chosen";
+  EXPECT_EQ("5-3 KÉVA FM: favourite group 28, skipped, locked\n",
+            out({"edit", "5-3", "--unfav", "1", "--lock"}));
+  EXPECT_EQ(0xD, ask(kCurrent)["srv_flag"].asInt());
+  EXPECT_EQ("5-3 KÉVA FM: favourite group 28, skipped\n", out({"edit", "5-3", "--unlock"}));
+
+  const std::string added_name = "Zoë's hand-made ♥";
+  EXPECT_EQ("5-9 " + added_name + "\n  Terrestrial (VSB), RF 8, 183.000 MHz\n",
+            out({"add", "5-9", "--freq", "8", "--name", added_name}));
+  EXPECT_EQ("5-9 " + added_name + '\n', out({"play", "5-9"}));
+  EXPECT_EQ("5-1 KÉVA-1\n", out({"down"}));
+
+  // The language of all channels, then the track of this one.
+  EXPECT_THAT(out({"audio", "--prefer", "fre,eng"}), HasSubstr("* 1 eng AC-3\n"));
+  EXPECT_THAT(out({"audio", "--prefer", "spa", "--dual", "mixed"}),
+              AllOf(HasSubstr("Dual mono: mixed\n"), HasSubstr("* 2 spa AC-3\n"),
+                    HasSubstr("preferred: spa, then eng\n")));
+  EXPECT_THAT(out({"audio", "3"}), HasSubstr("* 3 eng AC-3 described\n"));
+  EXPECT_EQ("3", value("audio_index FROM channel_data_t WHERE ch_id_pk = '5-1-183000000'"));
+
+  // The captions of the programme that is on.
+  EXPECT_EQ(1, captions(0, 1)["cc_aspect_ratio"].asInt());
+  EXPECT_EQ(0, captions(0, 2)["cc_aspect_ratio"].asInt());
+  EXPECT_EQ(-1, captions(0, 3)["result"].asInt());
+
+  EXPECT_THAT(out({"time", "--zone", "pst"}), HasSubstr(" PST (UTC-7:00), set by the broadcast\n"));
+  const Json::Value setting = ask(kTimeSetting);
+  EXPECT_EQ("PST", setting["time_zone"].asString());
+  EXPECT_EQ(-420, setting["offset"].asInt());
+  EXPECT_EQ("AUTO", setting["mode"].asString());
+  const Json::Value now = ask(kTime);
+  tm local = {};
+  local.tm_year = now["year"].asInt() - 1900;
+  local.tm_mon = now["month"].asInt() - 1;
+  local.tm_mday = now["mday"].asInt();
+  local.tm_hour = now["hour"].asInt();
+  local.tm_min = now["min"].asInt();
+  local.tm_sec = now["sec"].asInt();
+  const int64_t since_start = timegm(&local) + 7 * 3600 - kStartSeconds;
+  EXPECT_GE(since_start, 0);
+  EXPECT_LT(since_start, 1800);
+
+  EXPECT_THAT(out({"now"}),
+              AllOf(HasSubstr("Channel  5-1 KÉVA-1\n"), HasSubstr(", RF 8, 183.000 MHz\n"),
+                    HasSubstr("Now      12:00-13:00  The Long Lock  TV-14-D-V"),
+                    HasSubstr("Next     13:00-13:30  Little Bobby's Tables"),
+                    HasSubstr("\n         * 3 eng AC-3 described\n"),
+                    HasSubstr("\nClock    Wed 22 Apr 2026 12:")));
+
+  // An emptied list leaves the other one alone and is filled again.
+  const std::string air = contentOfTable(database_, "channel_data_t");
+  EXPECT_EQ(0, ask(R"({"class":"SRV","command":"RESET","src":"QAM"})")["result"].asInt());
+  EXPECT_TRUE(cable().empty());
+  EXPECT_EQ(air, contentOfTable(database_, "channel_data_t"));
+  scan("QAM");
+  scan("VSB");
+  EXPECT_EQ(rowsOfLineup(kCableLineup), cable());
+  EXPECT_EQ(air, contentOfTable(database_, "channel_data_t"));
+  std::vector<Row> rows = terrestrial();
+  const auto added = std::find_if(rows.begin(), rows.end(),
+                                  [](const Row& row) { return row.major == 5 && row.minor == 9; });
+  ASSERT_NE(rows.end(), added);
+  EXPECT_EQ(added_name, added->name);
+  rows.erase(added);
+  EXPECT_EQ(lineup, rows);
+
+  // Another evening: the receiver knows it all without the channel table.
+  EXPECT_EQ("5-1 KÉVA-1\n", out({"play", "5-1"}));
+  service_->signal(SIGTERM);
+  EXPECT_EQ(0, service_->wait()) << service_->err();
+  startService();
+  for (const char* source : {"VSB", "QAM"}) {
+    ask(std::string(R"({"class":"TEST","command":"GETSERVICE","input":")") + source + "\"}");
+  }
+  EXPECT_EQ(air, contentOfTable(database_, "channel_data_t"));
+  EXPECT_EQ(rowsOfLineup(kCableLineup), cable());
+  EXPECT_EQ("5-1 KÉVA-1\n", out({"play"}));
+  EXPECT_THAT(service_->err() + service_->out(), HasSubstr("audio track 3 (PID 54"));
+  EXPECT_EQ("spa", ask(kLanguages)["first"].asString());
+  EXPECT_EQ("eng", ask(kLanguages)["second"].asString());
+  EXPECT_EQ("PST", ask(kTimeSetting)["time_zone"].asString());
+}
+
+TEST_F(RemoteSystemTest, ChangesAreQueuedAndDelayNothing) {
+  ASSERT_NO_FATAL_FAILURE(begin({"VSB"}));
+  auto watch = startWatch();
+  EXPECT_EQ(0, send(tuneCommand(5, 1)).status);
+  EXPECT_EQ(0, send(tuneCommand(9, 1)).status);
+  EXPECT_EQ(0, send(tuneCommand(22, 1)).status);
+  EXPECT_TRUE(eventually([&] {
+    const Json::Value time = ask(kTime);
+    EXPECT_EQ(0, time["result"].asInt());
+    EXPECT_TRUE(time.isMember("year"));
+    return currentNumber() == "22-1";
+  }));
+  // Beside a TV application, which hears of each change.
+  EXPECT_EQ("22-2 KidTree\n", out({"up"}));
+  EXPECT_EQ("Stopped\n", out({"stop"}));
+  EXPECT_TRUE(eventually([&] {
+    size_t count = 0;
+    const std::string heard = watch->out();
+    for (size_t at = 0; (at = heard.find("CHANNEL_PLAY_SUCCESS", at)) != std::string::npos; ++at) {
+      ++count;
+    }
+    return count >= 4;
+  }));
+}
+
+TEST_F(RemoteSystemTest, FailuresAreTold) {
+  const auto fails = [&](int status, const Words& words, const std::string& reason) {
+    const Outcome outcome = tv(words);
+    EXPECT_EQ(status, outcome.status) << words[0] << ' ' << outcome.err;
+    EXPECT_EQ("", outcome.out) << words[0];
+    EXPECT_THAT(outcome.err, HasSubstr(reason)) << words[0];
+  };
+  for (const Words& words : {Words{"play", "5-1"},
+                             {"up"},
+                             {"stop"},
+                             {"now"},
+                             {"edit", "5-1", "--skip"},
+                             {"add", "5-9", "--freq", "8", "--name", "x"},
+                             {"audio"},
+                             {"time"}}) {
+    fails(3, words, "start atsc-service");
+  }
+  for (const Words& words : {Words{"play", "5-"},
+                             {"play", "up", "--src", "QAM"},
+                             {"edit", "5-1"},
+                             {"edit", "5-1", "--skip", "--unskip"},
+                             {"edit", "5-1", "--fav", "29"},
+                             {"add", "5-9", "--freq", "70", "--name", "x"},
+                             {"audio", "--prefer", "deu"},
+                             {"time", "--zone", "PDT"}}) {
+    EXPECT_EQ(2, tv(words).status) << words[0] << ' ' << words.back();
+  }
+
+  ASSERT_NO_FATAL_FAILURE(begin({}));
+  EXPECT_THAT(out({"now"}), AllOf(HasSubstr("Channel  none"), HasSubstr("Clock    ")));
+  fails(1, {"up"}, "no channel");
+  fails(1, {"play"}, "nothing to play");
+  scan("VSB");
+  fails(1, {"play", "99-1"}, "there is no channel 99-1");
+  out({"edit", "22-1", "--delete"});
+  fails(1, {"play", "22-1"}, "22-1 is deleted");
+
+  // A station that is gone is passed over, and cannot be chosen.
+  out({"play", "5-3"});
+  fs::remove(air_ / "vsb" / "479000000.ts");
+  EXPECT_EQ("22-2 KidTree\n", out({"up"}));
+  fails(1, {"play", "9-1"}, "9-1 does not play (the service's log says why); still on 22-2");
+  EXPECT_EQ("22-2", currentNumber());
+  fs::remove(air_ / "vsb" / "521000000.ts");
+  fails(1, {"play", "22-2"}, "22-2 does not play");
+
+  // The receiver's state cannot be stored. The table shows what is.
+  const std::string before = contentOfTable(database_, "channel_data_t");
+  fs::remove_all(state_);
+  std::ofstream(state_) << "x";
+  fails(1, {"edit", "5-1", "--skip"}, "5-1 could not be changed (skip)");
+  fails(1, {"add", "5-9", "--freq", "8", "--name", "x"}, "cannot add 5-9");
+  fails(1, {"audio", "--prefer", "spa"}, "could not be stored");
+  EXPECT_EQ(before, contentOfTable(database_, "channel_data_t"));
+}
+
+}  // namespace
