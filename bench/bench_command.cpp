@@ -9,6 +9,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <string>
 #include <thread>
@@ -18,12 +19,28 @@
 
 namespace {
 
-constexpr const char* kCommand = R"({"class":"MSC","command":"LOGCTL","para":"RESUME"})";
+// Acts and answers with the result alone; the other one asks the middleware and answers with a
+// text.
+constexpr const char* kAct = R"({"class":"MSC","command":"LOGCTL","para":"RESUME"})";
+constexpr const char* kAsk = R"({"class":"TIME","command":"GETCUR"})";
 
-// What a command without a reply text puts on the wire: frame header, item tag and size, the text
-// with its NUL; and back a header, a tag and the result.
-const size_t kRequestBytes = 16 + 5 + std::string(kCommand).size() + 1;
-constexpr size_t kReplyBytes = 16 + 5;
+// What goes over the wire: a frame header; tag, size and NUL of each text; tag and value of the
+// result.
+constexpr size_t kHeaderBytes = 16;
+constexpr size_t kTextBytes = 5 + 1;
+constexpr size_t kResultBytes = 5;
+
+// Sends a command; ends the program when nobody answers. Returns the size of the reply text.
+size_t send(const char* command) {
+  char* text = nullptr;
+  if (ATSC_TransmitServiceClientJSONCommand(command, &text) != 0 ||
+      ATSC_host_last_transact() != 0) {
+    abort();
+  }
+  const size_t size = text != nullptr ? strlen(text) : 0;
+  free(text);
+  return size;
+}
 
 bool readAll(int fd, std::vector<char>& buffer) {
   for (size_t done = 0; done < buffer.size();) {
@@ -37,16 +54,15 @@ bool readAll(int fd, std::vector<char>& buffer) {
 // A child process that answers requests of a fixed size.
 class PingPong {
  public:
-  PingPong() {
+  PingPong(size_t request_bytes, size_t reply_bytes)
+      : request_(request_bytes), reply_(reply_bytes) {
     int ends[2];
     if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0) abort();
     child_ = fork();
     if (child_ == 0) {
       close(ends[0]);
-      std::vector<char> request(kRequestBytes);
-      const std::vector<char> reply(kReplyBytes);
-      while (readAll(ends[1], request) &&
-             write(ends[1], reply.data(), reply.size()) == static_cast<ssize_t>(reply.size())) {
+      while (readAll(ends[1], request_) &&
+             write(ends[1], reply_.data(), reply_.size()) == static_cast<ssize_t>(reply_.size())) {
       }
       _exit(0);
     }
@@ -67,8 +83,8 @@ class PingPong {
   }
 
  private:
-  const std::vector<char> request_ = std::vector<char>(kRequestBytes);
-  std::vector<char> reply_ = std::vector<char>(kReplyBytes);
+  std::vector<char> request_;
+  std::vector<char> reply_;
   int socket_ = -1;
   pid_t child_ = -1;
 };
@@ -108,18 +124,15 @@ int main(int argc, char** argv) {
   if (mkdtemp(&folder[0]) == nullptr) return 1;
   int status = 1;
   {
-    PingPong floor;
     Service service(folder);
     if (service.runs()) {
+      PingPong act(kHeaderBytes + kTextBytes + strlen(kAct), kHeaderBytes + kResultBytes);
+      PingPong ask(kHeaderBytes + kTextBytes + strlen(kAsk),
+                   kHeaderBytes + kTextBytes + send(kAsk) + kResultBytes);
       bench::add(
-          "command round trip",
-          [] {
-            if (ATSC_TransmitServiceClientJSONCommand(kCommand, nullptr) != 0 ||
-                ATSC_host_last_transact() != 0) {
-              abort();
-            }
-          },
-          [&floor] { floor.exchange(); }, 20000);
+          "command round trip", [] { send(kAct); }, [&act] { act.exchange(); }, 20000);
+      bench::add(
+          "command with a reply", [] { send(kAsk); }, [&ask] { ask.exchange(); }, 20000);
       status = bench::run(argc, argv);
     } else {
       fprintf(stderr, "bench_command: the service does not start\n");
