@@ -19,9 +19,9 @@ bool is_unconditional(const AISRV_query_filter* filter) {
 
 }  // namespace
 
-int AISRV_get_total_services(uint32_t input_source, uint32_t, const AISRV_query_filter* filter,
+int AISRV_get_total_services(uint32_t input_source, uint32_t mask, const AISRV_query_filter* filter,
                              uint32_t, uint32_t* count) {
-  return status_of(__func__, [&] {
+  const auto read = [&] {
     if (!count || !is_source(input_source) || !is_unconditional(filter)) return false;
     *count = 0;
     Receiver::instance().services().visit(input_source, [&](const Service&) {
@@ -29,13 +29,14 @@ int AISRV_get_total_services(uint32_t input_source, uint32_t, const AISRV_query_
       return true;
     });
     return true;
-  });
+  };
+  return logged_status_of(__func__, read, input_source, mask, count);
 }
 
-int AISRV_get_n_services(uint32_t input_source, uint32_t, uint32_t first,
+int AISRV_get_n_services(uint32_t input_source, uint32_t mask, uint32_t first,
                          const AISRV_query_filter* filter, uint32_t, uint32_t, uint32_t* count,
                          AISRV_service_info* records) {
-  return status_of(__func__, [&] {
+  const auto read = [&] {
     if (!count || (!records && *count > 0)) return false;
     if (!is_source(input_source) || !is_unconditional(filter)) return false;
     const uint32_t capacity = *count;
@@ -47,7 +48,8 @@ int AISRV_get_n_services(uint32_t input_source, uint32_t, uint32_t first,
       return true;
     });
     return true;
-  });
+  };
+  return logged_status_of(__func__, read, input_source, mask, first, count);
 }
 
 int AISRV_get_pid_details(const AISRV_service_info* service, AISRV_pid_details* details) {

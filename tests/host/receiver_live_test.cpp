@@ -486,7 +486,12 @@ TEST(ReceiverClockTest, FollowsTheFirstTimeOfEachStreamAndRunsOn) {
   // Another content of the same file, and any time at all.
   StreamId replaced = a;
   replaced.inode = 9;
-  EXPECT_TRUE(clock.follow(replaced, at(kStart, 17), t + seconds(100)).time_changed);
+  EXPECT_TRUE(clock.follow(replaced, at(kStart + 50, 17), t + seconds(100)).time_changed);
+  EXPECT_EQ(kStart + 50 - 17 + kEpoch, clock.now(t + seconds(100)));
+  // One that was made together with the others and is first read now.
+  const StreamId late{"d", 1, 4, 100, 1};
+  clock.follow(late, at(kStart, 17), t + seconds(200));
+  EXPECT_EQ(kStart + 200 - 17 + kEpoch, clock.now(t + seconds(200)));
   clock.follow(hostile, at(0xFFFFFFFF, 255), t + seconds(100));
   EXPECT_EQ(kEpoch - 256, clock.now(t + seconds(100)));
 

@@ -60,9 +60,13 @@ void Clock::set_automatic(bool automatic) {
 }
 
 Clock::Station& Clock::station_of(const StreamId& stream, const SystemTime& time, Instant at) {
-  Station& station = stations_[stream.path];
-  if (!(station.stream == stream)) station = {stream, time.gps_seconds, at};
-  return station;
+  const auto known = stations_.find(stream.path);
+  if (known != stations_.end() && known->second.stream == stream) return known->second;
+  for (const auto& [path, other] : stations_) {
+    const uint32_t ahead = time.gps_seconds - other.gps_seconds;
+    if (ahead + 1 <= 2) at = other.at;  // by -1, 0 or 1
+  }
+  return stations_[stream.path] = {stream, time.gps_seconds, at};
 }
 
 void Clock::remember(const StreamId& stream, const SystemTime& time, Instant at) {

@@ -17,8 +17,8 @@ namespace atschost {
 
 // Unix time of the station that is tuned, of the PC before any. A stream that is read in a loop
 // repeats its system time: only its first table sets the station's time, which runs on from there.
-// Streams that were made together keep the same time where they are first read at the same time, as
-// by one scan. Any thread.
+// Streams that begin at the same time, within a second, were made together: when the first one of
+// them is read, all begin. Any thread.
 class Clock {
  public:
   using Instant = std::chrono::steady_clock::time_point;
