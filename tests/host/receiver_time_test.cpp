@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 #include <tuple>
 
@@ -13,6 +14,7 @@
 #include "receiver/local_time.h"
 #include "receiver/receiver.h"
 #include "receiver_test_air.h"
+#include "rmgr.h"
 
 namespace receiver_test {
 namespace {
@@ -74,6 +76,11 @@ TEST(LocalTime, DaylightSavingIsInForceAsTheSystemTimeTableSays) {
       {AIST_ZONE_EASTERN, "2026-10-03 12:00:00", true, 1, 2, "2026-10-31 12:00:00", -240},
       {AIST_ZONE_EASTERN, "2026-03-08 11:00:00", false, 8, 2, "2026-03-08 11:00:00", -240},
       {AIST_ZONE_EASTERN, "2026-11-01 11:00:00", true, 1, 2, "2026-11-01 11:00:00", -300},
+      // Announced a whole month ahead: that day is still to come.
+      {AIST_ZONE_EASTERN, "2026-02-08 12:00:00", false, 8, 2, "2026-02-08 12:00:00", -300},
+      {AIST_ZONE_EASTERN, "2026-02-08 12:00:00", false, 8, 2, "2026-03-08 07:00:00", -240},
+      {AIST_ZONE_EASTERN, "2026-10-01 12:00:00", true, 1, 2, "2026-10-01 12:00:00", -240},
+      {AIST_ZONE_EASTERN, "2026-10-01 12:00:00", true, 1, 2, "2026-11-01 06:00:00", -300},
       // A stream that is played on and on announces it only once.
       {AIST_ZONE_EASTERN, "2026-03-01 12:00:00", false, 8, 2, "2026-07-01 12:00:00", -240},
       // Over the end of a year, and of a month on the day itself.
@@ -234,7 +241,7 @@ TEST(CaptionServices, AreThoseOfThePresentEventElseOfThePmt) {
   tables.eits[{0, 4}] = {event(now - 2700, "deu", 0), event(now + 900, "deu", 0)};
   atschost::Receiver::instance().guide().update(AI_INPUT_TERRESTRIAL, kChannel, tables, 18);
 
-  AICC_cc_service_data data{};
+  AICC_cc_service_data data{}, again{};
   ASSERT_EQ(0, AICC_get_cc_service_data(0, &list[0].info, &data));
   ASSERT_EQ(1, data.count);
   EXPECT_EQ(5, data.services[0].service_id);
@@ -253,6 +260,15 @@ TEST(CaptionServices, AreThoseOfThePresentEventElseOfThePmt) {
 
   EXPECT_EQ(0, AICC_get_cc_service_data(0, &list[2].info, &data));
   EXPECT_EQ(0, data.count);
+
+  // The PMT's are stored with the list.
+  data = again = {};
+  EXPECT_EQ(0, AICC_get_cc_service_data(0, &list[1].info, &data));
+  EXPECT_EQ(0, AISRV_sync_to_database());
+  EXPECT_EQ(0, RMGRReload());
+  EXPECT_EQ(0, AICC_get_cc_service_data(0, &list[1].info, &again));
+  EXPECT_EQ(2, again.count);
+  EXPECT_EQ(0, std::memcmp(&data, &again, sizeof data));
 
   AISRV_service_info unknown = list[0].info;
   unknown.service_id.service_rec = 0xFFFE;

@@ -12,8 +12,8 @@ constexpr int64_t kGpsEpoch = 315964800;  ///< 1980-01-06T00:00:00Z in Unix time
 int64_t DaysFromCivil(int64_t year, int64_t month, int64_t day);
 
 /// What the STT of a U.S. station says (A/65 Annex A): daylight saving time is from the second
-/// Sunday of March to the first Sunday of November, 2 a.m. Eastern time, and each change is
-/// announced four weeks ahead. `system_time` is in GPS seconds.
+/// Sunday of March to the first Sunday of November, 2 a.m. Eastern time (the rule of 2007, here of
+/// every year), and each change is announced four weeks ahead. `system_time` is in GPS seconds.
 DaylightSaving UsDaylightSaving(uint32_t system_time);
 
 }  // namespace psipmux

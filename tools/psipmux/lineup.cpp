@@ -93,6 +93,7 @@ Stream ParseStream(const Node& node, ChannelIds& ids) {
     stream.asvcflags = static_cast<uint8_t>(node.Integer("asvcflags", 0, 255));
   }
   stream.dual_mono = node.BooleanOr("dual_mono", false);
+  if (stream.dual_mono && stream.bsmod == 7) node.At("dual_mono").Fail("not with a bsmod of 7");
   if (node.Has("second_language")) {
     if (!stream.dual_mono || stream.language.empty()) {
       node.At("second_language").Fail("only with dual_mono and language");

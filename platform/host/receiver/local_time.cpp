@@ -59,11 +59,13 @@ int64_t days_to(const Date& date) {
 }
 
 // When daylight saving begins or ends as the table announces it, in seconds of local time as it is
-// until then. It is announced less than a month ahead, and until it has occurred in all zones that
-// the network serves: a day of the month that lies further back is that of the next month.
+// until then. It is announced up to a month ahead, and until it has occurred in all zones that the
+// network serves; the table gives the day of the month alone. Where that leaves two months, it is
+// the one in which all these zones change: March or November.
 std::optional<int64_t> announced_change(const SystemTime& table, int64_t local_time_of_table) {
   if (table.daylight_day_of_month == 0 || table.daylight_hour > 23) return std::nullopt;
   const Date today = date_of(local_time_of_table / kDay);
+  std::optional<int64_t> first;
   for (int64_t months = -1; months <= 1; ++months) {
     const int64_t month = today.year * 12 + today.month - 1 + months;
     const Date date{month / 12, month % 12 + 1, table.daylight_day_of_month};
@@ -71,10 +73,11 @@ std::optional<int64_t> announced_change(const SystemTime& table, int64_t local_t
     if (date_of(days).day != date.day) continue;  // the month is shorter
     const int64_t change = days * kDay + table.daylight_hour * kHour;
     if (change <= local_time_of_table - kDay) continue;
-    if (change >= local_time_of_table + 31 * kDay) break;
-    return change;
+    if (change >= local_time_of_table + 32 * kDay) break;
+    if (date.month == (table.daylight_status ? 11 : 3)) return change;
+    if (!first) first = change;
   }
-  return std::nullopt;
+  return first;
 }
 
 bool saves_daylight(const Zone& zone, const SystemTime& table, uint32_t unix_seconds) {

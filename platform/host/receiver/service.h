@@ -39,7 +39,7 @@ struct Service {
   uint8_t audio = 0;   // number of the audio track that the viewer chose, 0 for none
   std::string name;    // UTF-16BE
   std::vector<AISRV_pid_info> streams;
-  std::vector<CaptionService> captions;  // that the PMT announces; not stored
+  std::vector<CaptionService> captions;  // that the PMT announces
 };
 
 // The services of one carrier that a viewer can choose, each number once. Record numbers are the

@@ -56,11 +56,11 @@ std::string from_hex(const std::string& text) {
   return bytes;
 }
 
-std::string language_text(const char (&language)[3]) {
+std::string language_text(const char* language) {
   return language[0] ? std::string(language, 3) : std::string();
 }
 
-void set_language(const Json::Value& value, char (&language)[3]) {
+void set_language(const Json::Value& value, char* language) {
   const std::string text = value.asString();
   if (!text.empty() && text.size() != 3)
     throw std::runtime_error("a language is not three letters");
@@ -96,6 +96,26 @@ AISRV_pid_info stream_from_json(const Json::Value& value) {
   return stream;
 }
 
+Json::Value to_json(const CaptionService& captions) {
+  Json::Value value;
+  value["number"] = captions.number;
+  value["digital"] = static_cast<bool>(captions.digital);
+  value["easy_reader"] = static_cast<bool>(captions.easy_reader);
+  value["wide"] = static_cast<bool>(captions.wide);
+  value["language"] = language_text(captions.language.data());
+  return value;
+}
+
+CaptionService captions_from_json(const Json::Value& value) {
+  CaptionService captions;
+  captions.number = static_cast<uint8_t>(number_member(value, "number", 63));
+  captions.digital = bool_member(value, "digital", true);
+  captions.easy_reader = bool_member(value, "easy_reader", false);
+  captions.wide = bool_member(value, "wide", false);
+  set_language(value["language"], captions.language.data());
+  return captions;
+}
+
 Json::Value to_json(const Service& service) {
   Json::Value value;
   value["source"] = service.key.source;
@@ -115,6 +135,8 @@ Json::Value to_json(const Service& service) {
   value["name_utf16be"] = to_hex(service.name);
   value["streams"] = Json::arrayValue;
   for (const AISRV_pid_info& stream : service.streams) value["streams"].append(to_json(stream));
+  value["captions"] = Json::arrayValue;
+  for (const CaptionService& each : service.captions) value["captions"].append(to_json(each));
   return value;
 }
 
@@ -144,6 +166,11 @@ Service service_from_json(const Json::Value& value) {
   if (!streams.isArray() || streams.size() > AISRV_MAX_PIDS)
     throw std::runtime_error("a service has too many streams or none listed");
   for (const Json::Value& stream : streams) service.streams.push_back(stream_from_json(stream));
+  // Older files have none.
+  const Json::Value& captions = value["captions"];
+  if ((!captions.isNull() && !captions.isArray()) || captions.size() > kMaxCaptionServices)
+    throw std::runtime_error("a service has too many captions or none listed");
+  for (const Json::Value& each : captions) service.captions.push_back(captions_from_json(each));
   return service;
 }
 
