@@ -1,5 +1,6 @@
 #include "channel.h"
 
+#include <algorithm>
 #include <limits>
 
 #include "rows.h"
@@ -7,8 +8,6 @@
 
 namespace tv {
 namespace {
-
-constexpr int64_t kFirstFavouriteBit = 0x10;
 
 // One part of a channel number, all of `text`.
 std::optional<uint16_t> parsePart(const std::string& text) {
@@ -27,7 +26,7 @@ std::vector<Channel> select(const std::string& database, const Source& source,
   std::vector<Channel> channels;
   const Json::Value rows = readRows(database, source.table,
                                     std::string("* FROM ") + source.table + condition +
-                                        " ORDER BY major_no, minor_no, freq, ch_index");
+                                        " ORDER BY major_no, minor_no, ch_index, freq");
   for (const Json::Value& row : rows) {
     Channel channel;
     channel.source = &source;
@@ -39,6 +38,8 @@ std::vector<Channel> select(const std::string& database, const Source& source,
     channel.favourites = integer(row, "fav_group");
     channel.service_record = integer(row, "service_record");
     channel.audio_pids = row["audio_pid"].asString();
+    channel.has_streams = !channel.audio_pids.empty() || !row["video_pid"].asString().empty();
+    channel.is_data = row["srv_type"] == "DATA";
     channel.audio_index = integer(row, "audio_index");
     channels.push_back(std::move(channel));
   }
@@ -49,7 +50,7 @@ std::string favouriteWords(int64_t favourites) {
   std::string groups;
   bool several = false;
   for (uint32_t group = 1; group <= kFavouriteGroups; ++group) {
-    if ((favourites & (kFirstFavouriteBit << (group - 1))) == 0) continue;
+    if ((favourites & favouriteBit(group)) == 0) continue;
     several = !groups.empty();
     groups += (several ? " " : "") + std::to_string(group);
   }
@@ -57,20 +58,12 @@ std::string favouriteWords(int64_t favourites) {
   return (several ? "favourite groups " : "favourite group ") + groups;
 }
 
-// "favourite group 2, locked"; empty when there is nothing to say.
-std::string flagWords(const Channel& channel) {
-  std::string words = favouriteWords(channel.favourites);
-  const auto add = [&](int64_t flag, const char* word) {
-    if ((channel.flags & flag) == 0) return;
-    words += (words.empty() ? "" : ", ") + std::string(word);
-  };
-  add(kSkipped, "skipped");
-  add(kLocked, "locked");
-  add(kDeleted, "deleted");
-  return words;
-}
-
 }  // namespace
+
+int64_t favouriteBit(uint32_t group) {
+  constexpr int64_t kFirst = 0x10;
+  return kFirst << (group - 1);
+}
 
 // A one-part number of cable (A/65 6.3.2) is kept with the minor number 0.
 std::string Channel::number() const {
@@ -110,6 +103,25 @@ std::vector<Channel> listedChannels(const std::string& database, const Source& s
                     " AND minor_no = " + std::to_string(number.minor));
 }
 
+bool hasChannels(const std::string& database) {
+  return std::any_of(kSources.begin(), kSources.end(), [&](const Source& source) {
+    return !readRows(database, source.table, std::string("1 FROM ") + source.table + " LIMIT 1")
+                .empty();
+  });
+}
+
+std::string markWords(int64_t flags, int64_t favourites) {
+  std::string words = favouriteWords(favourites);
+  const auto add = [&](int64_t flag, const char* word) {
+    if ((flags & flag) == 0) return;
+    words += (words.empty() ? "" : ", ") + std::string(word);
+  };
+  add(kSkipped, "skipped");
+  add(kLocked, "locked");
+  add(kDeleted, "deleted");
+  return words;
+}
+
 std::string placeWords(const Channel& channel) {
   const int rf_channel = rfChannel(*channel.source, channel.frequency);
   return std::string(channel.source->title) + " (" + channel.source->name + ")" +
@@ -118,8 +130,12 @@ std::string placeWords(const Channel& channel) {
 }
 
 std::string channelLine(const Channel& channel) {
-  const std::string flags = flagWords(channel);
-  return channel.number() + ' ' + channel.name + (flags.empty() ? "" : ": " + flags);
+  const std::string marks = markWords(channel.flags, channel.favourites);
+  return channel.number() + ' ' + channel.name + (marks.empty() ? "" : ": " + marks);
+}
+
+const char* streamRemark(const Channel& channel) {
+  return channel.has_streams || channel.is_data ? "" : " (nothing is received for it)";
 }
 
 }  // namespace tv

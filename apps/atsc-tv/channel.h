@@ -32,6 +32,8 @@ struct Channel {
   int64_t flags = 0;      // ChannelFlag
   int64_t favourites = 0;
   int64_t service_record = 0xFFFF;
+  bool has_streams = true;  // audio or video; true where the channel list was not asked
+  bool is_data = false;     // a data service, which needs none
   std::string audio_pids;   // as in the column audio_pid
   int64_t audio_index = 0;  // track chosen by hand, from 1; 0: none
 
@@ -53,18 +55,30 @@ std::optional<ChannelNumber> parseChannelNumber(const std::string& text);
 // Checks a command-line option: the reason why `text` is no channel number, empty when it is one.
 std::string channelNumberFault(const std::string& text);
 
+// The bit of a favourite group, 1 to kFavouriteGroups.
+int64_t favouriteBit(uint32_t group);
+
 // The channels of a source in channel order; none when there is no list.
 std::vector<Channel> listedChannels(const std::string& database, const Source& source);
 
-// Those with this number; it may be received on several frequencies.
+// Those with this number, in the service's order; it may be received on several frequencies.
 std::vector<Channel> listedChannels(const std::string& database, const Source& source,
                                     ChannelNumber number);
+
+// Whether there is a channel of any source.
+bool hasChannels(const std::string& database);
+
+// "favourite group 2, locked"; empty when there is nothing to say.
+std::string markWords(int64_t flags, int64_t favourites);
 
 // "Terrestrial (VSB), RF 8, 183.000 MHz".
 std::string placeWords(const Channel& channel);
 
-// Number, name and flags in one line.
+// Number, name and marks in one line.
 std::string channelLine(const Channel& channel);
+
+// What follows that where neither audio nor video is known of the channel; empty otherwise.
+const char* streamRemark(const Channel& channel);
 
 }  // namespace tv
 

@@ -2,10 +2,12 @@
 
 #include <atsc/atsc_tables.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <vector>
 
 #include "audio.h"
+#include "channel.h"
 #include "rows.h"
 #include "table.h"
 #include "terminal.h"
@@ -38,6 +40,9 @@ std::string videoText(const std::string& pids) {
   }
   return text;
 }
+
+// Before the texts that a narrow terminal cuts off.
+constexpr int kMarksColumn = 2;
 
 // The RF channel of the plan's last frequency.
 int lastRfChannel(const Source& source) {
@@ -88,22 +93,35 @@ void printChannels(std::ostream& out, const Source& source, const Json::Value& c
   out << source.title << " (" << source.name << "): " << channels.size()
       << (channels.size() == 1 ? " channel\n" : " channels\n");
   if (channels.empty()) return;
-  Table table({{"No.", Align::kRight},
-               {"Name", Align::kLeft},
-               {"Type", Align::kLeft},
-               {"RF", Align::kRight},
-               {"MHz", Align::kRight},
-               {"TSID", Align::kRight},
-               {"Source", Align::kRight},
-               {"Video", Align::kLeft},
-               {"Audio", Align::kLeft}});
+  const auto marks = [](const Json::Value& row) {
+    return markWords(integer(row, "srv_flag"), integer(row, "fav_group"));
+  };
+  const bool marked = std::any_of(channels.begin(), channels.end(),
+                                  [&](const Json::Value& row) { return !marks(row).empty(); });
+  std::vector<Column> columns = {
+      {"No.", Align::kRight},    {"Name", Align::kLeft},  {"Type", Align::kLeft},
+      {"RF", Align::kRight},     {"MHz", Align::kRight},  {"TSID", Align::kRight},
+      {"Source", Align::kRight}, {"Video", Align::kLeft}, {"Audio", Align::kLeft}};
+  if (marked) columns.insert(columns.begin() + kMarksColumn, {"Marks", Align::kLeft});
+  Table table(std::move(columns));
   for (const Json::Value& row : channels) {
     const int64_t frequency = integer(row, "freq");
     const int channel = rfChannel(source, frequency);
-    table.add({channelNumber(row), row["name"].asString(), row["srv_type"].asString(),
-               channel != 0 ? std::to_string(channel) : "", megahertz(frequency),
-               row["tsid"].asString(), row["source_id"].asString(),
-               videoText(row["video_pid"].asString()), audioText(row["audio_pid"].asString())});
+    std::vector<std::string> cells = {channelNumber(row),
+                                      row["name"].asString(),
+                                      row["srv_type"].asString(),
+                                      channel != 0 ? std::to_string(channel) : "",
+                                      megahertz(frequency),
+                                      row["tsid"].asString(),
+                                      row["source_id"].asString(),
+                                      videoText(row["video_pid"].asString()),
+                                      audioText(row["audio_pid"].asString())};
+    // A blank where there are none: they are not unknown.
+    if (marked) {
+      const std::string words = marks(row);
+      cells.insert(cells.begin() + kMarksColumn, words.empty() ? " " : words);
+    }
+    table.add(cells);
   }
   table.print(out, "  ", terminalWidth());
 }
@@ -120,13 +138,15 @@ std::string rfChannelsOf(const Source& source) {
          std::to_string(source.first_channel) + " to " + std::to_string(lastRfChannel(source));
 }
 
-Failure noChannel(const std::string& number) {
-  return Failure(
-      kFailure, "there is no channel " + number + "; atsc-tv channels shows those that were found");
+Failure noChannel(const std::string& number, const std::string& source) {
+  return Failure(kFailure, "there is no channel " + number +
+                               (source.empty() ? "" : " on " + source) +
+                               "; atsc-tv channels shows those that were found");
 }
 
 Failure noChannels(const std::string& database) {
-  return Failure(kFailure, "no channels in " + database + "; atsc-tv scan finds them");
+  return Failure(
+      kFailure, "no channels in " + database + "; atsc-tv scan finds them (" + kSameDatabase + ")");
 }
 
 }  // namespace tv

@@ -52,8 +52,12 @@ std::string channelNumber(const Json::Value& row);
 // Writes the rows of readChannels() as a table with a heading.
 void printChannels(std::ostream& out, const Source& source, const Json::Value& channels);
 
-// What a subcommand throws that finds no channel with a number, or none at all, in the database.
-Failure noChannel(const std::string& number);
+// The reason why the service knows more channels than the database has.
+inline constexpr const char* kSameDatabase = "the service and atsc-tv need the same --db";
+
+// What a subcommand throws that finds no channel with a number on a source (empty: on any), or none
+// at all, in the database.
+Failure noChannel(const std::string& number, const std::string& source);
 Failure noChannels(const std::string& database);
 
 }  // namespace tv

@@ -39,22 +39,25 @@ int add(const CommonOptions& common, const AddOptions& options) {
   const std::string database = common.channelDatabase();
   for (const Channel& channel : listedChannels(database, source, number)) {
     if (channel.frequency != *frequency) continue;
-    std::cout << channelLine(channel) << "\n  " << placeWords(channel) << '\n';
+    const bool is_cut = channel.name.size() < oneLine(validUtf8(options.name)).size();
+    std::cout << channelLine(channel) << (is_cut ? " (the name was cut)" : "") << "\n  "
+              << placeWords(channel) << '\n';
     return kSuccess;
   }
-  throw Failure(kFailure, database +
-                              ": the channel is not there; the service and atsc-tv need "
-                              "the same --db");
+  throw Failure(kFailure, options.channel + " was added, but is not in " + database +
+                              "; the channel table could not be written, or " + kSameDatabase);
 }
 
 }  // namespace
 
 void addAdd(CLI::App& app, Action& action) {
   CLI::App* command = app.add_subcommand("add", "Add a channel to the list by hand");
+  command->footer(
+      "A channel that has the number and the frequency already gets the name. Several frequencies\n"
+      "may have one number; edit changes the first of them.");
   auto options = std::make_shared<AddOptions>();
   command->add_option("CHANNEL", options->channel, "Its number, like 7-1 or 1203")
       ->check(channelNumberFault)
-      ->option_text("CHANNEL")
       ->required();
   command
       ->add_option("--freq", options->frequency,
@@ -62,7 +65,7 @@ void addAdd(CLI::App& app, Action& action) {
       ->check(CLI::Range(uint32_t{1}, std::numeric_limits<uint32_t>::max()))
       ->option_text("N")
       ->required();
-  command->add_option("--name", options->name, "Its name")
+  command->add_option("--name", options->name, "Its name, of which the service keeps 20 characters")
       ->check([](const std::string& text) { return text.empty() ? "the name is empty" : ""; })
       ->option_text("NAME")
       ->required();

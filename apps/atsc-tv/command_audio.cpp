@@ -78,10 +78,12 @@ int audio(const CommonOptions& common, const AudioOptions& options) {
   const Client client = common.client();
   client.requireService();
   const std::string database = common.channelDatabase();
+  // Nothing is changed where the result cannot be shown.
+  listedCurrentChannel(client, database);
   if (!options.preferred.empty()) prefer(client, options.preferred);
   if (!options.dual.empty()) setDual(client, options.dual);
-  if (options.track != 0) choose(client, currentChannel(client, database), options.track);
-  const std::optional<Channel> channel = currentChannel(client, database);
+  if (options.track != 0) choose(client, listedCurrentChannel(client, database), options.track);
+  const std::optional<Channel> channel = listedCurrentChannel(client, database);
   std::cout << (channel ? channel->number() + ' ' + channel->name : "No current channel") << '\n';
   printAudio(std::cout, channel.value_or(Channel()), preferredLanguages(client), "  ");
   return kSuccess;
@@ -94,8 +96,7 @@ void addAudio(CLI::App& app, Action& action) {
       "audio", "Show the audio tracks of the channel, the playing one marked, or choose one");
   auto options = std::make_shared<AudioOptions>();
   command->add_option("N", options->track, "Play track N of the current channel from now on")
-      ->check(CLI::Range(1u, 255u))
-      ->option_text("N");
+      ->check(CLI::Range(1u, 255u));
   command
       ->add_option("--dual", options->dual,
                    "What is heard of a track with two programmes in one (dual mono)")

@@ -15,15 +15,16 @@ namespace {
 
 // A change without further members, and the one that takes it back.
 struct Mark {
+  int64_t flag;      // ChannelFlag
   const char* type;  // as in the command
   const char* opposite;
   const char* help;
   const char* opposite_help;
 };
 constexpr Mark kMarks[] = {
-    {"skip", "unskip", "Pass it over with up and down", "No longer pass it over"},
-    {"lock", "unlock", "Have it need the password", "No longer lock it"},
-    {"delete", "undelete", "Take it out of the viewer's list", "Bring it back"},
+    {kSkipped, "skip", "unskip", "Pass it over with up and down", "No longer pass it over"},
+    {kLocked, "lock", "unlock", "Have it need the password", "No longer lock it"},
+    {kDeleted, "delete", "undelete", "Take it out of the viewer's list", "Bring it back"},
 };
 
 struct EditOptions {
@@ -51,6 +52,20 @@ std::vector<Json::Value> changesOf(const EditOptions& options) {
   return changes;
 }
 
+// Whether the channel's marks are those that were asked for.
+bool hasMarks(const Channel& channel, const EditOptions& options) {
+  for (size_t i = 0; i < std::size(kMarks); ++i) {
+    const bool marked = (channel.flags & kMarks[i].flag) != 0;
+    if (marked ? options.opposites[i] : options.marks[i]) return false;
+  }
+  // A group that is given and taken is taken, which the service is told last.
+  int64_t given = 0;
+  int64_t taken = 0;
+  for (const uint32_t group : options.favourites) given |= favouriteBit(group);
+  for (const uint32_t group : options.no_favourites) taken |= favouriteBit(group);
+  return (channel.favourites & (given | taken)) == (given & ~taken);
+}
+
 int edit(const CommonOptions& common, const EditOptions& options) {
   std::vector<Json::Value> changes = changesOf(options);
   if (changes.empty()) {
@@ -61,6 +76,7 @@ int edit(const CommonOptions& common, const EditOptions& options) {
   const std::string database = common.channelDatabase();
   // Of several with the number the service takes the first, too.
   const Channel channel = findChannels(client, database, options.channel, options.source).front();
+  listedCurrentChannel(client, database);
   for (Json::Value& change : changes) {
     change["src"] = channel.source->name;
     change["major"] = Json::Int64{channel.major};
@@ -70,9 +86,13 @@ int edit(const CommonOptions& common, const EditOptions& options) {
                                   change["type"].asString() + "); the service's log says why");
     }
   }
-  std::cout << channelLine(
-                   findChannels(client, database, channel.number(), channel.source->name).front())
-            << '\n';
+  const Channel changed =
+      findChannels(client, database, options.channel, channel.source->name).front();
+  if (!hasMarks(changed, options)) {
+    throw Failure(kFailure, channel.number() + " was changed, but not in " + database +
+                                "; the channel table could not be written, or " + kSameDatabase);
+  }
+  std::cout << channelLine(changed) << '\n';
   return kSuccess;
 }
 
@@ -82,9 +102,11 @@ void addEdit(CLI::App& app, Action& action) {
   CLI::App* command =
       app.add_subcommand("edit", "Mark a channel as skipped, locked, deleted or a favourite");
   auto options = std::make_shared<EditOptions>();
-  command->add_option("CHANNEL", options->channel, "A number like 7-1 or 1203")
+  command
+      ->add_option(
+          "CHANNEL", options->channel,
+          "A number like 7-1 or 1203; the first of several channels with that number is changed")
       ->check(channelNumberFault)
-      ->option_text("CHANNEL")
       ->required();
   addSourceOption(*command, options->source,
                   "Terrestrial or cable (default: the current source, else the other one if that "
@@ -92,8 +114,14 @@ void addEdit(CLI::App& app, Action& action) {
   const auto option = [](const char* name) { return std::string("--") + name; };
   for (size_t i = 0; i < std::size(kMarks); ++i) {
     const Mark& mark = kMarks[i];
-    CLI::Option* set = command->add_flag(option(mark.type), options->marks[i], mark.help);
-    command->add_flag(option(mark.opposite), options->opposites[i], mark.opposite_help)
+    const auto help = [&](const char* text, const char* other) {
+      return text + std::string("; not together with ") + option(other);
+    };
+    CLI::Option* set =
+        command->add_flag(option(mark.type), options->marks[i], help(mark.help, mark.opposite));
+    command
+        ->add_flag(option(mark.opposite), options->opposites[i],
+                   help(mark.opposite_help, mark.type))
         ->excludes(set);
   }
   const auto add_group = [&](const char* name, std::vector<uint32_t>& groups, const char* help) {

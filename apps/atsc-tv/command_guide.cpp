@@ -132,7 +132,7 @@ int guide(const CommonOptions& common, const GuideOptions& options) {
     shown = true;
     show(guide, source, span, now, options);
   }
-  if (!found) throw noChannel(options.channel);
+  if (!found) throw noChannel(options.channel, options.source);
   if (options.json) {
     std::cout << compactJson(all) << '\n';
   } else if (!shown) {

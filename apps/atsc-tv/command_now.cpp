@@ -44,17 +44,23 @@ void printProgrammes(const CommonOptions& common, const Channel& channel,
 int now(const CommonOptions& common) {
   const Client client = common.client();
   client.requireService();
-  const std::optional<Channel> channel = currentChannel(client, common.channelDatabase());
+  const std::string database = common.channelDatabase();
+  const std::optional<Channel> current = currentChannel(client);
+  const std::optional<Channel> channel = current ? listed(database, *current) : std::nullopt;
   const ReceiverClock clock = readClock(client);
-  if (channel) {
-    std::cout << "Channel  " << channelLine(*channel) << '\n'
-              << "         " << placeWords(*channel) << '\n';
-    printProgrammes(common, *channel, clock);
-    printAudio(std::cout, *channel, preferredLanguages(client), "Audio    ");
+  if (current) {
+    const Channel& known = channel ? *channel : *current;
+    std::cout << "Channel  " << channelLine(known) << streamRemark(known) << '\n'
+              << "         " << placeWords(known) << '\n';
   } else {
     std::cout << "Channel  none; atsc-tv scan finds channels, atsc-tv play plays one\n";
   }
+  if (channel) {
+    printProgrammes(common, *channel, clock);
+    printAudio(std::cout, *channel, preferredLanguages(client), "Audio    ");
+  }
   std::cout << "Clock    " << clock.date() << ' ' << clock.setting() << '\n';
+  if (current && !channel) throw notListed(database, *current);
   return kSuccess;
 }
 

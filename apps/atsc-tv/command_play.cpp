@@ -20,7 +20,13 @@ using Clock = std::chrono::steady_clock;
 
 // A channel change is only queued by its command and ends within this time, if it succeeds.
 constexpr std::chrono::seconds kPatience(5);
-constexpr std::chrono::milliseconds kPollInterval(20);
+
+// The service is asked in growing intervals: most changes end soon, and each question is logged.
+constexpr std::chrono::milliseconds kFirstPause(20);
+constexpr std::chrono::milliseconds kLongestPause(250);
+
+// The end of a sentence that says why something does not play.
+constexpr const char* kOrStandby = ", or the receiver is in standby";
 
 constexpr const char* kUp = "up";
 constexpr const char* kDown = "down";
@@ -33,8 +39,12 @@ struct PlayOptions {
   std::string source;  // empty: the current one
 };
 
-void print(const Channel& channel, const char* remark = "") {
-  std::cout << channel.number() << ' ' << channel.name << remark << '\n';
+void print(const std::string& database, const Channel& channel, const char* remark = "") {
+  const std::optional<Channel> row = listed(database, channel);
+  std::cout << channel.number() << ' ' << channel.name << remark << (row ? streamRemark(*row) : "")
+            << '\n';
+  // It plays all the same.
+  if (!row) std::cerr << "atsc-tv: " << notListed(database, channel).what() << '\n';
 }
 
 std::string stillOn(const std::optional<Channel>& channel) {
@@ -46,31 +56,27 @@ std::string stillOn(const std::optional<Channel>& channel) {
 // channel in any case.
 std::optional<Channel> change(const Client& client, const Json::Value& request,
                               const std::function<bool(const Channel&)>& wanted) {
+  // All these questions would only hide the texts that matter.
+  const Client quiet(false);
+  const Json::Value before = askCurrent(quiet);
   if (client.send(request).result != 0) {
     throw Failure(kFailure, "the service refuses the channel change");
   }
-  // All these questions would only hide the texts that matter.
-  const Client quiet(false);
   const Clock::time_point end = Clock::now() + kPatience;
-  for (;;) {
-    const std::optional<Channel> channel = currentChannel(quiet);
-    if ((channel && wanted(*channel)) || Clock::now() >= end) return currentChannel(client);
-    std::this_thread::sleep_for(kPollInterval);
+  for (auto pause = kFirstPause; Clock::now() < end; pause = std::min(2 * pause, kLongestPause)) {
+    std::this_thread::sleep_for(pause);
+    const Json::Value reply = askCurrent(quiet);
+    if (reply == before) continue;
+    const std::optional<Channel> channel = currentChannel(quiet, reply);
+    if (channel && wanted(*channel)) break;
   }
+  return currentChannel(client);
 }
 
 Json::Value changeRequest(const Source& source) {
   Json::Value request = command("FW", "CHANNELCHANGE");
   request["input"] = source.name;
   return request;
-}
-
-// Plays the current channel. A change to it would not be seen; the result of this is told.
-int playAgain(const Client& client, const Channel& current, const char* remark,
-              const std::string& fault) {
-  if (client.send(command("FW", "PLAY")).result != 0) throw Failure(kFailure, fault);
-  print(current, remark);
-  return kSuccess;
 }
 
 int tune(const Client& client, const std::string& database, const PlayOptions& options) {
@@ -87,24 +93,44 @@ int tune(const Client& client, const std::string& database, const PlayOptions& o
   const auto is_wanted = [&](const Channel& channel) {
     return channel.source == wanted.source && channel.number() == wanted.number();
   };
-  const std::string does_not_play = wanted.number() + " does not play (the service's log says why)";
-  if (const std::optional<Channel> current = currentChannel(client);
-      current && is_wanted(*current)) {
-    return playAgain(client, *current, "", does_not_play);
+  const std::string does_not_play =
+      wanted.number() + " does not play: the service's log says why" + kOrStandby;
+  const Channel* target = &wanted;
+  std::optional<Channel> current = listedCurrentChannel(client, database);
+  if (current && is_wanted(*current)) {
+    // A change to it would not be seen; the result of this is told.
+    const bool plays = client.send(command("FW", "PLAY")).result == 0;
+    current = currentChannel(client);
+    if (plays && current && is_wanted(*current)) {
+      print(database, *current);
+      return kSuccess;
+    }
+    const auto other = std::find_if(found.begin(), found.end(), [&](const Channel& channel) {
+      return !is_deleted(channel) && !(current && channel.isSameAs(*current));
+    });
+    if (other == found.end()) throw Failure(kFailure, does_not_play);
+    target = &*other;
   }
-  Json::Value request = changeRequest(*wanted.source);
-  request["major"] = Json::Int64{wanted.major};
-  request["minor"] = Json::Int64{wanted.minor};
-  request["service_record"] = Json::Int64{wanted.service_record};
-  const std::optional<Channel> reached = change(client, request, is_wanted);
-  if (!reached || !is_wanted(*reached)) {
-    throw Failure(kFailure, does_not_play + "; " + stillOn(reached));
+  Json::Value request = changeRequest(*target->source);
+  request["major"] = Json::Int64{target->major};
+  request["minor"] = Json::Int64{target->minor};
+  request["service_record"] = Json::Int64{target->service_record};
+  const auto is_reached = [&](const Channel& channel) {
+    return is_wanted(channel) && !(current && channel.isSameAs(*current));
+  };
+  const std::optional<Channel> reached = change(client, request, is_reached);
+  if (!reached || !is_reached(*reached)) {
+    throw Failure(kFailure,
+                  does_not_play + (reached && is_wanted(*reached) ? "" : "; " + stillOn(reached)));
   }
-  print(*reached);
+  print(database, *reached);
   return kSuccess;
 }
 
 int zap(const Client& client, const std::string& database, bool up) {
+  startReceiver(client);
+  const std::optional<Channel> before = listedCurrentChannel(client, database);
+  if (!hasChannels(database)) throw noChannels(database);
   const Source& source = currentSource(client);
   std::vector<Channel> walk = listedChannels(database, source);
   walk.erase(std::remove_if(walk.begin(), walk.end(),
@@ -117,10 +143,13 @@ int zap(const Client& client, const std::string& database, bool up) {
     throw Failure(kFailure, "no channel to change to: none of " + std::string(source.name) +
                                 " is listed that is neither skipped nor deleted");
   }
-  startReceiver(client);
-  const std::optional<Channel> before = currentChannel(client);
   if (before && walk.size() == 1 && walk.front().isSameAs(*before)) {
-    return playAgain(client, *before, " (there is no other channel)", "no channel plays");
+    if (client.send(command("FW", "PLAY")).result != 0) {
+      throw Failure(kFailure, "there is no other channel than " + before->number() +
+                                  ", and its signal is gone" + kOrStandby);
+    }
+    print(database, *before, " (there is no other channel)");
+    return kSuccess;
   }
   Json::Value request = changeRequest(source);
   request["mode"] = up ? "UP" : "DOWN";
@@ -130,9 +159,10 @@ int zap(const Client& client, const std::string& database, bool up) {
   };
   const std::optional<Channel> reached = change(client, request, is_other);
   if (!reached || !is_other(*reached)) {
-    throw Failure(kFailure, "no other channel plays; " + stillOn(reached));
+    throw Failure(kFailure, std::string("no other channel plays: none has a signal") + kOrStandby +
+                                "; " + stillOn(reached));
   }
-  print(*reached);
+  print(database, *reached);
   return kSuccess;
 }
 
@@ -146,17 +176,17 @@ int stop(const Client& client) {
 }
 
 // Plays what played last on a source.
-int resume(const Client& client, const std::string& source) {
+int resume(const Client& client, const std::string& database, const std::string& source) {
   startReceiver(client);
   Json::Value request = command("FW", source.empty() ? "PLAY" : "PLAYSRC");
   if (!source.empty()) request["src"] = source;
   if (client.send(request).result != 0) {
     throw Failure(kFailure, "nothing to play" + (source.empty() ? "" : " on " + source) +
-                                ": no channel is listed, or its signal is gone");
+                                ": no channel is listed, its signal is gone" + kOrStandby);
   }
   const std::optional<Channel> reached = currentChannel(client);
   if (!reached) throw Failure(kFailure, "there is no current channel");
-  print(*reached);
+  print(database, *reached);
   return kSuccess;
 }
 
@@ -167,10 +197,10 @@ int play(const CommonOptions& common, const PlayOptions& options) {
   }
   const Client client = common.client();
   client.requireService();
-  if (options.what.empty()) return resume(client, options.source);
-  if (!is_word) return tune(client, common.channelDatabase(), options);
   if (options.what == kStop) return stop(client);
-  return zap(client, common.channelDatabase(), options.what == kUp);
+  const std::string database = common.channelDatabase();
+  if (options.what.empty()) return resume(client, database, options.source);
+  return is_word ? zap(client, database, options.what == kUp) : tune(client, database, options);
 }
 
 void addWord(CLI::App& app, Action& action, const char* word, const std::string& help) {
@@ -186,8 +216,7 @@ void addPlay(CLI::App& app, Action& action) {
       "play", "Change the channel; without one, play what played last (on --src)");
   auto options = std::make_shared<PlayOptions>();
   command->add_option("CHANNEL", options->what, "A number like 7-1 or 1203, or up, down or stop")
-      ->check([](const std::string& text) { return isWord(text) ? "" : channelNumberFault(text); })
-      ->option_text("CHANNEL");
+      ->check([](const std::string& text) { return isWord(text) ? "" : channelNumberFault(text); });
   addSourceOption(*command, options->source,
                   "Terrestrial or cable (default for a number: the current source, else the other "
                   "one if that has it)");

@@ -187,8 +187,7 @@ int scan(const CommonOptions& common, const ScanOptions& options) {
   }
   const Json::Value channels = readChannels(common.channelDatabase(), source);
   if (channels.isNull()) {
-    throw Failure(kFailure, common.channelDatabase() +
-                                ": no channel list; the service and atsc-tv need the same --db");
+    throw Failure(kFailure, common.channelDatabase() + ": no channel list; " + kSameDatabase);
   }
   printChannels(std::cout, source, channels);
   return ending == Ending::kSilent ? kFailure : kSuccess;

@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <clocale>
 #include <iostream>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -23,6 +24,39 @@ constexpr const char* kFooter =
     "Exit status: 0 success; 1 failure; 2 wrong arguments; 3 no service runs: start atsc-service;\n"
     "4 another TV application is registered.";
 
+// One line an option: its value, and whether it must be given. Options that exclude each other say
+// so in their own words.
+class HelpFormatter final : public CLI::Formatter {
+ public:
+  std::string make_option_opts(const CLI::Option* option) const override {
+    const std::string value = option->get_option_text();
+    return (value.empty() ? "" : ' ' + value) + (option->get_required() ? " (required)" : "");
+  }
+};
+
+// What is wrong with the command line, in plain words.
+std::string faultOf(const CLI::App& app, const CLI::ParseError& error) {
+  const std::string text = error.what();
+  if (const std::vector<std::string> rest = app.remaining(true);
+      !rest.empty() && (dynamic_cast<const CLI::RequiredError*>(&error) != nullptr ||
+                        dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr)) {
+    return "unknown argument '" + rest.front() + "'";
+  }
+  const std::string missing = " missing";
+  if (dynamic_cast<const CLI::ArgumentMismatch*>(&error) != nullptr &&
+      text.size() > missing.size() &&
+      text.compare(text.size() - missing.size(), missing.size(), missing) == 0) {
+    return text.substr(0, text.find(':')) + " needs a value";
+  }
+  return text;
+}
+
+// Where the help for the command line is.
+std::string helpOf(const CLI::App& app) {
+  const std::vector<CLI::App*> chosen = app.get_subcommands();
+  return "; see atsc-tv " + (chosen.empty() ? "" : chosen.front()->get_name() + ' ') + "--help";
+}
+
 int run(int argc, char** argv) {
   // Characters as the databases have them, whatever the user's language.
   setlocale(LC_CTYPE, "C.UTF-8");
@@ -31,7 +65,7 @@ int run(int argc, char** argv) {
       "channel list and its programme guide.",
       "atsc-tv");
   app.set_version_flag("--version", "atsc-tv " ATSC_VERSION);
-  app.footer(kFooter);
+  app.formatter(std::make_shared<HelpFormatter>());
   app.require_subcommand(1);
   app.fallthrough();
   CommonOptions common;
@@ -39,15 +73,16 @@ int run(int argc, char** argv) {
   app.add_flag("--verbose", common.verbose, "Show the JSON texts of both directions");
   Action action;
   for (AddCommand* add : kCommands) add(app, action);
+  app.footer(kFooter);
+  for (CLI::App* subcommand : app.get_subcommands(nullptr)) {
+    const std::string own = subcommand->get_footer();
+    subcommand->footer((own.empty() ? "" : own + "\n\n") + kFooter);
+  }
   try {
     app.parse(argc, argv);
-  } catch (const CLI::RequiredError& error) {
-    const std::vector<std::string> rest = app.remaining();
-    throw Failure(kUsage, (rest.empty() ? error.what() : "unknown argument '" + rest[0] + "'") +
-                              "; see atsc-tv --help");
   } catch (const CLI::ParseError& error) {
     if (error.get_exit_code() == 0) return app.exit(error);  // --help, --version
-    throw Failure(kUsage, error.what() + std::string("; see atsc-tv --help"));
+    throw Failure(kUsage, faultOf(app, error) + helpOf(app));
   }
   const int status = action(common);
   std::cout.flush();

@@ -1,6 +1,5 @@
 #include "receiver.h"
 
-#include "failure.h"
 #include "rows.h"
 #include "text.h"
 
@@ -17,9 +16,14 @@ const Source& currentSource(const Client& client) {
   return sourceNamed(reply["src"] == "QAM" ? "QAM" : "VSB");
 }
 
+Json::Value askCurrent(const Client& client) { return client.ask(command("SRV", "GETCUR")); }
+
 std::optional<Channel> currentChannel(const Client& client) {
+  return currentChannel(client, askCurrent(client));
+}
+
+std::optional<Channel> currentChannel(const Client& client, const Json::Value& reply) {
   constexpr int64_t kNoRow = 0xFFFF;
-  const Json::Value reply = client.ask(command("SRV", "GETCUR"));
   if (integer(reply, "srv_rec") == kNoRow) return std::nullopt;
   Channel channel;
   channel.source = &currentSource(client);
@@ -32,15 +36,30 @@ std::optional<Channel> currentChannel(const Client& client) {
   return channel;
 }
 
-std::optional<Channel> currentChannel(const Client& client, const std::string& database) {
-  const std::optional<Channel> current = currentChannel(client);
-  if (!current) return current;
-  const ChannelNumber number = {static_cast<uint16_t>(current->major),
-                                static_cast<uint16_t>(current->minor)};
-  for (const Channel& channel : listedChannels(database, *current->source, number)) {
-    if (channel.isSameAs(*current)) return channel;
+std::optional<Channel> listed(const std::string& database, const Channel& current) {
+  const ChannelNumber number = {static_cast<uint16_t>(current.major),
+                                static_cast<uint16_t>(current.minor)};
+  // A change to the other source may have come between the questions for channel and source.
+  const Source& other = &kSources[0] == current.source ? kSources[1] : kSources[0];
+  for (const Source* source : {current.source, &other}) {
+    for (const Channel& channel : listedChannels(database, *source, number)) {
+      if (channel.key() == current.key()) return channel;
+    }
   }
-  return current;
+  return std::nullopt;
+}
+
+std::optional<Channel> listedCurrentChannel(const Client& client, const std::string& database) {
+  const std::optional<Channel> current = currentChannel(client);
+  if (!current) return std::nullopt;
+  std::optional<Channel> channel = listed(database, *current);
+  if (!channel) throw notListed(database, *current);
+  return channel;
+}
+
+Failure notListed(const std::string& database, const Channel& current) {
+  return Failure(kFailure, "the current channel " + current.number() + " is not in " + database +
+                               "; " + kSameDatabase);
 }
 
 std::vector<Channel> findChannels(const Client& client, const std::string& database,
@@ -52,7 +71,10 @@ std::vector<Channel> findChannels(const Client& client, const std::string& datab
   for (const Source& other : kSources) {
     if (found.empty() && source.empty()) found = listedChannels(database, other, *wanted);
   }
-  if (found.empty()) throw noChannel(number);
+  if (found.empty()) {
+    listedCurrentChannel(client, database);
+    throw hasChannels(database) ? noChannel(number, source) : noChannels(database);
+  }
   return found;
 }
 

@@ -8,6 +8,7 @@
 
 #include "channel.h"
 #include "client.h"
+#include "failure.h"
 
 namespace tv {
 
@@ -17,11 +18,22 @@ void startReceiver(const Client& client);
 // The current source.
 const Source& currentSource(const Client& client);
 
-// The current channel, without its audio tracks; nothing when there is none.
-std::optional<Channel> currentChannel(const Client& client);
+// The service's answer about the current channel.
+Json::Value askCurrent(const Client& client);
 
-// The same with all that the channel list has of it.
-std::optional<Channel> currentChannel(const Client& client, const std::string& database);
+// The current channel, without what only the channel list has; nothing when there is none. The
+// service is asked for its source alone where its answer is given.
+std::optional<Channel> currentChannel(const Client& client);
+std::optional<Channel> currentChannel(const Client& client, const Json::Value& reply);
+
+// That channel as the channel list has it; nothing when it lacks it.
+std::optional<Channel> listed(const std::string& database, const Channel& current);
+
+// Both in one; nothing when there is no current channel. Throws notListed().
+std::optional<Channel> listedCurrentChannel(const Client& client, const std::string& database);
+
+// What a subcommand throws when the channel list lacks the current channel.
+Failure notListed(const std::string& database, const Channel& current);
 
 // The listed channels of a number, at least one: on the source with this name or, when it is empty,
 // on the current source, else on the other one. Throws Failure when it is not listed.

@@ -28,7 +28,7 @@ std::string ReceiverClock::setting() const {
   snprintf(text, sizeof text, "UTC%c%lld:%02lld", offset < 0 ? '-' : '+', minutes / 60,
            minutes % 60);
   return oneLine(zone) + " (" + text + "), " +
-         (automatic ? "set by the broadcast" : "runs on by itself");
+         (automatic ? "follows the broadcast" : "runs on by itself");
 }
 
 ReceiverClock readClock(const Client& client) {

@@ -21,7 +21,7 @@ struct ReceiverClock {
   // "Sat 22 Nov 2025 14:31:05".
   std::string date() const;
 
-  // "EST (UTC-5:00), set by the broadcast".
+  // "EST (UTC-5:00), follows the broadcast".
   std::string setting() const;
 };
 

@@ -129,11 +129,14 @@ TEST_F(RemoteSystemTest, Evening) {
             out({"edit", "5-3", "--unfav", "1", "--lock"}));
   EXPECT_EQ(0xD, ask(kCurrent)["srv_flag"].asInt());
   EXPECT_EQ("5-3 KÉVA FM: favourite group 28, skipped\n", out({"edit", "5-3", "--unlock"}));
+  EXPECT_THAT(out({"channels"}),
+              AllOf(HasSubstr("  5-3  KÉVA FM  favourite group 28, skipped  RADIO "),
+                    HasSubstr("Cable (QAM): 7 channels\n   No.  Name     Type ")));
 
   const std::string added_name = "Zoë's hand-made ♥";
   EXPECT_EQ("5-9 " + added_name + "\n  Terrestrial (VSB), RF 8, 183.000 MHz\n",
             out({"add", "5-9", "--freq", "8", "--name", added_name}));
-  EXPECT_EQ("5-9 " + added_name + '\n', out({"play", "5-9"}));
+  EXPECT_EQ("5-9 " + added_name + " (nothing is received for it)\n", out({"play", "5-9"}));
   EXPECT_EQ("5-1 KÉVA-1\n", out({"down"}));
 
   // The language of all channels, then the track of this one.
@@ -149,7 +152,8 @@ TEST_F(RemoteSystemTest, Evening) {
   EXPECT_EQ(0, captions(0, 2)["cc_aspect_ratio"].asInt());
   EXPECT_EQ(-1, captions(0, 3)["result"].asInt());
 
-  EXPECT_THAT(out({"time", "--zone", "pst"}), HasSubstr(" PST (UTC-7:00), set by the broadcast\n"));
+  EXPECT_THAT(out({"time", "--zone", "pst"}),
+              HasSubstr(" PST (UTC-7:00), follows the broadcast\n"));
   const Json::Value setting = ask(kTimeSetting);
   EXPECT_EQ("PST", setting["time_zone"].asString());
   EXPECT_EQ(-420, setting["offset"].asInt());
@@ -259,13 +263,16 @@ TEST_F(RemoteSystemTest, FailuresAreTold) {
                              {"time", "--zone", "PDT"}}) {
     EXPECT_EQ(2, tv(words).status) << words[0] << ' ' << words.back();
   }
+  fails(2, {"edit", "5-1", "--fav"}, "--fav needs a value; see atsc-tv edit --help");
+  fails(2, {"play", "5-1", "5-2"}, "unknown argument '5-2'; see atsc-tv play --help");
 
   ASSERT_NO_FATAL_FAILURE(begin({}));
   EXPECT_THAT(out({"now"}), AllOf(HasSubstr("Channel  none"), HasSubstr("Clock    ")));
   fails(1, {"up"}, "no channel");
   fails(1, {"play"}, "nothing to play");
+  fails(1, {"play", "5-1"}, "atsc-tv scan finds them");
   scan("VSB");
-  fails(1, {"play", "99-1"}, "there is no channel 99-1");
+  fails(1, {"play", "99-1", "--src", "QAM"}, "there is no channel 99-1 on QAM");
   out({"edit", "22-1", "--delete"});
   fails(1, {"play", "22-1"}, "22-1 is deleted");
 
@@ -273,7 +280,17 @@ TEST_F(RemoteSystemTest, FailuresAreTold) {
   out({"play", "5-3"});
   fs::remove(air_ / "vsb" / "479000000.ts");
   EXPECT_EQ("22-2 KidTree\n", out({"up"}));
-  fails(1, {"play", "9-1"}, "9-1 does not play (the service's log says why); still on 22-2");
+  const auto questions = [&] {
+    size_t count = 0;
+    const std::string log = service_->err() + service_->out();
+    for (size_t at = 0; (at = log.find("GETCUR", at)) != std::string::npos; ++at) ++count;
+    return count;
+  };
+  const size_t asked = questions();
+  fails(1, {"play", "9-1"},
+        "9-1 does not play: the service's log says why, or the receiver is in standby; still on "
+        "22-2");
+  EXPECT_THAT(questions() - asked, AllOf(testing::Gt(5), testing::Lt(50))) << "none, or a flood";
   EXPECT_EQ("22-2", currentNumber());
   fs::remove(air_ / "vsb" / "521000000.ts");
   fails(1, {"play", "22-2"}, "22-2 does not play");
@@ -286,6 +303,46 @@ TEST_F(RemoteSystemTest, FailuresAreTold) {
   fails(1, {"add", "5-9", "--freq", "8", "--name", "x"}, "cannot add 5-9");
   fails(1, {"audio", "--prefer", "spa"}, "could not be stored");
   EXPECT_EQ(before, contentOfTable(database_, "channel_data_t"));
+}
+
+TEST_F(RemoteSystemTest, OtherDatabase) {
+  ASSERT_NO_FATAL_FAILURE(begin({"VSB"}));
+  const auto fails = [&](const Words& words, const std::string& reason) {
+    const Outcome outcome = tv(words);
+    EXPECT_EQ(1, outcome.status) << words[0] << ' ' << outcome.out;
+    EXPECT_THAT(outcome.err, AllOf(HasSubstr(reason), HasSubstr("need the same --db"))) << words[0];
+  };
+  const fs::path used = std::exchange(db_, folder_ / "other");
+  const std::string table = (db_ / database_.filename()).string();
+  for (const Words& words :
+       {Words{"play", "9-1"}, {"up"}, {"now"}, {"edit", "9-1", "--skip"}, {"audio"}}) {
+    fails(words, "the current channel 5-1 is not in " + table);
+  }
+  // An old copy knows all channels; what is changed does not reach it.
+  fs::create_directory(db_);
+  fs::copy_file(database_, table);
+  fails({"edit", "5-2", "--skip", "--fav", "2"}, "5-2 was changed, but not in " + table);
+  fails({"edit", "5-2", "--fav", "2"}, "5-2 was changed, but not in " + table);
+  fails({"add", "5-9", "--freq", "8", "--name", "x"}, "5-9 was added, but is not in " + table);
+  db_ = used;
+  EXPECT_EQ("5-2 L'Été: favourite group 2, skipped, locked\n", out({"edit", "5-2", "--lock"}));
+}
+
+// A number that two stations have, of which one goes and comes.
+TEST_F(RemoteSystemTest, TwoCarriersOfOneNumber) {
+  ASSERT_NO_FATAL_FAILURE(begin({"VSB"}));
+  EXPECT_THAT(out({"add", "5-1", "--freq", "15", "--name", "A name that is too long"}),
+              HasSubstr("5-1 A name that is too l (the name was cut)\n"));
+  EXPECT_EQ("5-1 KÉVA-1\n", out({"play", "5-1"}));
+  const std::string second = "5-1 A name that is too l (nothing is received for it)\n";
+  out({"edit", "5-1", "--delete"});
+  EXPECT_EQ(second, out({"play", "5-1"}));
+  out({"edit", "5-1", "--undelete"});
+  out({"play", "22-1"});
+  EXPECT_EQ("5-1 KÉVA-1\n", out({"play", "5-1"}));
+  fs::remove(air_ / "vsb" / "183000000.ts");
+  EXPECT_EQ(second, out({"play", "5-1"}));
+  EXPECT_THAT(out({"now"}), HasSubstr("Channel  " + second));
 }
 
 }  // namespace
