@@ -18,8 +18,9 @@ int AIFW_init(int mode);
 // What the middleware reports: 0 to 70. Those without a comment say all by their number.
 typedef int32_t AFW_event_t;
 enum {
-  AFW_EPG_UPDATE = 0,        // events or descriptions of the guide changed, or another source
-                             // became the current one; AIFW_get_event_update_data() tells whose
+  AFW_EPG_UPDATE =
+      0,  // events or descriptions of the guide changed, or another source
+          // that has a guide became the current one; AIFW_get_event_update_data() tells whose
   AFW_EPG_COMPLETE = 1,      // every guide table that is announced was received, or is not sent: of
                              // the tuned stream; or of all streams that a scan, or the guide tuner
                              // in one go, has read
@@ -102,8 +103,8 @@ int AIFW_powerTransition_request(int powerdown);
 
 // Makes `input_source` the current one and plays the service that played on it last, without one
 // its first. Play path `path` is 0. Returns when the tuner has been given its order:
-// AFW_TUNER_LOCKED and AFW_CHANNEL_PLAY_SUCCESS or AFW_CHANNEL_PLAY_FAILURE follow. Fails when
-// there is nothing to play.
+// AFW_TUNER_LOCKED, where the carrier was not tuned already, and AFW_CHANNEL_PLAY_SUCCESS or
+// AFW_CHANNEL_PLAY_FAILURE follow. Fails when there is nothing to play, with nothing changed.
 int AIFW_play_src(uint32_t path, uint32_t input_source);
 
 // The same for the current input source.
@@ -138,8 +139,9 @@ ATSC_LAYOUT_SIZE(AIFW_channel_change_request, 28);
 int AIFW_handle_tuner_mode_change(int mode);
 
 // Changes the channel: the next or previous service in number order that is visible, not skipped
-// and not deleted (wrapping), or the one with the given number that is not deleted. As
-// AIFW_play_src() otherwise; after a failure the current service is the one that it was.
+// and not deleted (wrapping; one whose carrier is known to be gone may be passed over), or the one
+// with the given number that is not deleted. As AIFW_play_src() otherwise; after a failure the
+// current service is the one that it was.
 int AIFW_channel_change(const AIFW_channel_change_request* request);
 
 enum { AIFW_SERVICE_ADD = 6, AIFW_SERVICE_MODIFY = 8 };

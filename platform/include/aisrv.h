@@ -85,6 +85,7 @@ enum {
   AISRV_AUDIO_MAIN = 1,
   AISRV_AUDIO_HEARING_IMPAIRED = 2,
   AISRV_AUDIO_DESCRIPTION = 3,
+  AISRV_AUDIO_OTHER = 4,  // any other that is not complete: music and effects, commentary, ...
 };
 
 // One elementary stream of a service.

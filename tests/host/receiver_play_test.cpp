@@ -3,12 +3,15 @@
 #include <stdlib.h>
 
 #include <algorithm>
+#include <chrono>
 #include <condition_variable>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <iterator>
 #include <mutex>
+#include <sstream>
+#include <thread>
 #include <vector>
 
 #include "aiaud.h"
@@ -42,7 +45,8 @@ constexpr int32_t kEng = AICN_LANGUAGE_ENGLISH;
 constexpr int32_t kFre = AICN_LANGUAGE_FRENCH;
 constexpr int32_t kSpa = AICN_LANGUAGE_SPANISH;
 
-// An audio stream: its language, then 'd' for a description or 'h' for the hearing impaired.
+// An audio stream: its language, then 'd' for a description, 'h' for the hearing impaired or 'c'
+// for a commentary.
 AISRV_pid_info audio(const std::string& text, uint16_t pid = 52) {
   AISRV_pid_info stream{};
   stream.stream_type = 0x81;
@@ -52,6 +56,7 @@ AISRV_pid_info audio(const std::string& text, uint16_t pid = 52) {
   stream.audio_kind = kind == 'd'   ? AISRV_AUDIO_DESCRIPTION
                       : kind == 'h' ? AISRV_AUDIO_HEARING_IMPAIRED
                       : kind == 'm' ? AISRV_AUDIO_MAIN
+                      : kind == 'c' ? AISRV_AUDIO_OTHER
                                     : 0;
   return stream;
 }
@@ -114,6 +119,7 @@ TEST(ReceiverAudioTest, TheTrackIsChosenByLanguageAmongMainTracks) {
       {{"eng", "FRE"}, 0, kFre, kSpa, 2},
       {{"engd", "eng"}, 0, kEng, kSpa, 2},
       {{"engd", "engh", "spam"}, 0, kEng, kSpa, 3},
+      {{"engc", "spam"}, 0, kEng, kEng, 2},
       {{"engd", "ger", "spad"}, 0, kEng, kSpa, 2},
       {{"gerd", "engh"}, 0, kEng, kSpa, 1},
       {{"", "ger"}, 0, kEng, kSpa, 1},
@@ -323,11 +329,48 @@ TEST_F(ReceiverPlayTest, TheListIsReadAnewAsItIsStored) {
   }
   EXPECT_TRUE(receiver.reload_services());
   EXPECT_EQ(Texts{"9-7"}, numbers(receiver));
+  const auto foreign = [](std::string text) {  // a language of no letters
+    return text.replace(text.find("\"eng\"") + 1, 3, "1_2");
+  };
+  std::stringstream text;
+  text << std::ifstream(file).rdbuf();
+  std::ofstream(file) << foreign(text.str());
+  EXPECT_FALSE(receiver.reload_services());
   std::ofstream(file) << "{";
   EXPECT_FALSE(receiver.reload_services());
   EXPECT_EQ(Texts{"9-7"}, numbers(receiver));
   EXPECT_TRUE(receiver.services().store());
   EXPECT_EQ(Texts{"9-7"}, numbers(Receiver(state_)));
+}
+
+TEST_F(ReceiverPlayTest, TheTunedCarrierTellsItsServicesAgainAfterAReload) {
+  air_.write(kAir, kChannel14, good_carrier());
+  Receiver receiver(state_);
+  ASSERT_TRUE(receiver.add_service(Record(7, 7, kChannel14, "MINE")));
+  const auto has_both = [&] {
+    for (int i = 0; i < 1000 && numbers(receiver).size() < 2; ++i)
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    return numbers(receiver) == Texts{"5-1", "7-7"};
+  };
+  EXPECT_TRUE(receiver.play_source(kAir));
+  EXPECT_TRUE(has_both());
+  EXPECT_TRUE(receiver.reload_services());
+  EXPECT_EQ(Texts{"7-7"}, numbers(receiver)) << "what is stored";
+  EXPECT_TRUE(has_both());
+}
+
+TEST_F(ReceiverPlayTest, NothingPlaysOfAListThatWasReset) {
+  air_.write(kAir, kChannel14, {});
+  Receiver receiver(state_);
+  for (int i = 0; i < 50; ++i) {
+    ASSERT_TRUE(receiver.add_service(Record(7, 7, kChannel14)));
+    std::thread player([&] {
+      for (int n = 0; n < 20; ++n) receiver.play_source(kAir);
+    });
+    EXPECT_TRUE(receiver.reset_services(kAir));
+    player.join();
+    EXPECT_FALSE(receiver.is_playing());
+  }
 }
 
 TEST_F(ReceiverPlayTest, SettingsOfOlderFilesAreTakenAndFaultyOnesSetAside) {

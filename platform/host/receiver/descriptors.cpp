@@ -45,7 +45,6 @@ void read_ac3_audio(const uint8_t* data, size_t size, AISRV_pid_info& stream) {
   const bool dual_mono = (data[2] >> 1 & 0x0F) == 0;
   switch (bsmod) {
     case 0:  // complete main
-    case 1:  // music and effects
       stream.audio_kind = AISRV_AUDIO_MAIN;
       break;
     case 2:
@@ -54,7 +53,8 @@ void read_ac3_audio(const uint8_t* data, size_t size, AISRV_pid_info& stream) {
     case 3:
       stream.audio_kind = AISRV_AUDIO_HEARING_IMPAIRED;
       break;
-    default:  // dialogue, commentary, emergency, voice over: none of the kinds of the list
+    default:  // music and effects, dialogue, commentary, emergency, voice over
+      stream.audio_kind = AISRV_AUDIO_OTHER;
       break;
   }
   // full_svc tells something of associated services only: a main service is always complete.

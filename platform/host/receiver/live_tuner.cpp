@@ -160,6 +160,7 @@ class LiveTuner::Stream {
   size_t psi_first_byte_ = 0;
   bool had_pat_ = false;
   enum { kNothing, kSettled, kComplete } services_taken_ = kNothing;  // of this decoder
+  unsigned service_round_ = 0;                                        // of the tuner's, taken last
 
   PsipDecoder psip_;
   std::optional<SystemTime> time_;  // received and not followed yet
@@ -410,6 +411,8 @@ void LiveTuner::Stream::update() {
 void LiveTuner::Stream::update_services() {
   const bool seen_whole = passes_ - psi_first_pass_ >= 2 || total_ - psi_first_byte_ >= kReadLimit;
   const auto level = psi_->complete() ? kComplete : seen_whole ? kSettled : kNothing;
+  const unsigned round = session_.tuner_.service_rounds_;
+  if (std::exchange(service_round_, round) != round) services_taken_ = kNothing;
   if (level <= services_taken_) return;
   services_taken_ = level;
   auto found = build_services(psi_->tables(), session_.source_, session_.frequency_);
@@ -528,9 +531,11 @@ bool LiveTuner::is_tuned_to(uint32_t source, uint32_t frequency) const {
 }
 
 void LiveTuner::shut_down() {
-  stop();
   std::unique_lock<std::mutex> lock(mutex_);
   shut_down_ = true;
+  service_.reset();
+  locked_.reset();
+  ++tuning_;
   changed_.notify_all();
   if (!thread_.joinable()) return;
   lock.unlock();

@@ -2,6 +2,7 @@
 #ifndef ATSC_HOST_RECEIVER_LIVE_TUNER_H_
 #define ATSC_HOST_RECEIVER_LIVE_TUNER_H_
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -38,6 +39,9 @@ class LiveTuner {
   // Leaves the carrier. No table of it changes the service list afterwards.
   void stop();
 
+  // The service list was read anew: the carrier tells it again what it has.
+  void tell_services() { ++service_rounds_; }
+
   bool is_tuned_to(uint32_t source, uint32_t frequency) const;
 
   // Stops for good and joins the thread.
@@ -55,6 +59,7 @@ class LiveTuner {
   EventQueue& events_;
   const std::function<void()> services_changed_;
 
+  std::atomic<unsigned> service_rounds_{0};  // how often tell_services() was called
   mutable std::mutex mutex_;  // of all below; taken before those of service list and guide
   std::condition_variable changed_;
   std::optional<ServiceKey> service_;  // being played

@@ -229,7 +229,7 @@ bool Receiver::is_in_standby(const char* refused) const {
 bool Receiver::play(const Service& service) {
   if (!carrier_exists(service.key.source, service.key.frequency)) return false;
   std::lock_guard<std::mutex> lock(mutex_);
-  if (standby_) return false;
+  if (standby_ || !services_.find(service.key)) return false;  // it may just have gone
   const uint32_t source = service.key.source;
   const bool other_source = std::exchange(settings_.source, source) != source;
   settings_.last[source] = service.key;
@@ -445,10 +445,12 @@ bool Receiver::modify_service(const AISRV_service_info& record) {
 
 bool Receiver::reset_services(uint32_t source) {
   if (!is_source(source)) return false;
-  // What plays ends before the list is empty: its carrier would fill it again.
+  // What plays ends before the list is empty, and nothing begins until it is: a carrier would fill
+  // it again.
   const bool reset = services_.reset(source, [&] {
-    std::lock_guard<std::mutex> lock(mutex_);
+    std::unique_lock<std::mutex> lock(mutex_);
     if (settings_.source == source) stop_locked();
+    return lock;
   });
   if (reset) events_.raise(AFW_SERVICE_BUILD_COMPLETED);
   return reset;
@@ -456,6 +458,7 @@ bool Receiver::reset_services(uint32_t source) {
 
 bool Receiver::reload_services() {
   if (!services_.reload()) return false;
+  live_tuner_.tell_services();
   decide_streams();
   events_.raise(AFW_SERVICE_BUILD_COMPLETED);
   return true;

@@ -88,9 +88,12 @@ bool Scanner::is_running() const {
 }
 
 void Scanner::shut_down(std::chrono::milliseconds patience) {
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    shut_down_ = true;
+  }
   stop();
   std::unique_lock<std::mutex> lock(mutex_);
-  shut_down_ = true;
   const auto is_own = [](const std::shared_ptr<Job>& job) {
     return job->thread.get_id() == std::this_thread::get_id();
   };

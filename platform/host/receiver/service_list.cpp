@@ -6,6 +6,7 @@
 #include <tuple>
 
 #include "middleware_types.h"
+#include "receiver/descriptors.h"
 #include "receiver/frequency_plan.h"
 #include "receiver/log.h"
 
@@ -62,9 +63,9 @@ std::string language_text(const char* language) {
 
 void set_language(const Json::Value& value, char* language) {
   const std::string text = value.asString();
-  if (!text.empty() && text.size() != 3)
+  const auto code = reinterpret_cast<const uint8_t*>(text.data());
+  if (!text.empty() && (text.size() != 3 || !copy_language(code, language)))
     throw std::runtime_error("a language is not three letters");
-  std::copy(text.begin(), text.end(), language);
 }
 
 Json::Value to_json(const AISRV_pid_info& stream) {
@@ -89,7 +90,7 @@ AISRV_pid_info stream_from_json(const Json::Value& value) {
   stream.pid = static_cast<uint16_t>(number_member(value, "pid", 0x1FFF));
   set_language(value["language"], stream.language);
   set_language(value["second_language"], stream.second_language);
-  stream.audio_kind = byte("audio_kind", AISRV_AUDIO_DESCRIPTION);
+  stream.audio_kind = byte("audio_kind", AISRV_AUDIO_OTHER);
   stream.main_audio_number = byte("main_audio", 7);
   stream.description_mask = byte("description_mask", 0xFF);
   stream.full_mix = byte("full_mix", 1);
@@ -283,7 +284,7 @@ ServiceList::Change ServiceList::replace(uint32_t source, uint32_t frequency,
 
 // The file comes first: what cannot be stored is never seen.
 bool ServiceList::change(const std::function<bool(std::vector<Service>& list)>& edit,
-                         const std::function<void()>& stored) {
+                         const std::function<std::unique_lock<std::mutex>()>& stored) {
   std::lock_guard<std::mutex> store_lock(store_mutex_);
   std::vector<Service> list;
   unsigned generation;
@@ -293,7 +294,7 @@ bool ServiceList::change(const std::function<bool(std::vector<Service>& list)>& 
     generation = generation_;
   }
   if (!edit(list) || !file_.store(to_json(list))) return false;
-  if (stored) stored();
+  const auto held = stored ? stored() : std::unique_lock<std::mutex>();
   std::lock_guard<std::mutex> lock(mutex_);
   if (generation_ != generation) {  // the carriers have changed it meanwhile
     list = services_;
@@ -345,7 +346,8 @@ bool ServiceList::set_audio(const ServiceKey& key, uint8_t track) {
   });
 }
 
-bool ServiceList::reset(uint32_t source, const std::function<void()>& stored) {
+bool ServiceList::reset(uint32_t source,
+                        const std::function<std::unique_lock<std::mutex>()>& stored) {
   return change(
       [&](std::vector<Service>& list) {
         list.erase(

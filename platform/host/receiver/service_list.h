@@ -42,7 +42,7 @@ class ServiceList {
   bool set_flags(uint32_t source, uint32_t record, uint32_t flags, uint32_t favourites);
   bool set_audio(const ServiceKey& key, uint8_t track);
   // Removes all services of a source; `stored` runs when the empty list is in the file.
-  bool reset(uint32_t source, const std::function<void()>& stored);
+  bool reset(uint32_t source, const std::function<std::unique_lock<std::mutex>()>& stored);
 
   // Reads the file anew. False, with nothing changed, when there is none or it cannot be used.
   bool reload();
@@ -61,7 +61,7 @@ class ServiceList {
 
  private:
   bool change(const std::function<bool(std::vector<Service>& list)>& edit,
-              const std::function<void()>& stored = {});
+              const std::function<std::unique_lock<std::mutex>()>& stored = {});
 
   mutable std::mutex mutex_;  // of services_
   std::vector<Service> services_;

@@ -13,6 +13,7 @@
 #include <new>
 #include <stdexcept>
 #include <system_error>
+#include <utility>
 
 #include "receiver/air.h"
 #include "receiver/log.h"
@@ -79,7 +80,7 @@ StateFile::StateFile(const std::string& folder, const std::string& name, const s
 
 bool StateFile::load(const std::function<void(const Json::Value&)>& accept) {
   if (folder_.empty()) return false;
-  unread_ = false;
+  const bool first = !std::exchange(tried_, true);
   try {
     const File file = open_regular(path_);
     if (!file && (errno == ENOENT || errno == ENOTDIR)) return false;
@@ -96,15 +97,16 @@ bool StateFile::load(const std::function<void(const Json::Value&)>& accept) {
       throw std::runtime_error("not a file of the format " + format_);
     accept(content);
     stored_ = text;
+    unread_ = false;
     return true;
   } catch (const std::exception& e) {
     const bool refused = dynamic_cast<const std::system_error*>(&e) != nullptr ||
                          dynamic_cast<const std::bad_alloc*>(&e) != nullptr;
     struct stat status {};
     if (refused && lstat(path_.c_str(), &status) == 0 && S_ISREG(status.st_mode)) {
-      // Not the file's fault: it stays, and what could not be read is not written over.
+      // Not the file's fault: it stays, and what was never read is not written over.
       log().Error("%s cannot be read and is kept as it is: %s", path_.c_str(), e.what());
-      unread_ = true;
+      unread_ = unread_ || first;
       return false;
     }
     const std::string bad = path_ + ".bad";
@@ -127,6 +129,7 @@ bool StateFile::store(Json::Value content) {
   std::string text = to_text(content);
   // Somebody may have removed it.
   if (text == stored_ && access(path_.c_str(), F_OK) == 0) return true;
+  stored_.clear();  // a failure may come after the file is another one
   if (!write(text)) return false;
   stored_ = std::move(text);
   return true;

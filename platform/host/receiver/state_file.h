@@ -36,6 +36,7 @@ class StateFile {
   const std::string path_;
   const std::string format_;
   std::string stored_;   // text of the file, as far as known
+  bool tried_ = false;   // to read it
   bool unread_ = false;  // there is a file, but the system did not let it be read
 };
 
