@@ -362,7 +362,7 @@ TEST_F(ReceiverPlayTest, TheTunedCarrierTellsItsServicesAgainAfterAReload) {
 TEST_F(ReceiverPlayTest, NothingPlaysOfAListThatWasReset) {
   air_.write(kAir, kChannel14, {});
   Receiver receiver(state_);
-  for (int i = 0; i < 50; ++i) {
+  for (int i = 0; i < 500; ++i) {
     ASSERT_TRUE(receiver.add_service(Record(7, 7, kChannel14)));
     std::thread player([&] {
       for (int n = 0; n < 20; ++n) receiver.play_source(kAir);

@@ -1,7 +1,9 @@
 // What a receiver keeps from run to run, and playing.
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
@@ -181,6 +183,42 @@ TEST_F(ReceiverStateTest, UnwritableFolderIsReported) {
 AIFW_channel_change_request change(uint32_t mode, uint16_t major = 0, uint16_t minor = 0,
                                    uint32_t record = 0xFFFF) {
   return {mode, kAir, AISRV_SERVICE_MASK, major, minor, 0, record, kAir};
+}
+
+// While it lives, as many more files can be opened.
+class FewFiles {
+ public:
+  explicit FewFiles(unsigned count) {
+    getrlimit(RLIMIT_NOFILE, &before_);
+    const int next = dup(STDERR_FILENO);
+    close(next);
+    const rlimit few{static_cast<rlim_t>(next) + count, before_.rlim_max};
+    EXPECT_EQ(0, setrlimit(RLIMIT_NOFILE, &few));
+  }
+  ~FewFiles() { setrlimit(RLIMIT_NOFILE, &before_); }
+
+ private:
+  rlimit before_{};
+};
+
+TEST_F(ReceiverStateTest, AStoreThatFailsLateIsMadeGood) {
+  Receiver receiver(state_);
+  receiver.services().replace(kAir, kChannel14, {service(9, 1, kChannel14)});
+  ASSERT_TRUE(receiver.services().store());
+  const std::string before = content(services_);
+  {
+    FewFiles file_but_not_folder(1);
+    EXPECT_FALSE(receiver.services().set_flags(kAir, 1, AISRV_FLAG_SKIPPED, 0));
+  }
+  EXPECT_NE(before, content(services_)) << "too late to take it back";
+  EXPECT_TRUE(receiver.services().store());
+  EXPECT_EQ(before, content(services_));
+  // A list that cannot be read anew now is no reason to store none later.
+  {
+    FewFiles none(0);
+    EXPECT_FALSE(receiver.reload_services());
+  }
+  EXPECT_TRUE(receiver.services().set_flags(kAir, 1, AISRV_FLAG_SKIPPED, 0));
 }
 
 TEST_F(ReceiverStateTest, ChannelsChangeInOrder) {

@@ -45,7 +45,8 @@ TEST_F(ReceiverTablesTest, ProgramsWithoutVctAreNumberedByRfChannel) {
                        packets(0x30, {pmt(3, {{2, 49, {}},
                                               {0x81, 52, language("eng") + ac3(0, 1, 2 << 5)},
                                               {0x81, 53, language("spa") + ac3(2, 1, 0x04)},
-                                              {0x81, 54, ac3(3, 0, 0x01)}})}) +
+                                              {0x81, 54, ac3(3, 0, 0x01)},
+                                              {0x81, 55, ac3(5, 0, 0x01)}})}) +
                        packets(0x40, {pmt(4, {{0x0F, 65, {}}}), pmt(5, {{0x0B, 70, {}}})});
   const std::vector<Row> list = receive(kAir, kChannel14, stream);
   ASSERT_EQ((Texts{"14-3 ", "14-4 ", "14-5 "}), labels(list));
@@ -55,7 +56,8 @@ TEST_F(ReceiverTablesTest, ProgramsWithoutVctAreNumberedByRfChannel) {
   EXPECT_EQ(uint32_t(AISRV_TYPE_RADIO), list[1].info.service_type);
   EXPECT_EQ(uint32_t(AISRV_TYPE_DATA), list[2].info.service_type);
 
-  EXPECT_EQ((Texts{"49  2", "52 eng 129", "53 spa 129", "54 fra 129"}), streams(list[0]));
+  EXPECT_EQ((Texts{"49  2", "52 eng 129", "53 spa 129", "54 fra 129", "55 fra 129"}),
+            streams(list[0]));
   const AISRV_pid_info* audio = list[0].pids.pids + 1;
   EXPECT_EQ(AISRV_AUDIO_MAIN, audio[0].audio_kind);
   EXPECT_EQ(2, audio[0].main_audio_number);
@@ -63,6 +65,7 @@ TEST_F(ReceiverTablesTest, ProgramsWithoutVctAreNumberedByRfChannel) {
   EXPECT_EQ(0x04, audio[1].description_mask);
   EXPECT_EQ(1, audio[1].full_mix);
   EXPECT_EQ(AISRV_AUDIO_HEARING_IMPAIRED, audio[2].audio_kind);
+  EXPECT_EQ(AISRV_AUDIO_OTHER, audio[3].audio_kind) << "commentary";
 }
 
 TEST_F(ReceiverTablesTest, LocationNamesTheStreamsAndThePmtTheirDetails) {
