@@ -5,6 +5,7 @@
 #ifndef ATSC_PLATFORM_AIFW_H_
 #define ATSC_PLATFORM_AIFW_H_
 
+#include "aipc.h"
 #include "aisrv.h"
 
 #ifdef __cplusplus
@@ -32,11 +33,12 @@ enum {
   AFW_RRT_DOWNLOAD_UPDATE = 7,  // one of another region
   AFW_TUNER_LOCKED = 8,
   AFW_TUNER_UNLOCKED = 9,
-  AFW_PARENTAL_UPDATE = 11,
-  AFW_PARENTAL_BLOCKED = 12,
-  AFW_PARENTAL_UNBLOCKED = 13,
-  AFW_CHANNEL_LOCKED = 14,
-  AFW_CHANNEL_UNLOCKED = 15,
+  AFW_PARENTAL_UPDATE = 11,     // parental settings changed
+  AFW_PARENTAL_BLOCKED = 12,    // what plays is blocked: another programme than before, or other
+                                // settings
+  AFW_PARENTAL_UNBLOCKED = 13,  // what plays is blocked no longer
+  AFW_CHANNEL_LOCKED = 14,      // the channel that plays is locked
+  AFW_CHANNEL_UNLOCKED = 15,    // the channel that plays is locked no longer
   AFW_CHANNEL_PLAY_SUCCESS = 16,
   AFW_CHANNEL_PLAY_FAILURE = 17,
   AFW_DCCM_TEMP_TUNE_START = 23,
@@ -161,11 +163,49 @@ int AIFW_modify_service(uint32_t operation, const AISRV_service_info* record);
 // or the choice cannot be stored.
 int AIFW_change_audio(uint8_t track);
 
+// Locked channels. One that begins to play stays closed, without picture and sound, and
+// AFW_CHANNEL_LOCKED is reported; AFW_CHANNEL_UNLOCKED follows when it opens. It is not opened by a
+// free programme, nor does its opening free a blocked one.
+
 // 1: a locked channel that is not playing needs the password before it plays; 0: it does not.
+// 1 unless set.
 int AIFW_passwd_reqd_non_play_src(int required);
 
-// 1: the password was given for the channel that is about to play; 0: it was not.
+// 1: the password was given for the channel that is about to play, or has just begun to: it opens.
+// 0: it was not; the channel is as AIFW_passwd_reqd_non_play_src() made it.
 int AIFW_pwd_unlocked_no_playing(int unlocked);
+
+// 1: the password was given for what plays: it is unlocked, a locked channel as well as a blocked
+// programme and those that follow, until another channel plays, playing stops or standby begins.
+// 0: takes that back. Fails when nothing plays.
+int AIFW_pwd_unlocked_no_checking_status(int unlocked);
+
+// The rating region in force, that of AIPC_get_parental_details(). Setting fails on a number that
+// no region can have (1 to 255).
+int AIFW_get_curr_region(AIPC_region_list_t* region);
+int AIFW_set_curr_region(int32_t region);
+
+// Settings of the emergency alerts: AIFW_EAS_READ fills `value`, AIFW_EAS_WRITE takes it over. They
+// are in force at once, also for an alert that is being shown, and kept without further calls.
+// Writing fails on a value that is not known, and, with the value in force, when it cannot be
+// stored.
+enum { AIFW_EAS_READ = 0, AIFW_EAS_WRITE = 1 };
+
+// The alerts that the user wants, by alert_priority (SCTE 18).
+enum {
+  AIFW_EAS_ALL = 0,      // all but tests
+  AIFW_EAS_MEDIUM = 1,   // medium priority (7) and above
+  AIFW_EAS_HIGH = 2,     // high priority (11) and above: those that interrupt viewing
+  AIFW_EAS_MAXIMUM = 3,  // maximum priority (15)
+};
+int AIFW_user_eas_setting(int32_t* value, int direction);
+
+// 1: an alert is reported whenever its sequence_number changes; 0: not again when an alert of its
+// EAS_event_ID, originator and event code was reported already while this carrier is tuned.
+int AIFW_disable_optional_eas_event_id_check(int32_t* value, int direction);
+
+// 1: alerts are taken from cable only; 0: from terrestrial streams too.
+int AIFW_enable_eas_cable_only(int32_t* value, int direction);
 
 #ifdef __cplusplus
 }

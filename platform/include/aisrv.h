@@ -121,6 +121,17 @@ int AISRV_get_n_services(uint32_t input_source, uint32_t service_mask, uint32_t 
 // Copies the elementary streams of the service that `service->service_id` names.
 int AISRV_get_pid_details(const AISRV_service_info* service, AISRV_pid_details* details);
 
+enum { AISRV_MAX_ADVISORIES = 8 };
+
+// The rating regions in which the streams of a service themselves (its PMT) rate what is on, in
+// broadcast order; none where the guide alone does. `count` holds the capacity of `regions` and
+// becomes their number, at most AISRV_MAX_ADVISORIES.
+int AISRV_get_CAD_list(const AISRV_service_info* service, uint8_t* count, uint8_t* regions);
+
+// 1: a programme that is rated by the streams of the service alone, or that is not rated, is
+// blocked under the parental settings (see AIPC_BLOCKED_BY_STATUS, AIPC_UNRATED); else 0.
+int AISRV_get_rating_status(const AISRV_service_info* service, uint32_t* status);
+
 // Stores the service list so that it survives a power cut.
 int AISRV_sync_to_database(void);
 

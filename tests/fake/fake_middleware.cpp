@@ -396,7 +396,7 @@ int AICS_start_search(const AICS_search_request* request, AICS_scan_callback cal
 
 int AICS_stop_scan(void) { return called(__func__); }
 
-int AIIN_get_input_details(uint32_t input, uint8_t* flag, AIIN_input_details* details,
+int AIIN_get_input_details(uint32_t input, uint8_t* flag, AIIN_input_t* details,
                            uint32_t reserved) {
   const int status = called(__func__, input, *flag, details, reserved);
   details->type = input;
@@ -541,7 +541,7 @@ int AICC_get_cc_service_data(uint32_t path, const AISRV_service_info* service,
 
 int AIFE_tune_stop_request(uint32_t tuner, uint32_t path) { return called(__func__, tuner, path); }
 
-int AIIN_get_db_no_input_details(uint32_t input, AIIN_input_details* details) {
+int AIIN_get_db_no_input_details(uint32_t input, AIIN_input_t* details) {
   const int status = called(__func__, input, details);
   details->type =
       input == 0 || input == AI_INPUT_TERRESTRIAL ? AI_INPUT_TERRESTRIAL : AI_INPUT_CABLE;

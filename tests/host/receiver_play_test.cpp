@@ -495,7 +495,7 @@ TEST_F(ReceiverPlayTest, WhatTheViewerSetSurvivesScansLiveTablesAndRestarts) {
 }
 
 TEST_F(ReceiverPlayTest, ModulesRefuseWhatTheyDoNotKnow) {
-  AIIN_input_details input{};
+  AIIN_input_t input{};
   for (const uint32_t source : {0u, 1u, 2u, 3u}) {
     EXPECT_EQ(0, AIIN_get_db_no_input_details(source, &input));
     EXPECT_EQ(source % 2 == 0 ? kAir : kCable, input.type);

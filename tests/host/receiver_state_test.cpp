@@ -287,7 +287,7 @@ TEST_F(ReceiverStateTest, ModulesAnswerForTheReceiverOfTheProcess) {
   EXPECT_EQ(1, status);
   EXPECT_EQ(0, AIFW_stop_curr_src());
   uint8_t flag = 0;
-  AIIN_input_details input;
+  AIIN_input_t input;
   AIFE_tuning_details tuning;
   ASSERT_EQ(0, AIIN_get_input_details(kAir, &flag, &input, 0));
   ASSERT_EQ(0, AIFE_get_tuning_details(input.tuner, AIFE_MAIN_PATH, &tuning));

@@ -24,7 +24,7 @@ namespace {
 void storeAudioIndex(unsigned int track) {
   atsc::LentService current;
   ATSC_CALL(AICN_get_current, &current.record);
-  AIIN_input_details input{};
+  AIIN_input_t input{};
   ATSC_CALL(AIIN_get_db_no_input_details, current.record.service_id.input_source, &input);
   ATSC_Service_db_updateChannelEntryInterger(atsc::channelKey(current.record).c_str(),
                                              atsc::channelTable(static_cast<int>(input.type)),

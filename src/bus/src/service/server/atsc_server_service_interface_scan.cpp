@@ -58,7 +58,7 @@ void playFirstService(int source, uint32_t frequency) {
 // The frequency that the tuner of an input is tuned to, 0 when that is not known.
 uint32_t tunedFrequency(int source) {
   uint8_t flag = 0;
-  AIIN_input_details input{};
+  AIIN_input_t input{};
   ATSC_CALL(AIIN_get_input_details, static_cast<uint32_t>(source), &flag, &input, 0);
   AIFE_tuning_details tuning{};
   ATSC_CALL(AIFE_get_tuning_details, input.tuner, AIFE_MAIN_PATH, &tuning);
