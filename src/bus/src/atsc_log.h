@@ -56,11 +56,16 @@ int checkStatus(LoggerCpp& logger, const LogPlace& place, const char* function, 
 // Calls a middleware function and returns its status; one other than 0 is logged.
 #define ATSC_CALL(function, ...) ATSC_STATUS(function, function(__VA_ARGS__))
 
+// The place of a line here.
+#define ATSC_HERE()                                                                 \
+  ::atsc::LogPlace {                                                                \
+    kModuleTag, __func__, ::atsc::fileName(__FILE__), __LINE__, __PRETTY_FUNCTION__ \
+  }
+
+// Logs why something failed, with the function in full at the end.
+#define ATSC_FAILED(format, ...) ATSC_LOG(Error, format ": %s", ##__VA_ARGS__, __PRETTY_FUNCTION__)
+
 // Passes a status on; one other than 0 is logged as that of a failed call of `function`.
-#define ATSC_STATUS(function, status)                                                    \
-  ::atsc::checkStatus(                                                                   \
-      *g_logger,                                                                         \
-      {kModuleTag, __func__, ::atsc::fileName(__FILE__), __LINE__, __PRETTY_FUNCTION__}, \
-      #function, status)
+#define ATSC_STATUS(function, status) ::atsc::checkStatus(*g_logger, ATSC_HERE(), #function, status)
 
 #endif  // ATSC_ATSC_LOG_H_

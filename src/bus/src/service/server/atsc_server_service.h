@@ -77,6 +77,33 @@ class ATSCServerService final : public BUSServerInterface {
   int CN_getPreAudLang(char** result);
   int CN_getCurSource(char** result);
 
+  int PC_NumOfDimension(Json::Value& request, char** result);
+  int PC_DimensionName(Json::Value& request, char** result);
+  int PC_RetreiveRating(Json::Value& request, char** result);
+  int PC_StoreRating(Json::Value& request, char** result);
+  int PC_RatingEncode(Json::Value& request, char** result);
+  int PC_DRRTRatingEncode(Json::Value& request, char** result);
+  int PC_GetParentalDetails(Json::Value& request, char** result);
+  int PC_SetParentalDetails(Json::Value& request, char** result);
+  int PC_GetRRTRegions(Json::Value& request, char** result);
+  int PC_GetRRTDetails(Json::Value& request, char** result);
+  int PC_GetRatingValueText(Json::Value& request, char** result);
+  int PC_SetRatingStatusUnratedGroups(Json::Value& request, char** result);
+  int PC_GetRatingStatusUnratedGroups(Json::Value& request, char** result);
+  int PC_ResetUserRatings(Json::Value& request, char** result);
+  int PC_SetDefaultSetting(Json::Value& request, char** result);
+  int PC_StoreAll(Json::Value& request, char** result);
+  int PC_SetCurrentRegion(Json::Value& request, char** result);
+  int PC_GetCurrentRegion(Json::Value& request, char** result);
+  int PC_StartCollectRRT(Json::Value& request, char** result);
+  int PC_IsParentalBlocked(Json::Value& request, char** result);
+  int PC_CheckRating(Json::Value& request, char** result);
+  int PC_PwdUnlock(Json::Value& request, char** result);
+
+  int EAS_EASUserSetting(Json::Value& request, char** result);
+  int EAS_DisableOptionalEASEventIdCheck(Json::Value& request, char** result);
+  int EAS_EnableCableEASOnly(Json::Value& request, char** result);
+
   std::vector<std::string> command_queue_;  // guarded by queue_mutex_; front is next
   std::thread command_thread_;
   std::mutex queue_mutex_;

@@ -1,3 +1,4 @@
+#include <cstdlib>
 #include <exception>
 #include <iterator>
 #include <stdexcept>
@@ -29,6 +30,12 @@ struct ATSCServerService::Dispatcher {
     size_t count;
   };
 
+  // A handler that takes the request and the reply pointer.
+  template <int (ATSCServerService::*handler)(Json::Value& request, char** result)>
+  static int run(const Call& call) {
+    return (call.server.*handler)(call.request, call.result);
+  }
+
   // Null when there is none.
   static const Class* findClass(const std::string& name);
   static const Command* findCommand(const Class& commandClass, const std::string& name);
@@ -43,6 +50,8 @@ struct ATSCServerService::Dispatcher {
   static const Command kCN[];
   static const Command kTest[];
   static const Command kCC[];
+  static const Command kPC[];
+  static const Command kEAS[];
   static const Command kMisc[];
   static const Command kOS[];
   static const Class kClasses[];
@@ -122,6 +131,40 @@ constexpr ATSCServerService::Dispatcher::Command ATSCServerService::Dispatcher::
     {"get_sar", [](const Call& call) { return call.server.CC_GetSAR(call.request, call.result); }},
 };
 
+constexpr ATSCServerService::Dispatcher::Command ATSCServerService::Dispatcher::kPC[] = {
+    {"NUMDIM", run<&ATSCServerService::PC_NumOfDimension>},
+    {"DIMNAME", run<&ATSCServerService::PC_DimensionName>},
+    {"RETREIVERATING", run<&ATSCServerService::PC_RetreiveRating>},
+    {"STORERATING", run<&ATSCServerService::PC_StoreRating>},
+    {"ENCODE", run<&ATSCServerService::PC_RatingEncode>},
+    {"GETPRTDETAIL", run<&ATSCServerService::PC_GetParentalDetails>},
+    {"SETPRTDETAIL", run<&ATSCServerService::PC_SetParentalDetails>},
+    {"GETREGION", run<&ATSCServerService::PC_GetRRTRegions>},
+    {"RESET", run<&ATSCServerService::PC_ResetUserRatings>},
+    {"STOREALL", run<&ATSCServerService::PC_StoreAll>},
+    {"GETRRTDETAIL", run<&ATSCServerService::PC_GetRRTDetails>},
+    {"GETVALTXT", run<&ATSCServerService::PC_GetRatingValueText>},
+    {"SETUNRATEDGRP", run<&ATSCServerService::PC_SetRatingStatusUnratedGroups>},
+    {"GETUNRATEDGRP", run<&ATSCServerService::PC_GetRatingStatusUnratedGroups>},
+    {"ENCODEDRRT", run<&ATSCServerService::PC_DRRTRatingEncode>},
+    {"DEFAULTSETTING", run<&ATSCServerService::PC_SetDefaultSetting>},
+    {"SETCURRREG", run<&ATSCServerService::PC_SetCurrentRegion>},
+    {"GETCURRREG", run<&ATSCServerService::PC_GetCurrentRegion>},
+    {"ISPCBLOCKED", run<&ATSCServerService::PC_IsParentalBlocked>},
+    {"PWDUNLOCK", run<&ATSCServerService::PC_PwdUnlock>},
+    {"CHECKRAT", run<&ATSCServerService::PC_CheckRating>},
+    {"EASUSERSETTING", run<&ATSCServerService::EAS_EASUserSetting>},
+    {"DISABLEOPTEASCHK", run<&ATSCServerService::EAS_DisableOptionalEASEventIdCheck>},
+    {"CABLEEASONLY", run<&ATSCServerService::EAS_EnableCableEASOnly>},
+    {"COLLECTRRT", run<&ATSCServerService::PC_StartCollectRRT>},
+};
+
+constexpr ATSCServerService::Dispatcher::Command ATSCServerService::Dispatcher::kEAS[] = {
+    {"EASUSERSETTING", run<&ATSCServerService::EAS_EASUserSetting>},
+    {"DISABLEOPTEASCHK", run<&ATSCServerService::EAS_DisableOptionalEASEventIdCheck>},
+    {"CABLEEASONLY", run<&ATSCServerService::EAS_EnableCableEASOnly>},
+};
+
 constexpr ATSCServerService::Dispatcher::Command ATSCServerService::Dispatcher::kMisc[] = {
     {"LOGCTL",
      [](const Call& call) {
@@ -141,18 +184,12 @@ constexpr ATSCServerService::Dispatcher::Command ATSCServerService::Dispatcher::
 };
 
 constexpr ATSCServerService::Dispatcher::Class ATSCServerService::Dispatcher::kClasses[] = {
-    {"FW", kFW, std::size(kFW)},
-    {"SCAN", kScan, std::size(kScan)},
-    {"SRV", kSrv, std::size(kSrv)},
-    {"TIME", kTime, std::size(kTime)},
-    {"AUD", kAud, std::size(kAud)},
-    {"VC", kVC, std::size(kVC)},
-    {"CN", kCN, std::size(kCN)},
-    {"TEST", kTest, std::size(kTest)},
-    {"CC", kCC, std::size(kCC)},
-    {"PC", nullptr, 0},
-    {"EAS", nullptr, 0},
-    {"MSC", kMisc, std::size(kMisc)},
+    {"FW", kFW, std::size(kFW)},    {"SCAN", kScan, std::size(kScan)},
+    {"SRV", kSrv, std::size(kSrv)}, {"TIME", kTime, std::size(kTime)},
+    {"AUD", kAud, std::size(kAud)}, {"VC", kVC, std::size(kVC)},
+    {"CN", kCN, std::size(kCN)},    {"TEST", kTest, std::size(kTest)},
+    {"CC", kCC, std::size(kCC)},    {"PC", kPC, std::size(kPC)},
+    {"EAS", kEAS, std::size(kEAS)}, {"MSC", kMisc, std::size(kMisc)},
     {"OS", kOS, std::size(kOS)},
 };
 
@@ -191,6 +228,8 @@ int ATSCServerService::jsonCommand(const char* command, char** result) {
     return 0;
   }
   int code = -1;
+  char* unwanted = nullptr;
+  if (result == nullptr) result = &unwanted;
   // The JSON library throws on values of the wrong type and on too deep a nesting.
   try {
     const std::string text = shown;
@@ -218,6 +257,7 @@ int ATSCServerService::jsonCommand(const char* command, char** result) {
     ATSC_LOG(Error, "command refused: %s: %.200s", e.what(), shown);
     code = -1;
   }
+  free(unwanted);
   ATSC_LEAVE();
   return code;
 }

@@ -29,6 +29,30 @@ std::string giveReply(const Json::Value& reply, char** result) {
   return text;
 }
 
+// A line of a handler: the beginning of every line, then the text.
+#define HANDLER_LOG(level, format, ...)                                                      \
+  logger_.level("%-9s: [%d][%s()][%s:%d] " format, place_.tag, processId(), place_.function, \
+                place_.file, place_.line, ##__VA_ARGS__)
+
+Handler::Handler(LoggerCpp& logger, const LogPlace& place) : logger_(logger), place_(place) {
+  HANDLER_LOG(Trace, "ENTER ");
+}
+
+int Handler::refuse(const char* reason) const {
+  HANDLER_LOG(Error, "%s: %s", reason, place_.signature);
+  return -1;
+}
+
+int Handler::leave(const char* function, int status) const {
+  checkStatus(logger_, place_, function, status);
+  HANDLER_LOG(Trace, "LEAVE ");
+  return status == 0 ? 0 : -1;
+}
+
+void Handler::answer(const Json::Value& reply, char** result) const {
+  HANDLER_LOG(Debug, "result: %s", giveReply(reply, result).c_str());
+}
+
 int findChannelIndex(const AISRV_service_info& service, uint32_t source_id) {
   ATSC_Service_db_channelKey key{};
   key.major = service.major;

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "atsc_log.h"
 #include "atsc_text.h"
 
 namespace atsc {
@@ -28,6 +29,39 @@ struct LentService {
 // Hands a reply over to the receiver of the command: as a calloc'ed text in `*result`, which stays
 // null for want of memory. Returns the text.
 std::string giveReply(const Json::Value& reply, char** result);
+
+// What the handlers of parental control and alerts have in common. Its log lines are its handler's.
+class Handler {
+ public:
+  // Logs the beginning of the handler.
+  Handler(LoggerCpp& logger, const LogPlace& place);
+
+  // Logs why the command is refused. Returns -1.
+  int refuse(const char* reason) const;
+
+  // Logs the end of the handler, and before it a status other than 0 as a failed call of
+  // `function`, null for none. Returns the handler's result.
+  int leave(const char* function = nullptr, int status = 0) const;
+
+  // Hands a reply over and shows it.
+  void answer(const Json::Value& reply, char** result) const;
+
+  // The same, then leave(), for a query that called `function`: `fill` is given the reply, unless
+  // the call failed, and returns 0, or -1 to end the handler with it.
+  template <typename Fill>
+  int answer(const char* function, int status, char** result, Fill fill) const {
+    if (status == 0) {
+      Json::Value reply;
+      if (fill(reply) != 0) return -1;
+      answer(reply, result);
+    }
+    return leave(function, status);
+  }
+
+ private:
+  LoggerCpp& logger_;
+  const LogPlace place_;
+};
 
 // The channel-table index of a service of the current input source, ATSC_CHANNEL_NOT_FOUND when
 // there is no such row.
