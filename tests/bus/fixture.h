@@ -19,6 +19,13 @@
 
 extern ATSCBUS::ATSCServerService g_atsc_server_service;
 
+// A command as it is sent, without the braces: {"class":C,"command":N} and further members.
+inline std::string command(const std::string& name, const std::string& members = "") {
+  const size_t space = name.find(' ');
+  return "{\"class\":\"" + name.substr(0, space) + "\",\"command\":\"" + name.substr(space + 1) +
+         "\"" + (members.empty() ? "" : "," + members) + "}";
+}
+
 class LibraryTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -66,6 +73,25 @@ class LibraryTest : public ::testing::Test {
     return ATSC_TransmitServiceClientJSONCommand(command.c_str(), nullptr);
   }
 
+  struct Answer {
+    int result;
+    std::string text;  // "" when there is none
+  };
+
+  static Answer ask(const std::string& name, const std::string& members = "") {
+    char* text = nullptr;
+    const int result = ATSC_TransmitServiceClientJSONCommand(command(name, members).c_str(), &text);
+    Answer answer{result, text != nullptr ? text : ""};
+    free(text);
+    return answer;
+  }
+
+  static Json::Value json(const std::string& text) {
+    Json::Value value;
+    Json::Reader().parse(text, value);
+    return value;
+  }
+
   // Texts of middleware calls that begin with one of the prefixes.
   static std::vector<std::string> callsOf(const std::vector<std::string>& prefixes) {
     std::vector<std::string> selected;
@@ -82,5 +108,10 @@ class LibraryTest : public ::testing::Test {
 };
 
 using Lines = std::vector<std::string>;
+
+inline Lines operator+(Lines first, const Lines& second) {
+  first.insert(first.end(), second.begin(), second.end());
+  return first;
+}
 
 #endif  // ATSC_TESTS_BUS_FIXTURE_H_

@@ -12,23 +12,11 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
-// A command as it is sent, without the braces: {"class":C,"command":N} and further members.
-std::string command(const std::string& name, const std::string& members = "") {
-  const size_t space = name.find(' ');
-  return "{\"class\":\"" + name.substr(0, space) + "\",\"command\":\"" + name.substr(space + 1) +
-         "\"" + (members.empty() ? "" : "," + members) + "}";
-}
-
 // How the middleware synchronises a channel table of a source.
 Lines synchronised(int source) {
   const std::string input = std::to_string(source);
   return {"AIST_get_cur_time_secs(*)", "AISRV_get_total_services(" + input + ",4103,*,0,*)",
           "AISRV_get_n_services(" + input + ",4103,0,*,0,0,*,null)", "AISRV_sync_to_database()"};
-}
-
-Lines operator+(Lines first, const Lines& second) {
-  first.insert(first.end(), second.begin(), second.end());
-  return first;
 }
 
 bool contains(const Lines& lines, const std::string& line) {
@@ -43,29 +31,10 @@ class RemoteTest : public LibraryTest {
     fake::reset();
   }
 
-  struct Answer {
-    int result;
-    std::string text;  // "" when there is none
-  };
-
-  static Answer ask(const std::string& name, const std::string& members = "") {
-    char* text = nullptr;
-    const int result = ATSC_TransmitServiceClientJSONCommand(command(name, members).c_str(), &text);
-    Answer answer{result, text != nullptr ? text : ""};
-    free(text);
-    return answer;
-  }
-
   static Json::Value reply(const std::string& name, const std::string& members = "") {
     const std::string text = ask(name, members).text;
     EXPECT_TRUE(fake::logged("Info", "result: " + text)) << text;
     return json(text);
-  }
-
-  static Json::Value json(const std::string& text) {
-    Json::Value value;
-    Json::Reader().parse(text, value);
-    return value;
   }
 
   // Lists the services with the middleware and writes the channel table.

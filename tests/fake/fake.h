@@ -6,6 +6,7 @@
 #include <aics.h>
 #include <aiec.h>
 #include <aifw.h>
+#include <aipc.h>
 #include <aisrv.h>
 #include <aist.h>
 
@@ -32,6 +33,31 @@ struct Event {
   std::string allRatings;  // empty: the middleware leaves the buffer as it is
   std::string description;
   uint32_t descriptionEncoding = AI_TEXT_UTF16BE;
+};
+
+// A text of the rating tables; it may claim another length than the buffer has.
+struct Text {
+  std::string bytes;
+  uint32_t encoding = 0;
+  uint16_t claimedLength = 0;  // 0: that of `bytes`
+};
+
+// What the middleware knows of parental control. A failed call fills nothing.
+struct Parental {
+  uint32_t region = 1;
+  AIPC_dime_t rating{};  // of whatever region is asked for
+  AIPC_parental_details details{};
+  std::vector<uint8_t> regions;
+  uint32_t tableRegion = 0;
+  Text name, text, abbreviation;
+  uint8_t version = 0;
+  uint8_t count = 0;  // of dimensions or levels
+  uint8_t graduated = 0;
+  int32_t groupStatus = 0;
+  int32_t alertSetting = 0;
+  int verdict = 0;
+  std::vector<uint8_t> advisories;
+  uint32_t ratingStatus = 0;
 };
 
 // ASCII as UTF-16BE.
@@ -72,6 +98,7 @@ void setLanguages(int32_t first, int32_t second);
 void setTimeInfo(const AIST_system_time_info& info);
 void setTimeDate(const AIST_time_date& date);
 void setCaptions(const AICC_cc_service_data& captions);
+void setParental(const Parental& parental);
 void setIndexStatus(std::vector<int> statuses);
 
 // The callback of the last search.
@@ -79,6 +106,11 @@ AICS_scan_callback scanCallback();
 AICS_search_request lastSearch();
 // The service that AIFW_modify_service() was last given.
 Service modifiedService();
+
+// The record that AIPC_store_rating() was last given.
+AIPC_dime_t storedRating();
+// The buffer that AIPC_check_rating() was last given, as long as it was said to be.
+std::string checkedRating();
 
 // What was registered for the middleware's events.
 AIFW_app_callback eventCallback();

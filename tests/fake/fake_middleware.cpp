@@ -5,6 +5,7 @@
 #include <aife.h>
 #include <aifw.h>
 #include <aiin.h>
+#include <aipc.h>
 #include <aipt.h>
 #include <aist.h>
 #include <aiup.h>
@@ -46,6 +47,9 @@ struct State {
   AIST_time_date timeDate{};
   AICC_cc_service_data captions{};
   Service modified;
+  Parental parental;
+  AIPC_dime_t storedRating{};
+  std::string checkedRating;
   std::vector<int> indexStatuses;
   AICS_scan_callback callback = nullptr;
   AICS_search_request search{};
@@ -119,6 +123,19 @@ void copyText(const std::string& from, uint32_t encoding, multiple_lang_t& to) {
   to.length = static_cast<uint16_t>(std::min<size_t>(from.size(), to.length));
   if (to.length > 0) memcpy(to.text, from.data(), to.length);
   to.encoding = encoding;
+}
+
+void copyText(const Text& from, multiple_lang_t& to) {
+  copyText(from.bytes, from.encoding, to);
+  if (from.claimedLength != 0) to.length = from.claimedLength;
+}
+
+// Answers a call about parental control.
+template <typename Fill>
+int answerParental(int status, Fill fill) {
+  std::lock_guard<std::mutex> lock(g_mutex);
+  if (status == 0) fill(state().parental);
+  return status;
 }
 
 // The event that a key names, null when there is none; under g_mutex.
@@ -297,6 +314,21 @@ void setCaptions(const AICC_cc_service_data& captions) {
   state().captions = captions;
 }
 
+void setParental(const Parental& parental) {
+  std::lock_guard<std::mutex> lock(g_mutex);
+  state().parental = parental;
+}
+
+AIPC_dime_t storedRating() {
+  std::lock_guard<std::mutex> lock(g_mutex);
+  return state().storedRating;
+}
+
+std::string checkedRating() {
+  std::lock_guard<std::mutex> lock(g_mutex);
+  return state().checkedRating;
+}
+
 Service modifiedService() {
   std::lock_guard<std::mutex> lock(g_mutex);
   return state().modified;
@@ -401,6 +433,7 @@ int AIIN_get_input_details(uint32_t input, uint8_t* flag, AIIN_input_t* details,
   const int status = called(__func__, input, *flag, details, reserved);
   details->type = input;
   details->tuner = 1;
+  details->handle = 7000 + input;
   return status;
 }
 
@@ -557,6 +590,136 @@ int AIST_get_system_time_info(AIST_system_time_info* info) {
 }
 int AIST_get_cur_time_date(AIST_time_date* date) {
   return fake::answer(called(__func__, date), state().timeDate, date);
+}
+
+int AIFW_get_curr_region(AIPC_region_list_t* region) {
+  return fake::answerParental(called(__func__, region),
+                              [&](const fake::Parental& p) { region->region = p.region; });
+}
+int AIFW_set_curr_region(int32_t region) { return called(__func__, region); }
+int AIFW_pwd_unlocked_no_checking_status(int unlocked) { return called(__func__, unlocked); }
+
+int AIFW_user_eas_setting(int32_t* value, int direction) {
+  const int status = called(__func__, *value, direction);
+  return fake::answerParental(status, [&](const fake::Parental& p) { *value = p.alertSetting; });
+}
+int AIFW_disable_optional_eas_event_id_check(int32_t* value, int direction) {
+  const int status = called(__func__, *value, direction);
+  *value = 1;  // also when it fails
+  return fake::answerParental(status, [&](const fake::Parental& p) { *value = p.alertSetting; });
+}
+int AIFW_enable_eas_cable_only(int32_t* value, int direction) {
+  const int status = called(__func__, *value, direction);
+  *value = 1;  // also when it fails
+  return fake::answerParental(status, [&](const fake::Parental& p) { *value = p.alertSetting; });
+}
+
+int AIPC_get_RRT_regions(uint32_t input, uint8_t* count, uint8_t* regions) {
+  return fake::answerParental(called(__func__, input, *count, regions),
+                              [&](const fake::Parental& p) {
+                                *count = static_cast<uint8_t>(p.regions.size());
+                                std::copy(p.regions.begin(), p.regions.end(), regions);
+                              });
+}
+int AIPC_get_RRT_details_with_version(uint32_t input, uint8_t region, AIPC_RRT_details* details,
+                                      uint8_t* version) {
+  return fake::answerParental(called(__func__, input, region, details->name.length, version),
+                              [&](const fake::Parental& p) {
+                                details->region = p.tableRegion;
+                                fake::copyText(p.name, details->name);
+                                *version = p.version;
+                              });
+}
+int AIPC_num_of_dimension(uint32_t input, uint8_t region, uint8_t* count) {
+  return fake::answerParental(called(__func__, input, region, count),
+                              [&](const fake::Parental& p) { *count = p.count; });
+}
+int AIPC_dimension_name_grad(uint32_t input, uint8_t region, uint8_t dimension,
+                             multiple_lang_t* name, uint8_t* levels, uint8_t* graduated) {
+  return fake::answerParental(
+      called(__func__, input, region, dimension, name->length, levels, graduated),
+      [&](const fake::Parental& p) {
+        fake::copyText(p.name, *name);
+        *levels = p.count;
+        *graduated = p.graduated;
+      });
+}
+int AIPC_get_rating_value_text(uint32_t input, uint8_t region, uint8_t dimension, uint8_t value,
+                               AIPC_rating_value_text* texts) {
+  return fake::answerParental(called(__func__, input, region, dimension, value,
+                                     texts->abbreviation.length, texts->text.length),
+                              [&](const fake::Parental& p) {
+                                fake::copyText(p.abbreviation, texts->abbreviation);
+                                fake::copyText(p.text, texts->text);
+                              });
+}
+int AIPC_collect_RRT(void) { return called(__func__); }
+
+int AIPC_retreive_rating(AIPC_dime_t* rating) {
+  return fake::answerParental(called(__func__, rating->region), [&](const fake::Parental& p) {
+    const uint32_t region = rating->region;
+    *rating = p.rating;
+    rating->region = region;
+  });
+}
+int AIPC_store_rating(AIPC_dime_t rating) {
+  const int status = called(__func__, rating.region);
+  std::lock_guard<std::mutex> lock(g_mutex);
+  state().storedRating = rating;
+  return status;
+}
+int AIPC_rating_encode(AIPC_dime_t* rating, uint8_t dimension, uint8_t value, uint8_t block) {
+  rating->us_tv = 40;
+  return called(__func__, dimension, value, block);
+}
+int AIPC_drrt_rating_encode(AIPC_dime_t* rating, uint8_t dimension, uint8_t value, uint8_t block) {
+  rating->downloadable[63][14] = 41;
+  return called(__func__, dimension, value, block);
+}
+
+int AIPC_get_parental_details(AIPC_parental_details* details) {
+  return fake::answerParental(called(__func__, details),
+                              [&](const fake::Parental& p) { *details = p.details; });
+}
+int AIPC_set_parental_details(const AIPC_parental_details* details) {
+  return called(__func__, details->preset_mode, details->region, details->region_value,
+                details->rated, details->enabled);
+}
+int AIPC_set_rating_status_unrated_groups(int block, int32_t group) {
+  return called(__func__, block, group);
+}
+int AIPC_get_rating_status_unrated_groups(int32_t* block, int32_t group) {
+  return fake::answerParental(called(__func__, *block, group),
+                              [&](const fake::Parental& p) { *block = p.groupStatus; });
+}
+int AIPC_reset_user_ratings(void) { return called(__func__); }
+int AIPC_set_default_settings(void) { return called(__func__); }
+int AIPC_store_all(void) { return called(__func__); }
+
+int AIPC_check_rating(uint32_t country, uint32_t system, const multiple_lang_t* rating) {
+  {
+    std::lock_guard<std::mutex> lock(g_mutex);
+    state().checkedRating.assign(reinterpret_cast<const char*>(rating->text), rating->length);
+  }
+  const int status = called(__func__, country, system, rating->encoding);
+  return status != 0 ? status : state().parental.verdict;
+}
+
+int AIEC_check_rating(const AISRV_service_info* service) {
+  called(__func__, service->major, service->minor);
+  std::lock_guard<std::mutex> lock(g_mutex);
+  return state().parental.verdict;
+}
+int AISRV_get_CAD_list(const AISRV_service_info* service, uint8_t* count, uint8_t* regions) {
+  return fake::answerParental(called(__func__, service->major, *count, regions),
+                              [&](const fake::Parental& p) {
+                                *count = static_cast<uint8_t>(p.advisories.size());
+                                std::copy(p.advisories.begin(), p.advisories.end(), regions);
+                              });
+}
+int AISRV_get_rating_status(const AISRV_service_info* service, uint32_t* status) {
+  return fake::answerParental(called(__func__, service->major, *status),
+                              [&](const fake::Parental& p) { *status = p.ratingStatus; });
 }
 
 int AIFW_init(int mode) { return called(__func__, mode); }
