@@ -96,8 +96,10 @@ TEST_F(CommandTest, ReducedLoggingHidesRatingTextsOnly) {
   send("{\"class\":\"MSC\",\"command\":\"LOGCTL\",\"para\":\"REDUCE\"}");
   fake::reset();
   send(encode);
+  send("{\"class\":\"PC\",\"command\":\"ENCODE\",\"us\":5,\"secret\":1}");
   send(other);
   EXPECT_FALSE(fake::logged("Info", "commad:\n" + encode));
+  EXPECT_EQ("", fake::logLine("secret"));
   EXPECT_TRUE(fake::logged("Info", "commad:\n" + other));
   send("{\"class\":\"MSC\",\"command\":\"LOGCTL\",\"para\":\"RESUME\"}");
   send(encode);

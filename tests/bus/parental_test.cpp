@@ -236,7 +236,7 @@ TEST_F(ParentalTest, FailuresHaveTheirOwnTexts) {
   restart();
   EXPECT_EQ(-1, ask("PC GETREGION").result);
   EXPECT_THAT(fake::logLine("is not ATSC"),
-              HasSubstr("Current input is not ATSC: bool GetCurrentATSCSetting("));
+              HasSubstr("Current input is not ATSC: bool atsc::GetCurrentATSCSetting("));
   EXPECT_THAT(fake::logLine("ATSC Settings"),
               HasSubstr("[PC_GetRRTRegions()][atsc_server_service_interface_pc.cpp:"));
 }
@@ -333,7 +333,7 @@ TEST_F(ParentalTest, TextsOfTheMiddleware) {
     const Answer value = ask("PC GETVALTXT", "\"rat_dim\":0,\"val\":0");
     if (expected.converted == nullptr) {
       EXPECT_EQ(-1, answer.result);
-      EXPECT_NE("", fake::logLine("Failed to convert UTF16 to UTF8: bool Copy2UTF8("));
+      EXPECT_NE("", fake::logLine("Failed to convert UTF16 to UTF8: bool atsc::Copy2UTF8("));
       EXPECT_NE("", fake::logLine("Failed to Copy2UTF8(): int"));
       EXPECT_NE("", fake::logLine("] rating_value is failed to Copy2UTF8(): int"));
       continue;
@@ -435,13 +435,13 @@ TEST_F(ParentalTest, RatingTexts) {
     SCOPED_TRACE(expected.rating.substr(0, 50));
     fake::reset();
     std::vector<uint8_t> buffer(std::max<size_t>(96, expected.rating.size()) + 2);
-    ConvertUSATVRatingString(expected.rating, buffer.data(), 96);
+    atsc::ConvertUSATVRatingString(expected.rating, buffer.data(), 96);
     EXPECT_EQ(expected.text, reinterpret_cast<const char*>(buffer.data()));
     EXPECT_TRUE(*expected.log == '\0' || fake::logged("Error", expected.log));
   }
-  for (const char* equal : {"", "V", "Va"}) EXPECT_FALSE(StringCompare("V", equal));
-  EXPECT_TRUE(StringCompare("", ""));
-  EXPECT_TRUE(StringCompare("\xFF", "A")) << "signed";
+  for (const char* equal : {"", "V", "Va"}) EXPECT_FALSE(atsc::StringCompare("V", equal));
+  EXPECT_TRUE(atsc::StringCompare("", ""));
+  EXPECT_TRUE(atsc::StringCompare("\xFF", "A")) << "signed";
 }
 
 TEST_F(ParentalTest, ChecksOfARating) {

@@ -222,7 +222,7 @@ const ATSCServerService::Dispatcher::Command* ATSCServerService::Dispatcher::fin
 
 int ATSCServerService::jsonCommand(const char* command, char** result) {
   ATSC_ENTER();
-  const char* const shown = command != nullptr ? command : "";
+  const char* shown = command != nullptr ? command : "";
   if (*shown == '\0') {
     ATSC_LEAVE();
     return 0;
@@ -240,7 +240,9 @@ int ATSCServerService::jsonCommand(const char* command, char** result) {
     if (!request.isObject()) throw std::invalid_argument("it is not a JSON object");
     const std::string className = textMember(request, "class");
     const std::string commandName = textMember(request, "command");
-    if (reduced_logging_ != 1 || className != "PC" || commandName != "ENCODE") {
+    if (reduced_logging_ == 1 && className == "PC" && commandName == "ENCODE") {
+      shown = "ENCODE";
+    } else {
       ATSC_LOG(Info, "commad:\n%s", text.c_str());
     }
     const Dispatcher::Class* commands = Dispatcher::findClass(className);

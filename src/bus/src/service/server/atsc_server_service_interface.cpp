@@ -30,27 +30,38 @@ std::string giveReply(const Json::Value& reply, char** result) {
 }
 
 // A line of a handler: the beginning of every line, then the text.
-#define HANDLER_LOG(level, format, ...)                                                      \
+#define HANDLER_LOG(level, line, format, ...)                                                \
   logger_.level("%-9s: [%d][%s()][%s:%d] " format, place_.tag, processId(), place_.function, \
-                place_.file, place_.line, ##__VA_ARGS__)
+                place_.file, line, ##__VA_ARGS__)
 
 Handler::Handler(LoggerCpp& logger, const LogPlace& place) : logger_(logger), place_(place) {
-  HANDLER_LOG(Trace, "ENTER ");
+  HANDLER_LOG(Trace, place_.line, "ENTER ");
 }
 
-int Handler::refuse(const char* reason) const {
-  HANDLER_LOG(Error, "%s: %s", reason, place_.signature);
+int Handler::refuse(const char* reason, int line) const {
+  HANDLER_LOG(Error, line, "%s: %s", reason, place_.signature);
   return -1;
 }
 
-int Handler::leave(const char* function, int status) const {
-  checkStatus(logger_, place_, function, status);
-  HANDLER_LOG(Trace, "LEAVE ");
+int Handler::check(const char* function, int status, int line) const {
+  LogPlace place = place_;
+  place.line = line;
+  return checkStatus(logger_, place, function, status);
+}
+
+int Handler::leave(int line) const {
+  HANDLER_LOG(Trace, line, "LEAVE ");
+  return 0;
+}
+
+int Handler::leave(const char* function, int status, int line) const {
+  check(function, status, line);
+  leave(line);
   return status == 0 ? 0 : -1;
 }
 
-void Handler::answer(const Json::Value& reply, char** result) const {
-  HANDLER_LOG(Debug, "result: %s", giveReply(reply, result).c_str());
+void Handler::answer(const Json::Value& reply, char** result, int line) const {
+  HANDLER_LOG(Debug, line, "result: %s", giveReply(reply, result).c_str());
 }
 
 int findChannelIndex(const AISRV_service_info& service, uint32_t source_id) {

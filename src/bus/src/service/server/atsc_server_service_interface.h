@@ -30,32 +30,39 @@ struct LentService {
 // null for want of memory. Returns the text.
 std::string giveReply(const Json::Value& reply, char** result);
 
-// What the handlers of parental control and alerts have in common. Its log lines are its handler's.
+// What the handlers of parental control and alerts have in common. Its log lines are its handler's;
+// `line` is that of the caller.
 class Handler {
  public:
   // Logs the beginning of the handler.
   Handler(LoggerCpp& logger, const LogPlace& place);
 
   // Logs why the command is refused. Returns -1.
-  int refuse(const char* reason) const;
+  int refuse(const char* reason, int line = __builtin_LINE()) const;
 
-  // Logs the end of the handler, and before it a status other than 0 as a failed call of
-  // `function`, null for none. Returns the handler's result.
-  int leave(const char* function = nullptr, int status = 0) const;
+  // Logs a status other than 0 as a failed call of `function`. Returns the status.
+  int check(const char* function, int status, int line = __builtin_LINE()) const;
+
+  // Logs the end of the handler. Returns 0.
+  int leave(int line = __builtin_LINE()) const;
+
+  // check(), then leave(). Returns the handler's result.
+  int leave(const char* function, int status, int line = __builtin_LINE()) const;
 
   // Hands a reply over and shows it.
-  void answer(const Json::Value& reply, char** result) const;
+  void answer(const Json::Value& reply, char** result, int line = __builtin_LINE()) const;
 
   // The same, then leave(), for a query that called `function`: `fill` is given the reply, unless
   // the call failed, and returns 0, or -1 to end the handler with it.
   template <typename Fill>
-  int answer(const char* function, int status, char** result, Fill fill) const {
+  int answer(const char* function, int status, char** result, Fill fill,
+             int line = __builtin_LINE()) const {
     if (status == 0) {
       Json::Value reply;
       if (fill(reply) != 0) return -1;
-      answer(reply, result);
+      answer(reply, result, line);
     }
-    return leave(function, status);
+    return leave(function, status, line);
   }
 
  private:

@@ -92,7 +92,7 @@ int ATSCServerService::PC_CheckRating(Json::Value& request, char** result) {
   if (system != std::end(kRatingSystems) && !rating.empty()) {
     std::vector<uint8_t> text(std::max<size_t>(kRatingTextSize, rating.size()) + 2);
     if (system->system == kUSTelevision.system) {
-      ConvertUSATVRatingString(rating, text.data(), kRatingTextSize);
+      atsc::ConvertUSATVRatingString(rating, text.data(), kRatingTextSize);
     } else {
       std::copy(rating.begin(), rating.end(), text.begin());
     }

@@ -29,9 +29,8 @@ constexpr AlertSetting kCableOnly = {"AIFW_enable_eas_cable_only", AIFW_enable_e
                                      "status", "Can not find status", true};
 
 // Reads or changes a setting.
-int exchangeSetting(const atsc::LogPlace& place, const AlertSetting& setting,
+int exchangeSetting(const atsc::Handler& handler, const AlertSetting& setting,
                     const Json::Value& request, char** result) {
-  const atsc::Handler handler(*g_logger, place);
   if (!request.isMember("op")) return handler.refuse("Can not find operation");
   int32_t value = 0;
   if (request["op"].asString() == "set") {
@@ -40,11 +39,11 @@ int exchangeSetting(const atsc::LogPlace& place, const AlertSetting& setting,
     value = setting.is_boolean ? (given.asBool() ? 1 : 0) : given.asInt();
     const int status = setting.exchange(&value, AIFW_EAS_WRITE);
     if (status == 0) return handler.leave();
-    atsc::checkStatus(*g_logger, place, setting.function, status);
+    handler.check(setting.function, status);
     return -1;
   }
   const int status = setting.exchange(&value, AIFW_EAS_READ);
-  atsc::checkStatus(*g_logger, place, setting.function, status);
+  handler.check(setting.function, status);
   if (status != 0 && setting.is_boolean) value = 0;
   Json::Value reply;
   reply[setting.key] = setting.is_boolean ? Json::Value(value == 1) : Json::Value(value);
@@ -55,15 +54,15 @@ int exchangeSetting(const atsc::LogPlace& place, const AlertSetting& setting,
 }  // namespace
 
 int ATSCServerService::EAS_EASUserSetting(Json::Value& request, char** result) {
-  return exchangeSetting(ATSC_HERE(), kUserSetting, request, result);
+  return exchangeSetting({*g_logger, ATSC_HERE()}, kUserSetting, request, result);
 }
 
 int ATSCServerService::EAS_DisableOptionalEASEventIdCheck(Json::Value& request, char** result) {
-  return exchangeSetting(ATSC_HERE(), kOptionalEventIdCheck, request, result);
+  return exchangeSetting({*g_logger, ATSC_HERE()}, kOptionalEventIdCheck, request, result);
 }
 
 int ATSCServerService::EAS_EnableCableEASOnly(Json::Value& request, char** result) {
-  return exchangeSetting(ATSC_HERE(), kCableOnly, request, result);
+  return exchangeSetting({*g_logger, ATSC_HERE()}, kCableOnly, request, result);
 }
 
 }  // namespace ATSCBUS

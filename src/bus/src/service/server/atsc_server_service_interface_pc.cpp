@@ -35,7 +35,7 @@ struct LentText {
 // A text in a reply. False when it cannot be converted.
 bool putText(Json::Value& member, const multiple_lang_t& text) {
   std::vector<uint8_t> converted;
-  if (!Copy2UTF8(converted, &text)) return false;
+  if (!atsc::Copy2UTF8(converted, &text)) return false;
   member = reinterpret_cast<const char*>(converted.data());
   return true;
 }
@@ -52,7 +52,7 @@ int encodeRating(const atsc::Handler& handler, const Json::Value& request, char*
                  const char* name, int (*encode)(AIPC_dime_t*, uint8_t, uint8_t, uint8_t)) {
   *result = nullptr;
   AIPC_dime_t dime{};
-  if (!ConvertJsonValue2PCDime(request, dime)) return handler.refuse(kNoRecord);
+  if (!atsc::ConvertJsonValue2PCDime(request, dime)) return handler.refuse(kNoRecord);
   if (!request.isMember("rat_dim")) return handler.refuse(kNoDimension);
   if (!request.isMember("val")) return handler.refuse(kNoValue);
   if (!request.isMember("block")) return handler.refuse(kNoBlock);
@@ -61,7 +61,7 @@ int encodeRating(const atsc::Handler& handler, const Json::Value& request, char*
   const bool block = request["block"].asBool();
   return handler.answer(name, encode(&dime, dimension, value, block ? 1 : 0), result,
                         [&](Json::Value& reply) {
-                          ConvertPCDime2JsonValue(dime, reply);
+                          atsc::ConvertPCDime2JsonValue(dime, reply);
                           return 0;
                         });
 }
@@ -73,7 +73,7 @@ int ATSCServerService::PC_NumOfDimension(Json::Value& request, char** result) {
   *result = nullptr;
   AIPC_region_list_t current{};
   AIIN_input_t input{};
-  if (!GetCurrentATSCSetting(&current, &input)) return handler.refuse(kNoSettings);
+  if (!atsc::GetCurrentATSCSetting(&current, &input)) return handler.refuse(kNoSettings);
   const uint8_t region = unsignedByteMember(request, "region", current.region);
   uint8_t count = 0;
   const int status = AIPC_num_of_dimension(input.handle, region, &count);
@@ -88,7 +88,7 @@ int ATSCServerService::PC_DimensionName(Json::Value& request, char** result) {
   if (!request.isMember("rat_dim")) return handler.refuse(kNoDimension);
   AIPC_region_list_t current{};
   AIIN_input_t input{};
-  if (!GetCurrentATSCSetting(&current, &input)) return handler.refuse(kNoSettings);
+  if (!atsc::GetCurrentATSCSetting(&current, &input)) return handler.refuse(kNoSettings);
   const uint8_t region = unsignedByteMember(request, "region", current.region);
   const uint8_t dimension = unsignedByteMember(request, "rat_dim", 0);
   multiple_lang_t name{};
@@ -110,12 +110,12 @@ int ATSCServerService::PC_RetreiveRating(Json::Value& request, char** result) {
   *result = nullptr;
   AIPC_region_list_t current{};
   AIIN_input_t input{};
-  if (!GetCurrentATSCSetting(&current, &input)) return handler.refuse(kNoSettings);
+  if (!atsc::GetCurrentATSCSetting(&current, &input)) return handler.refuse(kNoSettings);
   AIPC_dime_t dime{};
   dime.region = request.get("region", current.region).asUInt();
   const int status = AIPC_retreive_rating(&dime);
   return handler.answer("AIPC_retreive_rating", status, result, [&](Json::Value& reply) {
-    ConvertPCDime2JsonValue(dime, reply);
+    atsc::ConvertPCDime2JsonValue(dime, reply);
     return 0;
   });
 }
@@ -123,7 +123,7 @@ int ATSCServerService::PC_RetreiveRating(Json::Value& request, char** result) {
 int ATSCServerService::PC_StoreRating(Json::Value& request, char** /*result*/) {
   const atsc::Handler handler(*g_logger, ATSC_HERE());
   AIPC_dime_t dime{};
-  if (!ConvertJsonValue2PCDime(request, dime)) return handler.refuse(kNoRecord);
+  if (!atsc::ConvertJsonValue2PCDime(request, dime)) return handler.refuse(kNoRecord);
   return handler.leave("AIPC_store_rating", AIPC_store_rating(dime));
 }
 
@@ -170,7 +170,7 @@ int ATSCServerService::PC_GetRRTRegions(Json::Value& /*request*/, char** result)
   const atsc::Handler handler(*g_logger, ATSC_HERE());
   *result = nullptr;
   AIIN_input_t input{};
-  if (!GetCurrentATSCSetting(nullptr, &input)) return handler.refuse(kNoSettings);
+  if (!atsc::GetCurrentATSCSetting(nullptr, &input)) return handler.refuse(kNoSettings);
   std::array<uint8_t, 256> regions{};
   uint8_t count = 255;
   const int status = AIPC_get_RRT_regions(input.handle, &count, regions.data());
@@ -187,7 +187,7 @@ int ATSCServerService::PC_GetRRTDetails(Json::Value& request, char** result) {
   *result = nullptr;
   AIPC_region_list_t current{};
   AIIN_input_t input{};
-  if (!GetCurrentATSCSetting(&current, &input)) return handler.refuse(kNoTableSettings);
+  if (!atsc::GetCurrentATSCSetting(&current, &input)) return handler.refuse(kNoTableSettings);
   const uint8_t region = byteMember(request, "region", static_cast<int>(current.region));
   AIPC_RRT_details details{};
   const LentText lent(details.name);
@@ -211,7 +211,7 @@ int ATSCServerService::PC_GetRatingValueText(Json::Value& request, char** result
   if (!request.isMember("val")) return handler.refuse(kNoValue);
   AIPC_region_list_t current{};
   AIIN_input_t input{};
-  if (!GetCurrentATSCSetting(&current, &input)) return handler.refuse(kNoTableSettings);
+  if (!atsc::GetCurrentATSCSetting(&current, &input)) return handler.refuse(kNoTableSettings);
   const uint8_t region = byteMember(request, "region", static_cast<int>(current.region));
   const uint8_t dimension = byteMember(request, "rat_dim", 0);
   const uint8_t value = byteMember(request, "val", 0);

@@ -11,6 +11,8 @@
 
 ATSC_LOGGER("atsc/service/interface")
 
+namespace atsc {
+
 namespace {
 
 // The levels of the rating document's objects.
@@ -196,3 +198,5 @@ void ConvertUSATVRatingString(const std::string& rating, uint8_t* buffer, uint32
   buffer[position - 1] = '\0';
   ATSC_LEAVE();
 }
+
+}  // namespace atsc

@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+namespace atsc {
+
 // All on the BUS server thread.
 
 // The current rating region, unless `region` is null, and the details of the current input. False,
@@ -36,5 +38,7 @@ void ConvertUSATVRatingString(const std::string& rating, uint8_t* buffer, uint32
 // Whether rating part `a` comes before `b`: by first character alone. No ordering for two empty
 // ones, which both come before each other.
 bool StringCompare(const std::string& a, const std::string& b);
+
+}  // namespace atsc
 
 #endif  // ATSC_ATSC_SERVER_SERVICE_RATING_H_
