@@ -67,7 +67,8 @@ void OnPmt(void* data, dvbpsi_pmt_t* pmt) {
                All(es->p_first_descriptor);
   }
   result.Add("PMT ", pmt->i_program_number, " at ", result.programs[pmt->i_program_number],
-             " version ", +pmt->i_version, " PCR ", pmt->i_pcr_pid, streams);
+             " version ", +pmt->i_version, All(pmt->p_first_descriptor), " PCR ", pmt->i_pcr_pid,
+             streams);
   dvbpsi_pmt_delete(pmt);
 }
 

@@ -336,7 +336,7 @@ TEST(PsipmuxTables, EveryFieldOfTheGuideReachesTheStream) {
   const psipmux::Lineup lineup = psipmux::ParseLineup(R"({"medium": "air", "guide_hours": 3,
     "channels": [{"frequency": 177000000, "tsid": 1, "version": 3, "guide_version": 31, "services": [
       {"program": 3, "pmt_pid": 48, "major": 9, "minor": 7, "name": "One", "source_id": 258,
-       "streams": [], "guide_offset": 30, "programmes": [
+       "streams": [], "guide_offset": 30, "rating_in": "both", "programmes": [
         {"minutes": 180, "title": {"fra": "Été", "spa": "Ł"}, "description": "D",
          "rating": {"us_tv": "TV-14-D-V", "us_movie": "PG-13", "ca_english": "14+",
           "ca_french": "13 ans+", "regions": [{"region": 5, "dimensions": {"10": 2}}]},
@@ -373,6 +373,16 @@ TEST(PsipmuxTables, EveryFieldOfTheGuideReachesTheStream) {
   EXPECT_EQ(1u, texts.size());
   EXPECT_EQ((Bytes{1, 'e', 'n', 'g', 1, 0, 0, 1, 'D'}),
             texts.at({0, 258u << 16 | event.id << 2 | 2}));
+
+  // The rating in the PMT, alone from the second programme on: the 33818th since 1980.
+  const std::string first_rating = event.descriptors.substr(event.descriptors.find(" [87"));
+  EXPECT_EQ(1u, tables.count("PMT 3 at 48 version 27" +
+                             first_rating.substr(0, first_rating.find(" [ab")) + " PCR 8191"));
+  psipmux::Lineup changed = lineup;
+  changed.channels[0].services[0].rating_in_guide = false;
+  const Bytes later = psipmux::Multiplex(changed, changed.channels[0], next.start);
+  EXPECT_EQ(1u, Decode(later).count("PMT 3 at 48 version 28" + next.descriptors + " PCR 8191"));
+  EXPECT_EQ("", DecodeGuide(later).events.at({0, 258})[1].descriptors);
 }
 
 // The first section of a table on the base PID.

@@ -53,7 +53,7 @@ Bytes Genres(const std::vector<uint8_t>& genres) {
 }
 
 /// One event of the loop in an EIT.
-Bytes EitEvent(const Event& event) {
+Bytes EitEvent(const Event& event, bool with_rating) {
   constexpr uint32_t kEtmInThisStream = 1;
   const Programme& programme = *event.programme;
   Bytes out;
@@ -68,8 +68,8 @@ Bytes EitEvent(const Event& event) {
   if (!programme.captions.empty()) {
     PutDescriptor(descriptors, kCaptionServiceTag, CaptionServices(programme.captions));
   }
-  if (!programme.ratings.empty()) {
-    PutDescriptor(descriptors, 0x87, ContentAdvisory(programme.ratings));
+  if (with_rating && !programme.ratings.empty()) {
+    PutDescriptor(descriptors, kContentAdvisoryTag, ContentAdvisory(programme.ratings));
   }
   if (!programme.genres.empty()) PutDescriptor(descriptors, 0xAB, Genres(programme.genres));
   Put16(out, 0xF000u | static_cast<unsigned>(descriptors.size()));
@@ -78,7 +78,8 @@ Bytes EitEvent(const Event& event) {
 }
 
 /// The EIT of one service in one instance, in as many sections as needed.
-std::vector<Bytes> BuildEit(uint16_t source_id, uint8_t version, const std::vector<Event>& events) {
+std::vector<Bytes> BuildEit(const Service& service, uint8_t version,
+                            const std::vector<Event>& events) {
   constexpr size_t kAround = 2;  // protocol_version, num_events_in_section
   constexpr size_t kMaxLoop = kMaxLongSectionSize - kSectionHeaderSize - kCrcSize - kAround;
   struct Part {
@@ -87,7 +88,7 @@ std::vector<Bytes> BuildEit(uint16_t source_id, uint8_t version, const std::vect
   };
   std::vector<Part> parts(1);
   for (const Event& event : events) {
-    const Bytes entry = EitEvent(event);
+    const Bytes entry = EitEvent(event, service.rating_in_guide);
     if (parts.back().loop.size() + entry.size() > kMaxLoop) parts.emplace_back();
     ++parts.back().events;
     Append(parts.back().loop, entry);
@@ -98,8 +99,8 @@ std::vector<Bytes> BuildEit(uint16_t source_id, uint8_t version, const std::vect
     Put8(body, 0);  // protocol_version
     Put8(body, part.events);
     Append(body, part.loop);
-    sections.push_back(
-        LongSection(kEitTableId, source_id, version, sections.size(), parts.size() - 1, body));
+    sections.push_back(LongSection(kEitTableId, service.source_id, version, sections.size(),
+                                   parts.size() - 1, body));
   }
   return sections;
 }
@@ -134,19 +135,19 @@ std::vector<GuideTable> BuildGuide(const Lineup& lineup, const Channel& channel,
         static_cast<uint16_t>(kTableTypeEtt + number), static_cast<uint16_t>(kEttPid + number), {}};
     const uint32_t from = begin + k * kSegmentSeconds;
     for (size_t s = 0; s < channel.services.size(); ++s) {
-      const uint16_t source_id = channel.services[s].source_id;
+      const Service& service = channel.services[s];
       const auto first = std::partition_point(events[s].begin(), events[s].end(),
                                               [&](const Event& e) { return e.End() <= from; });
       const auto last = std::partition_point(
           first, events[s].end(), [&](const Event& e) { return e.start < from + kSegmentSeconds; });
       if (first == last) continue;
-      for (Bytes& section : BuildEit(source_id, channel.guide_version, {first, last})) {
+      for (Bytes& section : BuildEit(service, channel.guide_version, {first, last})) {
         eit.sections.push_back(std::move(section));
       }
       for (auto event = first; event != last; ++event) {
         if (event->programme->description.empty()) continue;
         ett.sections.push_back(
-            BuildEtt(ett.sections.size(), channel.guide_version, source_id, *event));
+            BuildEtt(ett.sections.size(), channel.guide_version, service.source_id, *event));
       }
     }
     for (GuideTable* table : {&eit, &ett}) {
@@ -154,6 +155,18 @@ std::vector<GuideTable> BuildGuide(const Lineup& lineup, const Channel& channel,
     }
   }
   return tables;
+}
+
+OnAir FindOnAir(const Service& service, uint32_t system_time) {
+  const std::vector<Event> events = Events(service, system_time, system_time + 1);
+  if (events.empty()) return {};
+  uint32_t period = 0;
+  for (const Programme& programme : service.programmes) period += programme.duration;
+  const Event& event = events.front();
+  const uint32_t rounds = (event.start - service.guide_offset - kGpsUtcOffset) / period;
+  const auto count = static_cast<uint32_t>(service.programmes.size());
+  return {event.programme,
+          rounds * count + static_cast<uint32_t>(event.programme - service.programmes.data())};
 }
 
 Bytes CaptionServices(const std::vector<CaptionService>& captions) {

@@ -15,6 +15,7 @@ constexpr uint16_t kEttPid = 0x1E00;
 constexpr unsigned kMaxInstances = 128;
 
 constexpr uint8_t kCaptionServiceTag = 0x86;
+constexpr uint8_t kContentAdvisoryTag = 0x87;
 
 /// An instance of the EIT or ETT: its sections are those of all services.
 struct GuideTable {
@@ -28,6 +29,14 @@ struct GuideTable {
 /// seconds) lies.
 std::vector<GuideTable> BuildGuide(const Lineup& lineup, const Channel& channel,
                                    uint32_t system_time);
+
+/// The programme of a service that is on at `system_time` (GPS seconds), or null, and how many have
+/// been before it.
+struct OnAir {
+  const Programme* programme = nullptr;
+  uint32_t number = 0;
+};
+OnAir FindOnAir(const Service& service, uint32_t system_time);
 
 /// caption_service_descriptor (A/65 6.9.2) without its tag and length.
 Bytes CaptionServices(const std::vector<CaptionService>& captions);

@@ -29,6 +29,9 @@ constexpr int64_t kLastPid = 0x1FFA;  // PSIP has the next one
 constexpr Choice kMedia[] = {{"air", 0}, {"cable", 1}};
 constexpr Choice kServiceTypes[] = {{"tv", 2}, {"radio", 3}, {"data", 4}};
 constexpr Choice kCableModulations[] = {{"64qam", 2}, {"256qam", 3}};
+constexpr uint8_t kInGuide = 1, kInPmt = 2;
+constexpr Choice kRatingPlaces[] = {
+    {"guide", kInGuide}, {"pmt", kInPmt}, {"both", kInGuide | kInPmt}};
 constexpr uint8_t kModulation8Vsb = 4;
 constexpr Choice kStreamTypes[] = {
     {"mpeg1-video", 0x01}, {"mpeg2-video", 0x02},   {"mpeg1-audio", 0x03}, {"mpeg2-audio", 0x04},
@@ -148,13 +151,19 @@ void ParseVirtualChannel(const Node& node, Medium medium, Service& service, Line
   service.sld = node.BooleanOr("sld", true);
   service.programmes = ParseProgrammes(node);
   service.guide_offset = static_cast<uint32_t>(node.IntegerOr("guide_offset", 0, 1439, 0) * 60);
+  if (node.Has("rating_in")) {
+    if (service.programmes.empty()) node.At("rating_in").Fail("only with programmes");
+    const uint8_t places = node.OneOf("rating_in", kRatingPlaces);
+    service.rating_in_guide = (places & kInGuide) != 0;
+    service.rating_in_pmt = (places & kInPmt) != 0;
+  }
 }
 
 Service ParseService(const Node& node, Medium medium, const Channel& channel, LineupIds& lineup_ids,
                      ChannelIds& channel_ids) {
   node.AllowKeys({"program", "pmt_pid", "version", "name", "extended_name", "major", "minor",
                   "one_part", "source_id", "service_type", "hidden", "hide_guide", "sld",
-                  "programmes", "guide_offset", "streams", "captions"});
+                  "programmes", "guide_offset", "rating_in", "streams", "captions"});
   Service service;
   service.program = static_cast<uint16_t>(node.Integer("program", 1, 0xFFFF));
   channel_ids.programs.Add(service.program, node.At("program"));
@@ -163,9 +172,10 @@ Service ParseService(const Node& node, Medium medium, const Channel& channel, Li
   if (channel.psip) {
     ParseVirtualChannel(node, medium, service, lineup_ids, channel_ids);
   } else {
-    node.ForbidKeys({"name", "extended_name", "major", "minor", "one_part", "source_id",
-                     "service_type", "hidden", "hide_guide", "sld", "programmes", "guide_offset"},
-                    "not in a channel without psip");
+    node.ForbidKeys(
+        {"name", "extended_name", "major", "minor", "one_part", "source_id", "service_type",
+         "hidden", "hide_guide", "sld", "programmes", "guide_offset", "rating_in"},
+        "not in a channel without psip");
   }
   for (const Node& stream : node.Elements("streams", 0, kMaxStreams)) {
     service.streams.push_back(ParseStream(stream, channel_ids));
@@ -174,7 +184,12 @@ Service ParseService(const Node& node, Medium medium, const Channel& channel, Li
   if (!service.captions.empty() && service.streams.empty()) {
     node.At("captions").Fail("only with streams, the first of which they belong to");
   }
-  const size_t size = BuildPmt(service).size();
+  size_t size = BuildPmt(service, service.version, {}).size();
+  if (service.rating_in_pmt) {
+    for (const Programme& programme : service.programmes) {
+      size = std::max(size, BuildPmt(service, service.version, programme.ratings).size());
+    }
+  }
   if (size > kMaxSectionSize) {
     node.Fail("takes a PMT of " + std::to_string(size) + " bytes, it may have " +
               std::to_string(kMaxSectionSize));

@@ -90,6 +90,8 @@ struct Service {
   /// 1980-01-06 (UTC). None: the service is not in the guide.
   std::vector<Programme> programmes;
   uint32_t guide_offset = 0;
+  bool rating_in_guide = true;
+  bool rating_in_pmt = false;  ///< of the programme that is on
 };
 
 /// A cable emergency alert, SCTE 18 5.

@@ -120,11 +120,19 @@ std::vector<Packet> Cycle(const std::vector<Carousel>& tables) {
 
 /// The tables of every cycle. The last one is the STT when the channel has PSIP.
 std::vector<Carousel> CycleTables(const Lineup& lineup, const Channel& channel,
-                                  const std::vector<GuideTable>& guide) {
+                                  const std::vector<GuideTable>& guide, uint32_t system_time) {
   std::vector<Carousel> tables;
   tables.push_back({kPatPid, kPatRepetitions, {BuildPat(channel)}});
   for (const Service& service : channel.services) {
-    tables.push_back({service.pmt_pid, 1, {BuildPmt(service)}});
+    uint32_t version = service.version;
+    std::vector<Rating> ratings;
+    if (service.rating_in_pmt) {
+      const OnAir on_air = FindOnAir(service, system_time);
+      version += on_air.number;
+      if (on_air.programme != nullptr) ratings = on_air.programme->ratings;
+    }
+    tables.push_back(
+        {service.pmt_pid, 1, {BuildPmt(service, static_cast<uint8_t>(version % 32), ratings)}});
   }
   if (!channel.psip) return tables;
   std::vector<Bytes> vct = BuildVct(lineup.medium, channel);
@@ -232,7 +240,7 @@ class GuideSchedule {
 Bytes Multiplex(const Lineup& lineup, const Channel& channel, uint32_t system_time) {
   std::vector<GuideTable> guide;
   if (channel.psip) guide = BuildGuide(lineup, channel, system_time);
-  std::vector<Carousel> tables = CycleTables(lineup, channel, guide);
+  std::vector<Carousel> tables = CycleTables(lineup, channel, guide, system_time);
   const DaylightSaving saving = lineup.daylight_saving.value_or(UsDaylightSaving(system_time));
   const auto cycle = [&](unsigned number) {
     if (channel.psip) {

@@ -109,10 +109,14 @@ Bytes BuildPat(const Channel& channel) {
   return LongSection(kPatTableId, channel.tsid, channel.version, 0, 0, body);
 }
 
-Bytes BuildPmt(const Service& service) {
-  Bytes body;
+Bytes BuildPmt(const Service& service, uint8_t version, const std::vector<Rating>& ratings) {
+  Bytes body, program_info;
+  if (!ratings.empty()) {
+    PutDescriptor(program_info, kContentAdvisoryTag, ContentAdvisory(ratings));
+  }
   Put16(body, 0xE000u | PcrPid(service));
-  Put16(body, 0xF000);  // program_info_length 0
+  Put16(body, 0xF000u | static_cast<unsigned>(program_info.size()));
+  Append(body, program_info);
   for (const Stream& stream : service.streams) {
     Bytes descriptors;
     if (!stream.language.empty()) {
@@ -134,7 +138,7 @@ Bytes BuildPmt(const Service& service) {
     Put16(body, 0xF000u | static_cast<unsigned>(descriptors.size()));
     Append(body, descriptors);
   }
-  return LongSection(kPmtTableId, service.program, service.version, 0, 0, body);
+  return LongSection(kPmtTableId, service.program, version, 0, 0, body);
 }
 
 Bytes BuildMgt(uint8_t version, const std::vector<MgtEntry>& tables) {

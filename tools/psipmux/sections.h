@@ -25,7 +25,8 @@ struct MgtEntry {
 
 // Table builders. Each returns complete sections with their CRC_32.
 Bytes BuildPat(const Channel& channel);
-Bytes BuildPmt(const Service& service);
+/// `ratings` are those of the programme that is on.
+Bytes BuildPmt(const Service& service, uint8_t version, const std::vector<Rating>& ratings);
 Bytes BuildMgt(uint8_t version, const std::vector<MgtEntry>& tables);
 /// TVCT for air, CVCT for cable (A/65 6.3), in as many sections as needed.
 std::vector<Bytes> BuildVct(Medium medium, const Channel& channel);
