@@ -176,7 +176,8 @@ int AIFW_passwd_reqd_non_play_src(int required);
 int AIFW_pwd_unlocked_no_playing(int unlocked);
 
 // 1: the password was given for what plays: it is unlocked, a locked channel as well as a blocked
-// programme and those that follow, until another channel plays, playing stops or standby begins.
+// programme and those that follow, until a channel begins to play, be it the same one, playing
+// stops or standby begins.
 // 0: takes that back. Fails when nothing plays.
 int AIFW_pwd_unlocked_no_checking_status(int unlocked);
 

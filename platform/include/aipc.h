@@ -100,12 +100,13 @@ int AIPC_retreive_rating(AIPC_dime_t* rating);
 int AIPC_store_rating(AIPC_dime_t rating);
 
 // Changes a record, not the settings: blocks (`block` 1) or frees a value of a dimension of
-// `rating->region`. Where the dimension is graduated, blocking takes the values above with it,
-// freeing those below. The first function is for regions 1 and 2, whose dimensions and values are
-// numbered as CEA-766 does, the second one for the downloadable tables of all other regions. They
-// fail, with nothing changed, on another region, where the region's table has no such value, and on
-// a value that is no limit: those without a name and of regions 1 and 2 those that no viewer is to
-// be kept from ("None", "N/A", exempt) or that have a group of their own ("NR").
+// `rating->region`. In the age scales of regions 1 and 2, and elsewhere where the dimension is
+// graduated, blocking takes the values above with it, freeing those below. The first function is
+// for regions 1 and 2, whose dimensions and values are numbered as CEA-766 does, the second one for
+// the downloadable tables of all other regions. They fail, with nothing changed, on another region,
+// where the region's table has no such value, and on a value that is no limit: those without a name
+// and of regions 1 and 2 those that no viewer is to be kept from ("None", "N/A", exempt) or that
+// have a group of their own ("NR").
 int AIPC_rating_encode(AIPC_dime_t* rating, uint8_t dimension, uint8_t value, uint8_t block);
 int AIPC_drrt_rating_encode(AIPC_dime_t* rating, uint8_t dimension, uint8_t value, uint8_t block);
 
