@@ -83,7 +83,8 @@ void copy_text(const std::string& text, multiple_lang_t& lent) {
   lent.encoding = AI_TEXT_UTF16BE;
 }
 
-void copy_event(const ShownEvent& shown, const AIEC_event_key& key, AIEC_event_info& record) {
+void copy_event(const ShownEvent& shown, const AIEC_event_key& key, bool blocked,
+                AIEC_event_info& record) {
   const multiple_lang_t name = record.name;
   const multiple_lang_t rating = record.rating;
   record = {};
@@ -96,6 +97,7 @@ void copy_event(const ShownEvent& shown, const AIEC_event_key& key, AIEC_event_i
   copy_text(shown.event.title, record.name);
   record.rating = rating;
   copy_text(shown.event.rating, record.rating);
+  record.parental_status = blocked ? 1 : 0;
   record.captions = shown.event.captions ? 1 : 0;
   const auto& genres = shown.event.genres;
   record.genre_count = static_cast<uint8_t>(std::min<size_t>(genres.size(), AIEC_MAX_GENRES));
@@ -108,9 +110,12 @@ bool copy_events(uint32_t service_rec, uint32_t input_source, uint64_t first,
   const Events events = events_of(input_source, service_rec);
   if (!events) return false;
   copied = 0;
+  const auto is_blocked = Receiver::instance().blocked_events();
   for (uint64_t i = first; i < events->size() && copied < count; ++i) {
     const auto index = static_cast<uint32_t>(i);
-    copy_event((*events)[index], {service_rec, input_source, index}, records[copied++]);
+    const ShownEvent& shown = (*events)[index];
+    copy_event(shown, {service_rec, input_source, index}, is_blocked(shown.event),
+               records[copied++]);
   }
   return true;
 }
@@ -158,6 +163,26 @@ int AIEC_get_multiple_event_rating_string(const AIEC_event_key* event, multiple_
     copy_text(e.other_ratings.empty() ? e.rating : e.other_ratings, *text);
     return true;
   });
+}
+
+int AIEC_check_rating(const AISRV_service_info* service) {
+  int verdict = -1;
+  const auto check = [&] {
+    const auto now = service ? Receiver::instance().on_now(service->service_id) : std::nullopt;
+    if (!now) return false;
+    if (!now->enabled || now->unlocked)
+      verdict = 0;
+    else if (!now->verdict.rated)
+      verdict = AIPC_UNRATED;
+    else if (now->by_streams)
+      verdict = AIPC_BLOCKED_BY_STATUS;
+    else
+      verdict = now->verdict.blocked ? AIPC_BLOCKED : 0;
+    return true;
+  };
+  if (atschost::run_body(__func__, check) != 0) verdict = -1;
+  atschost::log_call(__func__, verdict, service ? service->service_id.service_rec : 0);
+  return verdict;
 }
 
 int AIEC_get_event_description(const AIEC_event_key* event, multiple_lang_t* text) {

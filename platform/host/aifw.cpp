@@ -7,6 +7,28 @@ using atschost::logged_status_of;
 using atschost::member_of;
 using atschost::Receiver;
 
+namespace {
+
+// One of the alerts' settings, with values from 0 to `max`.
+int alert_setting(const char* function, int32_t atschost::AlertSettings::Values::*which,
+                  int32_t max, int32_t* value, int direction) {
+  return logged_status_of(
+      function,
+      [&] {
+        Receiver& receiver = Receiver::instance();
+        if (!value) return false;
+        if (direction == AIFW_EAS_READ) {
+          *value = receiver.alert_setting(which);
+          return true;
+        }
+        return direction == AIFW_EAS_WRITE && *value >= 0 && *value <= max &&
+               receiver.set_alert_setting(which, *value);
+      },
+      value, direction);
+}
+
+}  // namespace
+
 int AIFW_init(int mode) {
   return logged_status_of(
       __func__,
@@ -152,4 +174,44 @@ int AIFW_pwd_unlocked_no_playing(int unlocked) {
         return true;
       },
       unlocked);
+}
+
+int AIFW_pwd_unlocked_no_checking_status(int unlocked) {
+  return logged_status_of(
+      __func__, [&] { return Receiver::instance().set_unlocked(unlocked != 0); }, unlocked);
+}
+
+int AIFW_get_curr_region(AIPC_region_list_t* region) {
+  return logged_status_of(__func__, [&] {
+    if (!region) return false;
+    const auto settings = Receiver::instance().parental().settings();
+    region->region = static_cast<uint32_t>(settings->details.region);
+    return true;
+  });
+}
+
+int AIFW_set_curr_region(int32_t region) {
+  return logged_status_of(
+      __func__,
+      [&] {
+        return Receiver::instance().change_parental([&](atschost::ParentalSettings& settings) {
+          settings.details.region = region;
+          return atschost::is_region(region);
+        });
+      },
+      region);
+}
+
+int AIFW_user_eas_setting(int32_t* value, int direction) {
+  return alert_setting(__func__, &atschost::AlertSettings::Values::level, AIFW_EAS_MAXIMUM, value,
+                       direction);
+}
+
+int AIFW_disable_optional_eas_event_id_check(int32_t* value, int direction) {
+  return alert_setting(__func__, &atschost::AlertSettings::Values::repeated_events, 1, value,
+                       direction);
+}
+
+int AIFW_enable_eas_cable_only(int32_t* value, int direction) {
+  return alert_setting(__func__, &atschost::AlertSettings::Values::cable_only, 1, value, direction);
 }

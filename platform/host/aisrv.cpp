@@ -69,6 +69,36 @@ int AISRV_get_pid_details(const AISRV_service_info* service, AISRV_pid_details* 
   });
 }
 
+int AISRV_get_CAD_list(const AISRV_service_info* service, uint8_t* count, uint8_t* regions) {
+  const auto read = [&] {
+    if (!service || !count || (!regions && *count > 0)) return false;
+    const auto now = Receiver::instance().on_now(service->service_id);
+    if (!now) return false;
+    const unsigned capacity = std::min<unsigned>(*count, AISRV_MAX_ADVISORIES);
+    *count = 0;
+    if (!now->by_streams) return true;
+    for (const atschost::Advisory& advisory : now->programme.advisories) {
+      uint8_t* end = regions + *count;
+      if (*count < capacity && std::find(regions, end, advisory.region) == end)
+        regions[(*count)++] = advisory.region;
+    }
+    return true;
+  };
+  return logged_status_of(__func__, read, service ? service->service_id.service_rec : 0, count);
+}
+
+int AISRV_get_rating_status(const AISRV_service_info* service, uint32_t* status) {
+  const auto read = [&] {
+    const auto now =
+        service && status ? Receiver::instance().on_now(service->service_id) : std::nullopt;
+    if (!now) return false;
+    const bool counts = now->by_streams || !now->verdict.rated;
+    *status = counts && now->verdict.blocked && !now->unlocked ? 1 : 0;
+    return true;
+  };
+  return logged_status_of(__func__, read, service ? service->service_id.service_rec : 0, status);
+}
+
 int AISRV_sync_to_database() {
   return logged_status_of(__func__, [] { return Receiver::instance().services().store(); });
 }

@@ -13,5 +13,10 @@ int AIUP_store_all() {
 }
 
 int AIUP_sync() {
-  return logged_status_of(__func__, [] { return Receiver::instance().sync_settings(); });
+  return logged_status_of(__func__, [] {
+    Receiver& receiver = Receiver::instance();
+    const bool regions = receiver.rating_regions().store();
+    const bool parental = receiver.parental().sync();
+    return receiver.sync_settings() && regions && parental;
+  });
 }

@@ -229,35 +229,52 @@ TEST(GuideText, Ratings) {
     uint8_t regions;
     Bytes bytes;
     Texts expected;
+    std::string advisories;  // region:dimension=value,
   };
   const std::vector<Case> cases = {
       {"flags in their order",
        1,
        region(1, {{4, 1}, {1, 1}, {2, 1}, {3, 1}, {0, 0xF4}}),
-       {"TV-14-D-L-S-V"}},
-      {"children", 1, region(1, {{5, 2}, {6, 1}}), {"TV-Y7-FV"}},
-      {"two systems", 1, region(1, {{0, 3}, {7, 4}}), {"TV-PG", "PG-13"}},
+       {"TV-14-D-L-S-V"},
+       "1:0=4,1=1,2=1,3=1,4=1, "},
+      {"children", 1, region(1, {{5, 2}, {6, 1}}), {"TV-Y7-FV"}, "1:5=2,6=1, "},
+      {"two systems", 1, region(1, {{0, 3}, {7, 4}}), {"TV-PG", "PG-13"}, "1:0=3,7=4, "},
       {"two regions",
        2,
        region(1, {{5, 1}}) + region(2, {{0, 5}, {1, 3}}),
-       {"TV-Y", "14+", "13 ans+"}},
-      {"repeated", 2, region(1, {{0, 2}}) + region(1, {{0, 2}}), {"TV-G"}},
-      {"another region", 1, region(5, {{0, 1}}, text("Suitable")), {"Suitable"}},
-      {"no dimension", 1, region(1, {}, text("TV-G")), {}},
-      {"no value", 1, region(1, {{0, 0}, {5, 0}}, text("TV-G")), {}},
-      {"none of the audience, no film", 1, region(1, {{0, 1}, {7, 1}}), {}},
+       {"TV-Y", "14+", "13 ans+"},
+       "1:5=1, 2:0=5,1=3, "},
+      {"repeated",
+       2,
+       region(1, {{0, 2}, {0, 5}}) + region(1, {{0, 2}}),
+       {"TV-G"},
+       "1:0=2, 1:0=2, "},
+      {"another region", 1, region(5, {{0, 1}}, text("Suitable")), {"Suitable"}, "5:0=1, "},
+      {"no dimension", 1, region(1, {}, text("TV-G")), {}, "1: "},
+      {"no value", 1, region(1, {{0, 0}, {5, 0}}, text("TV-G")), {}, "1:0=0,5=0, "},
+      {"none of the audience, no film", 1, region(1, {{0, 1}, {7, 1}}), {}, "1:0=1,7=1, "},
       {"values that are not defined",
        1,
        region(1, {{0, 15}, {99, 3}}, text("Own words")),
-       {"Own words"}},
-      {"cut off", 2, region(1, {{0, 2}}) + Bytes{2, 9, 0}, {"TV-G"}},
+       {"Own words"},
+       "1:0=15,99=3, "},
+      {"cut off", 2, region(1, {{0, 2}}) + Bytes{2, 9, 0}, {"TV-G"}, "1:0=2, "},
   };
   for (const Case& c : cases) {
     const Bytes bytes = Bytes{static_cast<uint8_t>(0xC0 | c.regions)} + c.bytes;
     Texts ratings, plain;
-    atschost::read_content_advisory(bytes.data(), bytes.size(), ratings);
+    std::vector<atschost::Advisory> advisories;
+    atschost::read_content_advisory(bytes.data(), bytes.size(), ratings, advisories);
     for (const std::string& rating : ratings) plain.push_back(ascii(rating));
     EXPECT_EQ(c.expected, plain) << c.name;
+    std::string told;
+    for (const auto& advisory : advisories) {
+      told += std::to_string(advisory.region) + ':';
+      for (const auto& [dimension, value] : advisory.values)
+        told += std::to_string(dimension) + '=' + std::to_string(value) + ',';
+      told += ' ';
+    }
+    EXPECT_EQ(c.advisories, told) << c.name;
   }
 }
 
@@ -321,9 +338,8 @@ TEST(GuideCapture, ThreePrograms) {
             with_text);
 }
 
-TEST(GuideCapture, AlertAndRatingRegion) {
+TEST(GuideCapture, Alert) {
   const Capture alert("sections/cable-emergency-alert-inband.ts");
-  const Capture regions("sections/rating-region-1.ts");
   SKIP_WITHOUT(alert);
   PsipDecoder decoder;
   alert.read(decoder);
@@ -334,10 +350,6 @@ TEST(GuideCapture, AlertAndRatingRegion) {
   EXPECT_EQ(15, received->priority);
   EXPECT_EQ(29, received->time_remaining);
   EXPECT_EQ(15, received->duration);
-  regions.read(decoder);
-  const auto tables = decoder.take_rating_regions();
-  ASSERT_EQ(1u, tables.size());
-  EXPECT_EQ(1, tables[0].region);
 }
 
 constexpr unsigned kBase = 0x1FFB;
@@ -470,6 +482,7 @@ TEST(GuideTables, SurviveHostileSections) {
   for (const auto& [pid, table] : sound) EXPECT_STREQ(nullptr, push(decoder, pid, table));
   const GuideEvent event = decoder.guide().eits.at({0, 3}).at(0);
   EXPECT_EQ("TV-14-D", ascii(event.rating));
+  EXPECT_EQ((std::vector<atschost::Advisory>{{1, {{0, 4}, {1, 1}}}}), event.advisories);
   EXPECT_TRUE(event.captions);
   EXPECT_EQ((std::vector<uint8_t>{0x20, 0x21}), event.genres);
 
@@ -587,21 +600,32 @@ TEST(GuideCache, AScanReadsUntilAllIsKnown) {
   EXPECT_EQ((Texts{}), events(4));
 }
 
-TEST(GuideTuner, ReadsWhatNobodyReceivesAnyMore) {
+TEST(GuideTuner, ReadsWhatNobodyReceivesAnyMoreAndWhatIsAskedFor) {
   Air air;
-  air.write(kAir, kChannel14, good_carrier());
+  // A rating region table comes long after all else is known.
+  const Bytes region = Bytes{0} + counted(text("Far")) + Bytes{1, 0, 0xE0} + be16(0xFC00);
+  Bytes idle;
+  for (int i = 0; i < 1000; ++i) idle = idle + packets(0x1FFE, {section(0x40, 0, Bytes(150))});
+  air.write(kAir, kChannel14,
+            packets(0, {pat({{9, 0x1FFF}})}) +
+                packets(kBase, {vct(0xC8, {{"ONE", 5, 1, 3}}), mgt({}), psip::stt(1000, 15)}) +
+                idle + packets(kBase, {section(0xCA, 0xFF05, region)}));
   TemporaryFolder state;
   atschost::ServiceList list(state.path());
   atschost::Service service;
   service.key = {5, 1, kChannel14, kAir};
+  std::promise<size_t> read, read_again;  // how many such tables
+  int asked = 0, reads = 0;
+  const auto take = [&](uint32_t, uint32_t, atschost::CarrierResult& found) {
+    if (++reads <= 2) (reads == 1 ? read : read_again).set_value(found.rating_regions.size());
+  };
+  atschost::GuideTuner tuner(list, {[&](uint32_t, uint32_t) { return asked++ == 0; }, take, [] {}});
+  EXPECT_FALSE(tuner.begin_round()) << "nothing is listed";
   list.replace(kAir, kChannel14, {service});
-  std::promise<void> read;
-  int asked = 0;
-  atschost::GuideTuner tuner(
-      list, {[&](uint32_t, uint32_t) { return asked++ == 0; },
-             [&](uint32_t, uint32_t, atschost::CarrierResult&) { read.set_value(); }, [] {}});
   tuner.start();
-  EXPECT_EQ(std::future_status::ready, read.get_future().wait_for(std::chrono::seconds(60)));
+  EXPECT_EQ(0u, read.get_future().get());
+  EXPECT_TRUE(tuner.begin_round());
+  EXPECT_EQ(1u, read_again.get_future().get());
 }
 
 TEST(GuideCache, AnswersEventByEvent) {

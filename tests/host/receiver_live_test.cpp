@@ -21,6 +21,8 @@
 #include "receiver/clock.h"
 #include "receiver/event_queue.h"
 #include "receiver/pace.h"
+#include "receiver/psip_text.h"
+#include "receiver/receiver.h"
 #include "receiver_test_air.h"
 
 #ifndef ATSC_CAPTURES_DIR
@@ -32,6 +34,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using atschost::Alerts;
+using atschost::AlertSettings;
 using atschost::Clock;
 using atschost::EmergencyAlert;
 using atschost::EventQueue;
@@ -417,7 +420,8 @@ TEST(ReceiverAlertsTest, StartOnceByPriorityAndEndInTime) {
   event_log.clear();
   EventQueue events;
   events.set_callback(record);
-  Alerts alerts(events);
+  const AlertSettings settings;
+  Alerts alerts(events, settings, kAir);
   const auto t = std::chrono::steady_clock::now();
   alerts.receive(alert(1, 3, 10), t, {});
   alerts.receive(alert(1, 3, 10), t, {});
@@ -453,6 +457,95 @@ TEST(ReceiverAlertsTest, StartOnceByPriorityAndEndInTime) {
               AFW_EAS_START_NON_BLOCKING, AFW_VIEWING_DELAY, AFW_EAS_STOP, AFW_EAS_START_BLOCKING,
               AFW_VIEWING_DELAY, AFW_EAS_STOP, AFW_VIEWING_DELAY, AFW_INVALID}),
       told);
+}
+
+TEST(ReceiverAlertsTest, OnlyThoseThatAreWantedAreReported) {
+  EventQueue events;
+  events.set_callback(record);
+  using Values = AlertSettings::Values;
+  const Values all, medium{1, 0, 0}, high{2, 0, 0}, maximum{3, 0, 0}, repeated{0, 1, 0},
+      cable{0, 0, 1};
+  // Two seconds apart.
+  struct Message {
+    uint8_t sequence;
+    uint16_t event;
+    uint8_t priority;
+    Values settings;
+  };
+  const struct {
+    const char* name;
+    uint32_t source;
+    std::vector<Message> messages;
+    std::string expected;  // priorities of those that start, '.' where one stops
+  } cases[] = {
+      {"all", kAir, {{1, 1, 0, all}, {2, 2, 3, all}, {3, 3, 15, all}}, "3 . 15 . "},
+      {"medium", kAir, {{1, 1, 3, medium}, {2, 2, 7, medium}, {3, 3, 6, medium}}, "7 . "},
+      {"high", kAir, {{1, 1, 11, high}, {2, 2, 10, high}, {3, 3, 12, high}}, "11 . 12 . "},
+      {"maximum", kAir, {{1, 1, 11, maximum}, {2, 2, 15, maximum}, {3, 3, 14, maximum}}, "15 . "},
+      {"cable only, air", kAir, {{1, 1, 15, cable}}, ""},
+      {"cable only, cable", kCable, {{1, 1, 15, cable}}, "15 . "},
+      {"an event again",
+       kAir,
+       {{1, 9, 7, all}, {2, 9, 7, all}, {3, 8, 7, all}, {4, 9, 7, all}},
+       "7 . 7 . "},
+      {"wanted again", kAir, {{1, 9, 7, repeated}, {2, 9, 7, repeated}}, "7 . 7 . "},
+      {"wanted again later",
+       kAir,
+       {{1, 9, 7, all}, {2, 9, 11, all}, {2, 9, 11, repeated}},
+       "7 . 11 . "},
+      {"wanted later", kAir, {{1, 1, 7, maximum}, {1, 1, 7, all}}, "7 . "},
+      {"no longer wanted", kAir, {{1, 1, 7, all}, {1, 1, 7, high}, {2, 2, 11, high}}, "7 . 11 . "},
+      {"on and off", kAir, {{1, 1, 15, all}, {1, 1, 15, cable}, {1, 1, 15, all}}, "15 . 15 . "},
+  };
+  for (const auto& c : cases) {
+    event_log.clear();
+    AlertSettings settings;
+    Alerts alerts(events, settings, c.source);
+    auto t = std::chrono::steady_clock::now();
+    for (const Message& message : c.messages) {
+      settings.set(message.settings);
+      alerts.check(t, {});
+      EmergencyAlert received = alert(message.sequence, message.priority, 0);
+      received.event_id = message.event;
+      received.text = atschost::to_utf16(std::to_string(message.priority));
+      alerts.receive(received, t, {});
+      t += seconds(2);
+    }
+    alerts.stop();
+    events.raise(AFW_INVALID);
+    std::string told;
+    for (const Reported& r : event_log.take_until(AFW_INVALID)) {
+      if (r.event == AFW_EAS_STOP) told += ". ";
+      if (!r.text.empty()) told += r.text + ' ';
+    }
+    EXPECT_EQ(c.expected, told) << c.name;
+  }
+}
+
+TEST(ReceiverAlertsTest, SettingsAreKeptAtOnce) {
+  using Values = AlertSettings::Values;
+  const struct {
+    int (*access)(int32_t*, int);
+    int32_t Values::*which;
+    int32_t max;
+  } settings[] = {
+      {AIFW_user_eas_setting, &Values::level, AIFW_EAS_MAXIMUM},
+      {AIFW_disable_optional_eas_event_id_check, &Values::repeated_events, 1},
+      {AIFW_enable_eas_cable_only, &Values::cable_only, 1},
+  };
+  for (const auto& setting : settings) {
+    for (int32_t value : {setting.max, 0}) {
+      EXPECT_EQ(0, setting.access(&value, AIFW_EAS_WRITE));
+      const atschost::Receiver restarted(getenv("ATSC_HOST_STATE"));
+      EXPECT_EQ(value, restarted.alert_setting(setting.which));
+      for (int32_t unknown : {-1, setting.max + 1})
+        EXPECT_NE(0, setting.access(&unknown, AIFW_EAS_WRITE));
+      EXPECT_NE(0, setting.access(&value, 2));
+      int32_t read = 9;
+      EXPECT_EQ(0, setting.access(&read, AIFW_EAS_READ));
+      EXPECT_EQ(value, read);
+    }
+  }
 }
 
 SystemTime at(uint32_t gps, uint8_t offset = 18) {

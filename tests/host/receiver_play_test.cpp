@@ -264,7 +264,7 @@ TEST_F(ReceiverPlayTest, WhatCannotBeStoredIsRefusedAndNothingIsLost) {
   EXPECT_EQ(1, receiver.audio_track());
   Record changed(0, 0, 0);
   changed.service_id.service_rec = 1;
-  changed.AISRV_flags_ = AISRV_FLAG_VISIBLE | AISRV_FLAG_LOCKED;
+  changed.AISRV_flags_ = AISRV_FLAG_VISIBLE | AISRV_FLAG_SKIPPED;
   changed.AISRV_fav_group_ = 0x30;
   const std::function<bool()> kCalls[] = {
       [&] { return receiver.add_service(Record(9, 5, kChannel15)); },

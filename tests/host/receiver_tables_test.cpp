@@ -4,6 +4,7 @@
 
 #include <random>
 
+#include "receiver/psi_decoder.h"
 #include "receiver_test_air.h"
 
 namespace receiver_test {
@@ -89,6 +90,23 @@ TEST_F(ReceiverTablesTest, LocationNamesTheStreamsAndThePmtTheirDetails) {
   EXPECT_EQ((Texts{"65  2"}), streams(list[1]));
   EXPECT_EQ(0u, list[2].pids.count);
   EXPECT_EQ(0u, list[3].info.build_from_pmt);
+}
+
+TEST_F(ReceiverTablesTest, APmtMayRateItsProgram) {
+  const Bytes advisory = descriptor(0x87, {0xC2, 1, 1, 0, 0xF4, 0, 2, 1, 1, 3, 0});
+  atschost::PsiDecoder decoder(kAir);
+  const std::pair<uint16_t, Bytes> tables[] = {
+      {0, pat({{3, 0x30}, {4, 0x30}, {5, 0x30}})},
+      {0x30, pmt(3, {{2, 49, {}}}, language("eng") + advisory)},
+      {0x30, pmt(4, {{2, 65, advisory}})},  // of a stream, which is no place for it
+      {0x30, pmt(5, {{2, 66, {}}}, descriptor(0x87, {0xC2, 1, 1, 0, 3, 0, 2, 9, 0}))},  // cut off
+  };
+  for (const auto& [pid, table] : tables)
+    EXPECT_STREQ(nullptr, decoder.push(pid, table.data(), table.size()));
+  using Advisories = std::vector<atschost::Advisory>;
+  EXPECT_EQ(
+      (std::map<uint16_t, Advisories>{{3, {{1, {{0, 4}}}, {2, {{1, 3}}}}}, {5, {{1, {{0, 3}}}}}}),
+      decoder.tables().advisories);
 }
 
 TEST_F(ReceiverTablesTest, CableNumbersMayHaveOnePart) {

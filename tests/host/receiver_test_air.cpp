@@ -120,6 +120,13 @@ Bytes descriptor(uint8_t tag, const Bytes& content) {
   return Bytes{tag, static_cast<uint8_t>(content.size())} + content;
 }
 
+Bytes content_advisory(uint8_t region, const std::vector<std::pair<int, int>>& values) {
+  Bytes content{0xC1, region, static_cast<uint8_t>(values.size())};
+  for (const auto& [dimension, value] : values)
+    content = content + Bytes{static_cast<uint8_t>(dimension), static_cast<uint8_t>(0xF0 | value)};
+  return descriptor(0x87, content + Bytes{0});
+}
+
 Bytes service_location(const std::vector<Element>& elements) {
   Bytes content = be16(0xE031) + Bytes{static_cast<uint8_t>(elements.size())};
   for (const Element& e : elements) {
@@ -155,8 +162,8 @@ Bytes pat(const std::vector<std::pair<unsigned, unsigned>>& programs, unsigned t
   return section(0, tsid, body);
 }
 
-Bytes pmt(unsigned program, const std::vector<PmtStream>& elementary) {
-  Bytes body = be16(0xE031) + be16(0xF000);
+Bytes pmt(unsigned program, const std::vector<PmtStream>& elementary, const Bytes& descriptors) {
+  Bytes body = be16(0xE031) + be16(0xF000 | descriptors.size()) + descriptors;
   for (const PmtStream& s : elementary)
     body = body + Bytes{s.type} + be16(0xE000 | s.pid) + be16(0xF000 | s.descriptors.size()) +
            s.descriptors;
@@ -193,7 +200,8 @@ Bytes eit(unsigned source_id, const std::vector<Event>& events, unsigned version
     const Bytes title = text(e.title);
     body = body + be16(0xC000 | e.id) + be32(e.start) +
            Bytes{static_cast<uint8_t>(0xD0 | e.duration >> 16)} + be16(e.duration & 0xFFFF) +
-           Bytes{static_cast<uint8_t>(title.size())} + title + be16(0xF000);
+           Bytes{static_cast<uint8_t>(title.size())} + title +
+           be16(static_cast<unsigned>(0xF000 | e.descriptors.size())) + e.descriptors;
   }
   return section(0xCB, source_id, body, version);
 }

@@ -50,6 +50,8 @@ Bytes sealed(Bytes bytes);
 Bytes packets(unsigned pid, const std::vector<Bytes>& sections);
 
 Bytes descriptor(uint8_t tag, const Bytes& content);
+// content_advisory_descriptor of one region: dimensions and values.
+Bytes content_advisory(uint8_t region, const std::vector<std::pair<int, int>>& values);
 
 struct Element {
   uint8_t type;
@@ -75,7 +77,7 @@ struct PmtStream {
   unsigned pid;
   Bytes descriptors = {};
 };
-Bytes pmt(unsigned program, const std::vector<PmtStream>& streams);
+Bytes pmt(unsigned program, const std::vector<PmtStream>& streams, const Bytes& descriptors = {});
 
 // Tables of the guide. Times are GPS seconds.
 namespace psip {
@@ -84,6 +86,7 @@ struct Event {
   uint32_t start;
   unsigned duration;
   std::string title;
+  Bytes descriptors = {};
 };
 Bytes stt(uint32_t time, uint8_t gps_utc_offset);
 // Tables by table_type and PID.

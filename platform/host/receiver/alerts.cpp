@@ -1,8 +1,10 @@
 #include "receiver/alerts.h"
 
+#include <algorithm>
 #include <functional>
 #include <utility>
 
+#include "middleware_types.h"
 #include "receiver/log.h"
 
 namespace atschost {
@@ -15,22 +17,37 @@ constexpr std::chrono::seconds kInterval(1);
 
 // alert_priority.
 constexpr uint8_t kTestMessage = 0;  // of no concern to receivers in homes
-constexpr uint8_t kHigh = 11;        // this one and maximum are shown whatever is being watched
+constexpr uint8_t kMedium = 7;
+constexpr uint8_t kHigh = 11;  // this one and maximum are shown whatever is being watched
 constexpr uint8_t kMaximum = 15;
+
+constexpr size_t kMaxReported = 256;  // events that are remembered
 
 uint64_t hash_of(const EmergencyAlert& alert) {
   return std::hash<std::string>()(alert.originator + alert.event_code + alert.text) ^
          uint64_t { alert.event_id } << 32 ^ alert.start;
 }
 
+// Of what several messages about one event have in common.
+size_t event_hash_of(const EmergencyAlert& alert) {
+  return std::hash<std::string>()(alert.originator + alert.event_code) ^
+         std::hash<uint16_t>()(alert.event_id) << 8;
+}
+
 }  // namespace
 
 void Alerts::receive(const EmergencyAlert& alert, Instant at,
                      std::optional<uint32_t> station_time) {
+  const AlertSettings::Values settings = settings_.get();
+  if (!is_wanted(alert.priority, settings)) return;
   last_seen_ = at;
   const size_t sequence = alert.sequence % shown_.size();
   const uint64_t hash = hash_of(alert);
   if (shown_[sequence] == hash) return;
+  const size_t event = event_hash_of(alert);
+  if (!settings.repeated_events &&
+      std::find(reported_.begin(), reported_.end(), event) != reported_.end())
+    return;
   if (last_new_ && at - *last_new_ < kInterval) {
     waiting_ = alert;
     return;
@@ -52,7 +69,12 @@ void Alerts::receive(const EmergencyAlert& alert, Instant at,
              alert.priority);
   events_.raise_alert(blocking ? AFW_EAS_START_BLOCKING : AFW_EAS_START_NON_BLOCKING, alert.text,
                       alert.priority);
+  reported_.push_back(event);
+  if (reported_.size() > kMaxReported) reported_.pop_front();
   Present present;
+  present.priority = alert.priority;
+  present.sequence = sequence;
+  present.event = event;
   present.start = at;
   present.remaining = std::chrono::seconds(alert.time_remaining);
   if (alert.duration > 0 && (alert.start != 0 || station_time))
@@ -66,6 +88,11 @@ void Alerts::check(Instant at, std::optional<uint32_t> station_time) {
     receive(alert, at, station_time);
   }
   if (!present_) return;
+  if (!is_wanted(present_->priority, settings_.get())) {
+    forget(*present_);
+    end_present();
+    return;
+  }
   if (present_->remaining.count() > 0) {
     if (at - present_->start >= present_->remaining) end_present();
     return;
@@ -77,6 +104,26 @@ void Alerts::check(Instant at, std::optional<uint32_t> station_time) {
 void Alerts::stop() {
   waiting_.reset();
   end_present();
+}
+
+bool Alerts::is_wanted(uint8_t priority, const AlertSettings::Values& settings) const {
+  if (settings.cable_only && source_ != AI_INPUT_CABLE) return false;
+  switch (settings.level) {
+    case AIFW_EAS_MEDIUM:
+      return priority >= kMedium;
+    case AIFW_EAS_HIGH:
+      return priority >= kHigh;
+    case AIFW_EAS_MAXIMUM:
+      return priority >= kMaximum;
+    default:
+      return true;  // what is said of tests is said where they are received
+  }
+}
+
+// As if it had not been reported.
+void Alerts::forget(const Present& alert) {
+  shown_[alert.sequence].reset();
+  reported_.erase(std::remove(reported_.begin(), reported_.end(), alert.event), reported_.end());
 }
 
 void Alerts::end_present() {

@@ -33,11 +33,11 @@ class CarrierReader {
                }) {}
 
   // Returns the errno of a failed read, else 0.
-  int read(int fd, const std::atomic<bool>& stop) {
+  int read(int fd, const std::atomic<bool>& stop, bool whole) {
     std::vector<uint8_t> chunk(kChunk);
     bool second_look = false;
     size_t total = 0;
-    while (total < kReadLimit && !enough() && !stop) {
+    while (total < kReadLimit && (whole || !enough()) && !stop) {
       const ssize_t got = ::read(fd, chunk.data(), chunk.size());
       if (got < 0 && errno == EINTR) continue;
       if (got < 0) return errno;
@@ -89,7 +89,8 @@ class CarrierReader {
 
 }  // namespace
 
-CarrierResult read_carrier(uint32_t source, uint32_t frequency, const std::atomic<bool>& stop) {
+CarrierResult read_carrier(uint32_t source, uint32_t frequency, const std::atomic<bool>& stop,
+                           bool whole) {
   CarrierResult result;
   const std::string path = carrier_path(source, frequency);
   if (path.empty()) return result;
@@ -107,7 +108,7 @@ CarrierResult read_carrier(uint32_t source, uint32_t frequency, const std::atomi
   result.locked = true;
 
   CarrierReader reader(source, *result.stream);
-  const int error = reader.read(file.fd(), stop);
+  const int error = reader.read(file.fd(), stop, whole);
   if (stop) return result;
   if (error) {
     errno = error;

@@ -79,7 +79,8 @@ bool is_rated(uint8_t region, const Values& values) {
 
 }  // namespace
 
-bool read_content_advisory(const uint8_t* data, size_t size, std::vector<std::string>& ratings) {
+bool read_content_advisory(const uint8_t* data, size_t size, std::vector<std::string>& ratings,
+                           std::vector<Advisory>& advisories) {
   ByteReader in(data, size);
   for (unsigned regions = in.u8() & 0x3F; regions > 0; --regions) {
     const uint8_t region = in.u8();
@@ -90,6 +91,7 @@ bool read_content_advisory(const uint8_t* data, size_t size, std::vector<std::st
     }
     const ByteReader description = in.part(in.u8());
     if (in.passed_end()) return false;
+    advisories.push_back({region, {values.begin(), values.end()}});
     if (!is_rated(region, values)) continue;
     const std::vector<std::string> known = known_ratings(region, values);
     for (const std::string& text : known) add(ratings, to_utf16(text));

@@ -21,7 +21,8 @@ bool read_event_descriptors(ByteReader in, GuideEvent& event) {
     if (in.passed_end()) break;
     switch (tag) {
       case kContentAdvisoryTag:
-        sound = read_content_advisory(content.data(), content.left(), ratings) && sound;
+        sound = read_content_advisory(content.data(), content.left(), ratings, event.advisories) &&
+                sound;
         break;
       case kCaptionServiceTag:
         sound =
@@ -37,6 +38,7 @@ bool read_event_descriptors(ByteReader in, GuideEvent& event) {
   }
   event.captions = !event.caption_services.empty();
   event.caption_services.shrink_to_fit();
+  event.advisories.shrink_to_fit();
   if (!ratings.empty()) event.rating = ratings.front();
   if (ratings.size() > 1) {
     for (const std::string& rating : ratings) {

@@ -15,6 +15,9 @@ namespace {
 // Hours of what a broadcast can raise: the callback is stuck.
 constexpr size_t kMaxWaiting = 100000;
 
+// How many of the events that wait are looked through, from the last one on.
+constexpr size_t kRefreshDepth = 32;
+
 }  // namespace
 
 EventQueue::~EventQueue() { shut_down(std::chrono::hours(1)); }
@@ -68,6 +71,20 @@ void EventQueue::raise_guide_update(const std::vector<uint16_t>& source_ids) {
                             source_ids.begin() + static_cast<ptrdiff_t>(first + count));
     push(std::move(entry));
   }
+}
+
+// What the application reads when it is told is what there is then.
+void EventQueue::refresh_guide(const std::vector<uint16_t>& source_ids) {
+  {
+    std::lock_guard<std::mutex> lock(state_->mutex);
+    const auto& waiting = state_->entries;
+    const auto depth = static_cast<ptrdiff_t>(std::min(waiting.size(), kRefreshDepth));
+    if (std::any_of(waiting.rbegin(), waiting.rbegin() + depth, [&](const Entry& entry) {
+          return entry.event == AFW_EPG_UPDATE && entry.source_ids == source_ids;
+        }))
+      return;
+  }
+  raise_guide_update(source_ids);
 }
 
 void EventQueue::raise_guide_change(const Guide::Change& change) {

@@ -39,6 +39,8 @@ class EventQueue {
   // AFW_EPG_UPDATE, in as many events as its source ids (ascending, each once) need; none without
   // any.
   void raise_guide_update(const std::vector<uint16_t>& source_ids);
+  // The same, but for one that waits with just these source ids.
+  void refresh_guide(const std::vector<uint16_t>& source_ids);
   // What changed in one carrier's guide: AFW_EIT_UPDATE and AFW_ETT_UPDATE as they apply, then
   // AFW_EPG_UPDATE.
   void raise_guide_change(const Guide::Change& change);

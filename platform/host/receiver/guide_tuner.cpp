@@ -3,7 +3,6 @@
 #include <chrono>
 #include <exception>
 #include <optional>
-#include <set>
 #include <string>
 
 #include "middleware_types.h"
@@ -28,6 +27,16 @@ void GuideTuner::start() {
   if (!stop_ && !thread_.joinable()) thread_ = start_thread("guide tuner", [this] { run(); });
 }
 
+bool GuideTuner::begin_round() {
+  std::set<Carrier> carriers = listed();
+  if (carriers.empty()) return false;
+  start();
+  std::lock_guard<std::mutex> lock(mutex_);
+  asked_ = std::move(carriers);
+  changed_.notify_all();
+  return true;
+}
+
 void GuideTuner::note(uint32_t source, uint32_t frequency, const StreamId& stream) {
   std::lock_guard<std::mutex> lock(mutex_);
   seen_[{source, frequency}] = {stream, {}};
@@ -50,24 +59,34 @@ void GuideTuner::run() {
       log().Error("guide tuner: %s", e.what());
     }
     std::unique_lock<std::mutex> lock(mutex_);
-    changed_.wait_for(lock, kInterval, [this] { return stop_.load(); });
+    changed_.wait_for(lock, kInterval, [this] { return stop_ || !asked_.empty(); });
   }
 }
 
-void GuideTuner::round() {
-  std::set<Carrier> listed;
+std::set<GuideTuner::Carrier> GuideTuner::listed() const {
+  std::set<Carrier> carriers;
   for (const uint32_t source : {AI_INPUT_TERRESTRIAL, AI_INPUT_CABLE}) {
     services_.visit(source, [&](const Service& service) {
-      listed.insert({service.key.source, service.key.frequency});
+      carriers.insert({service.key.source, service.key.frequency});
       return true;
     });
   }
-  for (const Carrier& carrier : listed) {
+  return carriers;
+}
+
+void GuideTuner::round() {
+  std::set<Carrier> asked;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    asked.swap(asked_);
+  }
+  for (const Carrier& carrier : listed()) {
     if (stop_) return;
     const auto [source, frequency] = carrier;
-    if (hooks_.is_received(source, frequency) || !is_due(carrier)) continue;
+    const bool is_asked = asked.count(carrier) != 0;
+    if (hooks_.is_received(source, frequency) || !(is_due(carrier) || is_asked)) continue;
     try {
-      CarrierResult found = read_carrier(source, frequency, stop_);
+      CarrierResult found = read_carrier(source, frequency, stop_, is_asked);
       if (!found.known || !found.locked) continue;
       // What was replaced meanwhile is read in the next round, or has been by somebody else.
       if (!(stream_id(found.stream->path) == found.stream)) continue;

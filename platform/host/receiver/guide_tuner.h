@@ -8,6 +8,7 @@
 #include <functional>
 #include <map>
 #include <mutex>
+#include <set>
 #include <thread>
 #include <utility>
 
@@ -35,6 +36,10 @@ class GuideTuner {
   // Starts the thread unless it runs.
   void start();
 
+  // Begins a round now that reads every listed carrier, even if it has been read, and longer than
+  // for its guide: what comes rarely may be there. Starts the thread. False when nothing is listed.
+  bool begin_round();
+
   // A carrier was read by somebody else.
   void note(uint32_t source, uint32_t frequency, const StreamId& stream);
 
@@ -50,6 +55,7 @@ class GuideTuner {
 
   void run();
   void round();
+  std::set<Carrier> listed() const;
   bool is_due(const Carrier& carrier);
 
   ServiceList& services_;
@@ -57,6 +63,7 @@ class GuideTuner {
   std::mutex mutex_;  // of all below
   std::condition_variable changed_;
   std::map<Carrier, Seen> seen_;
+  std::set<Carrier> asked_;        // those that begin_round() wants to be read
   std::atomic<bool> stop_{false};  // also read while a carrier is being read
   std::thread thread_;
 };

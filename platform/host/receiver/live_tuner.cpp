@@ -61,7 +61,7 @@ class LiveTuner::Session {
         source_(service.source),
         frequency_(service.frequency),
         tuning_(tuning),
-        alerts_(tuner.events_) {}
+        alerts_(tuner.events_, tuner.alert_settings_, service.source) {}
 
   void run();
 
@@ -132,6 +132,9 @@ class LiveTuner::Stream {
   }
   void end_head();
   void update();
+  enum Level { kNothing, kSettled, kComplete };  // of what is known of the services
+  Level level() const;
+  void update_advisories();
   void update_services();
   bool may_replace_services(const std::vector<Service>& found) const;
   void update_guide();
@@ -159,8 +162,9 @@ class LiveTuner::Stream {
   unsigned psi_first_pass_ = 0;              // passes_ and total_ when the decoder was made
   size_t psi_first_byte_ = 0;
   bool had_pat_ = false;
-  enum { kNothing, kSettled, kComplete } services_taken_ = kNothing;  // of this decoder
-  unsigned service_round_ = 0;                                        // of the tuner's, taken last
+  Level services_taken_ = kNothing;                // of this decoder
+  std::pair<size_t, bool> advisories_taken_ = {};  // number of PMTs, and whether these are all
+  unsigned service_round_ = 0;                     // of the tuner's, taken last
 
   PsipDecoder psip_;
   std::optional<SystemTime> time_;  // received and not followed yet
@@ -191,6 +195,7 @@ void LiveTuner::Session::run() {
     }
     alerts_.stop();
     set_locked(false);
+    tuner_.looked_();
     pause_until(now() + kTick);
   }
   alerts_.stop();
@@ -244,6 +249,8 @@ void LiveTuner::Stream::run() {
       follow_time();
       session_.alerts_.check(now(), station_time());
       session_.check_transition();
+      update_advisories();
+      session_.tuner_.looked_();
     }
     if (!in_head_ && now() >= next_update) {
       next_update = now() + kUpdateInterval;
@@ -381,6 +388,7 @@ const char* LiveTuner::Stream::push_psi(uint16_t pid, const uint8_t* section, si
     sections_[key] = crc;
     if (is_change) {
       psi_ = std::make_unique<PsiDecoder>(session_.source_);
+      advisories_taken_ = {};
       psi_first_pass_ = passes_;
       psi_first_byte_ = total_;
       services_taken_ = kNothing;
@@ -394,6 +402,9 @@ const char* LiveTuner::Stream::push_psi(uint16_t pid, const uint8_t* section, si
 void LiveTuner::Stream::end_head() {
   in_head_ = false;
   update();
+  update_advisories();
+  session_.while_tuned([&] { session_.tuner_.head_read_ = true; });
+  session_.tuner_.looked_();
   const CarrierTables& tables = psi_->tables();
   log().Info("%s: VCT %s, PAT %s, %zu EITs; %.0f packets a second", id_.path.c_str(),
              tables.vct ? "found" : "none", tables.pat ? "found" : "none",
@@ -408,9 +419,27 @@ void LiveTuner::Stream::update() {
     log().Warn("%s: %s", id_.path.c_str(), faults.c_str());
 }
 
-void LiveTuner::Stream::update_services() {
+LiveTuner::Stream::Level LiveTuner::Stream::level() const {
   const bool seen_whole = passes_ - psi_first_pass_ >= 2 || total_ - psi_first_byte_ >= kReadLimit;
-  const auto level = psi_->complete() ? kComplete : seen_whole ? kSettled : kNothing;
+  return psi_->complete() ? kComplete : seen_whole ? kSettled : kNothing;
+}
+
+// What the PMTs say of the programmes that are on. Services whose PMT has not come again yet are
+// rated as they were.
+void LiveTuner::Stream::update_advisories() {
+  const CarrierTables& tables = psi_->tables();
+  const std::pair<size_t, bool> state(tables.pmts.size(), level() != kNothing);
+  if (std::exchange(advisories_taken_, state) == state) return;
+  session_.while_tuned([&] {
+    auto& known = session_.tuner_.advisories_;
+    if (state.second) known.clear();
+    for (const auto& [program, streams] : tables.pmts) known.erase(program);
+    for (const auto& [program, advisories] : tables.advisories) known[program] = advisories;
+  });
+}
+
+void LiveTuner::Stream::update_services() {
+  const Level level = this->level();
   const unsigned round = session_.tuner_.service_rounds_;
   if (std::exchange(service_round_, round) != round) services_taken_ = kNothing;
   if (level <= services_taken_) return;
@@ -485,12 +514,15 @@ void LiveTuner::Stream::update_guide() {
 }
 
 LiveTuner::LiveTuner(ServiceList& services, Guide& guide, RatingRegions& regions,
-                     EventQueue& events, std::function<void()> services_changed)
+                     const AlertSettings& alert_settings, EventQueue& events,
+                     std::function<void()> services_changed, std::function<void()> looked)
     : services_(services),
       guide_(guide),
       regions_(regions),
+      alert_settings_(alert_settings),
       events_(events),
-      services_changed_(std::move(services_changed)) {}
+      services_changed_(std::move(services_changed)),
+      looked_(std::move(looked)) {}
 
 LiveTuner::~LiveTuner() { shut_down(); }
 
@@ -504,8 +536,7 @@ void LiveTuner::play(const ServiceKey& service) {
     if (locked_) events_.raise(*locked_ ? AFW_CHANNEL_PLAY_SUCCESS : AFW_CHANNEL_PLAY_FAILURE);
     return;
   }
-  ++tuning_;
-  locked_.reset();
+  forget_carrier();
   if (!thread_.joinable()) thread_ = start_thread("live tuner", [this] { run(); });
   changed_.notify_all();
 }
@@ -520,9 +551,16 @@ void LiveTuner::stop() {
   std::lock_guard<std::mutex> lock(mutex_);
   if (!service_) return;
   service_.reset();
-  locked_.reset();
-  ++tuning_;
+  forget_carrier();
   changed_.notify_all();
+}
+
+// Under the lock: another tuning begins, or none.
+void LiveTuner::forget_carrier() {
+  ++tuning_;
+  locked_.reset();
+  head_read_ = false;
+  advisories_.clear();
 }
 
 bool LiveTuner::is_tuned_to(uint32_t source, uint32_t frequency) const {
@@ -530,12 +568,26 @@ bool LiveTuner::is_tuned_to(uint32_t source, uint32_t frequency) const {
   return service_ && service_->source == source && service_->frequency == frequency;
 }
 
+std::vector<Advisory> LiveTuner::advisories(const ServiceKey& service,
+                                            uint16_t program_number) const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  const bool tuned =
+      service_ && service_->source == service.source && service_->frequency == service.frequency;
+  const auto found = tuned ? advisories_.find(program_number) : advisories_.end();
+  return found == advisories_.end() ? std::vector<Advisory>() : found->second;
+}
+
+bool LiveTuner::has_read(const ServiceKey& service) const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return service_ && service_->source == service.source &&
+         service_->frequency == service.frequency && (head_read_ || locked_ == false);
+}
+
 void LiveTuner::shut_down() {
   std::unique_lock<std::mutex> lock(mutex_);
   shut_down_ = true;
   service_.reset();
-  locked_.reset();
-  ++tuning_;
+  forget_carrier();
   changed_.notify_all();
   if (!thread_.joinable()) return;
   lock.unlock();

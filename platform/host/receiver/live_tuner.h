@@ -7,10 +7,13 @@
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <thread>
+#include <vector>
 
+#include "receiver/alerts.h"
 #include "receiver/event_queue.h"
 #include "receiver/guide.h"
 #include "receiver/rating_regions.h"
@@ -27,9 +30,11 @@ namespace atschost {
 class LiveTuner {
  public:
   // `services_changed` is told, on the tuner's thread and without its lock, of each change that the
-  // carrier has made to the service list, before the events are.
-  LiveTuner(ServiceList& services, Guide& guide, RatingRegions& regions, EventQueue& events,
-            std::function<void()> services_changed);
+  // carrier has made to the service list, before the events are; `looked` likewise, several times a
+  // second while a carrier is tuned: other programmes may be on.
+  LiveTuner(ServiceList& services, Guide& guide, RatingRegions& regions,
+            const AlertSettings& alert_settings, EventQueue& events,
+            std::function<void()> services_changed, std::function<void()> looked);
   ~LiveTuner();
 
   // Tunes to the carrier of a service. Where it is tuned already it stays so.
@@ -44,6 +49,12 @@ class LiveTuner {
 
   bool is_tuned_to(uint32_t source, uint32_t frequency) const;
 
+  // How the PMT of a service rates what is on: nothing unless its carrier is tuned.
+  std::vector<Advisory> advisories(const ServiceKey& service, uint16_t program_number) const;
+  // Whether the carrier of a service is tuned and its tables have been read, or nothing is
+  // received.
+  bool has_read(const ServiceKey& service) const;
+
   // Stops for good and joins the thread.
   void shut_down();
 
@@ -52,12 +63,15 @@ class LiveTuner {
   class Stream;
 
   void run();
+  void forget_carrier();
 
   ServiceList& services_;
   Guide& guide_;
   RatingRegions& regions_;
+  const AlertSettings& alert_settings_;
   EventQueue& events_;
   const std::function<void()> services_changed_;
+  const std::function<void()> looked_;
 
   std::atomic<unsigned> service_rounds_{0};  // how often tell_services() was called
   mutable std::mutex mutex_;  // of all below; taken before those of service list and guide
@@ -65,6 +79,8 @@ class LiveTuner {
   std::optional<ServiceKey> service_;  // being played
   uint64_t tuning_ = 0;                // number of the present tuning, another one after each stop
   std::optional<bool> locked_;         // not known yet after tuning
+  bool head_read_ = false;             // the tables that come first, of this tuning
+  std::map<uint16_t, std::vector<Advisory>> advisories_;  // by program number, of the PMTs
   bool shut_down_ = false;
   std::thread thread_;
 };

@@ -131,6 +131,12 @@ struct PsiDecoder::Callbacks {
       if (d.i_tag == kCaptionServiceTag) read_caption_services(d.p_data, d.i_length, captions);
     };
     for_each_descriptor(table->p_first_descriptor, take_captions);
+    std::vector<Advisory> advisories;
+    std::vector<std::string> texts;  // nobody shows them
+    for_each_descriptor(table->p_first_descriptor, [&](const dvbpsi_descriptor_t& d) {
+      if (d.i_tag == kContentAdvisoryTag)
+        read_content_advisory(d.p_data, d.i_length, texts, advisories);
+    });
     std::vector<AISRV_pid_info> streams;
     for (const auto* es = table->p_first_es; es; es = es->p_next) {
       AISRV_pid_info stream{};
@@ -148,6 +154,8 @@ struct PsiDecoder::Callbacks {
     }
     if (!captions.empty())
       self->tables_.captions.emplace(table->i_program_number, std::move(captions));
+    if (!advisories.empty())
+      self->tables_.advisories.emplace(table->i_program_number, std::move(advisories));
     self->tables_.pmts.emplace(table->i_program_number, std::move(streams));
   } catch (const std::exception& e) {
     log().Error("PMT: %s", e.what());

@@ -12,6 +12,7 @@
 
 #include "aisrv.h"
 #include "receiver/caption_services.h"
+#include "receiver/content_advisory.h"
 
 namespace atschost {
 
@@ -47,6 +48,8 @@ struct CarrierTables {
   std::map<uint16_t, std::vector<AISRV_pid_info>> pmts;  // by program number
   // Of the PMTs that announce some, by program number.
   std::map<uint16_t, std::vector<CaptionService>> captions;
+  // Of the PMTs that carry some, by program number.
+  std::map<uint16_t, std::vector<Advisory>> advisories;
 };
 
 // Fed with the sections of one carrier; the first whole current version of each table counts. Of

@@ -15,22 +15,24 @@ namespace atschost {
 namespace {
 
 constexpr uint8_t kMgtId = 0xC7;
-constexpr uint8_t kRrtId = 0xCA;
 constexpr uint8_t kEitId = 0xCB;
 constexpr uint8_t kEttId = 0xCC;
 constexpr uint8_t kSttId = 0xCD;
 constexpr uint8_t kEmergencyAlertId = 0xD8;
 
 constexpr uint32_t kGpsEpoch = 315964800;  // 1980-01-06 00:00:00 UTC, Unix seconds
-constexpr size_t kMaxRrtSize = 1024;
 
 constexpr size_t kNodeSize = 64;  // of a container
 
 constexpr const char* kTooMuch = "guide tables are more than is kept";
 
 size_t size_of(const GuideEvent& event) {
-  return sizeof(event) + event.title.size() + event.rating.size() + event.other_ratings.size() +
-         event.genres.size() + event.caption_services.size() * sizeof(CaptionService);
+  size_t size = sizeof(event) + event.title.size() + event.rating.size() +
+                event.other_ratings.size() + event.genres.size() +
+                event.caption_services.size() * sizeof(CaptionService);
+  for (const Advisory& advisory : event.advisories)
+    size += sizeof(advisory) + 2 * advisory.values.size();
+  return size;
 }
 
 // Text as it stands in fields of plain characters.
@@ -208,20 +210,6 @@ struct Header {
   uint32_t crc;
 };
 
-const char* rrt_fault(ByteReader in) {
-  const auto skip = [&] { in.part(in.u8()); };
-  skip();  // rating_region_name_text
-  for (unsigned dimensions = in.u8(); dimensions > 0; --dimensions) {
-    skip();  // dimension_name_text
-    for (unsigned values = in.u8() & 0x0F; values > 0; --values) {
-      skip();  // abbrev_rating_value_text
-      skip();  // rating_value_text
-    }
-  }
-  in.part(in.u16() & 0x03FF);
-  return in.passed_end() ? "RRT passes the end" : nullptr;
-}
-
 }  // namespace
 
 size_t size_of(const GuideTables::Eit& events) {
@@ -237,14 +225,14 @@ uint32_t SystemTime::unix_seconds() const { return gps_seconds - gps_utc_offset 
 bool GuideEvent::operator==(const GuideEvent& other) const {
   return event_id == other.event_id && start == other.start && duration == other.duration &&
          title == other.title && rating == other.rating && other_ratings == other.other_ratings &&
-         genres == other.genres && captions == other.captions &&
+         advisories == other.advisories && genres == other.genres && captions == other.captions &&
          caption_services == other.caption_services;
 }
 
 struct PsipDecoder::Impl {
   const char* push_mgt(const Header& header, ByteReader in);
   const char* push_stt(ByteReader in);
-  const char* push_rrt(const Header& header, ByteReader in, const uint8_t* section, size_t size);
+  const char* push_rrt(const uint8_t* section, size_t size);
   const char* push_eit(EitPid& pid, const Header& header, ByteReader in);
   const char* push_ett(EttPid& pid, const Header& header, ByteReader in);
   const char* push_alert(const Header& header, ByteReader in);
@@ -341,20 +329,19 @@ const char* PsipDecoder::Impl::push_stt(ByteReader in) {
   return nullptr;
 }
 
-const char* PsipDecoder::Impl::push_rrt(const Header& header, ByteReader in, const uint8_t* section,
-                                        size_t size) {
-  const auto region = static_cast<uint8_t>(header.extension);
-  std::vector<uint8_t>& known = known_regions[region];
+const char* PsipDecoder::Impl::push_rrt(const uint8_t* section, size_t size) {
+  const uint8_t number = section[4];
+  std::vector<uint8_t>& known = known_regions[number];
   if (std::equal(known.begin(), known.end(), section, section + size)) return nullptr;
-  if (header.last != 0) return "RRT has several sections";
-  if (size > kMaxRrtSize) return "RRT section is too long";
-  if (in.u8() != 0) return "RRT of an unknown protocol version";
-  if (const char* fault = rrt_fault(in)) return fault;
+  RatingRegionTable table;
+  if (const char* fault = read_rating_region(section, size, table.region)) return fault;
   known.assign(section, section + size);
-  regions.erase(std::remove_if(regions.begin(), regions.end(),
-                               [&](const RatingRegionTable& r) { return r.region == region; }),
-                regions.end());
-  regions.push_back({region, header.version, known});
+  table.section = known;
+  regions.erase(
+      std::remove_if(regions.begin(), regions.end(),
+                     [&](const RatingRegionTable& r) { return r.region.number == number; }),
+      regions.end());
+  regions.push_back(std::move(table));
   return nullptr;
 }
 
@@ -602,7 +589,7 @@ const char* PsipDecoder::push(uint16_t pid, const uint8_t* section, size_t size)
     case kSttId:
       return impl_->push_stt(body);
     case kRrtId:
-      return impl_->push_rrt(header, body, section, size);
+      return impl_->push_rrt(section, size);
     case kEmergencyAlertId:
       return impl_->push_alert(header, body);
     case kMgtId:

@@ -13,6 +13,8 @@
 #include <vector>
 
 #include "receiver/caption_services.h"
+#include "receiver/content_advisory.h"
+#include "receiver/rating_region.h"
 
 namespace atschost {
 
@@ -35,6 +37,7 @@ struct GuideEvent {
   std::string title;
   std::string rating;         // the one to show, "TV-14-D-V"; empty: not rated
   std::string other_ratings;  // with all regions' ratings, where there are several; else empty
+  std::vector<Advisory> advisories;
   std::vector<uint8_t> genres;
   bool captions = false;  // there are some
   std::vector<CaptionService> caption_services;
@@ -74,10 +77,9 @@ struct EmergencyAlert {
   bool has_details_channel = false;
 };
 
-// Rating region table as received (A/65 6.4): a whole section, sound.
+// Rating region table as received: a whole section and what it says.
 struct RatingRegionTable {
-  uint8_t region = 0;
-  uint8_t version = 0;
+  RatingRegion region;
   std::vector<uint8_t> section;
 };
 

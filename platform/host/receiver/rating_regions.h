@@ -1,37 +1,62 @@
-// The rating region tables as received.
+// The rating region tables that are known.
 #ifndef ATSC_HOST_RECEIVER_RATING_REGIONS_H_
 #define ATSC_HOST_RECEIVER_RATING_REGIONS_H_
 
+#include <chrono>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <mutex>
-#include <optional>
 #include <set>
+#include <string>
 #include <utility>
 #include <vector>
 
 #include "receiver/event_queue.h"
 #include "receiver/psip_decoder.h"
+#include "receiver/rating_region.h"
+#include "receiver/state_file.h"
 
 namespace atschost {
 
-// Any thread.
+// The last table received of each region, also in an earlier run; before the first one what the
+// standards say. Any thread.
 class RatingRegions {
  public:
-  explicit RatingRegions(EventQueue& events) : events_(events) {}
+  RatingRegions(const std::string& state_folder, EventQueue& events);
 
-  // Keeps tables. Each content of a region is reported once: AFW_RRT_UPDATE for regions 1 and 2,
-  // else AFW_RRT_DOWNLOAD_UPDATE.
+  // Takes tables over and stores what is new, at once or, when something was stored a few seconds
+  // ago, in a later call with or without tables. Each content of a region is reported once:
+  // AFW_RRT_UPDATE for regions 1 and 2, else AFW_RRT_DOWNLOAD_UPDATE.
   void receive(std::vector<RatingRegionTable> tables);
 
-  // The latest table of a region; none before the first one.
-  std::optional<RatingRegionTable> table(uint8_t region) const;
+  // Stores what is not stored yet. False on failure, which the log tells.
+  bool store();
+
+  // Null when the region is not known.
+  std::shared_ptr<const RatingRegion> region(uint8_t number) const;
+
+  // Those that are known, ascending.
+  std::vector<uint8_t> numbers() const;
 
  private:
+  struct Known {
+    std::shared_ptr<const RatingRegion> region;
+    std::vector<uint8_t> section;  // as received; empty: what the standard says
+  };
+
+  void load(const Json::Value& content);
+  bool store_locked();
+
   EventQueue& events_;
-  mutable std::mutex mutex_;
-  std::map<uint8_t, RatingRegionTable> tables_;      // by region
+  mutable std::mutex mutex_;                         // of the fields up to file_mutex_
+  std::map<uint8_t, Known> known_;                   // by number
   std::set<std::pair<uint8_t, uint32_t>> reported_;  // region and CRC_32
+  bool changed_ = false;                             // since it was stored
+
+  std::mutex file_mutex_;  // taken before mutex_, which is not held while the file is written
+  StateFile file_;
+  std::chrono::steady_clock::time_point next_store_{};  // not before, but for store()
 };
 
 }  // namespace atschost

@@ -49,6 +49,16 @@ std::vector<Service> select(const ServiceList& list, uint32_t source, Wanted wan
   return services;
 }
 
+// A text of a broadcast (UTF-16BE) for the log.
+std::string log_text(const std::string& text) {
+  std::string letters;
+  for (size_t i = 0; i + 1 < text.size(); i += 2) {
+    const bool plain = text[i] == 0 && text[i + 1] >= ' ' && text[i + 1] < 0x7F;
+    letters += plain ? text[i + 1] : '?';
+  }
+  return letters;
+}
+
 std::atomic<Receiver*> existing_receiver{nullptr};
 
 }  // namespace
@@ -70,10 +80,14 @@ Receiver& Receiver::instance() {
 }
 
 Receiver::Receiver(const std::string& state_folder)
-    : settings_file_(state_folder, "settings.json", "atsc-host-settings-1"),
-      rating_regions_(events_),
+    : gate_([this](AFW_event_t event) { events_.raise(event); }),
+      settings_file_(state_folder, "settings.json", "atsc-host-settings-1"),
+      rating_regions_(state_folder, events_),
+      parental_(state_folder),
       services_(state_folder),
-      live_tuner_(services_, guide_, rating_regions_, events_, [this] { decide_streams(); }),
+      live_tuner_(
+          services_, guide_, rating_regions_, alert_settings_, events_,
+          [this] { decide_streams(); }, [this] { look(false); }),
       guide_tuner_(services_, {[this](uint32_t source, uint32_t frequency) {
                                  return live_tuner_.is_tuned_to(source, frequency);
                                },
@@ -81,6 +95,7 @@ Receiver::Receiver(const std::string& state_folder)
                                  take_guide(source, frequency, found, guide_round_);
                                },
                                [this] {
+                                 rating_regions_.receive({});  // stores what waits
                                  // The first round may be over before the application listens.
                                  if (guide_round_.source_ids.empty())
                                    guide_round_ = {};
@@ -133,14 +148,20 @@ void Receiver::load_settings(const Json::Value& content) {
   settings.clock.zone =
       static_cast<int32_t>(number_member(content, "zone", AIST_ZONE_HAWAII, AIST_ZONE_EASTERN));
   settings.clock.automatic = bool_member(content, "automatic_clock", true);
+  settings.alerts.level =
+      static_cast<int32_t>(number_member(content, "alert_level", AIFW_EAS_MAXIMUM, AIFW_EAS_ALL));
+  settings.alerts.repeated_events = bool_member(content, "repeated_alerts", false);
+  settings.alerts.cable_only = bool_member(content, "cable_alerts_only", false);
   settings_ = settings;
   Clock::instance().set_setting(settings.clock);
+  alert_settings_.set(settings.alerts);
 }
 
 void Receiver::store_settings() {
   std::lock_guard<std::mutex> lock(mutex_);
   settings_to_store_ = settings_;
   settings_to_store_.clock = Clock::instance().setting();
+  settings_to_store_.alerts = alert_settings_.get();
 }
 
 bool Receiver::sync_settings() {
@@ -166,6 +187,9 @@ bool Receiver::sync_settings() {
   content["dual_mode"] = settings.dual_mode;
   content["zone"] = settings.clock.zone;
   content["automatic_clock"] = settings.clock.automatic;
+  content["alert_level"] = settings.alerts.level;
+  content["repeated_alerts"] = settings.alerts.repeated_events != 0;
+  content["cable_alerts_only"] = settings.alerts.cable_only != 0;
   return settings_file_.store(std::move(content));
 }
 
@@ -207,6 +231,7 @@ void Receiver::shut_down() {
   live_tuner_.shut_down();
   guide_tuner_.shut_down();
   scanner_.shut_down(kExitPatience);
+  rating_regions_.store();
 }
 
 void Receiver::set_callback(AIFW_app_callback callback) {
@@ -217,7 +242,7 @@ void Receiver::set_callback(AIFW_app_callback callback) {
 
 // An application that keeps the guide of the current source only has to look at it anew.
 void Receiver::raise_whole_guide(uint32_t source) {
-  events_.raise_guide_update(guide_.source_ids(source));
+  events_.refresh_guide(guide_.source_ids(source));
 }
 
 bool Receiver::is_in_standby(const char* refused) const {
@@ -226,10 +251,12 @@ bool Receiver::is_in_standby(const char* refused) const {
   return standby_;
 }
 
-bool Receiver::play(const Service& service) {
-  if (!carrier_exists(service.key.source, service.key.frequency)) return false;
+bool Receiver::play(const Service& chosen) {
+  if (!carrier_exists(chosen.key.source, chosen.key.frequency)) return false;
   std::lock_guard<std::mutex> lock(mutex_);
-  if (standby_ || !services_.find(service.key)) return false;  // it may just have gone
+  const auto listed = services_.find(chosen.key);
+  if (standby_ || !listed) return false;  // it may just have gone
+  const Service& service = *listed;
   const uint32_t source = service.key.source;
   const bool other_source = std::exchange(settings_.source, source) != source;
   settings_.last[source] = service.key;
@@ -238,6 +265,8 @@ bool Receiver::play(const Service& service) {
   playing_ = true;
   picture_open_ = true;
   streams_told_.clear();
+  gate_.begin(service.flags & AISRV_FLAG_LOCKED);
+  look_locked(service, true);
   decide_streams_locked(service);
   live_tuner_.play(service.key);
   if (other_source) raise_whole_guide(source);
@@ -254,17 +283,26 @@ void Receiver::decide_streams() {
 // Decides what of the service that plays is seen and heard, when it begins to play and whenever its
 // streams or the settings may be others, and tells it in the log.
 void Receiver::decide_streams_locked(const Service& service) {
+  gate_.set_locked(service.flags & AISRV_FLAG_LOCKED);
   const auto video = std::find_if(service.streams.begin(), service.streams.end(), is_video);
   const auto tracks = audio_tracks(service.streams);
-  audio_track_ = choose_track(tracks, service.audio, settings_.languages);
+  const std::string blocked = gate_.why_blocked();
+  const bool withheld = gate_.is_closed() || !blocked.empty();
+  audio_track_ = withheld ? uint8_t{0} : choose_track(tracks, service.audio, settings_.languages);
   std::string told;
-  if (!picture_open_)
+  if (withheld)
+    told = !gate_.is_closed() ? "blocked: " + blocked
+           : blocked.empty()  ? "locked"
+                              : "locked; blocked: " + blocked;
+  else if (!picture_open_)
     told = "picture closed";
   else if (video == service.streams.end())
     told = "no video";
   else
     told = "video PID " + std::to_string(video->pid);
-  if (audio_track_ == 0) {
+  if (withheld) {
+    told += "; no picture, no sound";
+  } else if (audio_track_ == 0) {
     told += ", no audio";
   } else {
     const AISRV_pid_info& track = tracks[audio_track_ - 1u];
@@ -278,6 +316,106 @@ void Receiver::decide_streams_locked(const Service& service) {
   log().Info("playing %u-%u on %s %u Hz: %s", service.key.major, service.key.minor,
              modulation_name(service.key.source), service.key.frequency, told.c_str());
   streams_told_ = told;
+}
+
+// Looks at what is on now on the service that plays, on behalf of the viewer (`asked`) or because
+// another programme may have begun.
+void Receiver::look(bool asked) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (!playing_) return;
+  const auto service = services_.find(settings_.last[settings_.source]);
+  if (service && look_locked(*service, asked)) decide_streams_locked(*service);
+}
+
+// Whether picture and sound are no longer kept away, or are now.
+bool Receiver::look_locked(const Service& service, bool asked) {
+  OnNow now = on_now(service);
+  // A carrier that was just tuned may have a rating yet.
+  if (now.enabled && !now.verdict.rated && !live_tuner_.has_read(service.key)) return false;
+  std::string why = now.verdict.blocked ? why_blocked(now.verdict) : std::string();
+  return gate_.judge(std::move(now.programme), std::move(why), asked,
+                     std::chrono::steady_clock::now());
+}
+
+Receiver::OnNow Receiver::on_now(const Service& service) const {
+  OnNow now;
+  const auto settings = parental_.settings();
+  const KnownRegions known = known_regions();
+  now.enabled = settings->enabled();
+  const uint32_t time = Clock::instance().now();
+  const auto events = guide_.events(service.key.source, service.key.frequency, service.source_id);
+  // The event that began last, of those that are not over.
+  auto next = std::upper_bound(events->begin(), events->end(), time,
+                               [](uint32_t t, const ShownEvent& event) { return t < event.start; });
+  while (next != events->begin() && !now.programme.event) {
+    --next;
+    if (time - next->start >= next->event.duration) continue;
+    now.programme.event = {next->event.event_id, next->start};
+    now.programme.advisories = next->event.advisories;
+  }
+  auto advisories = live_tuner_.advisories(service.key, service.program_number);
+  const RatingVerdict verdict = settings->check(advisories, known);
+  now.by_streams = verdict.rated || verdict.group != AIPC_UNRATED_NO_RATING;
+  if (now.by_streams) now.programme.advisories = std::move(advisories);
+  now.verdict = now.by_streams ? verdict : settings->check(now.programme.advisories, known);
+  return now;
+}
+
+std::optional<Receiver::OnNow> Receiver::on_now(const AISRV_service_id& id) const {
+  std::optional<Service> service;
+  services_.visit(source_of_id(id.input_source), [&](const Service& listed) {
+    if (listed.record == id.service_rec) service = listed;
+    return !service;
+  });
+  if (!service) return std::nullopt;
+  OnNow now = on_now(*service);
+  std::lock_guard<std::mutex> lock(mutex_);
+  const auto last = settings_.last.find(settings_.source);
+  now.unlocked =
+      gate_.is_unlocked() && last != settings_.last.end() && last->second == service->key;
+  return now;
+}
+
+KnownRegions Receiver::known_regions() const {
+  KnownRegions known;
+  for (const uint8_t number : rating_regions_.numbers()) known.set(number);
+  return known;
+}
+
+std::function<bool(const GuideEvent&)> Receiver::blocked_events() const {
+  const auto settings = parental_.settings();
+  if (!settings->enabled()) return [](const GuideEvent&) { return false; };
+  return [settings, known = known_regions()](const GuideEvent& event) {
+    return settings->check(event.advisories, known).blocked;
+  };
+}
+
+// As "TV-14 (region 1, Entire Audience)".
+std::string Receiver::why_blocked(const RatingVerdict& verdict) const {
+  if (!verdict.rated)
+    return verdict.group == AIPC_UNRATED_US_MPAA  ? "not rated (MPAA NR)"
+           : verdict.group == AIPC_UNRATED_CANADA ? "exempt (Canada)"
+                                                  : "not rated";
+  const auto region = rating_regions_.region(verdict.region);
+  std::string value, dimension;
+  if (region && verdict.dimension < region->dimensions.size()) {
+    const RatingRegion::Dimension& table = region->dimensions[verdict.dimension];
+    dimension = log_text(table.name);
+    if (verdict.value < table.values.size())
+      value = log_text(table.values[verdict.value].abbreviation);
+  }
+  if (value.empty()) value = "value " + std::to_string(verdict.value);
+  if (dimension.empty()) dimension = "dimension " + std::to_string(verdict.dimension);
+  return value + " (region " + std::to_string(verdict.region) + ", " + dimension + ")";
+}
+
+bool Receiver::change_parental(const std::function<bool(ParentalSettings&)>& edit) {
+  const Parental::Change change = parental_.change(edit);
+  if (change != Parental::Change::kMade) return change == Parental::Change::kNone;
+  events_.raise(AFW_PARENTAL_UPDATE);
+  raise_whole_guide(current_source());
+  look(true);
+  return true;
 }
 
 bool Receiver::play_first(uint32_t source, uint32_t frequency) {
@@ -356,6 +494,7 @@ bool Receiver::change_channel(const AIFW_channel_change_request& request) {
 
 void Receiver::stop_locked() {
   playing_ = false;
+  gate_.stop();
   audio_track_ = 0;
   live_tuner_.stop();
 }
@@ -397,9 +536,11 @@ bool Receiver::enter_standby() {
     std::lock_guard<std::mutex> lock(mutex_);
     if (!std::exchange(standby_, true)) log().Info("standby begins");
     stop_locked();
+    gate_.forget();
   }
   const bool settings = keep_settings();
-  return services_.store() && settings;
+  const bool parental = parental_.sync();
+  return services_.store() && settings && parental;
 }
 
 void Receiver::leave_standby() {
@@ -432,15 +573,19 @@ bool Receiver::add_service(const AISRV_service_info& record) {
     return false;
   }
   if (!services_.add(service)) return false;
+  decide_streams();  // its lock may be another one
   events_.raise(listed ? AFW_SERVICE_UPDATE : AFW_SERVICE_ADDED);
   events_.raise(AFW_SERVICE_BUILD_COMPLETED);
   return true;
 }
 
 bool Receiver::modify_service(const AISRV_service_info& record) {
-  return services_.set_flags(source_of_id(record.service_id.input_source),
-                             record.service_id.service_rec, record.AISRV_flags_,
-                             record.AISRV_fav_group_);
+  if (!services_.set_flags(source_of_id(record.service_id.input_source),
+                           record.service_id.service_rec, record.AISRV_flags_,
+                           record.AISRV_fav_group_))
+    return false;
+  decide_streams();  // its lock may be another one
+  return true;
 }
 
 bool Receiver::reset_services(uint32_t source) {
@@ -505,6 +650,15 @@ bool Receiver::set_dual_mode(uint32_t mode) {
   return keep_settings();
 }
 
+int32_t Receiver::alert_setting(int32_t AlertSettings::Values::*which) const {
+  return alert_settings_.get().*which;
+}
+
+bool Receiver::set_alert_setting(int32_t AlertSettings::Values::*which, int32_t value) {
+  alert_settings_.set(which, value);
+  return keep_settings();
+}
+
 std::optional<Service> Receiver::current() const {
   ServiceKey key;
   {
@@ -543,17 +697,29 @@ void Receiver::set_skip_play(bool skip) {
 
 void Receiver::set_password_required(bool required) {
   std::lock_guard<std::mutex> lock(mutex_);
-  password_required_ = required;
+  gate_.set_password_required(required);
 }
 
 void Receiver::set_password_given(bool given) {
-  std::lock_guard<std::mutex> lock(mutex_);
-  password_given_ = given;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    gate_.set_password_given(given);
+  }
+  decide_streams();
+}
+
+bool Receiver::set_unlocked(bool unlocked) {
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (!gate_.set_unlocked(unlocked)) return false;
+  }
+  decide_streams();
+  return true;
 }
 
 void Receiver::set_play_from_application(bool from_application) {
   std::lock_guard<std::mutex> lock(mutex_);
-  play_from_application_ = from_application;
+  gate_.set_play_from_application(from_application);
 }
 
 void Receiver::display() const {

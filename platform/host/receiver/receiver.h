@@ -11,13 +11,16 @@
 #include "aiaud.h"
 #include "aife.h"
 #include "aifw.h"
+#include "receiver/alerts.h"
 #include "receiver/audio.h"
 #include "receiver/call.h"
 #include "receiver/clock.h"
 #include "receiver/event_queue.h"
+#include "receiver/gate.h"
 #include "receiver/guide.h"
 #include "receiver/guide_tuner.h"
 #include "receiver/live_tuner.h"
+#include "receiver/parental.h"
 #include "receiver/rating_regions.h"
 #include "receiver/scanner.h"
 #include "receiver/service_list.h"
@@ -80,6 +83,12 @@ class Receiver {
   bool set_audio_language(int32_t AudioLanguages::*which, int32_t language);
   // AIAUD_DUAL_*. False also, with the mode in force, when it cannot be stored.
   bool set_dual_mode(uint32_t mode);
+  // Of alerts, as the functions of AIFW. Setting is false also, with the value in force, when it
+  // cannot be stored.
+  int32_t alert_setting(int32_t AlertSettings::Values::*which) const;
+  bool set_alert_setting(int32_t AlertSettings::Values::*which, int32_t value);
+  // As AIPC_collect_RRT.
+  bool collect_rating_regions() { return guide_tuner_.begin_round(); }
 
   // The service that played last on the current source, as it is listed now; none when it is no
   // longer listed.
@@ -91,9 +100,29 @@ class Receiver {
   AIFE_tuning_details tuning() const;
 
   void set_skip_play(bool skip);
+  // As the functions of AIFW; of parental control, too.
   void set_password_required(bool required);
   void set_password_given(bool given);
+  bool set_unlocked(bool unlocked);
   void set_play_from_application(bool from_application);
+
+  // The settings of parental control. As AIPC says of its functions: what is changed is in force at
+  // once and told.
+  Parental& parental() { return parental_; }
+  bool change_parental(const std::function<bool(ParentalSettings&)>& edit);
+  // What of a guide is blocked under the present settings.
+  std::function<bool(const GuideEvent&)> blocked_events() const;
+
+  // What is on now on a service.
+  struct OnNow {
+    ProgrammeId programme;    // with the ratings that count
+    bool by_streams = false;  // the service's streams rate it, not the guide
+    bool enabled = false;     // parental control
+    bool unlocked = false;    // it plays, and the viewer gave the password
+    RatingVerdict verdict;
+  };
+  // By service id; none for one that is not listed.
+  std::optional<OnNow> on_now(const AISRV_service_id& id) const;
 
   // Writes to the log what is under way.
   void display() const;
@@ -110,7 +139,9 @@ class Receiver {
     std::map<uint32_t, ServiceKey> last;  // by source: what played last
     AudioLanguages languages;
     uint32_t dual_mode = AIAUD_DUAL_STEREO;
-    Clock::Setting clock;  // only of what is stored: the clock has its own
+    // Only of what is stored: the clock and the alerts have their own.
+    Clock::Setting clock;
+    AlertSettings::Values alerts;
   };
 
   void load_settings(const Json::Value& content);
@@ -120,6 +151,11 @@ class Receiver {
   void stop_locked();
   void decide_streams();
   void decide_streams_locked(const Service& service);
+  void look(bool asked);
+  bool look_locked(const Service& service, bool asked);
+  OnNow on_now(const Service& service) const;
+  KnownRegions known_regions() const;
+  std::string why_blocked(const RatingVerdict& verdict) const;
   void raise_whole_guide(uint32_t source);
   void take_guide(uint32_t source, uint32_t frequency, CarrierResult& found,
                   Scanner::Outcome& outcome);
@@ -136,10 +172,8 @@ class Receiver {
   std::string streams_told_;  // of the service that plays
   uint32_t tuner_source_ = AI_INPUT_TERRESTRIAL;
   AIFE_tuning_details tuning_{};
-  bool skip_play_ = false;         // services do not start by themselves
-  bool password_required_ = true;  // for a locked service that is not playing
-  bool password_given_ = false;    // for the service about to play
-  bool play_from_application_ = false;
+  bool skip_play_ = false;  // services do not start by themselves
+  Gate gate_;
 
   std::mutex
       file_mutex_;  // of the file; taken before mutex_, which is not held while it is written
@@ -148,6 +182,8 @@ class Receiver {
   EventQueue events_;
   Guide guide_;
   RatingRegions rating_regions_;
+  AlertSettings alert_settings_;
+  Parental parental_;
   ServiceList services_;
   Scanner::Outcome guide_round_;  // the guide tuner's
   // Last: their threads use all above.

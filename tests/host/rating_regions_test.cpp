@@ -1,0 +1,266 @@
+// Rating regions: their tables, what is kept of them, and what is answered.
+#include "receiver/rating_regions.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <random>
+#include <tuple>
+
+#include "aiin.h"
+#include "aipc.h"
+#include "receiver/transport.h"
+#include "receiver_test_air.h"
+
+#ifndef ATSC_CAPTURES_DIR
+#define ATSC_CAPTURES_DIR ""
+#endif
+
+namespace receiver_test {
+namespace {
+
+namespace fs = std::filesystem;
+using atschost::EventQueue;
+using atschost::PsipDecoder;
+using atschost::RatingRegion;
+using atschost::RatingRegions;
+using Texts = std::vector<std::string>;
+
+Bytes counted(const Bytes& bytes) { return Bytes{static_cast<uint8_t>(bytes.size())} + bytes; }
+Bytes text(const std::string& latin) {
+  return counted(Bytes{1, 'e', 'n', 'g', 1, 0, 0} + counted(Bytes(latin.begin(), latin.end())));
+}
+// What follows the protocol version: one graduated dimension with two values.
+Bytes suitability(const std::string& name) {
+  return text(name) + Bytes{1} + text("Suitability") + Bytes{0xF2, 0, 0} + text("All") +
+         text("For all") + be16(0xFC00);
+}
+Bytes rrt(uint8_t region, const Bytes& body, unsigned version = 1) {
+  return section(0xCA, 0xFF00u | region, Bytes{0} + body, version);
+}
+
+// Latin-1 of a UTF-16BE text.
+std::string latin(const std::string& text) {
+  std::string plain;
+  for (size_t i = 1; i < text.size(); i += 2) plain += text[i];
+  return plain;
+}
+
+// "fault", or the names of a region and its dimensions with their values.
+std::string told(const Bytes& bytes) {
+  RatingRegion region;
+  if (atschost::read_rating_region(bytes.data(), bytes.size(), region)) return "fault";
+  std::string all = latin(region.name);
+  for (const auto& dimension : region.dimensions) {
+    all += "; " + latin(dimension.name) + (dimension.graduated ? " <" : "");
+    for (const auto& value : dimension.values)
+      all += ' ' + latin(value.abbreviation) + '/' + latin(value.text);
+  }
+  return all;
+}
+
+Bytes file_content(const fs::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+Bytes capture(const std::string& name) {
+  return *ATSC_CAPTURES_DIR ? file_content(fs::path(ATSC_CAPTURES_DIR) / name) : Bytes{};
+}
+
+std::vector<atschost::RatingRegionTable> received(const std::vector<Bytes>& tables) {
+  PsipDecoder decoder;
+  for (const Bytes& table : tables)
+    EXPECT_STREQ(nullptr, decoder.push(0x1FFB, table.data(), table.size()));
+  return decoder.take_rating_regions();
+}
+
+// The first table of a capture.
+Bytes captured_table(const Bytes& stream) {
+  PsipDecoder decoder;
+  atschost::SectionAssembler assembler;
+  for (size_t at = 0; at + 188 <= stream.size(); at += 188) {
+    if (atschost::packet_pid(&stream[at]) != 0x1FFB) continue;
+    assembler.push(&stream[at],
+                   [&](const uint8_t* s, size_t size) { decoder.push(0x1FFB, s, size); });
+  }
+  const auto tables = decoder.take_rating_regions();
+  return tables.empty() ? Bytes{} : tables.front().section;
+}
+
+// The first bytes of a section, made a section again.
+Bytes cut(const Bytes& whole, size_t size) {
+  Bytes bytes(whole.begin(), whole.begin() + static_cast<ptrdiff_t>(size));
+  bytes[1] = static_cast<uint8_t>(0xF0 | (size - 3) >> 8);
+  bytes[2] = static_cast<uint8_t>(size - 3);
+  return sealed(bytes);
+}
+
+TEST(RatingRegionTable, IsReadWholeOrDropped) {
+  const Bytes good = rrt(5, suitability("Elsewhere"));
+  Bytes several = good, other_table = good, longer = good;
+  several[7] = 1;
+  other_table[0] = 0xCB;
+  longer.push_back(0);
+  Bytes too_long = text("Long") + Bytes{4};
+  for (int i = 0; i < 4; ++i) too_long = too_long + text(std::string(240, 'x')) + Bytes{0};
+  const struct {
+    const char* name;
+    Bytes bytes;
+    std::string expected;
+  } cases[] = {
+      {"sound", good, "Elsewhere; Suitability < / All/For all"},
+      {"no texts, no values", rrt(5, {0, 1, 0, 0xE0, 0xFC, 0}), "; "},
+      {"descriptors", rrt(5, {0, 1, 0, 0xE0, 0xFC, 2, 9, 0}), "; "},
+      {"no dimension", rrt(5, text("Empty") + Bytes{0} + be16(0xFC00)), "fault"},
+      {"no region", rrt(0, suitability("Nowhere")), "fault"},
+      {"one dimension too many",
+       rrt(5, text("Short") + Bytes{2} + text("One") + Bytes{0xE0} + be16(0xFC00)), "fault"},
+      {"a text that passes its field",
+       rrt(5, counted({1, 'e', 'n', 'g', 1, 0, 0, 9, 'x'}) + Bytes{1, 0, 0xE0, 0xFC, 0}), "fault"},
+      {"descriptors past the end", rrt(5, {0, 1, 0, 0xE0, 0xFC, 3, 9, 0}), "fault"},
+      {"unknown protocol", section(0xCA, 0xFF05, Bytes{1} + suitability("New")), "fault"},
+      {"several sections", sealed(several), "fault"},
+      {"more than 1024 bytes", rrt(5, too_long + text(std::string(40, 'x')) + be16(0xFC00)),
+       "fault"},
+      {"another table", sealed(other_table), "fault"},
+      {"another length", sealed(longer), "fault"},
+      {"nothing", {}, "fault"},
+  };
+  for (const auto& c : cases) EXPECT_EQ(c.expected, told(c.bytes)) << c.name;
+
+  std::mt19937 random(7);
+  for (const Bytes& table : {good, captured_table(capture("sections/rating-region-1.ts"))}) {
+    for (size_t size = 12; size < table.size(); ++size)
+      EXPECT_EQ("fault", told(cut(table, size))) << size;
+    for (int i = 0; i < 5000 && !table.empty(); ++i) {
+      Bytes damaged = table;
+      for (unsigned n = 1 + random() % 3; n > 0; --n)
+        damaged[8 + random() % (table.size() - 12)] = static_cast<uint8_t>(random());
+      told(sealed(damaged));
+    }
+  }
+
+  // The former table stays.
+  PsipDecoder decoder;
+  const Bytes broken = rrt(5, {0, 0, 0xFC, 0}, 2);
+  EXPECT_STREQ(nullptr, decoder.push(0x1FFB, good.data(), good.size()));
+  EXPECT_STRNE(nullptr, decoder.push(0x1FFB, broken.data(), broken.size()));
+  EXPECT_EQ(good, decoder.take_rating_regions().at(0).section);
+}
+
+TEST(RatingRegionsTest, AreKeptAcrossRestarts) {
+  TemporaryFolder folder;
+  const std::string state = folder.path() / "state";
+  const fs::path path = fs::path(state) / "regions.json";
+  EventQueue events;
+  const auto names = [](const RatingRegions& regions) {
+    Texts list;
+    for (const uint8_t number : regions.numbers())
+      list.push_back(std::to_string(number) + ' ' + latin(regions.region(number)->name));
+    return list;
+  };
+  const std::string us = "1 U.S. (50 states + possessions)";
+  {
+    RatingRegions regions(state, events);
+    EXPECT_EQ((Texts{us, "2 Canada"}), names(regions));
+    EXPECT_EQ(8u, regions.region(1)->dimensions.size());
+    EXPECT_EQ(2u, regions.region(2)->dimensions.size());
+    EXPECT_FALSE(regions.region(5));
+    EXPECT_TRUE(regions.store());
+    EXPECT_FALSE(fs::exists(path)) << "there is nothing to keep";
+    regions.receive(received({rrt(1, suitability("Own")), rrt(5, suitability("Five"))}));
+    EXPECT_TRUE(fs::exists(path));
+    regions.receive(received({rrt(5, suitability("Fifth"), 2)}));
+    EXPECT_EQ((Texts{"1 Own", "2 Canada", "5 Five"}), names(RatingRegions(state, events)))
+        << "it is too early to write again";
+    EXPECT_TRUE(regions.store());
+  }
+  const RatingRegions again(state, events);
+  EXPECT_EQ((Texts{"1 Own", "2 Canada", "5 Fifth"}), names(again));
+  EXPECT_EQ(2, again.region(5)->version);
+
+  const Bytes bytes = file_content(path);
+  const std::string stored(bytes.begin(), bytes.end());
+  std::string damaged = stored;
+  damaged[damaged.find("\"ca") + 30] ^= 1;  // in the first section
+  std::ofstream(path) << damaged;
+  EXPECT_EQ((Texts{us, "2 Canada", "5 Fifth"}), names(RatingRegions(state, events)));
+  std::ofstream(path) << stored.substr(0, stored.size() / 2);
+  EXPECT_EQ((Texts{us, "2 Canada"}), names(RatingRegions(state, events)));
+  EXPECT_TRUE(fs::exists(path.string() + ".bad"));
+
+  std::ofstream(folder.path() / "file") << "no folder";
+  RatingRegions homeless(folder.path() / "file", events);
+  homeless.receive(received({rrt(1, suitability("Own"))}));
+  EXPECT_EQ((Texts{"1 Own", "2 Canada"}), names(homeless));
+  EXPECT_FALSE(homeless.store());
+}
+
+// What AIPC says of a value, its dimension and its region; "none" where a call fails.
+std::string answer(uint8_t region, uint8_t dimension, uint8_t value, uint16_t room = AIPC_TEXT_SIZE,
+                   uint32_t input = 1) {
+  std::vector<Bytes> buffers(4, Bytes(room));
+  const auto lend = [&](size_t i) { return multiple_lang_t{buffers[i].data(), room, 0}; };
+  const auto read = [](const multiple_lang_t& text) {
+    EXPECT_EQ(uint32_t{AI_TEXT_UTF16BE}, text.encoding);
+    return latin({reinterpret_cast<const char*>(text.text), text.length});
+  };
+  AIPC_RRT_details details{0, lend(0)};
+  multiple_lang_t name = lend(1);
+  AIPC_rating_value_text texts{lend(2), lend(3)};
+  uint8_t version = 0, dimensions = 0, levels = 0, graduated = 0;
+  if (AIPC_get_RRT_details_with_version(input, region, &details, &version) != 0 ||
+      AIPC_num_of_dimension(input, region, &dimensions) != 0 ||
+      AIPC_dimension_name_grad(input, region, dimension, &name, &levels, &graduated) != 0 ||
+      AIPC_get_rating_value_text(input, region, dimension, value, &texts) != 0)
+    return "none";
+  EXPECT_EQ(region, details.region);
+  return read(details.name) + " v" + std::to_string(version) + ' ' + std::to_string(dimensions) +
+         "; " + read(name) + ' ' + std::to_string(levels) + (graduated ? " <; " : "; ") +
+         read(texts.abbreviation) + '/' + read(texts.text);
+}
+
+TEST(AipcRegionsTest, AnswerByRegionDimensionAndValue) {
+  EXPECT_EQ("Canada v0 2; Codes fran\347ais du Canada 6 <; G/G\351n\351ral", answer(2, 1, 1));
+  EXPECT_EQ("Ca v0 2; Co 6 <; G/G\351", answer(2, 1, 1, 5)) << "whole characters";
+  for (const auto& [input, region, dimension, value] :
+       {std::array{0, 2, 0, 0}, {3, 2, 0, 0}, {1, 0, 0, 0}, {1, 2, 2, 0}, {1, 2, 0, 7}}) {
+    EXPECT_EQ("none", answer(static_cast<uint8_t>(region), static_cast<uint8_t>(dimension),
+                             static_cast<uint8_t>(value), AIPC_TEXT_SIZE, uint32_t(input)));
+  }
+  AIIN_input_t input{};
+  uint8_t flag = 0, count = 1, regions[255] = {};
+  ASSERT_EQ(0, AIIN_get_input_details(AI_INPUT_CABLE, &flag, &input, 0));
+  EXPECT_EQ(0, AIPC_get_RRT_regions(input.handle, &count, regions));
+  EXPECT_EQ(1, count) << "there is room for one";
+  count = 255;
+  EXPECT_EQ(0, AIPC_get_RRT_regions(1, &count, regions));
+  EXPECT_GE(count, 2);
+  EXPECT_EQ(2, regions[1]);
+}
+
+TEST(AipcRegionsTest, AnswerWithTheTablesOnTheAir) {
+  const Bytes table = capture("sections/rating-region-1.ts");
+  const Bytes station = capture("boston/vsb/641000000.ts");
+  if (table.empty() || station.empty()) GTEST_SKIP() << "the field captures are not here";
+  Air air;
+  for (const auto& [stream, tv, movie] : {
+           std::tuple<Bytes, const char*, const char*>{
+               packets(0x1FFB, {vct(0xC8, {{"GOOD", 5, 1, 3}})}) + table,
+               "U.S. (50 states + possessions) v0 8; Entire Audience 6 <; TV-14/TV-14",
+               "U.S. (50 states + possessions) v0 8; MPAA 9; N/A/MPAA Rating Not Applicable"},
+           {station, "U.S.(50 States+Possessions) v0 8; EntireAudience 6 <; TV-14/TV-14",
+            "U.S.(50 States+Possessions) v0 8; MPAA 9; N/A/MPAARatingNotApplicable"},
+       }) {
+    air.write(AI_INPUT_TERRESTRIAL, 641000000, stream);
+    scan(AI_INPUT_TERRESTRIAL, 641000000);
+    EXPECT_EQ(tv, answer(1, 0, 4));
+    EXPECT_EQ(movie, answer(1, 7, 1));
+  }
+}
+
+}  // namespace
+}  // namespace receiver_test

@@ -1,0 +1,266 @@
+// Parental control and locks of what plays, through the modules.
+#include <gtest/gtest.h>
+
+#include <condition_variable>
+#include <filesystem>
+#include <mutex>
+#include <thread>
+#include <utility>
+
+#include "aicn.h"
+#include "aiec.h"
+#include "aifw.h"
+#include "aipc.h"
+#include "atsc_host.h"
+#include "receiver/receiver.h"
+#include "receiver_test_air.h"
+
+#ifndef ATSC_CAPTURES_DIR
+#define ATSC_CAPTURES_DIR ""
+#endif
+
+namespace receiver_test {
+namespace {
+
+namespace fs = std::filesystem;
+using atschost::Receiver;
+using Events = std::vector<AFW_event_t>;
+
+constexpr uint32_t kAir = AI_INPUT_TERRESTRIAL;
+
+// What a viewer is told of parental control and locks.
+class Told {
+ public:
+  void add(AFW_event_t event) {
+    if (event != AFW_PARENTAL_UPDATE && event != AFW_PARENTAL_BLOCKED &&
+        event != AFW_PARENTAL_UNBLOCKED && event != AFW_CHANNEL_LOCKED &&
+        event != AFW_CHANNEL_UNLOCKED && event != AFW_CHANNEL_PLAY_SUCCESS)
+      return;
+    std::lock_guard<std::mutex> lock(mutex_);
+    events_.push_back(event);
+    changed_.notify_all();
+  }
+  // Waits for as many events as are wanted and takes those that have come.
+  Events take(size_t wanted) {
+    std::unique_lock<std::mutex> lock(mutex_);
+    changed_.wait_for(lock, std::chrono::seconds(60), [&] { return events_.size() >= wanted; });
+    return std::exchange(events_, {});
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  Events events_;
+} told;
+
+void tell(AFW_event_t event, void*) { told.add(event); }
+
+constexpr uint32_t kChannel20 = 509000000;
+constexpr uint32_t kStart = 1300000000;  // GPS seconds
+constexpr uint8_t kOffset = 18;
+
+// Channels 5-1, with programmes rated TV-PG and TV-14 of an hour each, then one that is not rated,
+// and 5-2, with none; and what the PMT of 5-1 says.
+Bytes rated_stream(const Bytes& pmt_descriptors = {}) {
+  const Bytes guide = psip::eit(3, {{1, kStart, 3600, "Mild", content_advisory(1, {{0, 3}})},
+                                    {2, kStart + 3600, 3600, "Wild", content_advisory(1, {{0, 4}})},
+                                    {3, kStart + 7200, 3600, "Unknown"}});
+  return packets(0x1FFB, {vct(0xC8, {{"ONE", 5, 1, 3}, {"TWO", 5, 2, 4}}),
+                          psip::stt(kStart, kOffset), psip::mgt({{0x100, 0x1D00}})}) +
+         packets(0x1D00, {guide}) + packets(0, {pat({{3, 0x30}, {4, 0x31}})}) +
+         packets(0x30, {pmt(3, {{2, 49, {}}, {0x81, 52, {}}}, pmt_descriptors)}) +
+         packets(0x31, {pmt(4, {{2, 65, {}}})});
+}
+
+void set_time(uint32_t gps_seconds) { ATSC_host_set_clock(gps_seconds - kOffset + 315964800); }
+
+class ReceiverViewingTest : public testing::Test {
+ protected:
+  ReceiverViewingTest() { AIPC_set_default_settings(); }
+  ~ReceiverViewingTest() override {
+    AIFW_register_frmwrk_app_cb(nullptr);
+    AIFW_stop_curr_src();
+    AIPC_set_default_settings();
+    AICN_set_play_from_ap(0);
+    ATSC_host_set_fast(0);
+  }
+  static void enable() {
+    const AIPC_parental_details details{0, 1, 0, 0, 1, 0};
+    EXPECT_EQ(0, AIPC_set_parental_details(&details));
+  }
+  static void limit(int32_t us_tv) {
+    AIPC_dime_t limits{};
+    limits.region = 1;
+    limits.us_tv = us_tv;
+    EXPECT_EQ(0, AIPC_store_rating(limits));
+  }
+};
+
+std::mutex held;
+void hold(AFW_event_t, void*) { const std::lock_guard<std::mutex> lock(held); }
+
+TEST(ReceiverEventsTest, AGuideThatWaitsToBeTakenAnewIsNotToldTwice) {
+  atschost::EventQueue events;
+  events.set_callback(hold);
+  const std::lock_guard<std::mutex> lock(held);
+  events.raise(AFW_PARENTAL_UPDATE);
+  while (events.waiting() != 0) std::this_thread::yield();
+  for (const auto& ids : std::vector<std::vector<uint16_t>>{{1, 2}, {1, 2}, {1}, {1, 2}, {}}) {
+    events.raise(AFW_PARENTAL_UPDATE);
+    events.refresh_guide(ids);
+  }
+  EXPECT_EQ(5u + 2u, events.waiting());
+  events.set_callback(nullptr);
+}
+
+TEST_F(ReceiverViewingTest, WhatPlaysIsBlockedAndFreedAsProgrammesAndSettingsChange) {
+  constexpr Events::value_type kUpdate = AFW_PARENTAL_UPDATE, kBlocked = AFW_PARENTAL_BLOCKED,
+                               kFree = AFW_PARENTAL_UNBLOCKED, kLocked = AFW_CHANNEL_LOCKED,
+                               kOpened = AFW_CHANNEL_UNLOCKED, kPlays = AFW_CHANNEL_PLAY_SUCCESS;
+  const Air air;
+  AISRV_reset_db(kAir);
+  air.write(kAir, kChannel20, rated_stream());
+  ATSC_host_set_fast(1);
+  scan(kAir, kChannel20);
+  const Receiver& receiver = Receiver::instance();
+  const std::vector<Row> list = rows(kAir);
+  ASSERT_EQ(2u, list.size());
+  const AISRV_service_info& one = list[0].info;
+  const auto verdict = [&] { return AIEC_check_rating(&one); };
+  const auto status = [&] {
+    uint32_t value = 9;
+    EXPECT_EQ(0, AISRV_get_rating_status(&one, &value));
+    return value;
+  };
+  const auto regions = [&] {
+    uint8_t numbers[2] = {}, count = 2;
+    EXPECT_EQ(0, AISRV_get_CAD_list(&one, &count, numbers));
+    return std::vector<int>(numbers, numbers + count);
+  };
+  const auto blocked_events = [&] {
+    AIEC_event_info events[3] = {};
+    uint16_t count = 0;
+    EXPECT_EQ(0, AIEC_get_first_n_events(&one, events, 3, &count));
+    std::string text;
+    for (uint16_t i = 0; i < count; ++i) text += events[i].parental_status ? 'x' : '-';
+    return text;
+  };
+  set_time(kStart);
+  AIFW_register_frmwrk_app_cb(tell);
+  told.take(0);
+  ASSERT_EQ(0, AIFW_play_first_service(kAir, kChannel20));
+  EXPECT_EQ(Events{kPlays}, told.take(1));
+  enable();
+  limit(4);
+  EXPECT_EQ((Events{kUpdate, kUpdate}), told.take(2));
+  EXPECT_EQ(0, verdict());
+  EXPECT_EQ("-x-", blocked_events());
+  EXPECT_EQ(1, receiver.audio_track());
+
+  set_time(kStart + 3600 - 1);
+  EXPECT_EQ(Events{kBlocked}, told.take(1));
+  EXPECT_EQ(AIPC_BLOCKED, verdict());
+  EXPECT_EQ(0u, status());
+  EXPECT_EQ(0, receiver.audio_track());
+  EXPECT_TRUE(receiver.is_playing());
+  limit(4);  // nothing changes
+  limit(5);
+  EXPECT_EQ((Events{kUpdate, kFree}), told.take(2));
+  EXPECT_EQ("---", blocked_events());
+  limit(4);
+  EXPECT_EQ((Events{kUpdate, kBlocked}), told.take(2));
+
+  // The password for what plays.
+  EXPECT_EQ(0, AIFW_pwd_unlocked_no_checking_status(1));
+  EXPECT_EQ(Events{kFree}, told.take(1));
+  EXPECT_EQ(0, verdict());
+  EXPECT_EQ(1, receiver.audio_track());
+  EXPECT_EQ(0, AIFW_pwd_unlocked_no_checking_status(0));
+  EXPECT_EQ(Events{kBlocked}, told.take(1));
+  const AIFW_channel_change_request two{
+      AIFW_CHANGE_DIRECT, kAir, AISRV_SERVICE_MASK, 5, 2, 0, 0xFFFF, kAir};
+  EXPECT_EQ(0, AIFW_channel_change(&two));
+  EXPECT_EQ((Events{kFree, kPlays}), told.take(2));
+  EXPECT_EQ(AIPC_BLOCKED, verdict()) << "of the other channel";
+  EXPECT_EQ(0, AIFW_play_first_service(kAir, kChannel20));
+  EXPECT_EQ((Events{kBlocked, kPlays}), told.take(2));
+
+  // Without a rating; a group of its own.
+  set_time(kStart + 7200);
+  EXPECT_EQ(Events{kFree}, told.take(1));
+  EXPECT_EQ(AIPC_UNRATED, verdict());
+  EXPECT_EQ(0u, status());
+  EXPECT_EQ(0, AIPC_set_rating_status_unrated_groups(1, AIPC_UNRATED_NO_RATING));
+  EXPECT_EQ((Events{kUpdate, kBlocked}), told.take(2));
+  EXPECT_EQ(AIPC_UNRATED, verdict());
+  EXPECT_EQ(1u, status());
+  EXPECT_EQ("-xx", blocked_events());
+  EXPECT_EQ(0, AIPC_set_rating_status_unrated_groups(0, AIPC_UNRATED_NO_RATING));
+  EXPECT_EQ((Events{kUpdate, kFree}), told.take(2));
+
+  // The streams rate it.
+  EXPECT_EQ(std::vector<int>{}, regions());
+  air.write(kAir, kChannel20, rated_stream(content_advisory(1, {{0, 5}, {4, 1}})));
+  EXPECT_EQ(Events{kBlocked}, told.take(1));
+  EXPECT_EQ(AIPC_BLOCKED_BY_STATUS, verdict());
+  EXPECT_EQ(std::vector<int>{1}, regions());
+  EXPECT_EQ(1u, status());
+  // Before its streams have been read it does not count as one without a rating.
+  EXPECT_EQ(0, AIFW_stop_curr_src());
+  EXPECT_EQ(std::vector<int>{}, regions());
+  EXPECT_EQ(0, AIPC_set_rating_status_unrated_groups(1, AIPC_UNRATED_NO_RATING));
+  air.write(kAir, kChannel20, rated_stream(content_advisory(1, {{0, 3}})));
+  EXPECT_EQ(Events{kUpdate}, told.take(1));
+  EXPECT_EQ(0, AIFW_play_curr_src());
+  while (verdict() != AIPC_BLOCKED_BY_STATUS) std::this_thread::yield();
+  EXPECT_EQ((Events{kPlays, kFree}), told.take(2));
+
+  // A lock: set from elsewhere it closes what plays, taken away it opens it.
+  AISRV_service_info locked = one;
+  const auto lock = [&](bool on) {
+    locked.AISRV_flags_ = AISRV_FLAG_VISIBLE | (on ? AISRV_FLAG_LOCKED : 0);
+    EXPECT_EQ(0, AIFW_modify_service(AIFW_SERVICE_MODIFY, &locked));
+  };
+  AICN_set_play_from_ap(0);
+  lock(true);
+  EXPECT_EQ(0, receiver.audio_track());
+  lock(false);
+  AICN_set_play_from_ap(1);
+  lock(true);
+  EXPECT_EQ(1, receiver.audio_track());
+  EXPECT_EQ((Events{kLocked, kOpened}), told.take(2));
+  EXPECT_EQ(0, AIFW_play_curr_src());
+  EXPECT_EQ((Events{kLocked, kPlays}), told.take(2));
+  EXPECT_EQ(0, AIFW_pwd_unlocked_no_playing(1));
+  EXPECT_EQ(Events{kOpened}, told.take(1));
+  lock(false);
+  EXPECT_EQ(0, AIFW_stop_curr_src());
+  EXPECT_NE(0, AIFW_pwd_unlocked_no_checking_status(1));
+}
+
+TEST_F(ReceiverViewingTest, OneProgrammeOfACityIsBlockedFromItsStartToItsEnd) {
+  const fs::path captures = ATSC_CAPTURES_DIR;
+  if (captures.empty() || !fs::exists(captures / "boston"))
+    GTEST_SKIP() << "no field captures: see ATSC_CAPTURES_DIR";
+  constexpr uint32_t kStation = 503000000, kBegin = 1389295800;  // 2014-01-09 19:30 UTC
+  AISRV_reset_db(kAir);
+  ATSC_host_set_air((captures / "boston").c_str());
+  ATSC_host_set_dwell(0);
+  scan(kAir, kStation);
+  enable();
+  limit(4);
+  ATSC_host_set_clock(kBegin - 10);
+  AIFW_register_frmwrk_app_cb(tell);
+  told.take(0);
+  const AIFW_channel_change_request independent{
+      AIFW_CHANGE_DIRECT, kAir, AISRV_SERVICE_MASK, 2, 2, 0, 0xFFFF, kAir};
+  ASSERT_EQ(0, AIFW_channel_change(&independent));
+  EXPECT_EQ(Events{AFW_CHANNEL_PLAY_SUCCESS}, told.take(1));
+  ATSC_host_set_clock(kBegin - 1);
+  EXPECT_EQ(Events{AFW_PARENTAL_BLOCKED}, told.take(1));
+  ATSC_host_set_clock(kBegin + 5400);
+  EXPECT_EQ(Events{AFW_PARENTAL_UNBLOCKED}, told.take(1));
+}
+
+}  // namespace
+}  // namespace receiver_test
