@@ -1,6 +1,5 @@
 // atsc-tv audio: the tracks of the channel, and which one is heard.
 #include <algorithm>
-#include <cctype>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -21,12 +20,6 @@ struct AudioOptions {
   std::string dual;       // as in the command; empty: as it is
   std::string preferred;  // one or two codes, joined by a comma; empty: as they are
 };
-
-std::string lowerCase(std::string text) {
-  std::transform(text.begin(), text.end(), text.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return text;
-}
 
 std::string languagesFault(const std::string& text) {
   const std::vector<std::string> codes = split(text, ',');

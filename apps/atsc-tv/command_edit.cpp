@@ -23,7 +23,8 @@ struct Mark {
 };
 constexpr Mark kMarks[] = {
     {kSkipped, "skip", "unskip", "Pass it over with up and down", "No longer pass it over"},
-    {kLocked, "lock", "unlock", "Mark it as locked (it plays all the same)", "No longer lock it"},
+    {kLocked, "lock", "unlock", "Lock it: it stays closed until atsc-tv play --unlocked",
+     "No longer lock it"},
     {kDeleted, "delete", "undelete", "Take it out of the viewer's list", "Bring it back"},
 };
 

@@ -12,6 +12,7 @@
 #include "guide_view.h"
 #include "receiver.h"
 #include "receiver_clock.h"
+#include "viewing.h"
 
 namespace tv {
 namespace {
@@ -35,6 +36,9 @@ void printProgrammes(const CommonOptions& common, const Channel& channel,
     programmes.erase(programmes.begin());
   } else {
     std::cout << kNoInformation << '\n';
+  }
+  if (const Viewing viewing = askViewing(common.client()); viewing != Viewing::kAllowed) {
+    std::cout << "         " << viewingWords(common, channel, viewing).state << '\n';
   }
   if (!programmes.empty()) {
     std::cout << "Next     " << programmeLine(programmes.front(), clock) << '\n';

@@ -12,6 +12,7 @@
 #include "commands.h"
 #include "failure.h"
 #include "receiver.h"
+#include "viewing.h"
 
 namespace tv {
 namespace {
@@ -35,14 +36,23 @@ constexpr const char* kStop = "stop";
 bool isWord(const std::string& text) { return text == kUp || text == kDown || text == kStop; }
 
 struct PlayOptions {
-  std::string what;    // a number or one of the words above; empty: what played last
-  std::string source;  // empty: the current one
+  std::string what;       // a number or one of the words above; empty: what played last
+  std::string source;     // empty: the current one
+  bool unlocked = false;  // the password was given
 };
 
-void print(const std::string& database, const Channel& channel, const char* remark = "") {
+void print(const CommonOptions& common, const PlayOptions& options, const Channel& channel,
+           const char* remark = "") {
+  const std::string database = common.channelDatabase();
   const std::optional<Channel> row = listed(database, channel);
   std::cout << channel.number() << ' ' << channel.name << remark << (row ? streamRemark(*row) : "")
             << '\n';
+  if ((channel.flags & kLocked) != 0 && !options.unlocked) {
+    std::cout << "  locked; atsc-tv play " << channel.number() << " --unlocked opens it\n";
+  }
+  if (const Viewing viewing = askFirstViewing(common, channel); viewing != Viewing::kAllowed) {
+    std::cout << "  " << viewingWords(common, channel, viewing).sentence() << '\n';
+  }
   // It plays all the same.
   if (!row) std::cerr << "atsc-tv: " << notListed(database, channel).what() << '\n';
 }
@@ -73,13 +83,32 @@ std::optional<Channel> change(const Client& client, const Json::Value& request,
   return currentChannel(client);
 }
 
-Json::Value changeRequest(const Source& source) {
+Json::Value changeRequest(const Source& source, const PlayOptions& options) {
   Json::Value request = command("FW", "CHANNELCHANGE");
   request["input"] = source.name;
+  if (options.unlocked) request["password_reqd"] = false;
   return request;
 }
 
-int tune(const Client& client, const std::string& database, const PlayOptions& options) {
+// Changes to a channel by its number.
+Json::Value changeRequest(const Channel& channel, const PlayOptions& options) {
+  Json::Value request = changeRequest(*channel.source, options);
+  request["major"] = Json::Int64{channel.major};
+  request["minor"] = Json::Int64{channel.minor};
+  request["service_record"] = Json::Int64{channel.service_record};
+  return request;
+}
+
+// Opens the current channel, which plays. Playing it once more does not tell of a password.
+void open(const Client& client, const Channel& channel, const PlayOptions& options) {
+  if (!options.unlocked) return;
+  if (client.send(changeRequest(channel, options)).result != 0) {
+    throw Failure(kFailure, "the service refuses to open " + channel.number());
+  }
+}
+
+int tune(const Client& client, const CommonOptions& common, const PlayOptions& options) {
+  const std::string database = common.channelDatabase();
   const std::vector<Channel> found = findChannels(client, database, options.what, options.source);
   const auto is_deleted = [](const Channel& channel) { return (channel.flags & kDeleted) != 0; };
   const auto first = std::find_if_not(found.begin(), found.end(), is_deleted);
@@ -102,7 +131,8 @@ int tune(const Client& client, const std::string& database, const PlayOptions& o
     const bool plays = client.send(command("FW", "PLAY")).result == 0;
     current = currentChannel(client);
     if (plays && current && is_wanted(*current)) {
-      print(database, *current);
+      open(client, *current, options);
+      print(common, options, *current);
       return kSuccess;
     }
     const auto other = std::find_if(found.begin(), found.end(), [&](const Channel& channel) {
@@ -111,23 +141,21 @@ int tune(const Client& client, const std::string& database, const PlayOptions& o
     if (other == found.end()) throw Failure(kFailure, does_not_play);
     target = &*other;
   }
-  Json::Value request = changeRequest(*target->source);
-  request["major"] = Json::Int64{target->major};
-  request["minor"] = Json::Int64{target->minor};
-  request["service_record"] = Json::Int64{target->service_record};
   const auto is_reached = [&](const Channel& channel) {
     return is_wanted(channel) && !(current && channel.isSameAs(*current));
   };
-  const std::optional<Channel> reached = change(client, request, is_reached);
+  const std::optional<Channel> reached =
+      change(client, changeRequest(*target, options), is_reached);
   if (!reached || !is_reached(*reached)) {
     throw Failure(kFailure,
                   does_not_play + (reached && is_wanted(*reached) ? "" : "; " + stillOn(reached)));
   }
-  print(database, *reached);
+  print(common, options, *reached);
   return kSuccess;
 }
 
-int zap(const Client& client, const std::string& database, bool up) {
+int zap(const Client& client, const CommonOptions& common, const PlayOptions& options) {
+  const std::string database = common.channelDatabase();
   startReceiver(client);
   const std::optional<Channel> before = listedCurrentChannel(client, database);
   if (!hasChannels(database)) throw noChannels(database);
@@ -148,11 +176,12 @@ int zap(const Client& client, const std::string& database, bool up) {
       throw Failure(kFailure, "there is no other channel than " + before->number() +
                                   ", and its signal is gone" + kOrStandby);
     }
-    print(database, *before, " (there is no other channel)");
+    open(client, *before, options);
+    print(common, options, *before, " (there is no other channel)");
     return kSuccess;
   }
-  Json::Value request = changeRequest(source);
-  request["mode"] = up ? "UP" : "DOWN";
+  Json::Value request = changeRequest(source, options);
+  request["mode"] = options.what == kUp ? "UP" : "DOWN";
   // Which one comes next depends on what is received: channels without a carrier are passed over.
   const auto is_other = [&](const Channel& channel) {
     return !before || !channel.isSameAs(*before);
@@ -162,7 +191,7 @@ int zap(const Client& client, const std::string& database, bool up) {
     throw Failure(kFailure, std::string("no other channel plays: none has a signal") + kOrStandby +
                                 "; " + stillOn(reached));
   }
-  print(database, *reached);
+  print(common, options, *reached);
   return kSuccess;
 }
 
@@ -176,7 +205,8 @@ int stop(const Client& client) {
 }
 
 // Plays what played last on a source.
-int resume(const Client& client, const std::string& database, const std::string& source) {
+int resume(const Client& client, const CommonOptions& common, const PlayOptions& options) {
+  const std::string& source = options.source;
   startReceiver(client);
   Json::Value request = command("FW", source.empty() ? "PLAY" : "PLAYSRC");
   if (!source.empty()) request["src"] = source;
@@ -186,7 +216,7 @@ int resume(const Client& client, const std::string& database, const std::string&
   }
   const std::optional<Channel> reached = currentChannel(client);
   if (!reached) throw Failure(kFailure, "there is no current channel");
-  print(database, *reached);
+  print(common, options, *reached);
   return kSuccess;
 }
 
@@ -195,18 +225,35 @@ int play(const CommonOptions& common, const PlayOptions& options) {
   if (is_word && !options.source.empty()) {
     throw Failure(kUsage, "--src goes with a channel number or alone");
   }
+  if (options.unlocked && (options.what.empty() || options.what == kStop)) {
+    throw Failure(kUsage, "--unlocked goes with a channel number, up or down");
+  }
   const Client client = common.client();
   client.requireService();
   if (options.what == kStop) return stop(client);
-  const std::string database = common.channelDatabase();
-  if (options.what.empty()) return resume(client, database, options.source);
-  return is_word ? zap(client, database, options.what == kUp) : tune(client, database, options);
+  if (options.what.empty()) return resume(client, common, options);
+  return is_word ? zap(client, common, options) : tune(client, common, options);
 }
 
-void addWord(CLI::App& app, Action& action, const char* word, const std::string& help) {
-  app.add_subcommand(word, help)->callback([&action, word] {
-    action = [word](const CommonOptions& common) { return play(common, {word, ""}); };
+void addUnlockedFlag(CLI::App& command, bool& unlocked) {
+  command.add_flag("--unlocked", unlocked,
+                   "The password was given: a locked channel opens. The password itself is never "
+                   "sent; to ask for it is for the TV application");
+}
+
+CLI::App* addWord(CLI::App& app, Action& action, const char* word, const std::string& help,
+                  const std::shared_ptr<PlayOptions>& options) {
+  options->what = word;
+  CLI::App* command = app.add_subcommand(word, help);
+  command->callback([&action, options] {
+    action = [options](const CommonOptions& common) { return play(common, *options); };
   });
+  return command;
+}
+
+void addZap(CLI::App& app, Action& action, const char* word, const std::string& help) {
+  auto options = std::make_shared<PlayOptions>();
+  addUnlockedFlag(*addWord(app, action, word, help, options), options->unlocked);
 }
 
 }  // namespace
@@ -220,21 +267,22 @@ void addPlay(CLI::App& app, Action& action) {
   addSourceOption(*command, options->source,
                   "Terrestrial or cable (default for a number: the current source, else the other "
                   "one if that has it)");
+  addUnlockedFlag(*command, options->unlocked);
   command->callback([&action, options] {
     action = [options](const CommonOptions& common) { return play(common, *options); };
   });
 }
 
 void addUp(CLI::App& app, Action& action) {
-  addWord(app, action, kUp, "The next channel of the current source, as play up");
+  addZap(app, action, kUp, "The next channel of the current source, as play up");
 }
 
 void addDown(CLI::App& app, Action& action) {
-  addWord(app, action, kDown, "The previous channel of the current source, as play down");
+  addZap(app, action, kDown, "The previous channel of the current source, as play down");
 }
 
 void addStop(CLI::App& app, Action& action) {
-  addWord(app, action, kStop, "Stop playing, as play stop");
+  addWord(app, action, kStop, "Stop playing, as play stop", std::make_shared<PlayOptions>());
 }
 
 }  // namespace tv

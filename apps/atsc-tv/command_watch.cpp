@@ -16,6 +16,7 @@
 #include "json.h"
 #include "receiver.h"
 #include "text.h"
+#include "viewing.h"
 
 namespace tv {
 namespace {
@@ -36,10 +37,30 @@ std::string timeOfDay() {
   return text;
 }
 
+// What is blocked, and why; nothing when nobody can tell any more.
+std::optional<std::string> blockWords(const CommonOptions& common) {
+  try {
+    const Client quiet(false);
+    const std::optional<Channel> channel = currentChannel(quiet);
+    if (!channel) return std::nullopt;
+    const Viewing viewing = askViewing(quiet);
+    return channel->number() + ' ' + channel->name + ": " +
+           (viewing == Viewing::kBlocked ? "" : "was blocked, now ") +
+           viewingWords(common, *channel, viewing).sentence();
+  } catch (const Failure&) {
+    // The service has ended, or the database is being written.
+    return std::nullopt;
+  }
+}
+
 // "SCAN: " with what the callback means; where nobody knows, with its members: "msg=START ...".
-std::string readable(CallbackWords& words, const Json::Value& message) {
+std::string readable(const CommonOptions& common, CallbackWords& words,
+                     const Json::Value& message) {
   if (!message.isObject() || !message["cbtype"].isString()) return readableJson(message);
   std::string text = message["cbtype"].asString() + ":";
+  if (message["cbtype"] == "PARENTAL_BLOCKED") {
+    if (const std::optional<std::string> reason = blockWords(common)) return text + ' ' + *reason;
+  }
   if (const std::optional<std::string> meaning = words.explain(message)) {
     return text + ' ' + *meaning;
   }
@@ -94,7 +115,8 @@ int watch(const CommonOptions& common, bool json) {
         if (json) {
           std::cout << compactJson(message) << std::endl;
         } else {
-          std::cout << timeOfDay() << ' ' << printable(readable(*words, message)) << std::endl;
+          std::cout << timeOfDay() << ' ' << printable(readable(common, *words, message))
+                    << std::endl;
         }
       }
     }

@@ -31,14 +31,17 @@ AddCommand addAdd;
 AddCommand addAudio;
 AddCommand addChannels;
 AddCommand addDown;
+AddCommand addEas;
 AddCommand addEdit;
 AddCommand addGuide;
 AddCommand addNow;
+AddCommand addParental;
 AddCommand addPlay;
 AddCommand addScan;
 AddCommand addSend;
 AddCommand addStop;
 AddCommand addTime;
+AddCommand addUnlock;
 AddCommand addUp;
 AddCommand addWatch;
 

@@ -36,6 +36,10 @@ std::string selection(const std::string& table, Span span) {
 
 }  // namespace
 
+bool Programme::isRated() const {
+  return !rating.empty() && rating != "No rating" && rating != "Not rated";
+}
+
 Guide readGuide(const std::string& channel_database, const std::string& event_database,
                 const Source& source, Span span, const std::string& number) {
   Guide guide;

@@ -20,6 +20,8 @@ struct Programme {
   bool captioned;
   std::string description;
   Json::Value row;  // as in the event table
+
+  bool isRated() const;
 };
 
 struct GuideChannel {

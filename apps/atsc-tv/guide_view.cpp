@@ -22,11 +22,6 @@ bool isOn(const Programme& programme, int64_t now) {
   return programme.start <= now && now < programme.end;
 }
 
-bool isRated(const Programme& programme) {
-  return !programme.rating.empty() && programme.rating != "No rating" &&
-         programme.rating != "Not rated";
-}
-
 std::string emphasized(const std::string& text, bool bold) {
   return bold ? "\033[1m" + text + "\033[m" : text;
 }
@@ -147,7 +142,7 @@ std::string titleOf(const Programme& programme) {
 }
 
 std::string ratingAndCaptions(const Programme& programme) {
-  return (isRated(programme) ? "  " + programme.rating : "") +
+  return (programme.isRated() ? "  " + programme.rating : "") +
          (programme.captioned ? "  [CC]" : "");
 }
 

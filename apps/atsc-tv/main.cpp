@@ -15,9 +15,9 @@
 namespace tv {
 namespace {
 
-constexpr AddCommand* kCommands[] = {addScan,  addChannels, addGuide, addPlay, addUp,
-                                     addDown,  addStop,     addNow,   addEdit, addAdd,
-                                     addAudio, addTime,     addWatch, addSend};
+constexpr AddCommand* kCommands[] = {
+    addScan, addChannels, addGuide, addPlay,     addUp,     addDown, addStop,  addNow, addEdit,
+    addAdd,  addAudio,    addTime,  addParental, addUnlock, addEas,  addWatch, addSend};
 
 constexpr const char* kFooter =
     "The options of atsc-tv itself (atsc-tv --help) may also follow a subcommand.\n"
@@ -53,8 +53,12 @@ std::string faultOf(const CLI::App& app, const CLI::ParseError& error) {
 
 // Where the help for the command line is.
 std::string helpOf(const CLI::App& app) {
-  const std::vector<CLI::App*> chosen = app.get_subcommands();
-  return "; see atsc-tv " + (chosen.empty() ? "" : chosen.front()->get_name() + ' ') + "--help";
+  std::string words;
+  for (auto chosen = app.get_subcommands(); !chosen.empty();
+       chosen = chosen.front()->get_subcommands()) {
+    words += chosen.front()->get_name() + ' ';
+  }
+  return "; see atsc-tv " + words + "--help";
 }
 
 int run(int argc, char** argv) {

@@ -148,6 +148,13 @@ std::vector<std::string> split(const std::string& text, char separator) {
   return parts;
 }
 
+std::string lowerCase(std::string text) {
+  for (char& c : text) {
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  }
+  return text;
+}
+
 std::vector<std::string> wrapped(std::string_view text, size_t width) {
   const std::u32string points = decode(text);
   std::vector<std::string> lines;

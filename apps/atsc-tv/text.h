@@ -32,6 +32,9 @@ std::string fitted(std::string_view text, size_t width);
 // The parts of a text between separators; one at the end is none.
 std::vector<std::string> split(const std::string& text, char separator);
 
+// ASCII letters become small ones.
+std::string lowerCase(std::string text);
+
 // A printable line as lines of at most `width` columns, broken at blanks where there are any.
 std::vector<std::string> wrapped(std::string_view text, size_t width);
 

@@ -79,14 +79,21 @@ bool Program::ended() {
   return status_ != kRunning;
 }
 
-bool Program::says(const std::string& text) {
+bool Program::says(const std::string& text, size_t times) {
   bool said = false;
   eventually([&] {
     const bool last_look = ended();
-    said = (out() + err()).find(text) != std::string::npos;
+    said = count(text) >= times;
     return said || last_look;
   });
   return said;
+}
+
+size_t Program::count(const std::string& text) const {
+  const std::string all = out() + err();
+  size_t count = 0;
+  for (size_t at = 0; (at = all.find(text, at)) != std::string::npos; at += text.size()) ++count;
+  return count;
 }
 
 int Program::wait() {

@@ -33,8 +33,12 @@ class Program {
 
   void signal(int number) const;
 
-  // True once `text` is in an output; false when the program ends without it or it does not come.
-  bool says(const std::string& text);
+  // True once `text` is in the outputs `times` times; false when the program ends without it or it
+  // does not come.
+  bool says(const std::string& text, size_t times = 1);
+
+  // How often `text` is in the outputs now.
+  size_t count(const std::string& text) const;
 
   // The exit status, or minus the signal that ended it; -1000 when it does not end in time.
   int wait();

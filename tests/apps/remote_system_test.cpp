@@ -18,8 +18,6 @@ namespace {
 using testing::AllOf;
 using testing::HasSubstr;
 
-using Words = std::vector<std::string>;
-
 // In the first minutes of "The Long Lock" on 5-1, a programme with wide captions; in summer.
 constexpr const char* kStart = "2026-04-22T19:05:00Z";
 constexpr int64_t kStartSeconds = 1776884700;
@@ -58,30 +56,6 @@ class RemoteSystemTest : public SystemTest {
     ASSERT_EQ(0, made.status) << made.err;
     startService();
     for (const std::string& source : sources) scan(source);
-  }
-
-  void scan(const std::string& source) {
-    const Outcome outcome = tv({"scan", "--src", source});
-    ASSERT_EQ(0, outcome.status) << outcome.err;
-  }
-
-  // What atsc-tv prints.
-  std::string out(const Words& words) {
-    const Outcome outcome = tv(words);
-    EXPECT_EQ(0, outcome.status) << words[0] << ": " << outcome.err;
-    return outcome.out;
-  }
-
-  // The reply to a command; "result" is added.
-  Json::Value ask(const std::string& command) {
-    const Outcome outcome = send(command);
-    Json::Value reply(Json::objectValue);
-    const size_t result = outcome.out.rfind("result ");
-    EXPECT_NE(std::string::npos, result) << command << outcome.err;
-    if (result == std::string::npos) return reply;
-    if (result > 0) std::istringstream(outcome.out.substr(0, result)) >> reply;
-    reply["result"] = std::stoi(outcome.out.substr(result + 7));
-    return reply;
   }
 
   std::string currentNumber() {
@@ -226,14 +200,7 @@ TEST_F(RemoteSystemTest, ChangesAreQueuedAndDelayNothing) {
   // Beside a TV application, which hears of each change.
   EXPECT_EQ("22-2 KidTree\n", out({"up"}));
   EXPECT_EQ("Stopped\n", out({"stop"}));
-  EXPECT_TRUE(eventually([&] {
-    size_t count = 0;
-    const std::string heard = watch->out();
-    for (size_t at = 0; (at = heard.find("CHANNEL_PLAY_SUCCESS", at)) != std::string::npos; ++at) {
-      ++count;
-    }
-    return count >= 4;
-  }));
+  EXPECT_TRUE(watch->says("CHANNEL_PLAY_SUCCESS", 4));
 }
 
 TEST_F(RemoteSystemTest, FailuresAreTold) {
@@ -250,7 +217,10 @@ TEST_F(RemoteSystemTest, FailuresAreTold) {
                              {"edit", "5-1", "--skip"},
                              {"add", "5-9", "--freq", "8", "--name", "x"},
                              {"audio"},
-                             {"time"}}) {
+                             {"time"},
+                             {"parental"},
+                             {"unlock"},
+                             {"eas"}}) {
     fails(3, words, "start atsc-service");
   }
   for (const Words& words : {Words{"play", "5-"},
@@ -260,7 +230,10 @@ TEST_F(RemoteSystemTest, FailuresAreTold) {
                              {"edit", "5-1", "--fav", "29"},
                              {"add", "5-9", "--freq", "70", "--name", "x"},
                              {"audio", "--prefer", "deu"},
-                             {"time", "--zone", "PDT"}}) {
+                             {"time", "--zone", "PDT"},
+                             {"play", "--unlocked"},
+                             {"parental", "limit"},
+                             {"eas", "alerts", "none"}}) {
     EXPECT_EQ(2, tv(words).status) << words[0] << ' ' << words.back();
   }
   fails(2, {"edit", "5-1", "--fav"}, "--fav needs a value; see atsc-tv edit --help");
@@ -280,17 +253,12 @@ TEST_F(RemoteSystemTest, FailuresAreTold) {
   out({"play", "5-3"});
   fs::remove(air_ / "vsb" / "479000000.ts");
   EXPECT_EQ("22-2 KidTree\n", out({"up"}));
-  const auto questions = [&] {
-    size_t count = 0;
-    const std::string log = service_->err() + service_->out();
-    for (size_t at = 0; (at = log.find("GETCUR", at)) != std::string::npos; ++at) ++count;
-    return count;
-  };
-  const size_t asked = questions();
+  const size_t asked = service_->count("GETCUR");
   fails(1, {"play", "9-1"},
         "9-1 does not play: the service's log says why, or the receiver is in standby; still on "
         "22-2");
-  EXPECT_THAT(questions() - asked, AllOf(testing::Gt(5), testing::Lt(50))) << "none, or a flood";
+  EXPECT_THAT(service_->count("GETCUR") - asked, AllOf(testing::Gt(5), testing::Lt(50)))
+      << "none, or a flood";
   EXPECT_EQ("22-2", currentNumber());
   fs::remove(air_ / "vsb" / "521000000.ts");
   fails(1, {"play", "22-2"}, "22-2 does not play");
@@ -302,6 +270,13 @@ TEST_F(RemoteSystemTest, FailuresAreTold) {
   fails(1, {"edit", "5-1", "--skip"}, "5-1 could not be changed (skip)");
   fails(1, {"add", "5-9", "--freq", "8", "--name", "x"}, "cannot add 5-9");
   fails(1, {"audio", "--prefer", "spa"}, "could not be stored");
+  // These are in force all the same.
+  for (const Words& words : {Words{"eas", "alerts", "high"}, {"parental", "off"}}) {
+    const Outcome outcome = tv(words);
+    EXPECT_EQ(1, outcome.status) << outcome.out;
+    EXPECT_THAT(outcome.err, HasSubstr("could not be stored: it ends with the service"))
+        << words[0];
+  }
   EXPECT_EQ(before, contentOfTable(database_, "channel_data_t"));
 }
 

@@ -3,11 +3,13 @@
 #define ATSC_TESTS_APPS_SYSTEM_FIXTURE_H_
 
 #include <gtest/gtest.h>
+#include <json/json.h>
 #include <stdlib.h>
 
 #include <filesystem>
 #include <map>
 #include <memory>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -30,6 +32,8 @@ inline constexpr const char* kCaptures = "";
 // On a frequency for long enough that a scan can be met in the middle.
 inline constexpr const char* kSlow = "300";
 inline constexpr const char* kFast = "0";
+
+using Words = std::vector<std::string>;
 
 struct Outcome {
   int status;
@@ -87,6 +91,30 @@ class SystemTest : public testing::Test {
 
   Outcome tv(std::vector<std::string> arguments) { return finish(*startTV(std::move(arguments))); }
   Outcome send(const std::string& command) { return tv({"send", command}); }
+
+  void scan(const std::string& source) {
+    const Outcome outcome = tv({"scan", "--src", source});
+    ASSERT_EQ(0, outcome.status) << outcome.err;
+  }
+
+  // What atsc-tv prints.
+  std::string out(const Words& words) {
+    const Outcome outcome = tv(words);
+    EXPECT_EQ(0, outcome.status) << words[0] << ": " << outcome.err;
+    return outcome.out;
+  }
+
+  // The reply to a command; "result" is added.
+  Json::Value ask(const std::string& command) {
+    const Outcome outcome = send(command);
+    Json::Value reply(Json::objectValue);
+    const size_t result = outcome.out.rfind("result ");
+    EXPECT_NE(std::string::npos, result) << command << outcome.err;
+    if (result == std::string::npos) return reply;
+    if (result > 0) std::istringstream(outcome.out.substr(0, result)) >> reply;
+    reply["result"] = std::stoi(outcome.out.substr(result + 7));
+    return reply;
+  }
 
   // A scan that has found the services of the first channel, and has most of the band before it.
   std::unique_ptr<Program> startScan() {
