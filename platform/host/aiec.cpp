@@ -1,7 +1,6 @@
 #include "aiec.h"
 
 #include <algorithm>
-#include <cstring>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -10,6 +9,7 @@
 #include "receiver/psip_text.h"
 #include "receiver/receiver.h"
 
+using atschost::copy_text;
 using atschost::Receiver;
 using atschost::Service;
 using atschost::ShownEvent;
@@ -74,13 +74,6 @@ Events events_of(uint32_t input_source, uint32_t record) {
 // Null when there is no such event.
 const ShownEvent* event_of(const AIEC_event_key& key, const Events& events) {
   return events && key.event_index < events->size() ? &(*events)[key.event_index] : nullptr;
-}
-
-void copy_text(const std::string& text, multiple_lang_t& lent) {
-  const size_t size = lent.text ? atschost::whole_characters(text, lent.length) : 0;
-  if (size > 0) std::memcpy(lent.text, text.data(), size);
-  lent.length = static_cast<uint16_t>(size);
-  lent.encoding = AI_TEXT_UTF16BE;
 }
 
 void copy_event(const ShownEvent& shown, const AIEC_event_key& key, bool blocked,

@@ -1,10 +1,9 @@
 // The rating regions of AIPC.
-#include <cstring>
-
 #include "aipc.h"
 #include "receiver/psip_text.h"
 #include "receiver/receiver.h"
 
+using atschost::copy_text;
 using atschost::logged_status_of;
 using atschost::RatingRegion;
 using atschost::Receiver;
@@ -23,13 +22,6 @@ std::shared_ptr<const RatingRegion> region_of(uint32_t input, uint8_t number) {
 const RatingRegion::Dimension* dimension_of(const std::shared_ptr<const RatingRegion>& region,
                                             uint8_t number) {
   return region && number < region->dimensions.size() ? &region->dimensions[number] : nullptr;
-}
-
-void copy_text(const std::string& text, multiple_lang_t& lent) {
-  const size_t size = lent.text ? atschost::whole_characters(text, lent.length) : 0;
-  if (size > 0) std::memcpy(lent.text, text.data(), size);
-  lent.length = static_cast<uint16_t>(size);
-  lent.encoding = AI_TEXT_UTF16BE;
 }
 
 }  // namespace

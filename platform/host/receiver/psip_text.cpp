@@ -1,6 +1,7 @@
 #include "receiver/psip_text.h"
 
 #include <array>
+#include <cstring>
 #include <optional>
 #include <utility>
 
@@ -266,6 +267,13 @@ size_t whole_characters(const std::string& text, size_t max_bytes) {
   const auto* bytes = reinterpret_cast<const uint8_t*>(text.data());
   if (size >= 2 && is_high_surrogate(read16(bytes + size - 2))) size -= 2;
   return size;
+}
+
+void copy_text(const std::string& text, multiple_lang_t& lent) {
+  const size_t size = lent.text ? whole_characters(text, lent.length) : 0;
+  if (size > 0) std::memcpy(lent.text, text.data(), size);
+  lent.length = static_cast<uint16_t>(size);
+  lent.encoding = AI_TEXT_UTF16BE;
 }
 
 std::string to_utf16(std::string_view ascii) {

@@ -7,6 +7,8 @@
 #include <string>
 #include <string_view>
 
+#include "middleware_types.h"
+
 namespace atschost {
 
 // The text of a multiple_string_structure (A/65 6.10), cut to `max_bytes`: the English string, else
@@ -17,6 +19,9 @@ std::string read_text(const uint8_t* data, size_t size, size_t max_bytes);
 
 // How many of the first `max_bytes` bytes of a text are whole characters.
 size_t whole_characters(const std::string& text, size_t max_bytes);
+
+// Hands a text out in a buffer that a caller lends, cut to whole characters.
+void copy_text(const std::string& text, multiple_lang_t& lent);
 
 std::string to_utf16(std::string_view ascii);
 
