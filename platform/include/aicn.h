@@ -10,7 +10,8 @@
 extern "C" {
 #endif
 
-// Copies the current service; the record lends a name buffer. Fails when there is none.
+// Copies the current service; the record lends a name buffer. Fails when there is none. One that is
+// taken from the list while it plays stays the current one until it ends.
 int AICN_get_current(AISRV_service_info* record);
 
 // The current input source, AI_INPUT_*.

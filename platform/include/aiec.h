@@ -71,9 +71,10 @@ int AIEC_get_next_n_events(const AIEC_event_key* previous, AIEC_event_info* even
 int AIEC_get_multiple_event_rating_string(const AIEC_event_key* event, multiple_lang_t* text);
 
 // Checks what is on now on a service against the parental settings; one that was unlocked
-// (AIFW_pwd_unlocked_no_checking_status) is allowed. What the streams of the service say counts
-// before what the guide says. Returns AIPC_BLOCKED where the guide has a rating that is blocked,
-// another verdict of AIPC (aipc.h), 0 for allowed, -1 for a service that is not listed.
+// (AIFW_pwd_unlocked_no_checking_status) is allowed. A rating counts before none, and what the
+// streams of the service say before what the guide says. Returns AIPC_BLOCKED where the guide has a
+// rating that is blocked, another verdict of AIPC (aipc.h), 0 for allowed, -1 for a service that is
+// neither listed nor plays.
 int AIEC_check_rating(const AISRV_service_info* service);
 
 // The extended text of an event into a lent buffer of AIEC_DESCRIPTION_SIZE bytes; length 0 when it

@@ -171,8 +171,8 @@ int AIFW_change_audio(uint8_t track);
 // 1 unless set.
 int AIFW_passwd_reqd_non_play_src(int required);
 
-// 1: the password was given for the channel that is about to play, or has just begun to: it opens.
-// 0: it was not; the channel is as AIFW_passwd_reqd_non_play_src() made it.
+// 1: the password was given for the channel that plays, or, when nothing plays, for the next one:
+// it opens. 0: it was not; the channel is as AIFW_passwd_reqd_non_play_src() made it.
 int AIFW_pwd_unlocked_no_playing(int unlocked);
 
 // 1: the password was given for what plays: it is unlocked, a locked channel as well as a blocked

@@ -153,41 +153,24 @@ TEST(ParentalTest, LimitsAreChangedValueByValue) {
     int dimension, value, block;
     const char* after;  // null: refused
   } kCases[] = {
-      {1, "", 0, 4, 1, "tv=4"},
-      {1, "tv=3", 0, 4, 1, "tv=3"},
-      {1, "tv=3", 0, 4, 0, "tv=5"},
-      {1, "tv=3", 0, 5, 0, ""},
-      {1, "tv=4", 0, 2, 0, "tv=4"},
-      {1, "tv=1", 0, 2, 0, "tv=3"},
-      {1, "tv=99", 0, 3, 1, "tv=3"},
-      {1, "tv=-5", 0, 3, 0, ""},
-      {1, "tv=4", 0, 1, 0, nullptr},
-      {1, "tv=4", 0, 6, 1, nullptr},
-      {1, "tv=4", 2, 1, 1, "tv=4 l=1"},
-      {1, "l=1", 2, 1, 0, ""},
-      {1, "", 2, 2, 1, nullptr},
-      {1, "", 5, 1, 1, "child=1"},
-      {1, "child=1", 5, 1, 0, "child=2"},
-      {1, "child=1", 5, 2, 0, ""},
-      {1, "child=3", 5, 1, 1, "child=1"},
-      {1, "child=3", 5, 2, 0, "child=3"},
-      {1, "", 6, 1, 1, "child=3"},
-      {1, "child=2", 6, 1, 1, "child=2"},
-      {1, "child=3", 6, 1, 0, ""},
-      {1, "", 7, 1, 1, nullptr},
-      {1, "", 7, 8, 1, nullptr},
-      {1, "mpaa=6", 7, 7, 0, ""},
-      {1, "", 8, 1, 1, nullptr},
-      {2, "eng=1", 0, 2, 0, "eng=3"},
-      {2, "", 1, 5, 1, "fra=5"},
-      {2, "", 1, 0, 1, nullptr},
-      {9, "", 2, 2, 1, "2.2 2.3"},
-      {9, "1 2 3", 2, 2, 0, "2.3"},
-      {9, "", 1, 2, 1, "1.2"},
-      {9, "", 1, 0, 1, nullptr},
-      {9, "", 1, 4, 1, nullptr},
-      {9, "", 3, 1, 1, nullptr},
-      {8, "", 1, 1, 1, nullptr},
+      {1, "", 0, 4, 1, "tv=4"},           {1, "tv=3", 0, 4, 1, "tv=3"},
+      {1, "tv=3", 0, 4, 0, "tv=5"},       {1, "tv=3", 0, 5, 0, ""},
+      {1, "tv=4", 0, 2, 0, "tv=4"},       {1, "tv=1", 0, 2, 0, "tv=3"},
+      {1, "tv=99", 0, 3, 1, "tv=3"},      {1, "tv=-5", 0, 3, 0, ""},
+      {1, "tv=4", 0, 1, 0, nullptr},      {1, "tv=4", 0, 6, 1, nullptr},
+      {1, "tv=4", 2, 1, 1, "tv=4 l=1"},   {1, "l=1", 2, 1, 0, ""},
+      {1, "", 2, 2, 1, nullptr},          {1, "", 5, 1, 1, "child=1"},
+      {1, "child=1", 5, 1, 0, "child=2"}, {1, "child=1", 5, 2, 0, ""},
+      {1, "child=3", 5, 1, 1, "child=1"}, {1, "child=3", 5, 2, 0, "child=3"},
+      {1, "", 6, 1, 1, "child=3"},        {1, "child=2", 6, 1, 1, "child=2"},
+      {1, "child=2", 6, 1, 0, nullptr},   {1, "child=3", 6, 1, 0, ""},
+      {1, "", 7, 1, 1, nullptr},          {1, "", 7, 8, 1, nullptr},
+      {1, "mpaa=6", 7, 7, 0, ""},         {1, "", 8, 1, 1, nullptr},
+      {2, "eng=1", 0, 2, 0, "eng=3"},     {2, "", 1, 5, 1, "fra=5"},
+      {2, "", 1, 0, 1, nullptr},          {9, "", 2, 2, 1, "2.2 2.3"},
+      {9, "1 2 3", 2, 2, 0, "2.3"},       {9, "", 1, 2, 1, "1.2"},
+      {9, "", 1, 0, 1, nullptr},          {9, "", 1, 4, 1, nullptr},
+      {9, "", 3, 1, 1, nullptr},          {8, "", 1, 1, 1, nullptr},
   };
   for (const auto& each : kCases) {
     AIPC_dime_t made = limits(each.region, each.before);
@@ -239,7 +222,8 @@ TEST(ParentalTest, WhatIsKeptAwayIsToldInOrder) {
       {"b1U", "PF"},    {"b1U+2", "PF"},                     // and those that follow
       {"b1Uu", "PFP"},  {"b1Usb2", "PFP"},  {"B1G", "LPO"},  // its opening frees nothing
       {"B1+0", "LPF"},                                       // nor opens a free programme
-      {"B1U", "LPOF"},
+      {"B1U", "LPOF"},  {"GFB", "L"},                        // which could not be played
+      {"b1+v", "P"},  // the same programme, rated in other words
   };
   for (const auto& each : kCases) {
     std::string told;
@@ -290,6 +274,12 @@ TEST(ParentalTest, WhatIsKeptAwayIsToldInOrder) {
         case '+':
           time += std::chrono::seconds(1);
           break;
+        case 'F':
+          gate.fail();
+          break;
+        case 'v':
+          gate.judge({{{1, {{0, 5}}}}, std::pair<uint16_t, uint32_t>(1, 1)}, "other", false, time);
+          break;
         case '-':
           gate.judge({{}, std::nullopt}, "blocked", false, time);
           break;
@@ -299,6 +289,28 @@ TEST(ParentalTest, WhatIsKeptAwayIsToldInOrder) {
     }
     EXPECT_EQ(each.told, told) << each.steps;
   }
+}
+
+TEST(ParentalTest, OnlyAChangeOfWhatIsBlockedMakesADifference) {
+  using Settings = ParentalSettings;
+  using Change = atschost::Parental::Change;
+  TemporaryFolder folder;
+  atschost::Parental parental(folder.path());
+  const auto change = [&](auto edit) {
+    return parental.change([&](Settings& settings) {
+      edit(settings);
+      return true;
+    });
+  };
+  const auto limit = [](Settings& s) { s.set_limits(limits(1, "tv=4")); };
+  EXPECT_EQ(Change::kMade, change(limit));
+  EXPECT_EQ(Change::kMade, change([](Settings& s) { s.unrated_groups[0] = 1; }));
+  EXPECT_EQ(Change::kMadeDifference, change([](Settings& s) { s.details.enabled = 1; }));
+  EXPECT_EQ(Change::kMade, change([](Settings& s) { s.details.region = 2; }));
+  EXPECT_EQ(Change::kNone, change(limit));
+  EXPECT_EQ(Change::kMadeDifference, change([](Settings& s) { s.limits.clear(); }));
+  EXPECT_EQ(Change::kMadeDifference, change([](Settings& s) { s.unrated_groups[0] = 0; }));
+  EXPECT_EQ(Change::kRefused, parental.change([](Settings&) { return false; }));
 }
 
 class ParentalModuleTest : public testing::Test {

@@ -164,7 +164,8 @@ TEST(RatingRegionsTest, AreKeptAcrossRestarts) {
   };
   const std::string us = "1 U.S. (50 states + possessions)";
   {
-    RatingRegions regions(state, events);
+    int learned = 0;
+    RatingRegions regions(state, events, [&] { ++learned; });
     EXPECT_EQ((Texts{us, "2 Canada"}), names(regions));
     EXPECT_EQ(8u, regions.region(1)->dimensions.size());
     EXPECT_EQ(2u, regions.region(2)->dimensions.size());
@@ -177,6 +178,7 @@ TEST(RatingRegionsTest, AreKeptAcrossRestarts) {
     EXPECT_EQ((Texts{"1 Own", "2 Canada", "5 Five"}), names(RatingRegions(state, events)))
         << "it is too early to write again";
     EXPECT_TRUE(regions.store());
+    EXPECT_EQ(1, learned) << "region 5";
   }
   const RatingRegions again(state, events);
   EXPECT_EQ((Texts{"1 Own", "2 Canada", "5 Fifth"}), names(again));

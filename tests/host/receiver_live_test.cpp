@@ -445,7 +445,8 @@ TEST(ReceiverAlertsTest, StartOnceByPriorityAndEndInTime) {
   alerts.check(t + seconds(100), 1060u);  // the event is over
   alerts.receive(alert(5, 15, 0), t + seconds(110), {});
   events.raise(AFW_VIEWING_DELAY);
-  alerts.receive(alert(6, 0, 0), t + seconds(120), {});  // a test message instead
+  alerts.receive(alert(6, 0, 0), t + seconds(112), {});  // a test message is no alert
+  alerts.check(t + seconds(119), {});
   events.raise(AFW_VIEWING_DELAY);
   alerts.stop();
   events.raise(AFW_INVALID);
@@ -455,7 +456,7 @@ TEST(ReceiverAlertsTest, StartOnceByPriorityAndEndInTime) {
       (Events{AFW_EAS_START_NON_BLOCKING, AFW_EAS_STOP, AFW_EAS_START_BLOCKING, AFW_VIEWING_DELAY,
               AFW_EAS_STOP, AFW_EAS_START_BLOCKING, AFW_VIEWING_DELAY, AFW_EAS_STOP,
               AFW_EAS_START_NON_BLOCKING, AFW_VIEWING_DELAY, AFW_EAS_STOP, AFW_EAS_START_BLOCKING,
-              AFW_VIEWING_DELAY, AFW_EAS_STOP, AFW_VIEWING_DELAY, AFW_INVALID}),
+              AFW_VIEWING_DELAY, AFW_VIEWING_DELAY, AFW_EAS_STOP, AFW_INVALID}),
       told);
 }
 
@@ -495,6 +496,19 @@ TEST(ReceiverAlertsTest, OnlyThoseThatAreWantedAreReported) {
        "7 . 11 . "},
       {"wanted later", kAir, {{1, 1, 7, maximum}, {1, 1, 7, all}}, "7 . "},
       {"no longer wanted", kAir, {{1, 1, 7, all}, {1, 1, 7, high}, {2, 2, 11, high}}, "7 . 11 . "},
+      {"a lower one waits",
+       kAir,
+       {{1, 1, 11, all}, {2, 2, 7, all}, {1, 1, 11, all}, {2, 2, 7, all}},
+       "11 . "},
+      {"a lower one while the higher one goes",
+       kAir,
+       {{1, 1, 11, all},
+        {2, 2, 7, all},
+        {2, 2, 7, all},
+        {2, 2, 7, all},
+        {2, 2, 7, all},
+        {2, 2, 7, all}},
+       "11 . 7 . "},
       {"on and off", kAir, {{1, 1, 15, all}, {1, 1, 15, cable}, {1, 1, 15, all}}, "15 . 15 . "},
   };
   for (const auto& c : cases) {

@@ -60,13 +60,15 @@ constexpr uint32_t kStart = 1300000000;  // GPS seconds
 constexpr uint8_t kOffset = 18;
 
 // Channels 5-1, with programmes rated TV-PG and TV-14 of an hour each, then one that is not rated,
-// and 5-2, with none; and what the PMT of 5-1 says.
-Bytes rated_stream(const Bytes& pmt_descriptors = {}) {
+// and 5-2, with none; and what the PMT of 5-1 says. The VCT may have 5-2 alone.
+Bytes rated_stream(const Bytes& pmt_descriptors = {}, bool has_both = true) {
+  std::vector<Channel> channels = {{"ONE", 5, 1, 3}, {"TWO", 5, 2, 4}};
+  if (!has_both) channels.erase(channels.begin());
   const Bytes guide = psip::eit(3, {{1, kStart, 3600, "Mild", content_advisory(1, {{0, 3}})},
                                     {2, kStart + 3600, 3600, "Wild", content_advisory(1, {{0, 4}})},
                                     {3, kStart + 7200, 3600, "Unknown"}});
-  return packets(0x1FFB, {vct(0xC8, {{"ONE", 5, 1, 3}, {"TWO", 5, 2, 4}}),
-                          psip::stt(kStart, kOffset), psip::mgt({{0x100, 0x1D00}})}) +
+  return packets(0x1FFB,
+                 {vct(0xC8, channels), psip::stt(kStart, kOffset), psip::mgt({{0x100, 0x1D00}})}) +
          packets(0x1D00, {guide}) + packets(0, {pat({{3, 0x30}, {4, 0x31}})}) +
          packets(0x30, {pmt(3, {{2, 49, {}}, {0x81, 52, {}}}, pmt_descriptors)}) +
          packets(0x31, {pmt(4, {{2, 65, {}}})});
@@ -236,6 +238,45 @@ TEST_F(ReceiverViewingTest, WhatPlaysIsBlockedAndFreedAsProgrammesAndSettingsCha
   lock(false);
   EXPECT_EQ(0, AIFW_stop_curr_src());
   EXPECT_NE(0, AIFW_pwd_unlocked_no_checking_status(1));
+}
+
+TEST_F(ReceiverViewingTest, WhatPlaysIsGuardedWithoutSignalAndWithoutBeingListed) {
+  constexpr Events::value_type kUpdate = AFW_PARENTAL_UPDATE, kBlocked = AFW_PARENTAL_BLOCKED,
+                               kFree = AFW_PARENTAL_UNBLOCKED;
+  const Air air;
+  AISRV_reset_db(kAir);
+  air.write(kAir, kChannel20, rated_stream());
+  ATSC_host_set_fast(1);
+  scan(kAir, kChannel20);
+  enable();
+  limit(4);
+  set_time(kStart);
+  AIFW_register_frmwrk_app_cb(tell);
+  told.take(0);
+  ASSERT_EQ(0, AIFW_play_first_service(kAir, kChannel20));
+  EXPECT_EQ(Events{AFW_CHANNEL_PLAY_SUCCESS}, told.take(1));
+  AISRV_service_info one{};
+  ASSERT_EQ(0, AICN_get_current(&one));
+
+  air.write(kAir, kChannel20, rated_stream(content_advisory(1, {{0, 5}})));
+  EXPECT_EQ(Events{kBlocked}, told.take(1));
+  fs::remove(air.path(kAir, kChannel20));
+  EXPECT_EQ(Events{kFree}, told.take(1)) << "as the guide says";
+
+  air.write(kAir, kChannel20, rated_stream({}, false));
+  while (rows(kAir).size() != 1) std::this_thread::yield();
+  EXPECT_EQ(Events{AFW_CHANNEL_PLAY_SUCCESS}, told.take(1));
+  set_time(kStart + 3600);
+  EXPECT_EQ(Events{kBlocked}, told.take(1));
+  EXPECT_EQ(AIPC_BLOCKED, AIEC_check_rating(&one));
+  limit(5);
+  EXPECT_EQ((Events{kUpdate, kFree}), told.take(2));
+  AISRV_service_info current{};
+  EXPECT_EQ(0, AICN_get_current(&current));
+  EXPECT_EQ(one.service_id.service_rec, current.service_id.service_rec);
+  EXPECT_EQ(0, AIFW_stop_curr_src());
+  EXPECT_NE(0, AICN_get_current(&current));
+  EXPECT_EQ(-1, AIEC_check_rating(&one));
 }
 
 TEST_F(ReceiverViewingTest, OneProgrammeOfACityIsBlockedFromItsStartToItsEnd) {

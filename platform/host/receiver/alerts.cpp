@@ -40,16 +40,17 @@ void Alerts::receive(const EmergencyAlert& alert, Instant at,
                      std::optional<uint32_t> station_time) {
   const AlertSettings::Values settings = settings_.get();
   if (!is_wanted(alert.priority, settings)) return;
-  last_seen_ = at;
   const size_t sequence = alert.sequence % shown_.size();
   const uint64_t hash = hash_of(alert);
-  if (shown_[sequence] == hash) return;
   const size_t event = event_hash_of(alert);
+  if (present_ && present_->event == event) present_->last_seen = at;
+  if (shown_[sequence] == hash) return;
   if (!settings.repeated_events &&
       std::find(reported_.begin(), reported_.end(), event) != reported_.end())
     return;
+  if (present_ && alert.priority < present_->priority) return;
   if (last_new_ && at - *last_new_ < kInterval) {
-    waiting_ = alert;
+    if (!waiting_ || alert.priority >= waiting_->priority) waiting_ = alert;
     return;
   }
   last_new_ = at;
@@ -60,10 +61,6 @@ void Alerts::receive(const EmergencyAlert& alert, Instant at,
     shown_[(sequence + ahead) % shown_.size()].reset();
 
   end_present();
-  if (alert.priority == kTestMessage) {
-    log().Debug("alert %u is a test message", alert.sequence);
-    return;
-  }
   const bool blocking = alert.priority == kHigh || alert.priority == kMaximum;
   log().Info("alert %u, event %u, priority %u, starts", alert.sequence, alert.event_id,
              alert.priority);
@@ -75,7 +72,7 @@ void Alerts::receive(const EmergencyAlert& alert, Instant at,
   present.priority = alert.priority;
   present.sequence = sequence;
   present.event = event;
-  present.start = at;
+  present.start = present.last_seen = at;
   present.remaining = std::chrono::seconds(alert.time_remaining);
   if (alert.duration > 0 && (alert.start != 0 || station_time))
     present.event_end = (alert.start ? alert.start : *station_time) + alert.duration * 60u;
@@ -98,7 +95,7 @@ void Alerts::check(Instant at, std::optional<uint32_t> station_time) {
     return;
   }
   const bool over = present_->event_end && station_time && *station_time >= *present_->event_end;
-  if (over || at - last_seen_ >= kGone) end_present();
+  if (over || at - present_->last_seen >= kGone) end_present();
 }
 
 void Alerts::stop() {
@@ -116,7 +113,7 @@ bool Alerts::is_wanted(uint8_t priority, const AlertSettings::Values& settings) 
     case AIFW_EAS_MAXIMUM:
       return priority >= kMaximum;
     default:
-      return true;  // what is said of tests is said where they are received
+      return priority != kTestMessage;
   }
 }
 

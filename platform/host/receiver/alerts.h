@@ -52,9 +52,9 @@ class Alerts {
       : events_(events), settings_(settings), source_(source) {}
 
   // One was received, first time or not. A new one that is wanted takes the place of the present
-  // alert, at most once a second: else it waits for check(), or for a newer one. One that is not
-  // wanted is as if it were not there, until the settings want it. `station_time` in GPS seconds,
-  // where known.
+  // alert, unless that has a higher priority, at most once a second: else it waits for check(), or
+  // for a newer one. One that is not wanted, a test message or one of lower priority is as if it
+  // were not there, until it counts. `station_time` in GPS seconds, where known.
   void receive(const EmergencyAlert& alert, Instant at, std::optional<uint32_t> station_time);
 
   // Takes the alert that waits, and ends the present one when its time is over or it is no longer
@@ -69,7 +69,7 @@ class Alerts {
     uint8_t priority = 0;
     size_t sequence = 0;  // in shown_
     size_t event = 0;     // in reported_
-    Instant start;
+    Instant start, last_seen;
     std::chrono::seconds remaining{0};  // 0: until the table is gone or the event is over
     std::optional<uint32_t> event_end;  // GPS seconds
   };
@@ -81,7 +81,6 @@ class Alerts {
   EventQueue& events_;
   const AlertSettings& settings_;
   const uint32_t source_;
-  Instant last_seen_;
   std::optional<Instant> last_new_;
   std::optional<EmergencyAlert> waiting_;
   std::optional<Present> present_;

@@ -63,28 +63,32 @@ void EventQueue::raise_alert(AFW_event_t event, std::string text, uint8_t priori
 }
 
 void EventQueue::raise_guide_update(const std::vector<uint16_t>& source_ids) {
+  push_guide_update(source_ids, false);
+}
+
+// What the application reads when it is told is what there is then.
+void EventQueue::refresh_guide(const std::vector<uint16_t>& source_ids) {
+  push_guide_update(source_ids, true);
+}
+
+void EventQueue::push_guide_update(const std::vector<uint16_t>& source_ids, bool unless_waiting) {
   for (size_t first = 0; first < source_ids.size(); first += AIFW_MAX_UPDATED_SOURCES) {
     const size_t count = std::min<size_t>(AIFW_MAX_UPDATED_SOURCES, source_ids.size() - first);
     Entry entry;
     entry.event = AFW_EPG_UPDATE;
     entry.source_ids.assign(source_ids.begin() + static_cast<ptrdiff_t>(first),
                             source_ids.begin() + static_cast<ptrdiff_t>(first + count));
-    push(std::move(entry));
+    if (!unless_waiting || !waits(entry)) push(std::move(entry));
   }
 }
 
-// What the application reads when it is told is what there is then.
-void EventQueue::refresh_guide(const std::vector<uint16_t>& source_ids) {
-  {
-    std::lock_guard<std::mutex> lock(state_->mutex);
-    const auto& waiting = state_->entries;
-    const auto depth = static_cast<ptrdiff_t>(std::min(waiting.size(), kRefreshDepth));
-    if (std::any_of(waiting.rbegin(), waiting.rbegin() + depth, [&](const Entry& entry) {
-          return entry.event == AFW_EPG_UPDATE && entry.source_ids == source_ids;
-        }))
-      return;
-  }
-  raise_guide_update(source_ids);
+bool EventQueue::waits(const Entry& entry) const {
+  std::lock_guard<std::mutex> lock(state_->mutex);
+  const auto& waiting = state_->entries;
+  const auto depth = static_cast<ptrdiff_t>(std::min(waiting.size(), kRefreshDepth));
+  return std::any_of(waiting.rbegin(), waiting.rbegin() + depth, [&](const Entry& other) {
+    return other.event == entry.event && other.source_ids == entry.source_ids;
+  });
 }
 
 void EventQueue::raise_guide_change(const Guide::Change& change) {

@@ -39,7 +39,7 @@ class EventQueue {
   // AFW_EPG_UPDATE, in as many events as its source ids (ascending, each once) need; none without
   // any.
   void raise_guide_update(const std::vector<uint16_t>& source_ids);
-  // The same, but for one that waits with just these source ids.
+  // The same, but for those that wait already.
   void refresh_guide(const std::vector<uint16_t>& source_ids);
   // What changed in one carrier's guide: AFW_EIT_UPDATE and AFW_ETT_UPDATE as they apply, then
   // AFW_EPG_UPDATE.
@@ -75,6 +75,8 @@ class EventQueue {
     bool ended = false;  // the thread is about to end
   };
 
+  void push_guide_update(const std::vector<uint16_t>& source_ids, bool unless_waiting);
+  bool waits(const Entry& entry) const;
   void push(Entry entry);
   static void run(State& state);
   static void report(AIFW_app_callback callback, Entry& entry);

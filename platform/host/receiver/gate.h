@@ -21,7 +21,7 @@ struct ProgrammeId {
   std::optional<std::pair<uint16_t, uint32_t>> event;  // event_id and start, where the guide has it
 
   bool same(const ProgrammeId& other) const {
-    return advisories == other.advisories && (!event || !other.event || event == other.event);
+    return event && other.event ? event == other.event : advisories == other.advisories;
   }
 };
 
@@ -38,6 +38,9 @@ class Gate {
   void set_password_given(bool given);
   void set_play_from_application(bool from_application) { from_application_ = from_application; }
   bool set_unlocked(bool unlocked);
+
+  // The channel that the password may have been given for cannot be played.
+  void fail() { password_given_ = false; }
 
   // A service begins to play; again, if it is the one that plays.
   void begin(bool locked);

@@ -205,6 +205,7 @@ void LiveTuner::Session::set_locked(bool locked) {
   while_tuned([&] {
     if (tuner_.locked_ == locked) return;
     tuner_.locked_ = locked;
+    if (!locked) tuner_.advisories_.clear();
     log().Info("%s %u Hz: %s", modulation_name(source_), frequency_,
                locked ? "locked" : "no signal");
     tuner_.events_.raise(locked ? AFW_TUNER_LOCKED : AFW_TUNER_UNLOCKED);
@@ -433,6 +434,8 @@ void LiveTuner::Stream::update_advisories() {
   session_.while_tuned([&] {
     auto& known = session_.tuner_.advisories_;
     if (state.second) known.clear();
+    for (auto it = known.begin(); it != known.end();)
+      it = tables.pat && !tables.pat->pmt_pids.count(it->first) ? known.erase(it) : std::next(it);
     for (const auto& [program, streams] : tables.pmts) known.erase(program);
     for (const auto& [program, advisories] : tables.advisories) known[program] = advisories;
   });

@@ -238,12 +238,19 @@ std::optional<Advisory> television_advisory(std::string_view text) {
 }  // namespace
 
 bool ParentalSettings::operator==(const ParentalSettings& other) const {
-  const auto same = [](const auto& a, const auto& b) {
-    return std::memcmp(&a, &b, sizeof(a)) == 0;
-  };
-  return same(details, other.details) && unrated_groups == other.unrated_groups &&
+  return std::memcmp(&details, &other.details, sizeof(details)) == 0 && has_limits_of(other);
+}
+
+bool ParentalSettings::blocks_as(const ParentalSettings& other) const {
+  return enabled() == other.enabled() && (!enabled() || has_limits_of(other));
+}
+
+bool ParentalSettings::has_limits_of(const ParentalSettings& other) const {
+  return unrated_groups == other.unrated_groups &&
          std::equal(limits.begin(), limits.end(), other.limits.begin(), other.limits.end(),
-                    [&](const auto& a, const auto& b) { return same(a.second, b.second); });
+                    [](const auto& a, const auto& b) {
+                      return std::memcmp(&a.second, &b.second, sizeof(a.second)) == 0;
+                    });
 }
 
 AIPC_dime_t ParentalSettings::limits_of(uint32_t region) const {
@@ -297,8 +304,9 @@ RatingVerdict ParentalSettings::check(const std::vector<Advisory>& advisories,
 bool encode_rating(AIPC_dime_t& limits, uint8_t dimension, uint8_t value, bool block) {
   int32_t& children = limits.us_children;
   if (is_fantasy(limits.region, dimension, value)) {
-    const bool is_part = children == kTvY || children == kTvY7;  // of what is blocked already
-    if (!is_part) children = block ? kFantasyOnly : 0;
+    // It is part of TV-Y7 and cannot be free where that is blocked.
+    if (children == kTvY || children == kTvY7) return block;
+    children = block ? kFantasyOnly : 0;
     return true;
   }
   const LimitedDimension* limit = limited(limits.region, dimension);
@@ -376,8 +384,9 @@ Parental::Change Parental::change(const std::function<bool(ParentalSettings&)>& 
   ParentalSettings changed = *settings_;
   if (!edit(changed)) return Change::kRefused;
   if (changed == *settings_) return Change::kNone;
+  const bool same = changed.blocks_as(*settings_);
   settings_ = std::make_shared<const ParentalSettings>(std::move(changed));
-  return Change::kMade;
+  return same ? Change::kMade : Change::kMadeDifference;
 }
 
 void Parental::store() {

@@ -41,6 +41,8 @@ struct ParentalSettings {
   std::array<int32_t, AIPC_UNRATED_GROUPS> unrated_groups{};
 
   bool operator==(const ParentalSettings& other) const;
+  // Whether the same programmes are blocked, whatever they are.
+  bool blocks_as(const ParentalSettings& other) const;
 
   bool enabled() const { return details.enabled == 1; }
   // All 0 where there are none.
@@ -50,6 +52,9 @@ struct ParentalSettings {
   // The ratings of a region count when its table is known; regions 1 and 2 always do. Nothing is
   // blocked while the settings are not enabled.
   RatingVerdict check(const std::vector<Advisory>& advisories, const KnownRegions& known) const;
+
+ private:
+  bool has_limits_of(const ParentalSettings& other) const;
 };
 
 // The number that a region can have, 1 to 255.
@@ -72,7 +77,8 @@ class Parental {
   // As they are now; they stay as they are while held.
   std::shared_ptr<const ParentalSettings> settings() const;
 
-  enum class Change { kRefused, kNone, kMade };
+  // The last one: other programmes may be blocked than before.
+  enum class Change { kRefused, kNone, kMade, kMadeDifference };
   // `edit` returns false to change nothing; it must not call back.
   Change change(const std::function<bool(ParentalSettings&)>& edit);
 

@@ -43,8 +43,11 @@ uint32_t crc_of(const std::vector<uint8_t>& section) {
 
 }  // namespace
 
-RatingRegions::RatingRegions(const std::string& state_folder, EventQueue& events)
-    : events_(events), file_(state_folder, "regions.json", "atsc-host-regions-1") {
+RatingRegions::RatingRegions(const std::string& state_folder, EventQueue& events,
+                             std::function<void()> learned)
+    : events_(events),
+      learned_(std::move(learned)),
+      file_(state_folder, "regions.json", "atsc-host-regions-1") {
   for (RatingRegion& region : standard_rating_regions()) {
     const uint8_t number = region.number;
     known_[number].region = std::make_shared<const RatingRegion>(std::move(region));
@@ -56,21 +59,28 @@ void RatingRegions::load(const Json::Value& content) {
   const Json::Value& sections = content["sections"];
   if (!sections.isArray()) throw std::runtime_error("\"sections\" is not a list");
   std::map<uint8_t, Known> loaded;
+  size_t unusable = 0;
+  const char* last_fault = nullptr;
   for (const Json::Value& value : sections) {
     if (!value.isString()) throw std::runtime_error("a section is not a text");
     std::vector<uint8_t> section = from_hex(value.asString());
     RatingRegion region;
     if (const char* fault = read_rating_region(section.data(), section.size(), region)) {
-      log().Warn("a stored rating region table is not used: %s", fault);
+      ++unusable;
+      last_fault = fault;
       continue;
     }
     const uint8_t number = region.number;
     loaded[number] = {std::make_shared<const RatingRegion>(std::move(region)), std::move(section)};
   }
+  if (last_fault)
+    log().Warn("%zu stored rating region tables are not used: %s", unusable, last_fault);
   for (auto& [number, known] : loaded) known_[number] = std::move(known);
 }
 
 void RatingRegions::receive(std::vector<RatingRegionTable> tables) {
+  bool learned = false;
+  bool store = false;
   {
     std::lock_guard<std::mutex> lock(mutex_);
     for (RatingRegionTable& table : tables) {
@@ -84,13 +94,16 @@ void RatingRegions::receive(std::vector<RatingRegionTable> tables) {
                           : AFW_RRT_DOWNLOAD_UPDATE);
       }
       Known& known = known_[number];
+      learned |= !known.region;
       if (known.section == table.section) continue;
       known.region = std::make_shared<const RatingRegion>(std::move(table.region));
       known.section = std::move(table.section);
       changed_ = true;
     }
-    if (!changed_) return;
+    store = changed_;
   }
+  if (learned && learned_) learned_();
+  if (!store) return;
   // Whoever stores just now will not be waited for: the next call does it.
   std::unique_lock<std::mutex> file_lock(file_mutex_, std::try_to_lock);
   if (file_lock && std::chrono::steady_clock::now() >= next_store_) store_locked();

@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -23,7 +24,9 @@ namespace atschost {
 // standards say. Any thread.
 class RatingRegions {
  public:
-  RatingRegions(const std::string& state_folder, EventQueue& events);
+  // `learned` is told, without a lock, when a region becomes known.
+  RatingRegions(const std::string& state_folder, EventQueue& events,
+                std::function<void()> learned = {});
 
   // Takes tables over and stores what is new, at once or, when something was stored a few seconds
   // ago, in a later call with or without tables. Each content of a region is reported once:
@@ -49,6 +52,7 @@ class RatingRegions {
   bool store_locked();
 
   EventQueue& events_;
+  const std::function<void()> learned_;
   mutable std::mutex mutex_;                         // of the fields up to file_mutex_
   std::map<uint8_t, Known> known_;                   // by number
   std::set<std::pair<uint8_t, uint32_t>> reported_;  // region and CRC_32

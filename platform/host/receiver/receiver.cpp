@@ -82,7 +82,7 @@ Receiver& Receiver::instance() {
 Receiver::Receiver(const std::string& state_folder)
     : gate_([this](AFW_event_t event) { events_.raise(event); }),
       settings_file_(state_folder, "settings.json", "atsc-host-settings-1"),
-      rating_regions_(state_folder, events_),
+      rating_regions_(state_folder, events_, [this] { learned_region(); }),
       parental_(state_folder),
       services_(state_folder),
       live_tuner_(
@@ -245,6 +245,13 @@ void Receiver::raise_whole_guide(uint32_t source) {
   events_.refresh_guide(guide_.source_ids(source));
 }
 
+// Ratings of a region count from its first table on.
+void Receiver::learned_region() {
+  if (!parental_.settings()->enabled()) return;
+  raise_whole_guide(current_source());
+  look(false);
+}
+
 bool Receiver::is_in_standby(const char* refused) const {
   std::lock_guard<std::mutex> lock(mutex_);
   if (standby_) log().Warn("%s: refused in standby", refused);
@@ -263,6 +270,7 @@ bool Receiver::play(const Service& chosen) {
   tuner_source_ = source;
   tuning_ = {service.key.frequency, modulation_of(source)};
   playing_ = true;
+  played_ = service;
   picture_open_ = true;
   streams_told_.clear();
   gate_.begin(service.flags & AISRV_FLAG_LOCKED);
@@ -275,9 +283,7 @@ bool Receiver::play(const Service& chosen) {
 
 void Receiver::decide_streams() {
   std::lock_guard<std::mutex> lock(mutex_);
-  if (!playing_) return;
-  const auto service = services_.find(settings_.last[settings_.source]);
-  if (service) decide_streams_locked(*service);
+  if (const Service* service = playing_locked()) decide_streams_locked(*service);
 }
 
 // Decides what of the service that plays is seen and heard, when it begins to play and whenever its
@@ -318,12 +324,18 @@ void Receiver::decide_streams_locked(const Service& service) {
   streams_told_ = told;
 }
 
+// Null when nothing plays. A service plays on when its station has taken it from the list.
+const Service* Receiver::playing_locked() {
+  if (!playing_) return nullptr;
+  if (auto listed = services_.find(played_.key)) played_ = *std::move(listed);
+  return &played_;
+}
+
 // Looks at what is on now on the service that plays, on behalf of the viewer (`asked`) or because
 // another programme may have begun.
 void Receiver::look(bool asked) {
   std::lock_guard<std::mutex> lock(mutex_);
-  if (!playing_) return;
-  const auto service = services_.find(settings_.last[settings_.source]);
+  const Service* service = playing_locked();
   if (service && look_locked(*service, asked)) decide_streams_locked(*service);
 }
 
@@ -353,11 +365,15 @@ Receiver::OnNow Receiver::on_now(const Service& service) const {
     now.programme.event = {next->event.event_id, next->start};
     now.programme.advisories = next->event.advisories;
   }
+  now.verdict = settings->check(now.programme.advisories, known);
+  // A rating counts before none, and what the streams say before what the guide says.
   auto advisories = live_tuner_.advisories(service.key, service.program_number);
   const RatingVerdict verdict = settings->check(advisories, known);
-  now.by_streams = verdict.rated || verdict.group != AIPC_UNRATED_NO_RATING;
-  if (now.by_streams) now.programme.advisories = std::move(advisories);
-  now.verdict = now.by_streams ? verdict : settings->check(now.programme.advisories, known);
+  now.by_streams = verdict.rated || (!now.verdict.rated && verdict.group != AIPC_UNRATED_NO_RATING);
+  if (now.by_streams) {
+    now.programme.advisories = std::move(advisories);
+    now.verdict = verdict;
+  }
   return now;
 }
 
@@ -367,12 +383,19 @@ std::optional<Receiver::OnNow> Receiver::on_now(const AISRV_service_id& id) cons
     if (listed.record == id.service_rec) service = listed;
     return !service;
   });
+  bool unlocked = false;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    const bool plays =
+        playing_ && (service ? played_.key == service->key
+                             : played_.record == id.service_rec &&
+                                   played_.key.source == source_of_id(id.input_source));
+    if (plays) service = played_;
+    unlocked = plays && gate_.is_unlocked();
+  }
   if (!service) return std::nullopt;
   OnNow now = on_now(*service);
-  std::lock_guard<std::mutex> lock(mutex_);
-  const auto last = settings_.last.find(settings_.source);
-  now.unlocked =
-      gate_.is_unlocked() && last != settings_.last.end() && last->second == service->key;
+  now.unlocked = unlocked;
   return now;
 }
 
@@ -411,11 +434,19 @@ std::string Receiver::why_blocked(const RatingVerdict& verdict) const {
 
 bool Receiver::change_parental(const std::function<bool(ParentalSettings&)>& edit) {
   const Parental::Change change = parental_.change(edit);
-  if (change != Parental::Change::kMade) return change == Parental::Change::kNone;
+  if (change == Parental::Change::kRefused) return false;
+  if (change == Parental::Change::kNone) return true;
   events_.raise(AFW_PARENTAL_UPDATE);
-  raise_whole_guide(current_source());
+  if (change == Parental::Change::kMadeDifference) raise_whole_guide(current_source());
   look(true);
   return true;
+}
+
+// Nothing was played; `known` when there was something to play.
+void Receiver::fail(bool known) {
+  if (known) live_tuner_.report_failure();
+  std::lock_guard<std::mutex> lock(mutex_);
+  gate_.fail();
 }
 
 bool Receiver::play_first(uint32_t source, uint32_t frequency) {
@@ -424,7 +455,7 @@ bool Receiver::play_first(uint32_t source, uint32_t frequency) {
     return !is_deleted(s) && (frequency == 0 || s.key.frequency == frequency);
   });
   if (!services.empty() && play(services.front())) return true;
-  if (!services.empty()) live_tuner_.report_failure();
+  fail(!services.empty());
   log().Warn("cannot play a service of source %u, frequency %u Hz: %s", source, frequency,
              services.empty() ? "none is listed" : "its carrier is gone");
   return false;
@@ -441,7 +472,7 @@ bool Receiver::play_source(uint32_t source) {
   const auto last = key ? services_.find(*key) : std::nullopt;
   if (!last || is_deleted(*last)) return play_first(source, 0);
   if (play(*last)) return true;
-  live_tuner_.report_failure();
+  fail(true);
   log().Warn("cannot play %u-%u, the last one of source %u: its carrier is gone", key->major,
              key->minor, source);
   return false;
@@ -486,7 +517,7 @@ bool Receiver::change_channel(const AIFW_channel_change_request& request) {
   // A service whose carrier is gone is passed over.
   if (std::any_of(services.begin(), services.end(), [this](const Service& s) { return play(s); }))
     return true;
-  if (!services.empty()) live_tuner_.report_failure();
+  fail(!services.empty());
   log().Warn("channel change (mode %u, source %u, %u-%u): %s", request.mode, source, request.major,
              request.minor, services.empty() ? "no such service" : "no carrier");
   return false;
@@ -660,14 +691,12 @@ bool Receiver::set_alert_setting(int32_t AlertSettings::Values::*which, int32_t 
 }
 
 std::optional<Service> Receiver::current() const {
-  ServiceKey key;
-  {
-    std::lock_guard<std::mutex> lock(mutex_);
-    const auto last = settings_.last.find(settings_.source);
-    if (last == settings_.last.end()) return std::nullopt;
-    key = last->second;
-  }
-  return services_.find(key);
+  std::lock_guard<std::mutex> lock(mutex_);
+  const auto last = settings_.last.find(settings_.source);
+  if (last == settings_.last.end()) return std::nullopt;
+  auto service = services_.find(last->second);
+  if (!service && playing_ && played_.key == last->second) service = played_;
+  return service;
 }
 
 uint32_t Receiver::current_source() const {

@@ -90,8 +90,8 @@ class Receiver {
   // As AIPC_collect_RRT.
   bool collect_rating_regions() { return guide_tuner_.begin_round(); }
 
-  // The service that played last on the current source, as it is listed now; none when it is no
-  // longer listed.
+  // The service that played last on the current source, as it is listed now. One that is no longer
+  // listed is none, unless it still plays: it is as it was then.
   std::optional<Service> current() const;
   uint32_t current_source() const;
   // The source that the tuner is set to, by whomever.
@@ -121,7 +121,7 @@ class Receiver {
     bool unlocked = false;    // it plays, and the viewer gave the password
     RatingVerdict verdict;
   };
-  // By service id; none for one that is not listed.
+  // By service id; none for one that is not listed and does not play.
   std::optional<OnNow> on_now(const AISRV_service_id& id) const;
 
   // Writes to the log what is under way.
@@ -148,15 +148,18 @@ class Receiver {
   void tuned_by_scan(uint32_t source, uint32_t frequency);
   bool is_in_standby(const char* refused) const;
   bool play(const Service& service);
+  void fail(bool known);
   void stop_locked();
   void decide_streams();
   void decide_streams_locked(const Service& service);
+  const Service* playing_locked();
   void look(bool asked);
   bool look_locked(const Service& service, bool asked);
   OnNow on_now(const Service& service) const;
   KnownRegions known_regions() const;
   std::string why_blocked(const RatingVerdict& verdict) const;
   void raise_whole_guide(uint32_t source);
+  void learned_region();
   void take_guide(uint32_t source, uint32_t frequency, CarrierResult& found,
                   Scanner::Outcome& outcome);
   void report(const Scanner::Outcome& outcome);
@@ -166,6 +169,7 @@ class Receiver {
   Settings settings_;
   Settings settings_to_store_;
   bool playing_ = false;
+  Service played_;  // what plays, or played, as it was listed last
   bool standby_ = false;
   bool picture_open_ = true;
   uint8_t audio_track_ = 0;
