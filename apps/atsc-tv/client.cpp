@@ -14,8 +14,14 @@
 namespace tv {
 namespace {
 
-void show(const char* direction, const std::string& text) {
-  std::cerr << direction << ' ' << printable(text, true) << std::endl;
+// A text in one line, whatever its form.
+std::string lineOf(const std::string& text) {
+  const std::optional<Json::Value> json = parseJson(text);
+  return json ? compactJson(*json) : oneLine(text);
+}
+
+void show(const char* direction, const std::string& line) {
+  std::cerr << direction << ' ' << line << std::endl;
 }
 
 }  // namespace
@@ -35,7 +41,7 @@ void Client::requireService() const {
 
 Reply Client::sendRaw(const std::string& command) const {
   requireService();
-  if (verbose_) show(">", command);
+  if (verbose_) show(">", lineOf(command));
   char* raw = nullptr;
   const int result = ATSC_TransmitServiceClientJSONCommand(command.c_str(), &raw);
   const std::unique_ptr<char, void (*)(void*)> text(raw, std::free);
@@ -48,8 +54,10 @@ Reply Client::sendRaw(const std::string& command) const {
 
 Reply Client::send(const Json::Value& command) const {
   Reply reply = sendRaw(compactJson(command));
-  if (reply.text) showReceived(*reply.text);
-  showReceived("result " + std::to_string(reply.result));
+  if (verbose_) {
+    show("<",
+         "result " + std::to_string(reply.result) + (reply.text ? ": " + lineOf(*reply.text) : ""));
+  }
   return reply;
 }
 
@@ -63,7 +71,7 @@ Json::Value Client::ask(const Json::Value& command) const {
 }
 
 void Client::showReceived(const std::string& text) const {
-  if (verbose_) show("<", text);
+  if (verbose_) show("<", lineOf(text));
 }
 
 }  // namespace tv

@@ -37,8 +37,10 @@ void printProgrammes(const CommonOptions& common, const Channel& channel,
   } else {
     std::cout << kNoInformation << '\n';
   }
-  if (const Viewing viewing = askViewing(common.client()); viewing != Viewing::kAllowed) {
-    std::cout << "         " << viewingWords(common, channel, viewing).state << '\n';
+  const Viewing viewing = askViewing(common.client());
+  if (const ViewingWords words = viewingWords(common, channel, viewing);
+      viewing != Viewing::kAllowed || words.unlocked) {
+    std::cout << "         " << words.state << '\n';
   }
   if (!programmes.empty()) {
     std::cout << "Next     " << programmeLine(programmes.front(), clock) << '\n';

@@ -26,6 +26,9 @@ constexpr std::chrono::seconds kPatience(5);
 constexpr std::chrono::milliseconds kFirstPause(20);
 constexpr std::chrono::milliseconds kLongestPause(250);
 
+// The service takes a channel change up within this time, and nothing tells when.
+constexpr std::chrono::milliseconds kTakenUp(300);
+
 // The end of a sentence that says why something does not play.
 constexpr const char* kOrStandby = ", or the receiver is in standby";
 
@@ -51,7 +54,8 @@ void print(const CommonOptions& common, const PlayOptions& options, const Channe
     std::cout << "  locked; atsc-tv play " << channel.number() << " --unlocked opens it\n";
   }
   if (const Viewing viewing = askFirstViewing(common, channel); viewing != Viewing::kAllowed) {
-    std::cout << "  " << viewingWords(common, channel, viewing).sentence() << '\n';
+    const ViewingWords words = viewingWords(common, channel, viewing);
+    std::cout << "  " << words.sentence() << words.advice << '\n';
   }
   // It plays all the same.
   if (!row) std::cerr << "atsc-tv: " << notListed(database, channel).what() << '\n';
@@ -99,12 +103,15 @@ Json::Value changeRequest(const Channel& channel, const PlayOptions& options) {
   return request;
 }
 
-// Opens the current channel, which plays. Playing it once more does not tell of a password.
-void open(const Client& client, const Channel& channel, const PlayOptions& options) {
-  if (!options.unlocked) return;
+// Changes to the current channel, which plays. Playing alone neither tells of a password nor makes
+// it the channel last changed to, the only one that can be unlocked.
+void changeAgain(const Client& client, const CommonOptions& common, const Channel& current,
+                 const PlayOptions& options) {
+  const Channel channel = listed(common.channelDatabase(), current).value_or(current);
   if (client.send(changeRequest(channel, options)).result != 0) {
-    throw Failure(kFailure, "the service refuses to open " + channel.number());
+    throw Failure(kFailure, "the service refuses the change to " + channel.number());
   }
+  std::this_thread::sleep_for(kTakenUp);
 }
 
 int tune(const Client& client, const CommonOptions& common, const PlayOptions& options) {
@@ -131,7 +138,7 @@ int tune(const Client& client, const CommonOptions& common, const PlayOptions& o
     const bool plays = client.send(command("FW", "PLAY")).result == 0;
     current = currentChannel(client);
     if (plays && current && is_wanted(*current)) {
-      open(client, *current, options);
+      changeAgain(client, common, *current, options);
       print(common, options, *current);
       return kSuccess;
     }
@@ -176,7 +183,7 @@ int zap(const Client& client, const CommonOptions& common, const PlayOptions& op
       throw Failure(kFailure, "there is no other channel than " + before->number() +
                                   ", and its signal is gone" + kOrStandby);
     }
-    open(client, *before, options);
+    changeAgain(client, common, *before, options);
     print(common, options, *before, " (there is no other channel)");
     return kSuccess;
   }
@@ -216,6 +223,7 @@ int resume(const Client& client, const CommonOptions& common, const PlayOptions&
   }
   const std::optional<Channel> reached = currentChannel(client);
   if (!reached) throw Failure(kFailure, "there is no current channel");
+  changeAgain(client, common, *reached, options);
   print(common, options, *reached);
   return kSuccess;
 }

@@ -26,6 +26,7 @@ int unlock(const CommonOptions& common, bool undo) {
   if (!channel) throw Failure(kFailure, "there is no current channel");
   Json::Value request = command("PC", "PWDUNLOCK");
   request["lock_status"] = undo ? 0 : 1;
+  const bool was_blocked = askViewing(client) == Viewing::kBlocked;
   Viewing viewing = Viewing::kAllowed;
   for (const auto pause : kPauses) {
     std::this_thread::sleep_for(pause);
@@ -41,13 +42,21 @@ int unlock(const CommonOptions& common, bool undo) {
                                 "play, up or down: atsc-tv play " +
                                 channel->number());
   }
-  std::cout << channel->number() << ' ' << channel->name << ": "
-            << (undo ? words.sentence() : "nothing is blocked");
-  // No command tells whether a locked channel has opened.
-  if (!undo && (channel->flags & kLocked) != 0) {
-    std::cout << "; the channel is locked and opens if it is the one last changed to";
+  std::cout << channel->number() << ' ' << channel->name << ": ";
+  if (undo) {
+    std::cout << words.sentence() << words.advice << lockWords(*channel) << '\n';
+    return kSuccess;
   }
-  std::cout << '\n';
+  if (was_blocked || words.unlocked) {
+    std::cout << (words.unlocked ? words.sentence() : words.programme + " is unlocked")
+              << "; so is what comes";
+  } else {
+    // Nothing tells whether the service has taken it.
+    std::cout << "nothing is blocked; if this is the channel last changed to, "
+              << ((channel->flags & kLocked) != 0 ? "it opens, and " : "")
+              << "what comes is unlocked, too";
+  }
+  std::cout << ", until a channel begins to play again\n";
   return kSuccess;
 }
 
@@ -58,7 +67,8 @@ void addUnlock(CLI::App& app, Action& action) {
       "unlock", "Free what plays, a blocked programme or a locked channel: the password was given");
   command->footer(
       "The password is the TV application's own affair: it asks for it and checks it before, and\n"
-      "never sends it. What is unlocked stays so until another channel plays or playing stops.\n"
+      "never sends it. The unlock holds for what plays and what comes, until a channel begins to\n"
+      "play again, be it the same one, or playing stops.\n"
       "Only the channel last changed to (atsc-tv play, up, down) can be unlocked.");
   auto undo = std::make_shared<bool>(false);
   command->add_flag("--undo", *undo, "Take the unlock back");

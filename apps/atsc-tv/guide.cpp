@@ -22,6 +22,7 @@ Programme programmeOf(const Json::Value& row) {
           oneLine(row["name"].asString()),
           oneLine(row["rating"].asString()),
           integer(row, "cc") != 0,
+          integer(row, "parent_stat") == 1,
           oneLine(row["desc"].asString()),
           row};
 }

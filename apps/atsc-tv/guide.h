@@ -18,6 +18,7 @@ struct Programme {
   std::string title;  // texts are printable lines
   std::string rating;
   bool captioned;
+  bool blocked;  // under the present parental settings
   std::string description;
   Json::Value row;  // as in the event table
 

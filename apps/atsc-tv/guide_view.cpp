@@ -17,6 +17,8 @@ constexpr const char* kDay = "%a %d %b";
 constexpr const char* kFullDay = "%a %d %b %Y";
 constexpr const char* kTimeOfDay = "%H:%M";
 constexpr const char* kMark = "*";  // of what is on now
+constexpr const char* kBlockedMark = "!";
+constexpr const char* kBlockedWord = "blocked";
 
 bool isOn(const Programme& programme, int64_t now) {
   return programme.start <= now && now < programme.end;
@@ -29,6 +31,21 @@ std::string emphasized(const std::string& text, bool bold) {
 std::string withoutEnd(std::string line) {
   line.erase(line.find_last_not_of(' ') + 1);
   return line;
+}
+
+std::string markedTitle(const Programme& programme) {
+  return (programme.blocked ? kBlockedMark : "") + titleOf(programme);
+}
+
+// What the mark of a blocked programme means, where there is one.
+void printLegend(std::ostream& out, const Guide& guide) {
+  for (const GuideChannel& channel : guide.channels) {
+    for (const Programme& programme : channel.programmes) {
+      if (!programme.blocked) continue;
+      out << kBlockedMark << ' ' << kBlockedWord << '\n';
+      return;
+    }
+  }
 }
 
 // "  5-1 KÉVA-1": the names of all channels in one column, numbers to the right.
@@ -113,7 +130,7 @@ class Band {
     } else if (halfHourStart(programme.start) != programme.start && width >= kMinutesFit) {
       text += localTime(programme.start, ":%M ");
     }
-    return fitted(text + (marked ? kMark : "") + titleOf(programme), width);
+    return fitted(text + (marked ? kMark : "") + markedTitle(programme), width);
   }
 
   const Span span_;
@@ -128,7 +145,8 @@ void printList(std::ostream& out, const Guide& guide, int64_t now, size_t width,
       if (programme.end <= now) continue;
       const bool on = isOn(programme, now);
       const std::string line = std::string(on && !bold ? kMark : " ") + ' ' +
-                               localTime(programme.start, kTimeOfDay) + ' ' + titleOf(programme);
+                               localTime(programme.start, kTimeOfDay) + ' ' +
+                               markedTitle(programme);
       out << emphasized(cut(line, width), on && bold) << '\n';
     }
     if (channel.programmes.empty()) out << cut(std::string("  ") + kNoInformation, width) << '\n';
@@ -152,6 +170,7 @@ void printGrid(std::ostream& out, const Guide& guide, Span span, int64_t now, si
   const size_t label_width = std::max(labels.width(), displayWidth(localTime(now, kDay)));
   if (width < label_width + 2 * kSlotWidth) {
     printList(out, guide, now, width, bold);
+    printLegend(out, guide);
     return;
   }
   // Bands of almost equal length, so that the last one is not a remnant.
@@ -173,6 +192,7 @@ void printGrid(std::ostream& out, const Guide& guide, Span span, int64_t now, si
     }
     separator = "\n";
   }
+  printLegend(out, guide);
 }
 
 void printDetails(std::ostream& out, const Guide& guide, int64_t now, size_t width, bool bold) {
@@ -192,7 +212,8 @@ void printDetails(std::ostream& out, const Guide& guide, int64_t now, size_t wid
       const std::string line = localTime(programme.start, kTimeOfDay) + '-' +
                                localTime(programme.end, kTimeOfDay) + "  " + titleOf(programme) +
                                " (" + std::to_string((programme.end - programme.start) / 60) +
-                               " min)" + ratingAndCaptions(programme);
+                               " min)" + ratingAndCaptions(programme) +
+                               (programme.blocked ? std::string("  ") + kBlockedWord : "");
       const char* indent = isOn(programme, now) ? "now " : "    ";
       for (const std::string& part : wrapped(line, text_width)) {
         out << indent << emphasized(part, bold && isOn(programme, now)) << '\n';
@@ -207,7 +228,7 @@ void printDetails(std::ostream& out, const Guide& guide, int64_t now, size_t wid
 
 const char* const kLinesForm =
     "source, channel number, channel name, start, end (ISO 8601, local time), title, rating, CC or "
-    "-, description";
+    "-, description, blocked or -";
 
 void printLines(std::ostream& out, const Guide& guide, const Source& source) {
   for (const GuideChannel& channel : guide.channels) {
@@ -215,7 +236,8 @@ void printLines(std::ostream& out, const Guide& guide, const Source& source) {
       out << source.name << '\t' << channel.number << '\t' << channel.name << '\t'
           << isoLocalTime(programme.start) << '\t' << isoLocalTime(programme.end) << '\t'
           << programme.title << '\t' << programme.rating << '\t'
-          << (programme.captioned ? "CC" : "-") << '\t' << programme.description << '\n';
+          << (programme.captioned ? "CC" : "-") << '\t' << programme.description << '\t'
+          << (programme.blocked ? kBlockedWord : "-") << '\n';
     }
   }
 }

@@ -74,7 +74,8 @@ int run(int argc, char** argv) {
   app.fallthrough();
   CommonOptions common;
   app.add_option("--db", common.db, apps::kDatabaseFolderHelp)->option_text("DIR");
-  app.add_flag("--verbose", common.verbose, "Show the JSON texts of both directions");
+  app.add_flag("--verbose", common.verbose,
+               "Show the JSON texts of both directions, each in one line");
   Action action;
   for (AddCommand* add : kCommands) add(app, action);
   app.footer(kFooter);

@@ -25,7 +25,9 @@ constexpr FixedDimension kUS[] = {
     {6, "us", nullptr, 1, 1}, {7, "us", "mpaa", 2, 7},
 };
 constexpr FixedDimension kCanada[] = {{0, "can", "eng", 1, 6}, {1, "can", "fra", 1, 5}};
+constexpr int kChildren = 5;
 constexpr int kFantasyViolence = 6;
+constexpr int kOlderChildren = 2;        // of "child", with its fantasy violence
 constexpr int kFantasyViolenceOnly = 3;  // of "child"
 constexpr int kMpaa = 7;
 constexpr int kNotRatedFilm = 8;
@@ -149,43 +151,13 @@ bool hasLimits(const Json::Value& value) {
   return value.isInt() && value.asInt() > 0;
 }
 
-struct Rated {
-  const RatingDimension* dimension;
-  const RatingValue* value;
-};
-
 // The one value of a dimension that is a flag, if it is called so.
 const RatingValue* flagNamed(const RatingDimension& dimension, const std::string& name) {
   if (!dimension.isFlag()) return nullptr;
-  const auto found = std::find_if(
-      dimension.values.begin(), dimension.values.end(),
-      [&](const RatingValue& value) { return value.is_limit && lowerCase(value.name()) == name; });
+  const auto found =
+      std::find_if(dimension.values.begin(), dimension.values.end(),
+                   [&](const RatingValue& value) { return value.is_limit && value.isNamed(name); });
   return found != dimension.values.end() ? &*found : nullptr;
-}
-
-// The values of a region that a rating such as "TV-14-D-V" (in small letters) has; none when it is
-// no rating of the region.
-std::vector<Rated> valuesOf(const RatingRegion& region, const std::string& rating) {
-  for (const RatingDimension& dimension : region.dimensions) {
-    for (const RatingValue& value : dimension.values) {
-      const std::string name = lowerCase(value.name());
-      if (name.empty() || rating.compare(0, name.size(), name) != 0) continue;
-      std::vector<Rated> values = {{&dimension, &value}};
-      if (rating.size() == name.size()) return values;
-      if (rating[name.size()] != '-') continue;
-      const std::vector<std::string> flags = split(rating.substr(name.size() + 1), '-');
-      for (const std::string& flag : flags) {
-        for (const RatingDimension& other : region.dimensions) {
-          if (const RatingValue* const named = flagNamed(other, flag)) {
-            values.push_back({&other, named});
-            break;
-          }
-        }
-      }
-      if (values.size() == flags.size() + 1) return values;
-    }
-  }
-  return {};
 }
 
 // "TV-14, the limit is TV-PG", "V (Violence)".
@@ -197,11 +169,17 @@ std::string reasonOf(const Rated& rated) {
   }
   if (!dimension.ordered) return name + " (" + dimension.name + ')';
   const RatingValue* limit = nullptr;
+  const RatingValue* lowest = rated.value;
   for (const RatingValue& value : dimension.values) {
-    if (value.is_limit && !value.blocked && value.number < rated.value->number) limit = &value;
+    if (!value.is_limit || value.number >= rated.value->number) continue;
+    if (value.blocked) {
+      if (lowest == rated.value) lowest = &value;
+    } else {
+      limit = &value;
+    }
   }
   return name + (limit != nullptr ? ", the limit is " + limit->name()
-                                  : ", nothing of " + dimension.name + " is allowed");
+                                  : ", the limit is below " + lowest->name());
 }
 
 }  // namespace
@@ -211,6 +189,11 @@ const std::array<UnratedGroup, 3> kUnratedGroups = {{
     {"unrated-films", "films that are not rated"},
     {"exempt", "programmes that are exempt from rating"},
 }};
+
+bool RatingValue::isNamed(const std::string& given) const {
+  const std::string wanted = plainName(given);
+  return !wanted.empty() && plainName(name()) == wanted;
+}
 
 bool RatingDimension::isFlag() const {
   return std::count_if(values.begin(), values.end(),
@@ -282,6 +265,67 @@ Parental readParental(const Client& client) {
   return parental;
 }
 
+std::vector<Rated> valuesOf(const RatingRegion& region, const std::string& rating) {
+  // A name has hyphens of its own, though not many.
+  constexpr int kMaxHyphens = 8;
+  size_t end = 0;
+  for (int i = 0; i <= kMaxHyphens && end < rating.size(); ++i) {
+    end = std::min(rating.find('-', end + 1), rating.size());
+    const std::string name = rating.substr(0, end);
+    for (const RatingDimension& dimension : region.dimensions) {
+      for (const RatingValue& value : dimension.values) {
+        if (!value.isNamed(name)) continue;
+        std::vector<Rated> values = {{&dimension, &value}};
+        const std::vector<std::string> flags =
+            split(end < rating.size() ? rating.substr(end + 1) : "", '-');
+        for (const std::string& flag : flags) {
+          for (const RatingDimension& other : region.dimensions) {
+            if (const RatingValue* const named = flagNamed(other, flag)) {
+              values.push_back({&other, named});
+              break;
+            }
+          }
+        }
+        if (values.size() == flags.size() + 1) return values;
+      }
+    }
+  }
+  return {};
+}
+
+const RatingValue* keeperOf(const RatingRegion& region, const Rated& rated) {
+  if (region.number != kRegionUS || rated.dimension->number != kFantasyViolence) return nullptr;
+  for (const RatingDimension& dimension : region.dimensions) {
+    if (dimension.number != kChildren) continue;
+    for (const RatingValue& value : dimension.values) {
+      if (value.number == kOlderChildren) return &value;
+    }
+  }
+  return nullptr;
+}
+
+Json::Value changesOf(const Json::Value& before, const Json::Value& after) {
+  Json::Value changes;
+  changes["region"] = after["region"];
+  for (const char* object : {"us", "can"}) {
+    changes[object] = Json::objectValue;
+    for (const std::string& level : after[object].getMemberNames()) {
+      if (after[object][level] != before[object][level]) {
+        changes[object][level] = after[object][level];
+      }
+    }
+  }
+  changes["dwn"] = Json::arrayValue;
+  const Json::Value& rows = after["dwn"];
+  for (Json::ArrayIndex i = 0; i < rows.size(); ++i) {
+    if (rows[i] == before["dwn"][i]) continue;
+    // A row without values leaves those of its dimension as they are.
+    while (changes["dwn"].size() < i) changes["dwn"].append(Json::arrayValue);
+    changes["dwn"].append(rows[i]);
+  }
+  return changes;
+}
+
 std::string blockReason(const Parental& parental, const std::string& rating) {
   if (rating.empty()) {
     return parental.groups[kUnrated] ? "it has no rating" : "";
@@ -291,7 +335,7 @@ std::string blockReason(const Parental& parental, const std::string& rating) {
     const size_t begin = part.find_first_not_of(' ');
     if (begin == std::string::npos) continue;
     for (const RatingRegion& region : parental.regions) {
-      for (const Rated& rated : valuesOf(region, lowerCase(part.substr(begin)))) {
+      for (const Rated& rated : valuesOf(region, part.substr(begin))) {
         if (!rated.value->blocked) continue;
         std::string reason = reasonOf(rated);
         if (std::find(reasons.begin(), reasons.end(), reason) == reasons.end()) {

@@ -31,6 +31,8 @@ struct RatingValue {
   bool blocked;
 
   const std::string& name() const { return abbreviation.empty() ? text : abbreviation; }
+  // Whether that is its name, however it is typed.
+  bool isNamed(const std::string& given) const;
 };
 
 struct RatingDimension {
@@ -72,6 +74,23 @@ bool isParentalEnabled(const Client& client);
 int regionInForce(const Client& client);
 std::vector<KnownRegion> knownRegions(const Client& client);
 RatingRegion readRatingRegion(const Client& client, int number);
+
+// A value and its dimension, both of a region that outlives this.
+struct Rated {
+  const RatingDimension* dimension;
+  const RatingValue* value;
+};
+
+// The values of a region that a rating such as "TV-14-D-V" has; none when it is no rating of the
+// region.
+std::vector<Rated> valuesOf(const RatingRegion& region, const std::string& rating);
+
+// The value that has this one blocked whatever is done with it; null when there is none.
+const RatingValue* keeperOf(const RatingRegion& region, const Rated& rated);
+
+// The rating document that changes what differs between two of a region and leaves all else as it
+// is in force.
+Json::Value changesOf(const Json::Value& before, const Json::Value& after);
 
 // What a rating text such as "TV-14-D-V, PG-13" has that is blocked, for people; empty when nothing
 // of it is, or is known.

@@ -1,6 +1,7 @@
 #include "text.h"
 
 #include <wchar.h>
+#include <wctype.h>
 
 #include <algorithm>
 #include <sstream>
@@ -153,6 +154,20 @@ std::string lowerCase(std::string text) {
     if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
   }
   return text;
+}
+
+std::string plainName(std::string_view text) {
+  std::u32string points = decode(text);
+  points.erase(std::remove_if(points.begin(), points.end(),
+                              [](char32_t point) {
+                                return point == U' ' || point == U'-' || point == U'.' ||
+                                       point == U'\u00A0';
+                              }),
+               points.end());
+  for (char32_t& point : points) {
+    point = static_cast<char32_t>(towlower(static_cast<wint_t>(point)));
+  }
+  return encode(points);
 }
 
 std::vector<std::string> wrapped(std::string_view text, size_t width) {

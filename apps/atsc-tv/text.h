@@ -35,6 +35,10 @@ std::vector<std::string> split(const std::string& text, char separator);
 // ASCII letters become small ones.
 std::string lowerCase(std::string text);
 
+// What of a name tells it from others however it is typed: small letters, without blanks, hyphens
+// and full stops.
+std::string plainName(std::string_view text);
+
 // A printable line as lines of at most `width` columns, broken at blanks where there are any.
 std::vector<std::string> wrapped(std::string_view text, size_t width);
 

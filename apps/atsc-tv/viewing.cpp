@@ -61,12 +61,25 @@ ViewingWords viewingWords(const CommonOptions& common, const Channel& channel, V
   if (programme) words.programme = titleOf(*programme);
   if (!rating.empty()) words.programme += " (" + rating + ')';
   if (viewing == Viewing::kUnrated) words.state = "not rated";
+  // All the questions for names would only hide the texts that matter.
+  const Client quiet(false);
   if (viewing == Viewing::kBlocked) {
-    // All the questions for names would only hide the texts that matter.
-    const std::string reason = blockReason(readParental(Client(false)), rating);
+    const std::string reason = blockReason(readParental(quiet), rating);
     words.state = "blocked: " + (reason.empty() ? "the service's log says why" : reason);
+    words.advice = "; atsc-tv unlock frees it";
+  } else if (viewing == Viewing::kAllowed && !rating.empty() && isParentalEnabled(quiet)) {
+    const std::string reason = blockReason(readParental(quiet), rating);
+    words.unlocked = !reason.empty();
+    if (words.unlocked) words.state = "would be blocked (" + reason + "), but is unlocked";
   }
   return words;
+}
+
+// No command tells whether it has opened.
+std::string lockWords(const Channel& channel) {
+  if ((channel.flags & kLocked) == 0) return "";
+  return "; the channel is locked and plays only after atsc-tv play " + channel.number() +
+         " --unlocked or atsc-tv unlock";
 }
 
 }  // namespace tv

@@ -19,13 +19,19 @@ Viewing askFirstViewing(const CommonOptions& common, const Channel& channel);
 
 struct ViewingWords {
   std::string programme;  // "The Long Lock (TV-14-D-V)"; "what plays" when it is not known
-  std::string state;      // "blocked: TV-14, the limit is TV-PG", "not rated", "allowed"
+  std::string state;      // "blocked: TV-14, the limit is TV-PG", "not rated", "allowed"; of what
+                          // was unlocked "would be blocked (TV-14, ...), but is unlocked"
+  bool unlocked = false;
+  std::string advice = "";  // follows the sentence: how what is blocked is freed; may be empty
 
-  std::string sentence() const { return programme + " is " + state; }
+  std::string sentence() const { return programme + (unlocked ? " " : " is ") + state; }
 };
 
 // What is to be said of what plays on the current channel.
 ViewingWords viewingWords(const CommonOptions& common, const Channel& channel, Viewing viewing);
+
+// What follows a sentence about a channel that is locked; empty for others.
+std::string lockWords(const Channel& channel);
 
 }  // namespace tv
 

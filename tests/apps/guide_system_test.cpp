@@ -352,7 +352,9 @@ TEST_F(GuideSystemTest, GuideIsReadable) {
         "'a'), (2, 'Begins early', 60, 30, 'No rating', 0, NULL, 'a'),"
         "(3, 'no length', 45, 0, '', 0, '', 'a'), (4, 'A title\twith \x1B[2J', 125, 85, '', 0, '', "
         "'a'), (5, 'Le soleil d''été', 30, 30, '', 0, '', 'b'), (6, 'EMPTY', 90, 900, '', 0, '', "
-        "'b'), (7, 'of a channel that is gone', 0, 900, '', 0, '', 'd'))");
+        "'b'), (7, 'of a channel that is gone', 0, 900, '', 0, '', 'd'));"
+        "ALTER TABLE event_t ADD COLUMN parent_stat INTEGER;"
+        "UPDATE event_t SET parent_stat = event_index = 2");
   }
   const std::vector<std::string> now = {"--at", "2014-01-09T19:40:00Z", "--src", "VSB"};
   const auto guide = [&](std::vector<std::string> words) {
@@ -365,24 +367,26 @@ TEST_F(GuideSystemTest, GuideIsReadable) {
   EXPECT_EQ(
       "Terrestrial (VSB), Thu 09 Jan 2014 19:40 UTC\n"
       "Thu 09 Jan  │19:30      │20:00      │20:30      │21:00\n"
-      " 5-1 KÉVA-1 │‹*Long and…│Begins ear…│no info      │:05 A tit…\n"
+      " 5-1 KÉVA-1 │‹*Long and…│!Begins ea…│no info      │:05 A tit…\n"
       " 9-1 Ñandú  │*Le soleil…│no info    │(no title)\n"
       "10-1 Dark   │no programme information\n"
       "\n"
       "Thu 09 Jan  │21:30      │22:00      │22:30\n"
       " 5-1 KÉVA-1 │‹A title with \xEF\xBF\xBD[2J     │no info\n"
       " 9-1 Ñandú  │‹(no title)\n"
-      "10-1 Dark   │no programme information\n",
+      "10-1 Dark   │no programme information\n"
+      "! blocked\n",
       guide({"--width", "61"}));
   EXPECT_EQ(
       "VSB\t5-1\tKÉVA-1\t2014-01-09T19:00:00+00:00\t2014-01-09T21:00:00+00:00\tLong and overlapped "
-      "by the next one\tTV-14-V\tCC\tLine one line two\n"
-      "VSB\t5-1\tKÉVA-1\t2014-01-09T19:45:00+00:00\t2014-01-09T19:45:00+00:00\tno length\t\t-\t\n"
+      "by the next one\tTV-14-V\tCC\tLine one line two\t-\n"
+      "VSB\t5-1\tKÉVA-1\t2014-01-09T19:45:00+00:00\t2014-01-09T19:45:00+00:00\tno "
+      "length\t\t-\t\t-\n"
       "VSB\t5-1\tKÉVA-1\t2014-01-09T20:00:00+00:00\t2014-01-09T20:30:00+00:00\tBegins early\tNo "
-      "rating\t-\t\n"
+      "rating\t-\t\tblocked\n"
       "VSB\t9-1\tÑandú\t2014-01-09T19:30:00+00:00\t2014-01-09T20:00:00+00:00\tLe soleil "
-      "d'été\t\t-\t\n"
-      "VSB\t9-1\tÑandú\t2014-01-09T20:30:00+00:00\t2014-01-10T11:30:00+00:00\tEMPTY\t\t-\t\n",
+      "d'été\t\t-\t\t-\n"
+      "VSB\t9-1\tÑandú\t2014-01-09T20:30:00+00:00\t2014-01-10T11:30:00+00:00\tEMPTY\t\t-\t\t-\n",
       guide({"--hours", "1"}));
   EXPECT_EQ(
       "Terrestrial (VSB), Thu 09 Jan 2014 19:40 UTC\n"
@@ -393,7 +397,8 @@ TEST_F(GuideSystemTest, GuideIsReadable) {
       "      [CC]\n"
       "      Line one line two\n"
       "    19:45-19:45  no length (0 min)\n"
-      "    20:00-20:30  Begins early (30 min)\n",
+      "    20:00-20:30  Begins early (30 min)\n"
+      "      blocked\n",
       guide({"--hours", "1", "--channel", "5-1", "--width", "40"}));
   const Outcome later = tv({"guide", "--width", "80", "--at", "2030-01-01T00:00:00Z"});
   EXPECT_THAT(later.out,

@@ -54,6 +54,20 @@ class ParentalSystemTest : public SystemTest {
     EXPECT_EQ("VIEWING_BLOCKED", viewing());
   }
 
+  // Without a channel change.
+  void playSource(const std::string& source) {
+    EXPECT_EQ(0, send(R"({"class":"FW","command":"PLAYSRC","src":")" + source + "\"}").status);
+  }
+
+  void expectFailures(const std::vector<std::pair<Words, const char*>>& cases, int status = 1) {
+    for (auto [words, fault] : cases) {
+      words.insert(words.begin(), "parental");
+      const Outcome outcome = tv(words);
+      EXPECT_EQ(status, outcome.status) << outcome.out;
+      EXPECT_THAT(outcome.err, HasSubstr(fault));
+    }
+  }
+
   Json::Value limits(int region) {
     return ask(pc("RETREIVERATING", "\"region\":" + std::to_string(region)));
   }
@@ -78,15 +92,28 @@ TEST_F(ParentalSystemTest, LimitsAndUnlocks) {
             out({"parental", "limit", "tv-pg"}));
   const std::string reason =
       "The Long Lock (TV-14-D-V, PG-13, 14+, 13 ans+, Harbor 1) is blocked: TV-14, the limit is "
-      "TV-PG\n";
-  EXPECT_EQ("5-1 KÉVA-1\n  " + reason, out({"play", "--src", "VSB"}));
-  ASSERT_TRUE(watch->says("PARENTAL_BLOCKED: 5-1 KÉVA-1: " + reason));
+      "TV-PG";
+  const std::string unlocked = " would be blocked (TV-14, the limit is TV-PG), but is unlocked";
+  playSource("VSB");
+  ASSERT_TRUE(watch->says("PARENTAL_BLOCKED: 5-1 KÉVA-1: " + reason + "\n"));
   EXPECT_EQ("VIEWING_BLOCKED", viewing());
-  EXPECT_THAT(out({"parental"}),
-              AllOf(HasSubstr("  Entire Audience   None, TV-G, TV-PG  "),
-                    HasSubstr("  TV-14, TV-MA\n"), HasSubstr("5-1 KÉVA-1: " + reason)));
+  EXPECT_THAT(
+      out({"parental"}),
+      AllOf(HasSubstr("  Entire Audience   None, TV-G, TV-PG  "), HasSubstr("  TV-14, TV-MA\n"),
+            HasSubstr("5-1 KÉVA-1: " + reason + "; atsc-tv unlock frees it\n")));
   EXPECT_THAT(out({"now"}), HasSubstr("\n         blocked: TV-14, the limit is TV-PG\n"));
   expectNoUnlock("Not yet changed channel");
+  // What played already can be unlocked, too; its number or none makes no difference.
+  size_t restarts = 0;
+  for (const Words& words : {Words{"play"}, {"play", "5-1"}}) {
+    restartService();
+    ASSERT_TRUE(watch->says("a service runs again", ++restarts));
+    EXPECT_EQ("5-1 KÉVA-1\n  " + reason + "; atsc-tv unlock frees it\n", out(words));
+    EXPECT_THAT(out({"unlock"}), HasSubstr(unlocked + "; so is what comes"));
+  }
+  EXPECT_THAT(out({"parental"}), HasSubstr(unlocked));
+  EXPECT_THAT(out({"now"}), HasSubstr("\n        " + unlocked));
+  EXPECT_THAT(out({"unlock", "--undo"}), HasSubstr(reason));
 
   // Free, blocked for its content and free again, on the same channel all the time.
   const size_t played = watch->count("CHANNEL_PLAY_SUCCESS");
@@ -102,14 +129,14 @@ TEST_F(ParentalSystemTest, LimitsAndUnlocks) {
   out({"parental", "limit", "TV-PG"});
   EXPECT_THAT(out({"play", "9-1"}), HasSubstr("Case Closed? (TV-14-L-V) is blocked: TV-14, "));
   const size_t free = watch->count("PARENTAL_UNBLOCKED");
-  EXPECT_EQ("9-1 WOLM-HD: nothing is blocked\n", out({"unlock"}));
+  EXPECT_THAT(out({"unlock"}), HasSubstr("9-1 WOLM-HD: Case Closed? (TV-14-L-V)" + unlocked));
   EXPECT_TRUE(watch->says("PARENTAL_UNBLOCKED", free + 1));
   EXPECT_EQ("VIEWING_ALLOWED", viewing());
   EXPECT_THAT(out({"unlock", "--undo"}), HasSubstr("Case Closed? (TV-14-L-V) is blocked"));
   // Another source without a channel change.
   EXPECT_EQ("Programmes without a rating: blocked\n", out({"parental", "block", "unrated"}));
-  EXPECT_EQ("2-1 Guide\n  What Is On is blocked: it has no rating\n",
-            out({"play", "--src", "QAM"}));
+  playSource("QAM");
+  EXPECT_THAT(out({"parental"}), HasSubstr("2-1 Guide: What Is On is blocked: it has no rating;"));
   expectNoUnlock("orig ch idx != current ch idx");
   out({"parental", "allow", "unrated"});
   EXPECT_EQ("VIEWING_UNRATED", viewing());
@@ -121,14 +148,30 @@ TEST_F(ParentalSystemTest, LimitsAndUnlocks) {
   EXPECT_THAT(out({"play", "5-1"}), HasSubstr(" is blocked: "));
   EXPECT_THAT(service_->err(), HasSubstr("blocked: 12 (region 5, Age)"));
   out({"parental", "region", "2"});
-  for (const auto& [words, fault] : {std::pair<Words, const char*>{{"limit", "g"}, "may be"},
-                                     {{"limit", "TV-PG"}, "has no rating 'TV-PG'; there are "},
-                                     {{"limit", "E"}, "may be"},
-                                     {{"region", "Utopia"}, "there are 1 U.S. "}}) {
-    const Outcome outcome = tv({"parental", words[0], words[1]});
-    EXPECT_EQ(1, outcome.status) << outcome.out;
-    EXPECT_THAT(outcome.err, HasSubstr(fault));
-  }
+  expectFailures({{{"limit", "g"}, "Canadian English Language Rating or Codes français du Canada"},
+                  {{"limit", "TV-PG"}, "has no rating 'TV-PG'; there are "},
+                  {{"limit", "E"}, "E is no step to stop at; atsc-tv parental block E"},
+                  {{"region", "Utopia"}, "there are 1 U.S. "}});
+  EXPECT_EQ("Codes français du Canada: 16 ans+, 18 ans+ blocked\n",
+            out({"parental", "limit", "--dimension", "CODES FRANÇAIS", "13ans+"}));
+  EXPECT_THAT(out({"parental", "region", "us"}), HasSubstr("* 1 U.S. "));
+  out({"parental", "block", "tvy7"});
+  expectFailures(
+      {{{"allow", "fantasyviolence"}, "FV is blocked with TV-Y7; allow that"},
+       {{"limit", "tv-14-d-v"}, "parental limit TV-14 and atsc-tv parental block D V"},
+       {{"limit", "V"}, "V is a kind of content, no step to stop at; atsc-tv parental block V"},
+       {{"limit", "FOO"}, "Entire Audience: TV-G, TV-PG, TV-14, TV-MA; Children: TV-Y, TV-Y7; "},
+       {{"block", "no one 17 and under admitted"}, "may be NC-17 or X"},
+       {{"check", "usa-tv", "TV-99"}, "no rating of USA-TV; there are Entire Audience: None, "}});
+  expectFailures({{{"limit", "none", "TV-PG"}, "none goes alone"},
+                  {{"limit", "TV-PG", "TV-MA"}, "one dimension, Entire Audience"}},
+                 2);
+  EXPECT_EQ("Children: nothing blocked\nFantasy Violence: nothing blocked\n",
+            out({"parental", "allow", "FV", "TV-Y7"}));
+  EXPECT_EQ("PG-13: not blocked\n", out({"parental", "check", "usa-mpaa", "pg13"}));
+  // Nothing is said of the limits that another terminal may change.
+  EXPECT_THAT(tv({"--verbose", "parental", "block", "L"}).err,
+              HasSubstr(R"("dwn":[],"region":1,"us":{"lan":1}})"));
   out({"parental", "reset"});
   EXPECT_EQ("VIEWING_ALLOWED", viewing());
   EXPECT_EQ(1, ask(pc("GETCURRREG"))["region"].asInt());
@@ -137,6 +180,7 @@ TEST_F(ParentalSystemTest, LimitsAndUnlocks) {
   out({"edit", "22-1", "--lock"});
   EXPECT_THAT(out({"play", "22-1"}), HasSubstr("\n  locked; atsc-tv play 22-1 --unlocked opens"));
   ASSERT_TRUE(watch->says("CHANNEL_LOCKED"));
+  EXPECT_THAT(out({"parental"}), HasSubstr("; the channel is locked and plays only after "));
   EXPECT_EQ("22-1 Zoë's\n", out({"play", "22-1", "--unlocked"}));
   EXPECT_TRUE(watch->says("CHANNEL_UNLOCKED"));
   out({"up"});
