@@ -286,6 +286,8 @@ TEST_F(ParentalTest, RatingDocumentKeepsWhatItDoesNotName) {
                    "\"child\":6},\"can\":{\"eng\":-8},"
                    "\"dwn\":[[],[513],7,[0,1,2,3,4,5,6,7,8,9,10,11,12,13,14,99]]")
                    .result);
+  EXPECT_THAT(callsOf({"AIPC"}), ElementsAre("AIPC_retreive_rating(5)", "AIPC_retreive_rating(5)",
+                                             "AIPC_store_rating(5)"));
   const AIPC_dime_t stored = fake::storedRating();
   EXPECT_EQ(5u, stored.region);
   EXPECT_THAT((std::vector<int32_t>{stored.us_tv, stored.us_dialogue, stored.us_language,
@@ -328,6 +330,7 @@ TEST_F(ParentalTest, TextsOfTheMiddleware) {
   };
   for (const auto& expected : cases) {
     parental_.name = parental_.text = expected.text;
+    parental_.graduated = 2;
     restart();
     const Answer answer = ask("PC DIMNAME", "\"rat_dim\":0");
     const Answer value = ask("PC GETVALTXT", "\"rat_dim\":0,\"val\":0");
@@ -343,6 +346,7 @@ TEST_F(ParentalTest, TextsOfTheMiddleware) {
       converted.assign(std::stoul(converted.substr(star + 1)), converted[0]);
     }
     EXPECT_EQ(converted, json(answer.text)["dim_name"].asString());
+    EXPECT_FALSE(json(answer.text)["grad"].asBool()) << "only 1 is true";
     EXPECT_EQ(converted, json(value.text)["rat_val_txt"].asString());
   }
   parental_.text = {};
