@@ -179,6 +179,12 @@ TEST(RatingRegionsTest, AreKeptAcrossRestarts) {
         << "it is too early to write again";
     EXPECT_TRUE(regions.store());
     EXPECT_EQ(1, learned) << "region 5";
+    const fs::path moved = fs::path(state) / "moved";
+    fs::rename(path, moved);
+    regions.receive(received({rrt(5, suitability("Fifth"), 2)}));
+    EXPECT_TRUE(regions.store());
+    EXPECT_FALSE(fs::exists(path)) << "what is known is not written again";
+    fs::rename(moved, path);
   }
   const RatingRegions again(state, events);
   EXPECT_EQ((Texts{"1 Own", "2 Canada", "5 Fifth"}), names(again));

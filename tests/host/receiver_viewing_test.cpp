@@ -59,13 +59,14 @@ constexpr uint32_t kChannel20 = 509000000;
 constexpr uint32_t kStart = 1300000000;  // GPS seconds
 constexpr uint8_t kOffset = 18;
 
-// Channels 5-1, with programmes rated TV-PG and TV-14 of an hour each, then one that is not rated,
-// and 5-2, with none; and what the PMT of 5-1 says. The VCT may have 5-2 alone.
+// Channels 5-1, with programmes rated TV-PG, of an hour, and TV-14, of half an hour, after another
+// half hour one that is not rated, and 5-2, with none; and what the PMT of 5-1 says. The VCT may
+// have 5-2 alone.
 Bytes rated_stream(const Bytes& pmt_descriptors = {}, bool has_both = true) {
   std::vector<Channel> channels = {{"ONE", 5, 1, 3}, {"TWO", 5, 2, 4}};
   if (!has_both) channels.erase(channels.begin());
   const Bytes guide = psip::eit(3, {{1, kStart, 3600, "Mild", content_advisory(1, {{0, 3}})},
-                                    {2, kStart + 3600, 3600, "Wild", content_advisory(1, {{0, 4}})},
+                                    {2, kStart + 3600, 1800, "Wild", content_advisory(1, {{0, 4}})},
                                     {3, kStart + 7200, 3600, "Unknown"}});
   return packets(0x1FFB,
                  {vct(0xC8, channels), psip::stt(kStart, kOffset), psip::mgt({{0x100, 0x1D00}})}) +
@@ -187,9 +188,11 @@ TEST_F(ReceiverViewingTest, WhatPlaysIsBlockedAndFreedAsProgrammesAndSettingsCha
   EXPECT_EQ(0, AIFW_play_first_service(kAir, kChannel20));
   EXPECT_EQ((Events{kBlocked, kPlays}), told.take(2));
 
-  // Without a rating; a group of its own.
-  set_time(kStart + 7200);
+  // Between two programmes; without a rating; a group of its own.
+  set_time(kStart + 5400);
   EXPECT_EQ(Events{kFree}, told.take(1));
+  EXPECT_EQ(AIPC_UNRATED, verdict());
+  set_time(kStart + 7200);
   EXPECT_EQ(AIPC_UNRATED, verdict());
   EXPECT_EQ(0u, status());
   EXPECT_EQ(0, AIPC_set_rating_status_unrated_groups(1, AIPC_UNRATED_NO_RATING));
@@ -207,6 +210,14 @@ TEST_F(ReceiverViewingTest, WhatPlaysIsBlockedAndFreedAsProgrammesAndSettingsCha
   EXPECT_EQ(AIPC_BLOCKED_BY_STATUS, verdict());
   EXPECT_EQ(std::vector<int>{1}, regions());
   EXPECT_EQ(1u, status());
+  // A film that is not rated.
+  EXPECT_EQ(0, AIPC_set_rating_status_unrated_groups(1, AIPC_UNRATED_US_MPAA));
+  air.write(kAir, kChannel20, rated_stream(content_advisory(1, {{7, 8}})));
+  while (verdict() != AIPC_UNRATED) std::this_thread::yield();
+  EXPECT_EQ(1u, status());
+  EXPECT_EQ(Events{kUpdate}, told.take(1)) << "blocked as before";
+  EXPECT_EQ(0, AIPC_set_rating_status_unrated_groups(0, AIPC_UNRATED_US_MPAA));
+  EXPECT_EQ((Events{kUpdate, kFree}), told.take(2));
   // Before its streams have been read it does not count as one without a rating.
   EXPECT_EQ(0, AIFW_stop_curr_src());
   EXPECT_EQ(std::vector<int>{}, regions());
@@ -215,7 +226,7 @@ TEST_F(ReceiverViewingTest, WhatPlaysIsBlockedAndFreedAsProgrammesAndSettingsCha
   EXPECT_EQ(Events{kUpdate}, told.take(1));
   EXPECT_EQ(0, AIFW_play_curr_src());
   while (verdict() != AIPC_BLOCKED_BY_STATUS) std::this_thread::yield();
-  EXPECT_EQ((Events{kPlays, kFree}), told.take(2));
+  EXPECT_EQ(Events{kPlays}, told.take(1));
 
   // A lock: set from elsewhere it closes what plays, taken away it opens it.
   AISRV_service_info locked = one;
@@ -235,6 +246,21 @@ TEST_F(ReceiverViewingTest, WhatPlaysIsBlockedAndFreedAsProgrammesAndSettingsCha
   EXPECT_EQ((Events{kLocked, kPlays}), told.take(2));
   EXPECT_EQ(0, AIFW_pwd_unlocked_no_playing(1));
   EXPECT_EQ(Events{kOpened}, told.take(1));
+  // A password does not outlast what fails, nor standby, which stores what was handed over.
+  EXPECT_EQ(0, AIFW_stop_curr_src());
+  EXPECT_EQ(0, AIFW_pwd_unlocked_no_playing(1));
+  const AIFW_channel_change_request none{
+      AIFW_CHANGE_DIRECT, kAir, AISRV_SERVICE_MASK, 9, 9, 0, 0xFFFF, kAir};
+  EXPECT_NE(0, AIFW_channel_change(&none));
+  EXPECT_EQ(0, AIFW_play_curr_src());
+  EXPECT_EQ(kLocked, told.take(2).front());
+  EXPECT_EQ(0, AIFW_stop_curr_src());
+  EXPECT_EQ(0, AIFW_pwd_unlocked_no_playing(1));
+  EXPECT_EQ(0, AIPC_store_all());
+  EXPECT_EQ(0, AIFW_powerTransition_request(1));
+  EXPECT_TRUE(atschost::Parental(getenv("ATSC_HOST_STATE")).settings()->enabled());
+  EXPECT_EQ(0, AIFW_powerTransition_request(0));
+  EXPECT_EQ(kLocked, told.take(2).front());
   lock(false);
   EXPECT_EQ(0, AIFW_stop_curr_src());
   EXPECT_NE(0, AIFW_pwd_unlocked_no_checking_status(1));
@@ -264,7 +290,9 @@ TEST_F(ReceiverViewingTest, WhatPlaysIsGuardedWithoutSignalAndWithoutBeingListed
   EXPECT_EQ(Events{kFree}, told.take(1)) << "as the guide says";
 
   air.write(kAir, kChannel20, rated_stream({}, false));
-  while (rows(kAir).size() != 1) std::this_thread::yield();
+  const AISRV_query_filter all{};
+  for (uint32_t listed = 0; listed != 1; std::this_thread::yield())
+    ASSERT_EQ(0, AISRV_get_total_services(kAir, AISRV_SERVICE_MASK, &all, 0, &listed));
   EXPECT_EQ(Events{AFW_CHANNEL_PLAY_SUCCESS}, told.take(1));
   set_time(kStart + 3600);
   EXPECT_EQ(Events{kBlocked}, told.take(1));
