@@ -106,7 +106,7 @@ int AIPC_store_rating(AIPC_dime_t rating);
 // the downloadable tables of all other regions. They fail, with nothing changed, on another region,
 // where the region's table has no such value, and on a value that is no limit: those without a name
 // and of regions 1 and 2 those that no viewer is to be kept from ("None", "N/A", exempt) or that
-// have a group of their own ("NR").
+// have a group of their own ("NR"). Nor is fantasy violence freed while TV-Y7 is blocked.
 int AIPC_rating_encode(AIPC_dime_t* rating, uint8_t dimension, uint8_t value, uint8_t block);
 int AIPC_drrt_rating_encode(AIPC_dime_t* rating, uint8_t dimension, uint8_t value, uint8_t block);
 

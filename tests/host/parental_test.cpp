@@ -222,7 +222,7 @@ TEST(ParentalTest, WhatIsKeptAwayIsToldInOrder) {
       {"b1U", "PF"},    {"b1U+2", "PF"},                     // and those that follow
       {"b1Uu", "PFP"},  {"b1Usb2", "PFP"},  {"B1G", "LPO"},  // its opening frees nothing
       {"B1+0", "LPF"},                                       // nor opens a free programme
-      {"B1U", "LPOF"},  {"GFB", "L"},                        // which could not be played
+      {"B1U", "LPOF"},  {"b1+01", "PFP"},   {"GFB", "L"},    // which could not be played
       {"b1+v", "P"},  // the same programme, rated in other words
   };
   for (const auto& each : kCases) {

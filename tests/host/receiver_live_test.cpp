@@ -509,6 +509,16 @@ TEST(ReceiverAlertsTest, OnlyThoseThatAreWantedAreReported) {
         {2, 2, 7, all},
         {2, 2, 7, all}},
        "11 . 7 . "},
+      {"a lower one that is still sent",
+       kAir,
+       {{1, 1, 7, all},
+        {2, 2, 11, all},
+        {1, 1, 7, all},
+        {1, 1, 7, all},
+        {1, 1, 7, all},
+        {1, 1, 7, all},
+        {1, 1, 7, all}},
+       "7 . 11 . 7 . "},
       {"on and off", kAir, {{1, 1, 15, all}, {1, 1, 15, cable}, {1, 1, 15, all}}, "15 . 15 . "},
   };
   for (const auto& c : cases) {

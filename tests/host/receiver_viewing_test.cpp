@@ -283,6 +283,11 @@ TEST_F(ReceiverViewingTest, WhatPlaysIsGuardedWithoutSignalAndWithoutBeingListed
   EXPECT_EQ(Events{AFW_CHANNEL_PLAY_SUCCESS}, told.take(1));
   AISRV_service_info one{};
   ASSERT_EQ(0, AICN_get_current(&one));
+  AISRV_service_info marked = one;
+  marked.AISRV_flags_ |= AISRV_FLAG_LOCKED;
+  marked.AISRV_fav_group_ = 0x10;
+  AICN_set_play_from_ap(1);
+  EXPECT_EQ(0, AIFW_modify_service(AIFW_SERVICE_MODIFY, &marked));
 
   air.write(kAir, kChannel20, rated_stream(content_advisory(1, {{0, 5}})));
   EXPECT_EQ(Events{kBlocked}, told.take(1));
@@ -305,6 +310,13 @@ TEST_F(ReceiverViewingTest, WhatPlaysIsGuardedWithoutSignalAndWithoutBeingListed
   EXPECT_EQ(0, AIFW_stop_curr_src());
   EXPECT_NE(0, AICN_get_current(&current));
   EXPECT_EQ(-1, AIEC_check_rating(&one));
+  // It comes back as the viewer left it.
+  air.write(kAir, kChannel20, rated_stream());
+  EXPECT_EQ(0, AIFW_play_first_service(kAir, kChannel20));
+  for (uint32_t listed = 0; listed != 2; std::this_thread::yield())
+    ASSERT_EQ(0, AISRV_get_total_services(kAir, AISRV_SERVICE_MASK, &all, 0, &listed));
+  EXPECT_EQ(marked.AISRV_flags_, rows(kAir)[0].info.AISRV_flags_);
+  EXPECT_EQ(0x10u, rows(kAir)[0].info.AISRV_fav_group_);
 }
 
 TEST_F(ReceiverViewingTest, OneProgrammeOfACityIsBlockedFromItsStartToItsEnd) {

@@ -48,13 +48,16 @@ void Alerts::receive(const EmergencyAlert& alert, Instant at,
   if (!settings.repeated_events &&
       std::find(reported_.begin(), reported_.end(), event) != reported_.end())
     return;
-  if (present_ && alert.priority < present_->priority) return;
+  if (present_ && present_->event != event && alert.priority < present_->priority) return;
+  if (waiting_ && alert.priority < waiting_->priority) return;
   if (last_new_ && at - *last_new_ < kInterval) {
-    if (!waiting_ || alert.priority >= waiting_->priority) waiting_ = alert;
+    waiting_ = alert;
     return;
   }
   last_new_ = at;
   waiting_.reset();
+  // One that is still sent when the higher one is over comes again.
+  if (present_ && alert.priority > present_->priority) forget(*present_);
   shown_[sequence] = hash;
   // The numbers go round: what comes next is not what had these numbers long ago.
   for (size_t ahead = 1; ahead <= shown_.size() / 2; ++ahead)
@@ -100,6 +103,7 @@ void Alerts::check(Instant at, std::optional<uint32_t> station_time) {
 
 void Alerts::stop() {
   waiting_.reset();
+  if (present_) forget(*present_);
   end_present();
 }
 

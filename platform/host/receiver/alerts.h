@@ -61,7 +61,7 @@ class Alerts {
   // wanted.
   void check(Instant at, std::optional<uint32_t> station_time);
 
-  // The tuner leaves the carrier, or has lost it.
+  // The tuner leaves the carrier, or has lost it: what is still on the air then comes again.
   void stop();
 
  private:

@@ -69,7 +69,9 @@ bool Gate::judge(ProgrammeId programme, std::string why, bool asked, Instant at)
   const bool another = blocked && !(playing_->told && playing_->told->same(programme));
   bool news = asked;
   if (told_blocked_ != blocked || another) {
-    if (!asked && at < playing_->next_tell) return false;
+    // What is to be kept away does not wait.
+    const bool closes = blocked && playing_->why_blocked.empty();
+    if (!asked && !closes && at < playing_->next_tell) return false;
     if (!asked) playing_->next_tell = at + kTellInterval;
     told_blocked_ = blocked;
     news = true;

@@ -53,8 +53,8 @@ class Gate {
 
   // What plays was looked at; `why` is empty unless it is blocked under the settings. What comes of
   // a look at the air at any time, not of something that the viewer did (`asked`), is told no more
-  // than once a second; a later look makes up for it. Whether anything else is kept away than
-  // before.
+  // than once a second, but for a block after none; a later look makes up for it. Whether anything
+  // else is kept away than before.
   bool judge(ProgrammeId programme, std::string why, bool asked, Instant at);
 
   bool is_unlocked() const { return playing_ && playing_->unlocked; }

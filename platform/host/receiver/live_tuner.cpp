@@ -205,7 +205,10 @@ void LiveTuner::Session::set_locked(bool locked) {
   while_tuned([&] {
     if (tuner_.locked_ == locked) return;
     tuner_.locked_ = locked;
-    if (!locked) tuner_.advisories_.clear();
+    if (!locked) {
+      tuner_.advisories_.clear();
+      tuner_.head_read_ = false;
+    }
     log().Info("%s %u Hz: %s", modulation_name(source_), frequency_,
                locked ? "locked" : "no signal");
     tuner_.events_.raise(locked ? AFW_TUNER_LOCKED : AFW_TUNER_UNLOCKED);

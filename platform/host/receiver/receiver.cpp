@@ -582,7 +582,7 @@ void Receiver::leave_standby() {
   }
   // It counts as playing before standby, too, where playing was stopped first.
   const auto service = current();
-  if (service && !play(*service)) live_tuner_.report_failure();
+  if (!service || !play(*service)) fail(service.has_value());
 }
 
 bool Receiver::add_service(const AISRV_service_info& record) {

@@ -15,6 +15,7 @@ namespace {
 
 constexpr uint32_t kMaxRecord = 0xFFFE;  // 0xFFFF: not known
 constexpr size_t kMaxNameBytes = 1024;
+constexpr size_t kMaxDropped = 4096;
 
 bool by_key(const Service& a, const Service& b) { return a.key < b.key; }
 
@@ -262,10 +263,18 @@ ServiceList::Change ServiceList::replace(uint32_t source, uint32_t frequency,
       list.push_back(std::move(old));
     } else {
       ++change.deleted;
+      const bool marked = old.flags != AISRV_FLAG_VISIBLE || old.favourites != 0 || old.audio != 0;
+      if (marked && dropped_.size() < kMaxDropped) dropped_[old.key] = std::move(old);
     }
   }
   for (Service& service : found) {
     if (service.record == 0) {
+      if (const auto dropped = dropped_.find(service.key); dropped != dropped_.end()) {
+        service.flags = dropped->second.flags;
+        service.favourites = dropped->second.favourites;
+        service.audio = dropped->second.audio;
+        dropped_.erase(dropped);
+      }
       service.record = records.take();
       if (service.record == 0) {
         log().Error("%s %u Hz: the service list is full", modulation_name(source), frequency);
@@ -348,7 +357,7 @@ bool ServiceList::set_audio(const ServiceKey& key, uint8_t track) {
 
 bool ServiceList::reset(uint32_t source,
                         const std::function<std::unique_lock<std::mutex>()>& stored) {
-  return change(
+  const bool done = change(
       [&](std::vector<Service>& list) {
         list.erase(
             std::remove_if(list.begin(), list.end(),
@@ -357,6 +366,11 @@ bool ServiceList::reset(uint32_t source,
         return true;
       },
       stored);
+  if (!done) return false;
+  std::lock_guard<std::mutex> lock(mutex_);
+  for (auto it = dropped_.begin(); it != dropped_.end();)
+    it = it->first.source == source ? dropped_.erase(it) : std::next(it);
+  return true;
 }
 
 bool ServiceList::reload() {
@@ -366,6 +380,7 @@ bool ServiceList::reload() {
     return false;
   std::lock_guard<std::mutex> lock(mutex_);
   services_ = std::move(list);
+  dropped_.clear();
   ++generation_;
   return true;
 }

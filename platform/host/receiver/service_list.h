@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <functional>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <set>
@@ -23,7 +24,8 @@ class ServiceList {
 
   // Puts the services found on one carrier in the place of those listed for it. A service that is
   // found again keeps record number, flags, favourites and audio track. One that was added by hand
-  // keeps its name, too, and stays listed, without streams, when it is not found.
+  // keeps its name, too, and stays listed, without streams, when it is not found. One that is taken
+  // from the list and found again in the same run has flags, favourites and audio track again.
   struct Change {
     size_t deleted = 0;
     size_t added = 0;
@@ -41,7 +43,8 @@ class ServiceList {
   bool add(const Service& service);
   bool set_flags(uint32_t source, uint32_t record, uint32_t flags, uint32_t favourites);
   bool set_audio(const ServiceKey& key, uint8_t track);
-  // Removes all services of a source; `stored` runs when the empty list is in the file.
+  // Removes all services of a source, with the marks of those that their carriers took away;
+  // `stored` runs when the empty list is in the file.
   bool reset(uint32_t source, const std::function<std::unique_lock<std::mutex>()>& stored);
 
   // Reads the file anew. False, with nothing changed, when there is none or it cannot be used.
@@ -63,8 +66,9 @@ class ServiceList {
   bool change(const std::function<bool(std::vector<Service>& list)>& edit,
               const std::function<std::unique_lock<std::mutex>()>& stored = {});
 
-  mutable std::mutex mutex_;  // of services_
+  mutable std::mutex mutex_;  // of services_ and dropped_
   std::vector<Service> services_;
+  std::map<ServiceKey, Service> dropped_;  // those with marks that a carrier took from the list
   std::atomic<unsigned> generation_{0};
   std::mutex store_mutex_;  // of file_; taken before mutex_
   StateFile file_;
