@@ -17,10 +17,6 @@
 #include "receiver/transport.h"
 #include "receiver_test_air.h"
 
-#ifndef ATSC_CAPTURES_DIR
-#define ATSC_CAPTURES_DIR ""
-#endif
-
 namespace receiver_test {
 namespace {
 

@@ -25,10 +25,6 @@
 #include "receiver/receiver.h"
 #include "receiver_test_air.h"
 
-#ifndef ATSC_CAPTURES_DIR
-#define ATSC_CAPTURES_DIR ""
-#endif
-
 namespace receiver_test {
 namespace {
 

@@ -15,10 +15,6 @@
 #include "osal.h"
 #include "receiver_test_air.h"
 
-#ifndef ATSC_CAPTURES_DIR
-#define ATSC_CAPTURES_DIR ""
-#endif
-
 namespace receiver_test {
 namespace {
 

@@ -10,6 +10,11 @@
 #include "aics.h"
 #include "aisrv.h"
 
+// Empty: there are no field captures.
+#ifndef ATSC_CAPTURES_DIR
+#define ATSC_CAPTURES_DIR ""
+#endif
+
 namespace receiver_test {
 
 using Bytes = std::vector<uint8_t>;
