@@ -22,6 +22,11 @@ configure() {
       ;;
     asan) options+=("-DATSC_SANITIZE=address,undefined" "${quick[@]}") ;;
     tsan) options+=(-DATSC_SANITIZE=thread "${quick[@]}") ;;
+    fuzz)
+      groups+=(fuzz)
+      options+=(-DCMAKE_CXX_COMPILER=clang++ -DATSC_FUZZ=ON
+        "-DATSC_SANITIZE=address,undefined" "${quick[@]}")
+      ;;
     armhf)
       groups+=(armhf)
       options+=(

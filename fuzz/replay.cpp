@@ -1,0 +1,46 @@
+// Runs a fuzzer's inputs where there is no libFuzzer: each file of the arguments, and each file in
+// a folder of the arguments, once. Fails when there is none.
+#include <cstdint>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+namespace fs = std::filesystem;
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
+extern "C" __attribute__((weak)) int LLVMFuzzerInitialize(int* argc, char*** argv);
+
+namespace {
+
+int inputs = 0;
+
+void replay(const fs::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  const std::vector<char> bytes{std::istreambuf_iterator<char>(file), {}};
+  // To be named by what it crashes.
+  fprintf(stderr, "%s\n", path.c_str());
+  // A copy of its own size: reading past the end is noticed.
+  const std::vector<uint8_t> input(bytes.begin(), bytes.end());
+  LLVMFuzzerTestOneInput(input.data(), input.size());
+  ++inputs;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (LLVMFuzzerInitialize != nullptr) LLVMFuzzerInitialize(&argc, &argv);
+  for (int i = 1; i < argc; ++i) {
+    if (!fs::is_directory(argv[i])) {
+      replay(argv[i]);
+      continue;
+    }
+    for (const auto& entry : fs::recursive_directory_iterator(argv[i])) {
+      if (entry.is_regular_file()) replay(entry.path());
+    }
+  }
+  fprintf(stderr, "%d inputs\n", inputs);
+  return inputs > 0 ? 0 : 1;
+}
