@@ -37,8 +37,10 @@ Callbacks& Callbacks::start() {
   sigaction(SIGTERM, &action, nullptr);
 
   const auto refuse = [](int owner) {
-    throw Failure(kOtherTV, "another TV application is registered" +
-                                (owner > 0 ? ", process " + std::to_string(owner) : ""));
+    throw Failure(kOtherTV,
+                  "another TV application is registered" +
+                      (owner > 0 ? ", process " + std::to_string(owner)
+                                 : std::string(", or /tmp/.BUS.") + kTVName + " is in its way"));
   };
   const int owner = ATSC_host_find(kTVName);
   if (owner != 0) refuse(owner);

@@ -5,9 +5,11 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <deque>
 #include <filesystem>
 #include <stdexcept>
 #include <system_error>
+#include <utility>
 
 namespace fs = std::filesystem;
 
@@ -48,16 +50,38 @@ void makeFolder(const fs::path& folder) {
   if (mkdir(folder.c_str(), S_IRWXU) != 0 && errno != EEXIST) fail(folder, errno);
 }
 
-// Checks a database file; a missing one is made by its first user.
-void prepare(const fs::path& file) {
-  fs::path folder = file.parent_path();
-  if (folder.empty()) folder = ".";
+// Checks one of the files that SQLite opens, if it is there, and keeps it to this user. Its links
+// are resolved.
+void keepToOneself(const fs::path& file) {
+  struct stat status;
+  if (lstat(file.c_str(), &status) != 0) return;
+  if (S_ISDIR(status.st_mode)) fail(file, EISDIR);
+  if (!S_ISREG(status.st_mode)) throw std::runtime_error(file.string() + ": not a regular file");
+  if (status.st_nlink > 1 && everyUserCanWrite(file.parent_path())) {
+    throw std::runtime_error(file.string() + ": a hard link in a folder that every user can write");
+  }
+  if (access(file.c_str(), R_OK | W_OK) != 0) fail(file, errno);
+  constexpr mode_t kOthers = S_IRWXG | S_IRWXO;
+  if ((status.st_mode & kOthers) == 0 || status.st_uid != geteuid()) return;
+  if (chmod(file.c_str(), status.st_mode & S_IRWXU) != 0) fail(file, errno);
+}
+
+// Checks a database file; a missing one is made by its first user. Returns its path, another one
+// when the file is a link: whoever removes a broken database means the file, not the link.
+std::string prepare(const std::string& file) {
+  const fs::path resolved = refusePlanted(file);
+  const fs::path folder = resolved.parent_path();
   makeFolder(folder);
   std::error_code error;
   if (!fs::is_directory(folder, error)) fail(folder, ENOTDIR);
   if (access(folder.c_str(), W_OK | X_OK) != 0) fail(folder, errno);
-  if (fs::is_directory(file, error)) fail(file, EISDIR);
-  if (fs::exists(file, error) && access(file.c_str(), R_OK | W_OK) != 0) fail(file, errno);
+  keepToOneself(resolved);
+  for (const char* suffix : {"-journal", "-wal", "-shm"}) {
+    const std::string journal = resolved.string() + suffix;
+    refusePlanted(journal);
+    keepToOneself(journal);
+  }
+  return fs::is_symlink(file, error) ? resolved.string() : file;
 }
 
 }  // namespace
@@ -74,9 +98,49 @@ DatabaseFiles databaseFiles(const std::string& folder) {
   return files;
 }
 
-void prepareDatabaseFiles(const DatabaseFiles& files) {
-  prepare(files.channels);
-  prepare(files.events);
+void prepareDatabaseFiles(DatabaseFiles* files) {
+  files->channels = prepare(files->channels);
+  files->events = prepare(files->events);
+}
+
+std::string refusePlanted(const std::string& path) {
+  constexpr int kMaxLinks = 40;
+  const fs::path whole = fs::absolute(path);
+  fs::path done = whole.root_path();
+  const fs::path relative = whole.relative_path();
+  std::deque<fs::path> parts(relative.begin(), relative.end());
+  for (int links = 0; !parts.empty();) {
+    const fs::path part = parts.front();
+    parts.pop_front();
+    if (part.empty() || part == ".") continue;
+    if (part == "..") {
+      done = done.parent_path();
+      continue;
+    }
+    const fs::path folder = std::exchange(done, done / part);
+    struct stat status;
+    struct stat folder_status;
+    if (lstat(done.c_str(), &status) != 0 || stat(folder.c_str(), &folder_status) != 0) continue;
+    const uid_t owner = status.st_uid;
+    if ((folder_status.st_mode & S_IWOTH) != 0 && owner != geteuid() && owner != 0 &&
+        owner != folder_status.st_uid) {
+      throw std::runtime_error(done.string() + ": not used, it belongs to user " +
+                               std::to_string(owner) + " and every user can write " +
+                               folder.string());
+    }
+    if (!S_ISLNK(status.st_mode)) continue;
+    if (++links > kMaxLinks) fail(path, ELOOP);
+    const fs::path target = fs::read_symlink(done);
+    done = target.is_absolute() ? target.root_path() : folder;
+    const fs::path more = target.relative_path();
+    parts.insert(parts.begin(), more.begin(), more.end());
+  }
+  return done.string();
+}
+
+bool everyUserCanWrite(const std::string& folder) {
+  struct stat status;
+  return stat(folder.c_str(), &status) == 0 && (status.st_mode & S_IWOTH) != 0;
 }
 
 }  // namespace apps

@@ -25,9 +25,19 @@ struct DatabaseFiles {
 // user has no home.
 DatabaseFiles databaseFiles(const std::string& folder);
 
-// Makes a program able to write the files: makes missing folders for this user alone and checks
-// that the files can be opened for writing. Throws std::runtime_error with path and reason.
-void prepareDatabaseFiles(const DatabaseFiles& files);
+// Makes a program able to write the files: makes missing folders for this user alone, checks that
+// the files can be opened for writing, takes the rights of others to them and to their journals
+// away, and replaces the names of files that are links. Throws std::runtime_error with path and
+// reason, also for what another user may have planted: see refusePlanted().
+void prepareDatabaseFiles(DatabaseFiles* files);
+
+// In a folder that every user can write, only what belongs to this user, root or the folder's owner
+// is followed and used. Returns `path` with its links resolved, as far as it exists. Throws
+// std::runtime_error with path and reason when a part of it is somebody else's.
+std::string refusePlanted(const std::string& path);
+
+// Whether every user can put files into a folder.
+bool everyUserCanWrite(const std::string& folder);
 
 }  // namespace apps
 

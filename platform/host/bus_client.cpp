@@ -10,7 +10,6 @@
 #include <new>
 
 #include "atsc_host.h"
-#include "bus_log.h"
 #include "bus_server.h"
 
 namespace bus {
@@ -130,7 +129,9 @@ int Client::receive(uint32_t code, BUSParam::Impl* reply) {
   }
   if (have > need) return fail("there is more than one reply");
   if (header.kind == FrameKind::kFailure) {
-    log().Error("BUS %s: process %d could not reply", name_.c_str(), peer_);
+    if (faults_.due("no reply")) {
+      log().Error("BUS %s: process %d could not reply", name_.c_str(), peer_);
+    }
     return -1;
   }
   BUSParam::Impl unread;
@@ -142,7 +143,9 @@ int Client::receive(uint32_t code, BUSParam::Impl* reply) {
 
 // Ends the connection with the reason in the log.
 int Client::fail(const char* reason) {
-  log().Error("BUS %s: connection to process %d ended: %s", name_.c_str(), peer_, reason);
+  if (faults_.due(reason)) {
+    log().Error("BUS %s: connection to process %d ended: %s", name_.c_str(), peer_, reason);
+  }
   disconnect();
   return -1;
 }
@@ -161,7 +164,9 @@ bool Client::connect() {
     if (socket) {
       const auto peer = peerOf(socket.get());
       if (!peer || peer->uid != ::geteuid()) {
-        log().Error("BUS %s: the server belongs to another user", name_.c_str());
+        if (faults_.due("user")) {
+          log().Error("BUS %s: the server belongs to another user", name_.c_str());
+        }
         return false;
       }
       peer_ = peer->pid;
@@ -174,7 +179,7 @@ bool Client::connect() {
 }
 
 // A connected, blocking socket, or an empty Fd; `busy` when the server's queue is full.
-Fd Client::openSocket(bool* busy) const {
+Fd Client::openSocket(bool* busy) {
   if (!validName(name_)) {
     log().Error("BUS %s: not a valid name", name_.c_str());
     return Fd();
@@ -189,7 +194,9 @@ Fd Client::openSocket(bool* busy) const {
     return Fd();
   }
   if (!S_ISSOCK(status.st_mode) || status.st_uid != ::geteuid()) {
-    log().Error("BUS %s: %s is not a socket of this user", name_.c_str(), path.c_str());
+    if (faults_.due("path")) {
+      log().Error("BUS %s: %s %s", name_.c_str(), path.c_str(), notOurs(status).c_str());
+    }
     return Fd();
   }
   Fd socket = streamSocket(false);
@@ -216,6 +223,7 @@ void Client::resetAfterFork() {
   // Threads that held or awaited these did not come along.
   new (&mutex_) std::mutex;
   new (&turn_) std::condition_variable;
+  new (&faults_) Faults;
   callers_ = 0;
   busy_ = closing_ = on_server_thread_ = false;
   socket_.reset();

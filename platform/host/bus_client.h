@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "bus_log.h"
 #include "bus_param.h"
 #include "bus_socket.h"
 
@@ -41,7 +42,7 @@ class Client {
   bool givenUp() const;
   int exchange(size_t size, BUSParam::Impl& request, BUSParam::Impl* reply);
   bool connect();
-  Fd openSocket(bool* busy) const;
+  Fd openSocket(bool* busy);
   int receive(uint32_t code, BUSParam::Impl* reply);
   int fail(const char* reason);
   void disconnect();
@@ -56,6 +57,7 @@ class Client {
   Fd socket_;                      // changed by the busy caller only, with the mutex held
   pid_t peer_ = 0;
   std::vector<char> input_;
+  Faults faults_;  // of the busy caller
 };
 
 }  // namespace bus

@@ -1,6 +1,10 @@
 #ifndef ATSC_HOST_BUS_LOG_H_
 #define ATSC_HOST_BUS_LOG_H_
 
+#include <chrono>
+#include <map>
+#include <string>
+
 #include "logger_cpp.h"
 
 namespace bus {
@@ -10,6 +14,23 @@ inline LoggerCpp& log() {
   static LoggerCpp& logger = *new LoggerCpp("BUS", "bus");
   return logger;
 }
+
+// Faults that a peer may cause as often as it likes: of each kind one line in ten seconds is
+// logged. Not thread-safe.
+class Faults {
+ public:
+  // Whether to log a fault now.
+  bool due(const std::string& kind) {
+    const auto now = std::chrono::steady_clock::now();
+    const auto [last, first] = last_.emplace(kind, now);
+    if (!first && now - last->second < std::chrono::seconds(10)) return false;
+    last->second = now;
+    return true;
+  }
+
+ private:
+  std::map<std::string, std::chrono::steady_clock::time_point> last_;
+};
 
 }  // namespace bus
 

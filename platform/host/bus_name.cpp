@@ -27,17 +27,17 @@ enum class Holder { kNobody, kPassing, kProcess, kUnknown };
 
 // Who holds the lock of a name. Passing: it cannot say now; above all it is bound, but nobody
 // listens yet (a process that is just beginning to serve) or ever (one that removes a stale file).
-Holder probeLock(const std::string& name, pid_t* owner) {
+// `who` becomes the process, if it is known and whosever it is.
+Holder probeLock(const std::string& name, std::optional<ucred>* who) {
   const Fd socket = streamSocket(false);
   const Address address(lockName(name));
   if (::connect(socket.get(), address.get(), address.size()) != 0) {
     // Both an unbound name and one that is not listening refuse; binding tells them apart.
     return errno == ECONNREFUSED || errno == EAGAIN ? Holder::kPassing : Holder::kUnknown;
   }
-  const auto peer = peerOf(socket.get());
-  if (!peer || peer->uid != ::geteuid() || peer->pid <= 0) return Holder::kUnknown;
-  *owner = peer->pid;
-  return Holder::kProcess;
+  *who = peerOf(socket.get());
+  const bool own = *who && (*who)->uid == ::geteuid() && (*who)->pid > 0;
+  return own ? Holder::kProcess : Holder::kUnknown;
 }
 
 // Takes the lock of a name. Without it returns an empty Fd, with `owner` set to the live process
@@ -52,10 +52,18 @@ Fd takeLock(const std::string& name, pid_t* owner) {
       log().Error("BUS %s: cannot lock the name: %s", name.c_str(), std::strerror(errno));
       return Fd();
     }
-    const Holder holder = probeLock(name, owner);
-    if (holder == Holder::kProcess) return Fd();
+    std::optional<ucred> who;
+    const Holder holder = probeLock(name, &who);
+    if (holder == Holder::kProcess) {
+      *owner = who->pid;
+      return Fd();
+    }
     if (holder == Holder::kUnknown || std::chrono::steady_clock::now() >= deadline) {
-      log().Error("BUS %s: the name is held by an unknown process", name.c_str());
+      const std::string whose =
+          who ? "process " + std::to_string(who->pid) + " of user " + std::to_string(who->uid)
+              : "an unknown process";
+      log().Error("BUS %s: %s holds the abstract socket @%s", name.c_str(), whose.c_str(),
+                  lockName(name).c_str() + 1);
       return Fd();
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
@@ -71,20 +79,21 @@ bool answers(const std::string& path) {
   return ::connect(socket.get(), address.get(), address.size()) == 0 || errno == EAGAIN;
 }
 
-// Under the lock of the name: removes the socket file of a dead process. False with a reason when
-// something else is at the path.
-bool removeStale(const std::string& path, const char** reason) {
+// Under the lock of the name: removes the socket file of a dead process; that of another user's is
+// root's to remove. False with a reason when something else is at the path.
+bool removeStale(const std::string& path, std::string* reason) {
   struct stat status;
   if (::lstat(path.c_str(), &status) != 0) {
     *reason = std::strerror(errno);
     return errno == ENOENT;
   }
-  if (!S_ISSOCK(status.st_mode) || status.st_uid != ::geteuid()) {
-    *reason = "is not a socket of this user";
+  const bool ours = status.st_uid == ::geteuid() || ::geteuid() == 0;
+  if (!S_ISSOCK(status.st_mode) || !ours) {
+    *reason = notOurs(status);
     return false;
   }
   if (answers(path)) {
-    *reason = "is in use by another program";
+    *reason = "is in use by another program, of user " + std::to_string(status.st_uid);
     return false;
   }
   if (::unlink(path.c_str()) != 0 && errno != ENOENT) {
@@ -110,9 +119,9 @@ void sweep() {
       continue;
     }
     pid_t owner = 0;
-    const char* reason = nullptr;
+    std::string reason;
     if (const Fd lock = takeLock(name, &owner); lock && !removeStale(path, &reason)) {
-      log().Debug("BUS %s: %s %s", name.c_str(), path.c_str(), reason);
+      log().Debug("BUS %s: %s %s", name.c_str(), path.c_str(), reason.c_str());
     }
   }
 }
@@ -133,9 +142,9 @@ std::unique_ptr<OwnedName> OwnedName::acquire(const std::string& name, pid_t* ow
 
 bool OwnedName::listen() {
   const std::string path = socketPath(name_);
-  const char* reason = nullptr;
+  std::string reason;
   if (!removeStale(path, &reason)) {
-    log().Error("BUS %s: %s %s", name_.c_str(), path.c_str(), reason);
+    log().Error("BUS %s: %s %s", name_.c_str(), path.c_str(), reason.c_str());
     return false;
   }
   listener_ = streamSocket(false);
@@ -173,8 +182,8 @@ void OwnedName::abandon() {
 }
 
 pid_t findOwner(const std::string& name) {
-  pid_t owner = 0;
-  return validName(name) && probeLock(name, &owner) == Holder::kProcess ? owner : 0;
+  std::optional<ucred> who;
+  return validName(name) && probeLock(name, &who) == Holder::kProcess ? who->pid : 0;
 }
 
 void sweepOnce() {

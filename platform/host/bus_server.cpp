@@ -4,6 +4,7 @@
 #include <signal.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
+#include <sys/resource.h>
 
 #include <algorithm>
 #include <array>
@@ -23,13 +24,20 @@ namespace {
 
 constexpr uint64_t kWakeId = 0;
 constexpr std::chrono::milliseconds kAcceptPause{100};
-// One process cannot take all descriptors, ...
-constexpr size_t kMaxConnectionsOfPeer = 256;
+// One process cannot take all connections, all of them not all descriptors, ...
 constexpr size_t kMaxConnections = 768;
+constexpr size_t kPeersAtLeast = 3;
 // ... nor all memory: beyond this the connection that holds most is ended.
 constexpr size_t kMaxBuffered = 128 * 1024 * 1024;
 
 thread_local bool on_server_thread = false;
+
+// A quarter of the process's descriptors is left to everything else.
+size_t maxConnections() {
+  rlimit descriptors;
+  if (::getrlimit(RLIMIT_NOFILE, &descriptors) != 0) return kMaxConnections;
+  return static_cast<size_t>(std::min<rlim_t>(kMaxConnections, descriptors.rlim_cur / 4 * 3));
+}
 
 }  // namespace
 
@@ -267,7 +275,9 @@ void Server::accept(Endpoint& endpoint, bool from_listener) {
   const char* const name = endpoint.owned->name().c_str();
   if (!connection.socket) {
     if (errno == EAGAIN || errno == EINTR || errno == ECONNABORTED) return;
-    log().Error("BUS %s: cannot accept a connection: %s", name, std::strerror(errno));
+    if (const char* const reason = std::strerror(errno); faults_.due(reason)) {
+      log().Error("BUS %s: cannot accept a connection: %s", name, reason);
+    }
     pauseAccepting();
     return;
   }
@@ -275,14 +285,21 @@ void Server::accept(Endpoint& endpoint, bool from_listener) {
   if (!from_listener) return;
   const auto peer = peerOf(connection.socket.get());
   if (!peer || peer->uid != ::geteuid()) {
-    log().Error("BUS %s: a process of another user was refused", name);
+    if (faults_.due("user")) {
+      log().Error("BUS %s: process %d of another user (%u) was refused", name, peer ? peer->pid : 0,
+                  peer ? peer->uid : 0);
+    }
     return;
   }
   const auto of_peer =
       static_cast<size_t>(std::count_if(connections_.begin(), connections_.end(),
                                         [&](auto& each) { return each.second.peer == peer->pid; }));
-  if (of_peer >= kMaxConnectionsOfPeer || connections_.size() >= kMaxConnections) {
-    log().Error("BUS %s: process %d has too many connections", name, peer->pid);
+  const size_t most = maxConnections();
+  if (of_peer >= most / kPeersAtLeast || connections_.size() >= most) {
+    if (faults_.due("connections")) {
+      log().Error("BUS %s: process %d is refused: %zu connections of its own, %zu of all", name,
+                  peer->pid, of_peer, connections_.size());
+    }
     return;
   }
   connection.peer = peer->pid;
@@ -400,9 +417,10 @@ void Server::transact(uint64_t id, const FrameHeader& header, ServedObject& obje
   if (connection == nullptr) return;
   size_t size = threw ? 0 : reply_.impl().seal(FrameKind::kReply, header.code, 0);
   if (size == 0) {
-    const Endpoint* const endpoint = findEndpoint(connection->endpoint);
-    log().Error("BUS %s: process %d gets no reply: too large or failed",
-                endpoint != nullptr ? endpoint->owned->name().c_str() : "", connection->peer);
+    if (const Endpoint* endpoint = findEndpoint(connection->endpoint); faults_.due("no reply")) {
+      log().Error("BUS %s: process %d gets no reply: too large or failed",
+                  endpoint != nullptr ? endpoint->owned->name().c_str() : "", connection->peer);
+    }
     reply_.impl().clear();
     size = reply_.impl().seal(FrameKind::kFailure, header.code, 0);
   }
@@ -439,7 +457,7 @@ void Server::flush(uint64_t id, Connection& connection) {
 void Server::drop(uint64_t id, const char* reason) {
   const auto found = connections_.find(id);
   if (found == connections_.end()) return;
-  if (reason != nullptr) {
+  if (reason != nullptr && faults_.due(reason)) {
     const Endpoint* const endpoint = findEndpoint(found->second.endpoint);
     log().Error("BUS %s: connection of process %d ended: %s",
                 endpoint != nullptr ? endpoint->owned->name().c_str() : "", found->second.peer,

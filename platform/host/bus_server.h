@@ -14,6 +14,7 @@
 #include <unordered_set>
 #include <vector>
 
+#include "bus_log.h"
 #include "bus_name.h"
 #include "bus_param.h"
 #include "bus_socket.h"
@@ -109,6 +110,7 @@ class Server {
   bool forked_ = false;  // this is the parent's server, seen from a child
   bool paused_ = false;  // no descriptors left: nothing is accepted for a while
   std::chrono::steady_clock::time_point resume_at_;
+  Faults faults_;
   Fd epoll_;
   Fd wake_;
   uint64_t last_id_ = 0;

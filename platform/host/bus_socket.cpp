@@ -23,6 +23,16 @@ bool validName(const std::string& name) {
 
 std::string socketPath(const std::string& name) { return "/tmp/.BUS." + name; }
 
+std::string notOurs(const struct stat& status) {
+  const char* const kind = S_ISSOCK(status.st_mode)   ? "socket"
+                           : S_ISLNK(status.st_mode)  ? "symbolic link"
+                           : S_ISDIR(status.st_mode)  ? "folder"
+                           : S_ISFIFO(status.st_mode) ? "FIFO"
+                                                      : "file";
+  return std::string("is not a socket of this user: a ") + kind + " of user " +
+         std::to_string(status.st_uid) + " is in the way";
+}
+
 Fd streamSocket(bool blocking) {
   return Fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | (blocking ? 0 : SOCK_NONBLOCK), 0));
 }

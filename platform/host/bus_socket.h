@@ -3,6 +3,7 @@
 #define ATSC_HOST_BUS_SOCKET_H_
 
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/types.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -55,6 +56,9 @@ bool validName(const std::string& name);
 
 // The socket file of a name.
 std::string socketPath(const std::string& name);
+
+// What is at a socket's path instead of a socket of this user, for the log.
+std::string notOurs(const struct stat& status);
 
 // A close-on-exec stream socket; empty on failure with errno set.
 Fd streamSocket(bool blocking);

@@ -4,9 +4,13 @@
 // line of JSON. While the service waits for the answer it counts, over connections of its own, the
 // programmes and channels in the files: members "programmes" (by channel key) and "channels". As
 // long as the file HOLD exists it does not answer, and prints "held".
+//
+// tv_backend --call COMMAND...: does not register, but sends the commands in turn for ever. Prints
+// "answer RESULT MICROSECONDS" for each, or "lost" when there was no answer.
 #include <SQLiteCpp/SQLiteCpp.h>
 #include <atsc/atsc_service.h>
 #include <atsc/atsc_tv_server_backend.h>
+#include <atsc_host.h>
 #include <json/json.h>
 #include <unistd.h>
 
@@ -66,10 +70,26 @@ class Backend final : public ATSCBUS::ATSCTVServerBackend {
   const std::string hold_;
 };
 
+[[noreturn]] void call(char** commands) {
+  for (char** command = commands;; command = command[1] != nullptr ? command + 1 : commands) {
+    const auto start = std::chrono::steady_clock::now();
+    const int result = ATSC_TransmitServiceClientJSONCommand(*command, nullptr);
+    const auto took = std::chrono::steady_clock::now() - start;
+    if (ATSC_host_last_transact() == 0) {
+      std::cout << "answer " << result << ' '
+                << std::chrono::duration_cast<std::chrono::microseconds>(took).count() << std::endl;
+    } else {
+      std::cout << "lost" << std::endl;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   if (argc < 3) return 2;
+  if (std::string(argv[1]) == "--call") call(argv + 2);
   // Never destroyed: the library may call until the process has ended.
   auto* backend = new Backend(argv[1], argv[2], argc > 3 ? argv[3] : "");
   if (ATSC_RegisterTVServerBackend(backend) != 0) return 1;

@@ -3,6 +3,7 @@
 #ifndef ATSC_TESTS_HOST_BUS_PEERS_H_
 #define ATSC_TESTS_HOST_BUS_PEERS_H_
 
+#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -72,6 +73,16 @@ inline std::string uniqueName(const char* what) {
 
 inline std::string pathOf(const std::string& name) { return "/tmp/.BUS." + name; }
 
+// A socket that is bound to a path.
+inline int bound(const std::string& path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, sizeof address.sun_path - 1);
+  const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  EXPECT_EQ(::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0) << path;
+  return fd;
+}
+
 inline bool exists(const std::string& path) {
   struct stat status;
   return ::lstat(path.c_str(), &status) == 0;
@@ -120,6 +131,10 @@ class RawPeer {
            static_cast<ssize_t>(bytes.size());
   }
   void finish() { ::shutdown(fd_, SHUT_WR); }
+  void receive(size_t size) {
+    std::string bytes(size, '\0');
+    ::recv(fd_, bytes.data(), size, MSG_WAITALL);
+  }
   // What comes until the other side ends the connection.
   std::string receiveAll() {
     std::string all;

@@ -3,6 +3,7 @@
 #include "bus.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -10,9 +11,14 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
 #include <future>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -32,6 +38,15 @@ struct Started : Process {
     EXPECT_EQ(hear(), 'R');
   }
 };
+
+constexpr int kRounds = 200;
+
+bool longForm() { return std::getenv("ATSC_TEST_LONG") != nullptr; }
+
+size_t descriptorsOf(pid_t process) {
+  const std::filesystem::directory_iterator folder("/proc/" + std::to_string(process) + "/fd");
+  return static_cast<size_t>(std::distance(begin(folder), end(folder)));
+}
 
 TEST(Parcel, IsReadByType) {
   BUSParam parcel;
@@ -64,12 +79,8 @@ TEST(Bus, AClientRefusesAMalformedReply) {
         "BUSr" + word(8) + word(kEcho + 1) + word(0) + text, head + "s" + word(3) + "abc",
         head + text + "more", head + "cut"}) {
     const std::string name = uniqueName("liar");
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
     const std::string hidden = "/tmp/" + name;  // not to be swept before it listens
-    hidden.copy(address.sun_path, sizeof address.sun_path - 1);
-    const int listener = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    ASSERT_EQ(::bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    const int listener = bound(hidden);
     ASSERT_EQ(::listen(listener, 1), 0);
     ASSERT_EQ(::rename(hidden.c_str(), pathOf(name).c_str()), 0);
     std::thread liar([&] {
@@ -191,17 +202,79 @@ TEST(Bus, EndsMalformedConnectionsOnly) {
   }
 }
 
-TEST(Bus, ServesOthersWhileAPeerDoesNotRead) {
-  const std::string name = uniqueName("greedy");
-  Started server({"server", name});
-  RawPeer greedy(pathOf(name));
+// Whatever other processes do, a healthy one is answered while they do it, and nothing stays.
+TEST(Neighbour, OthersAreServedWhateverAPeerDoes) {
+  const std::string name = uniqueName("faults");
+  constexpr int kDescriptors = 120;
+  Started server({"server", name, std::to_string(kDescriptors)}, true);
+  Started healthy({"healthy", name});
+  const auto answered = [&](const char* while_) {
+    healthy.say('g');
+    std::istringstream line(healthy.hearLine());
+    int good = 0;
+    int median = 0;
+    int worst = 0;
+    line >> good >> median >> worst;
+    EXPECT_EQ(good, kRounds) << while_;
+    if (longForm()) std::printf("%-40s median %5d us, worst %6d us\n", while_, median, worst);
+  };
+  answered("nothing else");
+  const size_t descriptors = descriptorsOf(server.pid());
+
+  using Peers = std::vector<std::shared_ptr<void>>;
+  const auto connections = [&](int count, const std::string& bytes) {
+    Peers peers;
+    for (int i = 0; i < count; ++i) {
+      auto peer = std::make_shared<RawPeer>(pathOf(name));
+      for (size_t at = 0; at < bytes.size(); at += 65536) {
+        if (!peer->send(bytes.substr(at, 65536), MSG_DONTWAIT)) break;
+      }
+      peers.push_back(peer);
+    }
+    return peers;
+  };
+  const auto deaths = [&](const char* where) {
+    for (int i = 0; i < 20; ++i) {
+      Process victim({"dies", name, where});
+      EXPECT_EQ(victim.wait(), -SIGKILL);
+    }
+    return Peers();
+  };
+  const std::string half = "BUSq" + word(8 << 20) + word(kEcho) + word(0);
   const std::string large = request("i" + word(8 << 20), kLarge);
-  for (int i = 0; i < 1000; ++i) greedy.send(large, MSG_DONTWAIT);
-  std::vector<std::unique_ptr<RawPeer>> idle;
-  for (int i = 0; i < 400; ++i) idle.push_back(std::make_unique<RawPeer>(pathOf(name)));
-  // This process has used up its connections; another one has not.
-  Process other({"echo", name});
-  EXPECT_EQ(other.hearLine(), "hello");
+  const struct {
+    const char* what;
+    std::function<Peers()> begin;
+  } kFaults[] = {
+      {"dies in the middle of a request", [&] { return deaths("request"); }},
+      {"dies in the middle of a reply", [&] { return deaths("reply"); }},
+      {"garbage", [&] { return connections(200, std::string(64, 'G')); }},
+      {"connects a hundred times and is silent", [&] { return connections(100, ""); }},
+      {"reconnects in a loop", [&] { return connections(1000, ""), Peers(); }},
+      {"a thousand half headers", [&] { return connections(1000, half.substr(0, 9)); }},
+      {"half of large frames", [&] { return connections(200, half + std::string(1 << 20, 'h')); }},
+      {"asks and does not read",
+       [&] {
+         std::string many;
+         for (int i = 0; i < 100; ++i) many += large;
+         return connections(3, many);
+       }},
+  };
+  for (const auto& fault : kFaults) {
+    for (int round = 0; round < (longForm() ? 5 : 1); ++round) {
+      const Peers peers = fault.begin();
+      answered(fault.what);
+    }
+    for (int i = 0; i < 1000 && descriptorsOf(server.pid()) > descriptors; ++i) {
+      answered("the peers have gone");
+    }
+    EXPECT_EQ(descriptorsOf(server.pid()), descriptors) << fault.what;
+  }
+  server.kill();
+  const std::string errors = server.errors();
+  EXPECT_NE(errors.find("is refused"), std::string::npos);
+  EXPECT_EQ(errors.find("Too many open files"), std::string::npos) << "others need some";
+  EXPECT_LT(std::count(errors.begin(), errors.end(), '\n'), 50) << "a line for a kind of fault";
 }
 
 TEST(Bus, ServesAHundredConnectionsFromManyThreads) {
@@ -335,16 +408,44 @@ TEST(Files, OfTheDeadAreSweptOfTheLivingNot) {
 TEST(Files, PlantedOnesAreNotFollowed) {
   const std::string target = uniqueName("target");
   Started victim({"server", target});
-  const std::string name = uniqueName("planted");
-  ASSERT_EQ(::symlink(pathOf(target).c_str(), pathOf(name).c_str()), 0);
-  EXPECT_EQ(Caller(name).echo("x"), "-");
-  EXPECT_EQ(ATSC_host_claim(name.c_str()), -1);
-  Started server({"server", name}, true);
-  server.kill();
-  EXPECT_NE(server.errors().find("not a socket of this user"), std::string::npos);
+  const struct {
+    const char* what;
+    std::function<int(const std::string& path)> plant;
+  } kPlants[] = {
+      {"symbolic link of user",
+       [&](auto& path) { return ::symlink(pathOf(target).c_str(), path.c_str()); }},
+      {"symbolic link of user", [](auto& path) { return ::symlink("/tmp/none", path.c_str()); }},
+      {"FIFO", [](auto& path) { return ::mkfifo(path.c_str(), 0666); }},
+      {"folder", [](auto& path) { return ::mkdir(path.c_str(), 0700); }},
+      {"file", [](auto& path) { return ::mknod(path.c_str(), S_IFREG | 0600, 0); }},
+  };
+  for (const auto& each : kPlants) {
+    const std::string name = uniqueName("planted");
+    ASSERT_EQ(each.plant(pathOf(name)), 0) << each.what;
+    struct stat before, after;
+    ASSERT_EQ(::lstat(pathOf(name).c_str(), &before), 0);
+    EXPECT_EQ(Caller(name).echo("x"), "-") << each.what;
+    EXPECT_EQ(ATSC_host_claim(name.c_str()), -1) << each.what;
+    Started server({"server", name}, true);
+    server.kill();
+    const std::string errors = server.errors();
+    for (const std::string& part :
+         {pathOf(name), std::string("not a socket of this user"), std::string(each.what)}) {
+      EXPECT_NE(errors.find(part), std::string::npos) << part << " in " << errors;
+    }
+    ASSERT_EQ(::lstat(pathOf(name).c_str(), &after), 0);
+    EXPECT_EQ(before.st_ino, after.st_ino) << each.what;
+    ::remove(pathOf(name).c_str());
+  }
   EXPECT_EQ(Caller(target).echo("x"), "x");
-  EXPECT_TRUE(exists(pathOf(name)));
-  ::unlink(pathOf(name).c_str());
+  EXPECT_FALSE(exists("/tmp/none"));
+
+  if (::geteuid() != 0) return;
+  const std::string stale = uniqueName("stale");
+  ::close(bound(pathOf(stale)));
+  ASSERT_EQ(::lchown(pathOf(stale).c_str(), 65534, 65534), 0);
+  EXPECT_EQ(Caller(stale).echo("x"), "-") << "a client does not trust it";
+  EXPECT_EQ(ATSC_host_claim(stale.c_str()), 0) << "root removes what a dead process has left";
 }
 
 TEST(Users, DoNotReachEachOther) {
@@ -356,10 +457,14 @@ TEST(Users, DoNotReachEachOther) {
   Process stranger({"stranger", name});
   EXPECT_EQ(stranger.hear(), 'E') << "a raw connection is ended without a reply";
   EXPECT_EQ(stranger.hear(), 'R') << "serves a name of its own";
+  ASSERT_TRUE(exists(pathOf(name + ".stranger")));
+  EXPECT_EQ(ATSC_host_claim((name + ".stranger").c_str()), -1) << "it lives";
   EXPECT_EQ(Caller(name + ".stranger").echo("x"), "-");
   EXPECT_EQ(ATSC_host_find((name + ".stranger").c_str()), 0);
   server.kill();
-  EXPECT_NE(server.errors().find("another user was refused"), std::string::npos);
+  EXPECT_NE(server.errors().find("process " + std::to_string(stranger.pid()) +
+                                 " of another user (65534) was refused"),
+            std::string::npos);
   stranger.kill();
   ::unlink(pathOf(name + ".stranger").c_str());  // another user's: nobody sweeps it
 }
@@ -395,6 +500,10 @@ TEST(Exit, DoesNotWaitForAReply) {
 
 int serverRole(const std::vector<std::string>& words) {
   const std::string& name = words.at(0);
+  if (words.size() > 1) {
+    const rlimit limit{std::stoul(words[1]), std::stoul(words[1])};
+    if (::setrlimit(RLIMIT_NOFILE, &limit) != 0) return 1;
+  }
   new Echo(name);  // lives until the process ends, as the servers of a TV application do
   tell('R');
   quit.get_future().wait();
@@ -426,6 +535,39 @@ int echoRole(const std::vector<std::string>& words) {
   const std::string& name = words.at(0);
   std::printf("%s\n", Caller(name).echo("hello").c_str());
   return 0;
+}
+
+// Says how many of some calls were answered, and how long they took.
+int healthyRole(const std::vector<std::string>& words) {
+  Caller caller(words.at(0));
+  tell('R');
+  while (listen() != 0) {
+    int good = 0;
+    std::vector<int64_t> took;
+    for (int i = 0; i < kRounds; ++i) {
+      const auto start = std::chrono::steady_clock::now();
+      good += caller.echo("hello") == "hello";
+      const auto time = std::chrono::steady_clock::now() - start;
+      took.push_back(std::chrono::duration_cast<std::chrono::microseconds>(time).count());
+    }
+    std::sort(took.begin(), took.end());
+    std::printf("%d %d %d\n", good, static_cast<int>(took[kRounds / 2]),
+                static_cast<int>(took.back()));
+    std::fflush(stdout);
+  }
+  return 0;
+}
+
+// Is killed after half of a request, or with a byte of a large reply read.
+int diesRole(const std::vector<std::string>& words) {
+  RawPeer peer(pathOf(words.at(0)));
+  if (words.at(1) == "request") {
+    peer.send(request("s" + word(100)).substr(0, 18));
+  } else {
+    peer.send(request("i" + word(8 << 20), kLarge));
+    peer.receive(1);
+  }
+  return ::raise(SIGKILL);
 }
 
 int relayRole(const std::vector<std::string>& words) {
@@ -470,6 +612,8 @@ const AddRoles add_roles({
     {"claim", claimRole},
     {"service", serviceRole},
     {"echo", echoRole},
+    {"healthy", healthyRole},
+    {"dies", diesRole},
     {"relay", relayRole},
     {"stranger", strangerRole},
 });

@@ -1,0 +1,350 @@
+// What other processes may do to the programs: TV applications that hang, die and talk nonsense,
+// restarts, and other users who read along or plant files.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "system_fixture.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using testing::HasSubstr;
+
+constexpr const char* kServiceSocket = "/tmp/.BUS.atsc.qel.service.srv";
+constexpr const char* kTVSocket = "/tmp/.BUS.atsc.qel.tv.srv";
+constexpr const char* kUpdate = "PARENTAL_UPDATE";
+constexpr const char* kPlays = "CHANNEL_PLAY_SUCCESS";
+constexpr const char* kScan8 =
+    R"({"class":"SCAN","command":"start","mode":"manual","freq":8,"src":"VSB"})";
+constexpr uid_t kStranger = 65534;
+
+bool longForm() { return std::getenv("ATSC_TEST_LONG") != nullptr; }
+
+class NeighbourTest : public SystemTest {
+ protected:
+  // A program that sends commands one after another; every second one causes a callback.
+  void startCaller() {
+    const std::string detail = R"({"class":"PC","command":"SETPRTDETAIL","pc_enable":)";
+    caller_ = start({TV_BACKEND, "--call", kInit, detail + "1}", kInit, detail + "0}"});
+    answered("nothing else", 50);
+  }
+
+  // The caller gets more answers while something is wrong.
+  void answered(const char* while_, size_t more = 20) {
+    const size_t before = caller_->count("answer 0");
+    EXPECT_TRUE(caller_->says("answer 0", before + more)) << while_;
+    EXPECT_EQ(0u, caller_->count("answer -1")) << while_;
+    if (!longForm()) return;
+    std::vector<int> times;
+    std::istringstream lines(caller_->out());
+    size_t answers = 0;
+    for (std::string line; std::getline(lines, line);) {
+      if (line.rfind("answer 0 ", 0) == 0 && ++answers > before) {
+        times.push_back(std::stoi(line.substr(9)));
+      }
+    }
+    std::sort(times.begin(), times.end());
+    if (times.empty()) return;
+    std::printf("%-44s %5zu answers: median %5d us, worst %6d us\n", while_, times.size(),
+                times[times.size() / 2], times.back());
+  }
+
+  std::unique_ptr<Program> startApplication() {
+    auto application = start({TV_BACKEND, database_, db_ / "ATSC_event.db", hold_});
+    EXPECT_TRUE(application->says("ready")) << application->err();
+    return application;
+  }
+
+  void receivesCallbacks(const Program& application) {
+    const size_t before = application.count(kUpdate);
+    EXPECT_TRUE(eventually([&] { return application.count(kUpdate) > before + 1; }));
+  }
+
+  // Descriptors and threads of the service.
+  std::string resources() const {
+    std::string text;
+    for (const char* kind : {"fd", "task"}) {
+      const fs::directory_iterator folder("/proc/" + std::to_string(service_->pid()) + "/" + kind);
+      text += kind + (" " + std::to_string(std::distance(begin(folder), end(folder)))) + "\n";
+    }
+    return text;
+  }
+
+  // For the long form: what of the service is in memory.
+  void printMemory() const {
+    std::istringstream status(readFile("/proc/" + std::to_string(service_->pid()) + "/status"));
+    for (std::string line; longForm() && std::getline(status, line);) {
+      if (line.rfind("VmRSS", 0) == 0) std::printf("service %s\n", line.c_str());
+    }
+  }
+
+  const fs::path hold_ = folder_ / "hold";
+  std::unique_ptr<Program> caller_;
+};
+
+TEST_F(NeighbourTest, AStoppedTVApplicationMissesNothingAndHoldsUpNobody) {
+  broadcastLineups();
+  startService();
+  auto application = startApplication();
+  send(kInit);
+  EXPECT_EQ(0, send(kScan8).status);
+  EXPECT_TRUE(application->says(kPlays));
+  startCaller();
+  application->signal(SIGSTOP);
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(longForm() ? 60 : 0);
+  do {
+    answered("the TV application is stopped", 2100);
+  } while (std::chrono::steady_clock::now() < end);
+  EXPECT_TRUE(service_->says("messages wait for the TV application"));
+  // A scan waits with its first message, but can be stopped.
+  const size_t commands = caller_->count("answer 0");
+  caller_.reset();
+  EXPECT_EQ(0, send(kScan8).status);
+  EXPECT_EQ(0, send(R"({"class":"SCAN","command":"stop"})").status);
+  EXPECT_THAT(out({"play", "5-2"}), HasSubstr("5-2"));
+  EXPECT_EQ(1u, application->count(kPlays));
+  application->signal(SIGCONT);
+  ASSERT_TRUE(application->says(kPlays, 2));
+  const std::string all = application->out();
+  const size_t second = all.find(kPlays, all.find(kPlays) + 1);
+  size_t updates = 0;
+  for (size_t at = 0; (at = all.find(kUpdate, at)) < second; ++at) ++updates;
+  // The last command may have been answered after they were counted.
+  EXPECT_GE(updates, commands / 2) << "all before what came later";
+  EXPECT_LE(updates, commands / 2 + 2);
+  EXPECT_EQ(updates, application->count(kUpdate));
+}
+
+TEST_F(NeighbourTest, DyingTVApplicationsLeaveNothingBehind) {
+  fs::create_directory(air_);
+  startService();
+  startCaller();
+  startApplication();
+  answered("the TV application has died");
+  const std::string before = resources();
+  printMemory();
+  const int rounds = longForm() ? 300 : 50;
+  for (int i = 0; i < rounds; ++i) {
+    const int kind = i % 3;
+    if (kind == 0) std::ofstream(hold_) << "x";
+    auto application = startApplication();
+    if (kind == 0) {
+      EXPECT_TRUE(application->says("held"));
+      answered("a callback is not answered", 3);
+    } else if (kind == 1) {
+      application->signal(SIGSTOP);
+      answered("the TV application is stopped", 3);
+    }
+    application->signal(SIGKILL);
+    application->wait();
+    fs::remove(hold_);
+    if (i % 50 == 1) answered("TV applications restart in a loop");
+  }
+  receivesCallbacks(*startApplication());
+  answered("the last TV application has died");
+  EXPECT_TRUE(eventually([&] { return resources() == before; })) << before << resources();
+  printMemory();
+}
+
+TEST_F(NeighbourTest, NonsenseForAnswersIsSurvived) {
+  fs::create_directory(air_);
+  startService();
+  startCaller();
+  const std::string size("\x64\0\0\0", 4);
+  const struct {
+    const char* what;
+    std::string answer;
+    bool waits;
+  } kAnswers[] = {
+      {"the TV application answers garbage", std::string(4096, 'G'), false},
+      {"the TV application cuts its answers", "BUSr" + size + "NOSJ" + std::string(4, '\0'), false},
+      {"the TV application answers half and waits", "BUSr" + size, true},
+  };
+  for (const auto& each : kAnswers) {
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    std::string(kTVSocket).copy(address.sun_path, sizeof address.sun_path - 1);
+    const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    ASSERT_EQ(0, bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address));
+    ASSERT_EQ(0, listen(listener, 10));
+    std::thread application([&] {
+      std::vector<int> waiting;
+      for (int fd; (fd = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC)) >= 0;) {
+        char request[4096];
+        if (recv(fd, request, sizeof request, 0) > 0) {
+          ::send(fd, each.answer.data(), each.answer.size(), MSG_NOSIGNAL);
+        }
+        if (each.waits) {
+          waiting.push_back(fd);
+        } else {
+          close(fd);
+        }
+      }
+      for (const int fd : waiting) close(fd);
+    });
+    answered(each.what, 200);
+    shutdown(listener, SHUT_RDWR);
+    application.join();
+    close(listener);
+    fs::remove(kTVSocket);
+  }
+  EXPECT_GE(service_->count("[bus] [error]"), 1u);
+  EXPECT_LE(service_->count("[bus] [error]"), 20u) << "a line for a kind of fault";
+  receivesCallbacks(*startApplication());
+}
+
+TEST_F(NeighbourTest, TheServiceMayRestartAgainAndAgain) {
+  fs::create_directory(air_);
+  startService();
+  startCaller();
+  auto application = startApplication();
+  service_->signal(SIGSTOP);
+  auto waiting = startTV({"send", kInit});
+  std::this_thread::sleep_for(std::chrono::milliseconds(longForm() ? 60000 : 300));
+  EXPECT_EQ(0u, waiting->count("result")) << "a command waits for its answer";
+  service_->signal(SIGCONT);
+  EXPECT_EQ(0, waiting->wait()) << waiting->err();
+  answered("the service goes on");
+  const int rounds = longForm() ? 300 : 20;
+  for (int i = 0; i < rounds; ++i) {
+    service_->signal(SIGKILL);
+    service_->wait();
+    ASSERT_NO_THROW(startService());
+    answered("the service restarts in a loop", 3);
+    if (i % 10 == 0) receivesCallbacks(*application);
+  }
+  EXPECT_EQ(0u, application->count("error"));
+}
+
+TEST_F(NeighbourTest, WhatIsKeptIsNobodyElsesToRead) {
+  const auto shared = [](const fs::path& path) {
+    struct stat status;
+    return lstat(path.c_str(), &status) != 0 || (status.st_mode & (S_IRWXG | S_IRWXO)) != 0;
+  };
+  const mode_t before = umask(0);
+  broadcastLineups();
+  db_ = folder_ / "new" / "db";
+  database_ = db_ / "ATSCChannelData.db3";
+  startService();
+  scan("VSB");
+  auto watch = startWatch();
+  EXPECT_EQ(0, send(R"({"class":"PC","command":"STOREALL"})").status);
+  EXPECT_TRUE(eventually([&] { return fs::exists(db_ / "ATSC_event.db"); }));
+  EXPECT_FALSE(shared(kServiceSocket));
+  EXPECT_FALSE(shared(kTVSocket));
+  service_.reset();
+  // Files of an earlier version, and the journal of one that was killed.
+  for (const char* file : {"ATSCChannelData.db3", "ATSC_event.db"}) {
+    const fs::path journal = db_ / (std::string(file) + "-journal");
+    std::ofstream(journal, std::ios::app);
+    for (const fs::path& path : {db_ / file, journal}) ASSERT_EQ(0, chmod(path.c_str(), 0666));
+  }
+  startService();
+  umask(before);
+  size_t files = 0;
+  for (const fs::path& path : {folder_ / "new", db_}) EXPECT_FALSE(shared(path)) << path;
+  for (const auto& entry : fs::directory_iterator(db_)) {
+    ++files;
+    EXPECT_FALSE(shared(entry.path())) << entry.path();
+  }
+  EXPECT_GE(files, 4u);
+  EXPECT_TRUE(shared(air_ / "vsb" / "183000000.ts")) << "the broadcast is anybody's";
+}
+
+TEST_F(NeighbourTest, PlantedFilesAreRefused) {
+  fs::create_directory(air_);
+  const fs::path target = folder_ / "target";
+  const fs::path none = folder_ / "none";
+  std::ofstream(target) << "precious";
+  const auto rights = static_cast<fs::perms>(0644);
+  fs::permissions(target, rights);
+  const auto link = [](const fs::path& to) {
+    return [to](const fs::path& at) { fs::create_symlink(to, at); };
+  };
+  const auto hard = [&](const fs::path& at) { fs::create_hard_link(target, at); };
+  const auto fifo = [](const fs::path& at) { ASSERT_EQ(0, mkfifo(at.c_str(), 0666)); };
+  const auto folder = [](const fs::path& at) { fs::create_directory(at); };
+  const auto file = [](const fs::path& at) { std::ofstream(at) << "{}"; };
+  const struct {
+    const char* what;
+    fs::path at;  // in the database folder; empty for the folder itself
+    bool stranger;
+    std::function<void(const fs::path&)> plant;
+    const char* reason;
+  } kPlants[] = {
+      {"link", "ATSCChannelData.db3", true, link(target), "user 65534"},
+      {"dangling link", "ATSC_event.db", true, link(none), "user 65534"},
+      {"link of the folder", "", true, link(folder_), "user 65534"},
+      {"folder", "", true, folder, "user 65534"},
+      {"file", "ATSC_event.db", true, file, "user 65534"},
+      {"link for a journal", "ATSC_event.db-journal", true, link(target), "user 65534"},
+      {"own link for a journal", "ATSC_event.db-journal", false, link(target), "not a regular"},
+      {"dangling link for a journal", "ATSC_event.db-wal", false, link(none), "not a regular"},
+      {"hard link", "ATSCChannelData.db3-journal", false, hard, "hard link"},
+      {"FIFO", "ATSCChannelData.db3", false, fifo, "not a regular"},
+      {"folder for a file", "ATSC_event.db", false, folder, "directory"},
+      {"state", "services.json", true, file, "user 65534"},
+      {"link for new state", "parental.json.new", true, link(target), "user 65534"},
+      {"link for a socket", kServiceSocket, false, link(target), "symbolic link"},
+      {"dangling link for a socket", kServiceSocket, false, link(none), "symbolic link"},
+  };
+  const fs::path everybody = folder_ / "everybody's";
+  for (const auto& each : kPlants) {
+    if (each.stranger && geteuid() != 0) continue;  // only root can make a stranger's file
+    fs::create_directory(everybody);
+    fs::permissions(everybody, static_cast<fs::perms>(01777));
+    db_ = everybody / "db";
+    if (!each.at.empty()) {
+      fs::create_directory(db_);
+      fs::permissions(db_, static_cast<fs::perms>(01777));
+    }
+    const fs::path at = each.at.empty() ? db_ : db_ / each.at;
+    each.plant(at);
+    const uid_t owner = each.stranger ? kStranger : geteuid();
+    ASSERT_EQ(0, lchown(at.c_str(), owner, static_cast<gid_t>(-1)));
+    const Outcome outcome = run({ATSC_SERVICE, "--air", air_, "--db", db_});
+    EXPECT_EQ(1, outcome.status) << each.what;
+    EXPECT_THAT(outcome.err, testing::AllOf(HasSubstr(at.string()), HasSubstr(each.reason)))
+        << each.what;
+    EXPECT_EQ("precious", readFile(target)) << each.what;
+    EXPECT_EQ(rights, fs::status(target).permissions()) << each.what;
+    EXPECT_FALSE(fs::exists(none)) << each.what;
+    EXPECT_FALSE(fs::exists(folder_ / "ATSCChannelData.db3")) << each.what;
+    EXPECT_TRUE(fs::exists(fs::symlink_status(at))) << each.what;
+    fs::remove_all(each.at.is_absolute() ? at : everybody);
+    fs::remove_all(everybody);
+  }
+
+  // One's own links, of the folder and of the files.
+  const fs::path disk = folder_ / "disk";
+  fs::create_directory(disk);
+  fs::create_symlink(disk / "db", folder_ / "db-link");
+  fs::create_directory(disk / "db");
+  fs::create_symlink(disk / "channels", disk / "db" / "ATSCChannelData.db3");
+  db_ = folder_ / "db-link";
+  startService();
+  EXPECT_EQ(0, send(kInit).status);
+  EXPECT_EQ("ok", integrityOf(disk / "channels"));
+  EXPECT_TRUE(fs::is_symlink(disk / "db" / "ATSCChannelData.db3"));
+}
+
+}  // namespace
