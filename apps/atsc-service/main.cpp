@@ -4,6 +4,7 @@
 #include <atsc/atsc_service.h>
 #include <atsc_host.h>
 #include <semaphore.h>
+#include <sys/stat.h>
 
 #include <CLI/CLI.hpp>
 #include <cerrno>
@@ -13,6 +14,7 @@
 #include <filesystem>
 #include <iostream>
 #include <optional>
+#include <set>
 #include <stdexcept>
 #include <string>
 
@@ -24,8 +26,14 @@ namespace {
 constexpr int kFailure = 1;
 constexpr int kUsage = 2;
 
-// The folder with the receiver's service list.
+// Input types.
+constexpr int kTerrestrial = 2;
+constexpr int kCable = 3;
+
+// The folder with what the receiver keeps.
 constexpr const char* kStateVariable = "ATSC_HOST_STATE";
+constexpr const char* kStateFiles[] = {"services.json", "settings.json", "parental.json",
+                                       "regions.json"};
 
 struct Options {
   std::string air;
@@ -58,31 +66,64 @@ void waitForStop() {
   }
 }
 
+// The files that are made later are this user's own where only this user can make files.
+void prepareState(const apps::DatabaseFiles& files) {
+  std::set<std::string> folders = {std::filesystem::path(files.channels).parent_path(),
+                                   std::filesystem::path(files.events).parent_path()};
+  if (const char* state = getenv(kStateVariable); state != nullptr && *state != '\0') {
+    for (const char* file : kStateFiles) {
+      const std::string path = std::filesystem::path(state) / file;
+      apps::refusePlanted(path);
+      apps::refusePlanted(path + ".new");
+    }
+    folders.insert(state);
+  }
+  for (const std::string& folder : folders) {
+    if (!apps::everyUserCanWrite(folder.empty() ? "." : folder)) continue;
+    std::cerr << "atsc-service: warning: every user can write " << folder
+              << " and so change what is kept there" << std::endl;
+  }
+}
+
+// The start-up of the databases compares numbers of channels. A power cut between a channel table
+// and the receiver's own list leaves different channels in the same number.
+void bringTablesInLine() {
+  bool changed = false;
+  for (const int input : {kTerrestrial, kCable}) {
+    changed = ATSC_Service_db_UpdateChannel(input) != 0 || changed;
+  }
+  if (changed) ATSC_Service_event_cb_Ex();
+}
+
 void run(const Options& options) {
   if (!options.air.empty()) ATSC_host_set_air(options.air.c_str());
   if (options.dwell) ATSC_host_set_dwell(*options.dwell);
   if (!options.clock.empty()) ATSC_host_set_clock(apps::parseUtcTime(options.clock));
   if (options.fast) ATSC_host_set_fast(1);
-  const apps::DatabaseFiles files = apps::databaseFiles(options.db);
+  apps::DatabaseFiles files = apps::databaseFiles(options.db);
   // The name comes first: two services must never work on the same databases.
   const int owner = ATSC_host_claim(ATSC_HOST_SERVICE_NAME);
   if (owner > 0) {
     throw std::runtime_error("a service runs already, process " + std::to_string(owner));
   }
   if (owner != 0) {
-    throw std::runtime_error(std::string("cannot serve the name ") + ATSC_HOST_SERVICE_NAME);
+    throw std::runtime_error(std::string("cannot serve the name ") + ATSC_HOST_SERVICE_NAME +
+                             ": /tmp/.BUS." + ATSC_HOST_SERVICE_NAME +
+                             " or its lock is not free, see the log");
   }
-  apps::prepareDatabaseFiles(files);
+  apps::prepareDatabaseFiles(&files);
   setenv(apps::kChannelDatabaseVariable, files.channels.c_str(), 1);
   setenv(apps::kEventDatabaseVariable, files.events.c_str(), 1);
   if (const char* state = getenv(kStateVariable);
       !options.db.empty() && (state == nullptr || *state == '\0')) {
     setenv(kStateVariable, options.db.c_str(), 1);
   }
+  prepareState(files);
   // Its values are for a set's tuner; this receiver needs no more time than it takes.
   ATSCCustomizedParameter customized = {};
   ATSC_Service_init(&customized);
   ATSC_Service_db_init();
+  bringTablesInLine();
   ATSC_host_serve(ATSC_HOST_SERVICE_NAME);
 
   std::cerr << "atsc-service: ready; air folder " << (options.air.empty() ? "not set" : options.air)
@@ -95,6 +136,8 @@ void run(const Options& options) {
 
 int main(int argc, char** argv) {
   try {
+    // What is made here is nobody else's.
+    umask(S_IRWXG | S_IRWXO);
     handleSignals();
     // What the library prints is read while the service runs.
     setvbuf(stdout, nullptr, _IOLBF, 0);

@@ -52,7 +52,9 @@ void ATSC_Service_event_cb_Ex(void);
 // Starts the databases of the service process: paths, customer columns, integrity and version
 // checks, tables; rebuilds the channel tables from the middleware when a check failed and then
 // announces them with ATSC_Service_event_cb_Ex(). Once, on the main thread, before any command is
-// served. The result carries no meaning.
+// served. The result carries no meaning. The check compares numbers of channels: where the power
+// can fail between the middleware's store and the tables', ATSC_Service_db_UpdateChannel() for each
+// input finds out afterwards whether they are the same channels.
 int32_t ATSC_Service_db_init(void);
 
 // Brings the channel table of an input in line with the middleware's service list: input type 2 is
