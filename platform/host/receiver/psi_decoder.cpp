@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <array>
 #include <new>
+#include <utility>
 
 #include "aisrv.h"
 #include "middleware_types.h"
@@ -111,8 +112,7 @@ struct PsiDecoder::Callbacks {
     for (const auto* p = table->p_first_program; p; p = p->p_next) {
       if (p->i_number == 0 || (p->i_pid & 0x1FFF) == kNullPid) continue;  // 0 is the network PID
       if (pat.pmt_pids.size() == kMaxPrograms) {
-        log().Warn("PAT of transport stream %u: only the first %zu programs are used", pat.tsid,
-                   kMaxPrograms);
+        self->fault_ = "PAT has too many programs, only the first 1024 are used";
         break;
       }
       pat.pmt_pids.emplace(p->i_number, p->i_pid & 0x1FFF);
@@ -172,8 +172,7 @@ struct PsiDecoder::Callbacks {
     vct.tsid = table->i_extension;
     for (const auto* c = table->p_first_channel; c; c = c->p_next) {
       if (vct.channels.size() == kMaxChannels) {
-        log().Warn("VCT of transport stream %u: only the first %zu channels are used", vct.tsid,
-                   kMaxChannels);
+        self->fault_ = "VCT has too many channels, only the first 1024 are used";
         break;
       }
       VirtualChannel channel;
@@ -245,7 +244,7 @@ const char* PsiDecoder::push(uint16_t pid, const uint8_t* section, size_t size) 
     push_pmt(pid, section, size);
   }
   complete_ = check_complete();
-  return nullptr;
+  return std::exchange(fault_, nullptr);
 }
 
 bool PsiDecoder::has_own_vct() const {

@@ -63,8 +63,8 @@ class PsiDecoder {
   // Whether sections of a PID (13 bits) are to be pushed.
   bool wants(uint16_t pid) const { return wanted_[pid]; }
 
-  // `section` is as long as its section_length says. Returns null, or the fault for which it was
-  // dropped.
+  // `section` is as long as its section_length says. Returns null, or the fault for which it, or
+  // the end of its table, was dropped.
   const char* push(uint16_t pid, const uint8_t* section, size_t size);
 
   // Whether every table that the services need is there.
@@ -91,6 +91,7 @@ class PsiDecoder {
   bool complete_ = false;
   std::bitset<0x2000> wanted_;
   unsigned messages_ = 0;
+  const char* fault_ = nullptr;  // of the table that was just taken
   unsigned subtables_ = 0;
   unsigned vct_repeats_ = 0;  // of the VCT in use, since the PAT is there
   std::unique_ptr<Handle> pat_;
