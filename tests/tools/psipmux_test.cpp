@@ -469,12 +469,18 @@ TEST(PsipmuxTables, LargeGuideMakesALongerStreamAndOneTooLargeIsAnError) {
   EXPECT_LT(752'000u, stream.size());
   ExpectChannel(lineup, lineup.channels[0], stream);
   ExpectGuide(lineup, lineup.channels[0], stream);
-  try {
-    Stream(psipmux::ParseLineup(LongGuide(384), "long.json"));
-    ADD_FAILURE() << "no error";
-  } catch (const psipmux::MuxError& error) {
-    EXPECT_STREQ("its guide takes 25008 packets, the longest stream has room for 13504",
-                 error.what());
+  const std::string large = LongGuide(384);
+  // Far too large: not even built.
+  const std::string huge = Replaced(large, std::string(250, 'x'), std::string(1900, 'x'));
+  for (const auto& [json, fault] :
+       {std::pair(large, "its guide takes 25008 packets, the longest stream has room for 13504"),
+        std::pair(huge, "its guide takes more than 16 MiB")}) {
+    try {
+      Stream(psipmux::ParseLineup(json, "long.json"));
+      ADD_FAILURE() << "no error";
+    } catch (const psipmux::MuxError& error) {
+      EXPECT_STREQ(fault, error.what());
+    }
   }
 }
 

@@ -1,6 +1,9 @@
 #include "guide.h"
 
 #include <algorithm>
+#include <utility>
+
+#include "mux.h"
 
 namespace psipmux {
 namespace {
@@ -15,6 +18,9 @@ constexpr uint16_t kTableTypeEtt = 0x0200;
 constexpr uint16_t kTableTypeRrt = 0x0300;  // of rating region 0, which there is not
 
 constexpr uint32_t kSegmentSeconds = 3 * 3600;
+
+// Of all sections; no stream has room for a fifth of it.
+constexpr size_t kMaxGuideSize = 16u << 20;
 
 struct Event {
   uint32_t start = 0;  // GPS seconds
@@ -127,6 +133,12 @@ std::vector<GuideTable> BuildGuide(const Lineup& lineup, const Channel& channel,
     events.push_back(Events(service, begin, begin + instances * kSegmentSeconds));
   }
   std::vector<GuideTable> tables;
+  size_t size = 0;
+  const auto add = [&size](GuideTable& table, Bytes section) {
+    size += section.size();
+    if (size > kMaxGuideSize) throw MuxError("its guide takes more than 16 MiB");
+    table.sections.push_back(std::move(section));
+  };
   for (unsigned k = 0; k < instances; ++k) {
     const auto number = static_cast<uint16_t>(k);
     GuideTable eit{
@@ -142,12 +154,11 @@ std::vector<GuideTable> BuildGuide(const Lineup& lineup, const Channel& channel,
           first, events[s].end(), [&](const Event& e) { return e.start < from + kSegmentSeconds; });
       if (first == last) continue;
       for (Bytes& section : BuildEit(service, channel.guide_version, {first, last})) {
-        eit.sections.push_back(std::move(section));
+        add(eit, std::move(section));
       }
       for (auto event = first; event != last; ++event) {
         if (event->programme->description.empty()) continue;
-        ett.sections.push_back(
-            BuildEtt(ett.sections.size(), channel.guide_version, service.source_id, *event));
+        add(ett, BuildEtt(ett.sections.size(), channel.guide_version, service.source_id, *event));
       }
     }
     for (GuideTable* table : {&eit, &ett}) {

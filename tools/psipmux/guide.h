@@ -26,7 +26,7 @@ struct GuideTable {
 
 /// EIT-0, ETT-0, EIT-1, and so on (A/65 6.5, 6.6); those that would have no section are left out.
 /// Instance 0 is that of the three hours, counted from midnight UTC, in which `system_time` (GPS
-/// seconds) lies.
+/// seconds) lies. Throws MuxError when it is far too large for any stream.
 std::vector<GuideTable> BuildGuide(const Lineup& lineup, const Channel& channel,
                                    uint32_t system_time);
 
