@@ -47,6 +47,9 @@ std::string channelKey(const AISRV_service_info& service);
 void printDatabaseError(const std::exception& error, const char* function, int line,
                         const std::string& command = {});
 
+// Logs that a database could not be written, and why.
+void logNotWritten(const std::string& path, const std::exception& error);
+
 // `name` as a quoted SQL identifier; a backtick in it is doubled and so cannot end it.
 std::string quotedIdentifier(const std::string& name);
 

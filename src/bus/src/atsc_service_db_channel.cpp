@@ -40,6 +40,10 @@ bool readServices(uint32_t input, ServiceList& list) {
     return false;
   }
   list.records.resize(std::min(count, capacity));
+  // A name that claims more than its slot ends with the slot, whoever reads it.
+  for (AISRV_service_info& service : list.records) {
+    service.name.length = std::min<uint16_t>(service.name.length, atsc::kNameSlot);
+  }
   return true;
 }
 
@@ -332,6 +336,7 @@ class ChannelRewrite {
       transaction.commit();
       result = compared;
     } catch (const std::exception& e) {
+      atsc::logNotWritten(gChannel_DB_path, e);
       atsc::printDatabaseError(e, "ATSC_Service_db_UpdateChannel", __LINE__, command_.str());
     }
     return result;

@@ -34,6 +34,7 @@ void updateEntry(const char* function, const char* ch_id_pk, const char* table, 
     database.exec(command.str());
     transaction.commit();
   } catch (const std::exception& e) {
+    atsc::logNotWritten(gChannel_DB_path, e);
     atsc::printDatabaseError(e, function, __LINE__, command.str());
   }
 }

@@ -117,6 +117,7 @@ class GuideRewrite {
       for (const AISRV_service_info& service : services) writeEvents(service, insert);
       transaction.commit();
     } catch (const SQLite::Exception& e) {
+      atsc::logNotWritten(path, e);
       atsc::printDatabaseError(e, "ATSC_Service_db_UpdateEvent", __LINE__, command_.str());
     }
   }

@@ -1,8 +1,19 @@
+// The texts of SQL commands, values, and failures.
+#include <SQLiteCpp/Exception.h>
+#include <sqlite3.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <charconv>
 #include <cstdio>
 #include <cstdlib>
+#include <system_error>
 
+#include "atsc_log.h"
 #include "atsc_service_db.h"
+
+ATSC_LOGGER("atsc/service/db")
 
 sqlString& sqlString::operator<<(std::string_view text) {
   text_ += text;
@@ -74,6 +85,23 @@ void printDatabaseError(const std::exception& error, const char* function, int l
   printf("[Error]SQLite exception: %s at %s_%d%s%s\n", error.what(), function, line,
          command.empty() ? "" : ", command:", command.c_str());
   fflush(stdout);
+}
+
+void logNotWritten(const std::string& path, const std::exception& error) {
+  std::string reason = error.what();
+  const auto* failure = dynamic_cast<const SQLite::Exception*>(&error);
+  if (failure != nullptr && failure->getErrorCode() == SQLITE_CANTOPEN) {
+    // SQLite keeps the reason to itself. Opening the file to ask would end the process's locks on
+    // it. The journal needs the folder.
+    struct stat status {};
+    const std::string folder = path.substr(0, path.rfind('/') + 1);
+    errno = 0;
+    if (stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode)) errno = EISDIR;
+    if (errno == 0 && access(path.c_str(), R_OK | W_OK) == 0)
+      access(folder.empty() ? "." : folder.c_str(), W_OK | X_OK);
+    if (errno != 0) reason += ": " + std::generic_category().message(errno);
+  }
+  ATSC_LOG(Error, "%s is not written: %s", path.c_str(), reason.c_str());
 }
 
 std::string quotedIdentifier(const std::string& name) {
