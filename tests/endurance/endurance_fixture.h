@@ -1,0 +1,188 @@
+// A set in a folder of the test: its broadcast, its service, whose disk can be made to fail, and
+// the test as its TV application.
+#ifndef ATSC_TESTS_ENDURANCE_ENDURANCE_FIXTURE_H_
+#define ATSC_TESTS_ENDURANCE_ENDURANCE_FIXTURE_H_
+
+#include <atsc/atsc_service.h>
+#include <atsc/atsc_tv_server_backend.h>
+#include <sys/wait.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <fstream>
+#include <map>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "system_fixture.h"
+
+// Counts the callbacks of each kind, those of a scan by their "msg".
+class Listener final : public ATSCBUS::ATSCTVServerBackend {
+ public:
+  static Listener& instance() {
+    static Listener& listener = *new Listener;  // the library may call until the process has ended
+    return listener;
+  }
+
+  int jsonCommand(const char* text, char**) override {
+    Json::Value message;
+    Json::Reader().parse(text, message);
+    const std::lock_guard<std::mutex> lock(mutex_);
+    ++counts_[message["cbtype"] == "SCAN" ? message["msg"].asString()
+                                          : message["cbtype"].asString()];
+    return 0;
+  }
+
+  size_t count(const std::string& kind) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return counts_[kind];
+  }
+
+ private:
+  Listener() {
+    if (ATSC_RegisterTVServerBackend(this) != 0) throw std::runtime_error("no TV application");
+  }
+
+  std::mutex mutex_;
+  std::map<std::string, size_t> counts_;
+};
+
+inline constexpr const char* kScan =
+    R"({"class":"SCAN","command":"start","mode":"manual","freq":473000000,"src":")";
+inline constexpr const char* kReadAlerts =
+    R"({"class":"EAS","command":"EASUSERSETTING","op":"read"})";
+inline constexpr const char* kSetAlerts =
+    R"({"class":"EAS","command":"EASUSERSETTING","op":"set","setting":2})";
+
+class EnduranceTest : public SystemTest {
+ protected:
+  static constexpr bool kMayDie = true;
+
+  EnduranceTest() : control_(folder_ / "faults") {
+    Listener::instance();
+    environment_["SPDLOG_LEVEL"] = "error";
+    environment_["ATSC_FAULT_FOLDER"] = db_;
+    environment_["ATSC_FAULT_CONTROL"] = control_;
+  }
+
+  static bool inLongForm() { return getenv("ATSC_TEST_LONG") != nullptr; }
+
+  // How the disk of the faulty service behaves from now on.
+  void control(const std::string& line) {
+    std::ofstream(control_.string() + ".new") << line;
+    std::filesystem::rename(control_.string() + ".new", control_);
+  }
+
+  // A carrier with `channels` services on 473 MHz, whose names begin with `list`.
+  static std::string lineup(const std::string& list, int channels, bool cable) {
+    Json::Value lineup;
+    lineup["medium"] = cable ? "cable" : "air";
+    lineup["guide_hours"] = 3;
+    Json::Value& carrier = lineup["channels"][0];
+    carrier["frequency"] = 473000000;
+    carrier["tsid"] = list[0];
+    for (int i = 0; i < channels; ++i) {
+      Json::Value& service = carrier["services"][i];
+      service["program"] = i + 1;
+      service["pmt_pid"] = 48 + i;
+      service["major"] = 5;
+      service["minor"] = i + 1;
+      service["name"] = list + std::to_string(i);
+      service["source_id"] = i + 1;
+      service["streams"][0]["type"] = "mpeg2-video";
+      service["streams"][0]["pid"] = 1024 + 8 * i + list[0] % 2;  // some differ from list to list
+      service["streams"][1]["type"] = "ac3";
+      service["streams"][1]["pid"] = 1028 + 8 * i;
+      for (const char* rating : {"TV-G", "TV-14-L"}) {
+        Json::Value programme;
+        programme["minutes"] = 15;
+        programme["title"] = list + "'s " + rating;
+        programme["rating"] = rating;
+        service["programmes"].append(programme);
+      }
+    }
+    return Json::FastWriter().write(lineup);
+  }
+
+  // Makes the broadcast `name` of lineups.
+  void broadcast(const std::string& name, const std::string& air, const std::string& cable) {
+    const std::string stem = folder_ / name;
+    std::ofstream(stem + "-air.json") << air;
+    std::ofstream(stem + "-cable.json") << cable;
+    const Outcome outcome = run({PSIPMUX, stem + "-air.json", stem + "-cable.json", "--out", stem,
+                                 "--start", "2026-01-01T00:00:00Z"});
+    if (outcome.status != 0) throw std::runtime_error("no broadcast: " + outcome.err);
+  }
+
+  // Three lists of one carrier of either source. The first two have as many channels.
+  void broadcastLists() {
+    const struct {
+      const char* name;
+      int channels;
+    } lists[] = {{"A", 8}, {"B", 8}, {"C", 5}};
+    for (const auto& list : lists) {
+      broadcast(list.name, lineup(list.name, list.channels, false),
+                lineup(list.name, list.channels, true));
+    }
+  }
+
+  // From now on the air folder has the broadcast `name`.
+  void tuneAirTo(const std::string& name) {
+    for (const char* medium : {"vsb", "qam"}) {
+      const std::filesystem::path to = air_ / medium;
+      std::filesystem::create_directories(to);
+      std::filesystem::copy_file(folder_ / name / medium / "473000000.ts", to / "new");
+      std::filesystem::rename(to / "new", to / "473000000.ts");
+    }
+  }
+
+  void startFaultyService(bool may_die = false) {
+    service_ = start({FAULTY_SERVICE, "--air", air_, "--db", db_, "--dwell", kFast});
+    if (!service_->says("ready") && !may_die) {
+      throw std::runtime_error("no service: " + service_->err());
+    }
+  }
+
+  void stopService(int signal = SIGTERM) {
+    service_->signal(signal);
+    service_->wait();
+  }
+
+  bool alive() const {
+    siginfo_t info{};
+    return waitid(P_PID, static_cast<id_t>(service_->pid()), &info, WEXITED | WNOHANG | WNOWAIT) ==
+               0 &&
+           info.si_pid == 0;
+  }
+
+  // Waits for what the service does; returns at once when it dies.
+  void waitFor(const std::function<bool()>& condition) {
+    EXPECT_TRUE(eventually([&] { return condition() || !alive(); }));
+  }
+
+  // Scans the carrier and waits for the end.
+  void scan(const std::string& source) {
+    const size_t before = told("OVER");
+    ask(kScan + source + "\"}");
+    waitFor([&] { return told("OVER") > before; });
+  }
+
+  static size_t told(const std::string& kind) { return Listener::instance().count(kind); }
+
+  // The reply to a command; "result" is added.
+  static Json::Value ask(const std::string& command) {
+    char* text = nullptr;
+    const int result = ATSC_TransmitServiceClientJSONCommand(command.c_str(), &text);
+    Json::Value reply(Json::objectValue);
+    if (text != nullptr) Json::Reader().parse(text, reply);
+    free(text);
+    reply["result"] = result;
+    return reply;
+  }
+
+  const std::filesystem::path control_;
+};
+
+#endif  // ATSC_TESTS_ENDURANCE_ENDURANCE_FIXTURE_H_
