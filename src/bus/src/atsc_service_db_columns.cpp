@@ -19,6 +19,9 @@ namespace {
 constexpr const char* kDefaultFile = "/system/com.qel.atsc/qel.atsc.cus_col.json";
 constexpr unsigned kMaxColumns = UINT8_MAX;
 
+// Columns beside those of the layout; the last three are SQLite's names of the row key.
+constexpr const char* kFurtherColumns[] = {"END", "rowid", "oid", "_rowid_"};
+
 bool sameColumn(const ATSC_Service_db_layout& column, const std::string& name) {
   return strcasecmp(column.name, name.c_str()) == 0;
 }
@@ -30,8 +33,9 @@ const char* nameFault(const std::string& name) {
   if (name.size() >= sizeof ATSC_Service_db_layout::name) return "the name has 128 bytes or more";
   if (name.find('\0') != std::string::npos) return "the name holds a NUL";
   const auto same = [&](const ATSC_Service_db_layout& column) { return sameColumn(column, name); };
+  const auto sameName = [&](const char* other) { return strcasecmp(other, name.c_str()) == 0; };
   if (std::any_of(std::begin(atsc_service_db_layout), std::end(atsc_service_db_layout), same) ||
-      strcasecmp(name.c_str(), "END") == 0) {
+      std::any_of(std::begin(kFurtherColumns), std::end(kFurtherColumns), sameName)) {
     return "the channel tables have that column";
   }
   return nullptr;
