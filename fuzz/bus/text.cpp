@@ -1,18 +1,93 @@
-// Conversions of the middleware's texts.
-#include <atsc/atsc_service.h>
+// Conversions of the middleware's texts, into and out of buffers of their exact size.
+#include <sqlite3.h>
 
-#include <vector>
+#include <algorithm>
 
 #include "atsc_text.h"
-#include "input.h"
+#include "harness.h"
+
+namespace {
+
+// The units of a text that the library wrote; null for what it cannot have written.
+bool decode(const std::string& text, std::vector<uint16_t>& units) {
+  for (size_t i = 0; i < text.size();) {
+    const uint8_t lead = static_cast<uint8_t>(text[i]);
+    const size_t length = lead < 0x80 ? 1 : lead < 0xE0 ? 2 : 3;
+    if (lead >= 0xF0 || (lead >= 0x80 && lead < 0xC2) || i + length > text.size()) return false;
+    uint32_t unit = length == 1 ? lead : length == 2 ? lead & 0x1Fu : lead & 0xFu;
+    for (size_t next = 1; next < length; ++next) {
+      const uint8_t byte = static_cast<uint8_t>(text[i + next]);
+      if ((byte & 0xC0) != 0x80) return false;
+      unit = unit << 6 | (byte & 0x3Fu);
+    }
+    units.push_back(static_cast<uint16_t>(unit));
+    i += length;
+  }
+  return true;
+}
+
+// UTF-16BE up to the first 0, every unit on its own.
+void checkUTF16(const std::vector<uint8_t>& bytes, const std::string& converted) {
+  std::vector<uint16_t> wanted;
+  for (size_t i = 0; i + 1 < bytes.size() && bytes.size() % 2 == 0; i += 2) {
+    const uint16_t unit = static_cast<uint16_t>(bytes[i] << 8 | bytes[i + 1]);
+    if (unit == 0) break;
+    wanted.push_back(unit);
+  }
+  std::vector<uint16_t> units;
+  fuzz::require(decode(converted, units) && units == wanted, "the units again", converted);
+
+  const uint32_t length = static_cast<uint32_t>(bytes.size());
+  const uint32_t size = Utili_UTF16BEToUTF8Length(bytes.data(), length);
+  fuzz::require(size == converted.size(), "the length", converted);
+  std::vector<uint8_t> exact(size);
+  uint32_t written = size;
+  Utili_ConvertUTF16BEToUTF8(bytes.data(), length, exact.data(), &written);
+  fuzz::require(written == (exact.empty() ? written : size), "all of it", converted);
+  fuzz::require(std::equal(exact.begin(), exact.end(), converted.begin(), converted.end(),
+                           [](uint8_t a, char b) { return a == static_cast<uint8_t>(b); }),
+                "the same text", converted);
+  // A smaller buffer needs two bytes of slack.
+  uint32_t half = size / 2;
+  std::vector<uint8_t> small(half + 2);
+  Utili_ConvertUTF16BEToUTF8(bytes.data(), length, small.data(), &half);
+}
+
+// A text between quotes is that text for SQL, whatever it holds.
+void checkQuoting(const std::string& text) {
+  static SQLite::Database database(":memory:");
+  sqlString command;
+  command << "SELECT ";
+  command.conStr(text);
+  const std::string wanted = text.substr(0, text.find('\0'));
+  fuzz::require(database.execAndGet(command.str()).getString() == wanted, "a literal", text);
+  SQLite::Statement named(database, "SELECT 1 AS " + atsc::quotedIdentifier(wanted));
+  fuzz::require(named.getColumnName(0) == wanted, "an identifier", text);
+}
+
+}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  fuzz::Harness::instance();
   fuzz::Input input(data, size);
   const uint32_t encoding = input.below(3);
   const uint16_t claimed = input.number<uint16_t>();
   const std::string bytes = input.rest();
   std::vector<uint8_t> lent(bytes.begin(), bytes.end());
+  const uint32_t capacity = static_cast<uint32_t>(lent.size());
   const multiple_lang_t text{lent.data(), claimed, encoding};
-  (void)atsc::textToUTF8(text, static_cast<uint32_t>(lent.size()));
+  const std::string converted = atsc::textToUTF8(text, capacity);
+  lent.resize(std::min<size_t>(lent.size(), claimed));
+  lent.shrink_to_fit();
+  if (encoding == AI_TEXT_UTF16BE) {
+    checkUTF16(lent, converted);
+  } else {
+    const std::string whole(lent.begin(), lent.end());
+    fuzz::require(converted == whole.substr(0, whole.find('\0')), "the bytes up to a NUL");
+  }
+  checkQuoting(converted);
+  AISRV_service_info service{};
+  service.name = {lent.data(), static_cast<uint16_t>(lent.size()), encoding};
+  Utili_printSrvInfo(&service);
   return 0;
 }

@@ -73,6 +73,10 @@ void reset();
 // Off: calls and log lines cost nothing and leave no trace.
 void setRecording(bool on);
 
+// Lets the middleware answer what the bytes say until they are used up: statuses, numbers, records,
+// counts, texts and their lengths. It keeps to the buffers that it is lent.
+void setNoise(std::string bytes);
+
 // Middleware calls so far, such as "AICN_set_skip_play_srv(1)".
 std::vector<std::string> calls();
 

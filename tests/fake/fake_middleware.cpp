@@ -18,6 +18,8 @@
 #include <cstring>
 #include <map>
 #include <mutex>
+#include <tuple>
+#include <type_traits>
 #include <unordered_map>
 
 #include "fake.h"
@@ -89,24 +91,132 @@ int answer(int status, const Record& from, Record* to) {
   return status;
 }
 
-// Records a call and returns the status set for it.
-template <typename... Arguments>
-int called(const char* function, Arguments... arguments) {
-  if (!g_recording) return 0;
-  std::string listed;
-  ((listed += (listed.empty() ? "" : ",") + text(arguments)), ...);
-  const std::string call = std::string(function) + "(" + listed + ")";
-  std::function<void(const std::string&)> hook;
-  int status = 0;
-  {
-    std::lock_guard<std::mutex> lock(g_mutex);
-    state().calls.push_back(call);
-    const auto result = state().results.find(function);
-    if (result != state().results.end()) status = result->second;
-    hook = state().hook;
+// The bytes of the noise that are left, under their own lock: callers hold g_mutex.
+std::mutex g_noiseMutex;
+std::string g_noise;
+size_t g_noiseUsed = 0;
+std::atomic<bool> g_noisy{false};
+
+// 0 when the noise is used up.
+uint8_t noiseByte() {
+  std::lock_guard<std::mutex> lock(g_noiseMutex);
+  if (g_noiseUsed < g_noise.size()) return static_cast<uint8_t>(g_noise[g_noiseUsed++]);
+  g_noisy = false;
+  return 0;
+}
+
+void noiseBytes(void* to, size_t count) {
+  for (size_t i = 0; i < count; ++i) static_cast<uint8_t*>(to)[i] = noiseByte();
+}
+
+// Lets the noise change a number or a record without texts.
+template <typename Record>
+void disturb(Record& record) {
+  if (!g_noisy) return;
+  const uint8_t how = noiseByte();
+  uint8_t* const bytes = reinterpret_cast<uint8_t*>(&record);
+  uint16_t offset = 0;
+  switch (how & 3) {
+    case 0:  // nothing
+      break;
+    case 1:  // its beginning
+      noiseBytes(bytes, std::min<size_t>(how >> 2, sizeof record));
+      break;
+    case 2:  // a field
+      noiseBytes(&offset, sizeof offset);
+      offset = static_cast<uint16_t>(offset % sizeof record);
+      noiseBytes(bytes + offset, std::min<size_t>((how >> 2 & 3) + 1, sizeof record - offset));
+      break;
+    default:  // all
+      memset(bytes, noiseByte(), sizeof record);
+      break;
   }
-  if (hook) hook(call);
-  return status;
+}
+
+// The text, which has at most what was lent, may become other bytes, claim another length or
+// encoding, or none.
+void disturb(multiple_lang_t& text) {
+  if (!g_noisy) return;
+  const uint8_t how = noiseByte();
+  if (text.text != nullptr) noiseBytes(text.text, std::min<size_t>(how >> 3, text.length));
+  if ((how & 1) != 0) noiseBytes(&text.length, sizeof text.length);
+  if ((how & 2) != 0) text.encoding = noiseByte();
+  if ((how & 7) == 7) text.text = nullptr;
+}
+
+void disturb(AISRV_service_info& service) {
+  multiple_lang_t name = service.name;
+  disturb<AISRV_service_info>(service);
+  disturb(name);
+  service.name = name;
+}
+
+void disturb(AIEC_event_info& event) {
+  multiple_lang_t name = event.name;
+  multiple_lang_t rating = event.rating;
+  disturb<AIEC_event_info>(event);
+  disturb(name);
+  disturb(rating);
+  event.name = name;
+  event.rating = rating;
+}
+
+// A count of services becomes another small one, or more than there can be.
+void disturbCount(uint32_t& count) {
+  uint8_t small = static_cast<uint8_t>(count);
+  disturb(small);
+  if (small != static_cast<uint8_t>(count)) count = small < UINT8_MAX ? small % 16 : UINT32_MAX;
+}
+
+// What the caller gets in a record of its own; other arguments stay.
+template <typename Record>
+void disturbAnswer(Record* record) {
+  if constexpr (!std::is_const_v<Record> && !std::is_void_v<Record>) {
+    if (record != nullptr) disturb(*record);
+  }
+}
+template <typename Value>
+std::enable_if_t<!std::is_pointer_v<Value>> disturbAnswer(Value) {}
+
+// A call while it is answered: its status; at its end the noise gets at what was answered.
+template <typename... Arguments>
+class Call {
+ public:
+  Call(int status, Arguments... arguments) : status_(status), arguments_(arguments...) {}
+  Call(const Call&) = delete;
+  Call& operator=(const Call&) = delete;
+  ~Call() {
+    if (!g_noisy) return;
+    std::apply([](auto... argument) { (disturbAnswer(argument), ...); }, arguments_);
+  }
+
+  operator int() const { return status_; }
+
+ private:
+  const int status_;
+  const std::tuple<Arguments...> arguments_;
+};
+
+// Records a call; its status is the one set for it.
+template <typename... Arguments>
+Call<Arguments...> called(const char* function, Arguments... arguments) {
+  int status = 0;
+  if (g_recording) {
+    std::string listed;
+    ((listed += (listed.empty() ? "" : ",") + text(arguments)), ...);
+    const std::string call = std::string(function) + "(" + listed + ")";
+    std::function<void(const std::string&)> hook;
+    {
+      std::lock_guard<std::mutex> lock(g_mutex);
+      state().calls.push_back(call);
+      const auto result = state().results.find(function);
+      if (result != state().results.end()) status = result->second;
+      hook = state().hook;
+    }
+    if (hook) hook(call);
+  }
+  if (g_noisy && noiseByte() >= 0xF0) noiseBytes(&status, sizeof status);
+  return {status, arguments...};
 }
 
 void copyService(const Service& from, AISRV_service_info& to) {
@@ -127,6 +237,7 @@ void copyText(const std::string& from, uint32_t encoding, multiple_lang_t& to) {
 
 void copyText(const Text& from, multiple_lang_t& to) {
   copyText(from.bytes, from.encoding, to);
+  disturb(to);
   if (from.claimedLength != 0) to.length = from.claimedLength;
 }
 
@@ -196,8 +307,16 @@ Service service(uint16_t major, uint16_t minor, uint32_t frequency, const std::s
   return made;
 }
 
+void setNoise(std::string bytes) {
+  std::lock_guard<std::mutex> lock(g_noiseMutex);
+  g_noise = std::move(bytes);
+  g_noiseUsed = 0;
+  g_noisy = !g_noise.empty();
+}
+
 void reset() {
   resetBus();
+  setNoise({});
   std::lock_guard<std::mutex> lock(g_mutex);
   state() = State();
 }
@@ -359,28 +478,36 @@ extern "C" {
 
 int AISRV_get_total_services(uint32_t input, uint32_t mask, const AISRV_query_filter* filter,
                              uint32_t reserved, uint32_t* count) {
-  const int status = called(__func__, input, mask, filter, reserved, count);
+  const auto status =
+      called(__func__, input, mask, filter, reserved, static_cast<const void*>(count));
   std::lock_guard<std::mutex> lock(g_mutex);
   *count = state().countIsClaimed ? state().claimedCount
                                   : static_cast<uint32_t>(state().services[input].size());
+  fake::disturbCount(*count);
   return status;
 }
 
 int AISRV_get_n_services(uint32_t input, uint32_t mask, uint32_t first,
                          const AISRV_query_filter* filter, uint32_t reserved1, uint32_t reserved2,
                          uint32_t* count, AISRV_service_info* records) {
-  const int status =
-      called(__func__, input, mask, first, filter, reserved1, reserved2, count, records);
+  const auto status = called(__func__, input, mask, first, filter, reserved1, reserved2,
+                             static_cast<const void*>(count), records);
   std::lock_guard<std::mutex> lock(g_mutex);
   const std::vector<fake::Service>& services = state().services[input];
-  const uint32_t copied = std::min<uint32_t>(*count, static_cast<uint32_t>(services.size()));
-  for (uint32_t i = 0; i < copied; ++i) fake::copyService(services[i], records[i]);
+  const uint32_t capacity = *count;
+  const uint32_t copied = std::min<uint32_t>(capacity, static_cast<uint32_t>(services.size()));
+  for (uint32_t i = 0; i < copied; ++i) {
+    fake::copyService(services[i], records[i]);
+    if (i > 0) fake::disturb(records[i]);  // the first one as every answer
+  }
   *count = state().countIsClaimed ? state().claimedCount : copied;
+  // Where many fit, many rows would take their time.
+  if (capacity <= UINT8_MAX) fake::disturbCount(*count);
   return status;
 }
 
 int AISRV_get_pid_details(const AISRV_service_info* service, AISRV_pid_details* details) {
-  const int status = called(__func__, service, details);
+  const auto status = called(__func__, service, details);
   std::lock_guard<std::mutex> lock(g_mutex);
   const auto known = state().pids.find(fake::serviceKey(service->service_id));
   if (known != state().pids.end()) {
@@ -394,14 +521,14 @@ int AISRV_get_pid_details(const AISRV_service_info* service, AISRV_pid_details* 
 int AISRV_sync_to_database(void) { return called(__func__); }
 
 int AIST_get_cur_time_secs(uint32_t* seconds) {
-  const int status = called(__func__, seconds);
+  const auto status = called(__func__, seconds);
   std::lock_guard<std::mutex> lock(g_mutex);
   *seconds = state().time;
   return status;
 }
 
 int AICN_get_current(AISRV_service_info* record) {
-  const int status = called(__func__, record);
+  const auto status = called(__func__, record);
   std::lock_guard<std::mutex> lock(g_mutex);
   if (!state().hasCurrent) return -1;
   fake::copyService(state().current, *record);  // also when it fails: nobody may look at it then
@@ -411,15 +538,17 @@ int AICN_get_current(AISRV_service_info* record) {
 int AICN_get_curr_input_source(void) {
   called(__func__);
   std::lock_guard<std::mutex> lock(g_mutex);
-  return state().currentInput;
+  int input = state().currentInput;
+  fake::disturb(input);
+  return input;
 }
 
 int AICN_get_chan_state(void) { return called(__func__); }
 int AICN_set_skip_play_srv(int skip) { return called(__func__, skip); }
 
 int AICS_start_search(const AICS_search_request* request, AICS_scan_callback callback) {
-  const int status = called(__func__, request->search_type, request->always_2, request->frequency,
-                            request->source);
+  const auto status = called(__func__, request->search_type, request->always_2, request->frequency,
+                             request->source);
   std::lock_guard<std::mutex> lock(g_mutex);
   state().search = *request;
   state().callback = callback;
@@ -430,7 +559,7 @@ int AICS_stop_scan(void) { return called(__func__); }
 
 int AIIN_get_input_details(uint32_t input, uint8_t* flag, AIIN_input_t* details,
                            uint32_t reserved) {
-  const int status = called(__func__, input, *flag, details, reserved);
+  const auto status = called(__func__, input, *flag, details, reserved);
   details->type = input;
   details->tuner = 1;
   details->handle = 7000 + input;
@@ -438,14 +567,14 @@ int AIIN_get_input_details(uint32_t input, uint8_t* flag, AIIN_input_t* details,
 }
 
 int AIFE_get_tuning_details(uint32_t tuner, uint32_t path, AIFE_tuning_details* details) {
-  const int status = called(__func__, tuner, path, details);
+  const auto status = called(__func__, tuner, path, details);
   std::lock_guard<std::mutex> lock(g_mutex);
   details->frequency = state().tunedFrequency;
   return status;
 }
 
 int AIEC_get_total_events(const AISRV_service_info* service, uint16_t* count) {
-  const int status = called(__func__, service, count);
+  const auto status = called(__func__, service, count);
   std::lock_guard<std::mutex> lock(g_mutex);
   *count =
       state().eventCountIsClaimed
@@ -456,7 +585,7 @@ int AIEC_get_total_events(const AISRV_service_info* service, uint16_t* count) {
 
 int AIEC_get_first_n_events(const AISRV_service_info* service, AIEC_event_info* events,
                             uint16_t count, uint16_t* copied) {
-  const int status = called(__func__, service, events, count, copied);
+  const auto status = called(__func__, service, events, count, copied);
   std::lock_guard<std::mutex> lock(g_mutex);
   if (status == 0) {
     fake::copyEvent({service->service_id.service_rec, service->service_id.input_source, 0}, 0,
@@ -467,14 +596,14 @@ int AIEC_get_first_n_events(const AISRV_service_info* service, AIEC_event_info* 
 
 int AIEC_get_next_n_events(const AIEC_event_key* previous, AIEC_event_info* events, uint16_t count,
                            uint16_t* copied, uint32_t direction) {
-  const int status = called(__func__, previous, events, count, copied, direction);
+  const auto status = called(__func__, previous, events, count, copied, direction);
   std::lock_guard<std::mutex> lock(g_mutex);
   if (status == 0) fake::copyEvent(*previous, 1, *events, copied);
   return status;
 }
 
 int AIEC_get_multiple_event_rating_string(const AIEC_event_key* event, multiple_lang_t* text) {
-  const int status = called(__func__, event, text);
+  const auto status = called(__func__, event, text);
   std::lock_guard<std::mutex> lock(g_mutex);
   const fake::Event* found = fake::findEvent(*event, 0);
   if (status == 0 && found != nullptr && !found->allRatings.empty()) {
@@ -484,7 +613,7 @@ int AIEC_get_multiple_event_rating_string(const AIEC_event_key* event, multiple_
 }
 
 int AIEC_get_event_description(const AIEC_event_key* event, multiple_lang_t* text) {
-  const int status = called(__func__, event, text);
+  const auto status = called(__func__, event, text);
   std::lock_guard<std::mutex> lock(g_mutex);
   const fake::Event* found = fake::findEvent(*event, 0);
   if (status == 0 && found != nullptr) {
@@ -494,28 +623,28 @@ int AIEC_get_event_description(const AIEC_event_key* event, multiple_lang_t* tex
 }
 
 int AIFW_register_frmwrk_app_cb(AIFW_app_callback callback) {
-  const int status = called(__func__, reinterpret_cast<const void*>(callback));
+  const auto status = called(__func__, reinterpret_cast<const void*>(callback));
   std::lock_guard<std::mutex> lock(g_mutex);
   state().eventCallback = callback;
   return status;
 }
 
 int AIFW_get_event_update_data(AIFW_event_update_data* data) {
-  const int status = called(__func__, data);
+  const auto status = called(__func__, data);
   std::lock_guard<std::mutex> lock(g_mutex);
   *data = state().update;
   return status;
 }
 
 int AIFW_get_EAS_priority(uint8_t* priority) {
-  const int status = called(__func__, priority);
+  const auto status = called(__func__, priority);
   std::lock_guard<std::mutex> lock(g_mutex);
   *priority = state().alertPriority;
   return status;
 }
 
 int OSAL_timer_create(const char* name, int type, OSAL_timer_id* timer) {
-  const int status = called(__func__, name, type);
+  const auto status = called(__func__, name, type);
   std::lock_guard<std::mutex> lock(g_mutex);
   *timer = ++state().timers;
   return status;
@@ -523,7 +652,7 @@ int OSAL_timer_create(const char* name, int type, OSAL_timer_id* timer) {
 
 int OSAL_timer_enable(OSAL_timer_id timer, OSAL_timer_handler handler, void* arg,
                       uint32_t milliseconds) {
-  const int status = called(__func__, timer, arg, milliseconds);
+  const auto status = called(__func__, timer, arg, milliseconds);
   std::lock_guard<std::mutex> lock(g_mutex);
   state().timerHandler = handler;
   state().timerArgument = arg;
@@ -540,18 +669,20 @@ int AIFW_handle_tuner_mode_change(int mode) { return called(__func__, mode); }
 int AIFW_change_audio(uint8_t track) { return called(__func__, track); }
 
 int AIFW_modify_service(uint32_t operation, const AISRV_service_info* record) {
-  const int status = called(__func__, operation, record);
+  const auto status = called(__func__, operation, record);
   std::lock_guard<std::mutex> lock(g_mutex);
   state().modified.info = *record;
   state().modified.name.assign(reinterpret_cast<const char*>(record->name.text),
-                               record->name.length);
+                               record->name.text != nullptr ? record->name.length : 0);
   return status;
 }
 
 int AICN_get_tuner_mode(void) {
   called(__func__);
   std::lock_guard<std::mutex> lock(g_mutex);
-  return state().currentInput;
+  int input = state().currentInput;
+  fake::disturb(input);
+  return input;
 }
 
 int AICN_set_play_from_ap(int from_application) { return called(__func__, from_application); }
@@ -575,7 +706,7 @@ int AICC_get_cc_service_data(uint32_t path, const AISRV_service_info* service,
 int AIFE_tune_stop_request(uint32_t tuner, uint32_t path) { return called(__func__, tuner, path); }
 
 int AIIN_get_db_no_input_details(uint32_t input, AIIN_input_t* details) {
-  const int status = called(__func__, input, details);
+  const auto status = called(__func__, input, details);
   details->type =
       input == 0 || input == AI_INPUT_TERRESTRIAL ? AI_INPUT_TERRESTRIAL : AI_INPUT_CABLE;
   return status;
@@ -600,16 +731,16 @@ int AIFW_set_curr_region(int32_t region) { return called(__func__, region); }
 int AIFW_pwd_unlocked_no_checking_status(int unlocked) { return called(__func__, unlocked); }
 
 int AIFW_user_eas_setting(int32_t* value, int direction) {
-  const int status = called(__func__, *value, direction);
+  const auto status = called(__func__, *value, direction);
   return fake::answerParental(status, [&](const fake::Parental& p) { *value = p.alertSetting; });
 }
 int AIFW_disable_optional_eas_event_id_check(int32_t* value, int direction) {
-  const int status = called(__func__, *value, direction);
+  const auto status = called(__func__, *value, direction);
   *value = 1;  // also when it fails
   return fake::answerParental(status, [&](const fake::Parental& p) { *value = p.alertSetting; });
 }
 int AIFW_enable_eas_cable_only(int32_t* value, int direction) {
-  const int status = called(__func__, *value, direction);
+  const auto status = called(__func__, *value, direction);
   *value = 1;  // also when it fails
   return fake::answerParental(status, [&](const fake::Parental& p) { *value = p.alertSetting; });
 }
@@ -663,7 +794,7 @@ int AIPC_retreive_rating(AIPC_dime_t* rating) {
   });
 }
 int AIPC_store_rating(AIPC_dime_t rating) {
-  const int status = called(__func__, rating.region);
+  const auto status = called(__func__, rating.region);
   std::lock_guard<std::mutex> lock(g_mutex);
   state().storedRating = rating;
   return status;
@@ -701,14 +832,18 @@ int AIPC_check_rating(uint32_t country, uint32_t system, const multiple_lang_t* 
     std::lock_guard<std::mutex> lock(g_mutex);
     state().checkedRating.assign(reinterpret_cast<const char*>(rating->text), rating->length);
   }
-  const int status = called(__func__, country, system, rating->encoding);
-  return status != 0 ? status : state().parental.verdict;
+  const auto status = called(__func__, country, system, rating->encoding);
+  int verdict = state().parental.verdict;
+  fake::disturb(verdict);
+  return status != 0 ? int{status} : verdict;
 }
 
 int AIEC_check_rating(const AISRV_service_info* service) {
   called(__func__, service->major, service->minor);
   std::lock_guard<std::mutex> lock(g_mutex);
-  return state().parental.verdict;
+  int verdict = state().parental.verdict;
+  fake::disturb(verdict);
+  return verdict;
 }
 int AISRV_get_CAD_list(const AISRV_service_info* service, uint8_t* count, uint8_t* regions) {
   return fake::answerParental(called(__func__, service->major, *count, regions),
@@ -738,7 +873,7 @@ int AIUP_store_all(void) { return called(__func__); }
 int AIUP_sync(void) { return called(__func__); }
 
 int AIPT_get_index_status(int* status, int path) {
-  const int result = called(__func__, status, path);
+  const auto result = called(__func__, status, path);
   std::lock_guard<std::mutex> lock(g_mutex);
   *status = 0;
   if (!state().indexStatuses.empty()) {

@@ -1,0 +1,60 @@
+// Commands to the service, one a line up to an empty line; the rest is the middleware's noise.
+#include "harness.h"
+
+namespace {
+
+// A channel change runs on another thread, 100 ms apart; it has a fuzzer of its own.
+bool isQueued(const std::string& line) {
+  try {
+    Json::Value request;
+    return Json::Reader().parse(line, request, false) && request.isObject() &&
+           request.get("class", "") == "FW" && request.get("command", "") == "CHANNELCHANGE";
+  } catch (const std::exception&) {
+    return false;
+  }
+}
+
+void command(const std::string& line) {
+  char* text = nullptr;
+  const int result = ATSC_TransmitServiceClientJSONCommand(line.c_str(), &text);
+  fuzz::require(result == 0 || result == -1, "a result of 0 or -1", line);
+  if (text != nullptr) fuzz::parsed(text);
+  free(text);
+}
+
+// What a running search reports.
+void reportScan(fuzz::Input& input) {
+  const AICS_scan_callback callback = fake::scanCallback();
+  if (callback == nullptr) return;
+  const int state = input.byte() - 1;
+  const std::string bytes = input.bytes(sizeof(AICS_scan_progress));
+  AICS_scan_progress progress{};
+  std::memcpy(&progress, bytes.data(), bytes.size());
+  callback(state == -1 ? nullptr : &progress, state);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  fuzz::Harness& harness = fuzz::Harness::instance();
+  harness.reset();
+  fuzz::Input input(data, size);
+  std::vector<std::string> lines;
+  for (std::string line; !(line = input.line()).empty();) lines.push_back(line);
+  const uint8_t flags = input.byte();
+  fake::setRecording((flags & 1) != 0);  // the log's lines are formatted too
+  if ((flags & 2) != 0) unlink(harness.path("channels.db3").c_str());
+  const fuzz::Input noise = input;
+  fake::setNoise(input.rest());
+  input = noise;
+  for (const std::string& line : lines) {
+    if (isQueued(line)) continue;
+    command(line);
+    if ((flags & 4) != 0) reportScan(input);
+  }
+  for (const std::string& text : fake::sent()) {
+    fuzz::require(fuzz::parsed(text)["cbtype"] == "SCAN", "a scan message", text);
+  }
+  if ((flags & 8) != 0 && harness.channelsChanged()) harness.checkChannels();
+  return 0;
+}

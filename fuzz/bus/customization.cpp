@@ -1,0 +1,105 @@
+// The files that a product adds. An input is one byte and a customization file, or one byte and two
+// customer-column files, a form feed between them: the second one migrates the first one's tables.
+#include <atsc/atsc_tables.h>
+#include <strings.h>
+
+#include <algorithm>
+#include <set>
+
+#include "harness.h"
+
+// In place of the start of the callback threads, which would be new ones with every input.
+extern "C" void __wrap__Z23_ATSC_Service_Task_initv() {}
+
+namespace {
+
+void write(const std::string& path, const std::string& text) {
+  std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
+}
+
+void customize(const fuzz::Harness& harness, const std::string& text) {
+  write(harness.path("custom.json"), text);
+  ATSCCustomizedParameter record;
+  memset(&record, 0xAA, sizeof record);
+  ATSC_Service_init(&record);
+  fuzz::require(record.block_play_after_scan <= 1, "a truth value", text);
+  const std::vector<std::pair<const char*, uint32_t>> numbers = {
+      {"tuner_lock_wait_in_ms", record.tuner_lock_wait_in_ms},
+      {"tuner_cable_vsb_wait_in_ms", record.tuner_cable_vsb_wait_in_ms},
+      {"DBB_wait_time_in_ms", record.DBB_wait_time_in_ms},
+      {"customized_flow", record.customized_flow}};
+  Json::Value root;
+  try {
+    if (!Json::Reader().parse(text, root) || !root.isObject()) root = Json::Value();
+  } catch (const std::exception&) {
+    root = Json::Value();
+  }
+  for (const auto& [key, value] : numbers) {
+    const uint32_t wanted = root[key].isUInt() ? root[key].asUInt() : 0;
+    fuzz::require(value == wanted || (wanted == 0 && !root[key].isNull()), key, text);
+  }
+}
+
+// Loads customer columns and brings the tables to them; `names` gains the columns' names.
+void addColumns(const fuzz::Harness& harness, const std::string& text,
+                std::set<std::string>& names) {
+  write(harness.path("columns.json"), text);
+  const int result = _ATSC_Service_db_cus_init();
+  fuzz::require(result == 0 || result == -1, "a result of 0 or -1", text);
+  fuzz::require(atsc_service_db_custom_column.size() <= 255, "at most 255 columns", text);
+  _ATSC_Service_db_createChannelDB();
+  for (ATSC_Service_db_layout column : atsc_service_db_custom_column) {
+    fuzz::require(memchr(column.name, '\0', sizeof column.name) != nullptr, "a NUL", text);
+    for (char& c : column.name) c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+    names.insert(column.name);
+  }
+}
+
+// Checks that each table has the layout's columns, END and the customer's.
+void checkTables(const fuzz::Harness& harness, const std::set<std::string>& names,
+                 const std::string& text) {
+  SQLite::Database database(harness.path("channels.db3"));
+  for (const char* table : {"channel_data_t", "channel_data_c"}) {
+    size_t found = 0;
+    size_t columns = 0;
+    SQLite::Statement rows(database,
+                           "SELECT name FROM pragma_table_info('" + std::string(table) + "')");
+    for (; rows.executeStep(); ++columns) {
+      std::string name = rows.getColumn(0).getString();
+      for (char& c : name) c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+      found += names.count(name);
+    }
+    fuzz::require(found == names.size(), "the customer's columns", text);
+    fuzz::require(columns == ATSC_CHANNEL_COLUMNS + 1 + found, "no other columns", text);
+  }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  fuzz::Harness& harness = fuzz::Harness::instance();
+  harness.reset();
+  fuzz::Input input(data, size);
+  const uint8_t flags = input.byte();
+  const std::string text = input.rest();
+  if ((flags & 1) != 0) {
+    customize(harness, text);
+    return 0;
+  }
+  // A set that is new, or has been running without customer columns.
+  if ((flags & 2) != 0) unlink(harness.path("channels.db3").c_str());
+  atsc_service_db_custom_column.clear();
+  std::set<std::string> names;
+  const size_t end = text.find('\f');
+  addColumns(harness, text.substr(0, end), names);
+  if (end != std::string::npos) addColumns(harness, text.substr(end + 1), names);
+  checkTables(harness, names, text);
+  for (const int source : {AI_INPUT_TERRESTRIAL, AI_INPUT_CABLE}) {
+    ATSC_Service_db_UpdateChannel(source);
+  }
+  SQLite::Database database(harness.path("channels.db3"));
+  fuzz::require(database.execAndGet("SELECT COUNT(*) FROM channel_data_t").getInt() == 2, "rows",
+                text);
+  if ((flags & 8) != 0) harness.checkChannels();
+  return 0;
+}

@@ -1,0 +1,111 @@
+// The middleware's events. An input is steps, each a byte: an event and its data, or the end of the
+// service timer; 0 ends them and the rest is noise.
+#include <algorithm>
+#include <condition_variable>
+#include <mutex>
+
+#include "harness.h"
+
+namespace {
+
+// End every input's messages, one a queue; that of the guide, which rewrites it, where it is used.
+constexpr int32_t kLast = AFW_VIEWING_DELAY;
+constexpr int32_t kLastOfGuide = AFW_EPG_COMPLETE;
+
+std::mutex g_mutex;
+std::condition_variable g_changed;
+std::vector<std::string> g_sent;
+size_t g_lasts = 0;
+
+void onSend(const std::string& text) {
+  const std::lock_guard<std::mutex> lock(g_mutex);
+  g_sent.push_back(text);
+  if (text.find("\"VIEWING_DELAY\"") != std::string::npos ||
+      text.find("\"EPG_COMPLETE\"") != std::string::npos) {
+    ++g_lasts;
+  }
+  g_changed.notify_all();
+}
+
+// Whether the event's data is a text.
+bool isAlert(int32_t event) {
+  return event == AFW_EAS_START_BLOCKING || event == AFW_EAS_START_NON_BLOCKING;
+}
+
+// Reports an event with data of its own size: reading past the end is noticed.
+void report(int32_t event, fuzz::Input& input) {
+  const uint8_t kind = input.byte();
+  if (kind == 0) {
+    ATSC_Service_event_cb(event, nullptr);
+  } else if (isAlert(event)) {
+    const std::string bytes(input.bytes(kind >= 0xF0 ? input.number<uint16_t>() : kind / 2));
+    std::vector<uint8_t> text(bytes.begin(), bytes.end());
+    text.shrink_to_fit();
+    // A long text is a short one again and again.
+    if (kind == 0xFF) text.resize(UINT16_MAX, text.empty() ? 0 : text[0]);
+    multiple_lang_t alert{text.empty() ? nullptr : text.data(), static_cast<uint16_t>(text.size()),
+                          kind & 1u};
+    if (text.empty()) alert.length = kind;
+    ATSC_Service_event_cb(event, &alert);
+  } else {
+    const std::string bytes = input.bytes(sizeof(AIFW_time_data));
+    AIFW_time_data time{};
+    memcpy(&time, bytes.data(), bytes.size());
+    ATSC_Service_event_cb(event, &time);
+  }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  fuzz::Harness& harness = fuzz::Harness::instance();
+  static const bool started = [] {
+    ATSC_Service_init(nullptr);
+    return true;
+  }();
+  (void)started;
+  harness.reset();
+  fuzz::Input input(data, size);
+  std::vector<int32_t> events;
+  for (;;) {
+    const uint8_t step = input.byte();
+    if (step == 0) break;
+    if (step == 0xFF) events.push_back(input.number<int32_t>());
+    if (step < 0xFF) events.push_back(step - 1);
+    if (events.size() > 64) break;
+  }
+  {
+    const std::lock_guard<std::mutex> lock(g_mutex);
+    g_sent.clear();
+    g_lasts = 0;
+  }
+  fake::onSend(onSend);
+  const uint8_t flags = input.byte();
+  fuzz::Input noise = input;
+  fake::setUpdatedSources(std::vector<uint32_t>((flags >> 4) * 70u, 0xFFFFFFFF));
+  fake::setNoise(noise.rest());
+  size_t lasts = 1;
+  bool guide = false;
+  for (const int32_t event : events) {
+    if (event == 0xFD) {
+      fake::fireTimer();
+      continue;
+    }
+    if (event == kLast || event == kLastOfGuide) ++lasts;
+    guide = guide || event == AFW_EPG_UPDATE;
+    report(event, input);
+  }
+  ATSC_Service_event_cb(kLast, nullptr);
+  if (guide) {
+    ATSC_Service_event_cb(kLastOfGuide, nullptr);
+    ++lasts;
+  }
+  std::unique_lock<std::mutex> lock(g_mutex);
+  g_changed.wait(lock, [&] { return g_lasts >= lasts; });
+  for (const std::string& text : g_sent) {
+    const Json::Value message = fuzz::parsed(text);
+    fuzz::require(message["class"] == "CALLBACK", "class", text);
+    fuzz::require(message["cbtype"].isString(), "cbtype", text);
+  }
+  return 0;
+}

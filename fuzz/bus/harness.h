@@ -1,0 +1,178 @@
+// The library with the recording platform, for fuzzers: quick, without a trace, the same for every
+// input.
+#ifndef ATSC_FUZZ_BUS_HARNESS_H_
+#define ATSC_FUZZ_BUS_HARNESS_H_
+
+#include <SQLiteCpp/SQLiteCpp.h>
+#include <atsc/atsc_service.h>
+#include <json/json.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "atsc_service_db.h"
+#include "fake.h"
+#include "input.h"
+#include "service/server/atsc_server_service.h"
+
+extern ATSCBUS::ATSCServerService g_atsc_server_service;
+
+// Nothing is to outlast the run, and other programs' files are not to be waited for.
+extern "C" void sync() noexcept {}
+
+namespace fuzz {
+
+// Ends the run when `holds` is false: the input is a finding.
+inline void require(bool holds, const char* what, const std::string& shown = {}) {
+  if (holds) return;
+  fprintf(stderr, "violated: %s: %s\n", what, shown.c_str());
+  abort();
+}
+
+// The text as JSON. All that the library writes is an object, in ASCII.
+inline Json::Value parsed(const std::string& text) {
+  Json::CharReaderBuilder builder;
+  Json::CharReaderBuilder::strictMode(&builder.settings_);
+  const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
+  Json::Value value;
+  std::string errors;
+  require(reader->parse(text.data(), text.data() + text.size(), &value, &errors), "valid JSON",
+          text + errors);
+  require(value.isObject(), "a JSON object", text);
+  for (const char c : text) require((c & 0x80) == 0, "ASCII", text);
+  return value;
+}
+
+// A database that every input finds as the first one did.
+class Fixture {
+ public:
+  // Notes how the database is now.
+  explicit Fixture(std::string path) : path_(std::move(path)) {
+    std::ifstream file(path_, std::ios::binary);
+    content_.assign(std::istreambuf_iterator<char>(file), {});
+    left_ = state();
+  }
+
+  bool changed() const { return state() != left_; }
+
+  void restore() {
+    if (!changed()) return;
+    unlink((path_ + "-journal").c_str());
+    std::ofstream(path_, std::ios::binary | std::ios::trunc) << content_;
+    left_ = state();
+  }
+
+ private:
+  // What differs after a transaction: the file, its size, its change counter.
+  std::string state() const {
+    struct stat file {};
+    if (stat(path_.c_str(), &file) != 0) return {};
+    char header[28] = {};
+    std::ifstream(path_, std::ios::binary).read(header, sizeof header);
+    return std::to_string(file.st_ino) + "-" + std::to_string(file.st_size) + "-" +
+           std::string(header, sizeof header);
+  }
+
+  const std::string path_;
+  std::string content_;
+  std::string left_;
+};
+
+// A private folder, in memory where there is such a place, with the databases of a set that has
+// just been started with three channels. A run that ends in a finding leaves it.
+class Harness {
+ public:
+  static Harness& instance() {
+    static Harness harness;
+    return harness;
+  }
+
+  ~Harness() { std::filesystem::remove_all(folder_); }
+
+  std::string path(const std::string& name) const { return folder_ + "/" + name; }
+
+  // Makes the platform and the files as they were before the first input.
+  void reset() {
+    fake::reset();
+    fake::setRecording(false);
+    fillPlatform();
+    channels_->restore();
+    guide_->restore();
+  }
+
+  bool channelsChanged() const { return channels_->changed(); }
+
+  // Checks that the channel database, where there is one, is sound.
+  void checkChannels() const {
+    if (!std::filesystem::exists(path("channels.db3"))) return;
+    SQLite::Database database(path("channels.db3"));
+    require(database.execAndGet("PRAGMA integrity_check").getString() == "ok", "integrity");
+    require(!database.tableExists("tmp"), "no table tmp");
+  }
+
+ private:
+  Harness() {
+    const bool memory = access("/dev/shm", W_OK) == 0;
+    folder_ = (memory ? "/dev/shm" : std::filesystem::temp_directory_path().string()) +
+              "/atsc-fuzz-XXXXXX";
+    require(mkdtemp(&folder_[0]) != nullptr, "a folder", folder_);
+    setenv("ATSC_CNAHHEL_DB", path("channels.db3").c_str(), 1);
+    setenv("ATSC_EVENT_DB", path("guide.db").c_str(), 1);
+    setenv("ATSC_CUSTOM_FILE", path("custom.json").c_str(), 1);
+    setenv("ATSC_CUSTOM_DB_COLUMN_FILE", path("columns.json").c_str(), 1);
+    // What the library prints would be most of a fuzzer's work.
+    require(freopen("/dev/null", "w", stdout) != nullptr, "/dev/null");
+    fake::setRecording(false);
+    fillPlatform();
+    gChannel_DB_path = atsc::channelDatabasePath();
+    for (const int input : {AI_INPUT_TERRESTRIAL, AI_INPUT_CABLE}) {
+      ATSC_Service_db_UpdateChannel(input);
+      ATSC_Service_db_UpdateEvent(input);
+    }
+    channels_ = std::make_unique<Fixture>(path("channels.db3"));
+    guide_ = std::make_unique<Fixture>(path("guide.db"));
+  }
+
+  // Texts as long as the buffers that are lent, for the noise to change.
+  static void fillPlatform() {
+    std::vector<fake::Service> air{fake::service(4, 1, 503000000, std::string(60, 'N')),
+                                   fake::service(4, 2, 503000000, "WGBH")};
+    air[0].pids.resize(4, air[0].pids.back());
+    air[0].pids.back().audio_kind = AISRV_AUDIO_DESCRIPTION;
+    const std::vector<fake::Service> cable{
+        fake::service(5, 1, 57000000, std::string(60, 'C'), AI_INPUT_CABLE)};
+    fake::setServices(AI_INPUT_TERRESTRIAL, air);
+    fake::setServices(AI_INPUT_CABLE, cable);
+    fake::setCurrent(air[0], AI_INPUT_TERRESTRIAL);
+    fake::Event event;
+    event.name = fake::utf16(std::string(200, 'E'));
+    event.rating = event.allRatings = std::string(90, 'R');
+    event.description = fake::utf16("D");
+    event.info.duration = 1800;
+    fake::setEvents(air[0], {event, event, event});
+    fake::Parental parental;
+    parental.regions = {1, 2, 5};
+    parental.name = parental.text = {fake::utf16(std::string(260, 'P')), AI_TEXT_UTF16BE, 0};
+    parental.abbreviation.bytes = std::string(600, 'A');
+    parental.count = 5;
+    parental.verdict = AIPC_BLOCKED_BY_STATUS;
+    parental.advisories = {1, 2};
+    fake::setParental(parental);
+  }
+
+  std::string folder_;
+  std::unique_ptr<Fixture> channels_;
+  std::unique_ptr<Fixture> guide_;
+};
+
+}  // namespace fuzz
+
+#endif  // ATSC_FUZZ_BUS_HARNESS_H_

@@ -1,0 +1,74 @@
+// Changes of the channel and of the channel list, one command a line up to an empty line; the rest
+// is the middleware's noise. The channel change is queued: each input waits for the command thread.
+#include <pthread.h>
+#include <time.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+
+#include "harness.h"
+
+// Time goes a thousand times faster here, so that the command thread does not wait 100 ms between
+// two commands: the steady clock, and the timed waits on it, which may always end early.
+std::chrono::steady_clock::time_point std::chrono::steady_clock::now() noexcept {
+  timespec time{};
+  clock_gettime(CLOCK_MONOTONIC, &time);
+  static const time_t start = time.tv_sec;
+  return time_point(duration(1000 * ((time.tv_sec - start) * 1000000000LL + time.tv_nsec)));
+}
+
+extern "C" int pthread_cond_clockwait(pthread_cond_t*, pthread_mutex_t* mutex, clockid_t,
+                                      const timespec*) noexcept(false) {
+  pthread_mutex_unlock(mutex);
+  const timespec moment{0, 20000};
+  nanosleep(&moment, nullptr);
+  pthread_mutex_lock(mutex);
+  return 0;
+}
+
+namespace {
+
+// Ends every input's queue.
+constexpr char kLast[] = R"({"class":"FW","command":"CHANNELCHANGE","service_record":987654321})";
+
+std::mutex g_mutex;
+std::condition_variable g_changed;
+enum { kWaiting, kLastRuns, kDone } g_progress;
+
+// The last change is over when it has asked which channel plays: none does then.
+void onCall(const std::string& call) {
+  const std::lock_guard<std::mutex> lock(g_mutex);
+  if (call.rfind("AIFW_channel_change(", 0) == 0 && call.find(",987654321,") != std::string::npos) {
+    fake::setNoise({});
+    fake::setResult("AICN_get_current", -1);
+    g_progress = kLastRuns;
+  }
+  if (g_progress == kLastRuns && call.rfind("AICN_get_current(", 0) == 0) {
+    g_progress = kDone;
+    g_changed.notify_all();
+  }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  fuzz::Harness& harness = fuzz::Harness::instance();
+  harness.reset();
+  fuzz::Input input(data, size);
+  std::vector<std::string> lines;
+  for (std::string line; !(line = input.line()).empty();) lines.push_back(line);
+  g_progress = kWaiting;
+  fake::setRecording(true);
+  fake::onCall(onCall);
+  fake::setIndexStatus({2, input.byte() % 4});
+  fake::setNoise(input.rest());
+  for (const std::string& line : lines) {
+    const int result = g_atsc_server_service.jsonCommand(line.c_str(), nullptr);
+    fuzz::require(result == 0 || result == -1, "a result of 0 or -1", line);
+  }
+  g_atsc_server_service.jsonCommand(kLast, nullptr);
+  std::unique_lock<std::mutex> lock(g_mutex);
+  g_changed.wait(lock, [] { return g_progress == kDone; });
+  return 0;
+}

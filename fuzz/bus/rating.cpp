@@ -1,0 +1,100 @@
+// Rating texts and rating documents. The first byte says which way an input goes.
+#include <algorithm>
+
+#include "harness.h"
+#include "service/server/atsc_server_service_rating.h"
+
+namespace {
+
+// A USA TV rating becomes the "TV-" part and then all others, joined by '-'.
+void rewrite(fuzz::Input& input) {
+  const uint32_t size = input.byte();
+  const std::string rating = input.rest();
+  // Room as the function wants it, and not a byte more.
+  std::vector<uint8_t> buffer(std::max<size_t>(size, rating.size() + 2));
+  atsc::ConvertUSATVRatingString(rating, buffer.data(), size);
+  if (rating.find('\0') != std::string::npos) return;
+  const std::string text(buffer.begin(), std::find(buffer.begin(), buffer.end(), 0));
+  if (text.empty()) return;
+  fuzz::require(text.compare(0, 3, "TV-") == 0, "begins with TV-", rating);
+  std::string before = rating;
+  std::string after = text;
+  for (std::string* each : {&before, &after}) {
+    std::replace(each->begin(), each->end(), ',', '-');
+    std::sort(each->begin(), each->end());
+  }
+  // A part that is too long for `size` ends the text.
+  if (rating.size() < size) fuzz::require(before == after, "all characters", rating);
+}
+
+bool same(const AIPC_dime_t& a, const AIPC_dime_t& b) { return memcmp(&a, &b, sizeof a) == 0; }
+
+// What a record says, its document says too.
+void write(fuzz::Input& input) {
+  AIPC_dime_t record{};
+  const std::string bytes = input.rest();
+  memcpy(&record, bytes.data(), std::min(bytes.size(), sizeof record));
+  record.region &= INT32_MAX;  // larger ones are negative in the document
+  Json::Value document;
+  atsc::ConvertPCDime2JsonValue(record, document);
+  const Json::Value read = fuzz::parsed(Json::StyledWriter().write(document));
+  AIPC_dime_t again{};
+  fuzz::require(atsc::ConvertJsonValue2PCDime(read, again), "a document that can be read");
+  fuzz::require(same(record, again), "the record again", read.toStyledString());
+}
+
+// A document that can be read is one that its record writes and reads again.
+void read(fuzz::Input& input) {
+  fake::setNoise(input.bytes(input.byte()));
+  AIPC_dime_t record{};
+  try {
+    Json::Value document;
+    if (!Json::Reader().parse(input.rest(), document, false) || !document.isObject()) return;
+    if (!atsc::ConvertJsonValue2PCDime(document, record)) return;
+  } catch (const std::exception&) {
+    return;  // values of another type, which the dispatcher catches
+  }
+  fake::setNoise({});
+  record.region &= INT32_MAX;
+  Json::Value document;
+  atsc::ConvertPCDime2JsonValue(record, document);
+  AIPC_dime_t again{};
+  fuzz::require(atsc::ConvertJsonValue2PCDime(document, again), "a document that can be read");
+  fuzz::require(same(record, again), "the record again", document.toStyledString());
+}
+
+// Texts of the rating tables.
+void convert(fuzz::Input& input) {
+  const uint32_t encoding = input.below(3);
+  const uint16_t claimed = input.number<uint16_t>();
+  const std::string bytes = input.rest();
+  std::vector<uint8_t> lent(AIPC_TEXT_SIZE);
+  std::copy_n(bytes.begin(), std::min(bytes.size(), lent.size()), lent.begin());
+  const multiple_lang_t text{claimed == UINT16_MAX ? nullptr : lent.data(), claimed, encoding};
+  std::vector<uint8_t> converted;
+  if (!atsc::Copy2UTF8(converted, &text)) return;
+  fuzz::require(!converted.empty() && converted.back() == 0, "a NUL at the end");
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  fuzz::Harness& harness = fuzz::Harness::instance();
+  harness.reset();
+  fuzz::Input input(data, size);
+  switch (input.byte() % 4) {
+    case 0:
+      rewrite(input);
+      break;
+    case 1:
+      write(input);
+      break;
+    case 2:
+      read(input);
+      break;
+    default:
+      convert(input);
+      break;
+  }
+  return 0;
+}

@@ -1,0 +1,329 @@
+// Both ends of the BUS against a peer that keeps no rules. The first byte decides which end is
+// meant, the rest is what the peer does.
+#include "bus.h"
+
+#include <pthread.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstring>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <utility>
+
+#include "bus_param.h"
+#include "bus_socket.h"
+#include "input.h"
+
+namespace {
+
+[[maybe_unused]] const bool quiet = setenv("SPDLOG_LEVEL", "off", 0) == 0;
+
+constexpr uint32_t kMirror = 0x4D4D4D4D;  // a code that echoes; others do as their bits say
+constexpr uint32_t kThrow = 0x4D4D4D4E;
+constexpr uint32_t kLarge = 0x4D4D4D4F;
+constexpr size_t kLargeText = 600'000;  // more than a socket holds
+
+[[noreturn]] void fail(const char* what) {
+  fprintf(stderr, "%s\n", what);
+  abort();
+}
+
+std::string nameOf(const char* what) { return "fuzz." + std::to_string(::getpid()) + "." + what; }
+
+// Reads what is asked for, two bits of the code each, and replies with it.
+class Server : public BUSServerInterface {
+ public:
+  explicit Server(const std::string& name) : BUSServerInterface(name.c_str(), "fuzz") { start(); }
+  ~Server() override { stop(); }
+
+  int onTransact(unsigned int code, BUSParam& data, BUSParam* reply, unsigned int) override {
+    if (code == kThrow) throw std::runtime_error("asked for");
+    if (code == kLarge && reply != nullptr)
+      reply->writeCString(std::string(kLargeText, 'x').c_str());
+    for (; code != 0; code >>= 2) {
+      if ((code & 1) != 0) {
+        const char* const text = data.readCString();
+        if (text != nullptr && reply != nullptr) reply->writeCString(text);
+      }
+      if ((code & 2) != 0) {
+        const int32_t number = data.readInt32();
+        if (reply != nullptr) reply->writeInt32(number);
+      }
+    }
+    return 0;
+  }
+};
+
+void mirror(BUSClientInterface& client, int32_t number) {
+  BUSParam data, reply;
+  const std::string text = std::to_string(number);
+  data.writeCString(text.c_str());
+  data.writeInt32(number);
+  // The first pair of bits asks for a text, the second one for a number.
+  if (client.transact(1 | 2 << 2, data, &reply, 0) != 0) fail("a call was not answered");
+  const char* const echoed = reply.readCString();
+  if (echoed == nullptr || text != echoed || reply.readInt32() != number) fail("a wrong answer");
+}
+
+std::string word(uint32_t value) {
+  return std::string(reinterpret_cast<const char*>(&value), sizeof value);
+}
+
+// Items, sound ones unless a byte says otherwise.
+std::string items(fuzz::Input& input) {
+  std::string all;
+  for (unsigned count = input.below(8); count > 0; --count) {
+    switch (input.below(4)) {
+      case 0:
+        all += "i" + word(input.number<uint32_t>());
+        break;
+      case 1: {
+        std::string text = input.bytes(input.byte());
+        for (char& letter : text) letter = letter != '\0' ? letter : ' ';
+        all += "s" + word(static_cast<uint32_t>(text.size() + 1)) + text + '\0';
+        break;
+      }
+      case 2:
+        all += "s" + word(input.number<uint32_t>()) + input.bytes(input.byte());
+        break;
+      default:
+        all += input.bytes(input.byte());
+        break;
+    }
+  }
+  return all;
+}
+
+// A frame, of a sound kind and length unless a byte says otherwise.
+std::string frame(fuzz::Input& input, bus::FrameKind usual, uint32_t code) {
+  const uint8_t faults = input.byte();
+  uint32_t kind = static_cast<uint32_t>(usual);
+  if (faults & 1) kind = static_cast<uint32_t>(bus::FrameKind::kRequestNoReply);
+  if (faults & 2) kind = static_cast<uint32_t>(bus::FrameKind::kFailure);
+  if (faults & 4) kind = input.number<uint32_t>();
+  if (faults & 8) code = input.number<uint32_t>();
+  const std::string body = items(input);
+  uint32_t length = static_cast<uint32_t>(body.size());
+  if (faults & 16) length += input.byte() - 128u;
+  if (faults & 32) length = input.number<uint32_t>();
+  return word(kind) + word(length) + word(code) + word(input.byte()) + body;
+}
+
+// A connection that says what it likes and never waits.
+class RawPeer {
+ public:
+  explicit RawPeer(const std::string& path) : socket_(bus::streamSocket(false)) {
+    const bus::Address address(path);
+    if (::connect(socket_.get(), address.get(), address.size()) != 0) socket_.reset();
+  }
+  RawPeer() = default;
+
+  void send(const std::string& bytes) {
+    (void)!::send(socket_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+  }
+  void finish() { ::shutdown(socket_.get(), SHUT_WR); }
+  // Takes what has come; all of it must be replies.
+  void receive() {
+    char bytes[4096];
+    for (ssize_t got; (got = ::recv(socket_.get(), bytes, sizeof bytes, MSG_DONTWAIT)) > 0;)
+      input_.append(bytes, static_cast<size_t>(got));
+    while (input_.size() >= bus::kHeaderSize) {
+      const bus::FrameHeader header = bus::readHeader(input_.data());
+      if (header.kind != bus::FrameKind::kReply && header.kind != bus::FrameKind::kFailure)
+        fail("the server sends something else than replies");
+      if (input_.size() < bus::kHeaderSize + header.length) break;
+      BUSParam::Impl parcel;
+      if (!parcel.load(input_.data() + bus::kHeaderSize, header.length))
+        fail("the server sends malformed items");
+      input_.erase(0, bus::kHeaderSize + header.length);
+    }
+  }
+
+ private:
+  bus::Fd socket_;
+  std::string input_;
+};
+
+// Several connections take turns, one of them well-behaved: the server has seen what they sent
+// before it answers that one.
+void attack_server(fuzz::Input& input) {
+  static const std::string name = nameOf("server");
+  static Server server(name);
+  static BUSClientInterface client(name.c_str(), "fuzz");
+  std::array<RawPeer, 4> peers;
+  int32_t calls = 0;
+  while (input.left() > 0) {
+    RawPeer& peer = peers[input.below(peers.size())];
+    switch (input.below(10)) {
+      case 0:
+        peer = RawPeer(bus::socketPath(name));
+        break;
+      case 1:
+        peer = RawPeer();
+        break;
+      case 2:
+        peer.finish();
+        break;
+      case 3:
+        peer.receive();
+        break;
+      case 4:
+        peer.send(input.bytes(input.byte()));
+        break;
+      case 5:
+        peer.send(std::string(input.number<uint16_t>(), static_cast<char>(input.byte())));
+        break;
+      case 6: {
+        const std::string whole = frame(input, bus::FrameKind::kRequest, kLarge);
+        peer.send(whole);
+        break;
+      }
+      case 7: {
+        const std::string whole = frame(input, bus::FrameKind::kRequest, kMirror);
+        const size_t half = std::min<size_t>(input.byte(), whole.size());
+        peer.send(whole.substr(0, half));
+        mirror(client, ++calls);
+        peer.send(whole.substr(half));
+        break;
+      }
+      case 8:
+        peer.send(frame(input, bus::FrameKind::kRequest, kThrow));
+        break;
+      default:
+        peer.send(frame(input, bus::FrameKind::kRequest, kMirror));
+        break;
+    }
+    mirror(client, ++calls);
+  }
+  for (RawPeer& peer : peers) peer.receive();
+}
+
+// Answers requests with the bytes that it was given, in two pieces.
+class Liar {
+ public:
+  Liar() : listener_(bus::streamSocket(true)) {
+    // Whoever sweeps stale sockets must not find one that does not listen yet.
+    const std::string hidden = "/tmp/" + name();
+    const bus::Address address(hidden);
+    ::unlink(hidden.c_str());
+    if (::bind(listener_.get(), address.get(), address.size()) != 0 ||
+        ::listen(listener_.get(), 8) != 0 ||
+        ::rename(hidden.c_str(), bus::socketPath(name()).c_str()) != 0) {
+      fail("cannot listen");
+    }
+    std::thread([this] { run(); }).detach();
+  }
+
+  static std::string name() { return nameOf("liar"); }
+
+  // For the next request; `last`: the connection ends with it.
+  void prepare(std::string first, std::string second, bool last) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    first_ = std::move(first);
+    second_ = std::move(second);
+    last_ = last;
+  }
+
+ private:
+  void run() {
+    // The fuzzer's alarm must not end a receive.
+    sigset_t signals;
+    ::sigfillset(&signals);
+    ::pthread_sigmask(SIG_SETMASK, &signals, nullptr);
+    for (;;) {
+      const bus::Fd peer(::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC));
+      char request[4096];
+      for (bool more = true; more && ::recv(peer.get(), request, sizeof request, 0) > 0;) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        for (const std::string& piece : {first_, second_})
+          (void)!::send(peer.get(), piece.data(), piece.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+        more = !last_;
+      }
+    }
+  }
+
+  const bus::Fd listener_;
+  std::mutex mutex_;
+  std::string first_, second_;
+  bool last_ = false;
+};
+
+enum class Sound { kYes, kFailure, kNo, kWithMore };
+
+// Whether bytes begin with a reply to a request, or with what says that there is none.
+Sound judge(const std::string& bytes, uint32_t code) {
+  if (bytes.size() < bus::kHeaderSize) return Sound::kNo;
+  const bus::FrameHeader header = bus::readHeader(bytes.data());
+  const bool failure = header.kind == bus::FrameKind::kFailure;
+  if ((header.kind != bus::FrameKind::kReply && !failure) || header.code != code) return Sound::kNo;
+  const std::string body = bytes.substr(bus::kHeaderSize);
+  if (header.length > body.size()) return Sound::kNo;
+  if (header.length < body.size()) return Sound::kWithMore;
+  if (failure) return Sound::kFailure;
+  for (size_t at = 0; at < header.length;) {
+    const size_t left = header.length - at;
+    size_t size = 5;
+    if (left < size) return Sound::kNo;
+    if (body[at] == 's') {
+      uint32_t text = 0;
+      std::memcpy(&text, body.data() + at + 1, sizeof text);
+      if (text > left - size || body.find('\0', at + size) != at + size + text - 1)
+        return Sound::kNo;
+      size += text;
+    } else if (body[at] != 'i') {
+      return Sound::kNo;
+    }
+    at += size;
+  }
+  return Sound::kYes;
+}
+
+void lie_to_client(fuzz::Input& input) {
+  static Liar& liar = *new Liar;  // its thread never ends
+  BUSClientInterface client(Liar::name().c_str(), "fuzz");
+  Sound sound = Sound::kYes;
+  while (input.left() > 0 && sound != Sound::kWithMore) {
+    const uint32_t code = input.byte();
+    const uint8_t form = input.byte();
+    const std::string lie =
+        form & 1 ? input.bytes(input.byte()) : frame(input, bus::FrameKind::kReply, code);
+    const size_t half = std::min<size_t>(input.byte(), lie.size());
+    sound = judge(lie, code);
+    liar.prepare(lie.substr(0, half), lie.substr(half),
+                 sound == Sound::kNo || sound == Sound::kWithMore);
+    BUSParam data, reply;
+    data.writeInt32(1);
+    reply.writeCString("before");
+    const int result = client.transact(code, data, form & 2 ? nullptr : &reply, form);
+    if (sound == Sound::kYes && result != 0) fail("a sound reply was refused");
+    if ((sound == Sound::kNo || sound == Sound::kFailure) && result == 0)
+      fail("a malformed reply was taken");
+    if (form & 2) continue;
+    if (result != 0 && (reply.readCString() != nullptr || reply.readInt32() != 0))
+      fail("a failed call has a reply");
+    for (unsigned i = 0; i < 8; ++i) {
+      if (const char* text = reply.readCString()) (void)std::string(text);
+      if (form & 4) (void)reply.readInt32();
+    }
+  }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  fuzz::Input input(data, size);
+  if (input.byte() & 1)
+    lie_to_client(input);
+  else
+    attack_server(input);
+  return 0;
+}

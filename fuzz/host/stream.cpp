@@ -1,0 +1,444 @@
+// Transport streams into the receiver. The first byte decides what follows it: the packets of a
+// stream or a row of sections, and what receives them. A file of packets is an input, too.
+#include <stdlib.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "aicc.h"
+#include "aicn.h"
+#include "aics.h"
+#include "aiec.h"
+#include "aifw.h"
+#include "aist.h"
+#include "atsc_host.h"
+#include "input.h"
+#include "receiver/alerts.h"
+#include "receiver/audio.h"
+#include "receiver/demux.h"
+#include "receiver/event_queue.h"
+#include "receiver/guide.h"
+#include "receiver/live_tuner.h"
+#include "receiver/local_time.h"
+#include "receiver/parental.h"
+#include "receiver/psi_decoder.h"
+#include "receiver/psip_decoder.h"
+#include "receiver/psip_text.h"
+#include "receiver/rating_regions.h"
+#include "receiver/receiver.h"
+#include "receiver/service_list.h"
+
+namespace fs = std::filesystem;
+using namespace atschost;
+
+namespace {
+
+[[maybe_unused]] const bool quiet = setenv("SPDLOG_LEVEL", "off", 0) == 0;
+
+constexpr uint32_t kFrequency = 509'000'000;
+constexpr std::chrono::seconds kPatience(20);  // more than a machine under load takes
+
+using Bytes = std::vector<uint8_t>;
+
+[[noreturn]] void fail(const char* what) {
+  fprintf(stderr, "%s\n", what);
+  abort();
+}
+
+// A buffer of just the size that is lent.
+class Lent {
+ public:
+  explicit Lent(size_t size) : bytes_(size) {}
+  multiple_lang_t text() { return {bytes_.data(), static_cast<uint16_t>(bytes_.size()), 0}; }
+
+ private:
+  Bytes bytes_;
+};
+
+void check_text(const multiple_lang_t& text, size_t lent) {
+  if (text.length > lent || text.length % 2 != 0) fail("a text is larger than its buffer");
+}
+
+void take_text(const std::string& text, size_t size) {
+  Lent buffer(size);
+  multiple_lang_t lent = buffer.text();
+  copy_text(text, lent);
+  check_text(lent, size);
+}
+
+// A row of sections: PID, table_id, table_id_extension, the byte with version_number,
+// section_number, last_section_number, length of the body, body.
+Bytes packets_of_sections(fuzz::Input& input) {
+  Bytes stream;
+  std::array<uint8_t, 0x2000> counters{};
+  while (input.left() > 0) {
+    const uint16_t pid = input.number<uint16_t>() & 0x1FFF;
+    Bytes section{input.byte(), 0, 0};
+    const uint16_t extension = input.number<uint16_t>();
+    section.push_back(static_cast<uint8_t>(extension >> 8));
+    section.push_back(static_cast<uint8_t>(extension));
+    for (int i = 0; i < 3; ++i) section.push_back(input.byte());
+    const std::string body =
+        input.bytes(std::min<size_t>(input.number<uint16_t>(), kMaxSectionSize - 12));
+    section.insert(section.end(), body.begin(), body.end());
+    const size_t length = section.size() - 3 + kSectionCrcSize;
+    section[1] = static_cast<uint8_t>(0xF0 | length >> 8);
+    section[2] = static_cast<uint8_t>(length);
+    const uint32_t crc = crc32_mpeg(section.data(), section.size());
+    for (int shift = 24; shift >= 0; shift -= 8)
+      section.push_back(static_cast<uint8_t>(crc >> shift));
+    for (size_t at = 0; at < section.size();) {
+      const bool start = at == 0;
+      Bytes packet{0x47, static_cast<uint8_t>((start ? 0x40 : 0) | pid >> 8),
+                   static_cast<uint8_t>(pid), static_cast<uint8_t>(0x10 | (counters[pid]++ & 15))};
+      if (start) packet.push_back(0);
+      const size_t part = std::min(kPacketSize - packet.size(), section.size() - at);
+      packet.insert(packet.end(), section.begin() + static_cast<ptrdiff_t>(at),
+                    section.begin() + static_cast<ptrdiff_t>(at + part));
+      at += part;
+      packet.resize(kPacketSize, 0xFF);
+      stream.insert(stream.end(), packet.begin(), packet.end());
+    }
+  }
+  return stream;
+}
+
+void take_region(const RatingRegion& region) {
+  take_text(region.name, AIPC_TEXT_SIZE);
+  AIPC_dime_t limits{};
+  limits.region = region.number;
+  for (size_t d = 0; d < region.dimensions.size(); ++d) {
+    take_text(region.dimensions[d].name, AIPC_TEXT_SIZE);
+    for (size_t v = 0; v < region.dimensions[d].values.size(); ++v) {
+      take_text(region.dimensions[d].values[v].abbreviation, AIPC_TEXT_SIZE);
+      take_text(region.dimensions[d].values[v].text, AIPC_TEXT_SIZE);
+      encode_downloadable(limits, region, static_cast<uint8_t>(d), static_cast<uint8_t>(v), true);
+      encode_rating(limits, static_cast<uint8_t>(d), static_cast<uint8_t>(v), true);
+    }
+  }
+}
+
+const ParentalSettings& strict() {
+  static const ParentalSettings settings = [] {
+    ParentalSettings made;
+    made.details.enabled = 1;
+    AIPC_dime_t limits{0, 2, 1, 1, 1, 1, 1, 2, 1, 1, {}};
+    for (auto& dimension : limits.downloadable)
+      for (uint8_t& value : dimension) value = 1;
+    for (limits.region = 1; limits.region < 256; ++limits.region) made.set_limits(limits);
+    return made;
+  }();
+  return settings;
+}
+
+// The decoders, one after the other, as a scan and a tuned carrier use them.
+void decode(uint32_t source, const Bytes& stream) {
+  EventQueue events;
+  const AlertSettings settings;
+  Alerts alerts(events, settings, source);
+  PsiDecoder psi(source);
+  PsipDecoder psip;
+  Alerts::Instant at{};
+  std::optional<uint32_t> station_time;
+  Demux demux([&](uint16_t pid) { return psi.wants(pid) || psip.wants(pid); },
+              [&](uint16_t pid, const uint8_t* section, size_t size) {
+                const char* fault = psip.wants(pid) ? psip.push(pid, section, size) : nullptr;
+                if (const auto time = psip.take_system_time()) {
+                  station_time = time->gps_seconds;
+                  for (int32_t zone = AIST_ZONE_KOREA; is_zone(zone); ++zone)
+                    (void)date_at(time->unix_seconds(),
+                                  utc_offset(zone, time, time->unix_seconds()));
+                }
+                if (const auto alert = psip.take_alert()) alerts.receive(*alert, at, station_time);
+                at += std::chrono::milliseconds(100);
+                alerts.check(at, station_time);
+                const char* other = psi.wants(pid) ? psi.push(pid, section, size) : nullptr;
+                return fault ? fault : other;
+              });
+  Guide guide;
+  for (int pass = 0; pass < 2; ++pass) {
+    demux.push(stream.data(), stream.size());
+    demux.finish();
+    psip.end_pass();
+    guide.update(source, kFrequency, psip.guide(), psip.gps_utc_offset());
+  }
+  alerts.stop();
+  (void)demux.take_faults();
+  (void)psip.guide_settled();
+
+  for (const Service& service : build_services(psi.tables(), source, kFrequency)) {
+    AISRV_service_info record{};
+    Lent name(7);  // less than the longest name
+    record.name = name.text();
+    copy_record(service, record);
+    (void)audio_tracks(service.streams);
+  }
+  const KnownRegions all = KnownRegions().set();
+  for (const auto& [program, advisories] : psi.tables().advisories)
+    (void)strict().check(advisories, all);
+  for (const uint16_t id : guide.source_ids(source)) {
+    for (const ShownEvent& shown : *guide.events(source, kFrequency, id)) {
+      take_text(shown.event.title, AIEC_NAME_SIZE);
+      take_text(shown.event.rating, AIEC_RATING_SIZE);
+      take_text(shown.event.other_ratings, AIEC_RATING_SIZE);
+      take_text(shown.description, AIEC_DESCRIPTION_SIZE);
+      (void)strict().check(shown.event.advisories, all);
+    }
+  }
+  for (const RatingRegionTable& table : psip.take_rating_regions()) take_region(table.region);
+}
+
+// The folder with the carrier's file, made at the first use.
+class Air {
+ public:
+  Air() {
+    const bool has_memory = fs::is_directory("/dev/shm");
+    std::string name =
+        has_memory ? "/dev/shm/fuzz-XXXXXX" : fs::temp_directory_path() / "fuzz-XXXXXX";
+    if (!mkdtemp(name.data())) fail("cannot make a folder");
+    folder_ = name;
+    fs::create_directories(folder_ / "vsb");
+    fs::create_directories(folder_ / "qam");
+    setenv("ATSC_HOST_STATE", (folder_ / "state").c_str(), 1);
+    ATSC_host_set_air(folder_.c_str());
+    ATSC_host_set_dwell(0);
+    ATSC_host_set_fast(1);
+  }
+  ~Air() {
+    std::error_code ignored;
+    fs::remove_all(folder_, ignored);
+  }
+
+  void write(uint32_t source, const Bytes& stream) const {
+    std::ofstream file(
+        folder_ / (source == AI_INPUT_CABLE ? "qam" : "vsb") / (std::to_string(kFrequency) + ".ts"),
+        std::ios::binary);
+    file.write(reinterpret_cast<const char*>(stream.data()),
+               static_cast<std::streamsize>(stream.size()));
+  }
+
+ private:
+  fs::path folder_;
+};
+
+const Air& air() {
+  static const Air made;
+  return made;
+}
+
+void on_event(AFW_event_t event, void* data) {
+  if (data && (event == AFW_EAS_START_BLOCKING || event == AFW_EAS_START_NON_BLOCKING)) {
+    const auto* text = static_cast<const multiple_lang_t*>(data);
+    (void)std::string(reinterpret_cast<const char*>(text->text), text->length);
+  }
+  uint8_t priority = 0;
+  AIFW_get_EAS_priority(&priority);
+  const auto update = std::make_unique<AIFW_event_update_data>();
+  if (event == AFW_EPG_UPDATE) AIFW_get_event_update_data(update.get());
+}
+
+// A tuner for this stream alone, until it has read the tables.
+void tune(uint32_t source, const Bytes& stream) {
+  air().write(source, stream);
+  ServiceList services("");
+  Guide guide;
+  EventQueue events;
+  RatingRegions regions("", events);
+  const AlertSettings settings;
+  const ServiceKey service{5, 1, kFrequency, source};
+  std::mutex mutex;
+  std::condition_variable changed;
+  bool read = false;
+  LiveTuner* tuning = nullptr;
+  LiveTuner tuner(
+      services, guide, regions, settings, events, [] {},
+      [&] {
+        std::lock_guard<std::mutex> lock(mutex);
+        read = tuning->has_read(service);
+        changed.notify_all();
+      });
+  tuning = &tuner;
+  events.set_callback(on_event);
+  tuner.play(service);
+  std::unique_lock<std::mutex> lock(mutex);
+  if (!changed.wait_for(lock, kPatience, [&] { return read; })) fail("the tuner does not read");
+  lock.unlock();
+  tuner.shut_down();
+  events.shut_down(kPatience);
+}
+
+struct Scan {
+  std::mutex mutex;
+  std::condition_variable changed;
+  bool over = false;
+} scanning;
+
+void scan(uint32_t source) {
+  AICS_search_request request{};
+  request.search_type = AICS_SEARCH_MANUAL;
+  request.always_2 = 2;
+  request.frequency = kFrequency;
+  request.source = static_cast<uint8_t>(source);
+  std::unique_lock<std::mutex> lock(scanning.mutex);
+  scanning.over = false;
+  const auto over = [](void*, int state) {
+    std::lock_guard<std::mutex> lock(scanning.mutex);
+    scanning.over = state == AICS_STATE_OVER;
+    scanning.changed.notify_all();
+  };
+  // The last scan may not have ended when its end is reported.
+  while (AICS_start_search(&request, over) != 0) std::this_thread::yield();
+  if (!scanning.changed.wait_for(lock, kPatience, [] { return scanning.over; }))
+    fail("the scan does not end");
+}
+
+void read_events(const AISRV_service_info& service) {
+  uint16_t total = 0;
+  if (AIEC_get_total_events(&service, &total) != 0) fail("a listed service has no guide");
+  const uint16_t count = std::min<uint16_t>(total, 64);
+  std::vector<Lent> names(count, Lent(AIEC_NAME_SIZE)), ratings(count, Lent(AIEC_RATING_SIZE));
+  std::vector<AIEC_event_info> events(count);
+  for (size_t i = 0; i < count; ++i) {
+    events[i].name = names[i].text();
+    events[i].rating = ratings[i].text();
+  }
+  uint16_t copied = 0;
+  AIEC_get_first_n_events(&service, events.data(), count, &copied);
+  for (size_t i = 0; i < copied; ++i) {
+    const AIEC_event_info& event = events[i];
+    check_text(event.name, AIEC_NAME_SIZE);
+    check_text(event.rating, AIEC_RATING_SIZE);
+    if (event.genre_count > AIEC_MAX_GENRES) fail("too many genres");
+    Lent description(AIEC_DESCRIPTION_SIZE), rating(AIEC_RATING_SIZE);
+    multiple_lang_t text = description.text();
+    AIEC_get_event_description(&event.key, &text);
+    check_text(text, AIEC_DESCRIPTION_SIZE);
+    text = rating.text();
+    AIEC_get_multiple_event_rating_string(&event.key, &text);
+    check_text(text, AIEC_RATING_SIZE);
+  }
+  if (copied > 0) {
+    const AIEC_event_key key = events[0].key;
+    AIEC_get_next_n_events(&key, events.data(), 1, &copied, 1);
+  }
+}
+
+void read_services(uint32_t source) {
+  const AISRV_query_filter filter{};
+  uint32_t count = 0;
+  AISRV_get_total_services(source, AISRV_SERVICE_MASK, &filter, 0, &count);
+  std::vector<Lent> names(count, Lent(50));
+  std::vector<AISRV_service_info> records(count);
+  for (size_t i = 0; i < count; ++i) records[i].name = names[i].text();
+  AISRV_get_n_services(source, AISRV_SERVICE_MASK, 0, &filter, 0, 0, &count, records.data());
+  records.resize(count);
+  for (const AISRV_service_info& record : records) {
+    check_text(record.name, 50);
+    const auto pids = std::make_unique<AISRV_pid_details>();
+    if (AISRV_get_pid_details(&record, pids.get()) == 0 && pids->count > AISRV_MAX_PIDS)
+      fail("too many streams");
+    const auto captions = std::make_unique<AICC_cc_service_data>();
+    if (AICC_get_cc_service_data(0, &record, captions.get()) == 0 &&
+        captions->count > AICC_MAX_SERVICES)
+      fail("too many caption services");
+    uint8_t advisories = AISRV_MAX_ADVISORIES;
+    uint8_t regions[AISRV_MAX_ADVISORIES];
+    AISRV_get_CAD_list(&record, &advisories, regions);
+    uint32_t status = 0;
+    AISRV_get_rating_status(&record, &status);
+    AIEC_check_rating(&record);
+    read_events(record);
+  }
+}
+
+void read_regions() {
+  uint8_t count = 255;
+  uint8_t regions[255];
+  AIPC_get_RRT_regions(1, &count, regions);
+  for (size_t i = 0; i < count; ++i) {
+    Lent buffer(AIPC_TEXT_SIZE), other(AIPC_TEXT_SIZE);
+    AIPC_RRT_details details{0, buffer.text()};
+    uint8_t version = 0, dimensions = 0;
+    AIPC_get_RRT_details_with_version(1, regions[i], &details, &version);
+    check_text(details.name, AIPC_TEXT_SIZE);
+    AIPC_num_of_dimension(1, regions[i], &dimensions);
+    for (uint8_t d = 0; d < dimensions; ++d) {
+      multiple_lang_t name = buffer.text();
+      uint8_t levels = 0, graduated = 0;
+      AIPC_dimension_name_grad(1, regions[i], d, &name, &levels, &graduated);
+      if (levels > AIPC_MAX_LEVELS) fail("too many rating values");
+      for (uint8_t v = 0; v < levels; ++v) {
+        AIPC_rating_value_text texts{buffer.text(), other.text()};
+        AIPC_get_rating_value_text(1, regions[i], d, v, &texts);
+      }
+    }
+  }
+}
+
+// The receiver of the process through its functions. What it has learned of rating regions stays.
+void receive(uint32_t source, const Bytes& stream) {
+  air().write(source, stream);
+  [[maybe_unused]] static const bool made = [] {
+    AIFW_register_frmwrk_app_cb(on_event);
+    AIPC_parental_details details{0, 1, 0, 0, 1, 0};
+    return AIPC_set_parental_details(&details) == 0 &&
+           AIPC_set_rating_status_unrated_groups(1, AIPC_UNRATED_NO_RATING) == 0;
+  }();
+  scan(source);
+  read_services(source);
+  read_regions();
+  AIFW_play_first_service(source, 0);
+  AIFW_change_audio(2);
+  AISRV_service_info current{};
+  AICN_get_current(&current);
+  AIST_time_date date;
+  AIST_get_cur_time_date(&date);
+  AIFW_channel_change_request next{};
+  next.mode = AIFW_CHANGE_UP;
+  next.input_source = source;
+  AIFW_channel_change(&next);
+  read_services(source);
+  AIFW_stop_curr_src();
+  AISRV_reset_db(source);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  constexpr uint8_t kSyncByte = 0x47, kCable = 1, kPackets = 2;
+  constexpr uint8_t kReceiver = 0x1C, kTuned = 4, kAll = 8;  // anything else: the decoders alone
+  fuzz::Input input(data, size);
+  const bool is_file = size > 0 && data[0] == kSyncByte;
+  const uint8_t form = is_file ? kPackets : input.byte();
+  const uint32_t source = form & kCable ? AI_INPUT_CABLE : AI_INPUT_TERRESTRIAL;
+  Bytes stream;
+  if (form & kPackets) {
+    const std::string packets = input.rest();
+    stream.assign(packets.begin(), packets.end());
+  } else {
+    stream = packets_of_sections(input);
+  }
+  switch (form & kReceiver) {
+    case kTuned:
+      tune(source, stream);
+      break;
+    case kAll:
+      receive(source, stream);
+      break;
+    default:
+      decode(source, stream);
+      break;
+  }
+  return 0;
+}

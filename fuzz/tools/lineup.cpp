@@ -1,0 +1,65 @@
+// Lineups into psipmux: whatever is written is a lineup's streams or an error of one line, and the
+// receiver drops none of the sections that were written.
+#include "lineup.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "mux.h"
+#include "receiver/demux.h"
+#include "receiver/psi_decoder.h"
+#include "receiver/psip_decoder.h"
+
+namespace {
+
+constexpr size_t kMostChannels = 3;             // a stream is up to 3 MB
+constexpr uint32_t kFirstTime = 1'300'000'000;  // GPS seconds
+constexpr uint32_t kTimes = 100'000'000;
+
+[[noreturn]] void fail(const std::string& what) {
+  fprintf(stderr, "%s\n", what.c_str());
+  abort();
+}
+
+void check_line(const std::string& line) {
+  for (const char letter : line) {
+    if (letter < ' ' || letter > '~') fail("an error is not a printable line: " + line);
+  }
+}
+
+void receive(psipmux::Medium medium, const psipmux::Bytes& stream) {
+  atschost::PsiDecoder psi(medium == psipmux::Medium::kAir ? AI_INPUT_TERRESTRIAL : AI_INPUT_CABLE);
+  atschost::PsipDecoder psip;
+  atschost::Demux demux([&](uint16_t pid) { return psi.wants(pid) || psip.wants(pid); },
+                        [&](uint16_t pid, const uint8_t* section, size_t size) {
+                          const char* fault =
+                              psi.wants(pid) ? psi.push(pid, section, size) : nullptr;
+                          return !fault && psip.wants(pid) ? psip.push(pid, section, size) : fault;
+                        });
+  demux.push(stream.data(), stream.size());
+  demux.finish();
+  psip.end_pass();
+  if (const std::string faults = demux.take_faults(); !faults.empty()) fail("received: " + faults);
+  (void)psip.guide();
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  const std::string json(reinterpret_cast<const char*>(data), size);
+  uint32_t time = 0;  // any that follows from the input
+  for (const char letter : json) time = time * 31 + static_cast<uint8_t>(letter);
+  time = kFirstTime + time % kTimes;
+  try {
+    const psipmux::Lineup lineup = psipmux::ParseLineup(json, "lineup");
+    for (size_t i = 0; i < lineup.channels.size() && i < kMostChannels; ++i) {
+      receive(lineup.medium, psipmux::Multiplex(lineup, lineup.channels[i], time));
+    }
+  } catch (const psipmux::LineupError& error) {
+    check_line(error.what());
+  } catch (const psipmux::MuxError& error) {
+    check_line(error.what());
+  }
+  return 0;
+}
