@@ -21,7 +21,8 @@ class Input {
   Number number() {
     Number value{};
     for (size_t i = 0; i < sizeof value && size_ > 0; ++i) {
-      value = static_cast<Number>(value | static_cast<Number>(static_cast<Number>(byte()) << 8 * i));
+      value =
+          static_cast<Number>(value | static_cast<Number>(static_cast<Number>(byte()) << 8 * i));
     }
     return value;
   }
@@ -49,8 +50,8 @@ class Input {
   // The bytes up to a newline, which is taken too; a text that a dictionary can help with.
   std::string line() {
     const void* end = size_ > 0 ? std::memchr(data_, '\n', size_) : nullptr;
-    std::string taken =
-        bytes(end != nullptr ? static_cast<size_t>(static_cast<const uint8_t*>(end) - data_) : size_);
+    std::string taken = bytes(
+        end != nullptr ? static_cast<size_t>(static_cast<const uint8_t*>(end) - data_) : size_);
     byte();
     return taken;
   }
