@@ -63,7 +63,10 @@ void keepToOneself(const fs::path& file) {
   if (access(file.c_str(), R_OK | W_OK) != 0) fail(file, errno);
   constexpr mode_t kOthers = S_IRWXG | S_IRWXO;
   if ((status.st_mode & kOthers) == 0 || status.st_uid != geteuid()) return;
-  if (chmod(file.c_str(), status.st_mode & S_IRWXU) != 0) fail(file, errno);
+  // Some file systems have no modes, or the same for all files.
+  if (chmod(file.c_str(), status.st_mode & S_IRWXU) != 0 && errno != EPERM && errno != ENOTSUP) {
+    fail(file, errno);
+  }
 }
 
 // Checks a database file; a missing one is made by its first user. Returns its path, another one

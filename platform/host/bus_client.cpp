@@ -112,7 +112,9 @@ int Client::receive(uint32_t code, BUSParam::Impl* reply) {
     const ssize_t got = ::recv(socket_.get(), input_.data() + have, input_.size() - have, 0);
     if (got < 0 && errno == EINTR) continue;
     if (got <= 0) {
-      log().Warn("BUS %s: no reply from process %d: the connection ended", name_.c_str(), peer_);
+      if (faults_.due("ended")) {
+        log().Warn("BUS %s: no reply from process %d: the connection ended", name_.c_str(), peer_);
+      }
       disconnect();
       return -1;
     }

@@ -2,6 +2,7 @@
 #define ATSC_HOST_BUS_LOG_H_
 
 #include <chrono>
+#include <exception>
 #include <map>
 #include <string>
 
@@ -19,12 +20,15 @@ inline LoggerCpp& log() {
 // logged. Not thread-safe.
 class Faults {
  public:
-  // Whether to log a fault now.
-  bool due(const std::string& kind) {
-    const auto now = std::chrono::steady_clock::now();
-    const auto [last, first] = last_.emplace(kind, now);
-    if (!first && now - last->second < std::chrono::seconds(10)) return false;
-    last->second = now;
+  // Whether to log a fault now; yes when memory for remembering it is lacking.
+  bool due(const char* kind) noexcept {
+    try {
+      const auto now = std::chrono::steady_clock::now();
+      const auto [last, first] = last_.emplace(kind, now);
+      if (!first && now - last->second < std::chrono::seconds(10)) return false;
+      last->second = now;
+    } catch (const std::exception&) {
+    }
     return true;
   }
 

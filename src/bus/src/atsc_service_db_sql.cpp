@@ -97,8 +97,10 @@ void logNotWritten(const std::string& path, const std::exception& error) {
     const std::string folder = path.substr(0, path.rfind('/') + 1);
     errno = 0;
     if (stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode)) errno = EISDIR;
-    if (errno == 0 && access(path.c_str(), R_OK | W_OK) == 0)
+    if (errno == ENOENT || (errno == 0 && access(path.c_str(), R_OK | W_OK) == 0)) {
+      errno = 0;
       access(folder.empty() ? "." : folder.c_str(), W_OK | X_OK);
+    }
     if (errno != 0) reason += ": " + std::generic_category().message(errno);
   }
   ATSC_LOG(Error, "%s is not written: %s", path.c_str(), reason.c_str());
