@@ -8,6 +8,8 @@
 
 #include <stdint.h>
 
+#pragma GCC visibility push(default)
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -129,5 +131,7 @@ class ATSCTVServerBackend;
 // live until the process ends; its jsonCommand() is called on the BUS server thread.
 extern "C" int ATSC_RegisterTVServerBackend(ATSCBUS::ATSCTVServerBackend* backend);
 #endif
+
+#pragma GCC visibility pop
 
 #endif  // ATSC_ATSC_SERVICE_H_

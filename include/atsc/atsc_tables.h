@@ -4,6 +4,8 @@
 
 #include <stdint.h>
 
+#pragma GCC visibility push(default)
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -34,5 +36,7 @@ extern const int32_t cable_digital_std[CABLE_DIGITAL_STD_ENTRIES];
 #ifdef __cplusplus
 }
 #endif
+
+#pragma GCC visibility pop
 
 #endif  // ATSC_ATSC_TABLES_H_

@@ -2,6 +2,8 @@
 #ifndef ATSC_ATSC_TV_SERVER_BACKEND_H_
 #define ATSC_ATSC_TV_SERVER_BACKEND_H_
 
+#pragma GCC visibility push(default)
+
 namespace ATSCBUS {
 
 // Derive from it and register the object with ATSC_RegisterTVServerBackend(). The class itself
@@ -18,5 +20,7 @@ class ATSCTVServerBackend {
 };
 
 }  // namespace ATSCBUS
+
+#pragma GCC visibility pop
 
 #endif  // ATSC_ATSC_TV_SERVER_BACKEND_H_

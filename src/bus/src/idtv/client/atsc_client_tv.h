@@ -6,7 +6,7 @@
 namespace ATSCBUS {
 
 // The service process's proxy of the TV application: callback messages.
-class ATSCClientTV : public BUSClientInterface {
+class __attribute__((visibility("default"))) ATSCClientTV : public BUSClientInterface {
  public:
   ATSCClientTV();
   ~ATSCClientTV() override;

@@ -12,7 +12,7 @@ namespace ATSCBUS {
 extern ATSCTVServerBackend g_tv_server_backend_default;
 
 // The TV process's server of callback messages: hands each to the registered backend.
-class ATSCServerTV final : public BUSServerInterface {
+class __attribute__((visibility("default"))) ATSCServerTV final : public BUSServerInterface {
  public:
   // `backend` (null: the default one) must outlive the server.
   explicit ATSCServerTV(ATSCTVServerBackend* backend);

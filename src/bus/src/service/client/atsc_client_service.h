@@ -6,7 +6,7 @@
 namespace ATSCBUS {
 
 // The TV process's proxy of the service: commands.
-class ATSCClientService : public BUSClientInterface {
+class __attribute__((visibility("default"))) ATSCClientService : public BUSClientInterface {
  public:
   ATSCClientService();
   ~ATSCClientService() override;

@@ -18,7 +18,7 @@ namespace ATSCBUS {
 //
 // Commands run on the BUS server thread inside the transaction. The channel change alone is queued
 // and runs on the command thread, so that nobody waits while a channel is tuned.
-class ATSCServerService final : public BUSServerInterface {
+class __attribute__((visibility("default"))) ATSCServerService final : public BUSServerInterface {
  public:
   // No channel index known.
   static constexpr int32_t INVALID_CHANNEL_INDEX = -1;
@@ -34,6 +34,9 @@ class ATSCServerService final : public BUSServerInterface {
   // or command and for a text that is no JSON object of the right types; 0 for an empty text. A
   // handler that answers with data puts a calloc'ed text into `*result`. Never throws.
   int jsonCommand(const char* command, char** result);
+
+  // Every command, as its class, a blank and its name; for diagnostics.
+  static std::vector<std::string> commandNames();
 
   // The channel-table index of the channel that the last channel change reached.
   int32_t savedChannelIndex() const { return saved_channel_index_; }

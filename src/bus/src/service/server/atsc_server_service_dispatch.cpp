@@ -220,6 +220,16 @@ const ATSCServerService::Dispatcher::Command* ATSCServerService::Dispatcher::fin
   return nullptr;
 }
 
+std::vector<std::string> ATSCServerService::commandNames() {
+  std::vector<std::string> names;
+  for (const Dispatcher::Class& commandClass : Dispatcher::kClasses) {
+    for (size_t i = 0; i < commandClass.count; ++i) {
+      names.push_back(std::string(commandClass.name) + ' ' + commandClass.commands[i].name);
+    }
+  }
+  return names;
+}
+
 int ATSCServerService::jsonCommand(const char* command, char** result) {
   ATSC_ENTER();
   const char* shown = command != nullptr ? command : "";
