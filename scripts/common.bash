@@ -8,32 +8,14 @@ usage() {
   sed -n '2,/^$/ { s/^# \{0,1\}//; p; }' "$0"
 }
 
-# configure KIND: installs what the kind needs and configures build/KIND. Always with the same
-# options, so that scripts share one build.
+# configure KIND: installs what the kind needs and configures build/KIND with the preset of that
+# name, always with the same options, so that scripts share one build.
 configure() {
   local kind=$1
-  local -a groups=(build test) options=(-DATSC_BUILD_BENCH=OFF)
-  # Enough for the sanitizers' reports, and half the time to build.
-  local -a quick=("-DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O1 -g1")
+  local -a groups=(build test)
   case $kind in
-    native)
-      groups+=(bench)
-      options=(-DATSC_BUILD_BENCH=ON)
-      ;;
-    asan) options+=("-DATSC_SANITIZE=address,undefined" "${quick[@]}") ;;
-    tsan) options+=(-DATSC_SANITIZE=thread "${quick[@]}") ;;
-    fuzz)
-      groups+=(fuzz)
-      options+=(-DCMAKE_CXX_COMPILER=clang++ -DATSC_FUZZ=ON
-        "-DATSC_SANITIZE=address,undefined" "${quick[@]}")
-      ;;
-    armhf)
-      groups+=(armhf)
-      options+=(
-        -DCMAKE_TOOLCHAIN_FILE="$root/cmake/armhf.cmake"
-        -DATSC_SYSROOT="$root/build/armhf-sysroot"
-      )
-      ;;
+    native) groups+=(bench) ;;
+    fuzz | armhf) groups+=("$kind") ;;
   esac
   "$root/scripts/deps" "${groups[@]}"
   if [[ $kind == armhf ]]; then
@@ -46,9 +28,8 @@ configure() {
   else
     captures=
   fi
-  cmake -S "$root" -B "$root/build/$kind" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-    -DCMAKE_CXX_COMPILER_LAUNCHER="$(command -v ccache || true)" \
-    -DATSC_CAPTURES_DIR="$captures" "${options[@]}"
+  cmake -S "$root" --preset "$kind" -DATSC_CAPTURES_DIR="$captures" \
+    -DCMAKE_CXX_COMPILER_LAUNCHER="$(command -v ccache || true)"
 }
 
 # build KIND [TARGET...]: builds in build/KIND.
