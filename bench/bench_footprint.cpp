@@ -1,0 +1,224 @@
+// How long the service takes from its exec to its first answered command, against a process that
+// only loads the libraries; and what memory it has after a scan of the sample broadcast.
+#include <atsc/atsc_service.h>
+#include <atsc/atsc_tv_server_backend.h>
+#include <atsc_host.h>
+#include <fcntl.h>
+#include <json/json.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <mutex>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "report.h"
+
+namespace {
+
+constexpr int kStarts = 10;
+// This program with that argument loads the libraries and ends.
+constexpr const char* kLoadOnly = "--load-only";
+
+pid_t start(std::vector<std::string> words) {
+  std::vector<char*> arguments;
+  for (std::string& word : words) arguments.push_back(&word[0]);
+  arguments.push_back(nullptr);
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+  posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+  pid_t child = -1;
+  if (posix_spawn(&child, arguments[0], &actions, nullptr, arguments.data(), environ) != 0) abort();
+  posix_spawn_file_actions_destroy(&actions);
+  return child;
+}
+
+void end(pid_t child) {
+  int status = 0;
+  waitpid(child, &status, 0);
+  if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) abort();
+}
+
+bool answers() {
+  char* text = nullptr;
+  const int result =
+      ATSC_TransmitServiceClientJSONCommand(R"({"class":"TIME","command":"GETCUR"})", &text);
+  const bool answered = result == 0 && text != nullptr;
+  free(text);
+  return answered;
+}
+
+// The service on an air folder, answering.
+class Service {
+ public:
+  Service(const std::string& air, const std::string& folder)
+      : child_(start({ATSC_SERVICE, "--air", air, "--db", folder})) {
+    while (ATSC_host_find(ATSC_HOST_SERVICE_NAME) != child_ || !answers()) {
+      if (waitpid(child_, nullptr, WNOHANG) != 0) abort();
+    }
+  }
+
+  ~Service() {
+    kill(child_, SIGTERM);
+    end(child_);
+  }
+
+  pid_t child() const { return child_; }
+
+ private:
+  pid_t child_;
+};
+
+template <typename Work>
+double seconds(Work work) {
+  const auto begin = std::chrono::steady_clock::now();
+  work();
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+}
+
+double startSeconds(const std::string& air, const std::string& folder) {
+  double taken = 0;
+  const auto begin = std::chrono::steady_clock::now();
+  const Service service(air, folder);
+  taken = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+  return taken;
+}
+
+// Waits for callbacks of the scan.
+class Backend : public ATSCBUS::ATSCTVServerBackend {
+ public:
+  int jsonCommand(const char* command, char**) override {
+    Json::Value message;
+    std::istringstream(command) >> message;
+    const std::lock_guard<std::mutex> lock(mutex_);
+    heard_[message["cbtype"].asString() + message["msg"].asString()] = true;
+    changed_.notify_all();
+    return 0;
+  }
+
+  void scan(const char* source) {
+    std::unique_lock<std::mutex> lock(mutex_);
+    heard_.clear();
+    lock.unlock();
+    const std::string command =
+        std::string(R"({"class":"SCAN","command":"start","src":")") + source + "\"}";
+    if (ATSC_TransmitServiceClientJSONCommand(command.c_str(), nullptr) != 0) abort();
+    lock.lock();
+    const bool done = changed_.wait_for(lock, std::chrono::minutes(1), [this] {
+      return heard_["SCANOVER"] && heard_["EPG_COMPLETE"];
+    });
+    if (!done) abort();
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::map<std::string, bool> heard_;  // guarded by mutex_
+};
+
+// Resident KiB of a process by what is mapped: a file's name, or what has none.
+std::map<std::string, long> residentMemory(pid_t process) {
+  std::map<std::string, long> parts;
+  std::ifstream maps("/proc/" + std::to_string(process) + "/smaps");
+  std::string part;
+  for (std::string line; std::getline(maps, line);) {
+    const size_t colon = line.find(':');
+    long size = 0;
+    if (colon != std::string::npos && line.find('-') < colon) {
+      // ADDRESS-ADDRESS RIGHTS OFFSET DEVICE INODE      NAME
+      const size_t slash = line.rfind('/');
+      const bool heap = line.find("[heap]") != std::string::npos;
+      part = slash != std::string::npos ? line.substr(slash + 1)
+             : heap                     ? "heap"
+                                        : "thread stacks and arenas";
+    } else if (sscanf(line.c_str(), "Rss: %ld kB", &size) == 1) {
+      parts[part] += size;
+    }
+  }
+  return parts;
+}
+
+void reportMemory(pid_t process, bool json) {
+  std::vector<std::pair<long, std::string>> parts;
+  long total = 0;
+  for (const auto& [name, size] : residentMemory(process)) {
+    parts.emplace_back(size, name);
+    total += size;
+  }
+  std::sort(parts.rbegin(), parts.rend());
+  parts.resize(std::min<size_t>(parts.size(), 5));
+  if (json) {
+    Json::Value line;
+    line["name"] = "service memory after both scans";
+    line["ours"] = static_cast<Json::Int64>(total);
+    line["unit"] = "KiB";
+    for (const auto& [size, name] : parts) {
+      line["mostly"][name] = static_cast<Json::Int64>(size);
+    }
+    Json::StreamWriterBuilder builder;
+    builder["indentation"] = "";
+    printf("%s\n", Json::writeString(builder, line).c_str());
+    return;
+  }
+  printf("%-44s ours %10ld  KiB  mostly", "service memory after both scans", total);
+  for (const auto& [size, name] : parts) {
+    printf("%s %s %ld", &name == &parts.front().second ? "" : ",", name.c_str(), size);
+  }
+  printf("\n");
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc == 2 && strcmp(argv[1], kLoadOnly) == 0) return 0;
+  std::string folder = (std::filesystem::temp_directory_path() / "atsc-bench-XXXXXX").string();
+  if (mkdtemp(&folder[0]) == nullptr) return 1;
+  unsetenv("ATSC_HOST_STATE");
+  const std::string air = folder + "/air";
+  end(start({PSIPMUX, LINEUPS "/metro-air.json", LINEUPS "/metro-cable.json", "--out", air}));
+
+  const std::string self = std::filesystem::read_symlink("/proc/self/exe");
+  const auto load = [self] { return seconds([&] { end(start({self, kLoadOnly})); }); };
+  const auto first = [&](const std::string& database) {
+    std::filesystem::remove_all(database);
+    return startSeconds(air, database);
+  };
+  // A new database each time, on the disk and in memory: the difference is the disk's.
+  bench::addTimed(
+      "exec to first answer, first start", [&] { return first(folder + "/new"); }, load, kStarts);
+  std::string memory = "/dev/shm/atsc-bench-XXXXXX";
+  if (mkdtemp(&memory[0]) == nullptr) return 1;
+  bench::addTimed(
+      "the same without a disk", [&] { return first(memory + "/new"); }, load, kStarts);
+
+  const std::string scanned = folder + "/db";
+  static Backend backend;
+  {
+    const Service service(air, scanned);
+    if (ATSC_RegisterTVServerBackend(&backend) != 0) return 1;
+    ATSC_TransmitServiceClientJSONCommand(R"({"class":"FW","command":"INIT"})", nullptr);
+    backend.scan("VSB");
+    backend.scan("QAM");
+    reportMemory(service.child(), argc == 2);
+  }
+  bench::addTimed(
+      "exec to first answer, after a scan", [&] { return startSeconds(air, scanned); }, load,
+      kStarts);
+  const int status = bench::run(argc, argv);
+  std::filesystem::remove_all(folder);
+  std::filesystem::remove_all(memory);
+  return status;
+}
