@@ -54,7 +54,10 @@ ATSC_LAYOUT_OFFSET(AICS_scan_progress, band_mask, 32);
 ATSC_LAYOUT_SIZE(AICS_scan_progress, 36);
 
 // Called on the middleware's scan thread, one call at a time, also from one search to the next.
-// `progress` points at an AICS_scan_progress that is valid during the call.
+// `progress` points at an AICS_scan_progress that is valid during the call, at every state. It
+// calls back: at AICS_STATE_OVER it reads the service list and has AIFW_play_first_service() play,
+// of the input source that `band_mask` tells and, after a manual search, on `current_frequency`. It
+// also waits for the TV application, however long that takes.
 typedef void (*AICS_scan_callback)(void* progress, int state);
 
 // Starts a search and returns at once. Fails while another one runs and on a source or frequency

@@ -13,10 +13,17 @@ extern "C" {
 #endif
 
 // Initialises the middleware. `mode` is 0. A second call succeeds and changes nothing. Service list
-// and settings of the last run are there before this call.
+// and settings of the last run are there before this call: the start-up of the databases reads the
+// list, and an empty one empties the channel tables. The receiver of events is registered after
+// this call.
 int AIFW_init(int mode);
 
-// What the middleware reports: 0 to 70. Those without a comment say all by their number.
+// What the middleware reports: 0 to 70. Those without a comment say all by their number. The
+// library rewrites the guide table of the current input source at AFW_EPG_UPDATE and
+// AFW_EPG_COMPLETE only, and compares its channel table with the list two seconds after the last of
+// AFW_SERVICE_ADDED, AFW_SERVICE_DELETED and AFW_SERVICE_BUILD_COMPLETED; it ignores
+// AFW_SERVICE_UPDATE, so that a changed service is to be told with the last of these. All others
+// are passed on to the TV application, or ignored.
 typedef int32_t AFW_event_t;
 enum {
   AFW_EPG_UPDATE =
@@ -79,7 +86,8 @@ ATSC_LAYOUT_SIZE(AIFW_time_data, 8);
 typedef void (*AIFW_app_callback)(AFW_event_t event, void* data);
 
 // Registers the one receiver of events; null ends it. Events before the first registration are
-// lost.
+// lost: what the middleware has to tell when it starts, above all that a guide is there, it tells
+// afterwards.
 int AIFW_register_frmwrk_app_cb(AIFW_app_callback callback);
 
 enum { AIFW_MAX_UPDATED_SOURCES = 1000 };
@@ -112,11 +120,12 @@ int AIFW_play_src(uint32_t path, uint32_t input_source);
 // The same for the current input source.
 int AIFW_play_curr_src(void);
 
-// Plays the first service of `input_source` whose frequency is `frequency` (Hz); with 0 the first
-// one of the whole list. Fails when there is none.
+// Plays the first service of `input_source`, deleted ones left out, whose frequency is `frequency`
+// (Hz); 0 stands for any. Fails when there is none.
 int AIFW_play_first_service(uint32_t input_source, uint32_t frequency);
 
-// Stops playing.
+// Stops playing. The current service stays the current one. Every channel change calls this before
+// AIFW_channel_change().
 int AIFW_stop_curr_src(void);
 
 enum { AIFW_CHANGE_UP = 0, AIFW_CHANGE_DOWN = 1, AIFW_CHANGE_DIRECT = 5 };

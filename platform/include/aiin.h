@@ -19,7 +19,8 @@ typedef struct AIIN_input_t {
 ATSC_LAYOUT_OFFSET(AIIN_input_t, handle, 16);
 ATSC_LAYOUT_SIZE(AIIN_input_t, 36);
 
-// Describes an input source. `flag` is lent with 0. Any thread. Returns 0 on success.
+// Describes an input source. `flag` is lent with 0 and may be left so. Any thread. Returns 0 on
+// success.
 int AIIN_get_input_details(uint32_t input_source, uint8_t* flag, AIIN_input_t* details,
                            uint32_t reserved);
 

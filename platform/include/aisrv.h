@@ -10,7 +10,8 @@
 extern "C" {
 #endif
 
-// Selects the services of a list query: every service that a viewer can choose (hidden ones not).
+// Selects the services of a list query: every service that a viewer can choose (hidden ones not),
+// also skipped and deleted ones.
 enum { AISRV_SERVICE_MASK = 0x1007 };
 
 // Service types. A/65 table 6.7 is mapped onto these three.
@@ -113,7 +114,8 @@ int AISRV_get_total_services(uint32_t input_source, uint32_t service_mask,
 
 // Copies services, from position `first` of the list on, ordered by major and minor number. `count`
 // holds the capacity of `records` and becomes the number copied. Each record lends a name buffer of
-// `name.length` usable bytes.
+// `name.length` usable bytes. An empty list is asked for with a capacity of 0 and null `records`,
+// and succeeds.
 int AISRV_get_n_services(uint32_t input_source, uint32_t service_mask, uint32_t first,
                          const AISRV_query_filter* filter, uint32_t reserved1, uint32_t reserved2,
                          uint32_t* count, AISRV_service_info* records);

@@ -2,6 +2,13 @@
 //
 // A process serves a name by constructing a BUSServerInterface and reaches a served name through a
 // BUSClientInterface. One transaction is one request parcel and one reply parcel.
+//
+// Names. Every process that loads the library constructs the server "atsc.qel.service.srv", before
+// main(), and starts it. Only one process may answer to it, the service process, and that not
+// before ATSC_Service_db_init() has returned; which process this is the platform decides (by a
+// function of its own that the process calls, by the program's name, ...). In all others start()
+// leaves the name alone, without a word, and what a client in such a process sends goes to the
+// service process. A TV application constructs the server "atsc.qel.tv.srv" when it registers.
 #ifndef ATSC_PLATFORM_BUS_H_
 #define ATSC_PLATFORM_BUS_H_
 
@@ -42,8 +49,10 @@ class BUSParam {
 // transaction at a time.
 class BUSServerInterface {
  public:
-  // Registers `name`; `description` is for diagnostics. While the server runs, the file
-  // "/tmp/.BUS." + name exists.
+  // Takes the name down; `description` is for diagnostics. While the server runs, from start() to
+  // stop(), the file "/tmp/.BUS." + name exists. A TV application is refused while that of
+  // "atsc.qel.tv.srv" exists: what a process left that died has to be removed before another one
+  // looks, at the latest when it has loaded the library.
   BUSServerInterface(const char* name, const char* description);
 
   // Ends the registration. No transaction is running and none begins any more.
@@ -59,10 +68,13 @@ class BUSServerInterface {
 
  protected:
   // Last step of the most derived constructor: the object is complete, transactions may begin.
+  // Without the name, because another process serves it, the server stays silent; the log says so.
   void start();
 
   // First step of the most derived destructor: waits for a running transaction to end; none begins
-  // afterwards. Must not be called from within onTransact().
+  // afterwards. Must not be called from within onTransact(). A TV application's server is never
+  // destroyed: when the process ends, the BUS stops it by itself, before the globals that are older
+  // than start() are destroyed.
   void stop();
 
  private:

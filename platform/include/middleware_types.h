@@ -2,6 +2,10 @@
 //
 // Records are exchanged with the closed middleware by address: fixed-width fields, little-endian,
 // natural alignment, layout fixed on 32-bit targets. ATSC_LAYOUT pins a layout at compile time.
+//
+// No function throws. The library's threads call the modules until the process is gone: what a
+// module needs is not destroyed when main() has returned. Its own threads end before that, as they
+// call the library.
 #ifndef ATSC_PLATFORM_MIDDLEWARE_TYPES_H_
 #define ATSC_PLATFORM_MIDDLEWARE_TYPES_H_
 
@@ -36,7 +40,8 @@ enum {
   AI_MODULATION_QAM = 0x400,
 };
 
-// Text encodings of multiple_lang_t; every other value is single-byte text.
+// Text encodings of multiple_lang_t; every other value is single-byte text. What the middleware
+// hands out so reaches the databases and replies as it is, up to a NUL: it has to be UTF-8 then.
 enum { AI_TEXT_UTF16BE = 1 };
 
 // Reference to a text. A text that the middleware hands out stays the middleware's. A buffer that

@@ -1,0 +1,419 @@
+// BUS over Unix sockets: a served name is the socket "/tmp/.BUS." + name, a transaction a
+// connection with one request frame and one reply frame.
+#include "bus.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/file.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <deque>
+#include <mutex>
+#include <string>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+#include "minimal_platform.h"
+#include "set.h"
+
+namespace {
+
+using minimal::log;
+
+// Every process that loads the library makes this server, before main(), and starts it. It answers
+// only where the process said that it is the service process.
+constexpr const char* kServiceName = "atsc.qel.service.srv";
+constexpr const char* kPrefix = ".BUS.";
+constexpr size_t kMaxParcel = 1 << 20;  // bytes
+constexpr time_t kPeerSeconds = 2;      // for a peer to send, or to take, a frame
+
+class Fd {
+ public:
+  explicit Fd(int fd = -1) : fd_(fd) {}
+  Fd(Fd&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+  Fd& operator=(Fd&& other) noexcept {
+    std::swap(fd_, other.fd_);
+    return *this;
+  }
+  ~Fd() {
+    if (fd_ >= 0) ::close(fd_);
+  }
+  int get() const { return fd_; }
+  explicit operator bool() const { return fd_ >= 0; }
+
+ private:
+  int fd_;
+};
+
+std::string pathOf(const std::string& name) { return std::string("/tmp/") + kPrefix + name; }
+
+bool addressOf(const std::string& path, sockaddr_un* address) {
+  *address = {};
+  address->sun_family = AF_UNIX;
+  if (path.size() >= sizeof address->sun_path) return false;
+  std::memcpy(address->sun_path, path.c_str(), path.size());
+  return true;
+}
+
+Fd newSocket() { return Fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)); }
+
+Fd connectTo(const std::string& path) {
+  sockaddr_un address;
+  Fd socket = newSocket();
+  if (!socket || !addressOf(path, &address)) return Fd();
+  while (::connect(socket.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+    if (errno != EINTR) return Fd();
+  }
+  return socket;
+}
+
+// Held while socket files are made and removed, so that nobody takes one for dead that is just
+// being made. Never removed.
+class NameLock {
+ public:
+  NameLock() : file_(::open("/tmp/.BUS.lock", O_RDWR | O_CREAT | O_CLOEXEC, 0600)) {
+    while (file_ && ::flock(file_.get(), LOCK_EX) != 0 && errno == EINTR) {
+    }
+  }
+
+ private:
+  Fd file_;
+};
+
+// Whether somebody listens; else the file of a process that died is removed. With NameLock.
+bool inUse(const std::string& path) {
+  if (connectTo(path)) return true;
+  if (errno == ECONNREFUSED) ::unlink(path.c_str());
+  return false;
+}
+
+// ATSC_RegisterTVServerBackend() refuses while a TV application's file exists: what a killed one
+// left must be gone before this process asks.
+void removeDeadNames() {
+  const NameLock lock;
+  DIR* const folder = ::opendir("/tmp");
+  if (folder == nullptr) return;
+  while (const dirent* const entry = ::readdir(folder)) {
+    if (std::strncmp(entry->d_name, kPrefix, std::strlen(kPrefix)) == 0) {
+      inUse(std::string("/tmp/") + entry->d_name);
+    }
+  }
+  ::closedir(folder);
+}
+
+bool sendAll(const Fd& socket, const std::string& bytes) {
+  for (size_t sent = 0; sent < bytes.size();) {
+    const ssize_t n = ::send(socket.get(), bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return false;
+    sent += n;
+  }
+  return true;
+}
+
+bool receiveAll(const Fd& socket, void* to, size_t size) {
+  for (size_t got = 0; got < size;) {
+    const ssize_t n = ::recv(socket.get(), static_cast<char*>(to) + got, size - got, 0);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return false;
+    got += n;
+  }
+  return true;
+}
+
+void putNumber(uint32_t value, std::string* bytes) {
+  bytes->append(reinterpret_cast<const char*>(&value), sizeof value);
+}
+
+bool takeNumber(const std::string& bytes, size_t* at, uint32_t* value) {
+  if (bytes.size() - *at < sizeof *value) return false;
+  std::memcpy(value, bytes.data() + *at, sizeof *value);
+  *at += sizeof *value;
+  return true;
+}
+
+}  // namespace
+
+struct BUSParam::Impl {
+  struct Item {
+    bool is_text;
+    int32_t number;
+    std::string text;
+  };
+  // A deque: a text that was handed out stays where it is.
+  std::deque<Item> items;
+  size_t next = 0;
+  size_t size = 0;  // bytes in a frame
+
+  bool add(bool is_text, int32_t number, const char* text, size_t length) {
+    constexpr size_t kHead = 1 + sizeof(uint32_t);
+    if (length > kMaxParcel || size + kHead + length > kMaxParcel) return false;
+    items.push_back({is_text, number, std::string(text, length)});
+    size += kHead + length;
+    return true;
+  }
+
+  // What travels: for each item 'i' and the number, or 't', the length and the text.
+  std::string bytes() const {
+    std::string out;
+    for (const Item& item : items) {
+      out += item.is_text ? 't' : 'i';
+      putNumber(item.is_text ? item.text.size() : item.number, &out);
+      out += item.text;
+    }
+    return out;
+  }
+
+  bool parse(const std::string& in) {
+    for (size_t at = 0; at < in.size();) {
+      const char kind = in[at++];
+      uint32_t number = 0;
+      if ((kind != 'i' && kind != 't') || !takeNumber(in, &at, &number)) return false;
+      const size_t length = kind == 't' ? number : 0;
+      if (length > in.size() - at) return false;
+      if (!add(kind == 't', number, in.data() + at, length)) return false;
+      at += length;
+    }
+    return true;
+  }
+};
+
+BUSParam::BUSParam() : impl_(new Impl) {}
+BUSParam::~BUSParam() = default;
+
+int BUSParam::writeCString(const char* text) {
+  return text != nullptr && impl_->add(true, 0, text, std::strlen(text)) ? 0 : -1;
+}
+
+const char* BUSParam::readCString() {
+  if (impl_->next >= impl_->items.size() || !impl_->items[impl_->next].is_text) return nullptr;
+  return impl_->items[impl_->next++].text.c_str();
+}
+
+int BUSParam::writeInt32(int32_t value) { return impl_->add(false, value, "", 0) ? 0 : -1; }
+
+int32_t BUSParam::readInt32() {
+  while (impl_->next < impl_->items.size()) {
+    const Impl::Item& item = impl_->items[impl_->next++];
+    if (!item.is_text) return item.number;
+  }
+  return 0;
+}
+
+namespace {
+
+// A frame: code, flags and size of the parcel, then the parcel. A reply's code and flags are 0.
+bool sendFrame(const Fd& socket, uint32_t code, uint32_t flags, const std::string& parcel) {
+  std::string bytes;
+  for (const uint32_t number : {code, flags, static_cast<uint32_t>(parcel.size())}) {
+    putNumber(number, &bytes);
+  }
+  return sendAll(socket, bytes + parcel);
+}
+
+bool receiveFrame(const Fd& socket, uint32_t* code, uint32_t* flags, BUSParam* parcel) {
+  uint32_t head[3];
+  if (!receiveAll(socket, head, sizeof head) || head[2] > kMaxParcel) return false;
+  *code = head[0];
+  *flags = head[1];
+  std::string bytes(head[2], '\0');
+  return receiveAll(socket, bytes.data(), bytes.size()) && parcel->impl().parse(bytes);
+}
+
+struct Server {
+  std::string name;
+  BUSServerInterface* object = nullptr;
+  Fd listener;
+  Fd wake;
+  std::atomic<bool> stopping{false};
+  std::thread thread;
+
+  bool claim() {
+    if (listener) return true;
+    const NameLock lock;
+    const std::string path = pathOf(name);
+    sockaddr_un address;
+    Fd socket = newSocket();
+    if (!socket || !addressOf(path, &address) || inUse(path) ||
+        ::bind(socket.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+      log().Error("BUS %s: the name is not free", name.c_str());
+      return false;
+    }
+    if (::listen(socket.get(), SOMAXCONN) != 0) return false;
+    listener = std::move(socket);
+    return true;
+  }
+
+  bool serve() {
+    if (!listener || thread.joinable()) return static_cast<bool>(listener);
+    wake = Fd(::eventfd(0, EFD_CLOEXEC));
+    if (!wake) return false;
+    try {
+      thread = std::thread(&Server::run, this);
+    } catch (const std::system_error& e) {
+      log().Error("BUS %s: no thread: %s", name.c_str(), e.what());
+      return false;
+    }
+    return true;
+  }
+
+  void end() {
+    if (thread.joinable()) {
+      stopping = true;
+      const uint64_t one = 1;
+      if (::write(wake.get(), &one, sizeof one) < 0) log().Error("BUS: %s", std::strerror(errno));
+      // exit() may have been called by a transaction.
+      if (thread.get_id() == std::this_thread::get_id()) {
+        thread.detach();
+      } else {
+        thread.join();
+      }
+    }
+    if (!listener) return;
+    const NameLock lock;
+    ::unlink(pathOf(name).c_str());
+    listener = Fd();
+  }
+
+  void run() {
+    while (!stopping) {
+      pollfd waiting[] = {{wake.get(), POLLIN, 0}, {listener.get(), POLLIN, 0}};
+      if (::poll(waiting, 2, -1) < 0 && errno != EINTR) return;
+      if (stopping || (waiting[1].revents & POLLIN) == 0) continue;
+      const Fd peer(::accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
+      if (peer) transaction(peer);
+    }
+  }
+
+  void transaction(const Fd& peer) {
+    const timeval patience = {kPeerSeconds, 0};
+    ::setsockopt(peer.get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+    ::setsockopt(peer.get(), SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
+    uint32_t code = 0;
+    uint32_t flags = 0;
+    BUSParam request;
+    if (!receiveFrame(peer, &code, &flags, &request))
+      return;  // also who only asked whether we live
+    BUSParam reply;
+    object->onTransact(code, request, &reply, flags);
+    if (!sendFrame(peer, 0, 0, reply.impl().bytes())) {
+      log().Warn("BUS %s: the caller has gone", name.c_str());
+    }
+  }
+};
+
+// The servers that run. A TV application's is never destroyed: it ends here, with the process.
+struct Running {
+  std::mutex mutex;
+  std::deque<Server*> servers;
+  Server* service = nullptr;  // started, but not yet the service process's
+};
+
+Running& running() {
+  static Running* const only = new Running;
+  return *only;
+}
+
+void endAll() {
+  std::deque<Server*> servers;
+  {
+    const std::lock_guard<std::mutex> lock(running().mutex);
+    servers.swap(running().servers);
+  }
+  for (Server* server : servers) server->end();
+}
+
+bool claimAndNote(Server* server) {
+  if (!server->claim()) return false;
+  const std::lock_guard<std::mutex> lock(running().mutex);
+  running().servers.push_back(server);
+  static const int at_exit = std::atexit(endAll);
+  return at_exit == 0;
+}
+
+}  // namespace
+
+struct BUSServerInterface::Impl : Server {};
+
+BUSServerInterface::BUSServerInterface(const char* name, const char* /*description*/)
+    : impl_(new Impl) {
+  impl_->name = name;
+  impl_->object = this;
+  if (impl_->name == kServiceName) removeDeadNames();
+}
+
+BUSServerInterface::~BUSServerInterface() { stop(); }
+
+void BUSServerInterface::start() {
+  if (impl_->name == kServiceName) {
+    const std::lock_guard<std::mutex> lock(running().mutex);
+    running().service = impl_.get();
+  } else if (!claimAndNote(impl_.get()) || !impl_->serve()) {
+    log().Error("BUS %s: not served", impl_->name.c_str());
+  }
+}
+
+void BUSServerInterface::stop() {
+  {
+    const std::lock_guard<std::mutex> lock(running().mutex);
+    if (running().service == impl_.get()) running().service = nullptr;
+    auto& servers = running().servers;
+    servers.erase(std::remove(servers.begin(), servers.end(), impl_.get()), servers.end());
+  }
+  impl_->end();
+}
+
+int MINIMAL_claim(void) {
+  Server* service = nullptr;
+  {
+    const std::lock_guard<std::mutex> lock(running().mutex);
+    service = running().service;
+  }
+  if (service == nullptr) log().Error("BUS: this process has not loaded the library");
+  return service != nullptr && claimAndNote(service) ? 0 : -1;
+}
+
+int MINIMAL_serve(void) {
+  const std::lock_guard<std::mutex> lock(running().mutex);
+  return running().service != nullptr && running().service->serve() ? 0 : -1;
+}
+
+struct BUSClientInterface::Impl {
+  std::string name;
+  std::mutex mutex;
+};
+
+BUSClientInterface::BUSClientInterface(const char* name, const char* /*description*/)
+    : impl_(new Impl) {
+  impl_->name = name;
+}
+
+BUSClientInterface::~BUSClientInterface() = default;
+
+int BUSClientInterface::transact(unsigned int code, BUSParam& data, BUSParam* reply,
+                                 unsigned int flags) {
+  const std::lock_guard<std::mutex> lock(impl_->mutex);
+  const std::string path = pathOf(impl_->name);
+  const Fd server = connectTo(path);
+  if (!server) {
+    if (errno == ECONNREFUSED) {
+      const NameLock names;
+      inUse(path);
+    }
+    return -1;
+  }
+  BUSParam ignored;
+  uint32_t zero[2];
+  const bool done = sendFrame(server, code, flags, data.impl().bytes()) &&
+                    receiveFrame(server, &zero[0], &zero[1], reply != nullptr ? reply : &ignored);
+  return done ? 0 : -1;
+}

@@ -1,0 +1,64 @@
+// LoggerCpp: lines on standard error. MINIMAL_LOG, a number, is the lowest level that is shown:
+// 0 trace, 1 debug, 2 info, 3 warn (the default), 4 error, 5 nothing.
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "logger_cpp.h"
+#include "set.h"
+
+struct LoggerCpp::Impl {
+  std::string category;
+};
+
+namespace {
+
+constexpr const char* kLevels[] = {"trace", "debug", "info", "warn", "error"};
+
+int lowestLevel() {
+  static const int level = [] {
+    const char* const text = getenv("MINIMAL_LOG");
+    return text != nullptr ? atoi(text) : 3;
+  }();
+  return level;
+}
+
+// No memory is allocated and no other object is used: lines come also before main() and after it.
+void write(int level, const char* category, const char* format, va_list arguments) {
+  char line[1024];
+  const size_t head = std::min<size_t>(
+      sizeof line / 2, snprintf(line, sizeof line, "[%s] [%s] ", kLevels[level], category));
+  const int text = vsnprintf(line + head, sizeof line - head - 1, format, arguments);
+  if (text < 0) return;
+  size_t end = std::min(head + text, sizeof line - 2);
+  line[end++] = '\n';
+  if (::write(STDERR_FILENO, line, end) < 0) return;
+}
+
+}  // namespace
+
+#define MINIMAL_LOG_AT(level)                               \
+  if ((level) < lowestLevel()) return;                      \
+  va_list arguments;                                        \
+  va_start(arguments, format);                              \
+  write(level, impl_->category.c_str(), format, arguments); \
+  va_end(arguments)
+
+LoggerCpp::LoggerCpp(const char* /*name*/, const char* category)
+    : impl_(new Impl{category != nullptr ? category : ""}) {}
+LoggerCpp::~LoggerCpp() = default;
+void LoggerCpp::Trace(const char* format, ...) { MINIMAL_LOG_AT(0); }
+void LoggerCpp::Debug(const char* format, ...) { MINIMAL_LOG_AT(1); }
+void LoggerCpp::Info(const char* format, ...) { MINIMAL_LOG_AT(2); }
+void LoggerCpp::Warn(const char* format, ...) { MINIMAL_LOG_AT(3); }
+void LoggerCpp::Error(const char* format, ...) { MINIMAL_LOG_AT(4); }
+
+// Never destroyed: threads log until the process is gone.
+LoggerCpp& minimal::log() {
+  static LoggerCpp* const logger = new LoggerCpp("minimal", "platform");
+  return *logger;
+}

@@ -1,0 +1,370 @@
+// AIFW, AICN and the modules around what plays: AIFE (tuner), AIPT, AIVC. Events have a thread of
+// their own; nothing is locked while it calls the library, which asks back from there.
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <mutex>
+#include <optional>
+
+#include "aicn.h"
+#include "aife.h"
+#include "aifw.h"
+#include "aipt.h"
+#include "aivc.h"
+#include "set.h"
+#include "worker.h"
+
+namespace minimal {
+
+namespace {
+
+struct Events;  // names the worker
+
+// GPS time began 1980-01-06 and has no leap seconds: 18 so far.
+constexpr uint32_t kGpsEpoch = 315964800;
+constexpr uint8_t kLeapSeconds = 18;
+
+struct State {
+  std::mutex mutex;
+  AIFW_app_callback callback = nullptr;
+  bool initialised = false;
+  bool standby = false;
+  bool playing = false;
+  const Service* current = nullptr;  // stays when playing ends
+  uint32_t tuned = 0;                // Hz; 0: not tuned
+  bool locked = false;               // the channel that plays is locked and was not opened
+  bool password_required = true;
+  bool open_next = false;
+  std::vector<uint32_t> updated;  // the sources of the AFW_EPG_UPDATE that was reported last
+};
+
+// Never destroyed: threads ask until the process is gone.
+State& state() {
+  static State* const only = new State;
+  return *only;
+}
+
+uint32_t currentInput() { return static_cast<uint32_t>(setting("input", AI_INPUT_TERRESTRIAL)); }
+
+void post(AFW_event_t event, std::optional<AIFW_time_data> time = {},
+          std::vector<uint32_t> updated = {}) {
+  processWorker<Events>().post([event, time, updated = std::move(updated)]() mutable {
+    AIFW_app_callback callback = nullptr;
+    {
+      const std::lock_guard<std::mutex> lock(state().mutex);
+      callback = state().callback;
+      if (event == AFW_EPG_UPDATE) state().updated = std::move(updated);
+    }
+    if (callback != nullptr) callback(event, time ? &*time : nullptr);
+  });
+}
+
+// Each half hour the guide moves on.
+void watchClock() {
+  constexpr uint32_t kHalfHour = 1800;
+  constexpr uint32_t kWatch = 1;
+  if (moveGuide()) {
+    bool playing = false;
+    {
+      const std::lock_guard<std::mutex> lock(state().mutex);
+      playing = state().playing;
+    }
+    if (playing) report(AFW_EVENT_TRANSITION);
+    reportGuide();
+  }
+  const auto rest = std::chrono::seconds(kHalfHour - utcSeconds() % kHalfHour);
+  Worker& worker = processWorker<Events>();
+  worker.cancel(kWatch);
+  worker.post(watchClock, rest, kWatch);
+}
+
+// All is there that events need: the first ones.
+void begin() {
+  moveGuide();
+  reportTime(AFW_STT_UPDATE);
+  reportGuide();
+  processWorker<Events>().post(watchClock);
+}
+
+// Plays a service. With the lock of the state.
+int play(const Service* service) {
+  State& now = state();
+  if (service == nullptr || now.standby) return kFailure;
+  const bool other_input = service->input_source != currentInput();
+  const bool same = now.playing && now.current == service;
+  now.current = service;
+  now.playing = true;
+  if (!same) now.locked = false;
+  const bool closed =
+      (flagsOf(*service) & AISRV_FLAG_LOCKED) != 0 && !now.open_next && now.password_required;
+  now.open_next = false;
+  changeSettings({{"input", service->input_source},
+                  {"last." + std::to_string(service->input_source), service->rec}});
+  if (now.tuned != service->frequency) {
+    now.tuned = service->frequency;
+    post(AFW_TUNER_LOCKED);
+  }
+  post(AFW_CHANNEL_PLAY_SUCCESS);
+  if (closed != now.locked) post(closed ? AFW_CHANNEL_LOCKED : AFW_CHANNEL_UNLOCKED);
+  now.locked = closed;
+  if (other_input) reportGuide();
+  return kSuccess;
+}
+
+bool deleted(const Service& service) { return (flagsOf(service) & AISRV_FLAG_DELETED) != 0; }
+
+// The first service of an input source and, unless it is 0, frequency, else null.
+const Service* firstService(uint32_t input_source, uint32_t frequency) {
+  for (const Service* service : listedServices(input_source)) {
+    if (!deleted(*service) && (frequency == 0 || service->frequency == frequency)) return service;
+  }
+  return nullptr;
+}
+
+// What played last on an input source, else its first service, else null.
+const Service* lastService(uint32_t input_source) {
+  const Service* const last = listedService(
+      static_cast<uint32_t>(setting("last." + std::to_string(input_source), 0)), input_source);
+  return last != nullptr && !deleted(*last) ? last : firstService(input_source, 0);
+}
+
+// Opens the channel that plays. With the lock of the state.
+void open() {
+  if (state().locked) post(AFW_CHANNEL_UNLOCKED);
+  state().locked = false;
+}
+
+int emergencySetting(const char* key, int32_t highest, int32_t* value, int direction) {
+  if (value == nullptr) return kFailure;
+  if (direction == AIFW_EAS_READ) {
+    *value = setting(key, 0);
+    return kSuccess;
+  }
+  if (direction != AIFW_EAS_WRITE || *value < 0 || *value > highest) return kFailure;
+  return changeSettings({{key, *value}}) ? kSuccess : kFailure;
+}
+
+}  // namespace
+
+void report(AFW_event_t event) { post(event); }
+
+void reportTime(AFW_event_t event) {
+  AIFW_time_data time = {};
+  time.system_time = utcSeconds() - kGpsEpoch + kLeapSeconds;
+  time.gps_utc_offset = kLeapSeconds;
+  post(event, time);
+}
+
+void reportGuide() {
+  std::vector<uint32_t> sources;
+  for (const Service* service : listedServices(currentInput())) {
+    sources.push_back(service->source_id);
+  }
+  if (sources.empty()) return;
+  post(AFW_EPG_UPDATE, {}, std::move(sources));
+  post(AFW_EPG_COMPLETE);
+}
+
+void endPlaying() {
+  const std::lock_guard<std::mutex> lock(state().mutex);
+  state().playing = state().locked = false;
+  state().tuned = 0;
+}
+
+}  // namespace minimal
+
+using namespace minimal;
+
+int AIFW_init(int /*mode*/) {
+  const std::lock_guard<std::mutex> lock(state().mutex);
+  if (!state().initialised && state().callback != nullptr) begin();
+  state().initialised = true;
+  return kSuccess;
+}
+
+int AIFW_register_frmwrk_app_cb(AIFW_app_callback callback) {
+  const std::lock_guard<std::mutex> lock(state().mutex);
+  const bool first = state().callback == nullptr && callback != nullptr;
+  state().callback = callback;
+  if (first && state().initialised) begin();
+  return kSuccess;
+}
+
+int AIFW_get_event_update_data(AIFW_event_update_data* data) {
+  if (data == nullptr) return kFailure;
+  const std::lock_guard<std::mutex> lock(state().mutex);
+  const auto& updated = state().updated;
+  data->count = std::min<uint32_t>(AIFW_MAX_UPDATED_SOURCES, updated.size());
+  std::copy_n(updated.begin(), data->count, data->source_ids);
+  return kSuccess;
+}
+
+// No alert is ever received.
+int AIFW_get_EAS_priority(uint8_t* priority) {
+  if (priority == nullptr) return kFailure;
+  *priority = 0;
+  return kSuccess;
+}
+
+int AIFW_powerTransition_request(int powerdown) {
+  const std::lock_guard<std::mutex> lock(state().mutex);
+  State& now = state();
+  if (powerdown != 0) {
+    now.standby = true;
+    now.playing = now.locked = false;
+    now.tuned = 0;
+  } else if (now.standby) {
+    now.standby = false;
+    play(lastService(currentInput()));
+  }
+  return kSuccess;
+}
+
+int AIFW_play_src(uint32_t /*path*/, uint32_t input_source) {
+  const std::lock_guard<std::mutex> lock(state().mutex);
+  return play(lastService(input_source));
+}
+
+int AIFW_play_curr_src(void) { return AIFW_play_src(0, currentInput()); }
+
+int AIFW_play_first_service(uint32_t input_source, uint32_t frequency) {
+  const std::lock_guard<std::mutex> lock(state().mutex);
+  return play(firstService(input_source, frequency));
+}
+
+int AIFW_stop_curr_src(void) {
+  const std::lock_guard<std::mutex> lock(state().mutex);
+  state().playing = state().locked = false;
+  return kSuccess;
+}
+
+int AIFW_channel_change(const AIFW_channel_change_request* request) {
+  if (request == nullptr) return kFailure;
+  const std::lock_guard<std::mutex> lock(state().mutex);
+  auto services = listedServices(request->input_source);
+  if (request->mode == AIFW_CHANGE_DIRECT) {
+    for (const Service* service : services) {
+      if (service->major == request->major && service->minor == request->minor &&
+          !deleted(*service)) {
+        return play(service);
+      }
+    }
+    return kFailure;
+  }
+  if (request->mode != AIFW_CHANGE_UP && request->mode != AIFW_CHANGE_DOWN) return kFailure;
+  const auto leave_out = [](const Service* service) {
+    constexpr uint32_t kOut = AISRV_FLAG_SKIPPED | AISRV_FLAG_DELETED;
+    return service != state().current && (flagsOf(*service) & kOut) != 0;
+  };
+  services.erase(std::remove_if(services.begin(), services.end(), leave_out), services.end());
+  if (services.empty()) return kFailure;
+  if (request->mode == AIFW_CHANGE_DOWN) std::reverse(services.begin(), services.end());
+  // From a service of another source on: the first one.
+  auto next = std::find(services.begin(), services.end(), state().current);
+  if (next != services.end()) ++next;
+  return play(next != services.end() ? *next : services.front());
+}
+
+int AIFW_change_audio(uint8_t track) {
+  constexpr uint8_t kTracks = 2;
+  const std::lock_guard<std::mutex> lock(state().mutex);
+  const Service* const current = state().current;
+  if (current == nullptr || track < 1 || track > kTracks) return kFailure;
+  return changeSettings({{"audio." + std::to_string(current->rec), track}}) ? kSuccess : kFailure;
+}
+
+int AIFW_passwd_reqd_non_play_src(int required) {
+  const std::lock_guard<std::mutex> lock(state().mutex);
+  state().password_required = required != 0;
+  return kSuccess;
+}
+
+int AIFW_pwd_unlocked_no_playing(int unlocked) {
+  const std::lock_guard<std::mutex> lock(state().mutex);
+  if (unlocked == 0) {
+    state().open_next = false;
+  } else if (state().playing) {
+    open();
+  } else {
+    state().open_next = true;
+  }
+  return kSuccess;
+}
+
+int AIFW_pwd_unlocked_no_checking_status(int unlocked) {
+  const std::lock_guard<std::mutex> lock(state().mutex);
+  State& now = state();
+  if (!now.playing) return kFailure;
+  if (unlocked != 0) {
+    open();
+  } else if (!now.locked && (flagsOf(*now.current) & AISRV_FLAG_LOCKED) != 0) {
+    now.locked = true;
+    post(AFW_CHANNEL_LOCKED);
+  }
+  return kSuccess;
+}
+
+int AIFW_handle_tuner_mode_change(int mode) {
+  if (mode != AI_INPUT_TERRESTRIAL && mode != AI_INPUT_CABLE) return kFailure;
+  if (static_cast<uint32_t>(mode) == currentInput()) return kSuccess;
+  changeSettings({{"input", mode}});
+  reportGuide();
+  return kSuccess;
+}
+
+int AIFW_user_eas_setting(int32_t* value, int direction) {
+  return emergencySetting("eas_alerts", AIFW_EAS_MAXIMUM, value, direction);
+}
+
+int AIFW_disable_optional_eas_event_id_check(int32_t* value, int direction) {
+  return emergencySetting("eas_repeats", 1, value, direction);
+}
+
+int AIFW_enable_eas_cable_only(int32_t* value, int direction) {
+  return emergencySetting("eas_cable_only", 1, value, direction);
+}
+
+int AICN_get_current(AISRV_service_info* record) {
+  const std::lock_guard<std::mutex> lock(state().mutex);
+  if (record == nullptr || state().current == nullptr) return kFailure;
+  fillRecord(*state().current, record);
+  return kSuccess;
+}
+
+int AICN_get_curr_input_source(void) { return static_cast<int>(currentInput()); }
+
+int AICN_get_chan_state(void) {
+  const std::lock_guard<std::mutex> lock(state().mutex);
+  return state().playing ? 1 : 0;
+}
+
+// Services are never played by themselves.
+int AICN_set_skip_play_srv(int /*skip*/) { return kSuccess; }
+
+int AICN_get_tuner_mode(void) { return AICN_get_curr_input_source(); }
+
+// A new lock never interrupts what plays.
+int AICN_set_play_from_ap(int /*from_application*/) { return kSuccess; }
+
+int AIFE_get_tuning_details(uint32_t tuner, uint32_t path, AIFE_tuning_details* details) {
+  if (tuner != AIFE_MAIN_TUNER || path != AIFE_MAIN_PATH || details == nullptr) return kFailure;
+  const std::lock_guard<std::mutex> lock(state().mutex);
+  *details = {state().tuned, modulationOf(currentInput())};
+  return kSuccess;
+}
+
+int AIFE_tune_stop_request(uint32_t tuner, uint32_t path) {
+  if (tuner != AIFE_MAIN_TUNER || path != AIFE_MAIN_PATH) return kFailure;
+  endPlaying();
+  return kSuccess;
+}
+
+// The previous service is taken down at once.
+int AIPT_get_index_status(int* status, int /*path*/) {
+  if (status == nullptr) return kFailure;
+  *status = AICN_get_chan_state();
+  return kSuccess;
+}
+
+// There is no picture.
+int AIVC_close_video(uint32_t /*path*/) { return kSuccess; }

@@ -1,0 +1,111 @@
+// AICS: the scan, on a thread of its own.
+#include <chrono>
+#include <mutex>
+
+#include "aics.h"
+#include "set.h"
+#include "worker.h"
+
+namespace {
+
+using minimal::Carrier;
+using minimal::kFailure;
+using minimal::kSuccess;
+
+struct Scans;  // names the worker
+constexpr uint32_t kStep = 1;
+constexpr std::chrono::milliseconds kDwell(50);
+
+struct Search {
+  AICS_scan_callback callback;
+  std::vector<Carrier> plan;
+  size_t at;
+  AICS_scan_progress progress;
+};
+
+// Guarded by the mutex, which is not held during a callback. Never destroyed.
+struct State {
+  std::mutex mutex;
+  bool running = false;
+  uint32_t number = 0;  // of the search that runs
+};
+
+State& state() {
+  static State* const only = new State;
+  return *only;
+}
+
+void finish() {
+  minimal::report(AFW_SERVICE_BUILD_COMPLETED);
+  minimal::reportGuide();
+}
+
+// Visits the next frequency, or is at the end. A search that was stopped does nothing more.
+void step(uint32_t number, Search search) {
+  int reported = AICS_STATE_PROGRESS;
+  {
+    const std::lock_guard<std::mutex> lock(state().mutex);
+    if (!state().running || state().number != number) return;
+    if (search.at == search.plan.size()) {
+      reported = AICS_STATE_OVER;
+      state().running = false;
+    } else {
+      const Carrier& carrier = search.plan[search.at++];
+      const uint32_t found = minimal::listCarrier(carrier);
+      AICS_scan_progress& progress = search.progress;
+      progress.progress = static_cast<uint8_t>(100 * search.at / search.plan.size());
+      progress.channel_number = carrier.channel_number;
+      progress.current_frequency = carrier.frequency;
+      progress.carrier_type = found > 0 ? progress.band_mask : 0;
+      if (found > 0) progress.lock_frequency = carrier.frequency;
+      progress.services_found += found;
+      progress.tv_services += found;
+    }
+  }
+  search.callback(&search.progress, reported);
+  if (reported == AICS_STATE_OVER) {
+    finish();
+    return;
+  }
+  minimal::processWorker<Scans>().post([number, search] { step(number, search); }, kDwell, kStep);
+}
+
+}  // namespace
+
+int AICS_start_search(const AICS_search_request* request, AICS_scan_callback callback) {
+  if (request == nullptr || callback == nullptr) return kFailure;
+  Search search = {callback, {}, 0, {}};
+  for (const Carrier& carrier : minimal::carriers()) {
+    if (carrier.input_source == request->source && (request->search_type == AICS_SEARCH_AUTOMATIC ||
+                                                    carrier.frequency == request->frequency)) {
+      search.plan.push_back(carrier);
+    }
+  }
+  if (search.plan.empty()) return kFailure;
+  search.progress.band_mask = static_cast<int32_t>(minimal::modulationOf(request->source));
+  minimal::endPlaying();
+
+  const std::lock_guard<std::mutex> lock(state().mutex);
+  if (state().running) return kFailure;
+  const uint32_t number = ++state().number;
+  state().running = minimal::processWorker<Scans>().post([number, search]() mutable {
+    {
+      const std::lock_guard<std::mutex> lock(state().mutex);
+      if (!state().running || state().number != number) return;
+    }
+    search.callback(&search.progress, AICS_STATE_START);
+    step(number, search);
+  });
+  return state().running ? kSuccess : kFailure;
+}
+
+int AICS_stop_scan(void) {
+  {
+    const std::lock_guard<std::mutex> lock(state().mutex);
+    if (!state().running) return kFailure;
+    state().running = false;
+  }
+  minimal::processWorker<Scans>().cancel(kStep);
+  finish();
+  return kSuccess;
+}

@@ -1,0 +1,209 @@
+// AISRV: what is on the air, constant data, and which of it is listed.
+#include <algorithm>
+#include <cstring>
+#include <iterator>
+#include <string>
+
+#include "aicn.h"
+#include "aifw.h"
+#include "rmgr.h"
+#include "set.h"
+
+namespace minimal {
+
+namespace {
+
+constexpr Service kServices[] = {
+    {1, AI_INPUT_TERRESTRIAL, 177000000, 7, 1, 0x701, 1, "HARBOR"},
+    {2, AI_INPUT_TERRESTRIAL, 177000000, 7, 2, 0x702, 2, "HARBOR2"},
+    {3, AI_INPUT_TERRESTRIAL, 189000000, 9, 1, 0x901, 1, "HILL"},
+    {4, AI_INPUT_TERRESTRIAL, 189000000, 9, 2, 0x902, 2, "HILL-NW"},
+    {5, AI_INPUT_CABLE, 57000000, 101, 0, 0x6501, 1, "CITY"},
+    {6, AI_INPUT_CABLE, 63000000, 102, 0, 0x6601, 1, "SPORT"},
+};
+
+constexpr uint16_t kVideoPid = 0x31;  // of program 1; 0x10 further for each next one
+
+std::string key(const char* what, const Service& service) {
+  return std::string(what) + "." + std::to_string(service.rec);
+}
+
+bool listed(const Service& service) { return setting(key("listed", service), 0) != 0; }
+
+bool sourceIs(const Service& service, uint32_t input_source) {
+  // Records name a source with 0 to 3; those of this set are 2 and 3.
+  return input_source <= 3 && service.input_source == (input_source | 2);
+}
+
+}  // namespace
+
+const std::vector<Carrier>& carriers() {
+  // In the middle of each list a channel without a carrier.
+  static const std::vector<Carrier> all = {
+      {AI_INPUT_TERRESTRIAL, 7, 177000000}, {AI_INPUT_TERRESTRIAL, 8, 183000000},
+      {AI_INPUT_TERRESTRIAL, 9, 189000000}, {AI_INPUT_CABLE, 2, 57000000},
+      {AI_INPUT_CABLE, 3, 63000000},        {AI_INPUT_CABLE, 4, 69000000},
+  };
+  return all;
+}
+
+std::vector<const Service*> listedServices(uint32_t input_source) {
+  std::vector<const Service*> found;
+  for (const Service& service : kServices) {
+    if (service.input_source == input_source && listed(service)) found.push_back(&service);
+  }
+  return found;
+}
+
+const Service* listedService(uint32_t rec, uint32_t input_source) {
+  for (const Service& service : kServices) {
+    if (service.rec == rec && sourceIs(service, input_source) && listed(service)) return &service;
+  }
+  return nullptr;
+}
+
+const Service* listedService(const AISRV_service_info* record) {
+  return record == nullptr
+             ? nullptr
+             : listedService(record->service_id.service_rec, record->service_id.input_source);
+}
+
+uint32_t flagsOf(const Service& service) {
+  return setting(key("flags", service), AISRV_FLAG_VISIBLE);
+}
+
+uint32_t listCarrier(const Carrier& carrier) {
+  std::vector<Change> changes;
+  for (const Service& service : kServices) {
+    if (service.input_source == carrier.input_source && service.frequency == carrier.frequency) {
+      changes.emplace_back(key("listed", service), 1);
+    }
+  }
+  if (!changes.empty()) changeSettings(changes);
+  return changes.size();
+}
+
+uint32_t modulationOf(uint32_t input_source) {
+  return input_source == AI_INPUT_TERRESTRIAL ? AI_MODULATION_8VSB : AI_MODULATION_QAM;
+}
+
+void copyText(const char* text, multiple_lang_t* lent) {
+  const size_t length =
+      lent->text != nullptr ? std::min<size_t>(std::strlen(text), lent->length) : 0;
+  if (length > 0) std::memcpy(lent->text, text, length);
+  lent->length = static_cast<uint16_t>(length);
+  lent->encoding = 0;
+}
+
+void fillRecord(const Service& service, AISRV_service_info* record) {
+  const multiple_lang_t lent = record->name;
+  *record = {};
+  record->name = lent;
+  record->service_id = {service.rec, service.input_source};
+  record->service_type = AISRV_TYPE_TV;
+  record->major = service.major;
+  record->minor = service.minor;
+  record->frequency = service.frequency;
+  record->source_id = service.source_id;
+  record->modulation = modulationOf(service.input_source);
+  record->AISRV_fav_group_ = setting(key("favourites", service), 0);
+  record->AISRV_flags_ = flagsOf(service);
+  record->transport_stream_id = static_cast<uint16_t>(service.frequency / 1000000);
+  record->program_number = service.program_number;
+  copyText(service.name, &record->name);
+}
+
+}  // namespace minimal
+
+using namespace minimal;
+
+// All services can be chosen by a viewer, so the mask selects all; no filter is known.
+int AISRV_get_total_services(uint32_t input_source, uint32_t /*service_mask*/,
+                             const AISRV_query_filter* /*filter*/, uint32_t /*reserved*/,
+                             uint32_t* count) {
+  if (count == nullptr) return kFailure;
+  *count = static_cast<uint32_t>(listedServices(input_source).size());
+  return kSuccess;
+}
+
+int AISRV_get_n_services(uint32_t input_source, uint32_t /*service_mask*/, uint32_t first,
+                         const AISRV_query_filter* /*filter*/, uint32_t /*reserved1*/,
+                         uint32_t /*reserved2*/, uint32_t* count, AISRV_service_info* records) {
+  if (count == nullptr) return kFailure;
+  if (*count == 0) return kSuccess;  // of an empty list; without records
+  if (records == nullptr) return kFailure;
+  const auto services = listedServices(input_source);
+  uint32_t copied = 0;
+  for (size_t i = first; i < services.size() && copied < *count; ++i) {
+    fillRecord(*services[i], &records[copied++]);
+  }
+  *count = copied;
+  return kSuccess;
+}
+
+int AISRV_get_pid_details(const AISRV_service_info* record, AISRV_pid_details* details) {
+  const Service* const service = listedService(record);
+  if (service == nullptr || details == nullptr) return kFailure;
+  *details = {};
+  details->count = 3;
+  const auto pid = static_cast<uint16_t>(kVideoPid + 0x10 * (service->program_number - 1));
+  details->pids[0].stream_type = 0x02;
+  details->pids[0].pid = pid;
+  constexpr const char* kLanguages[] = {"eng", "spa"};
+  for (uint8_t i = 0; i < 2; ++i) {
+    AISRV_pid_info& audio = details->pids[1 + i];
+    audio.stream_type = 0x81;
+    audio.audio_kind = AISRV_AUDIO_MAIN;
+    audio.pid = static_cast<uint16_t>(pid + 3 + i);
+    std::memcpy(audio.language, kLanguages[i], sizeof audio.language);
+    audio.main_audio_number = i;
+  }
+  return kSuccess;
+}
+
+// No stream rates what is on.
+int AISRV_get_CAD_list(const AISRV_service_info* service, uint8_t* count, uint8_t* /*regions*/) {
+  if (listedService(service) == nullptr || count == nullptr) return kFailure;
+  *count = 0;
+  return kSuccess;
+}
+
+// Nothing is blocked.
+int AISRV_get_rating_status(const AISRV_service_info* service, uint32_t* status) {
+  if (listedService(service) == nullptr || status == nullptr) return kFailure;
+  *status = 0;
+  return kSuccess;
+}
+
+// Every change is on the disk when it is made.
+int AISRV_sync_to_database(void) { return kSuccess; }
+
+int AISRV_reset_db(uint32_t input_source) {
+  std::vector<Change> changes;
+  for (const Service& service : kServices) {
+    if (service.input_source != input_source) continue;
+    changes.emplace_back(key("listed", service), 0);
+    changes.emplace_back(key("flags", service), AISRV_FLAG_VISIBLE);
+    changes.emplace_back(key("favourites", service), 0);
+  }
+  if (!changeSettings(changes, Unstored::kAllOrNothing)) return kFailure;
+  AISRV_service_info playing = {};
+  if (AICN_get_current(&playing) == kSuccess && playing.service_id.input_source == input_source) {
+    endPlaying();
+  }
+  return kSuccess;
+}
+
+// This set cannot tune what it does not know, so that no service is added by hand.
+int AIFW_modify_service(uint32_t operation, const AISRV_service_info* record) {
+  const Service* const service = listedService(record);
+  if (operation != AIFW_SERVICE_MODIFY || service == nullptr) return kFailure;
+  return changeSettings({{key("flags", *service), record->AISRV_flags_},
+                         {key("favourites", *service), record->AISRV_fav_group_}},
+                        Unstored::kAllOrNothing)
+             ? kSuccess
+             : kFailure;
+}
+
+// The store is read anew: a file that was put in its place from outside.
+int RMGRReload(void) { return reloadSettings() ? kSuccess : kFailure; }

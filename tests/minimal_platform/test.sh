@@ -1,0 +1,57 @@
+#!/usr/bin/env bash
+# Usage: test.sh SOURCE_DIR BUILD_DIR [CMAKE_OPTION...]
+#
+# Builds the minimal platform, the library on it, the service process and a TV application into
+# BUILD_DIR and lets the application try the service. The CMake options go to each of them.
+# EMULATOR, a command, runs the programs.
+
+set -euo pipefail
+
+source=$1
+build=$2
+shift 2
+platform=$build/sdk # what the library is linked with, and
+prefix=$build/set   # what would be copied to a set
+example=$source/examples/minimal-platform
+read -ra run <<<"${EMULATOR:-}"
+
+# part NAME SOURCE [CMAKE_OPTION...]: configures, builds and installs; shows how only if it fails.
+part() {
+  local name=$1 source=$2
+  shift 2
+  if ! {
+    cmake -S "$source" -B "$build/$name" -DCMAKE_BUILD_TYPE=RelWithDebInfo "$@" &&
+      cmake --build "$build/$name" --parallel 2 &&
+      cmake --install "$build/$name" --prefix "$prefix"
+  } >"$build/$name.log" 2>&1; then
+    cat "$build/$name.log"
+    echo "test.sh: $name could not be built" >&2
+    exit 1
+  fi
+}
+
+mkdir -p "$build"
+rm -rf "$platform" "$prefix"
+part platform "$example" "$@"
+cmake --install "$build/platform" --prefix "$platform" >>"$build/platform.log"
+part library "$source" -DATSC_PLATFORM="$platform" "$@"
+# The second one is where a cross build looks outside its sysroot.
+find=(-DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_STAGING_PREFIX="$prefix")
+part service "$example/service" "${find[@]}" "$@"
+part tv "$source/tests/minimal_platform/tv" "${find[@]}" "$@"
+
+state=$(mktemp -d)
+trap 'rm -rf "$state"' EXIT
+export ATSC_CNAHHEL_DB=$state/channels.db ATSC_EVENT_DB=$state/events.db
+export MINIMAL_STATE=$state/platform.txt
+if ! timeout 120 "${run[@]}" "$prefix/bin/minimal-tv" "${run[@]}" "$prefix/bin/minimal-service" \
+  2>"$state/log"; then
+  cat "$state/log"
+  exit 1
+fi
+for name in service tv; do
+  if [[ -e /tmp/.BUS.atsc.qel.$name.srv ]]; then
+    echo "test.sh: the $name process has left its name behind" >&2
+    exit 1
+  fi
+done
