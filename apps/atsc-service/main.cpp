@@ -4,13 +4,18 @@
 #include <atsc/atsc_service.h>
 #include <atsc_host.h>
 #include <semaphore.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <cerrno>
 #include <csignal>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <iostream>
 #include <optional>
@@ -95,6 +100,27 @@ void bringTablesInLine() {
   if (changed) ATSC_Service_event_cb_Ex();
 }
 
+// Tells the service manager that waits for it that TV applications are answered from now on: the
+// message of sd_notify(3). Without a manager there is nothing to tell.
+void notifyReady() {
+  const char* const path = getenv("NOTIFY_SOCKET");
+  sockaddr_un address = {};
+  const size_t size = path != nullptr ? strlen(path) : 0;
+  if (size < 2 || size >= sizeof address.sun_path) return;
+  address.sun_family = AF_UNIX;
+  memcpy(address.sun_path, path, size);
+  if (path[0] == '@') address.sun_path[0] = '\0';
+  const int manager = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  constexpr char kReady[] = "READY=1";
+  if (sendto(manager, kReady, sizeof kReady - 1, MSG_NOSIGNAL,
+             reinterpret_cast<const sockaddr*>(&address),
+             static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + size)) < 0) {
+    std::cerr << "atsc-service: warning: cannot tell " << path
+              << " that it is ready: " << strerror(errno) << std::endl;
+  }
+  close(manager);
+}
+
 void run(const Options& options) {
   if (!options.air.empty()) ATSC_host_set_air(options.air.c_str());
   if (options.dwell) ATSC_host_set_dwell(*options.dwell);
@@ -129,6 +155,7 @@ void run(const Options& options) {
   std::cerr << "atsc-service: ready; air folder " << (options.air.empty() ? "not set" : options.air)
             << ", database folder "
             << std::filesystem::absolute(files.channels).parent_path().string() << std::endl;
+  notifyReady();
   waitForStop();
 }
 
