@@ -26,3 +26,47 @@ if(ATSC_PLATFORM STREQUAL "host")
   install(DIRECTORY platform/include/ platform/host/include/
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/atsc/platform COMPONENT dev)
 endif()
+
+# Documents, and the programs' man pages and settings.
+set(doc ${CMAKE_INSTALL_DATAROOTDIR}/doc)
+install(FILES README.md DESTINATION ${doc}/libatscbusservice-dev COMPONENT dev)
+install(FILES CHANGELOG.md DESTINATION ${doc}/libatscbusservice-dev COMPONENT dev)
+install(DIRECTORY docs DESTINATION ${doc}/libatscbusservice-dev COMPONENT dev)
+install(DIRECTORY examples DESTINATION ${doc}/libatscbusservice-dev COMPONENT dev)
+if(ATSC_PLATFORM STREQUAL "host")
+  find_program(HELP2MAN help2man)
+  find_program(GZIP gzip)
+  if(HELP2MAN AND GZIP AND NOT ATSC_SANITIZE)
+    # atsc_man_page(PROGRAM ABOUT): from what the program says of itself and packaging/man/PROGRAM.
+    function(atsc_man_page program about)
+      set(page ${PROJECT_BINARY_DIR}/${program}.1.gz)
+      set(make ${PROJECT_SOURCE_DIR}/packaging/man/make)
+      add_custom_command(OUTPUT ${page}
+        COMMAND ${make} ${program} ${PROJECT_VERSION} ${about} ${page}
+          ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:${program}>
+        DEPENDS ${program} ${make} ${PROJECT_SOURCE_DIR}/packaging/man/${program}
+        VERBATIM)
+      add_custom_target(${program}_man ALL DEPENDS ${page})
+      install(FILES ${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools OPTIONAL)
+    endfunction()
+    atsc_man_page(atsc-service "ATSC service of a television set, on a PC")
+    atsc_man_page(atsc-tv "TV application for the terminal")
+    atsc_man_page(psipmux "make transport streams of a sample broadcast")
+  else()
+    message(STATUS "No man pages: they need help2man and gzip, and a build without sanitizers")
+  endif()
+
+  set(completions ${CMAKE_INSTALL_DATAROOTDIR}/bash-completion/completions)
+  foreach(program atsc-service atsc-tv psipmux)
+    install(FILES packaging/bash-completion RENAME ${program} DESTINATION ${completions}
+      COMPONENT tools)
+  endforeach()
+  configure_file(packaging/atsc-service@.service.in atsc-service@.service @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/atsc-service@.service
+    DESTINATION lib/systemd/system COMPONENT tools)
+  # Below /etc, and so only when it is asked for by its component's name, as cpack does.
+  install(FILES packaging/default DESTINATION ${CMAKE_INSTALL_FULL_SYSCONFDIR}/default
+    RENAME atsc-service COMPONENT settings EXCLUDE_FROM_ALL)
+endif()
+
+include(cmake/DebianPackages.cmake)

@@ -8,13 +8,37 @@ usage() {
   sed -n '2,/^$/ { s/^# \{0,1\}//; p; }' "$0"
 }
 
-# configure KIND: installs what the kind needs and configures build/KIND with the preset of that
-# name, always with the same options, so that scripts share one build.
+# debian_mirror SUITE: prints the mirror of the distribution's main suite, as apt on this machine
+# knows it.
+debian_mirror() {
+  local suite=$1 mirror attempt
+  for attempt in known updated; do
+    # shellcheck disable=SC2016 # apt's own variable
+    mirror=$(apt-get indextargets --format '$(REPO_URI)' 'Identifier: Packages' \
+      "Codename: $suite" 'Component: main' | head -n 1)
+    if [[ -n $mirror ]]; then
+      echo "$mirror"
+      return
+    fi
+    [[ $attempt == updated ]] || "$root/scripts/deps" --update
+  done
+  echo "$(basename "$0"): apt has no source for the suite '$suite', component main" >&2
+  return 1
+}
+
+# configure KIND: installs what the kind needs and configures build/KIND, with the preset of that name
+# if there is one, always with the same options, so that scripts share one build.
 configure() {
   local kind=$1
-  local -a groups=(build test)
+  local -a groups=(build test) options=(--preset "$kind")
   case $kind in
     native) groups+=(bench) ;;
+    package)
+      groups=(build package)
+      options=(-B "$root/build/$kind" -G Ninja -DCMAKE_BUILD_TYPE=Release
+        -DCMAKE_INSTALL_PREFIX=/usr -DATSC_BUILD_TESTS=OFF -DATSC_BUILD_BENCH=OFF
+        -DATSC_PACKAGE_TEST=ON)
+      ;;
     fuzz | armhf) groups+=("$kind") ;;
   esac
   "$root/scripts/deps" "${groups[@]}"
@@ -28,7 +52,7 @@ configure() {
   else
     captures=
   fi
-  cmake -S "$root" --preset "$kind" -DATSC_CAPTURES_DIR="$captures" \
+  cmake -S "$root" "${options[@]}" -DATSC_CAPTURES_DIR="$captures" \
     -DCMAKE_CXX_COMPILER_LAUNCHER="$(command -v ccache || true)"
 }
 

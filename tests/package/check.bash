@@ -1,0 +1,46 @@
+# Sourced by the scripts that run in the tree.
+# shellcheck shell=bash
+
+set -euo pipefail
+
+fail() {
+  echo "FAILED: $*" >&2
+  exit 1
+}
+
+# install PACKAGE...: as a user would do it, without what is only recommended.
+install() {
+  apt-get -qq update
+  apt-get -qq --yes --no-install-recommends install "$@" >/tmp/apt.log 2>&1 ||
+    { cat /tmp/apt.log; fail "apt-get install $*"; }
+}
+
+# as_viewer COMMAND...: as the ordinary user, without network, where abstract sockets end.
+as_viewer() {
+  unshare --net runuser -u viewer -- env HOME=/home/viewer "$@"
+}
+
+# has FILE LINE...: the lines are in the file, whole.
+has() {
+  local file=$1 line
+  shift
+  for line in "$@"; do
+    grep -qxF -e "$line" "$file" || { cat "$file"; fail "no line: $line"; }
+  done
+}
+
+# start_service: starts atsc-service with the sample broadcast in the present folder and waits for
+# it.
+start_service() {
+  psipmux /usr/share/atsc/lineups/metro-air.json --out air --start 2026-04-22T19:00:00Z
+  SPDLOG_LEVEL=warn atsc-service --air air --db "$PWD/db" >service.log 2>&1 &
+  service=$!
+  grep -q '^atsc-service: ready' < <(timeout 20 tail -n +1 -f service.log) ||
+    { cat service.log; fail "atsc-service is not ready"; }
+}
+
+# stop_service: it ends as it should.
+stop_service() {
+  kill "$service"
+  wait "$service" || { cat service.log; fail "atsc-service ended with status $?"; }
+}

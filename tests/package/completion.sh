@@ -1,0 +1,58 @@
+#!/usr/bin/env bash
+# Usage: completion.sh
+#
+# Completes command lines of the installed programs and compares what is offered.
+
+set -uo pipefail
+
+# shellcheck source=/dev/null
+. /usr/share/bash-completion/bash_completion
+failed=0
+
+# expect LINE [WORD...]: what is offered at the end of the line, in the order of the alphabet.
+expect() {
+  local line=$1
+  shift
+  COMP_LINE=$line
+  COMP_POINT=${#line}
+  COMP_TYPE=9
+  COMP_KEY=9
+  read -ra COMP_WORDS <<<"$line"
+  [[ $line != *' ' ]] || COMP_WORDS+=('')
+  COMP_CWORD=$((${#COMP_WORDS[@]} - 1))
+  COMPREPLY=()
+  _completion_loader "${COMP_WORDS[0]}" >/dev/null 2>&1
+  _atsc "${COMP_WORDS[0]}" "${COMP_WORDS[COMP_CWORD]}" "${COMP_WORDS[COMP_CWORD - 1]}" 2>/dev/null
+  local offered
+  offered=$(printf '%s\n' "${COMPREPLY[@]}" | sed 's/ *$//' | sort | tr '\n' ' ')
+  if [[ ${offered% } != "$*" ]]; then
+    printf 'at "%s" offered: "%s", expected: "%s"\n' "$line" "${offered% }" "$*" >&2
+    failed=1
+  fi
+}
+
+folder=$(mktemp -d)
+trap 'rm -rf "$folder"' EXIT
+mkdir "$folder/air"
+touch "$folder/a.json" "$folder/a.txt"
+cd "$folder" || exit
+
+expect 'atsc-tv pa' parental
+expect 'atsc-tv parental re' region reset
+expect 'atsc-tv scan --' --db --freq --help --src --verbose --version
+expect 'atsc-tv --db scan play --src ' QAM VSB
+expect 'atsc-tv play --src Q' QAM
+expect 'atsc-tv play ' down stop up
+expect 'atsc-tv audio --dual m' mixed
+expect 'atsc-tv audio --prefer ' eng fre spa
+expect 'atsc-tv time --zone A' AKST AST
+expect 'atsc-tv time --mode ' auto manual
+expect 'atsc-tv eas alerts m' maximum medium
+expect 'atsc-tv parental check CAN' CAN-ENG CAN-FRA
+expect 'atsc-tv parental check USA-TV '
+expect 'atsc-tv channels --db a' air
+expect 'atsc-service --air a' air
+expect 'atsc-service --f' --fast
+expect 'psipmux a' a.json air
+expect 'psipmux a.json --out a' air
+exit "$failed"

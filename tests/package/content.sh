@@ -1,0 +1,56 @@
+#!/usr/bin/env bash
+# Usage: content.sh BUILD MULTIARCH
+#
+# Makes the packages of a build folder and compares their files with the list files.txt.
+
+set -euo pipefail
+
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+cd "$1"
+multiarch=$2
+
+fail() {
+  echo "FAILED: $*" >&2
+  exit 1
+}
+
+rm -f ./*.deb
+cpack >cpack.log 2>&1 || { cat cpack.log; fail cpack; }
+for package in *.deb; do
+  echo "${package%%_*}:"
+  # Documents and examples come and go.
+  dpkg-deb --fsys-tarfile "$package" | tar -t | grep -v '/$' |
+    sed -e 's,^\.,,' -e "s,/$multiarch/,/MULTIARCH/," -e 's,\.so\.[0-9]*\.[0-9.]*$,.so.VERSION,' |
+    grep -v '^/usr/share/doc/.*-dev/\(docs\|examples\)/\|CHANGELOG.md$' | LC_ALL=C sort
+done >files.txt
+diff -u "$here/files.txt" files.txt || fail "other files than tests/package/files.txt lists"
+
+depends() {
+  dpkg-deb --field "$1"_*.deb Depends
+}
+version=$(dpkg-deb --field libatscbusservice-dev_*.deb Version)
+for package in libatscbusservice-dev atsc-tools; do
+  [[ $(depends "$package") == *"libatscbusservice0 (= $version)"* ]] ||
+    fail "$package depends on: $(depends "$package")"
+done
+for library in libc6 libjsoncpp25 libsqlite3-0 libdvbpsi10 libspdlog1.10; do
+  [[ $(depends libatscbusservice0) == *$library* ]] || fail "libatscbusservice0 does not need $library"
+done
+for file in postinst postrm prerm conffiles; do
+  dpkg-deb --info atsc-tools_*.deb "$file" >/dev/null || fail "atsc-tools has no $file"
+done
+dpkg-deb --info libatscbusservice0_*.deb shlibs >/dev/null || fail "no shlibs"
+[[ $(dpkg-deb --info libatscbusservice0_*.deb postinst) == *ldconfig* ]] || fail "no ldconfig"
+
+# No path of the build machine, and nothing to debug with.
+rm -rf unpacked
+for package in *.deb; do
+  dpkg-deb --extract "$package" unpacked
+done
+for file in unpacked/usr/bin/* unpacked/usr/lib/"$multiarch"/*.so.*.*; do
+  readelf --dynamic "$file" | grep -E 'RPATH|RUNPATH' && fail "$file has a search path"
+  readelf --sections "$file" | grep -E '\.symtab|\.debug' && fail "$file is not stripped"
+done
+source=$(cd "$here/../.." && pwd)
+grep -rlF "$source" unpacked && fail "a path of the source tree is in a package"
+rm -rf unpacked

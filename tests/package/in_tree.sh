@@ -1,0 +1,124 @@
+#!/usr/bin/env bash
+# Usage: in_tree.sh CLEAN WORK PACKAGES PROGRAM [BOOTED]
+#
+# Runs the script PROGRAM of this folder as root in WORK, a copy of the clean tree CLEAN, with
+# processes and mounts of its own, of which nothing is left when it ends. There it finds this folder
+# as /tests and the packages of the folder PACKAGES in /packages. Then systemd is started in the
+# tree, if the script BOOTED is given, and runs that one; it has no network.
+
+set -euo pipefail
+
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+# shellcheck source=tests/package/root.bash
+. "$here/root.bash"
+
+clean=$(realpath "$1")
+work=$(realpath --canonicalize-missing "$2")
+packages=$3
+program=$4
+booted=${5-}
+
+mkdir -p "$(dirname "$work")" "$clean.archives/partial"
+rm -rf --one-file-system "$work"
+trap 'rm -rf --one-file-system "$work"' EXIT
+cp -a --reflink=auto "$clean" "$work"
+mkdir "$work/packages" "$work/tests"
+cp "$packages"/*.deb "$work/packages"
+cp "$here"/* "$work/tests"
+
+# Runs in namespaces of its own: mounts what a system has, makes the tree the root and becomes the
+# command. Nothing that the tree can write is the machine's.
+# shellcheck disable=SC2016 # expanded there
+enter='
+set -e
+mount --bind "$1" "$1"
+cd "$1"
+mount -t proc proc proc
+for part in sys sysrq-trigger; do
+  [ ! -e "proc/$part" ] || mount --bind "proc/$part" "proc/$part"
+  [ ! -e "proc/$part" ] || mount -o remount,bind,ro "proc/$part"
+done
+mount -t tmpfs -o mode=1777 tmpfs tmp
+mount -t tmpfs -o mode=755 tmpfs run
+mount -t tmpfs -o mode=755 tmpfs dev
+mkdir dev/pts dev/shm
+mknod -m 666 dev/null c 1 3
+mknod -m 666 dev/zero c 1 5
+mknod -m 666 dev/full c 1 7
+mknod -m 666 dev/random c 1 8
+mknod -m 666 dev/urandom c 1 9
+mknod -m 666 dev/tty c 5 0
+mount -t devpts -o newinstance,ptmxmode=0666 devpts dev/pts
+mount -t tmpfs -o mode=1777 tmpfs dev/shm
+ln -s pts/ptmx dev/ptmx
+ln -s /proc/self/fd dev/fd
+if [ "$2" = booted ]; then
+  mount -t sysfs -o ro sysfs sys
+  mount -t cgroup2 cgroup2 sys/fs/cgroup
+else
+  mount --bind "$2" var/cache/apt/archives
+fi
+pivot_root . mnt
+shift 2
+exec chroot . sh -c "umount -l /mnt; exec \"\$@\"" sh "$@"
+'
+
+# contain OPTIONS... -- ARCHIVES|booted COMMAND...: ends with the command, and with this script.
+contain() {
+  local -a options=()
+  while [[ $1 != -- ]]; do
+    options+=("$1")
+    shift
+  done
+  shift
+  setpriv --pdeathsig KILL unshare --mount --pid --fork --kill-child --ipc --propagation private \
+    "${options[@]}" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LC_ALL=C.UTF-8 \
+    DEBIAN_FRONTEND=noninteractive container=test ${http_proxy:+http_proxy="$http_proxy"} \
+    sh -c "$enter" sh "$work" "$@" </dev/null
+}
+
+# with_cgroups COMMAND...: with the machine's control groups in the folder mnt of the tree. That of
+# the systemd in the tree is atsc-package-test.
+with_cgroups() {
+  # shellcheck disable=SC2016 # expanded there
+  unshare --mount --propagation private sh -c '
+    folder=$1
+    shift
+    mount -t cgroup2 cgroup2 "$folder" && cd "$folder" && "$@"' sh "$work/mnt" "$@"
+}
+
+contain -- "$clean.archives" bash "/tests/$program"
+[[ -n $booted ]] || exit 0
+
+cat >"$work/etc/systemd/system/package-test.service" <<END
+[Unit]
+SuccessAction=exit-force
+FailureAction=exit-force
+SuccessActionExitStatus=0
+FailureActionExitStatus=1
+
+[Service]
+Type=oneshot
+ExecStart=bash /tests/$booted
+TimeoutStartSec=100
+StandardOutput=file:/output
+StandardError=inherit
+END
+end_cgroup() {
+  with_cgroups sh -c '[ ! -d atsc-package-test ] || find atsc-package-test -depth -type d -exec rmdir {} +'
+}
+if ! end_cgroup; then
+  echo "skipped: systemd would need control groups, version 2" >&2
+  exit 77
+fi
+trap 'end_cgroup; rm -rf --one-file-system "$work"' EXIT
+status=0
+(
+  # This process goes into the group, which the tree then sees as the whole.
+  # shellcheck disable=SC2016 # expanded there
+  with_cgroups sh -c 'mkdir atsc-package-test && echo "$1" >atsc-package-test/cgroup.procs' sh "$BASHPID"
+  contain --net --uts --cgroup -- booted /lib/systemd/systemd --show-status=0 \
+    --unit=package-test.service
+) || status=$?
+cat "$work/output"
+exit "$status"
