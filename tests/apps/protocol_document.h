@@ -6,7 +6,6 @@
 
 #include <fstream>
 #include <map>
-#include <regex>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -78,23 +77,34 @@ inline Json::Value readJson(const std::string& text, int line) {
   return value;
 }
 
+// Calls `found` with each text between backticks and what follows it.
+template <typename Found>
+void forEachName(const std::string& cell, Found found) {
+  size_t begin = cell.find('`');
+  while (begin != std::string::npos) {
+    const size_t end = cell.find('`', begin + 1);
+    if (end == std::string::npos) return;
+    found(cell.substr(begin + 1, end - begin - 1), cell.substr(end + 1));
+    begin = cell.find('`', end + 1);
+  }
+}
+
 // All texts between backticks.
 inline std::vector<std::string> names(const std::string& cell) {
-  static const std::regex name("`([^`]+)`");
   std::vector<std::string> all;
-  for (std::sregex_iterator it(cell.begin(), cell.end(), name), end; it != end; ++it) {
-    all.push_back((*it)[1]);
-  }
+  forEachName(cell, [&](const std::string& name, const std::string&) { all.push_back(name); });
   return all;
 }
 
 // The keys of a cell with their types: "`key` (type".
 inline std::map<std::string, std::string> keys(const std::string& cell) {
-  static const std::regex key("`(\\w+)` \\((string|integer|boolean|object|array)\\b");
   std::map<std::string, std::string> all;
-  for (std::sregex_iterator it(cell.begin(), cell.end(), key), end; it != end; ++it) {
-    all[(*it)[1]] = (*it)[2];
-  }
+  forEachName(cell, [&](const std::string& name, const std::string& rest) {
+    for (const char* type : {"string", "integer", "boolean", "object", "array"}) {
+      const std::string begin = std::string(" (") + type;
+      if (rest.compare(0, begin.size(), begin) == 0) all[name] = type;
+    }
+  });
   return all;
 }
 
@@ -138,10 +148,13 @@ inline void endReply(Example& example, std::string& reply) {
 }
 
 inline void addSqlLine(Statement& statement, const std::string& line, int number) {
-  static const std::regex parameter("\\.parameter set (:\\w+) (?:\"'(.*)'\"|(\\d+))");
-  std::smatch match;
-  if (std::regex_match(line, match, parameter)) {
-    statement.parameters[match[1]] = match[2].matched ? match[2] : match[3];
+  const std::string set = ".parameter set ";
+  if (begins(line, set)) {
+    // NAME NUMBER, or NAME "'TEXT'".
+    const size_t blank = line.find(' ', set.size());
+    std::string value = blank != std::string::npos ? line.substr(blank + 1) : "";
+    if (value.size() > 4 && begins(value, "\"'")) value = value.substr(2, value.size() - 4);
+    statement.parameters[line.substr(set.size(), blank - set.size())] = value;
   } else if (begins(line, "-- ")) {
     statement.rows.push_back(line.substr(3));
   } else if (statement.rows.empty()) {
