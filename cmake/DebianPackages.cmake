@@ -60,6 +60,7 @@ set(CPACK_DEBIAN_DEV_PACKAGE_NAME ${dev_package})
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEV_PACKAGE_SHLIBDEPS OFF)
 set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "${library_package} (= ${PROJECT_VERSION})")
+set(CPACK_DEBIAN_DEV_PACKAGE_SUGGESTS "libjsoncpp-dev, libsqlite3-dev")
 set(CPACK_DEBIAN_DEV_DESCRIPTION "ATSC service library of a digital television set: development files
 Headers, CMake package, pkg-config file, documents and examples for TV
 applications that use libatscbusservice, and for who brings it into a set.")

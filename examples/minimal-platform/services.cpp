@@ -13,6 +13,7 @@ namespace minimal {
 
 namespace {
 
+// In the order of their numbers on each input, in which they are listed.
 constexpr Service kServices[] = {
     {1, AI_INPUT_TERRESTRIAL, 177000000, 7, 1, 0x701, 1, "HARBOR"},
     {2, AI_INPUT_TERRESTRIAL, 177000000, 7, 2, 0x702, 2, "HARBOR2"},
