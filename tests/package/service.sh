@@ -40,6 +40,15 @@ runuser -u viewer -- atsc-service --db /tmp/other 2>/tmp/refused || status=$?
 [[ $status == 1 ]] || fail "a second service: status $status"
 grep -q 'a service runs already' /tmp/refused || fail "$(</tmp/refused)"
 
+# An upgrade leaves the new program running, with what the old one kept.
+process=$(show MainPID)
+dpkg --install /packages/libatscbusservice[0-9]*.deb /packages/atsc-tools*.deb >/tmp/dpkg.log 2>&1 ||
+  { cat /tmp/dpkg.log; fail "upgrade"; }
+[[ $(show ActiveState) == active && $(show MainPID) != "$process" ]] ||
+  fail "after an upgrade the service is $(show ActiveState), process $(show MainPID), was $process"
+runuser -u viewer -- atsc-tv channels --db "$db" >/tmp/channels || fail "channels after an upgrade"
+has /tmp/channels 'Terrestrial (VSB): 12 channels'
+
 systemctl stop "$unit"
 [[ $(show Result) == success ]] || fail "stopped: $(show Result)"
 [[ -z $(find /tmp -name '.BUS.*') ]] || fail "a socket is left"
@@ -49,3 +58,4 @@ DEBIAN_FRONTEND=noninteractive apt-get -qq --yes purge atsc-tools >/tmp/apt.log 
   { cat /tmp/apt.log; fail "purge"; }
 [[ $(show ActiveState) != active ]] || fail "the service runs on after the removal of its package"
 [[ ! -e /var/lib/atsc-service ]] || fail "databases are left"
+[[ -z $(find /etc/systemd -name 'atsc-service@*') ]] || fail "the unit is still enabled"
