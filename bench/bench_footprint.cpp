@@ -90,11 +90,9 @@ double seconds(Work work) {
 }
 
 double startSeconds(const std::string& air, const std::string& folder) {
-  double taken = 0;
   const auto begin = std::chrono::steady_clock::now();
   const Service service(air, folder);
-  taken = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
-  return taken;
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
 }
 
 // Waits for callbacks of the scan.
