@@ -17,16 +17,21 @@ expect() {
   COMP_POINT=${#line}
   COMP_TYPE=9
   COMP_KEY=9
-  read -ra COMP_WORDS <<<"$line"
+  # As the shell does it, "=" is a word.
+  read -ra COMP_WORDS <<<"${line//=/ = }"
   [[ $line != *' ' ]] || COMP_WORDS+=('')
   COMP_CWORD=$((${#COMP_WORDS[@]} - 1))
   COMPREPLY=()
   _completion_loader "${COMP_WORDS[0]}" >/dev/null 2>&1
-  _atsc "${COMP_WORDS[0]}" "${COMP_WORDS[COMP_CWORD]}" "${COMP_WORDS[COMP_CWORD - 1]}" 2>/dev/null
+  _atsc "${COMP_WORDS[0]}" "${COMP_WORDS[COMP_CWORD]}" "${COMP_WORDS[COMP_CWORD - 1]}" 2>errors
   local offered
   offered=$(printf '%s\n' "${COMPREPLY[@]}" | sed 's/ *$//' | sort | tr '\n' ' ')
   if [[ ${offered% } != "$*" ]]; then
     printf 'at "%s" offered: "%s", expected: "%s"\n' "$line" "${offered% }" "$*" >&2
+    failed=1
+  fi
+  if [[ -s errors ]]; then
+    printf 'at "%s" said: %s\n' "$line" "$(<errors)" >&2
     failed=1
   fi
 }
@@ -53,6 +58,17 @@ expect 'atsc-tv parental check USA-TV '
 expect 'atsc-tv channels --db a' air
 expect 'atsc-service --air a' air
 expect 'atsc-service --f' --fast
+expect 'atsc-service --air=/srv/air --f' --fast
+expect 'atsc-service --air=a' air
 expect 'psipmux a' a.json air
 expect 'psipmux a.json --out a' air
+# What is typed is compared and never run, nor a pattern.
+# shellcheck disable=SC2016
+for word in '-a/b/;etouch${IFS}ran;#' '-a/b/w written' '$(touch ran)' '`touch ran`' '[' '.*'; do
+  expect "atsc-tv $word parental re" region reset
+done
+if [[ -e ran || -e written ]]; then
+  echo 'a word of the command line was run' >&2
+  failed=1
+fi
 exit "$failed"
