@@ -77,7 +77,7 @@ if(ATSC_PLATFORM STREQUAL "host")
 atsc-service receives the broadcast of a folder of transport streams, atsc-tv
 is a TV application for the terminal, psipmux makes sample broadcasts.")
   set(CPACK_DEBIAN_TOOLS_PACKAGE_CONTROL_EXTRA ${PROJECT_BINARY_DIR}/conffiles)
-  file(WRITE ${PROJECT_BINARY_DIR}/conffiles "${CMAKE_INSTALL_FULL_SYSCONFDIR}/default/atsc-service\n")
+  file(WRITE ${PROJECT_BINARY_DIR}/conffiles "/etc/default/atsc-service\n")
   foreach(script postinst prerm postrm)
     list(APPEND CPACK_DEBIAN_TOOLS_PACKAGE_CONTROL_EXTRA
       ${PROJECT_SOURCE_DIR}/packaging/debian/${script})

@@ -5,22 +5,28 @@ include(CMakePackageConfigHelpers)
 install(DIRECTORY include/atsc DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT dev)
 install(EXPORT atscbusservice NAMESPACE atsc:: FILE atscbusserviceTargets.cmake
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/atscbusservice COMPONENT dev)
-configure_package_config_file(cmake/atscbusserviceConfig.cmake.in atscbusserviceConfig.cmake
+# In a folder where find_package() does not look: what it would find cannot be used from here.
+set(made ${PROJECT_BINARY_DIR}/packaging)
+configure_package_config_file(cmake/atscbusserviceConfig.cmake.in
+  ${made}/atscbusserviceConfig.cmake
   INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/atscbusservice
   NO_SET_AND_CHECK_MACRO)
-write_basic_package_version_file(atscbusserviceConfigVersion.cmake COMPATIBILITY SameMinorVersion)
-install(FILES ${PROJECT_BINARY_DIR}/atscbusserviceConfig.cmake
-  ${PROJECT_BINARY_DIR}/atscbusserviceConfigVersion.cmake
+write_basic_package_version_file(${made}/atscbusserviceConfigVersion.cmake COMPATIBILITY SameMinorVersion)
+install(FILES ${made}/atscbusserviceConfig.cmake ${made}/atscbusserviceConfigVersion.cmake
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/atscbusservice COMPONENT dev)
-# The prefix is known when it is installed: `cmake --install --prefix` may name another one.
-install(CODE "set(ATSC_PC_IN \"${PROJECT_SOURCE_DIR}/cmake/atscbusservice.pc.in\")
-  set(ATSC_PC_OUT \"${PROJECT_BINARY_DIR}/atscbusservice.pc\")
-  set(PROJECT_VERSION ${PROJECT_VERSION})
-  set(LIBDIR ${CMAKE_INSTALL_LIBDIR})
-  set(INCLUDEDIR ${CMAKE_INSTALL_INCLUDEDIR})
-  configure_file(\${ATSC_PC_IN} \${ATSC_PC_OUT} @ONLY)" COMPONENT dev)
-install(FILES ${PROJECT_BINARY_DIR}/atscbusservice.pc
-  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
+# atsc_install_configured(TEMPLATE DESTINATION COMPONENT): configures a file when it is installed, as the
+# prefix is known only then: `cmake --install --prefix` may name another one.
+function(atsc_install_configured template destination component)
+  get_filename_component(name ${template} NAME_WLE)
+  install(CODE "set(PROJECT_VERSION ${PROJECT_VERSION})
+    set(BINDIR \"${CMAKE_INSTALL_BINDIR}\")
+    set(LIBDIR \"${CMAKE_INSTALL_LIBDIR}\")
+    set(INCLUDEDIR \"${CMAKE_INSTALL_INCLUDEDIR}\")
+    configure_file(\"${PROJECT_SOURCE_DIR}/${template}\" \"${made}/${name}\" @ONLY)"
+    COMPONENT ${component})
+  install(FILES ${made}/${name} DESTINATION ${destination} COMPONENT ${component})
+endfunction()
+atsc_install_configured(cmake/atscbusservice.pc.in ${CMAKE_INSTALL_LIBDIR}/pkgconfig dev)
 if(ATSC_PLATFORM STREQUAL "host")
   # The interfaces that a platform provides, and the control of this one.
   install(DIRECTORY platform/include/ platform/host/include/
@@ -42,7 +48,7 @@ if(ATSC_PLATFORM STREQUAL "host")
       set(page ${PROJECT_BINARY_DIR}/${program}.1.gz)
       set(make ${PROJECT_SOURCE_DIR}/packaging/man/make)
       add_custom_command(OUTPUT ${page}
-        COMMAND ${make} ${program} ${PROJECT_VERSION} ${about} ${page}
+        COMMAND ${make} ${program} ${PROJECT_VERSION} ${about} ${CMAKE_INSTALL_FULL_DATADIR} ${page}
           ${CMAKE_CROSSCOMPILING_EMULATOR} $<TARGET_FILE:${program}>
         DEPENDS ${program} ${make} ${PROJECT_SOURCE_DIR}/packaging/man/${program}
         VERBATIM)
@@ -61,11 +67,9 @@ if(ATSC_PLATFORM STREQUAL "host")
     install(FILES packaging/bash-completion RENAME ${program} DESTINATION ${completions}
       COMPONENT tools)
   endforeach()
-  configure_file(packaging/atsc-service@.service.in atsc-service@.service @ONLY)
-  install(FILES ${PROJECT_BINARY_DIR}/atsc-service@.service
-    DESTINATION lib/systemd/system COMPONENT tools)
-  # Below /etc, and so only when it is asked for by its component's name, as cpack does.
-  install(FILES packaging/default DESTINATION ${CMAKE_INSTALL_FULL_SYSCONFDIR}/default
+  atsc_install_configured(packaging/atsc-service@.service.in lib/systemd/system tools)
+  # Not below the prefix, and so only when it is asked for by its component's name, as cpack does.
+  install(FILES packaging/default DESTINATION /etc/default
     RENAME atsc-service COMPONENT settings EXCLUDE_FROM_ALL)
 endif()
 
