@@ -2,7 +2,7 @@
 #ifndef ATSC_PLATFORM_AICC_H_
 #define ATSC_PLATFORM_AICC_H_
 
-#include "aisrv.h"
+#include <aisrv.h>
 
 #ifdef __cplusplus
 extern "C" {

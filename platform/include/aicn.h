@@ -4,7 +4,7 @@
 #ifndef ATSC_PLATFORM_AICN_H_
 #define ATSC_PLATFORM_AICN_H_
 
-#include "aisrv.h"
+#include <aisrv.h>
 
 #ifdef __cplusplus
 extern "C" {

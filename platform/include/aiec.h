@@ -5,7 +5,7 @@
 #ifndef ATSC_PLATFORM_AIEC_H_
 #define ATSC_PLATFORM_AIEC_H_
 
-#include "aisrv.h"
+#include <aisrv.h>
 
 #ifdef __cplusplus
 extern "C" {

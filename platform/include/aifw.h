@@ -5,8 +5,8 @@
 #ifndef ATSC_PLATFORM_AIFW_H_
 #define ATSC_PLATFORM_AIFW_H_
 
-#include "aipc.h"
-#include "aisrv.h"
+#include <aipc.h>
+#include <aisrv.h>
 
 #ifdef __cplusplus
 extern "C" {

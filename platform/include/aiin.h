@@ -2,7 +2,7 @@
 #ifndef ATSC_PLATFORM_AIIN_H_
 #define ATSC_PLATFORM_AIIN_H_
 
-#include "middleware_types.h"
+#include <middleware_types.h>
 
 #ifdef __cplusplus
 extern "C" {

@@ -6,7 +6,7 @@
 #ifndef ATSC_PLATFORM_AIPC_H_
 #define ATSC_PLATFORM_AIPC_H_
 
-#include "middleware_types.h"
+#include <middleware_types.h>
 
 #ifdef __cplusplus
 extern "C" {

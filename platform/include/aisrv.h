@@ -4,7 +4,7 @@
 #ifndef ATSC_PLATFORM_AISRV_H_
 #define ATSC_PLATFORM_AISRV_H_
 
-#include "middleware_types.h"
+#include <middleware_types.h>
 
 #ifdef __cplusplus
 extern "C" {
