@@ -1,474 +1,22 @@
+// The middleware's functions, by module.
 #include <aiaud.h>
 #include <aicc.h>
 #include <aicn.h>
+#include <aics.h>
 #include <aiec.h>
 #include <aife.h>
 #include <aifw.h>
 #include <aiin.h>
 #include <aipc.h>
 #include <aipt.h>
+#include <aisrv.h>
 #include <aist.h>
 #include <aiup.h>
 #include <aivc.h>
 #include <osal.h>
 #include <rmgr.h>
 
-#include <algorithm>
-#include <atomic>
-#include <cstring>
-#include <map>
-#include <mutex>
-#include <tuple>
-#include <type_traits>
-#include <unordered_map>
-
-#include "fake.h"
-
-namespace fake {
-
-void resetBus();
-extern std::atomic<bool> g_recording;
-
-namespace {
-
-struct State {
-  std::vector<std::string> calls;
-  std::map<std::string, int> results;
-  std::map<uint32_t, std::vector<Service>> services;
-  std::unordered_map<uint64_t, std::vector<AISRV_pid_info>> pids;  // by serviceKey()
-  std::function<void(const std::string&)> hook;
-  bool countIsClaimed = false;
-  uint32_t claimedCount = 0;
-  uint32_t time = 1000;
-  bool hasCurrent = false;
-  Service current;
-  int currentInput = AI_INPUT_TERRESTRIAL;
-  uint32_t tunedFrequency = 0;
-  int32_t languages[2] = {AICN_LANGUAGE_ENGLISH, AICN_LANGUAGE_ENGLISH};
-  AIST_system_time_info timeInfo{};
-  AIST_time_date timeDate{};
-  AICC_cc_service_data captions{};
-  Service modified;
-  Parental parental;
-  AIPC_dime_t storedRating{};
-  std::string checkedRating;
-  std::vector<int> indexStatuses;
-  AICS_scan_callback callback = nullptr;
-  AICS_search_request search{};
-  std::unordered_map<uint64_t, std::vector<Event>> events;  // by serviceKey()
-  bool eventCountIsClaimed = false;
-  uint16_t claimedEventCount = 0;
-  AIFW_event_update_data update{};
-  uint8_t alertPriority = 0;
-  AIFW_app_callback eventCallback = nullptr;
-  uint32_t timers = 0;
-  OSAL_timer_handler timerHandler = nullptr;
-  void* timerArgument = nullptr;
-};
-
-std::mutex g_mutex;
-
-uint64_t serviceKey(const AISRV_service_id& id) {
-  return uint64_t{id.input_source} << 32 | id.service_rec;
-}
-
-State& state() {
-  static State* instance = new State;
-  return *instance;
-}
-
-std::string text(long long value) { return std::to_string(value); }
-
-std::string text(const char* string) { return string; }
-
-std::string text(const void* pointer) { return pointer != nullptr ? "*" : "null"; }
-
-// Copies what the middleware answers, unless the call fails.
-template <typename Record>
-int answer(int status, const Record& from, Record* to) {
-  std::lock_guard<std::mutex> lock(g_mutex);
-  if (status == 0) *to = from;
-  return status;
-}
-
-// The bytes of the noise that are left, under their own lock: callers hold g_mutex.
-std::mutex g_noiseMutex;
-std::string g_noise;
-size_t g_noiseUsed = 0;
-std::atomic<bool> g_noisy{false};
-
-// 0 when the noise is used up.
-uint8_t noiseByte() {
-  std::lock_guard<std::mutex> lock(g_noiseMutex);
-  if (g_noiseUsed < g_noise.size()) return static_cast<uint8_t>(g_noise[g_noiseUsed++]);
-  g_noisy = false;
-  return 0;
-}
-
-void noiseBytes(void* to, size_t count) {
-  for (size_t i = 0; i < count; ++i) static_cast<uint8_t*>(to)[i] = noiseByte();
-}
-
-// Lets the noise change a number or a record without texts.
-template <typename Record>
-void disturb(Record& record) {
-  if (!g_noisy) return;
-  const uint8_t how = noiseByte();
-  uint8_t* const bytes = reinterpret_cast<uint8_t*>(&record);
-  uint16_t offset = 0;
-  switch (how & 3) {
-    case 0:  // nothing
-      break;
-    case 1:  // its beginning
-      noiseBytes(bytes, std::min<size_t>(how >> 2, sizeof record));
-      break;
-    case 2:  // a field
-      noiseBytes(&offset, sizeof offset);
-      offset = static_cast<uint16_t>(offset % sizeof record);
-      noiseBytes(bytes + offset, std::min<size_t>((how >> 2 & 3) + 1, sizeof record - offset));
-      break;
-    default:  // all
-      memset(bytes, noiseByte(), sizeof record);
-      break;
-  }
-}
-
-// The text, which has at most what was lent, may become other bytes, claim another length or
-// encoding, or none.
-void disturb(multiple_lang_t& text) {
-  if (!g_noisy) return;
-  const uint8_t how = noiseByte();
-  if (text.text != nullptr) noiseBytes(text.text, std::min<size_t>(how >> 3, text.length));
-  if ((how & 1) != 0) noiseBytes(&text.length, sizeof text.length);
-  if ((how & 2) != 0) text.encoding = noiseByte();
-  if ((how & 7) == 7) text.text = nullptr;
-}
-
-void disturb(AISRV_service_info& service) {
-  multiple_lang_t name = service.name;
-  disturb<AISRV_service_info>(service);
-  disturb(name);
-  service.name = name;
-}
-
-void disturb(AIEC_event_info& event) {
-  multiple_lang_t name = event.name;
-  multiple_lang_t rating = event.rating;
-  disturb<AIEC_event_info>(event);
-  disturb(name);
-  disturb(rating);
-  event.name = name;
-  event.rating = rating;
-}
-
-// A count of services becomes another small one, or more than there can be.
-void disturbCount(uint32_t& count) {
-  uint8_t small = static_cast<uint8_t>(count);
-  disturb(small);
-  if (small != static_cast<uint8_t>(count)) count = small < UINT8_MAX ? small % 16 : UINT32_MAX;
-}
-
-// What the caller gets in a record of its own; other arguments stay.
-template <typename Record>
-void disturbAnswer(Record* record) {
-  if constexpr (!std::is_const_v<Record> && !std::is_void_v<Record>) {
-    if (record != nullptr) disturb(*record);
-  }
-}
-template <typename Value>
-std::enable_if_t<!std::is_pointer_v<Value>> disturbAnswer(Value) {}
-
-// A call while it is answered: its status; at its end the noise gets at what was answered.
-template <typename... Arguments>
-class Call {
- public:
-  Call(int status, Arguments... arguments) : status_(status), arguments_(arguments...) {}
-  Call(const Call&) = delete;
-  Call& operator=(const Call&) = delete;
-  ~Call() {
-    if (!g_noisy) return;
-    std::apply([](auto... argument) { (disturbAnswer(argument), ...); }, arguments_);
-  }
-
-  operator int() const { return status_; }
-
- private:
-  const int status_;
-  const std::tuple<Arguments...> arguments_;
-};
-
-// Records a call; its status is the one set for it.
-template <typename... Arguments>
-Call<Arguments...> called(const char* function, Arguments... arguments) {
-  int status = 0;
-  if (g_recording) {
-    std::string listed;
-    ((listed += (listed.empty() ? "" : ",") + text(arguments)), ...);
-    const std::string call = std::string(function) + "(" + listed + ")";
-    std::function<void(const std::string&)> hook;
-    {
-      std::lock_guard<std::mutex> lock(g_mutex);
-      state().calls.push_back(call);
-      const auto result = state().results.find(function);
-      if (result != state().results.end()) status = result->second;
-      hook = state().hook;
-    }
-    if (hook) hook(call);
-  }
-  if (g_noisy && noiseByte() >= 0xF0) noiseBytes(&status, sizeof status);
-  return {status, arguments...};
-}
-
-void copyService(const Service& from, AISRV_service_info& to) {
-  const multiple_lang_t lent = to.name;
-  to = from.info;
-  to.name = lent;
-  to.name.length = static_cast<uint16_t>(
-      std::min<size_t>(from.name.size(), lent.text != nullptr ? lent.length : 0));
-  if (to.name.length > 0) memcpy(to.name.text, from.name.data(), to.name.length);
-  to.name.encoding = from.nameEncoding;
-}
-
-void copyText(const std::string& from, uint32_t encoding, multiple_lang_t& to) {
-  to.length = static_cast<uint16_t>(std::min<size_t>(from.size(), to.length));
-  if (to.length > 0) memcpy(to.text, from.data(), to.length);
-  to.encoding = encoding;
-}
-
-void copyText(const Text& from, multiple_lang_t& to) {
-  copyText(from.bytes, from.encoding, to);
-  disturb(to);
-  if (from.claimedLength != 0) to.length = from.claimedLength;
-}
-
-// Answers a call about parental control.
-template <typename Fill>
-int answerParental(int status, Fill fill) {
-  std::lock_guard<std::mutex> lock(g_mutex);
-  if (status == 0) fill(state().parental);
-  return status;
-}
-
-// The event that a key names, null when there is none; under g_mutex.
-const Event* findEvent(const AIEC_event_key& key, uint32_t offset) {
-  const auto found = state().events.find(serviceKey({key.service_rec, key.input_source}));
-  const uint64_t index = uint64_t{key.event_index} + offset;
-  if (found == state().events.end() || index >= found->second.size()) return nullptr;
-  return &found->second[index];
-}
-
-// As the functions that fetch one event.
-void copyEvent(const AIEC_event_key& key, uint32_t offset, AIEC_event_info& to, uint16_t* copied) {
-  const Event* from = findEvent(key, offset);
-  *copied = from != nullptr ? 1 : 0;
-  if (from == nullptr) return;
-  multiple_lang_t name = to.name;
-  multiple_lang_t rating = to.rating;
-  to = from->info;
-  to.key = {key.service_rec, key.input_source, key.event_index + offset};
-  copyText(from->name, from->nameEncoding, name);
-  copyText(from->rating, from->ratingEncoding, rating);
-  to.name = name;
-  to.rating = rating;
-}
-
-}  // namespace
-
-std::string utf16(const std::string& ascii) {
-  std::string bytes;
-  for (const char c : ascii) {
-    bytes += '\0';
-    bytes += c;
-  }
-  return bytes;
-}
-
-Service service(uint16_t major, uint16_t minor, uint32_t frequency, const std::string& name,
-                uint32_t input) {
-  Service made;
-  made.info.service_id = {static_cast<uint32_t>(major * 100 + minor), input};
-  made.info.service_type = AISRV_TYPE_TV;
-  made.info.major = major;
-  made.info.minor = minor;
-  made.info.frequency = frequency;
-  made.info.source_id = minor;
-  made.info.modulation = input == AI_INPUT_TERRESTRIAL ? AI_MODULATION_8VSB : AI_MODULATION_QAM;
-  made.info.AISRV_flags_ = AISRV_FLAG_VISIBLE;
-  made.info.transport_stream_id = 4711;
-  made.name = utf16(name);
-  AISRV_pid_info video{};
-  video.stream_type = 0x02;
-  video.pid = 49;
-  AISRV_pid_info audio{};
-  audio.stream_type = 0x81;
-  audio.pid = 52;
-  memcpy(audio.language, "eng", 3);
-  made.pids = {video, audio};
-  return made;
-}
-
-void setNoise(std::string bytes) {
-  std::lock_guard<std::mutex> lock(g_noiseMutex);
-  g_noise = std::move(bytes);
-  g_noiseUsed = 0;
-  g_noisy = !g_noise.empty();
-}
-
-void reset() {
-  resetBus();
-  setNoise({});
-  std::lock_guard<std::mutex> lock(g_mutex);
-  state() = State();
-}
-
-std::vector<std::string> calls() {
-  std::lock_guard<std::mutex> lock(g_mutex);
-  return state().calls;
-}
-
-void onCall(std::function<void(const std::string&)> hook) {
-  std::lock_guard<std::mutex> lock(g_mutex);
-  state().hook = std::move(hook);
-}
-
-void setResult(const std::string& function, int status) {
-  std::lock_guard<std::mutex> lock(g_mutex);
-  state().results[function] = status;
-}
-
-void setServices(uint32_t input, std::vector<Service> services) {
-  std::lock_guard<std::mutex> lock(g_mutex);
-  for (const Service& service : services) {
-    state().pids[serviceKey(service.info.service_id)] = service.pids;
-  }
-  state().services[input] = std::move(services);
-}
-
-void claimCount(uint32_t count) {
-  std::lock_guard<std::mutex> lock(g_mutex);
-  state().countIsClaimed = true;
-  state().claimedCount = count;
-}
-
-void setEvents(const Service& service, std::vector<Event> events) {
-  std::lock_guard<std::mutex> lock(g_mutex);
-  state().events[serviceKey(service.info.service_id)] = std::move(events);
-}
-
-void claimEventCount(uint16_t count) {
-  std::lock_guard<std::mutex> lock(g_mutex);
-  state().eventCountIsClaimed = true;
-  state().claimedEventCount = count;
-}
-
-void setUpdatedSources(std::vector<uint32_t> ids) {
-  std::lock_guard<std::mutex> lock(g_mutex);
-  state().update.count = static_cast<uint32_t>(ids.size());
-  std::copy_n(ids.begin(), std::min<size_t>(ids.size(), AIFW_MAX_UPDATED_SOURCES),
-              state().update.source_ids);
-}
-
-void claimUpdatedSources(uint32_t count) {
-  std::lock_guard<std::mutex> lock(g_mutex);
-  state().update.count = count;
-}
-
-void setAlertPriority(uint8_t priority) {
-  std::lock_guard<std::mutex> lock(g_mutex);
-  state().alertPriority = priority;
-}
-
-AIFW_app_callback eventCallback() {
-  std::lock_guard<std::mutex> lock(g_mutex);
-  return state().eventCallback;
-}
-
-bool fireTimer() {
-  OSAL_timer_handler handler = nullptr;
-  void* argument = nullptr;
-  {
-    std::lock_guard<std::mutex> lock(g_mutex);
-    std::swap(handler, state().timerHandler);
-    argument = state().timerArgument;
-  }
-  if (handler != nullptr) handler(argument, 0);
-  return handler != nullptr;
-}
-
-void setTime(uint32_t seconds) {
-  std::lock_guard<std::mutex> lock(g_mutex);
-  state().time = seconds;
-}
-
-void setCurrent(const Service& service, int input) {
-  std::lock_guard<std::mutex> lock(g_mutex);
-  state().hasCurrent = true;
-  state().current = service;
-  state().currentInput = input;
-}
-
-void setTunedFrequency(uint32_t frequency) {
-  std::lock_guard<std::mutex> lock(g_mutex);
-  state().tunedFrequency = frequency;
-}
-
-void setLanguages(int32_t first, int32_t second) {
-  std::lock_guard<std::mutex> lock(g_mutex);
-  state().languages[0] = first;
-  state().languages[1] = second;
-}
-
-void setTimeInfo(const AIST_system_time_info& info) {
-  std::lock_guard<std::mutex> lock(g_mutex);
-  state().timeInfo = info;
-}
-
-void setTimeDate(const AIST_time_date& date) {
-  std::lock_guard<std::mutex> lock(g_mutex);
-  state().timeDate = date;
-}
-
-void setCaptions(const AICC_cc_service_data& captions) {
-  std::lock_guard<std::mutex> lock(g_mutex);
-  state().captions = captions;
-}
-
-void setParental(const Parental& parental) {
-  std::lock_guard<std::mutex> lock(g_mutex);
-  state().parental = parental;
-}
-
-AIPC_dime_t storedRating() {
-  std::lock_guard<std::mutex> lock(g_mutex);
-  return state().storedRating;
-}
-
-std::string checkedRating() {
-  std::lock_guard<std::mutex> lock(g_mutex);
-  return state().checkedRating;
-}
-
-Service modifiedService() {
-  std::lock_guard<std::mutex> lock(g_mutex);
-  return state().modified;
-}
-
-void setIndexStatus(std::vector<int> statuses) {
-  std::lock_guard<std::mutex> lock(g_mutex);
-  state().indexStatuses = std::move(statuses);
-}
-
-AICS_scan_callback scanCallback() {
-  std::lock_guard<std::mutex> lock(g_mutex);
-  return state().callback;
-}
-
-AICS_search_request lastSearch() {
-  std::lock_guard<std::mutex> lock(g_mutex);
-  return state().search;
-}
-
-}  // namespace fake
+#include "fake_state.h"
 
 using fake::called;
 using fake::g_mutex;
@@ -476,56 +24,18 @@ using fake::state;
 
 extern "C" {
 
-int AISRV_get_total_services(uint32_t input, uint32_t mask, const AISRV_query_filter* filter,
-                             uint32_t reserved, uint32_t* count) {
-  const auto status =
-      called(__func__, input, mask, filter, reserved, static_cast<const void*>(count));
-  std::lock_guard<std::mutex> lock(g_mutex);
-  *count = state().countIsClaimed ? state().claimedCount
-                                  : static_cast<uint32_t>(state().services[input].size());
-  fake::disturbCount(*count);
-  return status;
+// AIAUD
+
+int AIAUD_set_dual_mode(uint32_t mode) { return called(__func__, mode); }
+
+// AICC
+
+int AICC_get_cc_service_data(uint32_t path, const AISRV_service_info* service,
+                             AICC_cc_service_data* data) {
+  return fake::answer(called(__func__, path, service, data), state().captions, data);
 }
 
-int AISRV_get_n_services(uint32_t input, uint32_t mask, uint32_t first,
-                         const AISRV_query_filter* filter, uint32_t reserved1, uint32_t reserved2,
-                         uint32_t* count, AISRV_service_info* records) {
-  const auto status = called(__func__, input, mask, first, filter, reserved1, reserved2,
-                             static_cast<const void*>(count), records);
-  std::lock_guard<std::mutex> lock(g_mutex);
-  const std::vector<fake::Service>& services = state().services[input];
-  const uint32_t capacity = *count;
-  const uint32_t copied = std::min<uint32_t>(capacity, static_cast<uint32_t>(services.size()));
-  for (uint32_t i = 0; i < copied; ++i) {
-    fake::copyService(services[i], records[i]);
-    if (i > 0) fake::disturb(records[i]);  // the first one as every answer
-  }
-  *count = state().countIsClaimed ? state().claimedCount : copied;
-  // Where many fit, many rows would take their time.
-  if (capacity <= UINT8_MAX) fake::disturbCount(*count);
-  return status;
-}
-
-int AISRV_get_pid_details(const AISRV_service_info* service, AISRV_pid_details* details) {
-  const auto status = called(__func__, service, details);
-  std::lock_guard<std::mutex> lock(g_mutex);
-  const auto known = state().pids.find(fake::serviceKey(service->service_id));
-  if (known != state().pids.end()) {
-    details->count = static_cast<uint32_t>(known->second.size());
-    std::copy_n(known->second.begin(), std::min<size_t>(known->second.size(), AISRV_MAX_PIDS),
-                details->pids);
-  }
-  return status;
-}
-
-int AISRV_sync_to_database(void) { return called(__func__); }
-
-int AIST_get_cur_time_secs(uint32_t* seconds) {
-  const auto status = called(__func__, seconds);
-  std::lock_guard<std::mutex> lock(g_mutex);
-  *seconds = state().time;
-  return status;
-}
+// AICN
 
 int AICN_get_current(AISRV_service_info* record) {
   const auto status = called(__func__, record);
@@ -546,6 +56,28 @@ int AICN_get_curr_input_source(void) {
 int AICN_get_chan_state(void) { return called(__func__); }
 int AICN_set_skip_play_srv(int skip) { return called(__func__, skip); }
 
+int AICN_get_tuner_mode(void) {
+  called(__func__);
+  std::lock_guard<std::mutex> lock(g_mutex);
+  int input = state().currentInput;
+  fake::disturb(input);
+  return input;
+}
+
+int AICN_set_play_from_ap(int from_application) { return called(__func__, from_application); }
+int AICN_set_pref_aud_lang(int32_t language) { return called(__func__, language); }
+int AICN_set_sec_pref_aud_lang(int32_t language) { return called(__func__, language); }
+
+int AICN_get_pref_aud_lang(int32_t* language) {
+  return fake::answer(called(__func__, language), state().languages[0], language);
+}
+
+int AICN_get_sec_pref_aud_lang(int32_t* language) {
+  return fake::answer(called(__func__, language), state().languages[1], language);
+}
+
+// AICS
+
 int AICS_start_search(const AICS_search_request* request, AICS_scan_callback callback) {
   const auto status = called(__func__, request->search_type, request->always_2, request->frequency,
                              request->source);
@@ -557,21 +89,7 @@ int AICS_start_search(const AICS_search_request* request, AICS_scan_callback cal
 
 int AICS_stop_scan(void) { return called(__func__); }
 
-int AIIN_get_input_details(uint32_t input, uint8_t* flag, AIIN_input_t* details,
-                           uint32_t reserved) {
-  const auto status = called(__func__, input, *flag, details, reserved);
-  details->type = input;
-  details->tuner = 1;
-  details->handle = 7000 + input;
-  return status;
-}
-
-int AIFE_get_tuning_details(uint32_t tuner, uint32_t path, AIFE_tuning_details* details) {
-  const auto status = called(__func__, tuner, path, details);
-  std::lock_guard<std::mutex> lock(g_mutex);
-  details->frequency = state().tunedFrequency;
-  return status;
-}
+// AIEC
 
 int AIEC_get_total_events(const AISRV_service_info* service, uint16_t* count) {
   const auto status = called(__func__, service, count);
@@ -622,6 +140,27 @@ int AIEC_get_event_description(const AIEC_event_key* event, multiple_lang_t* tex
   return status;
 }
 
+int AIEC_check_rating(const AISRV_service_info* service) {
+  called(__func__, service->major, service->minor);
+  std::lock_guard<std::mutex> lock(g_mutex);
+  int verdict = state().parental.verdict;
+  fake::disturb(verdict);
+  return verdict;
+}
+
+// AIFE
+
+int AIFE_get_tuning_details(uint32_t tuner, uint32_t path, AIFE_tuning_details* details) {
+  const auto status = called(__func__, tuner, path, details);
+  std::lock_guard<std::mutex> lock(g_mutex);
+  details->frequency = state().tunedFrequency;
+  return status;
+}
+
+int AIFE_tune_stop_request(uint32_t tuner, uint32_t path) { return called(__func__, tuner, path); }
+
+// AIFW
+
 int AIFW_register_frmwrk_app_cb(AIFW_app_callback callback) {
   const auto status = called(__func__, reinterpret_cast<const void*>(callback));
   std::lock_guard<std::mutex> lock(g_mutex);
@@ -643,6 +182,290 @@ int AIFW_get_EAS_priority(uint8_t* priority) {
   return status;
 }
 
+int AIFW_powerTransition_request(int powerdown) { return called(__func__, powerdown); }
+int AIFW_play_src(uint32_t path, uint32_t input) { return called(__func__, path, input); }
+int AIFW_play_curr_src(void) { return called(__func__); }
+int AIFW_handle_tuner_mode_change(int mode) { return called(__func__, mode); }
+int AIFW_change_audio(uint8_t track) { return called(__func__, track); }
+
+int AIFW_modify_service(uint32_t operation, const AISRV_service_info* record) {
+  const auto status = called(__func__, operation, record);
+  std::lock_guard<std::mutex> lock(g_mutex);
+  state().modified.info = *record;
+  state().modified.name.assign(reinterpret_cast<const char*>(record->name.text),
+                               record->name.text != nullptr ? record->name.length : 0);
+  return status;
+}
+
+int AIFW_get_curr_region(AIPC_region_list_t* region) {
+  return fake::answerParental(called(__func__, region),
+                              [&](const fake::Parental& p) { region->region = p.region; });
+}
+
+int AIFW_set_curr_region(int32_t region) { return called(__func__, region); }
+int AIFW_pwd_unlocked_no_checking_status(int unlocked) { return called(__func__, unlocked); }
+
+int AIFW_user_eas_setting(int32_t* value, int direction) {
+  const auto status = called(__func__, *value, direction);
+  return fake::answerParental(status, [&](const fake::Parental& p) { *value = p.alertSetting; });
+}
+
+int AIFW_disable_optional_eas_event_id_check(int32_t* value, int direction) {
+  const auto status = called(__func__, *value, direction);
+  *value = 1;  // also when it fails
+  return fake::answerParental(status, [&](const fake::Parental& p) { *value = p.alertSetting; });
+}
+
+int AIFW_enable_eas_cable_only(int32_t* value, int direction) {
+  const auto status = called(__func__, *value, direction);
+  *value = 1;  // also when it fails
+  return fake::answerParental(status, [&](const fake::Parental& p) { *value = p.alertSetting; });
+}
+
+int AIFW_init(int mode) { return called(__func__, mode); }
+
+int AIFW_play_first_service(uint32_t input, uint32_t frequency) {
+  return called(__func__, input, frequency);
+}
+
+int AIFW_stop_curr_src(void) { return called(__func__); }
+
+int AIFW_channel_change(const AIFW_channel_change_request* request) {
+  return called(__func__, request->mode, request->input_source, request->service_mask,
+                request->major, request->minor, request->reserved, request->service_rec,
+                request->input_source_again);
+}
+
+int AIFW_passwd_reqd_non_play_src(int required) { return called(__func__, required); }
+int AIFW_pwd_unlocked_no_playing(int unlocked) { return called(__func__, unlocked); }
+
+// AIIN
+
+int AIIN_get_input_details(uint32_t input, uint8_t* flag, AIIN_input_t* details,
+                           uint32_t reserved) {
+  const auto status = called(__func__, input, *flag, details, reserved);
+  details->type = input;
+  details->tuner = 1;
+  details->handle = 7000 + input;
+  return status;
+}
+
+int AIIN_get_db_no_input_details(uint32_t input, AIIN_input_t* details) {
+  const auto status = called(__func__, input, details);
+  details->type =
+      input == 0 || input == AI_INPUT_TERRESTRIAL ? AI_INPUT_TERRESTRIAL : AI_INPUT_CABLE;
+  return status;
+}
+
+// AIPC
+
+int AIPC_get_RRT_regions(uint32_t input, uint8_t* count, uint8_t* regions) {
+  return fake::answerParental(called(__func__, input, *count, regions),
+                              [&](const fake::Parental& p) {
+                                *count = static_cast<uint8_t>(p.regions.size());
+                                std::copy(p.regions.begin(), p.regions.end(), regions);
+                              });
+}
+
+int AIPC_get_RRT_details_with_version(uint32_t input, uint8_t region, AIPC_RRT_details* details,
+                                      uint8_t* version) {
+  return fake::answerParental(called(__func__, input, region, details->name.length, version),
+                              [&](const fake::Parental& p) {
+                                details->region = p.tableRegion;
+                                fake::copyText(p.name, details->name);
+                                *version = p.version;
+                              });
+}
+
+int AIPC_num_of_dimension(uint32_t input, uint8_t region, uint8_t* count) {
+  return fake::answerParental(called(__func__, input, region, count),
+                              [&](const fake::Parental& p) { *count = p.count; });
+}
+
+int AIPC_dimension_name_grad(uint32_t input, uint8_t region, uint8_t dimension,
+                             multiple_lang_t* name, uint8_t* levels, uint8_t* graduated) {
+  return fake::answerParental(
+      called(__func__, input, region, dimension, name->length, levels, graduated),
+      [&](const fake::Parental& p) {
+        fake::copyText(p.name, *name);
+        *levels = p.count;
+        *graduated = p.graduated;
+      });
+}
+
+int AIPC_get_rating_value_text(uint32_t input, uint8_t region, uint8_t dimension, uint8_t value,
+                               AIPC_rating_value_text* texts) {
+  return fake::answerParental(called(__func__, input, region, dimension, value,
+                                     texts->abbreviation.length, texts->text.length),
+                              [&](const fake::Parental& p) {
+                                fake::copyText(p.abbreviation, texts->abbreviation);
+                                fake::copyText(p.text, texts->text);
+                              });
+}
+
+int AIPC_collect_RRT(void) { return called(__func__); }
+
+int AIPC_retreive_rating(AIPC_dime_t* rating) {
+  return fake::answerParental(called(__func__, rating->region), [&](const fake::Parental& p) {
+    const uint32_t region = rating->region;
+    *rating = p.rating;
+    rating->region = region;
+  });
+}
+
+int AIPC_store_rating(AIPC_dime_t rating) {
+  const auto status = called(__func__, rating.region);
+  std::lock_guard<std::mutex> lock(g_mutex);
+  state().storedRating = rating;
+  return status;
+}
+
+int AIPC_rating_encode(AIPC_dime_t* rating, uint8_t dimension, uint8_t value, uint8_t block) {
+  rating->us_tv = 40;
+  return called(__func__, dimension, value, block);
+}
+
+int AIPC_drrt_rating_encode(AIPC_dime_t* rating, uint8_t dimension, uint8_t value, uint8_t block) {
+  rating->downloadable[63][14] = 41;
+  return called(__func__, dimension, value, block);
+}
+
+int AIPC_get_parental_details(AIPC_parental_details* details) {
+  return fake::answerParental(called(__func__, details),
+                              [&](const fake::Parental& p) { *details = p.details; });
+}
+
+int AIPC_set_parental_details(const AIPC_parental_details* details) {
+  return called(__func__, details->preset_mode, details->region, details->region_value,
+                details->rated, details->enabled);
+}
+
+int AIPC_set_rating_status_unrated_groups(int block, int32_t group) {
+  return called(__func__, block, group);
+}
+
+int AIPC_get_rating_status_unrated_groups(int32_t* block, int32_t group) {
+  return fake::answerParental(called(__func__, *block, group),
+                              [&](const fake::Parental& p) { *block = p.groupStatus; });
+}
+
+int AIPC_reset_user_ratings(void) { return called(__func__); }
+int AIPC_set_default_settings(void) { return called(__func__); }
+int AIPC_store_all(void) { return called(__func__); }
+
+int AIPC_check_rating(uint32_t country, uint32_t system, const multiple_lang_t* rating) {
+  const auto status = called(__func__, country, system, rating->encoding);
+  std::lock_guard<std::mutex> lock(g_mutex);
+  state().checkedRating.assign(reinterpret_cast<const char*>(rating->text), rating->length);
+  int verdict = state().parental.verdict;
+  fake::disturb(verdict);
+  return status != 0 ? int{status} : verdict;
+}
+
+// AIPT
+
+int AIPT_get_index_status(int* status, int path) {
+  const auto result = called(__func__, status, path);
+  std::lock_guard<std::mutex> lock(g_mutex);
+  *status = 0;
+  if (!state().indexStatuses.empty()) {
+    *status = state().indexStatuses.front();
+    state().indexStatuses.erase(state().indexStatuses.begin());
+  }
+  return result;
+}
+
+// AISRV
+
+int AISRV_get_total_services(uint32_t input, uint32_t mask, const AISRV_query_filter* filter,
+                             uint32_t reserved, uint32_t* count) {
+  const auto status =
+      called(__func__, input, mask, filter, reserved, static_cast<const void*>(count));
+  std::lock_guard<std::mutex> lock(g_mutex);
+  *count = state().countIsClaimed ? state().claimedCount
+                                  : static_cast<uint32_t>(state().services[input].size());
+  fake::disturbCount(*count);
+  return status;
+}
+
+int AISRV_get_n_services(uint32_t input, uint32_t mask, uint32_t first,
+                         const AISRV_query_filter* filter, uint32_t reserved1, uint32_t reserved2,
+                         uint32_t* count, AISRV_service_info* records) {
+  const auto status = called(__func__, input, mask, first, filter, reserved1, reserved2,
+                             static_cast<const void*>(count), records);
+  std::lock_guard<std::mutex> lock(g_mutex);
+  const std::vector<fake::Service>& services = state().services[input];
+  const uint32_t capacity = *count;
+  const uint32_t copied = std::min<uint32_t>(capacity, static_cast<uint32_t>(services.size()));
+  for (uint32_t i = 0; i < copied; ++i) {
+    fake::copyService(services[i], records[i]);
+    if (i > 0) fake::disturb(records[i]);  // the first one as every answer
+  }
+  *count = state().countIsClaimed ? state().claimedCount : copied;
+  // Where many fit, many rows would take their time.
+  if (capacity <= UINT8_MAX) fake::disturbCount(*count);
+  return status;
+}
+
+int AISRV_get_pid_details(const AISRV_service_info* service, AISRV_pid_details* details) {
+  const auto status = called(__func__, service, details);
+  std::lock_guard<std::mutex> lock(g_mutex);
+  const auto known = state().pids.find(fake::serviceKey(service->service_id));
+  if (known != state().pids.end()) {
+    details->count = static_cast<uint32_t>(known->second.size());
+    std::copy_n(known->second.begin(), std::min<size_t>(known->second.size(), AISRV_MAX_PIDS),
+                details->pids);
+  }
+  return status;
+}
+
+int AISRV_sync_to_database(void) { return called(__func__); }
+int AISRV_reset_db(uint32_t input) { return called(__func__, input); }
+
+int AISRV_get_CAD_list(const AISRV_service_info* service, uint8_t* count, uint8_t* regions) {
+  return fake::answerParental(called(__func__, service->major, *count, regions),
+                              [&](const fake::Parental& p) {
+                                *count = static_cast<uint8_t>(p.advisories.size());
+                                std::copy(p.advisories.begin(), p.advisories.end(), regions);
+                              });
+}
+
+int AISRV_get_rating_status(const AISRV_service_info* service, uint32_t* status) {
+  return fake::answerParental(called(__func__, service->major, *status),
+                              [&](const fake::Parental& p) { *status = p.ratingStatus; });
+}
+
+// AIST
+
+int AIST_get_cur_time_secs(uint32_t* seconds) {
+  const auto status = called(__func__, seconds);
+  std::lock_guard<std::mutex> lock(g_mutex);
+  *seconds = state().time;
+  return status;
+}
+
+int AIST_manual_mode_enable(int manual) { return called(__func__, manual); }
+int AIST_set_current_time_zone(int32_t zone) { return called(__func__, zone); }
+
+int AIST_get_system_time_info(AIST_system_time_info* info) {
+  return fake::answer(called(__func__, info), state().timeInfo, info);
+}
+
+int AIST_get_cur_time_date(AIST_time_date* date) {
+  return fake::answer(called(__func__, date), state().timeDate, date);
+}
+
+// AIUP
+
+int AIUP_store_all(void) { return called(__func__); }
+int AIUP_sync(void) { return called(__func__); }
+
+// AIVC
+
+int AIVC_close_video(uint32_t path) { return called(__func__, path); }
+
+// OSAL
+
 int OSAL_timer_create(const char* name, int type, OSAL_timer_id* timer) {
   const auto status = called(__func__, name, type);
   std::lock_guard<std::mutex> lock(g_mutex);
@@ -660,227 +483,9 @@ int OSAL_timer_enable(OSAL_timer_id timer, OSAL_timer_handler handler, void* arg
 }
 
 void OSAL_display_sem_details_(void) { called(__func__); }
+
+// RMGR
+
 int RMGRReload(void) { return called(__func__); }
-
-int AIFW_powerTransition_request(int powerdown) { return called(__func__, powerdown); }
-int AIFW_play_src(uint32_t path, uint32_t input) { return called(__func__, path, input); }
-int AIFW_play_curr_src(void) { return called(__func__); }
-int AIFW_handle_tuner_mode_change(int mode) { return called(__func__, mode); }
-int AIFW_change_audio(uint8_t track) { return called(__func__, track); }
-
-int AIFW_modify_service(uint32_t operation, const AISRV_service_info* record) {
-  const auto status = called(__func__, operation, record);
-  std::lock_guard<std::mutex> lock(g_mutex);
-  state().modified.info = *record;
-  state().modified.name.assign(reinterpret_cast<const char*>(record->name.text),
-                               record->name.text != nullptr ? record->name.length : 0);
-  return status;
-}
-
-int AICN_get_tuner_mode(void) {
-  called(__func__);
-  std::lock_guard<std::mutex> lock(g_mutex);
-  int input = state().currentInput;
-  fake::disturb(input);
-  return input;
-}
-
-int AICN_set_play_from_ap(int from_application) { return called(__func__, from_application); }
-int AICN_set_pref_aud_lang(int32_t language) { return called(__func__, language); }
-int AICN_set_sec_pref_aud_lang(int32_t language) { return called(__func__, language); }
-int AICN_get_pref_aud_lang(int32_t* language) {
-  return fake::answer(called(__func__, language), state().languages[0], language);
-}
-int AICN_get_sec_pref_aud_lang(int32_t* language) {
-  return fake::answer(called(__func__, language), state().languages[1], language);
-}
-
-int AIAUD_set_dual_mode(uint32_t mode) { return called(__func__, mode); }
-int AIVC_close_video(uint32_t path) { return called(__func__, path); }
-
-int AICC_get_cc_service_data(uint32_t path, const AISRV_service_info* service,
-                             AICC_cc_service_data* data) {
-  return fake::answer(called(__func__, path, service, data), state().captions, data);
-}
-
-int AIFE_tune_stop_request(uint32_t tuner, uint32_t path) { return called(__func__, tuner, path); }
-
-int AIIN_get_db_no_input_details(uint32_t input, AIIN_input_t* details) {
-  const auto status = called(__func__, input, details);
-  details->type =
-      input == 0 || input == AI_INPUT_TERRESTRIAL ? AI_INPUT_TERRESTRIAL : AI_INPUT_CABLE;
-  return status;
-}
-
-int AISRV_reset_db(uint32_t input) { return called(__func__, input); }
-
-int AIST_manual_mode_enable(int manual) { return called(__func__, manual); }
-int AIST_set_current_time_zone(int32_t zone) { return called(__func__, zone); }
-int AIST_get_system_time_info(AIST_system_time_info* info) {
-  return fake::answer(called(__func__, info), state().timeInfo, info);
-}
-int AIST_get_cur_time_date(AIST_time_date* date) {
-  return fake::answer(called(__func__, date), state().timeDate, date);
-}
-
-int AIFW_get_curr_region(AIPC_region_list_t* region) {
-  return fake::answerParental(called(__func__, region),
-                              [&](const fake::Parental& p) { region->region = p.region; });
-}
-int AIFW_set_curr_region(int32_t region) { return called(__func__, region); }
-int AIFW_pwd_unlocked_no_checking_status(int unlocked) { return called(__func__, unlocked); }
-
-int AIFW_user_eas_setting(int32_t* value, int direction) {
-  const auto status = called(__func__, *value, direction);
-  return fake::answerParental(status, [&](const fake::Parental& p) { *value = p.alertSetting; });
-}
-int AIFW_disable_optional_eas_event_id_check(int32_t* value, int direction) {
-  const auto status = called(__func__, *value, direction);
-  *value = 1;  // also when it fails
-  return fake::answerParental(status, [&](const fake::Parental& p) { *value = p.alertSetting; });
-}
-int AIFW_enable_eas_cable_only(int32_t* value, int direction) {
-  const auto status = called(__func__, *value, direction);
-  *value = 1;  // also when it fails
-  return fake::answerParental(status, [&](const fake::Parental& p) { *value = p.alertSetting; });
-}
-
-int AIPC_get_RRT_regions(uint32_t input, uint8_t* count, uint8_t* regions) {
-  return fake::answerParental(called(__func__, input, *count, regions),
-                              [&](const fake::Parental& p) {
-                                *count = static_cast<uint8_t>(p.regions.size());
-                                std::copy(p.regions.begin(), p.regions.end(), regions);
-                              });
-}
-int AIPC_get_RRT_details_with_version(uint32_t input, uint8_t region, AIPC_RRT_details* details,
-                                      uint8_t* version) {
-  return fake::answerParental(called(__func__, input, region, details->name.length, version),
-                              [&](const fake::Parental& p) {
-                                details->region = p.tableRegion;
-                                fake::copyText(p.name, details->name);
-                                *version = p.version;
-                              });
-}
-int AIPC_num_of_dimension(uint32_t input, uint8_t region, uint8_t* count) {
-  return fake::answerParental(called(__func__, input, region, count),
-                              [&](const fake::Parental& p) { *count = p.count; });
-}
-int AIPC_dimension_name_grad(uint32_t input, uint8_t region, uint8_t dimension,
-                             multiple_lang_t* name, uint8_t* levels, uint8_t* graduated) {
-  return fake::answerParental(
-      called(__func__, input, region, dimension, name->length, levels, graduated),
-      [&](const fake::Parental& p) {
-        fake::copyText(p.name, *name);
-        *levels = p.count;
-        *graduated = p.graduated;
-      });
-}
-int AIPC_get_rating_value_text(uint32_t input, uint8_t region, uint8_t dimension, uint8_t value,
-                               AIPC_rating_value_text* texts) {
-  return fake::answerParental(called(__func__, input, region, dimension, value,
-                                     texts->abbreviation.length, texts->text.length),
-                              [&](const fake::Parental& p) {
-                                fake::copyText(p.abbreviation, texts->abbreviation);
-                                fake::copyText(p.text, texts->text);
-                              });
-}
-int AIPC_collect_RRT(void) { return called(__func__); }
-
-int AIPC_retreive_rating(AIPC_dime_t* rating) {
-  return fake::answerParental(called(__func__, rating->region), [&](const fake::Parental& p) {
-    const uint32_t region = rating->region;
-    *rating = p.rating;
-    rating->region = region;
-  });
-}
-int AIPC_store_rating(AIPC_dime_t rating) {
-  const auto status = called(__func__, rating.region);
-  std::lock_guard<std::mutex> lock(g_mutex);
-  state().storedRating = rating;
-  return status;
-}
-int AIPC_rating_encode(AIPC_dime_t* rating, uint8_t dimension, uint8_t value, uint8_t block) {
-  rating->us_tv = 40;
-  return called(__func__, dimension, value, block);
-}
-int AIPC_drrt_rating_encode(AIPC_dime_t* rating, uint8_t dimension, uint8_t value, uint8_t block) {
-  rating->downloadable[63][14] = 41;
-  return called(__func__, dimension, value, block);
-}
-
-int AIPC_get_parental_details(AIPC_parental_details* details) {
-  return fake::answerParental(called(__func__, details),
-                              [&](const fake::Parental& p) { *details = p.details; });
-}
-int AIPC_set_parental_details(const AIPC_parental_details* details) {
-  return called(__func__, details->preset_mode, details->region, details->region_value,
-                details->rated, details->enabled);
-}
-int AIPC_set_rating_status_unrated_groups(int block, int32_t group) {
-  return called(__func__, block, group);
-}
-int AIPC_get_rating_status_unrated_groups(int32_t* block, int32_t group) {
-  return fake::answerParental(called(__func__, *block, group),
-                              [&](const fake::Parental& p) { *block = p.groupStatus; });
-}
-int AIPC_reset_user_ratings(void) { return called(__func__); }
-int AIPC_set_default_settings(void) { return called(__func__); }
-int AIPC_store_all(void) { return called(__func__); }
-
-int AIPC_check_rating(uint32_t country, uint32_t system, const multiple_lang_t* rating) {
-  {
-    std::lock_guard<std::mutex> lock(g_mutex);
-    state().checkedRating.assign(reinterpret_cast<const char*>(rating->text), rating->length);
-  }
-  const auto status = called(__func__, country, system, rating->encoding);
-  int verdict = state().parental.verdict;
-  fake::disturb(verdict);
-  return status != 0 ? int{status} : verdict;
-}
-
-int AIEC_check_rating(const AISRV_service_info* service) {
-  called(__func__, service->major, service->minor);
-  std::lock_guard<std::mutex> lock(g_mutex);
-  int verdict = state().parental.verdict;
-  fake::disturb(verdict);
-  return verdict;
-}
-int AISRV_get_CAD_list(const AISRV_service_info* service, uint8_t* count, uint8_t* regions) {
-  return fake::answerParental(called(__func__, service->major, *count, regions),
-                              [&](const fake::Parental& p) {
-                                *count = static_cast<uint8_t>(p.advisories.size());
-                                std::copy(p.advisories.begin(), p.advisories.end(), regions);
-                              });
-}
-int AISRV_get_rating_status(const AISRV_service_info* service, uint32_t* status) {
-  return fake::answerParental(called(__func__, service->major, *status),
-                              [&](const fake::Parental& p) { *status = p.ratingStatus; });
-}
-
-int AIFW_init(int mode) { return called(__func__, mode); }
-int AIFW_play_first_service(uint32_t input, uint32_t frequency) {
-  return called(__func__, input, frequency);
-}
-int AIFW_stop_curr_src(void) { return called(__func__); }
-int AIFW_channel_change(const AIFW_channel_change_request* request) {
-  return called(__func__, request->mode, request->input_source, request->service_mask,
-                request->major, request->minor, request->reserved, request->service_rec,
-                request->input_source_again);
-}
-int AIFW_passwd_reqd_non_play_src(int required) { return called(__func__, required); }
-int AIFW_pwd_unlocked_no_playing(int unlocked) { return called(__func__, unlocked); }
-int AIUP_store_all(void) { return called(__func__); }
-int AIUP_sync(void) { return called(__func__); }
-
-int AIPT_get_index_status(int* status, int path) {
-  const auto result = called(__func__, status, path);
-  std::lock_guard<std::mutex> lock(g_mutex);
-  *status = 0;
-  if (!state().indexStatuses.empty()) {
-    *status = state().indexStatuses.front();
-    state().indexStatuses.erase(state().indexStatuses.begin());
-  }
-  return result;
-}
 
 }  // extern "C"

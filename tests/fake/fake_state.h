@@ -1,0 +1,271 @@
+// What the fake's files share: its state, and how a call is recorded and answered.
+#ifndef ATSC_TESTS_FAKE_STATE_H_
+#define ATSC_TESTS_FAKE_STATE_H_
+
+#include <aicn.h>
+#include <aiec.h>
+#include <aifw.h>
+#include <aipc.h>
+#include <aist.h>
+#include <osal.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+#include <map>
+#include <mutex>
+#include <tuple>
+#include <type_traits>
+#include <unordered_map>
+
+#include "fake.h"
+
+namespace fake {
+
+extern std::atomic<bool> g_recording;
+
+struct State {
+  std::vector<std::string> calls;
+  std::map<std::string, int> results;
+  std::map<uint32_t, std::vector<Service>> services;
+  std::unordered_map<uint64_t, std::vector<AISRV_pid_info>> pids;  // by serviceKey()
+  std::function<void(const std::string&)> hook;
+  bool countIsClaimed = false;
+  uint32_t claimedCount = 0;
+  uint32_t time = 1000;
+  bool hasCurrent = false;
+  Service current;
+  int currentInput = AI_INPUT_TERRESTRIAL;
+  uint32_t tunedFrequency = 0;
+  int32_t languages[2] = {AICN_LANGUAGE_ENGLISH, AICN_LANGUAGE_ENGLISH};
+  AIST_system_time_info timeInfo{};
+  AIST_time_date timeDate{};
+  AICC_cc_service_data captions{};
+  Service modified;
+  Parental parental;
+  AIPC_dime_t storedRating{};
+  std::string checkedRating;
+  std::vector<int> indexStatuses;
+  AICS_scan_callback callback = nullptr;
+  AICS_search_request search{};
+  std::unordered_map<uint64_t, std::vector<Event>> events;  // by serviceKey()
+  bool eventCountIsClaimed = false;
+  uint16_t claimedEventCount = 0;
+  AIFW_event_update_data update{};
+  uint8_t alertPriority = 0;
+  AIFW_app_callback eventCallback = nullptr;
+  uint32_t timers = 0;
+  OSAL_timer_handler timerHandler = nullptr;
+  void* timerArgument = nullptr;
+};
+
+inline std::mutex g_mutex;
+
+inline uint64_t serviceKey(const AISRV_service_id& id) {
+  return uint64_t{id.input_source} << 32 | id.service_rec;
+}
+
+inline State& state() {
+  static State* instance = new State;
+  return *instance;
+}
+
+inline std::string text(long long value) { return std::to_string(value); }
+
+inline std::string text(const char* string) { return string; }
+
+inline std::string text(const void* pointer) { return pointer != nullptr ? "*" : "null"; }
+
+// Copies what the middleware answers, unless the call fails.
+template <typename Record>
+int answer(int status, const Record& from, Record* to) {
+  std::lock_guard<std::mutex> lock(g_mutex);
+  if (status == 0) *to = from;
+  return status;
+}
+
+// The bytes of the noise that are left, under their own lock: callers hold g_mutex.
+inline std::mutex g_noiseMutex;
+inline std::string g_noise;
+inline size_t g_noiseUsed = 0;
+inline std::atomic<bool> g_noisy{false};
+
+// 0 when the noise is used up.
+inline uint8_t noiseByte() {
+  std::lock_guard<std::mutex> lock(g_noiseMutex);
+  if (g_noiseUsed < g_noise.size()) return static_cast<uint8_t>(g_noise[g_noiseUsed++]);
+  g_noisy = false;
+  return 0;
+}
+
+inline void noiseBytes(void* to, size_t count) {
+  for (size_t i = 0; i < count; ++i) static_cast<uint8_t*>(to)[i] = noiseByte();
+}
+
+// Lets the noise change a number or a record without texts.
+template <typename Record>
+void disturb(Record& record) {
+  if (!g_noisy) return;
+  const uint8_t how = noiseByte();
+  uint8_t* const bytes = reinterpret_cast<uint8_t*>(&record);
+  uint16_t offset = 0;
+  switch (how & 3) {
+    case 0:  // nothing
+      break;
+    case 1:  // its beginning
+      noiseBytes(bytes, std::min<size_t>(how >> 2, sizeof record));
+      break;
+    case 2:  // a field
+      noiseBytes(&offset, sizeof offset);
+      offset = static_cast<uint16_t>(offset % sizeof record);
+      noiseBytes(bytes + offset, std::min<size_t>((how >> 2 & 3) + 1, sizeof record - offset));
+      break;
+    default:  // all
+      memset(bytes, noiseByte(), sizeof record);
+      break;
+  }
+}
+
+// The text, which has at most what was lent, may become other bytes, claim another length or
+// encoding, or none.
+inline void disturb(multiple_lang_t& text) {
+  if (!g_noisy) return;
+  const uint8_t how = noiseByte();
+  if (text.text != nullptr) noiseBytes(text.text, std::min<size_t>(how >> 3, text.length));
+  if ((how & 1) != 0) noiseBytes(&text.length, sizeof text.length);
+  if ((how & 2) != 0) text.encoding = noiseByte();
+  if ((how & 7) == 7) text.text = nullptr;
+}
+
+inline void disturb(AISRV_service_info& service) {
+  multiple_lang_t name = service.name;
+  disturb<AISRV_service_info>(service);
+  disturb(name);
+  service.name = name;
+}
+
+inline void disturb(AIEC_event_info& event) {
+  multiple_lang_t name = event.name;
+  multiple_lang_t rating = event.rating;
+  disturb<AIEC_event_info>(event);
+  disturb(name);
+  disturb(rating);
+  event.name = name;
+  event.rating = rating;
+}
+
+// A count of services becomes another small one, or more than there can be.
+inline void disturbCount(uint32_t& count) {
+  uint8_t small = static_cast<uint8_t>(count);
+  disturb(small);
+  if (small != static_cast<uint8_t>(count)) count = small < UINT8_MAX ? small % 16 : UINT32_MAX;
+}
+
+// What the caller gets in a record of its own; other arguments stay.
+template <typename Record>
+void disturbAnswer(Record* record) {
+  if constexpr (!std::is_const_v<Record> && !std::is_void_v<Record>) {
+    if (record != nullptr) disturb(*record);
+  }
+}
+template <typename Value>
+std::enable_if_t<!std::is_pointer_v<Value>> disturbAnswer(Value) {}
+
+// A call while it is answered: its status; at its end the noise gets at what was answered.
+template <typename... Arguments>
+class Call {
+ public:
+  Call(int status, Arguments... arguments) : status_(status), arguments_(arguments...) {}
+  Call(const Call&) = delete;
+  Call& operator=(const Call&) = delete;
+  ~Call() {
+    if (!g_noisy) return;
+    std::apply([](auto... argument) { (disturbAnswer(argument), ...); }, arguments_);
+  }
+
+  operator int() const { return status_; }
+
+ private:
+  const int status_;
+  const std::tuple<Arguments...> arguments_;
+};
+
+// Records a call; its status is the one set for it.
+template <typename... Arguments>
+Call<Arguments...> called(const char* function, Arguments... arguments) {
+  int status = 0;
+  if (g_recording) {
+    std::string listed;
+    ((listed += (listed.empty() ? "" : ",") + text(arguments)), ...);
+    const std::string call = std::string(function) + "(" + listed + ")";
+    std::function<void(const std::string&)> hook;
+    {
+      std::lock_guard<std::mutex> lock(g_mutex);
+      state().calls.push_back(call);
+      const auto result = state().results.find(function);
+      if (result != state().results.end()) status = result->second;
+      hook = state().hook;
+    }
+    if (hook) hook(call);
+  }
+  if (g_noisy && noiseByte() >= 0xF0) noiseBytes(&status, sizeof status);
+  return {status, arguments...};
+}
+
+inline void copyService(const Service& from, AISRV_service_info& to) {
+  const multiple_lang_t lent = to.name;
+  to = from.info;
+  to.name = lent;
+  to.name.length = static_cast<uint16_t>(
+      std::min<size_t>(from.name.size(), lent.text != nullptr ? lent.length : 0));
+  if (to.name.length > 0) memcpy(to.name.text, from.name.data(), to.name.length);
+  to.name.encoding = from.nameEncoding;
+}
+
+inline void copyText(const std::string& from, uint32_t encoding, multiple_lang_t& to) {
+  to.length = static_cast<uint16_t>(std::min<size_t>(from.size(), to.length));
+  if (to.length > 0) memcpy(to.text, from.data(), to.length);
+  to.encoding = encoding;
+}
+
+inline void copyText(const Text& from, multiple_lang_t& to) {
+  copyText(from.bytes, from.encoding, to);
+  disturb(to);
+  if (from.claimedLength != 0) to.length = from.claimedLength;
+}
+
+// Answers a call about parental control.
+template <typename Fill>
+int answerParental(int status, Fill fill) {
+  std::lock_guard<std::mutex> lock(g_mutex);
+  if (status == 0) fill(state().parental);
+  return status;
+}
+
+// The event that a key names, null when there is none; under g_mutex.
+inline const Event* findEvent(const AIEC_event_key& key, uint32_t offset) {
+  const auto found = state().events.find(serviceKey({key.service_rec, key.input_source}));
+  const uint64_t index = uint64_t{key.event_index} + offset;
+  if (found == state().events.end() || index >= found->second.size()) return nullptr;
+  return &found->second[index];
+}
+
+// As the functions that fetch one event.
+inline void copyEvent(const AIEC_event_key& key, uint32_t offset, AIEC_event_info& to,
+                      uint16_t* copied) {
+  const Event* from = findEvent(key, offset);
+  *copied = from != nullptr ? 1 : 0;
+  if (from == nullptr) return;
+  multiple_lang_t name = to.name;
+  multiple_lang_t rating = to.rating;
+  to = from->info;
+  to.key = {key.service_rec, key.input_source, key.event_index + offset};
+  copyText(from->name, from->nameEncoding, name);
+  copyText(from->rating, from->ratingEncoding, rating);
+  to.name = name;
+  to.rating = rating;
+}
+
+}  // namespace fake
+
+#endif  // ATSC_TESTS_FAKE_STATE_H_
