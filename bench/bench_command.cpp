@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "report.h"
+#include "temporary_folder.h"
 
 namespace {
 
@@ -120,8 +121,8 @@ class Service {
 }  // namespace
 
 int main(int argc, char** argv) {
-  std::string folder = (std::filesystem::temp_directory_path() / "atsc-bench-XXXXXX").string();
-  if (mkdtemp(&folder[0]) == nullptr) return 1;
+  const TemporaryFolder temporary;
+  const std::string folder = temporary.path();
   int status = 1;
   {
     Service service(folder);
@@ -138,6 +139,5 @@ int main(int argc, char** argv) {
       fprintf(stderr, "bench_command: the service does not start\n");
     }
   }
-  std::filesystem::remove_all(folder);
   return status;
 }

@@ -13,6 +13,7 @@
 #include "atsc_service_db.h"
 #include "fake.h"
 #include "report.h"
+#include "temporary_folder.h"
 
 namespace {
 
@@ -115,8 +116,8 @@ void setGuide(int serviceCount, int eventsEach) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  std::string folder = (std::filesystem::temp_directory_path() / "atsc-bench-XXXXXX").string();
-  if (mkdtemp(&folder[0]) == nullptr) return 1;
+  const TemporaryFolder temporary;
+  const std::string folder = temporary.path();
   fake::setRecording(false);
   std::vector<std::unique_ptr<BareRewrite>> floors;
   for (const int count : {1000, 4000}) {
@@ -152,7 +153,5 @@ int main(int argc, char** argv) {
   bench::add(
       "guide, 50000 events", [] { ATSC_Service_db_UpdateEvent(AI_INPUT_CABLE); },
       [floor = floors.back().get()] { floor->run(); }, 3);
-  const int status = bench::run(argc, argv);
-  std::filesystem::remove_all(folder);
-  return status;
+  return bench::run(argc, argv);
 }

@@ -25,6 +25,7 @@
 #include <vector>
 
 #include "report.h"
+#include "temporary_folder.h"
 
 namespace {
 
@@ -182,8 +183,8 @@ void reportMemory(pid_t process, bool json) {
 
 int main(int argc, char** argv) {
   if (argc == 2 && strcmp(argv[1], kLoadOnly) == 0) return 0;
-  std::string folder = (std::filesystem::temp_directory_path() / "atsc-bench-XXXXXX").string();
-  if (mkdtemp(&folder[0]) == nullptr) return 1;
+  const TemporaryFolder temporary;
+  const std::string folder = temporary.path();
   unsetenv("ATSC_HOST_STATE");
   const std::string air = folder + "/air";
   end(start({PSIPMUX, LINEUPS "/metro-air.json", LINEUPS "/metro-cable.json", "--out", air}));
@@ -197,8 +198,8 @@ int main(int argc, char** argv) {
   // A new database each time, on the disk and in memory: the difference is the disk's.
   bench::addTimed(
       "exec to first answer, first start", [&] { return first(folder + "/new"); }, load, kStarts);
-  std::string memory = "/dev/shm/atsc-bench-XXXXXX";
-  if (mkdtemp(&memory[0]) == nullptr) return 1;
+  const TemporaryFolder temporary_memory(TemporaryFolder::memory());
+  const std::string memory = temporary_memory.path();
   bench::addTimed(
       "the same without a disk", [&] { return first(memory + "/new"); }, load, kStarts);
 
@@ -215,8 +216,5 @@ int main(int argc, char** argv) {
   bench::addTimed(
       "exec to first answer, after a scan", [&] { return startSeconds(air, scanned); }, load,
       kStarts);
-  const int status = bench::run(argc, argv);
-  std::filesystem::remove_all(folder);
-  std::filesystem::remove_all(memory);
-  return status;
+  return bench::run(argc, argv);
 }

@@ -22,6 +22,7 @@
 #include "fake.h"
 #include "input.h"
 #include "service/server/atsc_server_service.h"
+#include "temporary_folder.h"
 
 extern ATSCBUS::ATSCServerService g_atsc_server_service;
 
@@ -95,9 +96,7 @@ class Harness {
     return harness;
   }
 
-  ~Harness() { std::filesystem::remove_all(folder_); }
-
-  std::string path(const std::string& name) const { return folder_ + "/" + name; }
+  std::string path(const std::string& name) const { return folder_.path() / name; }
 
   // Makes the platform and the files as they were before the first input.
   void reset() {
@@ -120,10 +119,6 @@ class Harness {
 
  private:
   Harness() {
-    const bool memory = access("/dev/shm", W_OK) == 0;
-    folder_ = (memory ? "/dev/shm" : std::filesystem::temp_directory_path().string()) +
-              "/atsc-fuzz-XXXXXX";
-    require(mkdtemp(&folder_[0]) != nullptr, "a folder", folder_);
     setenv("ATSC_CNAHHEL_DB", path("channels.db3").c_str(), 1);
     setenv("ATSC_EVENT_DB", path("guide.db").c_str(), 1);
     setenv("ATSC_CUSTOM_FILE", path("custom.json").c_str(), 1);
@@ -168,7 +163,7 @@ class Harness {
     fake::setParental(parental);
   }
 
-  std::string folder_;
+  const TemporaryFolder folder_{TemporaryFolder::memory()};
   std::unique_ptr<Fixture> channels_;
   std::unique_ptr<Fixture> guide_;
 };

@@ -38,6 +38,7 @@
 #include "receiver/rating_regions.h"
 #include "receiver/receiver.h"
 #include "receiver/service_list.h"
+#include "temporary_folder.h"
 
 namespace fs = std::filesystem;
 using namespace atschost;
@@ -203,21 +204,12 @@ void decode(uint32_t source, const Bytes& stream) {
 class Air {
  public:
   Air() {
-    const bool has_memory = fs::is_directory("/dev/shm");
-    std::string name =
-        has_memory ? "/dev/shm/fuzz-XXXXXX" : fs::temp_directory_path() / "fuzz-XXXXXX";
-    if (!mkdtemp(name.data())) fail("cannot make a folder");
-    folder_ = name;
     fs::create_directories(folder_ / "vsb");
     fs::create_directories(folder_ / "qam");
     setenv("ATSC_HOST_STATE", (folder_ / "state").c_str(), 1);
     ATSC_host_set_air(folder_.c_str());
     ATSC_host_set_dwell(0);
     ATSC_host_set_fast(1);
-  }
-  ~Air() {
-    std::error_code ignored;
-    fs::remove_all(folder_, ignored);
   }
 
   void write(uint32_t source, const Bytes& stream) const {
@@ -229,7 +221,8 @@ class Air {
   }
 
  private:
-  fs::path folder_;
+  const TemporaryFolder temporary_{TemporaryFolder::memory()};
+  const fs::path folder_ = temporary_.path();
 };
 
 const Air& air() {

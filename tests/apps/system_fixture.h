@@ -17,6 +17,7 @@
 
 #include "lineup_rows.h"
 #include "program.h"
+#include "temporary_folder.h"
 
 inline constexpr const char* kAirLineup = LINEUPS "/metro-air.json";
 inline constexpr const char* kCableLineup = LINEUPS "/metro-cable.json";
@@ -44,20 +45,13 @@ struct Outcome {
 class SystemTest : public testing::Test {
  protected:
   SystemTest() {
-    std::string path = (std::filesystem::temp_directory_path() / "atsc-system-XXXXXX").string();
-    if (mkdtemp(path.data()) == nullptr) throw std::runtime_error("no temporary folder");
-    folder_ = path;
     environment_ = {
         {"HOME", folder_}, {"ATSC_HOST_STATE", ""}, {"ATSC_CNAHHEL_DB", ""}, {"ATSC_EVENT_DB", ""}};
     db_ = folder_ / "db";
     database_ = db_ / "ATSCChannelData.db3";
     air_ = folder_ / "air";
   }
-  ~SystemTest() override {
-    service_.reset();
-    std::error_code error;
-    std::filesystem::remove_all(folder_, error);
-  }
+  ~SystemTest() override { service_.reset(); }
 
   std::unique_ptr<Program> start(std::vector<std::string> words, const std::string& input = "") {
     return std::make_unique<Program>(folder_, std::move(words), environment_, input);
@@ -134,7 +128,8 @@ class SystemTest : public testing::Test {
   std::vector<Row> terrestrial() const { return rowsOfTable(database_, "channel_data_t"); }
   std::vector<Row> cable() const { return rowsOfTable(database_, "channel_data_c"); }
 
-  std::filesystem::path folder_;
+  const TemporaryFolder temporary_;
+  const std::filesystem::path folder_ = temporary_.path();
   std::filesystem::path air_;
   std::filesystem::path db_;
   std::filesystem::path database_;

@@ -16,6 +16,7 @@
 #include "atsc_service_db.h"
 #include "fake.h"
 #include "service/server/atsc_server_service.h"
+#include "temporary_folder.h"
 
 extern ATSCBUS::ATSCServerService g_atsc_server_service;
 
@@ -29,9 +30,6 @@ inline std::string command(const std::string& name, const std::string& members =
 class LibraryTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    std::string folder = (std::filesystem::temp_directory_path() / "atsc-test-XXXXXX").string();
-    ASSERT_NE(mkdtemp(&folder[0]), nullptr);
-    folder_ = folder;
     path_ = (folder_ / "channels.db3").string();
     setenv("ATSC_CNAHHEL_DB", path_.c_str(), 1);
     setenv("ATSC_CUSTOM_DB_COLUMN_FILE", (folder_ / "columns.json").c_str(), 1);
@@ -40,10 +38,7 @@ class LibraryTest : public ::testing::Test {
     fake::reset();
   }
 
-  void TearDown() override {
-    fake::reset();
-    std::filesystem::remove_all(folder_);
-  }
+  void TearDown() override { fake::reset(); }
 
   // All values of a statement's rows, columns joined by '|'.
   std::vector<std::string> rows(const std::string& sql) const {
@@ -103,7 +98,8 @@ class LibraryTest : public ::testing::Test {
     return selected;
   }
 
-  std::filesystem::path folder_;
+  const TemporaryFolder temporary_;
+  const std::filesystem::path folder_ = temporary_.path();
   std::string path_;
 };
 

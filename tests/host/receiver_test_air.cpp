@@ -52,18 +52,6 @@ Bytes be16(unsigned value) {
   return {static_cast<uint8_t>(value >> 8), static_cast<uint8_t>(value)};
 }
 
-TemporaryFolder::TemporaryFolder() : owner_(getpid()) {
-  std::string name = (std::filesystem::temp_directory_path() / "receiver-XXXXXX").string();
-  if (!mkdtemp(name.data())) throw std::runtime_error("mkdtemp");
-  path_ = name;
-}
-
-TemporaryFolder::~TemporaryFolder() {
-  if (getpid() != owner_) return;
-  std::error_code ignored;
-  std::filesystem::remove_all(path_, ignored);
-}
-
 Air::Air() {
   std::filesystem::create_directory(folder_.path() / "vsb");
   std::filesystem::create_directory(folder_.path() / "qam");

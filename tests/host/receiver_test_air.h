@@ -9,6 +9,7 @@
 
 #include "aics.h"
 #include "aisrv.h"
+#include "temporary_folder.h"
 
 // Empty: there are no field captures.
 #ifndef ATSC_CAPTURES_DIR
@@ -21,18 +22,6 @@ using Bytes = std::vector<uint8_t>;
 
 Bytes operator+(Bytes a, const Bytes& b);
 Bytes be16(unsigned value);
-
-// A folder that is removed at the end, by the process that made it.
-class TemporaryFolder {
- public:
-  TemporaryFolder();
-  ~TemporaryFolder();
-  const std::filesystem::path& path() const { return path_; }
-
- private:
-  const int owner_;
-  std::filesystem::path path_;
-};
 
 // The air folder of the process while it lives; scans do not dwell.
 class Air {

@@ -16,6 +16,8 @@
 #include <string>
 #include <vector>
 
+#include "temporary_folder.h"
+
 namespace fs = std::filesystem;
 
 inline std::vector<uint8_t> ReadFile(const fs::path& path) {
@@ -48,14 +50,6 @@ inline Outcome Psipmux(const std::string& arguments) {
 /// A folder of its own for every test.
 class PsipmuxTest : public testing::Test {
  protected:
-  PsipmuxTest() {
-    std::string path = (fs::temp_directory_path() / "psipmux-XXXXXX").string();
-    if (mkdtemp(path.data()) != nullptr) folder_ = path;
-  }
-  ~PsipmuxTest() override {
-    if (!folder_.empty()) fs::remove_all(folder_);
-  }
-
   std::set<std::string> Files() const {
     std::set<std::string> files;
     for (const auto& entry : fs::recursive_directory_iterator(folder_)) {
@@ -64,7 +58,8 @@ class PsipmuxTest : public testing::Test {
     return files;
   }
 
-  fs::path folder_;
+  const TemporaryFolder temporary_;
+  const fs::path folder_ = temporary_.path();
 };
 
 inline std::string Replaced(std::string text, const std::string& from, const std::string& to) {
