@@ -11,11 +11,12 @@ configure_package_config_file(cmake/atscbusserviceConfig.cmake.in
   ${made}/atscbusserviceConfig.cmake
   INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/atscbusservice
   NO_SET_AND_CHECK_MACRO)
-write_basic_package_version_file(${made}/atscbusserviceConfigVersion.cmake COMPATIBILITY SameMinorVersion)
+write_basic_package_version_file(${made}/atscbusserviceConfigVersion.cmake
+  COMPATIBILITY SameMinorVersion)
 install(FILES ${made}/atscbusserviceConfig.cmake ${made}/atscbusserviceConfigVersion.cmake
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/atscbusservice COMPONENT dev)
-# atsc_install_configured(TEMPLATE DESTINATION COMPONENT): configures a file when it is installed, as the
-# prefix is known only then: `cmake --install --prefix` may name another one.
+# atsc_install_configured(TEMPLATE DESTINATION COMPONENT): configures a file when it is installed.
+# The prefix is known only then: `cmake --install --prefix` may name another one.
 function(atsc_install_configured template destination component)
   get_filename_component(name ${template} NAME_WLE)
   install(CODE "set(PROJECT_VERSION ${PROJECT_VERSION})
