@@ -98,25 +98,27 @@ void ATSC_Service_db_updateChannelEntryInterger(const char* ch_id_pk, const char
 // The stored audio index of a service's row, 65535 when there is none. Any thread.
 uint32_t ATSC_Service_getAudioIndex_fromDB(const struct AISRV_service_info* record);
 
+// Buffers of texts are void pointers, so that those of char and of unsigned char are given alike.
+
 // Encodes one UTF-16 code unit (surrogates each on their own) into `out`, which has room for 3
 // bytes. Returns the number of bytes written.
-int Utili_UnicodeToUTF8(uint16_t unit, uint8_t* out);
+int Utili_UnicodeToUTF8(uint16_t unit, void* out);
 
 // The number of UTF-8 bytes that Utili_ConvertUTF16BEToUTF8() makes of `length` bytes of UTF-16BE;
 // a 0 unit ends the text. 0 when `bytes` is null or `length` odd.
-uint32_t Utili_UTF16BEToUTF8Length(const uint8_t* bytes, uint32_t length);
+uint32_t Utili_UTF16BEToUTF8Length(const void* bytes, uint32_t length);
 
 // Converts `length` bytes of UTF-16BE. `capacity` holds the size of `out`, the exact one from
 // Utili_UTF16BEToUTF8Length(), and becomes the number of bytes written; no terminator is written.
 // The size is tested before a unit is encoded: a smaller `out` needs two bytes of slack. Returns 1,
 // or -1 when a pointer is null or `length` odd.
-int Utili_ConvertUTF16BEToUTF8(const uint8_t* bytes, uint32_t length, uint8_t* out,
-                               uint32_t* capacity);
+int Utili_ConvertUTF16BEToUTF8(const void* bytes, uint32_t length, void* out, uint32_t* capacity);
 
 // Lends name storage to `*count` records: 50 bytes each in `names`, 40 of them declared usable.
-void Utili_allocSrvMem(struct AISRV_service_info* records, const uint32_t* count, uint8_t* names);
+void Utili_allocSrvMem(struct AISRV_service_info* records, const uint32_t* count, void* names);
 
-// Logs one service.
+// Logs one service. A name that is not UTF-16BE is read up to its NUL, at most the 50 bytes that
+// Utili_allocSrvMem() lends, whatever its length says.
 void Utili_printSrvInfo(const struct AISRV_service_info* record);
 
 #ifdef __cplusplus

@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 
+#include "atsc_service_event.h"
 #include "atsc_text.h"
 #include "fixture.h"
 
@@ -7,6 +8,14 @@ namespace {
 
 class TextTest : public LibraryTest {
  protected:
+  static Lines errors() {
+    Lines lines;
+    for (const std::string& line : fake::logs()) {
+      if (line.rfind("Error ", 0) == 0) lines.push_back(line);
+    }
+    return lines;
+  }
+
   // The conversion of exact-size buffers, as all callers use it.
   static std::string convert(const std::string& utf16) {
     const auto* bytes = reinterpret_cast<const uint8_t*>(utf16.data());
@@ -30,18 +39,30 @@ TEST_F(TextTest, EncodesEveryUnitOnItsOwn) {
 }
 
 TEST_F(TextTest, BadInputIsLogged) {
-  uint8_t out[8];
+  char out[8];
   uint32_t capacity = sizeof out;
-  const uint8_t bytes[] = {0, 'A', 0, 'B', 0};
+  const char bytes[] = {0, 'A', 0, 'B', 0};
   EXPECT_EQ(0u, Utili_UTF16BEToUTF8Length(bytes, 5));
   EXPECT_EQ(-1, Utili_ConvertUTF16BEToUTF8(bytes, 5, out, &capacity));
   EXPECT_EQ(0u, Utili_UTF16BEToUTF8Length(nullptr, 2));
   EXPECT_EQ(-1, Utili_ConvertUTF16BEToUTF8(bytes, 4, nullptr, &capacity));
   EXPECT_EQ(-1, Utili_ConvertUTF16BEToUTF8(bytes, 4, out, nullptr));
-  EXPECT_THAT(fake::logs(), ::testing::ElementsAre(
-                                "Error UTF16Len MUST be even", "Error UTF16Len MUST be even",
-                                "Error input parameter is null.", "Error input parameter is null.",
-                                "Error input parameter is null."));
+  const std::string odd = "Error UTF16Len MUST be even";
+  const std::string null = "Error input parameter is null.";
+  EXPECT_THAT(errors(), ::testing::ElementsAre(odd, odd, null, null, null));
+  // The middleware's own texts go the same way.
+  fake::reset();
+  Json::Value message;
+  uint8_t text[] = "odd";
+  multiple_lang_t alert{text, 3, AI_TEXT_UTF16BE};
+  AISRV_service_info record{};
+  record.name = alert;
+  ConvertEASAlertText(message, &alert);
+  Utili_printSrvInfo(&record);
+  EXPECT_THAT(errors(), ::testing::ElementsAre(odd, odd, odd, odd));
+  alert.text = nullptr;
+  ConvertEASAlertText(message, &alert);
+  EXPECT_THAT(errors(), ::testing::ElementsAre(odd, odd, odd, odd, null, null));
 }
 
 TEST_F(TextTest, ServiceRecordsGetSlotsOf50BytesWith40Usable) {
@@ -55,18 +76,19 @@ TEST_F(TextTest, ServiceRecordsGetSlotsOf50BytesWith40Usable) {
   }
 }
 
-TEST_F(TextTest, PrintsAServiceWithoutReadingPastItsName) {
-  uint8_t name[] = {'N', 'E', 'W', 'S'};  // no terminator
+TEST_F(TextTest, PrintsAServiceWithoutReadingPastItsSlot) {
+  std::string name(50, 'N');  // no terminator
   AISRV_service_info record{};
   record.major = 7;
   record.minor = 1;
   record.frequency = 177000000;
   record.AISRV_fav_group_ = 0x30;
   record.AISRV_flags_ = 0x2C;
-  record.name = {name, sizeof name, 0};
+  const std::vector<uint8_t> slot(name.begin(), name.end());
+  record.name = {const_cast<uint8_t*>(slot.data()), 4, 0};  // the length does not count
   Utili_printSrvInfo(&record);
-  EXPECT_TRUE(
-      fake::logged("Info", "Channel No(7-1), freq(177000000), fav(30), flag(2c), name(NEWS)"));
+  EXPECT_TRUE(fake::logged(
+      "Info", "Channel No(7-1), freq(177000000), fav(30), flag(2c), name(" + name + ")"));
 }
 
 TEST_F(TextTest, AudioIndexComesFromTheSourcesTable) {

@@ -21,7 +21,8 @@ constexpr const char* fileName(const char* path) {
 // The process id, remembered: log arguments are evaluated for suppressed lines too.
 int processId();
 
-// Where a line of the log comes from.
+// Where a line of the log comes from. A helper is given that of the function that it works for, so
+// that its lines carry that function's name.
 struct LogPlace {
   const char* tag;
   const char* function;
@@ -53,8 +54,15 @@ int checkStatus(LoggerCpp& logger, const LogPlace& place, const char* function, 
 #define ATSC_ENTER() ATSC_LOG(Trace, "ENTER ")
 #define ATSC_LEAVE() ATSC_LOG(Trace, "LEAVE ")
 
+// The same as a line of another place.
+#define ATSC_LOG_AT(place, level, format, ...)                                         \
+  g_logger->level("%-9s: [%d][%s()][%s:%d] " format, (place).tag, ::atsc::processId(), \
+                  (place).function, (place).file, (place).line, ##__VA_ARGS__)
+
 // Calls a middleware function and returns its status; one other than 0 is logged.
-#define ATSC_CALL(function, ...) ATSC_STATUS(function, function(__VA_ARGS__))
+#define ATSC_CALL(function, ...) ATSC_CALL_AT(ATSC_HERE(), function, ##__VA_ARGS__)
+#define ATSC_CALL_AT(place, function, ...) \
+  ::atsc::checkStatus(*g_logger, place, #function, function(__VA_ARGS__))
 
 // The place of a line here.
 #define ATSC_HERE()                                                                 \
@@ -64,8 +72,5 @@ int checkStatus(LoggerCpp& logger, const LogPlace& place, const char* function, 
 
 // Logs why something failed, with the function in full at the end.
 #define ATSC_FAILED(format, ...) ATSC_LOG(Error, format ": %s", ##__VA_ARGS__, __PRETTY_FUNCTION__)
-
-// Passes a status on; one other than 0 is logged as that of a failed call of `function`.
-#define ATSC_STATUS(function, status) ::atsc::checkStatus(*g_logger, ATSC_HERE(), #function, status)
 
 #endif  // ATSC_ATSC_LOG_H_

@@ -20,6 +20,23 @@ uint16_t unitAt(const uint8_t* bytes, uint32_t i) {
   return static_cast<uint16_t>(bytes[i] << 8 | bytes[i + 1]);
 }
 
+// Encodes one unit, without a line in the log: a guide has millions. Returns the bytes written.
+int encodeUnit(uint16_t unit, uint8_t* out) {
+  if (unit <= 0x7F) {
+    out[0] = static_cast<uint8_t>(unit);
+    return 1;
+  }
+  if (unit < 0x800) {
+    out[0] = static_cast<uint8_t>(0xC0 | unit >> 6);
+    out[1] = static_cast<uint8_t>(0x80 | (unit & 0x3F));
+    return 2;
+  }
+  out[0] = static_cast<uint8_t>(0xE0 | unit >> 12);
+  out[1] = static_cast<uint8_t>(0x80 | (unit >> 6 & 0x3F));
+  out[2] = static_cast<uint8_t>(0x80 | (unit & 0x3F));
+  return 3;
+}
+
 // Whether a unit is an ASCII character other than NUL.
 bool isAscii(const uint8_t* unit) { return unit[0] == 0 && unit[1] != 0 && unit[1] < 0x80; }
 
@@ -51,16 +68,15 @@ int checkStatus(LoggerCpp& logger, const LogPlace& place, const char* function, 
 
 void textToUTF8(const multiple_lang_t& text, uint32_t capacity, std::string& converted) {
   converted.clear();
-  if (text.text == nullptr) return;
   const uint32_t length = std::min<uint32_t>(text.length, capacity);
   if (text.encoding != AI_TEXT_UTF16BE) {
     const char* bytes = reinterpret_cast<const char*>(text.text);
-    converted.assign(bytes, strnlen(bytes, length));
+    if (bytes != nullptr) converted.assign(bytes, strnlen(bytes, length));
     return;
   }
   // Most texts are ASCII, and guides are long: those units need no second look.
   uint32_t ascii = 0;
-  if (length % 2 == 0) {
+  if (text.text != nullptr && length % 2 == 0) {
     converted.resize(length / 2);
     while (ascii < length && isAscii(text.text + ascii)) {
       converted[ascii / 2] = static_cast<char>(text.text[ascii + 1]);
@@ -68,11 +84,12 @@ void textToUTF8(const multiple_lang_t& text, uint32_t capacity, std::string& con
     }
     if (ascii == length) return;
   }
-  uint32_t size = Utili_UTF16BEToUTF8Length(text.text + ascii, length - ascii);
+  const uint8_t* const rest = text.text + ascii;
+  uint32_t size = Utili_UTF16BEToUTF8Length(rest, length - ascii);
   converted.resize(ascii / 2 + size);
-  if (size == 0) return;
-  uint8_t* out = reinterpret_cast<uint8_t*>(&converted[ascii / 2]);
-  Utili_ConvertUTF16BEToUTF8(text.text + ascii, length - ascii, out, &size);
+  if (Utili_ConvertUTF16BEToUTF8(rest, length - ascii, &converted[ascii / 2], &size) < 0) {
+    converted.clear();
+  }
 }
 
 std::string textToUTF8(const multiple_lang_t& text, uint32_t capacity) {
@@ -83,78 +100,80 @@ std::string textToUTF8(const multiple_lang_t& text, uint32_t capacity) {
 
 }  // namespace atsc
 
-int Utili_UnicodeToUTF8(uint16_t unit, uint8_t* out) {
-  if (unit <= 0x7F) {
-    out[0] = static_cast<uint8_t>(unit);
-    return 1;
-  }
-  if (unit < 0x800) {
-    out[0] = static_cast<uint8_t>(0xC0 | unit >> 6);
-    out[1] = static_cast<uint8_t>(0x80 | (unit & 0x3F));
-    return 2;
-  }
-  out[0] = static_cast<uint8_t>(0xE0 | unit >> 12);
-  out[1] = static_cast<uint8_t>(0x80 | (unit >> 6 & 0x3F));
-  out[2] = static_cast<uint8_t>(0x80 | (unit & 0x3F));
-  return 3;
-}
-
-uint32_t Utili_UTF16BEToUTF8Length(const uint8_t* bytes, uint32_t length) {
-  if (bytes == nullptr) {
-    ATSC_LOG(Error, "input parameter is null.");
-    return 0;
-  }
-  if (length % 2 != 0) {
-    ATSC_LOG(Error, "UTF16Len MUST be even");
-    return 0;
-  }
-  uint32_t size = 0;
-  for (uint32_t i = 0; i < length; i += 2) {
-    const uint16_t unit = unitAt(bytes, i);
-    if (unit == 0) break;
-    uint8_t encoded[3];
-    size += static_cast<uint32_t>(Utili_UnicodeToUTF8(unit, encoded));
-  }
+int Utili_UnicodeToUTF8(uint16_t unit, void* out) {
+  ATSC_ENTER();
+  const int size = encodeUnit(unit, static_cast<uint8_t*>(out));
+  ATSC_LEAVE();
   return size;
 }
 
-int Utili_ConvertUTF16BEToUTF8(const uint8_t* bytes, uint32_t length, uint8_t* out,
-                               uint32_t* capacity) {
-  if (bytes == nullptr || out == nullptr || capacity == nullptr) {
+uint32_t Utili_UTF16BEToUTF8Length(const void* bytes, uint32_t length) {
+  ATSC_ENTER();
+  uint32_t size = 0;
+  if (bytes == nullptr) {
     ATSC_LOG(Error, "input parameter is null.");
-    return -1;
-  }
-  if (length % 2 != 0) {
+  } else if (length % 2 != 0) {
     ATSC_LOG(Error, "UTF16Len MUST be even");
-    return -1;
+  } else {
+    for (uint32_t i = 0; i < length; i += 2) {
+      const uint16_t unit = unitAt(static_cast<const uint8_t*>(bytes), i);
+      if (unit == 0) break;
+      uint8_t encoded[3];
+      size += static_cast<uint32_t>(encodeUnit(unit, encoded));
+    }
   }
-  uint32_t written = 0;
-  for (uint32_t i = 0; i < length && written < *capacity; i += 2) {
-    const uint16_t unit = unitAt(bytes, i);
-    if (unit == 0) break;
-    written += static_cast<uint32_t>(Utili_UnicodeToUTF8(unit, out + written));
-  }
-  *capacity = written;
-  return 1;
+  ATSC_LEAVE();
+  return size;
 }
 
-void Utili_allocSrvMem(AISRV_service_info* records, const uint32_t* count, uint8_t* names) {
+int Utili_ConvertUTF16BEToUTF8(const void* bytes, uint32_t length, void* out, uint32_t* capacity) {
+  ATSC_ENTER();
+  int result = -1;
+  if (bytes == nullptr || out == nullptr || capacity == nullptr) {
+    ATSC_LOG(Error, "input parameter is null.");
+  } else if (length % 2 != 0) {
+    ATSC_LOG(Error, "UTF16Len MUST be even");
+  } else {
+    uint32_t written = 0;
+    for (uint32_t i = 0; i < length && written < *capacity; i += 2) {
+      const uint16_t unit = unitAt(static_cast<const uint8_t*>(bytes), i);
+      if (unit == 0) break;
+      written += static_cast<uint32_t>(encodeUnit(unit, static_cast<uint8_t*>(out) + written));
+    }
+    *capacity = written;
+    result = 1;
+  }
+  ATSC_LEAVE();
+  return result;
+}
+
+void Utili_allocSrvMem(AISRV_service_info* records, const uint32_t* count, void* names) {
+  ATSC_ENTER();
   // A 16-bit position: more services than it can count get no name storage.
   const uint32_t linked = std::min<uint32_t>(*count, UINT16_MAX);
   for (uint32_t i = 0; i < linked; ++i) {
-    records[i].name.text = names + atsc::kNameSlot * i;
+    records[i].name.text = static_cast<uint8_t*>(names) + atsc::kNameSlot * i;
     records[i].name.length = atsc::kNameCapacity;
   }
+  ATSC_LEAVE();
 }
 
 void Utili_printSrvInfo(const AISRV_service_info* record) {
+  ATSC_ENTER();
   try {
+    std::string name;
+    if (record->name.encoding == AI_TEXT_UTF16BE) {
+      name = atsc::textToUTF8(record->name, UINT16_MAX);
+    } else if (const auto* bytes = reinterpret_cast<const char*>(record->name.text)) {
+      name.assign(bytes, strnlen(bytes, atsc::kNameSlot));
+    }
     ATSC_LOG(Info, "Channel No(%d-%d), freq(%d), fav(%x), flag(%x), name(%s)", record->major,
              record->minor, static_cast<int>(record->frequency), record->AISRV_fav_group_,
-             record->AISRV_flags_, atsc::textToUTF8(record->name, UINT16_MAX).c_str());
+             record->AISRV_flags_, name.c_str());
   } catch (const std::exception& e) {
     ATSC_LOG(Error, "service not shown: %s", e.what());
   }
+  ATSC_LEAVE();
 }
 
 uint32_t ATSC_Service_getAudioIndex_fromDB(const AISRV_service_info* record) {

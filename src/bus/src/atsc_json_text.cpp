@@ -1,0 +1,58 @@
+// JSON values as texts.
+#include <json/json.h>
+
+#include <cstring>
+
+#include "atsc_text.h"
+
+namespace atsc {
+
+namespace {
+
+// Stands before the two hexadecimal digits of a byte that the writer is to leave alone. The writer
+// has no escape for this character, and lets it through.
+constexpr char kHidden = '\x7F';
+constexpr char kDigits[] = "0123456789ABCDEF";
+
+// Hides the bytes of all texts that the writer would rewrite. It takes them for UTF-8 and escapes
+// the characters, so that a pair of surrogates or a byte of another encoding would be lost.
+void hideBytes(Json::Value& value) {
+  if (value.isString()) {
+    const char* text = value.asCString();
+    std::string hidden;
+    for (; *text != '\0'; ++text) {
+      const auto byte = static_cast<unsigned char>(*text);
+      if (byte < kHidden) {
+        hidden += *text;
+      } else {
+        hidden += kHidden;
+        hidden += kDigits[byte >> 4];
+        hidden += kDigits[byte & 15];
+      }
+    }
+    value = hidden;
+  } else if (value.isArray() || value.isObject()) {
+    for (Json::Value& member : value) hideBytes(member);
+  }
+}
+
+}  // namespace
+
+std::string jsonText(Json::Value value) {
+  hideBytes(value);
+  const std::string hidden = Json::StyledWriter().write(value);
+  std::string text;
+  text.reserve(hidden.size());
+  const auto digit = [&](size_t i) { return strchr(kDigits, hidden[i]) - kDigits; };
+  for (size_t i = 0; i < hidden.size(); ++i) {
+    if (hidden[i] != kHidden) {
+      text += hidden[i];
+    } else {
+      text += static_cast<char>(digit(i + 1) << 4 | digit(i + 2));
+      i += 2;
+    }
+  }
+  return text;
+}
+
+}  // namespace atsc
