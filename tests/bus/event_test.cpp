@@ -112,8 +112,16 @@ TEST_F(EventTest, IntakeNamesForwardsAndDefersAsItsTablesSay) {
   EXPECT_TRUE(fake::logged("Info", " @@@@@ AFW_event_t = 60 (CC_PUD_AVALIBILITY_EVENT)\n"));
   ATSC_Service_event_cb(70, nullptr);
   EXPECT_TRUE(fake::logged("Info", " @@@@@ AFW_event_t = 70 (INVALID_EVENT)\n"));
-  ATSC_Service_event_cb(INT32_MIN, nullptr);
+  for (const int event : {INT32_MIN, -1}) {
+    ATSC_Service_event_cb(event, nullptr);
+    EXPECT_TRUE(fake::logged("Info", " AFW_event_t = " + std::to_string(event) +
+                                         " !!! not Match the default NAME array \n"));
+  }
   ATSC_Service_event_cb(INT32_MAX, nullptr);
+  fake::setResult("AIFW_get_EAS_priority", 1);
+  ATSC_Service_event_cb(28, nullptr);
+  EXPECT_NE("", fake::logLine("[_ATSC_Service_CB_To_TV()][atsc_service_callback.cpp:"));
+  EXPECT_NE("", fake::logLine("Failed to call AIFW_get_EAS_priority() -> 0x00000001: void _ATSC"));
 }
 
 TEST_F(EventTest, UpdatedSources) {
@@ -141,6 +149,8 @@ TEST_F(EventTest, Alerts) {
       {std::string("Hi\0there", 8), 0, "Hi"},
       {std::string("\x20\xAC\0\0\0A", 6), AI_TEXT_UTF16BE, "\xE2\x82\xAC"},
       {"odd", AI_TEXT_UTF16BE, ""},
+      {std::string("\xD8\x3D\xDE\0", 4), AI_TEXT_UTF16BE, "\xED\xA0\xBD\xED\xB8\x80"},
+      {"\xE9\x7F\"\\\x01", 0, "\xE9\x7F\"\\\x01"},
       {"", AI_TEXT_UTF16BE, ""},
   };
   for (const auto& expected : cases) {
@@ -295,7 +305,9 @@ class InitTest : public LibraryTest {
   static std::string init() {
     ATSCCustomizedParameter record{9, 9, 9, 9, 9};
     ::testing::internal::CaptureStdout();
+    fake::reset();
     ATSC_Service_init(&record);
+    for (const std::string& line : fake::logs()) EXPECT_NE(0u, line.find("Error")) << line;
     const std::string printed = ::testing::internal::GetCapturedStdout();
     const std::string fields = std::to_string(record.block_play_after_scan) + "," +
                                std::to_string(record.tuner_lock_wait_in_ms) + "," +

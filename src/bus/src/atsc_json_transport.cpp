@@ -11,10 +11,10 @@
 
 ATSC_LOGGER("atsc/bus")
 
-namespace ATSCBUS {
-
 std::atomic<uint32_t> service_thread_tid{0};
 std::atomic<uint32_t> tv_thread_tid{0};
+
+namespace ATSCBUS {
 
 uint32_t kernelThreadId() {
   thread_local uint32_t id = 0;
@@ -25,28 +25,6 @@ uint32_t kernelThreadId() {
 }
 
 namespace transport {
-
-namespace {
-
-// A reply's text as the caller gets it; null when there is none or no memory for it.
-char* copyResult(const JSONProxyTexts& texts, const char* text) {
-  if (text == nullptr) {
-    ATSC_LOG_AS(Debug, texts.tag, "result is NULL.");
-    return nullptr;
-  }
-  ATSC_LOG_AS(Debug, texts.tag, "${%s}='%s'", "_str_result", text);
-  const size_t length = strlen(text);
-  char* copy = static_cast<char*>(calloc(length + 1, 1));
-  if (copy == nullptr) {
-    ATSC_LOG_AS(Debug, texts.tag, "can't allocate buffer for result ( len = %d ).",
-                static_cast<int>(length));
-    return nullptr;
-  }
-  memcpy(copy, text, length);
-  return copy;
-}
-
-}  // namespace
 
 int SendJSONCommand(BUSClientInterface& client, const JSONProxyTexts& texts, const char* command,
                     char** result) {
@@ -69,7 +47,21 @@ int SendJSONCommand(BUSClientInterface& client, const JSONProxyTexts& texts, con
     ATSC_LOG_AS(Trace, texts.tag, "transact[json] : enter");
     client.transact(kJSONTransaction, data, &reply, 0);
     ATSC_LOG_AS(Trace, texts.tag, "transact[json] : leave");
-    if (result != nullptr) *result = copyResult(texts, reply.readCString());
+    if (result != nullptr) {
+      if (const char* const text = reply.readCString()) {
+        ATSC_LOG_AS(Debug, texts.tag, "${%s}='%s'", "_str_result", text);
+        const size_t length = strlen(text);
+        *result = static_cast<char*>(calloc(length + 1, 1));
+        if (*result != nullptr) {
+          memcpy(*result, text, length);
+        } else {
+          ATSC_LOG_AS(Debug, texts.tag, "can't allocate buffer for result ( len = %d ).",
+                      static_cast<int>(length));
+        }
+      } else {
+        ATSC_LOG_AS(Debug, texts.tag, "result is NULL.");
+      }
+    }
     code = reply.readInt32();
   } catch (const std::exception& e) {
     ATSC_LOG_AS(Error, texts.tag, "command not sent: %s", e.what());

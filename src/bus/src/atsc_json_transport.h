@@ -9,6 +9,11 @@
 #include <cstdint>
 #include <functional>
 
+// Kernel thread id of the thread that last entered the server's onTransact(), 0 before the first.
+// The opposite proxy warns when it is called on that thread.
+extern std::atomic<uint32_t> service_thread_tid;
+extern std::atomic<uint32_t> tv_thread_tid;
+
 namespace ATSCBUS {
 
 // The only transaction code: "JSON" as a big-endian number.
@@ -16,11 +21,6 @@ inline constexpr unsigned int kJSONTransaction = 0x4A534F4E;
 
 inline constexpr const char* kServiceServerName = "atsc.qel.service.srv";
 inline constexpr const char* kTVServerName = "atsc.qel.tv.srv";
-
-// Kernel thread id of the thread that last entered the server's onTransact(), 0 before the first.
-// The opposite proxy warns when it is called on that thread.
-extern std::atomic<uint32_t> service_thread_tid;
-extern std::atomic<uint32_t> tv_thread_tid;
 
 // The kernel id of the calling thread.
 uint32_t kernelThreadId();

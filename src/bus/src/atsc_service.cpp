@@ -6,7 +6,6 @@
 #include <cstdio>
 #include <exception>
 #include <fstream>
-#include <stdexcept>
 
 #include "atsc_config_file.h"
 #include "atsc_log.h"
@@ -18,13 +17,12 @@ OSAL_timer_id service_update_tmr_id = 0;
 
 namespace {
 
-// Stores the member `key`, converted by `as`, unless it is absent, 0 or of no use.
+// Stores the member `key`, converted by `as`, unless it is absent, 0 or of the wrong type.
 template <typename Default, typename Convert>
 void read(const Json::Value& root, const char* key, Default absent, Convert as, uint32_t& field) {
   try {
     if (const uint32_t value = as(root.get(key, absent)); value != 0) field = value;
-  } catch (const std::exception& e) {
-    ATSC_LOG(Error, "customization: %s: %s", key, e.what());
+  } catch (const std::exception&) {
   }
 }
 
@@ -33,19 +31,12 @@ void readNumber(const Json::Value& root, const char* key, uint32_t& field) {
       root, key, 0, [](const Json::Value& value) { return value.asUInt(); }, field);
 }
 
+// Throws on a file that is nested too deep.
 void readCustomization(ATSCCustomizedParameter& record) {
-  const std::string path =
-      atsc::configFile("ATSC_CUSTOM_FILE", "/system/com.qel.atsc/qel.atsc.json");
+  std::ifstream file(atsc::configFile("ATSC_CUSTOM_FILE", "/system/com.qel.atsc/qel.atsc.json"));
   Json::Value root;
-  try {
-    std::ifstream file(path);
-    Json::Reader reader;
-    if (!file || !reader.parse(file, root)) return;
-    if (!root.isObject()) throw std::invalid_argument("no JSON object");
-  } catch (const std::exception& e) {
-    ATSC_LOG(Error, "customization in %s: %s", path.c_str(), e.what());
-    return;
-  }
+  Json::Reader reader;
+  if (!file || !reader.parse(file, root)) return;
   read(
       root, "block_play_after_scan", false,
       [](const Json::Value& value) { return value.asBool() ? 1u : 0u; },
@@ -66,8 +57,8 @@ void ATSC_Service_init(ATSCCustomizedParameter* record) {
     *record = {};
     try {
       readCustomization(*record);
-    } catch (const std::exception& e) {
-      ATSC_LOG(Error, "customization: %s", e.what());
+    } catch (const std::exception&) {
+      // A file of no use is no customization, without a word.
     }
     printf(
         "[ATSC] customized parameter:\n\tblock_play_after_scan(%s)\n\ttuner_lock_wait_in_ms(%d)\n"

@@ -13,23 +13,23 @@ ATSC_LOGGER("atsc/service")
 
 namespace {
 
-void addSourceIds(Json::Value& message, void* /*data*/) {
+void addSourceIds(Json::Value& message, void* /*data*/, const atsc::LogPlace& place) {
   AIFW_event_update_data update{};
-  ATSC_CALL(AIFW_get_event_update_data, &update);
+  ATSC_CALL_AT(place, AIFW_get_event_update_data, &update);
   const uint32_t count = std::min<uint32_t>(update.count, AIFW_MAX_UPDATED_SOURCES);
   std::string ids;
   for (uint32_t i = 0; i < count; ++i) {
     ids += std::to_string(update.source_ids[i]);
     if (i + 1 < count) ids += ',';
-    ATSC_LOG(Debug, "EPG update at src id %d\n", static_cast<int>(update.source_ids[i]));
+    ATSC_LOG_AT(place, Debug, "EPG update at src id %d\n", static_cast<int>(update.source_ids[i]));
   }
   message["source_id"] = ids;
 }
 
-void addAlert(Json::Value& message, void* data) {
+void addAlert(Json::Value& message, void* data, const atsc::LogPlace& place) {
   ConvertEASAlertText(message, static_cast<multiple_lang_t*>(data));
   uint8_t priority = 0;
-  ATSC_CALL(AIFW_get_EAS_priority, &priority);
+  ATSC_CALL_AT(place, AIFW_get_EAS_priority, &priority);
   message["priority"] = static_cast<int>(priority);
 }
 
@@ -37,7 +37,7 @@ void addAlert(Json::Value& message, void* data) {
 int daylightStatus(const AIFW_time_data& time) { return time.daylight_savings & 1; }
 int daylightDayOfMonth(const AIFW_time_data& time) { return time.daylight_savings >> 1 & 31; }
 
-void addTime(Json::Value& message, void* data) {
+void addTime(Json::Value& message, void* data, const atsc::LogPlace& /*place*/) {
   if (data == nullptr) return;
   const auto& time = *static_cast<const AIFW_time_data*>(data);
   message["DS_Day_Of_Month"] = daylightDayOfMonth(time);
@@ -50,7 +50,7 @@ void addTime(Json::Value& message, void* data) {
 struct Callback {
   AFW_event_t event;
   const char* cbtype;
-  void (*addKeys)(Json::Value& message, void* data);
+  void (*addKeys)(Json::Value& message, void* data, const atsc::LogPlace& place);
 };
 
 constexpr Callback kCallbacks[] = {
@@ -92,24 +92,20 @@ const Callback* findCallback(AFW_event_t event) {
   return found != std::end(kCallbacks) ? found : nullptr;
 }
 
-void sendToQueue(const Callback& callback, void* data) {
-  Json::Value message(Json::objectValue);
-  message["class"] = "CALLBACK";
-  message["cbtype"] = callback.cbtype;
-  if (callback.addKeys != nullptr) callback.addKeys(message, data);
-  std::string text = Json::StyledWriter().write(message);
-  const bool guide = callback.event == AFW_EPG_UPDATE || callback.event == AFW_EPG_COMPLETE;
-  ATSC_LOG(Debug, "push command %s", text.c_str());
-  (guide ? m_event_update : m_cb)->push(std::move(text));
-}
-
 }  // namespace
 
 void _ATSC_Service_CB_To_TV(AFW_event_t event, void* data) {
   ATSC_ENTER();
   if (const Callback* callback = findCallback(event)) {
     try {
-      sendToQueue(*callback, data);
+      Json::Value message(Json::objectValue);
+      message["class"] = "CALLBACK";
+      message["cbtype"] = callback->cbtype;
+      if (callback->addKeys != nullptr) callback->addKeys(message, data, ATSC_HERE());
+      std::string text = atsc::jsonText(message);
+      ATSC_LOG(Debug, "push command %s", text.c_str());
+      const bool guide = event == AFW_EPG_UPDATE || event == AFW_EPG_COMPLETE;
+      (guide ? atsc::pushGuideMessage : atsc::pushMessage)(std::move(text));
     } catch (const std::exception& e) {
       ATSC_LOG(Error, "callback of event(%d): %s", event, e.what());
     }
@@ -120,6 +116,7 @@ void _ATSC_Service_CB_To_TV(AFW_event_t event, void* data) {
 }
 
 void ConvertEASAlertText(Json::Value& message, multiple_lang_t* text) {
-  if (text == nullptr) return;
-  message["text"] = atsc::textToUTF8(*text, UINT16_MAX);
+  ATSC_ENTER();
+  if (text != nullptr) message["text"] = atsc::textToUTF8(*text, UINT16_MAX);
+  ATSC_LEAVE();
 }

@@ -8,16 +8,7 @@
 
 ATSC_LOGGER("atsc/service")
 
-namespace {
-
-struct AFWEvent {
-  char name[52];
-  int32_t id;
-};
-static_assert(sizeof(AFWEvent) == 56, "a row of the table of names");
-
-// The events' names in the log, by event number.
-constexpr AFWEvent stAFWEvent[100] = {
+const AFWEvent stAFWEvent[100] = {
     {"EPG_UPDATE_EVENT", 0},
     {"EPG_COMPLETE_EVENT", 1},
     {"EVENT_TRANSITION_EVENT", 2},
@@ -91,6 +82,8 @@ constexpr AFWEvent stAFWEvent[100] = {
     {"INVALID_EVENT", 70},
 };
 
+namespace {
+
 // How long the service list must be at rest before the channel table follows.
 constexpr uint32_t kServiceUpdateMs = 2000;
 
@@ -98,8 +91,8 @@ constexpr uint32_t kServiceUpdateMs = 2000;
 
 void ATSC_Service_event_cb(AFW_event_t event, void* data) {
   ATSC_ENTER();
-  if (event >= 0 && event <= AFW_INVALID) {
-    if (stAFWEvent[event].id == event) {
+  if (event <= AFW_INVALID) {
+    if (event >= 0 && stAFWEvent[event].id == event) {
       ATSC_LOG(Info, " @@@@@ AFW_event_t = %d (%s)\n", event, stAFWEvent[event].name);
     } else {
       ATSC_LOG(Info, " AFW_event_t = %d !!! not Match the default NAME array \n", event);

@@ -5,53 +5,53 @@
 #include <aifw.h>
 #include <json/json.h>
 #include <osal.h>
+#include <pthread.h>
 #include <semaphore.h>
 
-#include <deque>
-#include <mutex>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "atsc_immortal.h"
 
-namespace atsc {
-
-// A queue of messages to the TV application and the thread that sends them, in order. Lives until
-// the process has ended.
-class CallbackQueue {
- public:
-  using Send = void (*)(const std::string& message);
-
-  // `send` is called on the queue's thread, without a lock, for each message.
-  CallbackQueue(const char* thread_name, Send send) : thread_name_(thread_name), send_(send) {}
-
-  // Empties the queue and starts its thread.
-  void start();
-
-  // Appends a message. Any thread; never waits for the TV application.
-  void push(std::string message);
-
- private:
-  void run();
-
-  const char* const thread_name_;
-  const Send send_;
-  sem_t fire_sem_{};  // one post for each message
-  std::mutex prot_mutex_;
-  std::deque<std::string> list_;  // under prot_mutex_
-  size_t next_warning_ = 1000;    // under prot_mutex_: length of the list to be logged next
-  std::thread thread_;            // detached
+// The name of an event in the log.
+struct AFWEvent {
+  char name[52];
+  int32_t id;
 };
+static_assert(sizeof(AFWEvent) == 56, "a row of the table of names");
 
-}  // namespace atsc
+// The events' names, by event number.
+extern const AFWEvent stAFWEvent[100];
 
+// The messages that wait for the TV application, first come first; each list under its mutex, with
+// one post of its semaphore for each message pushed. They live until the process has ended.
+//
 // Guide messages: the guide's table is rewritten before each is sent.
-extern atsc::Immortal<atsc::CallbackQueue> m_event_update;
+extern atsc::Immortal<std::vector<std::string>> m_event_update_list;
+extern sem_t m_event_update_fire_sem;
+extern pthread_mutex_t m_event_update_prot_mutex_;
+extern std::thread m_event_update_thread;  // detached
 // All other callbacks.
-extern atsc::Immortal<atsc::CallbackQueue> m_cb;
+extern atsc::Immortal<std::vector<std::string>> m_cb_list;
+extern sem_t m_cb_fire_sem;
+extern pthread_mutex_t m_cb_prot_mutex_;
+extern std::thread m_cb_thread;  // detached
+
+// The threads of the queues: send the messages in order, without a lock.
+[[noreturn]] void _ATSC_Service_event_update_task();
+[[noreturn]] void _ATSC_Service_cb_task();
 
 // Starts both queues.
 void _ATSC_Service_Task_init();
+
+namespace atsc {
+
+// Append a message to a queue. Any thread; they never wait for the TV application.
+void pushGuideMessage(std::string message);
+void pushMessage(std::string message);
+
+}  // namespace atsc
 
 // Names a started thread; what the system's 15 characters do not hold is cut.
 void SetThreadName(std::thread* thread, const char* name);

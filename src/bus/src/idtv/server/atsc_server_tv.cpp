@@ -22,10 +22,12 @@ ATSCTVServerBackend* orDefault(ATSCTVServerBackend* backend) {
 ATSCTVServerBackend::~ATSCTVServerBackend() = default;
 
 int ATSCTVServerBackend::jsonCommand(const char* command, char** /*result*/) {
+  ATSC_ENTER();
   printf("[jsonCommand]command %s", command != nullptr ? command : "");
   printf("\n\033[1;5;33m[ATSC] This function '%s::%s()' isn't implemented yet !!!\033[0m\n",
          "ATSCTVServerBackend", "jsonCommand");
   fflush(stdout);
+  ATSC_LEAVE();
   return -1;
 }
 

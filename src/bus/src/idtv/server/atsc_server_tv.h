@@ -6,13 +6,13 @@
 
 #include <atomic>
 
+// Stands in whenever no backend is set.
+extern ATSCBUS::ATSCTVServerBackend g_tv_server_backend_default;
+
 namespace ATSCBUS {
 
-// Stands in whenever no backend is set.
-extern ATSCTVServerBackend g_tv_server_backend_default;
-
 // The TV process's server of callback messages: hands each to the registered backend.
-class __attribute__((visibility("default"))) ATSCServerTV final : public BUSServerInterface {
+class __attribute__((visibility("default"))) ATSCServerTV : public BUSServerInterface {
  public:
   // `backend` (null: the default one) must outlive the server.
   explicit ATSCServerTV(ATSCTVServerBackend* backend);

@@ -16,7 +16,7 @@ constexpr const char* kRunningFile = "/tmp/.BUS.atsc.qel.tv.srv";
 
 }  // namespace
 
-ATSCBUS::ATSCTVServerBackend ATSCBUS::g_tv_server_backend_default;
+ATSCBUS::ATSCTVServerBackend g_tv_server_backend_default;
 
 // Null until registration; never deleted, the server runs until the process ends.
 ATSCBUS::ATSCServerTV* g_atsc_server_tv_ptr = nullptr;
