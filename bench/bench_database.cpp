@@ -124,8 +124,8 @@ int main(int argc, char** argv) {
     const std::string name = "channel table, " + std::to_string(count) + " unchanged services";
     const std::string path = folder + "/" + std::to_string(count) + ".db3";
     const auto select = [path, count] {
-      if (gChannel_DB_path == path) return;
-      gChannel_DB_path = path;
+      if (*gChannel_DB_path == path) return;
+      *gChannel_DB_path = path;
       fake::setServices(AI_INPUT_TERRESTRIAL, services(count));
     };
     select();

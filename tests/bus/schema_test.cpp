@@ -22,6 +22,14 @@ constexpr const char* kCreateText =
     "`update_time` INTEGER, `service_delete` INTEGER, `build_from_pmt` INTEGER, `tsid` INTEGER, "
     "`ch_id_pk` TEXT, `service_record` INTEGER, END  )";
 
+bool noMemoryForColumns = false;
+
+extern "C" void* __real_calloc(size_t count, size_t size);
+extern "C" void* __wrap_calloc(size_t count, size_t size) {
+  const bool refused = noMemoryForColumns && size == sizeof(ATSC_Service_db_layout);
+  return refused ? nullptr : __real_calloc(count, size);
+}
+
 class SchemaTest : public LibraryTest {
  protected:
   void SetUp() override {
@@ -116,6 +124,14 @@ TEST_F(SchemaTest, FilesThatCannotBeKept) {
   }
 }
 
+TEST_F(SchemaTest, AnIndexOfAnOlderVersionGoes) {
+  init();
+  execute("CREATE INDEX channel_data_c_number ON channel_data_c (major_no, minor_no, freq)");
+  init();
+  EXPECT_THAT(rows("SELECT name FROM sqlite_master WHERE type='index'"), IsEmpty());
+  EXPECT_THAT(names(), ElementsAre("T", "C"));
+}
+
 TEST_F(SchemaTest, ABusyFileIsNeverDeleted) {
   init();
   struct stat before;
@@ -132,7 +148,7 @@ TEST_F(SchemaTest, ABusyFileIsNeverDeleted) {
 }
 
 TEST_F(SchemaTest, APathThatCannotBeAFileIsSurvived) {
-  gChannel_DB_path = folder_.string();
+  *gChannel_DB_path = folder_.string();
   setenv("ATSC_CNAHHEL_DB", folder_.c_str(), 1);
   EXPECT_THAT(init(), HasSubstr("unable to open database file"));
   EXPECT_TRUE(std::filesystem::is_directory(folder_));
@@ -252,21 +268,29 @@ TEST_F(SchemaTest, CustomerColumns) {
 }
 
 TEST_F(SchemaTest, CustomerColumnFilesThatCannotBeUsed) {
-  atsc_service_db_custom_column.resize(1);
+  writeFile(folder_ / "columns.json", "{\"column\":[{\"name\":\"c\"}]}");
+  EXPECT_EQ(0, _ATSC_Service_db_cus_init());
+  std::filesystem::remove(folder_ / "columns.json");
   EXPECT_EQ(-1, _ATSC_Service_db_cus_init());  // no such file: the previous columns stay
   writeFile(folder_ / "columns.json", "{\"column\":[");
   EXPECT_EQ(-1, _ATSC_Service_db_cus_init());
   writeFile(folder_ / "columns.json", "{\"column\":" + std::string(5000, '['));
   EXPECT_EQ(-1, _ATSC_Service_db_cus_init());
-  EXPECT_EQ(1u, atsc_service_db_custom_column.size());
+  EXPECT_EQ(1u, atsc_service_db_custom_column_count);
   writeFile(folder_ / "columns.json", "[1]");
   EXPECT_EQ(0, _ATSC_Service_db_cus_init());
-  EXPECT_TRUE(atsc_service_db_custom_column.empty());
+  EXPECT_EQ(nullptr, atsc_service_db_custom_column);
   std::string many = "{\"column\":[{\"name\":\"c\"}";
   for (int i = 1; i < 300; ++i) many += ",{\"name\":\"c" + std::to_string(i) + "\"}";
   writeFile(folder_ / "columns.json", many + "]}");
   EXPECT_EQ(0, _ATSC_Service_db_cus_init());
-  EXPECT_EQ(255u, atsc_service_db_custom_column.size());
+  EXPECT_EQ(255u, atsc_service_db_custom_column_count);
+  noMemoryForColumns = true;
+  EXPECT_EQ(-1, _ATSC_Service_db_cus_init());
+  noMemoryForColumns = false;
+  EXPECT_TRUE(fake::logged("Error", "atsc_service_db_custom_column is NULL"));
+  EXPECT_EQ(nullptr, atsc_service_db_custom_column);
+  EXPECT_EQ(0u, atsc_service_db_custom_column_count);
 }
 
 TEST_F(SchemaTest, AFileBesideTheExecutableGoesBeforeTheSystems) {

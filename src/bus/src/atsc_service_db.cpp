@@ -11,16 +11,15 @@
 
 ATSC_LOGGER("atsc/service/db")
 
-// Never destroyed: the callback threads use them until the process has ended.
-std::string& gChannel_DB_path = *new std::string;
-std::string& gEvent_DB_path = *new std::string;
+atsc::Immortal<std::string> gChannel_DB_path;
+atsc::Immortal<std::string> gEvent_DB_path;
 std::mutex sql_db_update_lock;
 
 int32_t ATSC_Service_db_init() {
   ATSC_ENTER();
   int32_t result = -1;
   try {
-    gChannel_DB_path = atsc::channelDatabasePath();
+    *gChannel_DB_path = atsc::channelDatabasePath();
     result = _ATSC_Service_db_cus_init();
     const bool integrity_check_fail = _ATSC_Service_db_createChannelDB();
     _DBG_ATSC_Service_db_printChDb(true);
@@ -43,8 +42,8 @@ void _DBG_ATSC_Service_db_printChDb(bool terrestrial) {
   printf("[_DBG_ATSC_Service_db_printChDb]:\n");
   std::string command;
   try {
-    if (access(gChannel_DB_path.c_str(), F_OK) == 0) {
-      SQLite::Database database(gChannel_DB_path, SQLite::OPEN_READONLY, atsc::kBusyTimeoutMs);
+    if (access(gChannel_DB_path->c_str(), F_OK) == 0) {
+      SQLite::Database database(*gChannel_DB_path, SQLite::OPEN_READONLY, atsc::kBusyTimeoutMs);
       if (database.tableExists(table)) {
         command = "SELECT COUNT(*) FROM " + table + " where major_no >= 0";
         database.execAndGet(command);

@@ -14,6 +14,9 @@
 #include <variant>
 #include <vector>
 
+#include "atsc_immortal.h"
+#include "atsc_log.h"
+
 namespace atsc {
 
 // How long a connection waits for another one's lock.
@@ -37,8 +40,10 @@ struct ServiceList {
   std::vector<uint8_t> names;
 };
 
-// Reads the services of an input. False when the middleware cannot give them.
-bool readServices(uint32_t input, ServiceList& list);
+// Counts the services of an input, and reads as many into an empty list. False when the middleware
+// cannot give them; the log says so in lines of `place`.
+bool countServices(uint32_t input, uint32_t& count, const LogPlace& place);
+bool fetchServices(uint32_t input, uint32_t count, ServiceList& list, const LogPlace& place);
 
 // The key by which rows of both databases name a channel: major "-" minor "-" frequency in Hz.
 std::string channelKey(const AISRV_service_info& service);
@@ -93,20 +98,23 @@ void bindValue(SQLite::Statement& statement, size_t position, const ColumnValue&
 
 }  // namespace atsc
 
+// These outlive the threads that use them to the end of the process.
+
 // Path of the channel database file, set by ATSC_Service_db_init().
-extern std::string& gChannel_DB_path;
+extern atsc::Immortal<std::string> gChannel_DB_path;
 
 // Path of the guide database file, set by _ATSC_Service_db_createEventDB().
-extern std::string& gEvent_DB_path;
+extern atsc::Immortal<std::string> gEvent_DB_path;
 
 // Serialises the writers of the channel tables.
 extern std::mutex sql_db_update_lock;
 
-// Customer columns of the channel tables, at most 255.
-extern std::vector<ATSC_Service_db_layout> atsc_service_db_custom_column;
+// Customer columns of the channel tables: an allocated array, or null.
+extern ATSC_Service_db_layout* atsc_service_db_custom_column;
+extern uint8_t atsc_service_db_custom_column_count;
 
 // Loads the customer columns. Returns 0 (also without any), -1 when the file cannot be read or
-// parsed; the previous columns stay then.
+// parsed, where the previous columns stay, or when there is no memory for them.
 int32_t _ATSC_Service_db_cus_init();
 
 // Path of the customer-column file.
@@ -119,6 +127,11 @@ bool _ATSC_Service_db_createChannelDB();
 // Opens, checks and creates the guide's table of an input; a file that fails the check is removed.
 // Returns the file's path. One thread at a time.
 std::string _ATSC_Service_db_createEventDB(int input_type);
+
+// What follows "INSERT INTO table" and "UPDATE table SET " for a service: its values as they are
+// now, with the stamp of the last synchronisation. `index` is the service's position in its list.
+std::string _ATSC_Service_db_getChannelInsert_Command(AISRV_service_info* service, unsigned index);
+std::string _ATSC_Service_db_getChannelUpdate_Command(AISRV_service_info* service, unsigned index);
 
 // The channel columns whose change counts: all but `update_time`, joined by ", ".
 std::string _ATSC_Service_db_genBkupColumn();

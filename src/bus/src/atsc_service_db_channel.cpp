@@ -8,7 +8,7 @@
 #include <array>
 #include <cstring>
 #include <memory>
-#include <set>
+#include <optional>
 #include <string_view>
 #include <unordered_map>
 #include <utility>
@@ -22,21 +22,23 @@ ATSC_LOGGER("atsc/service/db")
 
 namespace atsc {
 
-bool readServices(uint32_t input, ServiceList& list) {
+bool countServices(uint32_t input, uint32_t& count, const LogPlace& place) {
   const AISRV_query_filter filter{};
-  uint32_t count = 0;
-  if (ATSC_CALL(AISRV_get_total_services, input, AISRV_SERVICE_MASK, &filter, 0, &count) != 0) {
-    return false;
-  }
-  ATSC_LOG(Info, "channel count(%d)", static_cast<int>(count));
+  return ATSC_CALL_AT(place, AISRV_get_total_services, input, AISRV_SERVICE_MASK, &filter, 0,
+                      &count) == 0;
+}
+
+bool fetchServices(uint32_t input, uint32_t count, ServiceList& list, const LogPlace& place) {
   // Name storage is linked by a 16-bit counter; no real list is that long.
   const uint32_t capacity = std::min<uint32_t>(count, UINT16_MAX);
   list.records.resize(capacity);
   list.names.resize(size_t{capacity} * atsc::kNameSlot);
   Utili_allocSrvMem(list.records.data(), &capacity, list.names.data());
   count = capacity;
-  if (ATSC_CALL(AISRV_get_n_services, input, AISRV_SERVICE_MASK, 0, &filter, 0, 0, &count,
-                list.records.data()) != 0) {
+  const AISRV_query_filter filter{};
+  if (ATSC_CALL_AT(place, AISRV_get_n_services, input, AISRV_SERVICE_MASK, 0, &filter, 0, 0, &count,
+                   list.records.data()) != 0) {
+    list.records.clear();
     return false;
   }
   list.records.resize(std::min(count, capacity));
@@ -86,9 +88,9 @@ bool isVideo(uint8_t streamType) {
   return std::find(types.begin(), types.end(), streamType) != types.end();
 }
 
-StreamTexts readStreams(const AISRV_service_info& service) {
+StreamTexts readStreams(const AISRV_service_info& service, const atsc::LogPlace& place) {
   AISRV_pid_details details{};
-  if (ATSC_CALL(AISRV_get_pid_details, &service, &details) != 0) return {};
+  if (ATSC_CALL_AT(place, AISRV_get_pid_details, &service, &details) != 0) return {};
   StreamTexts streams;
   sqlString audio;
   sqlString video;
@@ -159,14 +161,17 @@ constexpr std::array<std::string_view, kChannelColumns> kColumnNames = {
     "service_delete", "audio_pid",      "video_pid", "audio_count", "video_count",
     "update_time",    "ch_id_pk",       "tsid",      "tuner_type"};
 
+constexpr std::array<ChannelColumn, kChannelColumns> kInsertOrder = {
+    kName,      kBuildFromPmt, kMajor,       kMinor,          kServiceRecord, kSourceId,
+    kFrequency, kServiceType,  kServiceFlag, kFavouriteGroup, kServiceDelete, kAudioPid,
+    kVideoPid,  kAudioCount,   kVideoCount,  kUpdateTime,     kChannelKey,    kTransportStreamId,
+    kTunerType};
+
 constexpr std::array<ChannelColumn, kChannelColumns> kUpdateOrder = {
     kName,          kBuildFromPmt, kServiceRecord,     kMajor,       kMinor,
     kSourceId,      kFrequency,    kServiceType,       kServiceFlag, kFavouriteGroup,
     kServiceDelete, kUpdateTime,   kAudioPid,          kVideoPid,    kAudioCount,
     kVideoCount,    kTunerType,    kTransportStreamId, kChannelKey};
-
-// The key by which an update addresses its rows.
-constexpr std::array<ChannelColumn, 3> kUpdateKey = {kMajor, kMinor, kFrequency};
 
 using ChannelRow = std::array<atsc::ColumnValue, kChannelColumns>;
 
@@ -199,17 +204,9 @@ void appendValue(sqlString& text, const ChannelRow* row, int column) {
   atsc::appendValue(text, row != nullptr ? &(*row)[static_cast<size_t>(column)] : nullptr);
 }
 
-// Whether an update's condition says what the column holds: setting it again changes nothing and
-// would rewrite the index.
-bool isUpdateKey(ChannelColumn column) {
-  return std::find(kUpdateKey.begin(), kUpdateKey.end(), column) != kUpdateKey.end();
-}
-
-}  // namespace
-
-// Appends the text after "INSERT INTO table" for one row; without a row, with parameters for its
-// values.
-void _ATSC_Service_db_getChannelInsert_Command(sqlString& command, const ChannelRow* row) {
+// The text after "INSERT INTO table" for one row; without a row, with parameters for its values.
+std::string insertText(const ChannelRow* row) {
+  sqlString command;
   command << " ( ";
   for (int column = 0; column < kChannelColumns; ++column) {
     if (column > 0) command++;
@@ -222,212 +219,282 @@ void _ATSC_Service_db_getChannelInsert_Command(sqlString& command, const Channel
     appendValue(command, row, column);
   }
   command << ")";
+  return command.str();
 }
 
-// Appends the text after "UPDATE table SET " for one row; without a row, with parameters for the
-// values other than the key's.
-void _ATSC_Service_db_getChannelUpdate_Command(sqlString& command, const ChannelRow* row) {
+// The text after "UPDATE table SET " for one row; without a row, with parameters for its values.
+std::string updateText(const ChannelRow* row) {
+  sqlString command;
   for (const ChannelColumn column : kUpdateOrder) {
-    if (row == nullptr && isUpdateKey(column)) continue;
     if (column != kUpdateOrder.front()) command++;
     command << " " << kColumnNames[column] << "=";
     appendValue(command, row, column);
   }
+  return command.str();
 }
 
-namespace {
-
-// Appends which rows an update addresses.
-void appendUpdateCondition(sqlString& command, const ChannelRow* row) {
-  const char* separator = " WHERE ";
-  for (const ChannelColumn column : kUpdateKey) {
-    command << separator << kColumnNames[column] << "=";
-    appendValue(command, row, column);
-    separator = " AND ";
-  }
+std::string _ATSC_Service_db_getChannelInsert_Command(const ChannelRow& row) {
+  ATSC_ENTER();
+  std::string text = insertText(&row);
+  ATSC_LEAVE();
+  return text;
 }
 
-// The lookups of a run: answers each as ATSC_Service_db_findChannelIndex() on a connection of its
-// own would, all together at the cost of one pass over the table's committed rows.
-class Lookups {
+std::string _ATSC_Service_db_getChannelUpdate_Command(const ChannelRow& row) {
+  ATSC_ENTER();
+  std::string text = updateText(&row);
+  ATSC_LEAVE();
+  return text;
+}
+
+// The rows with one major number, minor number and frequency.
+struct SameNumber {
+  std::vector<int64_t> rows;  // their keys, those that were inserted in this run included
+  size_t last_update = 0;     // position of the service whose values they get
+};
+
+// The table as it was before the run: answers for each service what
+// ATSC_Service_db_findChannelIndex() would on a connection of its own, and which rows an update
+// changes, all at the cost of one pass over the table.
+class CommittedRows {
  public:
-  explicit Lookups(size_t count) { found_.reserve(count); }
-
-  // Adds a service's lookup. What is returned says, after run(), whether it finds a row.
+  // Adds a service. What is returned says, after read(), whether its lookup finds a row.
   const bool* add(const AISRV_service_info& service, const StreamTexts& streams) {
-    sqlString key;
-    key << service.major << "-" << service.minor << "-" << static_cast<uint16_t>(service.source_id)
-        << "-" << service.frequency << "-" << streams.audio_pid << "\n"
-        << streams.video_pid;
     wanted_[!streams.audio_pid.empty()][!streams.video_pid.empty()] = true;
-    return &found_.emplace(key.str(), false).first->second;
+    same_number_[numberOf(service)];
+    return &found_
+                .emplace(lookup(numberOf(service), static_cast<uint16_t>(service.source_id),
+                                streams.audio_pid, streams.video_pid),
+                         false)
+                .first->second;
   }
 
-  void run(SQLite::Database& database, const std::string& table) {
+  void read(SQLite::Database& database, const std::string& table) {
+    if (found_.empty()) return;
     SQLite::Statement rows(
-        database, "SELECT major_no, minor_no, source_id, freq, audio_pid, video_pid FROM " + table);
-    sqlString key;
+        database,
+        "SELECT rowid, major_no, minor_no, freq, source_id, audio_pid, video_pid FROM " + table);
     while (rows.executeStep()) {
-      // A number equals neither NULL nor a text.
-      key.clear();
-      bool comparable = true;
-      for (int i = 0; i < 4; ++i) {
-        const SQLite::Column value = rows.getColumn(i);
-        comparable = comparable && value.isInteger();
-        key << value.getInt64() << "-";
+      int64_t major = 0;
+      int64_t minor = 0;
+      int64_t frequency = 0;
+      int64_t source_id = 0;
+      if (!readNumber(rows.getColumn(1), major) || !readNumber(rows.getColumn(2), minor) ||
+          !readNumber(rows.getColumn(3), frequency)) {
+        continue;
       }
-      if (!comparable) continue;
-      const std::string number = key.str();
+      const std::string number = numberText(major, minor, frequency);
+      const auto same = same_number_.find(number);
+      if (same == same_number_.end()) continue;
+      same->second.rows.push_back(rows.getColumn(0).getInt64());
+      if (!readNumber(rows.getColumn(4), source_id)) continue;
       // A lookup without a PID text matches whatever the row has.
       for (const bool withAudio : {false, true}) {
         for (const bool withVideo : {false, true}) {
           if (!wanted_[withAudio][withVideo]) continue;
-          key.clear();
-          key << number << (withAudio ? rows.getColumn(4).getText() : "") << "\n"
-              << (withVideo ? rows.getColumn(5).getText() : "");
-          const auto lookup = found_.find(key.str());
-          if (lookup != found_.end()) lookup->second = true;
+          const auto found =
+              found_.find(lookup(number, source_id, withAudio ? pidText(rows.getColumn(5)) : "",
+                                 withVideo ? pidText(rows.getColumn(6)) : ""));
+          if (found != found_.end()) found->second = true;
         }
       }
     }
   }
 
+  SameNumber& sameNumber(const AISRV_service_info& service) {
+    return same_number_[numberOf(service)];
+  }
+
  private:
+  static std::string numberText(int64_t major, int64_t minor, int64_t frequency) {
+    sqlString text;
+    text << major << "-" << minor << "-" << frequency;
+    return text.str();
+  }
+
+  static std::string numberOf(const AISRV_service_info& service) {
+    return numberText(service.major, service.minor, service.frequency);
+  }
+
+  static std::string lookup(const std::string& number, int64_t source_id,
+                            const std::string& audio_pid, const std::string& video_pid) {
+    sqlString text;
+    text << number << "-" << source_id << "-" << static_cast<long long>(audio_pid.size()) << "-"
+         << audio_pid << video_pid;
+    return text.str();
+  }
+
+  // False when the value equals no integer: NULL, a text, a fraction.
+  static bool readNumber(const SQLite::Column& value, int64_t& number) {
+    if (!value.isInteger() && !value.isFloat()) return false;
+    number = value.getInt64();
+    return value.isInteger() || static_cast<double>(number) == value.getDouble();
+  }
+
+  static std::string pidText(const SQLite::Column& value) {
+    return value.isText() ? value.getString() : std::string();
+  }
+
   std::unordered_map<std::string, bool> found_;
+  std::unordered_map<std::string, SameNumber> same_number_;
   bool wanted_[2][2] = {};  // with an audio text, with a video text
 };
-
-// The stamp of this run: the receiver's time, moved on while a row carries it. The clock may stand
-// still or be set back, and rows of an earlier run must not look like this one's.
-uint32_t unusedStamp(SQLite::Database& database, const std::string& table, uint32_t now) {
-  std::set<int64_t> used;
-  SQLite::Statement stamps(database, "SELECT DISTINCT update_time FROM " + table);
-  while (stamps.executeStep()) used.insert(stamps.getColumn(0).getInt64());
-  while (used.count(now) != 0) ++now;
-  return now;
-}
 
 // One synchronisation of a table.
 class ChannelRewrite {
  public:
-  ChannelRewrite(std::string table, const std::vector<AISRV_service_info>& services)
-      : table_(std::move(table)), services_(services), columns_(_ATSC_Service_db_genBkupColumn()) {}
+  ChannelRewrite(std::string table, const std::vector<AISRV_service_info>& services,
+                 const atsc::LogPlace& place)
+      : table_(std::move(table)),
+        services_(services),
+        place_(place),
+        columns_(_ATSC_Service_db_genBkupColumn()) {}
 
   // Returns 1 when the content changed or could not be compared, else 0. Snapshot, rewrite and
   // comparison are one transaction: one commit to wait for, and a power cut leaves no snapshot.
-  int run(uint32_t now) {
+  int run() {
     int result = 1;
     try {
       std::unique_ptr<SQLite::Database> database = open();
-      const bool existed = database->tableExists(table_);
-      if (!existed) {
-        // Creation may replace the file.
-        database.reset();
-        _ATSC_Service_db_createChannelDB();
-        database = open();
+      std::optional<SQLite::Transaction> transaction;
+      bool snapshot = false;
+      // A table without a snapshot is rewritten all the same; only the comparison fails then.
+      try {
+        command_ = "CREATE TABLE tmp AS SELECT " + columns_ + " FROM " + table_;
+        if (database->tableExists(table_)) {
+          begin(*database, transaction);
+          takeSnapshot(*database);
+          snapshot = true;
+        } else {
+          // Creation may replace the file.
+          database.reset();
+          _ATSC_Service_db_createChannelDB();
+        }
+      } catch (const SQLite::Exception& e) {
+        printError(e, __LINE__);
       }
-      // Immediate: a read that becomes a write would not wait for another writer.
-      // Pages written before the commit would lock the readers out.
-      database->exec("PRAGMA cache_spill = OFF");
-      SQLite::Transaction transaction(*database, SQLite::TransactionBehavior::IMMEDIATE);
-      if (existed) takeSnapshot(*database);
-      rewrite(*database, now);
-      const int compared = existed ? compare(*database) : 1;
-      transaction.commit();
+      command_.clear();
+      if (database == nullptr) database = open();
+      begin(*database, transaction);
+      rewrite(*database);
+      const int compared = snapshot ? compare(*database) : 1;
+      transaction->commit();
       result = compared;
     } catch (const std::exception& e) {
-      atsc::logNotWritten(gChannel_DB_path, e);
-      atsc::printDatabaseError(e, "ATSC_Service_db_UpdateChannel", __LINE__, command_.str());
+      atsc::logNotWritten(*gChannel_DB_path, e);
+      printError(e, __LINE__);
     }
     return result;
   }
 
  private:
   static std::unique_ptr<SQLite::Database> open() {
-    if (gChannel_DB_path.empty()) gChannel_DB_path = atsc::channelDatabasePath();
+    if (gChannel_DB_path->empty()) *gChannel_DB_path = atsc::channelDatabasePath();
     return std::make_unique<SQLite::Database>(
-        gChannel_DB_path, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE | SQLite::OPEN_NOMUTEX,
+        *gChannel_DB_path, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE | SQLite::OPEN_NOMUTEX,
         atsc::kBusyTimeoutMs);
   }
 
-  // A table without a snapshot is rewritten all the same; only the comparison fails then.
-  void takeSnapshot(SQLite::Database& database) {
-    try {
-      dropSnapshot(database);
-      note("CREATE TABLE tmp AS SELECT " + columns_ + " FROM " + table_);
-      database.exec(command_.str());
-    } catch (const SQLite::Exception& e) {
-      atsc::printDatabaseError(e, "ATSC_Service_db_UpdateChannel", __LINE__, command_.str());
-      // The worst failures end the transaction; the rewrite needs one.
-      if (sqlite3_get_autocommit(database.getHandle()) != 0) database.exec("BEGIN IMMEDIATE");
+  void printError(const std::exception& e, int line) const {
+    atsc::printDatabaseError(e, place_.function, line, command_);
+  }
+
+  // Begins the transaction, unless it is running. Immediate: a read that becomes a write would not
+  // wait for another writer.
+  static void begin(SQLite::Database& database, std::optional<SQLite::Transaction>& transaction) {
+    if (!transaction) {
+      transaction.emplace(database, SQLite::TransactionBehavior::IMMEDIATE);
+      // Pages written before the commit would lock the readers out.
+      database.exec("PRAGMA cache_spill = OFF");
+    } else if (sqlite3_get_autocommit(database.getHandle()) != 0) {
+      database.exec("BEGIN IMMEDIATE");  // the worst failures have ended it
     }
-    command_.clear();
+  }
+
+  void takeSnapshot(SQLite::Database& database) {
+    const std::string snapshot = command_;
+    dropSnapshot(database);
+    exec(database, snapshot);
   }
 
   void dropSnapshot(SQLite::Database& database) {
-    note("DROP TABLE tmp");
-    if (database.tableExists("tmp")) database.exec(command_.str());
+    command_ = "DROP TABLE tmp";
+    if (database.tableExists("tmp")) database.exec(command_);
   }
 
   // What is to be written of one service.
   struct Write {
     ChannelRow row;
     const bool* update;  // the service has a row
+    SameNumber* same_number;
   };
 
-  void rewrite(SQLite::Database& database, uint32_t now) {
-    gCurTime = unusedStamp(database, table_, now);
-    Lookups lookups(services_.size());
+  void rewrite(SQLite::Database& database) {
+    CommittedRows committed;
     std::vector<Write> writes;
     writes.reserve(services_.size());
     for (const AISRV_service_info& service : services_) {
-      const StreamTexts streams = readStreams(service);
-      writes.push_back({channelRow(service, streams), lookups.add(service, streams)});
+      const StreamTexts streams = readStreams(service, place_);
+      const bool* const update = committed.add(service, streams);
+      writes.push_back({channelRow(service, streams), update, &committed.sameNumber(service)});
     }
-    lookups.run(database, table_);
-    // An update rewrites all rows of its key, so of many with one key the last one is enough.
-    std::unordered_map<std::string_view, size_t> lastUpdate(writes.size());
+    const std::string stamp = std::to_string(gCurTime);
+    // Rows of earlier runs must not look like this one's: the clock may stand still or be set back,
+    // and a row without a stamp is unequal to none.
+    exec(database, "UPDATE " + table_ + " SET update_time=-1 WHERE update_time=" + stamp +
+                       " OR update_time IS NULL");
+    committed.read(database, table_);
+    // An update rewrites all rows of its number, so of many with one number the last one is enough.
     for (size_t i = 0; i < writes.size(); ++i) {
-      if (*writes[i].update) lastUpdate[keyOf(writes[i])] = i;
+      if (*writes[i].update) writes[i].same_number->last_update = i;
     }
-    buildInsert(nullptr);
-    SQLite::Statement insertRow(database, command_.str());
-    buildUpdate(nullptr);
-    SQLite::Statement updateRows(database, command_.str());
+    std::optional<SQLite::Statement> insertRow;
+    std::optional<SQLite::Statement> updateRow;
     for (size_t i = 0; i < writes.size(); ++i) {
       const ChannelRow& row = writes[i].row;
+      SameNumber& same = *writes[i].same_number;
       if (!*writes[i].update) {
-        buildInsert(&row);
+        command_ = "INSERT INTO " + table_ + _ATSC_Service_db_getChannelInsert_Command(row);
         announce();
-        for (int column = 0; column < kChannelColumns; ++column) {
-          atsc::bindValue(insertRow, static_cast<size_t>(column) + 1, row[column]);
-        }
-        insertRow.exec();
-        insertRow.reset();
+        if (!insertRow) insertRow.emplace(database, "INSERT INTO " + table_ + insertText(nullptr));
+        write(*insertRow, row, kInsertOrder);
+        same.rows.push_back(database.getLastInsertRowid());
         continue;
       }
-      buildUpdate(&row);
+      command_ = "UPDATE " + table_ + " SET " + _ATSC_Service_db_getChannelUpdate_Command(row) +
+                 condition(row);
       announce();
-      if (lastUpdate[keyOf(writes[i])] != i) continue;
-      size_t position = 0;
-      for (const ChannelColumn column : kUpdateOrder) {
-        if (!isUpdateKey(column)) atsc::bindValue(updateRows, ++position, row[column]);
+      if (same.last_update != i) continue;
+      if (!updateRow) {
+        updateRow.emplace(database,
+                          "UPDATE " + table_ + " SET " + updateText(nullptr) + " WHERE rowid=?");
       }
-      for (const ChannelColumn column : kUpdateKey)
-        atsc::bindValue(updateRows, ++position, row[column]);
-      updateRows.exec();
-      updateRows.reset();
+      for (const int64_t key : same.rows) {
+        updateRow->bind(kChannelColumns + 1, key);
+        write(*updateRow, row, kUpdateOrder);
+      }
     }
-    sqlString stale;
-    stale << "DELETE FROM " << table_ << " WHERE update_time!=" << gCurTime;
-    // A row without any stamp is unequal to no number.
-    for (const std::string& command :
-         {stale.str(), "DELETE FROM " + table_ + " WHERE update_time IS NULL"}) {
-      note(command);
-      announce();
-      database.exec(command);
-    }
+    exec(database, "DELETE FROM " + table_ + " WHERE update_time!=" + stamp);
     command_.clear();
+  }
+
+  // Which rows an update addresses.
+  static std::string condition(const ChannelRow& row) {
+    sqlString text;
+    const char* separator = " WHERE ";
+    for (const ChannelColumn column : {kMajor, kMinor, kFrequency}) {
+      text << separator << kColumnNames[column] << "=";
+      appendValue(text, &row, column);
+      separator = " AND ";
+    }
+    return text.str();
+  }
+
+  static void write(SQLite::Statement& statement, const ChannelRow& row,
+                    const std::array<ChannelColumn, kChannelColumns>& order) {
+    for (size_t i = 0; i < order.size(); ++i) atsc::bindValue(statement, i + 1, row[order[i]]);
+    statement.exec();
+    statement.reset();
   }
 
   // 1 when the table differs from the snapshot or cannot be compared with it, else 0.
@@ -443,7 +510,7 @@ class ChannelRewrite {
       dropSnapshot(database);
       result = differences != 0 ? 1 : 0;
     } catch (const SQLite::Exception& e) {
-      atsc::printDatabaseError(e, "ATSC_Service_db_UpdateChannel", __LINE__, command_.str());
+      printError(e, __LINE__);
     }
     command_.clear();
     return result;
@@ -457,9 +524,9 @@ class ChannelRewrite {
   }
 
   bool keyIsUnique(SQLite::Database& database) {
-    note("SELECT group_concat(name || ' ' || type) FROM pragma_table_info('" + table_ +
-         "') WHERE pk > 0");
-    return database.execAndGet(command_.str()).getString() == "ch_index INTEGER";
+    command_ = "SELECT group_concat(name || ' ' || type) FROM pragma_table_info('" + table_ +
+               "') WHERE pk > 0";
+    return database.execAndGet(command_).getString() == "ch_index INTEGER";
   }
 
   bool sameRowCount(SQLite::Database& database) {
@@ -468,43 +535,37 @@ class ChannelRewrite {
   }
 
   int64_t queryNumber(SQLite::Database& database, const std::string& query) {
-    note(query);
+    command_ = query;
     return database.execAndGet(query).getInt64();
   }
 
-  static std::string_view keyOf(const Write& write) {
-    return std::get<std::string>(write.row[kChannelKey]);
+  void exec(SQLite::Database& database, const std::string& command) {
+    command_ = command;
+    database.exec(command_);
   }
 
-  // The command for one row; without a row, the text of the prepared statement.
-  void buildInsert(const ChannelRow* row) {
-    command_.clear();
-    command_ << "INSERT INTO " << table_;
-    _ATSC_Service_db_getChannelInsert_Command(command_, row);
-  }
-
-  void buildUpdate(const ChannelRow* row) {
-    command_.clear();
-    command_ << "UPDATE " << table_ << " SET ";
-    _ATSC_Service_db_getChannelUpdate_Command(command_, row);
-    appendUpdateCondition(command_, row);
-  }
-
-  // Notes the command that runs next.
-  void note(const std::string& command) {
-    command_.clear();
-    command_ << command;
-  }
-
-  void announce() { ATSC_LOG(Debug, "SQL Command %s\n", command_.str().c_str()); }
+  void announce() { ATSC_LOG_AT(place_, Debug, "SQL Command %s\n", command_.c_str()); }
 
   const std::string table_;
   const std::vector<AISRV_service_info>& services_;
+  const atsc::LogPlace place_;
   const std::string columns_;
-  sqlString command_;  // the one being run
+  std::string command_;  // the one being run
 };
 
 }  // namespace
+
+std::string _ATSC_Service_db_getChannelInsert_Command(AISRV_service_info* service,
+                                                      unsigned /*index*/) {
+  return _ATSC_Service_db_getChannelInsert_Command(
+      channelRow(*service, readStreams(*service, ATSC_HERE())));
+}
+
+std::string _ATSC_Service_db_getChannelUpdate_Command(AISRV_service_info* service,
+                                                      unsigned /*index*/) {
+  return _ATSC_Service_db_getChannelUpdate_Command(
+      channelRow(*service, readStreams(*service, ATSC_HERE())));
+}
 
 int ATSC_Service_db_UpdateChannel(int input_type) {
   ATSC_ENTER();
@@ -512,15 +573,21 @@ int ATSC_Service_db_UpdateChannel(int input_type) {
   try {
     uint32_t now = 0;
     ATSC_CALL(AIST_get_cur_time_secs, &now);
+    const auto input = static_cast<uint32_t>(input_type);
+    uint32_t count = 0;
     atsc::ServiceList list;
     // Without a list the table stays as it is: an empty one would delete every channel.
-    if (atsc::readServices(static_cast<uint32_t>(input_type), list)) {
-      std::lock_guard<std::mutex> lock(sql_db_update_lock);
-      for (size_t i = 0; i < list.records.size(); ++i) {
-        ATSC_LOG(Info, "Service[%d]", static_cast<int>(i));
-        Utili_printSrvInfo(&list.records[i]);
+    if (atsc::countServices(input, count, ATSC_HERE())) {
+      ATSC_LOG(Info, "channel count(%d)", static_cast<int>(count));
+      if (atsc::fetchServices(input, count, list, ATSC_HERE())) {
+        std::lock_guard<std::mutex> lock(sql_db_update_lock);
+        gCurTime = now;
+        for (size_t i = 0; i < list.records.size(); ++i) {
+          ATSC_LOG(Info, "Service[%d]", static_cast<int>(i));
+          Utili_printSrvInfo(&list.records[i]);
+        }
+        result = ChannelRewrite(atsc::channelTable(input_type), list.records, ATSC_HERE()).run();
       }
-      result = ChannelRewrite(atsc::channelTable(input_type), list.records).run(now);
     }
     ATSC_CALL(AISRV_sync_to_database);
   } catch (const std::exception& e) {

@@ -3,6 +3,7 @@
 #include <strings.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 
@@ -12,7 +13,8 @@
 
 ATSC_LOGGER("atsc/service/db")
 
-std::vector<ATSC_Service_db_layout> atsc_service_db_custom_column;
+ATSC_Service_db_layout* atsc_service_db_custom_column = nullptr;
+uint8_t atsc_service_db_custom_column_count = 0;
 
 namespace {
 
@@ -42,15 +44,17 @@ const char* nameFault(const std::string& name) {
 }
 
 // One entry of the "column" array as a layout row; false when it is rejected.
-bool readColumn(const Json::Value& entry, unsigned index, ATSC_Service_db_layout& column) {
+bool readColumn(const Json::Value& entry, unsigned index, ATSC_Service_db_layout& column,
+                const atsc::LogPlace& place) {
   if (!entry.isObject() || !entry.get("name", "").isString()) {
-    ATSC_LOG(Error, "customized column[%u] rejected: no \"name\" text", index);
+    ATSC_LOG_AT(place, Error, "customized column[%u] rejected: no \"name\" text", index);
     return false;
   }
   const std::string name = entry.get("name", "").asString();
-  ATSC_LOG(Info, "customized cloumn name[%d] %s", static_cast<int>(index), name.c_str());
+  ATSC_LOG_AT(place, Info, "customized cloumn name[%d] %s", static_cast<int>(index), name.c_str());
   if (const char* fault = nameFault(name)) {
-    ATSC_LOG(Error, "customized column[%u] rejected: %s: %.128s", index, fault, name.c_str());
+    ATSC_LOG_AT(place, Error, "customized column[%u] rejected: %s: %.128s", index, fault,
+                name.c_str());
     return false;
   }
   memcpy(column.name, name.c_str(), name.size());
@@ -75,12 +79,18 @@ int32_t _ATSC_Service_db_cus_init() {
   try {
     std::ifstream file(path);
     Json::Reader reader;
-    if (!file || !reader.parse(file, root)) return -1;
+    if (!file || !reader.parse(file, root)) {
+      ATSC_LEAVE();
+      return -1;
+    }
   } catch (const std::exception& e) {
     ATSC_LOG(Error, "customer columns in %s: %s", path.c_str(), e.what());
+    ATSC_LEAVE();
     return -1;
   }
-  atsc_service_db_custom_column.clear();
+  free(atsc_service_db_custom_column);
+  atsc_service_db_custom_column = nullptr;
+  atsc_service_db_custom_column_count = 0;
   if (!root.isObject() || !root["column"].isArray()) {
     if (!root.isObject()) ATSC_LOG(Error, "%s holds no JSON object", path.c_str());
     ATSC_LEAVE();
@@ -92,10 +102,19 @@ int32_t _ATSC_Service_db_cus_init() {
     ATSC_LOG(Error, "%s has %u customized columns, the first %u are taken", path.c_str(),
              columns.size(), count);
   }
+  atsc_service_db_custom_column = static_cast<ATSC_Service_db_layout*>(
+      calloc(std::max(count, 1u), sizeof *atsc_service_db_custom_column));
+  if (atsc_service_db_custom_column == nullptr) {
+    ATSC_LOG(Error, "atsc_service_db_custom_column is NULL");
+    ATSC_LEAVE();
+    return -1;
+  }
   ATSC_LOG(Info, "customized cloumns size %d\n", static_cast<int>(count));
   for (unsigned i = 0; i < count; ++i) {
     ATSC_Service_db_layout column{};
-    if (readColumn(columns[i], i, column)) atsc_service_db_custom_column.push_back(column);
+    if (readColumn(columns[i], i, column, ATSC_HERE())) {
+      atsc_service_db_custom_column[atsc_service_db_custom_column_count++] = column;
+    }
   }
   ATSC_LEAVE();
   return 0;

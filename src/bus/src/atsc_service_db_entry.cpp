@@ -13,20 +13,20 @@ namespace {
 
 // Sets a column of the rows with a channel key; `appendValue` appends the value to the command.
 template <typename AppendValue>
-void updateEntry(const char* function, const char* ch_id_pk, const char* table, const char* column,
-                 AppendValue appendValue) {
+void updateEntry(const atsc::LogPlace& place, const char* ch_id_pk, const char* table,
+                 const char* column, AppendValue appendValue) {
   sqlString command;
   try {
     command << "UPDATE " << table << " SET " << column << "=";
     appendValue(command);
     command << " WHERE ch_id_pk=";
     command.conStr(ch_id_pk);
-    ATSC_LOG(Debug, " update command: %s", command.str().c_str());
+    ATSC_LOG_AT(place, Debug, " update command: %s", command.str().c_str());
     SQLite::Database database(
-        gChannel_DB_path.empty() ? atsc::channelDatabasePath() : gChannel_DB_path,
+        gChannel_DB_path->empty() ? atsc::channelDatabasePath() : *gChannel_DB_path,
         SQLite::OPEN_READWRITE, atsc::kBusyTimeoutMs);
     if (!database.tableExists(table)) {
-      ATSC_LOG(Error, "table(%s) does not exist", table);
+      ATSC_LOG_AT(place, Error, "table(%s) does not exist", table);
       return;
     }
     // Immediate: a read that becomes a write would not wait for another writer.
@@ -34,8 +34,8 @@ void updateEntry(const char* function, const char* ch_id_pk, const char* table, 
     database.exec(command.str());
     transaction.commit();
   } catch (const std::exception& e) {
-    atsc::logNotWritten(gChannel_DB_path, e);
-    atsc::printDatabaseError(e, function, __LINE__, command.str());
+    atsc::logNotWritten(*gChannel_DB_path, e);
+    atsc::printDatabaseError(e, place.function, __LINE__, command.str());
   }
 }
 
@@ -82,9 +82,10 @@ void ATSC_Service_db_updateChannelEntryText(const char* ch_id_pk, const char* ta
   ATSC_ENTER();
   if (anyNull({ch_id_pk, table, column, value})) {
     ATSC_LOG(Error, "input parameter is null.");
+    ATSC_LEAVE();
     return;
   }
-  updateEntry(__func__, ch_id_pk, table, column,
+  updateEntry(ATSC_HERE(), ch_id_pk, table, column,
               [&](sqlString& command) { command.conStr(value); });
   ATSC_LEAVE();
 }
@@ -94,8 +95,9 @@ void ATSC_Service_db_updateChannelEntryInterger(const char* ch_id_pk, const char
   ATSC_ENTER();
   if (anyNull({ch_id_pk, table, column})) {
     ATSC_LOG(Error, "input parameter is null.");
+    ATSC_LEAVE();
     return;
   }
-  updateEntry(__func__, ch_id_pk, table, column, [&](sqlString& command) { command << value; });
+  updateEntry(ATSC_HERE(), ch_id_pk, table, column, [&](sqlString& command) { command << value; });
   ATSC_LEAVE();
 }

@@ -47,7 +47,7 @@ class Event {
     }
   }
 
-  void rating(std::string& text) const {
+  void rating(std::string& text, const atsc::LogPlace& place) const {
     if (info_.rating.text == nullptr || info_.rating.length == 0) {
       text = "No rating";
     } else if (info_.multi_rating == 0) {
@@ -55,7 +55,7 @@ class Event {
     } else {
       std::array<uint8_t, AIEC_RATING_SIZE> buffer{};
       multiple_lang_t all{buffer.data(), AIEC_RATING_SIZE, 0};
-      ATSC_CALL(AIEC_get_multiple_event_rating_string, &info_.key, &all);
+      ATSC_CALL_AT(place, AIEC_get_multiple_event_rating_string, &info_.key, &all);
       ratingText(all, text);
     }
   }
@@ -66,10 +66,10 @@ class Event {
     for (unsigned i = 0; i < count; ++i) text += std::to_string(info_.genres[i]) + ',';
   }
 
-  void description(std::string& text) {
+  void description(std::string& text, const atsc::LogPlace& place) {
     description_.fill(0);
     multiple_lang_t lent{description_.data(), AIEC_DESCRIPTION_SIZE, 0};
-    ATSC_CALL(AIEC_get_event_description, &info_.key, &lent);
+    ATSC_CALL_AT(place, AIEC_get_event_description, &info_.key, &lent);
     atsc::textToUTF8(lent, AIEC_DESCRIPTION_SIZE, text);
   }
 
@@ -94,7 +94,8 @@ class Event {
 // Rewrites the guide of an input.
 class GuideRewrite {
  public:
-  explicit GuideRewrite(std::string table) : table_(std::move(table)) {
+  GuideRewrite(std::string table, const atsc::LogPlace& place)
+      : table_(std::move(table)), place_(place) {
     insert_ = "INSERT INTO " + table_ + " ( ";
     for (const char* column : kColumns) {
       insert_ += column;
@@ -118,7 +119,7 @@ class GuideRewrite {
       transaction.commit();
     } catch (const SQLite::Exception& e) {
       atsc::logNotWritten(path, e);
-      atsc::printDatabaseError(e, "ATSC_Service_db_UpdateEvent", __LINE__, command_.str());
+      atsc::printDatabaseError(e, place_.function, __LINE__, command_.str());
     }
   }
 
@@ -126,9 +127,10 @@ class GuideRewrite {
   void writeEvents(const AISRV_service_info& service, SQLite::Statement& insert) {
     const std::string key = atsc::channelKey(service);
     uint16_t count = 0;
-    if (ATSC_CALL(AIEC_get_total_events, &service, &count) != 0 || count == 0) return;
+    if (ATSC_CALL_AT(place_, AIEC_get_total_events, &service, &count) != 0 || count == 0) return;
     uint16_t got = 0;
-    if (ATSC_CALL(AIEC_get_first_n_events, &service, event_.lend(), 1, &got) != 0 || got == 0) {
+    if (ATSC_CALL_AT(place_, AIEC_get_first_n_events, &service, event_.lend(), 1, &got) != 0 ||
+        got == 0) {
       return;
     }
     for (uint16_t i = 0; i < count; ++i) {
@@ -138,7 +140,9 @@ class GuideRewrite {
       const int status = AIEC_get_next_n_events(&previous, event_.lend(), 1, &got, 1);
       // What follows the last event does not matter.
       if (i + 1 == count) break;
-      if (ATSC_STATUS(AIEC_get_next_n_events, status) != 0 || got == 0) return;
+      if (atsc::checkStatus(*g_logger, place_, "AIEC_get_next_n_events", status) != 0 || got == 0) {
+        return;
+      }
     }
   }
 
@@ -150,15 +154,15 @@ class GuideRewrite {
     event_.name(text(3));
     row_[4] = int64_t{info.start_time};
     row_[5] = int64_t{info.duration};
-    event_.rating(text(6));
+    event_.rating(text(6), place_);
     row_[7] = int64_t{info.multi_rating};
     row_[8] = int64_t{info.genre_count};
     row_[9] = int64_t{info.parental_status};
     event_.genres(text(10));
     row_[11] = int64_t{info.captions};
-    event_.description(text(12));
+    event_.description(text(12), place_);
     buildInsert(&row_);
-    ATSC_LOG(Debug, "SQL Command %s\n", command_.str().c_str());
+    ATSC_LOG_AT(place_, Debug, "SQL Command %s\n", command_.str().c_str());
     for (size_t i = 0; i < row_.size(); ++i) atsc::bindValue(insert, i + 1, row_[i]);
     insert.exec();
     insert.reset();
@@ -182,6 +186,7 @@ class GuideRewrite {
   }
 
   const std::string table_;
+  const atsc::LogPlace place_;
   std::string insert_;  // the command up to its values
   sqlString command_;   // the one being run
   Event event_;
@@ -193,12 +198,17 @@ class GuideRewrite {
 void ATSC_Service_db_UpdateEvent(int input_type) {
   ATSC_ENTER();
   try {
-    const bool terrestrial = input_type == AI_INPUT_TERRESTRIAL;
+    const uint32_t input =
+        input_type == AI_INPUT_TERRESTRIAL ? AI_INPUT_TERRESTRIAL : AI_INPUT_CABLE;
+    uint32_t count = 0;
     atsc::ServiceList list;
     // Without a list the guide stays as it is: an empty one would delete every event.
-    if (atsc::readServices(terrestrial ? AI_INPUT_TERRESTRIAL : AI_INPUT_CABLE, list)) {
-      const std::string path = _ATSC_Service_db_createEventDB(input_type);
-      GuideRewrite(atsc::eventTable(input_type)).run(path, list.records);
+    if (atsc::countServices(input, count, ATSC_HERE())) {
+      ATSC_LOG(Info, "channel count(%d)", static_cast<int>(count));
+      if (atsc::fetchServices(input, count, list, ATSC_HERE())) {
+        const std::string path = _ATSC_Service_db_createEventDB(input_type);
+        GuideRewrite(atsc::eventTable(input_type), ATSC_HERE()).run(path, list.records);
+      }
     }
   } catch (const std::exception& e) {
     ATSC_LOG(Error, "guide of input %d: %s", input_type, e.what());

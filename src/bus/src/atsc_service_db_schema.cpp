@@ -44,25 +44,21 @@ bool emptyWornTables(SQLite::Database& database) {
 }
 
 // Compares the tables' row counts with the middleware's service counts.
-bool countsDiffer(SQLite::Database& database) {
+bool countsDiffer(SQLite::Database& database, const atsc::LogPlace& place) {
   bool differ = false;
   for (const int input : kInputs) {
     const std::string table = atsc::channelTable(input);
     if (!database.tableExists(table)) continue;
     const int rows = database.execAndGet("SELECT COUNT(*) FROM " + table).getInt();
-    const AISRV_query_filter filter{};
     uint32_t services = 0;
-    if (ATSC_CALL(AISRV_get_total_services, static_cast<uint32_t>(input), AISRV_SERVICE_MASK,
-                  &filter, 0, &services) != 0) {
-      continue;
-    }
+    if (!atsc::countServices(static_cast<uint32_t>(input), services, place)) continue;
     if (rows < 0 || static_cast<uint32_t>(rows) != services) {
       if (input == AI_INPUT_TERRESTRIAL) {
-        ATSC_LOG(Error, "Channel number is not synced( service T(%d) , SQLDB T(%d)\n",
-                 static_cast<int>(services), rows);
+        ATSC_LOG_AT(place, Error, "Channel number is not synced( service T(%d) , SQLDB T(%d)\n",
+                    static_cast<int>(services), rows);
       } else {
-        ATSC_LOG(Error, "Channel number is not synced( service C(%d), SQLDB C(%d)\n",
-                 static_cast<int>(services), rows);
+        ATSC_LOG_AT(place, Error, "Channel number is not synced( service C(%d), SQLDB C(%d)\n",
+                    static_cast<int>(services), rows);
       }
       differ = true;
     }
@@ -71,9 +67,10 @@ bool countsDiffer(SQLite::Database& database) {
 }
 
 // Whether SQLite's own check of the file says "ok".
-bool integrityIsOk(SQLite::Database& database, const std::string& path) {
+bool integrityIsOk(SQLite::Database& database, const std::string& path,
+                   const atsc::LogPlace& place) {
   if (database.execAndGet("PRAGMA integrity_check").getString() == "ok") return true;
-  ATSC_LOG(Error, " DB(%s) integrity check fail\n", path.c_str());
+  ATSC_LOG_AT(place, Error, " DB(%s) integrity check fail\n", path.c_str());
   return false;
 }
 
@@ -85,29 +82,29 @@ bool contentIsUnusable(const SQLite::Exception& e) {
 }
 
 // Whether the file can stay: sound and of this schema's version.
-bool fileIsUsable(const std::string& path) {
+bool fileIsUsable(const std::string& path, const atsc::LogPlace& place) {
   try {
     SQLite::Database database(path, SQLite::OPEN_READONLY, atsc::kBusyTimeoutMs);
-    return integrityIsOk(database, path) &&
+    return integrityIsOk(database, path, place) &&
            database.execAndGet("PRAGMA user_version").getInt() == kSchemaVersion;
   } catch (const SQLite::Exception& e) {
     if (!contentIsUnusable(e)) throw;
-    atsc::printDatabaseError(e, "_ATSC_Service_db_createChannelDB", __LINE__);
+    atsc::printDatabaseError(e, place.function, __LINE__);
     return false;
   }
 }
 
 // Whether the channel tables must be rebuilt; removes a file that cannot be kept.
-bool checkFile(const std::string& path) {
+bool checkFile(const std::string& path, const atsc::LogPlace& place) {
   try {
-    if (!fileIsUsable(path)) {
+    if (!fileIsUsable(path, place)) {
       removeDatabase(path);
       return true;
     }
     SQLite::Database database(path, SQLite::OPEN_READWRITE, atsc::kBusyTimeoutMs);
-    return emptyWornTables(database) || countsDiffer(database);
+    return emptyWornTables(database) || countsDiffer(database, place);
   } catch (const SQLite::Exception& e) {
-    atsc::printDatabaseError(e, "_ATSC_Service_db_createChannelDB", __LINE__);
+    atsc::printDatabaseError(e, place.function, __LINE__);
     // A table that lacks is created later; what the checks did not find may show up here.
     if (contentIsUnusable(e) && e.getErrorCode() != SQLITE_ERROR) removeDatabase(path);
     return true;
@@ -147,70 +144,71 @@ void run(SQLite::Database& database, const std::string& command, const char* fun
   }
 }
 
-// Adds the columns that the table lacks.
-template <typename Columns>
-void addMissingColumns(SQLite::Database& database, const std::string& table, const Columns& columns,
-                       const char* function) {
-  for (const ATSC_Service_db_layout& column : columns) {
+// Adds the columns that the table lacks, of `count` ones.
+void addMissingColumns(SQLite::Database& database, const std::string& table,
+                       const ATSC_Service_db_layout* columns, size_t count,
+                       const atsc::LogPlace& place) {
+  for (size_t i = 0; i < count; ++i) {
     // Quoted: a customer's name may be anything, and "desc" is a word of SQL.
-    const std::string name = atsc::quotedIdentifier(column.name);
+    const std::string name = atsc::quotedIdentifier(columns[i].name);
     try {
       SQLite::Statement(database, "SELECT " + name + " FROM " + table).executeStep();
     } catch (const SQLite::Exception&) {
       const std::string command =
-          "ALTER TABLE " + table + " ADD COLUMN " + name + " " + sqlType(column) + " ";
-      ATSC_LOG(Info, "add DB command: %s", command.c_str());
-      run(database, command, function);
+          "ALTER TABLE " + table + " ADD COLUMN " + name + " " + sqlType(columns[i]) + " ";
+      ATSC_LOG_AT(place, Info, "add DB command: %s", command.c_str());
+      run(database, command, place.function);
     }
   }
 }
 
 // Brings a table to its layout: adds missing columns, or creates it.
-template <typename Columns>
-void createOrMigrate(SQLite::Database& database, const std::string& table, const Columns& columns,
-                     const std::string& command, const char* function) {
+template <size_t N>
+void createOrMigrate(SQLite::Database& database, const std::string& table,
+                     const ATSC_Service_db_layout (&columns)[N], const std::string& command,
+                     const atsc::LogPlace& place) {
   if (database.tableExists(table)) {
-    addMissingColumns(database, table, columns, function);
+    addMissingColumns(database, table, columns, N, place);
   } else {
-    ATSC_LOG(Info, "create DB command: %s", command.c_str());
-    run(database, command, function);
+    ATSC_LOG_AT(place, Info, "create DB command: %s", command.c_str());
+    run(database, command, place.function);
   }
 }
 
 }  // namespace
 
 std::string _ATSC_Service_db_genBkupColumn() {
+  ATSC_ENTER();
   std::string columns;
   for (const ATSC_Service_db_layout& column : atsc_service_db_layout) {
     if (strcmp(column.name, "update_time") == 0) continue;
     if (!columns.empty()) columns += ", ";
     columns += column.name;
   }
+  ATSC_LEAVE();
   return columns;
 }
 
 bool _ATSC_Service_db_createChannelDB() {
   ATSC_ENTER();
-  if (gChannel_DB_path.empty()) gChannel_DB_path = atsc::channelDatabasePath();
-  const bool rebuild = checkFile(gChannel_DB_path);
+  if (gChannel_DB_path->empty()) *gChannel_DB_path = atsc::channelDatabasePath();
+  const bool rebuild = checkFile(*gChannel_DB_path, ATSC_HERE());
   try {
-    SQLite::Database database(gChannel_DB_path, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE,
+    SQLite::Database database(*gChannel_DB_path, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE,
                               atsc::kBusyTimeoutMs);
     for (const int input : kInputs) {
       const std::string table = atsc::channelTable(input);
-      createOrMigrate(database, table, atsc_service_db_layout, createCommand(table), __func__);
-      addMissingColumns(database, table, atsc_service_db_custom_column, __func__);
-      // The key of a synchronisation's updates.
-      run(database,
-          "CREATE INDEX IF NOT EXISTS " + table + "_number ON " + table +
-              " (major_no, minor_no, freq)",
-          __func__);
+      createOrMigrate(database, table, atsc_service_db_layout, createCommand(table), ATSC_HERE());
+      addMissingColumns(database, table, atsc_service_db_custom_column,
+                        atsc_service_db_custom_column_count, ATSC_HERE());
+      // Of an older version; it changes the order in which readers get the rows.
+      run(database, "DROP INDEX IF EXISTS " + table + "_number", __func__);
     }
     // What an interrupted synchronisation of an older version leaves behind.
     if (database.tableExists("tmp")) run(database, "DROP TABLE tmp", __func__);
     run(database, "PRAGMA user_version = " + std::to_string(kSchemaVersion), __func__);
   } catch (const SQLite::Exception& e) {
-    atsc::logNotWritten(gChannel_DB_path, e);
+    atsc::logNotWritten(*gChannel_DB_path, e);
     atsc::printDatabaseError(e, __func__, __LINE__);
   }
   ATSC_LEAVE();
@@ -220,24 +218,24 @@ bool _ATSC_Service_db_createChannelDB() {
 std::string _ATSC_Service_db_createEventDB(int input_type) {
   ATSC_ENTER();
   const std::string table = atsc::eventTable(input_type);
-  gEvent_DB_path = atsc::eventDatabasePath();
+  *gEvent_DB_path = atsc::eventDatabasePath();
   bool usable = false;
   try {
-    SQLite::Database database(gEvent_DB_path, SQLite::OPEN_READONLY, atsc::kBusyTimeoutMs);
-    usable = integrityIsOk(database, gEvent_DB_path);
+    SQLite::Database database(*gEvent_DB_path, SQLite::OPEN_READONLY, atsc::kBusyTimeoutMs);
+    usable = integrityIsOk(database, *gEvent_DB_path, ATSC_HERE());
   } catch (const SQLite::Exception& e) {
     atsc::printDatabaseError(e, __func__, __LINE__);
   }
   // The guide is filled anew anyway.
-  if (!usable) removeDatabase(gEvent_DB_path);
+  if (!usable) removeDatabase(*gEvent_DB_path);
   try {
-    SQLite::Database database(gEvent_DB_path, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE,
+    SQLite::Database database(*gEvent_DB_path, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE,
                               atsc::kBusyTimeoutMs);
-    createOrMigrate(database, table, atsc_event_db_layout, eventCreateCommand(table), __func__);
+    createOrMigrate(database, table, atsc_event_db_layout, eventCreateCommand(table), ATSC_HERE());
   } catch (const SQLite::Exception& e) {
-    atsc::logNotWritten(gEvent_DB_path, e);
+    atsc::logNotWritten(*gEvent_DB_path, e);
     atsc::printDatabaseError(e, __func__, __LINE__);
   }
   ATSC_LEAVE();
-  return gEvent_DB_path;
+  return *gEvent_DB_path;
 }
