@@ -220,7 +220,7 @@ TEST_F(CommandTest, QueuedChangesRunOneAfterTheOtherAndDelayNobody) {
                           "AIFW_channel_change(1,2,4103,0,0,0,65535,2)"));
   std::lock_guard<std::mutex> lock(mutex);
   EXPECT_GE(starts[1] - ends[0], std::chrono::milliseconds(100));
-  EXPECT_NE("", fake::logLine("queued command dropped: "));
+  EXPECT_NE("", fake::logLine("command refused: "));
   EXPECT_TRUE(fake::logged("Error", "no channel(65543-1) to change to"));
 }
 

@@ -1,16 +1,39 @@
-// A program that returns from main() while the callback threads are at work ends cleanly.
+// How a process that has loaded the library ends: from main() while threads are at work, as a
+// forked child, and with the command thread inside the middleware.
 #include <aifw.h>
 #include <atsc/atsc_service.h>
 #include <stdlib.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <atomic>
+#include <chrono>
+#include <cstring>
 #include <thread>
 
 #include "fake.h"
 
-int main() {
+namespace {
+
+constexpr char kChange[] = "{\"class\":\"FW\",\"command\":\"CHANNELCHANGE\"}";
+
+// Runs `body` in the middleware, on the command thread.
+template <typename Body>
+void inTheMiddleware(Body body) {
+  static std::atomic<bool> entered{false};
+  fake::onCall([body](const std::string& call) {
+    if (call.rfind("AIFW_channel_change", 0) != 0) return;
+    entered = true;
+    body();
+  });
+  ATSC_TransmitServiceClientJSONCommand(kChange, nullptr);
+  while (!entered) std::this_thread::yield();
+}
+
+// Returns from main() while the callback threads send, and events come to the very end.
+int atWork() {
   setenv("ATSC_EVENT_DB", "/nonexistent/events.db", 1);
   ATSC_Service_init(nullptr);
-  // Goes on raising events to the very end.
   std::thread([] {
     for (;;) {
       ATSC_Service_event_cb(AFW_VIEWING_DELAY, nullptr);
@@ -18,4 +41,40 @@ int main() {
     }
   }).detach();
   return fake::waitForSent(500).size() >= 500 ? 0 : 1;
+}
+
+// A child that ends as its parent would.
+int child() {
+  const pid_t pid = fork();
+  if (pid == 0) exit(0);
+  int status = -1;
+  waitpid(pid, &status, 0);
+  return status;
+}
+
+// A channel change that outlasts the process.
+int stuck() {
+  inTheMiddleware([] { std::this_thread::sleep_for(std::chrono::hours(1)); });
+  return 0;
+}
+
+// The end on the command thread itself.
+int onTheThread() {
+  inTheMiddleware([] { exit(0); });
+  std::this_thread::sleep_for(std::chrono::hours(1));
+  return 1;
+}
+
+}  // namespace
+
+int main(int, char** argv) {
+  const struct {
+    const char* name;
+    int (*run)();
+  } ways[] = {{"at_work", atWork}, {"child", child}, {"stuck", stuck}, {"thread", onTheThread}};
+  alarm(60);
+  for (const auto& way : ways) {
+    if (strcmp(way.name, argv[1]) == 0) return way.run();
+  }
+  return 2;
 }

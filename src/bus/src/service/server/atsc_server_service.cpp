@@ -13,13 +13,15 @@ namespace ATSCBUS {
 namespace {
 
 constexpr unsigned int kPollMicroseconds = 100000;
+// How long the end of the process waits for a channel change.
+constexpr std::chrono::seconds kEndWait{1};
 
 }  // namespace
 
 ATSCServerService::ATSCServerService()
     : BUSServerInterface(kServiceServerName, kServiceServerName) {
   ATSC_ENTER();
-  command_thread_ = std::thread(&ATSCServerService::_ATSC_Service_Command_task, this);
+  *command_thread_ = std::thread(&ATSCServerService::_ATSC_Service_Command_task, this);
   start();
   ATSC_LEAVE();
 }
@@ -27,13 +29,22 @@ ATSCServerService::ATSCServerService()
 ATSCServerService::~ATSCServerService() {
   ATSC_ENTER();
   stop();
-  {
-    std::lock_guard<std::mutex> lock(stop_mutex_);
-    stopping_ = true;
-  }
-  stop_condition_.notify_all();
-  command_thread_.join();
+  endCommandThread();
   ATSC_LEAVE();
+}
+
+void ATSCServerService::endCommandThread() {
+  if (getpid() != process_ || std::this_thread::get_id() == command_thread_->get_id()) return;
+  std::unique_lock<std::mutex> lock(stop_->mutex);
+  stop_->requested = true;
+  stop_->changed.notify_all();
+  if (stop_->changed.wait_for(lock, kEndWait, [this] { return stop_->ended; })) {
+    lock.unlock();
+    command_thread_->join();
+  } else {
+    command_thread_->detach();
+    ATSC_LOG(Warn, "the process ends during a channel change");
+  }
 }
 
 int ATSCServerService::onTransact(unsigned int code, BUSParam& data, BUSParam* reply,
@@ -47,20 +58,21 @@ int ATSCServerService::onTransact(unsigned int code, BUSParam& data, BUSParam* r
 
 // Sleeps; true when the process is ending.
 bool ATSCServerService::waitForStop(unsigned int microseconds) {
-  std::unique_lock<std::mutex> lock(stop_mutex_);
-  return stop_condition_.wait_for(lock, std::chrono::microseconds(microseconds),
-                                  [this] { return stopping_; });
+  std::unique_lock<std::mutex> lock(stop_->mutex);
+  return stop_->changed.wait_for(lock, std::chrono::microseconds(microseconds),
+                                 [this] { return stop_->requested; });
 }
 
 void ATSCServerService::_ATSC_Service_Command_task() {
+  ATSC_ENTER();
   bool pause = false;
   while (!waitForStop(pause ? kPollMicroseconds : 0)) {
     std::string command;
     {
       std::lock_guard<std::mutex> lock(queue_mutex_);
-      if (!command_queue_.empty()) {
-        command = std::move(command_queue_.front());
-        command_queue_.erase(command_queue_.begin());
+      if (!command_queue_->empty()) {
+        command = std::move(command_queue_->front());
+        command_queue_->erase(command_queue_->begin());
       }
     }
     pause = true;
@@ -79,6 +91,9 @@ void ATSCServerService::_ATSC_Service_Command_task() {
       ATSC_LOG(Error, "queued command dropped: %.200s", command.c_str());
     }
   }
+  const std::lock_guard<std::mutex> lock(stop_->mutex);
+  stop_->ended = true;
+  stop_->changed.notify_all();
 }
 
 }  // namespace ATSCBUS

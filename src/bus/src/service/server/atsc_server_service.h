@@ -3,6 +3,7 @@
 
 #include <bus.h>
 #include <json/json.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <condition_variable>
@@ -12,20 +13,24 @@
 #include <thread>
 #include <vector>
 
+#include "atsc_immortal.h"
+
 namespace ATSCBUS {
 
 // The service process's command server. One object a process, g_atsc_server_service.
 //
 // Commands run on the BUS server thread inside the transaction. The channel change alone is queued
 // and runs on the command thread, so that nobody waits while a channel is tuned.
-class __attribute__((visibility("default"))) ATSCServerService final : public BUSServerInterface {
+class __attribute__((visibility("default"))) ATSCServerService : public BUSServerInterface {
  public:
   // No channel index known.
   static constexpr int32_t INVALID_CHANNEL_INDEX = -1;
 
   // Starts the command thread.
   ATSCServerService();
-  // Ends the command thread; a queued channel change that has not begun is dropped.
+  // Ends the command thread, unless it stays in the middleware for longer than a second; then it is
+  // left there. A queued channel change that has not begun is dropped. In a forked child, and on
+  // the command thread itself, there is nothing to end.
   ~ATSCServerService() override;
 
   int onTransact(unsigned int code, BUSParam& data, BUSParam* reply, unsigned int flags) override;
@@ -41,11 +46,8 @@ class __attribute__((visibility("default"))) ATSCServerService final : public BU
   // The channel-table index of the channel that the last channel change reached.
   int32_t savedChannelIndex() const { return saved_channel_index_; }
 
- private:
-  struct Dispatcher;
-
-  void _ATSC_Service_Command_task();
-  bool waitForStop(unsigned int microseconds);
+  // The handlers of the commands. Those that take a request may throw on members of the wrong type,
+  // which jsonCommand() answers with -1.
 
   int FW_init();
   int FW_powerDown(bool powerdown);
@@ -107,14 +109,30 @@ class __attribute__((visibility("default"))) ATSCServerService final : public BU
   int EAS_DisableOptionalEASEventIdCheck(Json::Value& request, char** result);
   int EAS_EnableCableEASOnly(Json::Value& request, char** result);
 
-  std::vector<std::string> command_queue_;  // guarded by queue_mutex_; front is next
-  std::thread command_thread_;
+ private:
+  struct Dispatcher;
+
+  // How the command thread is ended.
+  struct Stop {
+    std::mutex mutex;
+    std::condition_variable changed;
+    bool requested = false;  // guarded by mutex
+    bool ended = false;      // guarded by mutex
+  };
+
+  void _ATSC_Service_Command_task();
+  bool waitForStop(unsigned int microseconds);
+  void endCommandThread();
+
+  // What the command thread uses is never destroyed: it may outlast the globals.
+  atsc::Immortal<std::vector<std::string>>
+      command_queue_;  // guarded by queue_mutex_; front is next
+  atsc::Immortal<std::thread> command_thread_;
   std::mutex queue_mutex_;
   int32_t reduced_logging_ = 0;  // BUS server thread only
   std::atomic<int32_t> saved_channel_index_{INVALID_CHANNEL_INDEX};
-  std::mutex stop_mutex_;
-  std::condition_variable stop_condition_;
-  bool stopping_ = false;  // guarded by stop_mutex_
+  atsc::Immortal<Stop> stop_;
+  const pid_t process_ = getpid();  // whose command thread it is
 };
 
 }  // namespace ATSCBUS

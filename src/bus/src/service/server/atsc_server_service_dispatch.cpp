@@ -5,6 +5,7 @@
 
 #include "atsc_log.h"
 #include "service/server/atsc_server_service.h"
+#include "service/server/atsc_server_service_interface.h"
 
 ATSC_LOGGER("service/srv")
 
@@ -69,7 +70,7 @@ constexpr ATSCServerService::Dispatcher::Command ATSCServerService::Dispatcher::
     {"CHANNELCHANGE",
      [](const Call& call) {
        std::lock_guard<std::mutex> lock(call.server.queue_mutex_);
-       call.server.command_queue_.push_back(call.text);
+       call.server.command_queue_->push_back(call.text);
        return 0;
      }},
     {"CHANNELMODIFY", [](const Call& call) { return call.server.FW_modifyChannel(call.request); }},
@@ -122,8 +123,8 @@ constexpr ATSCServerService::Dispatcher::Command ATSCServerService::Dispatcher::
 constexpr ATSCServerService::Dispatcher::Command ATSCServerService::Dispatcher::kTest[] = {
     {"GETSERVICE",
      [](const Call& call) {
-       return call.server.Test_getAllServiceAndUpdate(call.request.get("input", "VSB").asString() ==
-                                                      "VSB");
+       const std::string input = atsc::textMember(call.request, "input", "VSB");
+       return call.server.Test_getAllServiceAndUpdate(input == "VSB");
      }},
 };
 
@@ -168,7 +169,7 @@ constexpr ATSCServerService::Dispatcher::Command ATSCServerService::Dispatcher::
 constexpr ATSCServerService::Dispatcher::Command ATSCServerService::Dispatcher::kMisc[] = {
     {"LOGCTL",
      [](const Call& call) {
-       const std::string para = call.request.get("para", "").asString();
+       const std::string para = atsc::textMember(call.request, "para", "");
        if (para == "RESUME") call.server.reduced_logging_ = 0;
        if (para == "REDUCE") call.server.reduced_logging_ = 1;
        return 0;

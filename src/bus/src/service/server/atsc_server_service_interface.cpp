@@ -16,13 +16,34 @@ uint32_t sourceNamed(const std::string& name) {
   return name == "VSB" ? AI_INPUT_TERRESTRIAL : AI_INPUT_CABLE;
 }
 
+std::string textMember(const Json::Value& request, const char* key, const char* absent) {
+  const Json::Value member = request.get(key, absent);
+  return member.isConvertibleTo(Json::stringValue) ? member.asString() : absent;
+}
+
+uint32_t unsignedMember(const Json::Value& request, const char* key, uint32_t absent) {
+  const Json::Value member = request.get(key, absent);
+  return member.isConvertibleTo(Json::uintValue) ? member.asUInt() : absent;
+}
+
+int32_t integerMember(const Json::Value& request, const char* key, int32_t absent) {
+  const Json::Value member = request.get(key, absent);
+  return member.isConvertibleTo(Json::intValue) ? member.asInt() : absent;
+}
+
+int refused(LoggerCpp& logger, const LogPlace& place, const std::exception& reason) {
+  logger.Error("%-9s: [%d][%s()][%s:%d] command refused: %s", place.tag, processId(),
+               place.function, place.file, place.line, reason.what());
+  return -1;
+}
+
 LentService::LentService(size_t slot) : name(std::max<size_t>(slot, kNameSlot)) {
   const uint32_t count = 1;
   Utili_allocSrvMem(&record, &count, name.data());
 }
 
 std::string giveReply(const Json::Value& reply, char** result) {
-  std::string text = Json::StyledWriter().write(reply);
+  std::string text = jsonText(reply);
   if (result == nullptr) return text;
   *result = text.empty() ? nullptr : static_cast<char*>(calloc(text.size() + 1, 1));
   if (*result != nullptr) memcpy(*result, text.data(), text.size());

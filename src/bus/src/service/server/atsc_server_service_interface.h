@@ -5,6 +5,7 @@
 #include <aisrv.h>
 #include <json/json.h>
 
+#include <exception>
 #include <string>
 #include <vector>
 
@@ -15,6 +16,15 @@ namespace atsc {
 
 // The input source of a request's text: "VSB" is terrestrial, anything else cable.
 uint32_t sourceNamed(const std::string& name);
+
+// A member of a request where a handler has to do without one of the wrong type: `absent` when the
+// member is absent or cannot be converted.
+std::string textMember(const Json::Value& request, const char* key, const char* absent);
+uint32_t unsignedMember(const Json::Value& request, const char* key, uint32_t absent);
+int32_t integerMember(const Json::Value& request, const char* key, int32_t absent);
+
+// Logs why a handler refuses its request. Returns -1.
+int refused(LoggerCpp& logger, const LogPlace& place, const std::exception& reason);
 
 // A service record with a name buffer of `slot` bytes for the middleware to fill.
 struct LentService {

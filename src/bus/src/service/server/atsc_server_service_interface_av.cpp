@@ -21,11 +21,11 @@ namespace ATSCBUS {
 namespace {
 
 // Stores the audio track in the current service's row.
-void storeAudioIndex(unsigned int track) {
+void storeAudioIndex(unsigned int track, const atsc::LogPlace& place) {
   atsc::LentService current;
-  ATSC_CALL(AICN_get_current, &current.record);
+  ATSC_CALL_AT(place, AICN_get_current, &current.record);
   AIIN_input_t input{};
-  ATSC_CALL(AIIN_get_db_no_input_details, current.record.service_id.input_source, &input);
+  ATSC_CALL_AT(place, AIIN_get_db_no_input_details, current.record.service_id.input_source, &input);
   ATSC_Service_db_updateChannelEntryInterger(atsc::channelKey(current.record).c_str(),
                                              atsc::channelTable(static_cast<int>(input.type)),
                                              "audio_index", track);
@@ -45,17 +45,19 @@ int ATSCServerService::AUD_changeAudio(unsigned int index) {
   // Requests count from 0, the middleware and the database from 1.
   const unsigned int track = index + 1;
   const int status = ATSC_CALL(AIFW_change_audio, static_cast<uint8_t>(track));
-  if (status == 0) storeAudioIndex(track);
+  if (status == 0) storeAudioIndex(track, ATSC_HERE());
   ATSC_LEAVE();
   return status == 0 ? 0 : -1;
 }
 
-int ATSCServerService::AUD_setDualMode(Json::Value request) {
+int ATSCServerService::AUD_setDualMode(Json::Value request) try {
   ATSC_ENTER();
   const uint32_t mode = dualMode(request.get("mode", "STEREO").asString());
   const int status = ATSC_CALL(AIAUD_set_dual_mode, mode);
   ATSC_LEAVE();
   return status == 0 ? 0 : -1;
+} catch (const std::exception& e) {
+  return atsc::refused(*g_logger, ATSC_HERE(), e);
 }
 
 int ATSCServerService::VC_close() {
@@ -67,8 +69,8 @@ int ATSCServerService::VC_close() {
 
 int ATSCServerService::CC_GetSAR(Json::Value request, char** result) {
   ATSC_ENTER();
-  const uint32_t input_type = request.get("input_type", 0).asUInt();
-  const uint32_t service_id = request.get("AiccServiceId", 0).asUInt();
+  const uint32_t input_type = atsc::unsignedMember(request, "input_type", 0);
+  const uint32_t service_id = atsc::unsignedMember(request, "AiccServiceId", 0);
   int32_t ratio = 1;
   int code = -1;
   atsc::LentService current;

@@ -4,6 +4,7 @@
 #include <aifw.h>
 #include <aipc.h>
 #include <aisrv.h>
+#include <atsc/atsc_service.h>
 
 #include <algorithm>
 #include <array>
@@ -84,8 +85,8 @@ int ATSCServerService::PC_CheckRating(Json::Value& request, char** result) {
   const atsc::Handler handler(*g_logger, ATSC_HERE());
   if (!request.isMember("system")) return handler.refuse("Can not find rating system");
   if (!request.isMember("rating")) return handler.refuse("Can not find rating string");
-  const std::string name = request["system"].asString();
-  const std::string rating = request["rating"].asString();
+  const std::string name = atsc::textMember(request, "system", "");
+  const std::string rating = atsc::textMember(request, "rating", "");
   const auto system = std::find_if(std::begin(kRatingSystems), std::end(kRatingSystems),
                                    [&](const RatingSystem& each) { return name == each.name; });
   bool blocked = false;
@@ -108,18 +109,22 @@ int ATSCServerService::PC_CheckRating(Json::Value& request, char** result) {
 int ATSCServerService::PC_PwdUnlock(Json::Value& request, char** /*result*/) {
   const atsc::Handler handler(*g_logger, ATSC_HERE());
   if (!request.isMember("lock_status")) return handler.refuse("Can not find lock status");
-  // The unlock is for the channel that was changed to, and for no other.
-  if (GetCurrentChannelIdx() == INVALID_CHANNEL_INDEX ||
-      saved_channel_index_ == INVALID_CHANNEL_INDEX ||
-      saved_channel_index_ != GetCurrentChannelIdx()) {
-    const char* const reason =
-        GetCurrentChannelIdx() == INVALID_CHANNEL_INDEX ? "failed to get current ch idx"
-        : saved_channel_index_ == INVALID_CHANNEL_INDEX ? "Not yet changed channel"
-                                                        : "orig ch idx != current ch idx";
+  // The unlock is for the channel that was changed to, and for no other. Two channels without a row
+  // are not the same one.
+  const int32_t saved = saved_channel_index_;
+  const auto isUnknown = [saved](int index) {
+    return index == INVALID_CHANNEL_INDEX ||
+           (index == ATSC_CHANNEL_NOT_FOUND && saved == ATSC_CHANNEL_NOT_FOUND);
+  };
+  if (isUnknown(GetCurrentChannelIdx()) || saved == INVALID_CHANNEL_INDEX ||
+      saved != GetCurrentChannelIdx()) {
+    const char* const reason = isUnknown(GetCurrentChannelIdx()) ? "failed to get current ch idx"
+                               : saved == INVALID_CHANNEL_INDEX  ? "Not yet changed channel"
+                                                                 : "orig ch idx != current ch idx";
     ATSC_LOG(Info, "\033[0;41;37m %s. \033[0m\n", reason);
     return handler.leave();
   }
-  const bool unlocked = request["lock_status"].asInt() != 0;
+  const bool unlocked = atsc::integerMember(request, "lock_status", 1) != 0;
   AICN_set_play_from_ap(1);
   AIFW_pwd_unlocked_no_checking_status(unlocked ? 1 : 0);
   return handler.leave();

@@ -34,7 +34,7 @@ void setLanguageCode(int32_t number, std::string& code) {
 
 }  // namespace
 
-int ATSCServerService::CN_setPreAudLang(Json::Value request) {
+int ATSCServerService::CN_setPreAudLang(Json::Value request) try {
   ATSC_ENTER();
   const int32_t first = languageNumber(request.get("first", "").asString(), AICN_LANGUAGE_ENGLISH);
   const int32_t second = languageNumber(request.get("second", "").asString(), first);
@@ -51,6 +51,8 @@ int ATSCServerService::CN_setPreAudLang(Json::Value request) {
   }
   ATSC_LEAVE();
   return status == 0 ? 0 : -1;
+} catch (const std::exception& e) {
+  return atsc::refused(*g_logger, ATSC_HERE(), e);
 }
 
 int ATSCServerService::CN_getPreAudLang(char** result) {

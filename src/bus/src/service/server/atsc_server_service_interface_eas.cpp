@@ -33,7 +33,7 @@ int exchangeSetting(const atsc::Handler& handler, const AlertSetting& setting,
                     const Json::Value& request, char** result) {
   if (!request.isMember("op")) return handler.refuse("Can not find operation");
   int32_t value = 0;
-  if (request["op"].asString() == "set") {
+  if (atsc::textMember(request, "op", "get") == "set") {
     if (!request.isMember(setting.key)) return handler.refuse(setting.missing);
     const Json::Value& given = request[setting.key];
     value = setting.is_boolean ? (given.asBool() ? 1 : 0) : given.asInt();

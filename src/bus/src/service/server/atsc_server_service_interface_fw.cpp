@@ -45,17 +45,17 @@ constexpr FlagChange kFlagChanges[] = {
     {"unlock", AISRV_FLAG_LOCKED, false, "Unlock channel"},
 };
 
-// The mask's bit of a favourite group, counted from 1; 0 when the mask has no such group.
+// The mask's bit of a favourite group, counted from 1; 0 when the mask ends before that group.
 uint32_t favouriteBit(uint32_t group) {
   constexpr uint32_t kFirst = 0x10;
   constexpr uint32_t kGroups = 28;
-  return group >= 1 && group <= kGroups ? kFirst << (group - 1) : 0;
+  return group <= kGroups ? kFirst << (group - 1) : 0;
 }
 
 // Whether a service is the one that plays.
-bool isPlaying(const AISRV_service_id& id) {
+bool isPlaying(const AISRV_service_id& id, const atsc::LogPlace& place) {
   atsc::LentService current;
-  if (ATSC_CALL(AICN_get_current, &current.record) != 0) return false;
+  if (ATSC_CALL_AT(place, AICN_get_current, &current.record) != 0) return false;
   const AISRV_service_id& playing = current.record.service_id;
   return playing.service_rec == id.service_rec && playing.input_source == id.input_source;
 }
@@ -104,7 +104,7 @@ int ATSCServerService::FW_init() {
   return status == 0 ? 0 : -1;
 }
 
-int ATSCServerService::FW_changeChannel(Json::Value request) {
+int ATSCServerService::FW_changeChannel(Json::Value request) try {
   ATSC_ENTER();
   // Everything that can be refused is read before the first call that has an effect.
   const std::string mode = request.get("mode", "").asString();
@@ -160,6 +160,9 @@ int ATSCServerService::FW_changeChannel(Json::Value request) {
   saved_channel_index_ = GetCurrentChannelIdx();
   ATSC_LEAVE();
   return result;
+} catch (const std::exception& e) {
+  atsc::refused(*g_logger, ATSC_HERE(), e);
+  return 0;
 }
 
 int ATSCServerService::FW_modifyChannel(Json::Value request) {
@@ -172,7 +175,10 @@ int ATSCServerService::FW_modifyChannel(Json::Value request) {
   const uint32_t group = favourite ? request.get("group", 0).asUInt() : 0;
 
   atsc::ServiceList list;
-  if (!atsc::readServices(source, list)) list.records.clear();
+  uint32_t count = 0;
+  if (atsc::countServices(source, count, ATSC_HERE())) {
+    atsc::fetchServices(source, count, list, ATSC_HERE());
+  }
   const auto found = std::find_if(
       list.records.begin(), list.records.end(),
       [&](const AISRV_service_info& each) { return each.major == major && each.minor == minor; });
@@ -194,18 +200,17 @@ int ATSCServerService::FW_modifyChannel(Json::Value request) {
     ATSC_LOG(Info, "%s", change.text);
   }
   if (favourite) {
-    const uint32_t bit = favouriteBit(group);
-    if (bit == 0) {
+    if (group == 0) {
       ATSC_LOG(Error, "fav group setting is 0");
     } else if (type == "fav") {
-      service.AISRV_fav_group_ |= bit;
+      service.AISRV_fav_group_ |= favouriteBit(group);
       ATSC_LOG(Info, "set channel fav");
     } else {
-      service.AISRV_fav_group_ &= ~bit;
+      service.AISRV_fav_group_ &= ~favouriteBit(group);
       ATSC_LOG(Info, "unset channel fav");
     }
   }
-  if ((type == "lock" || type == "unlock") && isPlaying(service.service_id)) {
+  if ((type == "lock" || type == "unlock") && isPlaying(service.service_id, ATSC_HERE())) {
     ATSC_CALL(AICN_set_play_from_ap, 1);
   }
 

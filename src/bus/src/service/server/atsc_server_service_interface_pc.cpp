@@ -3,6 +3,7 @@
 #include <aipc.h>
 #include <aiup.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <vector>
@@ -33,7 +34,10 @@ struct LentText {
 };
 
 // A text in a reply. False when it cannot be converted.
-bool putText(Json::Value& member, const multiple_lang_t& text) {
+bool putText(Json::Value& member, multiple_lang_t text, const LentText& lent) {
+  if (text.text == lent.bytes.data() && text.encoding != AI_TEXT_UTF16BE) {
+    text.length = std::min<uint16_t>(text.length, AIPC_TEXT_SIZE);  // no more than was lent
+  }
   std::vector<uint8_t> converted;
   if (!atsc::Copy2UTF8(converted, &text)) return false;
   member = reinterpret_cast<const char*>(converted.data());
@@ -98,7 +102,7 @@ int ATSCServerService::PC_DimensionName(Json::Value& request, char** result) {
   const int status =
       AIPC_dimension_name_grad(input.handle, region, dimension, &name, &levels, &graduated);
   return handler.answer("AIPC_dimension_name_grad", status, result, [&](Json::Value& reply) {
-    if (!putText(reply["dim_name"], name)) return handler.refuse("Failed to Copy2UTF8()");
+    if (!putText(reply["dim_name"], name, lent)) return handler.refuse("Failed to Copy2UTF8()");
     reply["dim_lvl"] = int{levels};
     reply["grad"] = graduated == 1;
     return 0;
@@ -195,7 +199,7 @@ int ATSCServerService::PC_GetRRTDetails(Json::Value& request, char** result) {
   const int status = AIPC_get_RRT_details_with_version(input.handle, region, &details, &version);
   return handler.answer("AIPC_get_RRT_details_with_version", status, result,
                         [&](Json::Value& reply) {
-                          if (!putText(reply["reg_name"], details.name)) {
+                          if (!putText(reply["reg_name"], details.name, lent)) {
                             return handler.refuse("Failed to Copy2UTF8()");
                           }
                           reply["region"] = static_cast<int>(details.region);
@@ -220,10 +224,10 @@ int ATSCServerService::PC_GetRatingValueText(Json::Value& request, char** result
   const LentText text(texts.text);
   const int status = AIPC_get_rating_value_text(input.handle, region, dimension, value, &texts);
   return handler.answer("AIPC_get_rating_value_text", status, result, [&](Json::Value& reply) {
-    if (!putText(reply["rat_val_txt"], texts.text)) {
+    if (!putText(reply["rat_val_txt"], texts.text, text)) {
       return handler.refuse("rating_value is failed to Copy2UTF8()");
     }
-    if (!putText(reply["abbr_rat_val_txt"], texts.abbreviation)) {
+    if (!putText(reply["abbr_rat_val_txt"], texts.abbreviation, abbreviation)) {
       return handler.refuse("abbr_rating_value is failed to Copy2UTF8()");
     }
     reply["region"] = int{region};

@@ -12,6 +12,7 @@
 #include <exception>
 
 #include "atsc_log.h"
+#include "atsc_text.h"
 #include "service/server/atsc_server_service.h"
 
 ATSC_LOGGER("atsc/service/interface")
@@ -51,17 +52,17 @@ const char* stateName(int state) {
   }
 }
 
-void playFirstService(int source, uint32_t frequency) {
-  ATSC_CALL(AIFW_play_first_service, static_cast<uint32_t>(source), frequency);
+void playFirstService(int source, uint32_t frequency, const atsc::LogPlace& place) {
+  ATSC_CALL_AT(place, AIFW_play_first_service, static_cast<uint32_t>(source), frequency);
 }
 
 // The frequency that the tuner of an input is tuned to, 0 when that is not known.
-uint32_t tunedFrequency(int source) {
+uint32_t tunedFrequency(int source, const atsc::LogPlace& place) {
   uint8_t flag = 0;
   AIIN_input_t input{};
-  ATSC_CALL(AIIN_get_input_details, static_cast<uint32_t>(source), &flag, &input, 0);
+  ATSC_CALL_AT(place, AIIN_get_input_details, static_cast<uint32_t>(source), &flag, &input, 0);
   AIFE_tuning_details tuning{};
-  ATSC_CALL(AIFE_get_tuning_details, input.tuner, AIFE_MAIN_PATH, &tuning);
+  ATSC_CALL_AT(place, AIFE_get_tuning_details, input.tuner, AIFE_MAIN_PATH, &tuning);
   return tuning.frequency;
 }
 
@@ -120,11 +121,11 @@ void ATSCServerService::Scan_Callback(void* progress, int state) {
     if (state == AICS_STATE_OVER) {
       if (record.band_mask == AI_MODULATION_QAM) source = AI_INPUT_CABLE;
       ATSC_Service_db_UpdateChannel(source);
-      playFirstService(source, manualScan ? record.current_frequency : 0);
+      playFirstService(source, manualScan ? record.current_frequency : 0, ATSC_HERE());
     }
     message["class"] = "CALLBACK";
     message["cbtype"] = "SCAN";
-    const std::string text = Json::StyledWriter().write(message);
+    const std::string text = atsc::jsonText(message);
     ATSC_TransmitTVClientJSONCommand(text.c_str(), nullptr);
     ATSC_LOG(Info, "%s", text.c_str());
   } catch (const std::exception& e) {
@@ -137,7 +138,7 @@ int ATSCServerService::Scan_stop() {
   ATSC_ENTER();
   const int source = AICN_get_curr_input_source();
   const int status = ATSC_CALL(AICS_stop_scan);
-  playFirstService(source, manualScan ? tunedFrequency(source) : 0);
+  playFirstService(source, manualScan ? tunedFrequency(source, ATSC_HERE()) : 0, ATSC_HERE());
   ATSC_Service_db_UpdateChannel(AI_INPUT_TERRESTRIAL);
   ATSC_Service_db_UpdateChannel(AI_INPUT_CABLE);
   ATSC_LEAVE();

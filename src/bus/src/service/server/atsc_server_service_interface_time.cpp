@@ -26,7 +26,7 @@ const char* zoneName(int32_t zone) {
 
 int ATSCServerService::Time_setSyncMode(Json::Value request) {
   ATSC_ENTER();
-  const bool manual = request.get("mode", "").asString() != "AUTO";
+  const bool manual = atsc::textMember(request, "mode", "") != "AUTO";
   ATSC_CALL(AIST_manual_mode_enable, manual ? 1 : 0);
   ATSC_LEAVE();
   return 0;
@@ -34,7 +34,7 @@ int ATSCServerService::Time_setSyncMode(Json::Value request) {
 
 int ATSCServerService::Time_setTimezone(Json::Value request) {
   ATSC_ENTER();
-  const std::string name = request.get("zone", "").asString();
+  const std::string name = atsc::textMember(request, "zone", "");
   for (size_t zone = 0; zone < std::size(kZones); ++zone) {
     if (name != kZones[zone]) continue;
     ATSC_CALL(AIST_set_current_time_zone, static_cast<int32_t>(zone));

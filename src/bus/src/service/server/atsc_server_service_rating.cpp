@@ -77,12 +77,14 @@ bool GetCurrentATSCSetting(AIPC_region_list_t* region, AIIN_input_t* input) {
 
 bool Copy2UTF8(std::vector<uint8_t>& out, const multiple_lang_t* text) {
   ATSC_ENTER();
-  const uint32_t length = std::min<uint32_t>(text->length, AIPC_TEXT_SIZE);
+  const uint32_t length = text->length;
   if (text->encoding != AI_TEXT_UTF16BE) {
     out.assign(length + 1, 0);
     if (text->text != nullptr) std::copy_n(text->text, length, out.begin());
   } else {
-    uint32_t size = Utili_UTF16BEToUTF8Length(text->text, length);
+    // The conversion ends with the computed size, and so within these bytes.
+    uint32_t size =
+        Utili_UTF16BEToUTF8Length(text->text, std::min<uint32_t>(length, AIPC_TEXT_SIZE));
     out.assign(size + 1, 0);
     if (Utili_ConvertUTF16BEToUTF8(text->text, length, out.data(), &size) < 0) {
       ATSC_FAILED("Failed to convert UTF16 to UTF8");
@@ -152,9 +154,11 @@ bool ConvertJsonValue2PCDime(const Json::Value& request, AIPC_dime_t& dime) {
 }
 
 bool StringCompare(const std::string& a, const std::string& b) {
-  if (a.empty()) return true;
-  if (b.empty()) return false;
-  return static_cast<signed char>(a[0]) < static_cast<signed char>(b[0]);
+  ATSC_ENTER();
+  const bool less =
+      a.empty() || (!b.empty() && static_cast<signed char>(a[0]) < static_cast<signed char>(b[0]));
+  ATSC_LEAVE();
+  return less;
 }
 
 void ConvertUSATVRatingString(const std::string& rating, uint8_t* buffer, uint32_t size) {
