@@ -33,8 +33,8 @@ class LibraryTest : public ::testing::Test {
     path_ = (folder_ / "channels.db3").string();
     setenv("ATSC_CNAHHEL_DB", path_.c_str(), 1);
     setenv("ATSC_CUSTOM_DB_COLUMN_FILE", (folder_ / "columns.json").c_str(), 1);
-    gChannel_DB_path = path_;
-    atsc_service_db_custom_column.clear();
+    *gChannel_DB_path = path_;
+    atsc_service_db_custom_column_count = 0;
     fake::reset();
   }
 
