@@ -26,19 +26,14 @@ debian_mirror() {
   return 1
 }
 
-# configure KIND: installs what the kind needs and configures build/KIND, with the preset of that name
-# if there is one, always with the same options, so that scripts share one build.
+# configure KIND: installs what the kind needs and configures build/KIND with the preset of that name,
+# always with the same options, so that scripts share one build.
 configure() {
   local kind=$1
   local -a groups=(build test) options=(--preset "$kind")
   case $kind in
     native) groups+=(bench) ;;
-    package)
-      groups=(build package)
-      options=(-B "$root/build/$kind" -G Ninja -DCMAKE_BUILD_TYPE=Release
-        -DCMAKE_INSTALL_PREFIX=/usr -DATSC_BUILD_TESTS=OFF -DATSC_BUILD_BENCH=OFF
-        -DATSC_PACKAGE_TEST=ON)
-      ;;
+    package) groups=(build package) ;;
     fuzz | armhf) groups+=("$kind") ;;
   esac
   "$root/scripts/deps" "${groups[@]}"

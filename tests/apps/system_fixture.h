@@ -23,12 +23,7 @@ inline constexpr const char* kAirLineup = LINEUPS "/metro-air.json";
 inline constexpr const char* kCableLineup = LINEUPS "/metro-cable.json";
 inline constexpr const char* kInit = R"({"class":"FW","command":"INIT"})";
 
-// The folder of field captures; empty where there is none.
-#ifdef ATSC_CAPTURES_DIR
 inline constexpr const char* kCaptures = ATSC_CAPTURES_DIR;
-#else
-inline constexpr const char* kCaptures = "";
-#endif
 
 // On a frequency for long enough that a scan can be met in the middle.
 inline constexpr const char* kSlow = "300";

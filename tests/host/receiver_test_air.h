@@ -11,11 +11,6 @@
 #include "aisrv.h"
 #include "temporary_folder.h"
 
-// Empty: there are no field captures.
-#ifndef ATSC_CAPTURES_DIR
-#define ATSC_CAPTURES_DIR ""
-#endif
-
 namespace receiver_test {
 
 using Bytes = std::vector<uint8_t>;
