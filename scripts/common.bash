@@ -27,27 +27,35 @@ debian_mirror() {
 }
 
 # configure KIND: installs what the kind needs and configures build/KIND with the preset of that name,
-# always with the same options, so that scripts share one build.
+# always with the same options, so that scripts share one build. Of the kind clone there is no preset.
 configure() {
-  local kind=$1
+  local kind=$1 source=$root
   local -a groups=(build test) options=(--preset "$kind")
   case $kind in
     native) groups+=(bench) ;;
     package) groups=(build package) ;;
     fuzz | armhf) groups+=("$kind") ;;
+    clone)
+      groups+=(bench clone)
+      source=$root/build/$kind/source
+      options=(-B "$root/build/$kind" -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++
+        -DCMAKE_BUILD_TYPE=Debug -DCMAKE_COMPILE_WARNING_AS_ERROR=ON)
+      rm -rf "$root/build/$kind"
+      git clone --quiet "$root" "$source"
+      ;;
   esac
   "$root/scripts/deps" "${groups[@]}"
   if [[ $kind == armhf ]]; then
     "$root/scripts/armhf-sysroot" "$root/build/armhf-sysroot"
   fi
 
-  local captures=$root/../shared/captures
+  local captures=$source/../shared/captures
   if [[ -d $captures ]]; then
     captures=$(cd "$captures" && pwd)
   else
     captures=
   fi
-  cmake -S "$root" "${options[@]}" -DATSC_CAPTURES_DIR="$captures" \
+  cmake -S "$source" "${options[@]}" -DATSC_CAPTURES_DIR="$captures" \
     -DCMAKE_CXX_COMPILER_LAUNCHER="$(command -v ccache || true)"
 }
 
