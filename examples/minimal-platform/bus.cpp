@@ -1,5 +1,6 @@
 // BUS over Unix sockets: a served name is the socket "/tmp/.BUS." + name, a transaction a
-// connection with one request frame and one reply frame.
+// connection with one request frame and one reply frame. It has the classes of bus.h and nothing of
+// bus_lifetime.h: a server is registered by its base class's constructor.
 #include "bus.h"
 
 #include <dirent.h>
@@ -29,12 +30,13 @@ namespace {
 
 using minimal::log;
 
-// Every process that loads the library makes this server, before main(), and starts it. It answers
-// only where the process said that it is the service process.
+// Every process that loads the library makes this server, before main(). It answers only where the
+// process said that it is the service process.
 constexpr const char* kServiceName = "atsc.qel.service.srv";
 constexpr const char* kPrefix = ".BUS.";
 constexpr size_t kMaxParcel = 1 << 20;  // bytes
 constexpr time_t kPeerSeconds = 2;      // for a peer to send, or to take, a frame
+constexpr int kConstructionMs = 100;    // for a derived constructor
 
 class Fd {
  public:
@@ -187,6 +189,10 @@ struct BUSParam::Impl {
   }
 };
 
+struct BUSPlatform {
+  static BUSParam::Impl& of(BUSParam& parcel) { return *parcel.impl_; }
+};
+
 BUSParam::BUSParam() : impl_(new Impl) {}
 BUSParam::~BUSParam() = default;
 
@@ -226,7 +232,7 @@ bool receiveFrame(const Fd& socket, uint32_t* code, uint32_t* flags, BUSParam* p
   *code = head[0];
   *flags = head[1];
   std::string bytes(head[2], '\0');
-  return receiveAll(socket, bytes.data(), bytes.size()) && parcel->impl().parse(bytes);
+  return receiveAll(socket, bytes.data(), bytes.size()) && BUSPlatform::of(*parcel).parse(bytes);
 }
 
 struct Server {
@@ -285,6 +291,11 @@ struct Server {
   }
 
   void run() {
+    // The thread begins in the base class's constructor, and nothing tells when the derived ones
+    // are through. They take microseconds; callers wait in the listener's queue for a good deal
+    // longer.
+    pollfd ending = {wake.get(), POLLIN, 0};
+    ::poll(&ending, 1, kConstructionMs);
     while (!stopping) {
       pollfd waiting[] = {{wake.get(), POLLIN, 0}, {listener.get(), POLLIN, 0}};
       if (::poll(waiting, 2, -1) < 0 && errno != EINTR) return;
@@ -305,7 +316,7 @@ struct Server {
       return;  // also who only asked whether we live
     BUSParam reply;
     object->onTransact(code, request, &reply, flags);
-    if (!sendFrame(peer, 0, 0, reply.impl().bytes())) {
+    if (!sendFrame(peer, 0, 0, BUSPlatform::of(reply).bytes())) {
       log().Warn("BUS %s: the caller has gone", name.c_str());
     }
   }
@@ -315,7 +326,7 @@ struct Server {
 struct Running {
   std::mutex mutex;
   std::deque<Server*> servers;
-  Server* service = nullptr;  // started, but not yet the service process's
+  Server* service = nullptr;  // registered; served where this is the service process
 };
 
 Running& running() {
@@ -348,13 +359,8 @@ BUSServerInterface::BUSServerInterface(const char* name, const char* /*descripti
     : impl_(new Impl) {
   impl_->name = name;
   impl_->object = this;
-  if (impl_->name == kServiceName) removeDeadNames();
-}
-
-BUSServerInterface::~BUSServerInterface() { stop(); }
-
-void BUSServerInterface::start() {
   if (impl_->name == kServiceName) {
+    removeDeadNames();
     const std::lock_guard<std::mutex> lock(running().mutex);
     running().service = impl_.get();
   } else if (!claimAndNote(impl_.get()) || !impl_->serve()) {
@@ -362,7 +368,8 @@ void BUSServerInterface::start() {
   }
 }
 
-void BUSServerInterface::stop() {
+// The derived part is gone: what may call it has ended before, with the process (endAll).
+BUSServerInterface::~BUSServerInterface() {
   {
     const std::lock_guard<std::mutex> lock(running().mutex);
     if (running().service == impl_.get()) running().service = nullptr;
@@ -413,7 +420,7 @@ int BUSClientInterface::transact(unsigned int code, BUSParam& data, BUSParam* re
   }
   BUSParam ignored;
   uint32_t zero[2];
-  const bool done = sendFrame(server, code, flags, data.impl().bytes()) &&
+  const bool done = sendFrame(server, code, flags, BUSPlatform::of(data).bytes()) &&
                     receiveFrame(server, &zero[0], &zero[1], reply != nullptr ? reply : &ignored);
   return done ? 0 : -1;
 }

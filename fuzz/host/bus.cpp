@@ -1,7 +1,5 @@
 // Both ends of the BUS against a peer that keeps no rules. The first byte decides which end is
 // meant, the rest is what the peer does.
-#include "bus.h"
-
 #include <pthread.h>
 #include <signal.h>
 #include <stdlib.h>
@@ -19,6 +17,7 @@
 #include <thread>
 #include <utility>
 
+#include "bus_lifetime.h"
 #include "bus_param.h"
 #include "bus_socket.h"
 #include "input.h"
@@ -42,8 +41,10 @@ std::string nameOf(const char* what) { return "fuzz." + std::to_string(::getpid(
 // Reads what is asked for, two bits of the code each, and replies with it.
 class Server : public BUSServerInterface {
  public:
-  explicit Server(const std::string& name) : BUSServerInterface(name.c_str(), "fuzz") { start(); }
-  ~Server() override { stop(); }
+  explicit Server(const std::string& name) : BUSServerInterface(name.c_str(), "fuzz") {
+    BUS_server_complete(this);
+  }
+  ~Server() override { BUS_server_ends(this); }
 
   int onTransact(unsigned int code, BUSParam& data, BUSParam* reply, unsigned int) override {
     if (code == kThrow) throw std::runtime_error("asked for");
@@ -141,7 +142,7 @@ class RawPeer {
       if (header.kind != bus::FrameKind::kReply && header.kind != bus::FrameKind::kFailure)
         fail("the server sends something else than replies");
       if (input_.size() < bus::kHeaderSize + header.length) break;
-      BUSParam::Impl parcel;
+      BUSPlatform::Parcel parcel;
       if (!parcel.load(input_.data() + bus::kHeaderSize, header.length))
         fail("the server sends malformed items");
       input_.erase(0, bus::kHeaderSize + header.length);

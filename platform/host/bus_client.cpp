@@ -46,10 +46,11 @@ Client::~Client() {
 
 int Client::transact(uint32_t code, BUSParam& data, BUSParam* reply, uint32_t flags) {
   const FrameKind kind = reply != nullptr ? FrameKind::kRequest : FrameKind::kRequestNoReply;
-  BUSParam::Impl* const answer = reply != nullptr ? &reply->impl() : nullptr;
+  BUSPlatform::Parcel* const answer = reply != nullptr ? &BUSPlatform::of(*reply) : nullptr;
+  BUSPlatform::Parcel& request = BUSPlatform::of(data);
   int result = -1;
   try {
-    if (const size_t size = data.impl().seal(kind, code, flags); size > 0) {
+    if (const size_t size = request.seal(kind, code, flags); size > 0) {
       std::unique_lock<std::mutex> lock(mutex_);
       ++callers_;
       turn_.wait(lock, [this] { return !busy_ || givenUp(); });
@@ -58,7 +59,7 @@ int Client::transact(uint32_t code, BUSParam& data, BUSParam* reply, uint32_t fl
         on_server_thread_ = Server::onServerThread();
         lock.unlock();
         try {
-          result = exchange(size, data.impl(), answer);
+          result = exchange(size, request, answer);
         } catch (const std::exception& error) {
           // Out of memory in the middle of a frame: the rest of it must not meet the next caller.
           fail(error.what());
@@ -85,7 +86,7 @@ bool Client::givenUp() const {
 }
 
 // One round trip by the busy caller.
-int Client::exchange(size_t size, BUSParam::Impl& request, BUSParam::Impl* reply) {
+int Client::exchange(size_t size, BUSPlatform::Parcel& request, BUSPlatform::Parcel* reply) {
   const FrameHeader header = readHeader(request.frame());
   bool fresh = false;
   for (;;) {
@@ -103,7 +104,7 @@ int Client::exchange(size_t size, BUSParam::Impl& request, BUSParam::Impl* reply
   }
 }
 
-int Client::receive(uint32_t code, BUSParam::Impl* reply) {
+int Client::receive(uint32_t code, BUSPlatform::Parcel* reply) {
   if (input_.size() != kReceiveBuffer) std::vector<char>(kReceiveBuffer).swap(input_);
   size_t have = 0;
   size_t need = kHeaderSize;
@@ -136,7 +137,7 @@ int Client::receive(uint32_t code, BUSParam::Impl* reply) {
     }
     return -1;
   }
-  BUSParam::Impl unread;
+  BUSPlatform::Parcel unread;
   if (!(reply != nullptr ? *reply : unread).load(input_.data() + kHeaderSize, header.length)) {
     return fail("an item of the reply is malformed");
   }

@@ -40,10 +40,10 @@ class Client {
 
  private:
   bool givenUp() const;
-  int exchange(size_t size, BUSParam::Impl& request, BUSParam::Impl* reply);
+  int exchange(size_t size, BUSPlatform::Parcel& request, BUSPlatform::Parcel* reply);
   bool connect();
   Fd openSocket(bool* busy);
-  int receive(uint32_t code, BUSParam::Impl* reply);
+  int receive(uint32_t code, BUSPlatform::Parcel* reply);
   int fail(const char* reason);
   void disconnect();
 

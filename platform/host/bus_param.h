@@ -65,4 +65,15 @@ struct BUSParam::Impl {
   std::vector<std::vector<char>> retired;  // earlier `bytes` with texts that readers hold
 };
 
+namespace bus {
+struct ServedObject;
+}
+
+// What is behind the classes of bus.h.
+struct BUSPlatform {
+  using Parcel = BUSParam::Impl;
+  static Parcel& of(BUSParam& parcel) { return *parcel.impl_; }
+  static bus::ServedObject& of(BUSServerInterface& server);
+};
+
 #endif  // ATSC_HOST_BUS_PARAM_H_

@@ -17,6 +17,7 @@
 
 #include "atsc_host.h"
 #include "bus_client.h"
+#include "bus_lifetime.h"
 #include "bus_log.h"
 
 namespace bus {
@@ -363,8 +364,8 @@ void Server::nextRequest(uint64_t id, std::unique_lock<std::mutex>& lock) {
     }
     return;
   }
-  request_.impl().clear();
-  if (!request_.impl().load(connection->input.data() + kHeaderSize, header.length)) {
+  BUSPlatform::of(request_).clear();
+  if (!BUSPlatform::of(request_).load(connection->input.data() + kHeaderSize, header.length)) {
     return drop(id, "malformed frame: bad item");
   }
   connection->have -= size;
@@ -396,7 +397,7 @@ void Server::limitBuffered() {
 
 void Server::transact(uint64_t id, const FrameHeader& header, ServedObject& object,
                       std::unique_lock<std::mutex>& lock) {
-  reply_.impl().clear();
+  BUSPlatform::of(reply_).clear();
   running_ = &object;
   lock.unlock();
   bool threw = true;
@@ -415,17 +416,17 @@ void Server::transact(uint64_t id, const FrameHeader& header, ServedObject& obje
   if (forked_) return;
   Connection* const connection = findConnection(id);
   if (connection == nullptr) return;
-  size_t size = threw ? 0 : reply_.impl().seal(FrameKind::kReply, header.code, 0);
+  size_t size = threw ? 0 : BUSPlatform::of(reply_).seal(FrameKind::kReply, header.code, 0);
   if (size == 0) {
     if (const Endpoint* endpoint = findEndpoint(connection->endpoint); faults_.due("no reply")) {
       log().Error("BUS %s: process %d gets no reply: too large or failed",
                   endpoint != nullptr ? endpoint->owned->name().c_str() : "", connection->peer);
     }
-    reply_.impl().clear();
-    size = reply_.impl().seal(FrameKind::kFailure, header.code, 0);
+    BUSPlatform::of(reply_).clear();
+    size = BUSPlatform::of(reply_).seal(FrameKind::kFailure, header.code, 0);
   }
   if (hasRequest(*connection)) ready_.push_back(id);
-  send(id, *connection, reply_.impl().frame(), size);
+  send(id, *connection, BUSPlatform::of(reply_).frame(), size);
 }
 
 // Sends a reply; what the socket does not take now waits in the connection.
@@ -496,11 +497,17 @@ BUSServerInterface::BUSServerInterface(const char* name, const char* /*descripti
   bus::sweepOnce();
 }
 
-BUSServerInterface::~BUSServerInterface() { stop(); }
+BUSServerInterface::~BUSServerInterface() { bus::Server::instance().end(*impl_); }
 
-void BUSServerInterface::start() { bus::Server::instance().begin(*impl_); }
+bus::ServedObject& BUSPlatform::of(BUSServerInterface& server) { return *server.impl_; }
 
-void BUSServerInterface::stop() { bus::Server::instance().end(*impl_); }
+void BUS_server_complete(BUSServerInterface* server) {
+  bus::Server::instance().begin(BUSPlatform::of(*server));
+}
+
+void BUS_server_ends(BUSServerInterface* server) {
+  bus::Server::instance().end(BUSPlatform::of(*server));
+}
 
 int ATSC_host_claim(const char* name) {
   return bus::Server::instance().claim(name != nullptr ? name : "");

@@ -40,7 +40,7 @@ class Server {
   // Whether the calling thread is the server thread.
   static bool onServerThread();
 
-  // See BUSServerInterface::start() and stop().
+  // See BUS_server_complete() and BUS_server_ends().
   void begin(ServedObject& object);
   void end(ServedObject& object);
 
@@ -117,7 +117,7 @@ class Server {
   std::vector<std::unique_ptr<Endpoint>> endpoints_;
   std::unordered_map<uint64_t, Connection> connections_;
   std::vector<uint64_t> ready_;         // connections that may have another whole request buffered
-  std::vector<ServedObject*> objects_;  // started ones
+  std::vector<ServedObject*> objects_;  // complete ones
   ServedObject* running_ = nullptr;
   std::unordered_set<Client*> clients_;
   const Server* parent_ = nullptr;  // keeps the memory of the parent's server referenced

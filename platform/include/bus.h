@@ -1,14 +1,15 @@
-// BUS: the set's inter-process call framework.
+// BUS: the set's inter-process call framework. What is public here is all that the library uses;
+// what a BUS may have beside it stands in bus_lifetime.h.
 //
 // A process serves a name by constructing a BUSServerInterface and reaches a served name through a
 // BUSClientInterface. One transaction is one request parcel and one reply parcel.
 //
 // Names. Every process that loads the library constructs the server "atsc.qel.service.srv", before
-// main(), and starts it. Only one process may answer to it, the service process, and that not
-// before ATSC_Service_db_init() has returned; which process this is the platform decides (by a
-// function of its own that the process calls, by the program's name, ...). In all others start()
-// leaves the name alone, without a word, and what a client in such a process sends goes to the
-// service process. A TV application constructs the server "atsc.qel.tv.srv" when it registers.
+// main(). Only one process may answer to it, the service process, and that not before
+// ATSC_Service_db_init() has returned; which process this is the platform decides (by a function of
+// its own that the process calls, by the program's name, ...). All others leave the name alone,
+// without a word, and what a client in such a process sends goes to the service process. A TV
+// application constructs the server "atsc.qel.tv.srv" when it registers.
 #ifndef ATSC_PLATFORM_BUS_H_
 #define ATSC_PLATFORM_BUS_H_
 
@@ -37,11 +38,9 @@ class BUSParam {
   // The next integer; unread texts in front of it are skipped. 0 past the end.
   int32_t readInt32();
 
-  // The platform's own representation.
-  struct Impl;
-  Impl& impl() { return *impl_; }
-
  private:
+  friend struct BUSPlatform;  // the platform's own access
+  struct Impl;
   std::unique_ptr<Impl> impl_;
 };
 
@@ -49,13 +48,15 @@ class BUSParam {
 // transaction at a time.
 class BUSServerInterface {
  public:
-  // Takes the name down; `description` is for diagnostics. While the server runs, from start() to
-  // stop(), the file "/tmp/.BUS." + name exists. A TV application is refused while that of
-  // "atsc.qel.tv.srv" exists: what a process left that died has to be removed before another one
-  // looks, at the latest when it has loaded the library.
+  // Registers the name; `description` is for diagnostics. The derived object is still to be
+  // constructed: see bus_lifetime.h. While the server runs, the file "/tmp/.BUS." + name exists. A
+  // TV application is refused while that of "atsc.qel.tv.srv" exists: what a process left that died
+  // has to be removed before another one looks, at the latest when it has loaded the library.
   BUSServerInterface(const char* name, const char* description);
 
-  // Ends the registration. No transaction is running and none begins any more.
+  // Ends the registration; a running transaction ends first. A TV application's server is never
+  // destroyed: when the process ends, the BUS ends it by itself, before the globals that are older
+  // than the registration are destroyed. So it does with the service's.
   virtual ~BUSServerInterface();
 
   BUSServerInterface(const BUSServerInterface&) = delete;
@@ -66,18 +67,8 @@ class BUSServerInterface {
   virtual int onTransact(unsigned int code, BUSParam& data, BUSParam* reply,
                          unsigned int flags) = 0;
 
- protected:
-  // Last step of the most derived constructor: the object is complete, transactions may begin.
-  // Without the name, because another process serves it, the server stays silent; the log says so.
-  void start();
-
-  // First step of the most derived destructor: waits for a running transaction to end; none begins
-  // afterwards. Must not be called from within onTransact(). A TV application's server is never
-  // destroyed: when the process ends, the BUS stops it by itself, before the globals that are older
-  // than start() are destroyed.
-  void stop();
-
  private:
+  friend struct BUSPlatform;
   struct Impl;
   std::unique_ptr<Impl> impl_;
 };

@@ -96,16 +96,14 @@ struct BUSServerInterface::Impl {
   std::string name;
 };
 
+// As a BUS without bus_lifetime.h.
 BUSServerInterface::BUSServerInterface(const char* name, const char* /*description*/)
-    : impl_(new Impl{name}) {}
-BUSServerInterface::~BUSServerInterface() = default;
-
-void BUSServerInterface::start() {
+    : impl_(new Impl{name}) {
   std::lock_guard<std::mutex> lock(record().mutex);
   record().servers.emplace(impl_->name, this);  // a name has one server, the first one
 }
 
-void BUSServerInterface::stop() {
+BUSServerInterface::~BUSServerInterface() {
   std::lock_guard<std::mutex> lock(record().mutex);
   const auto served = record().servers.find(impl_->name);
   if (served != record().servers.end() && served->second == this) record().servers.erase(served);

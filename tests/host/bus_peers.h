@@ -14,7 +14,7 @@
 #include <future>
 #include <string>
 
-#include "bus.h"
+#include "bus_lifetime.h"
 #include "process.h"
 
 namespace bus_peers {
@@ -32,8 +32,10 @@ inline std::promise<void> quit;
 
 class Echo : public BUSServerInterface {
  public:
-  explicit Echo(const std::string& name) : BUSServerInterface(name.c_str(), "echo") { start(); }
-  ~Echo() override { stop(); }
+  explicit Echo(const std::string& name) : BUSServerInterface(name.c_str(), "echo") {
+    BUS_server_complete(this);
+  }
+  ~Echo() override { BUS_server_ends(this); }
 
   int onTransact(unsigned int code, BUSParam& data, BUSParam* reply, unsigned int) override {
     const char* const text = data.readCString();

@@ -1,7 +1,5 @@
 // The BUS between real processes over real sockets.
 
-#include "bus.h"
-
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -296,13 +294,11 @@ TEST(Bus, ServesAHundredConnectionsFromManyThreads) {
   EXPECT_EQ(good, 800);
 }
 
-TEST(Bus, StopWaitsForTheRunningTransaction) {
+TEST(Bus, AServerEndsAfterItsRunningTransaction) {
   class Gate : public BUSServerInterface {
    public:
     explicit Gate(const std::string& name) : BUSServerInterface(name.c_str(), "gate") {}
-    ~Gate() override { stop(); }
-    void open() { start(); }
-    void close() { stop(); }
+    ~Gate() override { BUS_server_ends(this); }
     int onTransact(unsigned int, BUSParam&, BUSParam* reply, unsigned int) override {
       entered.set_value();
       leave.get_future().wait();
@@ -316,21 +312,21 @@ TEST(Bus, StopWaitsForTheRunningTransaction) {
   const std::string name = uniqueName("stop");
   Gate gate(name);
   Caller caller(name);
-  EXPECT_EQ(caller.call(kNothing), -1) << "nothing is served before start()";
+  EXPECT_EQ(caller.call(kNothing), -1) << "nothing is served before it is complete";
   EXPECT_FALSE(exists(pathOf(name)));
-  gate.open();
+  BUS_server_complete(&gate);
   EXPECT_EQ(ATSC_host_find(name.c_str()), ::getpid());
 
   int32_t number = 0;
   auto call = std::async(std::launch::async, [&] { return caller.call(kNothing, &number); });
   gate.entered.get_future().wait();
   auto stopped = std::async(std::launch::async, [&] {
-    gate.close();
+    BUS_server_ends(&gate);
     return gate.done.load();
   });
   EXPECT_EQ(stopped.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
   gate.leave.set_value();
-  EXPECT_TRUE(stopped.get()) << "none is running when stop() returns";
+  EXPECT_TRUE(stopped.get()) << "none is running when it ends";
   EXPECT_EQ(call.get(), 0) << "the running transaction is answered";
   EXPECT_EQ(number, 5);
   EXPECT_EQ(caller.call(kNothing), -1);
@@ -575,9 +571,9 @@ int relayRole(const std::vector<std::string>& words) {
    public:
     Relay(const std::string& name, const std::string& target)
         : BUSServerInterface(name.c_str(), ""), caller_(target) {
-      start();
+      BUS_server_complete(this);
     }
-    ~Relay() override { stop(); }
+    ~Relay() override { BUS_server_ends(this); }
     int onTransact(unsigned int, BUSParam&, BUSParam*, unsigned int) override {
       tell('T');
       caller_.call(kEcho);

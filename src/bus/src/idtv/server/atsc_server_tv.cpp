@@ -1,5 +1,7 @@
 #include "idtv/server/atsc_server_tv.h"
 
+#include <bus_lifetime.h>
+
 #include <cstdint>
 #include <cstdio>
 #include <exception>
@@ -34,13 +36,13 @@ int ATSCTVServerBackend::jsonCommand(const char* command, char** /*result*/) {
 ATSCServerTV::ATSCServerTV(ATSCTVServerBackend* backend)
     : BUSServerInterface(kTVServerName, kTVServerName), backend_(orDefault(backend)) {
   ATSC_ENTER();
-  start();
+  if (BUS_server_complete != nullptr) BUS_server_complete(this);
   ATSC_LEAVE();
 }
 
 ATSCServerTV::~ATSCServerTV() {
   ATSC_ENTER();
-  stop();
+  if (BUS_server_ends != nullptr) BUS_server_ends(this);
   backend_ = &g_tv_server_backend_default;
   ATSC_LEAVE();
 }

@@ -1,5 +1,7 @@
 #include "service/server/atsc_server_service.h"
 
+#include <bus_lifetime.h>
+
 #include <chrono>
 #include <exception>
 
@@ -22,13 +24,13 @@ ATSCServerService::ATSCServerService()
     : BUSServerInterface(kServiceServerName, kServiceServerName) {
   ATSC_ENTER();
   *command_thread_ = std::thread(&ATSCServerService::_ATSC_Service_Command_task, this);
-  start();
+  if (BUS_server_complete != nullptr) BUS_server_complete(this);
   ATSC_LEAVE();
 }
 
 ATSCServerService::~ATSCServerService() {
   ATSC_ENTER();
-  stop();
+  if (BUS_server_ends != nullptr) BUS_server_ends(this);
   endCommandThread();
   ATSC_LEAVE();
 }
