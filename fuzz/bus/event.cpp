@@ -44,7 +44,7 @@ void report(int32_t event, fuzz::Input& input) {
     // A long text is a short one again and again.
     if (kind == 0xFF) text.resize(UINT16_MAX, text.empty() ? 0 : text[0]);
     multiple_lang_t alert{text.empty() ? nullptr : text.data(), static_cast<uint16_t>(text.size()),
-                          kind & 1u};
+                          kind & 1};
     if (text.empty()) alert.length = kind;
     ATSC_Service_event_cb(event, &alert);
   } else {

@@ -65,7 +65,7 @@ void read(fuzz::Input& input) {
 
 // Texts of the rating tables.
 void convert(fuzz::Input& input) {
-  const uint32_t encoding = input.below(3);
+  const auto encoding = static_cast<int32_t>(input.below(3));
   const uint16_t claimed = input.number<uint16_t>();
   const std::string bytes = input.rest();
   std::vector<uint8_t> lent(AIPC_TEXT_SIZE);

@@ -70,7 +70,7 @@ void checkQuoting(const std::string& text) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   fuzz::Harness::instance();
   fuzz::Input input(data, size);
-  const uint32_t encoding = input.below(3);
+  const auto encoding = static_cast<int32_t>(input.below(3));
   const uint16_t claimed = input.number<uint16_t>();
   const std::string bytes = input.rest();
   std::vector<uint8_t> lent(bytes.begin(), bytes.end());

@@ -49,8 +49,8 @@ enum { AI_TEXT_UTF16BE = 1 };
 // many bytes, sets `length` to the bytes written and `encoding` to what they are.
 typedef struct multiple_lang_t {
   uint8_t* text;
-  uint16_t length;    // bytes
-  uint32_t encoding;  // AI_TEXT_UTF16BE, else single-byte text
+  uint16_t length;   // bytes
+  int32_t encoding;  // AI_TEXT_UTF16BE, else single-byte text
 } multiple_lang_t;
 ATSC_LAYOUT_OFFSET(multiple_lang_t, length, 4);
 ATSC_LAYOUT_OFFSET(multiple_lang_t, encoding, 8);

@@ -141,7 +141,7 @@ TEST_F(EventTest, Alerts) {
   fake::setAlertPriority(255);
   const struct {
     std::string bytes;
-    uint32_t encoding;
+    int32_t encoding;
     const char* text;
   } cases[] = {
       {fake::utf16("Hi"), AI_TEXT_UTF16BE, "Hi"},

@@ -340,7 +340,7 @@ TEST_F(RemoteTest, AddedChannel) {
   EXPECT_TRUE(fake::logged("Info", "add channel(9-4) frequency -1"));
   fake::Service added = fake::modifiedService();
   EXPECT_EQ(name, added.name);
-  EXPECT_EQ(0u, added.info.name.encoding);
+  EXPECT_EQ(0, added.info.name.encoding);
   EXPECT_EQ(0u, added.info.service_id.service_rec);
   EXPECT_EQ(2u, added.info.service_id.input_source);
   EXPECT_EQ(1u, added.info.service_type);

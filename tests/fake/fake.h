@@ -19,7 +19,7 @@ namespace fake {
 struct Service {
   AISRV_service_info info{};  // without the name
   std::string name;           // bytes as the middleware has them
-  uint32_t nameEncoding = AI_TEXT_UTF16BE;
+  int32_t nameEncoding = AI_TEXT_UTF16BE;
   std::vector<AISRV_pid_info> pids;
 };
 
@@ -27,18 +27,18 @@ struct Service {
 struct Event {
   AIEC_event_info info{};  // without the texts
   std::string name;
-  uint32_t nameEncoding = AI_TEXT_UTF16BE;
+  int32_t nameEncoding = AI_TEXT_UTF16BE;
   std::string rating;
-  uint32_t ratingEncoding = 0;
+  int32_t ratingEncoding = 0;
   std::string allRatings;  // empty: the middleware leaves the buffer as it is
   std::string description;
-  uint32_t descriptionEncoding = AI_TEXT_UTF16BE;
+  int32_t descriptionEncoding = AI_TEXT_UTF16BE;
 };
 
 // A text of the rating tables; it may claim another length than the buffer has.
 struct Text {
   std::string bytes;
-  uint32_t encoding = 0;
+  int32_t encoding = 0;
   uint16_t claimedLength = 0;  // 0: that of `bytes`
 };
 

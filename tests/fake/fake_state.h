@@ -222,7 +222,7 @@ inline void copyService(const Service& from, AISRV_service_info& to) {
   to.name.encoding = from.nameEncoding;
 }
 
-inline void copyText(const std::string& from, uint32_t encoding, multiple_lang_t& to) {
+inline void copyText(const std::string& from, int32_t encoding, multiple_lang_t& to) {
   to.length = static_cast<uint16_t>(std::min<size_t>(from.size(), to.length));
   if (to.length > 0) memcpy(to.text, from.data(), to.length);
   to.encoding = encoding;

@@ -209,7 +209,7 @@ std::string answer(uint8_t region, uint8_t dimension, uint8_t value, uint16_t ro
   std::vector<Bytes> buffers(4, Bytes(room));
   const auto lend = [&](size_t i) { return multiple_lang_t{buffers[i].data(), room, 0}; };
   const auto read = [](const multiple_lang_t& text) {
-    EXPECT_EQ(uint32_t{AI_TEXT_UTF16BE}, text.encoding);
+    EXPECT_EQ(int32_t{AI_TEXT_UTF16BE}, text.encoding);
     return latin({reinterpret_cast<const char*>(text.text), text.length});
   };
   AIPC_RRT_details details{0, lend(0)};

@@ -162,7 +162,7 @@ TEST(GuideCache, AnswersEventByEvent) {
   EXPECT_EQ(1, events[0].event_id);
   EXPECT_EQ(1000u - 18 + kGpsEpoch, events[0].start_time);
   EXPECT_EQ(1800u, events[0].duration);
-  EXPECT_EQ(uint32_t(AI_TEXT_UTF16BE), events[0].name.encoding);
+  EXPECT_EQ(int32_t{AI_TEXT_UTF16BE}, events[0].name.encoding);
   EXPECT_EQ("x", plain(events[0].name));
   EXPECT_EQ(0xEE, names[0][2]);
   EXPECT_EQ("TV-PG", plain(events[0].rating));

@@ -139,7 +139,7 @@ TEST(ReceiverAudioTest, TheTrackIsChosenByLanguageAmongMainTracks) {
 }
 
 TEST(ReceiverNameTest, NamesOfViewersBecomeUtf16) {
-  const auto name = [](std::string text, uint32_t encoding = 0) {
+  const auto name = [](std::string text, int32_t encoding = 0) {
     const std::string bytes = atschost::service_name(
         {reinterpret_cast<uint8_t*>(text.data()), static_cast<uint16_t>(text.size()), encoding});
     std::u16string units;

@@ -240,7 +240,7 @@ std::vector<Row> rows(uint32_t source) {
   std::vector<Row> result;
   for (size_t i = 0; i < count; ++i) {
     Row row{records[i], "", {}};
-    EXPECT_EQ(1u, row.info.name.encoding);
+    EXPECT_EQ(1, row.info.name.encoding);
     for (size_t at = 1; at < row.info.name.length; at += 2)
       row.name += static_cast<char>(names[i][at]);
     EXPECT_EQ(0, AISRV_get_pid_details(&row.info, &row.pids));
