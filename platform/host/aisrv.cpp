@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "bus_server.h"
 #include "receiver/receiver.h"
 
 using atschost::is_source;
@@ -22,6 +23,7 @@ bool is_unconditional(const AISRV_query_filter* filter) {
 int AISRV_get_total_services(uint32_t input_source, uint32_t mask, const AISRV_query_filter* filter,
                              uint32_t, uint32_t* count) {
   const auto read = [&] {
+    bus::expectServiceProcess();  // ATSC_Service_db_init() begins with this call
     if (!count || !is_source(input_source) || !is_unconditional(filter)) return false;
     *count = 0;
     Receiver::instance().services().visit(input_source, [&](const Service&) {

@@ -143,6 +143,11 @@ void Server::serve(const std::string& name) {
   attach(*endpoint);
 }
 
+bool Server::owns(const std::string& name) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  return findEndpoint(name) != nullptr;
+}
+
 // Begins to listen on a name that was just acquired.
 bool Server::own(std::unique_ptr<OwnedName> owned, bool serving) {
   const std::lock_guard<std::mutex> lock(mutex_);
@@ -484,6 +489,17 @@ Server::Endpoint* Server::findEndpoint(const std::string& name) {
 Server::Connection* Server::findConnection(uint64_t id) {
   const auto found = connections_.find(id);
   return found != connections_.end() ? &found->second : nullptr;
+}
+
+void expectServiceProcess() {
+  static std::once_flag once;
+  std::call_once(once, [] {
+    if (Server::instance().owns(ATSC_HOST_SERVICE_NAME)) return;
+    log().Warn(
+        "BUS %s: not claimed by this process, so that no command will be answered; call "
+        "ATSC_host_claim() first and ATSC_host_serve() after ATSC_Service_db_init()",
+        ATSC_HOST_SERVICE_NAME);
+  });
 }
 
 }  // namespace bus

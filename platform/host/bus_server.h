@@ -23,6 +23,10 @@ namespace bus {
 
 class Client;
 
+// Warns, once a process, where this one has not claimed the service's name: for what only the
+// service process does.
+void expectServiceProcess();
+
 // What a BUSServerInterface registers.
 struct ServedObject {
   std::string name;
@@ -47,6 +51,7 @@ class Server {
   // See ATSC_host_claim() and ATSC_host_serve().
   int claim(const std::string& name);
   void serve(const std::string& name);
+  bool owns(const std::string& name);
 
   // The process exits: waits for a running transaction, gives every name back.
   void shutDown();

@@ -21,6 +21,7 @@
 #include <thread>
 #include <vector>
 
+#include "aisrv.h"
 #include "atsc_host.h"
 #include "bus_peers.h"
 #include "process.h"
@@ -370,7 +371,7 @@ TEST(Claim, IsWonByOneProcess) {
 
 TEST(Claim, TheServiceIsDormantUntilItIsServed) {
   if (ATSC_host_find(ATSC_HOST_SERVICE_NAME) != 0) GTEST_SKIP() << "a service runs here";
-  Started service({"service"});
+  Started service({"service"}, true);
   EXPECT_FALSE(exists(pathOf(ATSC_HOST_SERVICE_NAME)));
   EXPECT_EQ(ATSC_host_find(ATSC_HOST_SERVICE_NAME), 0);
   service.say('c');
@@ -388,6 +389,16 @@ TEST(Claim, TheServiceIsDormantUntilItIsServed) {
   EXPECT_EQ(waiting.get(), "early");
   EXPECT_EQ(service.wait(), 0);
   EXPECT_FALSE(exists(pathOf(ATSC_HOST_SERVICE_NAME)));
+
+  const auto advice = [](Process& process) {
+    const std::string log = process.errors();
+    const size_t first = log.find("call ATSC_host_claim() first");
+    return (first != std::string::npos) + (first != log.rfind("call ATSC_host_claim() first"));
+  };
+  EXPECT_EQ(advice(service), 0);
+  Process forgetful({"forgetful"}, true);
+  EXPECT_EQ(forgetful.wait(), 0);
+  EXPECT_EQ(advice(forgetful), 1) << "once a process";
 }
 
 TEST(Files, OfTheDeadAreSweptOfTheLivingNot) {
@@ -516,6 +527,16 @@ int claimRole(const std::vector<std::string>& words) {
   return 0;
 }
 
+// What the start-up of the databases asks for, to no avail.
+void startUp() { AISRV_get_total_services(AI_INPUT_CABLE, 0, nullptr, 0, nullptr); }
+
+// Its commands would never be answered.
+int forgetfulRole(const std::vector<std::string>&) {
+  startUp();
+  startUp();
+  return 0;
+}
+
 int serviceRole(const std::vector<std::string>&) {
   static Echo service(ATSC_HOST_SERVICE_NAME);
   tell('R');
@@ -523,6 +544,7 @@ int serviceRole(const std::vector<std::string>&) {
   if (ATSC_host_claim(ATSC_HOST_SERVICE_NAME) != 0) return 1;
   tell('C');
   listen();
+  startUp();
   ATSC_host_serve(ATSC_HOST_SERVICE_NAME);
   return Caller(ATSC_HOST_SERVICE_NAME).echo("self") == "self" ? 0 : 1;
 }
@@ -607,6 +629,7 @@ const AddRoles add_roles({
     {"server", serverRole},
     {"claim", claimRole},
     {"service", serviceRole},
+    {"forgetful", forgetfulRole},
     {"echo", echoRole},
     {"healthy", healthyRole},
     {"dies", diesRole},
