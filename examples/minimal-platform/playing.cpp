@@ -349,7 +349,8 @@ int AICN_set_play_from_ap(int /*from_application*/) { return kSuccess; }
 int AIFE_get_tuning_details(uint32_t tuner, uint32_t path, AIFE_tuning_details* details) {
   if (tuner != AIFE_MAIN_TUNER || path != AIFE_MAIN_PATH || details == nullptr) return kFailure;
   const std::lock_guard<std::mutex> lock(state().mutex);
-  *details = {state().tuned, modulationOf(currentInput())};
+  details->frequency = state().tuned;
+  details->modulation = modulationOf(currentInput());
   return kSuccess;
 }
 

@@ -54,8 +54,11 @@ int AIST_get_cur_time_date(AIST_time_date* date) {
   const std::time_t local = static_cast<std::time_t>(utcSeconds()) + kOffsets[zone()] * 60;
   std::tm parts = {};
   if (gmtime_r(&local, &parts) == nullptr) return kFailure;
-  *date = {static_cast<uint16_t>(parts.tm_year + 1900), static_cast<uint8_t>(parts.tm_mon + 1),
-           static_cast<uint8_t>(parts.tm_mday),         static_cast<uint8_t>(parts.tm_hour),
-           static_cast<uint8_t>(parts.tm_min),          static_cast<uint8_t>(parts.tm_sec)};
+  date->year = static_cast<uint16_t>(parts.tm_year + 1900);
+  date->month = static_cast<uint8_t>(parts.tm_mon + 1);
+  date->mday = static_cast<uint8_t>(parts.tm_mday);
+  date->hour = static_cast<uint8_t>(parts.tm_hour);
+  date->minute = static_cast<uint8_t>(parts.tm_min);
+  date->second = static_cast<uint8_t>(parts.tm_sec);
   return kSuccess;
 }

@@ -42,6 +42,7 @@ typedef struct AIEC_event_info {
   uint8_t captions;         // 1: closed captions are announced, else 0
   uint8_t genres[AIEC_MAX_GENRES];  // A/65 table 6.20 (genre descriptor)
   uint8_t reserved[2];
+  uint32_t room[16];  // a size of ours, small: it is cleared for each event
 } AIEC_event_info;
 ATSC_LAYOUT_OFFSET(AIEC_event_info, event_id, 12);
 ATSC_LAYOUT_OFFSET(AIEC_event_info, start_time, 16);
@@ -51,7 +52,6 @@ ATSC_LAYOUT_OFFSET(AIEC_event_info, rating, 36);
 ATSC_LAYOUT_OFFSET(AIEC_event_info, parental_status, 48);
 ATSC_LAYOUT_OFFSET(AIEC_event_info, captions, 49);
 ATSC_LAYOUT_OFFSET(AIEC_event_info, genres, 50);
-ATSC_LAYOUT_SIZE(AIEC_event_info, 84);
 
 // Counts the events of the service that `service->service_id` names.
 int AIEC_get_total_events(const AISRV_service_info* service, uint16_t* count);

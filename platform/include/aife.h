@@ -15,6 +15,7 @@ enum { AIFE_MAIN_PATH = 0x80001 };
 typedef struct AIFE_tuning_details {
   uint32_t frequency;   // Hz; 0 when the tuner has not been tuned
   uint32_t modulation;  // AI_MODULATION_*
+  uint32_t room[62];    // a size of ours
 } AIFE_tuning_details;
 
 // What `tuner` is tuned to on `path`. Any thread. Returns 0 on success.

@@ -42,6 +42,7 @@ ATSC_LAYOUT_SIZE(AIPC_dime_t, 1000);
 // The rating region in force, as AIFW_get_curr_region() fills it.
 typedef struct AIPC_region_list_t {
   uint32_t region;
+  uint32_t room[255];  // a size of ours
 } AIPC_region_list_t;
 
 // Parental control as a whole.

@@ -32,11 +32,13 @@ enum {
 enum { AIST_MODE_MANUAL = 0, AIST_MODE_AUTOMATIC = 1 };
 
 typedef struct AIST_system_time_info {
-  int32_t zone;    // AIST_ZONE_*
-  int32_t offset;  // of local time to UTC, east positive, daylight saving included; minutes
-  int32_t mode;    // AIST_MODE_*
+  int32_t zone;       // AIST_ZONE_*
+  int32_t offset;     // of local time to UTC, east positive, daylight saving included; minutes
+  int32_t mode;       // AIST_MODE_*
+  uint32_t room[13];  // a size of ours
 } AIST_system_time_info;
-ATSC_LAYOUT_SIZE(AIST_system_time_info, 12);
+ATSC_LAYOUT_OFFSET(AIST_system_time_info, offset, 4);
+ATSC_LAYOUT_OFFSET(AIST_system_time_info, mode, 8);
 
 // Local time.
 typedef struct AIST_time_date {
@@ -46,6 +48,7 @@ typedef struct AIST_time_date {
   uint8_t hour;   // 0 to 23
   uint8_t minute;
   uint8_t second;
+  uint32_t room[14];  // a size of ours
 } AIST_time_date;
 ATSC_LAYOUT_OFFSET(AIST_time_date, month, 2);
 ATSC_LAYOUT_OFFSET(AIST_time_date, mday, 3);

@@ -1,7 +1,9 @@
 // Types shared by the middleware's modules.
 //
 // Records are exchanged with the closed middleware by address: fixed-width fields, little-endian,
-// natural alignment, layout fixed on 32-bit targets. ATSC_LAYOUT pins a layout at compile time.
+// natural alignment, layout fixed on 32-bit targets. ATSC_LAYOUT pins a layout at compile time. Of
+// some records that the middleware fills only the first fields are known: a `room` behind them, of
+// a size that is ours, is for what else it writes. The library does not look at it.
 //
 // No function throws. The library's threads call the modules until the process is gone: what a
 // module needs is not destroyed when main() has returned. Its own threads end before that, as they

@@ -468,17 +468,18 @@ TEST_F(RemoteTest, TimeSettingAndTime) {
     AIST_system_time_info info;
     const char* reply;
   } cases[] = {
-      {{8, -420, 1}, "{\"time_zone\":\"PST\",\"offset\":-420,\"mode\":\"AUTO\"}"},
-      {{0, 540, 2}, "{\"time_zone\":\"SKST\",\"offset\":540,\"mode\":\"MANUAL\"}"},
-      {{11, 0, 1}, "{\"time_zone\":\"HST\",\"offset\":0,\"mode\":\"AUTO\"}"},
-      {{12, INT32_MIN, 0}, "{\"time_zone\":\"EST\",\"offset\":-2147483648,\"mode\":\"MANUAL\"}"},
-      {{-1, 0, 1}, "{\"time_zone\":\"EST\",\"offset\":0,\"mode\":\"AUTO\"}"},
+      {{8, -420, 1, {}}, "{\"time_zone\":\"PST\",\"offset\":-420,\"mode\":\"AUTO\"}"},
+      {{0, 540, 2, {}}, "{\"time_zone\":\"SKST\",\"offset\":540,\"mode\":\"MANUAL\"}"},
+      {{11, 0, 1, {}}, "{\"time_zone\":\"HST\",\"offset\":0,\"mode\":\"AUTO\"}"},
+      {{12, INT32_MIN, 0, {}},
+       "{\"time_zone\":\"EST\",\"offset\":-2147483648,\"mode\":\"MANUAL\"}"},
+      {{-1, 0, 1, {}}, "{\"time_zone\":\"EST\",\"offset\":0,\"mode\":\"AUTO\"}"},
   };
   for (const auto& expected : cases) {
     fake::setTimeInfo(expected.info);
     EXPECT_EQ(json(expected.reply), reply("TIME GETSETTING"));
   }
-  fake::setTimeDate({2016, 4, 8, 13, 5, 9});
+  fake::setTimeDate({2016, 4, 8, 13, 5, 9, {}});
   EXPECT_EQ(json("{\"year\":2016,\"month\":4,\"mday\":8,\"hour\":13,\"min\":5,\"sec\":9}"),
             reply("TIME GETCUR"));
 }

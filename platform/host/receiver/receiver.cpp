@@ -192,7 +192,7 @@ bool Receiver::keep_settings() {
 void Receiver::tuned_by_scan(uint32_t source, uint32_t frequency) {
   std::lock_guard<std::mutex> lock(mutex_);
   tuner_source_ = source;
-  tuning_ = {frequency, modulation_of(source)};
+  tuning_ = {frequency, modulation_of(source), {}};
   stop_locked();
 }
 
@@ -251,7 +251,7 @@ bool Receiver::play(const Service& chosen) {
   const bool other_source = std::exchange(settings_.source, source) != source;
   settings_.last[source] = service.key;
   tuner_source_ = source;
-  tuning_ = {service.key.frequency, modulation_of(source)};
+  tuning_ = {service.key.frequency, modulation_of(source), {}};
   playing_ = true;
   played_ = service;
   picture_open_ = true;
