@@ -34,9 +34,12 @@ mkdir -p "$build"
 rm -rf "$platform" "$prefix"
 part platform "$example" "$@"
 cmake --install "$build/platform" --prefix "$platform" >>"$build/platform.log"
-# A set's own header takes the place of ours, also where ours include it: both would not compile.
-sed 's/ATSC_PLATFORM_AISRV_H_/SET_AISRV_H_/' "$source/platform/include/aisrv.h" \
-  >"$platform/include/aisrv.h"
+# A set's own header takes the place of ours, also where ours include it: both would not compile. Its
+# bus.h has no more than what is public in ours.
+for name in aisrv bus; do
+  sed "s/ATSC_PLATFORM_\(${name^^}_H_\)/SET_\1/; /friend /d" "$source/platform/include/$name.h" \
+    >"$platform/include/$name.h"
+done
 part library "$source" -DATSC_PLATFORM="$platform" "$@"
 # The second one is where a cross build looks outside its sysroot.
 find=(-DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_STAGING_PREFIX="$prefix")
