@@ -43,7 +43,7 @@ TEST_F(CommandTest, ResultsAndLogLines) {
       // Shapes and types that the JSON library refuses.
       {"[1,2]", -1, "command refused: it is not a JSON object: [1,2]"},
       {"17", -1, "command refused: it is not a JSON object: 17"},
-      {"null", -1, "command refused: it is not a JSON object: null"},
+      {"null", -1, "Class() is not supported"},
       {"{\"class\":{}}", -1, "command refused: Type is not convertible to string: {\"class\":{}}"},
       {"{\"class\":\"FW\",\"command\":[]}", -1,
        "command refused: Type is not convertible to string: {\"class\":\"FW\",\"command\":[]}"},

@@ -210,7 +210,8 @@ TEST_F(RemoteTest, MembersOfTheWrongTypeThatCountAsAbsent) {
        "AICC_get_cc_service_data(0,*,*)", "{\n   \"cc_aspect_ratio\" : 1\n}\n"},
       {"EAS EASUSERSETTING", "\"op\":{}", 0, "AIFW_user_eas_setting(0,0)",
        "{\n   \"setting\" : 0\n}\n"},
-      {"PC CHECKRAT", "\"system\":[],\"rating\":\"G\"", 0, "", "{\n   \"blocked\" : false\n}\n"},
+      {"PC CHECKRAT", "\"system\":[],\"rating\":\"G\"", -1, "", ""},
+      {"PC PWDUNLOCK", "\"lock_status\":\"0\"", -1, "", ""},
   };
   for (const auto& expected : cases) {
     SCOPED_TRACE(expected.name);

@@ -37,9 +37,6 @@ int encodeUnit(uint16_t unit, uint8_t* out) {
   return 3;
 }
 
-// Whether a unit is an ASCII character other than NUL.
-bool isAscii(const uint8_t* unit) { return unit[0] == 0 && unit[1] != 0 && unit[1] < 0x80; }
-
 }  // namespace
 
 namespace atsc {
@@ -74,28 +71,21 @@ void textToUTF8(const multiple_lang_t& text, uint32_t capacity, std::string& con
     if (bytes != nullptr) converted.assign(bytes, strnlen(bytes, length));
     return;
   }
-  // Most texts are ASCII, and guides are long: those units need no second look.
-  uint32_t ascii = 0;
-  if (text.text != nullptr && length % 2 == 0) {
-    converted.resize(length / 2);
-    while (ascii < length && isAscii(text.text + ascii)) {
-      converted[ascii / 2] = static_cast<char>(text.text[ascii + 1]);
-      ascii += 2;
-    }
-    if (ascii == length) return;
-  }
-  const uint8_t* const rest = text.text + ascii;
-  uint32_t size = Utili_UTF16BEToUTF8Length(rest, length - ascii);
-  converted.resize(ascii / 2 + size);
-  if (Utili_ConvertUTF16BEToUTF8(rest, length - ascii, &converted[ascii / 2], &size) < 0) {
-    converted.clear();
-  }
+  uint32_t size = Utili_UTF16BEToUTF8Length(text.text, length);
+  converted.resize(size);
+  if (Utili_ConvertUTF16BEToUTF8(text.text, length, &converted[0], &size) < 0) converted.clear();
 }
 
 std::string textToUTF8(const multiple_lang_t& text, uint32_t capacity) {
   std::string converted;
   textToUTF8(text, capacity, converted);
   return converted;
+}
+
+std::string nameInSlot(const AISRV_service_info& service) {
+  if (service.name.encoding == AI_TEXT_UTF16BE) return textToUTF8(service.name, UINT16_MAX);
+  const char* bytes = reinterpret_cast<const char*>(service.name.text);
+  return bytes != nullptr ? std::string(bytes, strnlen(bytes, kNameSlot)) : std::string();
 }
 
 }  // namespace atsc
@@ -118,8 +108,7 @@ uint32_t Utili_UTF16BEToUTF8Length(const void* bytes, uint32_t length) {
     for (uint32_t i = 0; i < length; i += 2) {
       const uint16_t unit = unitAt(static_cast<const uint8_t*>(bytes), i);
       if (unit == 0) break;
-      uint8_t encoded[3];
-      size += static_cast<uint32_t>(encodeUnit(unit, encoded));
+      size += 1u + (unit > 0x7F) + (unit >= 0x800);
     }
   }
   ATSC_LEAVE();
@@ -161,12 +150,7 @@ void Utili_allocSrvMem(AISRV_service_info* records, const uint32_t* count, void*
 void Utili_printSrvInfo(const AISRV_service_info* record) {
   ATSC_ENTER();
   try {
-    std::string name;
-    if (record->name.encoding == AI_TEXT_UTF16BE) {
-      name = atsc::textToUTF8(record->name, UINT16_MAX);
-    } else if (const auto* bytes = reinterpret_cast<const char*>(record->name.text)) {
-      name.assign(bytes, strnlen(bytes, atsc::kNameSlot));
-    }
+    const std::string name = atsc::nameInSlot(*record);
     ATSC_LOG(Info, "Channel No(%d-%d), freq(%d), fav(%x), flag(%x), name(%s)", record->major,
              record->minor, static_cast<int>(record->frequency), record->AISRV_fav_group_,
              record->AISRV_flags_, name.c_str());

@@ -2,6 +2,7 @@
 #ifndef ATSC_ATSC_TEXT_H_
 #define ATSC_ATSC_TEXT_H_
 
+#include <aisrv.h>
 #include <json/value.h>
 #include <middleware_types.h>
 
@@ -20,6 +21,10 @@ constexpr uint16_t kNameCapacity = 40;
 std::string textToUTF8(const multiple_lang_t& text, uint32_t capacity);
 // The same into a string that is used again.
 void textToUTF8(const multiple_lang_t& text, uint32_t capacity, std::string& converted);
+
+// The name of a service whose name lies in a slot of Utili_allocSrvMem(): one that is not UTF-16BE
+// is the slot up to its NUL, whatever its length says.
+std::string nameInSlot(const AISRV_service_info& service);
 
 // A reply or callback as it is sent: laid out by Json::StyledWriter, but with every byte from 0x80
 // as it stands in the value. A NUL ends a text.

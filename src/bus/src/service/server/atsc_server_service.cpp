@@ -40,7 +40,8 @@ void ATSCServerService::endCommandThread() {
   std::unique_lock<std::mutex> lock(stop_->mutex);
   stop_->requested = true;
   stop_->changed.notify_all();
-  if (stop_->changed.wait_for(lock, kEndWait, [this] { return stop_->ended; })) {
+  if (this != &g_atsc_server_service ||
+      stop_->changed.wait_for(lock, kEndWait, [this] { return stop_->ended; })) {
     lock.unlock();
     command_thread_->join();
   } else {

@@ -28,9 +28,9 @@ class __attribute__((visibility("default"))) ATSCServerService : public BUSServe
 
   // Starts the command thread.
   ATSCServerService();
-  // Ends the command thread, unless it stays in the middleware for longer than a second; then it is
-  // left there. A queued channel change that has not begun is dropped. In a forked child, and on
-  // the command thread itself, there is nothing to end.
+  // Ends the command thread. That of g_atsc_server_service is left where it is when it stays in the
+  // middleware for longer than a second: the process ends. A queued channel change that has not
+  // begun is dropped. In a forked child, and on the command thread itself, there is nothing to end.
   ~ATSCServerService() override;
 
   int onTransact(unsigned int code, BUSParam& data, BUSParam* reply, unsigned int flags) override;
@@ -136,6 +136,9 @@ class __attribute__((visibility("default"))) ATSCServerService : public BUSServe
 };
 
 }  // namespace ATSCBUS
+
+// The process's server. Its storage outlasts every thread.
+extern ATSCBUS::ATSCServerService g_atsc_server_service;
 
 // The channel-table index of the service now playing: -1 when nothing plays, 65535 when its row is
 // not found. Any thread.

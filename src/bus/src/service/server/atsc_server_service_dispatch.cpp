@@ -248,7 +248,8 @@ int ATSCServerService::jsonCommand(const char* command, char** result) {
     Json::Value request;
     // Comments are not kept: nobody reads them, and keeping many costs their square.
     if (!reader.parse(text, request, false)) return -1;
-    if (!request.isObject()) throw std::invalid_argument("it is not a JSON object");
+    if (!request.isObject() && !request.isNull())
+      throw std::invalid_argument("it is not a JSON object");
     const std::string className = textMember(request, "class");
     const std::string commandName = textMember(request, "command");
     if (reduced_logging_ == 1 && className == "PC" && commandName == "ENCODE") {

@@ -26,9 +26,8 @@ uint32_t unsignedMember(const Json::Value& request, const char* key, uint32_t ab
   return member.isConvertibleTo(Json::uintValue) ? member.asUInt() : absent;
 }
 
-int32_t integerMember(const Json::Value& request, const char* key, int32_t absent) {
-  const Json::Value member = request.get(key, absent);
-  return member.isConvertibleTo(Json::intValue) ? member.asInt() : absent;
+bool hasMember(const Json::Value& request, const char* key, Json::ValueType type) {
+  return request.isMember(key) && request[key].isConvertibleTo(type);
 }
 
 int refused(LoggerCpp& logger, const LogPlace& place, const std::exception& reason) {

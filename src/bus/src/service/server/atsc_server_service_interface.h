@@ -21,7 +21,8 @@ uint32_t sourceNamed(const std::string& name);
 // member is absent or cannot be converted.
 std::string textMember(const Json::Value& request, const char* key, const char* absent);
 uint32_t unsignedMember(const Json::Value& request, const char* key, uint32_t absent);
-int32_t integerMember(const Json::Value& request, const char* key, int32_t absent);
+// Whether there is such a member that can be converted.
+bool hasMember(const Json::Value& request, const char* key, Json::ValueType type);
 
 // Logs why a handler refuses its request. Returns -1.
 int refused(LoggerCpp& logger, const LogPlace& place, const std::exception& reason);

@@ -83,10 +83,14 @@ int ATSCServerService::PC_IsParentalBlocked(Json::Value& /*request*/, char** res
 
 int ATSCServerService::PC_CheckRating(Json::Value& request, char** result) {
   const atsc::Handler handler(*g_logger, ATSC_HERE());
-  if (!request.isMember("system")) return handler.refuse("Can not find rating system");
-  if (!request.isMember("rating")) return handler.refuse("Can not find rating string");
-  const std::string name = atsc::textMember(request, "system", "");
-  const std::string rating = atsc::textMember(request, "rating", "");
+  if (!atsc::hasMember(request, "system", Json::stringValue)) {
+    return handler.refuse("Can not find rating system");
+  }
+  if (!atsc::hasMember(request, "rating", Json::stringValue)) {
+    return handler.refuse("Can not find rating string");
+  }
+  const std::string name = request["system"].asString();
+  const std::string rating = request["rating"].asString();
   const auto system = std::find_if(std::begin(kRatingSystems), std::end(kRatingSystems),
                                    [&](const RatingSystem& each) { return name == each.name; });
   bool blocked = false;
@@ -108,7 +112,9 @@ int ATSCServerService::PC_CheckRating(Json::Value& request, char** result) {
 
 int ATSCServerService::PC_PwdUnlock(Json::Value& request, char** /*result*/) {
   const atsc::Handler handler(*g_logger, ATSC_HERE());
-  if (!request.isMember("lock_status")) return handler.refuse("Can not find lock status");
+  if (!atsc::hasMember(request, "lock_status", Json::intValue)) {
+    return handler.refuse("Can not find lock status");
+  }
   // The unlock is for the channel that was changed to, and for no other. Two channels without a row
   // are not the same one.
   const int32_t saved = saved_channel_index_;
@@ -116,15 +122,18 @@ int ATSCServerService::PC_PwdUnlock(Json::Value& request, char** /*result*/) {
     return index == INVALID_CHANNEL_INDEX ||
            (index == ATSC_CHANNEL_NOT_FOUND && saved == ATSC_CHANNEL_NOT_FOUND);
   };
+  const auto isSaved = [saved, isUnknown](int index) {
+    return index == saved && !isUnknown(index);
+  };
   if (isUnknown(GetCurrentChannelIdx()) || saved == INVALID_CHANNEL_INDEX ||
-      saved != GetCurrentChannelIdx()) {
+      !isSaved(GetCurrentChannelIdx())) {
     const char* const reason = isUnknown(GetCurrentChannelIdx()) ? "failed to get current ch idx"
                                : saved == INVALID_CHANNEL_INDEX  ? "Not yet changed channel"
                                                                  : "orig ch idx != current ch idx";
     ATSC_LOG(Info, "\033[0;41;37m %s. \033[0m\n", reason);
     return handler.leave();
   }
-  const bool unlocked = atsc::integerMember(request, "lock_status", 1) != 0;
+  const bool unlocked = request["lock_status"].asInt() != 0;
   AICN_set_play_from_ap(1);
   AIFW_pwd_unlocked_no_checking_status(unlocked ? 1 : 0);
   return handler.leave();

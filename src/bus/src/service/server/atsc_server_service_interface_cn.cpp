@@ -52,7 +52,9 @@ int ATSCServerService::CN_setPreAudLang(Json::Value request) try {
   ATSC_LEAVE();
   return status == 0 ? 0 : -1;
 } catch (const std::exception& e) {
-  return atsc::refused(*g_logger, ATSC_HERE(), e);
+  const int result = atsc::refused(*g_logger, ATSC_HERE(), e);
+  ATSC_LEAVE();
+  return result;
 }
 
 int ATSCServerService::CN_getPreAudLang(char** result) {

@@ -162,6 +162,7 @@ int ATSCServerService::FW_changeChannel(Json::Value request) try {
   return result;
 } catch (const std::exception& e) {
   atsc::refused(*g_logger, ATSC_HERE(), e);
+  ATSC_LEAVE();
   return 0;
 }
 

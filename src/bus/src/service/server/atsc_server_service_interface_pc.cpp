@@ -35,8 +35,10 @@ struct LentText {
 
 // A text in a reply. False when it cannot be converted.
 bool putText(Json::Value& member, multiple_lang_t text, const LentText& lent) {
-  if (text.text == lent.bytes.data() && text.encoding != AI_TEXT_UTF16BE) {
-    text.length = std::min<uint16_t>(text.length, AIPC_TEXT_SIZE);  // no more than was lent
+  // From the lent buffer no more than was lent; the conversion of UTF-16 ends by itself.
+  const uint8_t* const end = lent.bytes.data() + AIPC_TEXT_SIZE;
+  if (text.encoding != AI_TEXT_UTF16BE && text.text >= lent.bytes.data() && text.text <= end) {
+    text.length = std::min(text.length, static_cast<uint16_t>(end - text.text));
   }
   std::vector<uint8_t> converted;
   if (!atsc::Copy2UTF8(converted, &text)) return false;

@@ -24,7 +24,7 @@ Json::Value noService() {
   return reply;
 }
 
-Json::Value describe(const AISRV_service_info& service, uint32_t capacity) {
+Json::Value describe(const AISRV_service_info& service) {
   Json::Value reply;
   reply["major"] = service.major;
   reply["minor"] = service.minor;
@@ -33,7 +33,7 @@ Json::Value describe(const AISRV_service_info& service, uint32_t capacity) {
   reply["srv_flag"] = static_cast<int32_t>(service.AISRV_flags_);
   reply["source_id"] = static_cast<int32_t>(service.source_id);
   if (service.name.text != nullptr && service.name.length != 0) {
-    reply["chn_name"] = atsc::textToUTF8(service.name, capacity);
+    reply["chn_name"] = atsc::nameInSlot(service);
   }
   return reply;
 }
@@ -52,17 +52,18 @@ int ATSCServerService::Srv_resetDB(std::string src) {
 int ATSCServerService::Srv_getCurrent(char** result) {
   ATSC_ENTER();
   atsc::LentService current;
-  Json::Value reply = noService();
+  Json::Value reply;
   bool found = ATSC_CALL(AICN_get_current, &current.record) == 0;
   if (found) {
+    reply = describe(current.record);
     const int index = atsc::findChannelIndex(current.record, current.record.source_id);
     found = index != ATSC_CHANNEL_NOT_FOUND;
-    if (found) {
-      reply = describe(current.record, static_cast<uint32_t>(current.name.size()));
-      reply["srv_rec"] = static_cast<uint32_t>(index);
-    }
+    reply["srv_rec"] = static_cast<uint32_t>(index);
   }
-  if (!found) ATSC_LOG(Error, " AICN_get_current fail\n");
+  if (!found) {
+    ATSC_LOG(Error, " AICN_get_current fail\n");
+    reply = noService();
+  }
   const std::string text = atsc::giveReply(reply, result);
   ATSC_LOG(Info, "result: %s", text.c_str());
   ATSC_LEAVE();

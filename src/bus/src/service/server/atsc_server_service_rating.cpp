@@ -58,17 +58,20 @@ bool GetCurrentATSCSetting(AIPC_region_list_t* region, AIIN_input_t* input) {
   ATSC_ENTER();
   if (region != nullptr && AIFW_get_curr_region(region) != 0) {
     ATSC_FAILED("Failed to get current region");
+    ATSC_LEAVE();
     return false;
   }
   const int source = AICN_get_curr_input_source();
   if (source != AI_INPUT_TERRESTRIAL && source != AI_INPUT_CABLE) {
     ATSC_FAILED("Current input is not ATSC");
+    ATSC_LEAVE();
     return false;
   }
   *input = {};
   uint8_t flag = 0;
   if (AIIN_get_input_details(static_cast<uint32_t>(source), &flag, input, 0) != 0) {
     ATSC_FAILED("Failed to get input details (%d)", source);
+    ATSC_LEAVE();
     return false;
   }
   ATSC_LEAVE();
@@ -88,6 +91,7 @@ bool Copy2UTF8(std::vector<uint8_t>& out, const multiple_lang_t* text) {
     out.assign(size + 1, 0);
     if (Utili_ConvertUTF16BEToUTF8(text->text, length, out.data(), &size) < 0) {
       ATSC_FAILED("Failed to convert UTF16 to UTF8");
+      ATSC_LEAVE();
       return false;
     }
   }
@@ -117,25 +121,32 @@ bool ConvertJsonValue2PCDime(const Json::Value& request, AIPC_dime_t& dime) {
   AIIN_input_t input{};
   if (!GetCurrentATSCSetting(&current, &input)) {
     ATSC_FAILED("Failed to get current ATSC Settings");
+    ATSC_LEAVE();
     return true;
   }
   dime = {};
   dime.region = request.get("region", current.region).asUInt();
-  if (ATSC_CALL(AIPC_retreive_rating, &dime) != 0) return false;
+  if (ATSC_CALL(AIPC_retreive_rating, &dime) != 0) {
+    ATSC_LEAVE();
+    return false;
+  }
   dime.region =
       static_cast<uint32_t>(request.get("region", static_cast<int32_t>(dime.region)).asInt());
   if (us.isNull()) {
     ATSC_FAILED("Can not find us setting in Json command");
+    ATSC_LEAVE();
     return false;
   }
   levelsFromJson(us, kUS, dime);
   if (canada.isNull()) {
     ATSC_FAILED("Can not find can setting in Json command");
+    ATSC_LEAVE();
     return false;
   }
   levelsFromJson(canada, kCanada, dime);
   if (table.isNull()) {
     ATSC_FAILED("Can not find dwn setting in Json command");
+    ATSC_LEAVE();
     return false;
   }
   for (unsigned dimension = 0; dimension < AIPC_MAX_DIMENSIONS; ++dimension) {
@@ -169,6 +180,7 @@ void ConvertUSATVRatingString(const std::string& rating, uint8_t* buffer, uint32
   });
   if (found == parts.end()) {
     ATSC_LOG(Error, "Invalid USA TV rating string: %s", rating.c_str());
+    ATSC_LEAVE();
     return;
   }
   const std::string base = std::move(*found);
@@ -181,6 +193,7 @@ void ConvertUSATVRatingString(const std::string& rating, uint8_t* buffer, uint32
   if (base.size() + 1 > size) {
     ATSC_LOG(Error, "rating string buffer size is too small: %d > %d",
              static_cast<int>(base.size() + 1), static_cast<int>(size));
+    ATSC_LEAVE();
     return;
   }
   size_t position = 0;
@@ -195,6 +208,7 @@ void ConvertUSATVRatingString(const std::string& rating, uint8_t* buffer, uint32
     if (part.size() + 1 > size) {
       ATSC_LOG(Error, "rating string buffer size is too small: %d > %d",
                static_cast<int>(position + part.size() + 1), static_cast<int>(size));
+      ATSC_LEAVE();
       return;
     }
     append(part);

@@ -18,8 +18,8 @@ namespace atsc {
 // with the reason in the log, when it is no ATSC input or the middleware does not tell.
 bool GetCurrentATSCSetting(AIPC_region_list_t* region, AIIN_input_t* input);
 
-// A text of the middleware as NUL-terminated UTF-8. At most the AIPC_TEXT_SIZE bytes that were lent
-// are believed. False for UTF-16 that cannot be converted.
+// A text of the middleware as NUL-terminated UTF-8. A text of single bytes is copied as long as it
+// says; of UTF-16 at most AIPC_TEXT_SIZE bytes are converted. False for UTF-16 that cannot be.
 bool Copy2UTF8(std::vector<uint8_t>& out, const multiple_lang_t* text);
 
 // Adds the members of the rating document to `value`.
