@@ -258,14 +258,17 @@ struct SameNumber {
 // changes, all at the cost of one pass over the table.
 class CommittedRows {
  public:
-  // Adds a service. What is returned says, after read(), whether its lookup finds a row.
-  const bool* add(const AISRV_service_info& service, const StreamTexts& streams) {
+  // What a lookup answers: a row's key, none before read() finds one.
+  using Answer = std::optional<int>;
+
+  // Adds a service. What is returned becomes its lookup's answer.
+  const Answer* add(const AISRV_service_info& service, const StreamTexts& streams) {
     wanted_[!streams.audio_pid.empty()][!streams.video_pid.empty()] = true;
     same_number_[numberOf(service)];
     return &found_
                 .emplace(lookup(numberOf(service), static_cast<uint16_t>(service.source_id),
                                 streams.audio_pid, streams.video_pid),
-                         false)
+                         Answer())
                 .first->second;
   }
 
@@ -273,7 +276,8 @@ class CommittedRows {
     if (found_.empty()) return;
     SQLite::Statement rows(
         database,
-        "SELECT rowid, major_no, minor_no, freq, source_id, audio_pid, video_pid FROM " + table);
+        "SELECT rowid, major_no, minor_no, freq, source_id, audio_pid, video_pid, ch_index FROM " +
+            table);
     while (rows.executeStep()) {
       int64_t major = 0;
       int64_t minor = 0;
@@ -295,7 +299,8 @@ class CommittedRows {
           const auto found =
               found_.find(lookup(number, source_id, withAudio ? pidText(rows.getColumn(5)) : "",
                                  withVideo ? pidText(rows.getColumn(6)) : ""));
-          if (found != found_.end()) found->second = true;
+          // The first row counts.
+          if (found != found_.end() && !found->second) found->second = rows.getColumn(7).getInt();
         }
       }
     }
@@ -335,7 +340,7 @@ class CommittedRows {
     return value.isText() ? value.getString() : std::string();
   }
 
-  std::unordered_map<std::string, bool> found_;
+  std::unordered_map<std::string, Answer> found_;
   std::unordered_map<std::string, SameNumber> same_number_;
   bool wanted_[2][2] = {};  // with an audio text, with a video text
 };
@@ -425,8 +430,13 @@ class ChannelRewrite {
   // What is to be written of one service.
   struct Write {
     ChannelRow row;
-    const bool* update;  // the service has a row
+    const CommittedRows::Answer* answer;
     SameNumber* same_number;
+
+    // Whether the service has a row. One whose key means "not found" is replaced.
+    bool isUpdate() const {
+      return answer->value_or(ATSC_CHANNEL_NOT_FOUND) != ATSC_CHANNEL_NOT_FOUND;
+    }
   };
 
   void rewrite(SQLite::Database& database) {
@@ -435,8 +445,8 @@ class ChannelRewrite {
     writes.reserve(services_.size());
     for (const AISRV_service_info& service : services_) {
       const StreamTexts streams = readStreams(service, place_);
-      const bool* const update = committed.add(service, streams);
-      writes.push_back({channelRow(service, streams), update, &committed.sameNumber(service)});
+      const auto* const answer = committed.add(service, streams);
+      writes.push_back({channelRow(service, streams), answer, &committed.sameNumber(service)});
     }
     const std::string stamp = std::to_string(gCurTime);
     // Rows of earlier runs must not look like this one's: the clock may stand still or be set back,
@@ -446,14 +456,14 @@ class ChannelRewrite {
     committed.read(database, table_);
     // An update rewrites all rows of its number, so of many with one number the last one is enough.
     for (size_t i = 0; i < writes.size(); ++i) {
-      if (*writes[i].update) writes[i].same_number->last_update = i;
+      if (writes[i].isUpdate()) writes[i].same_number->last_update = i;
     }
     std::optional<SQLite::Statement> insertRow;
     std::optional<SQLite::Statement> updateRow;
     for (size_t i = 0; i < writes.size(); ++i) {
       const ChannelRow& row = writes[i].row;
       SameNumber& same = *writes[i].same_number;
-      if (!*writes[i].update) {
+      if (!writes[i].isUpdate()) {
         command_ = "INSERT INTO " + table_ + _ATSC_Service_db_getChannelInsert_Command(row);
         announce();
         if (!insertRow) insertRow.emplace(database, "INSERT INTO " + table_ + insertText(nullptr));
