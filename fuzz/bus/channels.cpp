@@ -1,0 +1,289 @@
+// Synchronisations of a channel table, compared with their rules carried out command by command on
+// a copy of the file. An input is runs: changes of the table by others, the time, the service list.
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "harness.h"
+
+namespace {
+
+using namespace std::string_literals;
+
+// What a run writes, in the order of an insertion.
+const std::vector<std::string> kColumns{
+    "name",           "build_from_pmt", "major_no",  "minor_no",    "service_record",
+    "source_id",      "freq",           "srv_type",  "srv_flag",    "fav_group",
+    "service_delete", "audio_pid",      "video_pid", "audio_count", "video_count",
+    "update_time",    "ch_id_pk",       "tsid",      "tuner_type"};
+
+// A service, and the values of its row as SQL has them.
+struct Listed {
+  fake::Service service;
+  std::vector<std::string> values;
+
+  std::string equation(const std::string& column) const {
+    const auto position = std::find(kColumns.begin(), kColumns.end(), column) - kColumns.begin();
+    return column + "=" + values[static_cast<size_t>(position)];
+  }
+};
+
+template <typename Value, size_t size>
+const Value& one(fuzz::Input& input, const Value (&values)[size]) {
+  return values[input.below(size)];
+}
+
+std::string literal(const std::string& text) {
+  std::string quoted = "'";
+  for (const char c : text) quoted += c == '\'' ? "''" : std::string(1, c);
+  return quoted + "'";
+}
+
+Listed readService(fuzz::Input& input, uint32_t source, uint32_t number, uint32_t now) {
+  static const struct {
+    std::string bytes;
+    uint32_t encoding;
+    std::string shown;
+  } kNames[] = {{"WGBH", 0, "WGBH"},
+                {"", 0, "EMPTY"},
+                {"'O''Neil", 0, "'O''Neil"},
+                {fake::utf16("K'\n") + "\0\xE9\x20\xAC"s, 1, "K'\n\u00E9\u20AC"},
+                {"\xE9\xFF\0d"s, 2, "\xE9\xFF"},
+                {std::string(60, 'N'), 0, std::string(40, 'N')}};
+  static const AISRV_pid_info kVideo{0x02, 0, 49, {}, {}, 0, 0, 0, 0};
+  static const AISRV_pid_info kAudio{0x81, 1, 52, {'e', 'n', 'g'}, {'f', 'r', 'a'}, 0, 0, 0, 0};
+  static const AISRV_pid_info kMixed{0x87, 3, 53, {}, {'s', '\'', 'a'}, 1, 0x80, 1, 0};
+  static const AISRV_pid_info kOther{0x06, 3, 60, {}, {}, 0, 1, 0, 0};
+  static const struct {
+    std::vector<AISRV_pid_info> pids;
+    std::string audio, video, audios, videos;
+  } kStreams[] = {{{kVideo, kAudio}, "52_eng_129,", "49_2,", "1", "1"},
+                  {{kVideo}, "", "49_2,", "0", "1"},
+                  {{kAudio, kAudio, kOther}, "52_eng_129,52_eng_129,", "", "2", "0"},
+                  {{kOther}, "", "", "0", "0"},
+                  {{kMixed, kVideo, kVideo}, "53_s'a_135_AD7FULL_MAIN1,", "49_2,49_2,", "1", "2"}};
+  static constexpr uint32_t kFrequencies[] = {503000000, 57000000, UINT32_MAX};
+  static constexpr const char* kTypes[] = {"'TV'", "'TV'", "'RADIO'", "'DATA'"};
+  Listed listed;
+  AISRV_service_info& info = listed.service.info;
+  info.major = static_cast<uint16_t>(4 + input.below(2));
+  info.minor = static_cast<uint16_t>(input.below(3));
+  info.frequency = one(input, kFrequencies);
+  info.source_id = 1 + input.below(3) * 0x8000;
+  const auto& [bytes, encoding, shown] = one(input, kNames);
+  listed.service.name = bytes;
+  listed.service.nameEncoding = encoding;
+  const auto& [pids, audio, video, audios, videos] = one(input, kStreams);
+  listed.service.pids = pids;
+  const uint8_t details = input.byte();
+  info.service_id = {number * 2 + (details & 1), source};
+  info.build_from_pmt = details >> 1 & 3;
+  info.service_type = details >> 3 & 3;
+  info.modulation = (details & 0x20) != 0 ? 1024 : 64;
+  info.AISRV_flags_ = (details & 0x40) != 0 ? UINT32_MAX : 1;
+  info.AISRV_fav_group_ = info.AISRV_flags_ << 4;
+  info.transport_stream_id = static_cast<uint16_t>(info.AISRV_flags_);
+  info.service_delete = details >> 7;
+  const std::string key[] = {std::to_string(info.major), std::to_string(info.minor),
+                             std::to_string(info.frequency)};
+  listed.values = {literal(shown),
+                   info.build_from_pmt == 1 ? "1" : "0",
+                   key[0],
+                   key[1],
+                   std::to_string(info.service_id.service_rec),
+                   std::to_string(info.source_id & 0xFFFF),
+                   key[2],
+                   kTypes[info.service_type],
+                   std::to_string(info.AISRV_flags_),
+                   std::to_string(info.AISRV_fav_group_),
+                   std::to_string(info.service_delete),
+                   literal(audio),
+                   literal(video),
+                   audios,
+                   videos,
+                   std::to_string(now),
+                   literal(key[0] + "-" + key[1] + "-" + key[2]),
+                   std::to_string(info.transport_stream_id),
+                   info.modulation == 64 ? "'VSB'" : "'QAM'"};
+  return listed;
+}
+
+// Changes the table as others may have, as far as SQLite lets it.
+void change(fuzz::Input& input, const std::string& path, const std::string& table) {
+  static const std::string kChanged[] = {"update_time", "major_no",  "minor_no",  "freq",
+                                         "source_id",   "audio_pid", "video_pid", "audio_index",
+                                         "name",        "ch_id_pk",  "tsid",      "audio_count"};
+  static const std::string kValues[] = {"NULL", "0", "1000", "'text'",        "''",  "5.5",
+                                        "4",    "1", "'4'",  "x'34395F322C'", "'1'", "65535"};
+  static const std::string kTypes[] = {" INTEGER", " REAL", "", " BLOB"};
+  static const std::string kRows[] = {"", " WHERE rowid % 2", " WHERE rowid % 3 = 1"};
+  const uint32_t kind = input.below(9);
+  const std::string rows = one(input, kRows);
+  const std::string column = one(input, kChanged);
+  const std::string value = one(input, kValues);
+  const std::string type = one(input, kTypes);
+  const std::string others = "update_time" + _ATSC_Service_db_genBkupColumn().substr(8);
+  const std::string drop = "ALTER TABLE " + table + " DROP COLUMN " + column;
+  const std::string commands[][3] = {
+      {"UPDATE " + table + " SET " + column + "=" + value + rows},
+      {"INSERT INTO " + table + "(" + others + ") SELECT " + others + " FROM " + table + rows},
+      {"DELETE FROM " + table + rows, "UPDATE sqlite_sequence SET seq=65534"},
+      {"ALTER TABLE " + table + " ADD COLUMN customer TEXT DEFAULT 'c'"},
+      {"CREATE TABLE tmp AS SELECT * FROM " + table},
+      {"DROP TABLE " + table},
+      {drop, "ALTER TABLE " + table + " ADD COLUMN " + column + type + " DEFAULT " + value},
+      {drop},
+      {"CREATE TABLE keyless AS SELECT * FROM " + table, "DROP TABLE " + table,
+       "ALTER TABLE keyless RENAME TO " + table}};
+  SQLite::Database database(path, SQLite::OPEN_READWRITE);
+  for (const std::string& command : commands[kind]) database.tryExec(command);
+}
+
+// All with commas between them.
+std::string joined(const std::vector<std::string>& texts) {
+  std::string all;
+  for (const std::string& text : texts) all += "," + text;
+  return all.substr(1);
+}
+
+std::string insertCommand(const std::string& table, const Listed& listed) {
+  return "INSERT INTO " + table + " ( " + joined(kColumns) + ")VALUES (" + joined(listed.values) +
+         ")";
+}
+
+std::string updateCommand(const std::string& table, const Listed& listed) {
+  std::string values;
+  for (const char* column :
+       {"name", "build_from_pmt", "service_record", "major_no", "minor_no", "source_id", "freq",
+        "srv_type", "srv_flag", "fav_group", "service_delete", "update_time", "audio_pid",
+        "video_pid", "audio_count", "video_count", "tuner_type", "tsid", "ch_id_pk"}) {
+    values += ", " + listed.equation(column);
+  }
+  return "UPDATE " + table + " SET " + values.substr(1) + " WHERE " + listed.equation("major_no") +
+         " AND " + listed.equation("minor_no") + " AND " + listed.equation("freq");
+}
+
+bool isFound(SQLite::Database& database, const std::string& table, const Listed& listed) {
+  std::string command = "SELECT ch_index from " + table + " where 1";
+  for (const char* column :
+       {"major_no", "minor_no", "source_id", "freq", "audio_pid", "video_pid"}) {
+    const std::string equation = listed.equation(column);
+    if (equation != column + "=''"s) command += " and " + equation;
+  }
+  SQLite::Statement row(database, command);
+  return row.executeStep() && row.getColumn(0).getInt() != ATSC_CHANNEL_NOT_FOUND;
+}
+
+// Carries the rules out. Returns the result; `commands` gets those that write services, or nothing
+// when one of the run fails.
+int synchronise(const std::string& path, const std::string& table, const std::string& now,
+                const std::vector<Listed>& services, std::string& commands) {
+  const std::string columns = _ATSC_Service_db_genBkupColumn();
+  const bool existed = SQLite::Database(path).tableExists(table);
+  if (!existed) {
+    const std::string other = std::exchange(*gChannel_DB_path, path);
+    _ATSC_Service_db_createChannelDB();
+    *gChannel_DB_path = other;
+  }
+  SQLite::Database database(path, SQLite::OPEN_READWRITE);
+  // Sees the rows as they were before the transaction.
+  SQLite::Database committed(path, SQLite::OPEN_READONLY);
+  try {
+    SQLite::Transaction transaction(database);
+    database.exec("DROP TABLE IF EXISTS tmp");
+    const std::string snapshot = "CREATE TABLE tmp AS SELECT " + columns + " FROM " + table;
+    const bool comparable = existed && database.tryExec(snapshot) == SQLITE_OK;
+    // Rows that would pass for written in this run.
+    database.exec("UPDATE " + table + " SET update_time=-1 WHERE update_time=" + now +
+                  " OR update_time IS NULL");
+    for (const Listed& listed : services) {
+      const bool update = isFound(committed, table, listed);
+      const std::string command = (update ? updateCommand : insertCommand)(table, listed);
+      database.exec(command);
+      commands += command + "\n";
+    }
+    database.exec("DELETE FROM " + table + " WHERE update_time!=" + now);
+    const auto missing = [&](const std::string& from, const std::string& other) {
+      const std::string lists[] = {"SELECT " + columns + " FROM " + from,
+                                   " EXCEPT SELECT " + columns + " FROM " + other};
+      return database.execAndGet("SELECT count(*) FROM ( " + lists[0] + lists[1] + " )").getInt();
+    };
+    const int result = comparable && missing("tmp", table) + missing(table, "tmp") == 0 ? 0 : 1;
+    database.exec("DROP TABLE IF EXISTS tmp");
+    transaction.commit();
+    return result;
+  } catch (const SQLite::Exception&) {
+    commands.clear();
+    return 1;
+  }
+}
+
+// All that a reader may see, in the order in which it does. `plan` goes with each look-up.
+std::string content(const std::string& path, const std::string& table, const std::string& plan) {
+  SQLite::Database database(path);
+  const std::string lookup = "SELECT rowid FROM " + table + plan + " WHERE major_no>=0";
+  std::string all;
+  for (const std::string& query :
+       {"PRAGMA integrity_check"s, "SELECT name, sql FROM sqlite_master ORDER BY name"s,
+        "SELECT * FROM sqlite_sequence ORDER BY name"s, "SELECT rowid, * FROM " + table, lookup,
+        lookup + " AND freq>0"}) {
+    try {
+      for (SQLite::Statement rows(database, query); rows.executeStep(); all += "\n") {
+        for (int i = 0; i < rows.getColumnCount(); ++i) {
+          const SQLite::Column value = rows.getColumn(i);
+          all += std::to_string(value.getType()) + ":" + value.getString() + " ";
+        }
+      }
+    } catch (const SQLite::Exception& e) {
+      // A column lacks.
+      all += e.what();
+    }
+  }
+  return all;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  static constexpr uint32_t kTimes[] = {1000, 1001, 999, 0, UINT32_MAX, 65535};
+  fuzz::Harness& harness = fuzz::Harness::instance();
+  harness.reset();
+  const std::string path = harness.path("channels.db3");
+  const std::string copy = harness.path("rules.db3");
+  fuzz::Input input(data, size);
+  for (int run = 0; run < 5 && input.left() > 0; ++run) {
+    const uint32_t source = AI_INPUT_TERRESTRIAL + input.below(2);
+    const std::string table = source == AI_INPUT_TERRESTRIAL ? "channel_data_t" : "channel_data_c";
+    const uint32_t now = one(input, kTimes);
+    for (uint32_t left = input.below(4); left > 0; --left) change(input, path, table);
+    std::vector<Listed> listed(input.below(7));
+    std::vector<fake::Service> services;
+    for (Listed& each : listed) {
+      each = readService(input, source, static_cast<uint32_t>(services.size()), now);
+      services.push_back(each.service);
+    }
+    fake::reset();
+    fake::setTime(now);
+    fake::setServices(source, services);
+    std::filesystem::copy_file(path, copy, std::filesystem::copy_options::overwrite_existing);
+    std::string wanted;
+    const int result = synchronise(copy, table, std::to_string(now), listed, wanted);
+    fake::setRecording(true);
+    const int given = ATSC_Service_db_UpdateChannel(static_cast<int>(source));
+    fake::setRecording(false);
+    std::string commands;
+    for (const std::string& line : fake::logs()) {
+      for (const std::string& start : {"INSERT INTO "s, "UPDATE " + table + " SET  name="}) {
+        if (line.rfind("Debug SQL Command " + start, 0) == 0) commands += line.substr(18);
+      }
+    }
+    fuzz::require(wanted.empty() || commands == wanted, "commands",
+                  commands + "wanted: \n" + wanted);
+    const std::string rules = content(copy, table, " NOT INDEXED");
+    const std::string rows = content(path, table, "");
+    fuzz::require(rows == rules, "content", rows + "wanted: \n" + rules);
+    fuzz::require(given == result, "result", std::to_string(given) + rows);
+  }
+  return 0;
+}
