@@ -249,8 +249,9 @@ std::string _ATSC_Service_db_getChannelUpdate_Command(const ChannelRow& row) {
 
 // The rows with one major number, minor number and frequency.
 struct SameNumber {
-  std::vector<int64_t> rows;  // their keys, those that were inserted in this run included
-  size_t last_update = 0;     // position of the service whose values they get
+  std::vector<int64_t> rows;          // their keys, those that were inserted in this run included
+  bool stamped = false;               // one looks as if it had been written in this run
+  std::optional<size_t> last_update;  // position of the service whose values they get
 };
 
 // The table as it was before the run: answers for each service what
@@ -273,24 +274,31 @@ class CommittedRows {
   }
 
   void read(SQLite::Database& database, const std::string& table) {
-    if (found_.empty()) return;
     SQLite::Statement rows(
         database,
-        "SELECT rowid, major_no, minor_no, freq, source_id, audio_pid, video_pid, ch_index FROM " +
+        "SELECT rowid, major_no, minor_no, freq, source_id, audio_pid, video_pid, ch_index, "
+        "update_time FROM " +
             table);
     while (rows.executeStep()) {
       int64_t major = 0;
       int64_t minor = 0;
       int64_t frequency = 0;
       int64_t source_id = 0;
-      if (!readNumber(rows.getColumn(1), major) || !readNumber(rows.getColumn(2), minor) ||
-          !readNumber(rows.getColumn(3), frequency)) {
+      int64_t stamp = 0;
+      const SQLite::Column update_time = rows.getColumn(8);
+      const bool stamped =
+          update_time.isNull() || (readNumber(update_time, stamp) && stamp == gCurTime);
+      const bool comparable = readNumber(rows.getColumn(1), major) &&
+                              readNumber(rows.getColumn(2), minor) &&
+                              readNumber(rows.getColumn(3), frequency);
+      const std::string number = comparable ? numberText(major, minor, frequency) : "";
+      const auto same = same_number_.find(number);
+      if (same == same_number_.end()) {
+        stamped_stray_ = stamped_stray_ || stamped;
         continue;
       }
-      const std::string number = numberText(major, minor, frequency);
-      const auto same = same_number_.find(number);
-      if (same == same_number_.end()) continue;
       same->second.rows.push_back(rows.getColumn(0).getInt64());
+      same->second.stamped = same->second.stamped || stamped;
       if (!readNumber(rows.getColumn(4), source_id)) continue;
       // A lookup without a PID text matches whatever the row has.
       for (const bool withAudio : {false, true}) {
@@ -308,6 +316,14 @@ class CommittedRows {
 
   SameNumber& sameNumber(const AISRV_service_info& service) {
     return same_number_[numberOf(service)];
+  }
+
+  // Whether a row looks as if it had been written in this run, and no service is going to write it.
+  bool hasStampedStray() const {
+    return stamped_stray_ ||
+           std::any_of(same_number_.begin(), same_number_.end(), [](const auto& same) {
+             return same.second.stamped && !same.second.last_update;
+           });
   }
 
  private:
@@ -342,6 +358,7 @@ class CommittedRows {
 
   std::unordered_map<std::string, Answer> found_;
   std::unordered_map<std::string, SameNumber> same_number_;
+  bool stamped_stray_ = false;
   bool wanted_[2][2] = {};  // with an audio text, with a video text
 };
 
@@ -449,14 +466,16 @@ class ChannelRewrite {
       writes.push_back({channelRow(service, streams), answer, &committed.sameNumber(service)});
     }
     const std::string stamp = std::to_string(gCurTime);
-    // Rows of earlier runs must not look like this one's: the clock may stand still or be set back,
-    // and a row without a stamp is unequal to none.
-    exec(database, "UPDATE " + table_ + " SET update_time=-1 WHERE update_time=" + stamp +
-                       " OR update_time IS NULL");
-    committed.read(database, table_);
+    if (!services_.empty()) committed.read(database, table_);
     // An update rewrites all rows of its number, so of many with one number the last one is enough.
     for (size_t i = 0; i < writes.size(); ++i) {
       if (writes[i].isUpdate()) writes[i].same_number->last_update = i;
+    }
+    // Rows of earlier runs must not look like this one's: the clock may stand still or be set back,
+    // and a row without a stamp is unequal to none.
+    if (services_.empty() || committed.hasStampedStray()) {
+      exec(database, "UPDATE " + table_ + " SET update_time=-1 WHERE update_time=" + stamp +
+                         " OR update_time IS NULL");
     }
     std::optional<SQLite::Statement> insertRow;
     std::optional<SQLite::Statement> updateRow;
