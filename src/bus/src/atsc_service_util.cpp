@@ -37,6 +37,19 @@ int encodeUnit(uint16_t unit, uint8_t* out) {
   return 3;
 }
 
+// How many units in front are ASCII characters other than NUL, looked at four at a time: most texts
+// are, and guides are long.
+uint32_t asciiUnits(const uint8_t* bytes, uint32_t length) {
+  uint32_t i = 0;
+  for (; i + 8 <= length; i += 8) {
+    uint64_t units;  // little-endian: a unit's high byte comes first
+    memcpy(&units, bytes + i, sizeof units);
+    constexpr uint64_t kSign = 0x8000800080008000;
+    if ((units & 0x80FF80FF80FF80FF) != 0 || ((units + 0x7F007F007F007F00) & kSign) != kSign) break;
+  }
+  return i / 2;
+}
+
 }  // namespace
 
 namespace atsc {
@@ -105,8 +118,10 @@ uint32_t Utili_UTF16BEToUTF8Length(const void* bytes, uint32_t length) {
   } else if (length % 2 != 0) {
     ATSC_LOG(Error, "UTF16Len MUST be even");
   } else {
-    for (uint32_t i = 0; i < length; i += 2) {
-      const uint16_t unit = unitAt(static_cast<const uint8_t*>(bytes), i);
+    const auto* units = static_cast<const uint8_t*>(bytes);
+    size = asciiUnits(units, length);
+    for (uint32_t i = 2 * size; i < length; i += 2) {
+      const uint16_t unit = unitAt(units, i);
       if (unit == 0) break;
       size += 1u + (unit > 0x7F) + (unit >= 0x800);
     }
@@ -123,11 +138,15 @@ int Utili_ConvertUTF16BEToUTF8(const void* bytes, uint32_t length, void* out, ui
   } else if (length % 2 != 0) {
     ATSC_LOG(Error, "UTF16Len MUST be even");
   } else {
-    uint32_t written = 0;
-    for (uint32_t i = 0; i < length && written < *capacity; i += 2) {
-      const uint16_t unit = unitAt(static_cast<const uint8_t*>(bytes), i);
+    const auto* units = static_cast<const uint8_t*>(bytes);
+    auto* const encoded = static_cast<uint8_t*>(out);
+    const uint32_t ascii = std::min(asciiUnits(units, length), *capacity);
+    for (uint32_t i = 0; i < ascii; ++i) encoded[i] = units[2 * i + 1];
+    uint32_t written = ascii;
+    for (uint32_t i = 2 * ascii; i < length && written < *capacity; i += 2) {
+      const uint16_t unit = unitAt(units, i);
       if (unit == 0) break;
-      written += static_cast<uint32_t>(encodeUnit(unit, static_cast<uint8_t*>(out) + written));
+      written += static_cast<uint32_t>(encodeUnit(unit, encoded + written));
     }
     *capacity = written;
     result = 1;
