@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstring>
 #include <string>
+#include <vector>
 
 namespace fuzz {
 
@@ -54,6 +55,13 @@ class Input {
         end != nullptr ? static_cast<size_t>(static_cast<const uint8_t*>(end) - data_) : size_);
     byte();
     return taken;
+  }
+
+  // The lines up to an empty one.
+  std::vector<std::string> lines() {
+    std::vector<std::string> all;
+    for (std::string text; !(text = line()).empty();) all.push_back(text);
+    return all;
   }
 
   std::string rest() { return bytes(size_); }

@@ -39,8 +39,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   fuzz::Harness& harness = fuzz::Harness::instance();
   harness.reset();
   fuzz::Input input(data, size);
-  std::vector<std::string> lines;
-  for (std::string line; !(line = input.line()).empty();) lines.push_back(line);
+  const std::vector<std::string> lines = input.lines();
   const uint8_t flags = input.byte();
   fake::setRecording((flags & 1) != 0);  // the log's lines are formatted too
   if ((flags & 2) != 0) unlink(harness.path("channels.db3").c_str());

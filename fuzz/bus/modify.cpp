@@ -56,8 +56,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   fuzz::Harness& harness = fuzz::Harness::instance();
   harness.reset();
   fuzz::Input input(data, size);
-  std::vector<std::string> lines;
-  for (std::string line; !(line = input.line()).empty();) lines.push_back(line);
+  const std::vector<std::string> lines = input.lines();
   g_progress = kWaiting;
   fake::setRecording(true);
   fake::onCall(onCall);

@@ -89,7 +89,8 @@ int ATSC_Service_db_findChannelIndex(const char* db_path, ATSC_Service_db_channe
                                      const char* audio_pid_text, const char* video_pid_text);
 
 // Writes one column of the rows whose `ch_id_pk` is given, in a transaction of its own. `table` and
-// `column` are names of the schema. Failures are printed. Any thread.
+// `column` are names of the schema; texts are given as they are to be stored, single quotes too.
+// Failures are printed. Any thread.
 void ATSC_Service_db_updateChannelEntryText(const char* ch_id_pk, const char* table,
                                             const char* column, const char* value);
 void ATSC_Service_db_updateChannelEntryInterger(const char* ch_id_pk, const char* table,
@@ -117,8 +118,8 @@ int Utili_ConvertUTF16BEToUTF8(const void* bytes, uint32_t length, void* out, ui
 // Lends name storage to `*count` records: 50 bytes each in `names`, 40 of them declared usable.
 void Utili_allocSrvMem(struct AISRV_service_info* records, const uint32_t* count, void* names);
 
-// Logs one service. A name that is not UTF-16BE is read up to its NUL, at most the 50 bytes that
-// Utili_allocSrvMem() lends, whatever its length says.
+// Logs one service. Its name is read within the 50 bytes that Utili_allocSrvMem() lends: up to its
+// NUL when it is not UTF-16BE, whatever its length says.
 void Utili_printSrvInfo(const struct AISRV_service_info* record);
 
 #ifdef __cplusplus

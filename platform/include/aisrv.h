@@ -106,7 +106,7 @@ typedef struct AISRV_pid_info {
 typedef struct AISRV_pid_details {
   uint32_t count;  // at most AISRV_MAX_PIDS
   AISRV_pid_info pids[AISRV_MAX_PIDS];
-  uint32_t room[135];  // a size of ours
+  uint32_t room[150];  // a size of ours
 } AISRV_pid_details;
 
 // Counts the services of `input_source` that `service_mask` and `filter` select.

@@ -63,17 +63,6 @@ TEST_F(CommandTest, ResultsAndLogLines) {
   EXPECT_EQ(0, g_atsc_server_service.jsonCommand(nullptr, nullptr));
 }
 
-TEST_F(CommandTest, ManyCommentsCostNoMoreThanTheirLength) {
-  std::string comments;
-  while (comments.size() < 4000000) comments += "/**/";
-  EXPECT_EQ(0, send("{\"class\":\"MSC\"" + comments + ",\"command\":\"LOGCTL\"}"));
-}
-
-TEST_F(CommandTest, DeepNestingIsRefused) {
-  EXPECT_EQ(-1, send("{\"class\":" + std::string(5000, '[') + std::string(5000, ']') + "}"));
-  EXPECT_EQ(0, send("{\"class\":\"MSC\",\"command\":\"LOGCTL\"}"));
-}
-
 TEST_F(CommandTest, InitRegistersForEventsAndReportsTheMiddlewaresFailure) {
   EXPECT_EQ(0, send("{\"class\":\"FW\",\"command\":\"INIT\"}"));
   EXPECT_EQ(&ATSC_Service_event_cb, fake::eventCallback());

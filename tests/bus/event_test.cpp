@@ -5,7 +5,6 @@
 #include <atomic>
 #include <future>
 #include <map>
-#include <thread>
 
 #include "atsc_service_event.h"
 #include "fixture.h"
@@ -213,25 +212,6 @@ TEST_F(EventTest, OnlyARebuiltChannelListIsAnnouncedAtStart) {
   EXPECT_EQ("VIEWING_DELAY", kindOf(fake::waitForSent(2).at(1)));
 }
 
-TEST_F(EventTest, GuideIsInTheFileWhenItsMessageArrives) {
-  const fake::Service service = fake::service(7, 1, 57000000, "News", AI_INPUT_CABLE);
-  fake::setServices(AI_INPUT_CABLE, {service});
-  fake::setCurrent(service, AI_INPUT_CABLE);
-  int programmes = 0;
-  std::vector<std::string> seen;
-  fake::onSend([&](const std::string& text) {
-    SQLite::Database database((folder_ / "events.db").string());
-    seen.push_back(kindOf(text) + " " +
-                   database.execAndGet("SELECT count(*) FROM event_c").getString());
-  });
-  for (const AFW_event_t event : {AFW_EPG_UPDATE, AFW_EPG_COMPLETE, AFW_EPG_UPDATE}) {
-    fake::setEvents(service, std::vector<fake::Event>(static_cast<size_t>(++programmes)));
-    ATSC_Service_event_cb(event, nullptr);
-    fake::waitForSent(static_cast<size_t>(programmes));
-  }
-  EXPECT_THAT(seen, ElementsAre("EPG_UPDATE 1", "EPG_COMPLETE 2", "EPG_UPDATE 3"));
-}
-
 // A TV application that does not answer holds back the messages of one queue at a time, and no
 // one who raises events.
 TEST_F(EventTest, BlockedTVApplicationDelaysOnlyItsMessages) {
@@ -256,30 +236,6 @@ TEST_F(EventTest, BlockedTVApplicationDelaysOnlyItsMessages) {
   ASSERT_EQ(kEvents + 1u, sent.size());
   for (int i = 0; i < kEvents; ++i) {
     ASSERT_EQ(i % 2 == 0 ? "EASSTOP" : "VIEWING_DELAY", kindOf(sent[static_cast<size_t>(i) + 1]));
-  }
-}
-
-TEST_F(EventTest, ManyProducersKeepTheirOrder) {
-  constexpr uint32_t kProducers = 4;
-  constexpr uint32_t kEach = 2500;
-  std::vector<std::thread> producers;
-  for (uint32_t p = 0; p < kProducers; ++p) {
-    producers.emplace_back([p] {
-      for (uint32_t i = 0; i < kEach; ++i) {
-        AIFW_time_data time{};
-        time.gps_utc_offset = static_cast<uint8_t>(p);
-        time.system_time = i;
-        ATSC_Service_event_cb(AFW_STT_UPDATE, &time);
-      }
-    });
-  }
-  for (std::thread& producer : producers) producer.join();
-  const Lines sent = fake::waitForSent(kProducers * kEach);
-  ASSERT_EQ(kProducers * kEach, sent.size());
-  uint32_t next[kProducers] = {};
-  for (const std::string& text : sent) {
-    const Json::Value message = parsed(text);
-    ASSERT_EQ(next[message["GPS_UTC_Offset"].asUInt()]++, message["SystemTime"].asUInt());
   }
 }
 

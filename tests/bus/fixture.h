@@ -18,7 +18,6 @@
 #include "service/server/atsc_server_service.h"
 #include "temporary_folder.h"
 
-
 // A command as it is sent, without the braces: {"class":C,"command":N} and further members.
 inline std::string command(const std::string& name, const std::string& members = "") {
   const size_t space = name.find(' ');

@@ -72,7 +72,6 @@ TEST_F(LibraryTest, HandlersCanBeCalledByThemselves) {
   EXPECT_EQ(-1, server.CN_setPreAudLang(wrong));
   EXPECT_EQ(0, server.FW_changeChannel(wrong));
   EXPECT_EQ(0, server.Time_setSyncMode(wrong));
-  EXPECT_EQ(0, server.VC_close());
 }
 
 TEST_F(LibraryTest, FunctionsLogTheirBeginningAndEnd) {

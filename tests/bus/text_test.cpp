@@ -15,28 +15,7 @@ class TextTest : public LibraryTest {
     }
     return lines;
   }
-
-  // The conversion of exact-size buffers, as all callers use it.
-  static std::string convert(const std::string& utf16) {
-    const auto* bytes = reinterpret_cast<const uint8_t*>(utf16.data());
-    const auto length = static_cast<uint32_t>(utf16.size());
-    uint32_t size = Utili_UTF16BEToUTF8Length(bytes, length);
-    std::vector<uint8_t> out(size + 1);
-    EXPECT_EQ(1, Utili_ConvertUTF16BEToUTF8(bytes, length, out.data(), &size));
-    return std::string(out.begin(), out.begin() + size);
-  }
 };
-
-using std::string_literals::operator""s;
-
-TEST_F(TextTest, EncodesEveryUnitOnItsOwn) {
-  EXPECT_EQ("", convert(""));
-  EXPECT_EQ("A", convert("\0A\0\0\0B"s));  // a 0 unit ends the text
-  EXPECT_EQ("\x7F", convert("\0\x7F"s));
-  EXPECT_EQ("\xC2\x80\xDF\xBF", convert("\0\x80\x07\xFF"s));
-  EXPECT_EQ("\xE0\xA0\x80\xE2\x82\xAC", convert("\x08\0\x20\xAC"s));
-  EXPECT_EQ("\xED\xA0\xBD\xED\xB8\x80", convert("\xD8\x3D\xDE\0"s));  // surrogates are not combined
-}
 
 TEST_F(TextTest, BadInputIsLogged) {
   char out[8];

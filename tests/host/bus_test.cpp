@@ -70,35 +70,6 @@ TEST(Parcel, IsReadByType) {
   EXPECT_EQ(parcel.readInt32(), 1) << "nothing of it was written";
 }
 
-TEST(Bus, AClientRefusesAMalformedReply) {
-  const std::string text = std::string("s") + word(3) + std::string("ab\0", 3);
-  const std::string head = "BUSr" + word(8) + word(kEcho) + word(0);
-  for (const std::string& bytes :
-       {std::string(16, 'G'), "BUSr" + word(0xFFFFFFFF) + word(kEcho) + word(0),
-        "BUSr" + word(8) + word(kEcho + 1) + word(0) + text, head + "s" + word(3) + "abc",
-        head + text + "more", head + "cut"}) {
-    const std::string name = uniqueName("liar");
-    const std::string hidden = "/tmp/" + name;  // not to be swept before it listens
-    const int listener = bound(hidden);
-    ASSERT_EQ(::listen(listener, 1), 0);
-    ASSERT_EQ(::rename(hidden.c_str(), pathOf(name).c_str()), 0);
-    std::thread liar([&] {
-      char data[64];
-      for (bool asked = false; !asked;) {
-        // Other processes may look whether somebody listens; they send nothing.
-        const int fd = ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
-        asked = ::recv(fd, data, sizeof data, 0) > 0;
-        if (asked) ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-        ::close(fd);
-      }
-    });
-    EXPECT_EQ(Caller(name).echo("x"), "-");
-    liar.join();
-    ::close(listener);
-    ::unlink(pathOf(name).c_str());
-  }
-}
-
 TEST(Bus, CarriesParcelsBothWays) {
   const std::string name = uniqueName("carry");
   Started server({"server", name});
@@ -147,58 +118,6 @@ TEST(Bus, RunsARequestAtMostOnce) {
   EXPECT_EQ(second.hear(), 0);
   EXPECT_EQ(caller.echo("x"), "-");
   EXPECT_EQ(ATSC_host_find(name.c_str()), 0);
-}
-
-TEST(Bus, EndsMalformedConnectionsOnly) {
-  const std::string name = uniqueName("malformed");
-  Started server({"server", name}, true);
-  Caller caller(name);
-  RawPeer half(pathOf(name));
-  ASSERT_TRUE(half.send(request("s" + word(100) + std::string(99, 'h') + '\0').substr(0, 80)));
-
-  const struct {
-    const char* what;
-    std::string bytes;
-  } kCases[] = {
-      {"garbage", std::string(64, 'G')},
-      {"a reply", "BUSr" + word(0) + word(0) + word(0)},
-      {"announces 4 GiB", "BUSq" + word(0xFFFFFFFF) + word(1) + word(0)},
-      {"unknown item", request("x1234")},
-      {"integer cut short", request("i12")},
-      {"text of size 0", request("s" + word(0))},
-      {"text beyond the frame", request("s" + word(0xFFFFFFF0) + "abc")},
-      {"text without NUL", request("s" + word(3) + "abc")},
-      {"text with a second NUL", request("s" + word(4) + std::string("a\0b\0", 4))},
-      {"second item bad", request("i1234?")},
-  };
-  for (const auto& each : kCases) {
-    RawPeer peer(pathOf(name));
-    ASSERT_TRUE(peer.send(each.bytes)) << each.what;
-    EXPECT_EQ(peer.receiveAll(), "") << each.what;
-    EXPECT_EQ(caller.echo("still there"), "still there") << each.what;
-  }
-  RawPeer cut(pathOf(name));
-  cut.send("BUSq" + word(50));
-  cut.finish();
-  EXPECT_EQ(cut.receiveAll(), "");
-  half.finish();
-  EXPECT_EQ(half.receiveAll(), "");
-
-  // Two requests at once, the second one in pieces: both are answered, in order.
-  RawPeer good(pathOf(name));
-  const std::string text = std::string("s") + word(3) + std::string("ab\0", 3);
-  const std::string answer = "BUSr" + word(13) + word(kEcho) + word(0) + text + "i" + word(2);
-  good.send(request(text) + request(text).substr(0, 20));
-  EXPECT_EQ(caller.echo("x"), "x");
-  good.send(request(text).substr(20));
-  good.finish();
-  EXPECT_EQ(good.receiveAll(), answer + answer);
-
-  server.kill();
-  const std::string errors = server.errors();
-  for (const char* const reason : {"no request", "too large", "bad item", "middle of a frame"}) {
-    EXPECT_NE(errors.find(reason), std::string::npos) << reason;
-  }
 }
 
 // Whatever other processes do, a healthy one is answered while they do it, and nothing stays.

@@ -391,18 +391,6 @@ TEST(GuideTables, SurviveHostileSections) {
   EXPECT_STRNE(nullptr, push(decoder, kEit0, sealed(too_many)));
   EXPECT_EQ(0u, decoder.guide().eits.count({0, 5}));
 
-  std::mt19937 random(3);
-  for (int i = 0; i < 20000; ++i) {
-    auto [pid, table] = sound[random() % std::size(sound)];
-    for (unsigned n = random() % 4; n > 0; --n)
-      table[5 + random() % (table.size() - 9)] = static_cast<uint8_t>(random());
-    if (random() % 8 == 0) table.resize(12 + random() % (table.size() - 11));
-    push(decoder, pid, sealed(table));
-    decoder.take_alert();
-    if (i % 100 == 0) decoder.end_pass();
-    if (i % 100 == 0) decoder.guide();
-  }
-
   // Texts without end are not all kept.
   PsipDecoder flooded;
   push(flooded, kBase, plan);

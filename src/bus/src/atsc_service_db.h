@@ -53,7 +53,7 @@ void printDatabaseError(const std::exception& error, const char* function, int l
                         const std::string& command = {});
 
 // Logs that a database could not be written, and why.
-void logNotWritten(const std::string& path, const std::exception& error);
+void logNotWritten(const LogPlace& place, const std::string& path, const std::exception& error);
 
 // `name` as a quoted SQL identifier; a backtick in it is doubled and so cannot end it.
 std::string quotedIdentifier(const std::string& name);

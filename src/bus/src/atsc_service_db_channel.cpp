@@ -403,7 +403,7 @@ class ChannelRewrite {
       transaction->commit();
       result = compared;
     } catch (const std::exception& e) {
-      atsc::logNotWritten(*gChannel_DB_path, e);
+      atsc::logNotWritten(place_, *gChannel_DB_path, e);
       printError(e, __LINE__);
     }
     return result;
@@ -618,10 +618,10 @@ int ATSC_Service_db_UpdateChannel(int input_type) {
         result = ChannelRewrite(atsc::channelTable(input_type), list.records, ATSC_HERE()).run();
       }
     }
-    ATSC_CALL(AISRV_sync_to_database);
   } catch (const std::exception& e) {
     ATSC_LOG(Error, "channel table of input %d: %s", input_type, e.what());
   }
+  ATSC_CALL(AISRV_sync_to_database);
   ATSC_LEAVE();
   return result;
 }

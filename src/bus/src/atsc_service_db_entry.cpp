@@ -34,7 +34,7 @@ void updateEntry(const atsc::LogPlace& place, const char* ch_id_pk, const char* 
     database.exec(command.str());
     transaction.commit();
   } catch (const std::exception& e) {
-    atsc::logNotWritten(*gChannel_DB_path, e);
+    atsc::logNotWritten(place, *gChannel_DB_path, e);
     atsc::printDatabaseError(e, place.function, __LINE__, command.str());
   }
 }

@@ -118,7 +118,7 @@ class GuideRewrite {
       for (const AISRV_service_info& service : services) writeEvents(service, insert);
       transaction.commit();
     } catch (const SQLite::Exception& e) {
-      atsc::logNotWritten(path, e);
+      atsc::logNotWritten(place_, path, e);
       atsc::printDatabaseError(e, place_.function, __LINE__, command_.str());
     }
   }

@@ -208,7 +208,7 @@ bool _ATSC_Service_db_createChannelDB() {
     if (database.tableExists("tmp")) run(database, "DROP TABLE tmp", __func__);
     run(database, "PRAGMA user_version = " + std::to_string(kSchemaVersion), __func__);
   } catch (const SQLite::Exception& e) {
-    atsc::logNotWritten(*gChannel_DB_path, e);
+    atsc::logNotWritten(ATSC_HERE(), *gChannel_DB_path, e);
     atsc::printDatabaseError(e, __func__, __LINE__);
   }
   ATSC_LEAVE();
@@ -233,7 +233,7 @@ std::string _ATSC_Service_db_createEventDB(int input_type) {
                               atsc::kBusyTimeoutMs);
     createOrMigrate(database, table, atsc_event_db_layout, eventCreateCommand(table), ATSC_HERE());
   } catch (const SQLite::Exception& e) {
-    atsc::logNotWritten(*gEvent_DB_path, e);
+    atsc::logNotWritten(ATSC_HERE(), *gEvent_DB_path, e);
     atsc::printDatabaseError(e, __func__, __LINE__);
   }
   ATSC_LEAVE();

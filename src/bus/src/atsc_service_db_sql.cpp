@@ -87,7 +87,7 @@ void printDatabaseError(const std::exception& error, const char* function, int l
   fflush(stdout);
 }
 
-void logNotWritten(const std::string& path, const std::exception& error) {
+void logNotWritten(const LogPlace& place, const std::string& path, const std::exception& error) {
   std::string reason = error.what();
   const auto* failure = dynamic_cast<const SQLite::Exception*>(&error);
   if (failure != nullptr && failure->getErrorCode() == SQLITE_CANTOPEN) {
@@ -103,7 +103,7 @@ void logNotWritten(const std::string& path, const std::exception& error) {
     }
     if (errno != 0) reason += ": " + std::generic_category().message(errno);
   }
-  ATSC_LOG(Error, "%s is not written: %s", path.c_str(), reason.c_str());
+  ATSC_LOG_AT(place, Error, "%s is not written: %s", path.c_str(), reason.c_str());
 }
 
 std::string quotedIdentifier(const std::string& name) {

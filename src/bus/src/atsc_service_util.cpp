@@ -96,7 +96,7 @@ std::string textToUTF8(const multiple_lang_t& text, uint32_t capacity) {
 }
 
 std::string nameInSlot(const AISRV_service_info& service) {
-  if (service.name.encoding == AI_TEXT_UTF16BE) return textToUTF8(service.name, UINT16_MAX);
+  if (service.name.encoding == AI_TEXT_UTF16BE) return textToUTF8(service.name, kNameSlot);
   const char* bytes = reinterpret_cast<const char*>(service.name.text);
   return bytes != nullptr ? std::string(bytes, strnlen(bytes, kNameSlot)) : std::string();
 }
@@ -140,7 +140,8 @@ int Utili_ConvertUTF16BEToUTF8(const void* bytes, uint32_t length, void* out, ui
   } else {
     const auto* units = static_cast<const uint8_t*>(bytes);
     auto* const encoded = static_cast<uint8_t*>(out);
-    const uint32_t ascii = std::min(asciiUnits(units, length), *capacity);
+    // No more units than fit are looked at: a length may claim more than there is.
+    const uint32_t ascii = asciiUnits(units, *capacity < length / 2 ? 2 * *capacity : length);
     for (uint32_t i = 0; i < ascii; ++i) encoded[i] = units[2 * i + 1];
     uint32_t written = ascii;
     for (uint32_t i = 2 * ascii; i < length && written < *capacity; i += 2) {

@@ -23,7 +23,7 @@ std::string textToUTF8(const multiple_lang_t& text, uint32_t capacity);
 void textToUTF8(const multiple_lang_t& text, uint32_t capacity, std::string& converted);
 
 // The name of a service whose name lies in a slot of Utili_allocSrvMem(): one that is not UTF-16BE
-// is the slot up to its NUL, whatever its length says.
+// is the slot up to its NUL, whatever its length says. Nothing behind the slot is read.
 std::string nameInSlot(const AISRV_service_info& service);
 
 // A reply or callback as it is sent: laid out by Json::StyledWriter, but with every byte from 0x80
