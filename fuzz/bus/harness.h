@@ -24,7 +24,6 @@
 #include "service/server/atsc_server_service.h"
 #include "temporary_folder.h"
 
-
 // Nothing is to outlast the run, and other programs' files are not to be waited for.
 extern "C" void sync() noexcept {}
 
