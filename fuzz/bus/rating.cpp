@@ -70,7 +70,9 @@ void convert(fuzz::Input& input) {
   const std::string bytes = input.rest();
   std::vector<uint8_t> lent(AIPC_TEXT_SIZE);
   std::copy_n(bytes.begin(), std::min(bytes.size(), lent.size()), lent.begin());
-  const multiple_lang_t text{claimed == UINT16_MAX ? nullptr : lent.data(), claimed, encoding};
+  // What is lent bounds a text of single bytes; UTF-16 may claim more.
+  const uint16_t length = encoding == AI_TEXT_UTF16BE ? claimed : claimed % (AIPC_TEXT_SIZE + 1);
+  const multiple_lang_t text{claimed == UINT16_MAX ? nullptr : lent.data(), length, encoding};
   std::vector<uint8_t> converted;
   if (!atsc::Copy2UTF8(converted, &text)) return;
   fuzz::require(!converted.empty() && converted.back() == 0, "a NUL at the end");

@@ -87,7 +87,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   }
   checkQuoting(converted);
   AISRV_service_info service{};
-  service.name = {lent.data(), static_cast<uint16_t>(lent.size()), encoding};
+  const auto length = static_cast<uint16_t>(lent.size());
+  lent.resize(std::max<size_t>(length, atsc::kNameSlot));
+  service.name = {lent.data(), length, encoding};
   Utili_printSrvInfo(&service);
   return 0;
 }

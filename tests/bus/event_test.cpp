@@ -160,7 +160,7 @@ TEST_F(EventTest, Alerts) {
     EXPECT_EQ(expected.text, message["text"].asString());
     EXPECT_EQ(255, message["priority"].asInt());
   }
-  multiple_lang_t none{nullptr, 100, 0};
+  multiple_lang_t none{nullptr, 100, -1};
   EXPECT_EQ("", messageOf(AFW_EAS_START_NON_BLOCKING, &none)["text"].asString());
 }
 

@@ -44,6 +44,7 @@ void ATSCServerService::endCommandThread() {
       stop_->changed.wait_for(lock, kEndWait, [this] { return stop_->ended; })) {
     lock.unlock();
     command_thread_->join();
+    std::vector<std::string>().swap(*command_queue_);
   } else {
     command_thread_->detach();
     ATSC_LOG(Warn, "the process ends during a channel change");
