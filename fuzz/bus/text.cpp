@@ -87,9 +87,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   }
   checkQuoting(converted);
   AISRV_service_info service{};
-  const auto length = static_cast<uint16_t>(lent.size());
-  lent.resize(std::max<size_t>(length, atsc::kNameSlot));
-  service.name = {lent.data(), length, encoding};
+  lent.resize(std::max<size_t>(lent.size(), atsc::kNameSlot));  // as long as a slot at least
+  service.name = {lent.data(), std::min(claimed, static_cast<uint16_t>(capacity)), encoding};
   Utili_printSrvInfo(&service);
   return 0;
 }
