@@ -17,9 +17,9 @@
 #include <thread>
 #include <utility>
 
+#include "bus/param.h"
+#include "bus/socket.h"
 #include "bus_lifetime.h"
-#include "bus_param.h"
-#include "bus_socket.h"
 #include "input.h"
 
 namespace {

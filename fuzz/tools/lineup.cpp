@@ -7,9 +7,9 @@
 #include <string>
 
 #include "mux.h"
-#include "receiver/demux.h"
-#include "receiver/psi_decoder.h"
-#include "receiver/psip_decoder.h"
+#include "receiver/stream/demux.h"
+#include "receiver/tables/psi_decoder.h"
+#include "receiver/tables/psip_decoder.h"
 
 namespace {
 

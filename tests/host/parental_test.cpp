@@ -1,5 +1,5 @@
 // Parental control: what is blocked, what keeps a channel closed, and what is stored.
-#include "receiver/parental.h"
+#include "receiver/viewing/parental.h"
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
@@ -13,9 +13,9 @@
 #include "aifw.h"
 #include "aipc.h"
 #include "aiup.h"
-#include "receiver/gate.h"
-#include "receiver/psip_text.h"
 #include "receiver/receiver.h"
+#include "receiver/tables/psip_text.h"
+#include "receiver/viewing/gate.h"
 #include "receiver_test_air.h"
 
 namespace receiver_test {

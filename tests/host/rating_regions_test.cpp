@@ -1,5 +1,5 @@
 // Rating regions: their tables, what is kept of them, and what is answered.
-#include "receiver/rating_regions.h"
+#include "receiver/viewing/rating_regions.h"
 
 #include <gtest/gtest.h>
 
@@ -12,7 +12,7 @@
 
 #include "aiin.h"
 #include "aipc.h"
-#include "receiver/transport.h"
+#include "receiver/stream/transport.h"
 #include "receiver_test_air.h"
 
 namespace receiver_test {

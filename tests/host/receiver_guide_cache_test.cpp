@@ -4,7 +4,7 @@
 #include <future>
 
 #include "aiec.h"
-#include "receiver/guide_tuner.h"
+#include "receiver/tuners/guide_tuner.h"
 #include "receiver_test_guide.h"
 
 namespace receiver_test {

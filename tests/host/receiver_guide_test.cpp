@@ -7,9 +7,9 @@
 #include <map>
 #include <random>
 
-#include "receiver/content_advisory.h"
-#include "receiver/psip_text.h"
-#include "receiver/transport.h"
+#include "receiver/stream/transport.h"
+#include "receiver/tables/content_advisory.h"
+#include "receiver/tables/psip_text.h"
 #include "receiver_test_guide.h"
 
 namespace receiver_test {

@@ -17,12 +17,12 @@
 #include "aifw.h"
 #include "aist.h"
 #include "atsc_host.h"
-#include "receiver/alerts.h"
-#include "receiver/clock.h"
-#include "receiver/event_queue.h"
-#include "receiver/pace.h"
-#include "receiver/psip_text.h"
+#include "receiver/events/alerts.h"
+#include "receiver/events/event_queue.h"
 #include "receiver/receiver.h"
+#include "receiver/station/clock.h"
+#include "receiver/stream/pace.h"
+#include "receiver/tables/psip_text.h"
 #include "receiver_test_air.h"
 
 namespace receiver_test {

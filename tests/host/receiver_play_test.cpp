@@ -22,9 +22,9 @@
 #include "aivc.h"
 #include "atsc_host.h"
 #include "osal.h"
-#include "receiver/audio.h"
 #include "receiver/receiver.h"
-#include "receiver/service_name.h"
+#include "receiver/station/audio.h"
+#include "receiver/tables/service_name.h"
 #include "receiver_test_air.h"
 #include "rmgr.h"
 

@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include "receiver/psi_decoder.h"
+#include "receiver/tables/psi_decoder.h"
 #include "receiver_test_air.h"
 
 namespace receiver_test {

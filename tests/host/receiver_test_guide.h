@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "receiver/psip_decoder.h"
 #include "receiver/receiver.h"
+#include "receiver/tables/psip_decoder.h"
 #include "receiver_test_air.h"
 
 namespace receiver_test {

@@ -9,10 +9,10 @@
 
 #include "aicc.h"
 #include "aist.h"
-#include "receiver/caption_services.h"
-#include "receiver/clock.h"
-#include "receiver/local_time.h"
 #include "receiver/receiver.h"
+#include "receiver/station/clock.h"
+#include "receiver/station/local_time.h"
+#include "receiver/tables/caption_services.h"
 #include "receiver_test_air.h"
 #include "rmgr.h"
 

@@ -11,8 +11,8 @@
 #include <utility>
 
 #include "middleware_types.h"
-#include "receiver/air.h"
-#include "receiver/service_name.h"
+#include "receiver/stream/air.h"
+#include "receiver/tables/service_name.h"
 
 namespace atschost {
 namespace {

@@ -1,0 +1,93 @@
+// Emergency alerts (SCTE 18) of the tuned carrier: when one starts and when it ends.
+#ifndef ATSC_HOST_RECEIVER_EVENTS_ALERTS_H_
+#define ATSC_HOST_RECEIVER_EVENTS_ALERTS_H_
+
+#include <array>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <mutex>
+#include <optional>
+
+#include "receiver/events/event_queue.h"
+#include "receiver/tables/psip_decoder.h"
+
+namespace atschost {
+
+// Which alerts the user wants, as the functions of AIFW say. Any thread.
+class AlertSettings {
+ public:
+  struct Values {
+    int32_t level = AIFW_EAS_ALL;
+    int32_t repeated_events = 0;  // 1: reported again under each sequence number
+    int32_t cable_only = 0;
+  };
+
+  Values get() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return values_;
+  }
+  void set(const Values& values) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    values_ = values;
+  }
+  void set(int32_t Values::*which, int32_t value) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    values_.*which = value;
+  }
+
+ private:
+  mutable std::mutex mutex_;
+  Values values_;
+};
+
+// For one tuning. One thread.
+class Alerts {
+ public:
+  using Instant = std::chrono::steady_clock::time_point;
+
+  // `source` is that of the carrier.
+  Alerts(EventQueue& events, const AlertSettings& settings, uint32_t source)
+      : events_(events), settings_(settings), source_(source) {}
+
+  // One was received, first time or not. A new one that is wanted takes the place of the present
+  // alert, unless that has a higher priority, at most once a second: else it waits for check(), or
+  // for a newer one. One that is not wanted, a test message or one of lower priority is as if it
+  // were not there, until it counts. `station_time` in GPS seconds, where known.
+  void receive(const EmergencyAlert& alert, Instant at, std::optional<uint32_t> station_time);
+
+  // Takes the alert that waits, and ends the present one when its time is over or it is no longer
+  // wanted.
+  void check(Instant at, std::optional<uint32_t> station_time);
+
+  // The tuner leaves the carrier, or has lost it: what is still on the air then comes again.
+  void stop();
+
+ private:
+  struct Present {
+    uint8_t priority = 0;
+    size_t sequence = 0;  // in shown_
+    size_t event = 0;     // in reported_
+    Instant start, last_seen;
+    std::chrono::seconds remaining{0};  // 0: until the table is gone or the event is over
+    std::optional<uint32_t> event_end;  // GPS seconds
+  };
+
+  bool is_wanted(uint8_t priority, const AlertSettings::Values& settings) const;
+  void forget(const Present& alert);
+  void end_present();
+
+  EventQueue& events_;
+  const AlertSettings& settings_;
+  const uint32_t source_;
+  std::optional<Instant> last_new_;
+  std::optional<EmergencyAlert> waiting_;
+  std::optional<Present> present_;
+  std::array<std::optional<uint64_t>, 32> shown_;  // hash of the content, by sequence number
+  std::deque<size_t> reported_;                    // hashes of the events, the oldest first
+};
+
+}  // namespace atschost
+
+#endif  // ATSC_HOST_RECEIVER_EVENTS_ALERTS_H_

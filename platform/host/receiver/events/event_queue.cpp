@@ -1,0 +1,189 @@
+#include "receiver/events/event_queue.h"
+
+#include <algorithm>
+#include <exception>
+#include <iterator>
+#include <utility>
+
+#include "middleware_types.h"
+#include "receiver/log.h"
+#include "receiver/thread.h"
+
+namespace atschost {
+namespace {
+
+// Hours of what a broadcast can raise: the callback is stuck.
+constexpr size_t kMaxWaiting = 100000;
+
+// How many of the events that wait are looked through, from the last one on.
+constexpr size_t kRefreshDepth = 32;
+
+}  // namespace
+
+EventQueue::~EventQueue() { shut_down(std::chrono::hours(1)); }
+
+void EventQueue::set_callback(AIFW_app_callback callback) {
+  std::lock_guard<std::mutex> lock(state_->mutex);
+  state_->callback = callback;
+  if (!callback) state_->entries.clear();
+}
+
+bool EventQueue::has_callback() const {
+  std::lock_guard<std::mutex> lock(state_->mutex);
+  return state_->callback != nullptr;
+}
+
+size_t EventQueue::waiting() const {
+  std::lock_guard<std::mutex> lock(state_->mutex);
+  return state_->entries.size();
+}
+
+void EventQueue::raise(AFW_event_t event) {
+  Entry entry;
+  entry.event = event;
+  push(std::move(entry));
+}
+
+void EventQueue::raise_time(AFW_event_t event, const SystemTime& time) {
+  Entry entry;
+  entry.event = event;
+  const int daylight = (time.daylight_status ? 1 : 0) | (time.daylight_day_of_month & 0x1F) << 1;
+  entry.time = AIFW_time_data{time.gps_seconds, time.gps_utc_offset, static_cast<uint8_t>(daylight),
+                              time.daylight_hour, 0};
+  push(std::move(entry));
+}
+
+void EventQueue::raise_alert(AFW_event_t event, std::string text, uint8_t priority) {
+  Entry entry;
+  entry.event = event;
+  entry.is_alert = true;
+  entry.text = std::move(text);
+  entry.alert_priority = priority;
+  push(std::move(entry));
+}
+
+void EventQueue::raise_guide_update(const std::vector<uint16_t>& source_ids) {
+  push_guide_update(source_ids, false);
+}
+
+// What the application reads when it is told is what there is then.
+void EventQueue::refresh_guide(const std::vector<uint16_t>& source_ids) {
+  push_guide_update(source_ids, true);
+}
+
+void EventQueue::push_guide_update(const std::vector<uint16_t>& source_ids, bool unless_waiting) {
+  for (size_t first = 0; first < source_ids.size(); first += AIFW_MAX_UPDATED_SOURCES) {
+    const size_t count = std::min<size_t>(AIFW_MAX_UPDATED_SOURCES, source_ids.size() - first);
+    Entry entry;
+    entry.event = AFW_EPG_UPDATE;
+    entry.source_ids.assign(source_ids.begin() + static_cast<ptrdiff_t>(first),
+                            source_ids.begin() + static_cast<ptrdiff_t>(first + count));
+    if (!unless_waiting || !waits(entry)) push(std::move(entry));
+  }
+}
+
+bool EventQueue::waits(const Entry& entry) const {
+  std::lock_guard<std::mutex> lock(state_->mutex);
+  const auto& waiting = state_->entries;
+  const auto depth = static_cast<ptrdiff_t>(std::min(waiting.size(), kRefreshDepth));
+  return std::any_of(waiting.rbegin(), waiting.rbegin() + depth, [&](const Entry& other) {
+    return other.event == entry.event && other.source_ids == entry.source_ids;
+  });
+}
+
+void EventQueue::raise_guide_change(const Guide::Change& change) {
+  if (!change.events.empty()) raise(AFW_EIT_UPDATE);
+  if (!change.texts.empty()) raise(AFW_ETT_UPDATE);
+  raise_guide_update(source_ids_of(change));
+}
+
+void EventQueue::push(Entry entry) {
+  std::lock_guard<std::mutex> lock(state_->mutex);
+  if (!state_->callback || state_->ending) return;
+  if (state_->entries.size() >= kMaxWaiting) {
+    if (!std::exchange(state_->overflow_told, true))
+      log().Error("%zu events wait for a callback that has not returned; more are dropped",
+                  kMaxWaiting);
+    return;
+  }
+  state_->overflow_told = false;
+  state_->entries.push_back(std::move(entry));
+  if (!thread_.joinable()) thread_ = start_thread("AFW events", [state = state_] { run(*state); });
+  state_->changed.notify_all();
+}
+
+AIFW_event_update_data EventQueue::update_data() const {
+  AIFW_event_update_data data{};
+  std::lock_guard<std::mutex> lock(state_->mutex);
+  data.count = static_cast<uint32_t>(state_->update.size());
+  std::copy(state_->update.begin(), state_->update.end(), data.source_ids);
+  return data;
+}
+
+uint8_t EventQueue::alert_priority() const {
+  std::lock_guard<std::mutex> lock(state_->mutex);
+  return state_->alert_priority;
+}
+
+void EventQueue::shut_down(std::chrono::milliseconds patience) {
+  std::unique_lock<std::mutex> lock(state_->mutex);
+  state_->ending = true;
+  state_->entries.clear();
+  state_->changed.notify_all();
+  if (!thread_.joinable()) return;
+  if (thread_.get_id() == std::this_thread::get_id()) {
+    thread_.detach();
+  } else if (state_->changed.wait_for(lock, patience, [this] { return state_->ended; })) {
+    lock.unlock();
+    thread_.join();
+  } else {
+    log().Warn("an event callback has not returned; its thread is left running");
+    thread_.detach();
+  }
+}
+
+void EventQueue::run(State& state) {
+  std::unique_lock<std::mutex> lock(state.mutex);
+  for (;;) {
+    state.changed.wait(lock, [&] { return state.ending || !state.entries.empty(); });
+    if (state.ending) break;
+    Entry entry = std::move(state.entries.front());
+    state.entries.pop_front();
+    if (entry.event == AFW_EPG_UPDATE) state.update = entry.source_ids;
+    if (entry.is_alert) state.alert_priority = entry.alert_priority;
+    const AIFW_app_callback callback = state.callback;
+    lock.unlock();
+    if (callback) report(callback, entry);
+    lock.lock();
+  }
+  state.ended = true;
+  state.changed.notify_all();
+}
+
+void EventQueue::report(AIFW_app_callback callback, Entry& entry) {
+  multiple_lang_t text{};
+  void* data = nullptr;
+  if (entry.time) data = &*entry.time;
+  if (entry.is_alert) {
+    text.text = reinterpret_cast<uint8_t*>(entry.text.data());
+    text.length = static_cast<uint16_t>(std::min<size_t>(entry.text.size(), 0xFFFE));
+    text.encoding = AI_TEXT_UTF16BE;
+    data = &text;
+  }
+  try {
+    callback(entry.event, data);
+  } catch (const std::exception& e) {
+    log().Error("the callback of event %d threw: %s", entry.event, e.what());
+  } catch (...) {
+    log().Error("the callback of event %d threw", entry.event);
+  }
+}
+
+std::vector<uint16_t> source_ids_of(const Guide::Change& change) {
+  std::vector<uint16_t> all;
+  std::set_union(change.events.begin(), change.events.end(), change.texts.begin(),
+                 change.texts.end(), std::back_inserter(all));
+  return all;
+}
+
+}  // namespace atschost

@@ -1,0 +1,52 @@
+// A service of the list, and how services are made of a carrier's tables.
+#ifndef ATSC_HOST_RECEIVER_STATION_SERVICE_H_
+#define ATSC_HOST_RECEIVER_STATION_SERVICE_H_
+
+#include <cstdint>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "aisrv.h"
+#include "receiver/tables/psi_decoder.h"
+
+namespace atschost {
+
+// What identifies a service from scan to scan.
+struct ServiceKey {
+  uint16_t major = 0;
+  uint16_t minor = 0;
+  uint32_t frequency = 0;  // Hz
+  uint32_t source = 0;     // AI_INPUT_*
+
+  // The order of the list.
+  auto tie() const { return std::tie(major, minor, frequency, source); }
+  bool operator<(const ServiceKey& other) const { return tie() < other.tie(); }
+  bool operator==(const ServiceKey& other) const { return tie() == other.tie(); }
+};
+
+struct Service {
+  ServiceKey key;
+  uint16_t record = 0;  // service record number, 1 to 0xFFFE
+  uint32_t type = AISRV_TYPE_TV;
+  uint16_t source_id = 0;
+  uint16_t tsid = 0;
+  uint16_t program_number = 0;
+  uint32_t flags = AISRV_FLAG_VISIBLE;
+  uint32_t favourites = 0;
+  bool from_pmt = false;
+  bool added = false;  // by hand: it stays listed, with its name, whatever the carrier says
+  uint8_t audio = 0;   // number of the audio track that the viewer chose, 0 for none
+  std::string name;    // UTF-16BE
+  std::vector<AISRV_pid_info> streams;
+  std::vector<CaptionService> captions;  // that the PMT announces
+};
+
+// The services of one carrier that a viewer can choose, each number once. Record numbers are the
+// list's to give.
+std::vector<Service> build_services(const CarrierTables& tables, uint32_t source,
+                                    uint32_t frequency);
+
+}  // namespace atschost
+
+#endif  // ATSC_HOST_RECEIVER_STATION_SERVICE_H_

@@ -1,0 +1,103 @@
+#include "receiver/stream/air.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <mutex>
+
+#include "receiver/log.h"
+#include "receiver/stream/frequency_plan.h"
+
+namespace atschost {
+namespace {
+
+std::atomic<unsigned> dwell_ms{20};
+std::atomic<bool> read_fast{false};
+
+struct AirFolder {
+  std::mutex mutex;
+  std::string folder;  // as set by the program
+  bool warned = false;
+};
+
+AirFolder& air() {
+  static AirFolder& instance = *new AirFolder;
+  return instance;
+}
+
+StreamId id_of(const std::string& path, const struct stat& status) {
+  return {path, status.st_dev, status.st_ino, static_cast<uint64_t>(status.st_size),
+          int64_t{status.st_mtim.tv_sec} * 1000000000 + status.st_mtim.tv_nsec};
+}
+
+}  // namespace
+
+File::~File() {
+  if (fd_ >= 0) close(fd_);
+}
+
+File& File::operator=(File&& other) noexcept {
+  std::swap(fd_, other.fd_);
+  return *this;
+}
+
+File open_regular(const std::string& path) {
+  File file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  if (!file) return file;
+  struct stat status;
+  if (fstat(file.fd(), &status) != 0) return File();
+  if (!S_ISREG(status.st_mode)) {
+    errno = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
+    return File();
+  }
+  return file;
+}
+
+std::optional<StreamId> stream_id(const std::string& path, const File& file) {
+  struct stat status;
+  if (fstat(file.fd(), &status) != 0) return std::nullopt;
+  return id_of(path, status);
+}
+
+std::optional<StreamId> stream_id(const std::string& path) {
+  struct stat status;
+  if (stat(path.c_str(), &status) != 0) return std::nullopt;
+  return id_of(path, status);
+}
+
+void set_air_folder(const std::string& folder) {
+  std::lock_guard<std::mutex> lock(air().mutex);
+  air().folder = folder;
+}
+
+void set_dwell(unsigned milliseconds) { dwell_ms = milliseconds; }
+unsigned dwell() { return dwell_ms; }
+void set_fast(bool fast) { read_fast = fast; }
+bool fast() { return read_fast; }
+
+std::string carrier_path(uint32_t source, uint32_t frequency) {
+  std::lock_guard<std::mutex> lock(air().mutex);
+  std::string folder = air().folder;
+  if (const char* set = getenv("ATSC_AIR"); folder.empty() && set) folder = set;
+  if (folder.empty()) {
+    if (!air().warned) log().Warn("no air folder is set (ATSC_AIR): no carrier will lock");
+    air().warned = true;
+    return {};
+  }
+  if (access(folder.c_str(), X_OK) != 0 && !air().warned) {
+    log().Warn("air folder %s: %m: no carrier will lock", folder.c_str());
+    air().warned = true;
+  }
+  return folder + "/" + modulation_name(source) + "/" + std::to_string(frequency) + ".ts";
+}
+
+bool carrier_exists(uint32_t source, uint32_t frequency) {
+  const std::string path = carrier_path(source, frequency);
+  return !path.empty() && open_regular(path);
+}
+
+}  // namespace atschost

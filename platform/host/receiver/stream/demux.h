@@ -1,0 +1,60 @@
+// From the bytes of a carrier to the sections of its tables.
+#ifndef ATSC_HOST_RECEIVER_STREAM_DEMUX_H_
+#define ATSC_HOST_RECEIVER_STREAM_DEMUX_H_
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <string>
+#include <string_view>
+
+#include "receiver/stream/transport.h"
+
+namespace atschost {
+
+// One thread.
+class Demux {
+ public:
+  using Wanted = std::function<bool(uint16_t pid)>;
+  // Returns null, or the fault for which the section was dropped: a literal.
+  using Sink = std::function<const char*(uint16_t pid, const uint8_t* section, size_t size)>;
+  using PacketSink = std::function<void(const uint8_t* packet)>;
+
+  // `on_packet`, where given, sees every packet first.
+  Demux(Wanted wanted, Sink sink, PacketSink on_packet = nullptr);
+
+  void push(const uint8_t* bytes, size_t size);
+
+  // The stream ends, and perhaps begins anew: no section goes across the seam.
+  void finish();
+
+  uint64_t packets() const { return packets_; }
+
+  // What was wrong with the stream and has not been told yet, each kind of fault once; empty when
+  // nothing was.
+  std::string take_faults();
+
+ private:
+  struct Seen {
+    uint64_t count = 0;
+    uint16_t first_pid = 0;
+    bool told = false;
+  };
+
+  void push_packet(const uint8_t* packet);
+  void note(uint16_t pid, const char* fault);
+
+  const Wanted wanted_;
+  const Sink sink_;
+  const PacketSink on_packet_;
+  const PacketSync::Sink packet_sink_;
+  PacketSync sync_;
+  std::map<uint16_t, SectionAssembler> assemblers_;  // by PID
+  uint64_t packets_ = 0;
+  std::map<std::string_view, Seen> faults_;
+  bool losses_told_ = false;
+};
+
+}  // namespace atschost
+
+#endif  // ATSC_HOST_RECEIVER_STREAM_DEMUX_H_

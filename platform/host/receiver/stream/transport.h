@@ -1,0 +1,80 @@
+// Transport stream layer: packets and sections (ISO/IEC 13818-1 2.4.3 and 2.4.4).
+#ifndef ATSC_HOST_RECEIVER_STREAM_TRANSPORT_H_
+#define ATSC_HOST_RECEIVER_STREAM_TRANSPORT_H_
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <vector>
+
+namespace atschost {
+
+constexpr size_t kPacketSize = 188;
+constexpr size_t kMaxSectionSize = 4096;
+constexpr uint16_t kPatPid = 0x0000;
+constexpr uint16_t kPsipBasePid = 0x1FFB;
+constexpr uint16_t kNullPid = 0x1FFF;
+
+inline uint16_t read16(const uint8_t* bytes) {
+  return static_cast<uint16_t>(bytes[0] << 8 | bytes[1]);
+}
+inline uint16_t read13(const uint8_t* bytes) { return read16(bytes) & 0x1FFF; }
+inline uint16_t read12(const uint8_t* bytes) { return read16(bytes) & 0x0FFF; }
+
+// CRC_32 of ISO/IEC 13818-1 Annex A; 0 over a section that carries its own.
+uint32_t crc32_mpeg(const uint8_t* bytes, size_t size);
+
+// Finds the 188-byte packets in a byte stream. A sync byte counts when another one follows one
+// packet later, so a lost or inserted byte costs one packet.
+class PacketSync {
+ public:
+  using Sink = std::function<void(const uint8_t* packet)>;
+
+  void push(const uint8_t* bytes, size_t size, const Sink& sink);
+  // The last packet of a stream has no successor.
+  void finish(const Sink& sink);
+
+  uint64_t losses() const { return losses_; }
+
+ private:
+  std::vector<uint8_t> buffer_;
+  bool synced_ = false;
+  bool skipped_ = false;  // since the last packet
+  uint64_t losses_ = 0;
+};
+
+inline uint16_t packet_pid(const uint8_t* packet) { return read13(packet + 1); }
+
+// Puts the sections of one PID together.
+class SectionAssembler {
+ public:
+  // A whole section: at least 3 bytes, as long as its section_length says; nothing else is checked.
+  using Sink = std::function<void(const uint8_t* section, size_t size)>;
+
+  // Returns null, or what was wrong with the packet or the section in it.
+  const char* push(const uint8_t* packet, const Sink& sink);
+
+ private:
+  const char* collect(const uint8_t* bytes, size_t size, const Sink& sink);
+
+  std::array<uint8_t, kPacketSize> last_packet_{};
+  bool first_ = true;
+  bool collecting_ = false;
+  std::vector<uint8_t> section_;
+};
+
+// A section with section_syntax_indicator: what stands before and after its body.
+constexpr size_t kSectionHeaderSize = 8;
+constexpr size_t kSectionCrcSize = 4;
+
+// Checks header and CRC of such a section. Returns null when they are sound, else the fault.
+const char* section_header_fault(const uint8_t* section, size_t size);
+
+// Checks a section of a PAT, a PMT or a VCT so far that its decoder can rely on every length in it:
+// header, CRC, body loops and descriptors. Returns null when it is sound, else the fault.
+const char* section_fault(const uint8_t* section, size_t size);
+
+}  // namespace atschost
+
+#endif  // ATSC_HOST_RECEIVER_STREAM_TRANSPORT_H_

@@ -1,0 +1,286 @@
+#include "receiver/tables/psi_decoder.h"
+
+// dvbpsi's headers depend on each other in this order.
+// clang-format off
+#include <dvbpsi/dvbpsi.h>
+#include <dvbpsi/psi.h>
+#include <dvbpsi/descriptor.h>
+#include <dvbpsi/demux.h>
+#include <dvbpsi/pat.h>
+#include <dvbpsi/pmt.h>
+#include <dvbpsi/atsc_vct.h>
+// clang-format on
+
+#include <algorithm>
+#include <array>
+#include <new>
+#include <utility>
+
+#include "aisrv.h"
+#include "middleware_types.h"
+#include "receiver/log.h"
+#include "receiver/stream/transport.h"
+#include "receiver/tables/descriptors.h"
+
+namespace atschost {
+namespace {
+
+constexpr unsigned kMaxMessages = 20;   // lines of libdvbpsi's own a carrier
+constexpr unsigned kMaxSubtables = 16;  // VCTs of different transport stream ids
+constexpr size_t kMaxPrograms = 1024;   // a 6 MHz channel carries far fewer
+constexpr size_t kMaxChannels = 1024;   // of a VCT
+// How often a VCT of another transport stream id is repeated before it is clear that the carrier
+// has none of its own.
+constexpr unsigned kForeignRepeats = 3;
+
+template <typename Visit>
+void for_each_descriptor(const dvbpsi_descriptor_t* descriptor, Visit visit) {
+  for (; descriptor; descriptor = descriptor->p_next) visit(*descriptor);
+}
+
+// A NUL unit ends the name; most names are padded with them.
+std::string short_name(const uint8_t (&name)[14]) {
+  std::string text;
+  for (size_t i = 0; i < sizeof(name) && (name[i] || name[i + 1]); i += 2)
+    text.append(reinterpret_cast<const char*>(name + i), 2);
+  return text;
+}
+
+}  // namespace
+
+// libdvbpsi's decoder of one PID. It is never shown a byte of the broadcast that has not been
+// checked: whole sections are handed over in packets made here, so that its own packet layer only
+// sees sound ones.
+class PsiDecoder::Handle {
+ public:
+  using Detach = void (*)(dvbpsi_t*);
+
+  Handle(PsiDecoder* owner, Detach detach)
+      : handle_(dvbpsi_new(&Handle::message, DVBPSI_MSG_DEBUG)), detach_(detach) {
+    if (!handle_) throw std::bad_alloc();
+    handle_->p_sys = owner;
+  }
+  ~Handle() {
+    if (handle_->p_decoder) detach_(handle_);
+    dvbpsi_delete(handle_);
+  }
+  Handle(const Handle&) = delete;
+  Handle& operator=(const Handle&) = delete;
+
+  dvbpsi_t* get() const { return handle_; }
+
+  void push(uint16_t pid, const uint8_t* section, size_t size) {
+    bool start = true;
+    for (size_t sent = 0; sent < size; start = false) {
+      std::array<uint8_t, kPacketSize> packet;
+      packet.fill(0xFF);
+      packet[0] = 0x47;
+      packet[1] = static_cast<uint8_t>((start ? 0x40 : 0) | pid >> 8);
+      packet[2] = static_cast<uint8_t>(pid);
+      packet[3] = static_cast<uint8_t>(0x10 | (counter_++ & 0x0F));
+      if (start) packet[4] = 0;  // pointer_field
+      const size_t header = start ? 5 : 4;
+      const size_t part = std::min(size - sent, kPacketSize - header);
+      std::copy(section + sent, section + sent + part, packet.begin() + header);
+      dvbpsi_packet_push(handle_, packet.data());
+      sent += part;
+    }
+  }
+
+ private:
+  static void message(dvbpsi_t* handle, dvbpsi_msg_level_t level, const char* text) {
+    auto* owner = static_cast<PsiDecoder*>(handle->p_sys);
+    if (!owner || owner->messages_ >= kMaxMessages || level > DVBPSI_MSG_WARN) return;
+    ++owner->messages_;
+    log().Debug("libdvbpsi: %s", text ? text : "");
+  }
+
+  dvbpsi_t* handle_;
+  Detach detach_;
+  unsigned counter_ = 0;
+};
+
+// libdvbpsi calls these from within push(); they own the table they are given. It is C: nothing may
+// be thrown through it.
+struct PsiDecoder::Callbacks {
+  static void pat(void* data, dvbpsi_pat_t* table) try {
+    const std::unique_ptr<dvbpsi_pat_t, void (*)(dvbpsi_pat_t*)> owned(table, dvbpsi_pat_delete);
+    auto* self = static_cast<PsiDecoder*>(data);
+    if (!table->b_current_next || self->tables_.pat) return;
+    Pat pat;
+    pat.tsid = table->i_ts_id;
+    for (const auto* p = table->p_first_program; p; p = p->p_next) {
+      if (p->i_number == 0 || (p->i_pid & 0x1FFF) == kNullPid) continue;  // 0 is the network PID
+      if (pat.pmt_pids.size() == kMaxPrograms) {
+        self->fault_ = "PAT has too many programs, only the first 1024 are used";
+        break;
+      }
+      pat.pmt_pids.emplace(p->i_number, p->i_pid & 0x1FFF);
+    }
+    self->tables_.pat = std::move(pat);
+  } catch (const std::exception& e) {
+    log().Error("PAT: %s", e.what());
+  }
+
+  static void pmt(void* data, dvbpsi_pmt_t* table) try {
+    const std::unique_ptr<dvbpsi_pmt_t, void (*)(dvbpsi_pmt_t*)> owned(table, dvbpsi_pmt_delete);
+    auto* self = static_cast<PsiDecoder*>(data);
+    if (!table->b_current_next) return;
+    std::vector<CaptionService> captions;
+    const auto take_captions = [&](const dvbpsi_descriptor_t& d) {
+      if (d.i_tag == kCaptionServiceTag) read_caption_services(d.p_data, d.i_length, captions);
+    };
+    for_each_descriptor(table->p_first_descriptor, take_captions);
+    std::vector<Advisory> advisories;
+    std::vector<std::string> texts;  // nobody shows them
+    for_each_descriptor(table->p_first_descriptor, [&](const dvbpsi_descriptor_t& d) {
+      if (d.i_tag == kContentAdvisoryTag)
+        read_content_advisory(d.p_data, d.i_length, texts, advisories);
+    });
+    std::vector<AISRV_pid_info> streams;
+    for (const auto* es = table->p_first_es; es; es = es->p_next) {
+      AISRV_pid_info stream{};
+      stream.stream_type = es->i_type;
+      stream.pid = es->i_pid & 0x1FFF;
+      for (const uint8_t tag : {kIso639LanguageTag, kAc3AudioTag}) {
+        for_each_descriptor(es->p_first_descriptor, [&](const dvbpsi_descriptor_t& d) {
+          if (d.i_tag != tag) return;
+          (tag == kAc3AudioTag ? read_ac3_audio : read_iso639_language)(d.p_data, d.i_length,
+                                                                        stream);
+        });
+      }
+      for_each_descriptor(es->p_first_descriptor, take_captions);
+      add_stream(streams, stream);
+    }
+    if (!captions.empty())
+      self->tables_.captions.emplace(table->i_program_number, std::move(captions));
+    if (!advisories.empty())
+      self->tables_.advisories.emplace(table->i_program_number, std::move(advisories));
+    self->tables_.pmts.emplace(table->i_program_number, std::move(streams));
+  } catch (const std::exception& e) {
+    log().Error("PMT: %s", e.what());
+  }
+
+  static void vct(void* data, dvbpsi_atsc_vct_t* table) try {
+    const std::unique_ptr<dvbpsi_atsc_vct_t, void (*)(dvbpsi_atsc_vct_t*)> owned(
+        table, dvbpsi_atsc_DeleteVCT);
+    auto* self = static_cast<PsiDecoder*>(data);
+    if (!table->b_current_next) return;
+    if (self->tables_.vct && !(self->tables_.pat && table->i_extension == self->tables_.pat->tsid))
+      return;
+    Vct vct;
+    vct.tsid = table->i_extension;
+    for (const auto* c = table->p_first_channel; c; c = c->p_next) {
+      if (vct.channels.size() == kMaxChannels) {
+        self->fault_ = "VCT has too many channels, only the first 1024 are used";
+        break;
+      }
+      VirtualChannel channel;
+      channel.name = short_name(c->i_short_name);
+      channel.major = c->i_major_number;
+      channel.minor = c->i_minor_number;
+      channel.modulation_mode = c->i_modulation;
+      channel.tsid = c->i_channel_tsid;
+      channel.program_number = c->i_program_number;
+      channel.hidden = c->b_hidden;
+      channel.out_of_band = table->i_table_id == 0xC9 && c->b_out_of_band;
+      channel.service_type = c->i_service_type;
+      channel.source_id = c->i_source_id;
+      for_each_descriptor(c->p_first_descriptor, [&](const dvbpsi_descriptor_t& d) {
+        if (d.i_tag != kServiceLocationTag) return;
+        channel.has_location = true;
+        read_service_location(d.p_data, d.i_length, channel.streams);
+      });
+      vct.channels.push_back(std::move(channel));
+    }
+    self->tables_.vct = std::move(vct);
+  } catch (const std::exception& e) {
+    log().Error("VCT: %s", e.what());
+  }
+
+  static void subtable(dvbpsi_t* handle, uint8_t table_id, uint16_t extension, void* data) {
+    auto* self = static_cast<PsiDecoder*>(data);
+    if (table_id != self->vct_table_id_) return;
+    if (dvbpsi_atsc_AttachVCT(handle, table_id, extension, &Callbacks::vct, self))
+      ++self->subtables_;
+  }
+};
+
+PsiDecoder::PsiDecoder(uint32_t source)
+    : vct_table_id_(source == AI_INPUT_CABLE ? 0xC9 : 0xC8),
+      pat_(std::make_unique<Handle>(this, dvbpsi_pat_detach)) {
+  if (!dvbpsi_pat_attach(pat_->get(), &Callbacks::pat, this)) throw std::bad_alloc();
+  attach_psip();
+  wanted_.set(kPatPid);
+  wanted_.set(kPsipBasePid);
+}
+
+PsiDecoder::~PsiDecoder() = default;
+
+const char* PsiDecoder::push(uint16_t pid, const uint8_t* section, size_t size) {
+  // Other tables share these PIDs and are none of our business here.
+  const uint8_t table_id = section[0];
+  const bool is_pat = pid == kPatPid && table_id == 0x00 && !tables_.pat;
+  const bool is_vct = pid == kPsipBasePid && table_id == vct_table_id_ && !has_own_vct();
+  const bool is_pmt = tables_.pat && table_id == 0x02 && pid != kPatPid && pid != kPsipBasePid;
+  if (!is_pat && !is_vct && !is_pmt) return nullptr;
+  if (const char* fault = section_fault(section, size)) return fault;
+  if (!(section[5] & 1)) return nullptr;  // current_next_indicator: not valid yet
+
+  if (is_pat) {
+    pat_->push(pid, section, size);
+    if (tables_.pat) {
+      attach_pmts();
+      // The carrier's own one may have been seen before it was known to be.
+      if (tables_.vct && !has_own_vct()) attach_psip();
+    }
+  } else if (is_vct) {
+    // Begun tables are forgotten rather than kept in any number.
+    if (subtables_ == kMaxSubtables) attach_psip();
+    if (tables_.pat && tables_.vct && section[6] == 0 && read16(section + 3) == tables_.vct->tsid)
+      ++vct_repeats_;
+    psip_->push(pid, section, size);
+  } else {
+    push_pmt(pid, section, size);
+  }
+  complete_ = check_complete();
+  return std::exchange(fault_, nullptr);
+}
+
+bool PsiDecoder::has_own_vct() const {
+  return tables_.vct && tables_.pat && tables_.vct->tsid == tables_.pat->tsid;
+}
+
+void PsiDecoder::attach_psip() {
+  psip_ = std::make_unique<Handle>(this, dvbpsi_DetachDemux);
+  if (!dvbpsi_AttachDemux(psip_->get(), &Callbacks::subtable, this)) throw std::bad_alloc();
+  subtables_ = 0;
+}
+
+void PsiDecoder::push_pmt(uint16_t pid, const uint8_t* section, size_t size) {
+  const uint16_t program = read16(section + 3);
+  const auto awaited = pmts_.find(program);  // several programs may share a PID
+  if (awaited == pmts_.end() || tables_.pat->pmt_pids.at(program) != pid) return;
+  awaited->second->push(pid, section, size);
+  if (tables_.pmts.count(program)) pmts_.erase(awaited);
+}
+
+void PsiDecoder::attach_pmts() {
+  for (const auto& [program, pid] : tables_.pat->pmt_pids) {
+    auto handle = std::make_unique<Handle>(this, dvbpsi_pmt_detach);
+    if (!dvbpsi_pmt_attach(handle->get(), program, &Callbacks::pmt, this)) throw std::bad_alloc();
+    pmts_.emplace(program, std::move(handle));
+    wanted_.set(pid);
+  }
+}
+
+bool PsiDecoder::check_complete() const {
+  if (!tables_.pat || !tables_.vct) return false;
+  if (!has_own_vct() && vct_repeats_ < kForeignRepeats) return false;
+  const auto& channels = tables_.vct->channels;
+  return std::none_of(channels.begin(), channels.end(), [this](const VirtualChannel& c) {
+    return !c.hidden && pmts_.count(c.program_number);
+  });
+}
+
+}  // namespace atschost

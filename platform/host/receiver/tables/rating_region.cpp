@@ -1,0 +1,144 @@
+#include "receiver/tables/rating_region.h"
+
+#include <initializer_list>
+#include <string_view>
+#include <utility>
+
+#include "aipc.h"
+#include "receiver/stream/byte_reader.h"
+#include "receiver/stream/transport.h"
+#include "receiver/tables/psip_text.h"
+
+namespace atschost {
+namespace {
+
+constexpr size_t kMaxRrtSize = 1024;
+
+// Whether a multiple_string_structure ends within its field.
+bool is_whole(ByteReader in) {
+  for (unsigned strings = in.u8(); strings > 0; --strings) {
+    in.u24();  // ISO_639_language_code
+    for (unsigned segments = in.u8(); segments > 0; --segments) {
+      in.u16();  // compression_type, mode
+      in.part(in.u8());
+    }
+  }
+  return !in.passed_end();
+}
+
+// Reads a text with its length. False when it is broken.
+bool read_part(ByteReader& in, std::string& text) {
+  const ByteReader part = in.part(in.u8());
+  if (in.passed_end()) return false;
+  if (part.left() == 0) return true;
+  text = read_text(part.data(), part.left(), AIPC_TEXT_SIZE);
+  return is_whole(part);
+}
+
+struct StandardValue {
+  std::string_view abbreviation;
+  std::string_view text;
+};
+
+// Texts are Latin-1, the first 256 characters of Unicode.
+RatingRegion::Dimension dimension(std::string_view name, bool graduated,
+                                  std::initializer_list<StandardValue> values) {
+  RatingRegion::Dimension dimension{to_utf16(name), graduated, {}};
+  for (const StandardValue& value : values)
+    dimension.values.push_back({to_utf16(value.abbreviation), to_utf16(value.text)});
+  return dimension;
+}
+
+// Of a content that a programme has or has not.
+RatingRegion::Dimension flag(std::string_view name, std::string_view value) {
+  return dimension(name, false, {{"", ""}, {value, value}});
+}
+
+}  // namespace
+
+const char* read_rating_region(const uint8_t* section, size_t size, RatingRegion& region) {
+  if (size < 3 || section[0] != kRrtId || size != read12(section + 1) + 3u) return "RRT is none";
+  if (size > kMaxRrtSize) return "RRT section is too long";
+  if (const char* fault = section_header_fault(section, size)) return fault;
+  region.number = section[4];
+  region.version = section[5] >> 1 & 0x1F;
+  if (region.number == 0) return "RRT has no region";
+  if (section[7] != 0) return "RRT has several sections";
+  ByteReader in(section + kSectionHeaderSize, size - kSectionHeaderSize - kSectionCrcSize);
+  if (in.u8() != 0) return "RRT of an unknown protocol version";
+
+  constexpr const char* kBrokenText = "RRT has a broken text";
+  constexpr const char* kPassesEnd = "RRT passes the end";
+  const auto fault = [&] { return in.passed_end() ? kPassesEnd : kBrokenText; };
+  if (!read_part(in, region.name)) return fault();
+  unsigned dimensions = in.u8();  // dimensions_defined
+  if (in.passed_end()) return kPassesEnd;
+  if (dimensions == 0) return "RRT defines nothing";
+  for (; dimensions > 0; --dimensions) {
+    RatingRegion::Dimension& dimension = region.dimensions.emplace_back();
+    if (!read_part(in, dimension.name)) return fault();
+    const uint8_t field = in.u8();
+    dimension.graduated = field & 0x10;  // graduated_scale
+    for (unsigned values = field & 0x0F; values > 0; --values) {
+      RatingRegion::Value& value = dimension.values.emplace_back();
+      if (!read_part(in, value.abbreviation) || !read_part(in, value.text)) return fault();
+    }
+  }
+  in.part(in.u16() & 0x03FF);  // descriptors
+  return in.passed_end() ? kPassesEnd : nullptr;
+}
+
+std::vector<RatingRegion> standard_rating_regions() {
+  RatingRegion us;
+  us.number = AIPC_REGION_US;
+  us.name = to_utf16("U.S. (50 states + possessions)");
+  us.dimensions = {
+      dimension("Entire Audience", true,
+                {{"", ""},
+                 {"None", "None"},
+                 {"TV-G", "TV-G"},
+                 {"TV-PG", "TV-PG"},
+                 {"TV-14", "TV-14"},
+                 {"TV-MA", "TV-MA"}}),
+      flag("Dialogue", "D"),
+      flag("Language", "L"),
+      flag("Sex", "S"),
+      flag("Violence", "V"),
+      dimension("Children", true, {{"", ""}, {"TV-Y", "TV-Y"}, {"TV-Y7", "TV-Y7"}}),
+      flag("Fantasy violence", "FV"),
+      dimension("MPAA", false,
+                {{"", ""},
+                 {"N/A", "MPAA Rating Not Applicable"},
+                 {"G", "Suitable for All Ages"},
+                 {"PG", "Parental Guidance Suggested"},
+                 {"PG-13", "Parents Strongly Cautioned"},
+                 {"R", "Restricted, under 17 must be accompanied by adult"},
+                 {"NC-17", "No One 17 and Under Admitted"},
+                 {"X", "No One 17 and Under Admitted"},
+                 {"NR", "Not Rated by MPAA"}}),
+  };
+  RatingRegion canada;
+  canada.number = AIPC_REGION_CANADA;
+  canada.name = to_utf16("Canada");
+  canada.dimensions = {
+      dimension("Canadian English Language Rating", true,
+                {{"E", "Exempt"},
+                 {"C", "Children"},
+                 {"C8+", "Children eight years and older"},
+                 {"G", "General programming, suitable for all audiences"},
+                 {"PG", "Parental Guidance"},
+                 {"14+", "Viewers 14 years and older"},
+                 {"18+", "Adult Programming"}}),
+      dimension(
+          "Codes fran\347ais du Canada", true,
+          {{"E", "Exempt\351es"},
+           {"G", "G\351n\351ral"},
+           {"8 ans+", "8+ G\351n\351ral - D\351conseill\351 aux jeunes enfants"},
+           {"13 ans+", "Cette \351mission peut ne pas convenir aux enfants de moins de 13 ans"},
+           {"16 ans+", "Cette \351mission ne convient pas aux moins de 16 ans"},
+           {"18 ans+", "Cette \351mission est r\351serv\351e aux adultes"}}),
+  };
+  return {std::move(us), std::move(canada)};
+}
+
+}  // namespace atschost

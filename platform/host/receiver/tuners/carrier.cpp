@@ -1,0 +1,135 @@
+#include "receiver/tuners/carrier.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <string>
+#include <utility>
+
+#include "receiver/log.h"
+#include "receiver/station/clock.h"
+#include "receiver/stream/demux.h"
+#include "receiver/stream/transport.h"
+#include "receiver/tables/psi_decoder.h"
+
+namespace atschost {
+namespace {
+
+constexpr uint8_t kMgtId = 0xC7;
+constexpr size_t kChunk = 512 * kPacketSize;
+// Packets after the services in which an MGT must turn up, over a second of an 8-VSB carrier: it is
+// sent every 150 ms (A/65 7.1).
+constexpr uint64_t kMgtPatience = 16384;
+
+class CarrierReader {
+ public:
+  CarrierReader(uint32_t source, StreamId stream)
+      : stream_(std::move(stream)),
+        psi_(source),
+        demux_([this](uint16_t pid) { return psi_.wants(pid) || psip_.wants(pid); },
+               [this](uint16_t pid, const uint8_t* section, size_t size) {
+                 return push(pid, section, size);
+               }) {}
+
+  // Returns the errno of a failed read, else 0.
+  int read(int fd, const std::atomic<bool>& stop, bool whole) {
+    std::vector<uint8_t> chunk(kChunk);
+    bool second_look = false;
+    size_t total = 0;
+    while (total < kReadLimit && (whole || !enough()) && !stop) {
+      const ssize_t got = ::read(fd, chunk.data(), chunk.size());
+      if (got < 0 && errno == EINTR) continue;
+      if (got < 0) return errno;
+      if (got > 0) {
+        demux_.push(chunk.data(), static_cast<size_t>(got));
+        total += static_cast<size_t>(got);
+        continue;
+      }
+      demux_.finish();
+      psip_.end_pass();
+      const bool missed_some = psi_.missed_some() || (mgt_seen_ && !psip_.guide_settled());
+      if (second_look || !missed_some || lseek(fd, 0, SEEK_SET) != 0) break;
+      second_look = true;
+      total = 0;
+    }
+    if (total >= kReadLimit) psip_.give_up_silent();
+    return 0;
+  }
+
+  const CarrierTables& tables() const { return psi_.tables(); }
+  PsipDecoder& psip() { return psip_; }
+  Demux& demux() { return demux_; }
+
+ private:
+  const char* push(uint16_t pid, const uint8_t* section, size_t size) {
+    const char* fault = psi_.wants(pid) ? psi_.push(pid, section, size) : nullptr;
+    if (fault || !psip_.wants(pid)) return fault;
+    fault = psip_.push(pid, section, size);
+    mgt_seen_ |= !fault && section[0] == kMgtId;
+    if (const auto time = psip_.take_system_time())
+      Clock::instance().remember(stream_, *time, std::chrono::steady_clock::now());
+    return fault;
+  }
+
+  bool enough() {
+    if (!psi_.complete()) return false;
+    if (services_at_ == 0) services_at_ = demux_.packets();
+    if (mgt_seen_) return psip_.guide_settled() && psip_.guide_complete() && psip_.gps_utc_offset();
+    return demux_.packets() - services_at_ > kMgtPatience;
+  }
+
+  const StreamId stream_;
+  PsiDecoder psi_;
+  PsipDecoder psip_;
+  Demux demux_;
+  bool mgt_seen_ = false;
+  uint64_t services_at_ = 0;  // packets read when the services were complete
+};
+
+}  // namespace
+
+CarrierResult read_carrier(uint32_t source, uint32_t frequency, const std::atomic<bool>& stop,
+                           bool whole) {
+  CarrierResult result;
+  const std::string path = carrier_path(source, frequency);
+  if (path.empty()) return result;
+  const File file = open_regular(path);
+  if (!file) {
+    result.known = errno == ENOENT || errno == ENOTDIR;
+    if (!result.known) log().Warn("%s: no lock: %m", path.c_str());
+    return result;
+  }
+  result.stream = stream_id(path, file);
+  if (!result.stream) {
+    log().Warn("%s: no lock: %m", path.c_str());
+    return result;
+  }
+  result.locked = true;
+
+  CarrierReader reader(source, *result.stream);
+  const int error = reader.read(file.fd(), stop, whole);
+  if (stop) return result;
+  if (error) {
+    errno = error;
+    log().Warn("%s: reading ended: %m", path.c_str());
+    return result;
+  }
+  result.known = true;
+  const CarrierTables& tables = reader.tables();
+  result.services = build_services(tables, source, frequency);
+  result.guide = reader.psip().guide();
+  result.guide_complete = reader.psip().guide_complete();
+  result.gps_utc_offset = reader.psip().gps_utc_offset();
+  result.rating_regions = reader.psip().take_rating_regions();
+
+  log().Info("%s: %llu packets, VCT %s, PAT %s, %zu PMTs: %zu services; %zu EITs", path.c_str(),
+             static_cast<unsigned long long>(reader.demux().packets()),
+             tables.vct ? "found" : "none", tables.pat ? "found" : "none", tables.pmts.size(),
+             result.services.size(), result.guide.eits.size());
+  if (const std::string faults = reader.demux().take_faults(); !faults.empty())
+    log().Warn("%s: %s", path.c_str(), faults.c_str());
+  return result;
+}
+
+}  // namespace atschost

@@ -1,0 +1,150 @@
+#include "receiver/viewing/rating_regions.h"
+
+#include <stdexcept>
+#include <string_view>
+
+#include "aipc.h"
+#include "receiver/log.h"
+#include "receiver/stream/transport.h"
+
+namespace atschost {
+namespace {
+
+constexpr size_t kMaxReported = 1024;
+// Between two times that something is stored, and after a failure.
+constexpr std::chrono::seconds kStoreInterval(10);
+constexpr std::chrono::minutes kRetryInterval(10);
+
+constexpr std::string_view kDigits = "0123456789abcdef";
+
+std::string to_hex(const std::vector<uint8_t>& bytes) {
+  std::string text;
+  for (const uint8_t byte : bytes) {
+    text += kDigits[byte >> 4];
+    text += kDigits[byte & 0x0F];
+  }
+  return text;
+}
+
+std::vector<uint8_t> from_hex(const std::string& text) {
+  std::vector<uint8_t> bytes;
+  for (size_t i = 0; i + 1 < text.size(); i += 2) {
+    const size_t high = kDigits.find(text[i]), low = kDigits.find(text[i + 1]);
+    if (high == std::string::npos || low == std::string::npos) return {};
+    bytes.push_back(static_cast<uint8_t>(high << 4 | low));
+  }
+  return bytes;
+}
+
+uint32_t crc_of(const std::vector<uint8_t>& section) {
+  const uint8_t* crc = section.data() + section.size() - 4;
+  return uint32_t{read16(crc)} << 16 | read16(crc + 2);
+}
+
+}  // namespace
+
+RatingRegions::RatingRegions(const std::string& state_folder, EventQueue& events,
+                             std::function<void()> learned)
+    : events_(events),
+      learned_(std::move(learned)),
+      file_(state_folder, "regions.json", "atsc-host-regions-1") {
+  for (RatingRegion& region : standard_rating_regions()) {
+    const uint8_t number = region.number;
+    known_[number].region = std::make_shared<const RatingRegion>(std::move(region));
+  }
+  file_.load([this](const Json::Value& content) { load(content); });
+}
+
+void RatingRegions::load(const Json::Value& content) {
+  const Json::Value& sections = content["sections"];
+  if (!sections.isArray()) throw std::runtime_error("\"sections\" is not a list");
+  std::map<uint8_t, Known> loaded;
+  size_t unusable = 0;
+  const char* last_fault = nullptr;
+  for (const Json::Value& value : sections) {
+    if (!value.isString()) throw std::runtime_error("a section is not a text");
+    std::vector<uint8_t> section = from_hex(value.asString());
+    RatingRegion region;
+    if (const char* fault = read_rating_region(section.data(), section.size(), region)) {
+      ++unusable;
+      last_fault = fault;
+      continue;
+    }
+    const uint8_t number = region.number;
+    loaded[number] = {std::make_shared<const RatingRegion>(std::move(region)), std::move(section)};
+  }
+  if (last_fault)
+    log().Warn("%zu stored rating region tables are not used: %s", unusable, last_fault);
+  for (auto& [number, known] : loaded) known_[number] = std::move(known);
+}
+
+void RatingRegions::receive(std::vector<RatingRegionTable> tables) {
+  bool learned = false;
+  bool store = false;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    for (RatingRegionTable& table : tables) {
+      const uint8_t number = table.region.number;
+      const std::pair<uint8_t, uint32_t> content(number, crc_of(table.section));
+      if (events_.has_callback() && !reported_.count(content) && reported_.size() < kMaxReported) {
+        reported_.insert(content);
+        log().Info("rating region %u: table version %u", number, table.region.version);
+        events_.raise(number == AIPC_REGION_US || number == AIPC_REGION_CANADA
+                          ? AFW_RRT_UPDATE
+                          : AFW_RRT_DOWNLOAD_UPDATE);
+      }
+      Known& known = known_[number];
+      learned |= !known.region;
+      if (known.section == table.section) continue;
+      known.region = std::make_shared<const RatingRegion>(std::move(table.region));
+      known.section = std::move(table.section);
+      changed_ = true;
+    }
+    store = changed_;
+  }
+  if (learned && learned_) learned_();
+  if (!store) return;
+  // Whoever stores just now will not be waited for: the next call does it.
+  std::unique_lock<std::mutex> file_lock(file_mutex_, std::try_to_lock);
+  if (file_lock && std::chrono::steady_clock::now() >= next_store_) store_locked();
+}
+
+bool RatingRegions::store() {
+  std::lock_guard<std::mutex> file_lock(file_mutex_);
+  return store_locked();
+}
+
+bool RatingRegions::store_locked() {
+  Json::Value content;
+  content["sections"] = Json::arrayValue;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (!changed_) return true;
+    changed_ = false;
+    for (const auto& [number, known] : known_)
+      if (!known.section.empty()) content["sections"].append(to_hex(known.section));
+  }
+  const bool stored = file_.store(std::move(content));
+  next_store_ = std::chrono::steady_clock::now();
+  next_store_ += stored ? kStoreInterval : kRetryInterval;
+  if (!stored) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    changed_ = true;
+  }
+  return stored;
+}
+
+std::shared_ptr<const RatingRegion> RatingRegions::region(uint8_t number) const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  const auto found = known_.find(number);
+  return found == known_.end() ? nullptr : found->second.region;
+}
+
+std::vector<uint8_t> RatingRegions::numbers() const {
+  std::vector<uint8_t> numbers;
+  std::lock_guard<std::mutex> lock(mutex_);
+  for (const auto& [number, known] : known_) numbers.push_back(number);
+  return numbers;
+}
+
+}  // namespace atschost
