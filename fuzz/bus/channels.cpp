@@ -55,6 +55,9 @@ Listed readService(fuzz::Input& input, uint32_t source, uint32_t number, uint32_
   static const AISRV_pid_info kAudio{0x81, 1, 52, {'e', 'n', 'g'}, {'f', 'r', 'a'}, 0, 0, 0, 0};
   static const AISRV_pid_info kMixed{0x87, 3, 53, {}, {'s', '\'', 'a'}, 1, 0x80, 1, 0};
   static const AISRV_pid_info kOther{0x06, 3, 60, {}, {}, 0, 1, 0, 0};
+  const auto of = [](uint8_t type) {
+    return AISRV_pid_info{type, 0, 9, {'u', 'n', 'd'}, {}, 0, 0, 0, 0};
+  };
   static const struct {
     std::vector<AISRV_pid_info> pids;
     std::string audio, video, audios, videos;
@@ -62,7 +65,11 @@ Listed readService(fuzz::Input& input, uint32_t source, uint32_t number, uint32_
                   {{kVideo}, "", "49_2,", "0", "1"},
                   {{kAudio, kAudio, kOther}, "52_eng_129,52_eng_129,", "", "2", "0"},
                   {{kOther}, "", "", "0", "0"},
-                  {{kMixed, kVideo, kVideo}, "53_s'a_135_AD7FULL_MAIN1,", "49_2,49_2,", "1", "2"}};
+                  {{kMixed, kVideo, kVideo, of(3), of(4), of(15), of(17), of(1), of(36), of(128)},
+                   "53_s'a_135_AD7FULL_MAIN1,9_und_3,9_und_4,9_und_15,9_und_17,",
+                   "49_2,49_2,9_1,9_36,9_128,",
+                   "5",
+                   "5"}};
   static constexpr uint32_t kFrequencies[] = {503000000, 57000000, UINT32_MAX};
   static constexpr const char* kTypes[] = {"'TV'", "'TV'", "'RADIO'", "'DATA'"};
   Listed listed;

@@ -189,15 +189,6 @@ TEST_F(ChannelTableTest, ServicesWithOneKeyAreWrittenOnce) {
   EXPECT_THAT(rows("SELECT DISTINCT name FROM channel_data_t"), ElementsAre("N49"));
 }
 
-TEST_F(ChannelTableTest, AMissingTableIsCreated) {
-  std::filesystem::remove(path_);
-  EXPECT_EQ(1, synchronise({}));  // nothing to compare with
-  std::filesystem::remove(path_);
-  EXPECT_EQ(1, synchronise({fake::service(7, 1, 177000000, "A")}));
-  EXPECT_THAT(rows("SELECT name FROM channel_data_t"), ElementsAre("A"));
-  EXPECT_EQ(0, synchronise({fake::service(7, 1, 177000000, "A")}));
-}
-
 TEST_F(ChannelTableTest, FindsTheFirstRowOfAKey) {
   execute(
       "INSERT INTO channel_data_t (major_no,minor_no,source_id,freq,audio_pid,video_pid) VALUES "
