@@ -55,8 +55,7 @@ bool readAll(int fd, std::vector<char>& buffer) {
 // A child process that answers requests of a fixed size.
 class PingPong {
  public:
-  PingPong(size_t request_bytes, size_t reply_bytes)
-      : request_(request_bytes), reply_(reply_bytes) {
+  PingPong(size_t requestBytes, size_t replyBytes) : request_(requestBytes), reply_(replyBytes) {
     int ends[2];
     if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0) abort();
     child_ = fork();

@@ -198,8 +198,8 @@ int main(int argc, char** argv) {
   // A new database each time, on the disk and in memory: the difference is the disk's.
   bench::addTimed(
       "exec to first answer, first start", [&] { return first(folder + "/new"); }, load, kStarts);
-  const TemporaryFolder temporary_memory(TemporaryFolder::memory());
-  const std::string memory = temporary_memory.path();
+  const TemporaryFolder temporaryMemory(TemporaryFolder::memory());
+  const std::string memory = temporaryMemory.path();
   bench::addTimed(
       "the same without a disk", [&] { return first(memory + "/new"); }, load, kStarts);
 

@@ -29,9 +29,9 @@ struct Listed {
   }
 };
 
-template <typename Value, size_t size>
-const Value& one(fuzz::Input& input, const Value (&values)[size]) {
-  return values[input.below(size)];
+template <typename Value, size_t Size>
+const Value& one(fuzz::Input& input, const Value (&values)[Size]) {
+  return values[input.below(Size)];
 }
 
 std::string literal(const std::string& text) {

@@ -12,19 +12,19 @@ namespace {
 constexpr int32_t kLast = AFW_VIEWING_DELAY;
 constexpr int32_t kLastOfGuide = AFW_EPG_COMPLETE;
 
-std::mutex g_mutex;
-std::condition_variable g_changed;
-std::vector<std::string> g_sent;
-size_t g_lasts = 0;
+std::mutex gMutex;
+std::condition_variable gChanged;
+std::vector<std::string> gSent;
+size_t gLasts = 0;
 
 void onSend(const std::string& text) {
-  const std::lock_guard<std::mutex> lock(g_mutex);
-  g_sent.push_back(text);
+  const std::lock_guard<std::mutex> lock(gMutex);
+  gSent.push_back(text);
   if (text.find("\"VIEWING_DELAY\"") != std::string::npos ||
       text.find("\"EPG_COMPLETE\"") != std::string::npos) {
-    ++g_lasts;
+    ++gLasts;
   }
-  g_changed.notify_all();
+  gChanged.notify_all();
 }
 
 // Whether the event's data is a text.
@@ -75,9 +75,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (events.size() > 64) break;
   }
   {
-    const std::lock_guard<std::mutex> lock(g_mutex);
-    g_sent.clear();
-    g_lasts = 0;
+    const std::lock_guard<std::mutex> lock(gMutex);
+    gSent.clear();
+    gLasts = 0;
   }
   fake::onSend(onSend);
   const uint8_t flags = input.byte();
@@ -100,9 +100,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     ATSC_Service_event_cb(kLastOfGuide, nullptr);
     ++lasts;
   }
-  std::unique_lock<std::mutex> lock(g_mutex);
-  g_changed.wait(lock, [&] { return g_lasts >= lasts; });
-  for (const std::string& text : g_sent) {
+  std::unique_lock<std::mutex> lock(gMutex);
+  gChanged.wait(lock, [&] { return gLasts >= lasts; });
+  for (const std::string& text : gSent) {
     const Json::Value message = fuzz::parsed(text);
     fuzz::require(message["class"] == "CALLBACK", "class", text);
     fuzz::require(message["cbtype"].isString(), "cbtype", text);

@@ -32,21 +32,21 @@ namespace {
 // Ends every input's queue.
 constexpr char kLast[] = R"({"class":"FW","command":"CHANNELCHANGE","service_record":987654321})";
 
-std::mutex g_mutex;
-std::condition_variable g_changed;
-enum { kWaiting, kLastRuns, kDone } g_progress;
+std::mutex gMutex;
+std::condition_variable gChanged;
+enum { kWaiting, kLastRuns, kDone } gProgress;
 
 // The last change is over when it has asked which channel plays: none does then.
 void onCall(const std::string& call) {
-  const std::lock_guard<std::mutex> lock(g_mutex);
+  const std::lock_guard<std::mutex> lock(gMutex);
   if (call.rfind("AIFW_channel_change(", 0) == 0 && call.find(",987654321,") != std::string::npos) {
     fake::setNoise({});
     fake::setResult("AICN_get_current", -1);
-    g_progress = kLastRuns;
+    gProgress = kLastRuns;
   }
-  if (g_progress == kLastRuns && call.rfind("AICN_get_current(", 0) == 0) {
-    g_progress = kDone;
-    g_changed.notify_all();
+  if (gProgress == kLastRuns && call.rfind("AICN_get_current(", 0) == 0) {
+    gProgress = kDone;
+    gChanged.notify_all();
   }
 }
 
@@ -57,7 +57,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   harness.reset();
   fuzz::Input input(data, size);
   const std::vector<std::string> lines = input.lines();
-  g_progress = kWaiting;
+  gProgress = kWaiting;
   fake::setRecording(true);
   fake::onCall(onCall);
   fake::setIndexStatus({2, input.byte() % 4});
@@ -67,7 +67,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     fuzz::require(result == 0 || result == -1, "a result of 0 or -1", line);
   }
   g_atsc_server_service.jsonCommand(kLast, nullptr);
-  std::unique_lock<std::mutex> lock(g_mutex);
-  g_changed.wait(lock, [] { return g_progress == kDone; });
+  std::unique_lock<std::mutex> lock(gMutex);
+  gChanged.wait(lock, [] { return gProgress == kDone; });
   return 0;
 }

@@ -24,7 +24,7 @@
 
 namespace {
 
-[[maybe_unused]] const bool quiet = setenv("SPDLOG_LEVEL", "off", 0) == 0;
+[[maybe_unused]] const bool kQuiet = setenv("SPDLOG_LEVEL", "off", 0) == 0;
 
 constexpr uint32_t kMirror = 0x4D4D4D4D;  // a code that echoes; others do as their bits say
 constexpr uint32_t kThrow = 0x4D4D4D4E;
@@ -156,7 +156,7 @@ class RawPeer {
 
 // Several connections take turns, one of them well-behaved: the server has seen what they sent
 // before it answers that one.
-void attack_server(fuzz::Input& input) {
+void attackServer(fuzz::Input& input) {
   static const std::string name = nameOf("server");
   static Server server(name);
   static BUSClientInterface client(name.c_str(), "fuzz");
@@ -288,7 +288,7 @@ Sound judge(const std::string& bytes, uint32_t code) {
   return Sound::kYes;
 }
 
-void lie_to_client(fuzz::Input& input) {
+void lieToClient(fuzz::Input& input) {
   static Liar& liar = *new Liar;  // its thread never ends
   BUSClientInterface client(Liar::name().c_str(), "fuzz");
   Sound sound = Sound::kYes;
@@ -323,8 +323,8 @@ void lie_to_client(fuzz::Input& input) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   fuzz::Input input(data, size);
   if (input.byte() & 1)
-    lie_to_client(input);
+    lieToClient(input);
   else
-    attack_server(input);
+    attackServer(input);
   return 0;
 }

@@ -45,7 +45,7 @@ using namespace atschost;
 
 namespace {
 
-[[maybe_unused]] const bool quiet = setenv("SPDLOG_LEVEL", "off", 0) == 0;
+[[maybe_unused]] const bool kQuiet = setenv("SPDLOG_LEVEL", "off", 0) == 0;
 
 constexpr uint32_t kFrequency = 509'000'000;
 constexpr std::chrono::seconds kPatience(20);  // more than a machine under load takes
@@ -67,20 +67,20 @@ class Lent {
   Bytes bytes_;
 };
 
-void check_text(const multiple_lang_t& text, size_t lent) {
+void checkText(const multiple_lang_t& text, size_t lent) {
   if (text.length > lent || text.length % 2 != 0) fail("a text is larger than its buffer");
 }
 
-void take_text(const std::string& text, size_t size) {
+void takeText(const std::string& text, size_t size) {
   Lent buffer(size);
   multiple_lang_t lent = buffer.text();
-  copy_text(text, lent);
-  check_text(lent, size);
+  copyText(text, lent);
+  checkText(lent, size);
 }
 
 // A row of sections: PID, table_id, table_id_extension, the byte with version_number,
 // section_number, last_section_number, length of the body, body.
-Bytes packets_of_sections(fuzz::Input& input) {
+Bytes packetsOfSections(fuzz::Input& input) {
   Bytes stream;
   std::array<uint8_t, 0x2000> counters{};
   while (input.left() > 0) {
@@ -96,7 +96,7 @@ Bytes packets_of_sections(fuzz::Input& input) {
     const size_t length = section.size() - 3 + kSectionCrcSize;
     section[1] = static_cast<uint8_t>(0xF0 | length >> 8);
     section[2] = static_cast<uint8_t>(length);
-    const uint32_t crc = crc32_mpeg(section.data(), section.size());
+    const uint32_t crc = crc32Mpeg(section.data(), section.size());
     for (int shift = 24; shift >= 0; shift -= 8)
       section.push_back(static_cast<uint8_t>(crc >> shift));
     for (size_t at = 0; at < section.size();) {
@@ -115,17 +115,17 @@ Bytes packets_of_sections(fuzz::Input& input) {
   return stream;
 }
 
-void take_region(const RatingRegion& region) {
-  take_text(region.name, AIPC_TEXT_SIZE);
+void takeRegion(const RatingRegion& region) {
+  takeText(region.name, AIPC_TEXT_SIZE);
   AIPC_dime_t limits{};
   limits.region = region.number;
   for (size_t d = 0; d < region.dimensions.size(); ++d) {
-    take_text(region.dimensions[d].name, AIPC_TEXT_SIZE);
+    takeText(region.dimensions[d].name, AIPC_TEXT_SIZE);
     for (size_t v = 0; v < region.dimensions[d].values.size(); ++v) {
-      take_text(region.dimensions[d].values[v].abbreviation, AIPC_TEXT_SIZE);
-      take_text(region.dimensions[d].values[v].text, AIPC_TEXT_SIZE);
-      encode_downloadable(limits, region, static_cast<uint8_t>(d), static_cast<uint8_t>(v), true);
-      encode_rating(limits, static_cast<uint8_t>(d), static_cast<uint8_t>(v), true);
+      takeText(region.dimensions[d].values[v].abbreviation, AIPC_TEXT_SIZE);
+      takeText(region.dimensions[d].values[v].text, AIPC_TEXT_SIZE);
+      encodeDownloadable(limits, region, static_cast<uint8_t>(d), static_cast<uint8_t>(v), true);
+      encodeRating(limits, static_cast<uint8_t>(d), static_cast<uint8_t>(v), true);
     }
   }
 }
@@ -137,7 +137,7 @@ const ParentalSettings& strict() {
     AIPC_dime_t limits{0, 2, 1, 1, 1, 1, 1, 2, 1, 1, {}};
     for (auto& dimension : limits.downloadable)
       for (uint8_t& value : dimension) value = 1;
-    for (limits.region = 1; limits.region < 256; ++limits.region) made.set_limits(limits);
+    for (limits.region = 1; limits.region < 256; ++limits.region) made.setLimits(limits);
     return made;
   }();
   return settings;
@@ -151,19 +151,18 @@ void decode(uint32_t source, const Bytes& stream) {
   PsiDecoder psi(source);
   PsipDecoder psip;
   Alerts::Instant at{};
-  std::optional<uint32_t> station_time;
+  std::optional<uint32_t> stationTime;
   Demux demux([&](uint16_t pid) { return psi.wants(pid) || psip.wants(pid); },
               [&](uint16_t pid, const uint8_t* section, size_t size) {
                 const char* fault = psip.wants(pid) ? psip.push(pid, section, size) : nullptr;
-                if (const auto time = psip.take_system_time()) {
-                  station_time = time->gps_seconds;
-                  for (int32_t zone = AIST_ZONE_KOREA; is_zone(zone); ++zone)
-                    (void)date_at(time->unix_seconds(),
-                                  utc_offset(zone, time, time->unix_seconds()));
+                if (const auto time = psip.takeSystemTime()) {
+                  stationTime = time->gpsSeconds;
+                  for (int32_t zone = AIST_ZONE_KOREA; isZone(zone); ++zone)
+                    (void)dateAt(time->unixSeconds(), utcOffset(zone, time, time->unixSeconds()));
                 }
-                if (const auto alert = psip.take_alert()) alerts.receive(*alert, at, station_time);
+                if (const auto alert = psip.takeAlert()) alerts.receive(*alert, at, stationTime);
                 at += std::chrono::milliseconds(100);
-                alerts.check(at, station_time);
+                alerts.check(at, stationTime);
                 const char* other = psi.wants(pid) ? psi.push(pid, section, size) : nullptr;
                 return fault ? fault : other;
               });
@@ -171,33 +170,33 @@ void decode(uint32_t source, const Bytes& stream) {
   for (int pass = 0; pass < 2; ++pass) {
     demux.push(stream.data(), stream.size());
     demux.finish();
-    psip.end_pass();
-    guide.update(source, kFrequency, psip.guide(), psip.gps_utc_offset());
+    psip.endPass();
+    guide.update(source, kFrequency, psip.guide(), psip.gpsUtcOffset());
   }
   alerts.stop();
-  (void)demux.take_faults();
-  (void)psip.guide_settled();
+  (void)demux.takeFaults();
+  (void)psip.guideSettled();
 
-  for (const Service& service : build_services(psi.tables(), source, kFrequency)) {
+  for (const Service& service : buildServices(psi.tables(), source, kFrequency)) {
     AISRV_service_info record{};
     Lent name(7);  // less than the longest name
     record.name = name.text();
-    copy_record(service, record);
-    (void)audio_tracks(service.streams);
+    copyRecord(service, record);
+    (void)audioTracks(service.streams);
   }
   const KnownRegions all = KnownRegions().set();
   for (const auto& [program, advisories] : psi.tables().advisories)
     (void)strict().check(advisories, all);
-  for (const uint16_t id : guide.source_ids(source)) {
+  for (const uint16_t id : guide.sourceIds(source)) {
     for (const ShownEvent& shown : *guide.events(source, kFrequency, id)) {
-      take_text(shown.event.title, AIEC_NAME_SIZE);
-      take_text(shown.event.rating, AIEC_RATING_SIZE);
-      take_text(shown.event.other_ratings, AIEC_RATING_SIZE);
-      take_text(shown.description, AIEC_DESCRIPTION_SIZE);
+      takeText(shown.event.title, AIEC_NAME_SIZE);
+      takeText(shown.event.rating, AIEC_RATING_SIZE);
+      takeText(shown.event.otherRatings, AIEC_RATING_SIZE);
+      takeText(shown.description, AIEC_DESCRIPTION_SIZE);
       (void)strict().check(shown.event.advisories, all);
     }
   }
-  for (const RatingRegionTable& table : psip.take_rating_regions()) take_region(table.region);
+  for (const RatingRegionTable& table : psip.takeRatingRegions()) takeRegion(table.region);
 }
 
 // The folder with the carrier's file, made at the first use.
@@ -230,7 +229,7 @@ const Air& air() {
   return made;
 }
 
-void on_event(AFW_event_t event, void* data) {
+void onEvent(AFW_event_t event, void* data) {
   if (data && (event == AFW_EAS_START_BLOCKING || event == AFW_EAS_START_NON_BLOCKING)) {
     const auto* text = static_cast<const multiple_lang_t*>(data);
     (void)std::string(reinterpret_cast<const char*>(text->text), text->length);
@@ -258,17 +257,17 @@ void tune(uint32_t source, const Bytes& stream) {
       services, guide, regions, settings, events, [] {},
       [&] {
         std::lock_guard<std::mutex> lock(mutex);
-        read = tuning->has_read(service);
+        read = tuning->hasRead(service);
         changed.notify_all();
       });
   tuning = &tuner;
-  events.set_callback(on_event);
+  events.setCallback(onEvent);
   tuner.play(service);
   std::unique_lock<std::mutex> lock(mutex);
   if (!changed.wait_for(lock, kPatience, [&] { return read; })) fail("the tuner does not read");
   lock.unlock();
-  tuner.shut_down();
-  events.shut_down(kPatience);
+  tuner.shutDown();
+  events.shutDown(kPatience);
 }
 
 struct Scan {
@@ -296,7 +295,7 @@ void scan(uint32_t source) {
     fail("the scan does not end");
 }
 
-void read_events(const AISRV_service_info& service) {
+void readEvents(const AISRV_service_info& service) {
   uint16_t total = 0;
   if (AIEC_get_total_events(&service, &total) != 0) fail("a listed service has no guide");
   const uint16_t count = std::min<uint16_t>(total, 64);
@@ -310,16 +309,16 @@ void read_events(const AISRV_service_info& service) {
   AIEC_get_first_n_events(&service, events.data(), count, &copied);
   for (size_t i = 0; i < copied; ++i) {
     const AIEC_event_info& event = events[i];
-    check_text(event.name, AIEC_NAME_SIZE);
-    check_text(event.rating, AIEC_RATING_SIZE);
+    checkText(event.name, AIEC_NAME_SIZE);
+    checkText(event.rating, AIEC_RATING_SIZE);
     if (event.genre_count > AIEC_MAX_GENRES) fail("too many genres");
     Lent description(AIEC_DESCRIPTION_SIZE), rating(AIEC_RATING_SIZE);
     multiple_lang_t text = description.text();
     AIEC_get_event_description(&event.key, &text);
-    check_text(text, AIEC_DESCRIPTION_SIZE);
+    checkText(text, AIEC_DESCRIPTION_SIZE);
     text = rating.text();
     AIEC_get_multiple_event_rating_string(&event.key, &text);
-    check_text(text, AIEC_RATING_SIZE);
+    checkText(text, AIEC_RATING_SIZE);
   }
   if (copied > 0) {
     const AIEC_event_key key = events[0].key;
@@ -327,7 +326,7 @@ void read_events(const AISRV_service_info& service) {
   }
 }
 
-void read_services(uint32_t source) {
+void readServices(uint32_t source) {
   const AISRV_query_filter filter{};
   uint32_t count = 0;
   AISRV_get_total_services(source, AISRV_SERVICE_MASK, &filter, 0, &count);
@@ -337,7 +336,7 @@ void read_services(uint32_t source) {
   AISRV_get_n_services(source, AISRV_SERVICE_MASK, 0, &filter, 0, 0, &count, records.data());
   records.resize(count);
   for (const AISRV_service_info& record : records) {
-    check_text(record.name, 50);
+    checkText(record.name, 50);
     const auto pids = std::make_unique<AISRV_pid_details>();
     if (AISRV_get_pid_details(&record, pids.get()) == 0 && pids->count > AISRV_MAX_PIDS)
       fail("too many streams");
@@ -351,11 +350,11 @@ void read_services(uint32_t source) {
     uint32_t status = 0;
     AISRV_get_rating_status(&record, &status);
     AIEC_check_rating(&record);
-    read_events(record);
+    readEvents(record);
   }
 }
 
-void read_regions() {
+void readRegions() {
   uint8_t count = 255;
   uint8_t regions[255];
   AIPC_get_RRT_regions(1, &count, regions);
@@ -364,7 +363,7 @@ void read_regions() {
     AIPC_RRT_details details{0, buffer.text()};
     uint8_t version = 0, dimensions = 0;
     AIPC_get_RRT_details_with_version(1, regions[i], &details, &version);
-    check_text(details.name, AIPC_TEXT_SIZE);
+    checkText(details.name, AIPC_TEXT_SIZE);
     AIPC_num_of_dimension(1, regions[i], &dimensions);
     for (uint8_t d = 0; d < dimensions; ++d) {
       multiple_lang_t name = buffer.text();
@@ -383,14 +382,14 @@ void read_regions() {
 void receive(uint32_t source, const Bytes& stream) {
   air().write(source, stream);
   [[maybe_unused]] static const bool made = [] {
-    AIFW_register_frmwrk_app_cb(on_event);
+    AIFW_register_frmwrk_app_cb(onEvent);
     AIPC_parental_details details{0, 1, 0, 0, 1, 0};
     return AIPC_set_parental_details(&details) == 0 &&
            AIPC_set_rating_status_unrated_groups(1, AIPC_UNRATED_NO_RATING) == 0;
   }();
   scan(source);
-  read_services(source);
-  read_regions();
+  readServices(source);
+  readRegions();
   AIFW_play_first_service(source, 0);
   AIFW_change_audio(2);
   AISRV_service_info current{};
@@ -401,7 +400,7 @@ void receive(uint32_t source, const Bytes& stream) {
   next.mode = AIFW_CHANGE_UP;
   next.input_source = source;
   AIFW_channel_change(&next);
-  read_services(source);
+  readServices(source);
   AIFW_stop_curr_src();
   AISRV_reset_db(source);
 }
@@ -412,15 +411,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   constexpr uint8_t kSyncByte = 0x47, kCable = 1, kPackets = 2;
   constexpr uint8_t kReceiver = 0x1C, kTuned = 4, kAll = 8;  // anything else: the decoders alone
   fuzz::Input input(data, size);
-  const bool is_file = size > 0 && data[0] == kSyncByte;
-  const uint8_t form = is_file ? kPackets : input.byte();
+  const bool isFile = size > 0 && data[0] == kSyncByte;
+  const uint8_t form = isFile ? kPackets : input.byte();
   const uint32_t source = form & kCable ? AI_INPUT_CABLE : AI_INPUT_TERRESTRIAL;
   Bytes stream;
   if (form & kPackets) {
     const std::string packets = input.rest();
     stream.assign(packets.begin(), packets.end());
   } else {
-    stream = packets_of_sections(input);
+    stream = packetsOfSections(input);
   }
   switch (form & kReceiver) {
     case kTuned:

@@ -22,7 +22,7 @@ constexpr uint32_t kTimes = 100'000'000;
   abort();
 }
 
-void check_line(const std::string& line) {
+void checkLine(const std::string& line) {
   for (const char letter : line) {
     if (letter < ' ' || letter > '~') fail("an error is not a printable line: " + line);
   }
@@ -39,8 +39,8 @@ void receive(psipmux::Medium medium, const psipmux::Bytes& stream) {
                         });
   demux.push(stream.data(), stream.size());
   demux.finish();
-  psip.end_pass();
-  if (const std::string faults = demux.take_faults(); !faults.empty()) fail("received: " + faults);
+  psip.endPass();
+  if (const std::string faults = demux.takeFaults(); !faults.empty()) fail("received: " + faults);
   (void)psip.guide();
 }
 
@@ -57,9 +57,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       receive(lineup.medium, psipmux::Multiplex(lineup, lineup.channels[i], time));
     }
   } catch (const psipmux::LineupError& error) {
-    check_line(error.what());
+    checkLine(error.what());
   } catch (const psipmux::MuxError& error) {
-    check_line(error.what());
+    checkLine(error.what());
   }
   return 0;
 }

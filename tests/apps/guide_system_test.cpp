@@ -113,19 +113,19 @@ TEST_F(GuideSystemTest, GuideIsInTheFileBeforeItsMessage) {
   broadcastLineups();
   startService();
   startBackend();
-  const auto has_programmes = [](const Json::Value& message, const Row& row) {
+  const auto hasProgrammes = [](const Json::Value& message, const Row& row) {
     return message["programmes"][channelKey(row)].asInt() >= 12;
   };
   std::vector<Row> rows;
   for (const auto& [source, lineup] : {std::pair("VSB", kAirLineup), {"QAM", kCableLineup}}) {
     for (const Row& row : rowsOfLineup(lineup)) {
-      if (row.service_type != "DATA") rows.push_back(row);
+      if (row.serviceType != "DATA") rows.push_back(row);
     }
     scan(source);
     ASSERT_TRUE(eventually([&] {
       const std::vector<Json::Value> complete = callbacks("EPG_COMPLETE");
       return !complete.empty() && std::all_of(rows.begin(), rows.end(), [&](const Row& row) {
-        return has_programmes(complete.back(), row);
+        return hasProgrammes(complete.back(), row);
       });
     })) << source;
   }
@@ -137,12 +137,12 @@ TEST_F(GuideSystemTest, GuideIsInTheFileBeforeItsMessage) {
       for (std::string id; std::getline(ids, id, ',');) {
         updated.insert(id);
         EXPECT_TRUE(std::any_of(rows.begin(), rows.end(), [&](const Row& row) {
-          return std::to_string(row.source_id) == id && has_programmes(message, row);
+          return std::to_string(row.sourceId) == id && hasProgrammes(message, row);
         })) << id;
       }
     }
     return std::all_of(rows.begin(), rows.end(), [&](const Row& row) {
-      return updated.count(std::to_string(row.source_id)) > 0;
+      return updated.count(std::to_string(row.sourceId)) > 0;
     });
   }));
   // A programme is on in every one of them now.
@@ -239,8 +239,8 @@ TEST_F(GuideSystemTest, ServiceChangesOnTheAir) {
     ASSERT_EQ(0, made.status) << made.err;
     fs::rename(folder_ / name / "vsb" / "183000000.ts", air_ / "vsb" / "183000000.ts");
   };
-  const auto channelsBecome = [&](const fs::path& lineup_file) {
-    return eventually([&] { return terrestrial() == rowsOfLineup(lineup_file); });
+  const auto channelsBecome = [&](const fs::path& lineupFile) {
+    return eventually([&] { return terrestrial() == rowsOfLineup(lineupFile); });
   };
   startService();
   startBackend();

@@ -13,8 +13,8 @@ namespace {
 constexpr int kBusyTimeoutMs = 10000;
 
 auto fields(const Row& row) {
-  return std::tie(row.major, row.minor, row.name, row.frequency, row.tsid, row.source_id,
-                  row.service_type, row.tuner_type, row.audio_pid, row.video_pid);
+  return std::tie(row.major, row.minor, row.name, row.frequency, row.tsid, row.sourceId,
+                  row.serviceType, row.tunerType, row.audioPid, row.videoPid);
 }
 
 // ISO/IEC 13818-1 and A/53 stream types of the kinds that the tables list.
@@ -27,18 +27,18 @@ void addStream(Row& row, const Json::Value& stream) {
   const std::string type = stream["type"].asString();
   const std::string pid = stream["pid"].asString();
   if (const auto video = kVideo.find(type); video != kVideo.end()) {
-    row.video_pid += pid + '_' + std::to_string(video->second) + ',';
+    row.videoPid += pid + '_' + std::to_string(video->second) + ',';
   }
   const auto audio = kAudio.find(type);
   if (audio == kAudio.end()) return;
-  row.audio_pid += pid + '_' + stream["language"].asString() + '_' + std::to_string(audio->second);
+  row.audioPid += pid + '_' + stream["language"].asString() + '_' + std::to_string(audio->second);
   if (stream["bsmod"].asInt() == 2) {
     int described = 0;
     while ((stream["asvcflags"].asInt() >> described & 1) == 0) ++described;
-    row.audio_pid +=
+    row.audioPid +=
         "_AD" + std::to_string(described) + (stream["full_svc"].asBool() ? "FULL" : "") + "_MAIN0";
   }
-  row.audio_pid += ',';
+  row.audioPid += ',';
 }
 
 }  // namespace
@@ -47,8 +47,8 @@ bool Row::operator==(const Row& other) const { return fields(*this) == fields(ot
 
 std::ostream& operator<<(std::ostream& out, const Row& row) {
   return out << row.major << '-' << row.minor << " \"" << row.name << "\" " << row.frequency
-             << " tsid " << row.tsid << " source " << row.source_id << ' ' << row.service_type
-             << ' ' << row.tuner_type << " audio " << row.audio_pid << " video " << row.video_pid;
+             << " tsid " << row.tsid << " source " << row.sourceId << ' ' << row.serviceType << ' '
+             << row.tunerType << " audio " << row.audioPid << " video " << row.videoPid;
 }
 
 std::vector<Row> rowsOfLineup(const std::filesystem::path& lineup) {
@@ -59,16 +59,16 @@ std::vector<Row> rowsOfLineup(const std::filesystem::path& lineup) {
     for (const Json::Value& service : channel["services"]) {
       if (service["hidden"].asBool()) continue;
       Row row{};
-      const bool one_part = service.isMember("one_part");
-      row.major = service[one_part ? "one_part" : "major"].asInt64();
-      row.minor = one_part ? 0 : service["minor"].asInt64();
+      const bool onePart = service.isMember("one_part");
+      row.major = service[onePart ? "one_part" : "major"].asInt64();
+      row.minor = onePart ? 0 : service["minor"].asInt64();
       row.name = service["name"].asString();
       row.frequency = channel["frequency"].asInt64();
       row.tsid = channel["tsid"].asInt64();
-      row.source_id = service["source_id"].asInt64();
+      row.sourceId = service["source_id"].asInt64();
       const std::string type = service.get("service_type", "tv").asString();
-      row.service_type = type == "radio" ? "RADIO" : type == "data" ? "DATA" : "TV";
-      row.tuner_type = root["medium"].asString() == "air" ? "VSB" : "QAM";
+      row.serviceType = type == "radio" ? "RADIO" : type == "data" ? "DATA" : "TV";
+      row.tunerType = root["medium"].asString() == "air" ? "VSB" : "QAM";
       for (const Json::Value& stream : service["streams"]) addStream(row, stream);
       rows.push_back(row);
     }

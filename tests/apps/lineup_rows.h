@@ -15,11 +15,11 @@ struct Row {
   std::string name;
   int64_t frequency;  // Hz
   int64_t tsid;
-  int64_t source_id;
-  std::string service_type;
-  std::string tuner_type;
-  std::string audio_pid;
-  std::string video_pid;
+  int64_t sourceId;
+  std::string serviceType;
+  std::string tunerType;
+  std::string audioPid;
+  std::string videoPid;
 
   bool operator==(const Row& other) const;
 };

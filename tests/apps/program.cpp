@@ -82,9 +82,9 @@ bool Program::ended() {
 bool Program::says(const std::string& text, size_t times) {
   bool said = false;
   eventually([&] {
-    const bool last_look = ended();
+    const bool lastLook = ended();
     said = count(text) >= times;
-    return said || last_look;
+    return said || lastLook;
   });
   return said;
 }

@@ -63,8 +63,8 @@ class RemoteSystemTest : public SystemTest {
     return reply["major"].asString() + '-' + reply["minor"].asString();
   }
 
-  Json::Value captions(int input_type, int service) {
-    return ask(R"({"class":"CC","command":"get_sar","input_type":)" + std::to_string(input_type) +
+  Json::Value captions(int inputType, int service) {
+    return ask(R"({"class":"CC","command":"get_sar","input_type":)" + std::to_string(inputType) +
                ",\"AiccServiceId\":" + std::to_string(service) + "}");
   }
 
@@ -107,10 +107,10 @@ TEST_F(RemoteSystemTest, Evening) {
               AllOf(HasSubstr("  5-3  KÉVA FM  favourite group 28, skipped  RADIO "),
                     HasSubstr("Cable (QAM): 7 channels\n   No.  Name     Type ")));
 
-  const std::string added_name = "Zoë's hand-made ♥";
-  EXPECT_EQ("5-9 " + added_name + "\n  Terrestrial (VSB), RF 8, 183.000 MHz\n",
-            out({"add", "5-9", "--freq", "8", "--name", added_name}));
-  EXPECT_EQ("5-9 " + added_name + " (nothing is received for it)\n", out({"play", "5-9"}));
+  const std::string addedName = "Zoë's hand-made ♥";
+  EXPECT_EQ("5-9 " + addedName + "\n  Terrestrial (VSB), RF 8, 183.000 MHz\n",
+            out({"add", "5-9", "--freq", "8", "--name", addedName}));
+  EXPECT_EQ("5-9 " + addedName + " (nothing is received for it)\n", out({"play", "5-9"}));
   EXPECT_EQ("5-1 KÉVA-1\n", out({"down"}));
 
   // The language of all channels, then the track of this one.
@@ -140,9 +140,9 @@ TEST_F(RemoteSystemTest, Evening) {
   local.tm_hour = now["hour"].asInt();
   local.tm_min = now["min"].asInt();
   local.tm_sec = now["sec"].asInt();
-  const int64_t since_start = timegm(&local) + 7 * 3600 - kStartSeconds;
-  EXPECT_GE(since_start, 0);
-  EXPECT_LT(since_start, 1800);
+  const int64_t sinceStart = timegm(&local) + 7 * 3600 - kStartSeconds;
+  EXPECT_GE(sinceStart, 0);
+  EXPECT_LT(sinceStart, 1800);
 
   EXPECT_THAT(out({"now"}),
               AllOf(HasSubstr("Channel  5-1 KÉVA-1\n"), HasSubstr(", RF 8, 183.000 MHz\n"),
@@ -164,7 +164,7 @@ TEST_F(RemoteSystemTest, Evening) {
   const auto added = std::find_if(rows.begin(), rows.end(),
                                   [](const Row& row) { return row.major == 5 && row.minor == 9; });
   ASSERT_NE(rows.end(), added);
-  EXPECT_EQ(added_name, added->name);
+  EXPECT_EQ(addedName, added->name);
   rows.erase(added);
   EXPECT_EQ(lineup, rows);
 

@@ -53,11 +53,11 @@ TEST_F(SystemTest, ScansFindEveryListedServiceOnce) {
   }
 
   const std::string before = contentOfTable(database_, "channel_data_t");
-  const std::string cable_before = contentOfTable(database_, "channel_data_c");
+  const std::string cableBefore = contentOfTable(database_, "channel_data_c");
   EXPECT_EQ(0, tv({"scan"}).status);
   EXPECT_EQ(0, tv({"scan", "--src", "QAM"}).status);
   EXPECT_EQ(before, contentOfTable(database_, "channel_data_t"));
-  EXPECT_EQ(cable_before, contentOfTable(database_, "channel_data_c"));
+  EXPECT_EQ(cableBefore, contentOfTable(database_, "channel_data_c"));
 
   service_->signal(SIGTERM);
   EXPECT_EQ(0, service_->wait()) << service_->err();
@@ -193,12 +193,12 @@ TEST_F(SystemTest, OneServiceOnly) {
 TEST_F(SystemTest, UnusableFoldersAreRefused) {
   fs::create_directory(air_);
   std::ofstream(folder_ / "file") << "x";
-  const Outcome no_air = run({ATSC_SERVICE, "--air", folder_ / "none", "--db", db_});
-  EXPECT_EQ(2, no_air.status);
-  EXPECT_THAT(no_air.err, HasSubstr("none"));
-  const Outcome no_db = run({ATSC_SERVICE, "--air", air_, "--db", folder_ / "file"});
-  EXPECT_EQ(1, no_db.status);
-  EXPECT_THAT(no_db.err, HasSubstr((folder_ / "file").string()));
+  const Outcome noAir = run({ATSC_SERVICE, "--air", folder_ / "none", "--db", db_});
+  EXPECT_EQ(2, noAir.status);
+  EXPECT_THAT(noAir.err, HasSubstr("none"));
+  const Outcome noDb = run({ATSC_SERVICE, "--air", air_, "--db", folder_ / "file"});
+  EXPECT_EQ(1, noDb.status);
+  EXPECT_THAT(noDb.err, HasSubstr((folder_ / "file").string()));
   EXPECT_FALSE(fs::exists(db_));
 }
 
@@ -275,7 +275,7 @@ TEST_F(SystemTest, BostonCapture) {
   std::vector<std::string> found;
   for (const Row& row : terrestrial()) {
     found.push_back(std::to_string(row.major) + '-' + std::to_string(row.minor) + ' ' + row.name +
-                    ' ' + row.service_type + ' ' + std::to_string(row.tsid));
+                    ' ' + row.serviceType + ' ' + std::to_string(row.tsid));
   }
   EXPECT_EQ((std::vector<std::string>{"2-1 WGBH-HD TV 1357", "2-2 World TV 1357",
                                       "2-101 Updat0 DATA 1357", "2-102 Updat1 DATA 1357",
@@ -300,7 +300,7 @@ TEST_F(SystemTest, ThreeProgramsCapture) {
   for (size_t i = 0; i < rows.size(); ++i) {
     EXPECT_EQ(static_cast<int64_t>(i + 1), rows[i].minor);
     EXPECT_EQ("S0" + std::to_string(i + 6) + " SM2", rows[i].name);
-    EXPECT_EQ(static_cast<int64_t>(i + 3), rows[i].source_id);
+    EXPECT_EQ(static_cast<int64_t>(i + 3), rows[i].sourceId);
     EXPECT_EQ(65002, rows[i].tsid);
   }
   EXPECT_THAT(contentOfTable(database_, "channel_data_t"), HasSubstr("ch_id_pk=4-1-479000000 "));

@@ -155,12 +155,12 @@ TEST_F(ParentalTest, CallsRepliesAndFailures) {
       fake::setResult(function, 5);
       const Answer failed = ask(expected.name, expected.members);
       // A rating document is changed and used as it was passed when there is no region.
-      const bool goes_on =
+      const bool goesOn =
           i < region.size() && expected.members.find("\"dwn\"") != std::string::npos;
-      EXPECT_EQ(goes_on ? 0 : -1, failed.result);
-      EXPECT_EQ(goes_on && expected.reply == nullptr, !failed.text.empty());
+      EXPECT_EQ(goesOn ? 0 : -1, failed.result);
+      EXPECT_EQ(goesOn && expected.reply == nullptr, !failed.text.empty());
       Lines made(expected.calls.begin(), expected.calls.begin() + static_cast<long>(i) + 1);
-      if (goes_on) {
+      if (goesOn) {
         const std::string& last = expected.calls.back();
         made.push_back(last == "AIPC_store_rating(3)" ? "AIPC_store_rating(0)" : last);
       }

@@ -228,7 +228,7 @@ TEST_F(RemoteTest, AttributesOfAChannel) {
   const struct {
     const char* members;
     uint32_t flags, favourites;  // before
-    uint32_t new_flags, new_favourites;
+    uint32_t newFlags, newFavourites;
     const char* line;  // of the log
   } cases[] = {
       {"\"type\":\"skip\"", 0x21, 0x10, 0x29, 0x10, "Info Skip channel"},
@@ -263,8 +263,8 @@ TEST_F(RemoteTest, AttributesOfAChannel) {
     EXPECT_EQ(second.info.service_id.service_rec, written.info.service_id.service_rec);
     EXPECT_EQ(177000000u, written.info.frequency);
     EXPECT_EQ(second.name, written.name);
-    EXPECT_EQ(expected.new_flags, written.info.AISRV_flags_);
-    EXPECT_EQ(expected.new_favourites, written.info.AISRV_fav_group_);
+    EXPECT_EQ(expected.newFlags, written.info.AISRV_flags_);
+    EXPECT_EQ(expected.newFavourites, written.info.AISRV_fav_group_);
     EXPECT_TRUE(contains(fake::logs(), "Info modify channel(7-2)"));
     EXPECT_TRUE(contains(fake::logs(), expected.line));
   }
@@ -305,8 +305,8 @@ TEST_F(RemoteTest, ModifyWritesBackThenSynchronises) {
 TEST_F(RemoteTest, LockOfTheChannelThatPlaysComesFromTheApplication) {
   const fake::Service playing = fake::service(7, 1, 177000000, "SEVEN");
   const fake::Service other = fake::service(7, 2, 177000000, "OTHER");
-  fake::Service same_record = playing;
-  same_record.info.service_id.input_source = 3;
+  fake::Service sameRecord = playing;
+  sameRecord.info.service_id.input_source = 3;
   const struct {
     const char* type;
     fake::Service current;
@@ -315,7 +315,7 @@ TEST_F(RemoteTest, LockOfTheChannelThatPlaysComesFromTheApplication) {
                {"unlock", playing, true},
                {"skip", playing, false},
                {"lock", other, false},
-               {"lock", same_record, false}};
+               {"lock", sameRecord, false}};
   for (const auto& expected : cases) {
     fake::reset();
     fake::setServices(2, {playing, other});
@@ -445,7 +445,7 @@ TEST_F(RemoteTest, CurrentSource) {
 TEST_F(RemoteTest, PreferredLanguages) {
   const struct {
     int32_t first, second;
-    const char *first_code, *second_code;
+    const char *firstCode, *secondCode;
   } cases[] = {{0, 1, "eng", "fre"},
                {2, 0, "spa", "eng"},
                {2, 3, "spa", "spa"},
@@ -454,8 +454,8 @@ TEST_F(RemoteTest, PreferredLanguages) {
   for (const auto& expected : cases) {
     fake::setLanguages(expected.first, expected.second);
     const Json::Value languages = reply("CN GETPREAUD");
-    EXPECT_EQ(expected.first_code, languages["first"].asString());
-    EXPECT_EQ(expected.second_code, languages["second"].asString());
+    EXPECT_EQ(expected.firstCode, languages["first"].asString());
+    EXPECT_EQ(expected.secondCode, languages["second"].asString());
   }
   fake::setLanguages(1, 2);
   fake::setResult("AICN_get_sec_pref_aud_lang", 5);

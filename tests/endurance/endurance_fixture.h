@@ -138,9 +138,9 @@ class EnduranceTest : public SystemTest {
     }
   }
 
-  void startFaultyService(bool may_die = false) {
+  void startFaultyService(bool mayDie = false) {
     service_ = start({FAULTY_SERVICE, "--air", air_, "--db", db_, "--dwell", kFast});
-    if (!service_->says("ready") && !may_die) {
+    if (!service_->says("ready") && !mayDie) {
       throw std::runtime_error("no service: " + service_->err());
     }
   }

@@ -75,7 +75,7 @@ void work() {
 }
 
 // Beside main(), which is that of atsc-service.
-const bool g_started = [] {
+const bool kStarted = [] {
   if (getenv("LOAD_EVENTS") != nullptr) std::thread(work).detach();
   return true;
 }();

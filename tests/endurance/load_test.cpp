@@ -85,7 +85,7 @@ std::string lineup() {
 
 // What the service uses.
 struct Usage {
-  long memory_kb = 0;
+  long memoryKb = 0;
   long threads = 0;
   long descriptors = 0;
 };
@@ -95,7 +95,7 @@ Usage usageOf(pid_t pid) {
   const std::string folder = "/proc/" + std::to_string(pid);
   std::ifstream status(folder + "/status");
   for (std::string word; status >> word;) {
-    if (word == "VmRSS:") status >> usage.memory_kb;
+    if (word == "VmRSS:") status >> usage.memoryKb;
     if (word == "Threads:") status >> usage.threads;
   }
   std::error_code gone;
@@ -261,7 +261,7 @@ class LoadTest : public SystemTest {
 
 long medianMemory(std::vector<Usage> samples, size_t from, size_t to) {
   std::vector<long> memory;
-  for (size_t i = from; i < to; ++i) memory.push_back(samples[i].memory_kb);
+  for (size_t i = from; i < to; ++i) memory.push_back(samples[i].memoryKb);
   std::nth_element(memory.begin(), memory.begin() + static_cast<long>(memory.size() / 2),
                    memory.end());
   return memory[memory.size() / 2];
@@ -342,7 +342,7 @@ TEST_F(LoadTest, ABusyEvening) {
             << backend_.count("EPG_UPDATE") + backend_.count("EPG_COMPLETE") << " guides, "
             << backend_.count("OVER") << " scans, " << backend_.count("CHANNEL_PLAY_SUCCESS")
             << " channels, " << out.substr(at, out.find('\n', at) - at) << "; memory "
-            << before.memory_kb << " KiB before, " << warm << " warm, " << last << " last; "
+            << before.memoryKb << " KiB before, " << warm << " warm, " << last << " last; "
             << before.threads << " threads, " << before.descriptors << " descriptors\n";
 
   service_->signal(SIGTERM);

@@ -16,9 +16,9 @@
 
 namespace fake {
 
-std::atomic<bool> g_recording{true};
+std::atomic<bool> gRecording{true};
 
-void setRecording(bool on) { g_recording = on; }
+void setRecording(bool on) { gRecording = on; }
 
 }  // namespace fake
 
@@ -40,7 +40,7 @@ Record& record() {
 }
 
 void log(const char* level, const char* format, va_list arguments) {
-  if (!fake::g_recording) return;
+  if (!fake::gRecording) return;
   va_list copy;
   va_copy(copy, arguments);
   const int length = vsnprintf(nullptr, 0, format, copy);

@@ -19,7 +19,7 @@
 #include "fake_state.h"
 
 using fake::called;
-using fake::g_mutex;
+using fake::gMutex;
 using fake::state;
 
 extern "C" {
@@ -39,7 +39,7 @@ int AICC_get_cc_service_data(uint32_t path, const AISRV_service_info* service,
 
 int AICN_get_current(AISRV_service_info* record) {
   const auto status = called(__func__, record);
-  std::lock_guard<std::mutex> lock(g_mutex);
+  std::lock_guard<std::mutex> lock(gMutex);
   if (!state().hasCurrent) return -1;
   fake::copyService(state().current, *record);  // also when it fails: nobody may look at it then
   return status;
@@ -47,7 +47,7 @@ int AICN_get_current(AISRV_service_info* record) {
 
 int AICN_get_curr_input_source(void) {
   called(__func__);
-  std::lock_guard<std::mutex> lock(g_mutex);
+  std::lock_guard<std::mutex> lock(gMutex);
   int input = state().currentInput;
   fake::disturb(input);
   return input;
@@ -58,13 +58,13 @@ int AICN_set_skip_play_srv(int skip) { return called(__func__, skip); }
 
 int AICN_get_tuner_mode(void) {
   called(__func__);
-  std::lock_guard<std::mutex> lock(g_mutex);
+  std::lock_guard<std::mutex> lock(gMutex);
   int input = state().currentInput;
   fake::disturb(input);
   return input;
 }
 
-int AICN_set_play_from_ap(int from_application) { return called(__func__, from_application); }
+int AICN_set_play_from_ap(int fromApplication) { return called(__func__, fromApplication); }
 int AICN_set_pref_aud_lang(int32_t language) { return called(__func__, language); }
 int AICN_set_sec_pref_aud_lang(int32_t language) { return called(__func__, language); }
 
@@ -81,7 +81,7 @@ int AICN_get_sec_pref_aud_lang(int32_t* language) {
 int AICS_start_search(const AICS_search_request* request, AICS_scan_callback callback) {
   const auto status = called(__func__, request->search_type, request->always_2, request->frequency,
                              request->source);
-  std::lock_guard<std::mutex> lock(g_mutex);
+  std::lock_guard<std::mutex> lock(gMutex);
   state().search = *request;
   state().callback = callback;
   return status;
@@ -93,7 +93,7 @@ int AICS_stop_scan(void) { return called(__func__); }
 
 int AIEC_get_total_events(const AISRV_service_info* service, uint16_t* count) {
   const auto status = called(__func__, service, count);
-  std::lock_guard<std::mutex> lock(g_mutex);
+  std::lock_guard<std::mutex> lock(gMutex);
   *count =
       state().eventCountIsClaimed
           ? state().claimedEventCount
@@ -104,7 +104,7 @@ int AIEC_get_total_events(const AISRV_service_info* service, uint16_t* count) {
 int AIEC_get_first_n_events(const AISRV_service_info* service, AIEC_event_info* events,
                             uint16_t count, uint16_t* copied) {
   const auto status = called(__func__, service, events, count, copied);
-  std::lock_guard<std::mutex> lock(g_mutex);
+  std::lock_guard<std::mutex> lock(gMutex);
   if (status == 0) {
     fake::copyEvent({service->service_id.service_rec, service->service_id.input_source, 0}, 0,
                     *events, copied);
@@ -115,14 +115,14 @@ int AIEC_get_first_n_events(const AISRV_service_info* service, AIEC_event_info* 
 int AIEC_get_next_n_events(const AIEC_event_key* previous, AIEC_event_info* events, uint16_t count,
                            uint16_t* copied, uint32_t direction) {
   const auto status = called(__func__, previous, events, count, copied, direction);
-  std::lock_guard<std::mutex> lock(g_mutex);
+  std::lock_guard<std::mutex> lock(gMutex);
   if (status == 0) fake::copyEvent(*previous, 1, *events, copied);
   return status;
 }
 
 int AIEC_get_multiple_event_rating_string(const AIEC_event_key* event, multiple_lang_t* text) {
   const auto status = called(__func__, event, text);
-  std::lock_guard<std::mutex> lock(g_mutex);
+  std::lock_guard<std::mutex> lock(gMutex);
   const fake::Event* found = fake::findEvent(*event, 0);
   if (status == 0 && found != nullptr && !found->allRatings.empty()) {
     fake::copyText(found->allRatings, found->ratingEncoding, *text);
@@ -132,7 +132,7 @@ int AIEC_get_multiple_event_rating_string(const AIEC_event_key* event, multiple_
 
 int AIEC_get_event_description(const AIEC_event_key* event, multiple_lang_t* text) {
   const auto status = called(__func__, event, text);
-  std::lock_guard<std::mutex> lock(g_mutex);
+  std::lock_guard<std::mutex> lock(gMutex);
   const fake::Event* found = fake::findEvent(*event, 0);
   if (status == 0 && found != nullptr) {
     fake::copyText(found->description, found->descriptionEncoding, *text);
@@ -142,7 +142,7 @@ int AIEC_get_event_description(const AIEC_event_key* event, multiple_lang_t* tex
 
 int AIEC_check_rating(const AISRV_service_info* service) {
   called(__func__, service->major, service->minor);
-  std::lock_guard<std::mutex> lock(g_mutex);
+  std::lock_guard<std::mutex> lock(gMutex);
   int verdict = state().parental.verdict;
   fake::disturb(verdict);
   return verdict;
@@ -152,7 +152,7 @@ int AIEC_check_rating(const AISRV_service_info* service) {
 
 int AIFE_get_tuning_details(uint32_t tuner, uint32_t path, AIFE_tuning_details* details) {
   const auto status = called(__func__, tuner, path, details);
-  std::lock_guard<std::mutex> lock(g_mutex);
+  std::lock_guard<std::mutex> lock(gMutex);
   details->frequency = state().tunedFrequency;
   return status;
 }
@@ -163,21 +163,21 @@ int AIFE_tune_stop_request(uint32_t tuner, uint32_t path) { return called(__func
 
 int AIFW_register_frmwrk_app_cb(AIFW_app_callback callback) {
   const auto status = called(__func__, reinterpret_cast<const void*>(callback));
-  std::lock_guard<std::mutex> lock(g_mutex);
+  std::lock_guard<std::mutex> lock(gMutex);
   state().eventCallback = callback;
   return status;
 }
 
 int AIFW_get_event_update_data(AIFW_event_update_data* data) {
   const auto status = called(__func__, data);
-  std::lock_guard<std::mutex> lock(g_mutex);
+  std::lock_guard<std::mutex> lock(gMutex);
   *data = state().update;
   return status;
 }
 
 int AIFW_get_EAS_priority(uint8_t* priority) {
   const auto status = called(__func__, priority);
-  std::lock_guard<std::mutex> lock(g_mutex);
+  std::lock_guard<std::mutex> lock(gMutex);
   *priority = state().alertPriority;
   return status;
 }
@@ -190,7 +190,7 @@ int AIFW_change_audio(uint8_t track) { return called(__func__, track); }
 
 int AIFW_modify_service(uint32_t operation, const AISRV_service_info* record) {
   const auto status = called(__func__, operation, record);
-  std::lock_guard<std::mutex> lock(g_mutex);
+  std::lock_guard<std::mutex> lock(gMutex);
   state().modified.info = *record;
   state().modified.name.assign(reinterpret_cast<const char*>(record->name.text),
                                record->name.text != nullptr ? record->name.length : 0);
@@ -315,7 +315,7 @@ int AIPC_retreive_rating(AIPC_dime_t* rating) {
 
 int AIPC_store_rating(AIPC_dime_t rating) {
   const auto status = called(__func__, rating.region);
-  std::lock_guard<std::mutex> lock(g_mutex);
+  std::lock_guard<std::mutex> lock(gMutex);
   state().storedRating = rating;
   return status;
 }
@@ -355,7 +355,7 @@ int AIPC_store_all(void) { return called(__func__); }
 
 int AIPC_check_rating(uint32_t country, uint32_t system, const multiple_lang_t* rating) {
   const auto status = called(__func__, country, system, rating->encoding);
-  std::lock_guard<std::mutex> lock(g_mutex);
+  std::lock_guard<std::mutex> lock(gMutex);
   state().checkedRating.assign(reinterpret_cast<const char*>(rating->text), rating->length);
   int verdict = state().parental.verdict;
   fake::disturb(verdict);
@@ -366,7 +366,7 @@ int AIPC_check_rating(uint32_t country, uint32_t system, const multiple_lang_t* 
 
 int AIPT_get_index_status(int* status, int path) {
   const auto result = called(__func__, status, path);
-  std::lock_guard<std::mutex> lock(g_mutex);
+  std::lock_guard<std::mutex> lock(gMutex);
   *status = 0;
   if (!state().indexStatuses.empty()) {
     *status = state().indexStatuses.front();
@@ -381,7 +381,7 @@ int AISRV_get_total_services(uint32_t input, uint32_t mask, const AISRV_query_fi
                              uint32_t reserved, uint32_t* count) {
   const auto status =
       called(__func__, input, mask, filter, reserved, static_cast<const void*>(count));
-  std::lock_guard<std::mutex> lock(g_mutex);
+  std::lock_guard<std::mutex> lock(gMutex);
   *count = state().countIsClaimed ? state().claimedCount
                                   : static_cast<uint32_t>(state().services[input].size());
   fake::disturbCount(*count);
@@ -393,7 +393,7 @@ int AISRV_get_n_services(uint32_t input, uint32_t mask, uint32_t first,
                          uint32_t* count, AISRV_service_info* records) {
   const auto status = called(__func__, input, mask, first, filter, reserved1, reserved2,
                              static_cast<const void*>(count), records);
-  std::lock_guard<std::mutex> lock(g_mutex);
+  std::lock_guard<std::mutex> lock(gMutex);
   const std::vector<fake::Service>& services = state().services[input];
   const uint32_t capacity = *count;
   const uint32_t copied = std::min<uint32_t>(capacity, static_cast<uint32_t>(services.size()));
@@ -409,7 +409,7 @@ int AISRV_get_n_services(uint32_t input, uint32_t mask, uint32_t first,
 
 int AISRV_get_pid_details(const AISRV_service_info* service, AISRV_pid_details* details) {
   const auto status = called(__func__, service, details);
-  std::lock_guard<std::mutex> lock(g_mutex);
+  std::lock_guard<std::mutex> lock(gMutex);
   const auto known = state().pids.find(fake::serviceKey(service->service_id));
   if (known != state().pids.end()) {
     details->count = static_cast<uint32_t>(known->second.size());
@@ -439,7 +439,7 @@ int AISRV_get_rating_status(const AISRV_service_info* service, uint32_t* status)
 
 int AIST_get_cur_time_secs(uint32_t* seconds) {
   const auto status = called(__func__, seconds);
-  std::lock_guard<std::mutex> lock(g_mutex);
+  std::lock_guard<std::mutex> lock(gMutex);
   *seconds = state().time;
   return status;
 }
@@ -468,7 +468,7 @@ int AIVC_close_video(uint32_t path) { return called(__func__, path); }
 
 int OSAL_timer_create(const char* name, int type, OSAL_timer_id* timer) {
   const auto status = called(__func__, name, type);
-  std::lock_guard<std::mutex> lock(g_mutex);
+  std::lock_guard<std::mutex> lock(gMutex);
   *timer = ++state().timers;
   return status;
 }
@@ -476,7 +476,7 @@ int OSAL_timer_create(const char* name, int type, OSAL_timer_id* timer) {
 int OSAL_timer_enable(OSAL_timer_id timer, OSAL_timer_handler handler, void* arg,
                       uint32_t milliseconds) {
   const auto status = called(__func__, timer, arg, milliseconds);
-  std::lock_guard<std::mutex> lock(g_mutex);
+  std::lock_guard<std::mutex> lock(gMutex);
   state().timerHandler = handler;
   state().timerArgument = arg;
   return status;

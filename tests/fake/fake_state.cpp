@@ -39,36 +39,36 @@ Service service(uint16_t major, uint16_t minor, uint32_t frequency, const std::s
 }
 
 void setNoise(std::string bytes) {
-  std::lock_guard<std::mutex> lock(g_noiseMutex);
-  g_noise = std::move(bytes);
-  g_noiseUsed = 0;
-  g_noisy = !g_noise.empty();
+  std::lock_guard<std::mutex> lock(gNoiseMutex);
+  gNoise = std::move(bytes);
+  gNoiseUsed = 0;
+  gNoisy = !gNoise.empty();
 }
 
 void reset() {
   resetBus();
   setNoise({});
-  std::lock_guard<std::mutex> lock(g_mutex);
+  std::lock_guard<std::mutex> lock(gMutex);
   state() = State();
 }
 
 std::vector<std::string> calls() {
-  std::lock_guard<std::mutex> lock(g_mutex);
+  std::lock_guard<std::mutex> lock(gMutex);
   return state().calls;
 }
 
 void onCall(std::function<void(const std::string&)> hook) {
-  std::lock_guard<std::mutex> lock(g_mutex);
+  std::lock_guard<std::mutex> lock(gMutex);
   state().hook = std::move(hook);
 }
 
 void setResult(const std::string& function, int status) {
-  std::lock_guard<std::mutex> lock(g_mutex);
+  std::lock_guard<std::mutex> lock(gMutex);
   state().results[function] = status;
 }
 
 void setServices(uint32_t input, std::vector<Service> services) {
-  std::lock_guard<std::mutex> lock(g_mutex);
+  std::lock_guard<std::mutex> lock(gMutex);
   for (const Service& service : services) {
     state().pids[serviceKey(service.info.service_id)] = service.pids;
   }
@@ -76,41 +76,41 @@ void setServices(uint32_t input, std::vector<Service> services) {
 }
 
 void claimCount(uint32_t count) {
-  std::lock_guard<std::mutex> lock(g_mutex);
+  std::lock_guard<std::mutex> lock(gMutex);
   state().countIsClaimed = true;
   state().claimedCount = count;
 }
 
 void setEvents(const Service& service, std::vector<Event> events) {
-  std::lock_guard<std::mutex> lock(g_mutex);
+  std::lock_guard<std::mutex> lock(gMutex);
   state().events[serviceKey(service.info.service_id)] = std::move(events);
 }
 
 void claimEventCount(uint16_t count) {
-  std::lock_guard<std::mutex> lock(g_mutex);
+  std::lock_guard<std::mutex> lock(gMutex);
   state().eventCountIsClaimed = true;
   state().claimedEventCount = count;
 }
 
 void setUpdatedSources(std::vector<uint32_t> ids) {
-  std::lock_guard<std::mutex> lock(g_mutex);
+  std::lock_guard<std::mutex> lock(gMutex);
   state().update.count = static_cast<uint32_t>(ids.size());
   std::copy_n(ids.begin(), std::min<size_t>(ids.size(), AIFW_MAX_UPDATED_SOURCES),
               state().update.source_ids);
 }
 
 void claimUpdatedSources(uint32_t count) {
-  std::lock_guard<std::mutex> lock(g_mutex);
+  std::lock_guard<std::mutex> lock(gMutex);
   state().update.count = count;
 }
 
 void setAlertPriority(uint8_t priority) {
-  std::lock_guard<std::mutex> lock(g_mutex);
+  std::lock_guard<std::mutex> lock(gMutex);
   state().alertPriority = priority;
 }
 
 AIFW_app_callback eventCallback() {
-  std::lock_guard<std::mutex> lock(g_mutex);
+  std::lock_guard<std::mutex> lock(gMutex);
   return state().eventCallback;
 }
 
@@ -118,7 +118,7 @@ bool fireTimer() {
   OSAL_timer_handler handler = nullptr;
   void* argument = nullptr;
   {
-    std::lock_guard<std::mutex> lock(g_mutex);
+    std::lock_guard<std::mutex> lock(gMutex);
     std::swap(handler, state().timerHandler);
     argument = state().timerArgument;
   }
@@ -127,75 +127,75 @@ bool fireTimer() {
 }
 
 void setTime(uint32_t seconds) {
-  std::lock_guard<std::mutex> lock(g_mutex);
+  std::lock_guard<std::mutex> lock(gMutex);
   state().time = seconds;
 }
 
 void setCurrent(const Service& service, int input) {
-  std::lock_guard<std::mutex> lock(g_mutex);
+  std::lock_guard<std::mutex> lock(gMutex);
   state().hasCurrent = true;
   state().current = service;
   state().currentInput = input;
 }
 
 void setTunedFrequency(uint32_t frequency) {
-  std::lock_guard<std::mutex> lock(g_mutex);
+  std::lock_guard<std::mutex> lock(gMutex);
   state().tunedFrequency = frequency;
 }
 
 void setLanguages(int32_t first, int32_t second) {
-  std::lock_guard<std::mutex> lock(g_mutex);
+  std::lock_guard<std::mutex> lock(gMutex);
   state().languages[0] = first;
   state().languages[1] = second;
 }
 
 void setTimeInfo(const AIST_system_time_info& info) {
-  std::lock_guard<std::mutex> lock(g_mutex);
+  std::lock_guard<std::mutex> lock(gMutex);
   state().timeInfo = info;
 }
 
 void setTimeDate(const AIST_time_date& date) {
-  std::lock_guard<std::mutex> lock(g_mutex);
+  std::lock_guard<std::mutex> lock(gMutex);
   state().timeDate = date;
 }
 
 void setCaptions(const AICC_cc_service_data& captions) {
-  std::lock_guard<std::mutex> lock(g_mutex);
+  std::lock_guard<std::mutex> lock(gMutex);
   state().captions = captions;
 }
 
 void setParental(const Parental& parental) {
-  std::lock_guard<std::mutex> lock(g_mutex);
+  std::lock_guard<std::mutex> lock(gMutex);
   state().parental = parental;
 }
 
 AIPC_dime_t storedRating() {
-  std::lock_guard<std::mutex> lock(g_mutex);
+  std::lock_guard<std::mutex> lock(gMutex);
   return state().storedRating;
 }
 
 std::string checkedRating() {
-  std::lock_guard<std::mutex> lock(g_mutex);
+  std::lock_guard<std::mutex> lock(gMutex);
   return state().checkedRating;
 }
 
 Service modifiedService() {
-  std::lock_guard<std::mutex> lock(g_mutex);
+  std::lock_guard<std::mutex> lock(gMutex);
   return state().modified;
 }
 
 void setIndexStatus(std::vector<int> statuses) {
-  std::lock_guard<std::mutex> lock(g_mutex);
+  std::lock_guard<std::mutex> lock(gMutex);
   state().indexStatuses = std::move(statuses);
 }
 
 AICS_scan_callback scanCallback() {
-  std::lock_guard<std::mutex> lock(g_mutex);
+  std::lock_guard<std::mutex> lock(gMutex);
   return state().callback;
 }
 
 AICS_search_request lastSearch() {
-  std::lock_guard<std::mutex> lock(g_mutex);
+  std::lock_guard<std::mutex> lock(gMutex);
   return state().search;
 }
 

@@ -22,7 +22,7 @@
 
 namespace fake {
 
-extern std::atomic<bool> g_recording;
+extern std::atomic<bool> gRecording;
 
 struct State {
   std::vector<std::string> calls;
@@ -59,7 +59,7 @@ struct State {
   void* timerArgument = nullptr;
 };
 
-inline std::mutex g_mutex;
+inline std::mutex gMutex;
 
 inline uint64_t serviceKey(const AISRV_service_id& id) {
   return uint64_t{id.input_source} << 32 | id.service_rec;
@@ -79,22 +79,22 @@ inline std::string text(const void* pointer) { return pointer != nullptr ? "*" :
 // Copies what the middleware answers, unless the call fails.
 template <typename Record>
 int answer(int status, const Record& from, Record* to) {
-  std::lock_guard<std::mutex> lock(g_mutex);
+  std::lock_guard<std::mutex> lock(gMutex);
   if (status == 0) *to = from;
   return status;
 }
 
 // The bytes of the noise that are left, under their own lock: callers hold g_mutex.
-inline std::mutex g_noiseMutex;
-inline std::string g_noise;
-inline size_t g_noiseUsed = 0;
-inline std::atomic<bool> g_noisy{false};
+inline std::mutex gNoiseMutex;
+inline std::string gNoise;
+inline size_t gNoiseUsed = 0;
+inline std::atomic<bool> gNoisy{false};
 
 // 0 when the noise is used up.
 inline uint8_t noiseByte() {
-  std::lock_guard<std::mutex> lock(g_noiseMutex);
-  if (g_noiseUsed < g_noise.size()) return static_cast<uint8_t>(g_noise[g_noiseUsed++]);
-  g_noisy = false;
+  std::lock_guard<std::mutex> lock(gNoiseMutex);
+  if (gNoiseUsed < gNoise.size()) return static_cast<uint8_t>(gNoise[gNoiseUsed++]);
+  gNoisy = false;
   return 0;
 }
 
@@ -105,7 +105,7 @@ inline void noiseBytes(void* to, size_t count) {
 // Lets the noise change a number or a record without texts.
 template <typename Record>
 void disturb(Record& record) {
-  if (!g_noisy) return;
+  if (!gNoisy) return;
   const uint8_t how = noiseByte();
   uint8_t* const bytes = reinterpret_cast<uint8_t*>(&record);
   uint16_t offset = 0;
@@ -129,7 +129,7 @@ void disturb(Record& record) {
 // The text, which has at most what was lent, may become other bytes, claim another length or
 // encoding, or none.
 inline void disturb(multiple_lang_t& text) {
-  if (!g_noisy) return;
+  if (!gNoisy) return;
   const uint8_t how = noiseByte();
   if (text.text != nullptr) noiseBytes(text.text, std::min<size_t>(how >> 3, text.length));
   if ((how & 1) != 0) noiseBytes(&text.length, sizeof text.length);
@@ -179,7 +179,7 @@ class Call {
   Call(const Call&) = delete;
   Call& operator=(const Call&) = delete;
   ~Call() {
-    if (!g_noisy) return;
+    if (!gNoisy) return;
     std::apply([](auto... argument) { (disturbAnswer(argument), ...); }, arguments_);
   }
 
@@ -194,13 +194,13 @@ class Call {
 template <typename... Arguments>
 Call<Arguments...> called(const char* function, Arguments... arguments) {
   int status = 0;
-  if (g_recording) {
+  if (gRecording) {
     std::string listed;
     ((listed += (listed.empty() ? "" : ",") + text(arguments)), ...);
     const std::string call = std::string(function) + "(" + listed + ")";
     std::function<void(const std::string&)> hook;
     {
-      std::lock_guard<std::mutex> lock(g_mutex);
+      std::lock_guard<std::mutex> lock(gMutex);
       state().calls.push_back(call);
       const auto result = state().results.find(function);
       if (result != state().results.end()) status = result->second;
@@ -208,7 +208,7 @@ Call<Arguments...> called(const char* function, Arguments... arguments) {
     }
     if (hook) hook(call);
   }
-  if (g_noisy && noiseByte() >= 0xF0) noiseBytes(&status, sizeof status);
+  if (gNoisy && noiseByte() >= 0xF0) noiseBytes(&status, sizeof status);
   return {status, arguments...};
 }
 
@@ -237,7 +237,7 @@ inline void copyText(const Text& from, multiple_lang_t& to) {
 // Answers a call about parental control.
 template <typename Fill>
 int answerParental(int status, Fill fill) {
-  std::lock_guard<std::mutex> lock(g_mutex);
+  std::lock_guard<std::mutex> lock(gMutex);
   if (status == 0) fill(state().parental);
   return status;
 }

@@ -32,8 +32,8 @@ using namespace bus_peers;
 
 // A helper process that has got ready.
 struct Started : Process {
-  explicit Started(const std::vector<std::string>& role, bool keep_errors = false)
-      : Process(role, keep_errors) {
+  explicit Started(const std::vector<std::string>& role, bool keepErrors = false)
+      : Process(role, keepErrors) {
     EXPECT_EQ(hear(), 'R');
   }
 };
@@ -544,7 +544,7 @@ int strangerRole(const std::vector<std::string>& words) {
   return 0;
 }
 
-const AddRoles add_roles({
+const AddRoles kAddRoles({
     {"server", serverRole},
     {"claim", claimRole},
     {"service", serviceRole},

@@ -88,6 +88,6 @@ int levelsRole(const std::vector<std::string>&) {
   return 0;
 }
 
-const AddRoles add_roles({{"levels", levelsRole}});
+const AddRoles kAddRoles({{"levels", levelsRole}});
 
 }  // namespace

@@ -106,6 +106,6 @@ int busyRole(const std::vector<std::string>&) {
   return 6;
 }
 
-const AddRoles add_roles({{"busy", busyRole}});
+const AddRoles kAddRoles({{"busy", busyRole}});
 
 }  // namespace

@@ -50,7 +50,7 @@ AIPC_dime_t limits(uint32_t region, const std::string& text) {
   return made;
 }
 
-std::string text_of(const AIPC_dime_t& made) {
+std::string textOf(const AIPC_dime_t& made) {
   std::string text;
   for (const auto& [name, level] : kLevels)
     if (made.*level != 0) text += name + "=" + std::to_string(made.*level) + " ";
@@ -121,9 +121,9 @@ TEST(ParentalTest, AProgrammeIsBlockedByItsRatings) {
   for (const auto& each : kCases) {
     ParentalSettings settings;
     settings.details.enabled = 1;
-    for (const uint32_t region : {1, 2, 8, 9}) settings.set_limits(limits(region, each.limits));
+    for (const uint32_t region : {1, 2, 8, 9}) settings.setLimits(limits(region, each.limits));
     for (size_t group = 0; group < AIPC_UNRATED_GROUPS; ++group)
-      settings.unrated_groups[group] = each.groups >> group & 1;
+      settings.unratedGroups[group] = each.groups >> group & 1;
     const auto verdict = settings.check(advisories(each.advisories), known);
     std::ostringstream text;
     if (!verdict.rated)
@@ -140,7 +140,7 @@ TEST(ParentalTest, AProgrammeIsBlockedByItsRatings) {
 
 TEST(ParentalTest, LimitsAreChangedValueByValue) {
   const auto named = [](const char* text) {
-    return RatingRegion::Value{atschost::to_utf16(text), ""};
+    return RatingRegion::Value{atschost::toUtf16(text), ""};
   };
   RatingRegion region;
   region.number = 9;
@@ -174,18 +174,18 @@ TEST(ParentalTest, LimitsAreChangedValueByValue) {
   };
   for (const auto& each : kCases) {
     AIPC_dime_t made = limits(each.region, each.before);
-    const std::string before = text_of(made);
+    const std::string before = textOf(made);
     const auto dimension = static_cast<uint8_t>(each.dimension);
     const auto value = static_cast<uint8_t>(each.value);
-    const bool done = each.region <= 2 ? atschost::encode_rating(made, dimension, value, each.block)
-                                       : atschost::encode_downloadable(made, region, dimension,
-                                                                       value, each.block);
+    const bool done =
+        each.region <= 2 ? atschost::encodeRating(made, dimension, value, each.block)
+                         : atschost::encodeDownloadable(made, region, dimension, value, each.block);
     EXPECT_EQ(each.after != nullptr, done) << each.before << " " << each.dimension << each.value;
-    EXPECT_EQ(each.after ? each.after : before, text_of(made))
+    EXPECT_EQ(each.after ? each.after : before, textOf(made))
         << each.before << " " << each.dimension << "." << each.value << " " << each.block;
   }
   AIPC_dime_t foreign = limits(9, "");
-  EXPECT_FALSE(atschost::encode_rating(foreign, 0, 4, true));
+  EXPECT_FALSE(atschost::encodeRating(foreign, 0, 4, true));
   EXPECT_NE(0, AIPC_rating_encode(nullptr, 0, 4, 1));
   foreign.region = 200;
   EXPECT_NE(0, AIPC_drrt_rating_encode(&foreign, 0, 1, 1)) << "no table is known";
@@ -253,23 +253,23 @@ TEST(ParentalTest, WhatIsKeptAwayIsToldInOrder) {
           break;
         case 'R':
         case 'r':
-          gate.set_password_required(*step == 'R');
+          gate.setPasswordRequired(*step == 'R');
           break;
         case 'G':
         case 'g':
-          gate.set_password_given(*step == 'G');
+          gate.setPasswordGiven(*step == 'G');
           break;
         case 'U':
         case 'u':
-          EXPECT_EQ(playing, gate.set_unlocked(*step == 'U'));
+          EXPECT_EQ(playing, gate.setUnlocked(*step == 'U'));
           break;
         case 'A':
         case 'a':
-          gate.set_play_from_application(*step == 'A');
+          gate.setPlayFromApplication(*step == 'A');
           break;
         case 'K':
         case 'k':
-          gate.set_locked(*step == 'K');
+          gate.setLocked(*step == 'K');
           break;
         case '+':
           time += std::chrono::seconds(1);
@@ -302,14 +302,14 @@ TEST(ParentalTest, OnlyAChangeOfWhatIsBlockedMakesADifference) {
       return true;
     });
   };
-  const auto limit = [](Settings& s) { s.set_limits(limits(1, "tv=4")); };
+  const auto limit = [](Settings& s) { s.setLimits(limits(1, "tv=4")); };
   EXPECT_EQ(Change::kMade, change(limit));
-  EXPECT_EQ(Change::kMade, change([](Settings& s) { s.unrated_groups[0] = 1; }));
+  EXPECT_EQ(Change::kMade, change([](Settings& s) { s.unratedGroups[0] = 1; }));
   EXPECT_EQ(Change::kMadeDifference, change([](Settings& s) { s.details.enabled = 1; }));
   EXPECT_EQ(Change::kMade, change([](Settings& s) { s.details.region = 2; }));
   EXPECT_EQ(Change::kNone, change(limit));
   EXPECT_EQ(Change::kMadeDifference, change([](Settings& s) { s.limits.clear(); }));
-  EXPECT_EQ(Change::kMadeDifference, change([](Settings& s) { s.unrated_groups[0] = 0; }));
+  EXPECT_EQ(Change::kMadeDifference, change([](Settings& s) { s.unratedGroups[0] = 0; }));
   EXPECT_EQ(Change::kRefused, parental.change([](Settings&) { return false; }));
 }
 
@@ -326,12 +326,12 @@ class ParentalModuleTest : public testing::Test {
   static void limit(const std::string& text, uint32_t region = 1) {
     EXPECT_EQ(0, AIPC_store_rating(limits(region, text)));
   }
-  static std::string limit_of(uint32_t region) {
+  static std::string limitOf(uint32_t region) {
     AIPC_dime_t read{};
     read.region = region;
     EXPECT_EQ(0, AIPC_retreive_rating(&read));
     EXPECT_EQ(region, read.region);
-    return text_of(read);
+    return textOf(read);
   }
 };
 
@@ -406,17 +406,17 @@ TEST_F(ParentalModuleTest, SettingsAreKeptByTheStoreCallsAlone) {
   EXPECT_EQ(0, AIUP_sync());
   const auto check = [&] {
     const auto settings = Receiver(state).parental().settings();
-    EXPECT_EQ("tv=-2147483648 child=99", text_of(settings->limits_of(1)));
-    EXPECT_EQ("2.3 2.14", text_of(settings->limits_of(255)));
+    EXPECT_EQ("tv=-2147483648 child=99", textOf(settings->limitsOf(1)));
+    EXPECT_EQ("2.3 2.14", textOf(settings->limitsOf(255)));
     EXPECT_EQ(-7, settings->details.preset_mode);
     EXPECT_EQ(2, settings->details.region);
     EXPECT_EQ(4, settings->details.rated);
-    EXPECT_EQ(1, settings->unrated_groups[AIPC_UNRATED_CANADA]);
+    EXPECT_EQ(1, settings->unratedGroups[AIPC_UNRATED_CANADA]);
   };
   check();
   EXPECT_EQ(0, AIUP_sync());
   check();
-  EXPECT_EQ("tv=4", limit_of(1));
+  EXPECT_EQ("tv=4", limitOf(1));
 
   // What no setting can have is refused, with nothing changed.
   AIPC_parental_details bad = given;
@@ -432,7 +432,7 @@ TEST_F(ParentalModuleTest, SettingsAreKeptByTheStoreCallsAlone) {
   EXPECT_EQ(0, AIFW_get_curr_region(&current));
   EXPECT_EQ(255u, current.region);
   EXPECT_EQ(0, AIPC_reset_user_ratings());
-  EXPECT_EQ("", limit_of(1));
+  EXPECT_EQ("", limitOf(1));
   int32_t block = -1;
   EXPECT_EQ(0, AIPC_get_rating_status_unrated_groups(&block, AIPC_UNRATED_CANADA));
   EXPECT_EQ(0, block);

@@ -21,7 +21,7 @@
 // program where the tests run under an emulator.
 class Process {
  public:
-  explicit Process(std::vector<std::string> role, bool keep_errors = false) {
+  explicit Process(std::vector<std::string> role, bool keepErrors = false) {
     char self[4096];
     const ssize_t length = ::readlink("/proc/self/exe", self, sizeof self);
     if (length <= 0) throw std::runtime_error("no own path");
@@ -42,7 +42,7 @@ class Process {
     ::posix_spawn_file_actions_init(&actions);
     for (int fd = 0; fd < 3; ++fd) {
       if (::pipe2(ends[fd], O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
-      if (fd == 2 && !keep_errors) continue;
+      if (fd == 2 && !keepErrors) continue;
       ::posix_spawn_file_actions_adddup2(&actions, ends[fd][fd == 0 ? 0 : 1], fd);
     }
     const int failed =

@@ -48,7 +48,7 @@ std::string latin(const std::string& text) {
 // "fault", or the names of a region and its dimensions with their values.
 std::string told(const Bytes& bytes) {
   RatingRegion region;
-  if (atschost::read_rating_region(bytes.data(), bytes.size(), region)) return "fault";
+  if (atschost::readRatingRegion(bytes.data(), bytes.size(), region)) return "fault";
   std::string all = latin(region.name);
   for (const auto& dimension : region.dimensions) {
     all += "; " + latin(dimension.name) + (dimension.graduated ? " <" : "");
@@ -58,31 +58,31 @@ std::string told(const Bytes& bytes) {
   return all;
 }
 
-Bytes file_content(const fs::path& path) {
+Bytes fileContent(const fs::path& path) {
   std::ifstream file(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), {}};
 }
 Bytes capture(const std::string& name) {
-  return *ATSC_CAPTURES_DIR ? file_content(fs::path(ATSC_CAPTURES_DIR) / name) : Bytes{};
+  return *ATSC_CAPTURES_DIR ? fileContent(fs::path(ATSC_CAPTURES_DIR) / name) : Bytes{};
 }
 
 std::vector<atschost::RatingRegionTable> received(const std::vector<Bytes>& tables) {
   PsipDecoder decoder;
   for (const Bytes& table : tables)
     EXPECT_STREQ(nullptr, decoder.push(0x1FFB, table.data(), table.size()));
-  return decoder.take_rating_regions();
+  return decoder.takeRatingRegions();
 }
 
 // The first table of a capture.
-Bytes captured_table(const Bytes& stream) {
+Bytes capturedTable(const Bytes& stream) {
   PsipDecoder decoder;
   atschost::SectionAssembler assembler;
   for (size_t at = 0; at + 188 <= stream.size(); at += 188) {
-    if (atschost::packet_pid(&stream[at]) != 0x1FFB) continue;
+    if (atschost::packetPid(&stream[at]) != 0x1FFB) continue;
     assembler.push(&stream[at],
                    [&](const uint8_t* s, size_t size) { decoder.push(0x1FFB, s, size); });
   }
-  const auto tables = decoder.take_rating_regions();
+  const auto tables = decoder.takeRatingRegions();
   return tables.empty() ? Bytes{} : tables.front().section;
 }
 
@@ -96,12 +96,12 @@ Bytes cut(const Bytes& whole, size_t size) {
 
 TEST(RatingRegionTable, IsReadWholeOrDropped) {
   const Bytes good = rrt(5, suitability("Elsewhere"));
-  Bytes several = good, other_table = good, longer = good;
+  Bytes several = good, otherTable = good, longer = good;
   several[7] = 1;
-  other_table[0] = 0xCB;
+  otherTable[0] = 0xCB;
   longer.push_back(0);
-  Bytes too_long = text("Long") + Bytes{4};
-  for (int i = 0; i < 4; ++i) too_long = too_long + text(std::string(240, 'x')) + Bytes{0};
+  Bytes tooLong = text("Long") + Bytes{4};
+  for (int i = 0; i < 4; ++i) tooLong = tooLong + text(std::string(240, 'x')) + Bytes{0};
   const struct {
     const char* name;
     Bytes bytes;
@@ -119,16 +119,16 @@ TEST(RatingRegionTable, IsReadWholeOrDropped) {
       {"descriptors past the end", rrt(5, {0, 1, 0, 0xE0, 0xFC, 3, 9, 0}), "fault"},
       {"unknown protocol", section(0xCA, 0xFF05, Bytes{1} + suitability("New")), "fault"},
       {"several sections", sealed(several), "fault"},
-      {"more than 1024 bytes", rrt(5, too_long + text(std::string(40, 'x')) + be16(0xFC00)),
+      {"more than 1024 bytes", rrt(5, tooLong + text(std::string(40, 'x')) + be16(0xFC00)),
        "fault"},
-      {"another table", sealed(other_table), "fault"},
+      {"another table", sealed(otherTable), "fault"},
       {"another length", sealed(longer), "fault"},
       {"nothing", {}, "fault"},
   };
   for (const auto& c : cases) EXPECT_EQ(c.expected, told(c.bytes)) << c.name;
 
   std::mt19937 random(7);
-  for (const Bytes& table : {good, captured_table(capture("sections/rating-region-1.ts"))}) {
+  for (const Bytes& table : {good, capturedTable(capture("sections/rating-region-1.ts"))}) {
     for (size_t size = 12; size < table.size(); ++size)
       EXPECT_EQ("fault", told(cut(table, size))) << size;
     for (int i = 0; i < 5000 && !table.empty(); ++i) {
@@ -144,7 +144,7 @@ TEST(RatingRegionTable, IsReadWholeOrDropped) {
   const Bytes broken = rrt(5, {0, 0, 0xFC, 0}, 2);
   EXPECT_STREQ(nullptr, decoder.push(0x1FFB, good.data(), good.size()));
   EXPECT_STRNE(nullptr, decoder.push(0x1FFB, broken.data(), broken.size()));
-  EXPECT_EQ(good, decoder.take_rating_regions().at(0).section);
+  EXPECT_EQ(good, decoder.takeRatingRegions().at(0).section);
 }
 
 TEST(RatingRegionsTest, AreKeptAcrossRestarts) {
@@ -186,7 +186,7 @@ TEST(RatingRegionsTest, AreKeptAcrossRestarts) {
   EXPECT_EQ((Texts{"1 Own", "2 Canada", "5 Fifth"}), names(again));
   EXPECT_EQ(2, again.region(5)->version);
 
-  const Bytes bytes = file_content(path);
+  const Bytes bytes = fileContent(path);
   const std::string stored(bytes.begin(), bytes.end());
   std::string damaged = stored;
   damaged[damaged.find("\"ca") + 30] ^= 1;  // in the first section

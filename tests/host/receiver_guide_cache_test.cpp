@@ -35,9 +35,9 @@ TEST(GuideCache, UnitesInstancesAndKeepsWhatWasNotRenewed) {
   EXPECT_EQ((Texts{"A", "Bbee"}), events());
   EXPECT_EQ(1000u - 15 + kGpsEpoch, guide.events(kAir, kChannel14, 3)->front().start);
   push(again, kEtt0, ett(3, 2, text("bumble")));
-  const Guide::Change text_change = guide.update(kAir, kChannel14, again.guide(), 15);
-  EXPECT_EQ((std::vector<uint16_t>{}), text_change.events);
-  EXPECT_EQ((std::vector<uint16_t>{3}), text_change.texts);
+  const Guide::Change textChange = guide.update(kAir, kChannel14, again.guide(), 15);
+  EXPECT_EQ((std::vector<uint16_t>{}), textChange.events);
+  EXPECT_EQ((std::vector<uint16_t>{3}), textChange.texts);
   for (int i = 0; i < 3; ++i) push(again, kEit0, eit(8, {{1, 1000, text("Z")}}, 2));
   guide.update(kAir, kChannel14, again.guide(), 15);
   EXPECT_EQ((Texts{}), events()) << "the instance was received, without this service";
@@ -54,7 +54,7 @@ TEST(GuideCache, DoesNotGrowWhileTablesChangeTheirPlace) {
       push(decoder, kEit0 + version, eit(++source, {{1, 100, text("x")}}));
     guide.update(kAir, kChannel14, decoder.guide(), 18);
   }
-  EXPECT_EQ(1000u, guide.source_ids(kAir).size());
+  EXPECT_EQ(1000u, guide.sourceIds(kAir).size());
   EXPECT_EQ(1u, guide.events(kAir, kChannel14, source)->size());
 }
 
@@ -73,8 +73,8 @@ TEST(GuideCache, AScanReadsUntilAllIsKnown) {
   };
   Air air;
   const Guide& guide = atschost::Receiver::instance().guide();
-  const auto events = [&](uint16_t source_id) {
-    return titles(*guide.events(kAir, kChannel17, source_id));
+  const auto events = [&](uint16_t sourceId) {
+    return titles(*guide.events(kAir, kChannel17, sourceId));
   };
   air.write(kAir, kChannel17,
             stream(1, "News", packets(kEit0, {eit(4, {{1, 1000, text("Late")}})}),
@@ -104,18 +104,18 @@ TEST(GuideTuner, ReadsWhatNobodyReceivesAnyMoreAndWhatIsAskedFor) {
   atschost::ServiceList list(state.path());
   atschost::Service service;
   service.key = {5, 1, kChannel14, kAir};
-  std::promise<size_t> read, read_again;  // how many such tables
+  std::promise<size_t> read, readAgain;  // how many such tables
   int asked = 0, reads = 0;
   const auto take = [&](uint32_t, uint32_t, atschost::CarrierResult& found) {
-    if (++reads <= 2) (reads == 1 ? read : read_again).set_value(found.rating_regions.size());
+    if (++reads <= 2) (reads == 1 ? read : readAgain).set_value(found.ratingRegions.size());
   };
   atschost::GuideTuner tuner(list, {[&](uint32_t, uint32_t) { return asked++ == 0; }, take, [] {}});
-  EXPECT_FALSE(tuner.begin_round()) << "nothing is listed";
+  EXPECT_FALSE(tuner.beginRound()) << "nothing is listed";
   list.replace(kAir, kChannel14, {service});
   tuner.start();
   EXPECT_EQ(0u, read.get_future().get());
-  EXPECT_TRUE(tuner.begin_round());
-  EXPECT_EQ(1u, read_again.get_future().get());
+  EXPECT_TRUE(tuner.beginRound());
+  EXPECT_EQ(1u, readAgain.get_future().get());
 }
 
 TEST(GuideCache, AnswersEventByEvent) {
@@ -129,12 +129,12 @@ TEST(GuideCache, AnswersEventByEvent) {
   EXPECT_EQ(0, AIEC_get_total_events(&one, &count));
   EXPECT_EQ(0, count);
 
-  const Bytes long_title = text(segment(0, 0x3F, {0, 'x', 0xD8, 0x3C, 0xDF, 9}));
+  const Bytes longTitle = text(segment(0, 0x3F, {0, 'x', 0xD8, 0x3C, 0xDF, 9}));
   const Bytes ratings = descriptor(0x87, {0xC1, 1, 2, 0, 3, 7, 4, 0});
   PsipDecoder decoder;
   push(decoder, kBase, mgt({{0x0100, kEit0, 1}, {0x0200, kEtt0, 1}}));
   push(decoder, kEit0,
-       eit(3, {{1, 1000, long_title, ratings + descriptor(0xAB, {0xE1, 0x20})},
+       eit(3, {{1, 1000, longTitle, ratings + descriptor(0xAB, {0xE1, 0x20})},
                {2, 2800, text("B")},
                {3, 4600, text("C")}}));
   push(decoder, kEtt0, ett(3, 2, text("bee")));
@@ -144,12 +144,12 @@ TEST(GuideCache, AnswersEventByEvent) {
   EXPECT_EQ(3, count);
   AIEC_event_info events[3] = {};
   Bytes names[3], marks[3];
-  const auto lend = [&](uint16_t name_size) {
+  const auto lend = [&](uint16_t nameSize) {
     for (size_t i = 0; i < 3; ++i) {
       names[i].assign(AIEC_NAME_SIZE, 0xEE);
       marks[i].assign(AIEC_RATING_SIZE, 0xEE);
       events[i] = {};
-      events[i].name = {names[i].data(), name_size, 0};
+      events[i].name = {names[i].data(), nameSize, 0};
       events[i].rating = {marks[i].data(), AIEC_RATING_SIZE, 0};
     }
   };

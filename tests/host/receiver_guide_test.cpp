@@ -27,7 +27,7 @@ class Capture {
     atschost::PacketSync sync;
     std::map<uint16_t, atschost::SectionAssembler> assemblers;
     const auto sink = [&](const uint8_t* packet) {
-      const uint16_t pid = atschost::packet_pid(packet);
+      const uint16_t pid = atschost::packetPid(packet);
       if (!decoder.wants(pid)) return;
       EXPECT_EQ(nullptr, assemblers[pid].push(packet, [&](const uint8_t* s, size_t size) {
         EXPECT_STREQ(nullptr, decoder.push(pid, s, size));
@@ -49,10 +49,10 @@ TEST(GuideText, CompressionsModesAndLanguages) {
   const Bytes rocky = {0xD3, 0x86, 0x32, 0x58};
   const Bytes russian = {0x12, 0x9C, 0xBE, 0xC1, 0xBA, 0xB2, 0xB0};
   // Every kind of tag of single-byte mode, and windows beyond the first plane.
-  const Bytes all_windows = {0x41, 0xDF, 0x12, 0x81, 0x03, 0x5F, 0x10, 0xDF, 0x1B, 0x03, 0xDF, 0x1C,
-                             0x88, 0x80, 0x0B, 0xBF, 0xFF, 0xFF, 0x0D, 0x0A, 0x41, 0x10, 0xDF, 0x12,
-                             0x81, 0x03, 0x5F, 0x10, 0xDF, 0x13, 0xDF, 0x14, 0x80, 0x15, 0xFF};
-  const std::u16string all_windows_text =
+  const Bytes allWindows = {0x41, 0xDF, 0x12, 0x81, 0x03, 0x5F, 0x10, 0xDF, 0x1B, 0x03, 0xDF, 0x1C,
+                            0x88, 0x80, 0x0B, 0xBF, 0xFF, 0xFF, 0x0D, 0x0A, 0x41, 0x10, 0xDF, 0x12,
+                            0x81, 0x03, 0x5F, 0x10, 0xDF, 0x13, 0xDF, 0x14, 0x80, 0x15, 0xFF};
+  const std::u16string allWindowsText =
       u"A\u00DF\u0401\u015F\u00DF\u01DF\uF000\U0010FFFF\r\nA\u00DF\u0401\u015F\u00DF\u01DF\uF000"
       u"\U0010FFFF";
   struct Case {
@@ -69,26 +69,24 @@ TEST(GuideText, CompressionsModesAndLanguages) {
       {"Cyrillic", text(segment(0, 4, {0x1C, 0x3E})), u"\u041C\u043E"},
       {"kana", text(segment(0, 0x30, {0x42})), u"\u3042"},
       {"SCSU", text(segment(0, 0x3E, russian)), u"\u041C\u043E\u0441\u043A\u0432\u0430"},
-      {"SCSU windows", text(segment(0, 0x3E, all_windows)), all_windows_text},
+      {"SCSU windows", text(segment(0, 0x3E, allWindows)), allWindowsText},
       {"SCSU Unicode mode", text(segment(0, 0x3E, {0x0F, 0x53, 0xEF, 0xF0, 0xE0, 1, 0xE1, 'x'})),
        u"\u53EF\uE001x"},
       {"UTF-16 pair in two segments",
-       Bytes{1} + string_of("eng", {segment(0, 0x3F, {0xD8, 0x3C}), segment(0, 0x3F, {0xDF, 9})}),
+       Bytes{1} + stringOf("eng", {segment(0, 0x3F, {0xD8, 0x3C}), segment(0, 0x3F, {0xDF, 9})}),
        u"\U0001F309"},
       {"half a pair, NUL, half a unit",
        text(segment(0, 0x3F, {0xDF, 9, 0, 0, 0xD8, 0x3C, 0, 'x', 0xD8, 0, 1})),
        u"\uFFFD\uFFFDx\uFFFD"},
       {"unknown mode and compressions",
-       Bytes{1} + string_of("eng", {segment(0, 7, {'a'}), segment(3, 0, {'b'}),
-                                    segment(1, 4, rocky), segment(0, 0, {'c'})}),
+       Bytes{1} + stringOf("eng", {segment(0, 7, {'a'}), segment(3, 0, {'b'}), segment(1, 4, rocky),
+                                   segment(0, 0, {'c'})}),
        u"c"},
       {"English before others",
-       Bytes{2} + string_of("spa", {segment(0, 0, {'s'})}) +
-           string_of("ENG", {segment(0, 0, {'e'})}),
+       Bytes{2} + stringOf("spa", {segment(0, 0, {'s'})}) + stringOf("ENG", {segment(0, 0, {'e'})}),
        u"e"},
       {"the first when none is English",
-       Bytes{2} + string_of("fra", {segment(0, 0, {'f'})}) +
-           string_of("spa", {segment(0, 0, {'s'})}),
+       Bytes{2} + stringOf("fra", {segment(0, 0, {'f'})}) + stringOf("spa", {segment(0, 0, {'s'})}),
        u"f"},
       {"longer than wanted", text(std::string(255, 'x')), std::u16string(50, u'x')},
       // Damage.
@@ -100,8 +98,7 @@ TEST(GuideText, CompressionsModesAndLanguages) {
       {"SCSU reserved", text(segment(0, 0x3E, {'a', 0x18, 0xA8, 'b'})), u"a"},
   };
   for (const Case& c : cases) {
-    EXPECT_EQ(utf16(c.expected), atschost::read_text(c.bytes.data(), c.bytes.size(), 100))
-        << c.name;
+    EXPECT_EQ(utf16(c.expected), atschost::readText(c.bytes.data(), c.bytes.size(), 100)) << c.name;
   }
   std::mt19937 random(4);
   for (int i = 0; i < 3000; ++i) {
@@ -109,7 +106,7 @@ TEST(GuideText, CompressionsModesAndLanguages) {
     for (uint8_t& byte : noise) byte = static_cast<uint8_t>(random());
     const Bytes bytes = i % 3 ? text(segment(static_cast<uint8_t>(i % 3), 0, noise))
                               : text(segment(0, 0x3E, noise));
-    EXPECT_LE(atschost::read_text(bytes.data(), bytes.size(), 100).size(), 100u);
+    EXPECT_LE(atschost::readText(bytes.data(), bytes.size(), 100).size(), 100u);
   }
 }
 
@@ -160,7 +157,7 @@ TEST(GuideText, Ratings) {
     const Bytes bytes = Bytes{static_cast<uint8_t>(0xC0 | c.regions)} + c.bytes;
     Texts ratings, plain;
     std::vector<atschost::Advisory> advisories;
-    atschost::read_content_advisory(bytes.data(), bytes.size(), ratings, advisories);
+    atschost::readContentAdvisory(bytes.data(), bytes.size(), ratings, advisories);
     for (const std::string& rating : ratings) plain.push_back(ascii(rating));
     EXPECT_EQ(c.expected, plain) << c.name;
     std::string told;
@@ -179,15 +176,15 @@ TEST(GuideCapture, Boston) {
   SKIP_WITHOUT(capture);
   PsipDecoder decoder;
   capture.read(decoder);
-  EXPECT_TRUE(decoder.guide_complete());
+  EXPECT_TRUE(decoder.guideComplete());
   Guide guide;
   EXPECT_EQ((std::vector<uint16_t>{1, 2, 3, 4}),
-            guide.update(kAir, 503000000, decoder.guide(), decoder.gps_utc_offset()).events);
+            guide.update(kAir, 503000000, decoder.guide(), decoder.gpsUtcOffset()).events);
   std::map<std::string, int> ratings;
   int captioned = 0;
   std::vector<size_t> counts;
-  for (const uint16_t source_id : {1, 2, 3, 4}) {
-    const auto events = guide.events(kAir, 503000000, source_id);
+  for (const uint16_t sourceId : {1, 2, 3, 4}) {
+    const auto events = guide.events(kAir, 503000000, sourceId);
     counts.push_back(events->size());
     for (const ShownEvent& e : *events) {
       ++ratings[ascii(e.event.rating)];
@@ -210,28 +207,28 @@ TEST(GuideCapture, ThreePrograms) {
   const Capture capture("sections/three-programs-psip.ts");
   SKIP_WITHOUT(capture);
   PsipDecoder decoder;
-  for (const bool all_is_known : {false, true}) {
+  for (const bool allIsKnown : {false, true}) {
     capture.read(decoder);
-    EXPECT_FALSE(decoder.guide_complete()) << "its MGT announces what is not sent";
-    decoder.end_pass();
-    EXPECT_EQ(all_is_known, decoder.guide_complete());
+    EXPECT_FALSE(decoder.guideComplete()) << "its MGT announces what is not sent";
+    decoder.endPass();
+    EXPECT_EQ(allIsKnown, decoder.guideComplete());
   }
   Guide guide;
-  guide.update(kAir, kChannel14, decoder.guide(), decoder.gps_utc_offset());
-  std::map<uint16_t, std::string> with_text;  // the hours that have one
-  for (const uint16_t source_id : {3, 4, 5}) {
-    const auto events = guide.events(kAir, kChannel14, source_id);
+  guide.update(kAir, kChannel14, decoder.guide(), decoder.gpsUtcOffset());
+  std::map<uint16_t, std::string> withText;  // the hours that have one
+  for (const uint16_t sourceId : {3, 4, 5}) {
+    const auto events = guide.events(kAir, kChannel14, sourceId);
     ASSERT_EQ(7u, events->size());
     for (size_t i = 0; i < events->size(); ++i) {
       const ShownEvent& e = (*events)[i];
       EXPECT_EQ(1776877200u + 3600 * i, e.start);  // from 2026-04-22 17:00:00 UTC on
       EXPECT_EQ(3600u, e.event.duration);
       EXPECT_EQ("Simulated PSIP", ascii(e.event.title));
-      with_text[source_id] += e.description.empty() ? '-' : 'x';
+      withText[sourceId] += e.description.empty() ? '-' : 'x';
     }
   }
   EXPECT_EQ((std::map<uint16_t, std::string>{{3, "--xxxxx"}, {4, "----xxx"}, {5, "---xxx-"}}),
-            with_text);
+            withText);
 }
 
 TEST(GuideCapture, Alert) {
@@ -239,12 +236,12 @@ TEST(GuideCapture, Alert) {
   SKIP_WITHOUT(alert);
   PsipDecoder decoder;
   alert.read(decoder);
-  const auto received = decoder.take_alert();
+  const auto received = decoder.takeAlert();
   ASSERT_TRUE(received);
   EXPECT_EQ("REQUIRED WEEKLY TEST", ascii(received->text));
-  EXPECT_EQ("EAS RWT", received->originator + " " + received->event_code);
+  EXPECT_EQ("EAS RWT", received->originator + " " + received->eventCode);
   EXPECT_EQ(15, received->priority);
-  EXPECT_EQ(29, received->time_remaining);
+  EXPECT_EQ(29, received->timeRemaining);
   EXPECT_EQ(15, received->duration);
 }
 
@@ -256,14 +253,14 @@ TEST(GuideTables, NewVersionsReplaceWhenWhole) {
   EXPECT_TRUE(decoder.wants(kEit0));
   push(decoder, kEit0, eit(3, {{1, 100, text("one")}}));
   EXPECT_EQ((Texts{"0 3 one"}), titles(decoder.guide()));
-  EXPECT_TRUE(decoder.take_guide_change());
+  EXPECT_TRUE(decoder.takeGuideChange());
 
   push(decoder, kEit0, eit(3, {{1, 100, text("next")}}, 2, false));
   EXPECT_STRNE(nullptr, push(decoder, kEit0, eit(3, {{1, 100, text("other")}})));
-  push(decoder, kEit0, in_parts(eit(3, {{3, 300, text("second")}}, 2), 1, 1));
+  push(decoder, kEit0, inParts(eit(3, {{3, 300, text("second")}}, 2), 1, 1));
   EXPECT_EQ((Texts{"0 3 one"}), titles(decoder.guide()));
-  EXPECT_FALSE(decoder.take_guide_change());
-  push(decoder, kEit0, in_parts(eit(3, {{2, 200, text("first")}}, 2), 0, 1));
+  EXPECT_FALSE(decoder.takeGuideChange());
+  push(decoder, kEit0, inParts(eit(3, {{2, 200, text("first")}}, 2), 0, 1));
   EXPECT_EQ((Texts{"0 3 first", "0 3 second"}), titles(decoder.guide()));
 
   // Texts beside them on the same PID, all of one table_id_extension.
@@ -277,33 +274,33 @@ TEST(GuideTables, NewVersionsReplaceWhenWhole) {
 
 TEST(GuideTables, CompleteWhenEveryPidRepeatedItself) {
   PsipDecoder decoder;
-  const Bytes first = in_parts(eit(3, {{1, 100, text("a")}}), 0, 1);
-  const Bytes second = in_parts(eit(3, {{2, 200, text("b")}}), 1, 1);
+  const Bytes first = inParts(eit(3, {{1, 100, text("a")}}), 0, 1);
+  const Bytes second = inParts(eit(3, {{2, 200, text("b")}}), 1, 1);
   const Bytes message = ett(3, 1, text("c"));
   push(decoder, kBase, mgt({{0x0100, kEit0, 1}, {0x0200, kEtt0, 1}}));
   for (const Bytes& table : {first, first}) push(decoder, kEit0, table);
   for (const Bytes& table : {message, message}) push(decoder, kEtt0, table);
-  EXPECT_FALSE(decoder.guide_complete());
+  EXPECT_FALSE(decoder.guideComplete());
   push(decoder, kEit0, second);
-  EXPECT_TRUE(decoder.guide_complete());
+  EXPECT_TRUE(decoder.guideComplete());
   push(decoder, kBase, mgt({{0x0100, kEit0, 1}, {0x0200, kEtt0, 2}}, 2));
-  EXPECT_FALSE(decoder.guide_complete());
+  EXPECT_FALSE(decoder.guideComplete());
   for (const Bytes& table : {message, message}) push(decoder, kEtt0, table);
-  EXPECT_TRUE(decoder.guide_complete());
+  EXPECT_TRUE(decoder.guideComplete());
 
   // Nothing comes on one PID, and a table is never whole.
   push(decoder, kBase, mgt({{0x0100, kEit0, 2}, {0x0101, kEit1, 1}, {0x0200, kEtt0, 2}}, 3));
   for (const Bytes& table : {first, first}) push(decoder, kEit0, table);
-  decoder.give_up_silent();
-  EXPECT_FALSE(decoder.guide_complete()) << "half a table is not silence";
+  decoder.giveUpSilent();
+  EXPECT_FALSE(decoder.guideComplete()) << "half a table is not silence";
   push(decoder, kEit0, second);
-  EXPECT_TRUE(decoder.guide_complete());
+  EXPECT_TRUE(decoder.guideComplete());
   push(decoder, kBase, mgt({{0x0100, kEit0, 3}, {0x0101, kEit1, 1}, {0x0200, kEtt0, 2}}, 4));
   push(decoder, kEit0, first);
-  decoder.end_pass();
-  EXPECT_FALSE(decoder.guide_complete());
-  decoder.end_pass();
-  EXPECT_TRUE(decoder.guide_complete() && decoder.guide_settled());
+  decoder.endPass();
+  EXPECT_FALSE(decoder.guideComplete());
+  decoder.endPass();
+  EXPECT_TRUE(decoder.guideComplete() && decoder.guideSettled());
 }
 
 TEST(GuideTables, TheMgtRenumbersDropsAndRenews) {
@@ -337,24 +334,24 @@ TEST(GuideTables, TheMgtRenumbersDropsAndRenews) {
 TEST(GuideTables, TimeAndAlerts) {
   PsipDecoder decoder;
   push(decoder, kBase, section(0xCD, 0, Bytes{0} + be32(1000000018) + Bytes{18, 0x8E, 2}));
-  const auto time = decoder.take_system_time();
+  const auto time = decoder.takeSystemTime();
   ASSERT_TRUE(time);
-  EXPECT_FALSE(decoder.take_system_time());
-  EXPECT_EQ(1000000000u + kGpsEpoch, time->unix_seconds());
-  EXPECT_TRUE(time->daylight_status);
-  EXPECT_EQ(14, time->daylight_day_of_month);
-  EXPECT_EQ(2, time->daylight_hour);
+  EXPECT_FALSE(decoder.takeSystemTime());
+  EXPECT_EQ(1000000000u + kGpsEpoch, time->unixSeconds());
+  EXPECT_TRUE(time->daylightStatus);
+  EXPECT_EQ(14, time->daylightDayOfMonth);
+  EXPECT_EQ(2, time->daylightHour);
 
   const auto alert = [](unsigned sequence, const Bytes& message) {
-    const Bytes body = Bytes{0, 0, 9, 'C', 'I', 'V'} + counted(bytes_of("TOR")) +
+    const Bytes body = Bytes{0, 0, 9, 'C', 'I', 'V'} + counted(bytesOf("TOR")) +
                        counted(text("Tornado")) + Bytes{30} + be32(0) + be16(15) + be16(0xF00B) +
                        Bytes(8) + be16(message.size()) + message + Bytes{0, 0} + be16(0xFC00);
     return section(0xD8, 0, body, sequence);
   };
   push(decoder, kBase, alert(4, {}));
-  EXPECT_EQ("Tornado", ascii(decoder.take_alert().value().text));
+  EXPECT_EQ("Tornado", ascii(decoder.takeAlert().value().text));
   push(decoder, kBase, alert(5, text("Take cover")));
-  EXPECT_EQ("Take cover", ascii(decoder.take_alert().value().text));
+  EXPECT_EQ("Take cover", ascii(decoder.takeAlert().value().text));
 }
 
 TEST(GuideTables, SurviveHostileSections) {
@@ -386,9 +383,9 @@ TEST(GuideTables, SurviveHostileSections) {
   EXPECT_STRNE(nullptr,
                push(decoder, kEit0, eit(6, {{1, 100, text("kept"), descriptor(0x86, {0xE1})}})));
   EXPECT_FALSE(decoder.guide().eits.at({0, 6}).at(0).captions);
-  Bytes too_many = eit(5, {{1, 100, text("lost")}});
-  too_many[9] = 200;
-  EXPECT_STRNE(nullptr, push(decoder, kEit0, sealed(too_many)));
+  Bytes tooMany = eit(5, {{1, 100, text("lost")}});
+  tooMany[9] = 200;
+  EXPECT_STRNE(nullptr, push(decoder, kEit0, sealed(tooMany)));
   EXPECT_EQ(0u, decoder.guide().eits.count({0, 5}));
 
   // Texts without end are not all kept.

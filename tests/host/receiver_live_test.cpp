@@ -51,9 +51,9 @@ struct Reported {
   AFW_event_t event;
   std::optional<AIFW_time_data> time;
   std::string text;  // ASCII part
-  std::vector<uint32_t> source_ids;
-  uint8_t alert_priority = 0;
-  uint16_t guide_events = 0;  // of the first terrestrial service
+  std::vector<uint32_t> sourceIds;
+  uint8_t alertPriority = 0;
+  uint16_t guideEvents = 0;  // of the first terrestrial service
 };
 
 class EventLog {
@@ -68,7 +68,7 @@ class EventLog {
     log_.clear();
   }
   // Waits for an event and takes it with all before it.
-  std::vector<Reported> take_until(AFW_event_t event) {
+  std::vector<Reported> takeUntil(AFW_event_t event) {
     std::unique_lock<std::mutex> lock(mutex_);
     auto end = log_.begin();
     changed_.wait_for(lock, seconds(60), [&] {
@@ -90,7 +90,7 @@ class EventLog {
   std::condition_variable changed_;
   std::vector<Reported> log_;
 };
-EventLog event_log;
+EventLog eventLog;
 
 std::string ascii(const multiple_lang_t& text) {
   std::string letters;
@@ -104,22 +104,22 @@ void record(AFW_event_t event, void* data) {
     reported.time = *static_cast<AIFW_time_data*>(data);
   if (event == AFW_EAS_START_BLOCKING || event == AFW_EAS_START_NON_BLOCKING) {
     reported.text = ascii(*static_cast<multiple_lang_t*>(data));
-    AIFW_get_EAS_priority(&reported.alert_priority);
+    AIFW_get_EAS_priority(&reported.alertPriority);
   }
   if (event == AFW_EPG_UPDATE) {
     AIFW_event_update_data update{};
     EXPECT_EQ(0, AIFW_get_event_update_data(&update));
-    reported.source_ids.assign(update.source_ids, update.source_ids + update.count);
+    reported.sourceIds.assign(update.source_ids, update.source_ids + update.count);
     if (const std::vector<Row> list = rows(kAir); !list.empty())
-      AIEC_get_total_events(&list[0].info, &reported.guide_events);
+      AIEC_get_total_events(&list[0].info, &reported.guideEvents);
   }
-  event_log.add(std::move(reported));
+  eventLog.add(std::move(reported));
 }
 
-Events events_of(const std::vector<Reported>& log, const Events& of_interest) {
+Events eventsOf(const std::vector<Reported>& log, const Events& ofInterest) {
   Events events;
   for (const Reported& r : log)
-    if (std::count(of_interest.begin(), of_interest.end(), r.event)) events.push_back(r.event);
+    if (std::count(ofInterest.begin(), ofInterest.end(), r.event)) events.push_back(r.event);
   return events;
 }
 
@@ -129,7 +129,7 @@ const Events kServiceEvents{AFW_SERVICE_DELETED, AFW_SERVICE_ADDED, AFW_SERVICE_
 // PSIP of one service, source id 3, with two programmes.
 constexpr uint32_t kStart = 1200000000;
 constexpr uint8_t kOffset = 17;
-Bytes guide_stream(unsigned version = 1, const std::string& title = "News") {
+Bytes guideStream(unsigned version = 1, const std::string& title = "News") {
   return packets(0x1FFB, {vct(0xC8, {{"GOOD", 5, 1, 3}}), psip::stt(kStart + 60, kOffset),
                           psip::mgt({{0x100, 0x1D00}, {0x200, 0x1D01}}, version)}) +
          packets(0x1D00, {psip::eit(3, {{1, kStart, 3600, title}, {2, kStart + 3600, 60, "Film"}},
@@ -143,16 +143,16 @@ Bytes named(const std::vector<std::pair<unsigned, std::string>>& channels, unsig
 }
 
 std::promise<void> called;
-void never_return(AFW_event_t, void*) {
+void neverReturn(AFW_event_t, void*) {
   called.set_value();
   std::promise<void>().get_future().wait();
 }
 
 // Runs before other suites, in a process without a receiver.
 TEST(ReceiverLiveDeathTest, ExitIsCleanWhileAStreamPlaysAndACallbackIsStuck) {
-  for (const AIFW_app_callback callback : {record, never_return}) {
+  for (const AIFW_app_callback callback : {record, neverReturn}) {
     Air air;
-    air.write(kAir, kChannel14, guide_stream());
+    air.write(kAir, kChannel14, guideStream());
     EXPECT_EXIT(
         {
           AIFW_init(0);
@@ -160,7 +160,7 @@ TEST(ReceiverLiveDeathTest, ExitIsCleanWhileAStreamPlaysAndACallbackIsStuck) {
           scan(kAir, kChannel14);
           const int played = AIFW_play_first_service(kAir, 0);
           if (callback == record) {
-            event_log.take_until(AFW_EPG_COMPLETE);
+            eventLog.takeUntil(AFW_EPG_COMPLETE);
           } else {
             called.get_future().wait();
           }
@@ -179,7 +179,7 @@ class ReceiverLiveTest : public testing::Test {
     scan(kCable);
     scan(kCable, 75000000);  // by now all is told of the others
     AIFW_register_frmwrk_app_cb(record);
-    event_log.clear();
+    eventLog.clear();
   }
   void TearDown() override {
     AIFW_stop_curr_src();
@@ -190,9 +190,9 @@ class ReceiverLiveTest : public testing::Test {
     const uint32_t frequency = source == kCable ? 123000000 : kChannel14;
     air_.write(source, frequency, stream);
     scan(source, frequency);
-    event_log.take_until(AFW_SERVICE_BUILD_COMPLETED);
+    eventLog.takeUntil(AFW_SERVICE_BUILD_COMPLETED);
     ASSERT_EQ(0, AIFW_play_first_service(source, frequency));
-    event_log.take_until(AFW_CHANNEL_PLAY_SUCCESS);
+    eventLog.takeUntil(AFW_CHANNEL_PLAY_SUCCESS);
   }
   Air air_;
 };
@@ -201,16 +201,16 @@ TEST_F(ReceiverLiveTest, TuningTellsLockTimeAndGuideInOrder) {
   air_.write(kAir, kChannel16, named({{1, "GOOD"}}));
   scan(kAir, kChannel16);
   EXPECT_EQ(Events{AFW_SERVICE_BUILD_COMPLETED},
-            events_of(event_log.take_until(AFW_SERVICE_BUILD_COMPLETED), kServiceEvents));
-  air_.write(kAir, kChannel16, guide_stream());
+            eventsOf(eventLog.takeUntil(AFW_SERVICE_BUILD_COMPLETED), kServiceEvents));
+  air_.write(kAir, kChannel16, guideStream());
   ASSERT_EQ(0, AIFW_play_first_service(kAir, 0));
-  const std::vector<Reported> log = event_log.take_until(AFW_EPG_COMPLETE);
-  const Events in_order{AFW_TUNER_LOCKED, AFW_CHANNEL_PLAY_SUCCESS, AFW_STT_UPDATE,  AFW_EIT_UPDATE,
-                        AFW_ETT_UPDATE,   AFW_EPG_UPDATE,           AFW_EPG_COMPLETE};
-  EXPECT_EQ(in_order, events_of(log, in_order));
+  const std::vector<Reported> log = eventLog.takeUntil(AFW_EPG_COMPLETE);
+  const Events inOrder{AFW_TUNER_LOCKED, AFW_CHANNEL_PLAY_SUCCESS, AFW_STT_UPDATE,  AFW_EIT_UPDATE,
+                       AFW_ETT_UPDATE,   AFW_EPG_UPDATE,           AFW_EPG_COMPLETE};
+  EXPECT_EQ(inOrder, eventsOf(log, inOrder));
   const Reported& update = log[log.size() - 2];
-  EXPECT_EQ(std::vector<uint32_t>{3}, update.source_ids);
-  EXPECT_EQ(2, update.guide_events);
+  EXPECT_EQ(std::vector<uint32_t>{3}, update.sourceIds);
+  EXPECT_EQ(2, update.guideEvents);
   for (const Reported& r : log) {
     if (!r.time) continue;
     EXPECT_EQ(kStart + 60, r.time->system_time);
@@ -221,13 +221,13 @@ TEST_F(ReceiverLiveTest, TuningTellsLockTimeAndGuideInOrder) {
   EXPECT_LT(now - (kStart + 60 - kOffset + kEpoch), 60u);
 
   // Another version of the guide. The time was told, and is not again.
-  air_.write(kAir, kChannel16, guide_stream(2, "Weather"));
+  air_.write(kAir, kChannel16, guideStream(2, "Weather"));
   EXPECT_EQ((Events{AFW_STT_UPDATE, AFW_EIT_UPDATE, AFW_EPG_UPDATE, AFW_EPG_COMPLETE}),
-            events_of(event_log.take_until(AFW_EPG_COMPLETE), in_order));
+            eventsOf(eventLog.takeUntil(AFW_EPG_COMPLETE), inOrder));
 
   // The clock comes to where the next programme begins.
   ATSC_host_set_clock(kStart + 3600 - kOffset + kEpoch - 1);
-  event_log.take_until(AFW_EVENT_TRANSITION);
+  eventLog.takeUntil(AFW_EVENT_TRANSITION);
 }
 
 TEST_F(ReceiverLiveTest, ServicesThatChangeOnTheAirAreListedAndTold) {
@@ -235,7 +235,7 @@ TEST_F(ReceiverLiveTest, ServicesThatChangeOnTheAirAreListedAndTold) {
   air_.write(kAir, kChannel14, named({{1, "RENAMED"}, {3, "NEW"}}, 2));
   EXPECT_EQ((Events{AFW_SERVICE_DELETED, AFW_SERVICE_ADDED, AFW_SERVICE_UPDATE,
                     AFW_SERVICE_BUILD_COMPLETED}),
-            events_of(event_log.take_until(AFW_SERVICE_BUILD_COMPLETED), kServiceEvents));
+            eventsOf(eventLog.takeUntil(AFW_SERVICE_BUILD_COMPLETED), kServiceEvents));
   EXPECT_EQ((Texts{"5-1 RENAMED", "5-3 NEW"}), labels(kAir));
 
   // A version that is broken, then no table at all: nothing is known to be gone.
@@ -244,20 +244,20 @@ TEST_F(ReceiverLiveTest, ServicesThatChangeOnTheAirAreListedAndTold) {
   for (const Bytes& stream : {packets(0x1FFB, {broken, psip::stt(kStart, kOffset)}),
                               packets(0x1FFB, {psip::stt(kStart, kOffset)})}) {
     air_.write(kAir, kChannel14, stream);
-    event_log.take_until(AFW_STT_UPDATE);
+    eventLog.takeUntil(AFW_STT_UPDATE);
   }
   air_.write(kAir, kChannel14,
              named({{1, "RENAMED"}, {3, "NEW"}}, 4) + packets(0, {pat({{3, 0x30}})}) +
                  packets(0x30, {pmt(3, {{2, 49, {}}})}));
   EXPECT_EQ((Events{AFW_SERVICE_UPDATE, AFW_SERVICE_BUILD_COMPLETED}),
-            events_of(event_log.take_until(AFW_SERVICE_BUILD_COMPLETED), kServiceEvents));
+            eventsOf(eventLog.takeUntil(AFW_SERVICE_BUILD_COMPLETED), kServiceEvents));
   EXPECT_EQ((Texts{"49  2"}), streams(rows(kAir)[0]));
 
   // A PMT that never comes does not hold up the others' names.
   air_.write(kAir, kChannel14,
              named({{1, "AGAIN"}, {3, "NEW"}}, 5) + packets(0, {pat({{3, 0x30}, {5, 0x31}})}) +
                  packets(0x30, {pmt(3, {{2, 49, {}}})}));
-  event_log.take_until(AFW_SERVICE_BUILD_COMPLETED);
+  eventLog.takeUntil(AFW_SERVICE_BUILD_COMPLETED);
   EXPECT_EQ((Texts{"5-1 AGAIN", "5-3 NEW"}), labels(kAir));
 }
 
@@ -266,39 +266,39 @@ TEST_F(ReceiverLiveTest, AServiceThatComesLaterBringsItsGuide) {
                       packets(0x1D00, {psip::eit(3, {{1, kStart, 3600, "Known"}})});
   air_.write(kAir, kChannel14, guide + named({{2, "GOOD"}}));
   scan(kAir, kChannel14);
-  event_log.take_until(AFW_EPG_COMPLETE);
+  eventLog.takeUntil(AFW_EPG_COMPLETE);
   air_.write(kAir, kChannel14, guide + named({{1, "MORE"}, {2, "GOOD"}}));
   ASSERT_EQ(0, AIFW_play_first_service(kAir, 0));
-  event_log.take_until(AFW_SERVICE_BUILD_COMPLETED);
-  EXPECT_EQ(std::vector<uint32_t>{3}, event_log.take_until(AFW_EPG_UPDATE).back().source_ids);
+  eventLog.takeUntil(AFW_SERVICE_BUILD_COMPLETED);
+  EXPECT_EQ(std::vector<uint32_t>{3}, eventLog.takeUntil(AFW_EPG_UPDATE).back().sourceIds);
 }
 
 TEST_F(ReceiverLiveTest, TimesThatContradictEachOtherAreToldOnceASecond) {
   const Bytes both = packets(0x1FFB, {psip::stt(kStart, 15), psip::stt(kStart, 16)});
   const auto begin = std::chrono::steady_clock::now();
   play(kAir, named({{1, "GOOD"}}) + both + both + both);
-  for (int i = 0; i < 2; ++i) event_log.take_until(AFW_STT_UPDATE);
+  for (int i = 0; i < 2; ++i) eventLog.takeUntil(AFW_STT_UPDATE);
   EXPECT_GE(std::chrono::steady_clock::now() - begin, seconds(1));
 }
 
 TEST_F(ReceiverLiveTest, ACarrierThatGoesAndComesBackIsNoticed) {
   ATSC_host_set_fast(0);
-  const Bytes stream = guide_stream();
+  const Bytes stream = guideStream();
   play(kAir, stream);
   fs::remove(air_.path(kAir, kChannel14));
-  const Events lock_events{AFW_TUNER_LOCKED, AFW_TUNER_UNLOCKED, AFW_CHANNEL_PLAY_SUCCESS,
-                           AFW_CHANNEL_PLAY_FAILURE};
+  const Events lockEvents{AFW_TUNER_LOCKED, AFW_TUNER_UNLOCKED, AFW_CHANNEL_PLAY_SUCCESS,
+                          AFW_CHANNEL_PLAY_FAILURE};
   EXPECT_EQ((Events{AFW_TUNER_UNLOCKED, AFW_CHANNEL_PLAY_FAILURE}),
-            events_of(event_log.take_until(AFW_CHANNEL_PLAY_FAILURE), lock_events));
+            eventsOf(eventLog.takeUntil(AFW_CHANNEL_PLAY_FAILURE), lockEvents));
   EXPECT_NE(0, AIFW_play_first_service(kAir, 0));
-  event_log.take_until(AFW_CHANNEL_PLAY_FAILURE);
+  eventLog.takeUntil(AFW_CHANNEL_PLAY_FAILURE);
   air_.write(kAir, kChannel14, stream);
   EXPECT_EQ((Events{AFW_TUNER_LOCKED, AFW_CHANNEL_PLAY_SUCCESS}),
-            events_of(event_log.take_until(AFW_CHANNEL_PLAY_SUCCESS), lock_events));
+            eventsOf(eventLog.takeUntil(AFW_CHANNEL_PLAY_SUCCESS), lockEvents));
 
   // Cut off in the middle, in its place.
   fs::resize_file(air_.path(kAir, kChannel14), 100);
-  event_log.take_until(AFW_CHANNEL_PLAY_FAILURE);
+  eventLog.takeUntil(AFW_CHANNEL_PLAY_FAILURE);
   EXPECT_EQ((Texts{"5-1 GOOD"}), labels(kAir));
 }
 
@@ -306,21 +306,21 @@ TEST_F(ReceiverLiveTest, TheGuideOfOtherCarriersIsKeptToo) {
   air_.write(kAir, kChannel14, named({{1, "GOOD"}}));
   scan(kAir, kChannel14);
   ASSERT_EQ(0, AIFW_init(0));
-  event_log.take_until(AFW_SERVICE_BUILD_COMPLETED);
-  air_.write(kAir, kChannel14, guide_stream(1, "Other news"));
-  const std::vector<Reported> log = event_log.take_until(AFW_EPG_COMPLETE);
+  eventLog.takeUntil(AFW_SERVICE_BUILD_COMPLETED);
+  air_.write(kAir, kChannel14, guideStream(1, "Other news"));
+  const std::vector<Reported> log = eventLog.takeUntil(AFW_EPG_COMPLETE);
   ASSERT_GE(log.size(), 2u);
-  EXPECT_EQ(std::vector<uint32_t>{3}, log[log.size() - 2].source_ids);
-  EXPECT_EQ(2, log[log.size() - 2].guide_events);
+  EXPECT_EQ(std::vector<uint32_t>{3}, log[log.size() - 2].sourceIds);
+  EXPECT_EQ(2, log[log.size() - 2].guideEvents);
 
   // A scan keeps it, too.
   air_.write(kAir, 57000000,
              packets(0x1FFB, {vct(0xC8, {{"OTHER", 6, 1, 8}}), psip::mgt({{0x100, 0x1D00}})}) +
                  packets(0x1D00, {psip::eit(8, {{1, kStart, 3600, "Show"}})}));
   scan(kAir, 57000000);
-  const std::vector<Reported> scanned = event_log.take_until(AFW_EPG_COMPLETE);
+  const std::vector<Reported> scanned = eventLog.takeUntil(AFW_EPG_COMPLETE);
   EXPECT_EQ((Events{AFW_SERVICE_BUILD_COMPLETED, AFW_EPG_UPDATE, AFW_EPG_COMPLETE}),
-            events_of(scanned, {AFW_SERVICE_BUILD_COMPLETED, AFW_EPG_UPDATE, AFW_EPG_COMPLETE}));
+            eventsOf(scanned, {AFW_SERVICE_BUILD_COMPLETED, AFW_EPG_UPDATE, AFW_EPG_COMPLETE}));
 
   // An MGT that keeps changing leaves a guide incomplete.
   for (const unsigned last : {0x1D02, 0x1D01}) {
@@ -330,19 +330,19 @@ TEST_F(ReceiverLiveTest, TheGuideOfOtherCarriersIsKeptToo) {
                    packets(0x1D00, {psip::eit(8, {{1, kStart + last, 3600, "Film"}})}) +
                    packets(0x1FFB, {psip::mgt({{0x100, 0x1D00}, {0x101, last}})}));
     scan(kAir, 57000000);
-    event_log.take_until(AFW_EPG_UPDATE);
+    eventLog.takeUntil(AFW_EPG_UPDATE);
   }
   EXPECT_EQ(Events{AFW_EPG_COMPLETE},
-            events_of(event_log.take_until(AFW_EPG_COMPLETE), {AFW_EPG_UPDATE, AFW_EPG_COMPLETE}));
+            eventsOf(eventLog.takeUntil(AFW_EPG_COMPLETE), {AFW_EPG_UPDATE, AFW_EPG_COMPLETE}));
 
   // Whoever keeps the guide of the current source alone is told when that is another one, and when
   // it begins to listen.
   play(kCable, packets(0x1FFB, {vct(0xC9, {{"CABLE", 7, 1, 9}})}));
   ASSERT_EQ(0, AIFW_play_first_service(kAir, 57000000));
-  EXPECT_EQ((std::vector<uint32_t>{3, 8}), event_log.take_until(AFW_EPG_UPDATE).back().source_ids);
+  EXPECT_EQ((std::vector<uint32_t>{3, 8}), eventLog.takeUntil(AFW_EPG_UPDATE).back().sourceIds);
   AIFW_register_frmwrk_app_cb(nullptr);
   AIFW_register_frmwrk_app_cb(record);
-  EXPECT_EQ((std::vector<uint32_t>{3, 8}), event_log.take_until(AFW_EPG_UPDATE).back().source_ids);
+  EXPECT_EQ((std::vector<uint32_t>{3, 8}), eventLog.takeUntil(AFW_EPG_UPDATE).back().sourceIds);
 }
 
 TEST_F(ReceiverLiveTest, AnAlertOfTheStreamIsReported) {
@@ -351,25 +351,25 @@ TEST_F(ReceiverLiveTest, AnAlertOfTheStreamIsReported) {
   std::ifstream file(capture, std::ios::binary);
   const Bytes alert{std::istreambuf_iterator<char>(file), {}};
   play(kCable, packets(0x1FFB, {vct(0xC9, {{"CABLE", 7, 1, 3}})}) + alert);
-  const Reported start = event_log.take_until(AFW_EAS_START_BLOCKING).back();
+  const Reported start = eventLog.takeUntil(AFW_EAS_START_BLOCKING).back();
   EXPECT_EQ("REQUIRED WEEKLY TEST", start.text);
-  EXPECT_EQ(15, start.alert_priority);
+  EXPECT_EQ(15, start.alertPriority);
   AIFW_stop_curr_src();
-  event_log.take_until(AFW_EAS_STOP);
+  eventLog.takeUntil(AFW_EAS_STOP);
 }
 
 std::promise<void> stuck;
-std::promise<void> go_on;
-void wait_once(AFW_event_t event, void* data) {
+std::promise<void> goOn;
+void waitOnce(AFW_event_t event, void* data) {
   if (event == AFW_CHANNEL_PLAY_SUCCESS) {
     stuck.set_value();
-    go_on.get_future().wait();
+    goOn.get_future().wait();
   }
   record(event, data);
 }
 
 TEST_F(ReceiverLiveTest, ASlowCallbackDelaysEventsOnly) {
-  AIFW_register_frmwrk_app_cb(wait_once);
+  AIFW_register_frmwrk_app_cb(waitOnce);
   air_.write(kAir, kChannel14, named({{1, "GOOD"}}));
   scan(kAir, kChannel14);
   ASSERT_EQ(0, AIFW_play_first_service(kAir, 0));
@@ -379,8 +379,8 @@ TEST_F(ReceiverLiveTest, ASlowCallbackDelaysEventsOnly) {
   while (labels(kAir) != Texts{"5-1 RENAMED"} && std::chrono::steady_clock::now() < deadline)
     std::this_thread::yield();
   EXPECT_EQ((Texts{"5-1 RENAMED"}), labels(kAir));
-  go_on.set_value();
-  event_log.take_until(AFW_SERVICE_UPDATE);
+  goOn.set_value();
+  eventLog.takeUntil(AFW_SERVICE_UPDATE);
 }
 
 TEST(ReceiverEventsTest, UpdatesAreSplitAndBelongToTheirEvent) {
@@ -389,15 +389,15 @@ TEST(ReceiverEventsTest, UpdatesAreSplitAndBelongToTheirEvent) {
   EventQueue events;
   queue = &events;
   events.raise(AFW_EPG_COMPLETE);  // nobody listens
-  events.set_callback([](AFW_event_t event, void*) {
+  events.setCallback([](AFW_event_t event, void*) {
     static std::vector<uint32_t> counts;
     if (event == AFW_EPG_COMPLETE) done.set_value(counts);
-    counts.push_back(queue->update_data().count);
+    counts.push_back(queue->updateData().count);
     throw 1;
   });
   std::vector<uint16_t> ids(1001);
   for (size_t i = 0; i < ids.size(); ++i) ids[i] = static_cast<uint16_t>(i);
-  events.raise_guide_update(ids);
+  events.raiseGuideUpdate(ids);
   events.raise(AFW_EPG_COMPLETE);
   EXPECT_EQ((std::vector<uint32_t>{1000, 1}), done.get_future().get());
 }
@@ -405,17 +405,17 @@ TEST(ReceiverEventsTest, UpdatesAreSplitAndBelongToTheirEvent) {
 EmergencyAlert alert(uint8_t sequence, uint8_t priority, uint8_t remaining, uint16_t duration = 0) {
   EmergencyAlert made;
   made.sequence = sequence;
-  made.event_id = sequence;
+  made.eventId = sequence;
   made.priority = priority;
-  made.time_remaining = remaining;
+  made.timeRemaining = remaining;
   made.duration = duration;
   return made;
 }
 
 TEST(ReceiverAlertsTest, StartOnceByPriorityAndEndInTime) {
-  event_log.clear();
+  eventLog.clear();
   EventQueue events;
-  events.set_callback(record);
+  events.setCallback(record);
   const AlertSettings settings;
   Alerts alerts(events, settings, kAir);
   const auto t = std::chrono::steady_clock::now();
@@ -447,7 +447,7 @@ TEST(ReceiverAlertsTest, StartOnceByPriorityAndEndInTime) {
   alerts.stop();
   events.raise(AFW_INVALID);
   Events told;
-  for (const Reported& r : event_log.take_until(AFW_INVALID)) told.push_back(r.event);
+  for (const Reported& r : eventLog.takeUntil(AFW_INVALID)) told.push_back(r.event);
   EXPECT_EQ(
       (Events{AFW_EAS_START_NON_BLOCKING, AFW_EAS_STOP, AFW_EAS_START_BLOCKING, AFW_VIEWING_DELAY,
               AFW_EAS_STOP, AFW_EAS_START_BLOCKING, AFW_VIEWING_DELAY, AFW_EAS_STOP,
@@ -458,7 +458,7 @@ TEST(ReceiverAlertsTest, StartOnceByPriorityAndEndInTime) {
 
 TEST(ReceiverAlertsTest, OnlyThoseThatAreWantedAreReported) {
   EventQueue events;
-  events.set_callback(record);
+  events.setCallback(record);
   using Values = AlertSettings::Values;
   const Values all, medium{1, 0, 0}, high{2, 0, 0}, maximum{3, 0, 0}, repeated{0, 1, 0},
       cable{0, 0, 1};
@@ -518,7 +518,7 @@ TEST(ReceiverAlertsTest, OnlyThoseThatAreWantedAreReported) {
       {"on and off", kAir, {{1, 1, 15, all}, {1, 1, 15, cable}, {1, 1, 15, all}}, "15 . 15 . "},
   };
   for (const auto& c : cases) {
-    event_log.clear();
+    eventLog.clear();
     AlertSettings settings;
     Alerts alerts(events, settings, c.source);
     auto t = std::chrono::steady_clock::now();
@@ -526,15 +526,15 @@ TEST(ReceiverAlertsTest, OnlyThoseThatAreWantedAreReported) {
       settings.set(message.settings);
       alerts.check(t, {});
       EmergencyAlert received = alert(message.sequence, message.priority, 0);
-      received.event_id = message.event;
-      received.text = atschost::to_utf16(std::to_string(message.priority));
+      received.eventId = message.event;
+      received.text = atschost::toUtf16(std::to_string(message.priority));
       alerts.receive(received, t, {});
       t += seconds(2);
     }
     alerts.stop();
     events.raise(AFW_INVALID);
     std::string told;
-    for (const Reported& r : event_log.take_until(AFW_INVALID)) {
+    for (const Reported& r : eventLog.takeUntil(AFW_INVALID)) {
       if (r.event == AFW_EAS_STOP) told += ". ";
       if (!r.text.empty()) told += r.text + ' ';
     }
@@ -550,14 +550,14 @@ TEST(ReceiverAlertsTest, SettingsAreKeptAtOnce) {
     int32_t max;
   } settings[] = {
       {AIFW_user_eas_setting, &Values::level, AIFW_EAS_MAXIMUM},
-      {AIFW_disable_optional_eas_event_id_check, &Values::repeated_events, 1},
-      {AIFW_enable_eas_cable_only, &Values::cable_only, 1},
+      {AIFW_disable_optional_eas_event_id_check, &Values::repeatedEvents, 1},
+      {AIFW_enable_eas_cable_only, &Values::cableOnly, 1},
   };
   for (const auto& setting : settings) {
     for (int32_t value : {setting.max, 0}) {
       EXPECT_EQ(0, setting.access(&value, AIFW_EAS_WRITE));
       const atschost::Receiver restarted(getenv("ATSC_HOST_STATE"));
-      EXPECT_EQ(value, restarted.alert_setting(setting.which));
+      EXPECT_EQ(value, restarted.alertSetting(setting.which));
       for (int32_t unknown : {-1, setting.max + 1})
         EXPECT_NE(0, setting.access(&unknown, AIFW_EAS_WRITE));
       EXPECT_NE(0, setting.access(&value, 2));
@@ -570,8 +570,8 @@ TEST(ReceiverAlertsTest, SettingsAreKeptAtOnce) {
 
 SystemTime at(uint32_t gps, uint8_t offset = 18) {
   SystemTime time;
-  time.gps_seconds = gps;
-  time.gps_utc_offset = offset;
+  time.gpsSeconds = gps;
+  time.gpsUtcOffset = offset;
   return time;
 }
 
@@ -582,24 +582,24 @@ TEST(ReceiverClockTest, FollowsTheFirstTimeOfEachStreamAndRunsOn) {
   const StreamId a{"a", 1, 1, 100, 1}, b{"b", 1, 2, 100, 1}, hostile{"c", 1, 3, 100, 1};
   clock.remember(b, at(kStart + 1), t);
   Clock::Effect effect = clock.follow(a, at(kStart), t);
-  EXPECT_TRUE(effect.time_changed && !effect.details_changed);
+  EXPECT_TRUE(effect.timeChanged && !effect.detailsChanged);
   EXPECT_EQ(kStart - 18 + kEpoch, clock.now(t));
 
   // The stream begins anew: its time does not.
   effect = clock.follow(a, at(kStart), t + seconds(100));
-  EXPECT_FALSE(effect.time_changed);
+  EXPECT_FALSE(effect.timeChanged);
   EXPECT_EQ(kStart + 100 - 18 + kEpoch, clock.now(t + seconds(100)));
-  EXPECT_EQ(kStart + 100, clock.station_time(a, t + seconds(100)));
+  EXPECT_EQ(kStart + 100, clock.stationTime(a, t + seconds(100)));
   // A stream made together with it, seen before.
-  EXPECT_FALSE(clock.follow(b, at(kStart), t + seconds(100)).time_changed);
+  EXPECT_FALSE(clock.follow(b, at(kStart), t + seconds(100)).timeChanged);
   // Another offset.
   effect = clock.follow(b, at(kStart, 17), t + seconds(100));
-  EXPECT_TRUE(effect.details_changed && effect.time_changed);
+  EXPECT_TRUE(effect.detailsChanged && effect.timeChanged);
   EXPECT_EQ(kStart + 101 - 17 + kEpoch, clock.now(t + seconds(100)));
   // Another content of the same file, and any time at all.
   StreamId replaced = a;
   replaced.inode = 9;
-  EXPECT_TRUE(clock.follow(replaced, at(kStart + 50, 17), t + seconds(100)).time_changed);
+  EXPECT_TRUE(clock.follow(replaced, at(kStart + 50, 17), t + seconds(100)).timeChanged);
   EXPECT_EQ(kStart + 50 - 17 + kEpoch, clock.now(t + seconds(100)));
   // One that was made together with the others and is first read now.
   const StreamId late{"d", 1, 4, 100, 1};
@@ -610,12 +610,12 @@ TEST(ReceiverClockTest, FollowsTheFirstTimeOfEachStreamAndRunsOn) {
 
   clock.set(5000, t);
   effect = clock.follow(a, at(kStart, 15), t);
-  EXPECT_TRUE(effect.details_changed && !effect.time_changed);
+  EXPECT_TRUE(effect.detailsChanged && !effect.timeChanged);
   EXPECT_EQ(5007u, clock.now(t + seconds(7)));
 }
 
 TEST(ReceiverPaceTest, IsThatOfTheStreamsOwnClocks) {
-  atschost::Pace by_pcr, by_time, by_default;
+  atschost::Pace byPcr, byTime, byDefault;
   for (unsigned i = 0; i < 2000; ++i) {
     Bytes packet = packets(0x31, {Bytes(100)});
     if (i % 20 == 0) {  // every 10 ms
@@ -627,13 +627,13 @@ TEST(ReceiverPaceTest, IsThatOfTheStreamsOwnClocks) {
         packet[6 + byte] = static_cast<uint8_t>(uint64_t{base} << 7 >> (32 - 8 * byte));
       packet[10] = static_cast<uint8_t>(base << 7);
     }
-    by_pcr.packet(packet.data());
-    by_time.packet(packets(0x31, {Bytes(100)}).data());
-    if (i % 150 == 0) by_time.system_time(kStart + i / 300);
+    byPcr.packet(packet.data());
+    byTime.packet(packets(0x31, {Bytes(100)}).data());
+    if (i % 150 == 0) byTime.systemTime(kStart + i / 300);
   }
-  EXPECT_NEAR(2000, by_pcr.packets_per_second(), 1);
-  EXPECT_NEAR(300, by_time.packets_per_second(), 1);
-  EXPECT_EQ(1000, by_default.packets_per_second());
+  EXPECT_NEAR(2000, byPcr.packetsPerSecond(), 1);
+  EXPECT_NEAR(300, byTime.packetsPerSecond(), 1);
+  EXPECT_EQ(1000, byDefault.packetsPerSecond());
 }
 
 }  // namespace

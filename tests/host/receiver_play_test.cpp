@@ -67,7 +67,7 @@ Service service(uint16_t major, uint16_t minor, uint32_t frequency, uint32_t sou
   s.key = {major, minor, frequency, source};
   s.flags = flags;
   s.streams = {audio("eng"), audio("spa", 53)};
-  s.program_number = 1;
+  s.programNumber = 1;
   return s;
 }
 
@@ -78,12 +78,12 @@ AIFW_channel_change_request change(uint32_t mode, uint32_t source = kAir, uint16
 
 // A record that lends its name.
 struct Record : AISRV_service_info {
-  Record(uint16_t major_part, uint16_t minor_part, uint32_t hertz, std::string text = {},
+  Record(uint16_t majorPart, uint16_t minorPart, uint32_t hertz, std::string text = {},
          uint32_t source = kAir)
       : AISRV_service_info{}, letters(std::move(text)) {
     service_id.input_source = source;
-    major = major_part;
-    minor = minor_part;
+    major = majorPart;
+    minor = minorPart;
     frequency = hertz;
     modulation = source == kCable ? AI_MODULATION_QAM : AI_MODULATION_8VSB;
     AISRV_flags_ = AISRV_FLAG_VISIBLE;
@@ -129,18 +129,18 @@ TEST(ReceiverAudioTest, TheTrackIsChosenByLanguageAmongMainTracks) {
   for (const auto& each : kCases) {
     std::vector<AISRV_pid_info> tracks;
     for (const std::string& text : each.tracks) tracks.push_back(audio(text));
-    EXPECT_EQ(each.track, atschost::choose_track(tracks, each.chosen, {each.first, each.second}))
+    EXPECT_EQ(each.track, atschost::chooseTrack(tracks, each.chosen, {each.first, each.second}))
         << testing::PrintToString(each.tracks);
   }
   AISRV_pid_info second = audio("");
   std::copy_n("spa", 3, second.second_language);
-  EXPECT_EQ("spa", atschost::track_language(second));
-  EXPECT_EQ("", atschost::track_language(audio("a\n%")));
+  EXPECT_EQ("spa", atschost::trackLanguage(second));
+  EXPECT_EQ("", atschost::trackLanguage(audio("a\n%")));
 }
 
 TEST(ReceiverNameTest, NamesOfViewersBecomeUtf16) {
   const auto name = [](std::string text, int32_t encoding = 0) {
-    const std::string bytes = atschost::service_name(
+    const std::string bytes = atschost::serviceName(
         {reinterpret_cast<uint8_t*>(text.data()), static_cast<uint16_t>(text.size()), encoding});
     std::u16string units;
     for (size_t i = 0; i + 1 < bytes.size(); i += 2)
@@ -157,7 +157,7 @@ TEST(ReceiverNameTest, NamesOfViewersBecomeUtf16) {
             name(std::string("\0A\xDC\1\xD8\x3D\xDC\xFA\xD8\1", 10), AI_TEXT_UTF16BE));
   EXPECT_EQ(std::u16string(64, u'x'), name(std::string(5000, 'x')));
   EXPECT_EQ(63u, name(std::string(63, 'x') + "\xF0\x9F\x93\xBA").size()) << "no half of a pair";
-  EXPECT_EQ("", atschost::service_name({nullptr, 5, 0}));
+  EXPECT_EQ("", atschost::serviceName({nullptr, 5, 0}));
 }
 
 class ReceiverPlayTest : public testing::Test {
@@ -175,12 +175,12 @@ TEST_F(ReceiverPlayTest, UpAndDownNeedAServiceThatTheViewerSurfs) {
       {service(9, 1, kChannel14, kAir, 0), service(9, 2, kChannel14),
        service(9, 3, kChannel14, kAir, AISRV_FLAG_VISIBLE | AISRV_FLAG_SKIPPED)});
   for (const uint32_t mode : {AIFW_CHANGE_UP, AIFW_CHANGE_UP, AIFW_CHANGE_DOWN}) {
-    EXPECT_TRUE(receiver.change_channel(change(mode)));
+    EXPECT_TRUE(receiver.changeChannel(change(mode)));
     EXPECT_EQ("9-2", number(receiver.current()));
   }
   receiver.services().replace(kAir, kChannel14, {service(9, 1, kChannel14, kAir, 0)});
-  ASSERT_TRUE(receiver.play_first(kAir, 0));
-  EXPECT_FALSE(receiver.change_channel(change(AIFW_CHANGE_DOWN)));
+  ASSERT_TRUE(receiver.playFirst(kAir, 0));
+  EXPECT_FALSE(receiver.changeChannel(change(AIFW_CHANGE_DOWN)));
   EXPECT_EQ("9-1", number(receiver.current()));
 }
 
@@ -189,43 +189,43 @@ TEST_F(ReceiverPlayTest, EachSourceRemembersWhatPlayedLast) {
   air_.write(kCable, kChannel15, {});
   {
     Receiver receiver(state_);
-    EXPECT_FALSE(receiver.play_source(kAir)) << "nothing is listed";
+    EXPECT_FALSE(receiver.playSource(kAir)) << "nothing is listed";
     receiver.services().replace(kAir, kChannel14,
                                 {service(9, 1, kChannel14), service(9, 2, kChannel14)});
     receiver.services().replace(kCable, kChannel15, {service(300, 0, kChannel15, kCable)});
-    EXPECT_TRUE(receiver.play_source(kAir));
+    EXPECT_TRUE(receiver.playSource(kAir));
     EXPECT_EQ("9-1", number(receiver.current()));
-    EXPECT_TRUE(receiver.change_channel(change(AIFW_CHANGE_UP)));
-    EXPECT_TRUE(receiver.play_source(kCable));
-    EXPECT_EQ(kCable, receiver.tuner_source());
+    EXPECT_TRUE(receiver.changeChannel(change(AIFW_CHANGE_UP)));
+    EXPECT_TRUE(receiver.playSource(kCable));
+    EXPECT_EQ(kCable, receiver.tunerSource());
     EXPECT_EQ("300-0", number(receiver.current()));
-    EXPECT_TRUE(receiver.keep_settings());
+    EXPECT_TRUE(receiver.keepSettings());
     EXPECT_TRUE(receiver.services().store());
   }
   Receiver receiver(state_);
-  EXPECT_EQ(kCable, receiver.current_source());
-  EXPECT_EQ(kCable, receiver.tuner_source());
-  EXPECT_TRUE(receiver.play_source(kAir));
+  EXPECT_EQ(kCable, receiver.currentSource());
+  EXPECT_EQ(kCable, receiver.tunerSource());
+  EXPECT_TRUE(receiver.playSource(kAir));
   EXPECT_EQ("9-2", number(receiver.current()));
 
   // Another source becomes the current one, without playing.
-  receiver.stop_tuning();
+  receiver.stopTuning();
   EXPECT_EQ(0u, receiver.tuning().frequency);
-  EXPECT_TRUE(receiver.follow_tuner(receiver.tuner_source()));
+  EXPECT_TRUE(receiver.followTuner(receiver.tunerSource()));
   EXPECT_EQ("9-2", number(receiver.current()));
-  EXPECT_FALSE(receiver.follow_tuner(4));
-  EXPECT_TRUE(receiver.follow_tuner(kCable));
+  EXPECT_FALSE(receiver.followTuner(4));
+  EXPECT_TRUE(receiver.followTuner(kCable));
   EXPECT_EQ("300-0", number(receiver.current()));
-  EXPECT_FALSE(receiver.is_playing());
+  EXPECT_FALSE(receiver.isPlaying());
 
   // A failure changes nothing; what is deleted does not play by itself.
   fs::remove(air_.path(kAir, kChannel14));
-  EXPECT_FALSE(receiver.play_source(kAir));
-  EXPECT_FALSE(receiver.change_channel(change(AIFW_CHANGE_DIRECT, kAir, 9, 1)));
+  EXPECT_FALSE(receiver.playSource(kAir));
+  EXPECT_FALSE(receiver.changeChannel(change(AIFW_CHANGE_DIRECT, kAir, 9, 1)));
   EXPECT_EQ("300-0", number(receiver.current()));
   air_.write(kAir, kChannel14, {});
-  EXPECT_TRUE(receiver.services().set_flags(kAir, 2, AISRV_FLAG_DELETED, 0));
-  EXPECT_TRUE(receiver.play_source(kAir));
+  EXPECT_TRUE(receiver.services().setFlags(kAir, 2, AISRV_FLAG_DELETED, 0));
+  EXPECT_TRUE(receiver.playSource(kAir));
   EXPECT_EQ("9-1", number(receiver.current()));
 }
 
@@ -234,25 +234,25 @@ TEST_F(ReceiverPlayTest, StandbyRefusesToPlayAndGoesOnAfterwards) {
   Receiver receiver(state_);
   receiver.services().replace(kAir, kChannel14,
                               {service(9, 1, kChannel14), service(9, 2, kChannel14)});
-  receiver.leave_standby();
-  EXPECT_FALSE(receiver.is_playing());
-  ASSERT_TRUE(receiver.change_channel(change(AIFW_CHANGE_DIRECT, kAir, 9, 2)));
-  for (const bool stopped_first : {false, true}) {
-    if (stopped_first) receiver.stop_tuning();
-    EXPECT_TRUE(receiver.enter_standby());
+  receiver.leaveStandby();
+  EXPECT_FALSE(receiver.isPlaying());
+  ASSERT_TRUE(receiver.changeChannel(change(AIFW_CHANGE_DIRECT, kAir, 9, 2)));
+  for (const bool stoppedFirst : {false, true}) {
+    if (stoppedFirst) receiver.stopTuning();
+    EXPECT_TRUE(receiver.enterStandby());
     EXPECT_TRUE(fs::exists(state_ / "settings.json") && fs::exists(state_ / "services.json"));
-    EXPECT_FALSE(receiver.is_playing());
-    EXPECT_FALSE(receiver.play_first(kAir, 0) || receiver.play_source(kAir) ||
-                 receiver.change_channel(change(AIFW_CHANGE_UP)));
-    receiver.leave_standby();
-    EXPECT_TRUE(receiver.is_playing());
+    EXPECT_FALSE(receiver.isPlaying());
+    EXPECT_FALSE(receiver.playFirst(kAir, 0) || receiver.playSource(kAir) ||
+                 receiver.changeChannel(change(AIFW_CHANGE_UP)));
+    receiver.leaveStandby();
+    EXPECT_TRUE(receiver.isPlaying());
     EXPECT_EQ("9-2", number(receiver.current()));
   }
-  receiver.set_audio_language(&AudioLanguages::first, kFre);  // there is something to store
+  receiver.setAudioLanguage(&AudioLanguages::first, kFre);  // there is something to store
   fs::remove_all(state_);
   std::ofstream(state_) << "a file where the folder should be";
-  EXPECT_FALSE(receiver.enter_standby());
-  EXPECT_FALSE(receiver.play_first(kAir, 0)) << "it is in standby all the same";
+  EXPECT_FALSE(receiver.enterStandby());
+  EXPECT_FALSE(receiver.playFirst(kAir, 0)) << "it is in standby all the same";
 }
 
 // Each of them fails where nothing can be stored, with nothing changed, and succeeds afterwards.
@@ -260,33 +260,33 @@ TEST_F(ReceiverPlayTest, WhatCannotBeStoredIsRefusedAndNothingIsLost) {
   air_.write(kAir, kChannel14, {});
   Receiver receiver(state_);
   receiver.services().replace(kAir, kChannel14, {service(9, 1, kChannel14)});
-  ASSERT_TRUE(receiver.play_first(kAir, 0));
-  EXPECT_EQ(1, receiver.audio_track());
+  ASSERT_TRUE(receiver.playFirst(kAir, 0));
+  EXPECT_EQ(1, receiver.audioTrack());
   Record changed(0, 0, 0);
   changed.service_id.service_rec = 1;
   changed.AISRV_flags_ = AISRV_FLAG_VISIBLE | AISRV_FLAG_SKIPPED;
   changed.AISRV_fav_group_ = 0x30;
   const std::function<bool()> kCalls[] = {
-      [&] { return receiver.add_service(Record(9, 5, kChannel15)); },
-      [&] { return receiver.modify_service(changed); },
-      [&] { return receiver.choose_audio(2); },
-      [&] { return receiver.reset_services(kAir); },
+      [&] { return receiver.addService(Record(9, 5, kChannel15)); },
+      [&] { return receiver.modifyService(changed); },
+      [&] { return receiver.chooseAudio(2); },
+      [&] { return receiver.resetServices(kAir); },
   };
   std::ofstream(state_) << "a file where the folder should be";
   for (const auto& call : kCalls) EXPECT_FALSE(call());
   EXPECT_FALSE(receiver.services().store());
-  receiver.store_settings();
-  EXPECT_FALSE(receiver.sync_settings());
-  EXPECT_FALSE(receiver.set_dual_mode(AIAUD_DUAL_LEFT));
+  receiver.storeSettings();
+  EXPECT_FALSE(receiver.syncSettings());
+  EXPECT_FALSE(receiver.setDualMode(AIAUD_DUAL_LEFT));
   EXPECT_EQ(Texts{"9-1"}, numbers(receiver));
-  EXPECT_TRUE(receiver.is_playing());
-  EXPECT_EQ(1, receiver.audio_track());
+  EXPECT_TRUE(receiver.isPlaying());
+  EXPECT_EQ(1, receiver.audioTrack());
   EXPECT_EQ(uint32_t{AISRV_FLAG_VISIBLE}, receiver.current().value().flags);
 
   fs::remove(state_);
-  EXPECT_TRUE(receiver.sync_settings());
+  EXPECT_TRUE(receiver.syncSettings());
   for (size_t i = 0; i < 3; ++i) EXPECT_TRUE(kCalls[i]() && kCalls[i]()) << "also when set twice";
-  EXPECT_EQ(2, receiver.audio_track());
+  EXPECT_EQ(2, receiver.audioTrack());
   {
     Receiver restarted(state_);
     EXPECT_EQ((Texts{"9-1", "9-5"}), numbers(restarted));
@@ -294,11 +294,11 @@ TEST_F(ReceiverPlayTest, WhatCannotBeStoredIsRefusedAndNothingIsLost) {
     EXPECT_EQ(0x30u, restarted.current().value().favourites);
   }
   EXPECT_TRUE(kCalls[3]());
-  EXPECT_FALSE(receiver.is_playing());
+  EXPECT_FALSE(receiver.isPlaying());
   EXPECT_EQ(Texts{}, numbers(Receiver(state_)));
-  EXPECT_FALSE(receiver.reset_services(1));
-  EXPECT_FALSE(receiver.modify_service(changed));
-  EXPECT_FALSE(receiver.choose_audio(1));
+  EXPECT_FALSE(receiver.resetServices(1));
+  EXPECT_FALSE(receiver.modifyService(changed));
+  EXPECT_FALSE(receiver.chooseAudio(1));
 }
 
 TEST_F(ReceiverPlayTest, OnlyWhatCanBeTunedIsAdded) {
@@ -309,10 +309,10 @@ TEST_F(ReceiverPlayTest, OnlyWhatCanBeTunedIsAdded) {
   for (const Record& record :
        {foreign, Record(9, 1, 1000), Record(9, 1, kChannel14, "", 4), Record(0, 1, kChannel14),
         Record(1024, 1, kChannel14), Record(9, 1024, kChannel14), Record(9000, 0, kChannel14)})
-    EXPECT_FALSE(receiver.add_service(record)) << record.major << "-" << record.minor;
-  EXPECT_TRUE(receiver.add_service(Record(9000, 0, kChannel14, "", kCable)));
-  EXPECT_TRUE(receiver.add_service(Record(9, 1, kChannel14, "", 0))) << "0 is terrestrial, too";
-  EXPECT_TRUE(receiver.add_service(Record(14, 5000, kChannel14))) << "it is listed";
+    EXPECT_FALSE(receiver.addService(record)) << record.major << "-" << record.minor;
+  EXPECT_TRUE(receiver.addService(Record(9000, 0, kChannel14, "", kCable)));
+  EXPECT_TRUE(receiver.addService(Record(9, 1, kChannel14, "", 0))) << "0 is terrestrial, too";
+  EXPECT_TRUE(receiver.addService(Record(14, 5000, kChannel14))) << "it is listed";
   EXPECT_EQ((Texts{"9-1", "14-5000"}), numbers(receiver));
 }
 
@@ -320,14 +320,14 @@ TEST_F(ReceiverPlayTest, TheListIsReadAnewAsItIsStored) {
   const fs::path file = state_ / "services.json";
   Receiver receiver(state_);
   receiver.services().replace(kAir, kChannel14, {service(9, 1, kChannel14)});
-  EXPECT_FALSE(receiver.reload_services()) << "there is none";
+  EXPECT_FALSE(receiver.reloadServices()) << "there is none";
   EXPECT_EQ(Texts{"9-1"}, numbers(receiver));
   {
     Receiver other(state_);
     other.services().replace(kAir, kChannel14, {service(9, 7, kChannel14)});
     ASSERT_TRUE(other.services().store());
   }
-  EXPECT_TRUE(receiver.reload_services());
+  EXPECT_TRUE(receiver.reloadServices());
   EXPECT_EQ(Texts{"9-7"}, numbers(receiver));
   const auto foreign = [](std::string text) {  // a language of no letters
     return text.replace(text.find("\"eng\"") + 1, 3, "1_2");
@@ -335,41 +335,41 @@ TEST_F(ReceiverPlayTest, TheListIsReadAnewAsItIsStored) {
   std::stringstream text;
   text << std::ifstream(file).rdbuf();
   std::ofstream(file) << foreign(text.str());
-  EXPECT_FALSE(receiver.reload_services());
+  EXPECT_FALSE(receiver.reloadServices());
   std::ofstream(file) << "{";
-  EXPECT_FALSE(receiver.reload_services());
+  EXPECT_FALSE(receiver.reloadServices());
   EXPECT_EQ(Texts{"9-7"}, numbers(receiver));
   EXPECT_TRUE(receiver.services().store());
   EXPECT_EQ(Texts{"9-7"}, numbers(Receiver(state_)));
 }
 
 TEST_F(ReceiverPlayTest, TheTunedCarrierTellsItsServicesAgainAfterAReload) {
-  air_.write(kAir, kChannel14, good_carrier());
+  air_.write(kAir, kChannel14, goodCarrier());
   Receiver receiver(state_);
-  ASSERT_TRUE(receiver.add_service(Record(7, 7, kChannel14, "MINE")));
-  const auto has_both = [&] {
+  ASSERT_TRUE(receiver.addService(Record(7, 7, kChannel14, "MINE")));
+  const auto hasBoth = [&] {
     for (int i = 0; i < 1000 && numbers(receiver).size() < 2; ++i)
       std::this_thread::sleep_for(std::chrono::milliseconds(10));
     return numbers(receiver) == Texts{"5-1", "7-7"};
   };
-  EXPECT_TRUE(receiver.play_source(kAir));
-  EXPECT_TRUE(has_both());
-  EXPECT_TRUE(receiver.reload_services());
+  EXPECT_TRUE(receiver.playSource(kAir));
+  EXPECT_TRUE(hasBoth());
+  EXPECT_TRUE(receiver.reloadServices());
   EXPECT_EQ(Texts{"7-7"}, numbers(receiver)) << "what is stored";
-  EXPECT_TRUE(has_both());
+  EXPECT_TRUE(hasBoth());
 }
 
 TEST_F(ReceiverPlayTest, NothingPlaysOfAListThatWasReset) {
   air_.write(kAir, kChannel14, {});
   Receiver receiver(state_);
   for (int i = 0; i < 500; ++i) {
-    ASSERT_TRUE(receiver.add_service(Record(7, 7, kChannel14)));
+    ASSERT_TRUE(receiver.addService(Record(7, 7, kChannel14)));
     std::thread player([&] {
-      for (int n = 0; n < 20; ++n) receiver.play_source(kAir);
+      for (int n = 0; n < 20; ++n) receiver.playSource(kAir);
     });
-    EXPECT_TRUE(receiver.reset_services(kAir));
+    EXPECT_TRUE(receiver.resetServices(kAir));
     player.join();
-    EXPECT_FALSE(receiver.is_playing());
+    EXPECT_FALSE(receiver.isPlaying());
   }
 }
 
@@ -384,41 +384,41 @@ TEST_F(ReceiverPlayTest, SettingsOfOlderFilesAreTakenAndFaultyOnesSetAside) {
   Receiver old(state_);
   old.services().replace(kAir, kChannel14, {service(9, 1, kChannel14)});
   EXPECT_EQ("9-1", number(old.current()));
-  EXPECT_EQ(kEng, old.audio_languages().first);
+  EXPECT_EQ(kEng, old.audioLanguages().first);
 
-  old.set_audio_language(&AudioLanguages::second, kSpa);
-  EXPECT_FALSE(old.set_audio_language(&AudioLanguages::first, 3));
-  EXPECT_TRUE(old.set_dual_mode(AIAUD_DUAL_MIXED));
-  EXPECT_FALSE(old.set_dual_mode(4));
-  EXPECT_EQ(kSpa, Receiver(state_).audio_languages().second);
+  old.setAudioLanguage(&AudioLanguages::second, kSpa);
+  EXPECT_FALSE(old.setAudioLanguage(&AudioLanguages::first, 3));
+  EXPECT_TRUE(old.setDualMode(AIAUD_DUAL_MIXED));
+  EXPECT_FALSE(old.setDualMode(4));
+  EXPECT_EQ(kSpa, Receiver(state_).audioLanguages().second);
 
   for (const char* member :
        {R"("language": 3)", R"("second_language": "eng")", R"("dual_mode": 4)", R"("zone": -1)",
         R"("automatic_clock": 1)", R"("last": {"source": 2})", R"("last": [{"source": 1}])"}) {
     write(member);
-    EXPECT_EQ(kEng, Receiver(state_).audio_languages().second) << member;
+    EXPECT_EQ(kEng, Receiver(state_).audioLanguages().second) << member;
     EXPECT_FALSE(fs::exists(file)) << member;
   }
 }
 
 // Counts the events of the receiver of this process.
-std::mutex event_mutex;
-std::condition_variable event_raised;
+std::mutex eventMutex;
+std::condition_variable eventRaised;
 std::vector<AFW_event_t> raised;
 void note(AFW_event_t event, void*) {
-  std::lock_guard<std::mutex> lock(event_mutex);
+  std::lock_guard<std::mutex> lock(eventMutex);
   raised.push_back(event);
-  event_raised.notify_all();
+  eventRaised.notify_all();
 }
 // Waits for an event that comes after this call's `action`.
 void await(AFW_event_t event, const std::function<void()>& action) {
   {
-    std::lock_guard<std::mutex> lock(event_mutex);
+    std::lock_guard<std::mutex> lock(eventMutex);
     raised.clear();
   }
   action();
-  std::unique_lock<std::mutex> lock(event_mutex);
-  EXPECT_TRUE(event_raised.wait_for(lock, std::chrono::seconds(60), [&] {
+  std::unique_lock<std::mutex> lock(eventMutex);
+  EXPECT_TRUE(eventRaised.wait_for(lock, std::chrono::seconds(60), [&] {
     return std::count(raised.begin(), raised.end(), event) != 0;
   }));
 }
@@ -428,7 +428,7 @@ Bytes carrier(const std::vector<std::pair<unsigned, std::string>>& names, unsign
               const std::vector<Element>& elements = {{2, 49, ""}, {129, 52, "eng"}}) {
   std::vector<Channel> channels;
   for (const auto& [minor, name] : names)
-    channels.push_back({name, 5, minor, minor, 2, false, service_location(elements)});
+    channels.push_back({name, 5, minor, minor, 2, false, serviceLocation(elements)});
   return packets(0x1FFB, {vct(0xC8, channels, version)});
 }
 
@@ -440,9 +440,9 @@ TEST_F(ReceiverPlayTest, WhatTheViewerSetSurvivesScansLiveTablesAndRestarts) {
   scan(kAir, kChannel14);
   ASSERT_EQ(0, AIFW_play_first_service(kAir, 0));
   Receiver& receiver = Receiver::instance();
-  EXPECT_EQ(1, receiver.audio_track());
+  EXPECT_EQ(1, receiver.audioTrack());
   EXPECT_EQ(0, AICN_set_pref_aud_lang(kSpa));
-  EXPECT_EQ(2, receiver.audio_track()) << "at once";
+  EXPECT_EQ(2, receiver.audioTrack()) << "at once";
   EXPECT_EQ(0, AICN_set_pref_aud_lang(kEng));
   EXPECT_EQ(0, AIFW_change_audio(2));
   EXPECT_NE(0, AIFW_change_audio(3));
@@ -468,17 +468,17 @@ TEST_F(ReceiverPlayTest, WhatTheViewerSetSurvivesScansLiveTablesAndRestarts) {
   EXPECT_EQ(9, rows(kAir)[1].info.program_number);
   AIFW_register_frmwrk_app_cb(note);
   await(AFW_CHANNEL_PLAY_SUCCESS, [] { EXPECT_EQ(0, AIFW_play_first_service(kAir, 0)); });
-  EXPECT_EQ(2, receiver.audio_track()) << "chosen before the scans";
+  EXPECT_EQ(2, receiver.audioTrack()) << "chosen before the scans";
   await(AFW_SERVICE_ADDED, [&] {
     air_.write(kAir, kChannel14, carrier({{1, "OTHER"}, {2, "NEW"}}, 3));
   });
   EXPECT_EQ((Texts{"5-1 RENAMED", "5-2 NEW", "5-9 MINE"}), labels(kAir));
   EXPECT_EQ(Texts{}, streams(rows(kAir)[2]));
-  EXPECT_EQ(1, receiver.audio_track()) << "there is one only";
+  EXPECT_EQ(1, receiver.audioTrack()) << "there is one only";
   await(AFW_SERVICE_ADDED, [&] {
     air_.write(kAir, kChannel14, carrier({{1, "OTHER"}, {2, "NEW"}, {3, "MORE"}}, 4, two));
   });
-  EXPECT_EQ(2, receiver.audio_track()) << "there again";
+  EXPECT_EQ(2, receiver.audioTrack()) << "there again";
   AIFW_register_frmwrk_app_cb(nullptr);
 
   fs::remove(air_.path(kAir, kChannel14));

@@ -27,26 +27,26 @@ constexpr uint32_t kChannel14 = 473000000;
 
 fs::path capture(const std::string& name) { return fs::path(ATSC_CAPTURES_DIR) / name; }
 
-bool has_captures() { return *ATSC_CAPTURES_DIR && fs::exists(capture("boston")); }
+bool hasCaptures() { return *ATSC_CAPTURES_DIR && fs::exists(capture("boston")); }
 
 std::promise<void> called;
-void return_at_once(void*, int state) {
+void returnAtOnce(void*, int state) {
   if (state == AICS_STATE_START) called.set_value();
 }
-void never_return(void*, int) {
+void neverReturn(void*, int) {
   called.set_value();
   std::promise<void>().get_future().wait();
 }
 
 // Runs before every other suite, in a process without a receiver.
 TEST(ReceiverExitDeathTest, ExitDuringScanIsCleanAndDoesNotHang) {
-  for (const AICS_scan_callback callback : {return_at_once, never_return}) {
+  for (const AICS_scan_callback callback : {returnAtOnce, neverReturn}) {
     Air air;
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_EXIT(
         {
           ATSC_host_set_dwell(60000);
-          const int started = start_scan(kAir, 0, callback);
+          const int started = startScan(kAir, 0, callback);
           called.get_future().wait();
           exit(started);
         },
@@ -67,7 +67,7 @@ class ReceiverScanTest : public testing::Test {
 };
 
 TEST_F(ReceiverScanTest, FindsTheServicesOfACity) {
-  if (!has_captures()) GTEST_SKIP() << "no captures";
+  if (!hasCaptures()) GTEST_SKIP() << "no captures";
   ATSC_host_set_air(capture("boston").c_str());
   const std::vector<Report> reports = scan(kAir);
   const std::vector<Row> list = rows(kAir);
@@ -111,7 +111,7 @@ TEST_F(ReceiverScanTest, FindsTheServicesOfACity) {
 }
 
 TEST_F(ReceiverScanTest, FindsThreeProgramsWhosePmtsShareAPid) {
-  if (!has_captures()) GTEST_SKIP() << "no captures";
+  if (!hasCaptures()) GTEST_SKIP() << "no captures";
   fs::copy_file(capture("sections/three-programs-psip.ts"), air_.path(kAir, 479000000));
   const std::vector<Report> reports = scan(kAir, 479000000);
   ASSERT_EQ(3u, reports.size());
@@ -129,14 +129,14 @@ TEST_F(ReceiverScanTest, FindsThreeProgramsWhosePmtsShareAPid) {
 TEST_F(ReceiverScanTest, RefusesWhatCannotBeTuned) {
   const auto callback = [](void*, int) { ADD_FAILURE() << "called"; };
   EXPECT_NE(0, AICS_start_search(nullptr, callback));
-  EXPECT_NE(0, start_scan(kAir, 1, callback));
-  EXPECT_NE(0, start_scan(1, kChannel14, callback));
-  EXPECT_NE(0, start_scan(kAir, kChannel14, nullptr));
+  EXPECT_NE(0, startScan(kAir, 1, callback));
+  EXPECT_NE(0, startScan(1, kChannel14, callback));
+  EXPECT_NE(0, startScan(kAir, kChannel14, nullptr));
   EXPECT_NE(0, AICS_stop_scan());
 }
 
 TEST_F(ReceiverScanTest, ReplacesOnlyTheFrequenciesOfItsSource) {
-  air_.write(kAir, kChannel14, good_carrier());
+  air_.write(kAir, kChannel14, goodCarrier());
   air_.write(kAir, 57000000, packets(0x1FFB, {vct(0xC8, {{"OTHER", 6, 1, 3}})}));
   air_.write(kCable, kChannel14, packets(0x1FFB, {vct(0xC9, {{"CABLE", 7, 1, 3}})}));
   scan(kAir);
@@ -187,7 +187,7 @@ struct Gate {
   std::atomic<bool> returned{false};
 };
 Gate* gate = nullptr;
-void wait_after_lock(void* data, int state) {
+void waitAfterLock(void* data, int state) {
   ++gate->calls;
   if (state != AICS_STATE_PROGRESS || !static_cast<AICS_scan_progress*>(data)->carrier_type) return;
   gate->reached.set_value();
@@ -198,10 +198,10 @@ void wait_after_lock(void* data, int state) {
 TEST_F(ReceiverScanTest, StopKeepsWhatWasFoundAndWaitsForNoCallback) {
   Gate blocked;
   gate = &blocked;
-  air_.write(kAir, kChannel14, good_carrier());
+  air_.write(kAir, kChannel14, goodCarrier());
   air_.write(kAir, 803000000, packets(0x1FFB, {vct(0xC8, {{"LATER", 6, 1, 3}})}));
-  ASSERT_EQ(0, start_scan(kAir, 0, wait_after_lock));
-  EXPECT_NE(0, start_scan(kAir, 0, wait_after_lock)) << "one runs already";
+  ASSERT_EQ(0, startScan(kAir, 0, waitAfterLock));
+  EXPECT_NE(0, startScan(kAir, 0, waitAfterLock)) << "one runs already";
   blocked.reached.get_future().wait();
   EXPECT_EQ(0, AICS_stop_scan());
   EXPECT_NE(0, AICS_stop_scan());
@@ -213,7 +213,7 @@ TEST_F(ReceiverScanTest, StopKeepsWhatWasFoundAndWaitsForNoCallback) {
   // The next scan starts at once, but reports nothing while the old callback is waiting.
   const int calls = blocked.calls;
   static std::promise<bool> begun, ended;
-  ASSERT_EQ(0, start_scan(kAir, 0, [](void*, int state) {
+  ASSERT_EQ(0, startScan(kAir, 0, [](void*, int state) {
               if (state == AICS_STATE_START) begun.set_value(gate->returned);
               if (state == AICS_STATE_OVER) ended.set_value(true);
             }));
@@ -226,17 +226,17 @@ TEST_F(ReceiverScanTest, StopKeepsWhatWasFoundAndWaitsForNoCallback) {
 
 std::promise<int> restarted;
 std::promise<void> over;
-void restart_in_callback(void*, int state) {
+void restartInCallback(void*, int state) {
   if (state != AICS_STATE_PROGRESS) return;
   const int stopped = AICS_stop_scan();
-  restarted.set_value(stopped | start_scan(kAir, kChannel14, [](void*, int again) {
+  restarted.set_value(stopped | startScan(kAir, kChannel14, [](void*, int again) {
                         if (again == AICS_STATE_OVER) over.set_value();
                       }));
 }
 
 TEST_F(ReceiverScanTest, StopAndStartWorkInsideTheCallback) {
-  air_.write(kAir, kChannel14, good_carrier());
-  ASSERT_EQ(0, start_scan(kAir, 0, restart_in_callback));
+  air_.write(kAir, kChannel14, goodCarrier());
+  ASSERT_EQ(0, startScan(kAir, 0, restartInCallback));
   EXPECT_EQ(0, restarted.get_future().get());
   over.get_future().wait();
   EXPECT_EQ((Texts{"5-1 GOOD"}), labels(kAir));
@@ -244,14 +244,14 @@ TEST_F(ReceiverScanTest, StopAndStartWorkInsideTheCallback) {
 
 // For the thread sanitizer.
 TEST_F(ReceiverScanTest, ManyThreadsMayUseItAtOnce) {
-  air_.write(kAir, kChannel14, good_carrier());
+  air_.write(kAir, kChannel14, goodCarrier());
   const auto keep = [](const auto& work) {
     return std::thread([work] {
       for (int i = 0; i < 200; ++i) work(i);
     });
   };
   std::thread threads[] = {
-      keep([](int i) { start_scan(kAir, i % 2 ? 0 : kChannel14, [](void*, int) {}); }),
+      keep([](int i) { startScan(kAir, i % 2 ? 0 : kChannel14, [](void*, int) {}); }),
       keep([](int) { AICS_stop_scan(); }),
       keep([](int) { labels(kCable); }),
       keep([](int) { AIFW_play_first_service(kAir, 0); }),
@@ -274,7 +274,7 @@ TEST_F(ReceiverScanTest, ManyThreadsMayUseItAtOnce) {
 }
 
 TEST_F(ReceiverScanTest, NamesEndWithTheLentBuffer) {
-  air_.write(kAir, kChannel14, good_carrier());
+  air_.write(kAir, kChannel14, goodCarrier());
   scan(kAir, kChannel14);
   const AISRV_query_filter none{};
   uint32_t count = 1;

@@ -116,7 +116,7 @@ TEST_F(ReceiverStateTest, ServiceFoundAgainKeepsWhatTheViewerSet) {
   write(services_, replaced(replaced(set, "\"added\" : false,", ""), "\"audio\" : 0,", ""));
   Receiver receiver(state_);
   Service again = service(9, 1, kChannel14);
-  again.program_number = 7;
+  again.programNumber = 7;
   receiver.services().replace(kAir, kChannel14, {service(9, 0, kChannel14), again});
   receiver.services().replace(kAir, kChannel15, {service(9, 1, kChannel15)});
   const std::vector<Service> list = listed(receiver);
@@ -124,7 +124,7 @@ TEST_F(ReceiverStateTest, ServiceFoundAgainKeepsWhatTheViewerSet) {
   EXPECT_EQ(13u, list[1].flags);
   EXPECT_EQ(48u, list[1].favourites);
   EXPECT_EQ(1, list[1].record);
-  EXPECT_EQ(7, list[1].program_number);
+  EXPECT_EQ(7, list[1].programNumber);
   EXPECT_EQ(uint32_t(AISRV_FLAG_VISIBLE), list[0].flags);
   EXPECT_EQ(3, list[0].record) << "the number of the service just lost is not reused at once";
   EXPECT_EQ(2, list[2].record);
@@ -163,7 +163,7 @@ TEST_F(ReceiverStateTest, DamagedFilesAreSetAside) {
   }
   fs::create_directory(state_ / "settings.json");
   Receiver receiver(state_);
-  EXPECT_EQ(kAir, receiver.current_source());
+  EXPECT_EQ(kAir, receiver.currentSource());
   EXPECT_TRUE(fs::exists(state_ / "settings.json.bad"));
 }
 
@@ -173,11 +173,11 @@ TEST_F(ReceiverStateTest, UnwritableFolderIsReported) {
   Receiver receiver(state_);
   receiver.services().replace(kAir, kChannel14, {service(9, 1, kChannel14)});
   EXPECT_FALSE(receiver.services().store());
-  receiver.store_settings();
-  EXPECT_FALSE(receiver.sync_settings());
+  receiver.storeSettings();
+  EXPECT_FALSE(receiver.syncSettings());
   fs::remove(state_);
   EXPECT_TRUE(receiver.services().store()) << "tried again";
-  EXPECT_TRUE(receiver.sync_settings());
+  EXPECT_TRUE(receiver.syncSettings());
 }
 
 AIFW_channel_change_request change(uint32_t mode, uint16_t major = 0, uint16_t minor = 0,
@@ -207,8 +207,8 @@ TEST_F(ReceiverStateTest, AStoreThatFailsLateIsMadeGood) {
   ASSERT_TRUE(receiver.services().store());
   const std::string before = content(services_);
   {
-    OneFile file_but_not_its_folder;
-    EXPECT_FALSE(receiver.services().set_flags(kAir, 1, AISRV_FLAG_SKIPPED, 0));
+    OneFile fileButNotItsFolder;
+    EXPECT_FALSE(receiver.services().setFlags(kAir, 1, AISRV_FLAG_SKIPPED, 0));
   }
   EXPECT_NE(before, content(services_)) << "too late to take it back";
   EXPECT_TRUE(receiver.services().store());
@@ -223,7 +223,7 @@ TEST_F(ReceiverStateTest, ChannelsChangeInOrder) {
   skipped.flags |= AISRV_FLAG_SKIPPED;
   deleted.flags |= AISRV_FLAG_DELETED;
   Receiver receiver(state_);
-  EXPECT_FALSE(receiver.change_channel(change(AIFW_CHANGE_UP)));
+  EXPECT_FALSE(receiver.changeChannel(change(AIFW_CHANGE_UP)));
   receiver.services().replace(kAir, kChannel14, {service(9, 1, kChannel14), skipped, deleted});
   receiver.services().replace(kAir, kChannel15,
                               {service(9, 1, kChannel15), service(10, 1, kChannel15)});
@@ -234,7 +234,7 @@ TEST_F(ReceiverStateTest, ChannelsChangeInOrder) {
     return std::to_string(key.major) + "-" + std::to_string(key.minor) + "@" +
            std::to_string(key.frequency / 1000000);
   };
-  EXPECT_TRUE(receiver.play_first(kAir, kChannel15));
+  EXPECT_TRUE(receiver.playFirst(kAir, kChannel15));
   EXPECT_EQ("9-1@479", now());
   const struct {
     AIFW_channel_change_request request;
@@ -249,25 +249,25 @@ TEST_F(ReceiverStateTest, ChannelsChangeInOrder) {
       {change(AIFW_CHANGE_DIRECT, 9, 1, listed(receiver)[1].record), "9-1@479"},
   };
   for (const auto& each : kCases) {
-    EXPECT_TRUE(receiver.change_channel(each.request));
+    EXPECT_TRUE(receiver.changeChannel(each.request));
     EXPECT_EQ(each.now, now());
   }
   for (const auto& request :
        {change(AIFW_CHANGE_DIRECT, 9, 3), change(AIFW_CHANGE_DIRECT, 9, 5), change(3)}) {
-    EXPECT_FALSE(receiver.change_channel(request));
+    EXPECT_FALSE(receiver.changeChannel(request));
   }
   EXPECT_EQ("9-1@479", now());
-  EXPECT_TRUE(receiver.is_playing());
-  receiver.stop_playing();
-  EXPECT_FALSE(receiver.is_playing());
+  EXPECT_TRUE(receiver.isPlaying());
+  receiver.stopPlaying();
+  EXPECT_FALSE(receiver.isPlaying());
 
   // The current service is there again after a restart, not playing; it is none once not listed.
-  receiver.store_settings();
+  receiver.storeSettings();
   EXPECT_TRUE(receiver.services().store());
-  EXPECT_TRUE(receiver.sync_settings());
+  EXPECT_TRUE(receiver.syncSettings());
   Receiver restarted(state_);
   EXPECT_EQ(kChannel15, restarted.current().value().key.frequency);
-  EXPECT_FALSE(restarted.is_playing());
+  EXPECT_FALSE(restarted.isPlaying());
   restarted.services().replace(kAir, kChannel15, {});
   EXPECT_FALSE(restarted.current());
 }
@@ -276,7 +276,7 @@ TEST_F(ReceiverStateTest, ModulesAnswerForTheReceiverOfTheProcess) {
   Air air;
   EXPECT_EQ(0, AIFW_init(0));
   scan(kAir);
-  air.write(kAir, kChannel14, good_carrier());
+  air.write(kAir, kChannel14, goodCarrier());
   scan(kAir, kChannel14);
   AISRV_service_info record{};
   EXPECT_EQ(0, AIFW_play_first_service(kAir, 0));

@@ -70,7 +70,7 @@ TEST_F(ReceiverTablesTest, ProgramsWithoutVctAreNumberedByRfChannel) {
 TEST_F(ReceiverTablesTest, LocationNamesTheStreamsAndThePmtTheirDetails) {
   const Bytes tables =
       packets(0x1FFB, {vct(0xC8, {{"BOTH", 8, 1, 3, 2, false,
-                                   service_location({{2, 49, ""}, {129, 52, ""}, {129, 52, ""}})},
+                                   serviceLocation({{2, 49, ""}, {129, 52, ""}, {129, 52, ""}})},
                                   {"PMTONLY", 8, 2, 4},
                                   {"NEITHER", 8, 3, 5},
                                   {"AUDIO", 8, 4, 7, 3},
@@ -120,18 +120,18 @@ TEST_F(ReceiverTablesTest, CableNumbersMayHaveOnePart) {
 TEST_F(ReceiverTablesTest, OnlyTheCurrentTableCountsAndPidsAreBounded) {
   std::vector<Element> many;
   for (unsigned i = 0; i < 36; ++i) many.push_back({129, 100 + i, "eng"});
-  const std::vector<Row> list = receive(
-      kAir, kChannel14,
-      packets(0x1FFB, {vct(0xC8, {{"NEXT", 9, 1, 3}}, 3, false),
-                       vct(0xC8, {{"NOW", 9, 2, 3, 2, false, service_location(many)}}, 2)}));
+  const std::vector<Row> list =
+      receive(kAir, kChannel14,
+              packets(0x1FFB, {vct(0xC8, {{"NEXT", 9, 1, 3}}, 3, false),
+                               vct(0xC8, {{"NOW", 9, 2, 3, 2, false, serviceLocation(many)}}, 2)}));
   ASSERT_EQ((Texts{"9-2 NOW"}), labels(list));
   ASSERT_EQ(uint32_t(AISRV_MAX_PIDS), list[0].pids.count);
   EXPECT_EQ(129, list[0].pids.pids[29].pid);
 }
 
 TEST_F(ReceiverTablesTest, SurvivesHostileStreams) {
-  const Bytes good = good_carrier();
-  const Bytes table = vct(0xC8, {{"BAD", 6, 6, 3, 2, false, service_location({{2, 49, ""}})}});
+  const Bytes good = goodCarrier();
+  const Bytes table = vct(0xC8, {{"BAD", 6, 6, 3, 2, false, serviceLocation({{2, 49, ""}})}});
   const auto changed = [](Bytes bytes, size_t at, uint8_t value) {
     bytes.at(at) = value;
     return bytes;
@@ -181,7 +181,7 @@ TEST_F(ReceiverTablesTest, SurvivesFilesThatAreNoStreams) {
   EXPECT_EQ(0, mkdir(air_.path(kAir, 57000000).c_str(), 0700));
   EXPECT_EQ(0, mkfifo(air_.path(kAir, 63000000).c_str(), 0600));
   air_.write(kAir, 79000000, {});
-  air_.write(kAir, kChannel14, good_carrier());
+  air_.write(kAir, kChannel14, goodCarrier());
   const std::vector<Report> reports = scan(kAir);
   ASSERT_EQ(70u, reports.size());
   EXPECT_EQ(0u, reports[2].progress.lock_frequency);

@@ -18,7 +18,7 @@ const TemporaryFolder& state() {
   static const TemporaryFolder folder;
   return folder;
 }
-[[maybe_unused]] const bool state_set =
+[[maybe_unused]] const bool kStateSet =
     setenv("ATSC_HOST_STATE", (state().path() / "state").c_str(), 1) == 0;
 
 uint32_t crc32(const Bytes& bytes) {
@@ -74,9 +74,9 @@ void Air::write(uint32_t source, uint32_t frequency, const Bytes& stream) const 
   std::filesystem::rename(made, target);
 }
 
-Bytes section(uint8_t table_id, unsigned extension, const Bytes& body, unsigned version,
+Bytes section(uint8_t tableId, unsigned extension, const Bytes& body, unsigned version,
               bool current) {
-  Bytes bytes = Bytes{table_id} + be16(0xB000 | (body.size() + 9)) + be16(extension);
+  Bytes bytes = Bytes{tableId} + be16(0xB000 | (body.size() + 9)) + be16(extension);
   bytes = bytes + Bytes{static_cast<uint8_t>(0xC0 | version << 1 | (current ? 1 : 0)), 0, 0} + body;
   return sealed(bytes + Bytes(4));
 }
@@ -108,14 +108,14 @@ Bytes descriptor(uint8_t tag, const Bytes& content) {
   return Bytes{tag, static_cast<uint8_t>(content.size())} + content;
 }
 
-Bytes content_advisory(uint8_t region, const std::vector<std::pair<int, int>>& values) {
+Bytes contentAdvisory(uint8_t region, const std::vector<std::pair<int, int>>& values) {
   Bytes content{0xC1, region, static_cast<uint8_t>(values.size())};
   for (const auto& [dimension, value] : values)
     content = content + Bytes{static_cast<uint8_t>(dimension), static_cast<uint8_t>(0xF0 | value)};
   return descriptor(0x87, content + Bytes{0});
 }
 
-Bytes service_location(const std::vector<Element>& elements) {
+Bytes serviceLocation(const std::vector<Element>& elements) {
   Bytes content = be16(0xE031) + Bytes{static_cast<uint8_t>(elements.size())};
   for (const Element& e : elements) {
     std::string language = e.language;
@@ -126,7 +126,7 @@ Bytes service_location(const std::vector<Element>& elements) {
   return descriptor(0xA1, content);
 }
 
-Bytes vct(uint8_t table_id, const std::vector<Channel>& channels, unsigned version, bool current) {
+Bytes vct(uint8_t tableId, const std::vector<Channel>& channels, unsigned version, bool current) {
   Bytes body{0, static_cast<uint8_t>(channels.size())};
   for (const Channel& c : channels) {
     Bytes name;
@@ -137,11 +137,11 @@ Bytes vct(uint8_t table_id, const std::vector<Channel>& channels, unsigned versi
     body = body + be16((c.major << 10 | c.minor) & 0xFFFF);
     body = body + Bytes{4, 0, 0, 0, 0} + be16(c.tsid) + be16(c.program);
     // The bits that say "out of band" on cable are reserved, and set, on the air.
-    body.push_back(static_cast<uint8_t>((c.hidden ? 0x11 : 0x01) | (table_id == 0xC8 ? 0x0C : 0)));
-    body.push_back(static_cast<uint8_t>(0xC0 | c.service_type));
+    body.push_back(static_cast<uint8_t>((c.hidden ? 0x11 : 0x01) | (tableId == 0xC8 ? 0x0C : 0)));
+    body.push_back(static_cast<uint8_t>(0xC0 | c.serviceType));
     body = body + be16(c.program) + be16(0xFC00 | c.descriptors.size()) + c.descriptors;
   }
-  return section(table_id, 1, body + be16(0xFC00), version, current);
+  return section(tableId, 1, body + be16(0xFC00), version, current);
 }
 
 Bytes pat(const std::vector<std::pair<unsigned, unsigned>>& programs, unsigned tsid) {
@@ -171,8 +171,8 @@ Bytes text(const std::string& letters) {
 
 }  // namespace
 
-Bytes stt(uint32_t time, uint8_t gps_utc_offset) {
-  return section(0xCD, 0, Bytes{0} + be32(time) + Bytes{gps_utc_offset, 0x60, 0});
+Bytes stt(uint32_t time, uint8_t gpsUtcOffset) {
+  return section(0xCD, 0, Bytes{0} + be32(time) + Bytes{gpsUtcOffset, 0x60, 0});
 }
 
 Bytes mgt(const std::vector<std::pair<unsigned, unsigned>>& tables, unsigned version) {
@@ -182,7 +182,7 @@ Bytes mgt(const std::vector<std::pair<unsigned, unsigned>>& tables, unsigned ver
   return section(0xC7, 0, body + be16(0xF000), version);
 }
 
-Bytes eit(unsigned source_id, const std::vector<Event>& events, unsigned version) {
+Bytes eit(unsigned sourceId, const std::vector<Event>& events, unsigned version) {
   Bytes body{0, static_cast<uint8_t>(events.size())};
   for (const Event& e : events) {
     const Bytes title = text(e.title);
@@ -191,22 +191,22 @@ Bytes eit(unsigned source_id, const std::vector<Event>& events, unsigned version
            Bytes{static_cast<uint8_t>(title.size())} + title +
            be16(static_cast<unsigned>(0xF000 | e.descriptors.size())) + e.descriptors;
   }
-  return section(0xCB, source_id, body, version);
+  return section(0xCB, sourceId, body, version);
 }
 
-Bytes ett(unsigned source_id, unsigned event_id, const std::string& letters) {
-  return section(0xCC, event_id,
-                 Bytes{0} + be32(source_id << 16 | event_id << 2 | 2) + text(letters));
+Bytes ett(unsigned sourceId, unsigned eventId, const std::string& letters) {
+  return section(0xCC, eventId, Bytes{0} + be32(sourceId << 16 | eventId << 2 | 2) + text(letters));
 }
 
 }  // namespace psip
 
-Bytes good_carrier() {
-  return packets(0x1FFB, {vct(0xC8, {{"GOOD", 5, 1, 3, 2, false,
-                                      service_location({{2, 49, ""}, {129, 52, "eng"}})}})});
+Bytes goodCarrier() {
+  return packets(
+      0x1FFB,
+      {vct(0xC8, {{"GOOD", 5, 1, 3, 2, false, serviceLocation({{2, 49, ""}, {129, 52, "eng"}})}})});
 }
 
-int start_scan(uint32_t source, uint32_t frequency, AICS_scan_callback callback) {
+int startScan(uint32_t source, uint32_t frequency, AICS_scan_callback callback) {
   AICS_search_request request{};
   request.search_type = frequency ? AICS_SEARCH_MANUAL : AICS_SEARCH_AUTOMATIC;
   request.always_2 = 2;
@@ -218,7 +218,7 @@ int start_scan(uint32_t source, uint32_t frequency, AICS_scan_callback callback)
 std::vector<Report> scan(uint32_t source, uint32_t frequency) {
   std::unique_lock<std::mutex> lock(recorder.mutex);
   recorder.reports.clear();
-  if (start_scan(source, frequency, record) != 0) {
+  if (startScan(source, frequency, record) != 0) {
     ADD_FAILURE() << "scan refused";
     return {};
   }

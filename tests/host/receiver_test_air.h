@@ -31,7 +31,7 @@ class Air {
 };
 
 // A section with its header and CRC_32.
-Bytes section(uint8_t table_id, unsigned extension, const Bytes& body, unsigned version = 1,
+Bytes section(uint8_t tableId, unsigned extension, const Bytes& body, unsigned version = 1,
               bool current = true);
 // Puts right the CRC_32 of a section that has been changed.
 Bytes sealed(Bytes bytes);
@@ -40,25 +40,25 @@ Bytes packets(unsigned pid, const std::vector<Bytes>& sections);
 
 Bytes descriptor(uint8_t tag, const Bytes& content);
 // content_advisory_descriptor of one region: dimensions and values.
-Bytes content_advisory(uint8_t region, const std::vector<std::pair<int, int>>& values);
+Bytes contentAdvisory(uint8_t region, const std::vector<std::pair<int, int>>& values);
 
 struct Element {
   uint8_t type;
   unsigned pid;
   std::string language;
 };
-Bytes service_location(const std::vector<Element>& elements);
+Bytes serviceLocation(const std::vector<Element>& elements);
 
 struct Channel {
   std::string name;
   unsigned major, minor, program;
-  uint8_t service_type = 2;
+  uint8_t serviceType = 2;
   bool hidden = false;
   Bytes descriptors = {};
   unsigned tsid = 1;
 };
 // 0xC8 terrestrial, 0xC9 cable.
-Bytes vct(uint8_t table_id, const std::vector<Channel>& channels, unsigned version = 1,
+Bytes vct(uint8_t tableId, const std::vector<Channel>& channels, unsigned version = 1,
           bool current = true);
 Bytes pat(const std::vector<std::pair<unsigned, unsigned>>& programs, unsigned tsid = 1);
 struct PmtStream {
@@ -77,22 +77,22 @@ struct Event {
   std::string title;
   Bytes descriptors = {};
 };
-Bytes stt(uint32_t time, uint8_t gps_utc_offset);
+Bytes stt(uint32_t time, uint8_t gpsUtcOffset);
 // Tables by table_type and PID.
 Bytes mgt(const std::vector<std::pair<unsigned, unsigned>>& tables, unsigned version = 1);
-Bytes eit(unsigned source_id, const std::vector<Event>& events, unsigned version = 1);
-Bytes ett(unsigned source_id, unsigned event_id, const std::string& text);
+Bytes eit(unsigned sourceId, const std::vector<Event>& events, unsigned version = 1);
+Bytes ett(unsigned sourceId, unsigned eventId, const std::string& text);
 }  // namespace psip
 
 // A carrier with the channel 5-1 "GOOD", one video and one audio stream.
-Bytes good_carrier();
+Bytes goodCarrier();
 
 struct Report {
   AICS_scan_progress progress;
   int state;
 };
 
-int start_scan(uint32_t source, uint32_t frequency, AICS_scan_callback callback);  // 0: automatic
+int startScan(uint32_t source, uint32_t frequency, AICS_scan_callback callback);  // 0: automatic
 // Scans to the end and returns what was reported.
 std::vector<Report> scan(uint32_t source, uint32_t frequency = 0);
 

@@ -44,20 +44,20 @@ inline Bytes be32(uint32_t value) { return be16(value >> 16) + be16(value & 0xFF
 inline Bytes counted(const Bytes& bytes) {
   return Bytes{static_cast<uint8_t>(bytes.size())} + bytes;
 }
-inline Bytes bytes_of(const std::string& text) { return Bytes(text.begin(), text.end()); }
+inline Bytes bytesOf(const std::string& text) { return Bytes(text.begin(), text.end()); }
 
 inline Bytes segment(uint8_t compression, uint8_t mode, const Bytes& bytes) {
   return Bytes{compression, mode} + counted(bytes);
 }
-inline Bytes string_of(const std::string& language, const std::vector<Bytes>& segments) {
-  Bytes bytes = bytes_of(language) + Bytes{static_cast<uint8_t>(segments.size())};
+inline Bytes stringOf(const std::string& language, const std::vector<Bytes>& segments) {
+  Bytes bytes = bytesOf(language) + Bytes{static_cast<uint8_t>(segments.size())};
   for (const Bytes& s : segments) bytes = bytes + s;
   return bytes;
 }
 inline Bytes text(const std::string& latin, const std::string& language = "eng") {
-  return Bytes{1} + string_of(language, {segment(0, 0, bytes_of(latin))});
+  return Bytes{1} + stringOf(language, {segment(0, 0, bytesOf(latin))});
 }
-inline Bytes text(const Bytes& one_segment) { return Bytes{1} + string_of("eng", {one_segment}); }
+inline Bytes text(const Bytes& oneSegment) { return Bytes{1} + stringOf("eng", {oneSegment}); }
 
 struct MgtEntry {
   unsigned type, pid, version;
@@ -76,19 +76,18 @@ struct Programme {
   Bytes title;
   Bytes descriptors = {};
 };
-inline Bytes eit(unsigned source_id, const std::vector<Programme>& programmes, unsigned version = 1,
+inline Bytes eit(unsigned sourceId, const std::vector<Programme>& programmes, unsigned version = 1,
                  bool current = true) {
   Bytes body{0, static_cast<uint8_t>(programmes.size())};
   for (const Programme& p : programmes)
     body = body + be16(0xC000 | p.id) + be32(p.start) + Bytes{0xD0} + be16(1800) +
            counted(p.title) + be16(0xF000 | p.descriptors.size()) + p.descriptors;
-  return section(0xCB, source_id, body, version, current);
+  return section(0xCB, sourceId, body, version, current);
 }
-inline Bytes ett(unsigned source_id, unsigned event_id, const Bytes& message,
-                 unsigned version = 1) {
-  return section(0xCC, 7, Bytes{0} + be32(source_id << 16 | event_id << 2 | 2) + message, version);
+inline Bytes ett(unsigned sourceId, unsigned eventId, const Bytes& message, unsigned version = 1) {
+  return section(0xCC, 7, Bytes{0} + be32(sourceId << 16 | eventId << 2 | 2) + message, version);
 }
-inline Bytes in_parts(Bytes whole, uint8_t number, uint8_t last) {
+inline Bytes inParts(Bytes whole, uint8_t number, uint8_t last) {
   whole[6] = number;
   whole[7] = last;
   return sealed(whole);

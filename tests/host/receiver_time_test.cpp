@@ -35,11 +35,11 @@ uint32_t utc(const char* text) {
 
 SystemTime table(const char* sent, bool status, uint8_t day, uint8_t hour) {
   SystemTime time;
-  time.gps_seconds = utc(sent) - kGpsEpoch + 18;
-  time.gps_utc_offset = 18;
-  time.daylight_status = status;
-  time.daylight_day_of_month = day;
-  time.daylight_hour = hour;
+  time.gpsSeconds = utc(sent) - kGpsEpoch + 18;
+  time.gpsUtcOffset = 18;
+  time.daylightStatus = status;
+  time.daylightDayOfMonth = day;
+  time.daylightHour = hour;
   return time;
 }
 
@@ -96,15 +96,15 @@ TEST(LocalTime, DaylightSavingIsInForceAsTheSystemTimeTableSays) {
   };
   for (const auto& c : kCases) {
     EXPECT_EQ(c.offset,
-              atschost::utc_offset(c.zone, table(c.sent, c.status, c.day, c.hour), utc(c.now)))
+              atschost::utcOffset(c.zone, table(c.sent, c.status, c.day, c.hour), utc(c.now)))
         << c.zone << " sent " << c.sent << " day " << +c.day << " at " << c.now;
   }
-  EXPECT_EQ(-300, atschost::utc_offset(AIST_ZONE_EASTERN, {}, utc("2026-07-10 12:00:00")));
+  EXPECT_EQ(-300, atschost::utcOffset(AIST_ZONE_EASTERN, {}, utc("2026-07-10 12:00:00")));
   // Any table at all.
   SystemTime any = table("2026-01-01 00:00:00", true, 31, 23);
   for (const uint32_t time : {0u, 1u, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFFu}) {
-    any.gps_seconds = time;
-    const int32_t offset = atschost::utc_offset(AIST_ZONE_ALASKA, any, ~time);
+    any.gpsSeconds = time;
+    const int32_t offset = atschost::utcOffset(AIST_ZONE_ALASKA, any, ~time);
     EXPECT_TRUE(offset == -540 || offset == -480);
   }
 }
@@ -122,7 +122,7 @@ TEST(LocalTime, DatesAreRightForEveryTime) {
       {0xFFFFFFFF, 540, "2106-02-07 15:28:15"},
   };
   for (const auto& c : kCases) {
-    const AIST_time_date d = atschost::date_at(c.time, c.offset);
+    const AIST_time_date d = atschost::dateAt(c.time, c.offset);
     char text[40];
     std::snprintf(text, sizeof(text), "%u-%02u-%02u %02u:%02u:%02u", d.year, d.month, d.mday,
                   d.hour, d.minute, d.second);
@@ -138,19 +138,19 @@ TEST(ClockSetting, InManualModeNoTableMovesTheClock) {
   const SystemTime first = table("2026-04-22 12:00:00", true, 0, 0);
   SystemTime later = table("2026-04-22 18:00:00", true, 0, 0);
   clock.follow(a, first, t);
-  clock.set_setting({AIST_ZONE_PACIFIC, false});
-  EXPECT_FALSE(clock.follow(b, later, t + seconds(10)).time_changed);
-  EXPECT_EQ(first.unix_seconds() + 10, clock.now(t + seconds(10)));
-  later.daylight_status = false;
+  clock.setSetting({AIST_ZONE_PACIFIC, false});
+  EXPECT_FALSE(clock.follow(b, later, t + seconds(10)).timeChanged);
+  EXPECT_EQ(first.unixSeconds() + 10, clock.now(t + seconds(10)));
+  later.daylightStatus = false;
   const Clock::Effect effect = clock.follow(b, later, t + seconds(20));
-  EXPECT_TRUE(effect.details_changed && effect.time_changed);
-  EXPECT_FALSE(clock.last_table()->daylight_status);
-  EXPECT_EQ(first.unix_seconds() + 20, clock.now(t + seconds(20)));
+  EXPECT_TRUE(effect.detailsChanged && effect.timeChanged);
+  EXPECT_FALSE(clock.lastTable()->daylightStatus);
+  EXPECT_EQ(first.unixSeconds() + 20, clock.now(t + seconds(20)));
 
-  clock.set_automatic(true);
-  EXPECT_EQ(first.unix_seconds() + 30, clock.now(t + seconds(30))) << "before the next table";
-  EXPECT_TRUE(clock.follow(b, later, t + seconds(30)).time_changed);
-  EXPECT_EQ(later.unix_seconds() + 20, clock.now(t + seconds(30)));
+  clock.setAutomatic(true);
+  EXPECT_EQ(first.unixSeconds() + 30, clock.now(t + seconds(30))) << "before the next table";
+  EXPECT_TRUE(clock.follow(b, later, t + seconds(30)).timeChanged);
+  EXPECT_EQ(later.unixSeconds() + 20, clock.now(t + seconds(30)));
   EXPECT_EQ(int32_t(AIST_ZONE_PACIFIC), clock.setting().zone);
 }
 
@@ -171,14 +171,14 @@ TEST(ClockSetting, IsSetAndReadThroughTheModule) {
   const auto tie = [](const AIST_time_date& d) {
     return std::tuple(d.year, d.month, d.mday, d.hour, d.minute, d.second);
   };
-  const auto here = [&] { return tie(atschost::date_at(Clock::instance().now(), -600)); };
+  const auto here = [&] { return tie(atschost::dateAt(Clock::instance().now(), -600)); };
   const auto before = here();
   AIST_time_date date{};
   EXPECT_EQ(0, AIST_get_cur_time_date(&date));
   EXPECT_TRUE(before <= tie(date) && tie(date) <= here());
   EXPECT_NE(0, AIST_get_system_time_info(nullptr));
   EXPECT_NE(0, AIST_get_cur_time_date(nullptr));
-  Clock::instance().set_setting(old);
+  Clock::instance().setSetting(old);
 }
 
 // caption_service_descriptor of entries of 6 bytes.
@@ -193,7 +193,7 @@ TEST(CaptionServices, OfADamagedDescriptorTheWholeEntriesCount) {
   const auto read = [](const Bytes& whole) {
     const Bytes content(whole.begin() + 2, whole.end());
     std::vector<atschost::CaptionService> services;
-    const bool sound = atschost::read_caption_services(content.data(), content.size(), services);
+    const bool sound = atschost::readCaptionServices(content.data(), content.size(), services);
     return std::pair(sound, services.size());
   };
   const Bytes entry = caption("eng", 0xC1, 0x3F);
@@ -229,13 +229,13 @@ TEST(CaptionServices, AreThoseOfThePresentEventElseOfThePmt) {
     e.start = start;
     e.duration = 1800;
     const Bytes content = Bytes{0xE1} + caption(language, 0xC5, flags);
-    atschost::read_caption_services(content.data(), content.size(), e.caption_services);
+    atschost::readCaptionServices(content.data(), content.size(), e.captionServices);
     e.captions = true;
     return e;
   };
   atschost::GuideTables tables;
-  tables.mgt_seen = true;
-  tables.announced_eits = {0};
+  tables.mgtSeen = true;
+  tables.announcedEits = {0};
   tables.eits[{0, 3}] = {event(now - 2700, "deu", 0), event(now - 900, "spa", 0x40),
                          event(now + 900, "deu", 0)};
   tables.eits[{0, 4}] = {event(now - 2700, "deu", 0), event(now + 900, "deu", 0)};

@@ -58,20 +58,20 @@ constexpr uint8_t kOffset = 18;
 // Channels 5-1, with programmes rated TV-PG, of an hour, and TV-14, of half an hour, after another
 // half hour one that is not rated, and 5-2, with none; and what the PMT of 5-1 says. The VCT may
 // have 5-2 alone.
-Bytes rated_stream(const Bytes& pmt_descriptors = {}, bool has_both = true) {
+Bytes ratedStream(const Bytes& pmtDescriptors = {}, bool hasBoth = true) {
   std::vector<Channel> channels = {{"ONE", 5, 1, 3}, {"TWO", 5, 2, 4}};
-  if (!has_both) channels.erase(channels.begin());
-  const Bytes guide = psip::eit(3, {{1, kStart, 3600, "Mild", content_advisory(1, {{0, 3}})},
-                                    {2, kStart + 3600, 1800, "Wild", content_advisory(1, {{0, 4}})},
+  if (!hasBoth) channels.erase(channels.begin());
+  const Bytes guide = psip::eit(3, {{1, kStart, 3600, "Mild", contentAdvisory(1, {{0, 3}})},
+                                    {2, kStart + 3600, 1800, "Wild", contentAdvisory(1, {{0, 4}})},
                                     {3, kStart + 7200, 3600, "Unknown"}});
   return packets(0x1FFB,
                  {vct(0xC8, channels), psip::stt(kStart, kOffset), psip::mgt({{0x100, 0x1D00}})}) +
          packets(0x1D00, {guide}) + packets(0, {pat({{3, 0x30}, {4, 0x31}})}) +
-         packets(0x30, {pmt(3, {{2, 49, {}}, {0x81, 52, {}}}, pmt_descriptors)}) +
+         packets(0x30, {pmt(3, {{2, 49, {}}, {0x81, 52, {}}}, pmtDescriptors)}) +
          packets(0x31, {pmt(4, {{2, 65, {}}})});
 }
 
-void set_time(uint32_t gps_seconds) { ATSC_host_set_clock(gps_seconds - kOffset + 315964800); }
+void setTime(uint32_t gpsSeconds) { ATSC_host_set_clock(gpsSeconds - kOffset + 315964800); }
 
 class ReceiverViewingTest : public testing::Test {
  protected:
@@ -87,10 +87,10 @@ class ReceiverViewingTest : public testing::Test {
     const AIPC_parental_details details{0, 1, 0, 0, 1, 0};
     EXPECT_EQ(0, AIPC_set_parental_details(&details));
   }
-  static void limit(int32_t us_tv) {
+  static void limit(int32_t usTv) {
     AIPC_dime_t limits{};
     limits.region = 1;
-    limits.us_tv = us_tv;
+    limits.us_tv = usTv;
     EXPECT_EQ(0, AIPC_store_rating(limits));
   }
 };
@@ -100,16 +100,16 @@ void hold(AFW_event_t, void*) { const std::lock_guard<std::mutex> lock(held); }
 
 TEST(ReceiverEventsTest, AGuideThatWaitsToBeTakenAnewIsNotToldTwice) {
   atschost::EventQueue events;
-  events.set_callback(hold);
+  events.setCallback(hold);
   const std::lock_guard<std::mutex> lock(held);
   events.raise(AFW_PARENTAL_UPDATE);
   while (events.waiting() != 0) std::this_thread::yield();
   for (const auto& ids : std::vector<std::vector<uint16_t>>{{1, 2}, {1, 2}, {1}, {1, 2}, {}}) {
     events.raise(AFW_PARENTAL_UPDATE);
-    events.refresh_guide(ids);
+    events.refreshGuide(ids);
   }
   EXPECT_EQ(5u + 2u, events.waiting());
-  events.set_callback(nullptr);
+  events.setCallback(nullptr);
 }
 
 TEST_F(ReceiverViewingTest, WhatPlaysIsBlockedAndFreedAsProgrammesAndSettingsChange) {
@@ -118,7 +118,7 @@ TEST_F(ReceiverViewingTest, WhatPlaysIsBlockedAndFreedAsProgrammesAndSettingsCha
                                kOpened = AFW_CHANNEL_UNLOCKED, kPlays = AFW_CHANNEL_PLAY_SUCCESS;
   const Air air;
   AISRV_reset_db(kAir);
-  air.write(kAir, kChannel20, rated_stream());
+  air.write(kAir, kChannel20, ratedStream());
   ATSC_host_set_fast(1);
   scan(kAir, kChannel20);
   const Receiver& receiver = Receiver::instance();
@@ -136,7 +136,7 @@ TEST_F(ReceiverViewingTest, WhatPlaysIsBlockedAndFreedAsProgrammesAndSettingsCha
     EXPECT_EQ(0, AISRV_get_CAD_list(&one, &count, numbers));
     return std::vector<int>(numbers, numbers + count);
   };
-  const auto blocked_events = [&] {
+  const auto blockedEvents = [&] {
     AIEC_event_info events[3] = {};
     uint16_t count = 0;
     EXPECT_EQ(0, AIEC_get_first_n_events(&one, events, 3, &count));
@@ -144,7 +144,7 @@ TEST_F(ReceiverViewingTest, WhatPlaysIsBlockedAndFreedAsProgrammesAndSettingsCha
     for (uint16_t i = 0; i < count; ++i) text += events[i].parental_status ? 'x' : '-';
     return text;
   };
-  set_time(kStart);
+  setTime(kStart);
   AIFW_register_frmwrk_app_cb(tell);
   told.take(0);
   ASSERT_EQ(0, AIFW_play_first_service(kAir, kChannel20));
@@ -153,19 +153,19 @@ TEST_F(ReceiverViewingTest, WhatPlaysIsBlockedAndFreedAsProgrammesAndSettingsCha
   limit(4);
   EXPECT_EQ((Events{kUpdate, kUpdate}), told.take(2));
   EXPECT_EQ(0, verdict());
-  EXPECT_EQ("-x-", blocked_events());
-  EXPECT_EQ(1, receiver.audio_track());
+  EXPECT_EQ("-x-", blockedEvents());
+  EXPECT_EQ(1, receiver.audioTrack());
 
-  set_time(kStart + 3600 - 1);
+  setTime(kStart + 3600 - 1);
   EXPECT_EQ(Events{kBlocked}, told.take(1));
   EXPECT_EQ(AIPC_BLOCKED, verdict());
   EXPECT_EQ(0u, status());
-  EXPECT_EQ(0, receiver.audio_track());
-  EXPECT_TRUE(receiver.is_playing());
+  EXPECT_EQ(0, receiver.audioTrack());
+  EXPECT_TRUE(receiver.isPlaying());
   limit(4);  // nothing changes
   limit(5);
   EXPECT_EQ((Events{kUpdate, kFree}), told.take(2));
-  EXPECT_EQ("---", blocked_events());
+  EXPECT_EQ("---", blockedEvents());
   limit(4);
   EXPECT_EQ((Events{kUpdate, kBlocked}), told.take(2));
 
@@ -173,7 +173,7 @@ TEST_F(ReceiverViewingTest, WhatPlaysIsBlockedAndFreedAsProgrammesAndSettingsCha
   EXPECT_EQ(0, AIFW_pwd_unlocked_no_checking_status(1));
   EXPECT_EQ(Events{kFree}, told.take(1));
   EXPECT_EQ(0, verdict());
-  EXPECT_EQ(1, receiver.audio_track());
+  EXPECT_EQ(1, receiver.audioTrack());
   EXPECT_EQ(0, AIFW_pwd_unlocked_no_checking_status(0));
   EXPECT_EQ(Events{kBlocked}, told.take(1));
   const AIFW_channel_change_request two{
@@ -185,30 +185,30 @@ TEST_F(ReceiverViewingTest, WhatPlaysIsBlockedAndFreedAsProgrammesAndSettingsCha
   EXPECT_EQ((Events{kBlocked, kPlays}), told.take(2));
 
   // Between two programmes; without a rating; a group of its own.
-  set_time(kStart + 5400);
+  setTime(kStart + 5400);
   EXPECT_EQ(Events{kFree}, told.take(1));
   EXPECT_EQ(AIPC_UNRATED, verdict());
-  set_time(kStart + 7200);
+  setTime(kStart + 7200);
   EXPECT_EQ(AIPC_UNRATED, verdict());
   EXPECT_EQ(0u, status());
   EXPECT_EQ(0, AIPC_set_rating_status_unrated_groups(1, AIPC_UNRATED_NO_RATING));
   EXPECT_EQ((Events{kUpdate, kBlocked}), told.take(2));
   EXPECT_EQ(AIPC_UNRATED, verdict());
   EXPECT_EQ(1u, status());
-  EXPECT_EQ("-xx", blocked_events());
+  EXPECT_EQ("-xx", blockedEvents());
   EXPECT_EQ(0, AIPC_set_rating_status_unrated_groups(0, AIPC_UNRATED_NO_RATING));
   EXPECT_EQ((Events{kUpdate, kFree}), told.take(2));
 
   // The streams rate it.
   EXPECT_EQ(std::vector<int>{}, regions());
-  air.write(kAir, kChannel20, rated_stream(content_advisory(1, {{0, 5}, {4, 1}})));
+  air.write(kAir, kChannel20, ratedStream(contentAdvisory(1, {{0, 5}, {4, 1}})));
   EXPECT_EQ(Events{kBlocked}, told.take(1));
   EXPECT_EQ(AIPC_BLOCKED_BY_STATUS, verdict());
   EXPECT_EQ(std::vector<int>{1}, regions());
   EXPECT_EQ(1u, status());
   // A film that is not rated.
   EXPECT_EQ(0, AIPC_set_rating_status_unrated_groups(1, AIPC_UNRATED_US_MPAA));
-  air.write(kAir, kChannel20, rated_stream(content_advisory(1, {{7, 8}})));
+  air.write(kAir, kChannel20, ratedStream(contentAdvisory(1, {{7, 8}})));
   while (verdict() != AIPC_UNRATED) std::this_thread::yield();
   EXPECT_EQ(1u, status());
   EXPECT_EQ(Events{kUpdate}, told.take(1)) << "blocked as before";
@@ -218,7 +218,7 @@ TEST_F(ReceiverViewingTest, WhatPlaysIsBlockedAndFreedAsProgrammesAndSettingsCha
   EXPECT_EQ(0, AIFW_stop_curr_src());
   EXPECT_EQ(std::vector<int>{}, regions());
   EXPECT_EQ(0, AIPC_set_rating_status_unrated_groups(1, AIPC_UNRATED_NO_RATING));
-  air.write(kAir, kChannel20, rated_stream(content_advisory(1, {{0, 3}})));
+  air.write(kAir, kChannel20, ratedStream(contentAdvisory(1, {{0, 3}})));
   EXPECT_EQ(Events{kUpdate}, told.take(1));
   EXPECT_EQ(0, AIFW_play_curr_src());
   while (verdict() != AIPC_BLOCKED_BY_STATUS) std::this_thread::yield();
@@ -232,11 +232,11 @@ TEST_F(ReceiverViewingTest, WhatPlaysIsBlockedAndFreedAsProgrammesAndSettingsCha
   };
   AICN_set_play_from_ap(0);
   lock(true);
-  EXPECT_EQ(0, receiver.audio_track());
+  EXPECT_EQ(0, receiver.audioTrack());
   lock(false);
   AICN_set_play_from_ap(1);
   lock(true);
-  EXPECT_EQ(1, receiver.audio_track());
+  EXPECT_EQ(1, receiver.audioTrack());
   EXPECT_EQ((Events{kLocked, kOpened}), told.take(2));
   EXPECT_EQ(0, AIFW_play_curr_src());
   EXPECT_EQ((Events{kLocked, kPlays}), told.take(2));
@@ -267,12 +267,12 @@ TEST_F(ReceiverViewingTest, WhatPlaysIsGuardedWithoutSignalAndWithoutBeingListed
                                kFree = AFW_PARENTAL_UNBLOCKED;
   const Air air;
   AISRV_reset_db(kAir);
-  air.write(kAir, kChannel20, rated_stream());
+  air.write(kAir, kChannel20, ratedStream());
   ATSC_host_set_fast(1);
   scan(kAir, kChannel20);
   enable();
   limit(4);
-  set_time(kStart);
+  setTime(kStart);
   AIFW_register_frmwrk_app_cb(tell);
   told.take(0);
   ASSERT_EQ(0, AIFW_play_first_service(kAir, kChannel20));
@@ -285,17 +285,17 @@ TEST_F(ReceiverViewingTest, WhatPlaysIsGuardedWithoutSignalAndWithoutBeingListed
   AICN_set_play_from_ap(1);
   EXPECT_EQ(0, AIFW_modify_service(AIFW_SERVICE_MODIFY, &marked));
 
-  air.write(kAir, kChannel20, rated_stream(content_advisory(1, {{0, 5}})));
+  air.write(kAir, kChannel20, ratedStream(contentAdvisory(1, {{0, 5}})));
   EXPECT_EQ(Events{kBlocked}, told.take(1));
   fs::remove(air.path(kAir, kChannel20));
   EXPECT_EQ(Events{kFree}, told.take(1)) << "as the guide says";
 
-  air.write(kAir, kChannel20, rated_stream({}, false));
+  air.write(kAir, kChannel20, ratedStream({}, false));
   const AISRV_query_filter all{};
   for (uint32_t listed = 0; listed != 1; std::this_thread::yield())
     ASSERT_EQ(0, AISRV_get_total_services(kAir, AISRV_SERVICE_MASK, &all, 0, &listed));
   EXPECT_EQ(Events{AFW_CHANNEL_PLAY_SUCCESS}, told.take(1));
-  set_time(kStart + 3600);
+  setTime(kStart + 3600);
   EXPECT_EQ(Events{kBlocked}, told.take(1));
   EXPECT_EQ(AIPC_BLOCKED, AIEC_check_rating(&one));
   limit(5);
@@ -307,7 +307,7 @@ TEST_F(ReceiverViewingTest, WhatPlaysIsGuardedWithoutSignalAndWithoutBeingListed
   EXPECT_NE(0, AICN_get_current(&current));
   EXPECT_EQ(-1, AIEC_check_rating(&one));
   // It comes back as the viewer left it.
-  air.write(kAir, kChannel20, rated_stream());
+  air.write(kAir, kChannel20, ratedStream());
   EXPECT_EQ(0, AIFW_play_first_service(kAir, kChannel20));
   for (uint32_t listed = 0; listed != 2; std::this_thread::yield())
     ASSERT_EQ(0, AISRV_get_total_services(kAir, AISRV_SERVICE_MASK, &all, 0, &listed));

@@ -24,88 +24,88 @@ namespace {
 
 struct Result {
   std::set<std::string> lines;
-  std::map<unsigned, unsigned> programs;      // program number, PID of the PMT
-  std::map<unsigned, unsigned> guide_tables;  // table_type, PID
-  unsigned instance = 0;                      // being decoded
+  std::map<unsigned, unsigned> programs;     // program number, PID of the PMT
+  std::map<unsigned, unsigned> guideTables;  // table_type, PID
+  unsigned instance = 0;                     // being decoded
   DecodedGuide guide;
 
   template <class... Words>
-  void Add(const Words&... words) {
+  void add(const Words&... words) {
     std::ostringstream line;
     (line << ... << words);
     lines.insert(line.str());
   }
 };
 
-Result& To(void* data) { return *static_cast<Result*>(data); }
+Result& to(void* data) { return *static_cast<Result*>(data); }
 
-std::string All(const dvbpsi_descriptor_t* each) {
+std::string all(const dvbpsi_descriptor_t* each) {
   std::string text;
   for (; each != nullptr; each = each->p_next) {
-    text += Descriptor(each->i_tag, {each->p_data, each->p_data + each->i_length});
+    text += descriptor(each->i_tag, {each->p_data, each->p_data + each->i_length});
   }
   return text;
 }
 
-void OnMessage(dvbpsi_t* handle, dvbpsi_msg_level_t, const char* text) {
-  To(handle->p_sys).Add("complaint: ", text);
+void onMessage(dvbpsi_t* handle, dvbpsi_msg_level_t, const char* text) {
+  to(handle->p_sys).add("complaint: ", text);
 }
 
-void OnPat(void* data, dvbpsi_pat_t* pat) {
-  To(data).Add("PAT tsid ", pat->i_ts_id, " version ", +pat->i_version);
+void onPat(void* data, dvbpsi_pat_t* pat) {
+  to(data).add("PAT tsid ", pat->i_ts_id, " version ", +pat->i_version);
   for (const auto* p = pat->p_first_program; p != nullptr; p = p->p_next) {
-    To(data).programs[p->i_number] = p->i_pid;
+    to(data).programs[p->i_number] = p->i_pid;
   }
   dvbpsi_pat_delete(pat);
 }
 
-void OnPmt(void* data, dvbpsi_pmt_t* pmt) {
-  Result& result = To(data);
+void onPmt(void* data, dvbpsi_pmt_t* pmt) {
+  Result& result = to(data);
   std::string streams;
   for (const auto* es = pmt->p_first_es; es != nullptr; es = es->p_next) {
     streams += ", " + std::to_string(es->i_type) + " at " + std::to_string(es->i_pid) +
-               All(es->p_first_descriptor);
+               all(es->p_first_descriptor);
   }
-  result.Add("PMT ", pmt->i_program_number, " at ", result.programs[pmt->i_program_number],
-             " version ", +pmt->i_version, All(pmt->p_first_descriptor), " PCR ", pmt->i_pcr_pid,
+  result.add("PMT ", pmt->i_program_number, " at ", result.programs[pmt->i_program_number],
+             " version ", +pmt->i_version, all(pmt->p_first_descriptor), " PCR ", pmt->i_pcr_pid,
              streams);
   dvbpsi_pmt_delete(pmt);
 }
 
-void OnMgt(void* data, dvbpsi_atsc_mgt_t* mgt) {
+void onMgt(void* data, dvbpsi_atsc_mgt_t* mgt) {
   for (const auto* t = mgt->p_first_table; t != nullptr; t = t->p_next) {
     if (t->i_table_type >= 0x100 && t->i_table_type < 0x280) {
-      To(data).guide_tables[t->i_table_type] = t->i_table_type_pid;
+      to(data).guideTables[t->i_table_type] = t->i_table_type_pid;
     }
-    To(data).Add("MGT version ", +mgt->i_version, " type ", t->i_table_type, " at ",
+    to(data).add("MGT version ", +mgt->i_version, " type ", t->i_table_type, " at ",
                  t->i_table_type_pid, " version ", +t->i_table_type_version, " bytes ",
                  t->i_number_bytes);
   }
   dvbpsi_atsc_DeleteMGT(mgt);
 }
 
-void OnVct(void* data, dvbpsi_atsc_vct_t* vct) {
-  Result& result = To(data);
-  result.Add(vct->b_cable_vct ? "CVCT" : "TVCT", " tsid ", vct->i_extension, " version ",
+void onVct(void* data, dvbpsi_atsc_vct_t* vct) {
+  Result& result = to(data);
+  result.add(vct->b_cable_vct ? "CVCT" : "TVCT", " tsid ", vct->i_extension, " version ",
              +vct->i_version);
   for (const auto* c = vct->p_first_channel; c != nullptr; c = c->p_next) {
-    result.Add("channel ", c->i_major_number, "-", c->i_minor_number,
-               Descriptor(0, {c->i_short_name, c->i_short_name + 14}), " modulation ",
+    result.add("channel ", c->i_major_number, "-", c->i_minor_number,
+               descriptor(0, {c->i_short_name, c->i_short_name + 14}), " modulation ",
                +c->i_modulation, " tsid ", c->i_channel_tsid, " program ", c->i_program_number,
                " hidden ", c->b_hidden, c->b_hide_guide, " type ", +c->i_service_type, " source ",
-               c->i_source_id, All(c->p_first_descriptor));
+               c->i_source_id, all(c->p_first_descriptor));
   }
   dvbpsi_atsc_DeleteVCT(vct);
 }
 
 // Of daylight_savings libdvbpsi keeps the low byte only.
-void OnStt(void* data, dvbpsi_atsc_stt_t* stt) {
-  To(data).Add("STT ", stt->i_system_time, " offset ", +stt->i_gps_utc_offset);
+void onStt(void* data, dvbpsi_atsc_stt_t* stt) {
+  to(data).add("STT ", stt->i_system_time, " offset ", +stt->i_gps_utc_offset);
   dvbpsi_atsc_DeleteSTT(stt);
 }
 
-void OnEit(void* data, dvbpsi_atsc_eit_t* eit) {
-  Result& result = To(data);
+void onEit(void* data, dvbpsi_atsc_eit_t* eit) {
+  Result& result = to(data);
   std::vector<GuideEvent>& events = result.guide.events[{result.instance, eit->i_source_id}];
   events.clear();
   for (const auto* e = eit->p_first_event; e != nullptr; e = e->p_next) {
@@ -114,33 +114,33 @@ void OnEit(void* data, dvbpsi_atsc_eit_t* eit) {
                       e->i_length_seconds,
                       e->i_etm_location,
                       {e->i_title, e->i_title + e->i_title_length},
-                      All(e->p_first_descriptor)});
+                      all(e->p_first_descriptor)});
   }
   dvbpsi_atsc_DeleteEIT(eit);
 }
 
-void OnEtt(void* data, dvbpsi_atsc_ett_t* ett) {
-  Result& result = To(data);
+void onEtt(void* data, dvbpsi_atsc_ett_t* ett) {
+  Result& result = to(data);
   result.guide.texts[{result.instance, ett->i_etm_id}] = {ett->p_etm_data,
                                                           ett->p_etm_data + ett->i_etm_length};
   dvbpsi_atsc_DeleteETT(ett);
 }
 
-void OnNewGuideTable(dvbpsi_t* handle, uint8_t id, uint16_t extension, void* data) {
-  if (id == 0xCB) dvbpsi_atsc_AttachEIT(handle, id, extension, OnEit, data);
-  if (id == 0xCC) dvbpsi_atsc_AttachETT(handle, id, extension, OnEtt, data);
+void onNewGuideTable(dvbpsi_t* handle, uint8_t id, uint16_t extension, void* data) {
+  if (id == 0xCB) dvbpsi_atsc_AttachEIT(handle, id, extension, onEit, data);
+  if (id == 0xCC) dvbpsi_atsc_AttachETT(handle, id, extension, onEtt, data);
 }
 
-void OnNewTable(dvbpsi_t* handle, uint8_t id, uint16_t extension, void* data) {
-  if (id == 0xC7) dvbpsi_atsc_AttachMGT(handle, id, extension, OnMgt, data);
-  if (id == 0xC8 || id == 0xC9) dvbpsi_atsc_AttachVCT(handle, id, extension, OnVct, data);
-  if (id == 0xCD) dvbpsi_atsc_AttachSTT(handle, id, extension, OnStt, data);
+void onNewTable(dvbpsi_t* handle, uint8_t id, uint16_t extension, void* data) {
+  if (id == 0xC7) dvbpsi_atsc_AttachMGT(handle, id, extension, onMgt, data);
+  if (id == 0xC8 || id == 0xC9) dvbpsi_atsc_AttachVCT(handle, id, extension, onVct, data);
+  if (id == 0xCD) dvbpsi_atsc_AttachSTT(handle, id, extension, onStt, data);
 }
 
 template <class Attach>
-void DecodePid(Result& result, const std::vector<uint8_t>& stream, unsigned pid,
+void decodePid(Result& result, const std::vector<uint8_t>& stream, unsigned pid,
                const Attach& attach, void (*detach)(dvbpsi_t*)) {
-  dvbpsi_t* const handle = dvbpsi_new(OnMessage, DVBPSI_MSG_WARN);
+  dvbpsi_t* const handle = dvbpsi_new(onMessage, DVBPSI_MSG_WARN);
   if (handle == nullptr) std::abort();
   handle->p_sys = &result;
   attach(handle);
@@ -158,7 +158,7 @@ void DecodePid(Result& result, const std::vector<uint8_t>& stream, unsigned pid,
 
 }  // namespace
 
-std::string Descriptor(uint8_t tag, const std::vector<uint8_t>& body) {
+std::string descriptor(uint8_t tag, const std::vector<uint8_t>& body) {
   std::ostringstream text;
   text << " [" << std::hex << +tag << ":";
   for (const uint8_t byte : body) text << ' ' << +byte;
@@ -166,32 +166,32 @@ std::string Descriptor(uint8_t tag, const std::vector<uint8_t>& body) {
   return text.str();
 }
 
-std::set<std::string> Decode(const std::vector<uint8_t>& stream) {
+std::set<std::string> decode(const std::vector<uint8_t>& stream) {
   Result result;
-  const auto pat = [&](dvbpsi_t* handle) { dvbpsi_pat_attach(handle, OnPat, &result); };
-  DecodePid(result, stream, 0, pat, dvbpsi_pat_detach);
+  const auto pat = [&](dvbpsi_t* handle) { dvbpsi_pat_attach(handle, onPat, &result); };
+  decodePid(result, stream, 0, pat, dvbpsi_pat_detach);
   for (const auto& each : result.programs) {
     const auto pmt = [&](dvbpsi_t* handle) {
-      dvbpsi_pmt_attach(handle, static_cast<uint16_t>(each.first), OnPmt, &result);
+      dvbpsi_pmt_attach(handle, static_cast<uint16_t>(each.first), onPmt, &result);
     };
-    DecodePid(result, stream, each.second, pmt, dvbpsi_pmt_detach);
+    decodePid(result, stream, each.second, pmt, dvbpsi_pmt_detach);
   }
-  const auto psip = [&](dvbpsi_t* handle) { dvbpsi_AttachDemux(handle, OnNewTable, &result); };
-  DecodePid(result, stream, 0x1FFB, psip, dvbpsi_DetachDemux);
+  const auto psip = [&](dvbpsi_t* handle) { dvbpsi_AttachDemux(handle, onNewTable, &result); };
+  decodePid(result, stream, 0x1FFB, psip, dvbpsi_DetachDemux);
   return result.lines;
 }
 
-DecodedGuide DecodeGuide(const std::vector<uint8_t>& stream) {
+DecodedGuide decodeGuide(const std::vector<uint8_t>& stream) {
   Result result;
-  const auto psip = [&](dvbpsi_t* handle) { dvbpsi_AttachDemux(handle, OnNewTable, &result); };
-  DecodePid(result, stream, 0x1FFB, psip, dvbpsi_DetachDemux);
+  const auto psip = [&](dvbpsi_t* handle) { dvbpsi_AttachDemux(handle, onNewTable, &result); };
+  decodePid(result, stream, 0x1FFB, psip, dvbpsi_DetachDemux);
   result.lines.clear();
   const auto guide = [&](dvbpsi_t* handle) {
-    dvbpsi_AttachDemux(handle, OnNewGuideTable, &result);
+    dvbpsi_AttachDemux(handle, onNewGuideTable, &result);
   };
-  for (const auto& [type, pid] : result.guide_tables) {
+  for (const auto& [type, pid] : result.guideTables) {
     result.instance = type & 0x7F;
-    DecodePid(result, stream, pid, guide, dvbpsi_DetachDemux);
+    decodePid(result, stream, pid, guide, dvbpsi_DetachDemux);
   }
   result.guide.complaints = result.lines;
   return result.guide;

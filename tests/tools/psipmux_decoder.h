@@ -8,18 +8,18 @@
 #include <vector>
 
 /// The bytes of a descriptor with its tag, as they stand in the lines of Decode.
-std::string Descriptor(uint8_t tag, const std::vector<uint8_t>& body);
+std::string descriptor(uint8_t tag, const std::vector<uint8_t>& body);
 
 /// What libdvbpsi, which shares no code with psipmux, makes of a transport stream played twice in a
 /// row: a line for each table, program, stream and channel, and for each complaint.
-std::set<std::string> Decode(const std::vector<uint8_t>& stream);
+std::set<std::string> decode(const std::vector<uint8_t>& stream);
 
 /// An event of an EIT. `title` is a multiple_string_structure.
 struct GuideEvent {
   unsigned id = 0;
   unsigned start = 0;
   unsigned length = 0;
-  unsigned etm_location = 0;
+  unsigned etmLocation = 0;
   std::vector<uint8_t> title;
   std::string descriptors;
 };
@@ -33,4 +33,4 @@ struct DecodedGuide {
 };
 
 /// What libdvbpsi finds of EIT and ETT where the MGT says they are.
-DecodedGuide DecodeGuide(const std::vector<uint8_t>& stream);
+DecodedGuide decodeGuide(const std::vector<uint8_t>& stream);

@@ -14,7 +14,7 @@ TEST(PsipmuxText, MalformedUtf8IsRefused) {
   }
 }
 
-std::string ErrorOf(const std::string& json) {
+std::string errorOf(const std::string& json) {
   try {
     psipmux::ParseLineup(json, "bad.json");
   } catch (const psipmux::LineupError& error) {
@@ -33,7 +33,7 @@ constexpr char kGood[] = R"({"medium": "cable", "channels": [
    "streams": []}]}]})";
 
 TEST(PsipmuxErrors, InvalidLineupsNameTheKeyAndTheReason) {
-  ASSERT_EQ("no error", ErrorOf(kGood));
+  ASSERT_EQ("no error", errorOf(kGood));
   // What is replaced in the good one, with ' for "; the error.
   const struct {
     std::string from, to, error;
@@ -106,15 +106,15 @@ TEST(PsipmuxErrors, InvalidLineupsNameTheKeyAndTheReason) {
   };
   for (const auto& each : kCases) {
     EXPECT_EQ("bad.json: " + each.error,
-              ErrorOf(Replaced(kGood, quoted(each.from), quoted(each.to))));
+              errorOf(replaced(kGood, quoted(each.from), quoted(each.to))));
   }
   EXPECT_EQ("bad.json: channels[0].services: must have 1 to 250 elements",
-            ErrorOf(LargeLineup(251)));
+            errorOf(largeLineup(251)));
   const std::string good = kGood;
   for (const std::string& bad :
        {std::string(), good.substr(0, good.size() / 2), good + "x", "// comment\n" + good,
-        Replaced(good, "\"tsid\": 2", "\"tsid\": 2, \"tsid\": 3"), std::string(100'000, '[')}) {
-    const std::string error = ErrorOf(bad);
+        replaced(good, "\"tsid\": 2", "\"tsid\": 2, \"tsid\": 3"), std::string(100'000, '[')}) {
+    const std::string error = errorOf(bad);
     EXPECT_EQ(0u, error.find("bad.json: ")) << error;
     EXPECT_EQ(std::string::npos, error.find('\n')) << error;
   }
@@ -124,14 +124,14 @@ TEST_F(PsipmuxTest, FailureIsOneLineAndLeavesTheFolderAsItWas) {
   const std::string dir = folder_.string();
   const auto path = [&](const char* name) { return dir + "/" + name; };
   fs::create_directories(folder_ / "air/qam");
-  WriteText(path("air/qam/57000000.ts"), "old");
-  WriteText(path("air/qam/notes.txt"), "mine");
-  WriteText(path("good.json"), kGood);
-  WriteText(path("bad.json"), Replaced(kGood, "\"tsid\": 1", "\"tsid\": -1"));
-  WriteText(path("large.json"), LargeLineup(200));
-  WriteText(path("file"), "");
+  writeText(path("air/qam/57000000.ts"), "old");
+  writeText(path("air/qam/notes.txt"), "mine");
+  writeText(path("good.json"), kGood);
+  writeText(path("bad.json"), replaced(kGood, "\"tsid\": 1", "\"tsid\": -1"));
+  writeText(path("large.json"), largeLineup(200));
+  writeText(path("file"), "");
   fs::create_directories(folder_ / "blocked/qam/63000000.ts");
-  const std::set<std::string> before = Files();
+  const std::set<std::string> before = files();
   const std::string out = " --out " + path("air");
   const std::string good = path("good.json");
   const struct {
@@ -153,18 +153,18 @@ TEST_F(PsipmuxTest, FailureIsOneLineAndLeavesTheFolderAsItWas) {
       {2, good, "--out is required; see psipmux --help\n"},
   };
   for (const auto& [status, arguments, error] : cases) {
-    const Outcome outcome = Psipmux(arguments);
+    const Outcome outcome = runPsipmux(arguments);
     EXPECT_EQ(status, outcome.status) << arguments;
     EXPECT_EQ("psipmux: " + error, outcome.output);
-    const auto old = ReadFile(path("air/qam/57000000.ts"));
+    const auto old = readFile(path("air/qam/57000000.ts"));
     EXPECT_EQ("old", std::string(old.begin(), old.end()));
   }
-  EXPECT_EQ(before, Files());
+  EXPECT_EQ(before, files());
   // A write that fails half-way through the lineup.
-  EXPECT_EQ(1, Psipmux(good + " --out " + path("blocked")).status);
-  for (const std::string& file : Files()) EXPECT_EQ(std::string::npos, file.find("/.")) << file;
+  EXPECT_EQ(1, runPsipmux(good + " --out " + path("blocked")).status);
+  for (const std::string& file : files()) EXPECT_EQ(std::string::npos, file.find("/.")) << file;
   // Success replaces what it writes and nothing else.
-  ASSERT_EQ(0, Psipmux(good + out).status);
+  ASSERT_EQ(0, runPsipmux(good + out).status);
   EXPECT_EQ(752'000u, fs::file_size(path("air/qam/57000000.ts")));
   EXPECT_EQ(4u, fs::file_size(path("air/qam/notes.txt")));
 }

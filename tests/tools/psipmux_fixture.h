@@ -20,13 +20,13 @@
 
 namespace fs = std::filesystem;
 
-inline std::vector<uint8_t> ReadFile(const fs::path& path) {
+inline std::vector<uint8_t> readFile(const fs::path& path) {
   std::ifstream in(path, std::ios::binary);
   EXPECT_TRUE(in) << path;
   return {std::istreambuf_iterator<char>(in), {}};
 }
 
-inline void WriteText(const fs::path& path, const std::string& text) {
+inline void writeText(const fs::path& path, const std::string& text) {
   std::ofstream(path, std::ios::binary) << text;
 }
 
@@ -35,7 +35,7 @@ struct Outcome {
   std::string output;  // standard output and error
 };
 
-inline Outcome Psipmux(const std::string& arguments) {
+inline Outcome runPsipmux(const std::string& arguments) {
   const std::string command = std::string(PSIPMUX) + " " + arguments + " 2>&1";
   std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), nullptr);
   Outcome outcome;
@@ -50,7 +50,7 @@ inline Outcome Psipmux(const std::string& arguments) {
 /// A folder of its own for every test.
 class PsipmuxTest : public testing::Test {
  protected:
-  std::set<std::string> Files() const {
+  std::set<std::string> files() const {
     std::set<std::string> files;
     for (const auto& entry : fs::recursive_directory_iterator(folder_)) {
       if (!entry.is_directory()) files.insert(entry.path().lexically_relative(folder_).string());
@@ -62,7 +62,7 @@ class PsipmuxTest : public testing::Test {
   const fs::path folder_ = temporary_.path();
 };
 
-inline std::string Replaced(std::string text, const std::string& from, const std::string& to) {
+inline std::string replaced(std::string text, const std::string& from, const std::string& to) {
   const size_t at = text.find(from);
   EXPECT_NE(std::string::npos, at) << from;
   if (at != std::string::npos) text.replace(at, from.size(), to);
@@ -70,7 +70,7 @@ inline std::string Replaced(std::string text, const std::string& from, const std
 }
 
 // `count` services with a stream of audio and as many bytes of extended name as there may be.
-inline std::string LargeLineup(unsigned count) {
+inline std::string largeLineup(unsigned count) {
   std::string json = R"({"medium": "air", "channels": [{"frequency": 177000000, "tsid": 1,)"
                      R"( "services": [)";
   for (unsigned i = 0; i < count; ++i) {

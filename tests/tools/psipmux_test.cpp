@@ -21,7 +21,7 @@ namespace {
 // ---------------------------------------------------------------------------------------------
 // Transport stream level, checked on the bytes.
 
-uint32_t SlowCrc(const uint8_t* data, size_t size) {
+uint32_t slowCrc(const uint8_t* data, size_t size) {
   uint32_t crc = ~0u;
   for (size_t i = 0; i < size * 8; ++i) {
     const uint32_t bit = data[i / 8] >> (7 - i % 8) & 1u;
@@ -40,12 +40,12 @@ struct Packets {
 
 /// Checks continuity and CRC over two loops. Expects sections to begin after a pointer_field of
 /// zero.
-Packets CheckPackets(const Bytes& stream) {
+Packets checkPackets(const Bytes& stream) {
   EXPECT_EQ(0u, stream.size() % 188);
   EXPECT_LT(stream.size(), 3'100'000u);
   std::map<unsigned, unsigned> continuity;
-  std::map<unsigned, Bytes> section;                    // by PID
-  std::map<std::array<unsigned, 4>, size_t> last_seen;  // PID, table id, extension, section
+  std::map<unsigned, Bytes> section;                   // by PID
+  std::map<std::array<unsigned, 4>, size_t> lastSeen;  // PID, table id, extension, section
   Packets result;
   const size_t count = stream.size() / 188;
   for (size_t i = 0; i < 2 * count; ++i) {
@@ -65,11 +65,11 @@ Packets CheckPackets(const Bytes& stream) {
       EXPECT_EQ(0, packet[4]);
       bytes.assign(packet + 5, packet + 188);
       const std::array<unsigned, 4> key = {pid, bytes[0], bytes[3] * 256u + bytes[4], bytes[6]};
-      if (const auto it = last_seen.find(key); it != last_seen.end()) {
+      if (const auto it = lastSeen.find(key); it != lastSeen.end()) {
         size_t& longest = result.longest[pid == 0x1D00 ? pid : bytes[0]];
         longest = std::max(longest, i - it->second);
       }
-      last_seen[key] = i;
+      lastSeen[key] = i;
     } else if (bytes.empty()) {
       EXPECT_TRUE(std::all_of(packet + 4, packet + 188, [](uint8_t b) { return b == 0xFF; }));
       continue;
@@ -79,7 +79,7 @@ Packets CheckPackets(const Bytes& stream) {
     const size_t size = 3 + ((bytes[1] & 0x0Fu) << 8 | bytes[2]);
     if (bytes.size() >= size) {
       bytes.resize(size);
-      EXPECT_EQ(0u, SlowCrc(bytes.data(), size)) << "PID " << pid << " packet " << i;
+      EXPECT_EQ(0u, slowCrc(bytes.data(), size)) << "PID " << pid << " packet " << i;
       result.sections[pid].insert(std::exchange(bytes, {}));
     }
   }
@@ -93,7 +93,7 @@ using Lines = std::set<std::string>;
 constexpr uint32_t kSomeTime = 1460922004;  // 2026-04-22T19:39:46Z
 
 // The lines of the lineup, without descriptors.
-std::string Pmt(const psipmux::Service& service) {
+std::string pmt(const psipmux::Service& service) {
   std::ostringstream line;
   line << "PMT " << service.program << " at " << service.pmt_pid << " version " << +service.version
        << " PCR " << (service.streams.empty() ? 0x1FFF : service.streams[0].pid);
@@ -101,7 +101,7 @@ std::string Pmt(const psipmux::Service& service) {
   return line.str();
 }
 
-std::string VirtualChannel(const psipmux::Channel& channel, const psipmux::Service& service) {
+std::string virtualChannel(const psipmux::Channel& channel, const psipmux::Service& service) {
   Bytes name;
   for (const char16_t unit : service.name) {
     name.push_back(static_cast<uint8_t>(unit >> 8));
@@ -109,32 +109,32 @@ std::string VirtualChannel(const psipmux::Channel& channel, const psipmux::Servi
   }
   name.resize(14);
   std::ostringstream line;
-  line << "channel " << service.major << '-' << service.minor << Descriptor(0, name)
+  line << "channel " << service.major << '-' << service.minor << descriptor(0, name)
        << " modulation " << +channel.modulation << " tsid " << channel.tsid << " program "
        << service.program << " hidden " << service.hidden << service.hide_guide << " type "
        << +service.service_type << " source " << service.source_id;
   return line.str();
 }
 
-void ExpectChannel(const psipmux::Lineup& lineup, const psipmux::Channel& channel,
+void expectChannel(const psipmux::Lineup& lineup, const psipmux::Channel& channel,
                    const Bytes& stream) {
-  const Packets packets = CheckPackets(stream);
+  const Packets packets = checkPackets(stream);
   const std::string tsid = " tsid " + std::to_string(channel.tsid);
   const std::string version = " version " + std::to_string(channel.version);
   Lines lines{"PAT" + tsid + version};
-  for (const psipmux::Service& service : channel.services) lines.insert(Pmt(service));
+  for (const psipmux::Service& service : channel.services) lines.insert(pmt(service));
   if (channel.psip) {
     const bool cable = lineup.medium == psipmux::Medium::kCable;
-    const auto announce = [&](unsigned type, unsigned pid, const std::string& table_version,
-                              const std::set<unsigned>& table_ids, unsigned region) {
+    const auto announce = [&](unsigned type, unsigned pid, const std::string& tableVersion,
+                              const std::set<unsigned>& tableIds, unsigned region) {
       size_t bytes = 0;
       for (const Bytes& section : packets.sections.at(pid)) {
-        if (table_ids.count(section[0]) != 0 && (region == 0 || section[4] == region)) {
+        if (tableIds.count(section[0]) != 0 && (region == 0 || section[4] == region)) {
           bytes += section.size();
         }
       }
       lines.insert("MGT" + version + " type " + std::to_string(type) + " at " +
-                   std::to_string(pid) + table_version + " bytes " + std::to_string(bytes));
+                   std::to_string(pid) + tableVersion + " bytes " + std::to_string(bytes));
     };
     announce(cable ? 2 : 0, 8187, version, {0xC8, 0xC9}, 0);
     for (const auto& [pid, sections] : packets.sections) {
@@ -147,10 +147,10 @@ void ExpectChannel(const psipmux::Lineup& lineup, const psipmux::Channel& channe
     }
     lines.insert((cable ? "CVCT" : "TVCT") + tsid + version);
     lines.insert("STT " + std::to_string(kSomeTime) + " offset 18");
-    for (const auto& service : channel.services) lines.insert(VirtualChannel(channel, service));
+    for (const auto& service : channel.services) lines.insert(virtualChannel(channel, service));
   }
   Lines decoded;
-  for (std::string line : Decode(stream)) {
+  for (std::string line : decode(stream)) {
     for (size_t at = 0; (at = line.find(" [", at)) != std::string::npos;) {
       if (line[at + 2] == '0') {
         ++at;  // the name
@@ -163,7 +163,7 @@ void ExpectChannel(const psipmux::Lineup& lineup, const psipmux::Channel& channe
   EXPECT_EQ(lines, decoded);
 }
 
-std::map<std::string, std::u16string> Strings(const Bytes& text) {
+std::map<std::string, std::u16string> strings(const Bytes& text) {
   std::map<std::string, std::u16string> strings;
   size_t at = 1;
   for (unsigned n = text.at(0); n > 0; --n) {
@@ -185,17 +185,17 @@ std::map<std::string, std::u16string> Strings(const Bytes& text) {
   return strings;
 }
 
-std::map<std::string, std::u16string> Strings(const psipmux::Text& text) {
+std::map<std::string, std::u16string> strings(const psipmux::Text& text) {
   std::map<std::string, std::u16string> strings;
   for (const auto& each : text) strings[each.language] = each.text;
   return strings;
 }
 
 // The guide from the segment of kSomeTime on is one programme after the other.
-void ExpectGuide(const psipmux::Lineup& lineup, const psipmux::Channel& channel,
+void expectGuide(const psipmux::Lineup& lineup, const psipmux::Channel& channel,
                  const Bytes& stream) {
   const unsigned begin = kSomeTime - (1 * 60 + 39) * 60 - 46;  // 18:00:00
-  const DecodedGuide guide = DecodeGuide(stream);
+  const DecodedGuide guide = decodeGuide(stream);
   EXPECT_EQ(Lines{}, guide.complaints);
   size_t texts = 0;
   size_t services = 0;
@@ -219,20 +219,20 @@ void ExpectGuide(const psipmux::Lineup& lineup, const psipmux::Channel& channel,
         }
         const auto [known, added] = ids.emplace(event.start, event.id);
         EXPECT_EQ(known->second, event.id);
-        const auto title = Strings(event.title);
+        const auto title = strings(event.title);
         if (next == service.programmes.size()) {  // the first event of all
-          for (next = 0; Strings(service.programmes.at(next).title) != title;) ++next;
+          for (next = 0; strings(service.programmes.at(next).title) != title;) ++next;
         } else if (added) {
           next = (next + 1) % service.programmes.size();
         }
         const psipmux::Programme& programme = service.programmes[next];
-        EXPECT_EQ(Strings(programme.title), title);
+        EXPECT_EQ(strings(programme.title), title);
         EXPECT_EQ(programme.duration, event.length);
-        EXPECT_EQ(programme.description.empty() ? 0u : 1u, event.etm_location);
-        if (event.etm_location == 0) continue;
+        EXPECT_EQ(programme.description.empty() ? 0u : 1u, event.etmLocation);
+        if (event.etmLocation == 0) continue;
         const auto text = guide.texts.find({k, service.source_id << 16 | event.id << 2 | 2});
         ASSERT_NE(guide.texts.end(), text);
-        EXPECT_EQ(Strings(programme.description), Strings(text->second));
+        EXPECT_EQ(strings(programme.description), strings(text->second));
         ++texts;
       }
     }
@@ -247,11 +247,11 @@ void ExpectGuide(const psipmux::Lineup& lineup, const psipmux::Channel& channel,
 TEST_F(PsipmuxTest, SampleLineupsDecodeToWhatTheySay) {
   const std::string lineups = LINEUPS;
   const Outcome outcome =
-      Psipmux("'" + lineups + "/metro-air.json' '" + lineups + "/metro-cable.json' --out '" +
-              (folder_ / "air").string() + "' --start 2026-04-22T19:39:46Z");
+      runPsipmux("'" + lineups + "/metro-air.json' '" + lineups + "/metro-cable.json' --out '" +
+                 (folder_ / "air").string() + "' --start 2026-04-22T19:39:46Z");
   ASSERT_EQ(0, outcome.status) << outcome.output;
   EXPECT_EQ("", outcome.output);
-  Lines expected_files;
+  Lines expectedFiles;
   for (const char* name : {"metro-air.json", "metro-cable.json"}) {
     const psipmux::Lineup lineup = psipmux::ReadLineup(lineups + "/" + name);
     const bool air = lineup.medium == psipmux::Medium::kAir;
@@ -259,24 +259,24 @@ TEST_F(PsipmuxTest, SampleLineupsDecodeToWhatTheySay) {
       SCOPED_TRACE(name + std::string(" ") + std::to_string(channel.frequency));
       const std::string file =
           (air ? "air/vsb/" : "air/qam/") + std::to_string(channel.frequency) + ".ts";
-      expected_files.insert(file);
-      const Bytes stream = ReadFile(folder_ / file);
+      expectedFiles.insert(file);
+      const Bytes stream = readFile(folder_ / file);
       ASSERT_FALSE(stream.empty());
-      const auto longest = CheckPackets(stream).longest;
+      const auto longest = checkPackets(stream).longest;
       EXPECT_LE(longest.at(0x00), 100u);
       EXPECT_LE(longest.at(0x02), 400u);
       EXPECT_LE(longest.at(0xC7), 150u);
       EXPECT_LE(longest.at(air ? 0xC8 : 0xC9), 400u);
       EXPECT_LE(longest.at(0xCD), 1000u);
       EXPECT_LE(longest.at(0x1D00), 500u);
-      ExpectChannel(lineup, channel, stream);
-      ExpectGuide(lineup, channel, stream);
+      expectChannel(lineup, channel, stream);
+      expectGuide(lineup, channel, stream);
     }
   }
-  EXPECT_EQ(expected_files, Files());
+  EXPECT_EQ(expectedFiles, files());
 }
 
-Bytes Stream(const psipmux::Lineup& lineup) {
+Bytes streamOf(const psipmux::Lineup& lineup) {
   return psipmux::Multiplex(lineup, lineup.channels[0], kSomeTime);
 }
 
@@ -328,7 +328,7 @@ TEST(PsipmuxTables, EveryFieldReachesTheStream) {
        {"PAT tsid 1 version 0", "PMT 1 at 32 version 0 PCR 8191"}},
   };
   for (const auto& each : kCases) {
-    EXPECT_EQ(each.lines, Decode(Stream(psipmux::ParseLineup(each.json, "test.json"))));
+    EXPECT_EQ(each.lines, decode(streamOf(psipmux::ParseLineup(each.json, "test.json"))));
   }
 }
 
@@ -347,11 +347,11 @@ TEST(PsipmuxTables, EveryFieldOfTheGuideReachesTheStream) {
                                                       "test.json");
   // 03:00 on the day that began at 1460851218: the first programme runs until 03:30.
   const Bytes stream = psipmux::Multiplex(lineup, lineup.channels[0], 1460851218 + 3 * 3600);
-  const Lines tables = Decode(stream);
+  const Lines tables = decode(stream);
   EXPECT_EQ(1u, tables.count("TVCT tsid 1 version 3"));
   EXPECT_EQ(1u, tables.count("MGT version 2 type 256 at 7424 version 2 bytes 170"));
   EXPECT_EQ(1u, tables.count("MGT version 2 type 512 at 7680 version 2 bytes 26"));
-  const auto [events, texts, complaints] = DecodeGuide(stream);
+  const auto [events, texts, complaints] = decodeGuide(stream);
   EXPECT_EQ(Lines{}, complaints);
   ASSERT_EQ(2u, events.at({0, 258}).size());
   const GuideEvent& event = events.at({0, 258})[0];
@@ -375,24 +375,24 @@ TEST(PsipmuxTables, EveryFieldOfTheGuideReachesTheStream) {
             texts.at({0, 258u << 16 | event.id << 2 | 2}));
 
   // The rating in the PMT, alone from the second programme on: the 33818th since 1980.
-  const std::string first_rating = event.descriptors.substr(event.descriptors.find(" [87"));
+  const std::string firstRating = event.descriptors.substr(event.descriptors.find(" [87"));
   EXPECT_EQ(1u, tables.count("PMT 3 at 48 version 27" +
-                             first_rating.substr(0, first_rating.find(" [ab")) + " PCR 8191"));
+                             firstRating.substr(0, firstRating.find(" [ab")) + " PCR 8191"));
   psipmux::Lineup changed = lineup;
   changed.channels[0].services[0].rating_in_guide = false;
   const Bytes later = psipmux::Multiplex(changed, changed.channels[0], next.start);
-  EXPECT_EQ(1u, Decode(later).count("PMT 3 at 48 version 28" + next.descriptors + " PCR 8191"));
-  EXPECT_EQ("", DecodeGuide(later).events.at({0, 258})[1].descriptors);
+  EXPECT_EQ(1u, decode(later).count("PMT 3 at 48 version 28" + next.descriptors + " PCR 8191"));
+  EXPECT_EQ("", decodeGuide(later).events.at({0, 258})[1].descriptors);
 }
 
 // The first section of a table on the base PID.
-Bytes SectionOf(const Bytes& stream, uint8_t table_id, uint8_t extension) {
+Bytes sectionOf(const Bytes& stream, uint8_t tableId, uint8_t extension) {
   Bytes section;
   for (size_t i = 0; i + 188 <= stream.size(); i += 188) {
     const uint8_t* packet = &stream[i];
     if ((packet[1] & 0x1F) != 0x1F || packet[2] != 0xFB) continue;
     const bool start = (packet[1] & 0x40) != 0;
-    if (section.empty() && !(start && packet[5] == table_id && packet[9] == extension)) continue;
+    if (section.empty() && !(start && packet[5] == tableId && packet[9] == extension)) continue;
     section.insert(section.end(), packet + (start ? 5 : 4), packet + 188);
     const size_t size = 3 + ((section[1] & 0x0Fu) << 8 | section[2]);
     if (section.size() < size) continue;
@@ -406,8 +406,8 @@ Bytes SectionOf(const Bytes& stream, uint8_t table_id, uint8_t extension) {
 TEST(PsipmuxTables, RatingRegionAndAlertAreAsOnTheAir) {
   const fs::path captures = fs::path(ATSC_CAPTURES_DIR) / "sections";
   if (!fs::exists(captures)) GTEST_SKIP() << "no field captures in " << captures;
-  EXPECT_EQ(SectionOf(ReadFile(captures / "rating-region-1.ts"), 0xCA, 1),
-            SectionOf(Stream(psipmux::ReadLineup(LINEUPS "/metro-air.json")), 0xCA, 1));
+  EXPECT_EQ(sectionOf(readFile(captures / "rating-region-1.ts"), 0xCA, 1),
+            sectionOf(streamOf(psipmux::ReadLineup(LINEUPS "/metro-air.json")), 0xCA, 1));
 
   const psipmux::Lineup lineup = psipmux::ParseLineup(R"({"medium": "cable",
     "channels": [{"frequency": 57000000, "tsid": 1,
@@ -419,9 +419,9 @@ TEST(PsipmuxTables, RatingRegionAndAlertAreAsOnTheAir) {
      "services": [{"program": 2, "pmt_pid": 48, "one_part": 1203, "name": "M", "source_id": 2,
       "streams": []}]}]})",
                                                       "test.json");
-  const Bytes stream = Stream(lineup);
-  const Bytes air = SectionOf(ReadFile(captures / "cable-emergency-alert-inband.ts"), 0xD8, 0);
-  const Bytes ours = SectionOf(stream, 0xD8, 0);
+  const Bytes stream = streamOf(lineup);
+  const Bytes air = sectionOf(readFile(captures / "cable-emergency-alert-inband.ts"), 0xD8, 0);
+  const Bytes ours = sectionOf(stream, 0xD8, 0);
   // The one on the air also names a channel with details, here, and in a descriptor at the end.
   constexpr size_t kLength = 1, kDetails = 56, kDetailsEnd = 62, kDescriptors = 74;
   ASSERT_EQ(0x26, air[kDetails]);
@@ -430,7 +430,7 @@ TEST(PsipmuxTables, RatingRegionAndAlertAreAsOnTheAir) {
   EXPECT_EQ((Bytes{0, 0, 0xFC, 0, 0xFC, 0}), Bytes(&ours[kDetails], &ours[kDetailsEnd]));
   EXPECT_TRUE(std::equal(&air[kDetailsEnd], &air[kDescriptors], &ours[kDetailsEnd]));
   EXPECT_EQ(kDescriptors + 2 + 4, ours.size());
-  const auto all = CheckPackets(stream).sections.at(0x1FFB);
+  const auto all = checkPackets(stream).sections.at(0x1FFB);
   const Bytes second = {0xD8, 0xB0, 54,   0,    0, 0xFF, 0,    0,    0, 0,    31,   'C',  'I', 'V',
                         1,    'X',  0,    0,    0, 0,    0,    0,    0, 0,    0xFF, 0xF0, 0,   0,
                         0xFC, 0,    0xFC, 0,    0, 0,    0,    10,   1, 'e',  'n',  'g',  1,   0,
@@ -441,16 +441,16 @@ TEST(PsipmuxTables, RatingRegionAndAlertAreAsOnTheAir) {
 }
 
 TEST(PsipmuxTables, LongVctIsSplitAndAnnouncedInFull) {
-  const psipmux::Lineup lineup = psipmux::ParseLineup(LargeLineup(60), "large.json");
+  const psipmux::Lineup lineup = psipmux::ParseLineup(largeLineup(60), "large.json");
   const auto sections = psipmux::BuildVct(lineup.medium, lineup.channels[0]);
   EXPECT_EQ(20u, sections.size());  // three services in each
   for (const Bytes& section : sections) EXPECT_LE(section.size(), 1024u);
-  ExpectChannel(lineup, lineup.channels[0], Stream(lineup));
+  expectChannel(lineup, lineup.channels[0], streamOf(lineup));
 }
 
 // A service whose guide fills `hours` with five-minute programmes of long descriptions.
-std::string LongGuide(unsigned hours) {
-  std::string json = LargeLineup(1);
+std::string longGuide(unsigned hours) {
+  std::string json = largeLineup(1);
   json.insert(1, "\"guide_hours\": " + std::to_string(hours) + ",");
   const std::string text = "📺" + std::string(250, 'x') + "📺";  // a surrogate pair may not be split
   json.insert(json.find("\"streams\""), "\"programmes\": [{\"minutes\": 5, \"title\": \"" +
@@ -460,19 +460,19 @@ std::string LongGuide(unsigned hours) {
 }
 
 TEST(PsipmuxTables, LargeGuideMakesALongerStreamAndOneTooLargeIsAnError) {
-  const psipmux::Lineup lineup = psipmux::ParseLineup(LongGuide(96), "long.json");
-  const Bytes stream = Stream(lineup);
+  const psipmux::Lineup lineup = psipmux::ParseLineup(longGuide(96), "long.json");
+  const Bytes stream = streamOf(lineup);
   EXPECT_LT(752'000u, stream.size());
-  ExpectChannel(lineup, lineup.channels[0], stream);
-  ExpectGuide(lineup, lineup.channels[0], stream);
-  const std::string large = LongGuide(384);
+  expectChannel(lineup, lineup.channels[0], stream);
+  expectGuide(lineup, lineup.channels[0], stream);
+  const std::string large = longGuide(384);
   // Far too large: not even built.
-  const std::string huge = Replaced(large, std::string(250, 'x'), std::string(1900, 'x'));
+  const std::string huge = replaced(large, std::string(250, 'x'), std::string(1900, 'x'));
   for (const auto& [json, fault] :
        {std::pair(large, "its guide takes 25008 packets, the longest stream has room for 13504"),
         std::pair(huge, "its guide takes more than 16 MiB")}) {
     try {
-      Stream(psipmux::ParseLineup(json, "long.json"));
+      streamOf(psipmux::ParseLineup(json, "long.json"));
       ADD_FAILURE() << "no error";
     } catch (const psipmux::MuxError& error) {
       EXPECT_STREQ(fault, error.what());
@@ -482,11 +482,11 @@ TEST(PsipmuxTables, LargeGuideMakesALongerStreamAndOneTooLargeIsAnError) {
 
 TEST(PsipmuxTables, SystemTimeFollowsTheStreamAndSummerIsAnnounced) {
   const std::string summer =
-      Replaced(LargeLineup(1), "{",
+      replaced(largeLineup(1), "{",
                R"({"daylight_saving": {"status": true, "day_of_month": 9, "hour": 2},)");
   for (const auto& [json, saving] :
-       {std::pair(LargeLineup(1), 0xE000), std::pair(summer, 0xE902)}) {
-    const Bytes stream = Stream(psipmux::ParseLineup(json, "one.json"));
+       {std::pair(largeLineup(1), 0xE000), std::pair(summer, 0xE902)}) {
+    const Bytes stream = streamOf(psipmux::ParseLineup(json, "one.json"));
     unsigned seen = 0;
     for (size_t i = 0; i < stream.size(); i += 188) {
       const uint8_t* packet = &stream[i];
@@ -503,7 +503,7 @@ TEST(PsipmuxTables, SystemTimeFollowsTheStreamAndSummerIsAnnounced) {
 
 TEST(PsipmuxTables, DaylightSavingIsThatOfTheUsWhereTheLineupSaysNothing) {
   const struct {
-    uint32_t system_time;
+    uint32_t systemTime;
     bool status;
     int day, hour;
   } kCases[] = {
@@ -516,10 +516,10 @@ TEST(PsipmuxTables, DaylightSavingIsThatOfTheUsWhereTheLineupSaysNothing) {
       {4291967295u, false, 0, 0},                             // 2116-01-08
   };
   for (const auto& c : kCases) {
-    const psipmux::DaylightSaving saving = psipmux::UsDaylightSaving(c.system_time);
+    const psipmux::DaylightSaving saving = psipmux::UsDaylightSaving(c.systemTime);
     EXPECT_EQ(std::tuple(c.status, c.day, c.hour),
               std::tuple(saving.status, int{saving.day_of_month}, int{saving.hour}))
-        << c.system_time;
+        << c.systemTime;
   }
 }
 

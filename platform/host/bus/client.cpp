@@ -15,7 +15,7 @@
 namespace bus {
 namespace {
 
-thread_local int last_transact = 0;
+thread_local int lastTransact = 0;
 
 // Sends all of a frame. False when the peer has gone before it had the whole frame.
 bool sendFrame(int socket, const char* frame, size_t size) {
@@ -56,7 +56,7 @@ int Client::transact(uint32_t code, BUSParam& data, BUSParam* reply, uint32_t fl
       turn_.wait(lock, [this] { return !busy_ || givenUp(); });
       if (!givenUp()) {
         busy_ = true;
-        on_server_thread_ = Server::onServerThread();
+        onServerThread_ = Server::onServerThread();
         lock.unlock();
         try {
           result = exchange(size, request, answer);
@@ -65,7 +65,7 @@ int Client::transact(uint32_t code, BUSParam& data, BUSParam* reply, uint32_t fl
           fail(error.what());
         }
         lock.lock();
-        on_server_thread_ = false;
+        onServerThread_ = false;
         busy_ = false;
       }
       --callers_;
@@ -209,8 +209,8 @@ Fd Client::openSocket(bool* busy) {
     if (!*busy) log().Debug("BUS %s: %s", name_.c_str(), std::strerror(errno));
     return Fd();
   }
-  const int status_flags = ::fcntl(socket.get(), F_GETFL);
-  if (status_flags < 0 || ::fcntl(socket.get(), F_SETFL, status_flags & ~O_NONBLOCK) != 0) {
+  const int statusFlags = ::fcntl(socket.get(), F_GETFL);
+  if (statusFlags < 0 || ::fcntl(socket.get(), F_SETFL, statusFlags & ~O_NONBLOCK) != 0) {
     return Fd();
   }
   return socket;
@@ -218,7 +218,7 @@ Fd Client::openSocket(bool* busy) {
 
 void Client::endServerThreadCall() {
   const std::lock_guard<std::mutex> lock(mutex_);
-  if (on_server_thread_ && socket_) ::shutdown(socket_.get(), SHUT_RDWR);
+  if (onServerThread_ && socket_) ::shutdown(socket_.get(), SHUT_RDWR);
   turn_.notify_all();
 }
 
@@ -228,7 +228,7 @@ void Client::resetAfterFork() {
   new (&turn_) std::condition_variable;
   new (&faults_) Faults;
   callers_ = 0;
-  busy_ = closing_ = on_server_thread_ = false;
+  busy_ = closing_ = onServerThread_ = false;
   socket_.reset();
 }
 
@@ -248,8 +248,8 @@ BUSClientInterface::~BUSClientInterface() = default;
 int BUSClientInterface::transact(unsigned int code, BUSParam& data, BUSParam* reply,
                                  unsigned int flags) {
   const int result = impl_->transact(code, data, reply, flags);
-  bus::last_transact = result;
+  bus::lastTransact = result;
   return result;
 }
 
-int ATSC_host_last_transact() { return bus::last_transact; }
+int ATSC_host_last_transact() { return bus::lastTransact; }

@@ -51,10 +51,10 @@ class Client {
   std::mutex mutex_;
   std::condition_variable turn_;
   unsigned callers_ = 0;
-  bool busy_ = false;              // a caller owns the connection; the others wait for their turn
-  bool closing_ = false;           // being destroyed
-  bool on_server_thread_ = false;  // the busy caller is the server thread
-  Fd socket_;                      // changed by the busy caller only, with the mutex held
+  bool busy_ = false;            // a caller owns the connection; the others wait for their turn
+  bool closing_ = false;         // being destroyed
+  bool onServerThread_ = false;  // the busy caller is the server thread
+  Fd socket_;                    // changed by the busy caller only, with the mutex held
   pid_t peer_ = 0;
   std::vector<char> input_;
   Faults faults_;  // of the busy caller

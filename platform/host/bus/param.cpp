@@ -106,10 +106,10 @@ int BUSParam::writeCString(const char* text) {
     return -1;
   }
   const uint32_t word = static_cast<uint32_t>(size);
-  const char* const word_bytes = reinterpret_cast<const char*>(&word);
+  const char* const wordBytes = reinterpret_cast<const char*>(&word);
   std::vector<char>& bytes = impl_->bytes;
   bytes.push_back(kText);
-  bytes.insert(bytes.end(), word_bytes, word_bytes + sizeof word);
+  bytes.insert(bytes.end(), wordBytes, wordBytes + sizeof word);
   bytes.insert(bytes.end(), text, text + size);
   return 0;
 }
@@ -127,9 +127,9 @@ const char* BUSParam::readCString() {
 
 int BUSParam::writeInt32(int32_t value) {
   impl_->grow(kIntegerSize);
-  const char* const value_bytes = reinterpret_cast<const char*>(&value);
+  const char* const valueBytes = reinterpret_cast<const char*>(&value);
   impl_->bytes.push_back(kInteger);
-  impl_->bytes.insert(impl_->bytes.end(), value_bytes, value_bytes + sizeof value);
+  impl_->bytes.insert(impl_->bytes.end(), valueBytes, valueBytes + sizeof value);
   return 0;
 }
 

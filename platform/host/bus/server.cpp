@@ -31,7 +31,7 @@ constexpr size_t kPeersAtLeast = 3;
 // ... nor all memory: beyond this the connection that holds most is ended.
 constexpr size_t kMaxBuffered = 128 * 1024 * 1024;
 
-thread_local bool on_server_thread = false;
+thread_local bool isServerThread = false;
 
 // A quarter of the process's descriptors is left to everything else.
 size_t maxConnections() {
@@ -53,7 +53,7 @@ Server*& Server::current() {
 
 Server& Server::instance() { return *current(); }
 
-bool Server::onServerThread() { return on_server_thread; }
+bool Server::onServerThread() { return isServerThread; }
 
 // In a forked child, with the mutex held by the parent's handler. The child shares descriptors with
 // the parent but has neither its server thread nor its names: it begins anew.
@@ -70,16 +70,16 @@ void Server::resetAfterFork() {
   server->clients_ = parent->clients_;
   for (Client* client : server->clients_) client->resetAfterFork();
   current() = server;
-  on_server_thread = false;
+  isServerThread = false;
   parent->mutex_.unlock();
 }
 
 void Server::begin(ServedObject& object) {
-  const auto same_name = [&](const ServedObject* other) { return other->name == object.name; };
+  const auto sameName = [&](const ServedObject* other) { return other->name == object.name; };
   {
     const std::lock_guard<std::mutex> lock(mutex_);
     if (ending_) return;
-    if (std::any_of(objects_.begin(), objects_.end(), same_name)) {
+    if (std::any_of(objects_.begin(), objects_.end(), sameName)) {
       log().Error("BUS %s: this process serves the name already", object.name.c_str());
       return;
     }
@@ -103,10 +103,10 @@ void Server::end(ServedObject& object) {
   if (found == objects_.end()) return;
   objects_.erase(found);
   if (Endpoint* endpoint = findEndpoint(object.name)) endpoint->object = nullptr;
-  if (on_server_thread && running_ == &object) {
+  if (isServerThread && running_ == &object) {
     log().Error("BUS %s: stopped from within its own transaction", object.name.c_str());
   } else {
-    transaction_ended_.wait(lock, [&] { return running_ != &object; });
+    transactionEnded_.wait(lock, [&] { return running_ != &object; });
   }
   // Another object may have taken the name over meanwhile.
   const auto ended = std::find_if(endpoints_.begin(), endpoints_.end(), [&](const auto& endpoint) {
@@ -114,7 +114,7 @@ void Server::end(ServedObject& object) {
   });
   if (ended == endpoints_.end()) return;
   for (auto it = connections_.begin(); it != connections_.end();) {
-    it = it->second.endpoint == (*ended)->listen_id ? connections_.erase(it) : std::next(it);
+    it = it->second.endpoint == (*ended)->listenId ? connections_.erase(it) : std::next(it);
   }
   endpoints_.erase(ended);
 }
@@ -155,11 +155,11 @@ bool Server::own(std::unique_ptr<OwnedName> owned, bool serving) {
   endpoints_.push_back(std::make_unique<Endpoint>());
   Endpoint& endpoint = *endpoints_.back();
   endpoint.owned = std::move(owned);
-  endpoint.listen_id = ++last_id_;
-  endpoint.lock_id = ++last_id_;
+  endpoint.listenId = ++lastId_;
+  endpoint.lockId = ++lastId_;
   endpoint.serving = serving;
-  if (!watch(endpoint.owned->lock(), endpoint.lock_id, EPOLLIN) ||
-      !watch(endpoint.owned->listener(), endpoint.listen_id, 0)) {
+  if (!watch(endpoint.owned->lock(), endpoint.lockId, EPOLLIN) ||
+      !watch(endpoint.owned->listener(), endpoint.listenId, 0)) {
     endpoints_.pop_back();
     return false;
   }
@@ -213,7 +213,7 @@ void Server::shutDown() {
     const uint64_t one = 1;
     if (::write(wake_.get(), &one, sizeof one) < 0) log().Error("BUS: cannot wake its thread");
   }
-  if (thread_.joinable() && !on_server_thread) {
+  if (thread_.joinable() && !isServerThread) {
     lock.unlock();
     thread_.join();
     lock.lock();
@@ -239,7 +239,7 @@ void Server::run() {
   ::sigfillset(&signals);
   ::pthread_sigmask(SIG_SETMASK, &signals, nullptr);
   ::pthread_setname_np(::pthread_self(), "BUS server");
-  on_server_thread = true;
+  isServerThread = true;
   std::array<epoll_event, 64> events;
   std::vector<uint64_t> turn;
   std::unique_lock<std::mutex> lock(mutex_);
@@ -248,7 +248,7 @@ void Server::run() {
     lock.unlock();
     const int count = ::epoll_wait(epoll_.get(), events.data(), events.size(), timeout);
     lock.lock();
-    if (paused_ && std::chrono::steady_clock::now() >= resume_at_) resumeAccepting();
+    if (paused_ && std::chrono::steady_clock::now() >= resumeAt_) resumeAccepting();
     turn.swap(ready_);
     for (int i = 0; i < count; ++i) handle(events[static_cast<size_t>(i)].data.u64, true, lock);
     for (const uint64_t id : turn) handle(id, false, lock);
@@ -257,25 +257,25 @@ void Server::run() {
 }
 
 // Goes on with a socket that has an event, or with a connection that has more buffered.
-void Server::handle(uint64_t id, bool has_event, std::unique_lock<std::mutex>& lock) {
+void Server::handle(uint64_t id, bool hasEvent, std::unique_lock<std::mutex>& lock) {
   if (ending_) return;
   try {
     if (Connection* connection = findConnection(id)) {
       if (!connection->output.empty()) {
-        if (has_event) flush(id, *connection);
-      } else if (hasRequest(*connection) || (has_event && receive(id, *connection))) {
+        if (hasEvent) flush(id, *connection);
+      } else if (hasRequest(*connection) || (hasEvent && receive(id, *connection))) {
         nextRequest(id, lock);
       }
     } else if (Endpoint* endpoint = findEndpoint(id)) {
-      accept(*endpoint, id == endpoint->listen_id);
+      accept(*endpoint, id == endpoint->listenId);
     }
   } catch (const std::exception& error) {
     drop(id, error.what());
   }
 }
 
-void Server::accept(Endpoint& endpoint, bool from_listener) {
-  const int listener = from_listener ? endpoint.owned->listener() : endpoint.owned->lock();
+void Server::accept(Endpoint& endpoint, bool fromListener) {
+  const int listener = fromListener ? endpoint.owned->listener() : endpoint.owned->lock();
   Connection connection;
   connection.socket = Fd(::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
   const char* const name = endpoint.owned->name().c_str();
@@ -288,7 +288,7 @@ void Server::accept(Endpoint& endpoint, bool from_listener) {
     return;
   }
   // A connection to the lock only asks who has it, which the kernel has answered.
-  if (!from_listener) return;
+  if (!fromListener) return;
   const auto peer = peerOf(connection.socket.get());
   if (!peer || peer->uid != ::geteuid()) {
     if (faults_.due("user")) {
@@ -297,37 +297,37 @@ void Server::accept(Endpoint& endpoint, bool from_listener) {
     }
     return;
   }
-  const auto of_peer =
+  const auto ofPeer =
       static_cast<size_t>(std::count_if(connections_.begin(), connections_.end(),
                                         [&](auto& each) { return each.second.peer == peer->pid; }));
   const size_t most = maxConnections();
-  if (of_peer >= most / kPeersAtLeast || connections_.size() >= most) {
+  if (ofPeer >= most / kPeersAtLeast || connections_.size() >= most) {
     if (faults_.due("connections")) {
       log().Error("BUS %s: process %d is refused: %zu connections of its own, %zu of all", name,
-                  peer->pid, of_peer, connections_.size());
+                  peer->pid, ofPeer, connections_.size());
     }
     return;
   }
   connection.peer = peer->pid;
-  connection.endpoint = endpoint.listen_id;
-  const uint64_t id = ++last_id_;
+  connection.endpoint = endpoint.listenId;
+  const uint64_t id = ++lastId_;
   if (watch(connection.socket.get(), id, EPOLLIN)) connections_.emplace(id, std::move(connection));
 }
 
 void Server::pauseAccepting() {
   paused_ = true;
-  resume_at_ = std::chrono::steady_clock::now() + kAcceptPause;
+  resumeAt_ = std::chrono::steady_clock::now() + kAcceptPause;
   for (const auto& endpoint : endpoints_) {
-    watch(endpoint->owned->listener(), endpoint->listen_id, 0);
-    watch(endpoint->owned->lock(), endpoint->lock_id, 0);
+    watch(endpoint->owned->listener(), endpoint->listenId, 0);
+    watch(endpoint->owned->lock(), endpoint->lockId, 0);
   }
 }
 
 void Server::resumeAccepting() {
   paused_ = false;
   for (const auto& endpoint : endpoints_) {
-    if (endpoint->listening) watch(endpoint->owned->listener(), endpoint->listen_id, EPOLLIN);
-    watch(endpoint->owned->lock(), endpoint->lock_id, EPOLLIN);
+    if (endpoint->listening) watch(endpoint->owned->listener(), endpoint->listenId, EPOLLIN);
+    watch(endpoint->owned->lock(), endpoint->lockId, EPOLLIN);
   }
 }
 
@@ -417,7 +417,7 @@ void Server::transact(uint64_t id, const FrameHeader& header, ServedObject& obje
   }
   lock.lock();
   running_ = nullptr;
-  transaction_ended_.notify_all();
+  transactionEnded_.notify_all();
   if (forked_) return;
   Connection* const connection = findConnection(id);
   if (connection == nullptr) return;
@@ -474,7 +474,7 @@ void Server::drop(uint64_t id, const char* reason) {
 
 Server::Endpoint* Server::findEndpoint(uint64_t id) {
   for (const auto& endpoint : endpoints_) {
-    if (endpoint->listen_id == id || endpoint->lock_id == id) return endpoint.get();
+    if (endpoint->listenId == id || endpoint->lockId == id) return endpoint.get();
   }
   return nullptr;
 }

@@ -63,8 +63,8 @@ class Server {
  private:
   struct Endpoint {
     std::unique_ptr<OwnedName> owned;
-    uint64_t listen_id;
-    uint64_t lock_id;
+    uint64_t listenId;
+    uint64_t lockId;
     bool serving;            // false: claimed, callers wait
     bool listening = false;  // connections are being accepted
     ServedObject* object = nullptr;
@@ -86,14 +86,14 @@ class Server {
 
   bool own(std::unique_ptr<OwnedName> owned, bool serving);
   void attach(Endpoint& endpoint);
-  void accept(Endpoint& endpoint, bool from_listener);
+  void accept(Endpoint& endpoint, bool fromListener);
   void pauseAccepting();
   void resumeAccepting();
   bool startThread();
   bool watch(int fd, uint64_t id, uint32_t events);
 
   void run();
-  void handle(uint64_t id, bool has_event, std::unique_lock<std::mutex>& lock);
+  void handle(uint64_t id, bool hasEvent, std::unique_lock<std::mutex>& lock);
   static bool hasRequest(const Connection& connection);
   bool receive(uint64_t id, Connection& connection);
   void nextRequest(uint64_t id, std::unique_lock<std::mutex>& lock);
@@ -109,16 +109,16 @@ class Server {
   Connection* findConnection(uint64_t id);
 
   std::mutex mutex_;
-  std::condition_variable transaction_ended_;
+  std::condition_variable transactionEnded_;
   std::thread thread_;
   std::atomic<bool> ending_{false};
   bool forked_ = false;  // this is the parent's server, seen from a child
   bool paused_ = false;  // no descriptors left: nothing is accepted for a while
-  std::chrono::steady_clock::time_point resume_at_;
+  std::chrono::steady_clock::time_point resumeAt_;
   Faults faults_;
   Fd epoll_;
   Fd wake_;
-  uint64_t last_id_ = 0;
+  uint64_t lastId_ = 0;
   std::vector<std::unique_ptr<Endpoint>> endpoints_;
   std::unordered_map<uint64_t, Connection> connections_;
   std::vector<uint64_t> ready_;         // connections that may have another whole request buffered

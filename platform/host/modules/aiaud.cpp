@@ -3,6 +3,6 @@
 #include "receiver/receiver.h"
 
 int AIAUD_set_dual_mode(uint32_t mode) {
-  return atschost::logged_status_of(
-      __func__, [&] { return atschost::Receiver::instance().set_dual_mode(mode); }, mode);
+  return atschost::loggedStatusOf(
+      __func__, [&] { return atschost::Receiver::instance().setDualMode(mode); }, mode);
 }

@@ -8,7 +8,7 @@
 
 using atschost::CaptionService;
 using atschost::Clock;
-using atschost::logged_status_of;
+using atschost::loggedStatusOf;
 using atschost::Receiver;
 using atschost::Service;
 using atschost::ShownEvent;
@@ -17,7 +17,7 @@ using atschost::ShownEvents;
 namespace {
 
 // Of those that run at a time the one that began last; null when there is none.
-const ShownEvent* event_at(const ShownEvents& events, uint32_t time) {
+const ShownEvent* eventAt(const ShownEvents& events, uint32_t time) {
   const auto begun = [&](const ShownEvent& event) { return event.start <= time; };
   auto event = std::partition_point(events.begin(), events.end(), begun);
   while (event != events.begin())
@@ -25,11 +25,11 @@ const ShownEvent* event_at(const ShownEvents& events, uint32_t time) {
   return nullptr;
 }
 
-AICC_cc_service record_of(const CaptionService& service) {
+AICC_cc_service recordOf(const CaptionService& service) {
   AICC_cc_service record{};
   record.service_id = service.number;
   std::copy(service.language.begin(), service.language.end(), record.language);
-  record.easy_reader = service.easy_reader ? 1 : 0;
+  record.easy_reader = service.easyReader ? 1 : 0;
   record.input_type = service.digital ? AICC_INPUT_DIGITAL : AICC_INPUT_LINE21;
   record.aspect_ratio = service.wide ? AICC_ASPECT_16_9 : AICC_ASPECT_4_3;
   return record;
@@ -42,7 +42,7 @@ int AICC_get_cc_service_data(uint32_t path, const AISRV_service_info* service,
   const AISRV_service_id id = service ? service->service_id : AISRV_service_id{};
   const auto fill = [&] {
     if (path != 0 || !service || !data) return false;
-    const uint32_t source = atschost::source_of_id(id.input_source);
+    const uint32_t source = atschost::sourceOfId(id.input_source);
     Receiver& receiver = Receiver::instance();
     bool is_listed = false;
     uint32_t frequency = 0;
@@ -52,20 +52,20 @@ int AICC_get_cc_service_data(uint32_t path, const AISRV_service_info* service,
       if (listed.record != id.service_rec) return true;
       is_listed = true;
       frequency = listed.key.frequency;
-      source_id = listed.source_id;
+      source_id = listed.sourceId;
       captions = listed.captions;
       return false;
     });
     if (!is_listed) return false;
     const auto events = receiver.guide().events(source, frequency, source_id);
-    const ShownEvent* present = event_at(*events, Clock::instance().now());
-    if (present && present->event.captions) captions = present->event.caption_services;
+    const ShownEvent* present = eventAt(*events, Clock::instance().now());
+    if (present && present->event.captions) captions = present->event.captionServices;
 
     static_assert(atschost::kMaxCaptionServices <= AICC_MAX_SERVICES);
     *data = {};
     data->count = static_cast<uint8_t>(captions.size());
-    std::transform(captions.begin(), captions.end(), data->services, record_of);
+    std::transform(captions.begin(), captions.end(), data->services, recordOf);
     return true;
   };
-  return logged_status_of(__func__, fill, path, id.input_source, id.service_rec);
+  return loggedStatusOf(__func__, fill, path, id.input_source, id.service_rec);
 }

@@ -9,13 +9,13 @@
 #include "receiver/receiver.h"
 #include "receiver/tables/psip_text.h"
 
-using atschost::copy_text;
+using atschost::copyText;
 using atschost::Receiver;
 using atschost::Service;
 using atschost::ShownEvent;
 using atschost::ShownEvents;
-using atschost::source_of_id;
-using atschost::status_of;
+using atschost::sourceOfId;
+using atschost::statusOf;
 
 namespace {
 
@@ -27,7 +27,7 @@ class ServiceIndex {
  public:
   struct Place {
     uint32_t frequency;
-    uint16_t source_id;
+    uint16_t sourceId;
   };
 
   std::optional<Place> find(uint32_t source, uint32_t record) {
@@ -38,7 +38,7 @@ class ServiceIndex {
       places_.clear();
       for (const uint32_t listed : {AI_INPUT_TERRESTRIAL, AI_INPUT_CABLE}) {
         services.visit(listed, [&](const Service& service) {
-          places_[key(listed, service.record)] = {service.key.frequency, service.source_id};
+          places_[key(listed, service.record)] = {service.key.frequency, service.sourceId};
           return true;
         });
       }
@@ -58,38 +58,38 @@ class ServiceIndex {
 };
 
 // Never destroyed: a thread may ask during exit.
-ServiceIndex& service_index() {
+ServiceIndex& serviceIndex() {
   static ServiceIndex& index = *new ServiceIndex;
   return index;
 }
 
 // Null when the service is not listed.
-Events events_of(uint32_t input_source, uint32_t record) {
-  const uint32_t source = source_of_id(input_source);
-  const auto place = service_index().find(source, record);
+Events eventsOf(uint32_t inputSource, uint32_t record) {
+  const uint32_t source = sourceOfId(inputSource);
+  const auto place = serviceIndex().find(source, record);
   if (!place) return nullptr;
-  return Receiver::instance().guide().events(source, place->frequency, place->source_id);
+  return Receiver::instance().guide().events(source, place->frequency, place->sourceId);
 }
 
 // Null when there is no such event.
-const ShownEvent* event_of(const AIEC_event_key& key, const Events& events) {
+const ShownEvent* eventOf(const AIEC_event_key& key, const Events& events) {
   return events && key.event_index < events->size() ? &(*events)[key.event_index] : nullptr;
 }
 
-void copy_event(const ShownEvent& shown, const AIEC_event_key& key, bool blocked,
-                AIEC_event_info& record) {
+void copyEvent(const ShownEvent& shown, const AIEC_event_key& key, bool blocked,
+               AIEC_event_info& record) {
   const multiple_lang_t name = record.name;
   const multiple_lang_t rating = record.rating;
   record = {};
   record.key = key;
-  record.event_id = shown.event.event_id;
-  record.multi_rating = shown.event.other_ratings.empty() ? 0 : 1;
+  record.event_id = shown.event.eventId;
+  record.multi_rating = shown.event.otherRatings.empty() ? 0 : 1;
   record.start_time = shown.start;
   record.duration = shown.event.duration;
   record.name = name;
-  copy_text(shown.event.title, record.name);
+  copyText(shown.event.title, record.name);
   record.rating = rating;
-  copy_text(shown.event.rating, record.rating);
+  copyText(shown.event.rating, record.rating);
   record.parental_status = blocked ? 1 : 0;
   record.captions = shown.event.captions ? 1 : 0;
   const auto& genres = shown.event.genres;
@@ -98,17 +98,16 @@ void copy_event(const ShownEvent& shown, const AIEC_event_key& key, bool blocked
 }
 
 // The events of a service from position `first` on. False when it is not listed.
-bool copy_events(uint32_t service_rec, uint32_t input_source, uint64_t first,
-                 AIEC_event_info* records, uint16_t count, uint16_t& copied) {
-  const Events events = events_of(input_source, service_rec);
+bool copyEvents(uint32_t serviceRec, uint32_t inputSource, uint64_t first, AIEC_event_info* records,
+                uint16_t count, uint16_t& copied) {
+  const Events events = eventsOf(inputSource, serviceRec);
   if (!events) return false;
   copied = 0;
-  const auto is_blocked = Receiver::instance().blocked_events();
+  const auto isBlocked = Receiver::instance().blockedEvents();
   for (uint64_t i = first; i < events->size() && copied < count; ++i) {
     const auto index = static_cast<uint32_t>(i);
     const ShownEvent& shown = (*events)[index];
-    copy_event(shown, {service_rec, input_source, index}, is_blocked(shown.event),
-               records[copied++]);
+    copyEvent(shown, {serviceRec, inputSource, index}, isBlocked(shown.event), records[copied++]);
   }
   return true;
 }
@@ -116,10 +115,10 @@ bool copy_events(uint32_t service_rec, uint32_t input_source, uint64_t first,
 }  // namespace
 
 int AIEC_get_total_events(const AISRV_service_info* service, uint16_t* count) {
-  return status_of(__func__, [&] {
+  return statusOf(__func__, [&] {
     if (!service || !count) return false;
     const Events events =
-        events_of(service->service_id.input_source, service->service_id.service_rec);
+        eventsOf(service->service_id.input_source, service->service_id.service_rec);
     if (!events) return false;
     *count = static_cast<uint16_t>(std::min<size_t>(events->size(), UINT16_MAX));
     return true;
@@ -128,32 +127,32 @@ int AIEC_get_total_events(const AISRV_service_info* service, uint16_t* count) {
 
 int AIEC_get_first_n_events(const AISRV_service_info* service, AIEC_event_info* events,
                             uint16_t count, uint16_t* copied) {
-  return status_of(__func__, [&] {
+  return statusOf(__func__, [&] {
     if (!service || !copied || (!events && count > 0)) return false;
-    return copy_events(service->service_id.service_rec, service->service_id.input_source, 0, events,
-                       count, *copied);
+    return copyEvents(service->service_id.service_rec, service->service_id.input_source, 0, events,
+                      count, *copied);
   });
 }
 
 int AIEC_get_next_n_events(const AIEC_event_key* previous, AIEC_event_info* events, uint16_t count,
                            uint16_t* copied, uint32_t direction) {
-  return status_of(__func__, [&] {
+  return statusOf(__func__, [&] {
     if (!previous || !copied || (!events && count > 0) || direction != 1) return false;
     // The key may stand in a record that is about to be filled.
     const AIEC_event_key key = *previous;
-    return copy_events(key.service_rec, key.input_source, uint64_t{key.event_index} + 1, events,
-                       count, *copied);
+    return copyEvents(key.service_rec, key.input_source, uint64_t{key.event_index} + 1, events,
+                      count, *copied);
   });
 }
 
 int AIEC_get_multiple_event_rating_string(const AIEC_event_key* event, multiple_lang_t* text) {
-  return status_of(__func__, [&] {
+  return statusOf(__func__, [&] {
     if (!event || !text) return false;
-    const Events events = events_of(event->input_source, event->service_rec);
-    const ShownEvent* shown = event_of(*event, events);
+    const Events events = eventsOf(event->input_source, event->service_rec);
+    const ShownEvent* shown = eventOf(*event, events);
     if (!shown) return false;
     const atschost::GuideEvent& e = shown->event;
-    copy_text(e.other_ratings.empty() ? e.rating : e.other_ratings, *text);
+    copyText(e.otherRatings.empty() ? e.rating : e.otherRatings, *text);
     return true;
   });
 }
@@ -161,30 +160,30 @@ int AIEC_get_multiple_event_rating_string(const AIEC_event_key* event, multiple_
 int AIEC_check_rating(const AISRV_service_info* service) {
   int verdict = -1;
   const auto check = [&] {
-    const auto now = service ? Receiver::instance().on_now(service->service_id) : std::nullopt;
+    const auto now = service ? Receiver::instance().onNow(service->service_id) : std::nullopt;
     if (!now) return false;
     if (!now->enabled || now->unlocked)
       verdict = 0;
     else if (!now->verdict.rated)
       verdict = AIPC_UNRATED;
-    else if (now->by_streams)
+    else if (now->byStreams)
       verdict = AIPC_BLOCKED_BY_STATUS;
     else
       verdict = now->verdict.blocked ? AIPC_BLOCKED : 0;
     return true;
   };
-  if (atschost::run_body(__func__, check) != 0) verdict = -1;
-  atschost::log_call(__func__, verdict, service ? service->service_id.service_rec : 0);
+  if (atschost::runBody(__func__, check) != 0) verdict = -1;
+  atschost::logCall(__func__, verdict, service ? service->service_id.service_rec : 0);
   return verdict;
 }
 
 int AIEC_get_event_description(const AIEC_event_key* event, multiple_lang_t* text) {
-  return status_of(__func__, [&] {
+  return statusOf(__func__, [&] {
     if (!event || !text) return false;
-    const Events events = events_of(event->input_source, event->service_rec);
-    const ShownEvent* shown = event_of(*event, events);
+    const Events events = eventsOf(event->input_source, event->service_rec);
+    const ShownEvent* shown = eventOf(*event, events);
     if (!shown) return false;
-    copy_text(shown->description, *text);
+    copyText(shown->description, *text);
     return true;
   });
 }

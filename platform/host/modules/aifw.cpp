@@ -2,27 +2,27 @@
 
 #include "receiver/receiver.h"
 
-using atschost::is_source;
-using atschost::logged_status_of;
-using atschost::member_of;
+using atschost::isSource;
+using atschost::loggedStatusOf;
+using atschost::memberOf;
 using atschost::Receiver;
 
 namespace {
 
 // One of the alerts' settings, with values from 0 to `max`.
-int alert_setting(const char* function, int32_t atschost::AlertSettings::Values::*which,
-                  int32_t max, int32_t* value, int direction) {
-  return logged_status_of(
+int alertSetting(const char* function, int32_t atschost::AlertSettings::Values::*which, int32_t max,
+                 int32_t* value, int direction) {
+  return loggedStatusOf(
       function,
       [&] {
         Receiver& receiver = Receiver::instance();
         if (!value) return false;
         if (direction == AIFW_EAS_READ) {
-          *value = receiver.alert_setting(which);
+          *value = receiver.alertSetting(which);
           return true;
         }
         return direction == AIFW_EAS_WRITE && *value >= 0 && *value <= max &&
-               receiver.set_alert_setting(which, *value);
+               receiver.setAlertSetting(which, *value);
       },
       value, direction);
 }
@@ -30,7 +30,7 @@ int alert_setting(const char* function, int32_t atschost::AlertSettings::Values:
 }  // namespace
 
 int AIFW_init(int mode) {
-  return logged_status_of(
+  return loggedStatusOf(
       __func__,
       [] {
         Receiver::instance().start();
@@ -40,149 +40,148 @@ int AIFW_init(int mode) {
 }
 
 int AIFW_register_frmwrk_app_cb(AIFW_app_callback callback) {
-  return logged_status_of(
+  return loggedStatusOf(
       __func__,
       [&] {
-        Receiver::instance().set_callback(callback);
+        Receiver::instance().setCallback(callback);
         return true;
       },
       callback != nullptr);
 }
 
 int AIFW_get_event_update_data(AIFW_event_update_data* data) {
-  return logged_status_of(__func__, [&] {
+  return loggedStatusOf(__func__, [&] {
     if (!data) return false;
-    *data = Receiver::instance().events().update_data();
+    *data = Receiver::instance().events().updateData();
     return true;
   });
 }
 
 int AIFW_get_EAS_priority(uint8_t* priority) {
-  return logged_status_of(
+  return loggedStatusOf(
       __func__,
       [&] {
         if (!priority) return false;
-        *priority = Receiver::instance().events().alert_priority();
+        *priority = Receiver::instance().events().alertPriority();
         return true;
       },
       priority);
 }
 
 int AIFW_powerTransition_request(int powerdown) {
-  return logged_status_of(
+  return loggedStatusOf(
       __func__,
       [&] {
-        if (powerdown != 0) return Receiver::instance().enter_standby();
-        Receiver::instance().leave_standby();
+        if (powerdown != 0) return Receiver::instance().enterStandby();
+        Receiver::instance().leaveStandby();
         return true;
       },
       powerdown);
 }
 
-int AIFW_play_src(uint32_t path, uint32_t input_source) {
-  return logged_status_of(
+int AIFW_play_src(uint32_t path, uint32_t inputSource) {
+  return loggedStatusOf(
       __func__,
       [&] {
-        return path == 0 && is_source(input_source) &&
-               Receiver::instance().play_source(input_source);
+        return path == 0 && isSource(inputSource) && Receiver::instance().playSource(inputSource);
       },
-      path, input_source);
+      path, inputSource);
 }
 
 int AIFW_play_curr_src() {
-  return logged_status_of(__func__, [] {
+  return loggedStatusOf(__func__, [] {
     Receiver& receiver = Receiver::instance();
-    return receiver.play_source(receiver.current_source());
+    return receiver.playSource(receiver.currentSource());
   });
 }
 
-int AIFW_play_first_service(uint32_t input_source, uint32_t frequency) {
-  return logged_status_of(
+int AIFW_play_first_service(uint32_t inputSource, uint32_t frequency) {
+  return loggedStatusOf(
       __func__,
       [&] {
-        return is_source(input_source) && Receiver::instance().play_first(input_source, frequency);
+        return isSource(inputSource) && Receiver::instance().playFirst(inputSource, frequency);
       },
-      input_source, frequency);
+      inputSource, frequency);
 }
 
 int AIFW_stop_curr_src() {
-  return logged_status_of(__func__, [] {
-    Receiver::instance().stop_playing();
+  return loggedStatusOf(__func__, [] {
+    Receiver::instance().stopPlaying();
     return true;
   });
 }
 
 int AIFW_handle_tuner_mode_change(int mode) {
-  return logged_status_of(
-      __func__, [&] { return Receiver::instance().follow_tuner(static_cast<uint32_t>(mode)); },
+  return loggedStatusOf(
+      __func__, [&] { return Receiver::instance().followTuner(static_cast<uint32_t>(mode)); },
       mode);
 }
 
 int AIFW_channel_change(const AIFW_channel_change_request* request) {
   using Request = AIFW_channel_change_request;
-  return logged_status_of(
+  return loggedStatusOf(
       __func__,
       [&] {
-        return request && is_source(request->input_source) &&
-               Receiver::instance().change_channel(*request);
+        return request && isSource(request->input_source) &&
+               Receiver::instance().changeChannel(*request);
       },
-      member_of(request, &Request::mode), member_of(request, &Request::input_source),
-      member_of(request, &Request::major), member_of(request, &Request::minor),
-      member_of(request, &Request::service_rec));
+      memberOf(request, &Request::mode), memberOf(request, &Request::input_source),
+      memberOf(request, &Request::major), memberOf(request, &Request::minor),
+      memberOf(request, &Request::service_rec));
 }
 
 int AIFW_modify_service(uint32_t operation, const AISRV_service_info* record) {
-  return logged_status_of(
+  return loggedStatusOf(
       __func__,
       [&] {
         if (!record) return false;
         switch (operation) {
           case AIFW_SERVICE_ADD:
-            return Receiver::instance().add_service(*record);
+            return Receiver::instance().addService(*record);
           case AIFW_SERVICE_MODIFY:
-            return Receiver::instance().modify_service(*record);
+            return Receiver::instance().modifyService(*record);
           default:
             return false;
         }
       },
       operation, record ? record->service_id.service_rec : 0,
-      member_of(record, &AISRV_service_info::major), member_of(record, &AISRV_service_info::minor),
-      member_of(record, &AISRV_service_info::AISRV_flags_),
-      member_of(record, &AISRV_service_info::AISRV_fav_group_));
+      memberOf(record, &AISRV_service_info::major), memberOf(record, &AISRV_service_info::minor),
+      memberOf(record, &AISRV_service_info::AISRV_flags_),
+      memberOf(record, &AISRV_service_info::AISRV_fav_group_));
 }
 
 int AIFW_change_audio(uint8_t track) {
-  return logged_status_of(
-      __func__, [&] { return Receiver::instance().choose_audio(track); }, track);
+  return loggedStatusOf(
+      __func__, [&] { return Receiver::instance().chooseAudio(track); }, track);
 }
 
 int AIFW_passwd_reqd_non_play_src(int required) {
-  return logged_status_of(
+  return loggedStatusOf(
       __func__,
       [&] {
-        Receiver::instance().set_password_required(required != 0);
+        Receiver::instance().setPasswordRequired(required != 0);
         return true;
       },
       required);
 }
 
 int AIFW_pwd_unlocked_no_playing(int unlocked) {
-  return logged_status_of(
+  return loggedStatusOf(
       __func__,
       [&] {
-        Receiver::instance().set_password_given(unlocked != 0);
+        Receiver::instance().setPasswordGiven(unlocked != 0);
         return true;
       },
       unlocked);
 }
 
 int AIFW_pwd_unlocked_no_checking_status(int unlocked) {
-  return logged_status_of(
-      __func__, [&] { return Receiver::instance().set_unlocked(unlocked != 0); }, unlocked);
+  return loggedStatusOf(
+      __func__, [&] { return Receiver::instance().setUnlocked(unlocked != 0); }, unlocked);
 }
 
 int AIFW_get_curr_region(AIPC_region_list_t* region) {
-  return logged_status_of(__func__, [&] {
+  return loggedStatusOf(__func__, [&] {
     if (!region) return false;
     const auto settings = Receiver::instance().parental().settings();
     region->region = static_cast<uint32_t>(settings->details.region);
@@ -191,27 +190,27 @@ int AIFW_get_curr_region(AIPC_region_list_t* region) {
 }
 
 int AIFW_set_curr_region(int32_t region) {
-  return logged_status_of(
+  return loggedStatusOf(
       __func__,
       [&] {
-        return Receiver::instance().change_parental([&](atschost::ParentalSettings& settings) {
+        return Receiver::instance().changeParental([&](atschost::ParentalSettings& settings) {
           settings.details.region = region;
-          return atschost::is_region(region);
+          return atschost::isRegion(region);
         });
       },
       region);
 }
 
 int AIFW_user_eas_setting(int32_t* value, int direction) {
-  return alert_setting(__func__, &atschost::AlertSettings::Values::level, AIFW_EAS_MAXIMUM, value,
-                       direction);
+  return alertSetting(__func__, &atschost::AlertSettings::Values::level, AIFW_EAS_MAXIMUM, value,
+                      direction);
 }
 
 int AIFW_disable_optional_eas_event_id_check(int32_t* value, int direction) {
-  return alert_setting(__func__, &atschost::AlertSettings::Values::repeated_events, 1, value,
-                       direction);
+  return alertSetting(__func__, &atschost::AlertSettings::Values::repeatedEvents, 1, value,
+                      direction);
 }
 
 int AIFW_enable_eas_cable_only(int32_t* value, int direction) {
-  return alert_setting(__func__, &atschost::AlertSettings::Values::cable_only, 1, value, direction);
+  return alertSetting(__func__, &atschost::AlertSettings::Values::cableOnly, 1, value, direction);
 }

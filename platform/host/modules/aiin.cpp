@@ -2,12 +2,12 @@
 
 #include "receiver/receiver.h"
 
-using atschost::logged_status_of;
+using atschost::loggedStatusOf;
 
 namespace {
 
 // One tuner serves both inputs.
-AIIN_input_t input_details(uint32_t source) {
+AIIN_input_t inputDetails(uint32_t source) {
   AIIN_input_t details{};
   details.type = source;
   details.tuner = AIFE_MAIN_TUNER;
@@ -17,26 +17,26 @@ AIIN_input_t input_details(uint32_t source) {
 
 }  // namespace
 
-int AIIN_get_input_details(uint32_t input_source, uint8_t* flag, AIIN_input_t* details,
+int AIIN_get_input_details(uint32_t inputSource, uint8_t* flag, AIIN_input_t* details,
                            uint32_t reserved) {
-  return logged_status_of(
+  return loggedStatusOf(
       __func__,
       [&] {
-        if (!flag || !details || !atschost::is_source(input_source)) return false;
-        *details = input_details(input_source);
+        if (!flag || !details || !atschost::isSource(inputSource)) return false;
+        *details = inputDetails(inputSource);
         return true;
       },
-      input_source, reserved);
+      inputSource, reserved);
 }
 
-int AIIN_get_db_no_input_details(uint32_t input_source, AIIN_input_t* details) {
-  return logged_status_of(
+int AIIN_get_db_no_input_details(uint32_t inputSource, AIIN_input_t* details) {
+  return loggedStatusOf(
       __func__,
       [&] {
-        const uint32_t source = atschost::source_of_id(input_source);
+        const uint32_t source = atschost::sourceOfId(inputSource);
         if (!details || source == 0) return false;
-        *details = input_details(source);
+        *details = inputDetails(source);
         return true;
       },
-      input_source);
+      inputSource);
 }

@@ -3,35 +3,35 @@
 #include "receiver/receiver.h"
 #include "receiver/tables/psip_text.h"
 
-using atschost::copy_text;
-using atschost::logged_status_of;
+using atschost::copyText;
+using atschost::loggedStatusOf;
 using atschost::RatingRegion;
 using atschost::Receiver;
-using atschost::status_of;
+using atschost::statusOf;
 
 namespace {
 
 // AIIN_input_t.handle of both inputs; the tables are the same.
-bool is_input(uint32_t input) { return input == 1 || input == 2; }
+bool isInput(uint32_t input) { return input == 1 || input == 2; }
 
-std::shared_ptr<const RatingRegion> region_of(uint32_t input, uint8_t number) {
-  return is_input(input) ? Receiver::instance().rating_regions().region(number) : nullptr;
+std::shared_ptr<const RatingRegion> regionOf(uint32_t input, uint8_t number) {
+  return isInput(input) ? Receiver::instance().ratingRegions().region(number) : nullptr;
 }
 
 // Null when there is no such dimension.
-const RatingRegion::Dimension* dimension_of(const std::shared_ptr<const RatingRegion>& region,
-                                            uint8_t number) {
+const RatingRegion::Dimension* dimensionOf(const std::shared_ptr<const RatingRegion>& region,
+                                           uint8_t number) {
   return region && number < region->dimensions.size() ? &region->dimensions[number] : nullptr;
 }
 
 }  // namespace
 
 int AIPC_get_RRT_regions(uint32_t input, uint8_t* count, uint8_t* regions) {
-  return status_of(__func__, [&] {
-    if (!is_input(input) || !count || (!regions && *count > 0)) return false;
+  return statusOf(__func__, [&] {
+    if (!isInput(input) || !count || (!regions && *count > 0)) return false;
     const uint8_t capacity = *count;
     *count = 0;
-    for (const uint8_t number : Receiver::instance().rating_regions().numbers())
+    for (const uint8_t number : Receiver::instance().ratingRegions().numbers())
       if (*count < capacity) regions[(*count)++] = number;
     return true;
   });
@@ -39,19 +39,19 @@ int AIPC_get_RRT_regions(uint32_t input, uint8_t* count, uint8_t* regions) {
 
 int AIPC_get_RRT_details_with_version(uint32_t input, uint8_t region, AIPC_RRT_details* details,
                                       uint8_t* version) {
-  return status_of(__func__, [&] {
-    const auto known = region_of(input, region);
+  return statusOf(__func__, [&] {
+    const auto known = regionOf(input, region);
     if (!known || !details || !version) return false;
     details->region = known->number;
-    copy_text(known->name, details->name);
+    copyText(known->name, details->name);
     *version = known->version;
     return true;
   });
 }
 
 int AIPC_num_of_dimension(uint32_t input, uint8_t region, uint8_t* count) {
-  return status_of(__func__, [&] {
-    const auto known = region_of(input, region);
+  return statusOf(__func__, [&] {
+    const auto known = regionOf(input, region);
     if (!known || !count) return false;
     *count = static_cast<uint8_t>(known->dimensions.size());
     return true;
@@ -60,11 +60,11 @@ int AIPC_num_of_dimension(uint32_t input, uint8_t region, uint8_t* count) {
 
 int AIPC_dimension_name_grad(uint32_t input, uint8_t region, uint8_t dimension,
                              multiple_lang_t* name, uint8_t* levels, uint8_t* graduated) {
-  return status_of(__func__, [&] {
-    const auto known = region_of(input, region);
-    const RatingRegion::Dimension* asked = dimension_of(known, dimension);
+  return statusOf(__func__, [&] {
+    const auto known = regionOf(input, region);
+    const RatingRegion::Dimension* asked = dimensionOf(known, dimension);
     if (!asked || !name || !levels || !graduated) return false;
-    copy_text(asked->name, *name);
+    copyText(asked->name, *name);
     *levels = static_cast<uint8_t>(asked->values.size());
     *graduated = asked->graduated ? 1 : 0;
     return true;
@@ -73,16 +73,16 @@ int AIPC_dimension_name_grad(uint32_t input, uint8_t region, uint8_t dimension,
 
 int AIPC_get_rating_value_text(uint32_t input, uint8_t region, uint8_t dimension, uint8_t value,
                                AIPC_rating_value_text* texts) {
-  return status_of(__func__, [&] {
-    const auto known = region_of(input, region);
-    const RatingRegion::Dimension* asked = dimension_of(known, dimension);
+  return statusOf(__func__, [&] {
+    const auto known = regionOf(input, region);
+    const RatingRegion::Dimension* asked = dimensionOf(known, dimension);
     if (!asked || value >= asked->values.size() || !texts) return false;
-    copy_text(asked->values[value].abbreviation, texts->abbreviation);
-    copy_text(asked->values[value].text, texts->text);
+    copyText(asked->values[value].abbreviation, texts->abbreviation);
+    copyText(asked->values[value].text, texts->text);
     return true;
   });
 }
 
 int AIPC_collect_RRT() {
-  return logged_status_of(__func__, [] { return Receiver::instance().collect_rating_regions(); });
+  return loggedStatusOf(__func__, [] { return Receiver::instance().collectRatingRegions(); });
 }

@@ -3,11 +3,11 @@
 #include "receiver/receiver.h"
 
 int AIPT_get_index_status(int* status, int path) {
-  return atschost::logged_status_of(
+  return atschost::loggedStatusOf(
       __func__,
       [&] {
         if (!status || path != 0) return false;
-        *status = atschost::Receiver::instance().is_playing() ? 1 : 0;
+        *status = atschost::Receiver::instance().isPlaying() ? 1 : 0;
         return true;
       },
       status, path);

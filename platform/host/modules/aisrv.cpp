@@ -5,61 +5,61 @@
 #include "bus/server.h"
 #include "receiver/receiver.h"
 
-using atschost::is_source;
-using atschost::logged_status_of;
+using atschost::isSource;
+using atschost::loggedStatusOf;
 using atschost::Receiver;
 using atschost::Service;
-using atschost::status_of;
+using atschost::statusOf;
 
 namespace {
 
 // No further condition is known here; a query that has one must not get too many services.
-bool is_unconditional(const AISRV_query_filter* filter) {
+bool isUnconditional(const AISRV_query_filter* filter) {
   return !filter || (filter->words[0] == 0 && filter->words[1] == 0);
 }
 
 }  // namespace
 
-int AISRV_get_total_services(uint32_t input_source, uint32_t mask, const AISRV_query_filter* filter,
+int AISRV_get_total_services(uint32_t inputSource, uint32_t mask, const AISRV_query_filter* filter,
                              uint32_t, uint32_t* count) {
   const auto read = [&] {
     bus::expectServiceProcess();  // ATSC_Service_db_init() begins with this call
-    if (!count || !is_source(input_source) || !is_unconditional(filter)) return false;
+    if (!count || !isSource(inputSource) || !isUnconditional(filter)) return false;
     *count = 0;
-    Receiver::instance().services().visit(input_source, [&](const Service&) {
+    Receiver::instance().services().visit(inputSource, [&](const Service&) {
       ++*count;
       return true;
     });
     return true;
   };
-  return logged_status_of(__func__, read, input_source, mask, count);
+  return loggedStatusOf(__func__, read, inputSource, mask, count);
 }
 
-int AISRV_get_n_services(uint32_t input_source, uint32_t mask, uint32_t first,
+int AISRV_get_n_services(uint32_t inputSource, uint32_t mask, uint32_t first,
                          const AISRV_query_filter* filter, uint32_t, uint32_t, uint32_t* count,
                          AISRV_service_info* records) {
   const auto read = [&] {
     if (!count || (!records && *count > 0)) return false;
-    if (!is_source(input_source) || !is_unconditional(filter)) return false;
+    if (!isSource(inputSource) || !isUnconditional(filter)) return false;
     const uint32_t capacity = *count;
     uint32_t position = 0;
     *count = 0;
-    Receiver::instance().services().visit(input_source, [&](const Service& service) {
+    Receiver::instance().services().visit(inputSource, [&](const Service& service) {
       if (*count == capacity) return false;
-      if (position++ >= first) atschost::copy_record(service, records[(*count)++]);
+      if (position++ >= first) atschost::copyRecord(service, records[(*count)++]);
       return true;
     });
     return true;
   };
-  return logged_status_of(__func__, read, input_source, mask, first, count);
+  return loggedStatusOf(__func__, read, inputSource, mask, first, count);
 }
 
 int AISRV_get_pid_details(const AISRV_service_info* service, AISRV_pid_details* details) {
-  return status_of(__func__, [&] {
+  return statusOf(__func__, [&] {
     if (!service || !details) return false;
     bool found = false;
     Receiver::instance().services().visit(
-        atschost::source_of_id(service->service_id.input_source), [&](const Service& listed) {
+        atschost::sourceOfId(service->service_id.input_source), [&](const Service& listed) {
           if (listed.record != service->service_id.service_rec) return true;
           found = true;
           *details = {};
@@ -74,11 +74,11 @@ int AISRV_get_pid_details(const AISRV_service_info* service, AISRV_pid_details* 
 int AISRV_get_CAD_list(const AISRV_service_info* service, uint8_t* count, uint8_t* regions) {
   const auto read = [&] {
     if (!service || !count || (!regions && *count > 0)) return false;
-    const auto now = Receiver::instance().on_now(service->service_id);
+    const auto now = Receiver::instance().onNow(service->service_id);
     if (!now) return false;
     const unsigned capacity = std::min<unsigned>(*count, AISRV_MAX_ADVISORIES);
     *count = 0;
-    if (!now->by_streams) return true;
+    if (!now->byStreams) return true;
     for (const atschost::Advisory& advisory : now->programme.advisories) {
       uint8_t* end = regions + *count;
       if (*count < capacity && std::find(regions, end, advisory.region) == end)
@@ -86,26 +86,26 @@ int AISRV_get_CAD_list(const AISRV_service_info* service, uint8_t* count, uint8_
     }
     return true;
   };
-  return logged_status_of(__func__, read, service ? service->service_id.service_rec : 0, count);
+  return loggedStatusOf(__func__, read, service ? service->service_id.service_rec : 0, count);
 }
 
 int AISRV_get_rating_status(const AISRV_service_info* service, uint32_t* status) {
   const auto read = [&] {
     const auto now =
-        service && status ? Receiver::instance().on_now(service->service_id) : std::nullopt;
+        service && status ? Receiver::instance().onNow(service->service_id) : std::nullopt;
     if (!now) return false;
-    const bool counts = now->by_streams || !now->verdict.rated;
+    const bool counts = now->byStreams || !now->verdict.rated;
     *status = counts && now->verdict.blocked && !now->unlocked ? 1 : 0;
     return true;
   };
-  return logged_status_of(__func__, read, service ? service->service_id.service_rec : 0, status);
+  return loggedStatusOf(__func__, read, service ? service->service_id.service_rec : 0, status);
 }
 
 int AISRV_sync_to_database() {
-  return logged_status_of(__func__, [] { return Receiver::instance().services().store(); });
+  return loggedStatusOf(__func__, [] { return Receiver::instance().services().store(); });
 }
 
-int AISRV_reset_db(uint32_t input_source) {
-  return logged_status_of(
-      __func__, [&] { return Receiver::instance().reset_services(input_source); }, input_source);
+int AISRV_reset_db(uint32_t inputSource) {
+  return loggedStatusOf(
+      __func__, [&] { return Receiver::instance().resetServices(inputSource); }, inputSource);
 }

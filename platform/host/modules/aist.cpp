@@ -6,9 +6,9 @@
 #include "receiver/station/local_time.h"
 
 using atschost::Clock;
-using atschost::logged_status_of;
+using atschost::loggedStatusOf;
 using atschost::Receiver;
-using atschost::utc_offset;
+using atschost::utcOffset;
 
 int AIST_get_cur_time_secs(uint32_t* seconds) {
   const auto read = [&] {
@@ -16,7 +16,7 @@ int AIST_get_cur_time_secs(uint32_t* seconds) {
     *seconds = Clock::instance().now();
     return true;
   };
-  return logged_status_of(__func__, read, seconds);
+  return loggedStatusOf(__func__, read, seconds);
 }
 
 // The receiver comes first in each of the following: it loads the setting.
@@ -24,20 +24,20 @@ int AIST_get_cur_time_secs(uint32_t* seconds) {
 int AIST_manual_mode_enable(int manual) {
   const auto set = [&] {
     Receiver& receiver = Receiver::instance();
-    Clock::instance().set_automatic(manual == 0);
-    return receiver.keep_settings();
+    Clock::instance().setAutomatic(manual == 0);
+    return receiver.keepSettings();
   };
-  return logged_status_of(__func__, set, manual);
+  return loggedStatusOf(__func__, set, manual);
 }
 
 int AIST_set_current_time_zone(int32_t zone) {
   const auto set = [&] {
-    if (!atschost::is_zone(zone)) return false;
+    if (!atschost::isZone(zone)) return false;
     Receiver& receiver = Receiver::instance();
-    Clock::instance().set_zone(zone);
-    return receiver.keep_settings();
+    Clock::instance().setZone(zone);
+    return receiver.keepSettings();
   };
-  return logged_status_of(__func__, set, zone);
+  return loggedStatusOf(__func__, set, zone);
 }
 
 int AIST_get_system_time_info(AIST_system_time_info* info) {
@@ -47,11 +47,11 @@ int AIST_get_system_time_info(AIST_system_time_info* info) {
     const Clock& clock = Clock::instance();
     const Clock::Setting setting = clock.setting();
     info->zone = setting.zone;
-    info->offset = utc_offset(setting.zone, clock.last_table(), clock.now());
+    info->offset = utcOffset(setting.zone, clock.lastTable(), clock.now());
     info->mode = setting.automatic ? AIST_MODE_AUTOMATIC : AIST_MODE_MANUAL;
     return true;
   };
-  return logged_status_of(__func__, read);
+  return loggedStatusOf(__func__, read);
 }
 
 int AIST_get_cur_time_date(AIST_time_date* date) {
@@ -60,16 +60,16 @@ int AIST_get_cur_time_date(AIST_time_date* date) {
     Receiver::instance();
     const Clock& clock = Clock::instance();
     const uint32_t now = clock.now();
-    *date = atschost::date_at(now, utc_offset(clock.setting().zone, clock.last_table(), now));
+    *date = atschost::dateAt(now, utcOffset(clock.setting().zone, clock.lastTable(), now));
     return true;
   };
-  return logged_status_of(__func__, read);
+  return loggedStatusOf(__func__, read);
 }
 
-void ATSC_host_set_clock(uint32_t unix_seconds) {
+void ATSC_host_set_clock(uint32_t unixSeconds) {
   const auto set = [&] {
-    Clock::instance().set(unix_seconds);
+    Clock::instance().set(unixSeconds);
     return true;
   };
-  logged_status_of(__func__, set, unix_seconds);
+  loggedStatusOf(__func__, set, unixSeconds);
 }

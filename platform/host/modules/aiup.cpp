@@ -2,21 +2,21 @@
 
 #include "receiver/receiver.h"
 
-using atschost::logged_status_of;
+using atschost::loggedStatusOf;
 using atschost::Receiver;
 
 int AIUP_store_all() {
-  return logged_status_of(__func__, [] {
-    Receiver::instance().store_settings();
+  return loggedStatusOf(__func__, [] {
+    Receiver::instance().storeSettings();
     return true;
   });
 }
 
 int AIUP_sync() {
-  return logged_status_of(__func__, [] {
+  return loggedStatusOf(__func__, [] {
     Receiver& receiver = Receiver::instance();
-    const bool regions = receiver.rating_regions().store();
+    const bool regions = receiver.ratingRegions().store();
     const bool parental = receiver.parental().sync();
-    return receiver.sync_settings() && regions && parental;
+    return receiver.syncSettings() && regions && parental;
   });
 }

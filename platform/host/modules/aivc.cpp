@@ -3,11 +3,11 @@
 #include "receiver/receiver.h"
 
 int AIVC_close_video(uint32_t path) {
-  return atschost::logged_status_of(
+  return atschost::loggedStatusOf(
       __func__,
       [&] {
         if (path != 0) return false;
-        atschost::Receiver::instance().close_picture();
+        atschost::Receiver::instance().closePicture();
         return true;
       },
       path);

@@ -77,7 +77,7 @@ struct LoggerCpp::Impl {
   }
 
   spdlog::logger logger;
-  Impl* next_released = nullptr;
+  Impl* nextReleased = nullptr;
 
   // Loggers that have been destroyed. They are kept: at exit a thread that could not be awaited may
   // be in the middle of a line.
@@ -91,8 +91,8 @@ LoggerCpp::LoggerCpp(const char* /*name*/, const char* category)
 
 LoggerCpp::~LoggerCpp() {
   Impl* const impl = impl_.release();
-  impl->next_released = Impl::released;
-  while (!Impl::released.compare_exchange_weak(impl->next_released, impl)) {
+  impl->nextReleased = Impl::released;
+  while (!Impl::released.compare_exchange_weak(impl->nextReleased, impl)) {
   }
 }
 

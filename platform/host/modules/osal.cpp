@@ -19,7 +19,7 @@
 #include "receiver/call.h"
 #include "receiver/receiver.h"
 
-using atschost::logged_status_of;
+using atschost::loggedStatusOf;
 
 namespace {
 
@@ -144,7 +144,7 @@ class Timers {
 }  // namespace
 
 int OSAL_timer_create(const char* name, int type, OSAL_timer_id* timer) {
-  return logged_status_of(
+  return loggedStatusOf(
       __func__,
       [&] {
         if (type != kOneShot || timer == nullptr) return false;
@@ -156,7 +156,7 @@ int OSAL_timer_create(const char* name, int type, OSAL_timer_id* timer) {
 
 int OSAL_timer_enable(OSAL_timer_id timer, OSAL_timer_handler handler, void* arg,
                       uint32_t milliseconds) {
-  return logged_status_of(
+  return loggedStatusOf(
       __func__,
       [&] {
         return handler != nullptr && Timers::instance().enable(timer, handler, arg, milliseconds);
@@ -166,7 +166,7 @@ int OSAL_timer_enable(OSAL_timer_id timer, OSAL_timer_handler handler, void* arg
 
 // No semaphores here: what waits is timers, events and scans.
 void OSAL_display_sem_details_() {
-  logged_status_of(__func__, [] {
+  loggedStatusOf(__func__, [] {
     Timers::instance().display();
     if (auto* receiver = atschost::Receiver::existing()) receiver->display();
     return true;

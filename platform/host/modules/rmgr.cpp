@@ -3,6 +3,6 @@
 #include "receiver/receiver.h"
 
 int RMGRReload() {
-  return atschost::logged_status_of(
-      __func__, [] { return atschost::Receiver::instance().reload_services(); });
+  return atschost::loggedStatusOf(__func__,
+                                  [] { return atschost::Receiver::instance().reloadServices(); });
 }

@@ -12,7 +12,7 @@ namespace atschost {
 // Runs the body of a middleware function, which returns whether it succeeded: nothing may be thrown
 // out of these C functions.
 template <typename Body>
-int run_body(const char* function, Body& body) noexcept {
+int runBody(const char* function, Body& body) noexcept {
   try {
     return body() ? 0 : -1;
   } catch (const std::exception& e) {
@@ -23,8 +23,8 @@ int run_body(const char* function, Body& body) noexcept {
 
 // The same for reads in bulk, which the log shows at Trace.
 template <typename Body>
-int status_of(const char* function, Body body) noexcept {
-  const int status = run_body(function, body);
+int statusOf(const char* function, Body body) noexcept {
+  const int status = runBody(function, body);
   log().Trace("%s -> %d", function, status);
   return status;
 }
@@ -41,13 +41,13 @@ long long shown(Argument argument, bool succeeded) noexcept {
 
 // A number of a record that a caller lends; 0 without a record.
 template <typename Record, typename Number>
-Number member_of(const Record* record, Number Record::*member) noexcept {
+Number memberOf(const Record* record, Number Record::*member) noexcept {
   return record ? record->*member : Number{};
 }
 
 // Writes the Debug line of a call, as "AIFW_play_src(0, 3) -> 0"; next to free where Debug is off.
 template <typename... Arguments>
-void log_call(const char* function, int result, Arguments... arguments) noexcept {
+void logCall(const char* function, int result, Arguments... arguments) noexcept {
   constexpr const char* kFormats[] = {
       "%s() -> %d",
       "%s(%lld) -> %d",
@@ -60,11 +60,11 @@ void log_call(const char* function, int result, Arguments... arguments) noexcept
   log().Debug(kFormats[sizeof...(arguments)], function, shown(arguments, result == 0)..., result);
 }
 
-// As status_of(), with a Debug line: the arguments are numbers or pointers to numbers.
+// As statusOf(), with a Debug line: the arguments are numbers or pointers to numbers.
 template <typename Body, typename... Arguments>
-int logged_status_of(const char* function, Body body, const Arguments&... arguments) noexcept {
-  const int status = run_body(function, body);
-  log_call(function, status, arguments...);
+int loggedStatusOf(const char* function, Body body, const Arguments&... arguments) noexcept {
+  const int status = runBody(function, body);
+  logCall(function, status, arguments...);
   return status;
 }
 

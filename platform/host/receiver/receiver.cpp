@@ -25,16 +25,15 @@ constexpr uint32_t kMaxLanguage = AICN_LANGUAGE_SPANISH;
 const char* const kDualModes[] = {"stereo", "left", "right", "mixed"};
 
 // Numbers that a virtual channel table can give; on cable also one-part numbers (A/65 6.3.2).
-bool is_number(const ServiceKey& key) {
+bool isNumber(const ServiceKey& key) {
   constexpr uint16_t kMaxPart = 0x3FF;
   constexpr uint16_t kMaxOnePart = 0x3FFF;
-  const bool one_part = key.source == AI_INPUT_CABLE && key.minor == 0;
-  return key.major != 0 && key.major <= (one_part ? kMaxOnePart : kMaxPart) &&
-         key.minor <= kMaxPart;
+  const bool onePart = key.source == AI_INPUT_CABLE && key.minor == 0;
+  return key.major != 0 && key.major <= (onePart ? kMaxOnePart : kMaxPart) && key.minor <= kMaxPart;
 }
 
-bool is_deleted(const Service& service) { return service.flags & AISRV_FLAG_DELETED; }
-bool is_surfable(const Service& service) {
+bool isDeleted(const Service& service) { return service.flags & AISRV_FLAG_DELETED; }
+bool isSurfable(const Service& service) {
   const uint32_t mask = AISRV_FLAG_VISIBLE | AISRV_FLAG_DELETED | AISRV_FLAG_SKIPPED;
   return (service.flags & mask) == AISRV_FLAG_VISIBLE;
 }
@@ -49,117 +48,117 @@ std::vector<Service> select(const ServiceList& list, uint32_t source, Wanted wan
   return services;
 }
 
-std::atomic<Receiver*> existing_receiver{nullptr};
+std::atomic<Receiver*> existingReceiver{nullptr};
 
 }  // namespace
 
-Receiver* Receiver::existing() { return existing_receiver; }
+Receiver* Receiver::existing() { return existingReceiver; }
 
 Receiver& Receiver::instance() {
   static Receiver& receiver = [&]() -> Receiver& {
-    auto* made = new Receiver(state_folder());
-    existing_receiver = made;
-    static Receiver* at_exit = made;
+    auto* made = new Receiver(stateFolder());
+    existingReceiver = made;
+    static Receiver* atExit = made;
     static const pid_t process = getpid();
     std::atexit([] {
-      if (getpid() == process) at_exit->shut_down();  // a forked child has none of the threads
+      if (getpid() == process) atExit->shutDown();  // a forked child has none of the threads
     });
     return *made;
   }();
   return receiver;
 }
 
-Receiver::Receiver(const std::string& state_folder)
+Receiver::Receiver(const std::string& stateFolder)
     : gate_([this](AFW_event_t event) { events_.raise(event); }),
-      settings_file_(state_folder, "settings.json", "atsc-host-settings-1"),
-      rating_regions_(state_folder, events_, [this] { learned_region(); }),
-      parental_(state_folder),
-      services_(state_folder),
-      live_tuner_(
-          services_, guide_, rating_regions_, alert_settings_, events_,
-          [this] { decide_streams(); }, [this] { look(false); }),
-      guide_tuner_(services_, {[this](uint32_t source, uint32_t frequency) {
-                                 return live_tuner_.is_tuned_to(source, frequency);
-                               },
-                               [this](uint32_t source, uint32_t frequency, CarrierResult& found) {
-                                 take_guide(source, frequency, found, guide_round_);
-                               },
-                               [this] {
-                                 rating_regions_.receive({});  // stores what waits
-                                 // The first round may be over before the application listens.
-                                 if (guide_round_.source_ids.empty())
-                                   guide_round_ = {};
-                                 else if (events_.has_callback())
-                                   report(std::exchange(guide_round_, {}));
-                               }}),
+      settingsFile_(stateFolder, "settings.json", "atsc-host-settings-1"),
+      ratingRegions_(stateFolder, events_, [this] { learnedRegion(); }),
+      parental_(stateFolder),
+      services_(stateFolder),
+      liveTuner_(
+          services_, guide_, ratingRegions_, alertSettings_, events_, [this] { decideStreams(); },
+          [this] { look(false); }),
+      guideTuner_(services_, {[this](uint32_t source, uint32_t frequency) {
+                                return liveTuner_.isTunedTo(source, frequency);
+                              },
+                              [this](uint32_t source, uint32_t frequency, CarrierResult& found) {
+                                takeGuide(source, frequency, found, guideRound_);
+                              },
+                              [this] {
+                                ratingRegions_.receive({});  // stores what waits
+                                // The first round may be over before the application listens.
+                                if (guideRound_.sourceIds.empty())
+                                  guideRound_ = {};
+                                else if (events_.hasCallback())
+                                  report(std::exchange(guideRound_, {}));
+                              }}),
       scanner_(services_,
-               {[this](uint32_t source, uint32_t frequency) { tuned_by_scan(source, frequency); },
+               {[this](uint32_t source, uint32_t frequency) { tunedByScan(source, frequency); },
                 [this](uint32_t source, uint32_t frequency, CarrierResult& found,
                        Scanner::Outcome& outcome) {
-                  if (found.stream) guide_tuner_.note(source, frequency, *found.stream);
-                  take_guide(source, frequency, found, outcome);
+                  if (found.stream) guideTuner_.note(source, frequency, *found.stream);
+                  takeGuide(source, frequency, found, outcome);
                 },
                 [this](const Scanner::Outcome& outcome) { report(outcome); }}) {
-  settings_file_.load([this](const Json::Value& content) { load_settings(content); });
-  tuner_source_ = settings_.source;
-  settings_to_store_ = settings_;
+  settingsFile_.load([this](const Json::Value& content) { loadSettings(content); });
+  tunerSource_ = settings_.source;
+  settingsToStore_ = settings_;
 }
 
-void Receiver::load_settings(const Json::Value& content) {
+void Receiver::loadSettings(const Json::Value& content) {
   Settings settings;
-  const auto source_member = [](const Json::Value& value) {
-    const uint32_t source = number_member(value, "source", AI_INPUT_CABLE);
-    if (!is_source(source)) throw std::runtime_error("\"source\" is unknown");
+  const auto sourceMember = [](const Json::Value& value) {
+    const uint32_t source = numberMember(value, "source", AI_INPUT_CABLE);
+    if (!isSource(source)) throw std::runtime_error("\"source\" is unknown");
     return source;
   };
-  const auto key_member = [](const Json::Value& value, uint32_t source) {
+  const auto keyMember = [](const Json::Value& value, uint32_t source) {
     ServiceKey key;
     key.source = source;
-    key.major = static_cast<uint16_t>(number_member(value, "major", 0xFFFF));
-    key.minor = static_cast<uint16_t>(number_member(value, "minor", 0xFFFF));
-    key.frequency = number_member(value, "frequency", UINT32_MAX);
+    key.major = static_cast<uint16_t>(numberMember(value, "major", 0xFFFF));
+    key.minor = static_cast<uint16_t>(numberMember(value, "minor", 0xFFFF));
+    key.frequency = numberMember(value, "frequency", UINT32_MAX);
     return key;
   };
-  const auto language_member = [&](const char* name) {
-    return static_cast<int32_t>(number_member(content, name, kMaxLanguage, AICN_LANGUAGE_ENGLISH));
+  const auto languageMember = [&](const char* name) {
+    return static_cast<int32_t>(numberMember(content, name, kMaxLanguage, AICN_LANGUAGE_ENGLISH));
   };
-  settings.source = source_member(content);
+  settings.source = sourceMember(content);
   // Older files have the current service alone.
   if (const Json::Value& current = content["current"]; !current.isNull())
-    settings.last[settings.source] = key_member(current, settings.source);
+    settings.last[settings.source] = keyMember(current, settings.source);
   const Json::Value& last = content["last"];
   if (!last.isNull() && !last.isArray()) throw std::runtime_error("\"last\" is not a list");
   for (const Json::Value& value : last) {
-    const uint32_t source = source_member(value);
-    settings.last[source] = key_member(value, source);
+    const uint32_t source = sourceMember(value);
+    settings.last[source] = keyMember(value, source);
   }
-  settings.languages = {language_member("language"), language_member("second_language")};
-  settings.dual_mode = number_member(content, "dual_mode", AIAUD_DUAL_MIXED, AIAUD_DUAL_STEREO);
+  settings.languages = {languageMember("language"), languageMember("second_language")};
+  settings.dualMode = numberMember(content, "dual_mode", AIAUD_DUAL_MIXED, AIAUD_DUAL_STEREO);
   settings.clock.zone =
-      static_cast<int32_t>(number_member(content, "zone", AIST_ZONE_HAWAII, AIST_ZONE_EASTERN));
-  settings.clock.automatic = bool_member(content, "automatic_clock", true);
+      static_cast<int32_t>(numberMember(content, "zone", AIST_ZONE_HAWAII, AIST_ZONE_EASTERN));
+  settings.clock.automatic = boolMember(content, "automatic_clock", true);
   settings.alerts.level =
-      static_cast<int32_t>(number_member(content, "alert_level", AIFW_EAS_MAXIMUM, AIFW_EAS_ALL));
-  settings.alerts.repeated_events = bool_member(content, "repeated_alerts", false);
-  settings.alerts.cable_only = bool_member(content, "cable_alerts_only", false);
+      static_cast<int32_t>(numberMember(content, "alert_level", AIFW_EAS_MAXIMUM, AIFW_EAS_ALL));
+  settings.alerts.repeatedEvents = boolMember(content, "repeated_alerts", false);
+  settings.alerts.cableOnly = boolMember(content, "cable_alerts_only", false);
   settings_ = settings;
-  Clock::instance().set_setting(settings.clock);
-  alert_settings_.set(settings.alerts);
+  Clock::instance().setSetting(settings.clock);
+  alertSettings_.set(settings.alerts);
 }
 
-void Receiver::store_settings() {
+void Receiver::storeSettings() {
   std::lock_guard<std::mutex> lock(mutex_);
-  settings_to_store_ = settings_;
-  settings_to_store_.clock = Clock::instance().setting();
-  settings_to_store_.alerts = alert_settings_.get();
+  settingsToStore_ = settings_;
+  settingsToStore_.clock = Clock::instance().setting();
+  settingsToStore_.alerts = alertSettings_.get();
 }
 
-bool Receiver::sync_settings() {
-  std::lock_guard<std::mutex> file_lock(file_mutex_);
+bool Receiver::syncSettings() {
+  std::lock_guard<std::mutex> fileLock(fileMutex_);
   Settings settings;
   {
     std::lock_guard<std::mutex> lock(mutex_);
-    settings = settings_to_store_;
+    settings = settingsToStore_;
   }
   Json::Value content;
   content["source"] = settings.source;
@@ -174,116 +173,113 @@ bool Receiver::sync_settings() {
   }
   content["language"] = settings.languages.first;
   content["second_language"] = settings.languages.second;
-  content["dual_mode"] = settings.dual_mode;
+  content["dual_mode"] = settings.dualMode;
   content["zone"] = settings.clock.zone;
   content["automatic_clock"] = settings.clock.automatic;
   content["alert_level"] = settings.alerts.level;
-  content["repeated_alerts"] = settings.alerts.repeated_events != 0;
-  content["cable_alerts_only"] = settings.alerts.cable_only != 0;
-  return settings_file_.store(std::move(content));
+  content["repeated_alerts"] = settings.alerts.repeatedEvents != 0;
+  content["cable_alerts_only"] = settings.alerts.cableOnly != 0;
+  return settingsFile_.store(std::move(content));
 }
 
-bool Receiver::keep_settings() {
-  store_settings();
-  return sync_settings();
+bool Receiver::keepSettings() {
+  storeSettings();
+  return syncSettings();
 }
 
 // A scan takes the tuner away from what was playing.
-void Receiver::tuned_by_scan(uint32_t source, uint32_t frequency) {
+void Receiver::tunedByScan(uint32_t source, uint32_t frequency) {
   std::lock_guard<std::mutex> lock(mutex_);
-  tuner_source_ = source;
-  tuning_ = {frequency, modulation_of(source), {}};
-  stop_locked();
+  tunerSource_ = source;
+  tuning_ = {frequency, modulationOf(source), {}};
+  stopLocked();
 }
 
-void Receiver::take_guide(uint32_t source, uint32_t frequency, CarrierResult& found,
-                          Scanner::Outcome& outcome) {
+void Receiver::takeGuide(uint32_t source, uint32_t frequency, CarrierResult& found,
+                         Scanner::Outcome& outcome) {
   if (!found.guide.eits.empty()) outcome.guide = true;
-  if (found.guide.mgt_seen && !found.guide_complete) outcome.guide_partial = true;
-  const auto ids =
-      source_ids_of(guide_.update(source, frequency, found.guide, found.gps_utc_offset));
-  outcome.source_ids.insert(ids.begin(), ids.end());
-  rating_regions_.receive(std::move(found.rating_regions));
+  if (found.guide.mgtSeen && !found.guideComplete) outcome.guidePartial = true;
+  const auto ids = sourceIdsOf(guide_.update(source, frequency, found.guide, found.gpsUtcOffset));
+  outcome.sourceIds.insert(ids.begin(), ids.end());
+  ratingRegions_.receive(std::move(found.ratingRegions));
 }
 
 void Receiver::report(const Scanner::Outcome& outcome) {
   if (outcome.services) events_.raise(AFW_SERVICE_BUILD_COMPLETED);
   // Events of a service that is listed anew may be known already.
-  std::set<uint16_t> ids = outcome.source_ids;
+  std::set<uint16_t> ids = outcome.sourceIds;
   for (const auto& [source, frequency, id] : outcome.listed)
     if (!guide_.events(source, frequency, id)->empty()) ids.insert(id);
-  events_.raise_guide_update({ids.begin(), ids.end()});
-  if (outcome.guide && !outcome.guide_partial) events_.raise(AFW_EPG_COMPLETE);
+  events_.raiseGuideUpdate({ids.begin(), ids.end()});
+  if (outcome.guide && !outcome.guidePartial) events_.raise(AFW_EPG_COMPLETE);
 }
 
-void Receiver::shut_down() {
-  events_.shut_down(kExitPatience);
-  live_tuner_.shut_down();
-  guide_tuner_.shut_down();
-  scanner_.shut_down(kExitPatience);
-  rating_regions_.store();
+void Receiver::shutDown() {
+  events_.shutDown(kExitPatience);
+  liveTuner_.shutDown();
+  guideTuner_.shutDown();
+  scanner_.shutDown(kExitPatience);
+  ratingRegions_.store();
 }
 
-void Receiver::set_callback(AIFW_app_callback callback) {
-  const bool begins = callback && !events_.has_callback();
-  events_.set_callback(callback);
-  if (begins) raise_whole_guide(current_source());
+void Receiver::setCallback(AIFW_app_callback callback) {
+  const bool begins = callback && !events_.hasCallback();
+  events_.setCallback(callback);
+  if (begins) raiseWholeGuide(currentSource());
 }
 
 // An application that keeps the guide of the current source only has to look at it anew.
-void Receiver::raise_whole_guide(uint32_t source) {
-  events_.refresh_guide(guide_.source_ids(source));
-}
+void Receiver::raiseWholeGuide(uint32_t source) { events_.refreshGuide(guide_.sourceIds(source)); }
 
-bool Receiver::is_in_standby(const char* refused) const {
+bool Receiver::isInStandby(const char* refused) const {
   std::lock_guard<std::mutex> lock(mutex_);
   if (standby_) log().Warn("%s: refused in standby", refused);
   return standby_;
 }
 
 bool Receiver::play(const Service& chosen) {
-  if (!carrier_exists(chosen.key.source, chosen.key.frequency)) return false;
+  if (!carrierExists(chosen.key.source, chosen.key.frequency)) return false;
   std::lock_guard<std::mutex> lock(mutex_);
   const auto listed = services_.find(chosen.key);
   if (standby_ || !listed) return false;  // it may just have gone
   const Service& service = *listed;
   const uint32_t source = service.key.source;
-  const bool other_source = std::exchange(settings_.source, source) != source;
+  const bool otherSource = std::exchange(settings_.source, source) != source;
   settings_.last[source] = service.key;
-  tuner_source_ = source;
-  tuning_ = {service.key.frequency, modulation_of(source), {}};
+  tunerSource_ = source;
+  tuning_ = {service.key.frequency, modulationOf(source), {}};
   playing_ = true;
   played_ = service;
-  picture_open_ = true;
-  streams_told_.clear();
+  pictureOpen_ = true;
+  streamsTold_.clear();
   gate_.begin(service.flags & AISRV_FLAG_LOCKED);
-  look_locked(service, true);
-  decide_streams_locked(service);
-  live_tuner_.play(service.key);
-  if (other_source) raise_whole_guide(source);
+  lookLocked(service, true);
+  decideStreamsLocked(service);
+  liveTuner_.play(service.key);
+  if (otherSource) raiseWholeGuide(source);
   return true;
 }
 
-void Receiver::decide_streams() {
+void Receiver::decideStreams() {
   std::lock_guard<std::mutex> lock(mutex_);
-  if (const Service* service = playing_locked()) decide_streams_locked(*service);
+  if (const Service* service = playingLocked()) decideStreamsLocked(*service);
 }
 
 // Decides what of the service that plays is seen and heard, when it begins to play and whenever its
 // streams or the settings may be others, and tells it in the log.
-void Receiver::decide_streams_locked(const Service& service) {
-  gate_.set_locked(service.flags & AISRV_FLAG_LOCKED);
-  const auto video = std::find_if(service.streams.begin(), service.streams.end(), is_video);
-  const auto tracks = audio_tracks(service.streams);
-  const std::string blocked = gate_.why_blocked();
-  const bool withheld = gate_.is_closed() || !blocked.empty();
-  audio_track_ = withheld ? uint8_t{0} : choose_track(tracks, service.audio, settings_.languages);
+void Receiver::decideStreamsLocked(const Service& service) {
+  gate_.setLocked(service.flags & AISRV_FLAG_LOCKED);
+  const auto video = std::find_if(service.streams.begin(), service.streams.end(), isVideo);
+  const auto tracks = audioTracks(service.streams);
+  const std::string blocked = gate_.whyBlocked();
+  const bool withheld = gate_.isClosed() || !blocked.empty();
+  audioTrack_ = withheld ? uint8_t{0} : chooseTrack(tracks, service.audio, settings_.languages);
   std::string told;
   if (withheld)
-    told = !gate_.is_closed() ? "blocked: " + blocked
-           : blocked.empty()  ? "locked"
-                              : "locked; blocked: " + blocked;
-  else if (!picture_open_)
+    told = !gate_.isClosed() ? "blocked: " + blocked
+           : blocked.empty() ? "locked"
+                             : "locked; blocked: " + blocked;
+  else if (!pictureOpen_)
     told = "picture closed";
   else if (video == service.streams.end())
     told = "no video";
@@ -291,33 +287,33 @@ void Receiver::decide_streams_locked(const Service& service) {
     told = "video PID " + std::to_string(video->pid);
   if (withheld) {
     told += "; no picture, no sound";
-  } else if (audio_track_ == 0) {
+  } else if (audioTrack_ == 0) {
     told += ", no audio";
   } else {
-    const AISRV_pid_info& track = tracks[audio_track_ - 1u];
-    const std::string language = track_language(track);
-    told += ", audio track " + std::to_string(audio_track_) + " (PID " + std::to_string(track.pid) +
+    const AISRV_pid_info& track = tracks[audioTrack_ - 1u];
+    const std::string language = trackLanguage(track);
+    told += ", audio track " + std::to_string(audioTrack_) + " (PID " + std::to_string(track.pid) +
             ", " + (language.empty() ? "no language" : language) + ")";
-    if (settings_.dual_mode != AIAUD_DUAL_STEREO)
-      told += std::string(", dual mono ") + kDualModes[settings_.dual_mode];
+    if (settings_.dualMode != AIAUD_DUAL_STEREO)
+      told += std::string(", dual mono ") + kDualModes[settings_.dualMode];
   }
-  if (told == streams_told_) return;
+  if (told == streamsTold_) return;
   log().Info("playing %u-%u on %s %u Hz: %s", service.key.major, service.key.minor,
-             modulation_name(service.key.source), service.key.frequency, told.c_str());
-  streams_told_ = told;
+             modulationName(service.key.source), service.key.frequency, told.c_str());
+  streamsTold_ = told;
 }
 
 // Nothing was played; `known` when there was something to play.
 void Receiver::fail(bool known) {
-  if (known) live_tuner_.report_failure();
+  if (known) liveTuner_.reportFailure();
   std::lock_guard<std::mutex> lock(mutex_);
   gate_.fail();
 }
 
-bool Receiver::play_first(uint32_t source, uint32_t frequency) {
-  if (is_in_standby("play")) return false;
+bool Receiver::playFirst(uint32_t source, uint32_t frequency) {
+  if (isInStandby("play")) return false;
   const auto services = select(services_, source, [&](const Service& s) {
-    return !is_deleted(s) && (frequency == 0 || s.key.frequency == frequency);
+    return !isDeleted(s) && (frequency == 0 || s.key.frequency == frequency);
   });
   if (!services.empty() && play(services.front())) return true;
   fail(!services.empty());
@@ -326,8 +322,8 @@ bool Receiver::play_first(uint32_t source, uint32_t frequency) {
   return false;
 }
 
-bool Receiver::play_source(uint32_t source) {
-  if (is_in_standby("play")) return false;
+bool Receiver::playSource(uint32_t source) {
+  if (isInStandby("play")) return false;
   std::optional<ServiceKey> key;
   {
     std::lock_guard<std::mutex> lock(mutex_);
@@ -335,7 +331,7 @@ bool Receiver::play_source(uint32_t source) {
       key = last->second;
   }
   const auto last = key ? services_.find(*key) : std::nullopt;
-  if (!last || is_deleted(*last)) return play_first(source, 0);
+  if (!last || isDeleted(*last)) return playFirst(source, 0);
   if (play(*last)) return true;
   fail(true);
   log().Warn("cannot play %u-%u, the last one of source %u: its carrier is gone", key->major,
@@ -343,14 +339,14 @@ bool Receiver::play_source(uint32_t source) {
   return false;
 }
 
-bool Receiver::change_channel(const AIFW_channel_change_request& request) {
-  if (is_in_standby("channel change")) return false;
+bool Receiver::changeChannel(const AIFW_channel_change_request& request) {
+  if (isInStandby("channel change")) return false;
   const uint32_t source = request.input_source;
   std::vector<Service> services;  // in the order in which they are tried
   switch (request.mode) {
     case AIFW_CHANGE_DIRECT:
       services = select(services_, source, [&](const Service& s) {
-        return !is_deleted(s) && s.key.major == request.major && s.key.minor == request.minor;
+        return !isDeleted(s) && s.key.major == request.major && s.key.minor == request.minor;
       });
       // The same number may be received on several frequencies.
       std::stable_partition(services.begin(), services.end(),
@@ -358,7 +354,7 @@ bool Receiver::change_channel(const AIFW_channel_change_request& request) {
       break;
     case AIFW_CHANGE_UP:
     case AIFW_CHANGE_DOWN: {
-      services = select(services_, source, is_surfable);
+      services = select(services_, source, isSurfable);
       std::optional<ServiceKey> from;
       {
         std::lock_guard<std::mutex> lock(mutex_);
@@ -388,58 +384,58 @@ bool Receiver::change_channel(const AIFW_channel_change_request& request) {
   return false;
 }
 
-void Receiver::stop_locked() {
+void Receiver::stopLocked() {
   playing_ = false;
   gate_.stop();
-  audio_track_ = 0;
-  live_tuner_.stop();
+  audioTrack_ = 0;
+  liveTuner_.stop();
 }
 
-void Receiver::stop_playing() {
+void Receiver::stopPlaying() {
   std::lock_guard<std::mutex> lock(mutex_);
-  stop_locked();
+  stopLocked();
 }
 
-void Receiver::stop_tuning() {
+void Receiver::stopTuning() {
   std::lock_guard<std::mutex> lock(mutex_);
-  stop_locked();
+  stopLocked();
   tuning_ = {};
 }
 
-bool Receiver::follow_tuner(uint32_t source) {
-  if (!is_source(source)) return false;
+bool Receiver::followTuner(uint32_t source) {
+  if (!isSource(source)) return false;
   {
     std::lock_guard<std::mutex> lock(mutex_);
-    tuner_source_ = source;
+    tunerSource_ = source;
     if (std::exchange(settings_.source, source) == source) return true;
-    stop_locked();
-    if (tuning_.modulation != modulation_of(source)) tuning_ = {};
+    stopLocked();
+    if (tuning_.modulation != modulationOf(source)) tuning_ = {};
   }
-  raise_whole_guide(source);
+  raiseWholeGuide(source);
   return true;
 }
 
-void Receiver::close_picture() {
+void Receiver::closePicture() {
   {
     std::lock_guard<std::mutex> lock(mutex_);
-    picture_open_ = false;
+    pictureOpen_ = false;
   }
-  decide_streams();
+  decideStreams();
 }
 
-bool Receiver::enter_standby() {
+bool Receiver::enterStandby() {
   {
     std::lock_guard<std::mutex> lock(mutex_);
     if (!std::exchange(standby_, true)) log().Info("standby begins");
-    stop_locked();
+    stopLocked();
     gate_.forget();
   }
-  const bool settings = keep_settings();
+  const bool settings = keepSettings();
   const bool parental = parental_.sync();
   return services_.store() && settings && parental;
 }
 
-void Receiver::leave_standby() {
+void Receiver::leaveStandby() {
   {
     std::lock_guard<std::mutex> lock(mutex_);
     if (!std::exchange(standby_, false)) return;
@@ -450,109 +446,108 @@ void Receiver::leave_standby() {
   if (!service || !play(*service)) fail(service.has_value());
 }
 
-bool Receiver::add_service(const AISRV_service_info& record) {
+bool Receiver::addService(const AISRV_service_info& record) {
   Service service;
   service.key = {record.major, record.minor, record.frequency,
-                 source_of_id(record.service_id.input_source)};
-  const bool known_type =
+                 sourceOfId(record.service_id.input_source)};
+  const bool knownType =
       record.service_type == AISRV_TYPE_RADIO || record.service_type == AISRV_TYPE_DATA;
-  service.type = known_type ? record.service_type : uint32_t{AISRV_TYPE_TV};
+  service.type = knownType ? record.service_type : uint32_t{AISRV_TYPE_TV};
   service.flags = record.AISRV_flags_;
-  service.name = service_name(record.name);
+  service.name = serviceName(record.name);
   const bool listed = services_.find(service.key).has_value();
-  if (!is_source(service.key.source) || !is_tunable(record.frequency) ||
-      (record.modulation != 0 && record.modulation != modulation_of(service.key.source)) ||
-      (!listed && !is_number(service.key))) {
+  if (!isSource(service.key.source) || !isTunable(record.frequency) ||
+      (record.modulation != 0 && record.modulation != modulationOf(service.key.source)) ||
+      (!listed && !isNumber(service.key))) {
     log().Warn("cannot add %u-%u, source %u, frequency %u Hz, modulation %u: cannot be tuned",
                record.major, record.minor, record.service_id.input_source, record.frequency,
                record.modulation);
     return false;
   }
   if (!services_.add(service)) return false;
-  decide_streams();  // its lock may be another one
+  decideStreams();  // its lock may be another one
   events_.raise(listed ? AFW_SERVICE_UPDATE : AFW_SERVICE_ADDED);
   events_.raise(AFW_SERVICE_BUILD_COMPLETED);
   return true;
 }
 
-bool Receiver::modify_service(const AISRV_service_info& record) {
-  if (!services_.set_flags(source_of_id(record.service_id.input_source),
-                           record.service_id.service_rec, record.AISRV_flags_,
-                           record.AISRV_fav_group_))
+bool Receiver::modifyService(const AISRV_service_info& record) {
+  if (!services_.setFlags(sourceOfId(record.service_id.input_source), record.service_id.service_rec,
+                          record.AISRV_flags_, record.AISRV_fav_group_))
     return false;
-  decide_streams();  // its lock may be another one
+  decideStreams();  // its lock may be another one
   return true;
 }
 
-bool Receiver::reset_services(uint32_t source) {
-  if (!is_source(source)) return false;
+bool Receiver::resetServices(uint32_t source) {
+  if (!isSource(source)) return false;
   // What plays ends before the list is empty, and nothing begins until it is: a carrier would fill
   // it again.
   const bool reset = services_.reset(source, [&] {
     std::unique_lock<std::mutex> lock(mutex_);
-    if (settings_.source == source) stop_locked();
+    if (settings_.source == source) stopLocked();
     return lock;
   });
   if (reset) events_.raise(AFW_SERVICE_BUILD_COMPLETED);
   return reset;
 }
 
-bool Receiver::reload_services() {
+bool Receiver::reloadServices() {
   if (!services_.reload()) return false;
-  live_tuner_.tell_services();
-  decide_streams();
+  liveTuner_.tellServices();
+  decideStreams();
   events_.raise(AFW_SERVICE_BUILD_COMPLETED);
   return true;
 }
 
-bool Receiver::choose_audio(uint8_t track) {
+bool Receiver::chooseAudio(uint8_t track) {
   const auto service = current();
-  if (!service || track == 0 || track > audio_tracks(service->streams).size()) {
+  if (!service || track == 0 || track > audioTracks(service->streams).size()) {
     log().Warn("there is no audio track %u", track);
     return false;
   }
-  if (!services_.set_audio(service->key, track)) return false;
-  decide_streams();
+  if (!services_.setAudio(service->key, track)) return false;
+  decideStreams();
   return true;
 }
 
-uint8_t Receiver::audio_track() const {
+uint8_t Receiver::audioTrack() const {
   std::lock_guard<std::mutex> lock(mutex_);
-  return audio_track_;
+  return audioTrack_;
 }
 
-AudioLanguages Receiver::audio_languages() const {
+AudioLanguages Receiver::audioLanguages() const {
   std::lock_guard<std::mutex> lock(mutex_);
   return settings_.languages;
 }
 
-bool Receiver::set_audio_language(int32_t AudioLanguages::*which, int32_t language) {
+bool Receiver::setAudioLanguage(int32_t AudioLanguages::*which, int32_t language) {
   if (static_cast<uint32_t>(language) > kMaxLanguage) return false;
   {
     std::lock_guard<std::mutex> lock(mutex_);
     settings_.languages.*which = language;
   }
-  decide_streams();
+  decideStreams();
   return true;
 }
 
-bool Receiver::set_dual_mode(uint32_t mode) {
+bool Receiver::setDualMode(uint32_t mode) {
   if (mode > AIAUD_DUAL_MIXED) return false;
   {
     std::lock_guard<std::mutex> lock(mutex_);
-    settings_.dual_mode = mode;
+    settings_.dualMode = mode;
   }
-  decide_streams();
-  return keep_settings();
+  decideStreams();
+  return keepSettings();
 }
 
-int32_t Receiver::alert_setting(int32_t AlertSettings::Values::*which) const {
-  return alert_settings_.get().*which;
+int32_t Receiver::alertSetting(int32_t AlertSettings::Values::*which) const {
+  return alertSettings_.get().*which;
 }
 
-bool Receiver::set_alert_setting(int32_t AlertSettings::Values::*which, int32_t value) {
-  alert_settings_.set(which, value);
-  return keep_settings();
+bool Receiver::setAlertSetting(int32_t AlertSettings::Values::*which, int32_t value) {
+  alertSettings_.set(which, value);
+  return keepSettings();
 }
 
 std::optional<Service> Receiver::current() const {
@@ -564,17 +559,17 @@ std::optional<Service> Receiver::current() const {
   return service;
 }
 
-uint32_t Receiver::current_source() const {
+uint32_t Receiver::currentSource() const {
   std::lock_guard<std::mutex> lock(mutex_);
   return settings_.source;
 }
 
-uint32_t Receiver::tuner_source() const {
+uint32_t Receiver::tunerSource() const {
   std::lock_guard<std::mutex> lock(mutex_);
-  return tuner_source_;
+  return tunerSource_;
 }
 
-bool Receiver::is_playing() const {
+bool Receiver::isPlaying() const {
   std::lock_guard<std::mutex> lock(mutex_);
   return playing_;
 }
@@ -584,23 +579,23 @@ AIFE_tuning_details Receiver::tuning() const {
   return tuning_;
 }
 
-void Receiver::set_skip_play(bool skip) {
+void Receiver::setSkipPlay(bool skip) {
   std::lock_guard<std::mutex> lock(mutex_);
-  skip_play_ = skip;
+  skipPlay_ = skip;
 }
 
 void Receiver::display() const {
   log().Info("%zu events wait to be reported", events_.waiting());
-  log().Info("scan: %s", scanner_.is_running() ? "runs" : "none");
+  log().Info("scan: %s", scanner_.isRunning() ? "runs" : "none");
   std::lock_guard<std::mutex> lock(mutex_);
-  log().Info("tuner: %s %u Hz, %s", modulation_name(tuner_source_), tuning_.frequency,
+  log().Info("tuner: %s %u Hz, %s", modulationName(tunerSource_), tuning_.frequency,
              standby_   ? "standby"
              : playing_ ? "playing"
                         : "not playing");
 }
 
-uint32_t source_of_id(uint32_t input_source) {
-  switch (input_source) {
+uint32_t sourceOfId(uint32_t inputSource) {
+  switch (inputSource) {
     case 0:
     case AI_INPUT_TERRESTRIAL:
       return AI_INPUT_TERRESTRIAL;
@@ -612,7 +607,7 @@ uint32_t source_of_id(uint32_t input_source) {
   }
 }
 
-void copy_record(const Service& service, AISRV_service_info& record) {
+void copyRecord(const Service& service, AISRV_service_info& record) {
   const multiple_lang_t lent = record.name;
   record = {};
   record.service_id = {service.record, service.key.source};
@@ -620,13 +615,13 @@ void copy_record(const Service& service, AISRV_service_info& record) {
   record.major = service.key.major;
   record.minor = service.key.minor;
   record.frequency = service.key.frequency;
-  record.source_id = service.source_id;
-  record.modulation = modulation_of(service.key.source);
+  record.source_id = service.sourceId;
+  record.modulation = modulationOf(service.key.source);
   record.AISRV_fav_group_ = service.favourites;
   record.AISRV_flags_ = service.flags;
-  record.build_from_pmt = service.from_pmt ? 1 : 0;
+  record.build_from_pmt = service.fromPmt ? 1 : 0;
   record.transport_stream_id = service.tsid;
-  record.program_number = service.program_number;
+  record.program_number = service.programNumber;
   record.name = {lent.text, 0, AI_TEXT_UTF16BE};
   if (!lent.text) return;
   const size_t length = std::min<size_t>(service.name.size(), lent.length) & ~size_t{1};

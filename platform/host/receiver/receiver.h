@@ -40,167 +40,166 @@ class Receiver {
   // The same if it has been made, else null.
   static Receiver* existing();
 
-  explicit Receiver(const std::string& state_folder);
+  explicit Receiver(const std::string& stateFolder);
 
   EventQueue& events() { return events_; }
   Guide& guide() { return guide_; }
   ServiceList& services() { return services_; }
   Scanner& scanner() { return scanner_; }
-  RatingRegions& rating_regions() { return rating_regions_; }
+  RatingRegions& ratingRegions() { return ratingRegions_; }
 
   // Begins to keep the guide of the listed services.
-  void start() { guide_tuner_.start(); }
+  void start() { guideTuner_.start(); }
 
   // As AIFW_register_frmwrk_app_cb. Who begins to listen is told what the guide has.
-  void set_callback(AIFW_app_callback callback);
+  void setCallback(AIFW_app_callback callback);
 
-  bool play_first(uint32_t source, uint32_t frequency);
-  bool play_source(uint32_t source);
-  bool change_channel(const AIFW_channel_change_request& request);
-  void stop_playing();
+  bool playFirst(uint32_t source, uint32_t frequency);
+  bool playSource(uint32_t source);
+  bool changeChannel(const AIFW_channel_change_request& request);
+  void stopPlaying();
   // Leaves the carrier as well.
-  void stop_tuning();
+  void stopTuning();
   // As AIFW_handle_tuner_mode_change.
-  bool follow_tuner(uint32_t source);
-  void close_picture();
+  bool followTuner(uint32_t source);
+  void closePicture();
 
   // As AIFW_powerTransition_request.
-  bool enter_standby();
-  void leave_standby();
+  bool enterStandby();
+  void leaveStandby();
 
   // Of the service list, as AIFW_modify_service, AISRV_reset_db and RMGRReload.
-  bool add_service(const AISRV_service_info& record);
-  bool modify_service(const AISRV_service_info& record);
-  bool reset_services(uint32_t source);
-  bool reload_services();
+  bool addService(const AISRV_service_info& record);
+  bool modifyService(const AISRV_service_info& record);
+  bool resetServices(uint32_t source);
+  bool reloadServices();
 
   // The viewer's choice for the current service, from 1.
-  bool choose_audio(uint8_t track);
+  bool chooseAudio(uint8_t track);
   // The audio track that plays, from 1; 0 when nothing is heard.
-  uint8_t audio_track() const;
-  AudioLanguages audio_languages() const;
+  uint8_t audioTrack() const;
+  AudioLanguages audioLanguages() const;
   // AICN_LANGUAGE_*.
-  bool set_audio_language(int32_t AudioLanguages::*which, int32_t language);
+  bool setAudioLanguage(int32_t AudioLanguages::*which, int32_t language);
   // AIAUD_DUAL_*. False also, with the mode in force, when it cannot be stored.
-  bool set_dual_mode(uint32_t mode);
+  bool setDualMode(uint32_t mode);
   // Of alerts, as the functions of AIFW. Setting is false also, with the value in force, when it
   // cannot be stored.
-  int32_t alert_setting(int32_t AlertSettings::Values::*which) const;
-  bool set_alert_setting(int32_t AlertSettings::Values::*which, int32_t value);
+  int32_t alertSetting(int32_t AlertSettings::Values::*which) const;
+  bool setAlertSetting(int32_t AlertSettings::Values::*which, int32_t value);
   // As AIPC_collect_RRT.
-  bool collect_rating_regions() { return guide_tuner_.begin_round(); }
+  bool collectRatingRegions() { return guideTuner_.beginRound(); }
 
   // The service that played last on the current source, as it is listed now. One that is no longer
   // listed is none, unless it still plays: it is as it was then.
   std::optional<Service> current() const;
-  uint32_t current_source() const;
+  uint32_t currentSource() const;
   // The source that the tuner is set to, by whomever.
-  uint32_t tuner_source() const;
-  bool is_playing() const;
+  uint32_t tunerSource() const;
+  bool isPlaying() const;
   AIFE_tuning_details tuning() const;
 
-  void set_skip_play(bool skip);
+  void setSkipPlay(bool skip);
   // As the functions of AIFW; of parental control, too.
-  void set_password_required(bool required);
-  void set_password_given(bool given);
-  bool set_unlocked(bool unlocked);
-  void set_play_from_application(bool from_application);
+  void setPasswordRequired(bool required);
+  void setPasswordGiven(bool given);
+  bool setUnlocked(bool unlocked);
+  void setPlayFromApplication(bool fromApplication);
 
   // The settings of parental control. As AIPC says of its functions: what is changed is in force at
   // once and told.
   Parental& parental() { return parental_; }
-  bool change_parental(const std::function<bool(ParentalSettings&)>& edit);
+  bool changeParental(const std::function<bool(ParentalSettings&)>& edit);
   // What of a guide is blocked under the present settings.
-  std::function<bool(const GuideEvent&)> blocked_events() const;
+  std::function<bool(const GuideEvent&)> blockedEvents() const;
 
   // What is on now on a service.
   struct OnNow {
-    ProgrammeId programme;    // with the ratings that count
-    bool by_streams = false;  // the service's streams rate it, not the guide
-    bool enabled = false;     // parental control
-    bool unlocked = false;    // it plays, and the viewer gave the password
+    ProgrammeId programme;   // with the ratings that count
+    bool byStreams = false;  // the service's streams rate it, not the guide
+    bool enabled = false;    // parental control
+    bool unlocked = false;   // it plays, and the viewer gave the password
     RatingVerdict verdict;
   };
   // By service id; none for one that is not listed and does not play.
-  std::optional<OnNow> on_now(const AISRV_service_id& id) const;
+  std::optional<OnNow> onNow(const AISRV_service_id& id) const;
 
   // Writes to the log what is under way.
   void display() const;
 
-  // Takes the settings as they are now, for the next sync_settings().
-  void store_settings();
-  bool sync_settings();
+  // Takes the settings as they are now, for the next syncSettings().
+  void storeSettings();
+  bool syncSettings();
   // Both.
-  bool keep_settings();
+  bool keepSettings();
 
  private:
   struct Settings {
     uint32_t source = AI_INPUT_TERRESTRIAL;
     std::map<uint32_t, ServiceKey> last;  // by source: what played last
     AudioLanguages languages;
-    uint32_t dual_mode = AIAUD_DUAL_STEREO;
+    uint32_t dualMode = AIAUD_DUAL_STEREO;
     // Only of what is stored: the clock and the alerts have their own.
     Clock::Setting clock;
     AlertSettings::Values alerts;
   };
 
-  void load_settings(const Json::Value& content);
-  void tuned_by_scan(uint32_t source, uint32_t frequency);
-  bool is_in_standby(const char* refused) const;
+  void loadSettings(const Json::Value& content);
+  void tunedByScan(uint32_t source, uint32_t frequency);
+  bool isInStandby(const char* refused) const;
   bool play(const Service& service);
   void fail(bool known);
-  void stop_locked();
-  void decide_streams();
-  void decide_streams_locked(const Service& service);
-  const Service* playing_locked();
+  void stopLocked();
+  void decideStreams();
+  void decideStreamsLocked(const Service& service);
+  const Service* playingLocked();
   void look(bool asked);
-  bool look_locked(const Service& service, bool asked);
-  OnNow on_now(const Service& service) const;
-  KnownRegions known_regions() const;
-  std::string why_blocked(const RatingVerdict& verdict) const;
-  void raise_whole_guide(uint32_t source);
-  void learned_region();
-  void take_guide(uint32_t source, uint32_t frequency, CarrierResult& found,
-                  Scanner::Outcome& outcome);
+  bool lookLocked(const Service& service, bool asked);
+  OnNow onNow(const Service& service) const;
+  KnownRegions knownRegions() const;
+  std::string whyBlocked(const RatingVerdict& verdict) const;
+  void raiseWholeGuide(uint32_t source);
+  void learnedRegion();
+  void takeGuide(uint32_t source, uint32_t frequency, CarrierResult& found,
+                 Scanner::Outcome& outcome);
   void report(const Scanner::Outcome& outcome);
-  void shut_down();
+  void shutDown();
 
-  mutable std::mutex mutex_;  // of the fields up to file_mutex_; taken before the list's
+  mutable std::mutex mutex_;  // of the fields up to fileMutex_; taken before the list's
   Settings settings_;
-  Settings settings_to_store_;
+  Settings settingsToStore_;
   bool playing_ = false;
   Service played_;  // what plays, or played, as it was listed last
   bool standby_ = false;
-  bool picture_open_ = true;
-  uint8_t audio_track_ = 0;
-  std::string streams_told_;  // of the service that plays
-  uint32_t tuner_source_ = AI_INPUT_TERRESTRIAL;
+  bool pictureOpen_ = true;
+  uint8_t audioTrack_ = 0;
+  std::string streamsTold_;  // of the service that plays
+  uint32_t tunerSource_ = AI_INPUT_TERRESTRIAL;
   AIFE_tuning_details tuning_{};
-  bool skip_play_ = false;  // services do not start by themselves
+  bool skipPlay_ = false;  // services do not start by themselves
   Gate gate_;
 
-  std::mutex
-      file_mutex_;  // of the file; taken before mutex_, which is not held while it is written
-  StateFile settings_file_;
+  std::mutex fileMutex_;  // of the file; taken before mutex_, which is not held while it is written
+  StateFile settingsFile_;
 
   EventQueue events_;
   Guide guide_;
-  RatingRegions rating_regions_;
-  AlertSettings alert_settings_;
+  RatingRegions ratingRegions_;
+  AlertSettings alertSettings_;
   Parental parental_;
   ServiceList services_;
-  Scanner::Outcome guide_round_;  // the guide tuner's
+  Scanner::Outcome guideRound_;  // the guide tuner's
   // Last: their threads use all above.
-  LiveTuner live_tuner_;
-  GuideTuner guide_tuner_;
+  LiveTuner liveTuner_;
+  GuideTuner guideTuner_;
   Scanner scanner_;
 };
 
 // Source number of a service id: 0 or 2 terrestrial, 1 or 3 cable; 0 for anything else.
-uint32_t source_of_id(uint32_t input_source);
+uint32_t sourceOfId(uint32_t inputSource);
 
 // Fills the record that a caller lends, name buffer included.
-void copy_record(const Service& service, AISRV_service_info& record);
+void copyRecord(const Service& service, AISRV_service_info& record);
 
 }  // namespace atschost
 

@@ -9,7 +9,7 @@ namespace atschost {
 namespace {
 
 // A text of a broadcast (UTF-16BE) for the log.
-std::string log_text(const std::string& text) {
+std::string logText(const std::string& text) {
   std::string letters;
   for (size_t i = 0; i + 1 < text.size(); i += 2) {
     const bool plain = text[i] == 0 && text[i + 1] >= ' ' && text[i + 1] < 0x7F;
@@ -21,7 +21,7 @@ std::string log_text(const std::string& text) {
 }  // namespace
 
 // Null when nothing plays. A service plays on when its station has taken it from the list.
-const Service* Receiver::playing_locked() {
+const Service* Receiver::playingLocked() {
   if (!playing_) return nullptr;
   if (auto listed = services_.find(played_.key)) played_ = *std::move(listed);
   return &played_;
@@ -31,51 +31,51 @@ const Service* Receiver::playing_locked() {
 // another programme may have begun.
 void Receiver::look(bool asked) {
   std::lock_guard<std::mutex> lock(mutex_);
-  const Service* service = playing_locked();
-  if (service && look_locked(*service, asked)) decide_streams_locked(*service);
+  const Service* service = playingLocked();
+  if (service && lookLocked(*service, asked)) decideStreamsLocked(*service);
 }
 
 // Whether picture and sound are no longer kept away, or are now.
-bool Receiver::look_locked(const Service& service, bool asked) {
-  OnNow now = on_now(service);
+bool Receiver::lookLocked(const Service& service, bool asked) {
+  OnNow now = onNow(service);
   // A carrier that was just tuned may have a rating yet.
-  if (now.enabled && !now.verdict.rated && !live_tuner_.has_read(service.key)) return false;
-  std::string why = now.verdict.blocked ? why_blocked(now.verdict) : std::string();
+  if (now.enabled && !now.verdict.rated && !liveTuner_.hasRead(service.key)) return false;
+  std::string why = now.verdict.blocked ? whyBlocked(now.verdict) : std::string();
   return gate_.judge(std::move(now.programme), std::move(why), asked,
                      std::chrono::steady_clock::now());
 }
 
-Receiver::OnNow Receiver::on_now(const Service& service) const {
+Receiver::OnNow Receiver::onNow(const Service& service) const {
   OnNow now;
   const auto settings = parental_.settings();
-  const KnownRegions known = known_regions();
+  const KnownRegions known = knownRegions();
   now.enabled = settings->enabled();
   const uint32_t time = Clock::instance().now();
-  const auto events = guide_.events(service.key.source, service.key.frequency, service.source_id);
+  const auto events = guide_.events(service.key.source, service.key.frequency, service.sourceId);
   // The event that began last, of those that are not over.
   auto next = std::upper_bound(events->begin(), events->end(), time,
                                [](uint32_t t, const ShownEvent& event) { return t < event.start; });
   while (next != events->begin() && !now.programme.event) {
     --next;
     if (time - next->start >= next->event.duration) continue;
-    now.programme.event = {next->event.event_id, next->start};
+    now.programme.event = {next->event.eventId, next->start};
     now.programme.advisories = next->event.advisories;
   }
   now.verdict = settings->check(now.programme.advisories, known);
   // A rating counts before none, and what the streams say before what the guide says.
-  auto advisories = live_tuner_.advisories(service.key, service.program_number);
+  auto advisories = liveTuner_.advisories(service.key, service.programNumber);
   const RatingVerdict verdict = settings->check(advisories, known);
-  now.by_streams = verdict.rated || (!now.verdict.rated && verdict.group != AIPC_UNRATED_NO_RATING);
-  if (now.by_streams) {
+  now.byStreams = verdict.rated || (!now.verdict.rated && verdict.group != AIPC_UNRATED_NO_RATING);
+  if (now.byStreams) {
     now.programme.advisories = std::move(advisories);
     now.verdict = verdict;
   }
   return now;
 }
 
-std::optional<Receiver::OnNow> Receiver::on_now(const AISRV_service_id& id) const {
+std::optional<Receiver::OnNow> Receiver::onNow(const AISRV_service_id& id) const {
   std::optional<Service> service;
-  services_.visit(source_of_id(id.input_source), [&](const Service& listed) {
+  services_.visit(sourceOfId(id.input_source), [&](const Service& listed) {
     if (listed.record == id.service_rec) service = listed;
     return !service;
   });
@@ -85,91 +85,91 @@ std::optional<Receiver::OnNow> Receiver::on_now(const AISRV_service_id& id) cons
     const bool plays =
         playing_ && (service ? played_.key == service->key
                              : played_.record == id.service_rec &&
-                                   played_.key.source == source_of_id(id.input_source));
+                                   played_.key.source == sourceOfId(id.input_source));
     if (plays) service = played_;
-    unlocked = plays && gate_.is_unlocked();
+    unlocked = plays && gate_.isUnlocked();
   }
   if (!service) return std::nullopt;
-  OnNow now = on_now(*service);
+  OnNow now = onNow(*service);
   now.unlocked = unlocked;
   return now;
 }
 
-KnownRegions Receiver::known_regions() const {
+KnownRegions Receiver::knownRegions() const {
   KnownRegions known;
-  for (const uint8_t number : rating_regions_.numbers()) known.set(number);
+  for (const uint8_t number : ratingRegions_.numbers()) known.set(number);
   return known;
 }
 
-std::function<bool(const GuideEvent&)> Receiver::blocked_events() const {
+std::function<bool(const GuideEvent&)> Receiver::blockedEvents() const {
   const auto settings = parental_.settings();
   if (!settings->enabled()) return [](const GuideEvent&) { return false; };
-  return [settings, known = known_regions()](const GuideEvent& event) {
+  return [settings, known = knownRegions()](const GuideEvent& event) {
     return settings->check(event.advisories, known).blocked;
   };
 }
 
 // As "TV-14 (region 1, Entire Audience)".
-std::string Receiver::why_blocked(const RatingVerdict& verdict) const {
+std::string Receiver::whyBlocked(const RatingVerdict& verdict) const {
   if (!verdict.rated)
     return verdict.group == AIPC_UNRATED_US_MPAA  ? "not rated (MPAA NR)"
            : verdict.group == AIPC_UNRATED_CANADA ? "exempt (Canada)"
                                                   : "not rated";
-  const auto region = rating_regions_.region(verdict.region);
+  const auto region = ratingRegions_.region(verdict.region);
   std::string value, dimension;
   if (region && verdict.dimension < region->dimensions.size()) {
     const RatingRegion::Dimension& table = region->dimensions[verdict.dimension];
-    dimension = log_text(table.name);
+    dimension = logText(table.name);
     if (verdict.value < table.values.size())
-      value = log_text(table.values[verdict.value].abbreviation);
+      value = logText(table.values[verdict.value].abbreviation);
   }
   if (value.empty()) value = "value " + std::to_string(verdict.value);
   if (dimension.empty()) dimension = "dimension " + std::to_string(verdict.dimension);
   return value + " (region " + std::to_string(verdict.region) + ", " + dimension + ")";
 }
 
-bool Receiver::change_parental(const std::function<bool(ParentalSettings&)>& edit) {
+bool Receiver::changeParental(const std::function<bool(ParentalSettings&)>& edit) {
   const Parental::Change change = parental_.change(edit);
   if (change == Parental::Change::kRefused) return false;
   if (change == Parental::Change::kNone) return true;
   events_.raise(AFW_PARENTAL_UPDATE);
-  if (change == Parental::Change::kMadeDifference) raise_whole_guide(current_source());
+  if (change == Parental::Change::kMadeDifference) raiseWholeGuide(currentSource());
   look(true);
   return true;
 }
 
 // Ratings of a region count from its first table on.
-void Receiver::learned_region() {
+void Receiver::learnedRegion() {
   if (!parental_.settings()->enabled()) return;
-  raise_whole_guide(current_source());
+  raiseWholeGuide(currentSource());
   look(false);
 }
 
-void Receiver::set_password_required(bool required) {
+void Receiver::setPasswordRequired(bool required) {
   std::lock_guard<std::mutex> lock(mutex_);
-  gate_.set_password_required(required);
+  gate_.setPasswordRequired(required);
 }
 
-void Receiver::set_password_given(bool given) {
+void Receiver::setPasswordGiven(bool given) {
   {
     std::lock_guard<std::mutex> lock(mutex_);
-    gate_.set_password_given(given);
+    gate_.setPasswordGiven(given);
   }
-  decide_streams();
+  decideStreams();
 }
 
-bool Receiver::set_unlocked(bool unlocked) {
+bool Receiver::setUnlocked(bool unlocked) {
   {
     std::lock_guard<std::mutex> lock(mutex_);
-    if (!gate_.set_unlocked(unlocked)) return false;
+    if (!gate_.setUnlocked(unlocked)) return false;
   }
-  decide_streams();
+  decideStreams();
   return true;
 }
 
-void Receiver::set_play_from_application(bool from_application) {
+void Receiver::setPlayFromApplication(bool fromApplication) {
   std::lock_guard<std::mutex> lock(mutex_);
-  gate_.set_play_from_application(from_application);
+  gate_.setPlayFromApplication(fromApplication);
 }
 
 }  // namespace atschost

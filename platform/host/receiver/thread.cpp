@@ -30,7 +30,7 @@ class SignalsBlocked {
 
 }  // namespace
 
-std::thread start_thread(const char* name, std::function<void()> body) {
+std::thread startThread(const char* name, std::function<void()> body) {
   const SignalsBlocked blocked;
   return std::thread([name, body = std::move(body)] {
     pthread_setname_np(pthread_self(), name);

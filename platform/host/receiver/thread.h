@@ -9,7 +9,7 @@ namespace atschost {
 
 // Starts a thread of that name (at most 15 characters). All signals are blocked in it: they are for
 // the program's own threads. What `body` throws ends the thread and is logged.
-std::thread start_thread(const char* name, std::function<void()> body);
+std::thread startThread(const char* name, std::function<void()> body);
 
 }  // namespace atschost
 

@@ -23,38 +23,37 @@ constexpr uint8_t kMaximum = 15;
 
 constexpr size_t kMaxReported = 256;  // events that are remembered
 
-uint64_t hash_of(const EmergencyAlert& alert) {
-  return std::hash<std::string>()(alert.originator + alert.event_code + alert.text) ^
-         uint64_t { alert.event_id } << 32 ^ alert.start;
+uint64_t hashOf(const EmergencyAlert& alert) {
+  return std::hash<std::string>()(alert.originator + alert.eventCode + alert.text) ^
+         uint64_t { alert.eventId } << 32 ^ alert.start;
 }
 
 // Of what several messages about one event have in common.
-size_t event_hash_of(const EmergencyAlert& alert) {
-  return std::hash<std::string>()(alert.originator + alert.event_code) ^
-         std::hash<uint16_t>()(alert.event_id) << 8;
+size_t eventHashOf(const EmergencyAlert& alert) {
+  return std::hash<std::string>()(alert.originator + alert.eventCode) ^
+         std::hash<uint16_t>()(alert.eventId) << 8;
 }
 
 }  // namespace
 
-void Alerts::receive(const EmergencyAlert& alert, Instant at,
-                     std::optional<uint32_t> station_time) {
+void Alerts::receive(const EmergencyAlert& alert, Instant at, std::optional<uint32_t> stationTime) {
   const AlertSettings::Values settings = settings_.get();
-  if (!is_wanted(alert.priority, settings)) return;
+  if (!isWanted(alert.priority, settings)) return;
   const size_t sequence = alert.sequence % shown_.size();
-  const uint64_t hash = hash_of(alert);
-  const size_t event = event_hash_of(alert);
-  if (present_ && present_->event == event) present_->last_seen = at;
+  const uint64_t hash = hashOf(alert);
+  const size_t event = eventHashOf(alert);
+  if (present_ && present_->event == event) present_->lastSeen = at;
   if (shown_[sequence] == hash) return;
-  if (!settings.repeated_events &&
+  if (!settings.repeatedEvents &&
       std::find(reported_.begin(), reported_.end(), event) != reported_.end())
     return;
   if (present_ && present_->event != event && alert.priority < present_->priority) return;
   if (waiting_ && alert.priority < waiting_->priority) return;
-  if (last_new_ && at - *last_new_ < kInterval) {
+  if (lastNew_ && at - *lastNew_ < kInterval) {
     waiting_ = alert;
     return;
   }
-  last_new_ = at;
+  lastNew_ = at;
   waiting_.reset();
   // One that is still sent when the higher one is over comes again.
   if (present_ && alert.priority > present_->priority) forget(*present_);
@@ -63,52 +62,52 @@ void Alerts::receive(const EmergencyAlert& alert, Instant at,
   for (size_t ahead = 1; ahead <= shown_.size() / 2; ++ahead)
     shown_[(sequence + ahead) % shown_.size()].reset();
 
-  end_present();
+  endPresent();
   const bool blocking = alert.priority == kHigh || alert.priority == kMaximum;
-  log().Info("alert %u, event %u, priority %u, starts", alert.sequence, alert.event_id,
+  log().Info("alert %u, event %u, priority %u, starts", alert.sequence, alert.eventId,
              alert.priority);
-  events_.raise_alert(blocking ? AFW_EAS_START_BLOCKING : AFW_EAS_START_NON_BLOCKING, alert.text,
-                      alert.priority);
+  events_.raiseAlert(blocking ? AFW_EAS_START_BLOCKING : AFW_EAS_START_NON_BLOCKING, alert.text,
+                     alert.priority);
   reported_.push_back(event);
   if (reported_.size() > kMaxReported) reported_.pop_front();
   Present present;
   present.priority = alert.priority;
   present.sequence = sequence;
   present.event = event;
-  present.start = present.last_seen = at;
-  present.remaining = std::chrono::seconds(alert.time_remaining);
-  if (alert.duration > 0 && (alert.start != 0 || station_time))
-    present.event_end = (alert.start ? alert.start : *station_time) + alert.duration * 60u;
+  present.start = present.lastSeen = at;
+  present.remaining = std::chrono::seconds(alert.timeRemaining);
+  if (alert.duration > 0 && (alert.start != 0 || stationTime))
+    present.eventEnd = (alert.start ? alert.start : *stationTime) + alert.duration * 60u;
   present_ = present;
 }
 
-void Alerts::check(Instant at, std::optional<uint32_t> station_time) {
-  if (waiting_ && at - *last_new_ >= kInterval) {
+void Alerts::check(Instant at, std::optional<uint32_t> stationTime) {
+  if (waiting_ && at - *lastNew_ >= kInterval) {
     const EmergencyAlert alert = *std::exchange(waiting_, std::nullopt);
-    receive(alert, at, station_time);
+    receive(alert, at, stationTime);
   }
   if (!present_) return;
-  if (!is_wanted(present_->priority, settings_.get())) {
+  if (!isWanted(present_->priority, settings_.get())) {
     forget(*present_);
-    end_present();
+    endPresent();
     return;
   }
   if (present_->remaining.count() > 0) {
-    if (at - present_->start >= present_->remaining) end_present();
+    if (at - present_->start >= present_->remaining) endPresent();
     return;
   }
-  const bool over = present_->event_end && station_time && *station_time >= *present_->event_end;
-  if (over || at - present_->last_seen >= kGone) end_present();
+  const bool over = present_->eventEnd && stationTime && *stationTime >= *present_->eventEnd;
+  if (over || at - present_->lastSeen >= kGone) endPresent();
 }
 
 void Alerts::stop() {
   waiting_.reset();
   if (present_) forget(*present_);
-  end_present();
+  endPresent();
 }
 
-bool Alerts::is_wanted(uint8_t priority, const AlertSettings::Values& settings) const {
-  if (settings.cable_only && source_ != AI_INPUT_CABLE) return false;
+bool Alerts::isWanted(uint8_t priority, const AlertSettings::Values& settings) const {
+  if (settings.cableOnly && source_ != AI_INPUT_CABLE) return false;
   switch (settings.level) {
     case AIFW_EAS_MEDIUM:
       return priority >= kMedium;
@@ -127,7 +126,7 @@ void Alerts::forget(const Present& alert) {
   reported_.erase(std::remove(reported_.begin(), reported_.end(), alert.event), reported_.end());
 }
 
-void Alerts::end_present() {
+void Alerts::endPresent() {
   if (!present_) return;
   present_.reset();
   log().Info("the alert ends");

@@ -20,8 +20,8 @@ class AlertSettings {
  public:
   struct Values {
     int32_t level = AIFW_EAS_ALL;
-    int32_t repeated_events = 0;  // 1: reported again under each sequence number
-    int32_t cable_only = 0;
+    int32_t repeatedEvents = 0;  // 1: reported again under each sequence number
+    int32_t cableOnly = 0;
   };
 
   Values get() const {
@@ -55,11 +55,11 @@ class Alerts {
   // alert, unless that has a higher priority, at most once a second: else it waits for check(), or
   // for a newer one. One that is not wanted, a test message or one of lower priority is as if it
   // were not there, until it counts. `station_time` in GPS seconds, where known.
-  void receive(const EmergencyAlert& alert, Instant at, std::optional<uint32_t> station_time);
+  void receive(const EmergencyAlert& alert, Instant at, std::optional<uint32_t> stationTime);
 
   // Takes the alert that waits, and ends the present one when its time is over or it is no longer
   // wanted.
-  void check(Instant at, std::optional<uint32_t> station_time);
+  void check(Instant at, std::optional<uint32_t> stationTime);
 
   // The tuner leaves the carrier, or has lost it: what is still on the air then comes again.
   void stop();
@@ -69,19 +69,19 @@ class Alerts {
     uint8_t priority = 0;
     size_t sequence = 0;  // in shown_
     size_t event = 0;     // in reported_
-    Instant start, last_seen;
+    Instant start, lastSeen;
     std::chrono::seconds remaining{0};  // 0: until the table is gone or the event is over
-    std::optional<uint32_t> event_end;  // GPS seconds
+    std::optional<uint32_t> eventEnd;   // GPS seconds
   };
 
-  bool is_wanted(uint8_t priority, const AlertSettings::Values& settings) const;
+  bool isWanted(uint8_t priority, const AlertSettings::Values& settings) const;
   void forget(const Present& alert);
-  void end_present();
+  void endPresent();
 
   EventQueue& events_;
   const AlertSettings& settings_;
   const uint32_t source_;
-  std::optional<Instant> last_new_;
+  std::optional<Instant> lastNew_;
   std::optional<EmergencyAlert> waiting_;
   std::optional<Present> present_;
   std::array<std::optional<uint64_t>, 32> shown_;  // hash of the content, by sequence number

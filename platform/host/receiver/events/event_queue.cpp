@@ -20,15 +20,15 @@ constexpr size_t kRefreshDepth = 32;
 
 }  // namespace
 
-EventQueue::~EventQueue() { shut_down(std::chrono::hours(1)); }
+EventQueue::~EventQueue() { shutDown(std::chrono::hours(1)); }
 
-void EventQueue::set_callback(AIFW_app_callback callback) {
+void EventQueue::setCallback(AIFW_app_callback callback) {
   std::lock_guard<std::mutex> lock(state_->mutex);
   state_->callback = callback;
   if (!callback) state_->entries.clear();
 }
 
-bool EventQueue::has_callback() const {
+bool EventQueue::hasCallback() const {
   std::lock_guard<std::mutex> lock(state_->mutex);
   return state_->callback != nullptr;
 }
@@ -44,41 +44,41 @@ void EventQueue::raise(AFW_event_t event) {
   push(std::move(entry));
 }
 
-void EventQueue::raise_time(AFW_event_t event, const SystemTime& time) {
+void EventQueue::raiseTime(AFW_event_t event, const SystemTime& time) {
   Entry entry;
   entry.event = event;
-  const int daylight = (time.daylight_status ? 1 : 0) | (time.daylight_day_of_month & 0x1F) << 1;
-  entry.time = AIFW_time_data{time.gps_seconds, time.gps_utc_offset, static_cast<uint8_t>(daylight),
-                              time.daylight_hour, 0};
+  const int daylight = (time.daylightStatus ? 1 : 0) | (time.daylightDayOfMonth & 0x1F) << 1;
+  entry.time = AIFW_time_data{time.gpsSeconds, time.gpsUtcOffset, static_cast<uint8_t>(daylight),
+                              time.daylightHour, 0};
   push(std::move(entry));
 }
 
-void EventQueue::raise_alert(AFW_event_t event, std::string text, uint8_t priority) {
+void EventQueue::raiseAlert(AFW_event_t event, std::string text, uint8_t priority) {
   Entry entry;
   entry.event = event;
-  entry.is_alert = true;
+  entry.isAlert = true;
   entry.text = std::move(text);
-  entry.alert_priority = priority;
+  entry.alertPriority = priority;
   push(std::move(entry));
 }
 
-void EventQueue::raise_guide_update(const std::vector<uint16_t>& source_ids) {
-  push_guide_update(source_ids, false);
+void EventQueue::raiseGuideUpdate(const std::vector<uint16_t>& sourceIds) {
+  pushGuideUpdate(sourceIds, false);
 }
 
 // What the application reads when it is told is what there is then.
-void EventQueue::refresh_guide(const std::vector<uint16_t>& source_ids) {
-  push_guide_update(source_ids, true);
+void EventQueue::refreshGuide(const std::vector<uint16_t>& sourceIds) {
+  pushGuideUpdate(sourceIds, true);
 }
 
-void EventQueue::push_guide_update(const std::vector<uint16_t>& source_ids, bool unless_waiting) {
-  for (size_t first = 0; first < source_ids.size(); first += AIFW_MAX_UPDATED_SOURCES) {
-    const size_t count = std::min<size_t>(AIFW_MAX_UPDATED_SOURCES, source_ids.size() - first);
+void EventQueue::pushGuideUpdate(const std::vector<uint16_t>& sourceIds, bool unlessWaiting) {
+  for (size_t first = 0; first < sourceIds.size(); first += AIFW_MAX_UPDATED_SOURCES) {
+    const size_t count = std::min<size_t>(AIFW_MAX_UPDATED_SOURCES, sourceIds.size() - first);
     Entry entry;
     entry.event = AFW_EPG_UPDATE;
-    entry.source_ids.assign(source_ids.begin() + static_cast<ptrdiff_t>(first),
-                            source_ids.begin() + static_cast<ptrdiff_t>(first + count));
-    if (!unless_waiting || !waits(entry)) push(std::move(entry));
+    entry.sourceIds.assign(sourceIds.begin() + static_cast<ptrdiff_t>(first),
+                           sourceIds.begin() + static_cast<ptrdiff_t>(first + count));
+    if (!unlessWaiting || !waits(entry)) push(std::move(entry));
   }
 }
 
@@ -87,32 +87,32 @@ bool EventQueue::waits(const Entry& entry) const {
   const auto& waiting = state_->entries;
   const auto depth = static_cast<ptrdiff_t>(std::min(waiting.size(), kRefreshDepth));
   return std::any_of(waiting.rbegin(), waiting.rbegin() + depth, [&](const Entry& other) {
-    return other.event == entry.event && other.source_ids == entry.source_ids;
+    return other.event == entry.event && other.sourceIds == entry.sourceIds;
   });
 }
 
-void EventQueue::raise_guide_change(const Guide::Change& change) {
+void EventQueue::raiseGuideChange(const Guide::Change& change) {
   if (!change.events.empty()) raise(AFW_EIT_UPDATE);
   if (!change.texts.empty()) raise(AFW_ETT_UPDATE);
-  raise_guide_update(source_ids_of(change));
+  raiseGuideUpdate(sourceIdsOf(change));
 }
 
 void EventQueue::push(Entry entry) {
   std::lock_guard<std::mutex> lock(state_->mutex);
   if (!state_->callback || state_->ending) return;
   if (state_->entries.size() >= kMaxWaiting) {
-    if (!std::exchange(state_->overflow_told, true))
+    if (!std::exchange(state_->overflowTold, true))
       log().Error("%zu events wait for a callback that has not returned; more are dropped",
                   kMaxWaiting);
     return;
   }
-  state_->overflow_told = false;
+  state_->overflowTold = false;
   state_->entries.push_back(std::move(entry));
-  if (!thread_.joinable()) thread_ = start_thread("AFW events", [state = state_] { run(*state); });
+  if (!thread_.joinable()) thread_ = startThread("AFW events", [state = state_] { run(*state); });
   state_->changed.notify_all();
 }
 
-AIFW_event_update_data EventQueue::update_data() const {
+AIFW_event_update_data EventQueue::updateData() const {
   AIFW_event_update_data data{};
   std::lock_guard<std::mutex> lock(state_->mutex);
   data.count = static_cast<uint32_t>(state_->update.size());
@@ -120,12 +120,12 @@ AIFW_event_update_data EventQueue::update_data() const {
   return data;
 }
 
-uint8_t EventQueue::alert_priority() const {
+uint8_t EventQueue::alertPriority() const {
   std::lock_guard<std::mutex> lock(state_->mutex);
-  return state_->alert_priority;
+  return state_->alertPriority;
 }
 
-void EventQueue::shut_down(std::chrono::milliseconds patience) {
+void EventQueue::shutDown(std::chrono::milliseconds patience) {
   std::unique_lock<std::mutex> lock(state_->mutex);
   state_->ending = true;
   state_->entries.clear();
@@ -149,8 +149,8 @@ void EventQueue::run(State& state) {
     if (state.ending) break;
     Entry entry = std::move(state.entries.front());
     state.entries.pop_front();
-    if (entry.event == AFW_EPG_UPDATE) state.update = entry.source_ids;
-    if (entry.is_alert) state.alert_priority = entry.alert_priority;
+    if (entry.event == AFW_EPG_UPDATE) state.update = entry.sourceIds;
+    if (entry.isAlert) state.alertPriority = entry.alertPriority;
     const AIFW_app_callback callback = state.callback;
     lock.unlock();
     if (callback) report(callback, entry);
@@ -164,7 +164,7 @@ void EventQueue::report(AIFW_app_callback callback, Entry& entry) {
   multiple_lang_t text{};
   void* data = nullptr;
   if (entry.time) data = &*entry.time;
-  if (entry.is_alert) {
+  if (entry.isAlert) {
     text.text = reinterpret_cast<uint8_t*>(entry.text.data());
     text.length = static_cast<uint16_t>(std::min<size_t>(entry.text.size(), 0xFFFE));
     text.encoding = AI_TEXT_UTF16BE;
@@ -179,7 +179,7 @@ void EventQueue::report(AIFW_app_callback callback, Entry& entry) {
   }
 }
 
-std::vector<uint16_t> source_ids_of(const Guide::Change& change) {
+std::vector<uint16_t> sourceIdsOf(const Guide::Change& change) {
   std::vector<uint16_t> all;
   std::set_union(change.events.begin(), change.events.end(), change.texts.begin(),
                  change.texts.end(), std::back_inserter(all));

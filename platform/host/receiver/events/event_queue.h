@@ -26,41 +26,41 @@ class EventQueue {
   ~EventQueue();
 
   // As AIFW_register_frmwrk_app_cb. A call that is running is not awaited; null drops what waits.
-  void set_callback(AIFW_app_callback callback);
-  bool has_callback() const;
+  void setCallback(AIFW_app_callback callback);
+  bool hasCallback() const;
   // How many events wait to be reported, the one that is being reported not counted.
   size_t waiting() const;
 
   // Without a callback an event is dropped; so is one that would make too many wait.
   void raise(AFW_event_t event);
-  void raise_time(AFW_event_t event, const SystemTime& time);
+  void raiseTime(AFW_event_t event, const SystemTime& time);
   // `text` is UTF-16BE.
-  void raise_alert(AFW_event_t event, std::string text, uint8_t priority);
+  void raiseAlert(AFW_event_t event, std::string text, uint8_t priority);
   // AFW_EPG_UPDATE, in as many events as its source ids (ascending, each once) need; none without
   // any.
-  void raise_guide_update(const std::vector<uint16_t>& source_ids);
+  void raiseGuideUpdate(const std::vector<uint16_t>& sourceIds);
   // The same, but for those that wait already.
-  void refresh_guide(const std::vector<uint16_t>& source_ids);
+  void refreshGuide(const std::vector<uint16_t>& sourceIds);
   // What changed in one carrier's guide: AFW_EIT_UPDATE and AFW_ETT_UPDATE as they apply, then
   // AFW_EPG_UPDATE.
-  void raise_guide_change(const Guide::Change& change);
+  void raiseGuideChange(const Guide::Change& change);
 
   // Of the event being reported, else of the last one.
-  AIFW_event_update_data update_data() const;
-  uint8_t alert_priority() const;
+  AIFW_event_update_data updateData() const;
+  uint8_t alertPriority() const;
 
   // Drops what waits and joins the thread; no call begins afterwards. A call that does not return
   // within `patience`, and the calling one, is left alone.
-  void shut_down(std::chrono::milliseconds patience);
+  void shutDown(std::chrono::milliseconds patience);
 
  private:
   struct Entry {
     AFW_event_t event = AFW_INVALID;
     std::optional<AIFW_time_data> time;
-    bool is_alert = false;
+    bool isAlert = false;
     std::string text;
-    uint8_t alert_priority = 0;
-    std::vector<uint16_t> source_ids;
+    uint8_t alertPriority = 0;
+    std::vector<uint16_t> sourceIds;
   };
   // Shared with the thread, which may outlive the queue.
   struct State {
@@ -69,13 +69,13 @@ class EventQueue {
     std::deque<Entry> entries;
     AIFW_app_callback callback = nullptr;
     std::vector<uint16_t> update;
-    uint8_t alert_priority = 0;
-    bool overflow_told = false;
+    uint8_t alertPriority = 0;
+    bool overflowTold = false;
     bool ending = false;
     bool ended = false;  // the thread is about to end
   };
 
-  void push_guide_update(const std::vector<uint16_t>& source_ids, bool unless_waiting);
+  void pushGuideUpdate(const std::vector<uint16_t>& sourceIds, bool unlessWaiting);
   bool waits(const Entry& entry) const;
   void push(Entry entry);
   static void run(State& state);
@@ -86,7 +86,7 @@ class EventQueue {
 };
 
 // The source ids of a change, of events and of texts.
-std::vector<uint16_t> source_ids_of(const Guide::Change& change);
+std::vector<uint16_t> sourceIdsOf(const Guide::Change& change);
 
 }  // namespace atschost
 

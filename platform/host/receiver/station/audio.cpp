@@ -7,12 +7,12 @@
 namespace atschost {
 namespace {
 
-bool is_main(const AISRV_pid_info& track) {
+bool isMain(const AISRV_pid_info& track) {
   return track.audio_kind == 0 || track.audio_kind == AISRV_AUDIO_MAIN;
 }
 
-bool is_in(const AISRV_pid_info& track, int32_t language) {
-  const std::string code = track_language(track);
+bool isIn(const AISRV_pid_info& track, int32_t language) {
+  const std::string code = trackLanguage(track);
   switch (language) {
     case AICN_LANGUAGE_ENGLISH:
       return code == "eng";
@@ -27,7 +27,7 @@ bool is_in(const AISRV_pid_info& track, int32_t language) {
 
 }  // namespace
 
-bool is_video(const AISRV_pid_info& stream) {
+bool isVideo(const AISRV_pid_info& stream) {
   switch (stream.stream_type) {
     case 0x01:
     case 0x02:
@@ -40,7 +40,7 @@ bool is_video(const AISRV_pid_info& stream) {
   }
 }
 
-bool is_audio(const AISRV_pid_info& stream) {
+bool isAudio(const AISRV_pid_info& stream) {
   switch (stream.stream_type) {
     case 0x03:
     case 0x04:
@@ -54,13 +54,13 @@ bool is_audio(const AISRV_pid_info& stream) {
   }
 }
 
-std::vector<AISRV_pid_info> audio_tracks(const std::vector<AISRV_pid_info>& streams) {
+std::vector<AISRV_pid_info> audioTracks(const std::vector<AISRV_pid_info>& streams) {
   std::vector<AISRV_pid_info> tracks;
-  std::copy_if(streams.begin(), streams.end(), std::back_inserter(tracks), is_audio);
+  std::copy_if(streams.begin(), streams.end(), std::back_inserter(tracks), isAudio);
   return tracks;
 }
 
-std::string track_language(const AISRV_pid_info& track) {
+std::string trackLanguage(const AISRV_pid_info& track) {
   const auto& code = track.language[0] ? track.language : track.second_language;
   std::string text;
   for (const char letter : code) {
@@ -70,17 +70,17 @@ std::string track_language(const AISRV_pid_info& track) {
   return text;
 }
 
-uint8_t choose_track(const std::vector<AISRV_pid_info>& tracks, uint8_t chosen,
-                     const AudioLanguages& languages) {
+uint8_t chooseTrack(const std::vector<AISRV_pid_info>& tracks, uint8_t chosen,
+                    const AudioLanguages& languages) {
   if (chosen != 0 && chosen <= tracks.size()) return chosen;
   const auto first = [&](auto wanted) {
     const auto found = std::find_if(tracks.begin(), tracks.end(), wanted);
     return found == tracks.end() ? 0 : static_cast<uint8_t>(found - tracks.begin() + 1);
   };
   for (const int32_t language : {languages.first, languages.second})
-    if (const auto track = first([&](const auto& t) { return is_main(t) && is_in(t, language); }))
+    if (const auto track = first([&](const auto& t) { return isMain(t) && isIn(t, language); }))
       return static_cast<uint8_t>(track);
-  if (const auto track = first(is_main)) return static_cast<uint8_t>(track);
+  if (const auto track = first(isMain)) return static_cast<uint8_t>(track);
   return tracks.empty() ? 0 : 1;
 }
 

@@ -16,21 +16,21 @@ struct AudioLanguages {
   int32_t second = AICN_LANGUAGE_ENGLISH;
 };
 
-bool is_video(const AISRV_pid_info& stream);
-bool is_audio(const AISRV_pid_info& stream);
+bool isVideo(const AISRV_pid_info& stream);
+bool isAudio(const AISRV_pid_info& stream);
 
 // The audio streams in broadcast order: track 1, 2, ...
-std::vector<AISRV_pid_info> audio_tracks(const std::vector<AISRV_pid_info>& streams);
+std::vector<AISRV_pid_info> audioTracks(const std::vector<AISRV_pid_info>& streams);
 
 // ISO 639-2 code of a track, empty when the broadcast does not tell.
-std::string track_language(const AISRV_pid_info& track);
+std::string trackLanguage(const AISRV_pid_info& track);
 
 // The number of the track to play, from 1; 0 when there is none. `chosen` is the viewer's choice, 0
 // for none; one that is no longer there does not count. Else it is the first main track in the
 // first language, in the second one, in any; else the first track. A track whose kind is not known
 // counts as main.
-uint8_t choose_track(const std::vector<AISRV_pid_info>& tracks, uint8_t chosen,
-                     const AudioLanguages& languages);
+uint8_t chooseTrack(const std::vector<AISRV_pid_info>& tracks, uint8_t chosen,
+                    const AudioLanguages& languages);
 
 }  // namespace atschost
 

@@ -7,13 +7,13 @@ namespace atschost {
 namespace {
 
 // All arithmetic is modulo 2^32: a broadcast may send any system time.
-uint32_t seconds_between(Clock::Instant from, Clock::Instant to) {
+uint32_t secondsBetween(Clock::Instant from, Clock::Instant to) {
   return static_cast<uint32_t>(std::chrono::floor<std::chrono::seconds>(to - from).count());
 }
 
 auto details(const SystemTime& time) {
-  return std::tie(time.gps_utc_offset, time.daylight_status, time.daylight_day_of_month,
-                  time.daylight_hour);
+  return std::tie(time.gpsUtcOffset, time.daylightStatus, time.daylightDayOfMonth,
+                  time.daylightHour);
 }
 
 }  // namespace
@@ -25,17 +25,17 @@ Clock& Clock::instance() {
 
 uint32_t Clock::now(Instant at) const {
   std::lock_guard<std::mutex> lock(mutex_);
-  return now_locked(at);
+  return nowLocked(at);
 }
 
-uint32_t Clock::now_locked(Instant at) const {
+uint32_t Clock::nowLocked(Instant at) const {
   if (!base_) return static_cast<uint32_t>(std::time(nullptr));
-  return base_->unix_seconds + seconds_between(base_->at, at);
+  return base_->unixSeconds + secondsBetween(base_->at, at);
 }
 
-void Clock::set(uint32_t unix_seconds, Instant at) {
+void Clock::set(uint32_t unixSeconds, Instant at) {
   std::lock_guard<std::mutex> lock(mutex_);
-  base_ = Base{unix_seconds, at};
+  base_ = Base{unixSeconds, at};
   set_ = true;
 }
 
@@ -44,67 +44,67 @@ Clock::Setting Clock::setting() const {
   return setting_;
 }
 
-void Clock::set_setting(const Setting& setting) {
+void Clock::setSetting(const Setting& setting) {
   std::lock_guard<std::mutex> lock(mutex_);
   setting_ = setting;
 }
 
-void Clock::set_zone(int32_t zone) {
+void Clock::setZone(int32_t zone) {
   std::lock_guard<std::mutex> lock(mutex_);
   setting_.zone = zone;
 }
 
-void Clock::set_automatic(bool automatic) {
+void Clock::setAutomatic(bool automatic) {
   std::lock_guard<std::mutex> lock(mutex_);
   setting_.automatic = automatic;
 }
 
-Clock::Station& Clock::station_of(const StreamId& stream, const SystemTime& time, Instant at) {
+Clock::Station& Clock::stationOf(const StreamId& stream, const SystemTime& time, Instant at) {
   const auto known = stations_.find(stream.path);
   if (known != stations_.end() && known->second.stream == stream) return known->second;
   for (const auto& [path, other] : stations_) {
-    const uint32_t ahead = time.gps_seconds - other.gps_seconds;
+    const uint32_t ahead = time.gpsSeconds - other.gpsSeconds;
     if (ahead + 1 <= 2) at = other.at;  // by -1, 0 or 1
   }
-  return stations_[stream.path] = {stream, time.gps_seconds, at};
+  return stations_[stream.path] = {stream, time.gpsSeconds, at};
 }
 
 void Clock::remember(const StreamId& stream, const SystemTime& time, Instant at) {
   std::lock_guard<std::mutex> lock(mutex_);
-  station_of(stream, time, at);
+  stationOf(stream, time, at);
 }
 
 Clock::Effect Clock::follow(const StreamId& stream, const SystemTime& time, Instant at) {
   std::lock_guard<std::mutex> lock(mutex_);
-  const Station& station = station_of(stream, time, at);
+  const Station& station = stationOf(stream, time, at);
   Effect effect;
-  effect.details_changed = last_table_ && details(*last_table_) != details(time);
-  last_table_ = time;
+  effect.detailsChanged = lastTable_ && details(*lastTable_) != details(time);
+  lastTable_ = time;
   if (set_) return effect;
   if (!setting_.automatic) {
-    effect.time_changed = effect.details_changed;
+    effect.timeChanged = effect.detailsChanged;
     return effect;
   }
   SystemTime first = time;
-  first.gps_seconds = station.gps_seconds;
-  const uint32_t before = now_locked(at);
-  base_ = Base{first.unix_seconds(), station.at};
-  const uint32_t ahead = now_locked(at) - before;
+  first.gpsSeconds = station.gpsSeconds;
+  const uint32_t before = nowLocked(at);
+  base_ = Base{first.unixSeconds(), station.at};
+  const uint32_t ahead = nowLocked(at) - before;
   const bool jumped = ahead + 1 > 2;  // neither -1, 0 nor 1
-  effect.time_changed = effect.details_changed || jumped;
+  effect.timeChanged = effect.detailsChanged || jumped;
   return effect;
 }
 
-std::optional<uint32_t> Clock::station_time(const StreamId& stream, Instant at) const {
+std::optional<uint32_t> Clock::stationTime(const StreamId& stream, Instant at) const {
   std::lock_guard<std::mutex> lock(mutex_);
   const auto found = stations_.find(stream.path);
   if (found == stations_.end() || !(found->second.stream == stream)) return std::nullopt;
-  return found->second.gps_seconds + seconds_between(found->second.at, at);
+  return found->second.gpsSeconds + secondsBetween(found->second.at, at);
 }
 
-std::optional<SystemTime> Clock::last_table() const {
+std::optional<SystemTime> Clock::lastTable() const {
   std::lock_guard<std::mutex> lock(mutex_);
-  return last_table_;
+  return lastTable_;
 }
 
 }  // namespace atschost

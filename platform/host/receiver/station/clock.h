@@ -30,7 +30,7 @@ class Clock {
   uint32_t now(Instant at = std::chrono::steady_clock::now()) const;
 
   // From now on the clock is the program's: it starts at a time and runs.
-  void set(uint32_t unix_seconds, Instant at = std::chrono::steady_clock::now());
+  void set(uint32_t unixSeconds, Instant at = std::chrono::steady_clock::now());
 
   // The viewer's choices; kept by the receiver's settings.
   struct Setting {
@@ -38,48 +38,48 @@ class Clock {
     bool automatic = true;  // false: the clock runs on by itself, no system time table moves it
   };
   Setting setting() const;
-  void set_setting(const Setting& setting);
+  void setSetting(const Setting& setting);
   // One of them, the other as it is.
-  void set_zone(int32_t zone);
-  void set_automatic(bool automatic);
+  void setZone(int32_t zone);
+  void setAutomatic(bool automatic);
 
   // A system time table of any stream was received.
   void remember(const StreamId& stream, const SystemTime& time, Instant at);
 
   struct Effect {
-    bool details_changed = false;  // offset to UTC or daylight saving
-    bool time_changed = false;     // these, or the clock jumped by 2 s or more
+    bool detailsChanged = false;  // offset to UTC or daylight saving
+    bool timeChanged = false;     // these, or the clock jumped by 2 s or more
   };
   // One of the tuned stream, whose station's time the clock takes over unless it is the program's
   // or the viewer's.
   Effect follow(const StreamId& stream, const SystemTime& time, Instant at);
 
   // GPS seconds of a stream's station; none before its first system time table.
-  std::optional<uint32_t> station_time(const StreamId& stream, Instant at) const;
+  std::optional<uint32_t> stationTime(const StreamId& stream, Instant at) const;
 
   // The system time table that the clock followed last; none before the first one.
-  std::optional<SystemTime> last_table() const;
+  std::optional<SystemTime> lastTable() const;
 
  private:
   struct Station {
     StreamId stream;
-    uint32_t gps_seconds = 0;
+    uint32_t gpsSeconds = 0;
     Instant at;  // when it was that time
   };
   struct Base {
-    uint32_t unix_seconds = 0;
+    uint32_t unixSeconds = 0;
     Instant at;
   };
 
-  Station& station_of(const StreamId& stream, const SystemTime& time, Instant at);
-  uint32_t now_locked(Instant at) const;
+  Station& stationOf(const StreamId& stream, const SystemTime& time, Instant at);
+  uint32_t nowLocked(Instant at) const;
 
   mutable std::mutex mutex_;
   std::map<std::string, Station> stations_;  // by path
   std::optional<Base> base_;
   bool set_ = false;
   Setting setting_;
-  std::optional<SystemTime> last_table_;
+  std::optional<SystemTime> lastTable_;
 };
 
 }  // namespace atschost

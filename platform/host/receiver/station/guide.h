@@ -38,19 +38,19 @@ class Guide {
   // and has not been received again yet stays, as far as a carrier's guide may grow. Where the
   // offset is not known the present one is used.
   Change update(uint32_t source, uint32_t frequency, const GuideTables& tables,
-                std::optional<uint8_t> gps_utc_offset);
+                std::optional<uint8_t> gpsUtcOffset);
 
   // The events of a service as they are now; never null. They stay as they are while held.
   std::shared_ptr<const ShownEvents> events(uint32_t source, uint32_t frequency,
-                                            uint16_t source_id) const;
+                                            uint16_t sourceId) const;
 
   // The source ids with events on any carrier of a source, ascending.
-  std::vector<uint16_t> source_ids(uint32_t source) const;
+  std::vector<uint16_t> sourceIds(uint32_t source) const;
 
  private:
   struct Carrier;  // not changed once it is in the map
 
-  std::mutex update_mutex_;   // one update at a time; taken before the other
+  std::mutex updateMutex_;    // one update at a time; taken before the other
   mutable std::mutex mutex_;  // of carriers_, held but for a look
   std::map<std::tuple<uint32_t, uint32_t>, std::shared_ptr<const Carrier>> carriers_;
 };

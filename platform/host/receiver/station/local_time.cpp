@@ -10,7 +10,7 @@ constexpr int64_t kDay = 24 * kHour;
 
 struct Zone {
   int32_t offset;  // of standard time, minutes
-  bool saves_daylight;
+  bool savesDaylight;
 };
 
 // In the order of AIST_ZONE_*.
@@ -39,70 +39,68 @@ struct Date {
 // those since 1970-01-01, not before that year 0.
 constexpr int64_t kDaysToEpoch = 719468;
 
-Date date_of(int64_t days) {
+Date dateOf(int64_t days) {
   days += kDaysToEpoch;
   const int64_t era = days / 146097;  // of 400 years
-  const int64_t day_of_era = days % 146097;
-  const int64_t year_of_era =
-      (day_of_era - day_of_era / 1460 + day_of_era / 36524 - day_of_era / 146096) / 365;
-  const int64_t day_of_year =
-      day_of_era - (365 * year_of_era + year_of_era / 4 - year_of_era / 100);
-  const int64_t month = (5 * day_of_year + 2) / 153;  // from March
-  const int64_t day = day_of_year - (153 * month + 2) / 5 + 1;
-  return {era * 400 + year_of_era + (month >= 10 ? 1 : 0), month < 10 ? month + 3 : month - 9, day};
+  const int64_t dayOfEra = days % 146097;
+  const int64_t yearOfEra =
+      (dayOfEra - dayOfEra / 1460 + dayOfEra / 36524 - dayOfEra / 146096) / 365;
+  const int64_t dayOfYear = dayOfEra - (365 * yearOfEra + yearOfEra / 4 - yearOfEra / 100);
+  const int64_t month = (5 * dayOfYear + 2) / 153;  // from March
+  const int64_t day = dayOfYear - (153 * month + 2) / 5 + 1;
+  return {era * 400 + yearOfEra + (month >= 10 ? 1 : 0), month < 10 ? month + 3 : month - 9, day};
 }
 
-int64_t days_to(const Date& date) {
+int64_t daysTo(const Date& date) {
   const int64_t year = date.month <= 2 ? date.year - 1 : date.year;
-  const int64_t day_of_year = (153 * ((date.month + 9) % 12) + 2) / 5 + date.day - 1;
-  return year * 365 + year / 4 - year / 100 + year / 400 + day_of_year - kDaysToEpoch;
+  const int64_t dayOfYear = (153 * ((date.month + 9) % 12) + 2) / 5 + date.day - 1;
+  return year * 365 + year / 4 - year / 100 + year / 400 + dayOfYear - kDaysToEpoch;
 }
 
 // When daylight saving begins or ends as the table announces it, in seconds of local time as it is
 // until then. It is announced up to a month ahead, and until it has occurred in all zones that the
 // network serves; the table gives the day of the month alone. Where that leaves two months, it is
 // the one in which all these zones change: March or November.
-std::optional<int64_t> announced_change(const SystemTime& table, int64_t local_time_of_table) {
-  if (table.daylight_day_of_month == 0 || table.daylight_hour > 23) return std::nullopt;
-  const Date today = date_of(local_time_of_table / kDay);
+std::optional<int64_t> announcedChange(const SystemTime& table, int64_t localTimeOfTable) {
+  if (table.daylightDayOfMonth == 0 || table.daylightHour > 23) return std::nullopt;
+  const Date today = dateOf(localTimeOfTable / kDay);
   std::optional<int64_t> first;
   for (int64_t months = -1; months <= 1; ++months) {
     const int64_t month = today.year * 12 + today.month - 1 + months;
-    const Date date{month / 12, month % 12 + 1, table.daylight_day_of_month};
-    const int64_t days = days_to(date);
-    if (date_of(days).day != date.day) continue;  // the month is shorter
-    const int64_t change = days * kDay + table.daylight_hour * kHour;
-    if (change <= local_time_of_table - kDay) continue;
-    if (change >= local_time_of_table + 32 * kDay) break;
-    if (date.month == (table.daylight_status ? 11 : 3)) return change;
+    const Date date{month / 12, month % 12 + 1, table.daylightDayOfMonth};
+    const int64_t days = daysTo(date);
+    if (dateOf(days).day != date.day) continue;  // the month is shorter
+    const int64_t change = days * kDay + table.daylightHour * kHour;
+    if (change <= localTimeOfTable - kDay) continue;
+    if (change >= localTimeOfTable + 32 * kDay) break;
+    if (date.month == (table.daylightStatus ? 11 : 3)) return change;
     if (!first) first = change;
   }
   return first;
 }
 
-bool saves_daylight(const Zone& zone, const SystemTime& table, uint32_t unix_seconds) {
-  const int64_t before = zone.offset * 60 + (table.daylight_status ? kHour : 0);
-  const auto change = announced_change(table, table.unix_seconds() + before);
-  const bool has_changed = change && unix_seconds + before >= *change;
-  return table.daylight_status != has_changed;
+bool savesDaylight(const Zone& zone, const SystemTime& table, uint32_t unixSeconds) {
+  const int64_t before = zone.offset * 60 + (table.daylightStatus ? kHour : 0);
+  const auto change = announcedChange(table, table.unixSeconds() + before);
+  const bool hasChanged = change && unixSeconds + before >= *change;
+  return table.daylightStatus != hasChanged;
 }
 
 }  // namespace
 
-bool is_zone(int32_t zone) { return zone >= 0 && static_cast<uint32_t>(zone) < std::size(kZones); }
+bool isZone(int32_t zone) { return zone >= 0 && static_cast<uint32_t>(zone) < std::size(kZones); }
 
-int32_t utc_offset(int32_t zone, const std::optional<SystemTime>& table, uint32_t unix_seconds) {
-  if (!is_zone(zone)) return 0;
+int32_t utcOffset(int32_t zone, const std::optional<SystemTime>& table, uint32_t unixSeconds) {
+  if (!isZone(zone)) return 0;
   const Zone& found = kZones[zone];
-  const bool daylight =
-      found.saves_daylight && table && saves_daylight(found, *table, unix_seconds);
+  const bool daylight = found.savesDaylight && table && savesDaylight(found, *table, unixSeconds);
   return found.offset + (daylight ? 60 : 0);
 }
 
-AIST_time_date date_at(uint32_t unix_seconds, int32_t offset) {
+AIST_time_date dateAt(uint32_t unixSeconds, int32_t offset) {
   // One day on, and back: the first hours are of 1969 in the west.
-  const int64_t local = unix_seconds + int64_t{offset} * 60 + kDay;
-  const Date date = date_of(local / kDay - 1);
+  const int64_t local = unixSeconds + int64_t{offset} * 60 + kDay;
+  const Date date = dateOf(local / kDay - 1);
   const int64_t second = local % kDay;
   AIST_time_date filled{};
   filled.year = static_cast<uint16_t>(date.year);

@@ -12,8 +12,8 @@ namespace atschost {
 namespace {
 
 // A/65 table 6.7.
-uint32_t type_of(uint8_t service_type) {
-  switch (service_type) {
+uint32_t typeOf(uint8_t serviceType) {
+  switch (serviceType) {
     case 0x03:  // audio only
       return AISRV_TYPE_RADIO;
     case 0x04:  // data only
@@ -24,37 +24,37 @@ uint32_t type_of(uint8_t service_type) {
   }
 }
 
-uint32_t type_of(const std::vector<AISRV_pid_info>& streams) {
-  if (std::any_of(streams.begin(), streams.end(), is_video)) return AISRV_TYPE_TV;
-  if (std::any_of(streams.begin(), streams.end(), is_audio)) return AISRV_TYPE_RADIO;
+uint32_t typeOf(const std::vector<AISRV_pid_info>& streams) {
+  if (std::any_of(streams.begin(), streams.end(), isVideo)) return AISRV_TYPE_TV;
+  if (std::any_of(streams.begin(), streams.end(), isAudio)) return AISRV_TYPE_RADIO;
   return AISRV_TYPE_DATA;
 }
 
 // Cable operators may use one number instead of two (A/65 6.3.2).
-void set_number(ServiceKey& key, uint16_t major, uint16_t minor) {
-  const bool one_part = key.source == AI_INPUT_CABLE && (major & 0x3F0) == 0x3F0;
-  key.major = one_part ? static_cast<uint16_t>(((major & 0x00F) << 10) + minor) : major;
-  key.minor = one_part ? 0 : minor;
+void setNumber(ServiceKey& key, uint16_t major, uint16_t minor) {
+  const bool onePart = key.source == AI_INPUT_CABLE && (major & 0x3F0) == 0x3F0;
+  key.major = onePart ? static_cast<uint16_t>(((major & 0x00F) << 10) + minor) : major;
+  key.minor = onePart ? 0 : minor;
 }
 
 // Whether a channel is carried here, in a form that this receiver can play, for viewers.
-bool is_receivable(const VirtualChannel& channel, const CarrierTables& tables) {
+bool isReceivable(const VirtualChannel& channel, const CarrierTables& tables) {
   constexpr uint8_t kAnalogModulation = 0x01;
   constexpr uint8_t kAnalogService = 0x01;
-  if (channel.hidden || channel.out_of_band) return false;
-  if (channel.modulation_mode == kAnalogModulation || channel.service_type == kAnalogService)
+  if (channel.hidden || channel.outOfBand) return false;
+  if (channel.modulationMode == kAnalogModulation || channel.serviceType == kAnalogService)
     return false;
-  if (channel.program_number == 0 || channel.program_number == 0xFFFF) return false;  // inactive
+  if (channel.programNumber == 0 || channel.programNumber == 0xFFFF) return false;  // inactive
   // Entries may describe channels of other carriers. Where VCT and PAT disagree on this carrier's
   // transport stream id, either is as good as the other.
   return channel.tsid == tables.vct->tsid || (tables.pat && channel.tsid == tables.pat->tsid);
 }
 
 // The service location descriptor names the streams; details of audio are the PMT's.
-std::vector<AISRV_pid_info> streams_of(const VirtualChannel& channel, const CarrierTables& tables) {
-  const auto pmt = tables.pmts.find(channel.program_number);
+std::vector<AISRV_pid_info> streamsOf(const VirtualChannel& channel, const CarrierTables& tables) {
+  const auto pmt = tables.pmts.find(channel.programNumber);
   if (pmt == tables.pmts.end()) return channel.streams;
-  if (!channel.has_location) return pmt->second;
+  if (!channel.hasLocation) return pmt->second;
   std::vector<AISRV_pid_info> streams = channel.streams;
   for (AISRV_pid_info& stream : streams) {
     for (const AISRV_pid_info& detail : pmt->second) {
@@ -70,24 +70,24 @@ std::vector<AISRV_pid_info> streams_of(const VirtualChannel& channel, const Carr
 }
 
 // What the PMT announces, if it is here.
-std::vector<CaptionService> captions_of(uint16_t program, const CarrierTables& tables) {
+std::vector<CaptionService> captionsOf(uint16_t program, const CarrierTables& tables) {
   const auto found = tables.captions.find(program);
   return found == tables.captions.end() ? std::vector<CaptionService>() : found->second;
 }
 
 }  // namespace
 
-std::vector<Service> build_services(const CarrierTables& tables, uint32_t source,
-                                    uint32_t frequency) {
+std::vector<Service> buildServices(const CarrierTables& tables, uint32_t source,
+                                   uint32_t frequency) {
   std::vector<Service> services;
-  bool twin_told = false;
+  bool twinTold = false;
   const auto add = [&](Service service) {
     const bool known = std::any_of(services.begin(), services.end(),
                                    [&](const Service& s) { return s.key == service.key; });
     if (!known) {
       services.push_back(std::move(service));
-    } else if (!std::exchange(twin_told, true)) {
-      log().Warn("%s %u Hz: %u-%u is there twice; the first one counts", modulation_name(source),
+    } else if (!std::exchange(twinTold, true)) {
+      log().Warn("%s %u Hz: %u-%u is there twice; the first one counts", modulationName(source),
                  frequency, service.key.major, service.key.minor);
     }
   };
@@ -96,29 +96,29 @@ std::vector<Service> build_services(const CarrierTables& tables, uint32_t source
   blank.key.frequency = frequency;
   if (tables.vct) {
     for (const VirtualChannel& channel : tables.vct->channels) {
-      if (!is_receivable(channel, tables)) continue;
+      if (!isReceivable(channel, tables)) continue;
       Service service = blank;
-      set_number(service.key, channel.major, channel.minor);
-      service.type = type_of(channel.service_type);
-      service.source_id = channel.source_id;
+      setNumber(service.key, channel.major, channel.minor);
+      service.type = typeOf(channel.serviceType);
+      service.sourceId = channel.sourceId;
       service.tsid = channel.tsid;
-      service.program_number = channel.program_number;
+      service.programNumber = channel.programNumber;
       service.name = channel.name;
-      service.streams = streams_of(channel, tables);
-      service.captions = captions_of(channel.program_number, tables);
+      service.streams = streamsOf(channel, tables);
+      service.captions = captionsOf(channel.programNumber, tables);
       add(std::move(service));
     }
   } else if (tables.pat) {
     for (const auto& [program, streams] : tables.pmts) {
       Service service = blank;
-      service.key.major = rf_channel(source, frequency);
+      service.key.major = rfChannel(source, frequency);
       service.key.minor = program;
-      service.type = type_of(streams);
+      service.type = typeOf(streams);
       service.tsid = tables.pat->tsid;
-      service.program_number = program;
-      service.from_pmt = true;
+      service.programNumber = program;
+      service.fromPmt = true;
       service.streams = streams;
-      service.captions = captions_of(program, tables);
+      service.captions = captionsOf(program, tables);
       add(std::move(service));
     }
   }

@@ -29,12 +29,12 @@ struct Service {
   ServiceKey key;
   uint16_t record = 0;  // service record number, 1 to 0xFFFE
   uint32_t type = AISRV_TYPE_TV;
-  uint16_t source_id = 0;
+  uint16_t sourceId = 0;
   uint16_t tsid = 0;
-  uint16_t program_number = 0;
+  uint16_t programNumber = 0;
   uint32_t flags = AISRV_FLAG_VISIBLE;
   uint32_t favourites = 0;
-  bool from_pmt = false;
+  bool fromPmt = false;
   bool added = false;  // by hand: it stays listed, with its name, whatever the carrier says
   uint8_t audio = 0;   // number of the audio track that the viewer chose, 0 for none
   std::string name;    // UTF-16BE
@@ -44,8 +44,8 @@ struct Service {
 
 // The services of one carrier that a viewer can choose, each number once. Record numbers are the
 // list's to give.
-std::vector<Service> build_services(const CarrierTables& tables, uint32_t source,
-                                    uint32_t frequency);
+std::vector<Service> buildServices(const CarrierTables& tables, uint32_t source,
+                                   uint32_t frequency);
 
 }  // namespace atschost
 

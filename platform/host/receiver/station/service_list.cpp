@@ -17,9 +17,9 @@ constexpr uint32_t kMaxRecord = 0xFFFE;  // 0xFFFF: not known
 constexpr size_t kMaxNameBytes = 1024;
 constexpr size_t kMaxDropped = 4096;
 
-bool by_key(const Service& a, const Service& b) { return a.key < b.key; }
+bool byKey(const Service& a, const Service& b) { return a.key < b.key; }
 
-bool same_stream(const AISRV_pid_info& a, const AISRV_pid_info& b) {
+bool sameStream(const AISRV_pid_info& a, const AISRV_pid_info& b) {
   const auto tie = [](const AISRV_pid_info& s) {
     return std::tie(s.stream_type, s.audio_kind, s.pid, s.main_audio_number, s.description_mask,
                     s.full_mix);
@@ -29,22 +29,22 @@ bool same_stream(const AISRV_pid_info& a, const AISRV_pid_info& b) {
 }
 
 // Whether the broadcast says the same of a service.
-bool same_broadcast(const Service& a, const Service& b) {
+bool sameBroadcast(const Service& a, const Service& b) {
   const auto tie = [](const Service& s) {
-    return std::tie(s.type, s.source_id, s.tsid, s.program_number, s.from_pmt, s.name);
+    return std::tie(s.type, s.sourceId, s.tsid, s.programNumber, s.fromPmt, s.name);
   };
   return tie(a) == tie(b) && std::equal(a.streams.begin(), a.streams.end(), b.streams.begin(),
-                                        b.streams.end(), same_stream);
+                                        b.streams.end(), sameStream);
 }
 
-std::string to_hex(const std::string& bytes) {
+std::string toHex(const std::string& bytes) {
   std::string text;
   for (const char c : bytes)
     for (const int nibble : {c >> 4 & 0xF, c & 0xF}) text += "0123456789abcdef"[nibble];
   return text;
 }
 
-std::string from_hex(const std::string& text) {
+std::string fromHex(const std::string& text) {
   const auto nibble = [](char c) {
     if (c >= '0' && c <= '9') return c - '0';
     if (c >= 'a' && c <= 'f') return c - 'a' + 10;
@@ -58,23 +58,23 @@ std::string from_hex(const std::string& text) {
   return bytes;
 }
 
-std::string language_text(const char* language) {
+std::string languageText(const char* language) {
   return language[0] ? std::string(language, 3) : std::string();
 }
 
-void set_language(const Json::Value& value, char* language) {
+void setLanguage(const Json::Value& value, char* language) {
   const std::string text = value.asString();
   const auto code = reinterpret_cast<const uint8_t*>(text.data());
-  if (!text.empty() && (text.size() != 3 || !copy_language(code, language)))
+  if (!text.empty() && (text.size() != 3 || !copyLanguage(code, language)))
     throw std::runtime_error("a language is not three letters");
 }
 
-Json::Value to_json(const AISRV_pid_info& stream) {
+Json::Value toJson(const AISRV_pid_info& stream) {
   Json::Value value;
   value["type"] = stream.stream_type;
   value["pid"] = stream.pid;
-  value["language"] = language_text(stream.language);
-  value["second_language"] = language_text(stream.second_language);
+  value["language"] = languageText(stream.language);
+  value["second_language"] = languageText(stream.second_language);
   value["audio_kind"] = stream.audio_kind;
   value["main_audio"] = stream.main_audio_number;
   value["description_mask"] = stream.description_mask;
@@ -82,15 +82,15 @@ Json::Value to_json(const AISRV_pid_info& stream) {
   return value;
 }
 
-AISRV_pid_info stream_from_json(const Json::Value& value) {
+AISRV_pid_info streamFromJson(const Json::Value& value) {
   AISRV_pid_info stream{};
   const auto byte = [&](const char* key, uint32_t max) {
-    return static_cast<uint8_t>(number_member(value, key, max));
+    return static_cast<uint8_t>(numberMember(value, key, max));
   };
   stream.stream_type = byte("type", 0xFF);
-  stream.pid = static_cast<uint16_t>(number_member(value, "pid", 0x1FFF));
-  set_language(value["language"], stream.language);
-  set_language(value["second_language"], stream.second_language);
+  stream.pid = static_cast<uint16_t>(numberMember(value, "pid", 0x1FFF));
+  setLanguage(value["language"], stream.language);
+  setLanguage(value["second_language"], stream.second_language);
   stream.audio_kind = byte("audio_kind", AISRV_AUDIO_OTHER);
   stream.main_audio_number = byte("main_audio", 7);
   stream.description_mask = byte("description_mask", 0xFF);
@@ -98,27 +98,27 @@ AISRV_pid_info stream_from_json(const Json::Value& value) {
   return stream;
 }
 
-Json::Value to_json(const CaptionService& captions) {
+Json::Value toJson(const CaptionService& captions) {
   Json::Value value;
   value["number"] = captions.number;
   value["digital"] = static_cast<bool>(captions.digital);
-  value["easy_reader"] = static_cast<bool>(captions.easy_reader);
+  value["easy_reader"] = static_cast<bool>(captions.easyReader);
   value["wide"] = static_cast<bool>(captions.wide);
-  value["language"] = language_text(captions.language.data());
+  value["language"] = languageText(captions.language.data());
   return value;
 }
 
-CaptionService captions_from_json(const Json::Value& value) {
+CaptionService captionsFromJson(const Json::Value& value) {
   CaptionService captions;
-  captions.number = static_cast<uint8_t>(number_member(value, "number", 63));
-  captions.digital = bool_member(value, "digital", true);
-  captions.easy_reader = bool_member(value, "easy_reader", false);
-  captions.wide = bool_member(value, "wide", false);
-  set_language(value["language"], captions.language.data());
+  captions.number = static_cast<uint8_t>(numberMember(value, "number", 63));
+  captions.digital = boolMember(value, "digital", true);
+  captions.easyReader = boolMember(value, "easy_reader", false);
+  captions.wide = boolMember(value, "wide", false);
+  setLanguage(value["language"], captions.language.data());
   return captions;
 }
 
-Json::Value to_json(const Service& service) {
+Json::Value toJson(const Service& service) {
   Json::Value value;
   value["source"] = service.key.source;
   value["frequency"] = service.key.frequency;
@@ -126,74 +126,74 @@ Json::Value to_json(const Service& service) {
   value["minor"] = service.key.minor;
   value["record"] = service.record;
   value["type"] = service.type;
-  value["source_id"] = service.source_id;
+  value["source_id"] = service.sourceId;
   value["tsid"] = service.tsid;
-  value["program"] = service.program_number;
+  value["program"] = service.programNumber;
   value["flags"] = service.flags;
   value["favourites"] = service.favourites;
-  value["from_pmt"] = service.from_pmt;
+  value["from_pmt"] = service.fromPmt;
   value["added"] = service.added;
   value["audio"] = service.audio;
-  value["name_utf16be"] = to_hex(service.name);
+  value["name_utf16be"] = toHex(service.name);
   value["streams"] = Json::arrayValue;
-  for (const AISRV_pid_info& stream : service.streams) value["streams"].append(to_json(stream));
+  for (const AISRV_pid_info& stream : service.streams) value["streams"].append(toJson(stream));
   value["captions"] = Json::arrayValue;
-  for (const CaptionService& each : service.captions) value["captions"].append(to_json(each));
+  for (const CaptionService& each : service.captions) value["captions"].append(toJson(each));
   return value;
 }
 
-Service service_from_json(const Json::Value& value) {
+Service serviceFromJson(const Json::Value& value) {
   Service service;
   const auto number16 = [&](const char* key) {
-    return static_cast<uint16_t>(number_member(value, key, 0xFFFF));
+    return static_cast<uint16_t>(numberMember(value, key, 0xFFFF));
   };
-  service.key.source = number_member(value, "source", AI_INPUT_CABLE);
-  service.key.frequency = number_member(value, "frequency", UINT32_MAX);
+  service.key.source = numberMember(value, "source", AI_INPUT_CABLE);
+  service.key.frequency = numberMember(value, "frequency", UINT32_MAX);
   service.key.major = number16("major");
   service.key.minor = number16("minor");
-  service.record = static_cast<uint16_t>(number_member(value, "record", kMaxRecord));
-  if (!is_source(service.key.source) || service.record == 0)
+  service.record = static_cast<uint16_t>(numberMember(value, "record", kMaxRecord));
+  if (!isSource(service.key.source) || service.record == 0)
     throw std::runtime_error("a service has no source or record number");
-  service.type = number_member(value, "type", UINT32_MAX);
-  service.source_id = number16("source_id");
+  service.type = numberMember(value, "type", UINT32_MAX);
+  service.sourceId = number16("source_id");
   service.tsid = number16("tsid");
-  service.program_number = number16("program");
-  service.flags = number_member(value, "flags", UINT32_MAX);
-  service.favourites = number_member(value, "favourites", UINT32_MAX);
-  service.from_pmt = value["from_pmt"].asBool();
-  service.added = bool_member(value, "added", false);
-  service.audio = static_cast<uint8_t>(number_member(value, "audio", AISRV_MAX_PIDS, 0));
-  service.name = from_hex(value["name_utf16be"].asString());
+  service.programNumber = number16("program");
+  service.flags = numberMember(value, "flags", UINT32_MAX);
+  service.favourites = numberMember(value, "favourites", UINT32_MAX);
+  service.fromPmt = value["from_pmt"].asBool();
+  service.added = boolMember(value, "added", false);
+  service.audio = static_cast<uint8_t>(numberMember(value, "audio", AISRV_MAX_PIDS, 0));
+  service.name = fromHex(value["name_utf16be"].asString());
   const Json::Value& streams = value["streams"];
   if (!streams.isArray() || streams.size() > AISRV_MAX_PIDS)
     throw std::runtime_error("a service has too many streams or none listed");
-  for (const Json::Value& stream : streams) service.streams.push_back(stream_from_json(stream));
+  for (const Json::Value& stream : streams) service.streams.push_back(streamFromJson(stream));
   // Older files have none.
   const Json::Value& captions = value["captions"];
   if ((!captions.isNull() && !captions.isArray()) || captions.size() > kMaxCaptionServices)
     throw std::runtime_error("a service has too many captions or none listed");
-  for (const Json::Value& each : captions) service.captions.push_back(captions_from_json(each));
+  for (const Json::Value& each : captions) service.captions.push_back(captionsFromJson(each));
   return service;
 }
 
-Json::Value to_json(const std::vector<Service>& services) {
+Json::Value toJson(const std::vector<Service>& services) {
   Json::Value content;
   content["services"] = Json::arrayValue;
-  for (const Service& service : services) content["services"].append(to_json(service));
+  for (const Service& service : services) content["services"].append(toJson(service));
   return content;
 }
 
-std::vector<Service> list_from_json(const Json::Value& content) {
+std::vector<Service> listFromJson(const Json::Value& content) {
   const Json::Value& values = content["services"];
   if (!values.isArray()) throw std::runtime_error("it has no list of services");
   std::vector<Service> services;
   std::vector<bool> used(kMaxRecord + 1);
   for (const Json::Value& value : values) {
-    services.push_back(service_from_json(value));
+    services.push_back(serviceFromJson(value));
     if (used[services.back().record]) throw std::runtime_error("a record number is used twice");
     used[services.back().record] = true;
   }
-  std::sort(services.begin(), services.end(), by_key);
+  std::sort(services.begin(), services.end(), byKey);
   const auto twin = std::adjacent_find(services.begin(), services.end(),
                                        [](auto& a, auto& b) { return a.key == b.key; });
   if (twin != services.end()) throw std::runtime_error("a service is listed twice");
@@ -218,10 +218,10 @@ class FreeRecords {
 };
 
 // Leaves of a service what the viewer set. Whether there was more.
-bool forget_broadcast(Service& service) {
-  const bool had = service.program_number != 0 || !service.streams.empty();
-  service.source_id = service.tsid = service.program_number = 0;
-  service.from_pmt = true;
+bool forgetBroadcast(Service& service) {
+  const bool had = service.programNumber != 0 || !service.streams.empty();
+  service.sourceId = service.tsid = service.programNumber = 0;
+  service.fromPmt = true;
   service.streams.clear();
   service.captions.clear();
   return had;
@@ -229,9 +229,9 @@ bool forget_broadcast(Service& service) {
 
 }  // namespace
 
-ServiceList::ServiceList(const std::string& state_folder)
-    : file_(state_folder, "services.json", "atsc-host-services-1") {
-  file_.load([this](const Json::Value& content) { services_ = list_from_json(content); });
+ServiceList::ServiceList(const std::string& stateFolder)
+    : file_(stateFolder, "services.json", "atsc-host-services-1") {
+  file_.load([this](const Json::Value& content) { services_ = listFromJson(content); });
 }
 
 ServiceList::Change ServiceList::replace(uint32_t source, uint32_t frequency,
@@ -256,10 +256,10 @@ ServiceList::Change ServiceList::replace(uint32_t source, uint32_t frequency,
       again->audio = old.audio;
       again->added = old.added;
       if (old.added && !old.name.empty()) again->name = old.name;
-      if (!same_broadcast(*again, old)) ++change.updated;
-      if (again->source_id != old.source_id) change.source_ids.insert(again->source_id);
+      if (!sameBroadcast(*again, old)) ++change.updated;
+      if (again->sourceId != old.sourceId) change.sourceIds.insert(again->sourceId);
     } else if (old.added) {
-      if (forget_broadcast(old)) ++change.updated;
+      if (forgetBroadcast(old)) ++change.updated;
       list.push_back(std::move(old));
     } else {
       ++change.deleted;
@@ -277,15 +277,15 @@ ServiceList::Change ServiceList::replace(uint32_t source, uint32_t frequency,
       }
       service.record = records.take();
       if (service.record == 0) {
-        log().Error("%s %u Hz: the service list is full", modulation_name(source), frequency);
+        log().Error("%s %u Hz: the service list is full", modulationName(source), frequency);
         break;
       }
       ++change.added;
-      change.source_ids.insert(service.source_id);
+      change.sourceIds.insert(service.sourceId);
     }
     list.push_back(std::move(service));
   }
-  std::sort(list.begin(), list.end(), by_key);
+  std::sort(list.begin(), list.end(), byKey);
   services_ = std::move(list);
   ++generation_;
   return change;
@@ -294,7 +294,7 @@ ServiceList::Change ServiceList::replace(uint32_t source, uint32_t frequency,
 // The file comes first: what cannot be stored is never seen.
 bool ServiceList::change(const std::function<bool(std::vector<Service>& list)>& edit,
                          const std::function<std::unique_lock<std::mutex>()>& stored) {
-  std::lock_guard<std::mutex> store_lock(store_mutex_);
+  std::lock_guard<std::mutex> storeLock(storeMutex_);
   std::vector<Service> list;
   unsigned generation;
   {
@@ -302,7 +302,7 @@ bool ServiceList::change(const std::function<bool(std::vector<Service>& list)>& 
     list = services_;
     generation = generation_;
   }
-  if (!edit(list) || !file_.store(to_json(list))) return false;
+  if (!edit(list) || !file_.store(toJson(list))) return false;
   const auto held = stored ? stored() : std::unique_lock<std::mutex>();
   std::lock_guard<std::mutex> lock(mutex_);
   if (generation_ != generation) {  // the carriers have changed it meanwhile
@@ -316,7 +316,7 @@ bool ServiceList::change(const std::function<bool(std::vector<Service>& list)>& 
 
 bool ServiceList::add(const Service& service) {
   return change([&](std::vector<Service>& list) {
-    const auto at = std::lower_bound(list.begin(), list.end(), service, by_key);
+    const auto at = std::lower_bound(list.begin(), list.end(), service, byKey);
     if (at != list.end() && at->key == service.key) {
       at->added = true;
       at->flags = service.flags;
@@ -324,7 +324,7 @@ bool ServiceList::add(const Service& service) {
       return true;
     }
     Service made = service;
-    forget_broadcast(made);
+    forgetBroadcast(made);
     made.added = true;
     made.record = FreeRecords(list).take();
     if (made.record == 0) log().Error("the service list is full");
@@ -333,7 +333,7 @@ bool ServiceList::add(const Service& service) {
   });
 }
 
-bool ServiceList::set_flags(uint32_t source, uint32_t record, uint32_t flags, uint32_t favourites) {
+bool ServiceList::setFlags(uint32_t source, uint32_t record, uint32_t flags, uint32_t favourites) {
   return change([&](std::vector<Service>& list) {
     const auto found = std::find_if(list.begin(), list.end(), [&](const Service& service) {
       return service.record == record && service.key.source == source;
@@ -345,7 +345,7 @@ bool ServiceList::set_flags(uint32_t source, uint32_t record, uint32_t flags, ui
   });
 }
 
-bool ServiceList::set_audio(const ServiceKey& key, uint8_t track) {
+bool ServiceList::setAudio(const ServiceKey& key, uint8_t track) {
   return change([&](std::vector<Service>& list) {
     const auto found = std::find_if(list.begin(), list.end(),
                                     [&](const Service& service) { return service.key == key; });
@@ -374,10 +374,9 @@ bool ServiceList::reset(uint32_t source,
 }
 
 bool ServiceList::reload() {
-  std::lock_guard<std::mutex> store_lock(store_mutex_);
+  std::lock_guard<std::mutex> storeLock(storeMutex_);
   std::vector<Service> list;
-  if (!file_.load([&](const Json::Value& content) { list = list_from_json(content); }))
-    return false;
+  if (!file_.load([&](const Json::Value& content) { list = listFromJson(content); })) return false;
   std::lock_guard<std::mutex> lock(mutex_);
   services_ = std::move(list);
   dropped_.clear();
@@ -401,13 +400,13 @@ std::optional<Service> ServiceList::find(const ServiceKey& key) const {
 }
 
 bool ServiceList::store() {
-  std::lock_guard<std::mutex> store_lock(store_mutex_);
+  std::lock_guard<std::mutex> storeLock(storeMutex_);
   std::vector<Service> list;
   {
     std::lock_guard<std::mutex> lock(mutex_);
     list = services_;
   }
-  return file_.store(to_json(list));
+  return file_.store(toJson(list));
 }
 
 }  // namespace atschost

@@ -20,7 +20,7 @@ namespace atschost {
 class ServiceList {
  public:
   // Loads the list of the last run.
-  explicit ServiceList(const std::string& state_folder);
+  explicit ServiceList(const std::string& stateFolder);
 
   // Puts the services found on one carrier in the place of those listed for it. A service that is
   // found again keeps record number, flags, favourites and audio track. One that was added by hand
@@ -30,7 +30,7 @@ class ServiceList {
     size_t deleted = 0;
     size_t added = 0;
     size_t updated = 0;
-    std::set<uint16_t> source_ids;  // of those that are added or have another one than before
+    std::set<uint16_t> sourceIds;  // of those that are added or have another one than before
     bool any() const { return deleted + added + updated > 0; }
   };
   Change replace(uint32_t source, uint32_t frequency, std::vector<Service> found);
@@ -41,8 +41,8 @@ class ServiceList {
   // Adds by hand the service that number, source, frequency, type, flags and name describe. One
   // that is listed takes over flags and name; an empty name leaves the one that it has.
   bool add(const Service& service);
-  bool set_flags(uint32_t source, uint32_t record, uint32_t flags, uint32_t favourites);
-  bool set_audio(const ServiceKey& key, uint8_t track);
+  bool setFlags(uint32_t source, uint32_t record, uint32_t flags, uint32_t favourites);
+  bool setAudio(const ServiceKey& key, uint8_t track);
   // Removes all services of a source, with the marks of those that their carriers took away;
   // `stored` runs when the empty list is in the file.
   bool reset(uint32_t source, const std::function<std::unique_lock<std::mutex>()>& stored);
@@ -70,7 +70,7 @@ class ServiceList {
   std::vector<Service> services_;
   std::map<ServiceKey, Service> dropped_;  // those with marks that a carrier took from the list
   std::atomic<unsigned> generation_{0};
-  std::mutex store_mutex_;  // of file_; taken before mutex_
+  std::mutex storeMutex_;  // of file_; taken before mutex_
   StateFile file_;
 };
 

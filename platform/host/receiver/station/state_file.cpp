@@ -28,21 +28,21 @@ std::string setting(const char* name) {
   return value ? value : "";
 }
 
-std::string to_text(const Json::Value& value) {
+std::string toText(const Json::Value& value) {
   Json::StreamWriterBuilder builder;
   builder["indentation"] = " ";
   return Json::writeString(builder, value) + "\n";
 }
 
-[[noreturn]] void throw_errno() { throw std::system_error(errno, std::generic_category()); }
+[[noreturn]] void throwErrno() { throw std::system_error(errno, std::generic_category()); }
 
-std::string read_all(int fd) {
+std::string readAll(int fd) {
   std::string text;
   char chunk[65536];
   for (;;) {
     const ssize_t got = read(fd, chunk, sizeof(chunk));
     if (got < 0 && errno == EINTR) continue;
-    if (got < 0) throw_errno();
+    if (got < 0) throwErrno();
     if (got == 0) return text;
     text.append(chunk, static_cast<size_t>(got));
     if (text.size() > kMaxFileSize) throw std::runtime_error("the file is too large");
@@ -50,14 +50,14 @@ std::string read_all(int fd) {
 }
 
 // Makes a folder and those above it; only the ones made here get their mode.
-bool make_folder(const std::string& folder) {
+bool makeFolder(const std::string& folder) {
   for (size_t slash = folder.find('/', 1);; slash = folder.find('/', slash + 1)) {
     if (mkdir(folder.substr(0, slash).c_str(), 0700) != 0 && errno != EEXIST) return false;
     if (slash == std::string::npos) return true;
   }
 }
 
-bool write_all(int fd, const std::string& text) {
+bool writeAll(int fd, const std::string& text) {
   for (size_t written = 0; written < text.size();) {
     const ssize_t n = ::write(fd, text.data() + written, text.size() - written);
     if (n < 0 && errno != EINTR) return false;
@@ -68,7 +68,7 @@ bool write_all(int fd, const std::string& text) {
 
 }  // namespace
 
-std::string state_folder() {
+std::string stateFolder() {
   if (std::string folder = setting("ATSC_HOST_STATE"); !folder.empty()) return folder;
   if (std::string folder = setting("XDG_STATE_HOME"); !folder.empty()) return folder + "/atsc-host";
   if (std::string home = setting("HOME"); !home.empty()) return home + "/.local/state/atsc-host";
@@ -82,10 +82,10 @@ bool StateFile::load(const std::function<void(const Json::Value&)>& accept) {
   if (folder_.empty()) return false;
   const bool first = !std::exchange(tried_, true);
   try {
-    const File file = open_regular(path_);
+    const File file = openRegular(path_);
     if (!file && (errno == ENOENT || errno == ENOTDIR)) return false;
-    if (!file) throw_errno();
-    const std::string text = read_all(file.fd());
+    if (!file) throwErrno();
+    const std::string text = readAll(file.fd());
     Json::CharReaderBuilder builder;
     builder["failIfExtra"] = true;
     const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
@@ -126,7 +126,7 @@ bool StateFile::store(Json::Value content) {
     return false;
   }
   content["format"] = format_;
-  std::string text = to_text(content);
+  std::string text = toText(content);
   // Somebody may have removed it.
   if (text == stored_ && access(path_.c_str(), F_OK) == 0) return true;
   stored_.clear();  // a failure may come after the file is another one
@@ -140,12 +140,12 @@ bool StateFile::write(const std::string& text) const {
     log().Error("%s: %s: %m", path_.c_str(), step);
     return false;
   };
-  if (!make_folder(folder_)) return failed("make folder");
+  if (!makeFolder(folder_)) return failed("make folder");
   const std::string temporary = path_ + ".new";
   unlink(temporary.c_str());  // of a run that was cut off
   const File file(open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
   if (!file) return failed("create");
-  if (!write_all(file.fd(), text) || fsync(file.fd()) != 0 ||
+  if (!writeAll(file.fd(), text) || fsync(file.fd()) != 0 ||
       rename(temporary.c_str(), path_.c_str()) != 0) {
     failed("write");
     unlink(temporary.c_str());
@@ -156,7 +156,7 @@ bool StateFile::write(const std::string& text) const {
   return true;
 }
 
-uint32_t number_member(const Json::Value& object, const char* key, uint32_t max) {
+uint32_t numberMember(const Json::Value& object, const char* key, uint32_t max) {
   const Json::Value& value = object[key];
   if (!value.isUInt() || value.asUInt() > max)
     throw std::runtime_error(std::string("\"") + key + "\" is not a number up to " +
@@ -164,11 +164,11 @@ uint32_t number_member(const Json::Value& object, const char* key, uint32_t max)
   return value.asUInt();
 }
 
-uint32_t number_member(const Json::Value& object, const char* key, uint32_t max, uint32_t absent) {
-  return object.isMember(key) ? number_member(object, key, max) : absent;
+uint32_t numberMember(const Json::Value& object, const char* key, uint32_t max, uint32_t absent) {
+  return object.isMember(key) ? numberMember(object, key, max) : absent;
 }
 
-bool bool_member(const Json::Value& object, const char* key, bool absent) {
+bool boolMember(const Json::Value& object, const char* key, bool absent) {
   if (!object.isMember(key)) return absent;
   if (!object[key].isBool())
     throw std::runtime_error(std::string("\"") + key + "\" is not true or false");

@@ -11,7 +11,7 @@ namespace atschost {
 
 // ATSC_HOST_STATE, else $XDG_STATE_HOME/atsc-host, else ~/.local/state/atsc-host; empty when the
 // environment names none.
-std::string state_folder();
+std::string stateFolder();
 
 // A JSON file that is replaced as a whole, so that a power cut leaves the old one or the new one.
 // The caller serialises all calls.
@@ -41,11 +41,11 @@ class StateFile {
 };
 
 // An unsigned number not above `max`; anything else throws.
-uint32_t number_member(const Json::Value& object, const char* key, uint32_t max);
+uint32_t numberMember(const Json::Value& object, const char* key, uint32_t max);
 
 // The same, and a truth value, of members that older files do not have.
-uint32_t number_member(const Json::Value& object, const char* key, uint32_t max, uint32_t absent);
-bool bool_member(const Json::Value& object, const char* key, bool absent);
+uint32_t numberMember(const Json::Value& object, const char* key, uint32_t max, uint32_t absent);
+bool boolMember(const Json::Value& object, const char* key, bool absent);
 
 }  // namespace atschost
 

@@ -15,8 +15,8 @@
 namespace atschost {
 namespace {
 
-std::atomic<unsigned> dwell_ms{20};
-std::atomic<bool> read_fast{false};
+std::atomic<unsigned> dwellMs{20};
+std::atomic<bool> readFast{false};
 
 struct AirFolder {
   std::mutex mutex;
@@ -29,7 +29,7 @@ AirFolder& air() {
   return instance;
 }
 
-StreamId id_of(const std::string& path, const struct stat& status) {
+StreamId idOf(const std::string& path, const struct stat& status) {
   return {path, status.st_dev, status.st_ino, static_cast<uint64_t>(status.st_size),
           int64_t{status.st_mtim.tv_sec} * 1000000000 + status.st_mtim.tv_nsec};
 }
@@ -45,7 +45,7 @@ File& File::operator=(File&& other) noexcept {
   return *this;
 }
 
-File open_regular(const std::string& path) {
+File openRegular(const std::string& path) {
   File file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   if (!file) return file;
   struct stat status;
@@ -57,29 +57,29 @@ File open_regular(const std::string& path) {
   return file;
 }
 
-std::optional<StreamId> stream_id(const std::string& path, const File& file) {
+std::optional<StreamId> streamId(const std::string& path, const File& file) {
   struct stat status;
   if (fstat(file.fd(), &status) != 0) return std::nullopt;
-  return id_of(path, status);
+  return idOf(path, status);
 }
 
-std::optional<StreamId> stream_id(const std::string& path) {
+std::optional<StreamId> streamId(const std::string& path) {
   struct stat status;
   if (stat(path.c_str(), &status) != 0) return std::nullopt;
-  return id_of(path, status);
+  return idOf(path, status);
 }
 
-void set_air_folder(const std::string& folder) {
+void setAirFolder(const std::string& folder) {
   std::lock_guard<std::mutex> lock(air().mutex);
   air().folder = folder;
 }
 
-void set_dwell(unsigned milliseconds) { dwell_ms = milliseconds; }
-unsigned dwell() { return dwell_ms; }
-void set_fast(bool fast) { read_fast = fast; }
-bool fast() { return read_fast; }
+void setDwell(unsigned milliseconds) { dwellMs = milliseconds; }
+unsigned dwell() { return dwellMs; }
+void setFast(bool fast) { readFast = fast; }
+bool fast() { return readFast; }
 
-std::string carrier_path(uint32_t source, uint32_t frequency) {
+std::string carrierPath(uint32_t source, uint32_t frequency) {
   std::lock_guard<std::mutex> lock(air().mutex);
   std::string folder = air().folder;
   if (const char* set = getenv("ATSC_AIR"); folder.empty() && set) folder = set;
@@ -92,12 +92,12 @@ std::string carrier_path(uint32_t source, uint32_t frequency) {
     log().Warn("air folder %s: %m: no carrier will lock", folder.c_str());
     air().warned = true;
   }
-  return folder + "/" + modulation_name(source) + "/" + std::to_string(frequency) + ".ts";
+  return folder + "/" + modulationName(source) + "/" + std::to_string(frequency) + ".ts";
 }
 
-bool carrier_exists(uint32_t source, uint32_t frequency) {
-  const std::string path = carrier_path(source, frequency);
-  return !path.empty() && open_regular(path);
+bool carrierExists(uint32_t source, uint32_t frequency) {
+  const std::string path = carrierPath(source, frequency);
+  return !path.empty() && openRegular(path);
 }
 
 }  // namespace atschost

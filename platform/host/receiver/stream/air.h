@@ -24,7 +24,7 @@ class File {
 
 // Opens a regular file for reading; anything else (a folder, a pipe) is refused, so that opening
 // never waits. On failure the reason is in errno.
-File open_regular(const std::string& path);
+File openRegular(const std::string& path);
 
 // What tells one content of a file from another, as far as the system knows without reading it.
 struct StreamId {
@@ -34,31 +34,31 @@ struct StreamId {
   uint64_t size = 0;
   int64_t modified = 0;  // nanoseconds
 
-  bool same_file(const StreamId& other) const {
+  bool sameFile(const StreamId& other) const {
     return path == other.path && device == other.device && inode == other.inode;
   }
   bool operator==(const StreamId& other) const {
-    return same_file(other) && size == other.size && modified == other.modified;
+    return sameFile(other) && size == other.size && modified == other.modified;
   }
 };
 
 // Of the file that is open, and of the one that has the path now. None, with the reason in errno,
 // when the system does not tell.
-std::optional<StreamId> stream_id(const std::string& path, const File& file);
-std::optional<StreamId> stream_id(const std::string& path);
+std::optional<StreamId> streamId(const std::string& path, const File& file);
+std::optional<StreamId> streamId(const std::string& path);
 
 // Set by the program; an empty folder stands for the environment variable ATSC_AIR. Any thread.
-void set_air_folder(const std::string& folder);
-void set_dwell(unsigned milliseconds);
+void setAirFolder(const std::string& folder);
+void setDwell(unsigned milliseconds);
 unsigned dwell();
-void set_fast(bool fast);
+void setFast(bool fast);
 bool fast();
 
 // The stream file of a carrier; empty, with one warning a process, when no air folder is set.
-std::string carrier_path(uint32_t source, uint32_t frequency);
+std::string carrierPath(uint32_t source, uint32_t frequency);
 
 // Whether a tuner would lock: the carrier's file can be opened. Any thread.
-bool carrier_exists(uint32_t source, uint32_t frequency);
+bool carrierExists(uint32_t source, uint32_t frequency);
 
 }  // namespace atschost
 

@@ -14,7 +14,7 @@ class ByteReader {
 
   const uint8_t* data() const { return at_; }
   size_t left() const { return left_; }
-  bool passed_end() const { return passed_end_; }  // a field did not fit
+  bool passedEnd() const { return passedEnd_; }  // a field did not fit
 
   uint8_t u8() { return static_cast<uint8_t>(number(1)); }
   uint16_t u16() { return static_cast<uint16_t>(number(2)); }
@@ -33,7 +33,7 @@ class ByteReader {
  private:
   bool fits(size_t size) {
     if (size <= left_) return true;
-    passed_end_ = true;
+    passedEnd_ = true;
     left_ = 0;
     return false;
   }
@@ -49,7 +49,7 @@ class ByteReader {
 
   const uint8_t* at_;
   size_t left_;
-  bool passed_end_ = false;
+  bool passedEnd_ = false;
 };
 
 }  // namespace atschost

@@ -21,7 +21,7 @@ class Demux {
   using PacketSink = std::function<void(const uint8_t* packet)>;
 
   // `on_packet`, where given, sees every packet first.
-  Demux(Wanted wanted, Sink sink, PacketSink on_packet = nullptr);
+  Demux(Wanted wanted, Sink sink, PacketSink onPacket = nullptr);
 
   void push(const uint8_t* bytes, size_t size);
 
@@ -32,27 +32,27 @@ class Demux {
 
   // What was wrong with the stream and has not been told yet, each kind of fault once; empty when
   // nothing was.
-  std::string take_faults();
+  std::string takeFaults();
 
  private:
   struct Seen {
     uint64_t count = 0;
-    uint16_t first_pid = 0;
+    uint16_t firstPid = 0;
     bool told = false;
   };
 
-  void push_packet(const uint8_t* packet);
+  void pushPacket(const uint8_t* packet);
   void note(uint16_t pid, const char* fault);
 
   const Wanted wanted_;
   const Sink sink_;
-  const PacketSink on_packet_;
-  const PacketSync::Sink packet_sink_;
+  const PacketSink onPacket_;
+  const PacketSync::Sink packetSink_;
   PacketSync sync_;
   std::map<uint16_t, SectionAssembler> assemblers_;  // by PID
   uint64_t packets_ = 0;
   std::map<std::string_view, Seen> faults_;
-  bool losses_told_ = false;
+  bool lossesTold_ = false;
 };
 
 }  // namespace atschost

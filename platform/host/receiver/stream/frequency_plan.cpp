@@ -28,29 +28,29 @@ std::vector<RfChannel> expand(const Band (&bands)[N]) {
 
 }  // namespace
 
-bool is_source(uint32_t source) {
+bool isSource(uint32_t source) {
   return source == AI_INPUT_TERRESTRIAL || source == AI_INPUT_CABLE;
 }
 
-uint32_t modulation_of(uint32_t source) {
+uint32_t modulationOf(uint32_t source) {
   return source == AI_INPUT_CABLE ? AI_MODULATION_QAM : AI_MODULATION_8VSB;
 }
 
-const char* modulation_name(uint32_t source) { return source == AI_INPUT_CABLE ? "qam" : "vsb"; }
+const char* modulationName(uint32_t source) { return source == AI_INPUT_CABLE ? "qam" : "vsb"; }
 
-const std::vector<RfChannel>& plan_of(uint32_t source) {
+const std::vector<RfChannel>& planOf(uint32_t source) {
   // Never destroyed: a scan thread may outlive static objects.
   static const auto& terrestrial = *new std::vector<RfChannel>(expand(kTerrestrial));
   static const auto& cable = *new std::vector<RfChannel>(expand(kCable));
   return source == AI_INPUT_CABLE ? cable : terrestrial;
 }
 
-uint8_t rf_channel(uint32_t source, uint32_t frequency) {
-  for (const RfChannel& channel : plan_of(source))
+uint8_t rfChannel(uint32_t source, uint32_t frequency) {
+  for (const RfChannel& channel : planOf(source))
     if (channel.frequency == frequency) return channel.number;
   return 0;
 }
 
-bool is_tunable(uint32_t frequency) { return frequency >= 40 * kMHz && frequency <= 1100 * kMHz; }
+bool isTunable(uint32_t frequency) { return frequency >= 40 * kMHz && frequency <= 1100 * kMHz; }
 
 }  // namespace atschost

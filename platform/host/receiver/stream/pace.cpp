@@ -16,9 +16,9 @@ constexpr double kEnoughByPcr = 0.5;  // seconds
 constexpr double kEnoughByTime = 2;   // system time counts whole seconds
 
 // program_clock_reference_base (ISO/IEC 13818-1 2.4.3.4).
-std::optional<uint64_t> pcr_of(const uint8_t* packet) {
-  const bool has_pcr = packet[3] & 0x20 && packet[4] >= 7 && packet[5] & 0x10;
-  if (!has_pcr) return std::nullopt;
+std::optional<uint64_t> pcrOf(const uint8_t* packet) {
+  const bool hasPcr = packet[3] & 0x20 && packet[4] >= 7 && packet[5] & 0x10;
+  if (!hasPcr) return std::nullopt;
   return uint64_t{read16(packet + 6)} << 17 | uint64_t{read16(packet + 8)} << 1 | packet[10] >> 7;
 }
 
@@ -26,43 +26,43 @@ std::optional<uint64_t> pcr_of(const uint8_t* packet) {
 
 void Pace::packet(const uint8_t* packet) {
   ++position_;
-  const auto pcr = pcr_of(packet);
+  const auto pcr = pcrOf(packet);
   if (!pcr) return;
-  if (!pcr_pid_) pcr_pid_ = packet_pid(packet);
-  if (*pcr_pid_ != packet_pid(packet)) return;
-  if (last_pcr_) {
-    const uint64_t ticks = (*pcr - last_pcr_->time) & 0x1FFFFFFFF;
+  if (!pcrPid_) pcrPid_ = packetPid(packet);
+  if (*pcrPid_ != packetPid(packet)) return;
+  if (lastPcr_) {
+    const uint64_t ticks = (*pcr - lastPcr_->time) & 0x1FFFFFFFF;
     if (ticks > 0 && ticks <= kLongestGap * kPcrFrequency) {
-      by_pcr_.packets += position_ - last_pcr_->position;
-      by_pcr_.seconds += static_cast<double>(ticks) / kPcrFrequency;
+      byPcr_.packets += position_ - lastPcr_->position;
+      byPcr_.seconds += static_cast<double>(ticks) / kPcrFrequency;
     }
   }
-  last_pcr_ = Mark{*pcr, position_};
+  lastPcr_ = Mark{*pcr, position_};
 }
 
-void Pace::system_time(uint32_t gps_seconds) {
-  if (last_time_ && last_time_->time == gps_seconds) return;
-  if (last_time_) {
-    const uint32_t seconds = gps_seconds - static_cast<uint32_t>(last_time_->time);
+void Pace::systemTime(uint32_t gpsSeconds) {
+  if (lastTime_ && lastTime_->time == gpsSeconds) return;
+  if (lastTime_) {
+    const uint32_t seconds = gpsSeconds - static_cast<uint32_t>(lastTime_->time);
     if (seconds <= kLongestGap) {
-      by_time_.packets += position_ - last_time_->position;
-      by_time_.seconds += seconds;
+      byTime_.packets += position_ - lastTime_->position;
+      byTime_.seconds += seconds;
     }
   }
-  last_time_ = Mark{gps_seconds, position_};
+  lastTime_ = Mark{gpsSeconds, position_};
 }
 
 void Pace::seam() {
-  last_pcr_.reset();
-  last_time_.reset();
+  lastPcr_.reset();
+  lastTime_.reset();
 }
 
-double Pace::packets_per_second() const {
+double Pace::packetsPerSecond() const {
   double rate = kDefaultRate;
-  if (by_pcr_.seconds >= kEnoughByPcr) {
-    rate = static_cast<double>(by_pcr_.packets) / by_pcr_.seconds;
-  } else if (by_time_.seconds >= kEnoughByTime) {
-    rate = static_cast<double>(by_time_.packets) / by_time_.seconds;
+  if (byPcr_.seconds >= kEnoughByPcr) {
+    rate = static_cast<double>(byPcr_.packets) / byPcr_.seconds;
+  } else if (byTime_.seconds >= kEnoughByTime) {
+    rate = static_cast<double>(byTime_.packets) / byTime_.seconds;
   }
   return std::clamp(rate, kLowestRate, kHighestRate);
 }

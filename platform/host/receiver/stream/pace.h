@@ -12,11 +12,11 @@ namespace atschost {
 class Pace {
  public:
   void packet(const uint8_t* packet);
-  void system_time(uint32_t gps_seconds);
+  void systemTime(uint32_t gpsSeconds);
   // The stream begins anew.
   void seam();
 
-  double packets_per_second() const;
+  double packetsPerSecond() const;
 
  private:
   struct Span {
@@ -29,11 +29,11 @@ class Pace {
   };
 
   uint64_t position_ = 0;
-  std::optional<uint16_t> pcr_pid_;  // the first one with a PCR
-  std::optional<Mark> last_pcr_;     // 90 kHz
-  std::optional<Mark> last_time_;    // seconds
-  Span by_pcr_;
-  Span by_time_;
+  std::optional<uint16_t> pcrPid_;  // the first one with a PCR
+  std::optional<Mark> lastPcr_;     // 90 kHz
+  std::optional<Mark> lastTime_;    // seconds
+  Span byPcr_;
+  Span byTime_;
 };
 
 }  // namespace atschost

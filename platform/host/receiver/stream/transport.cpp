@@ -6,7 +6,7 @@
 namespace atschost {
 namespace {
 
-constexpr std::array<uint32_t, 256> make_crc_table() {
+constexpr std::array<uint32_t, 256> makeCrcTable() {
   std::array<uint32_t, 256> table{};
   for (uint32_t i = 0; i < table.size(); ++i) {
     uint32_t crc = i << 24;
@@ -15,12 +15,12 @@ constexpr std::array<uint32_t, 256> make_crc_table() {
   }
   return table;
 }
-constexpr std::array<uint32_t, 256> kCrcTable = make_crc_table();
+constexpr std::array<uint32_t, 256> kCrcTable = makeCrcTable();
 
 constexpr uint8_t kSyncByte = 0x47;
 
 // Whether descriptors fill `size` bytes exactly.
-bool descriptors_fit(const uint8_t* bytes, size_t size) {
+bool descriptorsFit(const uint8_t* bytes, size_t size) {
   while (size > 0) {
     if (size < 2 || size < 2u + bytes[1]) return false;
     const size_t length = 2u + bytes[1];
@@ -35,42 +35,42 @@ constexpr size_t kToTheEnd = SIZE_MAX;
 // Walks `count` entries (kToTheEnd: as many as there are) of `fixed` bytes, the last two of which
 // hold the length of the descriptors that follow. Returns the bytes used; SIZE_MAX when an entry
 // does not fit.
-size_t walk_entries(const uint8_t* bytes, size_t size, size_t fixed, uint16_t length_mask,
-                    size_t count) {
+size_t walkEntries(const uint8_t* bytes, size_t size, size_t fixed, uint16_t lengthMask,
+                   size_t count) {
   size_t at = 0;
   for (size_t i = 0; count == kToTheEnd ? at < size : i < count; ++i) {
     if (size - at < fixed) return SIZE_MAX;
-    const size_t length = read16(bytes + at + fixed - 2) & length_mask;
+    const size_t length = read16(bytes + at + fixed - 2) & lengthMask;
     at += fixed;
-    if (size - at < length || !descriptors_fit(bytes + at, length)) return SIZE_MAX;
+    if (size - at < length || !descriptorsFit(bytes + at, length)) return SIZE_MAX;
     at += length;
   }
   return at;
 }
 
-const char* pmt_fault(const uint8_t* body, size_t size) {
-  const size_t info = walk_entries(body, size, 4, 0x0FFF, 1);  // PCR_PID, program_info_length
+const char* pmtFault(const uint8_t* body, size_t size) {
+  const size_t info = walkEntries(body, size, 4, 0x0FFF, 1);  // PCR_PID, program_info_length
   if (info == SIZE_MAX) return "PMT program descriptors pass the end";
-  if (walk_entries(body + info, size - info, 5, 0x0FFF, kToTheEnd) == SIZE_MAX)
+  if (walkEntries(body + info, size - info, 5, 0x0FFF, kToTheEnd) == SIZE_MAX)
     return "PMT elementary stream passes the end";
   return nullptr;
 }
 
-const char* vct_fault(const uint8_t* body, size_t size) {
+const char* vctFault(const uint8_t* body, size_t size) {
   if (size < 4) return "VCT is too short";
   if (body[0] != 0) return "VCT of an unknown protocol version";
-  const size_t channels = walk_entries(body + 2, size - 4, 32, 0x03FF, body[1]);
+  const size_t channels = walkEntries(body + 2, size - 4, 32, 0x03FF, body[1]);
   if (channels == SIZE_MAX) return "VCT channel passes the end";
   const uint8_t* additional = body + 2 + channels;
   const size_t rest = size - 2 - channels;
-  if (walk_entries(additional, rest, 2, 0x03FF, 1) != rest)
+  if (walkEntries(additional, rest, 2, 0x03FF, 1) != rest)
     return "VCT additional descriptors do not end with the section";
   return nullptr;
 }
 
 }  // namespace
 
-uint32_t crc32_mpeg(const uint8_t* bytes, size_t size) {
+uint32_t crc32Mpeg(const uint8_t* bytes, size_t size) {
   uint32_t crc = 0xFFFFFFFF;
   for (size_t i = 0; i < size; ++i) crc = crc << 8 ^ kCrcTable[crc >> 24 ^ bytes[i]];
   return crc;
@@ -107,11 +107,11 @@ const char* SectionAssembler::push(const uint8_t* packet, const Sink& sink) {
   if (!(packet[3] & 0x10)) return nullptr;  // no payload
 
   const uint8_t counter = packet[3] & 0x0F;
-  const uint8_t last = last_packet_[3] & 0x0F;
+  const uint8_t last = lastPacket_[3] & 0x0F;
   const bool repeated =
-      !first_ && std::memcmp(packet + 1, last_packet_.data() + 1, kPacketSize - 1) == 0;
+      !first_ && std::memcmp(packet + 1, lastPacket_.data() + 1, kPacketSize - 1) == 0;
   const bool continuous = !first_ && counter == ((last + 1) & 0x0F);
-  std::copy(packet, packet + kPacketSize, last_packet_.begin());
+  std::copy(packet, packet + kPacketSize, lastPacket_.begin());
   first_ = false;
   if (repeated) return nullptr;  // a packet may be sent twice
   if (!continuous) collecting_ = false;
@@ -136,8 +136,8 @@ const char* SectionAssembler::push(const uint8_t* packet, const Sink& sink) {
     section_.clear();
     collecting_ = true;
     const size_t left = kPacketSize - at;
-    const char* new_fault = collect(packet + at, left, sink);
-    if (new_fault) return new_fault;
+    const char* newFault = collect(packet + at, left, sink);
+    if (newFault) return newFault;
     if (collecting_) return fault;
     at += section_.size();
   }
@@ -166,29 +166,29 @@ const char* SectionAssembler::collect(const uint8_t* bytes, size_t size, const S
   return nullptr;
 }
 
-const char* section_header_fault(const uint8_t* section, size_t size) {
+const char* sectionHeaderFault(const uint8_t* section, size_t size) {
   if (size < kSectionHeaderSize + kSectionCrcSize) return "section is too short";
   if (!(section[1] & 0x80)) return "section_syntax_indicator is not set";
-  if (crc32_mpeg(section, size) != 0) return "CRC does not match";
+  if (crc32Mpeg(section, size) != 0) return "CRC does not match";
   if (section[6] > section[7]) return "section_number is above last_section_number";
   return nullptr;
 }
 
-const char* section_fault(const uint8_t* section, size_t size) {
-  if (const char* fault = section_header_fault(section, size)) return fault;
+const char* sectionFault(const uint8_t* section, size_t size) {
+  if (const char* fault = sectionHeaderFault(section, size)) return fault;
   const uint8_t* body = section + kSectionHeaderSize;
-  const size_t body_size = size - kSectionHeaderSize - kSectionCrcSize;
+  const size_t bodySize = size - kSectionHeaderSize - kSectionCrcSize;
   switch (section[0]) {
     case 0x00:
       if (size > 1024) return "PAT section is too long";
-      return body_size % 4 == 0 ? nullptr : "PAT ends within a program";
+      return bodySize % 4 == 0 ? nullptr : "PAT ends within a program";
     case 0x02:
       if (size > 1024) return "PMT section is too long";
       if (section[7] != 0) return "PMT has several sections";
-      return pmt_fault(body, body_size);
+      return pmtFault(body, bodySize);
     case 0xC8:
     case 0xC9:
-      return vct_fault(body, body_size);
+      return vctFault(body, bodySize);
     default:
       return "not a table of the service list";
   }

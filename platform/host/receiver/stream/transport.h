@@ -23,7 +23,7 @@ inline uint16_t read13(const uint8_t* bytes) { return read16(bytes) & 0x1FFF; }
 inline uint16_t read12(const uint8_t* bytes) { return read16(bytes) & 0x0FFF; }
 
 // CRC_32 of ISO/IEC 13818-1 Annex A; 0 over a section that carries its own.
-uint32_t crc32_mpeg(const uint8_t* bytes, size_t size);
+uint32_t crc32Mpeg(const uint8_t* bytes, size_t size);
 
 // Finds the 188-byte packets in a byte stream. A sync byte counts when another one follows one
 // packet later, so a lost or inserted byte costs one packet.
@@ -44,7 +44,7 @@ class PacketSync {
   uint64_t losses_ = 0;
 };
 
-inline uint16_t packet_pid(const uint8_t* packet) { return read13(packet + 1); }
+inline uint16_t packetPid(const uint8_t* packet) { return read13(packet + 1); }
 
 // Puts the sections of one PID together.
 class SectionAssembler {
@@ -58,7 +58,7 @@ class SectionAssembler {
  private:
   const char* collect(const uint8_t* bytes, size_t size, const Sink& sink);
 
-  std::array<uint8_t, kPacketSize> last_packet_{};
+  std::array<uint8_t, kPacketSize> lastPacket_{};
   bool first_ = true;
   bool collecting_ = false;
   std::vector<uint8_t> section_;
@@ -69,11 +69,11 @@ constexpr size_t kSectionHeaderSize = 8;
 constexpr size_t kSectionCrcSize = 4;
 
 // Checks header and CRC of such a section. Returns null when they are sound, else the fault.
-const char* section_header_fault(const uint8_t* section, size_t size);
+const char* sectionHeaderFault(const uint8_t* section, size_t size);
 
 // Checks a section of a PAT, a PMT or a VCT so far that its decoder can rely on every length in it:
 // header, CRC, body loops and descriptors. Returns null when it is sound, else the fault.
-const char* section_fault(const uint8_t* section, size_t size);
+const char* sectionFault(const uint8_t* section, size_t size);
 
 }  // namespace atschost
 

@@ -28,7 +28,7 @@ enum { kEnglish = 0, kFrench };
 constexpr Names kEnglishNames = {"E", "C", "C8+", "G", "PG", "14+", "18+"};
 constexpr Names kFrenchNames = {"E", "G", "8 ans+", "13 ans+", "16 ans+", "18 ans+"};
 
-const char* name_of(const Values& values, uint8_t dimension, const Names& names) {
+const char* nameOf(const Values& values, uint8_t dimension, const Names& names) {
   const auto value = values.find(dimension);
   return value == values.end() ? nullptr : names[value->second];
 }
@@ -39,9 +39,9 @@ void add(std::vector<std::string>& ratings, std::string rating) {
 }
 
 // The age rating with its content flags.
-std::string television_rating(const Values& values) {
-  const char* age = name_of(values, kEntireAudience, kEntireAudienceNames);
-  if (!age) age = name_of(values, kChildren, kChildrenNames);
+std::string televisionRating(const Values& values) {
+  const char* age = nameOf(values, kEntireAudience, kEntireAudienceNames);
+  if (!age) age = nameOf(values, kChildren, kChildrenNames);
   if (!age) return {};
   std::string text = age;
   for (const auto& [dimension, flag] : {std::pair{kDialogue, "-D"},
@@ -55,50 +55,50 @@ std::string television_rating(const Values& values) {
   return text;
 }
 
-std::vector<std::string> known_ratings(uint8_t region, const Values& values) {
+std::vector<std::string> knownRatings(uint8_t region, const Values& values) {
   std::vector<std::string> texts;
-  const auto add_name = [&](uint8_t dimension, const Names& names) {
-    if (const char* name = name_of(values, dimension, names)) texts.push_back(name);
+  const auto addName = [&](uint8_t dimension, const Names& names) {
+    if (const char* name = nameOf(values, dimension, names)) texts.push_back(name);
   };
   if (region == kUnitedStates) {
-    texts.push_back(television_rating(values));
+    texts.push_back(televisionRating(values));
     if (texts.back().empty()) texts.pop_back();
-    add_name(kMpaa, kMpaaNames);
+    addName(kMpaa, kMpaaNames);
   } else if (region == kCanada) {
-    add_name(kEnglish, kEnglishNames);
-    add_name(kFrench, kFrenchNames);
+    addName(kEnglish, kEnglishNames);
+    addName(kFrench, kFrenchNames);
   }
   return texts;
 }
 
 // Whether the values say anything: value 0 of region 1 is no rating.
-bool is_rated(uint8_t region, const Values& values) {
+bool isRated(uint8_t region, const Values& values) {
   return std::any_of(values.begin(), values.end(),
                      [&](const auto& value) { return region != kUnitedStates || value.second; });
 }
 
 }  // namespace
 
-bool read_content_advisory(const uint8_t* data, size_t size, std::vector<std::string>& ratings,
-                           std::vector<Advisory>& advisories) {
+bool readContentAdvisory(const uint8_t* data, size_t size, std::vector<std::string>& ratings,
+                         std::vector<Advisory>& advisories) {
   ByteReader in(data, size);
   for (unsigned regions = in.u8() & 0x3F; regions > 0; --regions) {
     const uint8_t region = in.u8();
     Values values;
-    for (unsigned dimensions = in.u8(); dimensions > 0 && !in.passed_end(); --dimensions) {
+    for (unsigned dimensions = in.u8(); dimensions > 0 && !in.passedEnd(); --dimensions) {
       const uint8_t dimension = in.u8();
       values.emplace(dimension, in.u8() & 0x0F);
     }
     const ByteReader description = in.part(in.u8());
-    if (in.passed_end()) return false;
+    if (in.passedEnd()) return false;
     advisories.push_back({region, {values.begin(), values.end()}});
-    if (!is_rated(region, values)) continue;
-    const std::vector<std::string> known = known_ratings(region, values);
-    for (const std::string& text : known) add(ratings, to_utf16(text));
+    if (!isRated(region, values)) continue;
+    const std::vector<std::string> known = knownRatings(region, values);
+    for (const std::string& text : known) add(ratings, toUtf16(text));
     if (known.empty())
-      add(ratings, read_text(description.data(), description.left(), AIEC_RATING_SIZE));
+      add(ratings, readText(description.data(), description.left(), AIEC_RATING_SIZE));
   }
-  return !in.passed_end();
+  return !in.passedEnd();
 }
 
 }  // namespace atschost

@@ -28,8 +28,8 @@ struct Advisory {
 // "PG-13", unless it is there already. The systems of regions 1 and 2 are known (CEA-766);
 // elsewhere the descriptor's own text is taken. Appends also what each region says, rated or not.
 // False when it does not end where it should; what came before counts.
-bool read_content_advisory(const uint8_t* data, size_t size, std::vector<std::string>& ratings,
-                           std::vector<Advisory>& advisories);
+bool readContentAdvisory(const uint8_t* data, size_t size, std::vector<std::string>& ratings,
+                         std::vector<Advisory>& advisories);
 
 }  // namespace atschost
 

@@ -6,20 +6,20 @@
 
 namespace atschost {
 
-bool copy_language(const uint8_t* code, char* language) {
-  const auto is_letter = [](uint8_t c) { return (c | 0x20) >= 'a' && (c | 0x20) <= 'z'; };
-  if (!std::all_of(code, code + 3, is_letter)) return false;
+bool copyLanguage(const uint8_t* code, char* language) {
+  const auto isLetter = [](uint8_t c) { return (c | 0x20) >= 'a' && (c | 0x20) <= 'z'; };
+  if (!std::all_of(code, code + 3, isLetter)) return false;
   std::copy(code, code + 3, language);
   return true;
 }
 
-void add_stream(std::vector<AISRV_pid_info>& streams, const AISRV_pid_info& stream) {
+void addStream(std::vector<AISRV_pid_info>& streams, const AISRV_pid_info& stream) {
   const bool known = std::any_of(streams.begin(), streams.end(),
                                  [&](const AISRV_pid_info& s) { return s.pid == stream.pid; });
   if (!known && streams.size() < AISRV_MAX_PIDS) streams.push_back(stream);
 }
 
-void read_service_location(const uint8_t* data, size_t size, std::vector<AISRV_pid_info>& streams) {
+void readServiceLocation(const uint8_t* data, size_t size, std::vector<AISRV_pid_info>& streams) {
   if (size < 3) return;
   // PCR_PID, number_elements, then stream_type, elementary_PID and language of each.
   const size_t count = std::min<size_t>(data[2], (size - 3) / 6);
@@ -28,21 +28,21 @@ void read_service_location(const uint8_t* data, size_t size, std::vector<AISRV_p
     AISRV_pid_info stream{};
     stream.stream_type = element[0];
     stream.pid = read13(element + 1);
-    copy_language(element + 3, stream.language);
-    add_stream(streams, stream);
+    copyLanguage(element + 3, stream.language);
+    addStream(streams, stream);
   }
 }
 
-void read_iso639_language(const uint8_t* data, size_t size, AISRV_pid_info& stream) {
+void readIso639Language(const uint8_t* data, size_t size, AISRV_pid_info& stream) {
   // Code and audio_type, repeated.
-  if (size >= 4) copy_language(data, stream.language);
-  if (size >= 8) copy_language(data + 4, stream.second_language);
+  if (size >= 4) copyLanguage(data, stream.language);
+  if (size >= 8) copyLanguage(data + 4, stream.second_language);
 }
 
-void read_ac3_audio(const uint8_t* data, size_t size, AISRV_pid_info& stream) {
+void readAc3Audio(const uint8_t* data, size_t size, AISRV_pid_info& stream) {
   if (size < 3) return;
   const uint8_t bsmod = data[2] >> 5;
-  const bool dual_mono = (data[2] >> 1 & 0x0F) == 0;
+  const bool dualMono = (data[2] >> 1 & 0x0F) == 0;
   switch (bsmod) {
     case 0:  // complete main
       stream.audio_kind = AISRV_AUDIO_MAIN;
@@ -60,7 +60,7 @@ void read_ac3_audio(const uint8_t* data, size_t size, AISRV_pid_info& stream) {
   // full_svc tells something of associated services only: a main service is always complete.
   if (bsmod >= 2) stream.full_mix = data[2] & 1;
 
-  size_t at = dual_mono ? 5 : 4;  // past langcod, and langcod2 of the second mono channel
+  size_t at = dualMono ? 5 : 4;  // past langcod, and langcod2 of the second mono channel
   if (at >= size) return;
   if (bsmod < 2) {
     stream.main_audio_number = data[at] >> 5;
@@ -70,9 +70,9 @@ void read_ac3_audio(const uint8_t* data, size_t size, AISRV_pid_info& stream) {
   if (++at >= size) return;
   at += 1u + (data[at] >> 1);  // textlen and the text
   if (at >= size) return;
-  const bool has_language = data[at] & 0x80;
-  if (has_language && size - at >= 4 && stream.language[0] == 0)
-    copy_language(data + at + 1, stream.language);
+  const bool hasLanguage = data[at] & 0x80;
+  if (hasLanguage && size - at >= 4 && stream.language[0] == 0)
+    copyLanguage(data + at + 1, stream.language);
 }
 
 }  // namespace atschost

@@ -12,21 +12,20 @@ constexpr uint8_t kGenreTag = 0xAB;
 
 }  // namespace
 
-bool read_event_descriptors(ByteReader in, GuideEvent& event) {
+bool readEventDescriptors(ByteReader in, GuideEvent& event) {
   std::vector<std::string> ratings;
   bool sound = true;
   while (in.left() > 0) {
     const uint8_t tag = in.u8();
     ByteReader content = in.part(in.u8());
-    if (in.passed_end()) break;
+    if (in.passedEnd()) break;
     switch (tag) {
       case kContentAdvisoryTag:
-        sound = read_content_advisory(content.data(), content.left(), ratings, event.advisories) &&
-                sound;
+        sound =
+            readContentAdvisory(content.data(), content.left(), ratings, event.advisories) && sound;
         break;
       case kCaptionServiceTag:
-        sound =
-            read_caption_services(content.data(), content.left(), event.caption_services) && sound;
+        sound = readCaptionServices(content.data(), content.left(), event.captionServices) && sound;
         break;
       case kGenreTag:
         for (unsigned count = content.u8() & 0x1F; count > 0 && content.left() > 0; --count)
@@ -36,17 +35,17 @@ bool read_event_descriptors(ByteReader in, GuideEvent& event) {
         break;
     }
   }
-  event.captions = !event.caption_services.empty();
-  event.caption_services.shrink_to_fit();
+  event.captions = !event.captionServices.empty();
+  event.captionServices.shrink_to_fit();
   event.advisories.shrink_to_fit();
   if (!ratings.empty()) event.rating = ratings.front();
   if (ratings.size() > 1) {
     for (const std::string& rating : ratings) {
-      if (!event.other_ratings.empty()) event.other_ratings += to_utf16(", ");
-      event.other_ratings += rating;
+      if (!event.otherRatings.empty()) event.otherRatings += toUtf16(", ");
+      event.otherRatings += rating;
     }
   }
-  return sound && !in.passed_end();
+  return sound && !in.passedEnd();
 }
 
 }  // namespace atschost

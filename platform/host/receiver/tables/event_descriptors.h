@@ -9,7 +9,7 @@ namespace atschost {
 
 // Takes content advisories, captions and genres over into the event. False when a descriptor
 // passes its end; what was sound before it counts.
-bool read_event_descriptors(ByteReader in, GuideEvent& event);
+bool readEventDescriptors(ByteReader in, GuideEvent& event);
 
 }  // namespace atschost
 

@@ -34,12 +34,12 @@ constexpr size_t kMaxChannels = 1024;   // of a VCT
 constexpr unsigned kForeignRepeats = 3;
 
 template <typename Visit>
-void for_each_descriptor(const dvbpsi_descriptor_t* descriptor, Visit visit) {
+void forEachDescriptor(const dvbpsi_descriptor_t* descriptor, Visit visit) {
   for (; descriptor; descriptor = descriptor->p_next) visit(*descriptor);
 }
 
 // A NUL unit ends the name; most names are padded with them.
-std::string short_name(const uint8_t (&name)[14]) {
+std::string shortName(const uint8_t (&name)[14]) {
   std::string text;
   for (size_t i = 0; i < sizeof(name) && (name[i] || name[i + 1]); i += 2)
     text.append(reinterpret_cast<const char*>(name + i), 2);
@@ -111,11 +111,11 @@ struct PsiDecoder::Callbacks {
     pat.tsid = table->i_ts_id;
     for (const auto* p = table->p_first_program; p; p = p->p_next) {
       if (p->i_number == 0 || (p->i_pid & 0x1FFF) == kNullPid) continue;  // 0 is the network PID
-      if (pat.pmt_pids.size() == kMaxPrograms) {
+      if (pat.pmtPids.size() == kMaxPrograms) {
         self->fault_ = "PAT has too many programs, only the first 1024 are used";
         break;
       }
-      pat.pmt_pids.emplace(p->i_number, p->i_pid & 0x1FFF);
+      pat.pmtPids.emplace(p->i_number, p->i_pid & 0x1FFF);
     }
     self->tables_.pat = std::move(pat);
   } catch (const std::exception& e) {
@@ -127,15 +127,15 @@ struct PsiDecoder::Callbacks {
     auto* self = static_cast<PsiDecoder*>(data);
     if (!table->b_current_next) return;
     std::vector<CaptionService> captions;
-    const auto take_captions = [&](const dvbpsi_descriptor_t& d) {
-      if (d.i_tag == kCaptionServiceTag) read_caption_services(d.p_data, d.i_length, captions);
+    const auto takeCaptions = [&](const dvbpsi_descriptor_t& d) {
+      if (d.i_tag == kCaptionServiceTag) readCaptionServices(d.p_data, d.i_length, captions);
     };
-    for_each_descriptor(table->p_first_descriptor, take_captions);
+    forEachDescriptor(table->p_first_descriptor, takeCaptions);
     std::vector<Advisory> advisories;
     std::vector<std::string> texts;  // nobody shows them
-    for_each_descriptor(table->p_first_descriptor, [&](const dvbpsi_descriptor_t& d) {
+    forEachDescriptor(table->p_first_descriptor, [&](const dvbpsi_descriptor_t& d) {
       if (d.i_tag == kContentAdvisoryTag)
-        read_content_advisory(d.p_data, d.i_length, texts, advisories);
+        readContentAdvisory(d.p_data, d.i_length, texts, advisories);
     });
     std::vector<AISRV_pid_info> streams;
     for (const auto* es = table->p_first_es; es; es = es->p_next) {
@@ -143,14 +143,13 @@ struct PsiDecoder::Callbacks {
       stream.stream_type = es->i_type;
       stream.pid = es->i_pid & 0x1FFF;
       for (const uint8_t tag : {kIso639LanguageTag, kAc3AudioTag}) {
-        for_each_descriptor(es->p_first_descriptor, [&](const dvbpsi_descriptor_t& d) {
+        forEachDescriptor(es->p_first_descriptor, [&](const dvbpsi_descriptor_t& d) {
           if (d.i_tag != tag) return;
-          (tag == kAc3AudioTag ? read_ac3_audio : read_iso639_language)(d.p_data, d.i_length,
-                                                                        stream);
+          (tag == kAc3AudioTag ? readAc3Audio : readIso639Language)(d.p_data, d.i_length, stream);
         });
       }
-      for_each_descriptor(es->p_first_descriptor, take_captions);
-      add_stream(streams, stream);
+      forEachDescriptor(es->p_first_descriptor, takeCaptions);
+      addStream(streams, stream);
     }
     if (!captions.empty())
       self->tables_.captions.emplace(table->i_program_number, std::move(captions));
@@ -176,20 +175,20 @@ struct PsiDecoder::Callbacks {
         break;
       }
       VirtualChannel channel;
-      channel.name = short_name(c->i_short_name);
+      channel.name = shortName(c->i_short_name);
       channel.major = c->i_major_number;
       channel.minor = c->i_minor_number;
-      channel.modulation_mode = c->i_modulation;
+      channel.modulationMode = c->i_modulation;
       channel.tsid = c->i_channel_tsid;
-      channel.program_number = c->i_program_number;
+      channel.programNumber = c->i_program_number;
       channel.hidden = c->b_hidden;
-      channel.out_of_band = table->i_table_id == 0xC9 && c->b_out_of_band;
-      channel.service_type = c->i_service_type;
-      channel.source_id = c->i_source_id;
-      for_each_descriptor(c->p_first_descriptor, [&](const dvbpsi_descriptor_t& d) {
+      channel.outOfBand = table->i_table_id == 0xC9 && c->b_out_of_band;
+      channel.serviceType = c->i_service_type;
+      channel.sourceId = c->i_source_id;
+      forEachDescriptor(c->p_first_descriptor, [&](const dvbpsi_descriptor_t& d) {
         if (d.i_tag != kServiceLocationTag) return;
-        channel.has_location = true;
-        read_service_location(d.p_data, d.i_length, channel.streams);
+        channel.hasLocation = true;
+        readServiceLocation(d.p_data, d.i_length, channel.streams);
       });
       vct.channels.push_back(std::move(channel));
     }
@@ -198,19 +197,19 @@ struct PsiDecoder::Callbacks {
     log().Error("VCT: %s", e.what());
   }
 
-  static void subtable(dvbpsi_t* handle, uint8_t table_id, uint16_t extension, void* data) {
+  static void subtable(dvbpsi_t* handle, uint8_t tableId, uint16_t extension, void* data) {
     auto* self = static_cast<PsiDecoder*>(data);
-    if (table_id != self->vct_table_id_) return;
-    if (dvbpsi_atsc_AttachVCT(handle, table_id, extension, &Callbacks::vct, self))
+    if (tableId != self->vctTableId_) return;
+    if (dvbpsi_atsc_AttachVCT(handle, tableId, extension, &Callbacks::vct, self))
       ++self->subtables_;
   }
 };
 
 PsiDecoder::PsiDecoder(uint32_t source)
-    : vct_table_id_(source == AI_INPUT_CABLE ? 0xC9 : 0xC8),
+    : vctTableId_(source == AI_INPUT_CABLE ? 0xC9 : 0xC8),
       pat_(std::make_unique<Handle>(this, dvbpsi_pat_detach)) {
   if (!dvbpsi_pat_attach(pat_->get(), &Callbacks::pat, this)) throw std::bad_alloc();
-  attach_psip();
+  attachPsip();
   wanted_.set(kPatPid);
   wanted_.set(kPsipBasePid);
 }
@@ -219,54 +218,54 @@ PsiDecoder::~PsiDecoder() = default;
 
 const char* PsiDecoder::push(uint16_t pid, const uint8_t* section, size_t size) {
   // Other tables share these PIDs and are none of our business here.
-  const uint8_t table_id = section[0];
-  const bool is_pat = pid == kPatPid && table_id == 0x00 && !tables_.pat;
-  const bool is_vct = pid == kPsipBasePid && table_id == vct_table_id_ && !has_own_vct();
-  const bool is_pmt = tables_.pat && table_id == 0x02 && pid != kPatPid && pid != kPsipBasePid;
-  if (!is_pat && !is_vct && !is_pmt) return nullptr;
-  if (const char* fault = section_fault(section, size)) return fault;
+  const uint8_t tableId = section[0];
+  const bool isPat = pid == kPatPid && tableId == 0x00 && !tables_.pat;
+  const bool isVct = pid == kPsipBasePid && tableId == vctTableId_ && !hasOwnVct();
+  const bool isPmt = tables_.pat && tableId == 0x02 && pid != kPatPid && pid != kPsipBasePid;
+  if (!isPat && !isVct && !isPmt) return nullptr;
+  if (const char* fault = sectionFault(section, size)) return fault;
   if (!(section[5] & 1)) return nullptr;  // current_next_indicator: not valid yet
 
-  if (is_pat) {
+  if (isPat) {
     pat_->push(pid, section, size);
     if (tables_.pat) {
-      attach_pmts();
+      attachPmts();
       // The carrier's own one may have been seen before it was known to be.
-      if (tables_.vct && !has_own_vct()) attach_psip();
+      if (tables_.vct && !hasOwnVct()) attachPsip();
     }
-  } else if (is_vct) {
+  } else if (isVct) {
     // Begun tables are forgotten rather than kept in any number.
-    if (subtables_ == kMaxSubtables) attach_psip();
+    if (subtables_ == kMaxSubtables) attachPsip();
     if (tables_.pat && tables_.vct && section[6] == 0 && read16(section + 3) == tables_.vct->tsid)
-      ++vct_repeats_;
+      ++vctRepeats_;
     psip_->push(pid, section, size);
   } else {
-    push_pmt(pid, section, size);
+    pushPmt(pid, section, size);
   }
-  complete_ = check_complete();
+  complete_ = checkComplete();
   return std::exchange(fault_, nullptr);
 }
 
-bool PsiDecoder::has_own_vct() const {
+bool PsiDecoder::hasOwnVct() const {
   return tables_.vct && tables_.pat && tables_.vct->tsid == tables_.pat->tsid;
 }
 
-void PsiDecoder::attach_psip() {
+void PsiDecoder::attachPsip() {
   psip_ = std::make_unique<Handle>(this, dvbpsi_DetachDemux);
   if (!dvbpsi_AttachDemux(psip_->get(), &Callbacks::subtable, this)) throw std::bad_alloc();
   subtables_ = 0;
 }
 
-void PsiDecoder::push_pmt(uint16_t pid, const uint8_t* section, size_t size) {
+void PsiDecoder::pushPmt(uint16_t pid, const uint8_t* section, size_t size) {
   const uint16_t program = read16(section + 3);
   const auto awaited = pmts_.find(program);  // several programs may share a PID
-  if (awaited == pmts_.end() || tables_.pat->pmt_pids.at(program) != pid) return;
+  if (awaited == pmts_.end() || tables_.pat->pmtPids.at(program) != pid) return;
   awaited->second->push(pid, section, size);
   if (tables_.pmts.count(program)) pmts_.erase(awaited);
 }
 
-void PsiDecoder::attach_pmts() {
-  for (const auto& [program, pid] : tables_.pat->pmt_pids) {
+void PsiDecoder::attachPmts() {
+  for (const auto& [program, pid] : tables_.pat->pmtPids) {
     auto handle = std::make_unique<Handle>(this, dvbpsi_pmt_detach);
     if (!dvbpsi_pmt_attach(handle->get(), program, &Callbacks::pmt, this)) throw std::bad_alloc();
     pmts_.emplace(program, std::move(handle));
@@ -274,12 +273,12 @@ void PsiDecoder::attach_pmts() {
   }
 }
 
-bool PsiDecoder::check_complete() const {
+bool PsiDecoder::checkComplete() const {
   if (!tables_.pat || !tables_.vct) return false;
-  if (!has_own_vct() && vct_repeats_ < kForeignRepeats) return false;
+  if (!hasOwnVct() && vctRepeats_ < kForeignRepeats) return false;
   const auto& channels = tables_.vct->channels;
   return std::none_of(channels.begin(), channels.end(), [this](const VirtualChannel& c) {
-    return !c.hidden && pmts_.count(c.program_number);
+    return !c.hidden && pmts_.count(c.programNumber);
   });
 }
 

@@ -21,14 +21,14 @@ struct VirtualChannel {
   std::string name;  // UTF-16BE
   uint16_t major = 0;
   uint16_t minor = 0;
-  uint8_t modulation_mode = 0;
+  uint8_t modulationMode = 0;
   uint16_t tsid = 0;
-  uint16_t program_number = 0;
+  uint16_t programNumber = 0;
   bool hidden = false;
-  bool out_of_band = false;
-  uint8_t service_type = 0;
-  uint16_t source_id = 0;
-  bool has_location = false;  // carries a service location descriptor
+  bool outOfBand = false;
+  uint8_t serviceType = 0;
+  uint16_t sourceId = 0;
+  bool hasLocation = false;  // carries a service location descriptor
   std::vector<AISRV_pid_info> streams;
 };
 
@@ -39,7 +39,7 @@ struct Vct {
 
 struct Pat {
   uint16_t tsid = 0;
-  std::map<uint16_t, uint16_t> pmt_pids;  // by program number
+  std::map<uint16_t, uint16_t> pmtPids;  // by program number
 };
 
 struct CarrierTables {
@@ -70,30 +70,30 @@ class PsiDecoder {
   // Whether every table that the services need is there.
   bool complete() const { return complete_; }
   // Whether the VCT is that of the PAT's transport stream.
-  bool has_own_vct() const;
+  bool hasOwnVct() const;
   // Whether a PMT that the PAT lists is not.
-  bool awaits_pmts() const { return !pmts_.empty(); }
+  bool awaitsPmts() const { return !pmts_.empty(); }
   // Whether reading the same stream again may find more: what came before the PAT.
-  bool missed_some() const { return tables_.pat && (awaits_pmts() || !has_own_vct()); }
+  bool missedSome() const { return tables_.pat && (awaitsPmts() || !hasOwnVct()); }
   const CarrierTables& tables() const { return tables_; }
 
  private:
   class Handle;
   struct Callbacks;
 
-  void push_pmt(uint16_t pid, const uint8_t* section, size_t size);
-  void attach_psip();
-  void attach_pmts();
-  bool check_complete() const;
+  void pushPmt(uint16_t pid, const uint8_t* section, size_t size);
+  void attachPsip();
+  void attachPmts();
+  bool checkComplete() const;
 
-  const uint8_t vct_table_id_;
+  const uint8_t vctTableId_;
   CarrierTables tables_;
   bool complete_ = false;
   std::bitset<0x2000> wanted_;
   unsigned messages_ = 0;
   const char* fault_ = nullptr;  // of the table that was just taken
   unsigned subtables_ = 0;
-  unsigned vct_repeats_ = 0;  // of the VCT in use, since the PAT is there
+  unsigned vctRepeats_ = 0;  // of the VCT in use, since the PAT is there
   std::unique_ptr<Handle> pat_;
   std::unique_ptr<Handle> psip_;
   std::map<uint16_t, std::unique_ptr<Handle>> pmts_;  // awaited, by program number

@@ -26,10 +26,10 @@ constexpr size_t kNodeSize = 64;  // of a container
 
 constexpr const char* kTooMuch = "guide tables are more than is kept";
 
-size_t size_of(const GuideEvent& event) {
+size_t sizeOf(const GuideEvent& event) {
   size_t size = sizeof(event) + event.title.size() + event.rating.size() +
-                event.other_ratings.size() + event.genres.size() +
-                event.caption_services.size() * sizeof(CaptionService);
+                event.otherRatings.size() + event.genres.size() +
+                event.captionServices.size() * sizeof(CaptionService);
   for (const Advisory& advisory : event.advisories)
     size += sizeof(advisory) + 2 * advisory.values.size();
   return size;
@@ -40,8 +40,8 @@ std::string characters(ByteReader field) {
   return {reinterpret_cast<const char*>(field.data()), field.left()};
 }
 
-std::string text_of(ByteReader field, size_t max_bytes = AIEC_DESCRIPTION_SIZE) {
-  return read_text(field.data(), field.left(), max_bytes);
+std::string textOf(ByteReader field, size_t maxBytes = AIEC_DESCRIPTION_SIZE) {
+  return readText(field.data(), field.left(), maxBytes);
 }
 
 // How the tables of one kind come round on one PID.
@@ -51,26 +51,26 @@ class Carousel {
 
   // Told of each section, which `key` tells from the others of the PID. Returns whether the PID has
   // just come to be settled.
-  bool note(uint32_t key, bool is_new) {
-    if (is_new || !mark_) {
+  bool note(uint32_t key, bool isNew) {
+    if (isNew || !mark_) {
       mark_ = key;
       rounds_ = 0;
     }
-    if (is_new) return false;
+    if (isNew) return false;
     repeated_ = true;
-    const bool was_settled = settled_;
+    const bool wasSettled = settled_;
     if (key == mark_ && ++rounds_ >= 2) settled_ = true;
-    return settled_ && !was_settled;
+    return settled_ && !wasSettled;
   }
 
   // A pass through the stream ends. Returns whether the PID has just come to be settled.
-  bool end_pass() {
+  bool endPass() {
     if (++passes_ < 2) return false;
     awaited_ = false;
     return !std::exchange(settled_, true);
   }
   // Nothing is waited for where nothing came.
-  void give_up_silent() { awaited_ = awaited_ && mark_; }
+  void giveUpSilent() { awaited_ = awaited_ && mark_; }
 
   // A section that was received came again.
   bool repeated() const { return repeated_; }
@@ -145,26 +145,25 @@ struct EttPid : GuidePid {
   std::map<uint32_t, EttText> texts;  // by ETM_id
 };
 
-size_t size_of(const EitTable::Pending& pending) {
+size_t sizeOf(const EitTable::Pending& pending) {
   size_t size = kNodeSize;
-  for (const auto& [number, section] : pending.sections)
-    size += kNodeSize + size_of(section.events);
+  for (const auto& [number, section] : pending.sections) size += kNodeSize + sizeOf(section.events);
   return size;
 }
-size_t size_of(const EitTable& table) {
-  return sizeof(table) + kNodeSize + 4 * table.crcs.size() + size_of(table.events) +
-         (table.pending ? size_of(*table.pending) : 0);
+size_t sizeOf(const EitTable& table) {
+  return sizeof(table) + kNodeSize + 4 * table.crcs.size() + sizeOf(table.events) +
+         (table.pending ? sizeOf(*table.pending) : 0);
 }
-size_t size_of(const EttText& text) { return size_of_text(text.text); }
+size_t sizeOf(const EttText& text) { return sizeOfText(text.text); }
 
 size_t size_of(const EitPid& pid) {
   size_t size = 0;
-  for (const auto& [key, table] : pid.tables) size += size_of(table);
+  for (const auto& [key, table] : pid.tables) size += sizeOf(table);
   return size;
 }
 size_t size_of(const EttPid& pid) {
   size_t size = 0;
-  for (const auto& [id, text] : pid.texts) size += size_of(text);
+  for (const auto& [id, text] : pid.texts) size += sizeOf(text);
   return size;
 }
 
@@ -212,94 +211,94 @@ struct Header {
 
 }  // namespace
 
-size_t size_of(const GuideTables::Eit& events) {
+size_t sizeOf(const GuideTables::Eit& events) {
   size_t size = kNodeSize;
-  for (const GuideEvent& event : events) size += size_of(event);
+  for (const GuideEvent& event : events) size += sizeOf(event);
   return size;
 }
 
-size_t size_of_text(const std::string& text) { return sizeof(EttText) + kNodeSize + text.size(); }
+size_t sizeOfText(const std::string& text) { return sizeof(EttText) + kNodeSize + text.size(); }
 
-uint32_t SystemTime::unix_seconds() const { return gps_seconds - gps_utc_offset + kGpsEpoch; }
+uint32_t SystemTime::unixSeconds() const { return gpsSeconds - gpsUtcOffset + kGpsEpoch; }
 
 bool GuideEvent::operator==(const GuideEvent& other) const {
-  return event_id == other.event_id && start == other.start && duration == other.duration &&
-         title == other.title && rating == other.rating && other_ratings == other.other_ratings &&
+  return eventId == other.eventId && start == other.start && duration == other.duration &&
+         title == other.title && rating == other.rating && otherRatings == other.otherRatings &&
          advisories == other.advisories && genres == other.genres && captions == other.captions &&
-         caption_services == other.caption_services;
+         captionServices == other.captionServices;
 }
 
 struct PsipDecoder::Impl {
-  const char* push_mgt(const Header& header, ByteReader in);
-  const char* push_stt(ByteReader in);
-  const char* push_rrt(const uint8_t* section, size_t size);
-  const char* push_eit(EitPid& pid, const Header& header, ByteReader in);
-  const char* push_ett(EttPid& pid, const Header& header, ByteReader in);
-  const char* push_alert(const Header& header, ByteReader in);
+  const char* pushMgt(const Header& header, ByteReader in);
+  const char* pushStt(ByteReader in);
+  const char* pushRrt(const uint8_t* section, size_t size);
+  const char* pushEit(EitPid& pid, const Header& header, ByteReader in);
+  const char* pushEtt(EttPid& pid, const Header& header, ByteReader in);
+  const char* pushAlert(const Header& header, ByteReader in);
 
-  const char* take_events(EitPid& pid, EitTable& table, const Header& header,
-                          GuideTables::Eit events);
+  const char* takeEvents(EitPid& pid, EitTable& table, const Header& header,
+                         GuideTables::Eit events);
   void commit(EitPid& pid, EitTable& table);
   void sweep(EitPid& pid);
   void sweep(EttPid& pid);
-  void build_guide();
-  bool check_complete() const;
+  void buildGuide();
+  bool checkComplete() const;
 
   std::bitset<0x2000> wanted;
-  std::optional<uint32_t> mgt_crc;
+  std::optional<uint32_t> mgtCrc;
   std::map<uint16_t, EitPid> eits;
   std::map<uint16_t, EttPid> etts;
   size_t kept = 0;
 
   bool complete = false;
-  bool guide_changed = false;  // since it was last taken
-  bool guide_stale = false;    // `guide` is no longer what was received
+  bool guideChanged = false;  // since it was last taken
+  bool guideStale = false;    // `guide` is no longer what was received
   GuideTables guide;
 
   std::optional<SystemTime> time;
   std::optional<uint8_t> offset;
   std::optional<EmergencyAlert> alert;
   std::vector<RatingRegionTable> regions;
-  std::map<uint8_t, std::vector<uint8_t>> known_regions;
+  std::map<uint8_t, std::vector<uint8_t>> knownRegions;
 };
 
-const char* PsipDecoder::Impl::push_mgt(const Header& header, ByteReader in) {
-  if (mgt_crc == header.crc) return nullptr;
+const char* PsipDecoder::Impl::pushMgt(const Header& header, ByteReader in) {
+  if (mgtCrc == header.crc) return nullptr;
   if (header.last != 0) return "MGT has several sections";
   if (in.u8() != 0) return "MGT of an unknown protocol version";
-  PidPlan eit_plan, ett_plan;
-  std::bitset<128> known_eits, known_etts;
-  for (unsigned tables = in.u16(); tables > 0 && !in.passed_end(); --tables) {
+  PidPlan eitPlan, ettPlan;
+  std::bitset<128> knownEits, knownEtts;
+  for (unsigned tables = in.u16(); tables > 0 && !in.passedEnd(); --tables) {
     const uint16_t type = in.u16();
     const uint16_t pid = in.u16() & 0x1FFF;
     const auto version = static_cast<uint8_t>(in.u8() & 0x1F);
     in.u32();  // number_bytes
     in.part(in.u16() & 0x0FFF);
-    const bool is_eit = (type & 0xFF80) == 0x0100;
-    const bool is_ett = (type & 0xFF80) == 0x0200;
-    if (in.passed_end() || !(is_eit || is_ett)) continue;
+    const bool isEit = (type & 0xFF80) == 0x0100;
+    const bool isEtt = (type & 0xFF80) == 0x0200;
+    if (in.passedEnd() || !(isEit || isEtt)) continue;
     if (pid < 0x0010 || pid >= kPsipBasePid) continue;
     const auto instance = static_cast<uint8_t>(type & 0x7F);
-    auto& known = is_eit ? known_eits : known_etts;
-    if (!known[instance]) (is_eit ? eit_plan : ett_plan)[pid].push_back({instance, version});
+    auto& known = isEit ? knownEits : knownEtts;
+    if (!known[instance]) (isEit ? eitPlan : ettPlan)[pid].push_back({instance, version});
     known.set(instance);
   }
   in.part(in.u16() & 0x0FFF);
-  if (in.passed_end()) return "MGT passes the end";
+  if (in.passedEnd()) return "MGT passes the end";
 
-  for (PidPlan* plan : {&eit_plan, &ett_plan})
+  for (PidPlan* plan : {&eitPlan, &ettPlan})
     for (auto& [pid, instances] : *plan)
       std::sort(instances.begin(), instances.end(),
                 [](const Announced& a, const Announced& b) { return a.instance < b.instance; });
-  bool changed = !mgt_crc;
-  mgt_crc = header.crc;
-  changed = follow(eit_plan, eits, kept) || changed;
-  changed = follow(ett_plan, etts, kept) || changed;
+  bool changed = !mgtCrc;
+  mgtCrc = header.crc;
+  changed = follow(eitPlan, eits, kept) || changed;
+  changed = follow(ettPlan, etts, kept) || changed;
   for (auto& [number, pid] : eits) {
     // Tables of instances that the PID no longer carries.
     const auto count = static_cast<uint8_t>(pid.instances.size());
     for (auto it = pid.tables.lower_bound({count, 0}); it != pid.tables.end();) {
-      kept -= size_of(it->second);
+      kept -= sizeOf(it->second);
       if (it->second.pending) --pid.pending;
       it = pid.tables.erase(it);
     }
@@ -308,33 +307,33 @@ const char* PsipDecoder::Impl::push_mgt(const Header& header, ByteReader in) {
   wanted.set(kPsipBasePid);
   for (const auto& [pid, tables] : eits) wanted.set(pid);
   for (const auto& [pid, texts] : etts) wanted.set(pid);
-  guide_changed = guide_changed || changed;
-  guide_stale = guide_stale || changed;
+  guideChanged = guideChanged || changed;
+  guideStale = guideStale || changed;
   return nullptr;
 }
 
-const char* PsipDecoder::Impl::push_stt(ByteReader in) {
+const char* PsipDecoder::Impl::pushStt(ByteReader in) {
   const uint8_t protocol = in.u8();
   SystemTime received;
-  received.gps_seconds = in.u32();
-  received.gps_utc_offset = in.u8();
+  received.gpsSeconds = in.u32();
+  received.gpsUtcOffset = in.u8();
   const uint8_t daylight = in.u8();
-  received.daylight_status = daylight & 0x80;
-  received.daylight_day_of_month = daylight & 0x1F;
-  received.daylight_hour = in.u8();
-  if (in.passed_end()) return "STT is too short";
+  received.daylightStatus = daylight & 0x80;
+  received.daylightDayOfMonth = daylight & 0x1F;
+  received.daylightHour = in.u8();
+  if (in.passedEnd()) return "STT is too short";
   if (protocol != 0) return "STT of an unknown protocol version";
   time = received;
-  offset = received.gps_utc_offset;
+  offset = received.gpsUtcOffset;
   return nullptr;
 }
 
-const char* PsipDecoder::Impl::push_rrt(const uint8_t* section, size_t size) {
+const char* PsipDecoder::Impl::pushRrt(const uint8_t* section, size_t size) {
   const uint8_t number = section[4];
-  std::vector<uint8_t>& known = known_regions[number];
+  std::vector<uint8_t>& known = knownRegions[number];
   if (std::equal(known.begin(), known.end(), section, section + size)) return nullptr;
   RatingRegionTable table;
-  if (const char* fault = read_rating_region(section, size, table.region)) return fault;
+  if (const char* fault = readRatingRegion(section, size, table.region)) return fault;
   known.assign(section, section + size);
   table.section = known;
   regions.erase(
@@ -345,36 +344,36 @@ const char* PsipDecoder::Impl::push_rrt(const uint8_t* section, size_t size) {
   return nullptr;
 }
 
-const char* PsipDecoder::Impl::push_eit(EitPid& pid, const Header& header, ByteReader in) {
+const char* PsipDecoder::Impl::pushEit(EitPid& pid, const Header& header, ByteReader in) {
   const uint16_t source = header.extension;
   // Which of the instances of the PID it may be: those of its version, else any.
   const size_t instances = pid.instances.size();
-  const bool versions_tell =
+  const bool versionsTell =
       std::any_of(pid.instances.begin(), pid.instances.end(),
                   [&](const Announced& a) { return a.version == header.version; });
   std::optional<uint8_t> free;
   for (uint8_t n = 0; n < instances; ++n) {
-    if (versions_tell && pid.instances[n].version != header.version) continue;
+    if (versionsTell && pid.instances[n].version != header.version) continue;
     const auto found = pid.tables.find({n, source});
     if (found == pid.tables.end()) {
       if (!free) free = n;
       continue;
     }
     const EitTable& table = found->second;
-    const bool is_current = table.round == pid.round && table.version == header.version &&
-                            table.crcs.size() == header.last + 1u;
-    std::optional<uint32_t> pending_crc;
+    const bool isCurrent = table.round == pid.round && table.version == header.version &&
+                           table.crcs.size() == header.last + 1u;
+    std::optional<uint32_t> pendingCrc;
     if (const auto& next = table.pending;
         next && next->version == header.version && next->last == header.last) {
       const auto section = next->sections.find(header.number);
-      if (section != next->sections.end()) pending_crc = section->second.crc;
+      if (section != next->sections.end()) pendingCrc = section->second.crc;
     }
-    if ((is_current && table.crcs[header.number] == header.crc) || pending_crc == header.crc) {
+    if ((isCurrent && table.crcs[header.number] == header.crc) || pendingCrc == header.crc) {
       if (pid.carousel.note(uint32_t{n} << 24 | uint32_t{source} << 8 | header.number, false))
         sweep(pid);
       return nullptr;
     }
-    if (!free && !is_current && !pending_crc) free = n;
+    if (!free && !isCurrent && !pendingCrc) free = n;
   }
   if (!free) return "EIT differs from another of its version";
 
@@ -383,13 +382,13 @@ const char* PsipDecoder::Impl::push_eit(EitPid& pid, const Header& header, ByteR
   bool sound = true;
   for (unsigned count = in.u8(); count > 0; --count) {
     GuideEvent event;
-    event.event_id = in.u16() & 0x3FFF;
+    event.eventId = in.u16() & 0x3FFF;
     event.start = in.u32();
     event.duration = in.u24() & 0x0FFFFF;  // after ETM_location: texts are found by their id
-    event.title = text_of(in.part(in.u8()));
+    event.title = textOf(in.part(in.u8()));
     const ByteReader descriptors = in.part(in.u16() & 0x0FFF);
-    if (in.passed_end()) return "EIT event passes the end";
-    sound = read_event_descriptors(descriptors, event) && sound;
+    if (in.passedEnd()) return "EIT event passes the end";
+    sound = readEventDescriptors(descriptors, event) && sound;
     events.push_back(std::move(event));
   }
 
@@ -398,26 +397,26 @@ const char* PsipDecoder::Impl::push_eit(EitPid& pid, const Header& header, ByteR
     if (pid.tables.size() >= kMaxGuideSources * instances) return "EIT has too many sources";
     if (kept >= kMaxGuideSize) return kTooMuch;
     found = pid.tables.emplace(std::pair{*free, source}, EitTable{}).first;
-    kept += size_of(found->second);
+    kept += sizeOf(found->second);
   }
-  if (const char* fault = take_events(pid, found->second, header, std::move(events))) return fault;
+  if (const char* fault = takeEvents(pid, found->second, header, std::move(events))) return fault;
   pid.carousel.note(uint32_t{*free} << 24 | uint32_t{source} << 8 | header.number, true);
   return sound ? nullptr : "EIT descriptor passes its end";
 }
 
-const char* PsipDecoder::Impl::take_events(EitPid& pid, EitTable& table, const Header& header,
-                                           GuideTables::Eit events) {
+const char* PsipDecoder::Impl::takeEvents(EitPid& pid, EitTable& table, const Header& header,
+                                          GuideTables::Eit events) {
   if (table.pending &&
       (table.pending->version != header.version || table.pending->last != header.last)) {
-    kept -= size_of(*table.pending);
+    kept -= sizeOf(*table.pending);
     table.pending.reset();
     --pid.pending;
   }
-  const size_t size = kNodeSize + size_of(events);
+  const size_t size = kNodeSize + sizeOf(events);
   if (kept + size > kMaxGuideSize) return kTooMuch;
   if (!table.pending) {
     table.pending = EitTable::Pending{header.version, header.last, {}};
-    kept += size_of(*table.pending);
+    kept += sizeOf(*table.pending);
     ++pid.pending;
   }
   table.pending->sections.emplace(header.number, EitTable::Section{header.crc, std::move(events)});
@@ -428,7 +427,7 @@ const char* PsipDecoder::Impl::take_events(EitPid& pid, EitTable& table, const H
 
 // The pending version is whole.
 void PsipDecoder::Impl::commit(EitPid& pid, EitTable& table) {
-  kept -= size_of(table);
+  kept -= sizeOf(table);
   EitTable whole;
   whole.round = pid.round;
   whole.version = table.pending->version;
@@ -438,16 +437,16 @@ void PsipDecoder::Impl::commit(EitPid& pid, EitTable& table) {
   }
   const bool changed = table.round == 0 || !(table.events == whole.events);
   table = std::move(whole);
-  kept += size_of(table);
+  kept += sizeOf(table);
   --pid.pending;
-  guide_changed = guide_changed || changed;
-  guide_stale = guide_stale || changed;
+  guideChanged = guideChanged || changed;
+  guideStale = guideStale || changed;
 }
 
-const char* PsipDecoder::Impl::push_ett(EttPid& pid, const Header& header, ByteReader in) {
+const char* PsipDecoder::Impl::pushEtt(EttPid& pid, const Header& header, ByteReader in) {
   const uint8_t protocol = in.u8();
   const uint32_t id = in.u32();
-  if (in.passed_end()) return "ETT is too short";
+  if (in.passedEnd()) return "ETT is too short";
   if (protocol != 0) return "ETT of an unknown protocol version";
   if ((id & 3) != 2) return nullptr;  // the text of a channel
 
@@ -459,16 +458,16 @@ const char* PsipDecoder::Impl::push_ett(EttPid& pid, const Header& header, ByteR
     if (pid.carousel.note(id, false)) sweep(pid);
     return nullptr;
   }
-  EttText text{pid.round, header.version, header.crc, text_of(in)};
-  const size_t size = size_of(text);
-  const size_t old_size = found == pid.texts.end() ? 0 : size_of(found->second);
-  if (kept - old_size + size > kMaxGuideSize) return kTooMuch;
-  kept = kept - old_size + size;
+  EttText text{pid.round, header.version, header.crc, textOf(in)};
+  const size_t size = sizeOf(text);
+  const size_t oldSize = found == pid.texts.end() ? 0 : sizeOf(found->second);
+  if (kept - oldSize + size > kMaxGuideSize) return kTooMuch;
+  kept = kept - oldSize + size;
   const bool changed = found == pid.texts.end() || found->second.text != text.text;
   pid.texts.insert_or_assign(id, std::move(text));
   pid.carousel.note(id, true);
-  guide_changed = guide_changed || changed;
-  guide_stale = guide_stale || changed;
+  guideChanged = guideChanged || changed;
+  guideStale = guideStale || changed;
   return nullptr;
 }
 
@@ -479,10 +478,10 @@ void PsipDecoder::Impl::sweep(EitPid& pid) {
       ++it;
       continue;
     }
-    kept -= size_of(it->second);
+    kept -= sizeOf(it->second);
     it = pid.tables.erase(it);
   }
-  guide_changed = guide_stale = true;
+  guideChanged = guideStale = true;
 }
 
 void PsipDecoder::Impl::sweep(EttPid& pid) {
@@ -491,19 +490,19 @@ void PsipDecoder::Impl::sweep(EttPid& pid) {
       ++it;
       continue;
     }
-    kept -= size_of(it->second);
+    kept -= sizeOf(it->second);
     it = pid.texts.erase(it);
   }
-  guide_changed = guide_stale = true;
+  guideChanged = guideStale = true;
 }
 
-void PsipDecoder::Impl::build_guide() {
+void PsipDecoder::Impl::buildGuide() {
   GuideTables built;
-  built.mgt_seen = mgt_crc.has_value();
+  built.mgtSeen = mgtCrc.has_value();
   for (const auto& [number, pid] : eits) {
     for (const Announced& a : pid.instances) {
-      built.announced_eits.push_back(a.instance);
-      if (pid.carousel.settled()) built.settled_eits.push_back(a.instance);
+      built.announcedEits.push_back(a.instance);
+      if (pid.carousel.settled()) built.settledEits.push_back(a.instance);
     }
     for (const auto& [key, table] : pid.tables)
       if (table.round != 0)
@@ -511,25 +510,25 @@ void PsipDecoder::Impl::build_guide() {
   }
   for (const auto& [number, pid] : etts) {
     for (const Announced& a : pid.instances) {
-      built.announced_etts.push_back(a.instance);
-      if (pid.carousel.settled()) built.settled_etts.push_back(a.instance);
+      built.announcedEtts.push_back(a.instance);
+      if (pid.carousel.settled()) built.settledEtts.push_back(a.instance);
     }
     GuideTables::Texts& texts = built.etts[pid.instances.front().instance];
     for (const auto& [id, text] : pid.texts) texts.emplace(id, text.text);
     if (texts.empty()) built.etts.erase(pid.instances.front().instance);
   }
   for (auto* list :
-       {&built.announced_eits, &built.announced_etts, &built.settled_eits, &built.settled_etts})
+       {&built.announcedEits, &built.announcedEtts, &built.settledEits, &built.settledEtts})
     std::sort(list->begin(), list->end());
   guide = std::move(built);
-  guide_stale = false;
+  guideStale = false;
 }
 
-bool PsipDecoder::Impl::check_complete() const {
+bool PsipDecoder::Impl::checkComplete() const {
   const auto received = [](const Carousel& c, size_t pending) {
     return !c.awaited() || (c.repeated() && pending == 0);
   };
-  return mgt_crc &&
+  return mgtCrc &&
          std::all_of(
              eits.begin(), eits.end(),
              [&](const auto& e) { return received(e.second.carousel, e.second.pending); }) &&
@@ -537,27 +536,27 @@ bool PsipDecoder::Impl::check_complete() const {
                      [&](const auto& e) { return received(e.second.carousel, 0); });
 }
 
-const char* PsipDecoder::Impl::push_alert(const Header& header, ByteReader in) {
+const char* PsipDecoder::Impl::pushAlert(const Header& header, ByteReader in) {
   if (header.last != 0) return "emergency alert has several sections";
   if (in.u8() != 0) return "emergency alert of an unknown protocol version";
   EmergencyAlert received;
   received.sequence = header.version;
-  received.event_id = in.u16();
+  received.eventId = in.u16();
   received.originator = characters(in.part(3));
-  received.event_code = characters(in.part(in.u8()));
-  received.activation_text = text_of(in.part(in.u8()));
-  received.time_remaining = in.u8();
+  received.eventCode = characters(in.part(in.u8()));
+  received.activationText = textOf(in.part(in.u8()));
+  received.timeRemaining = in.u8();
   received.start = in.u32();
   received.duration = in.u16();
   received.priority = in.u16() & 0x0F;
   in.u16();  // details_OOB_source_ID
   const uint16_t major = in.u16() & 0x03FF;
   const uint16_t minor = in.u16() & 0x03FF;
-  received.has_details_channel = major != 0 || minor != 0;
+  received.hasDetailsChannel = major != 0 || minor != 0;
   in.u16();  // audio_OOB_source_ID
-  received.text = text_of(in.part(in.u16()));
-  if (in.passed_end()) return "emergency alert passes the end";
-  if (received.text.empty()) received.text = received.activation_text;
+  received.text = textOf(in.part(in.u16()));
+  if (in.passedEnd()) return "emergency alert passes the end";
+  if (received.text.empty()) received.text = received.activationText;
   alert = std::move(received);
   return nullptr;
 }
@@ -569,15 +568,15 @@ PsipDecoder::~PsipDecoder() = default;
 bool PsipDecoder::wants(uint16_t pid) const { return impl_->wanted[pid]; }
 
 const char* PsipDecoder::push(uint16_t pid, const uint8_t* section, size_t size) {
-  const uint8_t table_id = section[0];
-  const bool is_base = pid == kPsipBasePid;
-  const auto eit = table_id == kEitId ? impl_->eits.find(pid) : impl_->eits.end();
-  const auto ett = table_id == kEttId ? impl_->etts.find(pid) : impl_->etts.end();
-  const bool is_wanted = is_base ? table_id == kMgtId || table_id == kSttId || table_id == kRrtId ||
-                                       table_id == kEmergencyAlertId
-                                 : eit != impl_->eits.end() || ett != impl_->etts.end();
-  if (!is_wanted) return nullptr;
-  if (const char* fault = section_header_fault(section, size)) return fault;
+  const uint8_t tableId = section[0];
+  const bool isBase = pid == kPsipBasePid;
+  const auto eit = tableId == kEitId ? impl_->eits.find(pid) : impl_->eits.end();
+  const auto ett = tableId == kEttId ? impl_->etts.find(pid) : impl_->etts.end();
+  const bool isWanted = isBase ? tableId == kMgtId || tableId == kSttId || tableId == kRrtId ||
+                                     tableId == kEmergencyAlertId
+                               : eit != impl_->eits.end() || ett != impl_->etts.end();
+  if (!isWanted) return nullptr;
+  if (const char* fault = sectionHeaderFault(section, size)) return fault;
   if (!(section[5] & 1)) return nullptr;  // current_next_indicator: not valid yet
 
   const uint8_t* crc = section + size - kSectionCrcSize;
@@ -585,72 +584,72 @@ const char* PsipDecoder::push(uint16_t pid, const uint8_t* section, size_t size)
                       section[7], ByteReader(crc, kSectionCrcSize).u32()};
   const ByteReader body(section + kSectionHeaderSize, size - kSectionHeaderSize - kSectionCrcSize);
   const char* fault = nullptr;
-  switch (table_id) {
+  switch (tableId) {
     case kSttId:
-      return impl_->push_stt(body);
+      return impl_->pushStt(body);
     case kRrtId:
-      return impl_->push_rrt(section, size);
+      return impl_->pushRrt(section, size);
     case kEmergencyAlertId:
-      return impl_->push_alert(header, body);
+      return impl_->pushAlert(header, body);
     case kMgtId:
-      fault = impl_->push_mgt(header, body);
+      fault = impl_->pushMgt(header, body);
       break;
     case kEitId:
-      fault = impl_->push_eit(eit->second, header, body);
+      fault = impl_->pushEit(eit->second, header, body);
       break;
     default:
-      fault = impl_->push_ett(ett->second, header, body);
+      fault = impl_->pushEtt(ett->second, header, body);
       break;
   }
-  impl_->complete = impl_->check_complete();
+  impl_->complete = impl_->checkComplete();
   return fault;
 }
 
-void PsipDecoder::end_pass() {
+void PsipDecoder::endPass() {
   const auto end = [this](auto& pids) {
     for (auto& [number, pid] : pids)
-      if (pid.carousel.end_pass()) impl_->sweep(pid);
+      if (pid.carousel.endPass()) impl_->sweep(pid);
   };
   end(impl_->eits);
   end(impl_->etts);
-  impl_->complete = impl_->check_complete();
+  impl_->complete = impl_->checkComplete();
 }
 
-void PsipDecoder::give_up_silent() {
-  for (auto& [number, pid] : impl_->eits) pid.carousel.give_up_silent();
-  for (auto& [number, pid] : impl_->etts) pid.carousel.give_up_silent();
-  impl_->complete = impl_->check_complete();
+void PsipDecoder::giveUpSilent() {
+  for (auto& [number, pid] : impl_->eits) pid.carousel.giveUpSilent();
+  for (auto& [number, pid] : impl_->etts) pid.carousel.giveUpSilent();
+  impl_->complete = impl_->checkComplete();
 }
 
-std::optional<SystemTime> PsipDecoder::take_system_time() {
+std::optional<SystemTime> PsipDecoder::takeSystemTime() {
   return std::exchange(impl_->time, std::nullopt);
 }
 
-std::optional<EmergencyAlert> PsipDecoder::take_alert() {
+std::optional<EmergencyAlert> PsipDecoder::takeAlert() {
   return std::exchange(impl_->alert, std::nullopt);
 }
 
-std::vector<RatingRegionTable> PsipDecoder::take_rating_regions() {
+std::vector<RatingRegionTable> PsipDecoder::takeRatingRegions() {
   return std::exchange(impl_->regions, {});
 }
 
-bool PsipDecoder::take_guide_change() { return std::exchange(impl_->guide_changed, false); }
+bool PsipDecoder::takeGuideChange() { return std::exchange(impl_->guideChanged, false); }
 
-std::optional<uint8_t> PsipDecoder::gps_utc_offset() const { return impl_->offset; }
+std::optional<uint8_t> PsipDecoder::gpsUtcOffset() const { return impl_->offset; }
 
 const GuideTables& PsipDecoder::guide() const {
-  if (impl_->guide_stale) impl_->build_guide();
+  if (impl_->guideStale) impl_->buildGuide();
   return impl_->guide;
 }
 
-bool PsipDecoder::guide_complete() const { return impl_->complete; }
+bool PsipDecoder::guideComplete() const { return impl_->complete; }
 
-bool PsipDecoder::guide_settled() const {
+bool PsipDecoder::guideSettled() const {
   const auto settled = [](const auto& pids) {
     return std::all_of(pids.begin(), pids.end(),
                        [](const auto& p) { return p.second.carousel.settled(); });
   };
-  return impl_->mgt_crc && settled(impl_->eits) && settled(impl_->etts);
+  return impl_->mgtCrc && settled(impl_->eits) && settled(impl_->etts);
 }
 
 }  // namespace atschost

@@ -16,39 +16,39 @@ constexpr uint16_t kReplacement = 0xFFFD;
 constexpr uint8_t kModeScsu = 0x3E;
 constexpr uint8_t kModeUtf16 = 0x3F;
 
-bool is_high_surrogate(uint32_t unit) { return (unit & 0xFC00) == 0xD800; }
-bool is_low_surrogate(uint32_t unit) { return (unit & 0xFC00) == 0xDC00; }
+bool isHighSurrogate(uint32_t unit) { return (unit & 0xFC00) == 0xD800; }
+bool isLowSurrogate(uint32_t unit) { return (unit & 0xFC00) == 0xDC00; }
 
 // A text of bounded length, in which halves of surrogate pairs without their other half are
 // replaced.
 class TextBuilder {
  public:
-  explicit TextBuilder(size_t max_bytes) : max_bytes_(max_bytes) {}
+  explicit TextBuilder(size_t maxBytes) : maxBytes_(maxBytes) {}
 
-  void add_unit(uint16_t unit) {
-    const bool completes = high_ && is_low_surrogate(unit);
+  void addUnit(uint16_t unit) {
+    const bool completes = high_ && isLowSurrogate(unit);
     if (completes) {
       add(*std::exchange(high_, std::nullopt), unit);
       return;
     }
     if (std::exchange(high_, std::nullopt)) add(kReplacement);
-    if (is_high_surrogate(unit)) {
+    if (isHighSurrogate(unit)) {
       high_ = unit;
-    } else if (is_low_surrogate(unit)) {
+    } else if (isLowSurrogate(unit)) {
       add(kReplacement);
     } else if (unit != 0) {
       add(unit);
     }
   }
 
-  void add_code_point(uint32_t code_point) {
-    if (code_point > 0x10FFFF) {
-      add_unit(kReplacement);
-    } else if (code_point > 0xFFFF) {
-      add_unit(static_cast<uint16_t>(0xD800 + ((code_point - 0x10000) >> 10)));
-      add_unit(static_cast<uint16_t>(0xDC00 + (code_point & 0x3FF)));
+  void addCodePoint(uint32_t codePoint) {
+    if (codePoint > 0x10FFFF) {
+      addUnit(kReplacement);
+    } else if (codePoint > 0xFFFF) {
+      addUnit(static_cast<uint16_t>(0xD800 + ((codePoint - 0x10000) >> 10)));
+      addUnit(static_cast<uint16_t>(0xDC00 + (codePoint & 0x3FF)));
     } else {
-      add_unit(static_cast<uint16_t>(code_point));
+      addUnit(static_cast<uint16_t>(codePoint));
     }
   }
 
@@ -62,7 +62,7 @@ class TextBuilder {
  private:
   template <typename... Units>
   void add(Units... units) {
-    full_ = full_ || text_.size() + 2 * sizeof...(units) > max_bytes_;
+    full_ = full_ || text_.size() + 2 * sizeof...(units) > maxBytes_;
     if (full_) return;
     for (const uint16_t unit : {units...}) {
       text_ += static_cast<char>(unit >> 8);
@@ -70,15 +70,14 @@ class TextBuilder {
     }
   }
 
-  const size_t max_bytes_;
+  const size_t maxBytes_;
   std::string text_;
   std::optional<uint16_t> high_;
   bool full_ = false;
 };
 
 // Huffman coding of A/65 Annex C. A string ends with its terminator or with the segment.
-void decode_huffman(const HuffmanTrees& trees, const uint8_t* data, size_t size,
-                    TextBuilder& text) {
+void decodeHuffman(const HuffmanTrees& trees, const uint8_t* data, size_t size, TextBuilder& text) {
   const size_t bits = 8 * size;
   size_t at = 0;
   const auto bit = [&] {
@@ -108,7 +107,7 @@ void decode_huffman(const HuffmanTrees& trees, const uint8_t* data, size_t size,
       if (character == kEscape) character = literal();
     }
     if (character == 0) return;
-    text.add_unit(character);
+    text.addUnit(character);
   }
 }
 
@@ -120,29 +119,29 @@ class ScsuDecoder {
   void decode() {
     while (in_.left() > 0 && !text_.full()) {
       const uint8_t byte = in_.u8();
-      if (!(unicode_ ? unicode_mode(byte) : single_byte_mode(byte))) return;
+      if (!(unicode_ ? unicodeMode(byte) : singleByteMode(byte))) return;
     }
   }
 
  private:
   // Both return false at what has no meaning: nothing after it can be trusted.
-  bool single_byte_mode(uint8_t byte) {
+  bool singleByteMode(uint8_t byte) {
     if (byte >= 0x80) {
-      text_.add_code_point(dynamic_[active_] + byte - 0x80);
+      text_.addCodePoint(dynamic_[active_] + byte - 0x80);
     } else if (byte >= 0x20 || byte == 0x00 || byte == 0x09 || byte == 0x0A || byte == 0x0D) {
-      text_.add_unit(byte);
+      text_.addUnit(byte);
     } else if (byte <= 0x08) {  // SQn
       const size_t window = byte - 0x01u;
       const uint8_t quoted = in_.u8();
-      if (in_.passed_end()) return false;
-      text_.add_code_point(quoted < 0x80 ? kStatic[window] + quoted
-                                         : dynamic_[window] + quoted - 0x80);
+      if (in_.passedEnd()) return false;
+      text_.addCodePoint(quoted < 0x80 ? kStatic[window] + quoted
+                                       : dynamic_[window] + quoted - 0x80);
     } else if (byte >= 0x18) {  // SDn
       return define(byte - 0x18u);
     } else if (byte >= 0x10) {  // SCn
       active_ = byte - 0x10u;
     } else if (byte == 0x0B) {  // SDX
-      return define_extended();
+      return defineExtended();
     } else if (byte == 0x0E) {  // SQU
       return quote();
     } else if (byte == 0x0F) {  // SCU
@@ -153,16 +152,16 @@ class ScsuDecoder {
     return true;
   }
 
-  bool unicode_mode(uint8_t byte) {
+  bool unicodeMode(uint8_t byte) {
     if (byte < 0xE0 || byte > 0xF2) {
       const uint8_t low = in_.u8();
-      if (in_.passed_end()) return false;
-      text_.add_unit(static_cast<uint16_t>(byte << 8 | low));
+      if (in_.passedEnd()) return false;
+      text_.addUnit(static_cast<uint16_t>(byte << 8 | low));
       return true;
     }
     if (byte == 0xF0) return quote();  // UQU
     unicode_ = false;
-    if (byte == 0xF1) return define_extended();     // UDX
+    if (byte == 0xF1) return defineExtended();      // UDX
     if (byte >= 0xE8) return define(byte - 0xE8u);  // UDn; 0xF2 is reserved
     active_ = byte - 0xE0u;                         // UCn
     return true;
@@ -170,14 +169,14 @@ class ScsuDecoder {
 
   bool quote() {
     const uint16_t unit = in_.u16();
-    if (in_.passed_end()) return false;
-    text_.add_unit(unit);
+    if (in_.passedEnd()) return false;
+    text_.addUnit(unit);
     return true;
   }
 
   bool define(size_t window) {
     const uint8_t index = in_.u8();
-    if (in_.passed_end() || window >= dynamic_.size()) return false;
+    if (in_.passedEnd() || window >= dynamic_.size()) return false;
     constexpr std::array<uint32_t, 7> kSpecial = {0x00C0, 0x0250, 0x0370, 0x0530,
                                                   0x3040, 0x30A0, 0xFF60};
     uint32_t offset = 0;
@@ -195,9 +194,9 @@ class ScsuDecoder {
     return true;
   }
 
-  bool define_extended() {
+  bool defineExtended() {
     const uint16_t field = in_.u16();
-    if (in_.passed_end()) return false;
+    if (in_.passedEnd()) return false;
     active_ = field >> 13;
     dynamic_[active_] = 0x10000 + (field & 0x1FFFu) * 0x80;
     return true;
@@ -214,69 +213,69 @@ class ScsuDecoder {
 };
 
 // Modes that give the upper byte of every character (A/65 table 6.41).
-bool selects_page(uint8_t mode) {
+bool selectsPage(uint8_t mode) {
   return mode <= 0x06 || (mode >= 0x09 && mode <= 0x10) || (mode >= 0x20 && mode <= 0x27) ||
          (mode >= 0x30 && mode <= 0x33);
 }
 
-void decode_segment(uint8_t compression, uint8_t mode, ByteReader bytes, TextBuilder& text) {
+void decodeSegment(uint8_t compression, uint8_t mode, ByteReader bytes, TextBuilder& text) {
   if (compression == 1 || compression == 2) {
     if (mode == 0)
-      decode_huffman(compression == 1 ? kTitleTrees : kDescriptionTrees, bytes.data(), bytes.left(),
-                     text);
+      decodeHuffman(compression == 1 ? kTitleTrees : kDescriptionTrees, bytes.data(), bytes.left(),
+                    text);
   } else if (compression != 0) {
     return;
   } else if (mode == kModeUtf16) {
-    while (bytes.left() >= 2) text.add_unit(bytes.u16());
+    while (bytes.left() >= 2) text.addUnit(bytes.u16());
   } else if (mode == kModeScsu) {
     ScsuDecoder(bytes.data(), bytes.left(), text).decode();
-  } else if (selects_page(mode)) {
-    while (bytes.left() > 0) text.add_unit(static_cast<uint16_t>(mode << 8 | bytes.u8()));
+  } else if (selectsPage(mode)) {
+    while (bytes.left() > 0) text.addUnit(static_cast<uint16_t>(mode << 8 | bytes.u8()));
   }
 }
 
-bool is_english(uint32_t language) { return (language | 0x202020) == 0x656E67; }  // "eng"
+bool isEnglish(uint32_t language) { return (language | 0x202020) == 0x656E67; }  // "eng"
 
 }  // namespace
 
-std::string read_text(const uint8_t* data, size_t size, size_t max_bytes) {
+std::string readText(const uint8_t* data, size_t size, size_t maxBytes) {
   ByteReader in(data, size);
   std::string first;
-  for (unsigned strings = in.u8(); strings > 0 && !in.passed_end(); --strings) {
+  for (unsigned strings = in.u8(); strings > 0 && !in.passedEnd(); --strings) {
     const uint32_t language = in.u24();
-    const bool wanted = first.empty() || is_english(language);
-    TextBuilder text(wanted ? max_bytes : 0);
+    const bool wanted = first.empty() || isEnglish(language);
+    TextBuilder text(wanted ? maxBytes : 0);
     for (unsigned segments = in.u8(); segments > 0; --segments) {
       const uint8_t compression = in.u8();
       const uint8_t mode = in.u8();
       const ByteReader bytes = in.part(in.u8());
-      if (in.passed_end()) break;
-      if (wanted) decode_segment(compression, mode, bytes, text);
+      if (in.passedEnd()) break;
+      if (wanted) decodeSegment(compression, mode, bytes, text);
     }
     std::string decoded = text.finish();
     if (decoded.empty()) continue;
-    if (is_english(language)) return decoded;
+    if (isEnglish(language)) return decoded;
     first = std::move(decoded);
   }
   return first;
 }
 
-size_t whole_characters(const std::string& text, size_t max_bytes) {
-  if (text.size() <= max_bytes) return text.size() & ~size_t{1};
-  size_t size = max_bytes & ~size_t{1};
+size_t wholeCharacters(const std::string& text, size_t maxBytes) {
+  if (text.size() <= maxBytes) return text.size() & ~size_t{1};
+  size_t size = maxBytes & ~size_t{1};
   const auto* bytes = reinterpret_cast<const uint8_t*>(text.data());
-  if (size >= 2 && is_high_surrogate(read16(bytes + size - 2))) size -= 2;
+  if (size >= 2 && isHighSurrogate(read16(bytes + size - 2))) size -= 2;
   return size;
 }
 
-void copy_text(const std::string& text, multiple_lang_t& lent) {
-  const size_t size = lent.text ? whole_characters(text, lent.length) : 0;
+void copyText(const std::string& text, multiple_lang_t& lent) {
+  const size_t size = lent.text ? wholeCharacters(text, lent.length) : 0;
   if (size > 0) std::memcpy(lent.text, text.data(), size);
   lent.length = static_cast<uint16_t>(size);
   lent.encoding = AI_TEXT_UTF16BE;
 }
 
-std::string to_utf16(std::string_view ascii) {
+std::string toUtf16(std::string_view ascii) {
   std::string text;
   for (const char c : ascii) {
     text += '\0';

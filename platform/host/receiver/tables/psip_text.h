@@ -15,15 +15,15 @@ namespace atschost {
 // the first, of those that are not empty. Segments of an unknown compression or mode are left out;
 // nothing is read from a length on that passes the end. The result has no NUL and no half of a
 // surrogate pair.
-std::string read_text(const uint8_t* data, size_t size, size_t max_bytes);
+std::string readText(const uint8_t* data, size_t size, size_t maxBytes);
 
 // How many of the first `max_bytes` bytes of a text are whole characters.
-size_t whole_characters(const std::string& text, size_t max_bytes);
+size_t wholeCharacters(const std::string& text, size_t maxBytes);
 
 // Hands a text out in a buffer that a caller lends, cut to whole characters.
-void copy_text(const std::string& text, multiple_lang_t& lent);
+void copyText(const std::string& text, multiple_lang_t& lent);
 
-std::string to_utf16(std::string_view ascii);
+std::string toUtf16(std::string_view ascii);
 
 }  // namespace atschost
 

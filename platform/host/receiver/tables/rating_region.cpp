@@ -15,7 +15,7 @@ namespace {
 constexpr size_t kMaxRrtSize = 1024;
 
 // Whether a multiple_string_structure ends within its field.
-bool is_whole(ByteReader in) {
+bool isWhole(ByteReader in) {
   for (unsigned strings = in.u8(); strings > 0; --strings) {
     in.u24();  // ISO_639_language_code
     for (unsigned segments = in.u8(); segments > 0; --segments) {
@@ -23,16 +23,16 @@ bool is_whole(ByteReader in) {
       in.part(in.u8());
     }
   }
-  return !in.passed_end();
+  return !in.passedEnd();
 }
 
 // Reads a text with its length. False when it is broken.
-bool read_part(ByteReader& in, std::string& text) {
+bool readPart(ByteReader& in, std::string& text) {
   const ByteReader part = in.part(in.u8());
-  if (in.passed_end()) return false;
+  if (in.passedEnd()) return false;
   if (part.left() == 0) return true;
-  text = read_text(part.data(), part.left(), AIPC_TEXT_SIZE);
-  return is_whole(part);
+  text = readText(part.data(), part.left(), AIPC_TEXT_SIZE);
+  return isWhole(part);
 }
 
 struct StandardValue {
@@ -43,9 +43,9 @@ struct StandardValue {
 // Texts are Latin-1, the first 256 characters of Unicode.
 RatingRegion::Dimension dimension(std::string_view name, bool graduated,
                                   std::initializer_list<StandardValue> values) {
-  RatingRegion::Dimension dimension{to_utf16(name), graduated, {}};
+  RatingRegion::Dimension dimension{toUtf16(name), graduated, {}};
   for (const StandardValue& value : values)
-    dimension.values.push_back({to_utf16(value.abbreviation), to_utf16(value.text)});
+    dimension.values.push_back({toUtf16(value.abbreviation), toUtf16(value.text)});
   return dimension;
 }
 
@@ -56,10 +56,10 @@ RatingRegion::Dimension flag(std::string_view name, std::string_view value) {
 
 }  // namespace
 
-const char* read_rating_region(const uint8_t* section, size_t size, RatingRegion& region) {
+const char* readRatingRegion(const uint8_t* section, size_t size, RatingRegion& region) {
   if (size < 3 || section[0] != kRrtId || size != read12(section + 1) + 3u) return "RRT is none";
   if (size > kMaxRrtSize) return "RRT section is too long";
-  if (const char* fault = section_header_fault(section, size)) return fault;
+  if (const char* fault = sectionHeaderFault(section, size)) return fault;
   region.number = section[4];
   region.version = section[5] >> 1 & 0x1F;
   if (region.number == 0) return "RRT has no region";
@@ -69,29 +69,29 @@ const char* read_rating_region(const uint8_t* section, size_t size, RatingRegion
 
   constexpr const char* kBrokenText = "RRT has a broken text";
   constexpr const char* kPassesEnd = "RRT passes the end";
-  const auto fault = [&] { return in.passed_end() ? kPassesEnd : kBrokenText; };
-  if (!read_part(in, region.name)) return fault();
+  const auto fault = [&] { return in.passedEnd() ? kPassesEnd : kBrokenText; };
+  if (!readPart(in, region.name)) return fault();
   unsigned dimensions = in.u8();  // dimensions_defined
-  if (in.passed_end()) return kPassesEnd;
+  if (in.passedEnd()) return kPassesEnd;
   if (dimensions == 0) return "RRT defines nothing";
   for (; dimensions > 0; --dimensions) {
     RatingRegion::Dimension& dimension = region.dimensions.emplace_back();
-    if (!read_part(in, dimension.name)) return fault();
+    if (!readPart(in, dimension.name)) return fault();
     const uint8_t field = in.u8();
     dimension.graduated = field & 0x10;  // graduated_scale
     for (unsigned values = field & 0x0F; values > 0; --values) {
       RatingRegion::Value& value = dimension.values.emplace_back();
-      if (!read_part(in, value.abbreviation) || !read_part(in, value.text)) return fault();
+      if (!readPart(in, value.abbreviation) || !readPart(in, value.text)) return fault();
     }
   }
   in.part(in.u16() & 0x03FF);  // descriptors
-  return in.passed_end() ? kPassesEnd : nullptr;
+  return in.passedEnd() ? kPassesEnd : nullptr;
 }
 
-std::vector<RatingRegion> standard_rating_regions() {
+std::vector<RatingRegion> standardRatingRegions() {
   RatingRegion us;
   us.number = AIPC_REGION_US;
-  us.name = to_utf16("U.S. (50 states + possessions)");
+  us.name = toUtf16("U.S. (50 states + possessions)");
   us.dimensions = {
       dimension("Entire Audience", true,
                 {{"", ""},
@@ -119,7 +119,7 @@ std::vector<RatingRegion> standard_rating_regions() {
   };
   RatingRegion canada;
   canada.number = AIPC_REGION_CANADA;
-  canada.name = to_utf16("Canada");
+  canada.name = toUtf16("Canada");
   canada.dimensions = {
       dimension("Canadian English Language Rating", true,
                 {{"E", "Exempt"},

@@ -31,10 +31,10 @@ constexpr uint8_t kRrtId = 0xCA;
 
 // Reads a rating region table; what `section` points to need not be one. Returns null, or the fault
 // for which the table is of no use; `region` is then whatever was read of it.
-const char* read_rating_region(const uint8_t* section, size_t size, RatingRegion& region);
+const char* readRatingRegion(const uint8_t* section, size_t size, RatingRegion& region);
 
 // The regions that are known without any table, 1 and 2, as CEA-766 defines them.
-std::vector<RatingRegion> standard_rating_regions();
+std::vector<RatingRegion> standardRatingRegions();
 
 }  // namespace atschost
 

@@ -10,7 +10,7 @@ namespace atschost {
 
 // The name as the service list keeps it: UTF-16BE, whole pairs of surrogates only, at most 64 code
 // units. Single-byte text is UTF-8 where it is valid UTF-8, else Latin-1. A NUL ends it.
-std::string service_name(const multiple_lang_t& text);
+std::string serviceName(const multiple_lang_t& text);
 
 }  // namespace atschost
 

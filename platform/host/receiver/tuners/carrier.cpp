@@ -35,7 +35,7 @@ class CarrierReader {
   // Returns the errno of a failed read, else 0.
   int read(int fd, const std::atomic<bool>& stop, bool whole) {
     std::vector<uint8_t> chunk(kChunk);
-    bool second_look = false;
+    bool secondLook = false;
     size_t total = 0;
     while (total < kReadLimit && (whole || !enough()) && !stop) {
       const ssize_t got = ::read(fd, chunk.data(), chunk.size());
@@ -47,13 +47,13 @@ class CarrierReader {
         continue;
       }
       demux_.finish();
-      psip_.end_pass();
-      const bool missed_some = psi_.missed_some() || (mgt_seen_ && !psip_.guide_settled());
-      if (second_look || !missed_some || lseek(fd, 0, SEEK_SET) != 0) break;
-      second_look = true;
+      psip_.endPass();
+      const bool missedSome = psi_.missedSome() || (mgtSeen_ && !psip_.guideSettled());
+      if (secondLook || !missedSome || lseek(fd, 0, SEEK_SET) != 0) break;
+      secondLook = true;
       total = 0;
     }
-    if (total >= kReadLimit) psip_.give_up_silent();
+    if (total >= kReadLimit) psip_.giveUpSilent();
     return 0;
   }
 
@@ -66,41 +66,41 @@ class CarrierReader {
     const char* fault = psi_.wants(pid) ? psi_.push(pid, section, size) : nullptr;
     if (fault || !psip_.wants(pid)) return fault;
     fault = psip_.push(pid, section, size);
-    mgt_seen_ |= !fault && section[0] == kMgtId;
-    if (const auto time = psip_.take_system_time())
+    mgtSeen_ |= !fault && section[0] == kMgtId;
+    if (const auto time = psip_.takeSystemTime())
       Clock::instance().remember(stream_, *time, std::chrono::steady_clock::now());
     return fault;
   }
 
   bool enough() {
     if (!psi_.complete()) return false;
-    if (services_at_ == 0) services_at_ = demux_.packets();
-    if (mgt_seen_) return psip_.guide_settled() && psip_.guide_complete() && psip_.gps_utc_offset();
-    return demux_.packets() - services_at_ > kMgtPatience;
+    if (servicesAt_ == 0) servicesAt_ = demux_.packets();
+    if (mgtSeen_) return psip_.guideSettled() && psip_.guideComplete() && psip_.gpsUtcOffset();
+    return demux_.packets() - servicesAt_ > kMgtPatience;
   }
 
   const StreamId stream_;
   PsiDecoder psi_;
   PsipDecoder psip_;
   Demux demux_;
-  bool mgt_seen_ = false;
-  uint64_t services_at_ = 0;  // packets read when the services were complete
+  bool mgtSeen_ = false;
+  uint64_t servicesAt_ = 0;  // packets read when the services were complete
 };
 
 }  // namespace
 
-CarrierResult read_carrier(uint32_t source, uint32_t frequency, const std::atomic<bool>& stop,
-                           bool whole) {
+CarrierResult readCarrier(uint32_t source, uint32_t frequency, const std::atomic<bool>& stop,
+                          bool whole) {
   CarrierResult result;
-  const std::string path = carrier_path(source, frequency);
+  const std::string path = carrierPath(source, frequency);
   if (path.empty()) return result;
-  const File file = open_regular(path);
+  const File file = openRegular(path);
   if (!file) {
     result.known = errno == ENOENT || errno == ENOTDIR;
     if (!result.known) log().Warn("%s: no lock: %m", path.c_str());
     return result;
   }
-  result.stream = stream_id(path, file);
+  result.stream = streamId(path, file);
   if (!result.stream) {
     log().Warn("%s: no lock: %m", path.c_str());
     return result;
@@ -117,17 +117,17 @@ CarrierResult read_carrier(uint32_t source, uint32_t frequency, const std::atomi
   }
   result.known = true;
   const CarrierTables& tables = reader.tables();
-  result.services = build_services(tables, source, frequency);
+  result.services = buildServices(tables, source, frequency);
   result.guide = reader.psip().guide();
-  result.guide_complete = reader.psip().guide_complete();
-  result.gps_utc_offset = reader.psip().gps_utc_offset();
-  result.rating_regions = reader.psip().take_rating_regions();
+  result.guideComplete = reader.psip().guideComplete();
+  result.gpsUtcOffset = reader.psip().gpsUtcOffset();
+  result.ratingRegions = reader.psip().takeRatingRegions();
 
   log().Info("%s: %llu packets, VCT %s, PAT %s, %zu PMTs: %zu services; %zu EITs", path.c_str(),
              static_cast<unsigned long long>(reader.demux().packets()),
              tables.vct ? "found" : "none", tables.pat ? "found" : "none", tables.pmts.size(),
              result.services.size(), result.guide.eits.size());
-  if (const std::string faults = reader.demux().take_faults(); !faults.empty())
+  if (const std::string faults = reader.demux().takeFaults(); !faults.empty())
     log().Warn("%s: %s", path.c_str(), faults.c_str());
   return result;
 }

@@ -24,17 +24,17 @@ struct CarrierResult {
   std::vector<Service> services;
   std::optional<StreamId> stream;
   GuideTables guide;
-  bool guide_complete = false;  // as PsipDecoder::guide_complete()
-  std::optional<uint8_t> gps_utc_offset;
-  std::vector<RatingRegionTable> rating_regions;
+  bool guideComplete = false;  // as PsipDecoder::guideComplete()
+  std::optional<uint8_t> gpsUtcOffset;
+  std::vector<RatingRegionTable> ratingRegions;
 };
 
 // Tunes to a carrier and reads until its services, all of its guide and the offset of its time are
 // known, all of it with `whole`, at most kReadLimit, but no longer than `stop` is false. A file
 // that ends too early is read a second time, for what came before the tables that tell of it. The
 // system time goes to the clock. Logs one line on what it found, with what was wrong. Any thread.
-CarrierResult read_carrier(uint32_t source, uint32_t frequency, const std::atomic<bool>& stop,
-                           bool whole = false);
+CarrierResult readCarrier(uint32_t source, uint32_t frequency, const std::atomic<bool>& stop,
+                          bool whole = false);
 
 }  // namespace atschost
 

@@ -20,14 +20,14 @@ constexpr std::chrono::seconds kInterval(1);
 GuideTuner::GuideTuner(ServiceList& services, Hooks hooks)
     : services_(services), hooks_(std::move(hooks)) {}
 
-GuideTuner::~GuideTuner() { shut_down(); }
+GuideTuner::~GuideTuner() { shutDown(); }
 
 void GuideTuner::start() {
   std::lock_guard<std::mutex> lock(mutex_);
-  if (!stop_ && !thread_.joinable()) thread_ = start_thread("guide tuner", [this] { run(); });
+  if (!stop_ && !thread_.joinable()) thread_ = startThread("guide tuner", [this] { run(); });
 }
 
-bool GuideTuner::begin_round() {
+bool GuideTuner::beginRound() {
   std::set<Carrier> carriers = listed();
   if (carriers.empty()) return false;
   start();
@@ -42,7 +42,7 @@ void GuideTuner::note(uint32_t source, uint32_t frequency, const StreamId& strea
   seen_[{source, frequency}] = {stream, {}};
 }
 
-void GuideTuner::shut_down() {
+void GuideTuner::shutDown() {
   std::unique_lock<std::mutex> lock(mutex_);
   stop_ = true;
   changed_.notify_all();
@@ -83,26 +83,26 @@ void GuideTuner::round() {
   for (const Carrier& carrier : listed()) {
     if (stop_) return;
     const auto [source, frequency] = carrier;
-    const bool is_asked = asked.count(carrier) != 0;
-    if (hooks_.is_received(source, frequency) || !(is_due(carrier) || is_asked)) continue;
+    const bool isAsked = asked.count(carrier) != 0;
+    if (hooks_.isReceived(source, frequency) || !(isDue(carrier) || isAsked)) continue;
     try {
-      CarrierResult found = read_carrier(source, frequency, stop_, is_asked);
+      CarrierResult found = readCarrier(source, frequency, stop_, isAsked);
       if (!found.known || !found.locked) continue;
       // What was replaced meanwhile is read in the next round, or has been by somebody else.
-      if (!(stream_id(found.stream->path) == found.stream)) continue;
+      if (!(streamId(found.stream->path) == found.stream)) continue;
       hooks_.take(source, frequency, found);
     } catch (const std::exception& e) {
-      log().Error("%s %u Hz: guide: %s", modulation_name(source), frequency, e.what());
+      log().Error("%s %u Hz: guide: %s", modulationName(source), frequency, e.what());
     }
   }
-  hooks_.round_ended();
+  hooks_.roundEnded();
 }
 
 // Whether the carrier's file is not the one that was read. A file that is being written counts once
 // it stays as it is.
-bool GuideTuner::is_due(const Carrier& carrier) {
-  const std::string path = carrier_path(carrier.first, carrier.second);
-  const auto present = path.empty() ? std::nullopt : stream_id(path);
+bool GuideTuner::isDue(const Carrier& carrier) {
+  const std::string path = carrierPath(carrier.first, carrier.second);
+  const auto present = path.empty() ? std::nullopt : streamId(path);
   std::lock_guard<std::mutex> lock(mutex_);
   if (!present) {
     seen_.erase(carrier);
@@ -110,7 +110,7 @@ bool GuideTuner::is_due(const Carrier& carrier) {
   }
   Seen& seen = seen_[carrier];
   if (*present == seen.read) return false;
-  if (present->same_file(seen.read) && !(*present == seen.changing)) {
+  if (present->sameFile(seen.read) && !(*present == seen.changing)) {
     seen.changing = *present;
     return false;
   }

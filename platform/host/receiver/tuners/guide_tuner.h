@@ -24,10 +24,10 @@ class GuideTuner {
  public:
   struct Hooks {
     // Whether somebody else receives the carrier.
-    std::function<bool(uint32_t source, uint32_t frequency)> is_received;
+    std::function<bool(uint32_t source, uint32_t frequency)> isReceived;
     std::function<void(uint32_t source, uint32_t frequency, CarrierResult& found)> take;
     // A round through the list is over, whether anything was read or not.
-    std::function<void()> round_ended;
+    std::function<void()> roundEnded;
   };
 
   GuideTuner(ServiceList& services, Hooks hooks);
@@ -38,13 +38,13 @@ class GuideTuner {
 
   // Begins a round now that reads every listed carrier, even if it has been read, and longer than
   // for its guide: what comes rarely may be there. Starts the thread. False when nothing is listed.
-  bool begin_round();
+  bool beginRound();
 
   // A carrier was read by somebody else.
   void note(uint32_t source, uint32_t frequency, const StreamId& stream);
 
   // Stops for good and joins the thread.
-  void shut_down();
+  void shutDown();
 
  private:
   using Carrier = std::pair<uint32_t, uint32_t>;  // source and frequency
@@ -56,14 +56,14 @@ class GuideTuner {
   void run();
   void round();
   std::set<Carrier> listed() const;
-  bool is_due(const Carrier& carrier);
+  bool isDue(const Carrier& carrier);
 
   ServiceList& services_;
   const Hooks hooks_;
   std::mutex mutex_;  // of all below
   std::condition_variable changed_;
   std::map<Carrier, Seen> seen_;
-  std::set<Carrier> asked_;        // those that begin_round() wants to be read
+  std::set<Carrier> asked_;        // those that beginRound() wants to be read
   std::atomic<bool> stop_{false};  // also read while a carrier is being read
   std::thread thread_;
 };

@@ -61,7 +61,7 @@ class LiveTuner::Session {
         source_(service.source),
         frequency_(service.frequency),
         tuning_(tuning),
-        alerts_(tuner.events_, tuner.alert_settings_, service.source) {}
+        alerts_(tuner.events_, tuner.alertSettings_, service.source) {}
 
   void run();
 
@@ -76,10 +76,10 @@ class LiveTuner::Session {
     action();
     return true;
   }
-  bool is_tuned() {
+  bool isTuned() {
     return while_tuned([] {});
   }
-  void pause_until(Instant instant) {
+  void pauseUntil(Instant instant) {
     std::unique_lock<std::mutex> lock(tuner_.mutex_);
     tuner_.changed_.wait_until(lock, instant, [this] { return tuner_.tuning_ != tuning_; });
   }
@@ -87,8 +87,8 @@ class LiveTuner::Session {
   void raise(AFW_event_t event) {
     while_tuned([&] { tuner_.events_.raise(event); });
   }
-  void set_locked(bool locked);
-  void check_transition();
+  void setLocked(bool locked);
+  void checkTransition();
 
   LiveTuner& tuner_;
   const uint32_t source_;
@@ -96,8 +96,8 @@ class LiveTuner::Session {
   const uint64_t tuning_;
   Alerts alerts_;
   // The clock when the present programme was looked for last, and of which service.
-  uint32_t looked_at_ = 0;
-  std::optional<ServiceKey> looked_for_;
+  uint32_t lookedAt_ = 0;
+  std::optional<ServiceKey> lookedFor_;
 };
 
 // One content of the carrier's file.
@@ -110,37 +110,35 @@ class LiveTuner::Stream {
         psi_(std::make_unique<PsiDecoder>(session.source_)),
         demux_([this](uint16_t pid) { return psi_->wants(pid) || psip_.wants(pid); },
                [this](uint16_t pid, const uint8_t* section, size_t size) {
-                 const char* fault = push_psip(pid, section, size);
-                 const char* other = push_psi(pid, section, size);
+                 const char* fault = pushPsip(pid, section, size);
+                 const char* other = pushPsi(pid, section, size);
                  return fault ? fault : other;
                },
-               [this](const uint8_t* packet) { on_packet(packet); }) {}
+               [this](const uint8_t* packet) { onPacket(packet); }) {}
 
   // Until the carrier is left or the file is another one.
   void run();
 
  private:
-  void on_packet(const uint8_t* packet);
-  const char* push_psip(uint16_t pid, const uint8_t* section, size_t size);
-  const char* push_psi(uint16_t pid, const uint8_t* section, size_t size);
-  void take_time();
-  void follow_time();
-  bool read_burst(size_t packets, size_t& got);
-  bool has_changed();
-  bool has_tables() const {
-    return psi_->complete() && psip_.guide_complete() && psip_.gps_utc_offset();
+  void onPacket(const uint8_t* packet);
+  const char* pushPsip(uint16_t pid, const uint8_t* section, size_t size);
+  const char* pushPsi(uint16_t pid, const uint8_t* section, size_t size);
+  void takeTime();
+  void followTime();
+  bool readBurst(size_t packets, size_t& got);
+  bool hasChanged();
+  bool hasTables() const {
+    return psi_->complete() && psip_.guideComplete() && psip_.gpsUtcOffset();
   }
-  void end_head();
+  void endHead();
   void update();
   enum Level { kNothing, kSettled, kComplete };  // of what is known of the services
   Level level() const;
-  void update_advisories();
-  void update_services();
-  bool may_replace_services(const std::vector<Service>& found) const;
-  void update_guide();
-  std::optional<uint32_t> station_time() const {
-    return Clock::instance().station_time(id_, now());
-  }
+  void updateAdvisories();
+  void updateServices();
+  bool mayReplaceServices(const std::vector<Service>& found) const;
+  void updateGuide();
+  std::optional<uint32_t> stationTime() const { return Clock::instance().stationTime(id_, now()); }
 
   // Identity of a section: PID, table_id, table_id_extension, section_number.
   using SectionKey = std::tuple<uint16_t, uint8_t, uint16_t, uint8_t>;
@@ -150,41 +148,41 @@ class LiveTuner::Stream {
   const StreamId id_;
   StreamId changing_;  // what the file was seen to become
   std::vector<uint8_t> chunk_ = std::vector<uint8_t>(kMaxBurst * kPacketSize);
-  bool read_failed_ = false;
+  bool readFailed_ = false;
   bool locked_ = false;
-  bool in_head_ = true;  // what is read first, and fast
+  bool inHead_ = true;   // what is read first, and fast
   unsigned passes_ = 0;  // read to the end
   size_t total_ = 0;     // bytes read
   Pace pace_;
 
   std::unique_ptr<PsiDecoder> psi_;
   std::map<SectionKey, uint32_t> sections_;  // CRC_32 of those of which services are made
-  unsigned psi_first_pass_ = 0;              // passes_ and total_ when the decoder was made
-  size_t psi_first_byte_ = 0;
-  bool had_pat_ = false;
-  Level services_taken_ = kNothing;                // of this decoder
-  std::pair<size_t, bool> advisories_taken_ = {};  // number of PMTs, and whether these are all
-  unsigned service_round_ = 0;                     // of the tuner's, taken last
+  unsigned psiFirstPass_ = 0;                // passes_ and total_ when the decoder was made
+  size_t psiFirstByte_ = 0;
+  bool hadPat_ = false;
+  Level servicesTaken_ = kNothing;                // of this decoder
+  std::pair<size_t, bool> advisoriesTaken_ = {};  // number of PMTs, and whether these are all
+  unsigned serviceRound_ = 0;                     // of the tuner's, taken last
 
   PsipDecoder psip_;
   std::optional<SystemTime> time_;  // received and not followed yet
-  Instant next_time_;               // not followed again before
-  bool time_told_ = false;
-  int mgt_version_ = -1;
-  size_t mgt_byte_ = 0;  // total_ when that version came
-  bool guide_complete_told_ = false;
-  std::optional<uint8_t> guide_offset_;
+  Instant nextTime_;                // not followed again before
+  bool timeTold_ = false;
+  int mgtVersion_ = -1;
+  size_t mgtByte_ = 0;  // total_ when that version came
+  bool guideCompleteTold_ = false;
+  std::optional<uint8_t> guideOffset_;
 
   Demux demux_;  // last: it hands sections to what is above
 };
 
 void LiveTuner::Session::run() {
   int told = 0;
-  while (is_tuned()) {
-    const std::string path = carrier_path(source_, frequency_);
+  while (isTuned()) {
+    const std::string path = carrierPath(source_, frequency_);
     errno = ENOENT;
-    const File file = path.empty() ? File() : open_regular(path);
-    const auto id = file ? stream_id(path, file) : std::nullopt;
+    const File file = path.empty() ? File() : openRegular(path);
+    const auto id = file ? streamId(path, file) : std::nullopt;
     if (id) {
       Stream(*this, file, *id).run();
       continue;
@@ -194,22 +192,22 @@ void LiveTuner::Session::run() {
       told = error;
     }
     alerts_.stop();
-    set_locked(false);
+    setLocked(false);
     tuner_.looked_();
-    pause_until(now() + kTick);
+    pauseUntil(now() + kTick);
   }
   alerts_.stop();
 }
 
-void LiveTuner::Session::set_locked(bool locked) {
+void LiveTuner::Session::setLocked(bool locked) {
   while_tuned([&] {
     if (tuner_.locked_ == locked) return;
     tuner_.locked_ = locked;
     if (!locked) {
       tuner_.advisories_.clear();
-      tuner_.head_read_ = false;
+      tuner_.headRead_ = false;
     }
-    log().Info("%s %u Hz: %s", modulation_name(source_), frequency_,
+    log().Info("%s %u Hz: %s", modulationName(source_), frequency_,
                locked ? "locked" : "no signal");
     tuner_.events_.raise(locked ? AFW_TUNER_LOCKED : AFW_TUNER_UNLOCKED);
     tuner_.events_.raise(locked ? AFW_CHANNEL_PLAY_SUCCESS : AFW_CHANNEL_PLAY_FAILURE);
@@ -217,23 +215,23 @@ void LiveTuner::Session::set_locked(bool locked) {
 }
 
 // A programme of the current service that began between the last look and this one.
-void LiveTuner::Session::check_transition() {
+void LiveTuner::Session::checkTransition() {
   const uint32_t time = Clock::instance().now();
-  const uint32_t before = std::exchange(looked_at_, time);
+  const uint32_t before = std::exchange(lookedAt_, time);
   std::optional<ServiceKey> key;
   while_tuned([&] { key = tuner_.service_; });
   if (!key) return;
-  const bool same = looked_for_ == key;
-  looked_for_ = key;
+  const bool same = lookedFor_ == key;
+  lookedFor_ = key;
   if (!same || time <= before || time - before > kLongestStep) return;
-  uint16_t source_id = 0;
+  uint16_t sourceId = 0;
   tuner_.services_.visit(key->source, [&](const Service& service) {
     if (!(service.key == *key)) return true;
-    source_id = service.source_id;
+    sourceId = service.sourceId;
     return false;
   });
-  if (source_id == 0) return;
-  const auto events = tuner_.guide_.events(key->source, key->frequency, source_id);
+  if (sourceId == 0) return;
+  const auto events = tuner_.guide_.events(key->source, key->frequency, sourceId);
   const auto next =
       std::upper_bound(events->begin(), events->end(), before,
                        [](uint32_t t, const ShownEvent& event) { return t < event.start; });
@@ -241,54 +239,54 @@ void LiveTuner::Session::check_transition() {
 }
 
 void LiveTuner::Stream::run() {
-  Instant next_tick = now() + kTick;
-  Instant next_update = now() + kUpdateInterval;
-  Instant pass_begin = now();
+  Instant nextTick = now() + kTick;
+  Instant nextUpdate = now() + kUpdateInterval;
+  Instant passBegin = now();
   Instant due = now();  // of the next burst
-  bool was_fast = true;
-  while (session_.is_tuned()) {
-    if (now() >= next_tick) {
-      next_tick = now() + kTick;
-      if (has_changed()) return;
-      follow_time();
-      session_.alerts_.check(now(), station_time());
-      session_.check_transition();
-      update_advisories();
+  bool wasFast = true;
+  while (session_.isTuned()) {
+    if (now() >= nextTick) {
+      nextTick = now() + kTick;
+      if (hasChanged()) return;
+      followTime();
+      session_.alerts_.check(now(), stationTime());
+      session_.checkTransition();
+      updateAdvisories();
       session_.tuner_.looked_();
     }
-    if (!in_head_ && now() >= next_update) {
-      next_update = now() + kUpdateInterval;
+    if (!inHead_ && now() >= nextUpdate) {
+      nextUpdate = now() + kUpdateInterval;
       update();
     }
 
-    const bool fast = in_head_ || atschost::fast();
-    const double rate = pace_.packets_per_second();
+    const bool fast = inHead_ || atschost::fast();
+    const double rate = pace_.packetsPerSecond();
     const auto burst = static_cast<size_t>(rate * kBurst.count() / 1000);
     size_t got = 0;
-    const bool more = read_burst(fast ? kMaxBurst : std::clamp<size_t>(burst, 1, kMaxBurst), got);
-    if (in_head_ && more && (total_ >= kReadLimit || has_tables())) end_head();
+    const bool more = readBurst(fast ? kMaxBurst : std::clamp<size_t>(burst, 1, kMaxBurst), got);
+    if (inHead_ && more && (total_ >= kReadLimit || hasTables())) endHead();
     if (!more) {
       demux_.finish();
-      psip_.end_pass();
+      psip_.endPass();
       pace_.seam();
       ++passes_;
-      if (!locked_) session_.set_locked(false);  // there is not a single packet
+      if (!locked_) session_.setLocked(false);  // there is not a single packet
       // The second time shows what came before the tables that tell of it.
-      if (in_head_ && (passes_ == 2 || !locked_ || read_failed_)) end_head();
-      if (!in_head_) session_.pause_until(std::max<Instant>(pass_begin + kShortestPass, due));
-      pass_begin = due = now();
+      if (inHead_ && (passes_ == 2 || !locked_ || readFailed_)) endHead();
+      if (!inHead_) session_.pauseUntil(std::max<Instant>(passBegin + kShortestPass, due));
+      passBegin = due = now();
     } else if (!fast) {
-      if (was_fast || due + kLongestLag < now()) due = now();
+      if (wasFast || due + kLongestLag < now()) due = now();
       due += std::chrono::duration_cast<std::chrono::steady_clock::duration>(
           std::chrono::duration<double>(static_cast<double>(got) / kPacketSize / rate));
-      session_.pause_until(due);
+      session_.pauseUntil(due);
     }
-    was_fast = fast;
+    wasFast = fast;
   }
 }
 
 // Returns false at the end of the file, which begins anew.
-bool LiveTuner::Stream::read_burst(size_t packets, size_t& got) {
+bool LiveTuner::Stream::readBurst(size_t packets, size_t& got) {
   ssize_t result;
   do {
     result = ::read(file_.fd(), chunk_.data(), packets * kPacketSize);
@@ -299,48 +297,48 @@ bool LiveTuner::Stream::read_burst(size_t packets, size_t& got) {
     demux_.push(chunk_.data(), got);
     return true;
   }
-  if (result < 0 && !std::exchange(read_failed_, true))
+  if (result < 0 && !std::exchange(readFailed_, true))
     log().Warn("%s: reading: %m", id_.path.c_str());
-  if (lseek(file_.fd(), 0, SEEK_SET) != 0) read_failed_ = true;
+  if (lseek(file_.fd(), 0, SEEK_SET) != 0) readFailed_ = true;
   return false;
 }
 
 // Whether another content has taken the file's place. A file that is being written counts once it
 // stays as it is.
-bool LiveTuner::Stream::has_changed() {
-  const auto present = stream_id(id_.path);
+bool LiveTuner::Stream::hasChanged() {
+  const auto present = streamId(id_.path);
   if (!present) return true;
   if (*present == id_) return false;
   const bool settled = *present == changing_;
   changing_ = *present;
-  return settled || !present->same_file(id_);
+  return settled || !present->sameFile(id_);
 }
 
-void LiveTuner::Stream::on_packet(const uint8_t* packet) {
+void LiveTuner::Stream::onPacket(const uint8_t* packet) {
   if (!locked_) {
     locked_ = true;
-    session_.set_locked(true);
+    session_.setLocked(true);
   }
   pace_.packet(packet);
 }
 
-const char* LiveTuner::Stream::push_psip(uint16_t pid, const uint8_t* section, size_t size) {
+const char* LiveTuner::Stream::pushPsip(uint16_t pid, const uint8_t* section, size_t size) {
   if (!psip_.wants(pid)) return nullptr;
   if (const char* fault = psip_.push(pid, section, size)) return fault;
   switch (section[0]) {
     case kSystemTimeId:
-      take_time();
+      takeTime();
       break;
     case kMgtId:
-      if (size > 5 && section[5] & 1 && mgt_version_ != (section[5] >> 1 & 0x1F)) {
-        mgt_version_ = section[5] >> 1 & 0x1F;
-        mgt_byte_ = total_;
-        guide_complete_told_ = false;
+      if (size > 5 && section[5] & 1 && mgtVersion_ != (section[5] >> 1 & 0x1F)) {
+        mgtVersion_ = section[5] >> 1 & 0x1F;
+        mgtByte_ = total_;
+        guideCompleteTold_ = false;
       }
       break;
     case kCableAlertId:
-      if (const auto alert = psip_.take_alert(); alert && session_.is_tuned())
-        session_.alerts_.receive(*alert, now(), station_time());
+      if (const auto alert = psip_.takeAlert(); alert && session_.isTuned())
+        session_.alerts_.receive(*alert, now(), stationTime());
       break;
     default:
       break;
@@ -348,110 +346,110 @@ const char* LiveTuner::Stream::push_psip(uint16_t pid, const uint8_t* section, s
   return nullptr;
 }
 
-void LiveTuner::Stream::take_time() {
-  const auto time = psip_.take_system_time();
+void LiveTuner::Stream::takeTime() {
+  const auto time = psip_.takeSystemTime();
   if (!time) return;
-  pace_.system_time(time->gps_seconds);
+  pace_.systemTime(time->gpsSeconds);
   time_ = time;
-  follow_time();
+  followTime();
 }
 
-void LiveTuner::Stream::follow_time() {
+void LiveTuner::Stream::followTime() {
   const Instant present = now();
-  if (!time_ || present < next_time_) return;
-  next_time_ = present + kUpdateInterval;
+  if (!time_ || present < nextTime_) return;
+  nextTime_ = present + kUpdateInterval;
   const SystemTime time = *std::exchange(time_, std::nullopt);
   session_.while_tuned([&] {
     const Clock::Effect effect = Clock::instance().follow(id_, time, present);
     EventQueue& events = session_.tuner_.events_;
-    if (!time_told_ || effect.details_changed) events.raise_time(AFW_STT_UPDATE, time);
-    if (effect.time_changed) events.raise_time(AFW_TIME_CHANGE, time);
-    time_told_ = true;
+    if (!timeTold_ || effect.detailsChanged) events.raiseTime(AFW_STT_UPDATE, time);
+    if (effect.timeChanged) events.raiseTime(AFW_TIME_CHANGE, time);
+    timeTold_ = true;
   });
 }
 
 // Another version of a table of which services are made calls for a new decoder, which takes the
 // first version that it sees.
-const char* LiveTuner::Stream::push_psi(uint16_t pid, const uint8_t* section, size_t size) {
+const char* LiveTuner::Stream::pushPsi(uint16_t pid, const uint8_t* section, size_t size) {
   if (!psi_->wants(pid)) return nullptr;
   const uint8_t id = section[0];
-  const uint8_t vct_id = session_.source_ == AI_INPUT_CABLE ? 0xC9 : 0xC8;
-  const bool is_ours = pid == kPatPid        ? id == kPatId
-                       : pid == kPsipBasePid ? id == vct_id
-                                             : id == kPmtId;
-  if (!is_ours) return nullptr;
+  const uint8_t vctId = session_.source_ == AI_INPUT_CABLE ? 0xC9 : 0xC8;
+  const bool isOurs = pid == kPatPid        ? id == kPatId
+                      : pid == kPsipBasePid ? id == vctId
+                                            : id == kPmtId;
+  if (!isOurs) return nullptr;
   if (size < 12 || !(section[5] & 1)) return psi_->push(pid, section, size);
   const SectionKey key(pid, id, read16(section + 3), section[6]);
   const uint8_t* end = section + size;
   const uint32_t crc = uint32_t{read16(end - 4)} << 16 | read16(end - 2);
   const auto known = sections_.find(key);
   if (known == sections_.end() || known->second != crc) {
-    if (const char* fault = section_fault(section, size)) return fault;
-    const bool is_change = known != sections_.end() || services_taken_ != kNothing;
+    if (const char* fault = sectionFault(section, size)) return fault;
+    const bool isChange = known != sections_.end() || servicesTaken_ != kNothing;
     if (sections_.size() >= kMaxSections) sections_.clear();
     sections_[key] = crc;
-    if (is_change) {
+    if (isChange) {
       psi_ = std::make_unique<PsiDecoder>(session_.source_);
-      advisories_taken_ = {};
-      psi_first_pass_ = passes_;
-      psi_first_byte_ = total_;
-      services_taken_ = kNothing;
+      advisoriesTaken_ = {};
+      psiFirstPass_ = passes_;
+      psiFirstByte_ = total_;
+      servicesTaken_ = kNothing;
     }
   }
   const char* fault = psi_->push(pid, section, size);
-  had_pat_ |= psi_->tables().pat.has_value();
+  hadPat_ |= psi_->tables().pat.has_value();
   return fault;
 }
 
-void LiveTuner::Stream::end_head() {
-  in_head_ = false;
+void LiveTuner::Stream::endHead() {
+  inHead_ = false;
   update();
-  update_advisories();
-  session_.while_tuned([&] { session_.tuner_.head_read_ = true; });
+  updateAdvisories();
+  session_.while_tuned([&] { session_.tuner_.headRead_ = true; });
   session_.tuner_.looked_();
   const CarrierTables& tables = psi_->tables();
   log().Info("%s: VCT %s, PAT %s, %zu EITs; %.0f packets a second", id_.path.c_str(),
              tables.vct ? "found" : "none", tables.pat ? "found" : "none",
-             psip_.guide().eits.size(), pace_.packets_per_second());
+             psip_.guide().eits.size(), pace_.packetsPerSecond());
 }
 
 void LiveTuner::Stream::update() {
-  update_services();
-  update_guide();
-  session_.tuner_.regions_.receive(psip_.take_rating_regions());
-  if (const std::string faults = demux_.take_faults(); !faults.empty())
+  updateServices();
+  updateGuide();
+  session_.tuner_.regions_.receive(psip_.takeRatingRegions());
+  if (const std::string faults = demux_.takeFaults(); !faults.empty())
     log().Warn("%s: %s", id_.path.c_str(), faults.c_str());
 }
 
 LiveTuner::Stream::Level LiveTuner::Stream::level() const {
-  const bool seen_whole = passes_ - psi_first_pass_ >= 2 || total_ - psi_first_byte_ >= kReadLimit;
-  return psi_->complete() ? kComplete : seen_whole ? kSettled : kNothing;
+  const bool seenWhole = passes_ - psiFirstPass_ >= 2 || total_ - psiFirstByte_ >= kReadLimit;
+  return psi_->complete() ? kComplete : seenWhole ? kSettled : kNothing;
 }
 
 // What the PMTs say of the programmes that are on. Services whose PMT has not come again yet are
 // rated as they were.
-void LiveTuner::Stream::update_advisories() {
+void LiveTuner::Stream::updateAdvisories() {
   const CarrierTables& tables = psi_->tables();
   const std::pair<size_t, bool> state(tables.pmts.size(), level() != kNothing);
-  if (std::exchange(advisories_taken_, state) == state) return;
+  if (std::exchange(advisoriesTaken_, state) == state) return;
   session_.while_tuned([&] {
     auto& known = session_.tuner_.advisories_;
     if (state.second) known.clear();
     for (auto it = known.begin(); it != known.end();)
-      it = tables.pat && !tables.pat->pmt_pids.count(it->first) ? known.erase(it) : std::next(it);
+      it = tables.pat && !tables.pat->pmtPids.count(it->first) ? known.erase(it) : std::next(it);
     for (const auto& [program, streams] : tables.pmts) known.erase(program);
     for (const auto& [program, advisories] : tables.advisories) known[program] = advisories;
   });
 }
 
-void LiveTuner::Stream::update_services() {
+void LiveTuner::Stream::updateServices() {
   const Level level = this->level();
-  const unsigned round = session_.tuner_.service_rounds_;
-  if (std::exchange(service_round_, round) != round) services_taken_ = kNothing;
-  if (level <= services_taken_) return;
-  services_taken_ = level;
-  auto found = build_services(psi_->tables(), session_.source_, session_.frequency_);
-  if (level == kSettled && !may_replace_services(found)) return;
+  const unsigned round = session_.tuner_.serviceRounds_;
+  if (std::exchange(serviceRound_, round) != round) servicesTaken_ = kNothing;
+  if (level <= servicesTaken_) return;
+  servicesTaken_ = level;
+  auto found = buildServices(psi_->tables(), session_.source_, session_.frequency_);
+  if (level == kSettled && !mayReplaceServices(found)) return;
   LiveTuner& tuner = session_.tuner_;
   ServiceList::Change change;
   session_.while_tuned([&] {
@@ -460,81 +458,81 @@ void LiveTuner::Stream::update_services() {
   if (!change.any()) return;
   log().Info("%s: services: %zu deleted, %zu added, %zu changed", id_.path.c_str(), change.deleted,
              change.added, change.updated);
-  tuner.services_changed_();
+  tuner.servicesChanged_();
   for (size_t i = 0; i < change.deleted; ++i) tuner.events_.raise(AFW_SERVICE_DELETED);
   for (size_t i = 0; i < change.added; ++i) tuner.events_.raise(AFW_SERVICE_ADDED);
   for (size_t i = 0; i < change.updated; ++i) tuner.events_.raise(AFW_SERVICE_UPDATE);
   tuner.events_.raise(AFW_SERVICE_BUILD_COMPLETED);
   // Events of a service that is listed anew may be known already.
   std::vector<uint16_t> known;
-  for (const uint16_t id : change.source_ids)
+  for (const uint16_t id : change.sourceIds)
     if (!tuner.guide_.events(session_.source_, session_.frequency_, id)->empty())
       known.push_back(id);
-  tuner.events_.raise_guide_update(known);
+  tuner.events_.raiseGuideUpdate(known);
 }
 
 // Whether tables that never became complete are all that the carrier has, rather than what is left
 // of them.
-bool LiveTuner::Stream::may_replace_services(const std::vector<Service>& found) const {
+bool LiveTuner::Stream::mayReplaceServices(const std::vector<Service>& found) const {
   const CarrierTables& tables = psi_->tables();
-  if (tables.pat ? psi_->awaits_pmts() : had_pat_) {
+  if (tables.pat ? psi_->awaitsPmts() : hadPat_) {
     // Nothing is known to be gone; yet the VCT tells what the services are now. Those that were
     // added by hand stay anyway.
     std::set<ServiceKey> listed, received;
     for (const Service& service : found) received.insert(service.key);
     session_.tuner_.services_.visit(session_.source_, [&](const Service& service) {
-      const bool is_here = service.key.frequency == session_.frequency_;
-      if (is_here && (!service.added || received.count(service.key) != 0))
+      const bool isHere = service.key.frequency == session_.frequency_;
+      if (isHere && (!service.added || received.count(service.key) != 0))
         listed.insert(service.key);
       return true;
     });
-    return psi_->has_own_vct() && listed == received;
+    return psi_->hasOwnVct() && listed == received;
   }
   if (tables.vct) return true;
   if (!tables.pat) return false;
-  bool had_vct = false;
+  bool hadVct = false;
   session_.tuner_.services_.visit(session_.source_, [&](const Service& service) {
-    had_vct |= service.key.frequency == session_.frequency_ && !service.from_pmt;
-    return !had_vct;
+    hadVct |= service.key.frequency == session_.frequency_ && !service.fromPmt;
+    return !hadVct;
   });
-  return !had_vct;
+  return !hadVct;
 }
 
-void LiveTuner::Stream::update_guide() {
-  const auto offset = psip_.gps_utc_offset();
-  const bool changed = psip_.take_guide_change();
-  if (changed || offset != guide_offset_) {
-    guide_offset_ = offset;
+void LiveTuner::Stream::updateGuide() {
+  const auto offset = psip_.gpsUtcOffset();
+  const bool changed = psip_.takeGuideChange();
+  if (changed || offset != guideOffset_) {
+    guideOffset_ = offset;
     const GuideTables& tables = psip_.guide();
     session_.while_tuned([&] {
       LiveTuner& tuner = session_.tuner_;
-      tuner.events_.raise_guide_change(
+      tuner.events_.raiseGuideChange(
           tuner.guide_.update(session_.source_, session_.frequency_, tables, offset));
     });
   }
-  if (total_ - mgt_byte_ >= kReadLimit) psip_.give_up_silent();
-  if (!guide_complete_told_ && psip_.guide_complete()) {
-    guide_complete_told_ = true;
+  if (total_ - mgtByte_ >= kReadLimit) psip_.giveUpSilent();
+  if (!guideCompleteTold_ && psip_.guideComplete()) {
+    guideCompleteTold_ = true;
     session_.raise(AFW_EPG_COMPLETE);
   }
 }
 
 LiveTuner::LiveTuner(ServiceList& services, Guide& guide, RatingRegions& regions,
-                     const AlertSettings& alert_settings, EventQueue& events,
-                     std::function<void()> services_changed, std::function<void()> looked)
+                     const AlertSettings& alertSettings, EventQueue& events,
+                     std::function<void()> servicesChanged, std::function<void()> looked)
     : services_(services),
       guide_(guide),
       regions_(regions),
-      alert_settings_(alert_settings),
+      alertSettings_(alertSettings),
       events_(events),
-      services_changed_(std::move(services_changed)),
+      servicesChanged_(std::move(servicesChanged)),
       looked_(std::move(looked)) {}
 
-LiveTuner::~LiveTuner() { shut_down(); }
+LiveTuner::~LiveTuner() { shutDown(); }
 
 void LiveTuner::play(const ServiceKey& service) {
   std::lock_guard<std::mutex> lock(mutex_);
-  if (shut_down_) return;
+  if (shutDown_) return;
   const bool same =
       service_ && service_->source == service.source && service_->frequency == service.frequency;
   service_ = service;
@@ -542,12 +540,12 @@ void LiveTuner::play(const ServiceKey& service) {
     if (locked_) events_.raise(*locked_ ? AFW_CHANNEL_PLAY_SUCCESS : AFW_CHANNEL_PLAY_FAILURE);
     return;
   }
-  forget_carrier();
-  if (!thread_.joinable()) thread_ = start_thread("live tuner", [this] { run(); });
+  forgetCarrier();
+  if (!thread_.joinable()) thread_ = startThread("live tuner", [this] { run(); });
   changed_.notify_all();
 }
 
-void LiveTuner::report_failure() {
+void LiveTuner::reportFailure() {
   std::lock_guard<std::mutex> lock(mutex_);
   if (!service_) events_.raise(AFW_TUNER_UNLOCKED);
   events_.raise(AFW_CHANNEL_PLAY_FAILURE);
@@ -557,43 +555,43 @@ void LiveTuner::stop() {
   std::lock_guard<std::mutex> lock(mutex_);
   if (!service_) return;
   service_.reset();
-  forget_carrier();
+  forgetCarrier();
   changed_.notify_all();
 }
 
 // Under the lock: another tuning begins, or none.
-void LiveTuner::forget_carrier() {
+void LiveTuner::forgetCarrier() {
   ++tuning_;
   locked_.reset();
-  head_read_ = false;
+  headRead_ = false;
   advisories_.clear();
 }
 
-bool LiveTuner::is_tuned_to(uint32_t source, uint32_t frequency) const {
+bool LiveTuner::isTunedTo(uint32_t source, uint32_t frequency) const {
   std::lock_guard<std::mutex> lock(mutex_);
   return service_ && service_->source == source && service_->frequency == frequency;
 }
 
 std::vector<Advisory> LiveTuner::advisories(const ServiceKey& service,
-                                            uint16_t program_number) const {
+                                            uint16_t programNumber) const {
   std::lock_guard<std::mutex> lock(mutex_);
   const bool tuned =
       service_ && service_->source == service.source && service_->frequency == service.frequency;
-  const auto found = tuned ? advisories_.find(program_number) : advisories_.end();
+  const auto found = tuned ? advisories_.find(programNumber) : advisories_.end();
   return found == advisories_.end() ? std::vector<Advisory>() : found->second;
 }
 
-bool LiveTuner::has_read(const ServiceKey& service) const {
+bool LiveTuner::hasRead(const ServiceKey& service) const {
   std::lock_guard<std::mutex> lock(mutex_);
   return service_ && service_->source == service.source &&
-         service_->frequency == service.frequency && (head_read_ || locked_ == false);
+         service_->frequency == service.frequency && (headRead_ || locked_ == false);
 }
 
-void LiveTuner::shut_down() {
+void LiveTuner::shutDown() {
   std::unique_lock<std::mutex> lock(mutex_);
-  shut_down_ = true;
+  shutDown_ = true;
   service_.reset();
-  forget_carrier();
+  forgetCarrier();
   changed_.notify_all();
   if (!thread_.joinable()) return;
   lock.unlock();
@@ -603,8 +601,8 @@ void LiveTuner::shut_down() {
 void LiveTuner::run() {
   std::unique_lock<std::mutex> lock(mutex_);
   for (;;) {
-    changed_.wait(lock, [this] { return shut_down_ || service_; });
-    if (shut_down_) return;
+    changed_.wait(lock, [this] { return shutDown_ || service_; });
+    if (shutDown_) return;
     const uint64_t tuning = tuning_;
     const ServiceKey service = *service_;
     lock.unlock();
@@ -612,7 +610,7 @@ void LiveTuner::run() {
       Session(*this, service, tuning).run();
       lock.lock();
     } catch (const std::exception& e) {
-      log().Error("%s %u Hz: receiving ended: %s", modulation_name(service.source),
+      log().Error("%s %u Hz: receiving ended: %s", modulationName(service.source),
                   service.frequency, e.what());
       lock.lock();
       changed_.wait(lock, [&] { return tuning_ != tuning; });

@@ -25,7 +25,7 @@ namespace atschost {
 // Reads the stream on a thread of its own, again and again, and raises events for what it tells:
 // lock, time, guide, changed services, alerts, rating regions. What comes first, the tables, is
 // read as fast as the file allows, so that a viewer need not wait; then the stream goes at its own
-// pace, or as fast as it can be read with a pause after each time (set_fast()). A file that is
+// pace, or as fast as it can be read with a pause after each time (setFast()). A file that is
 // replaced, removed or put back is noticed within a second. Any thread.
 class LiveTuner {
  public:
@@ -33,55 +33,55 @@ class LiveTuner {
   // carrier has made to the service list, before the events are; `looked` likewise, several times a
   // second while a carrier is tuned: other programmes may be on.
   LiveTuner(ServiceList& services, Guide& guide, RatingRegions& regions,
-            const AlertSettings& alert_settings, EventQueue& events,
-            std::function<void()> services_changed, std::function<void()> looked);
+            const AlertSettings& alertSettings, EventQueue& events,
+            std::function<void()> servicesChanged, std::function<void()> looked);
   ~LiveTuner();
 
   // Tunes to the carrier of a service. Where it is tuned already it stays so.
   void play(const ServiceKey& service);
   // A service was not tuned to: its carrier is gone.
-  void report_failure();
+  void reportFailure();
   // Leaves the carrier. No table of it changes the service list afterwards.
   void stop();
 
   // The service list was read anew: the carrier tells it again what it has.
-  void tell_services() { ++service_rounds_; }
+  void tellServices() { ++serviceRounds_; }
 
-  bool is_tuned_to(uint32_t source, uint32_t frequency) const;
+  bool isTunedTo(uint32_t source, uint32_t frequency) const;
 
   // How the PMT of a service rates what is on: nothing unless its carrier is tuned.
-  std::vector<Advisory> advisories(const ServiceKey& service, uint16_t program_number) const;
+  std::vector<Advisory> advisories(const ServiceKey& service, uint16_t programNumber) const;
   // Whether the carrier of a service is tuned and its tables have been read, or nothing is
   // received.
-  bool has_read(const ServiceKey& service) const;
+  bool hasRead(const ServiceKey& service) const;
 
   // Stops for good and joins the thread.
-  void shut_down();
+  void shutDown();
 
  private:
   class Session;
   class Stream;
 
   void run();
-  void forget_carrier();
+  void forgetCarrier();
 
   ServiceList& services_;
   Guide& guide_;
   RatingRegions& regions_;
-  const AlertSettings& alert_settings_;
+  const AlertSettings& alertSettings_;
   EventQueue& events_;
-  const std::function<void()> services_changed_;
+  const std::function<void()> servicesChanged_;
   const std::function<void()> looked_;
 
-  std::atomic<unsigned> service_rounds_{0};  // how often tell_services() was called
+  std::atomic<unsigned> serviceRounds_{0};  // how often tellServices() was called
   mutable std::mutex mutex_;  // of all below; taken before those of service list and guide
   std::condition_variable changed_;
   std::optional<ServiceKey> service_;  // being played
   uint64_t tuning_ = 0;                // number of the present tuning, another one after each stop
   std::optional<bool> locked_;         // not known yet after tuning
-  bool head_read_ = false;             // the tables that come first, of this tuning
+  bool headRead_ = false;              // the tables that come first, of this tuning
   std::map<uint16_t, std::vector<Advisory>> advisories_;  // by program number, of the PMTs
-  bool shut_down_ = false;
+  bool shutDown_ = false;
   std::thread thread_;
 };
 

@@ -26,21 +26,21 @@ struct Scanner::Job {
 
 Scanner::Scanner(ServiceList& list, Hooks hooks) : list_(list), hooks_(std::move(hooks)) {}
 
-Scanner::~Scanner() { shut_down(std::chrono::hours(1)); }
+Scanner::~Scanner() { shutDown(std::chrono::hours(1)); }
 
 bool Scanner::start(const AICS_search_request& request, AICS_scan_callback callback) {
-  if (!callback || !is_source(request.source)) {
+  if (!callback || !isSource(request.source)) {
     log().Error("scan refused: %s", callback ? "unknown source" : "no callback");
     return false;
   }
   auto job = std::make_shared<Job>();
   job->source = request.source;
   job->callback = callback;
-  job->progress.band_mask = static_cast<int32_t>(modulation_of(request.source));
+  job->progress.band_mask = static_cast<int32_t>(modulationOf(request.source));
   if (request.search_type == AICS_SEARCH_AUTOMATIC) {
-    job->channels = plan_of(request.source);
-  } else if (request.search_type == AICS_SEARCH_MANUAL && is_tunable(request.frequency)) {
-    job->channels = {{rf_channel(request.source, request.frequency), request.frequency}};
+    job->channels = planOf(request.source);
+  } else if (request.search_type == AICS_SEARCH_MANUAL && isTunable(request.frequency)) {
+    job->channels = {{rfChannel(request.source, request.frequency), request.frequency}};
   } else {
     log().Error("scan refused: search type %u, frequency %u Hz", request.search_type,
                 request.frequency);
@@ -48,7 +48,7 @@ bool Scanner::start(const AICS_search_request& request, AICS_scan_callback callb
   }
 
   std::lock_guard<std::mutex> lock(mutex_);
-  if (running_ || shut_down_) {
+  if (running_ || shutDown_) {
     log().Error("scan refused: %s", running_ ? "another one runs" : "the process ends");
     return false;
   }
@@ -62,7 +62,7 @@ bool Scanner::start(const AICS_search_request& request, AICS_scan_callback callb
   }
   jobs_.push_back(job);
   try {
-    job->thread = start_thread("channel scan", [this, job] { run(*job); });
+    job->thread = startThread("channel scan", [this, job] { run(*job); });
   } catch (...) {
     jobs_.pop_back();
     throw;
@@ -82,24 +82,24 @@ bool Scanner::stop() {
   return true;
 }
 
-bool Scanner::is_running() const {
+bool Scanner::isRunning() const {
   std::lock_guard<std::mutex> lock(mutex_);
   return running_ != nullptr;
 }
 
-void Scanner::shut_down(std::chrono::milliseconds patience) {
+void Scanner::shutDown(std::chrono::milliseconds patience) {
   {
     std::lock_guard<std::mutex> lock(mutex_);
-    shut_down_ = true;
+    shutDown_ = true;
   }
   stop();
   std::unique_lock<std::mutex> lock(mutex_);
-  const auto is_own = [](const std::shared_ptr<Job>& job) {
+  const auto isOwn = [](const std::shared_ptr<Job>& job) {
     return job->thread.get_id() == std::this_thread::get_id();
   };
   changed_.wait_for(lock, patience, [&] {
     for (const auto& job : jobs_)
-      if (!job->done && !is_own(job)) return false;
+      if (!job->done && !isOwn(job)) return false;
     return true;
   });
   for (const auto& job : jobs_) {
@@ -107,7 +107,7 @@ void Scanner::shut_down(std::chrono::milliseconds patience) {
       job->thread.join();
       continue;
     }
-    if (!is_own(job)) log().Warn("a scan callback has not returned; its thread is left running");
+    if (!isOwn(job)) log().Warn("a scan callback has not returned; its thread is left running");
     job->thread.detach();
   }
   jobs_.clear();
@@ -145,11 +145,11 @@ bool Scanner::visit(Job& job, const RfChannel& channel) {
   CarrierResult carrier;
   Outcome outcome;
   try {
-    carrier = read_carrier(job.source, channel.frequency, job.stopped);
+    carrier = readCarrier(job.source, channel.frequency, job.stopped);
     if (carrier.known && carrier.locked)
       hooks_.take(job.source, channel.frequency, carrier, outcome);
   } catch (const std::exception& e) {
-    log().Error("%s %u Hz: %s", modulation_name(job.source), channel.frequency, e.what());
+    log().Error("%s %u Hz: %s", modulationName(job.source), channel.frequency, e.what());
     carrier = {};
   }
 
@@ -159,7 +159,7 @@ bool Scanner::visit(Job& job, const RfChannel& channel) {
   progress.carrier_type = 0;
   if (carrier.locked) {
     progress.lock_frequency = channel.frequency;
-    progress.carrier_type = static_cast<int32_t>(modulation_of(job.source));
+    progress.carrier_type = static_cast<int32_t>(modulationOf(job.source));
   }
   for (const Service& service : carrier.services) {
     ++progress.services_found;
@@ -175,7 +175,7 @@ bool Scanner::visit(Job& job, const RfChannel& channel) {
     const ServiceList::Change change =
         list_.replace(job.source, channel.frequency, std::move(carrier.services));
     outcome.services = change.any();
-    for (const uint16_t id : change.source_ids)
+    for (const uint16_t id : change.sourceIds)
       outcome.listed.emplace(job.source, channel.frequency, id);
   }
   if (!running) {
@@ -184,8 +184,8 @@ bool Scanner::visit(Job& job, const RfChannel& channel) {
   }
   job.outcome.services |= outcome.services;
   job.outcome.guide |= outcome.guide;
-  job.outcome.guide_partial |= outcome.guide_partial;
-  job.outcome.source_ids.insert(outcome.source_ids.begin(), outcome.source_ids.end());
+  job.outcome.guidePartial |= outcome.guidePartial;
+  job.outcome.sourceIds.insert(outcome.sourceIds.begin(), outcome.sourceIds.end());
   job.outcome.listed.insert(outcome.listed.begin(), outcome.listed.end());
   return true;
 }

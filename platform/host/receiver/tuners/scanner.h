@@ -26,10 +26,10 @@ class Scanner {
  public:
   // What a scan has changed.
   struct Outcome {
-    bool services = false;          // the service list
-    bool guide = false;             // a guide was received, changed or not
-    bool guide_partial = false;     // and of one not all that is announced
-    std::set<uint16_t> source_ids;  // whose guide is another one
+    bool services = false;         // the service list
+    bool guide = false;            // a guide was received, changed or not
+    bool guidePartial = false;     // and of one not all that is announced
+    std::set<uint16_t> sourceIds;  // whose guide is another one
     // Source, frequency and source id of services that are listed anew.
     std::set<std::tuple<uint32_t, uint32_t, uint16_t>> listed;
   };
@@ -54,11 +54,11 @@ class Scanner {
   // As AICS_stop_scan. False when no search runs; one whose end is being reported runs no longer.
   bool stop();
 
-  bool is_running() const;
+  bool isRunning() const;
 
   // Stops for good and joins the threads of all scans. Those whose callback does not return within
   // `patience`, and the calling one, are left alone.
-  void shut_down(std::chrono::milliseconds patience);
+  void shutDown(std::chrono::milliseconds patience);
 
  private:
   struct Job;
@@ -73,7 +73,7 @@ class Scanner {
   std::condition_variable changed_;
   std::list<std::shared_ptr<Job>> jobs_;  // with a thread that has not been joined
   std::shared_ptr<Job> running_;          // reports and changes the list; null when none does
-  bool shut_down_ = false;
+  bool shutDown_ = false;
 };
 
 }  // namespace atschost

@@ -7,23 +7,23 @@ constexpr std::chrono::seconds kTellInterval(1);
 
 }  // namespace
 
-void Gate::set_password_required(bool required) {
-  password_required_ = required;
+void Gate::setPasswordRequired(bool required) {
+  passwordRequired_ = required;
   // One that was given for a channel that then could not play is not for the next one.
-  if (required) password_given_ = false;
+  if (required) passwordGiven_ = false;
 }
 
-void Gate::set_password_given(bool given) {
-  password_given_ = given && !playing_;
+void Gate::setPasswordGiven(bool given) {
+  passwordGiven_ = given && !playing_;
   if (!playing_) return;
   playing_->opened = given;
-  tell_lock();
+  tellLock();
 }
 
-bool Gate::set_unlocked(bool unlocked) {
+bool Gate::setUnlocked(bool unlocked) {
   if (!playing_) return false;
   playing_->unlocked = unlocked;
-  tell_lock();
+  tellLock();
   if (auto finding = playing_->finding)
     judge(std::move(finding->programme), std::move(finding->why), true, {});
   return true;
@@ -32,34 +32,34 @@ bool Gate::set_unlocked(bool unlocked) {
 void Gate::begin(bool locked) {
   Playing playing;
   playing.locked = locked;
-  playing.lock_holds = locked && password_required_;
-  playing.opened = std::exchange(password_given_, false);
+  playing.lockHolds = locked && passwordRequired_;
+  playing.opened = std::exchange(passwordGiven_, false);
   playing_ = std::move(playing);
-  if (is_closed()) told_closed_ = false;  // it is told of each
-  tell_lock();
+  if (isClosed()) toldClosed_ = false;  // it is told of each
+  tellLock();
 }
 
 void Gate::forget() {
   stop();
-  password_given_ = false;
+  passwordGiven_ = false;
 }
 
-void Gate::set_locked(bool locked) {
+void Gate::setLocked(bool locked) {
   if (!playing_ || playing_->locked == locked) return;
   playing_->locked = locked;
-  playing_->lock_holds = locked && (playing_->lock_holds || !from_application_);
+  playing_->lockHolds = locked && (playing_->lockHolds || !fromApplication_);
   playing_->opened = false;
-  tell_lock();
+  tellLock();
 }
 
-bool Gate::is_closed() const {
-  return playing_ && playing_->lock_holds && !playing_->opened && !playing_->unlocked;
+bool Gate::isClosed() const {
+  return playing_ && playing_->lockHolds && !playing_->opened && !playing_->unlocked;
 }
 
-void Gate::tell_lock() {
-  if (told_closed_ == is_closed()) return;
-  told_closed_ = is_closed();
-  raise_(told_closed_ ? AFW_CHANNEL_LOCKED : AFW_CHANNEL_UNLOCKED);
+void Gate::tellLock() {
+  if (toldClosed_ == isClosed()) return;
+  toldClosed_ = isClosed();
+  raise_(toldClosed_ ? AFW_CHANNEL_LOCKED : AFW_CHANNEL_UNLOCKED);
 }
 
 bool Gate::judge(ProgrammeId programme, std::string why, bool asked, Instant at) {
@@ -68,12 +68,12 @@ bool Gate::judge(ProgrammeId programme, std::string why, bool asked, Instant at)
   const bool blocked = !why.empty() && !playing_->unlocked;
   const bool another = blocked && !(playing_->told && playing_->told->same(programme));
   bool news = asked;
-  if (told_blocked_ != blocked || another) {
+  if (toldBlocked_ != blocked || another) {
     // What is to be kept away does not wait.
-    const bool closes = blocked && playing_->why_blocked.empty();
-    if (!asked && !closes && at < playing_->next_tell) return false;
-    if (!asked) playing_->next_tell = at + kTellInterval;
-    told_blocked_ = blocked;
+    const bool closes = blocked && playing_->whyBlocked.empty();
+    if (!asked && !closes && at < playing_->nextTell) return false;
+    if (!asked) playing_->nextTell = at + kTellInterval;
+    toldBlocked_ = blocked;
     news = true;
     raise_(blocked ? AFW_PARENTAL_BLOCKED : AFW_PARENTAL_UNBLOCKED);
   }
@@ -86,7 +86,7 @@ bool Gate::judge(ProgrammeId programme, std::string why, bool asked, Instant at)
     playing_->told = std::move(programme);
   }
   // The words for one and the same rating may change on the air, too.
-  return news && std::exchange(playing_->why_blocked, why) != why;
+  return news && std::exchange(playing_->whyBlocked, why) != why;
 }
 
 }  // namespace atschost

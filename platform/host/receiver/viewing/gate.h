@@ -34,13 +34,13 @@ class Gate {
   explicit Gate(std::function<void(AFW_event_t)> raise) : raise_(std::move(raise)) {}
 
   // As the functions of AIFW and AICN.
-  void set_password_required(bool required);
-  void set_password_given(bool given);
-  void set_play_from_application(bool from_application) { from_application_ = from_application; }
-  bool set_unlocked(bool unlocked);
+  void setPasswordRequired(bool required);
+  void setPasswordGiven(bool given);
+  void setPlayFromApplication(bool fromApplication) { fromApplication_ = fromApplication; }
+  bool setUnlocked(bool unlocked);
 
   // The channel that the password may have been given for cannot be played.
-  void fail() { password_given_ = false; }
+  void fail() { passwordGiven_ = false; }
 
   // A service begins to play; again, if it is the one that plays.
   void begin(bool locked);
@@ -49,7 +49,7 @@ class Gate {
   void forget();
 
   // The lock of what plays as it is listed.
-  void set_locked(bool locked);
+  void setLocked(bool locked);
 
   // What plays was looked at; `why` is empty unless it is blocked under the settings. What comes of
   // a look at the air at any time, not of something that the viewer did (`asked`), is told no more
@@ -57,10 +57,10 @@ class Gate {
   // else is kept away than before.
   bool judge(ProgrammeId programme, std::string why, bool asked, Instant at);
 
-  bool is_unlocked() const { return playing_ && playing_->unlocked; }
-  bool is_closed() const;
+  bool isUnlocked() const { return playing_ && playing_->unlocked; }
+  bool isClosed() const;
   // Empty when it is not blocked.
-  std::string why_blocked() const { return playing_ ? playing_->why_blocked : std::string(); }
+  std::string whyBlocked() const { return playing_ ? playing_->whyBlocked : std::string(); }
 
  private:
   struct Finding {
@@ -68,26 +68,26 @@ class Gate {
     std::string why;
   };
   struct Playing {
-    bool locked = false;      // as listed
-    bool lock_holds = false;  // that lock keeps it closed
-    bool opened = false;      // by the password for the channel
-    bool unlocked = false;    // by the password for what plays
+    bool locked = false;     // as listed
+    bool lockHolds = false;  // that lock keeps it closed
+    bool opened = false;     // by the password for the channel
+    bool unlocked = false;   // by the password for what plays
     std::optional<Finding> finding;
     std::optional<ProgrammeId> told;  // the programme that was told to be blocked
-    std::string why_blocked;
-    Instant next_tell{};  // not unasked before
+    std::string whyBlocked;
+    Instant nextTell{};  // not unasked before
   };
 
-  void tell_lock();
+  void tellLock();
 
   const std::function<void(AFW_event_t)> raise_;
-  bool password_required_ = true;
-  bool password_given_ = false;  // for the service about to play
-  bool from_application_ = false;
+  bool passwordRequired_ = true;
+  bool passwordGiven_ = false;  // for the service about to play
+  bool fromApplication_ = false;
   std::optional<Playing> playing_;
   // The last event of each kind, of whatever played.
-  bool told_closed_ = false;
-  bool told_blocked_ = false;
+  bool toldClosed_ = false;
+  bool toldBlocked_ = false;
 };
 
 }  // namespace atschost

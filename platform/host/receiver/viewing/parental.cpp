@@ -65,17 +65,15 @@ const LimitedDimension* limited(uint32_t region, uint8_t dimension) {
   return found == std::end(kLimited) ? nullptr : found;
 }
 
-bool is_built_in(uint32_t region) {
-  return region == AIPC_REGION_US || region == AIPC_REGION_CANADA;
-}
+bool isBuiltIn(uint32_t region) { return region == AIPC_REGION_US || region == AIPC_REGION_CANADA; }
 
 // Fantasy violence has no level of its own: it is part of the children's.
-bool is_fantasy(uint32_t region, uint8_t dimension, uint8_t value) {
+bool isFantasy(uint32_t region, uint8_t dimension, uint8_t value) {
   return region == AIPC_REGION_US && dimension == kFantasy && value == 1;
 }
 
 // The group of its own that a value belongs to; -1 without one.
-int32_t group_of(uint8_t region, uint8_t dimension, uint8_t value) {
+int32_t groupOf(uint8_t region, uint8_t dimension, uint8_t value) {
   if (region == AIPC_REGION_US && dimension == kMpaa && value == kMpaaNotRated)
     return AIPC_UNRATED_US_MPAA;
   if (region == AIPC_REGION_CANADA && dimension <= kFrench && value == 0)
@@ -84,9 +82,9 @@ int32_t group_of(uint8_t region, uint8_t dimension, uint8_t value) {
 }
 
 // Whether a value is a rating. Those that no table names count as the highest.
-bool is_rating(uint8_t region, uint8_t dimension, uint8_t value) {
-  if (!is_built_in(region)) return value > 0;
-  if (is_fantasy(region, dimension, value)) return true;
+bool isRating(uint8_t region, uint8_t dimension, uint8_t value) {
+  if (!isBuiltIn(region)) return value > 0;
+  if (isFantasy(region, dimension, value)) return true;
   const LimitedDimension* limit = limited(region, dimension);
   if (!limit || value == 0) return false;
   if (limit->flag) return value == 1;
@@ -94,35 +92,35 @@ bool is_rating(uint8_t region, uint8_t dimension, uint8_t value) {
   return true;  // "None" of the television ratings, too
 }
 
-bool is_blocked(const AIPC_dime_t& limits, uint8_t region, uint8_t dimension, uint8_t value) {
-  if (!is_built_in(region))
+bool isBlocked(const AIPC_dime_t& limits, uint8_t region, uint8_t dimension, uint8_t value) {
+  if (!isBuiltIn(region))
     return dimension < AIPC_MAX_DIMENSIONS && value < AIPC_MAX_LEVELS &&
            limits.downloadable[dimension][value] == 1;
   const int32_t children = limits.us_children;
-  if (is_fantasy(region, dimension, value)) return children >= kTvY && children <= kFantasyOnly;
+  if (isFantasy(region, dimension, value)) return children >= kTvY && children <= kFantasyOnly;
   const LimitedDimension* limit = limited(region, dimension);
-  if (!limit || !is_rating(region, dimension, value)) return false;
+  if (!limit || !isRating(region, dimension, value)) return false;
   const int32_t level = limits.*limit->level;
   if (limit->flag) return level == 1;
   if (limit->level == &AIPC_dime_t::us_children && children > kTvY7) return false;
   return level > 0 && value >= std::max<int32_t>(level, limit->first);
 }
 
-int32_t int_member(const Json::Value& object, const char* key) {
+int32_t intMember(const Json::Value& object, const char* key) {
   const Json::Value& value = object[key];
   if (!value.isInt()) throw std::runtime_error(std::string("\"") + key + "\" is not a number");
   return value.asInt();
 }
 
 // A list that may be absent.
-const Json::Value& list_member(const Json::Value& object, const char* key, size_t max) {
+const Json::Value& listMember(const Json::Value& object, const char* key, size_t max) {
   const Json::Value& list = object[key];
   if ((!list.isNull() && !list.isArray()) || list.size() > max)
     throw std::runtime_error(std::string("\"") + key + "\" is not a list");
   return list;
 }
 
-Json::Value to_json(const AIPC_dime_t& limits) {
+Json::Value toJson(const AIPC_dime_t& limits) {
   Json::Value value;
   value["region"] = limits.region;
   for (const NamedLevel& level : kLevels) value[level.name] = limits.*level.level;
@@ -138,15 +136,15 @@ Json::Value to_json(const AIPC_dime_t& limits) {
   return value;
 }
 
-AIPC_dime_t limits_from_json(const Json::Value& value) {
+AIPC_dime_t limitsFromJson(const Json::Value& value) {
   AIPC_dime_t limits{};
-  limits.region = number_member(value, "region", UINT8_MAX);
-  if (!is_region(limits.region)) throw std::runtime_error("a region is 0");
-  for (const NamedLevel& level : kLevels) limits.*level.level = int_member(value, level.name);
-  for (const Json::Value& row : list_member(value, "downloadable", AIPC_MAX_DIMENSIONS)) {
-    const uint32_t dimension = number_member(row, "dimension", AIPC_MAX_DIMENSIONS - 1);
+  limits.region = numberMember(value, "region", UINT8_MAX);
+  if (!isRegion(limits.region)) throw std::runtime_error("a region is 0");
+  for (const NamedLevel& level : kLevels) limits.*level.level = intMember(value, level.name);
+  for (const Json::Value& row : listMember(value, "downloadable", AIPC_MAX_DIMENSIONS)) {
+    const uint32_t dimension = numberMember(row, "dimension", AIPC_MAX_DIMENSIONS - 1);
     uint8_t* at = limits.downloadable[dimension];
-    for (const Json::Value& each : list_member(row, "values", AIPC_MAX_LEVELS)) {
+    for (const Json::Value& each : listMember(row, "values", AIPC_MAX_LEVELS)) {
       if (!each.isUInt() || each.asUInt() > UINT8_MAX)
         throw std::runtime_error("\"values\" are not bytes");
       *at++ = static_cast<uint8_t>(each.asUInt());
@@ -155,7 +153,7 @@ AIPC_dime_t limits_from_json(const Json::Value& value) {
   return limits;
 }
 
-Json::Value to_json(const ParentalSettings& settings) {
+Json::Value toJson(const ParentalSettings& settings) {
   Json::Value content;
   content["preset_mode"] = settings.details.preset_mode;
   content["region"] = settings.details.region;
@@ -163,41 +161,41 @@ Json::Value to_json(const ParentalSettings& settings) {
   content["rated"] = settings.details.rated;
   content["enabled"] = settings.details.enabled;
   content["limits"] = Json::arrayValue;
-  for (const auto& [region, limits] : settings.limits) content["limits"].append(to_json(limits));
-  for (const int32_t block : settings.unrated_groups) content["unrated_groups"].append(block);
+  for (const auto& [region, limits] : settings.limits) content["limits"].append(toJson(limits));
+  for (const int32_t block : settings.unratedGroups) content["unrated_groups"].append(block);
   return content;
 }
 
-ParentalSettings settings_from_json(const Json::Value& content) {
+ParentalSettings settingsFromJson(const Json::Value& content) {
   ParentalSettings settings;
   AIPC_parental_details& details = settings.details;
-  const auto byte_member = [&](const char* key) {
-    return static_cast<uint8_t>(number_member(content, key, UINT8_MAX));
+  const auto byteMember = [&](const char* key) {
+    return static_cast<uint8_t>(numberMember(content, key, UINT8_MAX));
   };
-  details.preset_mode = int_member(content, "preset_mode");
-  details.region = int_member(content, "region");
-  if (!is_region(details.region)) throw std::runtime_error("\"region\" is none");
-  details.region_value = byte_member("region_value");
-  details.rated = byte_member("rated");
-  details.enabled = byte_member("enabled");
-  for (const Json::Value& value : list_member(content, "limits", UINT8_MAX)) {
-    const AIPC_dime_t limits = limits_from_json(value);
+  details.preset_mode = intMember(content, "preset_mode");
+  details.region = intMember(content, "region");
+  if (!isRegion(details.region)) throw std::runtime_error("\"region\" is none");
+  details.region_value = byteMember("region_value");
+  details.rated = byteMember("rated");
+  details.enabled = byteMember("enabled");
+  for (const Json::Value& value : listMember(content, "limits", UINT8_MAX)) {
+    const AIPC_dime_t limits = limitsFromJson(value);
     if (!settings.limits.emplace(static_cast<uint8_t>(limits.region), limits).second)
       throw std::runtime_error("a region is there twice");
   }
   size_t group = 0;
-  for (const Json::Value& value : list_member(content, "unrated_groups", AIPC_UNRATED_GROUPS)) {
+  for (const Json::Value& value : listMember(content, "unrated_groups", AIPC_UNRATED_GROUPS)) {
     if (!value.isInt()) throw std::runtime_error("\"unrated_groups\" are not numbers");
-    settings.unrated_groups[group++] = value.asInt();
+    settings.unratedGroups[group++] = value.asInt();
   }
   return settings;
 }
 
 // The value of a dimension of regions 1 and 2 with that name; 0 without one.
-uint8_t value_named(uint8_t region, uint8_t dimension, std::string_view name) {
-  static const auto& regions = *new std::vector<RatingRegion>(standard_rating_regions());
+uint8_t valueNamed(uint8_t region, uint8_t dimension, std::string_view name) {
+  static const auto& regions = *new std::vector<RatingRegion>(standardRatingRegions());
   const auto& values = regions[region - 1u].dimensions[dimension].values;
-  const std::string wanted = to_utf16(name);
+  const std::string wanted = toUtf16(name);
   for (size_t value = 0; value < values.size(); ++value)
     if (values[value].abbreviation == wanted) return static_cast<uint8_t>(value);
   return 0;
@@ -206,13 +204,13 @@ uint8_t value_named(uint8_t region, uint8_t dimension, std::string_view name) {
 constexpr size_t kLongestAge = 5;  // "TV-14"
 
 // "TV-14-D-V": an age, then content flags.
-std::optional<Advisory> television_advisory(std::string_view text) {
+std::optional<Advisory> televisionAdvisory(std::string_view text) {
   Advisory advisory;
   advisory.region = AIPC_REGION_US;
   for (const uint8_t dimension : {kEntireAudience, kChildren}) {
     for (size_t end = 0; end <= kLongestAge && advisory.values.empty();) {
       end = text.find('-', end + 1);
-      const uint8_t value = value_named(AIPC_REGION_US, dimension, text.substr(0, end));
+      const uint8_t value = valueNamed(AIPC_REGION_US, dimension, text.substr(0, end));
       if (value == 0) continue;
       advisory.values.emplace_back(dimension, value);
       text = end == text.npos ? std::string_view() : text.substr(end);
@@ -225,7 +223,7 @@ std::optional<Advisory> television_advisory(std::string_view text) {
     const std::string_view name = text.substr(0, text.find('-'));
     bool known = false;
     for (const uint8_t dimension : {kDialogue, kLanguage, kSex, kViolence, kFantasy}) {
-      if (name.empty() || value_named(AIPC_REGION_US, dimension, name) != 1) continue;
+      if (name.empty() || valueNamed(AIPC_REGION_US, dimension, name) != 1) continue;
       known = true;
       advisory.values.emplace_back(dimension, 1);
     }
@@ -238,29 +236,29 @@ std::optional<Advisory> television_advisory(std::string_view text) {
 }  // namespace
 
 bool ParentalSettings::operator==(const ParentalSettings& other) const {
-  return std::memcmp(&details, &other.details, sizeof(details)) == 0 && has_limits_of(other);
+  return std::memcmp(&details, &other.details, sizeof(details)) == 0 && hasLimitsOf(other);
 }
 
-bool ParentalSettings::blocks_as(const ParentalSettings& other) const {
-  return enabled() == other.enabled() && (!enabled() || has_limits_of(other));
+bool ParentalSettings::blocksAs(const ParentalSettings& other) const {
+  return enabled() == other.enabled() && (!enabled() || hasLimitsOf(other));
 }
 
-bool ParentalSettings::has_limits_of(const ParentalSettings& other) const {
-  return unrated_groups == other.unrated_groups &&
+bool ParentalSettings::hasLimitsOf(const ParentalSettings& other) const {
+  return unratedGroups == other.unratedGroups &&
          std::equal(limits.begin(), limits.end(), other.limits.begin(), other.limits.end(),
                     [](const auto& a, const auto& b) {
                       return std::memcmp(&a.second, &b.second, sizeof(a.second)) == 0;
                     });
 }
 
-AIPC_dime_t ParentalSettings::limits_of(uint32_t region) const {
+AIPC_dime_t ParentalSettings::limitsOf(uint32_t region) const {
   AIPC_dime_t none{};
   none.region = region;
-  const auto found = is_region(region) ? limits.find(static_cast<uint8_t>(region)) : limits.end();
+  const auto found = isRegion(region) ? limits.find(static_cast<uint8_t>(region)) : limits.end();
   return found == limits.end() ? none : found->second;
 }
 
-void ParentalSettings::set_limits(const AIPC_dime_t& given) {
+void ParentalSettings::setLimits(const AIPC_dime_t& given) {
   AIPC_dime_t none{};
   none.region = given.region;
   const auto region = static_cast<uint8_t>(given.region);
@@ -276,14 +274,14 @@ RatingVerdict ParentalSettings::check(const std::vector<Advisory>& advisories,
   std::bitset<AIPC_UNRATED_GROUPS> groups;
   for (const Advisory& advisory : advisories) {
     const uint8_t region = advisory.region;
-    if (!is_built_in(region) && !known[region]) continue;
+    if (!isBuiltIn(region) && !known[region]) continue;
     const auto limit = limits.find(region);
     for (const auto& [dimension, value] : advisory.values) {
-      if (const int32_t group = group_of(region, dimension, value); group >= 0)
+      if (const int32_t group = groupOf(region, dimension, value); group >= 0)
         groups.set(static_cast<size_t>(group));
       const bool blocked =
-          limit != limits.end() && is_blocked(limit->second, region, dimension, value);
-      verdict.rated |= blocked || is_rating(region, dimension, value);
+          limit != limits.end() && isBlocked(limit->second, region, dimension, value);
+      verdict.rated |= blocked || isRating(region, dimension, value);
       if (!blocked || verdict.blocked || !enabled()) continue;
       verdict.blocked = true;
       verdict.region = region;
@@ -296,14 +294,14 @@ RatingVerdict ParentalSettings::check(const std::vector<Advisory>& advisories,
   for (size_t group = AIPC_UNRATED_GROUPS; group-- > 0;) {
     if (!groups[group] || verdict.blocked) continue;
     verdict.group = static_cast<int32_t>(group);
-    verdict.blocked = enabled() && unrated_groups[group] == 1;
+    verdict.blocked = enabled() && unratedGroups[group] == 1;
   }
   return verdict;
 }
 
-bool encode_rating(AIPC_dime_t& limits, uint8_t dimension, uint8_t value, bool block) {
+bool encodeRating(AIPC_dime_t& limits, uint8_t dimension, uint8_t value, bool block) {
   int32_t& children = limits.us_children;
-  if (is_fantasy(limits.region, dimension, value)) {
+  if (isFantasy(limits.region, dimension, value)) {
     // It is part of TV-Y7 and cannot be free where that is blocked.
     if (children == kTvY || children == kTvY7) return block;
     children = block ? kFantasyOnly : 0;
@@ -317,20 +315,20 @@ bool encode_rating(AIPC_dime_t& limits, uint8_t dimension, uint8_t value, bool b
     return true;
   }
   // Fantasy violence alone blocks none of the children's values and stays when they are free.
-  const bool fantasy_only = &level == &children && level == kFantasyOnly;
+  const bool fantasyOnly = &level == &children && level == kFantasyOnly;
   const int32_t none = limit->last + 1;
   int32_t lowest = level <= 0 ? none : std::clamp<int32_t>(level, limit->first, none);
   lowest = block ? std::min<int32_t>(lowest, value) : std::max<int32_t>(lowest, value + 1);
   if (lowest < none)
     level = lowest;
   else
-    level = fantasy_only ? kFantasyOnly : 0;
+    level = fantasyOnly ? kFantasyOnly : 0;
   return true;
 }
 
-bool encode_downloadable(AIPC_dime_t& limits, const RatingRegion& region, uint8_t dimension,
-                         uint8_t value, bool block) {
-  if (is_built_in(region.number) || limits.region != region.number) return false;
+bool encodeDownloadable(AIPC_dime_t& limits, const RatingRegion& region, uint8_t dimension,
+                        uint8_t value, bool block) {
+  if (isBuiltIn(region.number) || limits.region != region.number) return false;
   if (dimension >= AIPC_MAX_DIMENSIONS || dimension >= region.dimensions.size()) return false;
   const RatingRegion::Dimension& table = region.dimensions[dimension];
   const size_t count = std::min<size_t>(table.values.size(), AIPC_MAX_LEVELS);
@@ -346,7 +344,7 @@ bool encode_downloadable(AIPC_dime_t& limits, const RatingRegion& region, uint8_
   return true;
 }
 
-std::optional<Advisory> advisory_of_text(uint32_t country, uint32_t system, std::string_view text) {
+std::optional<Advisory> advisoryOfText(uint32_t country, uint32_t system, std::string_view text) {
   struct System {
     uint32_t country, system;
     uint8_t region, dimension;
@@ -355,10 +353,10 @@ std::optional<Advisory> advisory_of_text(uint32_t country, uint32_t system, std:
                                  {2, 3, AIPC_REGION_CANADA, kEnglish},
                                  {2, 4, AIPC_REGION_CANADA, kFrench}};
   if (text.empty()) return std::nullopt;
-  if (country == 1 && system == 1) return television_advisory(text);
+  if (country == 1 && system == 1) return televisionAdvisory(text);
   for (const System& each : kSystems) {
     if (each.country != country || each.system != system) continue;
-    const uint8_t value = value_named(each.region, each.dimension, text);
+    const uint8_t value = valueNamed(each.region, each.dimension, text);
     const bool exempt = each.region == AIPC_REGION_CANADA && text == "E";
     if (value == 0 && !exempt) return std::nullopt;
     return Advisory{each.region, {{each.dimension, value}}};
@@ -366,11 +364,11 @@ std::optional<Advisory> advisory_of_text(uint32_t country, uint32_t system, std:
   return std::nullopt;
 }
 
-Parental::Parental(const std::string& state_folder)
+Parental::Parental(const std::string& stateFolder)
     : settings_(std::make_shared<const ParentalSettings>()),
-      file_(state_folder, "parental.json", "atsc-host-parental-1") {
+      file_(stateFolder, "parental.json", "atsc-host-parental-1") {
   file_.load([this](const Json::Value& content) {
-    settings_ = std::make_shared<const ParentalSettings>(settings_from_json(content));
+    settings_ = std::make_shared<const ParentalSettings>(settingsFromJson(content));
   });
 }
 
@@ -384,27 +382,27 @@ Parental::Change Parental::change(const std::function<bool(ParentalSettings&)>& 
   ParentalSettings changed = *settings_;
   if (!edit(changed)) return Change::kRefused;
   if (changed == *settings_) return Change::kNone;
-  const bool same = changed.blocks_as(*settings_);
+  const bool same = changed.blocksAs(*settings_);
   settings_ = std::make_shared<const ParentalSettings>(std::move(changed));
   return same ? Change::kMade : Change::kMadeDifference;
 }
 
 void Parental::store() {
   std::lock_guard<std::mutex> lock(mutex_);
-  to_store_ = settings_;
+  toStore_ = settings_;
 }
 
 bool Parental::sync() {
-  std::lock_guard<std::mutex> file_lock(file_mutex_);
+  std::lock_guard<std::mutex> fileLock(fileMutex_);
   std::shared_ptr<const ParentalSettings> settings;
   {
     std::lock_guard<std::mutex> lock(mutex_);
-    settings = to_store_;
+    settings = toStore_;
   }
   if (!settings) return true;
-  if (!file_.store(to_json(*settings))) return false;
+  if (!file_.store(toJson(*settings))) return false;
   std::lock_guard<std::mutex> lock(mutex_);
-  if (to_store_ == settings) to_store_.reset();
+  if (toStore_ == settings) toStore_.reset();
   return true;
 }
 

@@ -38,41 +38,41 @@ using KnownRegions = std::bitset<256>;  // by number
 struct ParentalSettings {
   AIPC_parental_details details = {0, AIPC_REGION_US, 0, 0, 0, 0};
   std::map<uint8_t, AIPC_dime_t> limits;  // by region, as they were given
-  std::array<int32_t, AIPC_UNRATED_GROUPS> unrated_groups{};
+  std::array<int32_t, AIPC_UNRATED_GROUPS> unratedGroups{};
 
   bool operator==(const ParentalSettings& other) const;
   // Whether the same programmes are blocked, whatever they are.
-  bool blocks_as(const ParentalSettings& other) const;
+  bool blocksAs(const ParentalSettings& other) const;
 
   bool enabled() const { return details.enabled == 1; }
   // All 0 where there are none.
-  AIPC_dime_t limits_of(uint32_t region) const;
-  void set_limits(const AIPC_dime_t& given);
+  AIPC_dime_t limitsOf(uint32_t region) const;
+  void setLimits(const AIPC_dime_t& given);
 
   // The ratings of a region count when its table is known; regions 1 and 2 always do. Nothing is
   // blocked while the settings are not enabled.
   RatingVerdict check(const std::vector<Advisory>& advisories, const KnownRegions& known) const;
 
  private:
-  bool has_limits_of(const ParentalSettings& other) const;
+  bool hasLimitsOf(const ParentalSettings& other) const;
 };
 
 // The number that a region can have, 1 to 255.
-constexpr bool is_region(int64_t number) { return number >= 1 && number <= UINT8_MAX; }
+constexpr bool isRegion(int64_t number) { return number >= 1 && number <= UINT8_MAX; }
 
 // As AIPC_rating_encode and AIPC_drrt_rating_encode.
-bool encode_rating(AIPC_dime_t& limits, uint8_t dimension, uint8_t value, bool block);
-bool encode_downloadable(AIPC_dime_t& limits, const RatingRegion& region, uint8_t dimension,
-                         uint8_t value, bool block);
+bool encodeRating(AIPC_dime_t& limits, uint8_t dimension, uint8_t value, bool block);
+bool encodeDownloadable(AIPC_dime_t& limits, const RatingRegion& region, uint8_t dimension,
+                        uint8_t value, bool block);
 
 // Country and system as AIPC_check_rating numbers them. None for a text that is not known.
-std::optional<Advisory> advisory_of_text(uint32_t country, uint32_t system, std::string_view text);
+std::optional<Advisory> advisoryOfText(uint32_t country, uint32_t system, std::string_view text);
 
 // Keeps the settings. Any thread; only sync() waits for the disk.
 class Parental {
  public:
   // Loads what was stored in an earlier run.
-  explicit Parental(const std::string& state_folder);
+  explicit Parental(const std::string& stateFolder);
 
   // As they are now; they stay as they are while held.
   std::shared_ptr<const ParentalSettings> settings() const;
@@ -88,11 +88,11 @@ class Parental {
   bool sync();
 
  private:
-  mutable std::mutex mutex_;  // of the fields up to file_mutex_
+  mutable std::mutex mutex_;  // of the fields up to fileMutex_
   std::shared_ptr<const ParentalSettings> settings_;
-  std::shared_ptr<const ParentalSettings> to_store_;  // null: nothing is to be written
+  std::shared_ptr<const ParentalSettings> toStore_;  // null: nothing is to be written
 
-  std::mutex file_mutex_;  // taken before mutex_, which is not held while the file is written
+  std::mutex fileMutex_;  // taken before mutex_, which is not held while the file is written
   StateFile file_;
 };
 

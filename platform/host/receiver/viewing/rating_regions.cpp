@@ -17,7 +17,7 @@ constexpr std::chrono::minutes kRetryInterval(10);
 
 constexpr std::string_view kDigits = "0123456789abcdef";
 
-std::string to_hex(const std::vector<uint8_t>& bytes) {
+std::string toHex(const std::vector<uint8_t>& bytes) {
   std::string text;
   for (const uint8_t byte : bytes) {
     text += kDigits[byte >> 4];
@@ -26,7 +26,7 @@ std::string to_hex(const std::vector<uint8_t>& bytes) {
   return text;
 }
 
-std::vector<uint8_t> from_hex(const std::string& text) {
+std::vector<uint8_t> fromHex(const std::string& text) {
   std::vector<uint8_t> bytes;
   for (size_t i = 0; i + 1 < text.size(); i += 2) {
     const size_t high = kDigits.find(text[i]), low = kDigits.find(text[i + 1]);
@@ -36,19 +36,19 @@ std::vector<uint8_t> from_hex(const std::string& text) {
   return bytes;
 }
 
-uint32_t crc_of(const std::vector<uint8_t>& section) {
+uint32_t crcOf(const std::vector<uint8_t>& section) {
   const uint8_t* crc = section.data() + section.size() - 4;
   return uint32_t{read16(crc)} << 16 | read16(crc + 2);
 }
 
 }  // namespace
 
-RatingRegions::RatingRegions(const std::string& state_folder, EventQueue& events,
+RatingRegions::RatingRegions(const std::string& stateFolder, EventQueue& events,
                              std::function<void()> learned)
     : events_(events),
       learned_(std::move(learned)),
-      file_(state_folder, "regions.json", "atsc-host-regions-1") {
-  for (RatingRegion& region : standard_rating_regions()) {
+      file_(stateFolder, "regions.json", "atsc-host-regions-1") {
+  for (RatingRegion& region : standardRatingRegions()) {
     const uint8_t number = region.number;
     known_[number].region = std::make_shared<const RatingRegion>(std::move(region));
   }
@@ -60,21 +60,21 @@ void RatingRegions::load(const Json::Value& content) {
   if (!sections.isArray()) throw std::runtime_error("\"sections\" is not a list");
   std::map<uint8_t, Known> loaded;
   size_t unusable = 0;
-  const char* last_fault = nullptr;
+  const char* lastFault = nullptr;
   for (const Json::Value& value : sections) {
     if (!value.isString()) throw std::runtime_error("a section is not a text");
-    std::vector<uint8_t> section = from_hex(value.asString());
+    std::vector<uint8_t> section = fromHex(value.asString());
     RatingRegion region;
-    if (const char* fault = read_rating_region(section.data(), section.size(), region)) {
+    if (const char* fault = readRatingRegion(section.data(), section.size(), region)) {
       ++unusable;
-      last_fault = fault;
+      lastFault = fault;
       continue;
     }
     const uint8_t number = region.number;
     loaded[number] = {std::make_shared<const RatingRegion>(std::move(region)), std::move(section)};
   }
-  if (last_fault)
-    log().Warn("%zu stored rating region tables are not used: %s", unusable, last_fault);
+  if (lastFault)
+    log().Warn("%zu stored rating region tables are not used: %s", unusable, lastFault);
   for (auto& [number, known] : loaded) known_[number] = std::move(known);
 }
 
@@ -85,8 +85,8 @@ void RatingRegions::receive(std::vector<RatingRegionTable> tables) {
     std::lock_guard<std::mutex> lock(mutex_);
     for (RatingRegionTable& table : tables) {
       const uint8_t number = table.region.number;
-      const std::pair<uint8_t, uint32_t> content(number, crc_of(table.section));
-      if (events_.has_callback() && !reported_.count(content) && reported_.size() < kMaxReported) {
+      const std::pair<uint8_t, uint32_t> content(number, crcOf(table.section));
+      if (events_.hasCallback() && !reported_.count(content) && reported_.size() < kMaxReported) {
         reported_.insert(content);
         log().Info("rating region %u: table version %u", number, table.region.version);
         events_.raise(number == AIPC_REGION_US || number == AIPC_REGION_CANADA
@@ -105,16 +105,16 @@ void RatingRegions::receive(std::vector<RatingRegionTable> tables) {
   if (learned && learned_) learned_();
   if (!store) return;
   // Whoever stores just now will not be waited for: the next call does it.
-  std::unique_lock<std::mutex> file_lock(file_mutex_, std::try_to_lock);
-  if (file_lock && std::chrono::steady_clock::now() >= next_store_) store_locked();
+  std::unique_lock<std::mutex> fileLock(fileMutex_, std::try_to_lock);
+  if (fileLock && std::chrono::steady_clock::now() >= nextStore_) storeLocked();
 }
 
 bool RatingRegions::store() {
-  std::lock_guard<std::mutex> file_lock(file_mutex_);
-  return store_locked();
+  std::lock_guard<std::mutex> fileLock(fileMutex_);
+  return storeLocked();
 }
 
-bool RatingRegions::store_locked() {
+bool RatingRegions::storeLocked() {
   Json::Value content;
   content["sections"] = Json::arrayValue;
   {
@@ -122,11 +122,11 @@ bool RatingRegions::store_locked() {
     if (!changed_) return true;
     changed_ = false;
     for (const auto& [number, known] : known_)
-      if (!known.section.empty()) content["sections"].append(to_hex(known.section));
+      if (!known.section.empty()) content["sections"].append(toHex(known.section));
   }
   const bool stored = file_.store(std::move(content));
-  next_store_ = std::chrono::steady_clock::now();
-  next_store_ += stored ? kStoreInterval : kRetryInterval;
+  nextStore_ = std::chrono::steady_clock::now();
+  nextStore_ += stored ? kStoreInterval : kRetryInterval;
   if (!stored) {
     std::lock_guard<std::mutex> lock(mutex_);
     changed_ = true;

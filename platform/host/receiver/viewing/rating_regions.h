@@ -25,7 +25,7 @@ namespace atschost {
 class RatingRegions {
  public:
   // `learned` is told, without a lock, when a region becomes known.
-  RatingRegions(const std::string& state_folder, EventQueue& events,
+  RatingRegions(const std::string& stateFolder, EventQueue& events,
                 std::function<void()> learned = {});
 
   // Takes tables over and stores what is new, at once or, when something was stored a few seconds
@@ -49,18 +49,18 @@ class RatingRegions {
   };
 
   void load(const Json::Value& content);
-  bool store_locked();
+  bool storeLocked();
 
   EventQueue& events_;
   const std::function<void()> learned_;
-  mutable std::mutex mutex_;                         // of the fields up to file_mutex_
+  mutable std::mutex mutex_;                         // of the fields up to fileMutex_
   std::map<uint8_t, Known> known_;                   // by number
   std::set<std::pair<uint8_t, uint32_t>> reported_;  // region and CRC_32
   bool changed_ = false;                             // since it was stored
 
-  std::mutex file_mutex_;  // taken before mutex_, which is not held while the file is written
+  std::mutex fileMutex_;  // taken before mutex_, which is not held while the file is written
   StateFile file_;
-  std::chrono::steady_clock::time_point next_store_{};  // not before, but for store()
+  std::chrono::steady_clock::time_point nextStore_{};  // not before, but for store()
 };
 
 }  // namespace atschost
