@@ -24,9 +24,9 @@
 #include "aist.h"
 #include "atsc_host.h"
 #include "input.h"
+#include "modules/host.h"
 #include "receiver/events/alerts.h"
 #include "receiver/events/event_queue.h"
-#include "receiver/receiver.h"
 #include "receiver/station/audio.h"
 #include "receiver/station/guide.h"
 #include "receiver/station/local_time.h"
@@ -253,8 +253,9 @@ void tune(uint32_t source, const Bytes& stream) {
   std::condition_variable changed;
   bool read = false;
   LiveTuner* tuning = nullptr;
+  atschost::Clock clock;
   LiveTuner tuner(
-      services, guide, regions, settings, events, [] {},
+      atschost::hostAir(), clock, services, guide, regions, settings, events, [] {},
       [&] {
         std::lock_guard<std::mutex> lock(mutex);
         read = tuning->hasRead(service);

@@ -13,7 +13,7 @@
 #include "aifw.h"
 #include "aipc.h"
 #include "aiup.h"
-#include "receiver/receiver.h"
+#include "modules/host.h"
 #include "receiver/tables/psip_text.h"
 #include "receiver/viewing/gate.h"
 #include "receiver_test_air.h"
@@ -405,7 +405,7 @@ TEST_F(ParentalModuleTest, SettingsAreKeptByTheStoreCallsAlone) {
   EXPECT_EQ(0, AIUP_store_all());
   EXPECT_EQ(0, AIUP_sync());
   const auto check = [&] {
-    const auto settings = Receiver(state).parental().settings();
+    const auto settings = TestReceiver(state).parental().settings();
     EXPECT_EQ("tv=-2147483648 child=99", textOf(settings->limitsOf(1)));
     EXPECT_EQ("2.3 2.14", textOf(settings->limitsOf(255)));
     EXPECT_EQ(-7, settings->details.preset_mode);
@@ -457,7 +457,7 @@ TEST_F(ParentalModuleTest, SettingsAreKeptByTheStoreCallsAlone) {
     const size_t at = damaged.find(from);
     ASSERT_NE(std::string::npos, at) << from;
     std::ofstream(file) << damaged.replace(at, strlen(from), to);
-    EXPECT_EQ(ParentalSettings(), *Receiver(state).parental().settings()) << to;
+    EXPECT_EQ(ParentalSettings(), *TestReceiver(state).parental().settings()) << to;
     EXPECT_TRUE(!fs::exists(file) && fs::exists(file.string() + ".bad")) << to;
   }
   EXPECT_EQ(0, AIPC_store_all());

@@ -72,7 +72,7 @@ TEST(GuideCache, AScanReadsUntilAllIsKnown) {
            packets(kBase, {psip::stt(1000, 15)});
   };
   Air air;
-  const Guide& guide = atschost::Receiver::instance().guide();
+  const Guide& guide = atschost::hostReceiver().guide();
   const auto events = [&](uint16_t sourceId) {
     return titles(*guide.events(kAir, kChannel17, sourceId));
   };
@@ -109,7 +109,9 @@ TEST(GuideTuner, ReadsWhatNobodyReceivesAnyMoreAndWhatIsAskedFor) {
   const auto take = [&](uint32_t, uint32_t, atschost::CarrierResult& found) {
     if (++reads <= 2) (reads == 1 ? read : readAgain).set_value(found.ratingRegions.size());
   };
-  atschost::GuideTuner tuner(list, {[&](uint32_t, uint32_t) { return asked++ == 0; }, take, [] {}});
+  atschost::Clock clock;
+  atschost::GuideTuner tuner(atschost::hostAir(), clock, list,
+                             {[&](uint32_t, uint32_t) { return asked++ == 0; }, take, [] {}});
   EXPECT_FALSE(tuner.beginRound()) << "nothing is listed";
   list.replace(kAir, kChannel14, {service});
   tuner.start();
@@ -138,7 +140,7 @@ TEST(GuideCache, AnswersEventByEvent) {
                {2, 2800, text("B")},
                {3, 4600, text("C")}}));
   push(decoder, kEtt0, ett(3, 2, text("bee")));
-  atschost::Receiver::instance().guide().update(kAir, kChannel14, decoder.guide(), 18);
+  atschost::hostReceiver().guide().update(kAir, kChannel14, decoder.guide(), 18);
 
   EXPECT_EQ(0, AIEC_get_total_events(&one, &count));
   EXPECT_EQ(3, count);

@@ -17,9 +17,9 @@
 #include "aifw.h"
 #include "aist.h"
 #include "atsc_host.h"
+#include "modules/host.h"
 #include "receiver/events/alerts.h"
 #include "receiver/events/event_queue.h"
-#include "receiver/receiver.h"
 #include "receiver/station/clock.h"
 #include "receiver/stream/pace.h"
 #include "receiver/tables/psip_text.h"
@@ -556,7 +556,7 @@ TEST(ReceiverAlertsTest, SettingsAreKeptAtOnce) {
   for (const auto& setting : settings) {
     for (int32_t value : {setting.max, 0}) {
       EXPECT_EQ(0, setting.access(&value, AIFW_EAS_WRITE));
-      const atschost::Receiver restarted(getenv("ATSC_HOST_STATE"));
+      const TestReceiver restarted(getenv("ATSC_HOST_STATE"));
       EXPECT_EQ(value, restarted.alertSetting(setting.which));
       for (int32_t unknown : {-1, setting.max + 1})
         EXPECT_NE(0, setting.access(&unknown, AIFW_EAS_WRITE));

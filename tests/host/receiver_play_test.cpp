@@ -21,8 +21,8 @@
 #include "aiup.h"
 #include "aivc.h"
 #include "atsc_host.h"
+#include "modules/host.h"
 #include "osal.h"
-#include "receiver/receiver.h"
 #include "receiver/station/audio.h"
 #include "receiver/tables/service_name.h"
 #include "receiver_test_air.h"
@@ -169,7 +169,7 @@ class ReceiverPlayTest : public testing::Test {
 
 TEST_F(ReceiverPlayTest, UpAndDownNeedAServiceThatTheViewerSurfs) {
   air_.write(kAir, kChannel14, {});
-  Receiver receiver(state_);
+  TestReceiver receiver(state_);
   receiver.services().replace(
       kAir, kChannel14,
       {service(9, 1, kChannel14, kAir, 0), service(9, 2, kChannel14),
@@ -188,7 +188,7 @@ TEST_F(ReceiverPlayTest, EachSourceRemembersWhatPlayedLast) {
   air_.write(kAir, kChannel14, {});
   air_.write(kCable, kChannel15, {});
   {
-    Receiver receiver(state_);
+    TestReceiver receiver(state_);
     EXPECT_FALSE(receiver.playSource(kAir)) << "nothing is listed";
     receiver.services().replace(kAir, kChannel14,
                                 {service(9, 1, kChannel14), service(9, 2, kChannel14)});
@@ -202,7 +202,7 @@ TEST_F(ReceiverPlayTest, EachSourceRemembersWhatPlayedLast) {
     EXPECT_TRUE(receiver.keepSettings());
     EXPECT_TRUE(receiver.services().store());
   }
-  Receiver receiver(state_);
+  TestReceiver receiver(state_);
   EXPECT_EQ(kCable, receiver.currentSource());
   EXPECT_EQ(kCable, receiver.tunerSource());
   EXPECT_TRUE(receiver.playSource(kAir));
@@ -231,7 +231,7 @@ TEST_F(ReceiverPlayTest, EachSourceRemembersWhatPlayedLast) {
 
 TEST_F(ReceiverPlayTest, StandbyRefusesToPlayAndGoesOnAfterwards) {
   air_.write(kAir, kChannel14, {});
-  Receiver receiver(state_);
+  TestReceiver receiver(state_);
   receiver.services().replace(kAir, kChannel14,
                               {service(9, 1, kChannel14), service(9, 2, kChannel14)});
   receiver.leaveStandby();
@@ -258,7 +258,7 @@ TEST_F(ReceiverPlayTest, StandbyRefusesToPlayAndGoesOnAfterwards) {
 // Each of them fails where nothing can be stored, with nothing changed, and succeeds afterwards.
 TEST_F(ReceiverPlayTest, WhatCannotBeStoredIsRefusedAndNothingIsLost) {
   air_.write(kAir, kChannel14, {});
-  Receiver receiver(state_);
+  TestReceiver receiver(state_);
   receiver.services().replace(kAir, kChannel14, {service(9, 1, kChannel14)});
   ASSERT_TRUE(receiver.playFirst(kAir, 0));
   EXPECT_EQ(1, receiver.audioTrack());
@@ -288,21 +288,21 @@ TEST_F(ReceiverPlayTest, WhatCannotBeStoredIsRefusedAndNothingIsLost) {
   for (size_t i = 0; i < 3; ++i) EXPECT_TRUE(kCalls[i]() && kCalls[i]()) << "also when set twice";
   EXPECT_EQ(2, receiver.audioTrack());
   {
-    Receiver restarted(state_);
+    TestReceiver restarted(state_);
     EXPECT_EQ((Texts{"9-1", "9-5"}), numbers(restarted));
     EXPECT_EQ(changed.AISRV_flags_, restarted.current().value().flags);
     EXPECT_EQ(0x30u, restarted.current().value().favourites);
   }
   EXPECT_TRUE(kCalls[3]());
   EXPECT_FALSE(receiver.isPlaying());
-  EXPECT_EQ(Texts{}, numbers(Receiver(state_)));
+  EXPECT_EQ(Texts{}, numbers(TestReceiver(state_)));
   EXPECT_FALSE(receiver.resetServices(1));
   EXPECT_FALSE(receiver.modifyService(changed));
   EXPECT_FALSE(receiver.chooseAudio(1));
 }
 
 TEST_F(ReceiverPlayTest, OnlyWhatCanBeTunedIsAdded) {
-  Receiver receiver(state_);
+  TestReceiver receiver(state_);
   receiver.services().replace(kAir, kChannel14, {service(14, 5000, kChannel14)});
   Record foreign(9, 1, kChannel14);
   foreign.modulation = AI_MODULATION_QAM;
@@ -318,12 +318,12 @@ TEST_F(ReceiverPlayTest, OnlyWhatCanBeTunedIsAdded) {
 
 TEST_F(ReceiverPlayTest, TheListIsReadAnewAsItIsStored) {
   const fs::path file = state_ / "services.json";
-  Receiver receiver(state_);
+  TestReceiver receiver(state_);
   receiver.services().replace(kAir, kChannel14, {service(9, 1, kChannel14)});
   EXPECT_FALSE(receiver.reloadServices()) << "there is none";
   EXPECT_EQ(Texts{"9-1"}, numbers(receiver));
   {
-    Receiver other(state_);
+    TestReceiver other(state_);
     other.services().replace(kAir, kChannel14, {service(9, 7, kChannel14)});
     ASSERT_TRUE(other.services().store());
   }
@@ -340,12 +340,12 @@ TEST_F(ReceiverPlayTest, TheListIsReadAnewAsItIsStored) {
   EXPECT_FALSE(receiver.reloadServices());
   EXPECT_EQ(Texts{"9-7"}, numbers(receiver));
   EXPECT_TRUE(receiver.services().store());
-  EXPECT_EQ(Texts{"9-7"}, numbers(Receiver(state_)));
+  EXPECT_EQ(Texts{"9-7"}, numbers(TestReceiver(state_)));
 }
 
 TEST_F(ReceiverPlayTest, TheTunedCarrierTellsItsServicesAgainAfterAReload) {
   air_.write(kAir, kChannel14, goodCarrier());
-  Receiver receiver(state_);
+  TestReceiver receiver(state_);
   ASSERT_TRUE(receiver.addService(Record(7, 7, kChannel14, "MINE")));
   const auto hasBoth = [&] {
     for (int i = 0; i < 1000 && numbers(receiver).size() < 2; ++i)
@@ -361,7 +361,7 @@ TEST_F(ReceiverPlayTest, TheTunedCarrierTellsItsServicesAgainAfterAReload) {
 
 TEST_F(ReceiverPlayTest, NothingPlaysOfAListThatWasReset) {
   air_.write(kAir, kChannel14, {});
-  Receiver receiver(state_);
+  TestReceiver receiver(state_);
   for (int i = 0; i < 500; ++i) {
     ASSERT_TRUE(receiver.addService(Record(7, 7, kChannel14)));
     std::thread player([&] {
@@ -381,7 +381,7 @@ TEST_F(ReceiverPlayTest, SettingsOfOlderFilesAreTakenAndFaultyOnesSetAside) {
     std::ofstream(file) << R"({"format": "atsc-host-settings-1", "source": 2, )" << member << "}";
   };
   write(current);
-  Receiver old(state_);
+  TestReceiver old(state_);
   old.services().replace(kAir, kChannel14, {service(9, 1, kChannel14)});
   EXPECT_EQ("9-1", number(old.current()));
   EXPECT_EQ(kEng, old.audioLanguages().first);
@@ -390,13 +390,13 @@ TEST_F(ReceiverPlayTest, SettingsOfOlderFilesAreTakenAndFaultyOnesSetAside) {
   EXPECT_FALSE(old.setAudioLanguage(&AudioLanguages::first, 3));
   EXPECT_TRUE(old.setDualMode(AIAUD_DUAL_MIXED));
   EXPECT_FALSE(old.setDualMode(4));
-  EXPECT_EQ(kSpa, Receiver(state_).audioLanguages().second);
+  EXPECT_EQ(kSpa, TestReceiver(state_).audioLanguages().second);
 
   for (const char* member :
        {R"("language": 3)", R"("second_language": "eng")", R"("dual_mode": 4)", R"("zone": -1)",
         R"("automatic_clock": 1)", R"("last": {"source": 2})", R"("last": [{"source": 1}])"}) {
     write(member);
-    EXPECT_EQ(kEng, Receiver(state_).audioLanguages().second) << member;
+    EXPECT_EQ(kEng, TestReceiver(state_).audioLanguages().second) << member;
     EXPECT_FALSE(fs::exists(file)) << member;
   }
 }
@@ -439,7 +439,7 @@ TEST_F(ReceiverPlayTest, WhatTheViewerSetSurvivesScansLiveTablesAndRestarts) {
   air_.write(kAir, kChannel14, carrier({{1, "GOOD"}}, 1, two));
   scan(kAir, kChannel14);
   ASSERT_EQ(0, AIFW_play_first_service(kAir, 0));
-  Receiver& receiver = Receiver::instance();
+  Receiver& receiver = atschost::hostReceiver();
   EXPECT_EQ(1, receiver.audioTrack());
   EXPECT_EQ(0, AICN_set_pref_aud_lang(kSpa));
   EXPECT_EQ(2, receiver.audioTrack()) << "at once";
@@ -486,7 +486,7 @@ TEST_F(ReceiverPlayTest, WhatTheViewerSetSurvivesScansLiveTablesAndRestarts) {
   EXPECT_EQ((Texts{"5-1 RENAMED", "5-9 MINE"}), labels(kAir));
   EXPECT_EQ(0x10u, rows(kAir)[0].info.AISRV_fav_group_);
   EXPECT_EQ(0, AISRV_sync_to_database());
-  const Receiver restarted(getenv("ATSC_HOST_STATE"));
+  const TestReceiver restarted(getenv("ATSC_HOST_STATE"));
   EXPECT_EQ((Texts{"5-1", "5-9"}), numbers(restarted));
   EXPECT_EQ(0, RMGRReload());
   EXPECT_EQ((Texts{"5-1 RENAMED", "5-9 MINE"}), labels(kAir));

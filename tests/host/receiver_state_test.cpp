@@ -15,7 +15,7 @@
 #include "aipt.h"
 #include "aiup.h"
 #include "middleware_types.h"
-#include "receiver/receiver.h"
+#include "modules/host.h"
 #include "receiver_test_air.h"
 
 namespace receiver_test {
@@ -75,7 +75,7 @@ class ReceiverStateTest : public testing::Test {
 
 TEST_F(ReceiverStateTest, ServicesSurviveARestart) {
   {
-    Receiver receiver(state_);
+    TestReceiver receiver(state_);
     receiver.services().replace(kAir, kChannel14,
                                 {service(9, 2, kChannel14), service(9, 1, kChannel14)});
     receiver.services().replace(kCable, kChannel14, {service(300, 0, kChannel14, kCable)});
@@ -90,7 +90,7 @@ TEST_F(ReceiverStateTest, ServicesSurviveARestart) {
   ASSERT_EQ(0, stat(state_.c_str(), &status));
   EXPECT_EQ(0700u, status.st_mode & 07777);
 
-  Receiver receiver(state_);
+  TestReceiver receiver(state_);
   const std::vector<Service> list = listed(receiver);
   ASSERT_EQ(2u, list.size());
   EXPECT_EQ(1, list[0].key.minor);
@@ -103,9 +103,9 @@ TEST_F(ReceiverStateTest, ServicesSurviveARestart) {
 }
 
 TEST_F(ReceiverStateTest, ServiceFoundAgainKeepsWhatTheViewerSet) {
-  Receiver(state_).services().store();
+  TestReceiver(state_).services().store();
   {
-    Receiver receiver(state_);
+    TestReceiver receiver(state_);
     receiver.services().replace(kAir, kChannel14,
                                 {service(9, 1, kChannel14), service(9, 2, kChannel14)});
     receiver.services().store();
@@ -114,7 +114,7 @@ TEST_F(ReceiverStateTest, ServiceFoundAgainKeepsWhatTheViewerSet) {
                                    "\"favourites\" : 0", "\"favourites\" : 48");
   // As older versions wrote it.
   write(services_, replaced(replaced(set, "\"added\" : false,", ""), "\"audio\" : 0,", ""));
-  Receiver receiver(state_);
+  TestReceiver receiver(state_);
   Service again = service(9, 1, kChannel14);
   again.programNumber = 7;
   receiver.services().replace(kAir, kChannel14, {service(9, 0, kChannel14), again});
@@ -132,7 +132,7 @@ TEST_F(ReceiverStateTest, ServiceFoundAgainKeepsWhatTheViewerSet) {
 
 TEST_F(ReceiverStateTest, DamagedFilesAreSetAside) {
   {
-    Receiver receiver(state_);
+    TestReceiver receiver(state_);
     receiver.services().replace(kAir, kChannel14,
                                 {service(9, 1, kChannel14), service(9, 2, kChannel14)});
     ASSERT_TRUE(receiver.services().store());
@@ -156,13 +156,13 @@ TEST_F(ReceiverStateTest, DamagedFilesAreSetAside) {
   for (const std::string& text : damaged) {
     SCOPED_TRACE(text.substr(0, 60));
     write(services_, text);
-    Receiver receiver(state_);
+    TestReceiver receiver(state_);
     EXPECT_TRUE(listed(receiver).empty());
     EXPECT_EQ(text, content(services_.string() + ".bad"));
     EXPECT_FALSE(fs::exists(services_));
   }
   fs::create_directory(state_ / "settings.json");
-  Receiver receiver(state_);
+  TestReceiver receiver(state_);
   EXPECT_EQ(kAir, receiver.currentSource());
   EXPECT_TRUE(fs::exists(state_ / "settings.json.bad"));
 }
@@ -170,7 +170,7 @@ TEST_F(ReceiverStateTest, DamagedFilesAreSetAside) {
 TEST_F(ReceiverStateTest, UnwritableFolderIsReported) {
   fs::create_directories(state_.parent_path());
   write(state_, "a file where the folder should be");
-  Receiver receiver(state_);
+  TestReceiver receiver(state_);
   receiver.services().replace(kAir, kChannel14, {service(9, 1, kChannel14)});
   EXPECT_FALSE(receiver.services().store());
   receiver.storeSettings();
@@ -202,7 +202,7 @@ class OneFile {
 };
 
 TEST_F(ReceiverStateTest, AStoreThatFailsLateIsMadeGood) {
-  Receiver receiver(state_);
+  TestReceiver receiver(state_);
   receiver.services().replace(kAir, kChannel14, {service(9, 1, kChannel14)});
   ASSERT_TRUE(receiver.services().store());
   const std::string before = content(services_);
@@ -222,7 +222,7 @@ TEST_F(ReceiverStateTest, ChannelsChangeInOrder) {
   Service skipped = service(9, 2, kChannel14), deleted = service(9, 3, kChannel14);
   skipped.flags |= AISRV_FLAG_SKIPPED;
   deleted.flags |= AISRV_FLAG_DELETED;
-  Receiver receiver(state_);
+  TestReceiver receiver(state_);
   EXPECT_FALSE(receiver.changeChannel(change(AIFW_CHANGE_UP)));
   receiver.services().replace(kAir, kChannel14, {service(9, 1, kChannel14), skipped, deleted});
   receiver.services().replace(kAir, kChannel15,
@@ -265,7 +265,7 @@ TEST_F(ReceiverStateTest, ChannelsChangeInOrder) {
   receiver.storeSettings();
   EXPECT_TRUE(receiver.services().store());
   EXPECT_TRUE(receiver.syncSettings());
-  Receiver restarted(state_);
+  TestReceiver restarted(state_);
   EXPECT_EQ(kChannel15, restarted.current().value().key.frequency);
   EXPECT_FALSE(restarted.isPlaying());
   restarted.services().replace(kAir, kChannel15, {});

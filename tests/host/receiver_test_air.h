@@ -9,6 +9,7 @@
 
 #include "aics.h"
 #include "aisrv.h"
+#include "modules/host.h"
 #include "temporary_folder.h"
 
 namespace receiver_test {
@@ -28,6 +29,17 @@ class Air {
 
  private:
   TemporaryFolder folder_;
+};
+
+struct OwnClock {
+  atschost::Clock ownClock;
+};
+
+// A receiver on the antenna of the process, with a clock of its own.
+class TestReceiver : private OwnClock, public atschost::Receiver {
+ public:
+  explicit TestReceiver(const std::string& state)
+      : Receiver(state, atschost::hostAir(), ownClock) {}
 };
 
 // A section with its header and CRC_32.

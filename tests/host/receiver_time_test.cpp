@@ -9,7 +9,7 @@
 
 #include "aicc.h"
 #include "aist.h"
-#include "receiver/receiver.h"
+#include "modules/host.h"
 #include "receiver/station/clock.h"
 #include "receiver/station/local_time.h"
 #include "receiver/tables/caption_services.h"
@@ -156,7 +156,7 @@ TEST(ClockSetting, InManualModeNoTableMovesTheClock) {
 
 TEST(ClockSetting, IsSetAndReadThroughTheModule) {
   const Air air;
-  const Clock::Setting old = Clock::instance().setting();
+  const Clock::Setting old = atschost::hostClock().setting();
   AIST_system_time_info info{};
   EXPECT_EQ(0, AIST_set_current_time_zone(AIST_ZONE_HAWAII));
   EXPECT_EQ(0, AIST_manual_mode_enable(1));
@@ -171,14 +171,14 @@ TEST(ClockSetting, IsSetAndReadThroughTheModule) {
   const auto tie = [](const AIST_time_date& d) {
     return std::tuple(d.year, d.month, d.mday, d.hour, d.minute, d.second);
   };
-  const auto here = [&] { return tie(atschost::dateAt(Clock::instance().now(), -600)); };
+  const auto here = [&] { return tie(atschost::dateAt(atschost::hostClock().now(), -600)); };
   const auto before = here();
   AIST_time_date date{};
   EXPECT_EQ(0, AIST_get_cur_time_date(&date));
   EXPECT_TRUE(before <= tie(date) && tie(date) <= here());
   EXPECT_NE(0, AIST_get_system_time_info(nullptr));
   EXPECT_NE(0, AIST_get_cur_time_date(nullptr));
-  Clock::instance().setSetting(old);
+  atschost::hostClock().setSetting(old);
 }
 
 // caption_service_descriptor of entries of 6 bytes.
@@ -223,7 +223,7 @@ TEST(CaptionServices, AreThoseOfThePresentEventElseOfThePmt) {
   const std::vector<Row> list = rows(AI_INPUT_TERRESTRIAL);
   ASSERT_EQ(3u, list.size());
   // An event that is over, one that runs, one to come.
-  const uint32_t now = Clock::instance().now() - kGpsEpoch + 18;
+  const uint32_t now = atschost::hostClock().now() - kGpsEpoch + 18;
   const auto event = [](uint32_t start, const char* language, uint8_t flags) {
     atschost::GuideEvent e;
     e.start = start;
@@ -239,7 +239,7 @@ TEST(CaptionServices, AreThoseOfThePresentEventElseOfThePmt) {
   tables.eits[{0, 3}] = {event(now - 2700, "deu", 0), event(now - 900, "spa", 0x40),
                          event(now + 900, "deu", 0)};
   tables.eits[{0, 4}] = {event(now - 2700, "deu", 0), event(now + 900, "deu", 0)};
-  atschost::Receiver::instance().guide().update(AI_INPUT_TERRESTRIAL, kChannel, tables, 18);
+  atschost::hostReceiver().guide().update(AI_INPUT_TERRESTRIAL, kChannel, tables, 18);
 
   AICC_cc_service_data data{}, again{};
   ASSERT_EQ(0, AICC_get_cc_service_data(0, &list[0].info, &data));

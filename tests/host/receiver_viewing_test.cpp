@@ -12,7 +12,7 @@
 #include "aifw.h"
 #include "aipc.h"
 #include "atsc_host.h"
-#include "receiver/receiver.h"
+#include "modules/host.h"
 #include "receiver_test_air.h"
 
 namespace receiver_test {
@@ -121,7 +121,7 @@ TEST_F(ReceiverViewingTest, WhatPlaysIsBlockedAndFreedAsProgrammesAndSettingsCha
   air.write(kAir, kChannel20, ratedStream());
   ATSC_host_set_fast(1);
   scan(kAir, kChannel20);
-  const Receiver& receiver = Receiver::instance();
+  const Receiver& receiver = atschost::hostReceiver();
   const std::vector<Row> list = rows(kAir);
   ASSERT_EQ(2u, list.size());
   const AISRV_service_info& one = list[0].info;

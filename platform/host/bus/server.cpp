@@ -10,7 +10,6 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
-#include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <iterator>
@@ -19,6 +18,7 @@
 #include "bus/client.h"
 #include "bus/log.h"
 #include "bus_lifetime.h"
+#include "process/shutdown.h"
 
 namespace bus {
 namespace {
@@ -165,7 +165,7 @@ bool Server::own(std::unique_ptr<OwnedName> owned, bool serving) {
   }
   attach(endpoint);
   // Every time: serving has to end before the objects that exist now are destroyed.
-  std::atexit([] { instance().shutDown(); });
+  atschost::atShutDown(atschost::ShutDownStage::kBus, [] { instance().shutDown(); });
   return true;
 }
 

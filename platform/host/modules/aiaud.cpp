@@ -1,8 +1,9 @@
 #include "aiaud.h"
 
-#include "receiver/receiver.h"
+#include "modules/call.h"
+#include "modules/host.h"
 
 int AIAUD_set_dual_mode(uint32_t mode) {
   return atschost::loggedStatusOf(
-      __func__, [&] { return atschost::Receiver::instance().setDualMode(mode); }, mode);
+      __func__, [&] { return atschost::hostReceiver().setDualMode(mode); }, mode);
 }

@@ -3,13 +3,13 @@
 #include <algorithm>
 #include <vector>
 
-#include "receiver/receiver.h"
+#include "modules/call.h"
+#include "modules/host.h"
 #include "receiver/station/clock.h"
 
 using atschost::CaptionService;
 using atschost::Clock;
 using atschost::loggedStatusOf;
-using atschost::Receiver;
 using atschost::Service;
 using atschost::ShownEvent;
 using atschost::ShownEvents;
@@ -43,12 +43,11 @@ int AICC_get_cc_service_data(uint32_t path, const AISRV_service_info* service,
   const auto fill = [&] {
     if (path != 0 || !service || !data) return false;
     const uint32_t source = atschost::sourceOfId(id.input_source);
-    Receiver& receiver = Receiver::instance();
     bool is_listed = false;
     uint32_t frequency = 0;
     uint16_t source_id = 0;
     std::vector<CaptionService> captions;
-    receiver.services().visit(source, [&](const Service& listed) {
+    atschost::hostReceiver().services().visit(source, [&](const Service& listed) {
       if (listed.record != id.service_rec) return true;
       is_listed = true;
       frequency = listed.key.frequency;
@@ -57,8 +56,8 @@ int AICC_get_cc_service_data(uint32_t path, const AISRV_service_info* service,
       return false;
     });
     if (!is_listed) return false;
-    const auto events = receiver.guide().events(source, frequency, source_id);
-    const ShownEvent* present = eventAt(*events, Clock::instance().now());
+    const auto events = atschost::hostReceiver().guide().events(source, frequency, source_id);
+    const ShownEvent* present = eventAt(*events, atschost::hostClock().now());
     if (present && present->event.captions) captions = present->event.captionServices;
 
     static_assert(atschost::kMaxCaptionServices <= AICC_MAX_SERVICES);

@@ -1,11 +1,12 @@
 #include "aicn.h"
 
-#include "receiver/receiver.h"
+#include "modules/call.h"
+#include "modules/host.h"
 
 using atschost::AudioLanguages;
+using atschost::hostReceiver;
 using atschost::logCall;
 using atschost::loggedStatusOf;
-using atschost::Receiver;
 using atschost::runBody;
 
 namespace {
@@ -15,7 +16,7 @@ template <typename Read>
 int valueOf(const char* function, int otherwise, Read read) {
   int value = otherwise;
   const auto body = [&] {
-    value = static_cast<int>(read(Receiver::instance()));
+    value = static_cast<int>(read(hostReceiver()));
     return true;
   };
   runBody(function, body);
@@ -25,7 +26,7 @@ int valueOf(const char* function, int otherwise, Read read) {
 
 int setLanguage(const char* function, int32_t AudioLanguages::*which, int32_t language) {
   return loggedStatusOf(
-      function, [&] { return Receiver::instance().setAudioLanguage(which, language); }, language);
+      function, [&] { return hostReceiver().setAudioLanguage(which, language); }, language);
 }
 
 int getLanguage(const char* function, int32_t AudioLanguages::*which, int32_t* language) {
@@ -33,7 +34,7 @@ int getLanguage(const char* function, int32_t AudioLanguages::*which, int32_t* l
       function,
       [&] {
         if (!language) return false;
-        *language = Receiver::instance().audioLanguages().*which;
+        *language = hostReceiver().audioLanguages().*which;
         return true;
       },
       language);
@@ -44,7 +45,7 @@ int getLanguage(const char* function, int32_t AudioLanguages::*which, int32_t* l
 int AICN_get_current(AISRV_service_info* record) {
   const auto body = [&] {
     if (!record) return false;
-    const auto service = Receiver::instance().current();
+    const auto service = hostReceiver().current();
     if (service) atschost::copyRecord(*service, *record);
     return service.has_value();
   };
@@ -58,18 +59,19 @@ int AICN_get_current(AISRV_service_info* record) {
 
 int AICN_get_curr_input_source() {
   return valueOf(__func__, AI_INPUT_TERRESTRIAL,
-                 [](const Receiver& receiver) { return receiver.currentSource(); });
+                 [](const atschost::Receiver& receiver) { return receiver.currentSource(); });
 }
 
 int AICN_get_chan_state() {
-  return valueOf(__func__, 0, [](const Receiver& receiver) { return receiver.isPlaying(); });
+  return valueOf(__func__, 0,
+                 [](const atschost::Receiver& receiver) { return receiver.isPlaying(); });
 }
 
 int AICN_set_skip_play_srv(int skip) {
   return loggedStatusOf(
       __func__,
       [&] {
-        Receiver::instance().setSkipPlay(skip != 0);
+        hostReceiver().setSkipPlay(skip != 0);
         return true;
       },
       skip);
@@ -77,14 +79,14 @@ int AICN_set_skip_play_srv(int skip) {
 
 int AICN_get_tuner_mode() {
   return valueOf(__func__, AI_INPUT_TERRESTRIAL,
-                 [](const Receiver& receiver) { return receiver.tunerSource(); });
+                 [](const atschost::Receiver& receiver) { return receiver.tunerSource(); });
 }
 
 int AICN_set_play_from_ap(int fromApplication) {
   return loggedStatusOf(
       __func__,
       [&] {
-        Receiver::instance().setPlayFromApplication(fromApplication != 0);
+        hostReceiver().setPlayFromApplication(fromApplication != 0);
         return true;
       },
       fromApplication);

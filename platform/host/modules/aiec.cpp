@@ -6,11 +6,12 @@
 #include <optional>
 #include <unordered_map>
 
-#include "receiver/receiver.h"
+#include "modules/call.h"
+#include "modules/host.h"
 #include "receiver/tables/psip_text.h"
 
 using atschost::copyText;
-using atschost::Receiver;
+using atschost::hostReceiver;
 using atschost::Service;
 using atschost::ShownEvent;
 using atschost::ShownEvents;
@@ -31,7 +32,7 @@ class ServiceIndex {
   };
 
   std::optional<Place> find(uint32_t source, uint32_t record) {
-    const auto& services = Receiver::instance().services();
+    const auto& services = hostReceiver().services();
     std::lock_guard<std::mutex> lock(mutex_);
     const unsigned generation = services.generation();
     if (generation_ != generation) {
@@ -68,7 +69,7 @@ Events eventsOf(uint32_t inputSource, uint32_t record) {
   const uint32_t source = sourceOfId(inputSource);
   const auto place = serviceIndex().find(source, record);
   if (!place) return nullptr;
-  return Receiver::instance().guide().events(source, place->frequency, place->sourceId);
+  return hostReceiver().guide().events(source, place->frequency, place->sourceId);
 }
 
 // Null when there is no such event.
@@ -103,7 +104,7 @@ bool copyEvents(uint32_t serviceRec, uint32_t inputSource, uint64_t first, AIEC_
   const Events events = eventsOf(inputSource, serviceRec);
   if (!events) return false;
   copied = 0;
-  const auto isBlocked = Receiver::instance().blockedEvents();
+  const auto isBlocked = hostReceiver().blockedEvents();
   for (uint64_t i = first; i < events->size() && copied < count; ++i) {
     const auto index = static_cast<uint32_t>(i);
     const ShownEvent& shown = (*events)[index];
@@ -160,7 +161,7 @@ int AIEC_get_multiple_event_rating_string(const AIEC_event_key* event, multiple_
 int AIEC_check_rating(const AISRV_service_info* service) {
   int verdict = -1;
   const auto check = [&] {
-    const auto now = service ? Receiver::instance().onNow(service->service_id) : std::nullopt;
+    const auto now = service ? hostReceiver().onNow(service->service_id) : std::nullopt;
     if (!now) return false;
     if (!now->enabled || now->unlocked)
       verdict = 0;

@@ -1,9 +1,10 @@
 #include "aife.h"
 
-#include "receiver/receiver.h"
+#include "modules/call.h"
+#include "modules/host.h"
 
+using atschost::hostReceiver;
 using atschost::loggedStatusOf;
-using atschost::Receiver;
 
 namespace {
 
@@ -18,7 +19,7 @@ int AIFE_get_tuning_details(uint32_t tuner, uint32_t path, AIFE_tuning_details* 
       __func__,
       [&] {
         if (!isTuner(tuner, path) || !details) return false;
-        *details = Receiver::instance().tuning();
+        *details = hostReceiver().tuning();
         return true;
       },
       tuner, path, details ? &details->frequency : nullptr);
@@ -29,7 +30,7 @@ int AIFE_tune_stop_request(uint32_t tuner, uint32_t path) {
       __func__,
       [&] {
         if (!isTuner(tuner, path)) return false;
-        Receiver::instance().stopTuning();
+        hostReceiver().stopTuning();
         return true;
       },
       tuner, path);

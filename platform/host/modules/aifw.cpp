@@ -1,11 +1,12 @@
 #include "aifw.h"
 
-#include "receiver/receiver.h"
+#include "modules/call.h"
+#include "modules/host.h"
 
+using atschost::hostReceiver;
 using atschost::isSource;
 using atschost::loggedStatusOf;
 using atschost::memberOf;
-using atschost::Receiver;
 
 namespace {
 
@@ -15,14 +16,13 @@ int alertSetting(const char* function, int32_t atschost::AlertSettings::Values::
   return loggedStatusOf(
       function,
       [&] {
-        Receiver& receiver = Receiver::instance();
         if (!value) return false;
         if (direction == AIFW_EAS_READ) {
-          *value = receiver.alertSetting(which);
+          *value = hostReceiver().alertSetting(which);
           return true;
         }
         return direction == AIFW_EAS_WRITE && *value >= 0 && *value <= max &&
-               receiver.setAlertSetting(which, *value);
+               hostReceiver().setAlertSetting(which, *value);
       },
       value, direction);
 }
@@ -33,7 +33,7 @@ int AIFW_init(int mode) {
   return loggedStatusOf(
       __func__,
       [] {
-        Receiver::instance().start();
+        hostReceiver().start();
         return true;
       },
       mode);
@@ -43,7 +43,7 @@ int AIFW_register_frmwrk_app_cb(AIFW_app_callback callback) {
   return loggedStatusOf(
       __func__,
       [&] {
-        Receiver::instance().setCallback(callback);
+        hostReceiver().setCallback(callback);
         return true;
       },
       callback != nullptr);
@@ -52,7 +52,7 @@ int AIFW_register_frmwrk_app_cb(AIFW_app_callback callback) {
 int AIFW_get_event_update_data(AIFW_event_update_data* data) {
   return loggedStatusOf(__func__, [&] {
     if (!data) return false;
-    *data = Receiver::instance().events().updateData();
+    *data = hostReceiver().events().updateData();
     return true;
   });
 }
@@ -62,7 +62,7 @@ int AIFW_get_EAS_priority(uint8_t* priority) {
       __func__,
       [&] {
         if (!priority) return false;
-        *priority = Receiver::instance().events().alertPriority();
+        *priority = hostReceiver().events().alertPriority();
         return true;
       },
       priority);
@@ -72,8 +72,8 @@ int AIFW_powerTransition_request(int powerdown) {
   return loggedStatusOf(
       __func__,
       [&] {
-        if (powerdown != 0) return Receiver::instance().enterStandby();
-        Receiver::instance().leaveStandby();
+        if (powerdown != 0) return hostReceiver().enterStandby();
+        hostReceiver().leaveStandby();
         return true;
       },
       powerdown);
@@ -82,39 +82,32 @@ int AIFW_powerTransition_request(int powerdown) {
 int AIFW_play_src(uint32_t path, uint32_t inputSource) {
   return loggedStatusOf(
       __func__,
-      [&] {
-        return path == 0 && isSource(inputSource) && Receiver::instance().playSource(inputSource);
-      },
+      [&] { return path == 0 && isSource(inputSource) && hostReceiver().playSource(inputSource); },
       path, inputSource);
 }
 
 int AIFW_play_curr_src() {
-  return loggedStatusOf(__func__, [] {
-    Receiver& receiver = Receiver::instance();
-    return receiver.playSource(receiver.currentSource());
-  });
+  return loggedStatusOf(__func__,
+                        [] { return hostReceiver().playSource(hostReceiver().currentSource()); });
 }
 
 int AIFW_play_first_service(uint32_t inputSource, uint32_t frequency) {
   return loggedStatusOf(
       __func__,
-      [&] {
-        return isSource(inputSource) && Receiver::instance().playFirst(inputSource, frequency);
-      },
+      [&] { return isSource(inputSource) && hostReceiver().playFirst(inputSource, frequency); },
       inputSource, frequency);
 }
 
 int AIFW_stop_curr_src() {
   return loggedStatusOf(__func__, [] {
-    Receiver::instance().stopPlaying();
+    hostReceiver().stopPlaying();
     return true;
   });
 }
 
 int AIFW_handle_tuner_mode_change(int mode) {
   return loggedStatusOf(
-      __func__, [&] { return Receiver::instance().followTuner(static_cast<uint32_t>(mode)); },
-      mode);
+      __func__, [&] { return hostReceiver().followTuner(static_cast<uint32_t>(mode)); }, mode);
 }
 
 int AIFW_channel_change(const AIFW_channel_change_request* request) {
@@ -122,8 +115,7 @@ int AIFW_channel_change(const AIFW_channel_change_request* request) {
   return loggedStatusOf(
       __func__,
       [&] {
-        return request && isSource(request->input_source) &&
-               Receiver::instance().changeChannel(*request);
+        return request && isSource(request->input_source) && hostReceiver().changeChannel(*request);
       },
       memberOf(request, &Request::mode), memberOf(request, &Request::input_source),
       memberOf(request, &Request::major), memberOf(request, &Request::minor),
@@ -137,9 +129,9 @@ int AIFW_modify_service(uint32_t operation, const AISRV_service_info* record) {
         if (!record) return false;
         switch (operation) {
           case AIFW_SERVICE_ADD:
-            return Receiver::instance().addService(*record);
+            return hostReceiver().addService(*record);
           case AIFW_SERVICE_MODIFY:
-            return Receiver::instance().modifyService(*record);
+            return hostReceiver().modifyService(*record);
           default:
             return false;
         }
@@ -152,14 +144,14 @@ int AIFW_modify_service(uint32_t operation, const AISRV_service_info* record) {
 
 int AIFW_change_audio(uint8_t track) {
   return loggedStatusOf(
-      __func__, [&] { return Receiver::instance().chooseAudio(track); }, track);
+      __func__, [&] { return hostReceiver().chooseAudio(track); }, track);
 }
 
 int AIFW_passwd_reqd_non_play_src(int required) {
   return loggedStatusOf(
       __func__,
       [&] {
-        Receiver::instance().setPasswordRequired(required != 0);
+        hostReceiver().setPasswordRequired(required != 0);
         return true;
       },
       required);
@@ -169,7 +161,7 @@ int AIFW_pwd_unlocked_no_playing(int unlocked) {
   return loggedStatusOf(
       __func__,
       [&] {
-        Receiver::instance().setPasswordGiven(unlocked != 0);
+        hostReceiver().setPasswordGiven(unlocked != 0);
         return true;
       },
       unlocked);
@@ -177,13 +169,13 @@ int AIFW_pwd_unlocked_no_playing(int unlocked) {
 
 int AIFW_pwd_unlocked_no_checking_status(int unlocked) {
   return loggedStatusOf(
-      __func__, [&] { return Receiver::instance().setUnlocked(unlocked != 0); }, unlocked);
+      __func__, [&] { return hostReceiver().setUnlocked(unlocked != 0); }, unlocked);
 }
 
 int AIFW_get_curr_region(AIPC_region_list_t* region) {
   return loggedStatusOf(__func__, [&] {
     if (!region) return false;
-    const auto settings = Receiver::instance().parental().settings();
+    const auto settings = hostReceiver().parental().settings();
     region->region = static_cast<uint32_t>(settings->details.region);
     return true;
   });
@@ -193,7 +185,7 @@ int AIFW_set_curr_region(int32_t region) {
   return loggedStatusOf(
       __func__,
       [&] {
-        return Receiver::instance().changeParental([&](atschost::ParentalSettings& settings) {
+        return hostReceiver().changeParental([&](atschost::ParentalSettings& settings) {
           settings.details.region = region;
           return atschost::isRegion(region);
         });

@@ -1,6 +1,7 @@
 #include "aiin.h"
 
-#include "receiver/receiver.h"
+#include "modules/call.h"
+#include "modules/host.h"
 
 using atschost::loggedStatusOf;
 

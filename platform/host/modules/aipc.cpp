@@ -5,19 +5,20 @@
 #include <functional>
 #include <string_view>
 
-#include "receiver/receiver.h"
+#include "modules/call.h"
+#include "modules/host.h"
 
+using atschost::hostReceiver;
 using atschost::loggedStatusOf;
 using atschost::memberOf;
 using atschost::ParentalSettings;
-using atschost::Receiver;
 
 namespace {
 
 using Details = AIPC_parental_details;
 
 bool change(const std::function<bool(ParentalSettings&)>& edit) {
-  return Receiver::instance().changeParental(edit);
+  return hostReceiver().changeParental(edit);
 }
 
 bool isGroup(int32_t group) { return group >= 0 && group < AIPC_UNRATED_GROUPS; }
@@ -34,7 +35,7 @@ int AIPC_retreive_rating(AIPC_dime_t* rating) {
       __func__,
       [&] {
         if (!rating) return false;
-        *rating = Receiver::instance().parental().settings()->limitsOf(rating->region);
+        *rating = hostReceiver().parental().settings()->limitsOf(rating->region);
         return true;
       },
       memberOf(rating, &AIPC_dime_t::region));
@@ -66,7 +67,7 @@ int AIPC_drrt_rating_encode(AIPC_dime_t* rating, uint8_t dimension, uint8_t valu
       [&] {
         if (!rating || !atschost::isRegion(rating->region)) return false;
         const auto region =
-            Receiver::instance().ratingRegions().region(static_cast<uint8_t>(rating->region));
+            hostReceiver().ratingRegions().region(static_cast<uint8_t>(rating->region));
         return region &&
                atschost::encodeDownloadable(*rating, *region, dimension, value, block == 1);
       },
@@ -78,7 +79,7 @@ int AIPC_get_parental_details(AIPC_parental_details* details) {
       __func__,
       [&] {
         if (!details) return false;
-        *details = Receiver::instance().parental().settings()->details;
+        *details = hostReceiver().parental().settings()->details;
         return true;
       },
       memberOf(details, &Details::enabled));
@@ -116,7 +117,7 @@ int AIPC_get_rating_status_unrated_groups(int32_t* block, int32_t group) {
       __func__,
       [&] {
         if (!block || !isGroup(group)) return false;
-        const auto settings = Receiver::instance().parental().settings();
+        const auto settings = hostReceiver().parental().settings();
         *block = settings->unratedGroups[static_cast<size_t>(group)];
         return true;
       },
@@ -143,7 +144,7 @@ int AIPC_set_default_settings() {
 
 int AIPC_store_all() {
   return loggedStatusOf(__func__, [] {
-    Receiver::instance().parental().store();
+    hostReceiver().parental().store();
     return true;
   });
 }
@@ -156,7 +157,7 @@ int AIPC_check_rating(uint32_t country, uint32_t system, const multiple_lang_t* 
     const std::string_view given(text, strnlen(text, rating->length));
     const auto advisory = atschost::advisoryOfText(country, system, given);
     if (!advisory) return false;
-    const auto checked = Receiver::instance().parental().settings()->check({*advisory}, {});
+    const auto checked = hostReceiver().parental().settings()->check({*advisory}, {});
     verdict = checked.rated && checked.blocked ? int{AIPC_BLOCKED} : 0;
     return true;
   };

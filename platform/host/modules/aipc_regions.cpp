@@ -1,12 +1,13 @@
 // The rating regions of AIPC.
 #include "aipc.h"
-#include "receiver/receiver.h"
+#include "modules/call.h"
+#include "modules/host.h"
 #include "receiver/tables/psip_text.h"
 
 using atschost::copyText;
+using atschost::hostReceiver;
 using atschost::loggedStatusOf;
 using atschost::RatingRegion;
-using atschost::Receiver;
 using atschost::statusOf;
 
 namespace {
@@ -15,7 +16,7 @@ namespace {
 bool isInput(uint32_t input) { return input == 1 || input == 2; }
 
 std::shared_ptr<const RatingRegion> regionOf(uint32_t input, uint8_t number) {
-  return isInput(input) ? Receiver::instance().ratingRegions().region(number) : nullptr;
+  return isInput(input) ? hostReceiver().ratingRegions().region(number) : nullptr;
 }
 
 // Null when there is no such dimension.
@@ -31,7 +32,7 @@ int AIPC_get_RRT_regions(uint32_t input, uint8_t* count, uint8_t* regions) {
     if (!isInput(input) || !count || (!regions && *count > 0)) return false;
     const uint8_t capacity = *count;
     *count = 0;
-    for (const uint8_t number : Receiver::instance().ratingRegions().numbers())
+    for (const uint8_t number : hostReceiver().ratingRegions().numbers())
       if (*count < capacity) regions[(*count)++] = number;
     return true;
   });
@@ -84,5 +85,5 @@ int AIPC_get_rating_value_text(uint32_t input, uint8_t region, uint8_t dimension
 }
 
 int AIPC_collect_RRT() {
-  return loggedStatusOf(__func__, [] { return Receiver::instance().collectRatingRegions(); });
+  return loggedStatusOf(__func__, [] { return hostReceiver().collectRatingRegions(); });
 }

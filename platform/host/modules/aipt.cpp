@@ -1,13 +1,14 @@
 #include "aipt.h"
 
-#include "receiver/receiver.h"
+#include "modules/call.h"
+#include "modules/host.h"
 
 int AIPT_get_index_status(int* status, int path) {
   return atschost::loggedStatusOf(
       __func__,
       [&] {
         if (!status || path != 0) return false;
-        *status = atschost::Receiver::instance().isPlaying() ? 1 : 0;
+        *status = atschost::hostReceiver().isPlaying() ? 1 : 0;
         return true;
       },
       status, path);

@@ -3,11 +3,12 @@
 #include <algorithm>
 
 #include "bus/server.h"
-#include "receiver/receiver.h"
+#include "modules/call.h"
+#include "modules/host.h"
 
+using atschost::hostReceiver;
 using atschost::isSource;
 using atschost::loggedStatusOf;
-using atschost::Receiver;
 using atschost::Service;
 using atschost::statusOf;
 
@@ -26,7 +27,7 @@ int AISRV_get_total_services(uint32_t inputSource, uint32_t mask, const AISRV_qu
     bus::expectServiceProcess();  // ATSC_Service_db_init() begins with this call
     if (!count || !isSource(inputSource) || !isUnconditional(filter)) return false;
     *count = 0;
-    Receiver::instance().services().visit(inputSource, [&](const Service&) {
+    hostReceiver().services().visit(inputSource, [&](const Service&) {
       ++*count;
       return true;
     });
@@ -44,7 +45,7 @@ int AISRV_get_n_services(uint32_t inputSource, uint32_t mask, uint32_t first,
     const uint32_t capacity = *count;
     uint32_t position = 0;
     *count = 0;
-    Receiver::instance().services().visit(inputSource, [&](const Service& service) {
+    hostReceiver().services().visit(inputSource, [&](const Service& service) {
       if (*count == capacity) return false;
       if (position++ >= first) atschost::copyRecord(service, records[(*count)++]);
       return true;
@@ -58,7 +59,7 @@ int AISRV_get_pid_details(const AISRV_service_info* service, AISRV_pid_details* 
   return statusOf(__func__, [&] {
     if (!service || !details) return false;
     bool found = false;
-    Receiver::instance().services().visit(
+    hostReceiver().services().visit(
         atschost::sourceOfId(service->service_id.input_source), [&](const Service& listed) {
           if (listed.record != service->service_id.service_rec) return true;
           found = true;
@@ -74,7 +75,7 @@ int AISRV_get_pid_details(const AISRV_service_info* service, AISRV_pid_details* 
 int AISRV_get_CAD_list(const AISRV_service_info* service, uint8_t* count, uint8_t* regions) {
   const auto read = [&] {
     if (!service || !count || (!regions && *count > 0)) return false;
-    const auto now = Receiver::instance().onNow(service->service_id);
+    const auto now = hostReceiver().onNow(service->service_id);
     if (!now) return false;
     const unsigned capacity = std::min<unsigned>(*count, AISRV_MAX_ADVISORIES);
     *count = 0;
@@ -91,8 +92,7 @@ int AISRV_get_CAD_list(const AISRV_service_info* service, uint8_t* count, uint8_
 
 int AISRV_get_rating_status(const AISRV_service_info* service, uint32_t* status) {
   const auto read = [&] {
-    const auto now =
-        service && status ? Receiver::instance().onNow(service->service_id) : std::nullopt;
+    const auto now = service && status ? hostReceiver().onNow(service->service_id) : std::nullopt;
     if (!now) return false;
     const bool counts = now->byStreams || !now->verdict.rated;
     *status = counts && now->verdict.blocked && !now->unlocked ? 1 : 0;
@@ -102,10 +102,10 @@ int AISRV_get_rating_status(const AISRV_service_info* service, uint32_t* status)
 }
 
 int AISRV_sync_to_database() {
-  return loggedStatusOf(__func__, [] { return Receiver::instance().services().store(); });
+  return loggedStatusOf(__func__, [] { return hostReceiver().services().store(); });
 }
 
 int AISRV_reset_db(uint32_t inputSource) {
   return loggedStatusOf(
-      __func__, [&] { return Receiver::instance().resetServices(inputSource); }, inputSource);
+      __func__, [&] { return hostReceiver().resetServices(inputSource); }, inputSource);
 }

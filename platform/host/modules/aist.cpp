@@ -1,31 +1,30 @@
 #include "aist.h"
 
-#include "atsc_host.h"
-#include "receiver/receiver.h"
+#include "modules/call.h"
+#include "modules/host.h"
 #include "receiver/station/clock.h"
 #include "receiver/station/local_time.h"
 
 using atschost::Clock;
+using atschost::hostReceiver;
 using atschost::loggedStatusOf;
-using atschost::Receiver;
 using atschost::utcOffset;
 
 int AIST_get_cur_time_secs(uint32_t* seconds) {
   const auto read = [&] {
     if (!seconds) return false;
-    *seconds = Clock::instance().now();
+    *seconds = atschost::hostClock().now();
     return true;
   };
   return loggedStatusOf(__func__, read, seconds);
 }
 
-// The receiver comes first in each of the following: it loads the setting.
+// The following need the settings, which the receiver loads.
 
 int AIST_manual_mode_enable(int manual) {
   const auto set = [&] {
-    Receiver& receiver = Receiver::instance();
-    Clock::instance().setAutomatic(manual == 0);
-    return receiver.keepSettings();
+    hostReceiver().clock().setAutomatic(manual == 0);
+    return hostReceiver().keepSettings();
   };
   return loggedStatusOf(__func__, set, manual);
 }
@@ -33,9 +32,8 @@ int AIST_manual_mode_enable(int manual) {
 int AIST_set_current_time_zone(int32_t zone) {
   const auto set = [&] {
     if (!atschost::isZone(zone)) return false;
-    Receiver& receiver = Receiver::instance();
-    Clock::instance().setZone(zone);
-    return receiver.keepSettings();
+    hostReceiver().clock().setZone(zone);
+    return hostReceiver().keepSettings();
   };
   return loggedStatusOf(__func__, set, zone);
 }
@@ -43,8 +41,7 @@ int AIST_set_current_time_zone(int32_t zone) {
 int AIST_get_system_time_info(AIST_system_time_info* info) {
   const auto read = [&] {
     if (!info) return false;
-    Receiver::instance();
-    const Clock& clock = Clock::instance();
+    const Clock& clock = hostReceiver().clock();
     const Clock::Setting setting = clock.setting();
     info->zone = setting.zone;
     info->offset = utcOffset(setting.zone, clock.lastTable(), clock.now());
@@ -57,19 +54,10 @@ int AIST_get_system_time_info(AIST_system_time_info* info) {
 int AIST_get_cur_time_date(AIST_time_date* date) {
   const auto read = [&] {
     if (!date) return false;
-    Receiver::instance();
-    const Clock& clock = Clock::instance();
+    const Clock& clock = hostReceiver().clock();
     const uint32_t now = clock.now();
     *date = atschost::dateAt(now, utcOffset(clock.setting().zone, clock.lastTable(), now));
     return true;
   };
   return loggedStatusOf(__func__, read);
-}
-
-void ATSC_host_set_clock(uint32_t unixSeconds) {
-  const auto set = [&] {
-    Clock::instance().set(unixSeconds);
-    return true;
-  };
-  loggedStatusOf(__func__, set, unixSeconds);
 }

@@ -1,22 +1,22 @@
 #include "aiup.h"
 
-#include "receiver/receiver.h"
+#include "modules/call.h"
+#include "modules/host.h"
 
+using atschost::hostReceiver;
 using atschost::loggedStatusOf;
-using atschost::Receiver;
 
 int AIUP_store_all() {
   return loggedStatusOf(__func__, [] {
-    Receiver::instance().storeSettings();
+    hostReceiver().storeSettings();
     return true;
   });
 }
 
 int AIUP_sync() {
   return loggedStatusOf(__func__, [] {
-    Receiver& receiver = Receiver::instance();
-    const bool regions = receiver.ratingRegions().store();
-    const bool parental = receiver.parental().sync();
-    return receiver.syncSettings() && regions && parental;
+    const bool regions = hostReceiver().ratingRegions().store();
+    const bool parental = hostReceiver().parental().sync();
+    return hostReceiver().syncSettings() && regions && parental;
   });
 }

@@ -1,13 +1,14 @@
 #include "aivc.h"
 
-#include "receiver/receiver.h"
+#include "modules/call.h"
+#include "modules/host.h"
 
 int AIVC_close_video(uint32_t path) {
   return atschost::loggedStatusOf(
       __func__,
       [&] {
         if (path != 0) return false;
-        atschost::Receiver::instance().closePicture();
+        atschost::hostReceiver().closePicture();
         return true;
       },
       path);

@@ -2,24 +2,21 @@
 
 #include "osal.h"
 
-#include <pthread.h>
-#include <signal.h>
-#include <unistd.h>
-
 #include <chrono>
-#include <condition_variable>
-#include <cstdlib>
 #include <exception>
-#include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "logger_cpp.h"
-#include "receiver/call.h"
-#include "receiver/receiver.h"
+#include "modules/call.h"
+#include "process/immortal.h"
+#include "process/mutex.h"
+#include "process/shutdown.h"
+#include "process/status.h"
+#include "process/thread.h"
 
 using atschost::loggedStatusOf;
+using atschost::MutexLock;
 
 namespace {
 
@@ -31,37 +28,36 @@ class Timers {
  public:
   // Never destroyed: timers may be enabled by any thread while the process exits.
   static Timers& instance() {
-    static Timers& timers = *new Timers;
+    static Timers& timers = atschost::immortal<Timers>();
     return timers;
   }
 
   OSAL_timer_id create(const char* name) {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const MutexLock lock(mutex_);
     timers_.push_back({name != nullptr ? name : "", false, {}, nullptr, nullptr});
     return static_cast<OSAL_timer_id>(timers_.size());
   }
 
   bool enable(OSAL_timer_id id, OSAL_timer_handler handler, void* arg, uint32_t milliseconds) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    if (id == 0 || id > timers_.size() || ending_) return false;
-    if (!thread_.joinable()) {
-      thread_ = std::thread(&Timers::run, this);
-      process_ = ::getpid();
-      // A handler that runs at exit ends before the objects that exist now are destroyed.
-      std::atexit([] { instance().shutDown(); });
+    const MutexLock lock(mutex_);
+    if (id == 0 || id > timers_.size() || thread_.isEnding()) return false;
+    if (!started_) {
+      thread_.start("OSAL timers", [this] { run(); });
+      started_ = true;
+      atschost::atShutDown(atschost::ShutDownStage::kTimers, [] { instance().shutDown(); });
     }
     Timer& timer = timers_[id - 1];
     timer.running = true;
     timer.due = Clock::now() + std::chrono::milliseconds(milliseconds);
     timer.handler = handler;
     timer.arg = arg;
-    changed_.notify_one();
+    changed_.notifyOne();
     return true;
   }
 
   // The timers that run, each with the time that is left.
   void display() {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const MutexLock lock(mutex_);
     const auto now = Clock::now();
     for (const Timer& timer : timers_) {
       if (!timer.running) continue;
@@ -82,62 +78,52 @@ class Timers {
   };
 
   void run() {
-    // Signals are for the program's own threads.
-    sigset_t signals;
-    ::sigfillset(&signals);
-    ::pthread_sigmask(SIG_SETMASK, &signals, nullptr);
-    ::pthread_setname_np(::pthread_self(), "OSAL timers");
-    std::unique_lock<std::mutex> lock(mutex_);
-    while (!ending_) {
-      Timer* next = nullptr;
+    MutexLock lock(mutex_);
+    while (!thread_.isEnding()) {
+      Timer* next = nullptr;  // not used after a wait: timers may be made meanwhile
       for (Timer& timer : timers_) {
         if (timer.running && (next == nullptr || timer.due < next->due)) next = &timer;
       }
       if (next == nullptr) {
         changed_.wait(lock);
-      } else if (const Clock::time_point due = next->due; due > Clock::now()) {
-        changed_.wait_until(lock, due);
+      } else if (next->due > Clock::now()) {
+        changed_.waitUntil(lock, next->due);
       } else {
         next->running = false;
-        fire(*next, lock);
+        const Timer due = *next;
+        lock.unlock();
+        fire(due);
+        lock.lock();
       }
     }
   }
 
-  // Runs a handler without the lock, so that it may use timers.
-  void fire(const Timer& timer, std::unique_lock<std::mutex>& lock) {
-    const OSAL_timer_handler handler = timer.handler;
-    void* const arg = timer.arg;
-    const std::string name = timer.name;
-    lock.unlock();
+  // Without the lock, so that the handler may use timers.
+  void fire(const Timer& timer) EXCLUDES(mutex_) {
     try {
-      handler(arg, 0);
+      timer.handler(timer.arg, 0);
     } catch (const std::exception& error) {
-      log_.Error("OSAL timer %s: its handler threw: %s", name.c_str(), error.what());
+      log_.Error("OSAL timer %s: its handler threw: %s", timer.name.c_str(), error.what());
     } catch (...) {
-      log_.Error("OSAL timer %s: its handler threw", name.c_str());
+      log_.Error("OSAL timer %s: its handler threw", timer.name.c_str());
     }
-    lock.lock();
   }
 
-  // At exit. A forked child has no timer thread to wait for.
+  // A handler may end the process itself: it is not waited for.
   void shutDown() {
-    if (process_ != ::getpid()) return;
     {
-      const std::lock_guard<std::mutex> lock(mutex_);
-      ending_ = true;
-      changed_.notify_one();
+      const MutexLock lock(mutex_);
+      thread_.askToEnd();
+      changed_.notifyOne();
     }
-    // The handler itself may end the process.
-    if (std::this_thread::get_id() != thread_.get_id()) thread_.join();
+    thread_.join();
   }
 
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  std::vector<Timer> timers_;  // the id is the position counted from 1
-  std::thread thread_;
-  pid_t process_ = 0;
-  bool ending_ = false;
+  atschost::Mutex mutex_;
+  atschost::CondVar changed_;
+  std::vector<Timer> timers_ GUARDED_BY(mutex_);  // the id is the position counted from 1
+  bool started_ GUARDED_BY(mutex_) = false;
+  atschost::Thread thread_;
   LoggerCpp log_{"OSAL", "osal"};
 };
 
@@ -168,7 +154,7 @@ int OSAL_timer_enable(OSAL_timer_id timer, OSAL_timer_handler handler, void* arg
 void OSAL_display_sem_details_() {
   loggedStatusOf(__func__, [] {
     Timers::instance().display();
-    if (auto* receiver = atschost::Receiver::existing()) receiver->display();
+    atschost::writeStatus();
     return true;
   });
 }

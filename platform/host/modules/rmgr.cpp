@@ -1,8 +1,9 @@
 #include "rmgr.h"
 
-#include "receiver/receiver.h"
+#include "modules/call.h"
+#include "modules/host.h"
 
 int RMGRReload() {
   return atschost::loggedStatusOf(__func__,
-                                  [] { return atschost::Receiver::instance().reloadServices(); });
+                                  [] { return atschost::hostReceiver().reloadServices(); });
 }

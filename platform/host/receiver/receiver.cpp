@@ -1,23 +1,19 @@
 #include "receiver/receiver.h"
 
-#include <unistd.h>
-
 #include <algorithm>
-#include <atomic>
-#include <cstdlib>
 #include <cstring>
 #include <set>
 #include <stdexcept>
 #include <utility>
 
 #include "middleware_types.h"
-#include "receiver/stream/air.h"
+#include "process/log.h"
 #include "receiver/tables/service_name.h"
 
 namespace atschost {
 namespace {
 
-// what a callback may take to return once the process exits, before its thread is left alone.
+// What a callback may take to return once the process exits, before its thread is left alone.
 constexpr std::chrono::milliseconds kExitPatience(2000);
 
 constexpr uint32_t kMaxLanguage = AICN_LANGUAGE_SPANISH;
@@ -48,50 +44,35 @@ std::vector<Service> select(const ServiceList& list, uint32_t source, Wanted wan
   return services;
 }
 
-std::atomic<Receiver*> existingReceiver{nullptr};
-
 }  // namespace
 
-Receiver* Receiver::existing() { return existingReceiver; }
-
-Receiver& Receiver::instance() {
-  static Receiver& receiver = [&]() -> Receiver& {
-    auto* made = new Receiver(stateFolder());
-    existingReceiver = made;
-    static Receiver* atExit = made;
-    static const pid_t process = getpid();
-    std::atexit([] {
-      if (getpid() == process) atExit->shutDown();  // a forked child has none of the threads
-    });
-    return *made;
-  }();
-  return receiver;
-}
-
-Receiver::Receiver(const std::string& stateFolder)
-    : gate_([this](AFW_event_t event) { events_.raise(event); }),
+Receiver::Receiver(const std::string& stateFolder, const Air& air, Clock& clock)
+    : air_(air),
+      clock_(clock),
+      gate_([this](AFW_event_t event) { events_.raise(event); }),
       settingsFile_(stateFolder, "settings.json", "atsc-host-settings-1"),
       ratingRegions_(stateFolder, events_, [this] { learnedRegion(); }),
       parental_(stateFolder),
       services_(stateFolder),
       liveTuner_(
-          services_, guide_, ratingRegions_, alertSettings_, events_, [this] { decideStreams(); },
-          [this] { look(false); }),
-      guideTuner_(services_, {[this](uint32_t source, uint32_t frequency) {
-                                return liveTuner_.isTunedTo(source, frequency);
-                              },
-                              [this](uint32_t source, uint32_t frequency, CarrierResult& found) {
-                                takeGuide(source, frequency, found, guideRound_);
-                              },
-                              [this] {
-                                ratingRegions_.receive({});  // stores what waits
-                                // The first round may be over before the application listens.
-                                if (guideRound_.sourceIds.empty())
-                                  guideRound_ = {};
-                                else if (events_.hasCallback())
-                                  report(std::exchange(guideRound_, {}));
-                              }}),
-      scanner_(services_,
+          air, clock, services_, guide_, ratingRegions_, alertSettings_, events_,
+          [this] { decideStreams(); }, [this] { look(false); }),
+      guideTuner_(air, clock, services_,
+                  {[this](uint32_t source, uint32_t frequency) {
+                     return liveTuner_.isTunedTo(source, frequency);
+                   },
+                   [this](uint32_t source, uint32_t frequency, CarrierResult& found) {
+                     takeGuide(source, frequency, found, guideRound_);
+                   },
+                   [this] {
+                     ratingRegions_.receive({});  // stores what waits
+                     // The first round may be over before the application listens.
+                     if (guideRound_.sourceIds.empty())
+                       guideRound_ = {};
+                     else if (events_.hasCallback())
+                       report(std::exchange(guideRound_, {}));
+                   }}),
+      scanner_(air, clock, services_,
                {[this](uint32_t source, uint32_t frequency) { tunedByScan(source, frequency); },
                 [this](uint32_t source, uint32_t frequency, CarrierResult& found,
                        Scanner::Outcome& outcome) {
@@ -142,14 +123,14 @@ void Receiver::loadSettings(const Json::Value& content) {
   settings.alerts.repeatedEvents = boolMember(content, "repeated_alerts", false);
   settings.alerts.cableOnly = boolMember(content, "cable_alerts_only", false);
   settings_ = settings;
-  Clock::instance().setSetting(settings.clock);
+  clock_.setSetting(settings.clock);
   alertSettings_.set(settings.alerts);
 }
 
 void Receiver::storeSettings() {
   std::lock_guard<std::mutex> lock(mutex_);
   settingsToStore_ = settings_;
-  settingsToStore_.clock = Clock::instance().setting();
+  settingsToStore_.clock = clock_.setting();
   settingsToStore_.alerts = alertSettings_.get();
 }
 
@@ -238,7 +219,7 @@ bool Receiver::isInStandby(const char* refused) const {
 }
 
 bool Receiver::play(const Service& chosen) {
-  if (!carrierExists(chosen.key.source, chosen.key.frequency)) return false;
+  if (!air_.carrierExists(chosen.key.source, chosen.key.frequency)) return false;
   std::lock_guard<std::mutex> lock(mutex_);
   const auto listed = services_.find(chosen.key);
   if (standby_ || !listed) return false;  // it may just have gone
@@ -592,41 +573,6 @@ void Receiver::display() const {
              standby_   ? "standby"
              : playing_ ? "playing"
                         : "not playing");
-}
-
-uint32_t sourceOfId(uint32_t inputSource) {
-  switch (inputSource) {
-    case 0:
-    case AI_INPUT_TERRESTRIAL:
-      return AI_INPUT_TERRESTRIAL;
-    case 1:
-    case AI_INPUT_CABLE:
-      return AI_INPUT_CABLE;
-    default:
-      return 0;
-  }
-}
-
-void copyRecord(const Service& service, AISRV_service_info& record) {
-  const multiple_lang_t lent = record.name;
-  record = {};
-  record.service_id = {service.record, service.key.source};
-  record.service_type = service.type;
-  record.major = service.key.major;
-  record.minor = service.key.minor;
-  record.frequency = service.key.frequency;
-  record.source_id = service.sourceId;
-  record.modulation = modulationOf(service.key.source);
-  record.AISRV_fav_group_ = service.favourites;
-  record.AISRV_flags_ = service.flags;
-  record.build_from_pmt = service.fromPmt ? 1 : 0;
-  record.transport_stream_id = service.tsid;
-  record.program_number = service.programNumber;
-  record.name = {lent.text, 0, AI_TEXT_UTF16BE};
-  if (!lent.text) return;
-  const size_t length = std::min<size_t>(service.name.size(), lent.length) & ~size_t{1};
-  std::memcpy(lent.text, service.name.data(), length);
-  record.name.length = static_cast<uint16_t>(length);
 }
 
 }  // namespace atschost

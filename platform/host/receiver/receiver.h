@@ -11,7 +11,6 @@
 #include "aiaud.h"
 #include "aife.h"
 #include "aifw.h"
-#include "receiver/call.h"
 #include "receiver/events/alerts.h"
 #include "receiver/events/event_queue.h"
 #include "receiver/station/audio.h"
@@ -33,15 +32,9 @@ namespace atschost {
 // store something wait for the disk.
 class Receiver {
  public:
-  // The receiver of this process, made at the first call: a process that never calls the middleware
-  // has no thread of it and touches no file. It is never destroyed; at exit its threads are ended.
-  static Receiver& instance();
+  Receiver(const std::string& stateFolder, const Air& air, Clock& clock);
 
-  // The same if it has been made, else null.
-  static Receiver* existing();
-
-  explicit Receiver(const std::string& stateFolder);
-
+  Clock& clock() { return clock_; }
   EventQueue& events() { return events_; }
   Guide& guide() { return guide_; }
   ServiceList& services() { return services_; }
@@ -127,6 +120,9 @@ class Receiver {
   // Writes to the log what is under way.
   void display() const;
 
+  // Ends the threads, at exit: waits for callbacks a moment only.
+  void shutDown();
+
   // Takes the settings as they are now, for the next syncSettings().
   void storeSettings();
   bool syncSettings();
@@ -163,8 +159,9 @@ class Receiver {
   void takeGuide(uint32_t source, uint32_t frequency, CarrierResult& found,
                  Scanner::Outcome& outcome);
   void report(const Scanner::Outcome& outcome);
-  void shutDown();
 
+  const Air& air_;
+  Clock& clock_;
   mutable std::mutex mutex_;  // of the fields up to fileMutex_; taken before the list's
   Settings settings_;
   Settings settingsToStore_;
@@ -194,12 +191,6 @@ class Receiver {
   GuideTuner guideTuner_;
   Scanner scanner_;
 };
-
-// Source number of a service id: 0 or 2 terrestrial, 1 or 3 cable; 0 for anything else.
-uint32_t sourceOfId(uint32_t inputSource);
-
-// Fills the record that a caller lends, name buffer included.
-void copyRecord(const Service& service, AISRV_service_info& record);
 
 }  // namespace atschost
 

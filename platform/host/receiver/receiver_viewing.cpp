@@ -50,7 +50,7 @@ Receiver::OnNow Receiver::onNow(const Service& service) const {
   const auto settings = parental_.settings();
   const KnownRegions known = knownRegions();
   now.enabled = settings->enabled();
-  const uint32_t time = Clock::instance().now();
+  const uint32_t time = clock_.now();
   const auto events = guide_.events(service.key.source, service.key.frequency, service.sourceId);
   // The event that began last, of those that are not over.
   auto next = std::upper_bound(events->begin(), events->end(), time,

@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "middleware_types.h"
-#include "receiver/log.h"
+#include "process/log.h"
 
 namespace atschost {
 namespace {

@@ -6,8 +6,7 @@
 #include <utility>
 
 #include "middleware_types.h"
-#include "receiver/log.h"
-#include "receiver/thread.h"
+#include "process/log.h"
 
 namespace atschost {
 namespace {
@@ -20,22 +19,22 @@ constexpr size_t kRefreshDepth = 32;
 
 }  // namespace
 
-EventQueue::~EventQueue() { shutDown(std::chrono::hours(1)); }
+EventQueue::~EventQueue() { shutDown(); }
 
 void EventQueue::setCallback(AIFW_app_callback callback) {
-  std::lock_guard<std::mutex> lock(state_->mutex);
-  state_->callback = callback;
-  if (!callback) state_->entries.clear();
+  const MutexLock lock(mutex_);
+  callback_ = callback;
+  if (!callback) entries_.clear();
 }
 
 bool EventQueue::hasCallback() const {
-  std::lock_guard<std::mutex> lock(state_->mutex);
-  return state_->callback != nullptr;
+  const MutexLock lock(mutex_);
+  return callback_ != nullptr;
 }
 
 size_t EventQueue::waiting() const {
-  std::lock_guard<std::mutex> lock(state_->mutex);
-  return state_->entries.size();
+  const MutexLock lock(mutex_);
+  return entries_.size();
 }
 
 void EventQueue::raise(AFW_event_t event) {
@@ -83,8 +82,8 @@ void EventQueue::pushGuideUpdate(const std::vector<uint16_t>& sourceIds, bool un
 }
 
 bool EventQueue::waits(const Entry& entry) const {
-  std::lock_guard<std::mutex> lock(state_->mutex);
-  const auto& waiting = state_->entries;
+  const MutexLock lock(mutex_);
+  const auto& waiting = entries_;
   const auto depth = static_cast<ptrdiff_t>(std::min(waiting.size(), kRefreshDepth));
   return std::any_of(waiting.rbegin(), waiting.rbegin() + depth, [&](const Entry& other) {
     return other.event == entry.event && other.sourceIds == entry.sourceIds;
@@ -98,66 +97,59 @@ void EventQueue::raiseGuideChange(const Guide::Change& change) {
 }
 
 void EventQueue::push(Entry entry) {
-  std::lock_guard<std::mutex> lock(state_->mutex);
-  if (!state_->callback || state_->ending) return;
-  if (state_->entries.size() >= kMaxWaiting) {
-    if (!std::exchange(state_->overflowTold, true))
+  const MutexLock lock(mutex_);
+  if (!callback_ || thread_.isEnding()) return;
+  if (entries_.size() >= kMaxWaiting) {
+    if (!std::exchange(overflowTold_, true))
       log().Error("%zu events wait for a callback that has not returned; more are dropped",
                   kMaxWaiting);
     return;
   }
-  state_->overflowTold = false;
-  state_->entries.push_back(std::move(entry));
-  if (!thread_.joinable()) thread_ = startThread("AFW events", [state = state_] { run(*state); });
-  state_->changed.notify_all();
+  overflowTold_ = false;
+  entries_.push_back(std::move(entry));
+  thread_.start("AFW events", [this] { run(); });
+  changed_.notifyAll();
 }
 
 AIFW_event_update_data EventQueue::updateData() const {
   AIFW_event_update_data data{};
-  std::lock_guard<std::mutex> lock(state_->mutex);
-  data.count = static_cast<uint32_t>(state_->update.size());
-  std::copy(state_->update.begin(), state_->update.end(), data.source_ids);
+  const MutexLock lock(mutex_);
+  data.count = static_cast<uint32_t>(update_.size());
+  std::copy(update_.begin(), update_.end(), data.source_ids);
   return data;
 }
 
 uint8_t EventQueue::alertPriority() const {
-  std::lock_guard<std::mutex> lock(state_->mutex);
-  return state_->alertPriority;
+  const MutexLock lock(mutex_);
+  return alertPriority_;
 }
 
-void EventQueue::shutDown(std::chrono::milliseconds patience) {
-  std::unique_lock<std::mutex> lock(state_->mutex);
-  state_->ending = true;
-  state_->entries.clear();
-  state_->changed.notify_all();
-  if (!thread_.joinable()) return;
-  if (thread_.get_id() == std::this_thread::get_id()) {
-    thread_.detach();
-  } else if (state_->changed.wait_for(lock, patience, [this] { return state_->ended; })) {
-    lock.unlock();
-    thread_.join();
-  } else {
-    log().Warn("an event callback has not returned; its thread is left running");
-    thread_.detach();
+void EventQueue::shutDown(std::optional<std::chrono::milliseconds> patience) {
+  {
+    const MutexLock lock(mutex_);
+    thread_.askToEnd();
+    entries_.clear();
+    changed_.notifyAll();
   }
+  const bool isOwn = thread_.isCurrent();
+  if (!thread_.join(patience) && !isOwn)
+    log().Warn("an event callback has not returned; its thread is left running");
 }
 
-void EventQueue::run(State& state) {
-  std::unique_lock<std::mutex> lock(state.mutex);
+void EventQueue::run() {
+  MutexLock lock(mutex_);
   for (;;) {
-    state.changed.wait(lock, [&] { return state.ending || !state.entries.empty(); });
-    if (state.ending) break;
-    Entry entry = std::move(state.entries.front());
-    state.entries.pop_front();
-    if (entry.event == AFW_EPG_UPDATE) state.update = entry.sourceIds;
-    if (entry.isAlert) state.alertPriority = entry.alertPriority;
-    const AIFW_app_callback callback = state.callback;
+    while (!thread_.isEnding() && entries_.empty()) changed_.wait(lock);
+    if (thread_.isEnding()) return;
+    Entry entry = std::move(entries_.front());
+    entries_.pop_front();
+    if (entry.event == AFW_EPG_UPDATE) update_ = entry.sourceIds;
+    if (entry.isAlert) alertPriority_ = entry.alertPriority;
+    const AIFW_app_callback callback = callback_;
     lock.unlock();
     if (callback) report(callback, entry);
     lock.lock();
   }
-  state.ended = true;
-  state.changed.notify_all();
 }
 
 void EventQueue::report(AIFW_app_callback callback, Entry& entry) {

@@ -3,17 +3,15 @@
 #define ATSC_HOST_RECEIVER_EVENTS_EVENT_QUEUE_H_
 
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <deque>
-#include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "aifw.h"
+#include "process/mutex.h"
+#include "process/thread.h"
 #include "receiver/station/guide.h"
 
 namespace atschost {
@@ -49,9 +47,9 @@ class EventQueue {
   AIFW_event_update_data updateData() const;
   uint8_t alertPriority() const;
 
-  // Drops what waits and joins the thread; no call begins afterwards. A call that does not return
-  // within `patience`, and the calling one, is left alone.
-  void shutDown(std::chrono::milliseconds patience);
+  // Drops what waits and joins the thread; no call begins afterwards. With `patience`, detaches the
+  // thread if a call does not return in time; in any case the calling one.
+  void shutDown(std::optional<std::chrono::milliseconds> patience = std::nullopt) EXCLUDES(mutex_);
 
  private:
   struct Entry {
@@ -62,27 +60,21 @@ class EventQueue {
     uint8_t alertPriority = 0;
     std::vector<uint16_t> sourceIds;
   };
-  // Shared with the thread, which may outlive the queue.
-  struct State {
-    mutable std::mutex mutex;
-    std::condition_variable changed;
-    std::deque<Entry> entries;
-    AIFW_app_callback callback = nullptr;
-    std::vector<uint16_t> update;
-    uint8_t alertPriority = 0;
-    bool overflowTold = false;
-    bool ending = false;
-    bool ended = false;  // the thread is about to end
-  };
 
   void pushGuideUpdate(const std::vector<uint16_t>& sourceIds, bool unlessWaiting);
   bool waits(const Entry& entry) const;
   void push(Entry entry);
-  static void run(State& state);
+  void run();
   static void report(AIFW_app_callback callback, Entry& entry);
 
-  const std::shared_ptr<State> state_ = std::make_shared<State>();
-  std::thread thread_;  // guarded by the state's mutex
+  mutable Mutex mutex_;
+  CondVar changed_;
+  std::deque<Entry> entries_ GUARDED_BY(mutex_);
+  AIFW_app_callback callback_ GUARDED_BY(mutex_) = nullptr;
+  std::vector<uint16_t> update_ GUARDED_BY(mutex_);
+  uint8_t alertPriority_ GUARDED_BY(mutex_) = 0;
+  bool overflowTold_ GUARDED_BY(mutex_) = false;
+  Thread thread_;  // started under the mutex
 };
 
 // The source ids of a change, of events and of texts.

@@ -18,13 +18,8 @@ auto details(const SystemTime& time) {
 
 }  // namespace
 
-Clock& Clock::instance() {
-  static Clock& clock = *new Clock;
-  return clock;
-}
-
 uint32_t Clock::now(Instant at) const {
-  std::lock_guard<std::mutex> lock(mutex_);
+  const MutexLock lock(mutex_);
   return nowLocked(at);
 }
 
@@ -34,28 +29,28 @@ uint32_t Clock::nowLocked(Instant at) const {
 }
 
 void Clock::set(uint32_t unixSeconds, Instant at) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  const MutexLock lock(mutex_);
   base_ = Base{unixSeconds, at};
   set_ = true;
 }
 
 Clock::Setting Clock::setting() const {
-  std::lock_guard<std::mutex> lock(mutex_);
+  const MutexLock lock(mutex_);
   return setting_;
 }
 
 void Clock::setSetting(const Setting& setting) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  const MutexLock lock(mutex_);
   setting_ = setting;
 }
 
 void Clock::setZone(int32_t zone) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  const MutexLock lock(mutex_);
   setting_.zone = zone;
 }
 
 void Clock::setAutomatic(bool automatic) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  const MutexLock lock(mutex_);
   setting_.automatic = automatic;
 }
 
@@ -70,12 +65,12 @@ Clock::Station& Clock::stationOf(const StreamId& stream, const SystemTime& time,
 }
 
 void Clock::remember(const StreamId& stream, const SystemTime& time, Instant at) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  const MutexLock lock(mutex_);
   stationOf(stream, time, at);
 }
 
 Clock::Effect Clock::follow(const StreamId& stream, const SystemTime& time, Instant at) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  const MutexLock lock(mutex_);
   const Station& station = stationOf(stream, time, at);
   Effect effect;
   effect.detailsChanged = lastTable_ && details(*lastTable_) != details(time);
@@ -96,14 +91,14 @@ Clock::Effect Clock::follow(const StreamId& stream, const SystemTime& time, Inst
 }
 
 std::optional<uint32_t> Clock::stationTime(const StreamId& stream, Instant at) const {
-  std::lock_guard<std::mutex> lock(mutex_);
+  const MutexLock lock(mutex_);
   const auto found = stations_.find(stream.path);
   if (found == stations_.end() || !(found->second.stream == stream)) return std::nullopt;
   return found->second.gpsSeconds + secondsBetween(found->second.at, at);
 }
 
 std::optional<SystemTime> Clock::lastTable() const {
-  std::lock_guard<std::mutex> lock(mutex_);
+  const MutexLock lock(mutex_);
   return lastTable_;
 }
 

@@ -5,11 +5,11 @@
 #include <chrono>
 #include <cstdint>
 #include <map>
-#include <mutex>
 #include <optional>
 #include <string>
 
 #include "aist.h"
+#include "process/mutex.h"
 #include "receiver/stream/air.h"
 #include "receiver/tables/psip_decoder.h"
 
@@ -22,9 +22,6 @@ namespace atschost {
 class Clock {
  public:
   using Instant = std::chrono::steady_clock::time_point;
-
-  // The clock of this process; never destroyed.
-  static Clock& instance();
 
   // Unix seconds.
   uint32_t now(Instant at = std::chrono::steady_clock::now()) const;
@@ -71,15 +68,15 @@ class Clock {
     Instant at;
   };
 
-  Station& stationOf(const StreamId& stream, const SystemTime& time, Instant at);
-  uint32_t nowLocked(Instant at) const;
+  Station& stationOf(const StreamId& stream, const SystemTime& time, Instant at) REQUIRES(mutex_);
+  uint32_t nowLocked(Instant at) const REQUIRES(mutex_);
 
-  mutable std::mutex mutex_;
-  std::map<std::string, Station> stations_;  // by path
-  std::optional<Base> base_;
-  bool set_ = false;
-  Setting setting_;
-  std::optional<SystemTime> lastTable_;
+  mutable Mutex mutex_;
+  std::map<std::string, Station> stations_ GUARDED_BY(mutex_);  // by path
+  std::optional<Base> base_ GUARDED_BY(mutex_);
+  bool set_ GUARDED_BY(mutex_) = false;
+  Setting setting_ GUARDED_BY(mutex_);
+  std::optional<SystemTime> lastTable_ GUARDED_BY(mutex_);
 };
 
 }  // namespace atschost

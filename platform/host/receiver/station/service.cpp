@@ -1,10 +1,11 @@
 #include "receiver/station/service.h"
 
 #include <algorithm>
+#include <cstring>
 #include <utility>
 
 #include "middleware_types.h"
-#include "receiver/log.h"
+#include "process/log.h"
 #include "receiver/station/audio.h"
 #include "receiver/stream/frequency_plan.h"
 
@@ -123,6 +124,41 @@ std::vector<Service> buildServices(const CarrierTables& tables, uint32_t source,
     }
   }
   return services;
+}
+
+uint32_t sourceOfId(uint32_t inputSource) {
+  switch (inputSource) {
+    case 0:
+    case AI_INPUT_TERRESTRIAL:
+      return AI_INPUT_TERRESTRIAL;
+    case 1:
+    case AI_INPUT_CABLE:
+      return AI_INPUT_CABLE;
+    default:
+      return 0;
+  }
+}
+
+void copyRecord(const Service& service, AISRV_service_info& record) {
+  const multiple_lang_t lent = record.name;
+  record = {};
+  record.service_id = {service.record, service.key.source};
+  record.service_type = service.type;
+  record.major = service.key.major;
+  record.minor = service.key.minor;
+  record.frequency = service.key.frequency;
+  record.source_id = service.sourceId;
+  record.modulation = modulationOf(service.key.source);
+  record.AISRV_fav_group_ = service.favourites;
+  record.AISRV_flags_ = service.flags;
+  record.build_from_pmt = service.fromPmt ? 1 : 0;
+  record.transport_stream_id = service.tsid;
+  record.program_number = service.programNumber;
+  record.name = {lent.text, 0, AI_TEXT_UTF16BE};
+  if (!lent.text) return;
+  const size_t length = std::min<size_t>(service.name.size(), lent.length) & ~size_t{1};
+  std::memcpy(lent.text, service.name.data(), length);
+  record.name.length = static_cast<uint16_t>(length);
 }
 
 }  // namespace atschost

@@ -47,6 +47,12 @@ struct Service {
 std::vector<Service> buildServices(const CarrierTables& tables, uint32_t source,
                                    uint32_t frequency);
 
+// Source number of a service id: 0 or 2 terrestrial, 1 or 3 cable; 0 for anything else.
+uint32_t sourceOfId(uint32_t inputSource);
+
+// Fills the record that a caller lends, name buffer included.
+void copyRecord(const Service& service, AISRV_service_info& record);
+
 }  // namespace atschost
 
 #endif  // ATSC_HOST_RECEIVER_STATION_SERVICE_H_

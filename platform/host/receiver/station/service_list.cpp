@@ -6,7 +6,7 @@
 #include <tuple>
 
 #include "middleware_types.h"
-#include "receiver/log.h"
+#include "process/log.h"
 #include "receiver/stream/frequency_plan.h"
 #include "receiver/tables/descriptors.h"
 

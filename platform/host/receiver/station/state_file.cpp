@@ -15,7 +15,7 @@
 #include <system_error>
 #include <utility>
 
-#include "receiver/log.h"
+#include "process/log.h"
 #include "receiver/stream/air.h"
 
 namespace atschost {

@@ -4,30 +4,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
 #include <cstdlib>
-#include <mutex>
 
-#include "receiver/log.h"
+#include "process/log.h"
 #include "receiver/stream/frequency_plan.h"
 
 namespace atschost {
 namespace {
-
-std::atomic<unsigned> dwellMs{20};
-std::atomic<bool> readFast{false};
-
-struct AirFolder {
-  std::mutex mutex;
-  std::string folder;  // as set by the program
-  bool warned = false;
-};
-
-AirFolder& air() {
-  static AirFolder& instance = *new AirFolder;
-  return instance;
-}
 
 StreamId idOf(const std::string& path, const struct stat& status) {
   return {path, status.st_dev, status.st_ino, static_cast<uint64_t>(status.st_size),
@@ -69,33 +53,28 @@ std::optional<StreamId> streamId(const std::string& path) {
   return idOf(path, status);
 }
 
-void setAirFolder(const std::string& folder) {
-  std::lock_guard<std::mutex> lock(air().mutex);
-  air().folder = folder;
+void Air::setFolder(const std::string& folder) {
+  const MutexLock lock(mutex_);
+  folder_ = folder;
 }
 
-void setDwell(unsigned milliseconds) { dwellMs = milliseconds; }
-unsigned dwell() { return dwellMs; }
-void setFast(bool fast) { readFast = fast; }
-bool fast() { return readFast; }
-
-std::string carrierPath(uint32_t source, uint32_t frequency) {
-  std::lock_guard<std::mutex> lock(air().mutex);
-  std::string folder = air().folder;
+std::string Air::carrierPath(uint32_t source, uint32_t frequency) const {
+  const MutexLock lock(mutex_);
+  std::string folder = folder_;
   if (const char* set = getenv("ATSC_AIR"); folder.empty() && set) folder = set;
   if (folder.empty()) {
-    if (!air().warned) log().Warn("no air folder is set (ATSC_AIR): no carrier will lock");
-    air().warned = true;
+    if (!warned_) log().Warn("no air folder is set (ATSC_AIR): no carrier will lock");
+    warned_ = true;
     return {};
   }
-  if (access(folder.c_str(), X_OK) != 0 && !air().warned) {
+  if (access(folder.c_str(), X_OK) != 0 && !warned_) {
     log().Warn("air folder %s: %m: no carrier will lock", folder.c_str());
-    air().warned = true;
+    warned_ = true;
   }
   return folder + "/" + modulationName(source) + "/" + std::to_string(frequency) + ".ts";
 }
 
-bool carrierExists(uint32_t source, uint32_t frequency) {
+bool Air::carrierExists(uint32_t source, uint32_t frequency) const {
   const std::string path = carrierPath(source, frequency);
   return !path.empty() && openRegular(path);
 }

@@ -2,9 +2,13 @@
 #ifndef ATSC_HOST_RECEIVER_STREAM_AIR_H_
 #define ATSC_HOST_RECEIVER_STREAM_AIR_H_
 
+#include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
+
+#include "process/mutex.h"
 
 namespace atschost {
 
@@ -47,18 +51,31 @@ struct StreamId {
 std::optional<StreamId> streamId(const std::string& path, const File& file);
 std::optional<StreamId> streamId(const std::string& path);
 
-// Set by the program; an empty folder stands for the environment variable ATSC_AIR. Any thread.
-void setAirFolder(const std::string& folder);
-void setDwell(unsigned milliseconds);
-unsigned dwell();
-void setFast(bool fast);
-bool fast();
+// An antenna: a folder with a stream file for each carrier. Any thread.
+class Air {
+ public:
+  // An empty folder stands for the environment variable ATSC_AIR.
+  void setFolder(const std::string& folder);
+  // How long a scan stays on each frequency before it reads.
+  void setDwell(std::chrono::milliseconds dwell) { dwell_ = dwell; }
+  std::chrono::milliseconds dwell() const { return dwell_; }
+  // Streams are read as fast as possible instead of at their own pace.
+  void setFast(bool fast) { fast_ = fast; }
+  bool fast() const { return fast_; }
 
-// The stream file of a carrier; empty, with one warning a process, when no air folder is set.
-std::string carrierPath(uint32_t source, uint32_t frequency);
+  // The stream file of a carrier; empty, with one warning an antenna, when no folder is set.
+  std::string carrierPath(uint32_t source, uint32_t frequency) const;
 
-// Whether a tuner would lock: the carrier's file can be opened. Any thread.
-bool carrierExists(uint32_t source, uint32_t frequency);
+  // Whether a tuner would lock: the carrier's file can be opened.
+  bool carrierExists(uint32_t source, uint32_t frequency) const;
+
+ private:
+  mutable Mutex mutex_;
+  std::string folder_ GUARDED_BY(mutex_);
+  mutable bool warned_ GUARDED_BY(mutex_) = false;
+  std::atomic<std::chrono::milliseconds> dwell_{std::chrono::milliseconds(20)};
+  std::atomic<bool> fast_{false};
+};
 
 }  // namespace atschost
 

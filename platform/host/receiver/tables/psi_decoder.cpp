@@ -18,7 +18,7 @@
 
 #include "aisrv.h"
 #include "middleware_types.h"
-#include "receiver/log.h"
+#include "process/log.h"
 #include "receiver/stream/transport.h"
 #include "receiver/tables/descriptors.h"
 

@@ -7,8 +7,7 @@
 #include <string>
 #include <utility>
 
-#include "receiver/log.h"
-#include "receiver/station/clock.h"
+#include "process/log.h"
 #include "receiver/stream/demux.h"
 #include "receiver/stream/transport.h"
 #include "receiver/tables/psi_decoder.h"
@@ -24,8 +23,9 @@ constexpr uint64_t kMgtPatience = 16384;
 
 class CarrierReader {
  public:
-  CarrierReader(uint32_t source, StreamId stream)
-      : stream_(std::move(stream)),
+  CarrierReader(Clock& clock, uint32_t source, StreamId stream)
+      : clock_(clock),
+        stream_(std::move(stream)),
         psi_(source),
         demux_([this](uint16_t pid) { return psi_.wants(pid) || psip_.wants(pid); },
                [this](uint16_t pid, const uint8_t* section, size_t size) {
@@ -68,7 +68,7 @@ class CarrierReader {
     fault = psip_.push(pid, section, size);
     mgtSeen_ |= !fault && section[0] == kMgtId;
     if (const auto time = psip_.takeSystemTime())
-      Clock::instance().remember(stream_, *time, std::chrono::steady_clock::now());
+      clock_.remember(stream_, *time, std::chrono::steady_clock::now());
     return fault;
   }
 
@@ -79,6 +79,7 @@ class CarrierReader {
     return demux_.packets() - servicesAt_ > kMgtPatience;
   }
 
+  Clock& clock_;
   const StreamId stream_;
   PsiDecoder psi_;
   PsipDecoder psip_;
@@ -89,10 +90,10 @@ class CarrierReader {
 
 }  // namespace
 
-CarrierResult readCarrier(uint32_t source, uint32_t frequency, const std::atomic<bool>& stop,
-                          bool whole) {
+CarrierResult readCarrier(const Air& air, Clock& clock, uint32_t source, uint32_t frequency,
+                          const std::atomic<bool>& stop, bool whole) {
   CarrierResult result;
-  const std::string path = carrierPath(source, frequency);
+  const std::string path = air.carrierPath(source, frequency);
   if (path.empty()) return result;
   const File file = openRegular(path);
   if (!file) {
@@ -107,7 +108,7 @@ CarrierResult readCarrier(uint32_t source, uint32_t frequency, const std::atomic
   }
   result.locked = true;
 
-  CarrierReader reader(source, *result.stream);
+  CarrierReader reader(clock, source, *result.stream);
   const int error = reader.read(file.fd(), stop, whole);
   if (stop) return result;
   if (error) {

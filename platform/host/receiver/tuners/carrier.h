@@ -7,6 +7,7 @@
 #include <optional>
 #include <vector>
 
+#include "receiver/station/clock.h"
 #include "receiver/station/service.h"
 #include "receiver/stream/air.h"
 #include "receiver/tables/psip_decoder.h"
@@ -33,8 +34,8 @@ struct CarrierResult {
 // known, all of it with `whole`, at most kReadLimit, but no longer than `stop` is false. A file
 // that ends too early is read a second time, for what came before the tables that tell of it. The
 // system time goes to the clock. Logs one line on what it found, with what was wrong. Any thread.
-CarrierResult readCarrier(uint32_t source, uint32_t frequency, const std::atomic<bool>& stop,
-                          bool whole = false);
+CarrierResult readCarrier(const Air& air, Clock& clock, uint32_t source, uint32_t frequency,
+                          const std::atomic<bool>& stop, bool whole = false);
 
 }  // namespace atschost
 

@@ -6,9 +6,8 @@
 #include <string>
 
 #include "middleware_types.h"
-#include "receiver/log.h"
+#include "process/log.h"
 #include "receiver/stream/frequency_plan.h"
-#include "receiver/thread.h"
 
 namespace atschost {
 namespace {
@@ -17,49 +16,51 @@ constexpr std::chrono::seconds kInterval(1);
 
 }  // namespace
 
-GuideTuner::GuideTuner(ServiceList& services, Hooks hooks)
-    : services_(services), hooks_(std::move(hooks)) {}
+GuideTuner::GuideTuner(const Air& air, Clock& clock, ServiceList& services, Hooks hooks)
+    : air_(air), clock_(clock), services_(services), hooks_(std::move(hooks)) {}
 
 GuideTuner::~GuideTuner() { shutDown(); }
 
 void GuideTuner::start() {
-  std::lock_guard<std::mutex> lock(mutex_);
-  if (!stop_ && !thread_.joinable()) thread_ = startThread("guide tuner", [this] { run(); });
+  const MutexLock lock(mutex_);
+  thread_.start("guide tuner", [this] { run(); });
 }
 
 bool GuideTuner::beginRound() {
   std::set<Carrier> carriers = listed();
   if (carriers.empty()) return false;
   start();
-  std::lock_guard<std::mutex> lock(mutex_);
+  const MutexLock lock(mutex_);
   asked_ = std::move(carriers);
-  changed_.notify_all();
+  changed_.notifyAll();
   return true;
 }
 
 void GuideTuner::note(uint32_t source, uint32_t frequency, const StreamId& stream) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  const MutexLock lock(mutex_);
   seen_[{source, frequency}] = {stream, {}};
 }
 
 void GuideTuner::shutDown() {
-  std::unique_lock<std::mutex> lock(mutex_);
-  stop_ = true;
-  changed_.notify_all();
-  if (!thread_.joinable()) return;
-  lock.unlock();
+  {
+    const MutexLock lock(mutex_);
+    thread_.askToEnd();
+    changed_.notifyAll();
+  }
   thread_.join();
 }
 
 void GuideTuner::run() {
-  while (!stop_) {
+  while (!thread_.isEnding()) {
     try {
       round();
     } catch (const std::exception& e) {
       log().Error("guide tuner: %s", e.what());
     }
-    std::unique_lock<std::mutex> lock(mutex_);
-    changed_.wait_for(lock, kInterval, [this] { return stop_ || !asked_.empty(); });
+    const auto next = std::chrono::steady_clock::now() + kInterval;
+    MutexLock lock(mutex_);
+    while (!thread_.isEnding() && asked_.empty() && changed_.waitUntil(lock, next)) {
+    }
   }
 }
 
@@ -77,16 +78,17 @@ std::set<GuideTuner::Carrier> GuideTuner::listed() const {
 void GuideTuner::round() {
   std::set<Carrier> asked;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    const MutexLock lock(mutex_);
     asked.swap(asked_);
   }
   for (const Carrier& carrier : listed()) {
-    if (stop_) return;
+    if (thread_.isEnding()) return;
     const auto [source, frequency] = carrier;
     const bool isAsked = asked.count(carrier) != 0;
     if (hooks_.isReceived(source, frequency) || !(isDue(carrier) || isAsked)) continue;
     try {
-      CarrierResult found = readCarrier(source, frequency, stop_, isAsked);
+      CarrierResult found =
+          readCarrier(air_, clock_, source, frequency, thread_.isEnding(), isAsked);
       if (!found.known || !found.locked) continue;
       // What was replaced meanwhile is read in the next round, or has been by somebody else.
       if (!(streamId(found.stream->path) == found.stream)) continue;
@@ -101,9 +103,9 @@ void GuideTuner::round() {
 // Whether the carrier's file is not the one that was read. A file that is being written counts once
 // it stays as it is.
 bool GuideTuner::isDue(const Carrier& carrier) {
-  const std::string path = carrierPath(carrier.first, carrier.second);
+  const std::string path = air_.carrierPath(carrier.first, carrier.second);
   const auto present = path.empty() ? std::nullopt : streamId(path);
-  std::lock_guard<std::mutex> lock(mutex_);
+  const MutexLock lock(mutex_);
   if (!present) {
     seen_.erase(carrier);
     return false;

@@ -2,16 +2,14 @@
 #ifndef ATSC_HOST_RECEIVER_TUNERS_GUIDE_TUNER_H_
 #define ATSC_HOST_RECEIVER_TUNERS_GUIDE_TUNER_H_
 
-#include <atomic>
-#include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <map>
-#include <mutex>
 #include <set>
-#include <thread>
 #include <utility>
 
+#include "process/mutex.h"
+#include "process/thread.h"
 #include "receiver/station/service_list.h"
 #include "receiver/stream/air.h"
 #include "receiver/tuners/carrier.h"
@@ -30,7 +28,7 @@ class GuideTuner {
     std::function<void()> roundEnded;
   };
 
-  GuideTuner(ServiceList& services, Hooks hooks);
+  GuideTuner(const Air& air, Clock& clock, ServiceList& services, Hooks hooks);
   ~GuideTuner();
 
   // Starts the thread unless it runs.
@@ -58,14 +56,15 @@ class GuideTuner {
   std::set<Carrier> listed() const;
   bool isDue(const Carrier& carrier);
 
+  const Air& air_;
+  Clock& clock_;
   ServiceList& services_;
   const Hooks hooks_;
-  std::mutex mutex_;  // of all below
-  std::condition_variable changed_;
-  std::map<Carrier, Seen> seen_;
-  std::set<Carrier> asked_;        // those that beginRound() wants to be read
-  std::atomic<bool> stop_{false};  // also read while a carrier is being read
-  std::thread thread_;
+  Mutex mutex_;
+  CondVar changed_;
+  std::map<Carrier, Seen> seen_ GUARDED_BY(mutex_);
+  std::set<Carrier> asked_ GUARDED_BY(mutex_);  // those that beginRound() wants to be read
+  Thread thread_;                               // started under the mutex
 };
 
 }  // namespace atschost

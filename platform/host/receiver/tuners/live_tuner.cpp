@@ -15,17 +15,14 @@
 #include <vector>
 
 #include "middleware_types.h"
+#include "process/log.h"
 #include "receiver/events/alerts.h"
-#include "receiver/log.h"
-#include "receiver/station/clock.h"
-#include "receiver/stream/air.h"
 #include "receiver/stream/demux.h"
 #include "receiver/stream/frequency_plan.h"
 #include "receiver/stream/pace.h"
 #include "receiver/stream/transport.h"
 #include "receiver/tables/psi_decoder.h"
 #include "receiver/tables/psip_decoder.h"
-#include "receiver/thread.h"
 #include "receiver/tuners/carrier.h"
 
 namespace atschost {
@@ -138,7 +135,9 @@ class LiveTuner::Stream {
   void updateServices();
   bool mayReplaceServices(const std::vector<Service>& found) const;
   void updateGuide();
-  std::optional<uint32_t> stationTime() const { return Clock::instance().stationTime(id_, now()); }
+  std::optional<uint32_t> stationTime() const {
+    return session_.tuner_.clock_.stationTime(id_, now());
+  }
 
   // Identity of a section: PID, table_id, table_id_extension, section_number.
   using SectionKey = std::tuple<uint16_t, uint8_t, uint16_t, uint8_t>;
@@ -179,7 +178,7 @@ class LiveTuner::Stream {
 void LiveTuner::Session::run() {
   int told = 0;
   while (isTuned()) {
-    const std::string path = carrierPath(source_, frequency_);
+    const std::string path = tuner_.air_.carrierPath(source_, frequency_);
     errno = ENOENT;
     const File file = path.empty() ? File() : openRegular(path);
     const auto id = file ? streamId(path, file) : std::nullopt;
@@ -216,7 +215,7 @@ void LiveTuner::Session::setLocked(bool locked) {
 
 // A programme of the current service that began between the last look and this one.
 void LiveTuner::Session::checkTransition() {
-  const uint32_t time = Clock::instance().now();
+  const uint32_t time = tuner_.clock_.now();
   const uint32_t before = std::exchange(lookedAt_, time);
   std::optional<ServiceKey> key;
   while_tuned([&] { key = tuner_.service_; });
@@ -259,7 +258,7 @@ void LiveTuner::Stream::run() {
       update();
     }
 
-    const bool fast = inHead_ || atschost::fast();
+    const bool fast = inHead_ || session_.tuner_.air_.fast();
     const double rate = pace_.packetsPerSecond();
     const auto burst = static_cast<size_t>(rate * kBurst.count() / 1000);
     size_t got = 0;
@@ -360,7 +359,7 @@ void LiveTuner::Stream::followTime() {
   nextTime_ = present + kUpdateInterval;
   const SystemTime time = *std::exchange(time_, std::nullopt);
   session_.while_tuned([&] {
-    const Clock::Effect effect = Clock::instance().follow(id_, time, present);
+    const Clock::Effect effect = session_.tuner_.clock_.follow(id_, time, present);
     EventQueue& events = session_.tuner_.events_;
     if (!timeTold_ || effect.detailsChanged) events.raiseTime(AFW_STT_UPDATE, time);
     if (effect.timeChanged) events.raiseTime(AFW_TIME_CHANGE, time);
@@ -517,10 +516,12 @@ void LiveTuner::Stream::updateGuide() {
   }
 }
 
-LiveTuner::LiveTuner(ServiceList& services, Guide& guide, RatingRegions& regions,
-                     const AlertSettings& alertSettings, EventQueue& events,
+LiveTuner::LiveTuner(const Air& air, Clock& clock, ServiceList& services, Guide& guide,
+                     RatingRegions& regions, const AlertSettings& alertSettings, EventQueue& events,
                      std::function<void()> servicesChanged, std::function<void()> looked)
-    : services_(services),
+    : air_(air),
+      clock_(clock),
+      services_(services),
       guide_(guide),
       regions_(regions),
       alertSettings_(alertSettings),
@@ -532,7 +533,7 @@ LiveTuner::~LiveTuner() { shutDown(); }
 
 void LiveTuner::play(const ServiceKey& service) {
   std::lock_guard<std::mutex> lock(mutex_);
-  if (shutDown_) return;
+  if (thread_.isEnding()) return;
   const bool same =
       service_ && service_->source == service.source && service_->frequency == service.frequency;
   service_ = service;
@@ -541,7 +542,7 @@ void LiveTuner::play(const ServiceKey& service) {
     return;
   }
   forgetCarrier();
-  if (!thread_.joinable()) thread_ = startThread("live tuner", [this] { run(); });
+  thread_.start("live tuner", [this] { run(); });
   changed_.notify_all();
 }
 
@@ -589,11 +590,10 @@ bool LiveTuner::hasRead(const ServiceKey& service) const {
 
 void LiveTuner::shutDown() {
   std::unique_lock<std::mutex> lock(mutex_);
-  shutDown_ = true;
+  thread_.askToEnd();
   service_.reset();
   forgetCarrier();
   changed_.notify_all();
-  if (!thread_.joinable()) return;
   lock.unlock();
   thread_.join();
 }
@@ -601,8 +601,8 @@ void LiveTuner::shutDown() {
 void LiveTuner::run() {
   std::unique_lock<std::mutex> lock(mutex_);
   for (;;) {
-    changed_.wait(lock, [this] { return shutDown_ || service_; });
-    if (shutDown_) return;
+    changed_.wait(lock, [this] { return thread_.isEnding() || service_; });
+    if (thread_.isEnding()) return;
     const uint64_t tuning = tuning_;
     const ServiceKey service = *service_;
     lock.unlock();

@@ -10,14 +10,16 @@
 #include <map>
 #include <mutex>
 #include <optional>
-#include <thread>
 #include <vector>
 
+#include "process/thread.h"
 #include "receiver/events/alerts.h"
 #include "receiver/events/event_queue.h"
+#include "receiver/station/clock.h"
 #include "receiver/station/guide.h"
 #include "receiver/station/service.h"
 #include "receiver/station/service_list.h"
+#include "receiver/stream/air.h"
 #include "receiver/viewing/rating_regions.h"
 
 namespace atschost {
@@ -25,15 +27,15 @@ namespace atschost {
 // Reads the stream on a thread of its own, again and again, and raises events for what it tells:
 // lock, time, guide, changed services, alerts, rating regions. What comes first, the tables, is
 // read as fast as the file allows, so that a viewer need not wait; then the stream goes at its own
-// pace, or as fast as it can be read with a pause after each time (setFast()). A file that is
+// pace, or as fast as it can be read with a pause after each time (Air::setFast()). A file that is
 // replaced, removed or put back is noticed within a second. Any thread.
 class LiveTuner {
  public:
   // `services_changed` is told, on the tuner's thread and without its lock, of each change that the
   // carrier has made to the service list, before the events are; `looked` likewise, several times a
   // second while a carrier is tuned: other programmes may be on.
-  LiveTuner(ServiceList& services, Guide& guide, RatingRegions& regions,
-            const AlertSettings& alertSettings, EventQueue& events,
+  LiveTuner(const Air& air, Clock& clock, ServiceList& services, Guide& guide,
+            RatingRegions& regions, const AlertSettings& alertSettings, EventQueue& events,
             std::function<void()> servicesChanged, std::function<void()> looked);
   ~LiveTuner();
 
@@ -65,6 +67,8 @@ class LiveTuner {
   void run();
   void forgetCarrier();
 
+  const Air& air_;
+  Clock& clock_;
   ServiceList& services_;
   Guide& guide_;
   RatingRegions& regions_;
@@ -81,8 +85,7 @@ class LiveTuner {
   std::optional<bool> locked_;         // not known yet after tuning
   bool headRead_ = false;              // the tables that come first, of this tuning
   std::map<uint16_t, std::vector<Advisory>> advisories_;  // by program number, of the PMTs
-  bool shutDown_ = false;
-  std::thread thread_;
+  Thread thread_;                                         // started under the mutex
 };
 
 }  // namespace atschost

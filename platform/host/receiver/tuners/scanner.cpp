@@ -5,12 +5,14 @@
 #include <utility>
 
 #include "middleware_types.h"
-#include "receiver/log.h"
+#include "process/log.h"
+#include "process/thread.h"
 #include "receiver/stream/air.h"
-#include "receiver/thread.h"
 #include "receiver/tuners/carrier.h"
 
 namespace atschost {
+
+using std::chrono::steady_clock;
 
 struct Scanner::Job {
   uint32_t source = 0;
@@ -20,13 +22,13 @@ struct Scanner::Job {
   std::atomic<bool> stopped{false};  // also read while a carrier is being read
   Outcome outcome;
   bool reporting = false;  // the callback runs, or is about to
-  bool done = false;       // the thread is about to end
-  std::thread thread;
+  Thread thread;
 };
 
-Scanner::Scanner(ServiceList& list, Hooks hooks) : list_(list), hooks_(std::move(hooks)) {}
+Scanner::Scanner(const Air& air, Clock& clock, ServiceList& list, Hooks hooks)
+    : air_(air), clock_(clock), list_(list), hooks_(std::move(hooks)) {}
 
-Scanner::~Scanner() { shutDown(std::chrono::hours(1)); }
+Scanner::~Scanner() { shutDown(); }
 
 bool Scanner::start(const AICS_search_request& request, AICS_scan_callback callback) {
   if (!callback || !isSource(request.source)) {
@@ -47,70 +49,50 @@ bool Scanner::start(const AICS_search_request& request, AICS_scan_callback callb
     return false;
   }
 
-  std::lock_guard<std::mutex> lock(mutex_);
+  const MutexLock lock(mutex_);
   if (running_ || shutDown_) {
     log().Error("scan refused: %s", running_ ? "another one runs" : "the process ends");
     return false;
   }
-  for (auto it = jobs_.begin(); it != jobs_.end();) {
-    if ((*it)->done) {
-      (*it)->thread.join();
-      it = jobs_.erase(it);
-    } else {
-      ++it;
-    }
-  }
+  jobs_.remove_if([](const auto& old) { return old->thread.hasEnded(); });
+  job->thread.start("channel scan", [this, job] { run(*job); });
   jobs_.push_back(job);
-  try {
-    job->thread = startThread("channel scan", [this, job] { run(*job); });
-  } catch (...) {
-    jobs_.pop_back();
-    throw;
-  }
   running_ = std::move(job);
   return true;
 }
 
 bool Scanner::stop() {
-  std::lock_guard<std::mutex> lock(mutex_);
+  const MutexLock lock(mutex_);
   if (!running_) return false;
   running_->stopped = true;
   const Outcome outcome = std::move(running_->outcome);
   running_.reset();
-  changed_.notify_all();
+  changed_.notifyAll();
   hooks_.ended(outcome);
   return true;
 }
 
 bool Scanner::isRunning() const {
-  std::lock_guard<std::mutex> lock(mutex_);
+  const MutexLock lock(mutex_);
   return running_ != nullptr;
 }
 
-void Scanner::shutDown(std::chrono::milliseconds patience) {
+void Scanner::shutDown(std::optional<std::chrono::milliseconds> patience) {
+  std::list<std::shared_ptr<Job>> jobs;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    const MutexLock lock(mutex_);
     shutDown_ = true;
   }
   stop();
-  std::unique_lock<std::mutex> lock(mutex_);
-  const auto isOwn = [](const std::shared_ptr<Job>& job) {
-    return job->thread.get_id() == std::this_thread::get_id();
-  };
-  changed_.wait_for(lock, patience, [&] {
-    for (const auto& job : jobs_)
-      if (!job->done && !isOwn(job)) return false;
-    return true;
-  });
-  for (const auto& job : jobs_) {
-    if (job->done) {
-      job->thread.join();
-      continue;
-    }
-    if (!isOwn(job)) log().Warn("a scan callback has not returned; its thread is left running");
-    job->thread.detach();
+  {
+    const MutexLock lock(mutex_);
+    jobs.swap(jobs_);
   }
-  jobs_.clear();
+  for (const auto& job : jobs) {
+    const bool isOwn = job->thread.isCurrent();
+    if (!job->thread.join(patience) && !isOwn)
+      log().Warn("a scan callback has not returned; its thread is left running");
+  }
 }
 
 void Scanner::run(Job& job) {
@@ -127,25 +109,25 @@ void Scanner::run(Job& job) {
   } catch (...) {
     log().Error("scan ended: its callback has thrown");
   }
-  std::lock_guard<std::mutex> lock(mutex_);
+  const MutexLock lock(mutex_);
   if (running_.get() == &job) running_.reset();
-  job.done = true;
-  changed_.notify_all();
 }
 
 // Returns false when the scan has been stopped.
 bool Scanner::visit(Job& job, const RfChannel& channel) {
   {
-    std::unique_lock<std::mutex> lock(mutex_);
-    const auto stopped = [&] { return running_.get() != &job; };
-    if (stopped()) return false;
+    MutexLock lock(mutex_);
+    if (isStopped(job)) return false;
     hooks_.tune(job.source, channel.frequency);
-    if (changed_.wait_for(lock, std::chrono::milliseconds(dwell()), stopped)) return false;
+    const auto end = steady_clock::now() + air_.dwell();
+    while (!isStopped(job) && changed_.waitUntil(lock, end)) {
+    }
+    if (isStopped(job)) return false;
   }
   CarrierResult carrier;
   Outcome outcome;
   try {
-    carrier = readCarrier(job.source, channel.frequency, job.stopped);
+    carrier = readCarrier(air_, clock_, job.source, channel.frequency, job.stopped);
     if (carrier.known && carrier.locked)
       hooks_.take(job.source, channel.frequency, carrier, outcome);
   } catch (const std::exception& e) {
@@ -169,8 +151,8 @@ bool Scanner::visit(Job& job, const RfChannel& channel) {
   }
 
   // Under the lock, so that a stopped scan changes nothing after stop() has returned.
-  std::lock_guard<std::mutex> lock(mutex_);
-  const bool running = running_.get() == &job;
+  const MutexLock lock(mutex_);
+  const bool running = !isStopped(job);
   if (running && carrier.known) {
     const ServiceList::Change change =
         list_.replace(job.source, channel.frequency, std::move(carrier.services));
@@ -193,31 +175,27 @@ bool Scanner::visit(Job& job, const RfChannel& channel) {
 // Returns false when the scan has been stopped. One callback at a time: that of a stopped scan is
 // awaited. No lock is held during the callback, which may be waiting for whoever calls stop().
 bool Scanner::report(Job& job, int state) {
-  std::unique_lock<std::mutex> lock(mutex_);
-  const auto stopped = [&] { return running_.get() != &job; };
-  changed_.wait(lock, [&] {
-    return stopped() || std::none_of(jobs_.begin(), jobs_.end(),
-                                     [](const auto& other) { return other->reporting; });
-  });
-  if (stopped()) return false;
+  const auto isReporting = [](const auto& other) { return other->reporting; };
+  MutexLock lock(mutex_);
+  while (!isStopped(job) && std::any_of(jobs_.begin(), jobs_.end(), isReporting))
+    changed_.wait(lock);
+  if (isStopped(job)) return false;
   // Whoever learns of the end, through the callback, may start the next scan.
   if (state == AICS_STATE_OVER) running_.reset();
   job.reporting = true;
   AICS_scan_progress copy = job.progress;
   lock.unlock();
-  const auto reported = [&] {
-    lock.lock();
-    job.reporting = false;
-    changed_.notify_all();
-  };
+  std::exception_ptr thrown;
   try {
     job.callback(&copy, state);
     if (state == AICS_STATE_OVER) hooks_.ended(job.outcome);
   } catch (...) {
-    reported();
-    throw;
+    thrown = std::current_exception();
   }
-  reported();
+  lock.lock();
+  job.reporting = false;
+  changed_.notifyAll();
+  if (thrown) std::rethrow_exception(thrown);
   return true;
 }
 

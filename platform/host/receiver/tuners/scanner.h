@@ -4,16 +4,15 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <functional>
 #include <list>
 #include <memory>
-#include <mutex>
+#include <optional>
 #include <set>
-#include <thread>
 #include <tuple>
 
 #include "aics.h"
+#include "process/mutex.h"
 #include "receiver/station/service_list.h"
 #include "receiver/stream/frequency_plan.h"
 #include "receiver/tuners/carrier.h"
@@ -45,7 +44,7 @@ class Scanner {
     std::function<void(const Outcome& outcome)> ended;
   };
 
-  Scanner(ServiceList& list, Hooks hooks);
+  Scanner(const Air& air, Clock& clock, ServiceList& list, Hooks hooks);
   ~Scanner();
 
   // As AICS_start_search. False when refused.
@@ -56,24 +55,29 @@ class Scanner {
 
   bool isRunning() const;
 
-  // Stops for good and joins the threads of all scans. Those whose callback does not return within
-  // `patience`, and the calling one, are left alone.
-  void shutDown(std::chrono::milliseconds patience);
+  // Stops for good and joins the threads of all scans. With `patience` for each, detaches
+  // those whose callback does not return in time; in any case the calling one.
+  void shutDown(std::optional<std::chrono::milliseconds> patience = std::nullopt) EXCLUDES(mutex_);
 
  private:
   struct Job;
 
   void run(Job& job);
-  bool visit(Job& job, const RfChannel& channel);
-  bool report(Job& job, int state);
+  bool isStopped(const Job& job) const REQUIRES(mutex_) { return running_.get() != &job; }
+  bool visit(Job& job, const RfChannel& channel) EXCLUDES(mutex_);
+  bool report(Job& job, int state) EXCLUDES(mutex_);
 
+  const Air& air_;
+  Clock& clock_;
   ServiceList& list_;
   const Hooks hooks_;
-  mutable std::mutex mutex_;  // of all below, and of every job
-  std::condition_variable changed_;
-  std::list<std::shared_ptr<Job>> jobs_;  // with a thread that has not been joined
-  std::shared_ptr<Job> running_;          // reports and changes the list; null when none does
-  bool shutDown_ = false;
+  mutable Mutex mutex_;  // also of every job
+  CondVar changed_;
+  // The jobs with a thread that has not been joined.
+  std::list<std::shared_ptr<Job>> jobs_ GUARDED_BY(mutex_);
+  // Reports and changes the list; null when none does.
+  std::shared_ptr<Job> running_ GUARDED_BY(mutex_);
+  bool shutDown_ GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace atschost

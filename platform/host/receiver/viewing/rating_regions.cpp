@@ -4,7 +4,7 @@
 #include <string_view>
 
 #include "aipc.h"
-#include "receiver/log.h"
+#include "process/log.h"
 #include "receiver/stream/transport.h"
 
 namespace atschost {

@@ -1,11 +1,11 @@
 // How the middleware's functions run.
-#ifndef ATSC_HOST_RECEIVER_CALL_H_
-#define ATSC_HOST_RECEIVER_CALL_H_
+#ifndef ATSC_HOST_MODULES_CALL_H_
+#define ATSC_HOST_MODULES_CALL_H_
 
 #include <exception>
 #include <type_traits>
 
-#include "receiver/log.h"
+#include "process/log.h"
 
 namespace atschost {
 
@@ -70,4 +70,4 @@ int loggedStatusOf(const char* function, Body body, const Arguments&... argument
 
 }  // namespace atschost
 
-#endif  // ATSC_HOST_RECEIVER_CALL_H_
+#endif  // ATSC_HOST_MODULES_CALL_H_

@@ -1,0 +1,48 @@
+// A thread that can be asked to end.
+#ifndef ATSC_HOST_PROCESS_THREAD_H_
+#define ATSC_HOST_PROCESS_THREAD_H_
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <future>
+#include <optional>
+#include <thread>
+
+namespace atschost {
+
+// Blocks all signals in the thread: they are for the program's own threads. Logs what the body
+// throws. The owner serialises start(), join() and hasEnded(); the rest is for any thread.
+class Thread {
+ public:
+  Thread() = default;
+  // Asks the thread to end and joins it. A thread that destroys its own Thread is detached.
+  ~Thread();
+  Thread(const Thread&) = delete;
+  Thread& operator=(const Thread&) = delete;
+
+  // Starts the thread under a name of at most 15 characters. Does nothing if it was started or
+  // asked to end before. Throws std::system_error if the system has no thread left.
+  void start(const char* name, std::function<void()> body);
+
+  // Makes isEnding() true for good. The caller wakes the body if it waits.
+  void askToEnd() { ending_ = true; }
+  const std::atomic<bool>& isEnding() const { return ending_; }
+
+  // Waits until the body has returned, at most `patience` if given. Returns false, with the thread
+  // detached, if the time is over or on the thread itself.
+  bool join(std::optional<std::chrono::milliseconds> patience = std::nullopt);
+
+  // Whether the thread was started and its body has returned.
+  bool hasEnded() const;
+  bool isCurrent() const { return thread_.get_id() == std::this_thread::get_id(); }
+
+ private:
+  std::atomic<bool> ending_{false};
+  std::future<void> end_;
+  std::thread thread_;
+};
+
+}  // namespace atschost
+
+#endif  // ATSC_HOST_PROCESS_THREAD_H_
