@@ -23,8 +23,8 @@
 #include <stdexcept>
 #include <string>
 
-#include "database_files.h"
-#include "utc_time.h"
+#include "common/database_files.h"
+#include "common/utc_time.h"
 
 namespace {
 

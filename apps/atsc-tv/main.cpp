@@ -7,10 +7,10 @@
 #include <string>
 #include <vector>
 
-#include "commands.h"
-#include "database_files.h"
-#include "failure.h"
-#include "text.h"
+#include "commands/commands.h"
+#include "common/database_files.h"
+#include "terminal/failure.h"
+#include "terminal/text.h"
 
 namespace tv {
 namespace {

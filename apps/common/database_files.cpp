@@ -1,4 +1,4 @@
-#include "database_files.h"
+#include "common/database_files.h"
 
 #include <sys/stat.h>
 #include <unistd.h>

@@ -1,6 +1,6 @@
 // Where the programs keep the databases.
-#ifndef ATSC_APPS_DATABASE_FILES_H_
-#define ATSC_APPS_DATABASE_FILES_H_
+#ifndef ATSC_APPS_COMMON_DATABASE_FILES_H_
+#define ATSC_APPS_COMMON_DATABASE_FILES_H_
 
 #include <string>
 
@@ -41,4 +41,4 @@ bool everyUserCanWrite(const std::string& folder);
 
 }  // namespace apps
 
-#endif  // ATSC_APPS_DATABASE_FILES_H_
+#endif  // ATSC_APPS_COMMON_DATABASE_FILES_H_

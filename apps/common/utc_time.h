@@ -1,6 +1,6 @@
 // Times on a command line.
-#ifndef ATSC_APPS_UTC_TIME_H_
-#define ATSC_APPS_UTC_TIME_H_
+#ifndef ATSC_APPS_COMMON_UTC_TIME_H_
+#define ATSC_APPS_COMMON_UTC_TIME_H_
 
 #include <cstdint>
 #include <string>
@@ -20,4 +20,4 @@ std::string utcTimeFault(const std::string& text);
 
 }  // namespace apps
 
-#endif  // ATSC_APPS_UTC_TIME_H_
+#endif  // ATSC_APPS_COMMON_UTC_TIME_H_

@@ -1,0 +1,90 @@
+#include "channels/audio.h"
+
+#include <algorithm>
+
+#include "terminal/text.h"
+
+namespace tv {
+namespace {
+
+// ISO/IEC 13818-1 stream_type, private values of A/53 and SCTE 57.
+struct Coding {
+  const char* stream_type;
+  const char* name;
+};
+constexpr Coding kCodings[] = {
+    {"1", "MPEG-1"},  {"2", "MPEG-2"}, {"3", "MPEG-1"},          {"4", "MPEG-2"},
+    {"15", "AAC"},    {"17", "LATM"},  {"27", "H.264"},          {"36", "HEVC"},
+    {"128", "DC-II"}, {"129", "AC-3"}, {"135", "Enhanced AC-3"},
+};
+
+// ISO 639-2 has two codes for French.
+bool isLanguage(const std::string& code, const std::string& preferred) {
+  return code == preferred || (code == "fra" && preferred == "fre");
+}
+
+// The receiver's choice: the track chosen by hand, else the first main one in a preferred language,
+// else in any.
+size_t playingTrack(const Channel& channel, const std::vector<AudioTrack>& tracks,
+                    const PreferredLanguages& preferred) {
+  if (channel.audio_index >= 1 && channel.audio_index <= static_cast<int64_t>(tracks.size())) {
+    return static_cast<size_t>(channel.audio_index - 1);
+  }
+  for (const char* language : {preferred.first.c_str(), preferred.second.c_str(), ""}) {
+    const auto found = std::find_if(tracks.begin(), tracks.end(), [&](const AudioTrack& track) {
+      return !track.described && (*language == '\0' || isLanguage(track.language, language));
+    });
+    if (found != tracks.end()) return static_cast<size_t>(found - tracks.begin());
+  }
+  return 0;
+}
+
+}  // namespace
+
+std::string AudioTrack::words() const {
+  return (language.empty() ? "" : language + ' ') + coding + (described ? " described" : "");
+}
+
+std::vector<AudioTrack> audioTracks(const std::string& pids) {
+  std::vector<AudioTrack> tracks;
+  for (const std::string& entry : split(pids, ',')) {
+    std::vector<std::string> fields = split(entry, '_');
+    const bool described = fields.size() > 3;
+    fields.resize(3);
+    tracks.push_back({fields[0], fields[1], codingName(fields[2]), described});
+  }
+  return tracks;
+}
+
+std::string codingName(const std::string& stream_type) {
+  for (const Coding& coding : kCodings) {
+    if (stream_type == coding.stream_type) return coding.name;
+  }
+  return "type " + stream_type;
+}
+
+PreferredLanguages preferredLanguages(const Client& client) {
+  const Json::Value reply = client.ask(command("CN", "GETPREAUD"));
+  const auto code = [&](const char* key) {
+    return reply[key].isString() ? reply[key].asString() : "";
+  };
+  return {code("first"), code("second")};
+}
+
+void printAudio(std::ostream& out, const Channel& channel, const PreferredLanguages& preferred,
+                const std::string& label) {
+  const std::vector<AudioTrack> tracks = audioTracks(channel.audio_pids);
+  const size_t playing = playingTrack(channel, tracks, preferred);
+  const std::string indent(label.size(), ' ');
+  out << label;
+  for (size_t i = 0; i < tracks.size(); ++i) {
+    out << (i == playing ? "* " : "  ") << i + 1 << ' ' << oneLine(tracks[i].words()) << '\n'
+        << indent;
+  }
+  if (tracks.empty()) out << "no audio tracks known\n" << indent;
+  out << "preferred: " << oneLine(preferred.first);
+  if (preferred.second != preferred.first) out << ", then " << oneLine(preferred.second);
+  out << '\n';
+}
+
+}  // namespace tv

@@ -1,0 +1,152 @@
+#include "channels/channel_list.h"
+
+#include <atsc/atsc_tables.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <vector>
+
+#include "channels/audio.h"
+#include "channels/channel.h"
+#include "service/rows.h"
+#include "terminal/table.h"
+#include "terminal/terminal.h"
+#include "terminal/text.h"
+
+namespace tv {
+namespace {
+
+constexpr int64_t kMegahertz = 1000000;
+
+// The service takes numbers below this for RF channels.
+constexpr int64_t kRfChannels = 256;
+
+// "52_eng_129,53_spa_129_AD0FULL_MAIN0," becomes "52 eng AC-3, 53 spa AC-3 described".
+std::string audioText(const std::string& pids) {
+  std::string text;
+  for (const AudioTrack& track : audioTracks(pids)) {
+    text += (text.empty() ? "" : ", ") + track.pid + ' ' + track.words();
+  }
+  return text;
+}
+
+// "49_2," becomes "49 MPEG-2".
+std::string videoText(const std::string& pids) {
+  std::string text;
+  for (const std::string& entry : split(pids, ',')) {
+    const std::vector<std::string> fields = split(entry, '_');
+    if (!text.empty()) text += ", ";
+    text += fields.size() == 2 ? fields[0] + ' ' + codingName(fields[1]) : entry;
+  }
+  return text;
+}
+
+// Before the texts that a narrow terminal cuts off.
+constexpr int kMarksColumn = 2;
+
+// The RF channel of the plan's last frequency.
+int lastRfChannel(const Source& source) {
+  int channel = source.first_channel;
+  while (source.plan[channel - source.first_channel] != -1) ++channel;
+  return channel - 1;
+}
+
+}  // namespace
+
+const std::array<Source, 2> kSources = {{
+    {"VSB", "Terrestrial", "channel_data_t", "event_t", atsc_freq, 2},
+    {"QAM", "Cable", "channel_data_c", "event_c", cable_digital_std, 1},
+}};
+
+const Source& sourceNamed(const std::string& name) {
+  return name == kSources[0].name ? kSources[0] : kSources[1];
+}
+
+int rfChannel(const Source& source, int64_t frequency) {
+  for (int i = 0; source.plan[i] != -1; ++i) {
+    if (source.plan[i] == frequency) return source.first_channel + i;
+  }
+  return 0;
+}
+
+std::string megahertz(int64_t frequency) {
+  std::array<char, 32> text;
+  snprintf(text.data(), text.size(), "%lld.%03lld", static_cast<long long>(frequency / kMegahertz),
+           static_cast<long long>(frequency % kMegahertz / 1000));
+  return text.data();
+}
+
+Json::Value readChannels(const std::string& database, const Source& source) {
+  return readRows(
+      database, source.table,
+      std::string("* FROM ") + source.table + " ORDER BY major_no, minor_no, freq, ch_index");
+}
+
+// A one-part number of cable (A/65 6.3.2) is kept with the minor number 0.
+std::string channelNumber(const Json::Value& row) {
+  const std::string major = row["major_no"].asString();
+  const std::string minor = row["minor_no"].asString();
+  return minor == "0" && row["tuner_type"].asString() == "QAM" ? major : major + '-' + minor;
+}
+
+void printChannels(std::ostream& out, const Source& source, const Json::Value& channels) {
+  out << source.title << " (" << source.name << "): " << channels.size()
+      << (channels.size() == 1 ? " channel\n" : " channels\n");
+  if (channels.empty()) return;
+  const auto marks = [](const Json::Value& row) {
+    return markWords(integer(row, "srv_flag"), integer(row, "fav_group"));
+  };
+  const bool marked = std::any_of(channels.begin(), channels.end(),
+                                  [&](const Json::Value& row) { return !marks(row).empty(); });
+  std::vector<Column> columns = {
+      {"No.", Align::kRight},    {"Name", Align::kLeft},  {"Type", Align::kLeft},
+      {"RF", Align::kRight},     {"MHz", Align::kRight},  {"TSID", Align::kRight},
+      {"Source", Align::kRight}, {"Video", Align::kLeft}, {"Audio", Align::kLeft}};
+  if (marked) columns.insert(columns.begin() + kMarksColumn, {"Marks", Align::kLeft});
+  Table table(std::move(columns));
+  for (const Json::Value& row : channels) {
+    const int64_t frequency = integer(row, "freq");
+    const int channel = rfChannel(source, frequency);
+    std::vector<std::string> cells = {channelNumber(row),
+                                      row["name"].asString(),
+                                      row["srv_type"].asString(),
+                                      channel != 0 ? std::to_string(channel) : "",
+                                      megahertz(frequency),
+                                      row["tsid"].asString(),
+                                      row["source_id"].asString(),
+                                      videoText(row["video_pid"].asString()),
+                                      audioText(row["audio_pid"].asString())};
+    // A blank where there are none: they are not unknown.
+    if (marked) {
+      const std::string words = marks(row);
+      cells.insert(cells.begin() + kMarksColumn, words.empty() ? " " : words);
+    }
+    table.add(cells);
+  }
+  table.print(out, "  ", terminalWidth());
+}
+
+std::optional<int64_t> frequencyOf(const Source& source, int64_t number) {
+  const int first = source.first_channel;
+  if (number >= kRfChannels) return number;
+  if (number < first || number > lastRfChannel(source)) return std::nullopt;
+  return source.plan[number - first];
+}
+
+std::string rfChannelsOf(const Source& source) {
+  return "the RF channels of " + std::string(source.name) + " are " +
+         std::to_string(source.first_channel) + " to " + std::to_string(lastRfChannel(source));
+}
+
+Failure noChannel(const std::string& number, const std::string& source) {
+  return Failure(kFailure, "there is no channel " + number +
+                               (source.empty() ? "" : " on " + source) +
+                               "; atsc-tv channels shows those that were found");
+}
+
+Failure noChannels(const std::string& database) {
+  return Failure(
+      kFailure, "no channels in " + database + "; atsc-tv scan finds them (" + kSameDatabase + ")");
+}
+
+}  // namespace tv

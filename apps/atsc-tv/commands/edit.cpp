@@ -1,0 +1,142 @@
+// atsc-tv edit: the marks of a channel.
+#include <iostream>
+#include <iterator>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "channels/channel.h"
+#include "channels/receiver.h"
+#include "commands/commands.h"
+#include "terminal/failure.h"
+
+namespace tv {
+namespace {
+
+// A change without further members, and the one that takes it back.
+struct Mark {
+  int64_t flag;      // ChannelFlag
+  const char* type;  // as in the command
+  const char* opposite;
+  const char* help;
+  const char* opposite_help;
+};
+constexpr Mark kMarks[] = {
+    {kSkipped, "skip", "unskip", "Pass it over with up and down", "No longer pass it over"},
+    {kLocked, "lock", "unlock", "Lock it: it stays closed until atsc-tv play --unlocked",
+     "No longer lock it"},
+    {kDeleted, "delete", "undelete", "Take it out of the viewer's list", "Bring it back"},
+};
+
+struct EditOptions {
+  std::string channel;
+  std::string source;  // empty: the current one, else the other
+  bool marks[std::size(kMarks)] = {};
+  bool opposites[std::size(kMarks)] = {};
+  std::vector<uint32_t> favourites;
+  std::vector<uint32_t> no_favourites;
+};
+
+std::vector<Json::Value> changesOf(const EditOptions& options) {
+  std::vector<Json::Value> changes;
+  const auto add = [&](const char* type, uint32_t group) {
+    Json::Value& change = changes.emplace_back(command("FW", "CHANNELMODIFY"));
+    change["type"] = type;
+    if (group != 0) change["group"] = group;
+  };
+  for (size_t i = 0; i < std::size(kMarks); ++i) {
+    if (options.marks[i]) add(kMarks[i].type, 0);
+    if (options.opposites[i]) add(kMarks[i].opposite, 0);
+  }
+  for (const uint32_t group : options.favourites) add("fav", group);
+  for (const uint32_t group : options.no_favourites) add("unfav", group);
+  return changes;
+}
+
+// Whether the channel's marks are those that were asked for.
+bool hasMarks(const Channel& channel, const EditOptions& options) {
+  for (size_t i = 0; i < std::size(kMarks); ++i) {
+    const bool marked = (channel.flags & kMarks[i].flag) != 0;
+    if (marked ? options.opposites[i] : options.marks[i]) return false;
+  }
+  // A group that is given and taken is taken, which the service is told last.
+  int64_t given = 0;
+  int64_t taken = 0;
+  for (const uint32_t group : options.favourites) given |= favouriteBit(group);
+  for (const uint32_t group : options.no_favourites) taken |= favouriteBit(group);
+  return (channel.favourites & (given | taken)) == (given & ~taken);
+}
+
+int edit(const CommonOptions& common, const EditOptions& options) {
+  std::vector<Json::Value> changes = changesOf(options);
+  if (changes.empty()) {
+    throw Failure(kUsage, "nothing to change; atsc-tv edit --help lists what can be changed");
+  }
+  const Client client = common.client();
+  client.requireService();
+  const std::string database = common.channelDatabase();
+  // Of several with the number the service takes the first, too.
+  const Channel channel = findChannels(client, database, options.channel, options.source).front();
+  listedCurrentChannel(client, database);
+  for (Json::Value& change : changes) {
+    change["src"] = channel.source->name;
+    change["major"] = Json::Int64{channel.major};
+    change["minor"] = Json::Int64{channel.minor};
+    if (client.send(change).result != 0) {
+      throw Failure(kFailure, channel.number() + " could not be changed (" +
+                                  change["type"].asString() + "); the service's log says why");
+    }
+  }
+  const Channel changed =
+      findChannels(client, database, options.channel, channel.source->name).front();
+  if (!hasMarks(changed, options)) {
+    throw Failure(kFailure, channel.number() + " was changed, but not in " + database +
+                                "; the channel table could not be written, or " + kSameDatabase);
+  }
+  std::cout << channelLine(changed) << '\n';
+  return kSuccess;
+}
+
+}  // namespace
+
+void addEdit(CLI::App& app, Action& action) {
+  CLI::App* command =
+      app.add_subcommand("edit", "Mark a channel as skipped, locked, deleted or a favourite");
+  auto options = std::make_shared<EditOptions>();
+  command
+      ->add_option(
+          "CHANNEL", options->channel,
+          "A number like 7-1 or 1203; the first of several channels with that number is changed")
+      ->check(channelNumberFault)
+      ->required();
+  addSourceOption(*command, options->source,
+                  "Terrestrial or cable (default: the current source, else the other one if that "
+                  "has the number)");
+  const auto option = [](const char* name) { return std::string("--") + name; };
+  for (size_t i = 0; i < std::size(kMarks); ++i) {
+    const Mark& mark = kMarks[i];
+    const auto help = [&](const char* text, const char* other) {
+      return text + std::string("; not together with ") + option(other);
+    };
+    CLI::Option* set =
+        command->add_flag(option(mark.type), options->marks[i], help(mark.help, mark.opposite));
+    command
+        ->add_flag(option(mark.opposite), options->opposites[i],
+                   help(mark.opposite_help, mark.type))
+        ->excludes(set);
+  }
+  const auto add_group = [&](const char* name, std::vector<uint32_t>& groups, const char* help) {
+    command->add_option(name, groups, help)
+        ->check(CLI::Range(uint32_t{1}, kFavouriteGroups))
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+        ->option_text("N");
+  };
+  add_group("--fav", options->favourites, "Put it into favourite group N, 1 to 28");
+  add_group("--unfav", options->no_favourites, "Take it out of favourite group N");
+  command->callback([&action, options] {
+    action = [options](const CommonOptions& common) { return edit(common, *options); };
+  });
+}
+
+}  // namespace tv

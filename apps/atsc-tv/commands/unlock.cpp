@@ -1,0 +1,80 @@
+// atsc-tv unlock: frees what plays after the password was given.
+#include <chrono>
+#include <iostream>
+#include <memory>
+#include <optional>
+#include <thread>
+
+#include "channels/channel.h"
+#include "channels/receiver.h"
+#include "commands/commands.h"
+#include "parental/viewing.h"
+#include "terminal/failure.h"
+
+namespace tv {
+namespace {
+
+// A channel change that was just ordered may still be under way, which the unlock needs.
+constexpr std::chrono::milliseconds kPauses[] = {
+    std::chrono::milliseconds(0), std::chrono::milliseconds(300), std::chrono::milliseconds(700)};
+
+int unlock(const CommonOptions& common, bool undo) {
+  const Client client = common.client();
+  client.requireService();
+  startReceiver(client);
+  const std::optional<Channel> channel = currentChannel(client);
+  if (!channel) throw Failure(kFailure, "there is no current channel");
+  Json::Value request = command("PC", "PWDUNLOCK");
+  request["lock_status"] = undo ? 0 : 1;
+  const bool was_blocked = askViewing(client) == Viewing::kBlocked;
+  Viewing viewing = Viewing::kAllowed;
+  for (const auto pause : kPauses) {
+    std::this_thread::sleep_for(pause);
+    // Its result is 0 in any case.
+    client.send(request);
+    viewing = askViewing(client);
+    if (undo || viewing != Viewing::kBlocked) break;
+  }
+  const ViewingWords words = viewingWords(common, *channel, viewing);
+  if (!undo && viewing == Viewing::kBlocked) {
+    throw Failure(kFailure, words.sentence() +
+                                "; only the channel last changed to can be unlocked, with atsc-tv "
+                                "play, up or down: atsc-tv play " +
+                                channel->number());
+  }
+  std::cout << channel->number() << ' ' << channel->name << ": ";
+  if (undo) {
+    std::cout << words.sentence() << words.advice << lockWords(*channel) << '\n';
+    return kSuccess;
+  }
+  if (was_blocked || words.unlocked) {
+    std::cout << (words.unlocked ? words.sentence() : words.programme + " is unlocked")
+              << "; so is what comes";
+  } else {
+    // Nothing tells whether the service has taken it.
+    std::cout << "nothing is blocked; if this is the channel last changed to, "
+              << ((channel->flags & kLocked) != 0 ? "it opens, and " : "")
+              << "what comes is unlocked, too";
+  }
+  std::cout << ", until a channel begins to play again\n";
+  return kSuccess;
+}
+
+}  // namespace
+
+void addUnlock(CLI::App& app, Action& action) {
+  CLI::App* command = app.add_subcommand(
+      "unlock", "Free what plays, a blocked programme or a locked channel: the password was given");
+  command->footer(
+      "The password is the TV application's own affair: it asks for it and checks it before, and\n"
+      "never sends it. The unlock holds for what plays and what comes, until a channel begins to\n"
+      "play again, be it the same one, or playing stops.\n"
+      "Only the channel last changed to (atsc-tv play, up, down) can be unlocked.");
+  auto undo = std::make_shared<bool>(false);
+  command->add_flag("--undo", *undo, "Take the unlock back");
+  command->callback([&action, undo] {
+    action = [undo](const CommonOptions& common) { return unlock(common, *undo); };
+  });
+}
+
+}  // namespace tv

@@ -1,0 +1,85 @@
+#include "parental/viewing.h"
+
+#include <chrono>
+#include <optional>
+#include <thread>
+#include <vector>
+
+#include "guide/guide.h"
+#include "guide/guide_view.h"
+#include "parental/parental.h"
+#include "service/receiver_clock.h"
+#include "terminal/failure.h"
+
+namespace tv {
+namespace {
+
+// A guide comes once a second.
+constexpr std::chrono::milliseconds kGuideWait(2500);
+constexpr std::chrono::milliseconds kPause(100);
+
+std::optional<Programme> programmeNow(const CommonOptions& common, const Channel& channel) {
+  const int64_t now = readClock(Client(false)).utc;
+  try {
+    const std::vector<Programme> programmes =
+        readProgrammes(common.eventDatabase(), *channel.source, channel.key(), now, 1);
+    if (!programmes.empty() && programmes.front().start <= now) return programmes.front();
+  } catch (const Failure&) {
+    // Whatever it is called, it is blocked or not.
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+Viewing askViewing(const Client& client) {
+  const Json::Value reply = client.ask(command("PC", "ISPCBLOCKED"));
+  return reply["blocked"] == true               ? Viewing::kBlocked
+         : reply["status"] == "VIEWING_UNRATED" ? Viewing::kUnrated
+                                                : Viewing::kAllowed;
+}
+
+Viewing askFirstViewing(const CommonOptions& common, const Channel& channel) {
+  using Clock = std::chrono::steady_clock;
+  Viewing viewing = askViewing(common.client());
+  if (viewing != Viewing::kUnrated) return viewing;
+  // The database knows more than the receiver does until it has read the guide anew.
+  const std::optional<Programme> programme = programmeNow(common, channel);
+  if (!programme || !programme->isRated()) return viewing;
+  const Clock::time_point end = Clock::now() + kGuideWait;
+  while (viewing == Viewing::kUnrated && Clock::now() < end) {
+    std::this_thread::sleep_for(kPause);
+    viewing = askViewing(Client(false));
+  }
+  return viewing;
+}
+
+ViewingWords viewingWords(const CommonOptions& common, const Channel& channel, Viewing viewing) {
+  const std::optional<Programme> programme = programmeNow(common, channel);
+  const std::string rating = programme && programme->isRated() ? programme->rating : "";
+  ViewingWords words = {"what plays", "allowed"};
+  if (programme) words.programme = titleOf(*programme);
+  if (!rating.empty()) words.programme += " (" + rating + ')';
+  if (viewing == Viewing::kUnrated) words.state = "not rated";
+  // All the questions for names would only hide the texts that matter.
+  const Client quiet(false);
+  if (viewing == Viewing::kBlocked) {
+    const std::string reason = blockReason(readParental(quiet), rating);
+    words.state = "blocked: " + (reason.empty() ? "the service's log says why" : reason);
+    words.advice = "; atsc-tv unlock frees it";
+  } else if (viewing == Viewing::kAllowed && !rating.empty() && isParentalEnabled(quiet)) {
+    const std::string reason = blockReason(readParental(quiet), rating);
+    words.unlocked = !reason.empty();
+    if (words.unlocked) words.state = "would be blocked (" + reason + "), but is unlocked";
+  }
+  return words;
+}
+
+// No command tells whether it has opened.
+std::string lockWords(const Channel& channel) {
+  if ((channel.flags & kLocked) == 0) return "";
+  return "; the channel is locked and plays only after atsc-tv play " + channel.number() +
+         " --unlocked or atsc-tv unlock";
+}
+
+}  // namespace tv

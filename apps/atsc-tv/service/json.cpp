@@ -1,0 +1,36 @@
+#include "service/json.h"
+
+#include <json/reader.h>
+#include <json/writer.h>
+
+#include <exception>
+#include <memory>
+
+namespace tv {
+namespace {
+
+std::string write(const Json::Value& value, bool utf8) {
+  Json::StreamWriterBuilder builder;
+  builder["indentation"] = "";
+  builder["emitUTF8"] = utf8;
+  return Json::writeString(builder, value);
+}
+
+}  // namespace
+
+std::optional<Json::Value> parseJson(const std::string& text) {
+  try {
+    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+    Json::Value value;
+    if (reader->parse(text.data(), text.data() + text.size(), &value, nullptr)) return value;
+  } catch (const std::exception&) {
+    // Too deeply nested.
+  }
+  return std::nullopt;
+}
+
+std::string compactJson(const Json::Value& value) { return write(value, false); }
+
+std::string readableJson(const Json::Value& value) { return write(value, true); }
+
+}  // namespace tv

@@ -1,0 +1,32 @@
+// How a subcommand fails.
+#ifndef ATSC_TV_TERMINAL_FAILURE_H_
+#define ATSC_TV_TERMINAL_FAILURE_H_
+
+#include <stdexcept>
+#include <string>
+
+namespace tv {
+
+// Exit statuses, shown in the help.
+enum ExitStatus {
+  kSuccess = 0,
+  kFailure = 1,
+  kUsage = 2,
+  kNoService = 3,
+  kOtherTV = 4,
+};
+
+// Ends the program with a message for the user and an exit status.
+class Failure : public std::runtime_error {
+ public:
+  Failure(ExitStatus status, const std::string& message)
+      : std::runtime_error(message), status_(status) {}
+  ExitStatus status() const { return status_; }
+
+ private:
+  ExitStatus status_;
+};
+
+}  // namespace tv
+
+#endif  // ATSC_TV_TERMINAL_FAILURE_H_

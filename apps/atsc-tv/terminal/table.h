@@ -1,0 +1,36 @@
+// A table of aligned columns for a terminal.
+#ifndef ATSC_TV_TERMINAL_TABLE_H_
+#define ATSC_TV_TERMINAL_TABLE_H_
+
+#include <optional>
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace tv {
+
+enum class Align { kLeft, kRight };
+
+struct Column {
+  const char* title;
+  Align align;
+};
+
+class Table {
+ public:
+  explicit Table(std::vector<Column> columns);
+
+  // Adds a row with one cell a column. Cells are made printable; an empty one is shown as "-".
+  void add(const std::vector<std::string>& cells);
+
+  // Writes titles and rows, every line behind `indent` and cut to `width` if there is one.
+  void print(std::ostream& out, const std::string& indent, std::optional<size_t> width) const;
+
+ private:
+  const std::vector<Column> columns_;
+  std::vector<std::vector<std::string>> rows_;  // the first holds the titles
+};
+
+}  // namespace tv
+
+#endif  // ATSC_TV_TERMINAL_TABLE_H_
