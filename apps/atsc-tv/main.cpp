@@ -97,15 +97,6 @@ int run(int argc, char** argv) {
 
 }  // namespace
 
-std::string CommonOptions::channelDatabase() const { return apps::databaseFiles(db).channels; }
-std::string CommonOptions::eventDatabase() const { return apps::databaseFiles(db).events; }
-
-CLI::Option* addSourceOption(CLI::App& command, std::string& source, const std::string& help) {
-  return command.add_option("--src", source, help)
-      ->transform(CLI::IsMember({"VSB", "QAM"}, CLI::ignore_case))
-      ->option_text("VSB|QAM");
-}
-
 }  // namespace tv
 
 int main(int argc, char** argv) {

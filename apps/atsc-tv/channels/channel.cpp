@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <limits>
 
+#include "service/json.h"
 #include "service/rows.h"
 #include "terminal/text.h"
 

@@ -2,14 +2,12 @@
 #ifndef ATSC_TV_CHANNELS_CHANNEL_H_
 #define ATSC_TV_CHANNELS_CHANNEL_H_
 
-#include <json/value.h>
-
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "channels/channel_list.h"
+#include "channels/source.h"
 
 namespace tv {
 

@@ -1,13 +1,11 @@
 #include "channels/channel_list.h"
 
-#include <atsc/atsc_tables.h>
-
 #include <algorithm>
-#include <cstdio>
 #include <vector>
 
 #include "channels/audio.h"
 #include "channels/channel.h"
+#include "service/json.h"
 #include "service/rows.h"
 #include "terminal/table.h"
 #include "terminal/terminal.h"
@@ -15,11 +13,6 @@
 
 namespace tv {
 namespace {
-
-constexpr int64_t kMegahertz = 1000000;
-
-// The service takes numbers below this for RF channels.
-constexpr int64_t kRfChannels = 256;
 
 // "52_eng_129,53_spa_129_AD0FULL_MAIN0," becomes "52 eng AC-3, 53 spa AC-3 described".
 std::string audioText(const std::string& pids) {
@@ -44,37 +37,7 @@ std::string videoText(const std::string& pids) {
 // Before the texts that a narrow terminal cuts off.
 constexpr int kMarksColumn = 2;
 
-// The RF channel of the plan's last frequency.
-int lastRfChannel(const Source& source) {
-  int channel = source.first_channel;
-  while (source.plan[channel - source.first_channel] != -1) ++channel;
-  return channel - 1;
-}
-
 }  // namespace
-
-const std::array<Source, 2> kSources = {{
-    {"VSB", "Terrestrial", "channel_data_t", "event_t", atsc_freq, 2},
-    {"QAM", "Cable", "channel_data_c", "event_c", cable_digital_std, 1},
-}};
-
-const Source& sourceNamed(const std::string& name) {
-  return name == kSources[0].name ? kSources[0] : kSources[1];
-}
-
-int rfChannel(const Source& source, int64_t frequency) {
-  for (int i = 0; source.plan[i] != -1; ++i) {
-    if (source.plan[i] == frequency) return source.first_channel + i;
-  }
-  return 0;
-}
-
-std::string megahertz(int64_t frequency) {
-  std::array<char, 32> text;
-  snprintf(text.data(), text.size(), "%lld.%03lld", static_cast<long long>(frequency / kMegahertz),
-           static_cast<long long>(frequency % kMegahertz / 1000));
-  return text.data();
-}
 
 Json::Value readChannels(const std::string& database, const Source& source) {
   return readRows(
@@ -124,18 +87,6 @@ void printChannels(std::ostream& out, const Source& source, const Json::Value& c
     table.add(cells);
   }
   table.print(out, "  ", terminalWidth());
-}
-
-std::optional<int64_t> frequencyOf(const Source& source, int64_t number) {
-  const int first = source.first_channel;
-  if (number >= kRfChannels) return number;
-  if (number < first || number > lastRfChannel(source)) return std::nullopt;
-  return source.plan[number - first];
-}
-
-std::string rfChannelsOf(const Source& source) {
-  return "the RF channels of " + std::string(source.name) + " are " +
-         std::to_string(source.first_channel) + " to " + std::to_string(lastRfChannel(source));
 }
 
 Failure noChannel(const std::string& number, const std::string& source) {

@@ -1,6 +1,7 @@
 #include "channels/receiver.h"
 
-#include "service/rows.h"
+#include "channels/channel_list.h"
+#include "service/json.h"
 #include "terminal/text.h"
 
 namespace tv {

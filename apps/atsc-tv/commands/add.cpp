@@ -6,6 +6,7 @@
 #include <string>
 
 #include "channels/channel.h"
+#include "channels/channel_list.h"
 #include "commands/commands.h"
 #include "terminal/failure.h"
 #include "terminal/text.h"

@@ -6,20 +6,9 @@
 #include <functional>
 #include <string>
 
-#include "service/client.h"
+#include "service/common_options.h"
 
 namespace tv {
-
-// Options that stand before or after any subcommand.
-struct CommonOptions {
-  std::string db;
-  bool verbose = false;
-
-  Client client() const { return Client(verbose); }
-  // Paths of the databases.
-  std::string channelDatabase() const;
-  std::string eventDatabase() const;
-};
 
 // What the command line has chosen; returns the exit status, throws Failure.
 using Action = std::function<int(const CommonOptions& common)>;

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "channels/channel.h"
+#include "channels/channel_list.h"
 #include "channels/receiver.h"
 #include "commands/commands.h"
 #include "terminal/failure.h"

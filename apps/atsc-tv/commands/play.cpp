@@ -1,14 +1,13 @@
 // atsc-tv play, up, down, stop: what plays.
 #include <algorithm>
-#include <chrono>
-#include <functional>
 #include <iostream>
 #include <memory>
 #include <optional>
-#include <thread>
 #include <vector>
 
 #include "channels/channel.h"
+#include "channels/channel_change.h"
+#include "channels/channel_list.h"
 #include "channels/receiver.h"
 #include "commands/commands.h"
 #include "parental/viewing.h"
@@ -16,18 +15,6 @@
 
 namespace tv {
 namespace {
-
-using Clock = std::chrono::steady_clock;
-
-// A channel change is only queued by its command and ends within this time, if it succeeds.
-constexpr std::chrono::seconds kPatience(5);
-
-// The service is asked in growing intervals: most changes end soon, and each question is logged.
-constexpr std::chrono::milliseconds kFirstPause(20);
-constexpr std::chrono::milliseconds kLongestPause(250);
-
-// The service takes a channel change up within this time, and nothing tells when.
-constexpr std::chrono::milliseconds kTakenUp(300);
 
 // The end of a sentence that says why something does not play.
 constexpr const char* kOrStandby = ", or the receiver is in standby";
@@ -66,54 +53,6 @@ std::string stillOn(const std::optional<Channel>& channel) {
                  : "there is no current channel";
 }
 
-// Sends a channel change and waits until the current channel is a wanted one; gives the current
-// channel in any case.
-std::optional<Channel> change(const Client& client, const Json::Value& request,
-                              const std::function<bool(const Channel&)>& wanted) {
-  // All these questions would only hide the texts that matter.
-  const Client quiet(false);
-  const Json::Value before = askCurrent(quiet);
-  if (client.send(request).result != 0) {
-    throw Failure(kFailure, "the service refuses the channel change");
-  }
-  const Clock::time_point end = Clock::now() + kPatience;
-  for (auto pause = kFirstPause; Clock::now() < end; pause = std::min(2 * pause, kLongestPause)) {
-    std::this_thread::sleep_for(pause);
-    const Json::Value reply = askCurrent(quiet);
-    if (reply == before) continue;
-    const std::optional<Channel> channel = currentChannel(quiet, reply);
-    if (channel && wanted(*channel)) break;
-  }
-  return currentChannel(client);
-}
-
-Json::Value changeRequest(const Source& source, const PlayOptions& options) {
-  Json::Value request = command("FW", "CHANNELCHANGE");
-  request["input"] = source.name;
-  if (options.unlocked) request["password_reqd"] = false;
-  return request;
-}
-
-// Changes to a channel by its number.
-Json::Value changeRequest(const Channel& channel, const PlayOptions& options) {
-  Json::Value request = changeRequest(*channel.source, options);
-  request["major"] = Json::Int64{channel.major};
-  request["minor"] = Json::Int64{channel.minor};
-  request["service_record"] = Json::Int64{channel.service_record};
-  return request;
-}
-
-// Changes to the current channel, which plays. Playing alone neither tells of a password nor makes
-// it the channel last changed to, the only one that can be unlocked.
-void changeAgain(const Client& client, const CommonOptions& common, const Channel& current,
-                 const PlayOptions& options) {
-  const Channel channel = listed(common.channelDatabase(), current).value_or(current);
-  if (client.send(changeRequest(channel, options)).result != 0) {
-    throw Failure(kFailure, "the service refuses the change to " + channel.number());
-  }
-  std::this_thread::sleep_for(kTakenUp);
-}
-
 int tune(const Client& client, const CommonOptions& common, const PlayOptions& options) {
   const std::string database = common.channelDatabase();
   const std::vector<Channel> found = findChannels(client, database, options.what, options.source);
@@ -138,7 +77,7 @@ int tune(const Client& client, const CommonOptions& common, const PlayOptions& o
     const bool plays = client.send(command("FW", "PLAY")).result == 0;
     current = currentChannel(client);
     if (plays && current && is_wanted(*current)) {
-      changeAgain(client, common, *current, options);
+      changeAgain(client, database, *current, options.unlocked);
       print(common, options, *current);
       return kSuccess;
     }
@@ -152,7 +91,7 @@ int tune(const Client& client, const CommonOptions& common, const PlayOptions& o
     return is_wanted(channel) && !(current && channel.isSameAs(*current));
   };
   const std::optional<Channel> reached =
-      change(client, changeRequest(*target, options), is_reached);
+      changeChannel(client, changeRequest(*target, options.unlocked), is_reached);
   if (!reached || !is_reached(*reached)) {
     throw Failure(kFailure,
                   does_not_play + (reached && is_wanted(*reached) ? "" : "; " + stillOn(reached)));
@@ -183,17 +122,17 @@ int zap(const Client& client, const CommonOptions& common, const PlayOptions& op
       throw Failure(kFailure, "there is no other channel than " + before->number() +
                                   ", and its signal is gone" + kOrStandby);
     }
-    changeAgain(client, common, *before, options);
+    changeAgain(client, database, *before, options.unlocked);
     print(common, options, *before, " (there is no other channel)");
     return kSuccess;
   }
-  Json::Value request = changeRequest(source, options);
+  Json::Value request = changeRequest(source, options.unlocked);
   request["mode"] = options.what == kUp ? "UP" : "DOWN";
   // Which one comes next depends on what is received: channels without a carrier are passed over.
   const auto is_other = [&](const Channel& channel) {
     return !before || !channel.isSameAs(*before);
   };
-  const std::optional<Channel> reached = change(client, request, is_other);
+  const std::optional<Channel> reached = changeChannel(client, request, is_other);
   if (!reached || !is_other(*reached)) {
     throw Failure(kFailure, std::string("no other channel plays: none has a signal") + kOrStandby +
                                 "; " + stillOn(reached));
@@ -223,7 +162,7 @@ int resume(const Client& client, const CommonOptions& common, const PlayOptions&
   }
   const std::optional<Channel> reached = currentChannel(client);
   if (!reached) throw Failure(kFailure, "there is no current channel");
-  changeAgain(client, common, *reached, options);
+  changeAgain(client, common.channelDatabase(), *reached, options.unlocked);
   print(common, options, *reached);
   return kSuccess;
 }

@@ -4,6 +4,8 @@
 #include <limits>
 #include <unordered_map>
 
+#include "channels/channel_list.h"
+#include "service/json.h"
 #include "service/rows.h"
 #include "terminal/text.h"
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "channels/channel_list.h"
+#include "channels/source.h"
 
 namespace tv {
 

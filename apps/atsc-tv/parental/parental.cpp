@@ -1,76 +1,13 @@
 #include "parental/parental.h"
 
 #include <algorithm>
-#include <cstdint>
-#include <iterator>
 
-#include "service/rows.h"
+#include "parental/rating_document.h"
 #include "terminal/failure.h"
 #include "terminal/text.h"
 
 namespace tv {
 namespace {
-
-// Dimensions of the regions with a fixed meaning (CEA-766), whatever their tables call them.
-struct FixedDimension {
-  int number;
-  const char* object;  // of the rating document
-  const char* level;
-  int first_limit;
-  int last_limit;
-};
-constexpr FixedDimension kUS[] = {
-    {0, "us", "tv", 2, 5},    {1, "us", "dia", 1, 1},  {2, "us", "lan", 1, 1},
-    {3, "us", "sex", 1, 1},   {4, "us", "vio", 1, 1},  {5, "us", "child", 1, 2},
-    {6, "us", nullptr, 1, 1}, {7, "us", "mpaa", 2, 7},
-};
-constexpr FixedDimension kCanada[] = {{0, "can", "eng", 1, 6}, {1, "can", "fra", 1, 5}};
-constexpr int kChildren = 5;
-constexpr int kFantasyViolence = 6;
-constexpr int kOlderChildren = 2;        // of "child", with its fantasy violence
-constexpr int kFantasyViolenceOnly = 3;  // of "child"
-constexpr int kMpaa = 7;
-constexpr int kNotRatedFilm = 8;
-
-constexpr int kRegionUS = 1;
-constexpr int kRegionCanada = 2;
-
-bool isFixed(int region) { return region == kRegionUS || region == kRegionCanada; }
-
-const FixedDimension* fixedDimension(int region, int dimension) {
-  const auto find = [&](const auto& dimensions) -> const FixedDimension* {
-    const auto found =
-        std::find_if(std::begin(dimensions), std::end(dimensions),
-                     [&](const FixedDimension& each) { return each.number == dimension; });
-    return found != std::end(dimensions) ? found : nullptr;
-  };
-  return region == kRegionUS ? find(kUS) : region == kRegionCanada ? find(kCanada) : nullptr;
-}
-
-int groupOf(int region, int dimension, int value) {
-  if (region == kRegionUS && dimension == kMpaa && value == kNotRatedFilm) return kUnratedFilms;
-  if (region == kRegionCanada && value == 0) return kExempt;
-  return kNoGroup;
-}
-
-// Whether the rating document blocks a value that is a limit.
-bool isBlocked(const Json::Value& limits, int region, int dimension, int value) {
-  if (!isFixed(region)) {
-    const Json::Value& row = limits["dwn"][static_cast<Json::ArrayIndex>(dimension)];
-    return row.isArray() && row[static_cast<Json::ArrayIndex>(value)] == 1;
-  }
-  const FixedDimension& fixed = *fixedDimension(region, dimension);
-  const Json::Value& levels = limits[fixed.object];
-  if (fixed.level == nullptr) {
-    // TV-Y7 takes its fantasy violence with it.
-    const int64_t children = integer(levels, "child");
-    return children >= 1 && children <= kFantasyViolenceOnly;
-  }
-  const int64_t level = integer(levels, fixed.level);
-  if (fixed.first_limit == fixed.last_limit) return level == 1;
-  if (level < 1 || level > fixed.last_limit) return false;
-  return value >= level;
-}
 
 Json::Value question(const char* name, int region) {
   Json::Value request = command("PC", name);
@@ -103,10 +40,10 @@ RatingDimension readDimension(const Client& client, const RatingRegion& region, 
     request["val"] = i;
     const Json::Value texts = client.ask(request);
     RatingValue value = {
-        i,     textMember(texts, "abbr_rat_val_txt"), textMember(texts, "rat_val_txt"),
-        false, groupOf(region.number, number, i),     false};
+        i,     textMember(texts, "abbr_rat_val_txt"),    textMember(texts, "rat_val_txt"),
+        false, unratedGroupOf(region.number, number, i), false};
     // Nobody can be kept from what has no name.
-    value.is_limit = isFixed(region.number)
+    value.is_limit = isFixedRegion(region.number)
                          ? fixed != nullptr && i >= fixed->first_limit && i <= fixed->last_limit
                          : !value.name().empty();
     value.blocked = value.is_limit && isBlocked(region.limits, region.number, number, i);
@@ -151,15 +88,6 @@ bool hasLimits(const Json::Value& value) {
   return value.isInt() && value.asInt() > 0;
 }
 
-// The one value of a dimension that is a flag, if it is called so.
-const RatingValue* flagNamed(const RatingDimension& dimension, const std::string& name) {
-  if (!dimension.isFlag()) return nullptr;
-  const auto found =
-      std::find_if(dimension.values.begin(), dimension.values.end(),
-                   [&](const RatingValue& value) { return value.is_limit && value.isNamed(name); });
-  return found != dimension.values.end() ? &*found : nullptr;
-}
-
 // "TV-14, the limit is TV-PG", "V (Violence)".
 std::string reasonOf(const Rated& rated) {
   const RatingDimension& dimension = *rated.dimension;
@@ -183,35 +111,6 @@ std::string reasonOf(const Rated& rated) {
 }
 
 }  // namespace
-
-const std::array<UnratedGroup, 3> kUnratedGroups = {{
-    {"unrated", "programmes without a rating"},
-    {"unrated-films", "films that are not rated"},
-    {"exempt", "programmes that are exempt from rating"},
-}};
-
-bool RatingValue::isNamed(const std::string& given) const {
-  const std::string wanted = plainName(given);
-  return !wanted.empty() && plainName(name()) == wanted;
-}
-
-bool RatingDimension::isFlag() const {
-  return std::count_if(values.begin(), values.end(),
-                       [](const RatingValue& value) { return value.is_limit; }) == 1;
-}
-
-std::string RatingDimension::names(bool blocked) const {
-  std::string list;
-  for (const RatingValue& value : values) {
-    if (value.blocked != blocked || value.name().empty()) continue;
-    list += (list.empty() ? "" : ", ") + value.name();
-  }
-  return list;
-}
-
-std::string RatingRegion::title() const {
-  return std::to_string(number) + (name.empty() ? "" : ' ' + name);
-}
 
 bool isParentalEnabled(const Client& client) {
   return client.ask(command("PC", "GETPRTDETAIL"))["pc_enable"] == 1;
@@ -263,67 +162,6 @@ Parental readParental(const Client& client) {
     }
   }
   return parental;
-}
-
-std::vector<Rated> valuesOf(const RatingRegion& region, const std::string& rating) {
-  // A name has hyphens of its own, though not many.
-  constexpr int kMaxHyphens = 8;
-  size_t end = 0;
-  for (int i = 0; i <= kMaxHyphens && end < rating.size(); ++i) {
-    end = std::min(rating.find('-', end + 1), rating.size());
-    const std::string name = rating.substr(0, end);
-    for (const RatingDimension& dimension : region.dimensions) {
-      for (const RatingValue& value : dimension.values) {
-        if (!value.isNamed(name)) continue;
-        std::vector<Rated> values = {{&dimension, &value}};
-        const std::vector<std::string> flags =
-            split(end < rating.size() ? rating.substr(end + 1) : "", '-');
-        for (const std::string& flag : flags) {
-          for (const RatingDimension& other : region.dimensions) {
-            if (const RatingValue* const named = flagNamed(other, flag)) {
-              values.push_back({&other, named});
-              break;
-            }
-          }
-        }
-        if (values.size() == flags.size() + 1) return values;
-      }
-    }
-  }
-  return {};
-}
-
-const RatingValue* keeperOf(const RatingRegion& region, const Rated& rated) {
-  if (region.number != kRegionUS || rated.dimension->number != kFantasyViolence) return nullptr;
-  for (const RatingDimension& dimension : region.dimensions) {
-    if (dimension.number != kChildren) continue;
-    for (const RatingValue& value : dimension.values) {
-      if (value.number == kOlderChildren) return &value;
-    }
-  }
-  return nullptr;
-}
-
-Json::Value changesOf(const Json::Value& before, const Json::Value& after) {
-  Json::Value changes;
-  changes["region"] = after["region"];
-  for (const char* object : {"us", "can"}) {
-    changes[object] = Json::objectValue;
-    for (const std::string& level : after[object].getMemberNames()) {
-      if (after[object][level] != before[object][level]) {
-        changes[object][level] = after[object][level];
-      }
-    }
-  }
-  changes["dwn"] = Json::arrayValue;
-  const Json::Value& rows = after["dwn"];
-  for (Json::ArrayIndex i = 0; i < rows.size(); ++i) {
-    if (rows[i] == before["dwn"][i]) continue;
-    // A row without values leaves those of its dimension as they are.
-    while (changes["dwn"].size() < i) changes["dwn"].append(Json::arrayValue);
-    changes["dwn"].append(rows[i]);
-  }
-  return changes;
 }
 
 std::string blockReason(const Parental& parental, const std::string& rating) {

@@ -5,8 +5,8 @@
 #include <string>
 
 #include "channels/channel.h"
-#include "commands/commands.h"
 #include "service/client.h"
+#include "service/common_options.h"
 
 namespace tv {
 

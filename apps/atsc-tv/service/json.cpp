@@ -33,4 +33,9 @@ std::string compactJson(const Json::Value& value) { return write(value, false); 
 
 std::string readableJson(const Json::Value& value) { return write(value, true); }
 
+int64_t integer(const Json::Value& object, const char* key) {
+  const Json::Value& value = object[key];
+  return value.isInt64() ? value.asInt64() : 0;
+}
+
 }  // namespace tv

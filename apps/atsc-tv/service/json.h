@@ -4,6 +4,7 @@
 
 #include <json/value.h>
 
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -17,6 +18,9 @@ std::string compactJson(const Json::Value& value);
 
 // One line for a reader: other scripts as they are. Not yet fit for a terminal.
 std::string readableJson(const Json::Value& value);
+
+// The integer of an object's member, 0 when the member is missing or holds something else.
+int64_t integer(const Json::Value& object, const char* key);
 
 }  // namespace tv
 

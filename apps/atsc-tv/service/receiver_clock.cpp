@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "service/rows.h"
+#include "service/json.h"
 #include "terminal/local_time.h"
 #include "terminal/text.h"
 

@@ -43,9 +43,4 @@ Json::Value readRows(const std::string& database, const std::string& table,
   }
 }
 
-int64_t integer(const Json::Value& row, const char* column) {
-  const Json::Value& value = row[column];
-  return value.isInt64() ? value.asInt64() : 0;
-}
-
 }  // namespace tv

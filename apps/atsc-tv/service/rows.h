@@ -4,7 +4,6 @@
 
 #include <json/value.h>
 
-#include <cstdint>
 #include <string>
 
 namespace tv {
@@ -14,9 +13,6 @@ namespace tv {
 // the file cannot be read.
 Json::Value readRows(const std::string& database, const std::string& table,
                      const std::string& selection);
-
-// An integer of a row, 0 when the column is missing or holds something else.
-int64_t integer(const Json::Value& row, const char* column);
 
 }  // namespace tv
 

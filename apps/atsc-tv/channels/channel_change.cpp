@@ -1,0 +1,70 @@
+#include "channels/channel_change.h"
+
+#include <algorithm>
+#include <chrono>
+#include <thread>
+
+#include "channels/receiver.h"
+#include "terminal/failure.h"
+
+namespace tv {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// A channel change is only queued by its command and ends within this time, if it succeeds.
+constexpr std::chrono::seconds kPatience(5);
+
+// The service is asked in growing intervals: most changes end soon, and each question is logged.
+constexpr std::chrono::milliseconds kFirstPause(20);
+constexpr std::chrono::milliseconds kLongestPause(250);
+
+// The service takes a channel change up within this time, and nothing tells when.
+constexpr std::chrono::milliseconds kTakenUp(300);
+
+}  // namespace
+
+Json::Value changeRequest(const Source& source, bool unlocked) {
+  Json::Value request = command("FW", "CHANNELCHANGE");
+  request["input"] = source.name;
+  if (unlocked) request["password_reqd"] = false;
+  return request;
+}
+
+Json::Value changeRequest(const Channel& channel, bool unlocked) {
+  Json::Value request = changeRequest(*channel.source, unlocked);
+  request["major"] = Json::Int64{channel.major};
+  request["minor"] = Json::Int64{channel.minor};
+  request["service_record"] = Json::Int64{channel.service_record};
+  return request;
+}
+
+std::optional<Channel> changeChannel(const Client& client, const Json::Value& request,
+                                     const std::function<bool(const Channel&)>& wanted) {
+  // All these questions would only hide the texts that matter.
+  const Client quiet(false);
+  const Json::Value before = askCurrent(quiet);
+  if (client.send(request).result != 0) {
+    throw Failure(kFailure, "the service refuses the channel change");
+  }
+  const Clock::time_point end = Clock::now() + kPatience;
+  for (auto pause = kFirstPause; Clock::now() < end; pause = std::min(2 * pause, kLongestPause)) {
+    std::this_thread::sleep_for(pause);
+    const Json::Value reply = askCurrent(quiet);
+    if (reply == before) continue;
+    const std::optional<Channel> channel = currentChannel(quiet, reply);
+    if (channel && wanted(*channel)) break;
+  }
+  return currentChannel(client);
+}
+
+void changeAgain(const Client& client, const std::string& database, const Channel& current,
+                 bool unlocked) {
+  const Channel channel = listed(database, current).value_or(current);
+  if (client.send(changeRequest(channel, unlocked)).result != 0) {
+    throw Failure(kFailure, "the service refuses the change to " + channel.number());
+  }
+  std::this_thread::sleep_for(kTakenUp);
+}
+
+}  // namespace tv

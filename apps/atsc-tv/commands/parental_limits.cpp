@@ -1,0 +1,212 @@
+// atsc-tv parental limit, block, allow: what is blocked.
+#include <algorithm>
+#include <cctype>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "commands/parental.h"
+#include "parental/parental.h"
+#include "parental/rating_choice.h"
+#include "parental/rating_document.h"
+#include "service/json.h"
+#include "terminal/failure.h"
+#include "terminal/text.h"
+
+namespace tv {
+namespace {
+
+constexpr const char* kNone = "none";
+
+struct NameOptions {
+  std::vector<std::string> names;
+  std::string dimension;  // empty: any
+};
+
+// Blocks or frees a value in the rating document of a region.
+void encode(const Client& client, const RatingRegion& region, Json::Value& limits,
+            const RatingDimension& dimension, const RatingValue& value, bool block) {
+  constexpr int kLastFixed = 2;
+  Json::Value request = limits;
+  request["class"] = "PC";
+  request["command"] = region.number <= kLastFixed ? "ENCODE" : "ENCODEDRRT";
+  request["rat_dim"] = dimension.number;
+  request["val"] = value.number;
+  request["block"] = block;
+  const Reply reply = client.send(request);
+  const RatingValue* const keeper = keeperOf(region, {&dimension, &value});
+  if (reply.result != 0 && keeper != nullptr) {
+    throw Failure(kFailure, value.name() + " is blocked with " + keeper->name() + "; allow that");
+  }
+  limits = parseJson(reply.text.value_or("")).value_or(Json::Value());
+  if (!limits.isObject()) {
+    throw Failure(kFailure,
+                  value.name() + " cannot be " + (block ? "blocked" : "allowed") + kSeeLog);
+  }
+}
+
+// What is blocked becomes what `limits` says, where that differs from what was known: another
+// terminal may change limits, too.
+void store(const Client& client, const Json::Value& known, const Json::Value& limits) {
+  Json::Value request = changesOf(known, limits);
+  request["class"] = "PC";
+  request["command"] = "STORERATING";
+  demand(client, request, "the limits could not be changed");
+}
+
+void setGroup(const Client& client, int group, bool block) {
+  Json::Value request = command("PC", "SETUNRATEDGRP");
+  request["unrat_grp"] = group;
+  request["block"] = block;
+  demand(client, request,
+         std::string(kUnratedGroups[static_cast<size_t>(group)].words) + " could not be " +
+             (block ? "blocked" : "allowed"));
+}
+
+// Says what is blocked now of what was changed.
+void printChanged(const Client& client, int region, const std::vector<RatingChoice>& choices) {
+  const RatingRegion now = readRatingRegion(client, region);
+  for (const RatingDimension& dimension : now.dimensions) {
+    if (std::none_of(choices.begin(), choices.end(), [&](const RatingChoice& choice) {
+          return choice.group == kNoGroup && choice.dimension->number == dimension.number;
+        })) {
+      continue;
+    }
+    const std::string blocked = dimension.names(true);
+    std::cout << dimension.name << ": " << (blocked.empty() ? "nothing" : blocked) << " blocked\n";
+  }
+}
+
+int removeLimits(const Client& client) {
+  const RatingRegion region = readRatingRegion(client, regionInForce(client));
+  Json::Value limits = region.limits;
+  for (const char* object : {"us", "can"}) {
+    for (Json::Value& level : limits[object]) level = 0;
+  }
+  for (Json::Value& row : limits["dwn"]) {
+    for (Json::Value& level : row) level = 0;
+  }
+  store(client, Json::Value(), limits);
+  std::cout << "No limits in region " << region.title() << '\n';
+  storeAll(client);
+  return kSuccess;
+}
+
+Failure limitMisused(const std::string& fault) {
+  return Failure(kUsage, fault + "; see atsc-tv parental limit --help");
+}
+
+int limit(const CommonOptions& common, const NameOptions& options) {
+  const Client client = startClient(common);
+  if (std::any_of(options.names.begin(), options.names.end(),
+                  [](const std::string& name) { return plainName(name) == kNone; })) {
+    if (options.names.size() == 1 && options.dimension.empty()) return removeLimits(client);
+    throw limitMisused("none goes alone");
+  }
+  const RatingRegion region = readRatingRegion(client, regionInForce(client));
+  std::vector<RatingChoice> choices;
+  for (const std::string& name : options.names) {
+    const RatingChoice choice = chooseRating(region, name, options.dimension, RatingUse::kLimit);
+    for (const RatingChoice& other : choices) {
+      if (other.dimension != choice.dimension) continue;
+      throw limitMisused(other.value->name() + " and " + choice.value->name() +
+                         " are limits of one dimension, " + choice.dimension->name);
+    }
+    choices.push_back(choice);
+  }
+  Json::Value limits = region.limits;
+  for (const RatingChoice& choice : choices) {
+    encode(client, region, limits, *choice.dimension, *choice.value, false);
+    const auto next = std::find_if(choice.dimension->values.begin(), choice.dimension->values.end(),
+                                   [&](const RatingValue& value) {
+                                     return value.is_limit && value.number > choice.value->number;
+                                   });
+    if (next != choice.dimension->values.end()) {
+      encode(client, region, limits, *choice.dimension, *next, true);
+    }
+  }
+  store(client, region.limits, limits);
+  switchOn(client);
+  printChanged(client, region.number, choices);
+  storeAll(client);
+  return kSuccess;
+}
+
+int setBlocked(const CommonOptions& common, const NameOptions& options, bool block) {
+  const Client client = startClient(common);
+  const RatingRegion region = readRatingRegion(client, regionInForce(client));
+  std::vector<RatingChoice> choices;
+  for (const std::string& name : options.names) {
+    choices.push_back(chooseRating(region, name, options.dimension, RatingUse::kBlock));
+  }
+  // What keeps another one blocked comes before it in the table.
+  const auto place = [](const RatingChoice& c) { return c.dimension ? c.dimension->number : -1; };
+  std::stable_sort(
+      choices.begin(), choices.end(),
+      [&](const RatingChoice& a, const RatingChoice& b) { return place(a) < place(b); });
+  Json::Value limits = region.limits;
+  bool changes_limits = false;
+  for (const RatingChoice& choice : choices) {
+    if (choice.group != kNoGroup) continue;
+    encode(client, region, limits, *choice.dimension, *choice.value, block);
+    changes_limits = true;
+  }
+  if (changes_limits) store(client, region.limits, limits);
+  for (const RatingChoice& choice : choices) {
+    if (choice.group != kNoGroup) setGroup(client, choice.group, block);
+  }
+  if (block) switchOn(client);
+  printChanged(client, region.number, choices);
+  for (const RatingChoice& choice : choices) {
+    if (choice.group == kNoGroup) continue;
+    std::string words = kUnratedGroups[static_cast<size_t>(choice.group)].words;
+    words.front() = static_cast<char>(std::toupper(words.front()));
+    std::cout << words << ": " << (block ? "blocked" : "allowed") << '\n';
+  }
+  storeAll(client);
+  return kSuccess;
+}
+
+void addNames(CLI::App& command, const std::shared_ptr<NameOptions>& options, const char* label,
+              const char* help) {
+  command.add_option(label, options->names, help)->required();
+  command
+      .add_option("--dimension", options->dimension,
+                  "The dimension of the rating table, or how its name begins, where a rating is in "
+                  "several")
+      ->option_text("NAME");
+}
+
+}  // namespace
+
+void addParentalLimits(CLI::App& parental, Action& action) {
+  auto limits = std::make_shared<NameOptions>();
+  CLI::App* each = addParentalCommand(
+      parental, action, "limit", "Set the highest ratings that are allowed; switches on",
+      [limits](const CommonOptions& common) { return limit(common, *limits); });
+  addNames(
+      *each, limits, "RATING",
+      "The highest rating allowed of its dimension, such as TV-PG or PG-13, also several; none "
+      "removes all limits");
+  each->footer(
+      "none removes the limits of the region in force; atsc-tv parental reset those of all "
+      "regions\n"
+      "and groups. The others are allowed or blocked one by one: parental block, parental allow.");
+
+  auto blocked = std::make_shared<NameOptions>();
+  each = addParentalCommand(
+      parental, action, "block", "Block ratings, content or unrated groups; switches on",
+      [blocked](const CommonOptions& common) { return setBlocked(common, *blocked, true); });
+  addNames(*each, blocked, "NAME",
+           "A rating, with those above it, such as TV-MA; a content such as Violence or V; "
+           "unrated, unrated-films (NR) or exempt: programmes without a rating");
+
+  auto allowed = std::make_shared<NameOptions>();
+  each = addParentalCommand(
+      parental, action, "allow", "Allow ratings, content or unrated groups",
+      [allowed](const CommonOptions& common) { return setBlocked(common, *allowed, false); });
+  addNames(*each, allowed, "NAME", "As of block; a rating with those below it");
+}
+
+}  // namespace tv

@@ -1,0 +1,140 @@
+#include "parental/rating_choice.h"
+
+#include <algorithm>
+#include <functional>
+#include <utility>
+
+namespace tv {
+namespace {
+
+bool takes(RatingUse use, const RatingDimension& dimension, const RatingValue& value) {
+  return use == RatingUse::kCheck ||
+         (use == RatingUse::kLimit ? dimension.ordered && value.is_limit
+                                   : value.is_limit || value.group != kNoGroup);
+}
+
+// The values of some dimensions with this name: those with this short one, else those with this
+// text in full or the only ones of a dimension that is called so.
+std::vector<RatingChoice> valuesNamed(const std::vector<const RatingDimension*>& dimensions,
+                                      const std::string& given, RatingUse use) {
+  const std::string name = plainName(given);
+  std::vector<RatingChoice> in_short;
+  std::vector<RatingChoice> in_full;
+  for (const RatingDimension* dimension : dimensions) {
+    for (const RatingValue& value : dimension->values) {
+      const RatingChoice choice = {dimension, &value, value.group};
+      if (value.isNamed(given)) {
+        in_short.push_back(choice);
+      } else if (!name.empty() &&
+                 (plainName(value.text) == name ||
+                  (dimension->isFlag() && value.is_limit && plainName(dimension->name) == name))) {
+        in_full.push_back(choice);
+      }
+    }
+  }
+  std::vector<RatingChoice> found = in_short.empty() ? std::move(in_full) : std::move(in_short);
+  const auto fits = [&](const RatingChoice& c) { return takes(use, *c.dimension, *c.value); };
+  if (std::any_of(found.begin(), found.end(), fits)) {
+    found.erase(std::remove_if(found.begin(), found.end(), std::not_fn(fits)), found.end());
+  }
+  return found;
+}
+
+// Why a name of which there is no value cannot be taken.
+Failure noSuchRating(const RatingRegion& region, const std::string& given, RatingUse use) {
+  const std::vector<Rated> parts = valuesOf(region, given);
+  if (parts.size() > 1) {
+    std::string content;
+    for (auto part = parts.begin() + 1; part != parts.end(); ++part) {
+      content += ' ' + part->value->name();
+    }
+    const std::string& age = parts.front().value->name();
+    return Failure(kFailure,
+                   "'" + given + "' is " + age + " with kinds of content; " +
+                       (use == RatingUse::kLimit ? "atsc-tv parental limit " + age +
+                                                       " and atsc-tv parental block" + content
+                                                 : "give each one: " + age + content));
+  }
+  return Failure(kFailure, "region " + region.title() + " has no rating '" + given + "'; " +
+                               knownRatingNames(region, use));
+}
+
+}  // namespace
+
+std::string knownRatingNames(const RatingRegion& region, RatingUse use) {
+  std::string list;
+  const auto add = [&](const std::string& title, const std::string& names) {
+    if (!names.empty()) list += (list.empty() ? "" : "; ") + title + ": " + names;
+  };
+  for (const RatingDimension& dimension : region.dimensions) {
+    std::string names;
+    for (const RatingValue& value : dimension.values) {
+      if (value.name().empty() || !takes(use, dimension, value)) continue;
+      names += (names.empty() ? "" : ", ") + value.name();
+    }
+    add(dimension.name, names);
+  }
+  if (use == RatingUse::kBlock) add("not rated", unratedGroupNames([](size_t) { return true; }));
+  if (!list.empty()) return "there are " + list;
+  return region.dimensions.empty()
+             ? "no rating table of it is known; atsc-tv parental collect looks for one"
+             : "there are none";
+}
+
+RatingChoice chooseRating(const RatingRegion& region, const std::string& given,
+                          const std::string& dimension_name, RatingUse use) {
+  const bool any_dimension = dimension_name.empty();
+  for (size_t i = 0; use == RatingUse::kBlock && any_dimension && i < kUnratedGroups.size(); ++i) {
+    if (plainName(given) == plainName(kUnratedGroups[i].name)) {
+      return {nullptr, nullptr, static_cast<int>(i)};
+    }
+  }
+  std::vector<const RatingDimension*> dimensions;
+  if (any_dimension) {
+    for (const RatingDimension& each : region.dimensions) dimensions.push_back(&each);
+  } else {
+    dimensions = findNamed(region.dimensions, dimension_name);
+    if (dimensions.empty()) {
+      std::string names;
+      for (const RatingDimension& each : region.dimensions) {
+        names += (names.empty() ? "" : ", ") + each.name;
+      }
+      throw Failure(kFailure, "region " + region.title() + " has no dimension '" + dimension_name +
+                                  "'; there are " + names);
+    }
+    onlyOne(dimensions, dimension_name);
+  }
+  const std::vector<RatingChoice> found = valuesNamed(dimensions, given, use);
+  if (found.empty()) throw noSuchRating(region, given, use);
+  const RatingChoice& choice = found.front();
+  const auto all = [&](auto same) { return std::all_of(found.begin(), found.end(), same); };
+  const std::string& name = choice.value->name();
+  if (!takes(use, *choice.dimension, *choice.value)) {
+    if (!choice.value->is_limit && choice.group == kNoGroup) {
+      throw Failure(kFailure, "nobody can be kept from '" + given + "' alone; " +
+                                  knownRatingNames(region, use));
+    }
+    throw Failure(kFailure, (choice.group != kNoGroup ? name + " is no step"
+                             : choice.dimension->isFlag()
+                                 ? name + " is a kind of content, no step"
+                                 : "the ratings of " + choice.dimension->name + " are no steps") +
+                                " to stop at; atsc-tv parental block " + name);
+  }
+  // A group is blocked as a whole, whichever of its values stands for it.
+  if (found.size() > 1 &&
+      !all([&](const RatingChoice& c) { return c.group != kNoGroup && c.group == choice.group; })) {
+    const bool one_dimension =
+        all([&](const RatingChoice& c) { return c.dimension == choice.dimension; });
+    std::string places;
+    for (const RatingChoice& c : found) {
+      places +=
+          (places.empty() ? "" : " or ") + (one_dimension ? c.value->name() : c.dimension->name);
+    }
+    throw Failure(kFailure, one_dimension ? "'" + given + "' may be " + places
+                                          : "'" + given + "' may be of " + places +
+                                                "; choose one with --dimension");
+  }
+  return choice;
+}
+
+}  // namespace tv

@@ -1,0 +1,24 @@
+// What every subcommand needs to reach the service and its databases.
+#ifndef ATSC_TV_SERVICE_COMMON_OPTIONS_H_
+#define ATSC_TV_SERVICE_COMMON_OPTIONS_H_
+
+#include <string>
+
+#include "service/client.h"
+
+namespace tv {
+
+// Options that stand before or after any subcommand.
+struct CommonOptions {
+  std::string db;
+  bool verbose = false;
+
+  Client client() const { return Client(verbose); }
+  // Paths of the databases.
+  std::string channelDatabase() const;
+  std::string eventDatabase() const;
+};
+
+}  // namespace tv
+
+#endif  // ATSC_TV_SERVICE_COMMON_OPTIONS_H_
