@@ -122,11 +122,11 @@ std::string refusePlanted(const std::string& path) {
     }
     const fs::path folder = std::exchange(done, done / part);
     struct stat status;
-    struct stat folder_status;
-    if (lstat(done.c_str(), &status) != 0 || stat(folder.c_str(), &folder_status) != 0) continue;
+    struct stat folderStatus;
+    if (lstat(done.c_str(), &status) != 0 || stat(folder.c_str(), &folderStatus) != 0) continue;
     const uid_t owner = status.st_uid;
-    if ((folder_status.st_mode & S_IWOTH) != 0 && owner != geteuid() && owner != 0 &&
-        owner != folder_status.st_uid) {
+    if ((folderStatus.st_mode & S_IWOTH) != 0 && owner != geteuid() && owner != 0 &&
+        owner != folderStatus.st_uid) {
       throw std::runtime_error(done.string() + ": not used, it belongs to user " +
                                std::to_string(owner) + " and every user can write " +
                                folder.string());

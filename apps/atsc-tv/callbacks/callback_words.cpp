@@ -107,9 +107,9 @@ const std::map<std::string, Words> kWords = {
 
 }  // namespace
 
-CallbackWords::CallbackWords(std::string channel_database, std::string event_database)
-    : channel_database_(std::move(channel_database)),
-      event_database_(std::move(event_database)),
+CallbackWords::CallbackWords(std::string channelDatabase, std::string eventDatabase)
+    : channelDatabase_(std::move(channelDatabase)),
+      eventDatabase_(std::move(eventDatabase)),
       fingerprints_(readFingerprints()) {}
 
 std::optional<std::string> CallbackWords::explain(const Json::Value& message) {
@@ -133,7 +133,7 @@ std::string CallbackWords::guideUpdate(const Json::Value& message) {
   std::vector<std::string> names;
   for (const Source& source : kSources) {
     try {
-      for (const Json::Value& row : readChannels(channel_database_, source)) {
+      for (const Json::Value& row : readChannels(channelDatabase_, source)) {
         if (ids.count(row["source_id"].asString()) == 0) continue;
         const std::string key = row["ch_id_pk"].asString();
         const auto before = fingerprints_.find(key);
@@ -164,8 +164,8 @@ CallbackWords::Fingerprints CallbackWords::readFingerprints() const {
   Fingerprints fingerprints;
   for (const Source& source : kSources) {
     try {
-      SQLite::Database file(event_database_, SQLite::OPEN_READONLY, kBusyTimeoutMs);
-      SQLite::Statement query(file, std::string("SELECT ch_id_pk, * FROM ") + source.event_table);
+      SQLite::Database file(eventDatabase_, SQLite::OPEN_READONLY, kBusyTimeoutMs);
+      SQLite::Statement query(file, std::string("SELECT ch_id_pk, * FROM ") + source.eventTable);
       while (query.executeStep()) {
         uint64_t& fingerprint = fingerprints[query.getColumn(0).getString()];
         for (int i = 1; i < query.getColumnCount(); ++i) {

@@ -14,7 +14,7 @@ namespace tv {
 class CallbackWords {
  public:
   // Reads the databases when a message speaks of channels, and now, to know what is new then.
-  CallbackWords(std::string channel_database, std::string event_database);
+  CallbackWords(std::string channelDatabase, std::string eventDatabase);
 
   // What a message says, beside its kind; nothing when the kind is unknown. Not yet fit for a
   // terminal. Never throws because of a message's content or of a database.
@@ -27,8 +27,8 @@ class CallbackWords {
   std::string guideUpdate(const Json::Value& message);
   Fingerprints readFingerprints() const;
 
-  const std::string channel_database_;
-  const std::string event_database_;
+  const std::string channelDatabase_;
+  const std::string eventDatabase_;
   Fingerprints fingerprints_;
 };
 

@@ -9,7 +9,7 @@ namespace {
 
 // ISO/IEC 13818-1 stream_type, private values of A/53 and SCTE 57.
 struct Coding {
-  const char* stream_type;
+  const char* streamType;
   const char* name;
 };
 constexpr Coding kCodings[] = {
@@ -27,8 +27,8 @@ bool isLanguage(const std::string& code, const std::string& preferred) {
 // else in any.
 size_t playingTrack(const Channel& channel, const std::vector<AudioTrack>& tracks,
                     const PreferredLanguages& preferred) {
-  if (channel.audio_index >= 1 && channel.audio_index <= static_cast<int64_t>(tracks.size())) {
-    return static_cast<size_t>(channel.audio_index - 1);
+  if (channel.audioIndex >= 1 && channel.audioIndex <= static_cast<int64_t>(tracks.size())) {
+    return static_cast<size_t>(channel.audioIndex - 1);
   }
   for (const char* language : {preferred.first.c_str(), preferred.second.c_str(), ""}) {
     const auto found = std::find_if(tracks.begin(), tracks.end(), [&](const AudioTrack& track) {
@@ -56,11 +56,11 @@ std::vector<AudioTrack> audioTracks(const std::string& pids) {
   return tracks;
 }
 
-std::string codingName(const std::string& stream_type) {
+std::string codingName(const std::string& streamType) {
   for (const Coding& coding : kCodings) {
-    if (stream_type == coding.stream_type) return coding.name;
+    if (streamType == coding.streamType) return coding.name;
   }
-  return "type " + stream_type;
+  return "type " + streamType;
 }
 
 PreferredLanguages preferredLanguages(const Client& client) {
@@ -73,7 +73,7 @@ PreferredLanguages preferredLanguages(const Client& client) {
 
 void printAudio(std::ostream& out, const Channel& channel, const PreferredLanguages& preferred,
                 const std::string& label) {
-  const std::vector<AudioTrack> tracks = audioTracks(channel.audio_pids);
+  const std::vector<AudioTrack> tracks = audioTracks(channel.audioPids);
   const size_t playing = playingTrack(channel, tracks, preferred);
   const std::string indent(label.size(), ' ');
   out << label;

@@ -26,7 +26,7 @@ struct AudioTrack {
 std::vector<AudioTrack> audioTracks(const std::string& pids);
 
 // The name of a stream_type.
-std::string codingName(const std::string& stream_type);
+std::string codingName(const std::string& streamType);
 
 // Codes as in commands.
 struct PreferredLanguages {

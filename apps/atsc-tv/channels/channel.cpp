@@ -37,11 +37,11 @@ std::vector<Channel> select(const std::string& database, const Source& source,
     channel.name = oneLine(row["name"].asString());
     channel.flags = integer(row, "srv_flag");
     channel.favourites = integer(row, "fav_group");
-    channel.service_record = integer(row, "service_record");
-    channel.audio_pids = row["audio_pid"].asString();
-    channel.has_streams = !channel.audio_pids.empty() || !row["video_pid"].asString().empty();
-    channel.is_data = row["srv_type"] == "DATA";
-    channel.audio_index = integer(row, "audio_index");
+    channel.serviceRecord = integer(row, "service_record");
+    channel.audioPids = row["audio_pid"].asString();
+    channel.hasStreams = !channel.audioPids.empty() || !row["video_pid"].asString().empty();
+    channel.isData = row["srv_type"] == "DATA";
+    channel.audioIndex = integer(row, "audio_index");
     channels.push_back(std::move(channel));
   }
   return channels;
@@ -124,10 +124,10 @@ std::string markWords(int64_t flags, int64_t favourites) {
 }
 
 std::string placeWords(const Channel& channel) {
-  const int rf_channel = rfChannel(*channel.source, channel.frequency);
+  const int rf = rfChannel(*channel.source, channel.frequency);
   return std::string(channel.source->title) + " (" + channel.source->name + ")" +
-         (rf_channel != 0 ? ", RF " + std::to_string(rf_channel) : "") + ", " +
-         megahertz(channel.frequency) + " MHz";
+         (rf != 0 ? ", RF " + std::to_string(rf) : "") + ", " + megahertz(channel.frequency) +
+         " MHz";
 }
 
 std::string channelLine(const Channel& channel) {
@@ -136,7 +136,7 @@ std::string channelLine(const Channel& channel) {
 }
 
 const char* streamRemark(const Channel& channel) {
-  return channel.has_streams || channel.is_data ? "" : " (nothing is received for it)";
+  return channel.hasStreams || channel.isData ? "" : " (nothing is received for it)";
 }
 
 }  // namespace tv

@@ -29,11 +29,11 @@ struct Channel {
   std::string name;       // a printable line
   int64_t flags = 0;      // ChannelFlag
   int64_t favourites = 0;
-  int64_t service_record = 0xFFFF;
-  bool has_streams = true;  // audio or video; true where the channel list was not asked
-  bool is_data = false;     // a data service, which needs none
-  std::string audio_pids;   // as in the column audio_pid
-  int64_t audio_index = 0;  // track chosen by hand, from 1; 0: none
+  int64_t serviceRecord = 0xFFFF;
+  bool hasStreams = true;  // audio or video; true where the channel list was not asked
+  bool isData = false;     // a data service, which needs none
+  std::string audioPids;   // as in the column audio_pid
+  int64_t audioIndex = 0;  // track chosen by hand, from 1; 0: none
 
   // "7-1", or "512" where it has one part.
   std::string number() const;

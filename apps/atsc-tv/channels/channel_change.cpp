@@ -35,7 +35,7 @@ Json::Value changeRequest(const Channel& channel, bool unlocked) {
   Json::Value request = changeRequest(*channel.source, unlocked);
   request["major"] = Json::Int64{channel.major};
   request["minor"] = Json::Int64{channel.minor};
-  request["service_record"] = Json::Int64{channel.service_record};
+  request["service_record"] = Json::Int64{channel.serviceRecord};
   return request;
 }
 

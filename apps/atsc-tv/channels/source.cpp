@@ -14,8 +14,8 @@ constexpr int64_t kRfChannels = 256;
 
 // The RF channel of the plan's last frequency.
 int lastRfChannel(const Source& source) {
-  int channel = source.first_channel;
-  while (source.plan[channel - source.first_channel] != -1) ++channel;
+  int channel = source.firstChannel;
+  while (source.plan[channel - source.firstChannel] != -1) ++channel;
   return channel - 1;
 }
 
@@ -32,13 +32,13 @@ const Source& sourceNamed(const std::string& name) {
 
 int rfChannel(const Source& source, int64_t frequency) {
   for (int i = 0; source.plan[i] != -1; ++i) {
-    if (source.plan[i] == frequency) return source.first_channel + i;
+    if (source.plan[i] == frequency) return source.firstChannel + i;
   }
   return 0;
 }
 
 std::optional<int64_t> frequencyOf(const Source& source, int64_t number) {
-  const int first = source.first_channel;
+  const int first = source.firstChannel;
   if (number >= kRfChannels) return number;
   if (number < first || number > lastRfChannel(source)) return std::nullopt;
   return source.plan[number - first];
@@ -46,7 +46,7 @@ std::optional<int64_t> frequencyOf(const Source& source, int64_t number) {
 
 std::string rfChannelsOf(const Source& source) {
   return "the RF channels of " + std::string(source.name) + " are " +
-         std::to_string(source.first_channel) + " to " + std::to_string(lastRfChannel(source));
+         std::to_string(source.firstChannel) + " to " + std::to_string(lastRfChannel(source));
 }
 
 std::string megahertz(int64_t frequency) {

@@ -11,12 +11,12 @@ namespace tv {
 
 // A reception source with its tables and its frequency plan.
 struct Source {
-  const char* name;         // as in commands
-  const char* title;        // for people
-  const char* table;        // of channels
-  const char* event_table;  // of programmes
-  const int32_t* plan;      // centre frequencies in Hz, ended by -1
-  int first_channel;        // RF channel of the plan's first frequency
+  const char* name;        // as in commands
+  const char* title;       // for people
+  const char* table;       // of channels
+  const char* eventTable;  // of programmes
+  const int32_t* plan;     // centre frequencies in Hz, ended by -1
+  int firstChannel;        // RF channel of the plan's first frequency
 };
 
 extern const std::array<Source, 2> kSources;

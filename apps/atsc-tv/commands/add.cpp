@@ -40,8 +40,8 @@ int add(const CommonOptions& common, const AddOptions& options) {
   const std::string database = common.channelDatabase();
   for (const Channel& channel : listedChannels(database, source, number)) {
     if (channel.frequency != *frequency) continue;
-    const bool is_cut = channel.name.size() < oneLine(validUtf8(options.name)).size();
-    std::cout << channelLine(channel) << (is_cut ? " (the name was cut)" : "") << "\n  "
+    const bool isCut = channel.name.size() < oneLine(validUtf8(options.name)).size();
+    std::cout << channelLine(channel) << (isCut ? " (the name was cut)" : "") << "\n  "
               << placeWords(channel) << '\n';
     return kSuccess;
   }

@@ -54,7 +54,7 @@ void setDual(const Client& client, const std::string& mode) {
 
 void choose(const Client& client, const std::optional<Channel>& channel, uint32_t track) {
   if (!channel) throw Failure(kFailure, "there is no current channel");
-  const size_t count = audioTracks(channel->audio_pids).size();
+  const size_t count = audioTracks(channel->audioPids).size();
   if (track > count) {
     throw Failure(kFailure, channel->number() + " has no audio track " + std::to_string(track) +
                                 "; it has " + std::to_string(count));

@@ -24,7 +24,7 @@ struct Setting {
   const char* word;
   const char* command;
   const char* key;
-  bool is_boolean;
+  bool isBoolean;
   const char* label;
   const char* help;
   std::vector<Choice> choices;
@@ -70,7 +70,7 @@ const Choice* read(const Client& client, const Setting& setting) {
   const Json::Value value = client.ask(request(setting, "get"))[setting.key];
   const auto found =
       std::find_if(setting.choices.begin(), setting.choices.end(), [&](const Choice& choice) {
-        return setting.is_boolean ? value == (choice.value != 0) : value == choice.value;
+        return setting.isBoolean ? value == (choice.value != 0) : value == choice.value;
       });
   return found != setting.choices.end() ? &*found : nullptr;
 }
@@ -96,7 +96,7 @@ int change(const CommonOptions& common, const Setting& setting, const std::strin
                                    [&](const Choice& each) { return word == each.word; });
   Json::Value write = request(setting, "set");
   write[setting.key] =
-      setting.is_boolean ? Json::Value(choice->value != 0) : Json::Value(choice->value);
+      setting.isBoolean ? Json::Value(choice->value != 0) : Json::Value(choice->value);
   const bool stored = client.send(write).result == 0;
   if (const Choice* const now = read(client, setting); now == nullptr || now->word != word) {
     throw Failure(kFailure, "the setting could not be changed; the service's log says why");
@@ -121,7 +121,7 @@ void addEas(CLI::App& app, Action& action) {
     if (!action) action = show;
   });
   for (const Setting& setting : kSettings) {
-    CLI::App* const change_it = command->add_subcommand(setting.word, setting.help);
+    CLI::App* const subcommand = command->add_subcommand(setting.word, setting.help);
     auto word = std::make_shared<std::string>();
     std::string words;
     std::vector<std::string> known;
@@ -129,10 +129,10 @@ void addEas(CLI::App& app, Action& action) {
       words += (words.empty() ? "" : "|") + std::string(choice.word);
       known.push_back(choice.word);
     }
-    change_it->add_option("SETTING", *word, words)
+    subcommand->add_option("SETTING", *word, words)
         ->transform(CLI::IsMember(known, CLI::ignore_case))
         ->required();
-    change_it->callback([&action, &setting, word] {
+    subcommand->callback([&action, &setting, word] {
       action = [&setting, word](const CommonOptions& common) {
         return change(common, setting, *word);
       };

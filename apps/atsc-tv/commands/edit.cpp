@@ -20,7 +20,7 @@ struct Mark {
   const char* type;  // as in the command
   const char* opposite;
   const char* help;
-  const char* opposite_help;
+  const char* oppositeHelp;
 };
 constexpr Mark kMarks[] = {
     {kSkipped, "skip", "unskip", "Pass it over with up and down", "No longer pass it over"},
@@ -35,7 +35,7 @@ struct EditOptions {
   bool marks[std::size(kMarks)] = {};
   bool opposites[std::size(kMarks)] = {};
   std::vector<uint32_t> favourites;
-  std::vector<uint32_t> no_favourites;
+  std::vector<uint32_t> noFavourites;
 };
 
 std::vector<Json::Value> changesOf(const EditOptions& options) {
@@ -50,7 +50,7 @@ std::vector<Json::Value> changesOf(const EditOptions& options) {
     if (options.opposites[i]) add(kMarks[i].opposite, 0);
   }
   for (const uint32_t group : options.favourites) add("fav", group);
-  for (const uint32_t group : options.no_favourites) add("unfav", group);
+  for (const uint32_t group : options.noFavourites) add("unfav", group);
   return changes;
 }
 
@@ -64,7 +64,7 @@ bool hasMarks(const Channel& channel, const EditOptions& options) {
   int64_t given = 0;
   int64_t taken = 0;
   for (const uint32_t group : options.favourites) given |= favouriteBit(group);
-  for (const uint32_t group : options.no_favourites) taken |= favouriteBit(group);
+  for (const uint32_t group : options.noFavourites) taken |= favouriteBit(group);
   return (channel.favourites & (given | taken)) == (given & ~taken);
 }
 
@@ -122,19 +122,18 @@ void addEdit(CLI::App& app, Action& action) {
     CLI::Option* set =
         command->add_flag(option(mark.type), options->marks[i], help(mark.help, mark.opposite));
     command
-        ->add_flag(option(mark.opposite), options->opposites[i],
-                   help(mark.opposite_help, mark.type))
+        ->add_flag(option(mark.opposite), options->opposites[i], help(mark.oppositeHelp, mark.type))
         ->excludes(set);
   }
-  const auto add_group = [&](const char* name, std::vector<uint32_t>& groups, const char* help) {
+  const auto addGroup = [&](const char* name, std::vector<uint32_t>& groups, const char* help) {
     command->add_option(name, groups, help)
         ->check(CLI::Range(uint32_t{1}, kFavouriteGroups))
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
         ->option_text("N");
   };
-  add_group("--fav", options->favourites, "Put it into favourite group N, 1 to 28");
-  add_group("--unfav", options->no_favourites, "Take it out of favourite group N");
+  addGroup("--fav", options->favourites, "Put it into favourite group N, 1 to 28");
+  addGroup("--unfav", options->noFavourites, "Take it out of favourite group N");
   command->callback([&action, options] {
     action = [options](const CommonOptions& common) { return edit(common, *options); };
   });

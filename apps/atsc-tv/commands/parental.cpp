@@ -93,9 +93,9 @@ int region(const CommonOptions& common, const std::string& wanted) {
     request["region"] = onlyOne(found, wanted).number;
     demand(client, request, "the rating region could not be changed");
   }
-  const int in_force = regionInForce(client);
+  const int inForce = regionInForce(client);
   for (const KnownRegion& each : regions) {
-    std::cout << (each.number == in_force ? "* " : "  ") << each.number << ' ' << each.name << '\n';
+    std::cout << (each.number == inForce ? "* " : "  ") << each.number << ' ' << each.name << '\n';
   }
   if (!wanted.empty()) storeAll(client);
   return kSuccess;

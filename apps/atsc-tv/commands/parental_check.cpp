@@ -42,11 +42,11 @@ std::string ratingOf(const RatingRegion& region, const std::string& given) {
   return age.empty() ? "" : age + content;
 }
 
-int check(const CommonOptions& common, const std::string& system_name, const std::string& given) {
+int check(const CommonOptions& common, const std::string& systemName, const std::string& given) {
   const Client client = startClient(common);
   const RatingSystem& system =
       *std::find_if(std::begin(kSystems), std::end(kSystems),
-                    [&](const RatingSystem& each) { return system_name == each.name; });
+                    [&](const RatingSystem& each) { return systemName == each.name; });
   RatingRegion region = readRatingRegion(client, system.region);
   std::vector<RatingDimension>& dimensions = region.dimensions;
   dimensions.erase(std::remove_if(dimensions.begin(), dimensions.end(),

@@ -120,7 +120,7 @@ int limit(const CommonOptions& common, const NameOptions& options) {
     encode(client, region, limits, *choice.dimension, *choice.value, false);
     const auto next = std::find_if(choice.dimension->values.begin(), choice.dimension->values.end(),
                                    [&](const RatingValue& value) {
-                                     return value.is_limit && value.number > choice.value->number;
+                                     return value.isLimit && value.number > choice.value->number;
                                    });
     if (next != choice.dimension->values.end()) {
       encode(client, region, limits, *choice.dimension, *next, true);
@@ -146,13 +146,13 @@ int setBlocked(const CommonOptions& common, const NameOptions& options, bool blo
       choices.begin(), choices.end(),
       [&](const RatingChoice& a, const RatingChoice& b) { return place(a) < place(b); });
   Json::Value limits = region.limits;
-  bool changes_limits = false;
+  bool changesLimits = false;
   for (const RatingChoice& choice : choices) {
     if (choice.group != kNoGroup) continue;
     encode(client, region, limits, *choice.dimension, *choice.value, block);
-    changes_limits = true;
+    changesLimits = true;
   }
-  if (changes_limits) store(client, region.limits, limits);
+  if (changesLimits) store(client, region.limits, limits);
   for (const RatingChoice& choice : choices) {
     if (choice.group != kNoGroup) setGroup(client, choice.group, block);
   }

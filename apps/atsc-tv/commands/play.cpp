@@ -56,45 +56,45 @@ std::string stillOn(const std::optional<Channel>& channel) {
 int tune(const Client& client, const CommonOptions& common, const PlayOptions& options) {
   const std::string database = common.channelDatabase();
   const std::vector<Channel> found = findChannels(client, database, options.what, options.source);
-  const auto is_deleted = [](const Channel& channel) { return (channel.flags & kDeleted) != 0; };
-  const auto first = std::find_if_not(found.begin(), found.end(), is_deleted);
+  const auto isDeleted = [](const Channel& channel) { return (channel.flags & kDeleted) != 0; };
+  const auto first = std::find_if_not(found.begin(), found.end(), isDeleted);
   const Channel& wanted = first != found.end() ? *first : found.front();
-  if (is_deleted(wanted)) {
+  if (isDeleted(wanted)) {
     throw Failure(kFailure, wanted.number() + " is deleted; atsc-tv edit " + wanted.number() +
                                 " --undelete brings it back");
   }
   startReceiver(client);
   // Where one frequency does not carry it, the receiver takes another one that has the number.
-  const auto is_wanted = [&](const Channel& channel) {
+  const auto isWanted = [&](const Channel& channel) {
     return channel.source == wanted.source && channel.number() == wanted.number();
   };
-  const std::string does_not_play =
+  const std::string doesNotPlay =
       wanted.number() + " does not play: the service's log says why" + kOrStandby;
   const Channel* target = &wanted;
   std::optional<Channel> current = listedCurrentChannel(client, database);
-  if (current && is_wanted(*current)) {
+  if (current && isWanted(*current)) {
     // A change to it would not be seen; the result of this is told.
     const bool plays = client.send(command("FW", "PLAY")).result == 0;
     current = currentChannel(client);
-    if (plays && current && is_wanted(*current)) {
+    if (plays && current && isWanted(*current)) {
       changeAgain(client, database, *current, options.unlocked);
       print(common, options, *current);
       return kSuccess;
     }
     const auto other = std::find_if(found.begin(), found.end(), [&](const Channel& channel) {
-      return !is_deleted(channel) && !(current && channel.isSameAs(*current));
+      return !isDeleted(channel) && !(current && channel.isSameAs(*current));
     });
-    if (other == found.end()) throw Failure(kFailure, does_not_play);
+    if (other == found.end()) throw Failure(kFailure, doesNotPlay);
     target = &*other;
   }
-  const auto is_reached = [&](const Channel& channel) {
-    return is_wanted(channel) && !(current && channel.isSameAs(*current));
+  const auto isReached = [&](const Channel& channel) {
+    return isWanted(channel) && !(current && channel.isSameAs(*current));
   };
   const std::optional<Channel> reached =
-      changeChannel(client, changeRequest(*target, options.unlocked), is_reached);
-  if (!reached || !is_reached(*reached)) {
+      changeChannel(client, changeRequest(*target, options.unlocked), isReached);
+  if (!reached || !isReached(*reached)) {
     throw Failure(kFailure,
-                  does_not_play + (reached && is_wanted(*reached) ? "" : "; " + stillOn(reached)));
+                  doesNotPlay + (reached && isWanted(*reached) ? "" : "; " + stillOn(reached)));
   }
   print(common, options, *reached);
   return kSuccess;
@@ -129,11 +129,11 @@ int zap(const Client& client, const CommonOptions& common, const PlayOptions& op
   Json::Value request = changeRequest(source, options.unlocked);
   request["mode"] = options.what == kUp ? "UP" : "DOWN";
   // Which one comes next depends on what is received: channels without a carrier are passed over.
-  const auto is_other = [&](const Channel& channel) {
+  const auto isOther = [&](const Channel& channel) {
     return !before || !channel.isSameAs(*before);
   };
-  const std::optional<Channel> reached = changeChannel(client, request, is_other);
-  if (!reached || !is_other(*reached)) {
+  const std::optional<Channel> reached = changeChannel(client, request, isOther);
+  if (!reached || !isOther(*reached)) {
     throw Failure(kFailure, std::string("no other channel plays: none has a signal") + kOrStandby +
                                 "; " + stillOn(reached));
   }
@@ -168,8 +168,8 @@ int resume(const Client& client, const CommonOptions& common, const PlayOptions&
 }
 
 int play(const CommonOptions& common, const PlayOptions& options) {
-  const bool is_word = isWord(options.what);
-  if (is_word && !options.source.empty()) {
+  const bool byWord = isWord(options.what);
+  if (byWord && !options.source.empty()) {
     throw Failure(kUsage, "--src goes with a channel number or alone");
   }
   if (options.unlocked && (options.what.empty() || options.what == kStop)) {
@@ -179,7 +179,7 @@ int play(const CommonOptions& common, const PlayOptions& options) {
   client.requireService();
   if (options.what == kStop) return stop(client);
   if (options.what.empty()) return resume(client, common, options);
-  return is_word ? zap(client, common, options) : tune(client, common, options);
+  return byWord ? zap(client, common, options) : tune(client, common, options);
 }
 
 void addUnlockedFlag(CLI::App& command, bool& unlocked) {

@@ -55,8 +55,8 @@ class ProgressView {
     const uint32_t found = number(message, "ser_found");
     const uint32_t frequency = number(message, "cur_freq");
     clear();
-    if (number(message, "lock_freq") == frequency && frequency != last_lock_) {
-      last_lock_ = frequency;
+    if (number(message, "lock_freq") == frequency && frequency != lastLock_) {
+      lastLock_ = frequency;
       std::cout << "  " << place(frequency) << ": " << services(found - std::min(found, found_))
                 << std::endl;
     }
@@ -96,7 +96,7 @@ class ProgressView {
   const std::optional<size_t> width_;
   bool drawn_ = false;
   uint32_t found_ = 0;
-  uint32_t last_lock_ = 0;
+  uint32_t lastLock_ = 0;
 };
 
 void start(const Client& client, const ScanOptions& options) {
@@ -117,7 +117,7 @@ enum class Ending { kOver, kStoppedByUser, kSilent };
 
 // Shows the scan until it ends. Throws Failure when it fails.
 Ending follow(const Client& client, Callbacks& callbacks, int service, ProgressView& view) {
-  Clock::time_point last_sign = Clock::now();
+  Clock::time_point lastSign = Clock::now();
   for (;;) {
     std::string text;
     switch (callbacks.wait(kCheckService, &text)) {
@@ -127,13 +127,13 @@ Ending follow(const Client& client, Callbacks& callbacks, int service, ProgressV
         return Ending::kStoppedByUser;
       case Callbacks::Event::kTimeout:
         if (servicePid() != service) throw Failure(kFailure, "the service ended during the scan");
-        if (Clock::now() - last_sign > kSilence) return Ending::kSilent;
+        if (Clock::now() - lastSign > kSilence) return Ending::kSilent;
         break;
       case Callbacks::Event::kMessage: {
         client.showReceived(text);
         const Json::Value message = parseJson(text).value_or(Json::Value());
         if (!message.isObject() || message["cbtype"] != "SCAN") break;
-        last_sign = Clock::now();
+        lastSign = Clock::now();
         view.update(message);
         if (message["msg"] == "OVER") return Ending::kOver;
         if (message["msg"] == "ERROR") throw Failure(kFailure, "the scan failed");

@@ -26,7 +26,7 @@ int unlock(const CommonOptions& common, bool undo) {
   if (!channel) throw Failure(kFailure, "there is no current channel");
   Json::Value request = command("PC", "PWDUNLOCK");
   request["lock_status"] = undo ? 0 : 1;
-  const bool was_blocked = askViewing(client) == Viewing::kBlocked;
+  const bool wasBlocked = askViewing(client) == Viewing::kBlocked;
   Viewing viewing = Viewing::kAllowed;
   for (const auto pause : kPauses) {
     std::this_thread::sleep_for(pause);
@@ -47,7 +47,7 @@ int unlock(const CommonOptions& common, bool undo) {
     std::cout << words.sentence() << words.advice << lockWords(*channel) << '\n';
     return kSuccess;
   }
-  if (was_blocked || words.unlocked) {
+  if (wasBlocked || words.unlocked) {
     std::cout << (words.unlocked ? words.sentence() : words.programme + " is unlocked")
               << "; so is what comes";
   } else {

@@ -43,13 +43,13 @@ bool Programme::isRated() const {
   return !rating.empty() && rating != "No rating" && rating != "Not rated";
 }
 
-Guide readGuide(const std::string& channel_database, const std::string& event_database,
+Guide readGuide(const std::string& channelDatabase, const std::string& eventDatabase,
                 const Source& source, Span span, const std::string& number) {
   Guide guide;
-  const Json::Value channels = readChannels(channel_database, source);
+  const Json::Value channels = readChannels(channelDatabase, source);
   guide.scanned = !channels.isNull();
-  const std::string table = source.event_table;
-  const Json::Value covered = readRows(event_database, table,
+  const std::string table = source.eventTable;
+  const Json::Value covered = readRows(eventDatabase, table,
                                        "ch_id_pk, MIN(start_time) AS start_time, MAX(start_time + "
                                        "duration) AS end_time FROM " +
                                            table + " GROUP BY ch_id_pk");
@@ -62,7 +62,7 @@ Guide readGuide(const std::string& channel_database, const std::string& event_da
   }
   std::unordered_map<std::string, std::vector<Programme>> programmes;
   if (guide.known) {
-    for (const Json::Value& row : readRows(event_database, table, selection(table, span))) {
+    for (const Json::Value& row : readRows(eventDatabase, table, selection(table, span))) {
       programmes[row["ch_id_pk"].asString()].push_back(programmeOf(row));
     }
   }
@@ -84,12 +84,12 @@ Guide readGuide(const std::string& channel_database, const std::string& event_da
   return guide;
 }
 
-std::vector<Programme> readProgrammes(const std::string& event_database, const Source& source,
+std::vector<Programme> readProgrammes(const std::string& eventDatabase, const Source& source,
                                       const std::string& key, int64_t after, int count) {
   std::vector<Programme> programmes;
-  const std::string table = source.event_table;
+  const std::string table = source.eventTable;
   for (const Json::Value& row :
-       readRows(event_database, table,
+       readRows(eventDatabase, table,
                 "* FROM " + table + " WHERE ch_id_pk = '" + key + "' AND start_time + duration > " +
                     std::to_string(after) + " ORDER BY start_time, event_index LIMIT " +
                     std::to_string(count))) {

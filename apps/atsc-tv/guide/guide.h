@@ -47,11 +47,11 @@ struct Guide {
 
 // The guide of a source: the programmes that touch `span`, of the channel with this number or, when
 // it is empty, of all. Throws when a file cannot be read.
-Guide readGuide(const std::string& channel_database, const std::string& event_database,
+Guide readGuide(const std::string& channelDatabase, const std::string& eventDatabase,
                 const Source& source, Span span, const std::string& number);
 
 // The first `count` programmes of the channel with this key that end after a time.
-std::vector<Programme> readProgrammes(const std::string& event_database, const Source& source,
+std::vector<Programme> readProgrammes(const std::string& eventDatabase, const Source& source,
                                       const std::string& key, int64_t after, int count);
 
 }  // namespace tv

@@ -167,14 +167,14 @@ std::string ratingAndCaptions(const Programme& programme) {
 void printGrid(std::ostream& out, const Guide& guide, Span span, int64_t now, size_t width,
                bool bold) {
   const Labels labels(guide);
-  const size_t label_width = std::max(labels.width(), displayWidth(localTime(now, kDay)));
-  if (width < label_width + 2 * kSlotWidth) {
+  const size_t labelWidth = std::max(labels.width(), displayWidth(localTime(now, kDay)));
+  if (width < labelWidth + 2 * kSlotWidth) {
     printList(out, guide, now, width, bold);
     printLegend(out, guide);
     return;
   }
   // Bands of almost equal length, so that the last one is not a remnant.
-  const size_t columns = width - label_width - 1;
+  const size_t columns = width - labelWidth - 1;
   const int64_t slots = std::max<int64_t>((span.end - span.start) / kHalfHour, 1);
   const int64_t fitting = static_cast<int64_t>(columns / kSlotWidth);
   const int64_t bands = (slots + fitting - 1) / fitting;
@@ -184,10 +184,10 @@ void printGrid(std::ostream& out, const Guide& guide, Span span, int64_t now, si
     const int64_t end = std::min(start + length, span.end);
     const Band band({start, end},
                     columns * static_cast<size_t>(end - start) / static_cast<size_t>(length));
-    out << separator << fitted(localTime(start, kDay), label_width) << ' '
+    out << separator << fitted(localTime(start, kDay), labelWidth) << ' '
         << withoutEnd(band.titles()) << '\n';
     for (const GuideChannel& channel : guide.channels) {
-      out << fitted(labels.of(channel), label_width) << ' '
+      out << fitted(labels.of(channel), labelWidth) << ' '
           << withoutEnd(band.row(channel, now, bold)) << '\n';
     }
     separator = "\n";
@@ -197,7 +197,7 @@ void printGrid(std::ostream& out, const Guide& guide, Span span, int64_t now, si
 
 void printDetails(std::ostream& out, const Guide& guide, int64_t now, size_t width, bool bold) {
   constexpr std::string_view kIndent = "      ";
-  const size_t text_width = std::max<size_t>(width, kIndent.size() + 20) - kIndent.size();
+  const size_t textWidth = std::max<size_t>(width, kIndent.size() + 20) - kIndent.size();
   const char* separator = "";
   for (const GuideChannel& channel : guide.channels) {
     out << separator << channel.number << ' ' << channel.name << '\n';
@@ -205,9 +205,10 @@ void printDetails(std::ostream& out, const Guide& guide, int64_t now, size_t wid
     if (channel.programmes.empty()) out << "  " << kNoInformation << '\n';
     std::string day;
     for (const Programme& programme : channel.programmes) {
-      if (const std::string its_day = localTime(programme.start, kFullDay); its_day != day) {
-        out << "  " << its_day << '\n';
-        day = its_day;
+      if (const std::string programmeDay = localTime(programme.start, kFullDay);
+          programmeDay != day) {
+        out << "  " << programmeDay << '\n';
+        day = programmeDay;
       }
       const std::string line = localTime(programme.start, kTimeOfDay) + '-' +
                                localTime(programme.end, kTimeOfDay) + "  " + titleOf(programme) +
@@ -215,11 +216,11 @@ void printDetails(std::ostream& out, const Guide& guide, int64_t now, size_t wid
                                " min)" + ratingAndCaptions(programme) +
                                (programme.blocked ? std::string("  ") + kBlockedWord : "");
       const char* indent = isOn(programme, now) ? "now " : "    ";
-      for (const std::string& part : wrapped(line, text_width)) {
+      for (const std::string& part : wrapped(line, textWidth)) {
         out << indent << emphasized(part, bold && isOn(programme, now)) << '\n';
         indent = kIndent.data();
       }
-      for (const std::string& part : wrapped(programme.description, text_width)) {
+      for (const std::string& part : wrapped(programme.description, textWidth)) {
         out << kIndent << part << '\n';
       }
     }

@@ -34,7 +34,7 @@ RatingDimension readDimension(const Client& client, const RatingRegion& region, 
   dimension.name = textMember(reply, "dim_name");
   if (dimension.name.empty()) dimension.name = "Dimension " + std::to_string(number + 1);
   dimension.ordered =
-      fixed != nullptr ? fixed->first_limit != fixed->last_limit : reply["grad"] == true;
+      fixed != nullptr ? fixed->firstLimit != fixed->lastLimit : reply["grad"] == true;
   request["command"] = "GETVALTXT";
   for (int i = 0; i < intMember(reply, "dim_lvl"); ++i) {
     request["val"] = i;
@@ -43,10 +43,10 @@ RatingDimension readDimension(const Client& client, const RatingRegion& region, 
         i,     textMember(texts, "abbr_rat_val_txt"),    textMember(texts, "rat_val_txt"),
         false, unratedGroupOf(region.number, number, i), false};
     // Nobody can be kept from what has no name.
-    value.is_limit = isFixedRegion(region.number)
-                         ? fixed != nullptr && i >= fixed->first_limit && i <= fixed->last_limit
-                         : !value.name().empty();
-    value.blocked = value.is_limit && isBlocked(region.limits, region.number, number, i);
+    value.isLimit = isFixedRegion(region.number)
+                        ? fixed != nullptr && i >= fixed->firstLimit && i <= fixed->lastLimit
+                        : !value.name().empty();
+    value.blocked = value.isLimit && isBlocked(region.limits, region.number, number, i);
     dimension.values.push_back(std::move(value));
   }
   return dimension;
@@ -99,7 +99,7 @@ std::string reasonOf(const Rated& rated) {
   const RatingValue* limit = nullptr;
   const RatingValue* lowest = rated.value;
   for (const RatingValue& value : dimension.values) {
-    if (!value.is_limit || value.number >= rated.value->number) continue;
+    if (!value.isLimit || value.number >= rated.value->number) continue;
     if (value.blocked) {
       if (lowest == rated.value) lowest = &value;
     } else {
@@ -141,10 +141,10 @@ Parental readParental(const Client& client) {
     request["unrat_grp"] = static_cast<int>(i);
     parental.groups[i] = client.ask(request)["block"] == true;
   }
-  const int in_force = regionInForce(client);
-  parental.regions.push_back(readRatingRegion(client, in_force));
+  const int inForce = regionInForce(client);
+  parental.regions.push_back(readRatingRegion(client, inForce));
   for (const int number : knownNumbers(client)) {
-    if (number == in_force) continue;
+    if (number == inForce) continue;
     RatingRegion region = readLimits(client, number);
     // The document has the region's number in it.
     Json::Value limits = region.limits;

@@ -9,8 +9,8 @@ namespace {
 
 bool takes(RatingUse use, const RatingDimension& dimension, const RatingValue& value) {
   return use == RatingUse::kCheck ||
-         (use == RatingUse::kLimit ? dimension.ordered && value.is_limit
-                                   : value.is_limit || value.group != kNoGroup);
+         (use == RatingUse::kLimit ? dimension.ordered && value.isLimit
+                                   : value.isLimit || value.group != kNoGroup);
 }
 
 // The values of some dimensions with this name: those with this short one, else those with this
@@ -18,21 +18,21 @@ bool takes(RatingUse use, const RatingDimension& dimension, const RatingValue& v
 std::vector<RatingChoice> valuesNamed(const std::vector<const RatingDimension*>& dimensions,
                                       const std::string& given, RatingUse use) {
   const std::string name = plainName(given);
-  std::vector<RatingChoice> in_short;
-  std::vector<RatingChoice> in_full;
+  std::vector<RatingChoice> inShort;
+  std::vector<RatingChoice> inFull;
   for (const RatingDimension* dimension : dimensions) {
     for (const RatingValue& value : dimension->values) {
       const RatingChoice choice = {dimension, &value, value.group};
       if (value.isNamed(given)) {
-        in_short.push_back(choice);
+        inShort.push_back(choice);
       } else if (!name.empty() &&
                  (plainName(value.text) == name ||
-                  (dimension->isFlag() && value.is_limit && plainName(dimension->name) == name))) {
-        in_full.push_back(choice);
+                  (dimension->isFlag() && value.isLimit && plainName(dimension->name) == name))) {
+        inFull.push_back(choice);
       }
     }
   }
-  std::vector<RatingChoice> found = in_short.empty() ? std::move(in_full) : std::move(in_short);
+  std::vector<RatingChoice> found = inShort.empty() ? std::move(inFull) : std::move(inShort);
   const auto fits = [&](const RatingChoice& c) { return takes(use, *c.dimension, *c.value); };
   if (std::any_of(found.begin(), found.end(), fits)) {
     found.erase(std::remove_if(found.begin(), found.end(), std::not_fn(fits)), found.end());
@@ -82,27 +82,27 @@ std::string knownRatingNames(const RatingRegion& region, RatingUse use) {
 }
 
 RatingChoice chooseRating(const RatingRegion& region, const std::string& given,
-                          const std::string& dimension_name, RatingUse use) {
-  const bool any_dimension = dimension_name.empty();
-  for (size_t i = 0; use == RatingUse::kBlock && any_dimension && i < kUnratedGroups.size(); ++i) {
+                          const std::string& dimensionName, RatingUse use) {
+  const bool anyDimension = dimensionName.empty();
+  for (size_t i = 0; use == RatingUse::kBlock && anyDimension && i < kUnratedGroups.size(); ++i) {
     if (plainName(given) == plainName(kUnratedGroups[i].name)) {
       return {nullptr, nullptr, static_cast<int>(i)};
     }
   }
   std::vector<const RatingDimension*> dimensions;
-  if (any_dimension) {
+  if (anyDimension) {
     for (const RatingDimension& each : region.dimensions) dimensions.push_back(&each);
   } else {
-    dimensions = findNamed(region.dimensions, dimension_name);
+    dimensions = findNamed(region.dimensions, dimensionName);
     if (dimensions.empty()) {
       std::string names;
       for (const RatingDimension& each : region.dimensions) {
         names += (names.empty() ? "" : ", ") + each.name;
       }
-      throw Failure(kFailure, "region " + region.title() + " has no dimension '" + dimension_name +
+      throw Failure(kFailure, "region " + region.title() + " has no dimension '" + dimensionName +
                                   "'; there are " + names);
     }
-    onlyOne(dimensions, dimension_name);
+    onlyOne(dimensions, dimensionName);
   }
   const std::vector<RatingChoice> found = valuesNamed(dimensions, given, use);
   if (found.empty()) throw noSuchRating(region, given, use);
@@ -110,7 +110,7 @@ RatingChoice chooseRating(const RatingRegion& region, const std::string& given,
   const auto all = [&](auto same) { return std::all_of(found.begin(), found.end(), same); };
   const std::string& name = choice.value->name();
   if (!takes(use, *choice.dimension, *choice.value)) {
-    if (!choice.value->is_limit && choice.group == kNoGroup) {
+    if (!choice.value->isLimit && choice.group == kNoGroup) {
       throw Failure(kFailure, "nobody can be kept from '" + given + "' alone; " +
                                   knownRatingNames(region, use));
     }
@@ -123,16 +123,16 @@ RatingChoice chooseRating(const RatingRegion& region, const std::string& given,
   // A group is blocked as a whole, whichever of its values stands for it.
   if (found.size() > 1 &&
       !all([&](const RatingChoice& c) { return c.group != kNoGroup && c.group == choice.group; })) {
-    const bool one_dimension =
+    const bool oneDimension =
         all([&](const RatingChoice& c) { return c.dimension == choice.dimension; });
     std::string places;
     for (const RatingChoice& c : found) {
       places +=
-          (places.empty() ? "" : " or ") + (one_dimension ? c.value->name() : c.dimension->name);
+          (places.empty() ? "" : " or ") + (oneDimension ? c.value->name() : c.dimension->name);
     }
-    throw Failure(kFailure, one_dimension ? "'" + given + "' may be " + places
-                                          : "'" + given + "' may be of " + places +
-                                                "; choose one with --dimension");
+    throw Failure(kFailure, oneDimension ? "'" + given + "' may be " + places
+                                         : "'" + given + "' may be of " + places +
+                                               "; choose one with --dimension");
   }
   return choice;
 }

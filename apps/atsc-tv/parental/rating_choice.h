@@ -27,7 +27,7 @@ std::string knownRatingNames(const RatingRegion& region, RatingUse use);
 // What a name means; an empty dimension name stands for any. Throws Failure where that is not one
 // thing.
 RatingChoice chooseRating(const RatingRegion& region, const std::string& given,
-                          const std::string& dimension_name, RatingUse use);
+                          const std::string& dimensionName, RatingUse use);
 
 // Those of `named` that are called so: the one with that very name, else all that begin with it.
 template <typename Named>

@@ -58,8 +58,8 @@ bool isBlocked(const Json::Value& limits, int region, int dimension, int value) 
     return children >= 1 && children <= kFantasyViolenceOnly;
   }
   const int64_t level = integer(levels, fixed.level);
-  if (fixed.first_limit == fixed.last_limit) return level == 1;
-  if (level < 1 || level > fixed.last_limit) return false;
+  if (fixed.firstLimit == fixed.lastLimit) return level == 1;
+  if (level < 1 || level > fixed.lastLimit) return false;
   return value >= level;
 }
 

@@ -13,8 +13,8 @@ struct FixedDimension {
   int number;
   const char* object;  // of the rating document
   const char* level;
-  int first_limit;
-  int last_limit;
+  int firstLimit;
+  int lastLimit;
 };
 
 // Whether the dimensions of a region have a fixed meaning.

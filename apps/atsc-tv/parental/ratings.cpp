@@ -12,7 +12,7 @@ const RatingValue* flagNamed(const RatingDimension& dimension, const std::string
   if (!dimension.isFlag()) return nullptr;
   const auto found =
       std::find_if(dimension.values.begin(), dimension.values.end(),
-                   [&](const RatingValue& value) { return value.is_limit && value.isNamed(name); });
+                   [&](const RatingValue& value) { return value.isLimit && value.isNamed(name); });
   return found != dimension.values.end() ? &*found : nullptr;
 }
 
@@ -39,7 +39,7 @@ bool RatingValue::isNamed(const std::string& given) const {
 
 bool RatingDimension::isFlag() const {
   return std::count_if(values.begin(), values.end(),
-                       [](const RatingValue& value) { return value.is_limit; }) == 1;
+                       [](const RatingValue& value) { return value.isLimit; }) == 1;
 }
 
 std::string RatingDimension::names(bool blocked) const {

@@ -28,8 +28,8 @@ struct RatingValue {
   int number;
   std::string abbreviation;  // either may be empty
   std::string text;
-  bool is_limit;  // programmes with this value can be blocked
-  int group;      // UnratedGroupNumber: this one decides instead
+  bool isLimit;  // programmes with this value can be blocked
+  int group;     // UnratedGroupNumber: this one decides instead
   bool blocked;
 
   const std::string& name() const { return abbreviation.empty() ? text : abbreviation; }

@@ -26,9 +26,9 @@ void show(const char* direction, const std::string& line) {
 
 }  // namespace
 
-Json::Value command(const char* command_class, const char* name) {
+Json::Value command(const char* commandClass, const char* name) {
   Json::Value value;
-  value["class"] = command_class;
+  value["class"] = commandClass;
   value["command"] = name;
   return value;
 }

@@ -15,7 +15,7 @@ struct Reply {
 };
 
 // A command without further members.
-Json::Value command(const char* command_class, const char* name);
+Json::Value command(const char* commandClass, const char* name);
 
 // Shows the JSON texts of both directions on standard error when verbose.
 class Client {

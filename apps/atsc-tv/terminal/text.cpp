@@ -111,10 +111,10 @@ size_t fitting(const std::u32string& points, size_t start, size_t width) {
 
 std::string validUtf8(std::string_view text) { return encode(decode(text)); }
 
-std::string printable(std::string_view text, bool keep_lines) {
+std::string printable(std::string_view text, bool keepLines) {
   std::u32string points = decode(text);
   for (char32_t& point : points) {
-    if (actsOnTerminal(point) && !(keep_lines && point == U'\n')) point = kReplacement;
+    if (actsOnTerminal(point) && !(keepLines && point == U'\n')) point = kReplacement;
   }
   return encode(points);
 }

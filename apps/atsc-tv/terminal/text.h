@@ -14,8 +14,8 @@ namespace tv {
 std::string validUtf8(std::string_view text);
 
 // Valid UTF-8 without characters that act on a terminal or on the direction of writing: each one
-// becomes U+FFFD. Line feeds stay when `keep_lines` is set.
-std::string printable(std::string_view text, bool keep_lines = false);
+// becomes U+FFFD. Line feeds stay when `keepLines` is set.
+std::string printable(std::string_view text, bool keepLines = false);
 
 // Columns that a text takes on a terminal.
 size_t displayWidth(std::string_view text);
