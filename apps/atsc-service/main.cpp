@@ -1,4 +1,4 @@
-// atsc-service: the service process of a PC. Receives the broadcast of an air folder, keeps the
+// atsc-service: the service process on a PC. Receives the broadcast of an air folder, keeps the
 // databases and answers TV applications.
 
 #include <atsc/atsc_service.h>
@@ -31,11 +31,11 @@ namespace {
 constexpr int kFailure = 1;
 constexpr int kUsage = 2;
 
-// Input types.
+// Input types of the library.
 constexpr int kTerrestrial = 2;
 constexpr int kCable = 3;
 
-// The folder with what the receiver keeps.
+// Names the folder with the receiver's state.
 constexpr const char* kStateVariable = "ATSC_HOST_STATE";
 constexpr const char* kStateFiles[] = {"services.json", "settings.json", "parental.json",
                                        "regions.json"};
@@ -48,8 +48,8 @@ struct Options {
   bool fast = false;
 };
 
-// Posted by SIGTERM and SIGINT. The library's threads are older than main() and do not block the
-// signals, so that any of them may be the one to run the handler.
+// Posted on SIGTERM and SIGINT. The library starts threads before main() that do not block these
+// signals, so that any thread may run the handler.
 sem_t g_stop;
 
 void requestStop(int) { sem_post(&g_stop); }
@@ -61,7 +61,7 @@ void handleSignals() {
   action.sa_flags = SA_RESTART;
   sigaction(SIGTERM, &action, nullptr);
   sigaction(SIGINT, &action, nullptr);
-  // Who reads our output may go away.
+  // The reader of the output may exit.
   action.sa_handler = SIG_IGN;
   sigaction(SIGPIPE, &action, nullptr);
 }
@@ -71,7 +71,8 @@ void waitForStop() {
   }
 }
 
-// The files that are made later are this user's own where only this user can make files.
+// Checks the receiver's state files, and warns about folders in which other users can replace the
+// files that the service creates later.
 void prepareState(const apps::DatabaseFiles& files) {
   std::set<std::string> folders = {std::filesystem::path(files.channels).parent_path(),
                                    std::filesystem::path(files.events).parent_path()};
@@ -90,8 +91,9 @@ void prepareState(const apps::DatabaseFiles& files) {
   }
 }
 
-// The start-up of the databases compares numbers of channels. A power cut between a channel table
-// and the receiver's own list leaves different channels in the same number.
+// Updates the channel tables from the receiver's list. After a power cut between writing the two,
+// they may hold different channels but equally many of them. The start-up of the databases compares
+// only how many there are.
 void bringTablesInLine() {
   bool changed = false;
   for (const int input : {kTerrestrial, kCable}) {
@@ -100,8 +102,8 @@ void bringTablesInLine() {
   if (changed) ATSC_Service_event_cb_Ex();
 }
 
-// Tells the service manager that waits for it that TV applications are answered from now on: the
-// message of sd_notify(3). Without a manager there is nothing to tell.
+// Notifies a waiting service manager that the service answers TV applications from now on, with the
+// message of sd_notify(3). Does nothing without a service manager.
 void notifyReady() {
   const char* const path = getenv("NOTIFY_SOCKET");
   sockaddr_un address = {};
@@ -127,7 +129,7 @@ void run(const Options& options) {
   if (!options.clock.empty()) ATSC_host_set_clock(apps::parseUtcTime(options.clock));
   if (options.fast) ATSC_host_set_fast(1);
   apps::DatabaseFiles files = apps::databaseFiles(options.db);
-  // The name comes first: two services must never work on the same databases.
+  // Claims the name first: two services must never use the same databases.
   const int owner = ATSC_host_claim(ATSC_HOST_SERVICE_NAME);
   if (owner > 0) {
     throw std::runtime_error("a service runs already, process " + std::to_string(owner));
@@ -145,7 +147,7 @@ void run(const Options& options) {
     setenv(kStateVariable, options.db.c_str(), 1);
   }
   prepareState(files);
-  // Its values are for a set's tuner; this receiver needs no more time than it takes.
+  // These values are meant for the tuner of a set; this receiver needs no extra time.
   ATSCCustomizedParameter customized = {};
   ATSC_Service_init(&customized);
   ATSC_Service_db_init();
@@ -163,10 +165,10 @@ void run(const Options& options) {
 
 int main(int argc, char** argv) {
   try {
-    // What is made here is nobody else's.
+    // No other user may access the files that the service creates.
     umask(S_IRWXG | S_IRWXO);
     handleSignals();
-    // What the library prints is read while the service runs.
+    // The library's output is read while the service runs.
     setvbuf(stdout, nullptr, _IOLBF, 0);
     CLI::App app(
         "The ATSC service process: receives the broadcast of an air folder, keeps the channel and\n"
@@ -185,7 +187,8 @@ int main(int argc, char** argv) {
                        "; keeps the receiver's service list too, unless ATSC_HOST_STATE names "
                        "another folder for it")
         ->option_text("DIR");
-    // Long enough for any tuner, and shorter than what TV applications wait for progress.
+    // The maximum is long enough for any tuner, and shorter than the time for which TV applications
+    // wait for progress.
     app.add_option("--dwell", options.dwell,
                    "Milliseconds that a scan stays on a frequency, at most 5000 (default: 20)")
         ->check(CLI::Range(0u, 5000u))

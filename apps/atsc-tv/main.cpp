@@ -24,8 +24,8 @@ constexpr const char* kFooter =
     "Exit status: 0 success; 1 failure; 2 wrong arguments; 3 no service runs: start atsc-service;\n"
     "4 another TV application is registered.";
 
-// One line an option: its value, and whether it must be given. Options that exclude each other say
-// so in their own words.
+// Writes one line for each option: its value, and whether the option is required. Help texts name
+// the options that exclude each other.
 class HelpFormatter final : public CLI::Formatter {
  public:
   std::string make_option_opts(const CLI::Option* option) const override {
@@ -34,7 +34,7 @@ class HelpFormatter final : public CLI::Formatter {
   }
 };
 
-// What is wrong with the command line, in plain words.
+// Describes an error in the command line for the user.
 std::string faultOf(const CLI::App& app, const CLI::ParseError& error) {
   const std::string text = error.what();
   if (const std::vector<std::string> rest = app.remaining(true);
@@ -51,7 +51,7 @@ std::string faultOf(const CLI::App& app, const CLI::ParseError& error) {
   return text;
 }
 
-// Where the help for the command line is.
+// Returns a hint at the help for the command line.
 std::string helpOf(const CLI::App& app) {
   std::string words;
   for (auto chosen = app.get_subcommands(); !chosen.empty();
@@ -62,7 +62,7 @@ std::string helpOf(const CLI::App& app) {
 }
 
 int run(int argc, char** argv) {
-  // Characters as the databases have them, whatever the user's language.
+  // The databases hold UTF-8, whatever the user's locale is.
   setlocale(LC_CTYPE, "C.UTF-8");
   CLI::App app(
       "A TV application for the terminal: commands to the ATSC service, its callbacks, its "

@@ -25,8 +25,8 @@ std::string variable(const char* name) {
   return value != nullptr ? value : "";
 }
 
-// On a set the flash partition, on a PC the user's own (XDG base directories, which ignore relative
-// paths).
+// Returns the flash partition on a set, and the user's own folder on a PC (XDG base directories,
+// which ignore relative paths).
 fs::path defaultFolder() {
   std::error_code error;
   if (fs::is_directory(kSetFolder, error) && access(kSetFolder, W_OK | X_OK) == 0) {
@@ -50,8 +50,8 @@ void makeFolder(const fs::path& folder) {
   if (mkdir(folder.c_str(), S_IRWXU) != 0 && errno != EEXIST) fail(folder, errno);
 }
 
-// Checks one of the files that SQLite opens, if it is there, and keeps it to this user. Its links
-// are resolved.
+// Checks a file that SQLite opens, if the file exists, and revokes the access of other users. The
+// links in its path must be resolved.
 void keepToOneself(const fs::path& file) {
   struct stat status;
   if (lstat(file.c_str(), &status) != 0) return;
@@ -63,14 +63,14 @@ void keepToOneself(const fs::path& file) {
   if (access(file.c_str(), R_OK | W_OK) != 0) fail(file, errno);
   constexpr mode_t kOthers = S_IRWXG | S_IRWXO;
   if ((status.st_mode & kOthers) == 0 || status.st_uid != geteuid()) return;
-  // Some file systems have no modes, or the same for all files.
+  // Some file systems have no modes, or the same mode for all files.
   if (chmod(file.c_str(), status.st_mode & S_IRWXU) != 0 && errno != EPERM && errno != ENOTSUP) {
     fail(file, errno);
   }
 }
 
-// Checks a database file; a missing one is made by its first user. Returns its path, another one
-// when the file is a link: whoever removes a broken database means the file, not the link.
+// Checks a database file. SQLite creates a missing file later. Returns the path; for a link, that
+// of its target: whoever deletes a broken database means the file, not the link.
 std::string prepare(const std::string& file) {
   const fs::path resolved = refusePlanted(file);
   const fs::path folder = resolved.parent_path();

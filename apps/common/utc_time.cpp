@@ -17,7 +17,7 @@ uint32_t parseUtcTime(const std::string& text) {
     const char* const end = strptime(zoneText, "%z", &zone);
     if (end == nullptr || *end != '\0') continue;
     const int64_t seconds = int64_t{timegm(&parts)} - zone.tm_gmtoff;
-    // Written back it differs where a day does not exist, such as 30 February.
+    // Formatting the result again reveals days that do not exist, such as 30 February.
     char again[32];
     if (seconds >= 0 && seconds <= std::numeric_limits<uint32_t>::max() &&
         strftime(again, sizeof again, form, &parts) > 0 &&

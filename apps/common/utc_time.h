@@ -1,4 +1,4 @@
-// Times on a command line.
+// Parses times on a command line.
 #ifndef ATSC_APPS_COMMON_UTC_TIME_H_
 #define ATSC_APPS_COMMON_UTC_TIME_H_
 
@@ -7,15 +7,16 @@
 
 namespace apps {
 
-// For the help of a program's option that takes such a time.
+// Describes the form of such a time in the help of an option.
 inline constexpr const char* kUtcTimeForm = "like 2014-01-09T19:30:00Z or 2014-01-09T14:30-05:00";
 
-// Unix seconds of a time in the form above: in UTC or with its offset from UTC, seconds may be
-// missing. Throws std::invalid_argument when `text` is none, or is before 1970-01-01 or after
-// 2106-02-07, where 32 bits end.
+// Parses a time in the form above, in UTC or with its offset from UTC; the seconds may be missing.
+// Returns Unix seconds. Throws std::invalid_argument if `text` is not a time or is outside the
+// range of 32 bits, 1970-01-01 to 2106-02-07.
 uint32_t parseUtcTime(const std::string& text);
 
-// Checks a command-line option: the reason why `text` is no such time, empty when it is one.
+// Checks a command-line option. Returns the error message for a text that is not such a time, else
+// an empty text.
 std::string utcTimeFault(const std::string& text);
 
 }  // namespace apps

@@ -21,7 +21,7 @@ std::string text(const Json::Value& message, const char* key) {
   return message[key].isString() ? message[key].asString() : "";
 }
 
-// A number of a message that has at most 32 bits, 0 when it is missing or none.
+// Returns a 32-bit number of a message, 0 if it is missing or not a number.
 int64_t number(const Json::Value& message, const char* key) {
   return message[key].isUInt() ? int64_t{message[key].asUInt()} : 0;
 }
@@ -42,7 +42,7 @@ std::string scanWords(const Json::Value& message) {
          " MHz: " + (number(message, "lock_freq") == frequency ? "carrier, " : "nothing, ") + found;
 }
 
-// System time (A/65 6.1).
+// Describes the system time (A/65 6.1).
 std::string timeWords(const Json::Value& message) {
   constexpr int64_t kGpsEpoch = 315964800;  // 1980-01-06, Unix seconds
   if (!message.isMember("SystemTime")) return "the clock was set";
@@ -59,7 +59,7 @@ std::string timeWords(const Json::Value& message) {
   return words;
 }
 
-// alert_priority (SCTE 18).
+// Describes an alert and its alert_priority (SCTE 18).
 std::string alertWords(const Json::Value& message) {
   const int64_t priority = number(message, "priority");
   const char* const word = priority == 0    ? "test"
@@ -121,8 +121,8 @@ std::optional<std::string> CallbackWords::explain(const Json::Value& message) {
   return std::nullopt;
 }
 
-// Stations number their services as they like: a source id alone may mean a channel of each. The
-// channels meant are those whose programmes are new in the database, which is up to date when the
+// Stations choose source ids independently: one id may stand for channels of several stations.
+// Names the channels whose programmes have changed in the database, which is up to date when the
 // message arrives.
 std::string CallbackWords::guideUpdate(const Json::Value& message) {
   constexpr size_t kMaxNamed = 8;
@@ -144,7 +144,7 @@ std::string CallbackWords::guideUpdate(const Json::Value& message) {
         if (!same) names.push_back(channelNumber(row) + ' ' + row["name"].asString());
       }
     } catch (const Failure&) {
-      // The channel list is being rebuilt: the ids must do.
+      // The channel list is being rewritten; the source ids must suffice.
     }
   }
   fingerprints_ = std::move(now);
@@ -173,7 +173,7 @@ CallbackWords::Fingerprints CallbackWords::readFingerprints() const {
         }
       }
     } catch (const SQLite::Exception&) {
-      // No file or no table yet.
+      // The file or the table does not exist yet.
     }
   }
   return fingerprints;

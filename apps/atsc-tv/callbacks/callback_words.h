@@ -1,4 +1,4 @@
-// What the callbacks mean, for people.
+// Explains callbacks to the user.
 #ifndef ATSC_TV_CALLBACKS_CALLBACK_WORDS_H_
 #define ATSC_TV_CALLBACKS_CALLBACK_WORDS_H_
 
@@ -13,15 +13,15 @@ namespace tv {
 
 class CallbackWords {
  public:
-  // Reads the databases when a message speaks of channels, and now, to know what is new then.
+  // Reads the event database, so that explain() can tell which programmes have changed.
   CallbackWords(std::string channelDatabase, std::string eventDatabase);
 
-  // What a message says, beside its kind; nothing when the kind is unknown. Not yet fit for a
-  // terminal. Never throws because of a message's content or of a database.
+  // Explains a message without naming its kind. Returns nothing if the kind is unknown. The text is
+  // not yet printable(). Does not throw for any content of a message or of the databases.
   std::optional<std::string> explain(const Json::Value& message);
 
  private:
-  // By channel key, a number that changes with the channel's programmes.
+  // Maps a channel's key to a number that changes with the channel's programmes.
   using Fingerprints = std::map<std::string, uint64_t>;
 
   std::string guideUpdate(const Json::Value& message);

@@ -16,7 +16,7 @@ namespace {
 
 constexpr const char* kTVName = "atsc.qel.tv.srv";
 
-// More than any scan sends; reached only when standard output is blocked for long.
+// More messages than any scan sends; reached only if standard output is blocked for long.
 constexpr size_t kMaxWaiting = 10000;
 
 static_assert(std::atomic<bool>::is_always_lock_free, "the signal handler writes one");
@@ -28,7 +28,7 @@ Callbacks* Callbacks::instance_ = nullptr;
 Callbacks::Callbacks() { sem_init(&arrivals_, 0, 0); }
 
 Callbacks& Callbacks::start() {
-  // Never destroyed: the library may call until the process has ended.
+  // Never destroyed: the library may call the object until the process ends.
   instance_ = new Callbacks;
   struct sigaction action = {};
   action.sa_handler = interrupt;
@@ -44,7 +44,7 @@ Callbacks& Callbacks::start() {
   };
   const int owner = ATSC_host_find(kTVName);
   if (owner != 0) refuse(owner);
-  // Two that start at once both come this far; the name tells who was first.
+  // Two processes that start at the same time both get here; only one of them holds the name.
   if (ATSC_RegisterTVServerBackend(instance_) != 0 || ATSC_host_find(kTVName) != getpid()) {
     refuse(ATSC_host_find(kTVName));
   }

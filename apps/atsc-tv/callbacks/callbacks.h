@@ -1,4 +1,4 @@
-// Callbacks from the service and signals from the user, in the order of their arrival.
+// Receives callbacks from the service and signals from the user, in the order of their arrival.
 #ifndef ATSC_TV_CALLBACKS_CALLBACKS_H_
 #define ATSC_TV_CALLBACKS_CALLBACKS_H_
 
@@ -13,21 +13,21 @@
 
 namespace tv {
 
-// The TV application's backend. The BUS server thread only leaves its messages here, so that the
-// service never waits for a terminal; the main thread takes them out.
+// The TV application's backend. The BUS server thread only queues messages, so that the service
+// never waits for a terminal; the main thread reads the queue.
 class Callbacks final : public ATSCBUS::ATSCTVServerBackend {
  public:
-  // Registers this process as the TV application and takes over SIGINT and SIGTERM; a second signal
-  // ends the process. Throws Failure(kOtherTV) when another one is registered. Once, on the main
-  // thread; the object lives until the process has ended.
+  // Registers this process as the TV application and handles SIGINT and SIGTERM; a second signal
+  // ends the process. Throws Failure(kOtherTV) if another TV application is registered. Called
+  // once, on the main thread. The object lives until the process ends.
   static Callbacks& start();
 
   enum class Event { kMessage, kInterrupt, kTimeout };
 
-  // Waits for the next message, a signal, or until the time is over. Main thread.
+  // Waits for the next message, a signal or the timeout. Called on the main thread.
   Event wait(std::chrono::milliseconds timeout, std::string* message);
 
-  // On the BUS server thread. -1 when too many messages wait.
+  // Queues a message. Called on the BUS server thread. Returns -1 if the queue is full.
   int jsonCommand(const char* command, char** result) override;
 
  private:
@@ -39,7 +39,7 @@ class Callbacks final : public ATSCBUS::ATSCTVServerBackend {
   std::atomic<bool> interrupted_{false};
   std::mutex mutex_;
   std::deque<std::string> messages_;
-  sem_t arrivals_;  // posted by a signal handler too, which a condition variable does not allow
+  sem_t arrivals_;  // a signal handler may post a semaphore, but not notify a condition variable
 };
 
 }  // namespace tv

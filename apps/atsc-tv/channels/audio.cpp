@@ -7,7 +7,7 @@
 namespace tv {
 namespace {
 
-// ISO/IEC 13818-1 stream_type, private values of A/53 and SCTE 57.
+// Values of stream_type in ISO/IEC 13818-1, and private values of A/53 and SCTE 57.
 struct Coding {
   const char* streamType;
   const char* name;
@@ -23,8 +23,8 @@ bool isLanguage(const std::string& code, const std::string& preferred) {
   return code == preferred || (code == "fra" && preferred == "fre");
 }
 
-// The receiver's choice: the track chosen by hand, else the first main one in a preferred language,
-// else in any.
+// Returns the index of the track that the receiver plays: the track that the user chose, else the
+// first main track in a preferred language, else the first main track.
 size_t playingTrack(const Channel& channel, const std::vector<AudioTrack>& tracks,
                     const PreferredLanguages& preferred) {
   if (channel.audioIndex >= 1 && channel.audioIndex <= static_cast<int64_t>(tracks.size())) {

@@ -1,4 +1,4 @@
-// Audio tracks and languages.
+// Audio tracks and preferred languages.
 #ifndef ATSC_TV_CHANNELS_AUDIO_H_
 #define ATSC_TV_CHANNELS_AUDIO_H_
 
@@ -13,22 +13,22 @@
 namespace tv {
 
 struct AudioTrack {
-  std::string pid;       // texts as in the channel list, not yet fit for a terminal
-  std::string language;  // ISO 639-2 code; empty when absent
+  std::string pid;       // texts as in the channel list, not yet printable()
+  std::string language;  // ISO 639-2 code, empty if absent
   std::string coding;
-  bool described = false;  // an audio description, with or without the main audio
+  bool described = false;  // audio description, with or without the main audio
 
-  // "spa AC-3 described".
+  // Returns the language and the coding as "spa AC-3 described".
   std::string words() const;
 };
 
-// The tracks of the column audio_pid, in broadcast order.
+// Parses the column audio_pid. Returns the tracks in broadcast order.
 std::vector<AudioTrack> audioTracks(const std::string& pids);
 
-// The name of a stream_type.
+// Returns the name of a stream_type.
 std::string codingName(const std::string& streamType);
 
-// Codes as in commands.
+// The language codes that the commands use.
 struct PreferredLanguages {
   std::string first;
   std::string second;
@@ -36,8 +36,8 @@ struct PreferredLanguages {
 
 PreferredLanguages preferredLanguages(const Client& client);
 
-// Writes the tracks of a channel, a line each, the one that plays marked, and the languages. The
-// first line begins with `label`, the others with blanks of its length.
+// Prints the tracks of a channel, one line each, with a mark on the playing track, and the
+// preferred languages. The first line begins with `label`, the others with as many blanks.
 void printAudio(std::ostream& out, const Channel& channel, const PreferredLanguages& preferred,
                 const std::string& label);
 

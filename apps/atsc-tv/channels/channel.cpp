@@ -10,7 +10,7 @@
 namespace tv {
 namespace {
 
-// One part of a channel number, all of `text`.
+// Parses one part of a channel number. Returns nothing unless the whole of `text` is a number.
 std::optional<uint16_t> parsePart(const std::string& text) {
   constexpr size_t kDigits = 5;
   if (text.empty() || text.size() > kDigits ||
@@ -66,7 +66,7 @@ int64_t favouriteBit(uint32_t group) {
   return kFirst << (group - 1);
 }
 
-// A one-part number of cable (A/65 6.3.2) is kept with the minor number 0.
+// A cable channel with a one-part number (A/65 6.3.2) has the minor number 0.
 std::string Channel::number() const {
   const std::string first = std::to_string(major);
   return minor == 0 && source == &kSources[1] ? first : first + '-' + std::to_string(minor);

@@ -12,14 +12,14 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// A channel change is only queued by its command and ends within this time, if it succeeds.
+// The command only queues a channel change. A successful change ends within this time.
 constexpr std::chrono::seconds kPatience(5);
 
-// The service is asked in growing intervals: most changes end soon, and each question is logged.
+// Intervals between queries grow: most changes end soon, and the service logs each query.
 constexpr std::chrono::milliseconds kFirstPause(20);
 constexpr std::chrono::milliseconds kLongestPause(250);
 
-// The service takes a channel change up within this time, and nothing tells when.
+// The service begins a channel change within this time. Nothing reports when it begins.
 constexpr std::chrono::milliseconds kTakenUp(300);
 
 }  // namespace
@@ -41,7 +41,7 @@ Json::Value changeRequest(const Channel& channel, bool unlocked) {
 
 std::optional<Channel> changeChannel(const Client& client, const Json::Value& request,
                                      const std::function<bool(const Channel&)>& wanted) {
-  // All these questions would only hide the texts that matter.
+  // A verbose client would show every query and hide the messages that matter.
   const Client quiet(false);
   const Json::Value before = askCurrent(quiet);
   if (client.send(request).result != 0) {

@@ -1,5 +1,5 @@
-// Changes of the current channel. The service only queues them, so that their end shows in the
-// current channel alone.
+// Changes the channel. The service queues a change and does not report its end; the end shows only
+// in the current channel.
 #ifndef ATSC_TV_CHANNELS_CHANNEL_CHANGE_H_
 #define ATSC_TV_CHANNELS_CHANNEL_CHANGE_H_
 
@@ -12,19 +12,21 @@
 
 namespace tv {
 
-// Returns the request to change to a channel by its number. `unlocked`: the password was given.
+// Returns the request to change to a channel by its number. Set `unlocked` after the user gave the
+// password.
 Json::Value changeRequest(const Channel& channel, bool unlocked);
 
-// Returns the same for a source, without a number.
+// Returns the request to change to a channel of a source; the caller adds a number or a direction.
 Json::Value changeRequest(const Source& source, bool unlocked);
 
-// Sends a channel change and waits until the current channel is a wanted one. Returns the current
-// channel in any case. Throws Failure when the service refuses the change.
+// Sends a channel change and waits until `wanted` accepts the current channel. Returns the current
+// channel, accepted or not. Throws Failure if the service refuses the change.
 std::optional<Channel> changeChannel(const Client& client, const Json::Value& request,
                                      const std::function<bool(const Channel&)>& wanted);
 
-// Changes to the current channel, which plays. Playing alone neither reports a password nor makes
-// the channel the one last changed to, which is the only one that can be unlocked.
+// Repeats the change to the current channel, which is playing already. The commands that only start
+// playing do not report a password and do not make the channel the last one changed to; only that
+// one can be unlocked.
 void changeAgain(const Client& client, const std::string& database, const Channel& current,
                  bool unlocked);
 

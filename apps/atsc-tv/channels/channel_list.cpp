@@ -14,7 +14,7 @@
 namespace tv {
 namespace {
 
-// "52_eng_129,53_spa_129_AD0FULL_MAIN0," becomes "52 eng AC-3, 53 spa AC-3 described".
+// Converts "52_eng_129,53_spa_129_AD0FULL_MAIN0," to "52 eng AC-3, 53 spa AC-3 described".
 std::string audioText(const std::string& pids) {
   std::string text;
   for (const AudioTrack& track : audioTracks(pids)) {
@@ -23,7 +23,7 @@ std::string audioText(const std::string& pids) {
   return text;
 }
 
-// "49_2," becomes "49 MPEG-2".
+// Converts "49_2," to "49 MPEG-2".
 std::string videoText(const std::string& pids) {
   std::string text;
   for (const std::string& entry : split(pids, ',')) {
@@ -34,7 +34,7 @@ std::string videoText(const std::string& pids) {
   return text;
 }
 
-// Before the texts that a narrow terminal cuts off.
+// The marks precede the columns that a narrow terminal cuts off.
 constexpr int kMarksColumn = 2;
 
 }  // namespace
@@ -45,7 +45,7 @@ Json::Value readChannels(const std::string& database, const Source& source) {
       std::string("* FROM ") + source.table + " ORDER BY major_no, minor_no, freq, ch_index");
 }
 
-// A one-part number of cable (A/65 6.3.2) is kept with the minor number 0.
+// A cable channel with a one-part number (A/65 6.3.2) has the minor number 0.
 std::string channelNumber(const Json::Value& row) {
   const std::string major = row["major_no"].asString();
   const std::string minor = row["minor_no"].asString();
@@ -79,7 +79,7 @@ void printChannels(std::ostream& out, const Source& source, const Json::Value& c
                                       row["source_id"].asString(),
                                       videoText(row["video_pid"].asString()),
                                       audioText(row["audio_pid"].asString())};
-    // A blank where there are none: they are not unknown.
+    // An empty cell would be shown as "-", which stands for unknown.
     if (marked) {
       const std::string words = marks(row);
       cells.insert(cells.begin() + kMarksColumn, words.empty() ? " " : words);

@@ -1,4 +1,4 @@
-// The channel list that the service keeps.
+// The channel list in the service's database.
 #ifndef ATSC_TV_CHANNELS_CHANNEL_LIST_H_
 #define ATSC_TV_CHANNELS_CHANNEL_LIST_H_
 
@@ -12,21 +12,22 @@
 
 namespace tv {
 
-// The rows of a source in channel order, an array of objects with the table's columns; null when
-// the file or the table does not exist. Texts are valid UTF-8. Throws when the file cannot be read.
+// Returns the rows of a source in channel order as an array of objects with the table's columns, or
+// null if the file or the table does not exist. Texts are valid UTF-8. Throws Failure if the file
+// cannot be read.
 Json::Value readChannels(const std::string& database, const Source& source);
 
-// The number of a channel's row as people write it: "7-1", or "512" where it has one part.
+// Returns the number in a channel's row as users write it: "7-1", or "512" for a one-part number.
 std::string channelNumber(const Json::Value& row);
 
-// Writes the rows of readChannels() as a table with a heading.
+// Prints the rows of readChannels() as a table with a heading.
 void printChannels(std::ostream& out, const Source& source, const Json::Value& channels);
 
-// The reason why the service knows more channels than the database has.
+// Explains why the service knows a channel that the database does not have.
 inline constexpr const char* kSameDatabase = "the service and atsc-tv need the same --db";
 
-// What a subcommand throws that finds no channel with a number on a source (empty: on any), or none
-// at all, in the database.
+// Return the failure for a channel number that a source (empty: any source) does not have, and for
+// a database without channels.
 Failure noChannel(const std::string& number, const std::string& source);
 Failure noChannels(const std::string& database);
 

@@ -40,7 +40,8 @@ std::optional<Channel> currentChannel(const Client& client, const Json::Value& r
 std::optional<Channel> listed(const std::string& database, const Channel& current) {
   const ChannelNumber number = {static_cast<uint16_t>(current.major),
                                 static_cast<uint16_t>(current.minor)};
-  // A change to the other source may have come between the questions for channel and source.
+  // The receiver may have changed to the other source after it reported the channel and before it
+  // reported the source.
   const Source& other = &kSources[0] == current.source ? kSources[1] : kSources[0];
   for (const Source* source : {current.source, &other}) {
     for (const Channel& channel : listedChannels(database, *source, number)) {

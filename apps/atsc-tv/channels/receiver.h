@@ -1,4 +1,4 @@
-// What the receiver is set to, as the service tells it.
+// The source and channel that the receiver is set to, which the service reports.
 #ifndef ATSC_TV_CHANNELS_RECEIVER_H_
 #define ATSC_TV_CHANNELS_RECEIVER_H_
 
@@ -12,31 +12,35 @@
 
 namespace tv {
 
-// Has the service start its receiver, which does no harm where it runs. Throws Failure.
+// Makes the service start its receiver; does nothing if the receiver has started already. Throws
+// Failure.
 void startReceiver(const Client& client);
 
-// The current source.
+// Returns the current source.
 const Source& currentSource(const Client& client);
 
-// The service's answer about the current channel.
+// Returns the service's reply to a query for the current channel.
 Json::Value askCurrent(const Client& client);
 
-// The current channel, without what only the channel list has; nothing when there is none. The
-// service is asked for its source alone where its answer is given.
+// Return the current channel without the members that only the channel list has, or nothing if
+// there is no current channel. Given the reply of askCurrent(), the second one queries the service
+// only for the source.
 std::optional<Channel> currentChannel(const Client& client);
 std::optional<Channel> currentChannel(const Client& client, const Json::Value& reply);
 
-// That channel as the channel list has it; nothing when it lacks it.
+// Returns the current channel with the members from the channel list, or nothing if the channel
+// list does not have the channel.
 std::optional<Channel> listed(const std::string& database, const Channel& current);
 
-// Both in one; nothing when there is no current channel. Throws notListed().
+// Returns listed(currentChannel()), or nothing if there is no current channel. Throws notListed().
 std::optional<Channel> listedCurrentChannel(const Client& client, const std::string& database);
 
-// What a subcommand throws when the channel list lacks the current channel.
+// Returns the failure for a current channel that the channel list does not have.
 Failure notListed(const std::string& database, const Channel& current);
 
-// The listed channels of a number, at least one: on the source with this name or, when it is empty,
-// on the current source, else on the other one. Throws Failure when it is not listed.
+// Returns the listed channels with a number, at least one. Searches the source with this name; for
+// an empty name, the current source and then the other one. Throws Failure if there is no such
+// channel.
 std::vector<Channel> findChannels(const Client& client, const std::string& database,
                                   const std::string& number, const std::string& source);
 

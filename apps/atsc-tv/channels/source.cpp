@@ -9,10 +9,10 @@ namespace {
 
 constexpr int64_t kMegahertz = 1000000;
 
-// The service takes numbers below this for RF channels.
+// Numbers below this one are RF channels, as in the service's commands.
 constexpr int64_t kRfChannels = 256;
 
-// The RF channel of the plan's last frequency.
+// Returns the RF channel of the plan's last frequency.
 int lastRfChannel(const Source& source) {
   int channel = source.firstChannel;
   while (source.plan[channel - source.firstChannel] != -1) ++channel;

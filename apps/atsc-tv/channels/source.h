@@ -9,32 +9,32 @@
 
 namespace tv {
 
-// A reception source with its tables and its frequency plan.
+// A reception source, its tables and its frequency plan.
 struct Source {
-  const char* name;        // as in commands
-  const char* title;       // for people
-  const char* table;       // of channels
-  const char* eventTable;  // of programmes
-  const int32_t* plan;     // centre frequencies in Hz, ended by -1
-  int firstChannel;        // RF channel of the plan's first frequency
+  const char* name;        // the name in commands
+  const char* title;       // the name for users
+  const char* table;       // the channel table
+  const char* eventTable;  // the event table
+  const int32_t* plan;     // centre frequencies in Hz, terminated by -1
+  int firstChannel;        // the RF channel of the plan's first frequency
 };
 
 extern const std::array<Source, 2> kSources;
 
-// The source of a name that a command-line option has checked.
+// Returns the source with this name, which has been checked before.
 const Source& sourceNamed(const std::string& name);
 
-// The RF channel of a centre frequency in Hz, 0 when the plan has none.
+// Returns the RF channel of a centre frequency in Hz, 0 if the plan does not have the frequency.
 int rfChannel(const Source& source, int64_t frequency);
 
-// The frequency in Hz that a number on a command line means, which is one in Hz or an RF channel;
-// nothing when the plan has no such channel.
+// Returns the frequency in Hz that a number on the command line means: a frequency in Hz or an RF
+// channel. Returns nothing if the plan does not have the RF channel.
 std::optional<int64_t> frequencyOf(const Source& source, int64_t number);
 
-// Which RF channels there are, for a message.
+// Returns a message about the range of RF channels.
 std::string rfChannelsOf(const Source& source);
 
-// A centre frequency in Hz as text in MHz.
+// Formats a frequency in Hz as a number of MHz.
 std::string megahertz(int64_t frequency);
 
 }  // namespace tv

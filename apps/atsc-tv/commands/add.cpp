@@ -1,4 +1,4 @@
-// atsc-tv add: a channel by hand.
+// atsc-tv add: adds a channel to the list.
 #include <iostream>
 #include <limits>
 #include <memory>

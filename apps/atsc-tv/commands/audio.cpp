@@ -1,4 +1,4 @@
-// atsc-tv audio: the tracks of the channel, and which one is heard.
+// atsc-tv audio: shows the audio tracks of the channel and chooses one.
 #include "channels/audio.h"
 
 #include <algorithm>
@@ -17,9 +17,9 @@ namespace tv {
 namespace {
 
 struct AudioOptions {
-  uint32_t track = 0;     // 0: as it is
-  std::string dual;       // as in the command; empty: as it is
-  std::string preferred;  // one or two codes, joined by a comma; empty: as they are
+  uint32_t track = 0;     // 0: unchanged
+  std::string dual;       // as in the command; empty: unchanged
+  std::string preferred;  // one or two codes, separated by a comma; empty: unchanged
 };
 
 std::string languagesFault(const std::string& text) {
@@ -72,7 +72,7 @@ int audio(const CommonOptions& common, const AudioOptions& options) {
   const Client client = common.client();
   client.requireService();
   const std::string database = common.channelDatabase();
-  // Nothing is changed where the result cannot be shown.
+  // Changes nothing if the result could not be shown.
   listedCurrentChannel(client, database);
   if (!options.preferred.empty()) prefer(client, options.preferred);
   if (!options.dual.empty()) setDual(client, options.dual);

@@ -1,4 +1,4 @@
-// atsc-tv channels: the channel list from the database.
+// atsc-tv channels: prints the channel list of the database.
 #include <iostream>
 #include <memory>
 

@@ -1,4 +1,4 @@
-// The subcommands. Each lives in a file of its own; main() has the table of them.
+// The subcommands, each in its own file. main.cpp has the table of all subcommands.
 #ifndef ATSC_TV_COMMANDS_COMMANDS_H_
 #define ATSC_TV_COMMANDS_COMMANDS_H_
 
@@ -10,10 +10,10 @@
 
 namespace tv {
 
-// What the command line has chosen; returns the exit status, throws Failure.
+// The action that the command line chooses. Returns the exit status; throws Failure.
 using Action = std::function<int(const CommonOptions& common)>;
 
-// Adds a subcommand to the command line. When it is chosen, `action` is set to what it does.
+// Adds a subcommand to the command line. Parsing sets `action` if the subcommand is chosen.
 using AddCommand = void(CLI::App& app, Action& action);
 
 AddCommand addAdd;
@@ -34,7 +34,7 @@ AddCommand addUnlock;
 AddCommand addUp;
 AddCommand addWatch;
 
-// Adds the option --src to a subcommand: "VSB" or "QAM", in any case of letters.
+// Adds the option --src to a subcommand: "VSB" or "QAM", case-insensitive.
 CLI::Option* addSourceOption(CLI::App& command, std::string& source, const std::string& help);
 
 }  // namespace tv

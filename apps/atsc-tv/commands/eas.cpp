@@ -1,4 +1,4 @@
-// atsc-tv eas: which emergency alerts are shown.
+// atsc-tv eas: shows and sets which emergency alerts are shown.
 #include <algorithm>
 #include <array>
 #include <iostream>

@@ -1,4 +1,4 @@
-// atsc-tv edit: the marks of a channel.
+// atsc-tv edit: changes the marks of a channel.
 #include <iostream>
 #include <iterator>
 #include <memory>
@@ -14,7 +14,7 @@
 namespace tv {
 namespace {
 
-// A change without further members, and the one that takes it back.
+// A change without parameters, and its opposite.
 struct Mark {
   int64_t flag;      // ChannelFlag
   const char* type;  // as in the command
@@ -31,7 +31,7 @@ constexpr Mark kMarks[] = {
 
 struct EditOptions {
   std::string channel;
-  std::string source;  // empty: the current one, else the other
+  std::string source;  // empty: the current source, else the other one
   bool marks[std::size(kMarks)] = {};
   bool opposites[std::size(kMarks)] = {};
   std::vector<uint32_t> favourites;
@@ -54,13 +54,13 @@ std::vector<Json::Value> changesOf(const EditOptions& options) {
   return changes;
 }
 
-// Whether the channel's marks are those that were asked for.
+// Returns whether the channel has the requested marks.
 bool hasMarks(const Channel& channel, const EditOptions& options) {
   for (size_t i = 0; i < std::size(kMarks); ++i) {
     const bool marked = (channel.flags & kMarks[i].flag) != 0;
     if (marked ? options.opposites[i] : options.marks[i]) return false;
   }
-  // A group that is given and taken is taken, which the service is told last.
+  // A group that is both added and removed ends up removed: the service receives the removals last.
   int64_t given = 0;
   int64_t taken = 0;
   for (const uint32_t group : options.favourites) given |= favouriteBit(group);
@@ -76,7 +76,7 @@ int edit(const CommonOptions& common, const EditOptions& options) {
   const Client client = common.client();
   client.requireService();
   const std::string database = common.channelDatabase();
-  // Of several with the number the service takes the first, too.
+  // The service, too, changes the first of several channels with the number.
   const Channel channel = findChannels(client, database, options.channel, options.source).front();
   listedCurrentChannel(client, database);
   for (Json::Value& change : changes) {

@@ -1,4 +1,4 @@
-// atsc-tv guide: the programmes of the next hours from the database.
+// atsc-tv guide: prints the programmes of the next hours from the database.
 #include "guide/guide.h"
 
 #include <algorithm>
@@ -22,7 +22,7 @@ namespace {
 
 constexpr const char* kFirst = "first";
 
-// A time as --at takes it.
+// Formats a time as --at accepts it.
 std::string optionTime(int64_t seconds) { return utcTime(seconds, "%Y-%m-%dT%H:%MZ"); }
 
 struct GuideOptions {
@@ -30,11 +30,11 @@ struct GuideOptions {
   std::string channel;  // empty: all
   uint32_t hours = 3;
   std::string at;                                 // empty: now
-  std::optional<size_t> width = terminalWidth();  // of the grid; nothing: no grid
+  std::optional<size_t> width = terminalWidth();  // of the grid; without a width there is no grid
   bool json = false;
 };
 
-// The rows of the event table with the channel's number and name added.
+// Returns the rows of the event table, with the channel's number and name added.
 Json::Value rowsOf(const Guide& guide) {
   if (!guide.known) return Json::Value();
   Json::Value rows(Json::arrayValue);
@@ -53,7 +53,7 @@ bool hasProgrammes(const Guide& guide) {
                      [](const GuideChannel& channel) { return !channel.programmes.empty(); });
 }
 
-// Why there is nothing to show, and what to do about it.
+// Explains why there are no programmes to show, and what the user can do.
 std::string whyEmpty(const Guide& guide, const Source& source, Span span) {
   if (!guide.scanned || guide.channels.empty()) {
     return std::string("no channels; atsc-tv scan --src ") + source.name + " finds them";
@@ -71,7 +71,7 @@ std::string whyEmpty(const Guide& guide, const Source& source, Span span) {
 void show(const Guide& guide, const Source& source, Span span, int64_t now,
           const GuideOptions& options) {
   if (!options.width) {
-    // The reason must not be taken for a programme.
+    // The reason goes to standard error: on standard output, each line is a programme.
     if (!hasProgrammes(guide)) {
       std::cerr << "atsc-tv: " << source.name << ": " << whyEmpty(guide, source, span) << '\n';
     }
@@ -90,7 +90,7 @@ void show(const Guide& guide, const Source& source, Span span, int64_t now,
   }
 }
 
-// The start of the first programme received, now where there is none.
+// Returns the start of the first programme received, or the current time if there is none.
 int64_t firstStart(const CommonOptions& common, const GuideOptions& options) {
   std::optional<int64_t> first;
   for (const Source& source : kSources) {
@@ -111,7 +111,7 @@ int64_t timeOf(const CommonOptions& common, const GuideOptions& options) {
 int guide(const CommonOptions& common, const GuideOptions& options) {
   const int64_t now = timeOf(common, options);
   Span span = {now, now + int64_t{options.hours} * 3600};
-  // The grid has whole columns; nothing else needs what is over.
+  // The grid has columns of whole half hours. The other views omit programmes that are over.
   if (!options.json && options.channel.empty() && options.width) {
     span = {halfHourStart(span.start), halfHourStart(span.end + kHalfHour - 1)};
   }
@@ -127,7 +127,7 @@ int guide(const CommonOptions& common, const GuideOptions& options) {
       all[source.name] = rowsOf(guide);
       continue;
     }
-    // A source that was never scanned, or does not have the channel, is not worth a word.
+    // Skips a source that was never scanned or does not have the channel.
     if (guide.channels.empty() && options.source.empty()) continue;
     if (shown && options.width) std::cout << '\n';
     shown = true;

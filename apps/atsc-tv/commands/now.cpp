@@ -1,4 +1,4 @@
-// atsc-tv now: channel, programme, audio and clock on one screen.
+// atsc-tv now: shows channel, programme, audio tracks and clock.
 #include <iostream>
 #include <optional>
 #include <string>

@@ -1,4 +1,4 @@
-// What the subcommands of "atsc-tv parental" share.
+// Functions that the subcommands of "atsc-tv parental" share.
 #ifndef ATSC_TV_COMMANDS_PARENTAL_H_
 #define ATSC_TV_COMMANDS_PARENTAL_H_
 
@@ -9,27 +9,27 @@
 
 namespace tv {
 
-// The end of a message about a failure whose reason only the service knows.
+// Ends the message about a failure whose reason only the service knows.
 inline constexpr const char* kSeeLog = "; the service's log says why";
 
-// Returns a client of the service, which has started its receiver. Throws Failure.
+// Returns a client after the service has started its receiver. Throws Failure.
 Client startClient(const CommonOptions& common);
 
-// Sends a command. Throws Failure with `failure` when the service reports an error.
+// Sends a command. Throws Failure with the message `failure` if the service reports an error.
 void demand(const Client& client, const Json::Value& request, const std::string& failure);
 
-// Switches parental control on, if it is off, and prints that: limits have no effect without it.
+// Switches parental control on if it is off, and prints that. Without parental control, limits have
+// no effect.
 void switchOn(const Client& client);
 
-// Makes the service keep the changed settings. Called last, after the change was printed. Throws
-// Failure.
+// Makes the service store its settings. Called last, after the change was printed. Throws Failure.
 void storeAll(const Client& client);
 
-// Adds a subcommand to "atsc-tv parental".
+// Adds a subcommand to "atsc-tv parental". `run` becomes the action if it is chosen.
 CLI::App* addParentalCommand(CLI::App& parental, Action& action, const char* word, const char* help,
                              const Action& run);
 
-// Add the subcommands that have a file of their own to "atsc-tv parental".
+// Add the subcommands that have files of their own to "atsc-tv parental".
 AddCommand addParentalLimits;  // limit, block, allow
 AddCommand addParentalCheck;
 

@@ -1,4 +1,4 @@
-// atsc-tv parental check: whether a rating would be blocked.
+// atsc-tv parental check: reports whether a rating would be blocked.
 #include <algorithm>
 #include <iostream>
 #include <iterator>
@@ -16,7 +16,7 @@
 namespace tv {
 namespace {
 
-// What a rating is compared with in the table of a region: the dimensions from first to last.
+// A rating system: the dimensions `first` to `last` in the rating table of a region.
 struct RatingSystem {
   const char* name;
   int region, first, last;
@@ -24,7 +24,8 @@ struct RatingSystem {
 constexpr RatingSystem kSystems[] = {
     {"USA-TV", 1, 0, 6}, {"USA-MPAA", 1, 7, 7}, {"CAN-ENG", 2, 0, 0}, {"CAN-FRA", 2, 1, 1}};
 
-// A rating, also with commas and its parts in any order, as the table calls it.
+// Returns a rating in the words of the rating table. Accepts commas, and the parts in any order.
+// Returns an empty text if the region does not have the rating.
 std::string ratingOf(const RatingRegion& region, const std::string& given) {
   std::string age;
   std::string content;

@@ -1,4 +1,4 @@
-// atsc-tv parental limit, block, allow: what is blocked.
+// atsc-tv parental limit, block, allow: change what is blocked.
 #include <algorithm>
 #include <cctype>
 #include <iostream>
@@ -24,7 +24,7 @@ struct NameOptions {
   std::string dimension;  // empty: any
 };
 
-// Blocks or frees a value in the rating document of a region.
+// Blocks or allows a value in the rating document of a region.
 void encode(const Client& client, const RatingRegion& region, Json::Value& limits,
             const RatingDimension& dimension, const RatingValue& value, bool block) {
   constexpr int kLastFixed = 2;
@@ -46,8 +46,8 @@ void encode(const Client& client, const RatingRegion& region, Json::Value& limit
   }
 }
 
-// What is blocked becomes what `limits` says, where that differs from what was known: another
-// terminal may change limits, too.
+// Stores `limits` where they differ from `known`, the limits read before: another client of the
+// service may have changed other limits since.
 void store(const Client& client, const Json::Value& known, const Json::Value& limits) {
   Json::Value request = changesOf(known, limits);
   request["class"] = "PC";
@@ -64,7 +64,7 @@ void setGroup(const Client& client, int group, bool block) {
              (block ? "blocked" : "allowed"));
 }
 
-// Says what is blocked now of what was changed.
+// Prints what is blocked now in the dimensions that were changed.
 void printChanged(const Client& client, int region, const std::vector<RatingChoice>& choices) {
   const RatingRegion now = readRatingRegion(client, region);
   for (const RatingDimension& dimension : now.dimensions) {
@@ -140,7 +140,7 @@ int setBlocked(const CommonOptions& common, const NameOptions& options, bool blo
   for (const std::string& name : options.names) {
     choices.push_back(chooseRating(region, name, options.dimension, RatingUse::kBlock));
   }
-  // What keeps another one blocked comes before it in the table.
+  // A value that keeps another value blocked precedes it in the table.
   const auto place = [](const RatingChoice& c) { return c.dimension ? c.dimension->number : -1; };
   std::stable_sort(
       choices.begin(), choices.end(),

@@ -1,4 +1,4 @@
-// atsc-tv play, up, down, stop: what plays.
+// atsc-tv play, up, down, stop: change the channel, start and stop playing.
 #include <algorithm>
 #include <iostream>
 #include <memory>
@@ -16,7 +16,7 @@
 namespace tv {
 namespace {
 
-// The end of a sentence that says why something does not play.
+// Ends a sentence about the reason why nothing plays.
 constexpr const char* kOrStandby = ", or the receiver is in standby";
 
 constexpr const char* kUp = "up";
@@ -26,8 +26,8 @@ constexpr const char* kStop = "stop";
 bool isWord(const std::string& text) { return text == kUp || text == kDown || text == kStop; }
 
 struct PlayOptions {
-  std::string what;       // a number or one of the words above; empty: what played last
-  std::string source;     // empty: the current one
+  std::string what;       // a number or one of the words above; empty: the channel that played last
+  std::string source;     // empty: the current source
   bool unlocked = false;  // the password was given
 };
 
@@ -44,7 +44,7 @@ void print(const CommonOptions& common, const PlayOptions& options, const Channe
     const ViewingWords words = viewingWords(common, channel, viewing);
     std::cout << "  " << words.sentence() << words.advice << '\n';
   }
-  // It plays all the same.
+  // The channel plays even if the database does not have it.
   if (!row) std::cerr << "atsc-tv: " << notListed(database, channel).what() << '\n';
 }
 
@@ -64,7 +64,8 @@ int tune(const Client& client, const CommonOptions& common, const PlayOptions& o
                                 " --undelete brings it back");
   }
   startReceiver(client);
-  // Where one frequency does not carry it, the receiver takes another one that has the number.
+  // If the wanted frequency does not carry the channel, the receiver plays the same number on
+  // another frequency.
   const auto isWanted = [&](const Channel& channel) {
     return channel.source == wanted.source && channel.number() == wanted.number();
   };
@@ -73,7 +74,7 @@ int tune(const Client& client, const CommonOptions& common, const PlayOptions& o
   const Channel* target = &wanted;
   std::optional<Channel> current = listedCurrentChannel(client, database);
   if (current && isWanted(*current)) {
-    // A change to it would not be seen; the result of this is told.
+    // A change to the current channel would show no effect. Playing reports its result.
     const bool plays = client.send(command("FW", "PLAY")).result == 0;
     current = currentChannel(client);
     if (plays && current && isWanted(*current)) {
@@ -128,7 +129,7 @@ int zap(const Client& client, const CommonOptions& common, const PlayOptions& op
   }
   Json::Value request = changeRequest(source, options.unlocked);
   request["mode"] = options.what == kUp ? "UP" : "DOWN";
-  // Which one comes next depends on what is received: channels without a carrier are passed over.
+  // The next channel depends on the reception: the receiver skips channels without a carrier.
   const auto isOther = [&](const Channel& channel) {
     return !before || !channel.isSameAs(*before);
   };
@@ -150,7 +151,7 @@ int stop(const Client& client) {
   return kSuccess;
 }
 
-// Plays what played last on a source.
+// Plays the channel that played last on a source.
 int resume(const Client& client, const CommonOptions& common, const PlayOptions& options) {
   const std::string& source = options.source;
   startReceiver(client);

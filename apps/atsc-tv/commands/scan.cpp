@@ -1,4 +1,4 @@
-// atsc-tv scan: a channel scan with its progress.
+// atsc-tv scan: scans for channels and shows the progress.
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
@@ -22,7 +22,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::seconds kCheckService(1);
 
-// A scan reports every frequency; one that is silent for this long has been stopped.
+// A scan reports every frequency. A scan without a report for this long has been stopped.
 constexpr std::chrono::seconds kSilence(10);
 
 struct ScanOptions {
@@ -30,11 +30,11 @@ struct ScanOptions {
   uint32_t frequency = 0;  // Hz or RF channel; 0: the whole band
 };
 
-// The guide of the stations found follows the end of a scan within this time; not every station
-// sends one.
+// The guide of the stations found arrives within this time after the end of a scan. Not every
+// station sends a guide.
 constexpr std::chrono::seconds kGuideWait(1);
 
-// A number of a message, 0 when it is missing or none.
+// Returns a number of a message, 0 if it is missing or not a number.
 uint32_t number(const Json::Value& message, const char* key) {
   return message[key].isUInt() ? message[key].asUInt() : 0;
 }
@@ -43,7 +43,7 @@ std::string services(uint32_t count) {
   return std::to_string(count) + (count == 1 ? " service" : " services");
 }
 
-// Shows a line for each frequency with services, and a bar on a terminal.
+// Prints a line for each frequency with services and, on a terminal, draws a progress bar.
 class ProgressView {
  public:
   explicit ProgressView(const Source& source) : source_(source), width_(terminalWidth()) {}
@@ -64,10 +64,10 @@ class ProgressView {
     if (width_) draw(std::min(number(message, "progress"), 100u), frequency);
   }
 
-  // Services found so far.
+  // Returns the number of services found so far.
   uint32_t found() const { return found_; }
 
-  // Takes the bar off the terminal.
+  // Erases the progress bar.
   void clear() {
     if (drawn_) std::cout << "\r\033[K" << std::flush;
     drawn_ = false;
@@ -86,7 +86,7 @@ class ProgressView {
     std::string line = '[' + std::string(filled, '#') + std::string(kWidth - filled, '.') + "] " +
                        std::to_string(percent) + "%  " +
                        (frequency != 0 ? place(frequency) + "  " : "") + services(found_);
-    // A line that wraps cannot be taken back.
+    // The cursor cannot return to the start of a wrapped line.
     line.resize(std::min(line.size(), *width_ - 1));
     std::cout << line << std::flush;
     drawn_ = true;
@@ -115,7 +115,7 @@ void start(const Client& client, const ScanOptions& options) {
 
 enum class Ending { kOver, kStoppedByUser, kSilent };
 
-// Shows the scan until it ends. Throws Failure when it fails.
+// Shows the progress until the scan ends. Throws Failure if the scan fails.
 Ending follow(const Client& client, Callbacks& callbacks, int service, ProgressView& view) {
   Clock::time_point lastSign = Clock::now();
   for (;;) {
@@ -142,7 +142,7 @@ Ending follow(const Client& client, Callbacks& callbacks, int service, ProgressV
   }
 }
 
-// Waits until the guide is in the database.
+// Waits until the database has the guide.
 void awaitGuide(const Client& client, Callbacks& callbacks) {
   const Clock::time_point end = Clock::now() + kGuideWait;
   for (Clock::time_point now = Clock::now(); now < end; now = Clock::now()) {

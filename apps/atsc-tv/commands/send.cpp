@@ -1,4 +1,4 @@
-// atsc-tv send: one command as it stands.
+// atsc-tv send: sends a JSON command unchanged.
 #include <iostream>
 #include <iterator>
 #include <memory>

@@ -1,4 +1,4 @@
-// atsc-tv time: the receiver's clock.
+// atsc-tv time: shows and sets the receiver's clock.
 #include <iostream>
 #include <memory>
 #include <string>
@@ -11,8 +11,8 @@ namespace tv {
 namespace {
 
 struct TimeOptions {
-  std::string zone;  // empty: as it is
-  std::string mode;  // as in the command; empty: as it is
+  std::string zone;  // empty: unchanged
+  std::string mode;  // as in the command; empty: unchanged
 };
 
 int time(const CommonOptions& common, const TimeOptions& options) {
@@ -29,7 +29,7 @@ int time(const CommonOptions& common, const TimeOptions& options) {
     client.send(request);
   }
   const ReceiverClock clock = readClock(client);
-  // These commands do not tell whether they have succeeded.
+  // These commands do not report errors.
   if ((!options.zone.empty() && clock.zone != options.zone) ||
       (!options.mode.empty() && clock.automatic != (options.mode == "AUTO"))) {
     throw Failure(kFailure, "the clock's setting could not be changed; the service's log says why");

@@ -1,4 +1,4 @@
-// atsc-tv unlock: frees what plays after the password was given.
+// atsc-tv unlock: unlocks the playing programme or channel after the password was given.
 #include <chrono>
 #include <iostream>
 #include <memory>
@@ -14,7 +14,8 @@
 namespace tv {
 namespace {
 
-// A channel change that was just ordered may still be under way, which the unlock needs.
+// Pauses before each attempt: the unlock takes effect only after a pending channel change has
+// ended.
 constexpr std::chrono::milliseconds kPauses[] = {
     std::chrono::milliseconds(0), std::chrono::milliseconds(300), std::chrono::milliseconds(700)};
 
@@ -30,7 +31,7 @@ int unlock(const CommonOptions& common, bool undo) {
   Viewing viewing = Viewing::kAllowed;
   for (const auto pause : kPauses) {
     std::this_thread::sleep_for(pause);
-    // Its result is 0 in any case.
+    // The result is always 0.
     client.send(request);
     viewing = askViewing(client);
     if (undo || viewing != Viewing::kBlocked) break;
@@ -51,7 +52,7 @@ int unlock(const CommonOptions& common, bool undo) {
     std::cout << (words.unlocked ? words.sentence() : words.programme + " is unlocked")
               << "; so is what comes";
   } else {
-    // Nothing tells whether the service has taken it.
+    // The service does not report whether it has unlocked the channel.
     std::cout << "nothing is blocked; if this is the channel last changed to, "
               << ((channel->flags & kLocked) != 0 ? "it opens, and " : "")
               << "what comes is unlocked, too";

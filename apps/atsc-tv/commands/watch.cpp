@@ -1,4 +1,4 @@
-// atsc-tv watch: the callbacks as they come.
+// atsc-tv watch: prints the callbacks as they arrive.
 #include <unistd.h>
 
 #include <chrono>
@@ -23,7 +23,7 @@ namespace {
 
 constexpr std::chrono::seconds kCheckService(1);
 
-// Local time of day with milliseconds.
+// Returns the local time of day with milliseconds.
 std::string timeOfDay() {
   const auto now = std::chrono::system_clock::now();
   const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
@@ -37,7 +37,7 @@ std::string timeOfDay() {
   return text;
 }
 
-// What is blocked, and why; nothing when nobody can tell any more.
+// Describes what is blocked and why. Returns nothing if that is no longer known.
 std::optional<std::string> blockWords(const CommonOptions& common) {
   try {
     const Client quiet(false);
@@ -48,12 +48,13 @@ std::optional<std::string> blockWords(const CommonOptions& common) {
            (viewing == Viewing::kBlocked ? "" : "was blocked, now ") +
            viewingWords(common, *channel, viewing).sentence();
   } catch (const Failure&) {
-    // The service has ended, or the database is being written.
+    // The service has ended, or the database is being rewritten.
     return std::nullopt;
   }
 }
 
-// "SCAN: " with what the callback means; where nobody knows, with its members: "msg=START ...".
+// Describes a callback: "SCAN: " with its explanation or, for an unknown kind, with its members:
+// "msg=START ...".
 std::string readable(const CommonOptions& common, CallbackWords& words,
                      const Json::Value& message) {
   if (!message.isObject() || !message["cbtype"].isString()) return readableJson(message);
@@ -72,12 +73,12 @@ std::string readable(const CommonOptions& common, CallbackWords& words,
   return text;
 }
 
-// Events flow once a TV application has had the service start its receiver.
+// The service sends events after a TV application has made it start its receiver.
 void startEvents(const Client& client) {
   try {
     startReceiver(client);
   } catch (const Failure& failure) {
-    // The service's end is noticed and told below.
+    // The caller notices and reports the end of the service.
     if (failure.status() == kNoService) return;
     std::cerr << "atsc-tv: " << failure.what() << std::endl;
   }
@@ -110,7 +111,7 @@ int watch(const CommonOptions& common, bool json) {
         break;
       case Callbacks::Event::kMessage: {
         client.showReceived(text);
-        // A text that is no JSON is shown as a string.
+        // A text that is not JSON is printed as a string.
         const Json::Value message = parseJson(text).value_or(Json::Value(validUtf8(text)));
         if (json) {
           std::cout << compactJson(message) << std::endl;

@@ -12,7 +12,7 @@
 namespace tv {
 namespace {
 
-// The event table counts time in 32 bits.
+// Returns a time of the event table, whose times have 32 bits.
 int64_t seconds(const Json::Value& row, const char* column) {
   return std::clamp<int64_t>(integer(row, column), 0, std::numeric_limits<uint32_t>::max());
 }
@@ -29,7 +29,8 @@ Programme programmeOf(const Json::Value& row) {
           row};
 }
 
-// The programmes that touch `span`; one without length takes part where it starts.
+// Selects the programmes that overlap `span`, including a programme without duration that starts
+// with it.
 std::string selection(const std::string& table, Span span) {
   const std::string start = std::to_string(span.start);
   return "* FROM " + table + " WHERE start_time < " + std::to_string(span.end) +
@@ -55,7 +56,7 @@ Guide readGuide(const std::string& channelDatabase, const std::string& eventData
                                            table + " GROUP BY ch_id_pk");
   guide.known = !covered.isNull();
   guide.received = !covered.empty();
-  // Not in one SQL statement: channels and events are in different files.
+  // One SQL statement cannot do this: channels and events are in different files.
   std::unordered_map<std::string, Span> spans;
   for (const Json::Value& row : covered) {
     spans[row["ch_id_pk"].asString()] = {integer(row, "start_time"), integer(row, "end_time")};

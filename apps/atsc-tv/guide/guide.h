@@ -1,4 +1,4 @@
-// The programme guide that the service keeps.
+// The programme guide in the service's database.
 #ifndef ATSC_TV_GUIDE_GUIDE_H_
 #define ATSC_TV_GUIDE_GUIDE_H_
 
@@ -18,9 +18,9 @@ struct Programme {
   std::string title;  // texts are printable lines
   std::string rating;
   bool captioned;
-  bool blocked;  // under the present parental settings
+  bool blocked;  // by the current parental settings
   std::string description;
-  Json::Value row;  // as in the event table
+  Json::Value row;  // the row of the event table
 
   bool isRated() const;
 };
@@ -28,29 +28,30 @@ struct Programme {
 struct GuideChannel {
   std::string number;
   std::string name;
-  std::vector<Programme> programmes;  // by start time
+  std::vector<Programme> programmes;  // sorted by start time
 };
 
-// A span of time, Unix seconds; the end does not belong to it.
+// A span of time in Unix seconds, without its end.
 struct Span {
   int64_t start;
   int64_t end;
 };
 
 struct Guide {
-  bool known = false;                  // whether there is an event table
-  bool scanned = false;                // whether there is a channel table
-  bool received = false;               // whether there are programmes of any channel
-  Span covered = {0, 0};               // of all programmes of `channels`; empty: there are none
-  std::vector<GuideChannel> channels;  // in channel order, also those without programmes
+  bool known = false;                  // the event table exists
+  bool scanned = false;                // the channel table exists
+  bool received = false;               // the event table has programmes
+  Span covered = {0, 0};               // of all programmes of `channels`; empty if there are none
+  std::vector<GuideChannel> channels;  // in channel order, including those without programmes
 };
 
-// The guide of a source: the programmes that touch `span`, of the channel with this number or, when
-// it is empty, of all. Throws when a file cannot be read.
+// Reads the guide of a source: the programmes that overlap `span`, of the channel with this number
+// or, if the number is empty, of all channels. Throws Failure if a file cannot be read.
 Guide readGuide(const std::string& channelDatabase, const std::string& eventDatabase,
                 const Source& source, Span span, const std::string& number);
 
-// The first `count` programmes of the channel with this key that end after a time.
+// Returns the first `count` programmes of a channel that end after `after`. `key` is the channel's
+// key.
 std::vector<Programme> readProgrammes(const std::string& eventDatabase, const Source& source,
                                       const std::string& key, int64_t after, int count);
 

@@ -10,13 +10,13 @@
 namespace tv {
 namespace {
 
-constexpr size_t kSlotWidth = 12;   // columns in which a half hour can be read
-constexpr size_t kMinutesFit = 10;  // columns in which ":35" leaves room for a title
-constexpr size_t kNameWidth = 10;   // short names have seven letters
+constexpr size_t kSlotWidth = 12;   // the narrowest readable half hour, in columns
+constexpr size_t kMinutesFit = 10;  // the narrowest cell with ":35" before its title, in columns
+constexpr size_t kNameWidth = 10;   // wide enough for short names of seven letters
 constexpr const char* kDay = "%a %d %b";
 constexpr const char* kFullDay = "%a %d %b %Y";
 constexpr const char* kTimeOfDay = "%H:%M";
-constexpr const char* kMark = "*";  // of what is on now
+constexpr const char* kMark = "*";  // marks the current programme
 constexpr const char* kBlockedMark = "!";
 constexpr const char* kBlockedWord = "blocked";
 
@@ -37,7 +37,7 @@ std::string markedTitle(const Programme& programme) {
   return (programme.blocked ? kBlockedMark : "") + titleOf(programme);
 }
 
-// What the mark of a blocked programme means, where there is one.
+// Prints the meaning of the mark of blocked programmes if the guide has any.
 void printLegend(std::ostream& out, const Guide& guide) {
   for (const GuideChannel& channel : guide.channels) {
     for (const Programme& programme : channel.programmes) {
@@ -48,7 +48,7 @@ void printLegend(std::ostream& out, const Guide& guide) {
   }
 }
 
-// "  5-1 KÉVA-1": the names of all channels in one column, numbers to the right.
+// Labels of the channels, in columns of equal width: "  5-1 KÉVA-1", numbers aligned to the right.
 class Labels {
  public:
   explicit Labels(const Guide& guide) {
@@ -71,7 +71,7 @@ class Labels {
   size_t name_ = 0;
 };
 
-// A stretch of the guide that is as wide as the terminal.
+// A part of the grid that is as wide as the terminal.
 class Band {
  public:
   Band(Span span, size_t width) : span_(span), width_(width) {}
@@ -87,7 +87,7 @@ class Band {
     return line;
   }
 
-  // Where programmes overlap, the later one takes over, as it does on the air.
+  // A later programme replaces an earlier one that it overlaps, as on the air.
   std::string row(const GuideChannel& channel, int64_t now, bool bold) const {
     std::string line;
     size_t at = 0;
@@ -137,7 +137,7 @@ class Band {
   const size_t width_;
 };
 
-// For terminals on which a half hour cannot be read.
+// Prints the guide as a list, for terminals too narrow for half hours.
 void printList(std::ostream& out, const Guide& guide, int64_t now, size_t width, bool bold) {
   for (const GuideChannel& channel : guide.channels) {
     out << cut(channel.number + ' ' + channel.name, width) << '\n';
@@ -173,7 +173,7 @@ void printGrid(std::ostream& out, const Guide& guide, Span span, int64_t now, si
     printLegend(out, guide);
     return;
   }
-  // Bands of almost equal length, so that the last one is not a remnant.
+  // Makes the bands almost equally long, so that the last band is not much shorter.
   const size_t columns = width - labelWidth - 1;
   const int64_t slots = std::max<int64_t>((span.end - span.start) / kHalfHour, 1);
   const int64_t fitting = static_cast<int64_t>(columns / kSlotWidth);

@@ -1,4 +1,4 @@
-// How the programme guide is shown.
+// Prints the programme guide.
 #ifndef ATSC_TV_GUIDE_GUIDE_VIEW_H_
 #define ATSC_TV_GUIDE_GUIDE_VIEW_H_
 
@@ -11,26 +11,27 @@
 
 namespace tv {
 
-// A row a channel, a column a half hour from the one that holds `now` on. What does not fit into
-// `width` columns follows below; a terminal too narrow for that gets a list. What is on now
-// is `bold` or, where that is not possible, marked.
+// Prints a grid with a row for each channel and a column for each half hour of `span`. Half hours
+// that do not fit into `width` columns follow in further bands below; a terminal too narrow for two
+// half hours gets a list. Programmes that are on at `now` are printed in bold if `bold` is set,
+// else marked.
 void printGrid(std::ostream& out, const Guide& guide, Span span, int64_t now, size_t width,
                bool bold);
 
-// The programmes of each channel with all there is to say about them.
+// Prints the programmes of each channel with all their details.
 void printDetails(std::ostream& out, const Guide& guide, int64_t now, size_t width, bool bold);
 
-// For programs: a line a programme, columns separated by tabs.
+// Prints one line for each programme, with columns separated by tabs, for other programs to read.
 void printLines(std::ostream& out, const Guide& guide, const Source& source);
 
-// The title of a programme, and what follows it: "  TV-14-L-V  [CC]".
+// Return the title of a programme, and the text to print after the title: "  TV-14-L-V  [CC]".
 std::string titleOf(const Programme& programme);
 std::string ratingAndCaptions(const Programme& programme);
 
-// What is said of a channel without a guide.
+// Printed for a channel without a guide.
 inline constexpr const char* kNoInformation = "no programme information";
 
-// What printLines() writes, for a help text.
+// Names the columns of printLines(), for a help text.
 extern const char* const kLinesForm;
 
 }  // namespace tv

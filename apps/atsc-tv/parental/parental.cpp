@@ -23,7 +23,7 @@ int intMember(const Json::Value& reply, const char* key) {
   return reply[key].isInt() ? reply[key].asInt() : 0;
 }
 
-// Those of unrated groups are not filled in yet.
+// Reads a dimension. Does not yet fill in whether values of unrated groups are blocked.
 RatingDimension readDimension(const Client& client, const RatingRegion& region, int number) {
   Json::Value request = question("DIMNAME", region.number);
   request["rat_dim"] = number;
@@ -42,7 +42,7 @@ RatingDimension readDimension(const Client& client, const RatingRegion& region, 
     RatingValue value = {
         i,     textMember(texts, "abbr_rat_val_txt"),    textMember(texts, "rat_val_txt"),
         false, unratedGroupOf(region.number, number, i), false};
-    // Nobody can be kept from what has no name.
+    // A value without a name cannot be blocked.
     value.isLimit = isFixedRegion(region.number)
                         ? fixed != nullptr && i >= fixed->firstLimit && i <= fixed->lastLimit
                         : !value.name().empty();
@@ -88,7 +88,7 @@ bool hasLimits(const Json::Value& value) {
   return value.isInt() && value.asInt() > 0;
 }
 
-// "TV-14, the limit is TV-PG", "V (Violence)".
+// Describes why a value is blocked: "TV-14, the limit is TV-PG", "V (Violence)".
 std::string reasonOf(const Rated& rated) {
   const RatingDimension& dimension = *rated.dimension;
   const std::string& name = rated.value->name();
@@ -146,7 +146,7 @@ Parental readParental(const Client& client) {
   for (const int number : knownNumbers(client)) {
     if (number == inForce) continue;
     RatingRegion region = readLimits(client, number);
-    // The document has the region's number in it.
+    // The document also holds the region's number, which is not a limit.
     Json::Value limits = region.limits;
     limits.removeMember("region");
     if (!hasLimits(limits)) continue;

@@ -1,4 +1,4 @@
-// Parental control as the service knows it, by name: what is blocked, and why.
+// The parental control settings of the service.
 #ifndef ATSC_TV_PARENTAL_PARENTAL_H_
 #define ATSC_TV_PARENTAL_PARENTAL_H_
 
@@ -13,8 +13,8 @@ namespace tv {
 
 struct Parental {
   bool enabled;
-  std::array<bool, kUnratedGroups.size()> groups;  // whether they are blocked
-  std::vector<RatingRegion> regions;               // the one in force, then others with limits
+  std::array<bool, kUnratedGroups.size()> groups;  // whether the group is blocked
+  std::vector<RatingRegion> regions;  // the region in force, then other regions with limits
 };
 
 struct KnownRegion {
@@ -22,15 +22,15 @@ struct KnownRegion {
   std::string name;
 };
 
-// All of these throw Failure when the service does not tell.
+// These functions throw Failure if the service does not reply.
 Parental readParental(const Client& client);
 bool isParentalEnabled(const Client& client);
 int regionInForce(const Client& client);
 std::vector<KnownRegion> knownRegions(const Client& client);
 RatingRegion readRatingRegion(const Client& client, int number);
 
-// What a rating text such as "TV-14-D-V, PG-13" has that is blocked, for people; empty when nothing
-// of it is, or is known.
+// Describes which parts of a rating text such as "TV-14-D-V, PG-13" are blocked. Returns an empty
+// text if no part is known to be blocked.
 std::string blockReason(const Parental& parental, const std::string& rating);
 
 }  // namespace tv

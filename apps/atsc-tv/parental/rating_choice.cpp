@@ -13,8 +13,8 @@ bool takes(RatingUse use, const RatingDimension& dimension, const RatingValue& v
                                    : value.isLimit || value.group != kNoGroup);
 }
 
-// The values of some dimensions with this name: those with this short one, else those with this
-// text in full or the only ones of a dimension that is called so.
+// Returns the values with a name. Abbreviations take precedence over full texts and over the names
+// of dimensions with a single value.
 std::vector<RatingChoice> valuesNamed(const std::vector<const RatingDimension*>& dimensions,
                                       const std::string& given, RatingUse use) {
   const std::string name = plainName(given);
@@ -40,7 +40,7 @@ std::vector<RatingChoice> valuesNamed(const std::vector<const RatingDimension*>&
   return found;
 }
 
-// Why a name of which there is no value cannot be taken.
+// Returns the failure for a name that no value has.
 Failure noSuchRating(const RatingRegion& region, const std::string& given, RatingUse use) {
   const std::vector<Rated> parts = valuesOf(region, given);
   if (parts.size() > 1) {
@@ -120,7 +120,7 @@ RatingChoice chooseRating(const RatingRegion& region, const std::string& given,
                                  : "the ratings of " + choice.dimension->name + " are no steps") +
                                 " to stop at; atsc-tv parental block " + name);
   }
-  // A group is blocked as a whole, whichever of its values stands for it.
+  // Several values of the same group are one choice: a group is blocked as a whole.
   if (found.size() > 1 &&
       !all([&](const RatingChoice& c) { return c.group != kNoGroup && c.group == choice.group; })) {
     const bool oneDimension =

@@ -1,4 +1,4 @@
-// Ratings and groups by the names that users type.
+// Finds ratings, unrated groups and regions by the names that users type.
 #ifndef ATSC_TV_PARENTAL_RATING_CHOICE_H_
 #define ATSC_TV_PARENTAL_RATING_CHOICE_H_
 
@@ -18,18 +18,18 @@ struct RatingChoice {
   int group = kNoGroup;
 };
 
-// What a name is given for.
+// The purpose of a name that the user typed.
 enum class RatingUse { kLimit, kBlock, kCheck };
 
-// The names that can be given, as the end of a message.
+// Returns the names that users can type for a purpose, as the end of a message.
 std::string knownRatingNames(const RatingRegion& region, RatingUse use);
 
-// What a name means; an empty dimension name stands for any. Throws Failure where that is not one
-// thing.
+// Returns what a name means. An empty `dimensionName` stands for any dimension. Throws Failure if
+// the name is unknown, unsuitable or ambiguous.
 RatingChoice chooseRating(const RatingRegion& region, const std::string& given,
                           const std::string& dimensionName, RatingUse use);
 
-// Those of `named` that are called so: the one with that very name, else all that begin with it.
+// Returns the element of `named` with this name, else all elements whose names begin with it.
 template <typename Named>
 std::vector<const Named*> findNamed(const std::vector<Named>& named, const std::string& given) {
   const std::string wanted = plainName(given);
@@ -43,7 +43,7 @@ std::vector<const Named*> findNamed(const std::vector<Named>& named, const std::
   return found;
 }
 
-// The only one of `found`. Throws Failure where a name means several.
+// Returns the only element of `found`. Throws Failure if there are several.
 template <typename Named>
 const Named& onlyOne(const std::vector<const Named*>& found, const std::string& given) {
   if (found.size() == 1) return *found.front();

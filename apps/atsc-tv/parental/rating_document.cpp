@@ -17,7 +17,7 @@ constexpr FixedDimension kUS[] = {
 constexpr FixedDimension kCanada[] = {{0, "can", "eng", 1, 6}, {1, "can", "fra", 1, 5}};
 constexpr int kChildren = 5;
 constexpr int kFantasyViolence = 6;
-constexpr int kOlderChildren = 2;        // of "child", with its fantasy violence
+constexpr int kOlderChildren = 2;        // of "child", includes its fantasy violence
 constexpr int kFantasyViolenceOnly = 3;  // of "child"
 constexpr int kMpaa = 7;
 constexpr int kNotRatedFilm = 8;
@@ -53,7 +53,7 @@ bool isBlocked(const Json::Value& limits, int region, int dimension, int value) 
   const FixedDimension& fixed = *fixedDimension(region, dimension);
   const Json::Value& levels = limits[fixed.object];
   if (fixed.level == nullptr) {
-    // TV-Y7 takes its fantasy violence with it.
+    // A blocked TV-Y7 includes its fantasy violence.
     const int64_t children = integer(levels, "child");
     return children >= 1 && children <= kFantasyViolenceOnly;
   }
@@ -89,7 +89,7 @@ Json::Value changesOf(const Json::Value& before, const Json::Value& after) {
   const Json::Value& rows = after["dwn"];
   for (Json::ArrayIndex i = 0; i < rows.size(); ++i) {
     if (rows[i] == before["dwn"][i]) continue;
-    // A row without values leaves those of its dimension as they are.
+    // A row without values leaves the limits of its dimension as they are.
     while (changes["dwn"].size() < i) changes["dwn"].append(Json::arrayValue);
     changes["dwn"].append(rows[i]);
   }

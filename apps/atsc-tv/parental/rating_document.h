@@ -8,32 +8,33 @@
 
 namespace tv {
 
-// Dimensions of the regions with a fixed meaning (CEA-766), whatever their tables call them.
+// A dimension whose meaning CEA-766 fixes, whatever the rating table of its region calls it.
 struct FixedDimension {
   int number;
-  const char* object;  // of the rating document
+  const char* object;  // the member of the rating document
   const char* level;
   int firstLimit;
   int lastLimit;
 };
 
-// Whether the dimensions of a region have a fixed meaning.
+// Returns whether CEA-766 fixes the meaning of a region's dimensions.
 bool isFixedRegion(int region);
 
-// A dimension of such a region, null when there is none.
+// Returns a fixed dimension, or null if the region has no such dimension.
 const FixedDimension* fixedDimension(int region, int dimension);
 
-// The UnratedGroupNumber of a value.
+// Returns the UnratedGroupNumber of a value.
 int unratedGroupOf(int region, int dimension, int value);
 
-// Whether the rating document blocks a value that is a limit.
+// Returns whether the rating document blocks a value, which must be a limit.
 bool isBlocked(const Json::Value& limits, int region, int dimension, int value);
 
-// The value that has this one blocked whatever is done with it; null when there is none.
+// Returns the value that keeps another value blocked, whatever the limits say about that one; null
+// if there is none.
 const RatingValue* keeperOf(const RatingRegion& region, const Rated& rated);
 
-// The rating document that changes what differs between two of a region and leaves all else as it
-// is in force.
+// Returns a rating document with the differences between two documents of a region. It leaves all
+// other limits as they are.
 Json::Value changesOf(const Json::Value& before, const Json::Value& after);
 
 }  // namespace tv

@@ -7,7 +7,7 @@
 namespace tv {
 namespace {
 
-// The one value of a dimension that is a flag, if it is called so.
+// Returns the only value of a flag dimension if it has this name, else null.
 const RatingValue* flagNamed(const RatingDimension& dimension, const std::string& name) {
   if (!dimension.isFlag()) return nullptr;
   const auto found =
@@ -56,7 +56,7 @@ std::string RatingRegion::title() const {
 }
 
 std::vector<Rated> valuesOf(const RatingRegion& region, const std::string& rating) {
-  // A name has hyphens of its own, though not many.
+  // A name may have a few hyphens itself.
   constexpr int kMaxHyphens = 8;
   size_t end = 0;
   for (int i = 0; i <= kMaxHyphens && end < rating.size(); ++i) {

@@ -1,4 +1,4 @@
-// Rating tables: the regions with their dimensions and values, by name.
+// Rating tables: regions, their dimensions and the values of these.
 #ifndef ATSC_TV_PARENTAL_RATINGS_H_
 #define ATSC_TV_PARENTAL_RATINGS_H_
 
@@ -12,7 +12,8 @@
 
 namespace tv {
 
-// Programmes that have no rating to compare with a limit, by their numbers in commands.
+// Groups of programmes without a rating to compare with a limit. Commands identify a group by its
+// index.
 struct UnratedGroup {
   const char* name;
   const char* words;  // "programmes without a rating"
@@ -20,32 +21,33 @@ struct UnratedGroup {
 enum UnratedGroupNumber { kUnrated = 0, kUnratedFilms = 1, kExempt = 2, kNoGroup = -1 };
 extern const std::array<UnratedGroup, 3> kUnratedGroups;
 
-// The names of the unrated groups that are wanted, joined by commas.
+// Returns the names of the unrated groups that `wanted` accepts, separated by commas.
 std::string unratedGroupNames(const std::function<bool(size_t)>& wanted);
 
-// Texts of rating tables are printable lines.
+// A value of a dimension. Texts of rating tables are printable lines.
 struct RatingValue {
   int number;
-  std::string abbreviation;  // either may be empty
+  std::string abbreviation;  // abbreviation and text may be empty
   std::string text;
-  bool isLimit;  // programmes with this value can be blocked
-  int group;     // UnratedGroupNumber: this one decides instead
+  bool isLimit;  // programmes with this value can be blocked by a limit
+  int group;     // UnratedGroupNumber of the group that blocks this value instead
   bool blocked;
 
   const std::string& name() const { return abbreviation.empty() ? text : abbreviation; }
-  // Whether that is its name, however it is typed.
+  // Returns whether `given` is the value's name; compares plainName().
   bool isNamed(const std::string& given) const;
 };
 
 struct RatingDimension {
   int number;
   std::string name;
-  bool ordered;  // who is kept from a value is kept from those above
+  bool ordered;  // blocking a value blocks all higher values
   std::vector<RatingValue> values;
 
-  // Whether it has but one thing to be kept from.
+  // Returns whether exactly one value of the dimension can be blocked.
   bool isFlag() const;
-  // The names of the values that are blocked or not, joined by commas.
+  // Returns the names of the values that are blocked, or of those that are not, separated by
+  // commas.
   std::string names(bool blocked) const;
 };
 
@@ -55,18 +57,18 @@ struct RatingRegion {
   Json::Value limits;  // the rating document
   std::vector<RatingDimension> dimensions;
 
-  // "1 U.S. (50 states + possessions)".
+  // Returns number and name as "1 U.S. (50 states + possessions)".
   std::string title() const;
 };
 
-// A value and its dimension, both of a region that outlives this.
+// A value and its dimension. The region that holds them must outlive this object.
 struct Rated {
   const RatingDimension* dimension;
   const RatingValue* value;
 };
 
-// The values of a region that a rating such as "TV-14-D-V" has; none when it is no rating of the
-// region.
+// Returns the values of a region that a rating such as "TV-14-D-V" consists of; none if the region
+// does not have the rating.
 std::vector<Rated> valuesOf(const RatingRegion& region, const std::string& rating);
 
 }  // namespace tv

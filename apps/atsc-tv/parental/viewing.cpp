@@ -14,7 +14,7 @@
 namespace tv {
 namespace {
 
-// A guide comes once a second.
+// Guides arrive once a second.
 constexpr std::chrono::milliseconds kGuideWait(2500);
 constexpr std::chrono::milliseconds kPause(100);
 
@@ -25,7 +25,7 @@ std::optional<Programme> programmeNow(const CommonOptions& common, const Channel
         readProgrammes(common.eventDatabase(), *channel.source, channel.key(), now, 1);
     if (!programmes.empty() && programmes.front().start <= now) return programmes.front();
   } catch (const Failure&) {
-    // Whatever it is called, it is blocked or not.
+    // The title is not needed to report whether the programme is blocked.
   }
   return std::nullopt;
 }
@@ -43,7 +43,7 @@ Viewing askFirstViewing(const CommonOptions& common, const Channel& channel) {
   using Clock = std::chrono::steady_clock;
   Viewing viewing = askViewing(common.client());
   if (viewing != Viewing::kUnrated) return viewing;
-  // The database knows more than the receiver does until it has read the guide anew.
+  // Until the receiver has read the guide again, the database knows more than the receiver does.
   const std::optional<Programme> programme = programmeNow(common, channel);
   if (!programme || !programme->isRated()) return viewing;
   const Clock::time_point end = Clock::now() + kGuideWait;
@@ -61,7 +61,7 @@ ViewingWords viewingWords(const CommonOptions& common, const Channel& channel, V
   if (programme) words.programme = titleOf(*programme);
   if (!rating.empty()) words.programme += " (" + rating + ')';
   if (viewing == Viewing::kUnrated) words.state = "not rated";
-  // All the questions for names would only hide the texts that matter.
+  // A verbose client would show every query for a name and hide the messages that matter.
   const Client quiet(false);
   if (viewing == Viewing::kBlocked) {
     const std::string reason = blockReason(readParental(quiet), rating);
@@ -75,7 +75,7 @@ ViewingWords viewingWords(const CommonOptions& common, const Channel& channel, V
   return words;
 }
 
-// No command tells whether it has opened.
+// No command reports whether a locked channel has been opened.
 std::string lockWords(const Channel& channel) {
   if ((channel.flags & kLocked) == 0) return "";
   return "; the channel is locked and plays only after atsc-tv play " + channel.number() +

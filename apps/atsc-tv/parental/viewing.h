@@ -1,4 +1,4 @@
-// Whether the viewer may see what plays.
+// Reports whether the viewer may watch the playing programme.
 #ifndef ATSC_TV_PARENTAL_VIEWING_H_
 #define ATSC_TV_PARENTAL_VIEWING_H_
 
@@ -14,23 +14,24 @@ enum class Viewing { kAllowed, kBlocked, kUnrated };
 
 Viewing askViewing(const Client& client);
 
-// The same a moment after a channel change, when the new channel's guide may be on its way.
+// Returns the same shortly after a channel change; waits for the guide of the new channel if
+// needed.
 Viewing askFirstViewing(const CommonOptions& common, const Channel& channel);
 
 struct ViewingWords {
-  std::string programme;  // "The Long Lock (TV-14-D-V)"; "what plays" when it is not known
-  std::string state;      // "blocked: TV-14, the limit is TV-PG", "not rated", "allowed"; of what
-                          // was unlocked "would be blocked (TV-14, ...), but is unlocked"
+  std::string programme;  // "The Long Lock (TV-14-D-V)"; "what plays" if not known
+  std::string state;      // "blocked: TV-14, the limit is TV-PG", "not rated", "allowed";
+                          // "would be blocked (TV-14, ...), but is unlocked"
   bool unlocked = false;
-  std::string advice = "";  // follows the sentence: how what is blocked is freed; may be empty
+  std::string advice = "";  // to append to sentence(): how to unblock the programme; may be empty
 
   std::string sentence() const { return programme + (unlocked ? " " : " is ") + state; }
 };
 
-// What is to be said of what plays on the current channel.
+// Describes the programme that is playing on the current channel and whether it is blocked.
 ViewingWords viewingWords(const CommonOptions& common, const Channel& channel, Viewing viewing);
 
-// What follows a sentence about a channel that is locked; empty for others.
+// Returns a remark to append to a sentence about a locked channel; empty for other channels.
 std::string lockWords(const Channel& channel);
 
 }  // namespace tv

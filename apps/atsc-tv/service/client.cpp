@@ -14,7 +14,7 @@
 namespace tv {
 namespace {
 
-// A text in one line, whatever its form.
+// Converts a text to one line: compact JSON if the text is JSON.
 std::string lineOf(const std::string& text) {
   const std::optional<Json::Value> json = parseJson(text);
   return json ? compactJson(*json) : oneLine(text);

@@ -1,4 +1,4 @@
-// Commands to the service.
+// Sends commands to the service.
 #ifndef ATSC_TV_SERVICE_CLIENT_H_
 #define ATSC_TV_SERVICE_CLIENT_H_
 
@@ -10,27 +10,29 @@
 namespace tv {
 
 struct Reply {
-  int result;                       // 0, or what the command returned on failure
-  std::optional<std::string> text;  // reply text, if the command has one
+  int result;                       // 0 for success, else the error
+  std::optional<std::string> text;  // the reply text, for commands that have one
 };
 
-// A command without further members.
+// Returns a command without parameters.
 Json::Value command(const char* commandClass, const char* name);
 
-// Shows the JSON texts of both directions on standard error when verbose.
+// Client of the service. A verbose client shows the JSON texts of both directions on standard
+// error.
 class Client {
  public:
   explicit Client(bool verbose) : verbose_(verbose) {}
 
-  // Throws Failure(kNoService) when no service runs.
+  // Throws Failure(kNoService) if no service is running.
   void requireService() const;
 
-  // Sends a command and waits for its answer; the raw one leaves it to the caller to show that.
-  // Throws Failure(kNoService) when there is none.
+  // Send a command and wait for its reply. A verbose client does not show the reply to sendRaw(),
+  // which the caller prints. Throw Failure(kNoService) if no service replies.
   Reply send(const Json::Value& command) const;
   Reply sendRaw(const std::string& command) const;
 
-  // The object that a command answers with. Throws Failure when it does not.
+  // Sends a command whose reply is a JSON object and returns that object. Throws Failure if the
+  // reply is not an object.
   Json::Value ask(const Json::Value& command) const;
 
   void showReceived(const std::string& text) const;
@@ -39,7 +41,7 @@ class Client {
   bool verbose_;
 };
 
-// The process id of the running service, 0 when there is none.
+// Returns the process id of the running service, 0 if no service is running.
 int servicePid();
 
 }  // namespace tv

@@ -1,4 +1,4 @@
-// What every subcommand needs to reach the service and its databases.
+// The options that all subcommands share.
 #ifndef ATSC_TV_SERVICE_COMMON_OPTIONS_H_
 #define ATSC_TV_SERVICE_COMMON_OPTIONS_H_
 
@@ -8,13 +8,13 @@
 
 namespace tv {
 
-// Options that stand before or after any subcommand.
+// Options that may precede or follow any subcommand.
 struct CommonOptions {
   std::string db;
   bool verbose = false;
 
   Client client() const { return Client(verbose); }
-  // Paths of the databases.
+  // Return the paths of the databases.
   std::string channelDatabase() const;
   std::string eventDatabase() const;
 };

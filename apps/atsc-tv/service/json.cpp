@@ -24,7 +24,7 @@ std::optional<Json::Value> parseJson(const std::string& text) {
     Json::Value value;
     if (reader->parse(text.data(), text.data() + text.size(), &value, nullptr)) return value;
   } catch (const std::exception&) {
-    // Too deeply nested.
+    // The text is nested too deeply.
   }
   return std::nullopt;
 }

@@ -1,4 +1,4 @@
-// JSON texts as the subcommands write and read them.
+// Parses and writes JSON.
 #ifndef ATSC_TV_SERVICE_JSON_H_
 #define ATSC_TV_SERVICE_JSON_H_
 
@@ -10,16 +10,17 @@
 
 namespace tv {
 
-// The value of a JSON text, nothing when the text is not valid.
+// Parses a JSON text. Returns nothing if the text is not valid.
 std::optional<Json::Value> parseJson(const std::string& text);
 
-// One line, ASCII only.
+// Writes a value as one line of ASCII.
 std::string compactJson(const Json::Value& value);
 
-// One line for a reader: other scripts as they are. Not yet fit for a terminal.
+// Writes a value as one line of UTF-8 for people to read. The result is not yet printable(): it may
+// hold characters that control a terminal.
 std::string readableJson(const Json::Value& value);
 
-// The integer of an object's member, 0 when the member is missing or holds something else.
+// Returns an integer member of an object, 0 if the member is missing or not an integer.
 int64_t integer(const Json::Value& object, const char* key);
 
 }  // namespace tv

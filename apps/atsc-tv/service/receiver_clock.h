@@ -1,4 +1,4 @@
-// The receiver's clock, as the service tells it.
+// The clock of the receiver, which the service reports.
 #ifndef ATSC_TV_SERVICE_RECEIVER_CLOCK_H_
 #define ATSC_TV_SERVICE_RECEIVER_CLOCK_H_
 
@@ -12,16 +12,16 @@ namespace tv {
 struct ReceiverClock {
   int64_t utc;  // Unix seconds
   std::string zone;
-  int64_t offset;  // of local time to UTC, east positive, daylight saving included; minutes
+  int64_t offset;  // minutes from UTC to local time, east positive, including daylight saving
   bool automatic;  // follows the broadcast
 
-  // Unix seconds as strftime() writes them, in the receiver's local time.
+  // Formats Unix seconds with strftime(), in the receiver's local time.
   std::string local(int64_t seconds, const char* format) const;
 
-  // "Sat 22 Nov 2025 14:31:05".
+  // Returns the time as "Sat 22 Nov 2025 14:31:05".
   std::string date() const;
 
-  // "EST (UTC-5:00), follows the broadcast".
+  // Returns the setting as "EST (UTC-5:00), follows the broadcast".
   std::string setting() const;
 };
 

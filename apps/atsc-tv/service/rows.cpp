@@ -10,7 +10,7 @@
 namespace tv {
 namespace {
 
-// How long the service may keep the file locked.
+// The longest wait for a file that the service has locked.
 constexpr int kBusyTimeoutMs = 5000;
 
 Json::Value columnValue(const SQLite::Column& column) {

@@ -1,4 +1,4 @@
-// Rows of the databases that the service keeps.
+// Reads rows of the service's databases.
 #ifndef ATSC_TV_SERVICE_ROWS_H_
 #define ATSC_TV_SERVICE_ROWS_H_
 
@@ -8,9 +8,9 @@
 
 namespace tv {
 
-// Runs "SELECT " + `selection` if the file has the table. An array of objects with the columns of
-// the result; null when the file or the table does not exist. Texts are valid UTF-8. Throws when
-// the file cannot be read.
+// Runs "SELECT " + `selection`. Returns an array of objects with the columns of the result, or null
+// if the file or the table does not exist. Texts are valid UTF-8. Throws Failure if the file cannot
+// be read.
 Json::Value readRows(const std::string& database, const std::string& table,
                      const std::string& selection);
 

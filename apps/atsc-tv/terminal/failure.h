@@ -1,4 +1,4 @@
-// How a subcommand fails.
+// The exception with which a subcommand fails.
 #ifndef ATSC_TV_TERMINAL_FAILURE_H_
 #define ATSC_TV_TERMINAL_FAILURE_H_
 
@@ -7,7 +7,7 @@
 
 namespace tv {
 
-// Exit statuses, shown in the help.
+// Exit statuses of the program, listed in its help.
 enum ExitStatus {
   kSuccess = 0,
   kFailure = 1,
@@ -16,7 +16,7 @@ enum ExitStatus {
   kOtherTV = 4,
 };
 
-// Ends the program with a message for the user and an exit status.
+// Thrown to end the program with a message for the user and an exit status.
 class Failure : public std::runtime_error {
  public:
   Failure(ExitStatus status, const std::string& message)

@@ -27,7 +27,7 @@ std::string utcTime(int64_t seconds, const char* format) {
 
 std::string isoLocalTime(int64_t seconds) {
   std::string text = localTime(seconds, "%Y-%m-%dT%H:%M:%S%z");
-  if (text.size() > 2) text.insert(text.size() - 2, 1, ':');  // strftime() leaves it out
+  if (text.size() > 2) text.insert(text.size() - 2, 1, ':');  // strftime() writes no colon
   return text;
 }
 

@@ -20,15 +20,16 @@ class Table {
  public:
   explicit Table(std::vector<Column> columns);
 
-  // Adds a row with one cell a column. Cells are made printable; an empty one is shown as "-".
+  // Adds a row with one cell for each column. Makes the cells printable; an empty cell is shown as
+  // "-".
   void add(const std::vector<std::string>& cells);
 
-  // Writes titles and rows, every line behind `indent` and cut to `width` if there is one.
+  // Writes the titles and the rows, each line after `indent` and cut to `width` if it is given.
   void print(std::ostream& out, const std::string& indent, std::optional<size_t> width) const;
 
  private:
   const std::vector<Column> columns_;
-  std::vector<std::vector<std::string>> rows_;  // the first holds the titles
+  std::vector<std::vector<std::string>> rows_;  // the first row holds the titles
 };
 
 }  // namespace tv

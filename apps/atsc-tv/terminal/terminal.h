@@ -1,4 +1,4 @@
-// The terminal on standard output.
+// Properties of the terminal on standard output.
 #ifndef ATSC_TV_TERMINAL_TERMINAL_H_
 #define ATSC_TV_TERMINAL_TERMINAL_H_
 
@@ -7,10 +7,11 @@
 
 namespace tv {
 
-// Its width in columns, 80 where it does not tell; nothing when standard output is no terminal.
+// Returns the width in columns, 80 if the terminal does not report its width, and nothing if
+// standard output is not a terminal.
 std::optional<size_t> terminalWidth();
 
-// Whether it is a terminal that shows bold letters.
+// Returns whether standard output is a terminal that shows bold text.
 bool terminalHasBold();
 
 }  // namespace tv

@@ -13,14 +13,14 @@ constexpr char32_t kReplacement = 0xFFFD;
 
 struct Decoded {
   char32_t point;
-  size_t length;  // bytes taken, at least 1
+  size_t length;  // in bytes, at least 1
 };
 
 bool isHighSurrogate(char32_t point) { return point >= 0xD800 && point < 0xDC00; }
 bool isLowSurrogate(char32_t point) { return point >= 0xDC00 && point < 0xE000; }
 
-// The first code point of a text that is not empty, surrogates included (RFC 3629 table in
-// section 3). A malformed sequence gives U+FFFD for its first byte.
+// Decodes the first code point of a non-empty text, surrogates included (table in RFC 3629 section
+// 3). For a malformed sequence, returns U+FFFD and the length of its first byte.
 Decoded decodeOne(std::string_view text) {
   const auto byte = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
   const unsigned char lead = byte(0);
@@ -77,8 +77,8 @@ std::string encode(const std::u32string& points) {
   return text;
 }
 
-// Control characters, line and paragraph separators, marks and overrides of writing direction, byte
-// order mark.
+// Returns whether a character controls a terminal: control characters, line and paragraph
+// separators, marks and overrides of the writing direction, byte order mark.
 bool actsOnTerminal(char32_t point) {
   return point < 0x20 || (point >= 0x7F && point < 0xA0) || point == 0x61C || point == 0x200E ||
          point == 0x200F || (point >= 0x2028 && point <= 0x202E) ||
@@ -86,7 +86,7 @@ bool actsOnTerminal(char32_t point) {
 }
 
 size_t widthOf(char32_t point) {
-  // -1 where the locale does not know the character.
+  // wcwidth() returns -1 for a character that the locale does not know.
   const int columns = wcwidth(static_cast<wchar_t>(point));
   return columns < 0 ? 1 : static_cast<size_t>(columns);
 }
@@ -97,7 +97,7 @@ size_t widthOf(const std::u32string& points) {
   return width;
 }
 
-// The end of the longest part from `start` on that takes at most `width` columns.
+// Returns the end of the longest part that begins at `start` and takes at most `width` columns.
 size_t fitting(const std::u32string& points, size_t start, size_t width) {
   size_t end = start;
   for (size_t used = 0; end < points.size(); ++end) {
@@ -174,7 +174,7 @@ std::vector<std::string> wrapped(std::string_view text, size_t width) {
   const std::u32string points = decode(text);
   std::vector<std::string> lines;
   for (size_t start = 0; start < points.size();) {
-    // At least one character, however narrow the column is.
+    // Takes at least one character, even if the column is too narrow for it.
     const size_t limit = std::max(fitting(points, start, width), start + 1);
     const size_t blank = limit < points.size() ? points.rfind(U' ', limit) : limit;
     const size_t end = blank == std::u32string::npos || blank <= start ? limit : blank;
