@@ -75,7 +75,7 @@ int run(int argc, char** argv) {
   CommonOptions common;
   app.add_option("--db", common.db, apps::kDatabaseFolderHelp)->option_text("DIR");
   app.add_flag("--verbose", common.verbose,
-               "Show the JSON texts of both directions, each in one line");
+               "Show the JSON texts of commands, replies and callbacks, each in one line");
   Action action;
   for (AddCommand* add : kCommands) add(app, action);
   app.footer(kFooter);

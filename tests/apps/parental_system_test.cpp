@@ -150,20 +150,21 @@ TEST_F(ParentalSystemTest, LimitsAndUnlocks) {
   out({"parental", "region", "2"});
   expectFailures({{{"limit", "g"}, "Canadian English Language Rating or Codes français du Canada"},
                   {{"limit", "TV-PG"}, "has no rating 'TV-PG'; there are "},
-                  {{"limit", "E"}, "E is no step to stop at; atsc-tv parental block E"},
+                  {{"limit", "E"}, "E cannot be a limit; use atsc-tv parental block E"},
                   {{"region", "Utopia"}, "there are 1 U.S. "}});
   EXPECT_EQ("Codes français du Canada: 16 ans+, 18 ans+ blocked\n",
             out({"parental", "limit", "--dimension", "CODES FRANÇAIS", "13ans+"}));
   EXPECT_THAT(out({"parental", "region", "us"}), HasSubstr("* 1 U.S. "));
   out({"parental", "block", "tvy7"});
   expectFailures(
-      {{{"allow", "fantasyviolence"}, "FV is blocked with TV-Y7; allow that"},
+      {{{"allow", "fantasyviolence"}, "FV is blocked together with TV-Y7; allow TV-Y7"},
        {{"limit", "tv-14-d-v"}, "parental limit TV-14 and atsc-tv parental block D V"},
-       {{"limit", "V"}, "V is a kind of content, no step to stop at; atsc-tv parental block V"},
+       {{"limit", "V"},
+        "V is a kind of content and cannot be a limit; use atsc-tv parental block V"},
        {{"limit", "FOO"}, "Entire Audience: TV-G, TV-PG, TV-14, TV-MA; Children: TV-Y, TV-Y7; "},
        {{"block", "no one 17 and under admitted"}, "may be NC-17 or X"},
        {{"check", "usa-tv", "TV-99"}, "no rating of USA-TV; there are Entire Audience: None, "}});
-  expectFailures({{{"limit", "none", "TV-PG"}, "none goes alone"},
+  expectFailures({{{"limit", "none", "TV-PG"}, "none cannot be combined"},
                   {{"limit", "TV-PG", "TV-MA"}, "one dimension, Entire Audience"}},
                  2);
   EXPECT_EQ("Children: nothing blocked\nFantasy Violence: nothing blocked\n",

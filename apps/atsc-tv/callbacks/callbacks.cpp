@@ -40,7 +40,7 @@ Callbacks& Callbacks::start() {
     throw Failure(kOtherTV,
                   "another TV application is registered" +
                       (owner > 0 ? ", process " + std::to_string(owner)
-                                 : std::string(", or /tmp/.BUS.") + kTVName + " is in its way"));
+                                 : std::string(", or /tmp/.BUS.") + kTVName + " is in the way"));
   };
   const int owner = ATSC_host_find(kTVName);
   if (owner != 0) refuse(owner);

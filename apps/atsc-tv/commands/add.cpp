@@ -54,19 +54,19 @@ int add(const CommonOptions& common, const AddOptions& options) {
 void addAdd(CLI::App& app, Action& action) {
   CLI::App* command = app.add_subcommand("add", "Add a channel to the list by hand");
   command->footer(
-      "A channel that has the number and the frequency already gets the name. Several frequencies\n"
-      "may have one number; edit changes the first of them.");
+      "If the list has a channel with the number and the frequency, that channel gets the name.\n"
+      "Channels on several frequencies may have the same number; edit changes the first of them.");
   auto options = std::make_shared<AddOptions>();
-  command->add_option("CHANNEL", options->channel, "Its number, like 7-1 or 1203")
+  command->add_option("CHANNEL", options->channel, "Channel number like 7-1 or, on cable, 1203")
       ->check(channelNumberFault)
       ->required();
   command
       ->add_option("--freq", options->frequency,
-                   "Its centre frequency in Hz, or its RF channel: VSB 2 to 69, QAM 1 to 135")
+                   "Centre frequency in Hz, or RF channel: VSB 2 to 69, QAM 1 to 135")
       ->check(CLI::Range(uint32_t{1}, std::numeric_limits<uint32_t>::max()))
       ->option_text("N")
       ->required();
-  command->add_option("--name", options->name, "Its name, of which the service keeps 20 characters")
+  command->add_option("--name", options->name, "Channel name; the service keeps 20 characters")
       ->check([](const std::string& text) { return text.empty() ? "the name is empty" : ""; })
       ->option_text("NAME")
       ->required();

@@ -87,19 +87,19 @@ int audio(const CommonOptions& common, const AudioOptions& options) {
 
 void addAudio(CLI::App& app, Action& action) {
   CLI::App* command = app.add_subcommand(
-      "audio", "Show the audio tracks of the channel, the playing one marked, or choose one");
+      "audio",
+      "Show the audio tracks of the channel, with a mark on the playing track, or choose a track");
   auto options = std::make_shared<AudioOptions>();
   command->add_option("N", options->track, "Play track N of the current channel from now on")
       ->check(CLI::Range(1u, 255u));
   command
       ->add_option("--dual", options->dual,
-                   "What is heard of a track with two programmes in one (dual mono)")
+                   "Output of a track that carries two programmes (dual mono)")
       ->transform(CLI::IsMember({"STEREO", "LEFT", "RIGHT", "MIXED"}, CLI::ignore_case))
       ->option_text("stereo|left|right|mixed");
   command
       ->add_option("--prefer", options->preferred,
-                   "Preferred languages, the first and the second, of eng, fre and spa; the second "
-                   "may be left out")
+                   "Preferred languages, one or two of eng, fre and spa")
       ->transform(lowerCase)
       ->check(languagesFault)
       ->option_text("LANGUAGE[,LANGUAGE]");

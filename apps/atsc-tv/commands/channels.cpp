@@ -43,9 +43,9 @@ int channels(const CommonOptions& common, const ChannelsOptions& options) {
 void addChannels(CLI::App& app, Action& action) {
   CLI::App* command = app.add_subcommand("channels", "Show the channel list");
   auto options = std::make_shared<ChannelsOptions>();
-  addSourceOption(*command, options->source, "Only the terrestrial or the cable channels");
+  addSourceOption(*command, options->source, "Show only terrestrial or only cable channels");
   command->add_flag("--json", options->json,
-                    "One line of JSON: for each source the rows of its table, null when the "
+                    "Print one line of JSON: for each source the rows of its table, null if the "
                     "database has no such table");
   command->callback([&action, options] {
     action = [options](const CommonOptions& common) { return channels(common, *options); };

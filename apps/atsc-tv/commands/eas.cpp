@@ -36,7 +36,7 @@ const std::array<Setting, 3> kSettings = {{
      "setting",
      false,
      "Alerts      ",
-     "Which alerts are shown, by their priority",
+     "Select the alerts to show by their priority",
      {{"all", 0, "all but those of priority 0"},
       {"medium", 1, "of medium priority (7) and above"},
       {"high", 2, "of high priority (11) and above: those that interrupt viewing"},
@@ -46,7 +46,7 @@ const std::array<Setting, 3> kSettings = {{
      "status",
      true,
      "Repeats     ",
-     "Whether an alert that was shown is shown again when it is sent anew",
+     "Show or hide an alert that was shown before and is sent again",
      {{"show", 1, "shown: an alert that is sent anew is shown again"},
       {"hide", 0,
        "hidden: an alert is shown once while its station is tuned; a channel change begins anew"}}},
@@ -55,7 +55,7 @@ const std::array<Setting, 3> kSettings = {{
      "status",
      true,
      "Cable only  ",
-     "Whether alerts of terrestrial stations are left out",
+     "Show no alerts of terrestrial stations",
      {{"on", 1, "on: alerts of terrestrial stations are not shown"},
       {"off", 0, "off: alerts of terrestrial stations are shown too"}}},
 }};
@@ -115,7 +115,7 @@ int change(const CommonOptions& common, const Setting& setting, const std::strin
 void addEas(CLI::App& app, Action& action) {
   CLI::App* command = app.add_subcommand("eas", "Show or set which emergency alerts are shown");
   command->footer(
-      "Settings are in force at once, also for an alert that is being shown, and are kept.");
+      "Settings take effect at once, even for an alert that is being shown, and are stored.");
   command->require_subcommand(0, 1);
   command->callback([&action] {
     if (!action) action = show;

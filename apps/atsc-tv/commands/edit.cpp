@@ -23,10 +23,11 @@ struct Mark {
   const char* oppositeHelp;
 };
 constexpr Mark kMarks[] = {
-    {kSkipped, "skip", "unskip", "Pass it over with up and down", "No longer pass it over"},
-    {kLocked, "lock", "unlock", "Lock it: it stays closed until atsc-tv play --unlocked",
-     "No longer lock it"},
-    {kDeleted, "delete", "undelete", "Take it out of the viewer's list", "Bring it back"},
+    {kSkipped, "skip", "unskip", "Skip the channel with up and down", "Do not skip the channel"},
+    {kLocked, "lock", "unlock", "Lock the channel: it stays closed until atsc-tv play --unlocked",
+     "Do not lock the channel"},
+    {kDeleted, "delete", "undelete", "Remove the channel from the viewer's list",
+     "Restore the channel"},
 };
 
 struct EditOptions {
@@ -111,7 +112,7 @@ void addEdit(CLI::App& app, Action& action) {
       ->check(channelNumberFault)
       ->required();
   addSourceOption(*command, options->source,
-                  "Terrestrial or cable (default: the current source, else the other one if that "
+                  "Terrestrial or cable (default: the current source, else the other source if it "
                   "has the number)");
   const auto option = [](const char* name) { return std::string("--") + name; };
   for (size_t i = 0; i < std::size(kMarks); ++i) {
@@ -132,8 +133,8 @@ void addEdit(CLI::App& app, Action& action) {
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
         ->option_text("N");
   };
-  addGroup("--fav", options->favourites, "Put it into favourite group N, 1 to 28");
-  addGroup("--unfav", options->noFavourites, "Take it out of favourite group N");
+  addGroup("--fav", options->favourites, "Add the channel to favourite group N, 1 to 28");
+  addGroup("--unfav", options->noFavourites, "Remove the channel from favourite group N");
   command->callback([&action, options] {
     action = [options](const CommonOptions& common) { return edit(common, *options); };
   });

@@ -145,26 +145,26 @@ int guide(const CommonOptions& common, const GuideOptions& options) {
 }  // namespace
 
 void addGuide(CLI::App& app, Action& action) {
-  CLI::App* command = app.add_subcommand(
-      "guide", "Show what is on now and in the hours to come, as the service received it");
+  CLI::App* command =
+      app.add_subcommand("guide", "Show the programmes of the current and the following hours");
   auto options = std::make_shared<GuideOptions>();
-  command->footer(std::string("When standard output is no terminal and --width is not given: a "
-                              "line a programme, columns "
-                              "separated by tabs:\n") +
+  command->footer(std::string("If standard output is not a terminal and --width is not given, "
+                              "each line is a programme, with columns separated by tabs:\n") +
                   kLinesForm + ".");
   command
       ->add_option("--channel", options->channel,
-                   "The programmes of this channel alone, with their descriptions")
+                   "Show only the programmes of this channel, with their descriptions")
       ->option_text("NUMBER");
   command->add_option("--hours", options->hours, "How far to look ahead (default: 3)")
       ->check(CLI::Range(1u, 384u))
       ->option_text("N");
-  addSourceOption(*command, options->source, "Only the terrestrial or the cable channels");
+  addSourceOption(*command, options->source, "Show only terrestrial or only cable channels");
   command
       ->add_option("--at", options->at,
-                   std::string("As if it were this time, ") + apps::kUtcTimeForm +
-                       ", or when the first programme received begins: " + kFirst +
-                       " (default: now, by the clock of this machine)")
+                   std::string("Show the guide for this time, ") + apps::kUtcTimeForm + ", or " +
+                       kFirst +
+                       " for the start of the first programme received (default: the current time "
+                       "of this machine)")
       ->check([](const std::string& text) {
         return text == kFirst ? std::string() : apps::utcTimeFault(text);
       })
@@ -174,9 +174,10 @@ void addGuide(CLI::App& app, Action& action) {
                    "Write for a terminal of N columns (default: as wide as the terminal is)")
       ->check(CLI::Range(20u, 1000u))
       ->option_text("N");
-  command->add_flag("--json", options->json,
-                    "One line of JSON: for each source the rows of its event table with channel "
-                    "number and name, null when the database has no such table");
+  command->add_flag(
+      "--json", options->json,
+      "Print one line of JSON: for each source the rows of its event table with channel "
+      "number and name, null if the database has no such table");
   command->callback([&action, options] {
     action = [options](const CommonOptions& common) { return guide(common, *options); };
   });

@@ -114,7 +114,7 @@ int collect(const CommonOptions& common) {
   demand(client, command("PC", "COLLECTRRT"),
          "cannot look for rating tables: no channels are listed, or none can be received");
   std::cout
-      << "Looking for rating tables on all listed stations; atsc-tv watch tells of each new one\n";
+      << "Looking for rating tables on all listed stations; atsc-tv watch reports each new table\n";
   return kSuccess;
 }
 
@@ -151,18 +151,20 @@ CLI::App* addParentalCommand(CLI::App& parental, Action& action, const char* wor
 
 void addParental(CLI::App& app, Action& action) {
   CLI::App* command = app.add_subcommand(
-      "parental", "Show parental control: region, what is blocked now and why; or change it");
+      "parental",
+      "Show parental control: rating region, limits, what is blocked now and why; or change it");
   command->footer(
-      "Ratings are called as the rating table in force calls them (atsc-tv parental shows it), in\n"
-      "short or in full; case, blanks, hyphens and full stops do not matter. Each change is in\n"
-      "force at once and kept.");
+      "Ratings have the names of the rating table in force (atsc-tv parental shows them), short "
+      "or\n"
+      "in full; case, blanks, hyphens and full stops do not matter. Each change takes effect at\n"
+      "once and is stored.");
   command->require_subcommand(0, 1);
   command->callback([&action] {
     if (!action) action = show;
   });
   addParentalCommand(*command, action, "on", "Apply the limits",
                      [](const CommonOptions& common) { return switchTo(common, true); });
-  addParentalCommand(*command, action, "off", "Apply no limits; they are kept",
+  addParentalCommand(*command, action, "off", "Apply no limits, but keep them",
                      [](const CommonOptions& common) { return switchTo(common, false); });
 
   addParentalLimits(*command, action);
@@ -171,7 +173,7 @@ void addParental(CLI::App& app, Action& action) {
   CLI::App* each = addParentalCommand(
       *command, action, "region", "Show the known rating regions, or choose the one in force",
       [wanted](const CommonOptions& common) { return region(common, *wanted); });
-  each->add_option("REGION", *wanted, "Its number, its name or how that begins");
+  each->add_option("REGION", *wanted, "Number or name of the region, or the beginning of its name");
 
   addParentalCommand(*command, action, "reset", "Remove all limits, of all regions, and switch off",
                      reset);

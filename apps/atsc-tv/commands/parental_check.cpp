@@ -75,14 +75,14 @@ int check(const CommonOptions& common, const std::string& systemName, const std:
 void addParentalCheck(CLI::App& parental, Action& action) {
   auto question = std::make_shared<std::pair<std::string, std::string>>();
   CLI::App* each = addParentalCommand(parental, action, "check",
-                                      "Whether a programme with this rating would be blocked",
+                                      "Show whether a programme with this rating would be blocked",
                                       [question](const CommonOptions& common) {
                                         return check(common, question->first, question->second);
                                       });
   each->add_option("SYSTEM", question->first, "USA-TV, USA-MPAA, CAN-ENG or CAN-FRA")
       ->transform(CLI::IsMember({"USA-TV", "USA-MPAA", "CAN-ENG", "CAN-FRA"}, CLI::ignore_case))
       ->required();
-  each->add_option("RATING", question->second, "Such as TV-14-D-V or TV-14,D,V")->required();
+  each->add_option("RATING", question->second, "Rating such as TV-14-D-V or TV-14,D,V")->required();
 }
 
 }  // namespace tv

@@ -37,7 +37,8 @@ void encode(const Client& client, const RatingRegion& region, Json::Value& limit
   const Reply reply = client.send(request);
   const RatingValue* const keeper = keeperOf(region, {&dimension, &value});
   if (reply.result != 0 && keeper != nullptr) {
-    throw Failure(kFailure, value.name() + " is blocked with " + keeper->name() + "; allow that");
+    throw Failure(kFailure, value.name() + " is blocked together with " + keeper->name() +
+                                "; allow " + keeper->name());
   }
   limits = parseJson(reply.text.value_or("")).value_or(Json::Value());
   if (!limits.isObject()) {
@@ -102,7 +103,7 @@ int limit(const CommonOptions& common, const NameOptions& options) {
   if (std::any_of(options.names.begin(), options.names.end(),
                   [](const std::string& name) { return plainName(name) == kNone; })) {
     if (options.names.size() == 1 && options.dimension.empty()) return removeLimits(client);
-    throw limitMisused("none goes alone");
+    throw limitMisused("none cannot be combined with other ratings or --dimension");
   }
   const RatingRegion region = readRatingRegion(client, regionInForce(client));
   std::vector<RatingChoice> choices;
@@ -173,8 +174,8 @@ void addNames(CLI::App& command, const std::shared_ptr<NameOptions>& options, co
   command.add_option(label, options->names, help)->required();
   command
       .add_option("--dimension", options->dimension,
-                  "The dimension of the rating table, or how its name begins, where a rating is in "
-                  "several")
+                  "Dimension of the rating table, or the beginning of its name; needed for a "
+                  "rating that several dimensions have")
       ->option_text("NAME");
 }
 
@@ -183,30 +184,30 @@ void addNames(CLI::App& command, const std::shared_ptr<NameOptions>& options, co
 void addParentalLimits(CLI::App& parental, Action& action) {
   auto limits = std::make_shared<NameOptions>();
   CLI::App* each = addParentalCommand(
-      parental, action, "limit", "Set the highest ratings that are allowed; switches on",
+      parental, action, "limit", "Set the highest allowed ratings and switch parental control on",
       [limits](const CommonOptions& common) { return limit(common, *limits); });
-  addNames(
-      *each, limits, "RATING",
-      "The highest rating allowed of its dimension, such as TV-PG or PG-13, also several; none "
-      "removes all limits");
+  addNames(*each, limits, "RATING",
+           "The highest allowed rating of a dimension, such as TV-PG or PG-13; may be repeated for "
+           "other dimensions; none removes all limits");
   each->footer(
-      "none removes the limits of the region in force; atsc-tv parental reset those of all "
-      "regions\n"
-      "and groups. The others are allowed or blocked one by one: parental block, parental allow.");
+      "none removes the limits of the rating region in force; atsc-tv parental reset removes "
+      "those\n"
+      "of all regions and groups. parental block and parental allow change single ratings.");
 
   auto blocked = std::make_shared<NameOptions>();
   each = addParentalCommand(
-      parental, action, "block", "Block ratings, content or unrated groups; switches on",
+      parental, action, "block",
+      "Block ratings, content or unrated groups and switch parental control on",
       [blocked](const CommonOptions& common) { return setBlocked(common, *blocked, true); });
   addNames(*each, blocked, "NAME",
-           "A rating, with those above it, such as TV-MA; a content such as Violence or V; "
-           "unrated, unrated-films (NR) or exempt: programmes without a rating");
+           "A rating such as TV-MA, with all higher ratings; a kind of content such as Violence or "
+           "V; a group of programmes without a rating: unrated, unrated-films (NR), exempt");
 
   auto allowed = std::make_shared<NameOptions>();
   each = addParentalCommand(
       parental, action, "allow", "Allow ratings, content or unrated groups",
       [allowed](const CommonOptions& common) { return setBlocked(common, *allowed, false); });
-  addNames(*each, allowed, "NAME", "As of block; a rating with those below it");
+  addNames(*each, allowed, "NAME", "As for block; a rating is allowed with all lower ratings");
 }
 
 }  // namespace tv

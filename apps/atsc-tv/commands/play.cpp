@@ -115,8 +115,8 @@ int zap(const Client& client, const CommonOptions& common, const PlayOptions& op
                             }),
              walk.end());
   if (walk.empty()) {
-    throw Failure(kFailure, "no channel to change to: none of " + std::string(source.name) +
-                                " is listed that is neither skipped nor deleted");
+    throw Failure(kFailure, "no channel to change to: all channels of " + std::string(source.name) +
+                                " are hidden, skipped or deleted");
   }
   if (before && walk.size() == 1 && walk.front().isSameAs(*before)) {
     if (client.send(command("FW", "PLAY")).result != 0) {
@@ -185,8 +185,8 @@ int play(const CommonOptions& common, const PlayOptions& options) {
 
 void addUnlockedFlag(CLI::App& command, bool& unlocked) {
   command.add_flag("--unlocked", unlocked,
-                   "The password was given: a locked channel opens. The password itself is never "
-                   "sent; to ask for it is for the TV application");
+                   "Open a locked channel after the user gave the password. The TV application "
+                   "asks for the password; it is never sent");
 }
 
 CLI::App* addWord(CLI::App& app, Action& action, const char* word, const std::string& help,
@@ -208,13 +208,13 @@ void addZap(CLI::App& app, Action& action, const char* word, const std::string& 
 
 void addPlay(CLI::App& app, Action& action) {
   CLI::App* command = app.add_subcommand(
-      "play", "Change the channel; without one, play what played last (on --src)");
+      "play", "Change the channel; without CHANNEL, play the channel that played last (on --src)");
   auto options = std::make_shared<PlayOptions>();
   command->add_option("CHANNEL", options->what, "A number like 7-1 or 1203, or up, down or stop")
       ->check([](const std::string& text) { return isWord(text) ? "" : channelNumberFault(text); });
   addSourceOption(*command, options->source,
                   "Terrestrial or cable (default for a number: the current source, else the other "
-                  "one if that has it)");
+                  "source if it has the number)");
   addUnlockedFlag(*command, options->unlocked);
   command->callback([&action, options] {
     action = [options](const CommonOptions& common) { return play(common, *options); };
@@ -222,15 +222,16 @@ void addPlay(CLI::App& app, Action& action) {
 }
 
 void addUp(CLI::App& app, Action& action) {
-  addZap(app, action, kUp, "The next channel of the current source, as play up");
+  addZap(app, action, kUp, "Change to the next channel of the current source, like play up");
 }
 
 void addDown(CLI::App& app, Action& action) {
-  addZap(app, action, kDown, "The previous channel of the current source, as play down");
+  addZap(app, action, kDown,
+         "Change to the previous channel of the current source, like play down");
 }
 
 void addStop(CLI::App& app, Action& action) {
-  addWord(app, action, kStop, "Stop playing, as play stop", std::make_shared<PlayOptions>());
+  addWord(app, action, kStop, "Stop playing, like play stop", std::make_shared<PlayOptions>());
 }
 
 }  // namespace tv

@@ -202,7 +202,7 @@ void addScan(CLI::App& app, Action& action) {
   addSourceOption(*command, options->source, "Terrestrial or cable (default: VSB)");
   command
       ->add_option("--freq", options->frequency,
-                   "Only this frequency in Hz, or this RF channel: VSB 2 to 69, QAM 1 to 135")
+                   "Scan only this frequency in Hz, or this RF channel: VSB 2 to 69, QAM 1 to 135")
       ->check(CLI::Range(uint32_t{1}, std::numeric_limits<uint32_t>::max()))
       ->option_text("N");
   command->callback([&action, options] {

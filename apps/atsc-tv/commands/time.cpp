@@ -47,7 +47,7 @@ void addTime(CLI::App& app, Action& action) {
       "Zones: SKST Korea, TST Taiwan, GMT Greenwich, NST Newfoundland, AST Atlantic, EST Eastern,\n"
       "CST Central, MST Mountain, PST Pacific, AKST Alaska, HAST Hawaii-Aleutian, HST Hawaii.");
   auto options = std::make_shared<TimeOptions>();
-  command->add_option("--zone", options->zone, "The time zone, in any case of letters")
+  command->add_option("--zone", options->zone, "Time zone, case-insensitive")
       ->transform(CLI::IsMember(
           {"SKST", "TST", "GMT", "NST", "AST", "EST", "CST", "MST", "PST", "AKST", "HAST", "HST"},
           CLI::ignore_case))

@@ -65,14 +65,14 @@ int unlock(const CommonOptions& common, bool undo) {
 
 void addUnlock(CLI::App& app, Action& action) {
   CLI::App* command = app.add_subcommand(
-      "unlock", "Free what plays, a blocked programme or a locked channel: the password was given");
+      "unlock", "Unlock the playing programme or channel after the user gave the password");
   command->footer(
-      "The password is the TV application's own affair: it asks for it and checks it before, and\n"
-      "never sends it. The unlock holds for what plays and what comes, until a channel begins to\n"
-      "play again, be it the same one, or playing stops.\n"
+      "The TV application asks for the password and checks it before; the password is never sent.\n"
+      "The unlock lasts for this programme and the following ones, until a channel begins to play\n"
+      "again, even the same channel, or playing stops.\n"
       "Only the channel last changed to (atsc-tv play, up, down) can be unlocked.");
   auto undo = std::make_shared<bool>(false);
-  command->add_flag("--undo", *undo, "Take the unlock back");
+  command->add_flag("--undo", *undo, "Undo the unlock");
   command->callback([&action, undo] {
     action = [undo](const CommonOptions& common) { return unlock(common, *undo); };
   });

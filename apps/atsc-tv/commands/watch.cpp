@@ -131,7 +131,7 @@ void addWatch(CLI::App& app, Action& action) {
   CLI::App* command = app.add_subcommand(
       "watch", "Register as the TV application and print each callback until SIGINT or SIGTERM");
   auto json = std::make_shared<bool>(false);
-  command->add_flag("--json", *json, "The callbacks alone, one line of JSON each");
+  command->add_flag("--json", *json, "Print only the callbacks, each as one line of JSON");
   command->callback([&action, json] {
     action = [json](const CommonOptions& common) { return watch(common, *json); };
   });

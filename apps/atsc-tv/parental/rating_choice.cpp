@@ -111,14 +111,15 @@ RatingChoice chooseRating(const RatingRegion& region, const std::string& given,
   const std::string& name = choice.value->name();
   if (!takes(use, *choice.dimension, *choice.value)) {
     if (!choice.value->isLimit && choice.group == kNoGroup) {
-      throw Failure(kFailure, "nobody can be kept from '" + given + "' alone; " +
-                                  knownRatingNames(region, use));
+      throw Failure(kFailure,
+                    "'" + given + "' alone cannot be blocked; " + knownRatingNames(region, use));
     }
-    throw Failure(kFailure, (choice.group != kNoGroup ? name + " is no step"
+    throw Failure(kFailure, (choice.group != kNoGroup ? name + " cannot be a limit"
                              : choice.dimension->isFlag()
-                                 ? name + " is a kind of content, no step"
-                                 : "the ratings of " + choice.dimension->name + " are no steps") +
-                                " to stop at; atsc-tv parental block " + name);
+                                 ? name + " is a kind of content and cannot be a limit"
+                                 : "the ratings of " + choice.dimension->name +
+                                       " have no order and cannot be limits") +
+                                "; use atsc-tv parental block " + name);
   }
   // Several values of the same group are one choice: a group is blocked as a whole.
   if (found.size() > 1 &&
