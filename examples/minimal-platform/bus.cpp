@@ -13,17 +13,16 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <deque>
 #include <mutex>
 #include <string>
-#include <system_error>
-#include <thread>
 #include <utility>
 
 #include "minimal_platform.h"
+#include "process.h"
 #include "set.h"
 
 namespace {
@@ -34,9 +33,9 @@ using minimal::log;
 // process said that it is the service process.
 constexpr const char* kServiceName = "atsc.qel.service.srv";
 constexpr const char* kPrefix = ".BUS.";
-constexpr size_t kMaxParcel = 1 << 20;  // bytes
-constexpr time_t kPeerSeconds = 2;      // for a peer to send, or to take, a frame
-constexpr int kConstructionMs = 100;    // for a derived constructor
+constexpr size_t kMaxParcel = 1 << 20;                   // bytes
+constexpr time_t kPeerSeconds = 2;                       // for a peer to send, or to take, a frame
+constexpr std::chrono::milliseconds kConstruction(100);  // for a derived constructor
 
 class Fd {
  public:
@@ -240,8 +239,9 @@ struct Server {
   BUSServerInterface* object = nullptr;
   Fd listener;
   Fd wake;
-  std::atomic<bool> stopping{false};
-  std::thread thread;
+  minimal::Worker worker;
+
+  ~Server() { end(); }
 
   bool claim() {
     if (listener) return true;
@@ -256,50 +256,37 @@ struct Server {
     }
     if (::listen(socket.get(), SOMAXCONN) != 0) return false;
     listener = std::move(socket);
-    return true;
+    return minimal::endAtExit();
   }
 
   bool serve() {
-    if (!listener || thread.joinable()) return static_cast<bool>(listener);
+    if (!listener) return false;
+    if (wake) return true;
     wake = Fd(::eventfd(0, EFD_CLOEXEC));
-    if (!wake) return false;
-    try {
-      thread = std::thread(&Server::run, this);
-    } catch (const std::system_error& e) {
-      log().Error("BUS %s: no thread: %s", name.c_str(), e.what());
-      return false;
-    }
-    return true;
+    // The thread begins in the base class's constructor, and nothing tells when the derived ones
+    // are through. They take microseconds; callers wait in the listener's queue for a good deal
+    // longer.
+    return wake && worker.post([this] { run(); }, kConstruction);
   }
 
   void end() {
-    if (thread.joinable()) {
-      stopping = true;
-      const uint64_t one = 1;
-      if (::write(wake.get(), &one, sizeof one) < 0) log().Error("BUS: %s", std::strerror(errno));
-      // exit() may have been called by a transaction.
-      if (thread.get_id() == std::this_thread::get_id()) {
-        thread.detach();
-      } else {
-        thread.join();
-      }
-    }
     if (!listener) return;
+    const uint64_t one = 1;
+    if (wake && ::write(wake.get(), &one, sizeof one) < 0) {
+      log().Error("BUS: %s", std::strerror(errno));
+    }
+    worker.end();
     const NameLock lock;
     ::unlink(pathOf(name).c_str());
     listener = Fd();
   }
 
   void run() {
-    // The thread begins in the base class's constructor, and nothing tells when the derived ones
-    // are through. They take microseconds; callers wait in the listener's queue for a good deal
-    // longer.
-    pollfd ending = {wake.get(), POLLIN, 0};
-    ::poll(&ending, 1, kConstructionMs);
-    while (!stopping) {
-      pollfd waiting[] = {{wake.get(), POLLIN, 0}, {listener.get(), POLLIN, 0}};
-      if (::poll(waiting, 2, -1) < 0 && errno != EINTR) return;
-      if (stopping || (waiting[1].revents & POLLIN) == 0) continue;
+    pollfd waiting[] = {{wake.get(), POLLIN, 0}, {listener.get(), POLLIN, 0}};
+    while (waiting[0].revents == 0) {
+      const int count = ::poll(waiting, 2, -1);
+      if (count < 0 && errno != EINTR) return;
+      if (count < 0 || waiting[0].revents != 0 || (waiting[1].revents & POLLIN) == 0) continue;
       const Fd peer(::accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
       if (peer) transaction(peer);
     }
@@ -322,36 +309,34 @@ struct Server {
   }
 };
 
-// The servers that run. A TV application's is never destroyed: it ends here, with the process.
-struct Running {
+// All servers of this process, also those that are not served.
+struct Servers {
   std::mutex mutex;
-  std::deque<Server*> servers;
-  Server* service = nullptr;  // registered; served where this is the service process
+  std::deque<Server*> all;
 };
 
-Running& running() {
-  static Running* const only = new Running;
-  return *only;
-}
+Servers& servers() { return minimal::immortal<Servers>(); }
 
-void endAll() {
-  std::deque<Server*> servers;
-  {
-    const std::lock_guard<std::mutex> lock(running().mutex);
-    servers.swap(running().servers);
+// Returns the server of the library, or null when this process has not loaded it.
+Server* serviceServer() {
+  const std::lock_guard<std::mutex> lock(servers().mutex);
+  for (Server* server : servers().all) {
+    if (server->name == kServiceName) return server;
   }
-  for (Server* server : servers) server->end();
-}
-
-bool claimAndNote(Server* server) {
-  if (!server->claim()) return false;
-  const std::lock_guard<std::mutex> lock(running().mutex);
-  running().servers.push_back(server);
-  static const int at_exit = std::atexit(endAll);
-  return at_exit == 0;
+  log().Error("BUS: this process has not loaded the library");
+  return nullptr;
 }
 
 }  // namespace
+
+void minimal::endServers() {
+  std::deque<Server*> all;
+  {
+    const std::lock_guard<std::mutex> lock(servers().mutex);
+    all = servers().all;
+  }
+  for (Server* server : all) server->end();
+}
 
 struct BUSServerInterface::Impl : Server {};
 
@@ -359,39 +344,32 @@ BUSServerInterface::BUSServerInterface(const char* name, const char* /*descripti
     : impl_(new Impl) {
   impl_->name = name;
   impl_->object = this;
+  {
+    const std::lock_guard<std::mutex> lock(servers().mutex);
+    servers().all.push_back(impl_.get());
+  }
   if (impl_->name == kServiceName) {
     removeDeadNames();
-    const std::lock_guard<std::mutex> lock(running().mutex);
-    running().service = impl_.get();
-  } else if (!claimAndNote(impl_.get()) || !impl_->serve()) {
+  } else if (!impl_->claim() || !impl_->serve()) {
     log().Error("BUS %s: not served", impl_->name.c_str());
   }
 }
 
-// The derived part is gone: what may call it has ended before, with the process (endAll).
+// The derived part is gone: what may call it has ended before, with the process (endServers()).
 BUSServerInterface::~BUSServerInterface() {
-  {
-    const std::lock_guard<std::mutex> lock(running().mutex);
-    if (running().service == impl_.get()) running().service = nullptr;
-    auto& servers = running().servers;
-    servers.erase(std::remove(servers.begin(), servers.end(), impl_.get()), servers.end());
-  }
-  impl_->end();
+  const std::lock_guard<std::mutex> lock(servers().mutex);
+  auto& all = servers().all;
+  all.erase(std::remove(all.begin(), all.end(), impl_.get()), all.end());
 }
 
 int MINIMAL_claim(void) {
-  Server* service = nullptr;
-  {
-    const std::lock_guard<std::mutex> lock(running().mutex);
-    service = running().service;
-  }
-  if (service == nullptr) log().Error("BUS: this process has not loaded the library");
-  return service != nullptr && claimAndNote(service) ? 0 : -1;
+  Server* const service = serviceServer();
+  return service != nullptr && service->claim() ? 0 : -1;
 }
 
 int MINIMAL_serve(void) {
-  const std::lock_guard<std::mutex> lock(running().mutex);
-  return running().service != nullptr && running().service->serve() ? 0 : -1;
+  Server* const service = serviceServer();
+  return service != nullptr && service->serve() ? 0 : -1;
 }
 
 struct BUSClientInterface::Impl {

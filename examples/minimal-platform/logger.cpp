@@ -9,6 +9,7 @@
 #include <string>
 
 #include "logger_cpp.h"
+#include "process.h"
 #include "set.h"
 
 struct LoggerCpp::Impl {
@@ -57,8 +58,9 @@ void LoggerCpp::Info(const char* format, ...) { MINIMAL_LOG_AT(2); }
 void LoggerCpp::Warn(const char* format, ...) { MINIMAL_LOG_AT(3); }
 void LoggerCpp::Error(const char* format, ...) { MINIMAL_LOG_AT(4); }
 
-// Never destroyed: threads log until the process is gone.
 LoggerCpp& minimal::log() {
-  static LoggerCpp* const logger = new LoggerCpp("minimal", "platform");
-  return *logger;
+  struct Logger : LoggerCpp {
+    Logger() : LoggerCpp("minimal", "platform") {}
+  };
+  return immortal<Logger>();
 }

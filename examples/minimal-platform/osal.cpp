@@ -2,19 +2,16 @@
 #include "osal.h"
 
 #include <atomic>
-#include <mutex>
 
+#include "process.h"
 #include "set.h"
-#include "worker.h"
 
 namespace {
 
 using minimal::kFailure;
 using minimal::kSuccess;
 
-struct Timers;  // names the worker
 std::atomic<OSAL_timer_id> g_last_timer{0};
-std::mutex g_enable_mutex;
 
 }  // namespace
 
@@ -28,13 +25,9 @@ int OSAL_timer_create(const char* /*name*/, int type, OSAL_timer_id* timer) {
 int OSAL_timer_enable(OSAL_timer_id timer, OSAL_timer_handler handler, void* arg,
                       uint32_t milliseconds) {
   if (timer == 0 || timer > g_last_timer || handler == nullptr) return kFailure;
-  minimal::Worker& timers = minimal::processWorker<Timers>();
-  const std::lock_guard<std::mutex> lock(g_enable_mutex);  // of two starts one holds
-  timers.cancel(timer);
-  return timers.post([handler, arg] { handler(arg, 0); }, std::chrono::milliseconds(milliseconds),
-                     timer)
-             ? kSuccess
-             : kFailure;
+  const std::chrono::milliseconds delay(milliseconds);
+  const auto job = [handler, arg] { handler(arg, 0); };
+  return minimal::workers().timers.post(job, delay, timer) ? kSuccess : kFailure;
 }
 
 // This set has no semaphores to show.

@@ -11,14 +11,12 @@
 #include "aifw.h"
 #include "aipt.h"
 #include "aivc.h"
+#include "process.h"
 #include "set.h"
-#include "worker.h"
 
 namespace minimal {
 
 namespace {
-
-struct Events;  // names the worker
 
 // GPS time began 1980-01-06 and has no leap seconds: 18 so far.
 constexpr uint32_t kGpsEpoch = 315964800;
@@ -38,17 +36,13 @@ struct State {
   std::vector<uint32_t> updated;  // the sources of the AFW_EPG_UPDATE that was reported last
 };
 
-// Never destroyed: threads ask until the process is gone.
-State& state() {
-  static State* const only = new State;
-  return *only;
-}
+State& state() { return immortal<State>(); }
 
 uint32_t currentInput() { return static_cast<uint32_t>(setting("input", AI_INPUT_TERRESTRIAL)); }
 
 void post(AFW_event_t event, std::optional<AIFW_time_data> time = {},
           std::vector<uint32_t> updated = {}) {
-  processWorker<Events>().post([event, time, updated = std::move(updated)]() mutable {
+  workers().events.post([event, time, updated = std::move(updated)]() mutable {
     AIFW_app_callback callback = nullptr;
     {
       const std::lock_guard<std::mutex> lock(state().mutex);
@@ -73,9 +67,7 @@ void watchClock() {
     reportGuide();
   }
   const auto rest = std::chrono::seconds(kHalfHour - utcSeconds() % kHalfHour);
-  Worker& worker = processWorker<Events>();
-  worker.cancel(kWatch);
-  worker.post(watchClock, rest, kWatch);
+  workers().events.post(watchClock, rest, kWatch);
 }
 
 // All is there that events need: the first ones.
@@ -83,7 +75,7 @@ void begin() {
   moveGuide();
   reportTime(AFW_STT_UPDATE);
   reportGuide();
-  processWorker<Events>().post(watchClock);
+  workers().events.post(watchClock);
 }
 
 // Plays a service. With the lock of the state.

@@ -3,8 +3,8 @@
 #include <mutex>
 
 #include "aics.h"
+#include "process.h"
 #include "set.h"
-#include "worker.h"
 
 namespace {
 
@@ -12,8 +12,6 @@ using minimal::Carrier;
 using minimal::kFailure;
 using minimal::kSuccess;
 
-struct Scans;  // names the worker
-constexpr uint32_t kStep = 1;
 constexpr std::chrono::milliseconds kDwell(50);
 
 struct Search {
@@ -23,17 +21,14 @@ struct Search {
   AICS_scan_progress progress;
 };
 
-// Guarded by the mutex, which is not held during a callback. Never destroyed.
+// Guarded by the mutex, which is not held during a callback.
 struct State {
   std::mutex mutex;
   bool running = false;
   uint32_t number = 0;  // of the search that runs
 };
 
-State& state() {
-  static State* const only = new State;
-  return *only;
-}
+State& state() { return minimal::immortal<State>(); }
 
 void finish() {
   minimal::report(AFW_SERVICE_BUILD_COMPLETED);
@@ -67,7 +62,7 @@ void step(uint32_t number, Search search) {
     finish();
     return;
   }
-  minimal::processWorker<Scans>().post([number, search] { step(number, search); }, kDwell, kStep);
+  minimal::workers().scans.post([number, search] { step(number, search); }, kDwell);
 }
 
 }  // namespace
@@ -88,7 +83,7 @@ int AICS_start_search(const AICS_search_request* request, AICS_scan_callback cal
   const std::lock_guard<std::mutex> lock(state().mutex);
   if (state().running) return kFailure;
   const uint32_t number = ++state().number;
-  state().running = minimal::processWorker<Scans>().post([number, search]() mutable {
+  state().running = minimal::workers().scans.post([number, search]() mutable {
     {
       const std::lock_guard<std::mutex> lock(state().mutex);
       if (!state().running || state().number != number) return;
@@ -105,7 +100,6 @@ int AICS_stop_scan(void) {
     if (!state().running) return kFailure;
     state().running = false;
   }
-  minimal::processWorker<Scans>().cancel(kStep);
   finish();
   return kSuccess;
 }

@@ -38,14 +38,13 @@ bool sourceIs(const Service& service, uint32_t input_source) {
 
 }  // namespace
 
-const std::vector<Carrier>& carriers() {
+std::vector<Carrier> carriers() {
   // In the middle of each list a channel without a carrier.
-  static const std::vector<Carrier> all = {
+  return {
       {AI_INPUT_TERRESTRIAL, 7, 177000000}, {AI_INPUT_TERRESTRIAL, 8, 183000000},
       {AI_INPUT_TERRESTRIAL, 9, 189000000}, {AI_INPUT_CABLE, 2, 57000000},
       {AI_INPUT_CABLE, 3, 63000000},        {AI_INPUT_CABLE, 4, 69000000},
   };
-  return all;
 }
 
 std::vector<const Service*> listedServices(uint32_t input_source) {

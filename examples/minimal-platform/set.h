@@ -11,8 +11,8 @@
 //   application that never answers a scan message keeps the service process from ending.
 //
 // A file a concern: bus, logger, osal, settings (what survives a restart), services (the data),
-// guide, scan, playing (with the events), time, parental, modules (all small ones), and worker, the
-// threads of all of them. docs/porting.md walks through it.
+// guide, scan, playing (with the events), time, parental, modules (all small ones), and process,
+// the threads of all of them and their end. docs/porting.md walks through it.
 #ifndef MINIMAL_PLATFORM_SET_H_
 #define MINIMAL_PLATFORM_SET_H_
 
@@ -46,7 +46,7 @@ struct Carrier {
   uint8_t channel_number;
   uint32_t frequency;  // Hz
 };
-const std::vector<Carrier>& carriers();
+std::vector<Carrier> carriers();
 
 struct Service {
   uint32_t rec;  // service record number
@@ -85,6 +85,9 @@ bool moveGuide();
 
 // time.cpp
 uint32_t utcSeconds();
+
+// bus.cpp: ends all servers of this process.
+void endServers();
 
 LoggerCpp& log();
 

@@ -9,6 +9,7 @@
 #include <map>
 #include <mutex>
 
+#include "process.h"
 #include "set.h"
 
 namespace minimal {
@@ -48,29 +49,21 @@ bool store(const Values& values) {
 struct Settings {
   std::mutex mutex;
   Values values;
-};
 
-// Never destroyed: threads ask until the process is gone.
-Settings& settings() {
-  static Settings* const only = [] {
-    auto* const made = new Settings;
-    load(&made->values);
-    return made;
-  }();
-  return *only;
-}
+  Settings() { load(&values); }
+};
 
 }  // namespace
 
 int32_t setting(const std::string& key, int32_t otherwise) {
-  Settings& all = settings();
+  Settings& all = immortal<Settings>();
   const std::lock_guard<std::mutex> lock(all.mutex);
   const auto found = all.values.find(key);
   return found != all.values.end() ? found->second : otherwise;
 }
 
 bool changeSettings(const std::vector<Change>& changes, Unstored unstored) {
-  Settings& all = settings();
+  Settings& all = immortal<Settings>();
   const std::lock_guard<std::mutex> lock(all.mutex);
   Values fresh = all.values;
   for (const Change& change : changes) fresh[change.first] = change.second;
@@ -83,7 +76,7 @@ bool changeSettings(const std::vector<Change>& changes, Unstored unstored) {
 bool reloadSettings() {
   Values fresh;
   if (!load(&fresh)) return false;
-  Settings& all = settings();
+  Settings& all = immortal<Settings>();
   const std::lock_guard<std::mutex> lock(all.mutex);
   all.values = fresh;
   return true;
