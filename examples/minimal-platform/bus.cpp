@@ -17,17 +17,19 @@
 #include <chrono>
 #include <cstring>
 #include <deque>
-#include <mutex>
 #include <string>
 #include <utility>
 
 #include "minimal_platform.h"
+#include "mutex.h"
 #include "process.h"
 #include "set.h"
 
 namespace {
 
 using minimal::log;
+using minimal::Mutex;
+using minimal::MutexLock;
 
 // Every process that loads the library makes this server, before main(). It answers only where the
 // process said that it is the service process.
@@ -311,15 +313,15 @@ struct Server {
 
 // All servers of this process, also those that are not served.
 struct Servers {
-  std::mutex mutex;
-  std::deque<Server*> all;
+  Mutex mutex;
+  std::deque<Server*> all GUARDED_BY(mutex);
 };
 
 Servers& servers() { return minimal::immortal<Servers>(); }
 
 // Returns the server of the library, or null when this process has not loaded it.
-Server* serviceServer() {
-  const std::lock_guard<std::mutex> lock(servers().mutex);
+Server* serviceServer() EXCLUDES(servers().mutex) {
+  const MutexLock lock(servers().mutex);
   for (Server* server : servers().all) {
     if (server->name == kServiceName) return server;
   }
@@ -332,7 +334,7 @@ Server* serviceServer() {
 void minimal::endServers() {
   std::deque<Server*> all;
   {
-    const std::lock_guard<std::mutex> lock(servers().mutex);
+    const MutexLock lock(servers().mutex);
     all = servers().all;
   }
   for (Server* server : all) server->end();
@@ -345,7 +347,7 @@ BUSServerInterface::BUSServerInterface(const char* name, const char* /*descripti
   impl_->name = name;
   impl_->object = this;
   {
-    const std::lock_guard<std::mutex> lock(servers().mutex);
+    const MutexLock lock(servers().mutex);
     servers().all.push_back(impl_.get());
   }
   if (impl_->name == kServiceName) {
@@ -357,7 +359,7 @@ BUSServerInterface::BUSServerInterface(const char* name, const char* /*descripti
 
 // The derived part is gone: what may call it has ended before, with the process (endServers()).
 BUSServerInterface::~BUSServerInterface() {
-  const std::lock_guard<std::mutex> lock(servers().mutex);
+  const MutexLock lock(servers().mutex);
   auto& all = servers().all;
   all.erase(std::remove(all.begin(), all.end(), impl_.get()), all.end());
 }
@@ -374,7 +376,7 @@ int MINIMAL_serve(void) {
 
 struct BUSClientInterface::Impl {
   std::string name;
-  std::mutex mutex;
+  Mutex mutex;
 };
 
 BUSClientInterface::BUSClientInterface(const char* name, const char* /*description*/)
@@ -386,7 +388,7 @@ BUSClientInterface::~BUSClientInterface() = default;
 
 int BUSClientInterface::transact(unsigned int code, BUSParam& data, BUSParam* reply,
                                  unsigned int flags) {
-  const std::lock_guard<std::mutex> lock(impl_->mutex);
+  const MutexLock lock(impl_->mutex);
   const std::string path = pathOf(impl_->name);
   const Fd server = connectTo(path);
   if (!server) {

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <mutex>
 #include <optional>
 
 #include "aicn.h"
@@ -11,6 +10,7 @@
 #include "aifw.h"
 #include "aipt.h"
 #include "aivc.h"
+#include "mutex.h"
 #include "process.h"
 #include "set.h"
 
@@ -23,17 +23,19 @@ constexpr uint32_t kGpsEpoch = 315964800;
 constexpr uint8_t kLeapSeconds = 18;
 
 struct State {
-  std::mutex mutex;
-  AIFW_app_callback callback = nullptr;
-  bool initialised = false;
-  bool standby = false;
-  bool playing = false;
-  const Service* current = nullptr;  // stays when playing ends
-  uint32_t tuned = 0;                // Hz; 0: not tuned
-  bool locked = false;               // the channel that plays is locked and was not opened
-  bool password_required = true;
-  bool open_next = false;
-  std::vector<uint32_t> updated;  // the sources of the AFW_EPG_UPDATE that was reported last
+  Mutex mutex;
+  AIFW_app_callback callback GUARDED_BY(mutex) = nullptr;
+  bool initialised GUARDED_BY(mutex) = false;
+  bool standby GUARDED_BY(mutex) = false;
+  bool playing GUARDED_BY(mutex) = false;
+  const Service* current GUARDED_BY(mutex) = nullptr;  // stays when playing ends
+  uint32_t tuned GUARDED_BY(mutex) = 0;                // Hz; 0: not tuned
+  // The channel that plays is locked and was not opened.
+  bool locked GUARDED_BY(mutex) = false;
+  bool password_required GUARDED_BY(mutex) = true;
+  bool open_next GUARDED_BY(mutex) = false;
+  // The sources of the AFW_EPG_UPDATE that was reported last.
+  std::vector<uint32_t> updated GUARDED_BY(mutex);
 };
 
 State& state() { return immortal<State>(); }
@@ -45,7 +47,7 @@ void post(AFW_event_t event, std::optional<AIFW_time_data> time = {},
   workers().events.post([event, time, updated = std::move(updated)]() mutable {
     AIFW_app_callback callback = nullptr;
     {
-      const std::lock_guard<std::mutex> lock(state().mutex);
+      const MutexLock lock(state().mutex);
       callback = state().callback;
       if (event == AFW_EPG_UPDATE) state().updated = std::move(updated);
     }
@@ -54,13 +56,13 @@ void post(AFW_event_t event, std::optional<AIFW_time_data> time = {},
 }
 
 // Each half hour the guide moves on.
-void watchClock() {
+void watchClock() EXCLUDES(state().mutex) {
   constexpr uint32_t kHalfHour = 1800;
   constexpr uint32_t kWatch = 1;
   if (moveGuide()) {
     bool playing = false;
     {
-      const std::lock_guard<std::mutex> lock(state().mutex);
+      const MutexLock lock(state().mutex);
       playing = state().playing;
     }
     if (playing) report(AFW_EVENT_TRANSITION);
@@ -78,27 +80,26 @@ void begin() {
   workers().events.post(watchClock);
 }
 
-// Plays a service. With the lock of the state.
-int play(const Service* service) {
-  State& now = state();
-  if (service == nullptr || now.standby) return kFailure;
+// Plays a service.
+int play(const Service* service) REQUIRES(state().mutex) {
+  if (service == nullptr || state().standby) return kFailure;
   const bool other_input = service->input_source != currentInput();
-  const bool same = now.playing && now.current == service;
-  now.current = service;
-  now.playing = true;
-  if (!same) now.locked = false;
-  const bool closed =
-      (flagsOf(*service) & AISRV_FLAG_LOCKED) != 0 && !now.open_next && now.password_required;
-  now.open_next = false;
+  const bool same = state().playing && state().current == service;
+  state().current = service;
+  state().playing = true;
+  if (!same) state().locked = false;
+  const bool closed = (flagsOf(*service) & AISRV_FLAG_LOCKED) != 0 && !state().open_next &&
+                      state().password_required;
+  state().open_next = false;
   changeSettings({{"input", service->input_source},
                   {"last." + std::to_string(service->input_source), service->rec}});
-  if (now.tuned != service->frequency) {
-    now.tuned = service->frequency;
+  if (state().tuned != service->frequency) {
+    state().tuned = service->frequency;
     post(AFW_TUNER_LOCKED);
   }
   post(AFW_CHANNEL_PLAY_SUCCESS);
-  if (closed != now.locked) post(closed ? AFW_CHANNEL_LOCKED : AFW_CHANNEL_UNLOCKED);
-  now.locked = closed;
+  if (closed != state().locked) post(closed ? AFW_CHANNEL_LOCKED : AFW_CHANNEL_UNLOCKED);
+  state().locked = closed;
   if (other_input) reportGuide();
   return kSuccess;
 }
@@ -120,8 +121,8 @@ const Service* lastService(uint32_t input_source) {
   return last != nullptr && !deleted(*last) ? last : firstService(input_source, 0);
 }
 
-// Opens the channel that plays. With the lock of the state.
-void open() {
+// Opens the channel that plays.
+void open() REQUIRES(state().mutex) {
   if (state().locked) post(AFW_CHANNEL_UNLOCKED);
   state().locked = false;
 }
@@ -158,7 +159,7 @@ void reportGuide() {
 }
 
 void endPlaying() {
-  const std::lock_guard<std::mutex> lock(state().mutex);
+  const MutexLock lock(state().mutex);
   state().playing = state().locked = false;
   state().tuned = 0;
 }
@@ -168,14 +169,14 @@ void endPlaying() {
 using namespace minimal;
 
 int AIFW_init(int /*mode*/) {
-  const std::lock_guard<std::mutex> lock(state().mutex);
+  const MutexLock lock(state().mutex);
   if (!state().initialised && state().callback != nullptr) begin();
   state().initialised = true;
   return kSuccess;
 }
 
 int AIFW_register_frmwrk_app_cb(AIFW_app_callback callback) {
-  const std::lock_guard<std::mutex> lock(state().mutex);
+  const MutexLock lock(state().mutex);
   const bool first = state().callback == nullptr && callback != nullptr;
   state().callback = callback;
   if (first && state().initialised) begin();
@@ -184,10 +185,9 @@ int AIFW_register_frmwrk_app_cb(AIFW_app_callback callback) {
 
 int AIFW_get_event_update_data(AIFW_event_update_data* data) {
   if (data == nullptr) return kFailure;
-  const std::lock_guard<std::mutex> lock(state().mutex);
-  const auto& updated = state().updated;
-  data->count = std::min<uint32_t>(AIFW_MAX_UPDATED_SOURCES, updated.size());
-  std::copy_n(updated.begin(), data->count, data->source_ids);
+  const MutexLock lock(state().mutex);
+  data->count = std::min<uint32_t>(AIFW_MAX_UPDATED_SOURCES, state().updated.size());
+  std::copy_n(state().updated.begin(), data->count, data->source_ids);
   return kSuccess;
 }
 
@@ -199,40 +199,39 @@ int AIFW_get_EAS_priority(uint8_t* priority) {
 }
 
 int AIFW_powerTransition_request(int powerdown) {
-  const std::lock_guard<std::mutex> lock(state().mutex);
-  State& now = state();
+  const MutexLock lock(state().mutex);
   if (powerdown != 0) {
-    now.standby = true;
-    now.playing = now.locked = false;
-    now.tuned = 0;
-  } else if (now.standby) {
-    now.standby = false;
+    state().standby = true;
+    state().playing = state().locked = false;
+    state().tuned = 0;
+  } else if (state().standby) {
+    state().standby = false;
     play(lastService(currentInput()));
   }
   return kSuccess;
 }
 
 int AIFW_play_src(uint32_t /*path*/, uint32_t input_source) {
-  const std::lock_guard<std::mutex> lock(state().mutex);
+  const MutexLock lock(state().mutex);
   return play(lastService(input_source));
 }
 
 int AIFW_play_curr_src(void) { return AIFW_play_src(0, currentInput()); }
 
 int AIFW_play_first_service(uint32_t input_source, uint32_t frequency) {
-  const std::lock_guard<std::mutex> lock(state().mutex);
+  const MutexLock lock(state().mutex);
   return play(firstService(input_source, frequency));
 }
 
 int AIFW_stop_curr_src(void) {
-  const std::lock_guard<std::mutex> lock(state().mutex);
+  const MutexLock lock(state().mutex);
   state().playing = state().locked = false;
   return kSuccess;
 }
 
 int AIFW_channel_change(const AIFW_channel_change_request* request) {
   if (request == nullptr) return kFailure;
-  const std::lock_guard<std::mutex> lock(state().mutex);
+  const MutexLock lock(state().mutex);
   auto services = listedServices(request->input_source);
   if (request->mode == AIFW_CHANGE_DIRECT) {
     for (const Service* service : services) {
@@ -244,35 +243,36 @@ int AIFW_channel_change(const AIFW_channel_change_request* request) {
     return kFailure;
   }
   if (request->mode != AIFW_CHANGE_UP && request->mode != AIFW_CHANGE_DOWN) return kFailure;
-  const auto leave_out = [](const Service* service) {
+  const Service* const current = state().current;
+  const auto leave_out = [current](const Service* service) {
     constexpr uint32_t kOut = AISRV_FLAG_SKIPPED | AISRV_FLAG_DELETED;
-    return service != state().current && (flagsOf(*service) & kOut) != 0;
+    return service != current && (flagsOf(*service) & kOut) != 0;
   };
   services.erase(std::remove_if(services.begin(), services.end(), leave_out), services.end());
   if (services.empty()) return kFailure;
   if (request->mode == AIFW_CHANGE_DOWN) std::reverse(services.begin(), services.end());
   // From a service of another source on: the first one.
-  auto next = std::find(services.begin(), services.end(), state().current);
+  auto next = std::find(services.begin(), services.end(), current);
   if (next != services.end()) ++next;
   return play(next != services.end() ? *next : services.front());
 }
 
 int AIFW_change_audio(uint8_t track) {
   constexpr uint8_t kTracks = 2;
-  const std::lock_guard<std::mutex> lock(state().mutex);
+  const MutexLock lock(state().mutex);
   const Service* const current = state().current;
   if (current == nullptr || track < 1 || track > kTracks) return kFailure;
   return changeSettings({{"audio." + std::to_string(current->rec), track}}) ? kSuccess : kFailure;
 }
 
 int AIFW_passwd_reqd_non_play_src(int required) {
-  const std::lock_guard<std::mutex> lock(state().mutex);
+  const MutexLock lock(state().mutex);
   state().password_required = required != 0;
   return kSuccess;
 }
 
 int AIFW_pwd_unlocked_no_playing(int unlocked) {
-  const std::lock_guard<std::mutex> lock(state().mutex);
+  const MutexLock lock(state().mutex);
   if (unlocked == 0) {
     state().open_next = false;
   } else if (state().playing) {
@@ -284,13 +284,12 @@ int AIFW_pwd_unlocked_no_playing(int unlocked) {
 }
 
 int AIFW_pwd_unlocked_no_checking_status(int unlocked) {
-  const std::lock_guard<std::mutex> lock(state().mutex);
-  State& now = state();
-  if (!now.playing) return kFailure;
+  const MutexLock lock(state().mutex);
+  if (!state().playing) return kFailure;
   if (unlocked != 0) {
     open();
-  } else if (!now.locked && (flagsOf(*now.current) & AISRV_FLAG_LOCKED) != 0) {
-    now.locked = true;
+  } else if (!state().locked && (flagsOf(*state().current) & AISRV_FLAG_LOCKED) != 0) {
+    state().locked = true;
     post(AFW_CHANNEL_LOCKED);
   }
   return kSuccess;
@@ -317,7 +316,7 @@ int AIFW_enable_eas_cable_only(int32_t* value, int direction) {
 }
 
 int AICN_get_current(AISRV_service_info* record) {
-  const std::lock_guard<std::mutex> lock(state().mutex);
+  const MutexLock lock(state().mutex);
   if (record == nullptr || state().current == nullptr) return kFailure;
   fillRecord(*state().current, record);
   return kSuccess;
@@ -326,7 +325,7 @@ int AICN_get_current(AISRV_service_info* record) {
 int AICN_get_curr_input_source(void) { return static_cast<int>(currentInput()); }
 
 int AICN_get_chan_state(void) {
-  const std::lock_guard<std::mutex> lock(state().mutex);
+  const MutexLock lock(state().mutex);
   return state().playing ? 1 : 0;
 }
 
@@ -340,7 +339,7 @@ int AICN_set_play_from_ap(int /*from_application*/) { return kSuccess; }
 
 int AIFE_get_tuning_details(uint32_t tuner, uint32_t path, AIFE_tuning_details* details) {
   if (tuner != AIFE_MAIN_TUNER || path != AIFE_MAIN_PATH || details == nullptr) return kFailure;
-  const std::lock_guard<std::mutex> lock(state().mutex);
+  const MutexLock lock(state().mutex);
   details->frequency = state().tuned;
   details->modulation = modulationOf(currentInput());
   return kSuccess;

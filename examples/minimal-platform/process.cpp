@@ -29,7 +29,7 @@ void shutDown() {
 bool endAtExit() { return std::atexit(shutDown) == 0; }
 
 bool Worker::post(std::function<void()> job, std::chrono::milliseconds delay, uint32_t key) {
-  const std::lock_guard<std::mutex> lock(mutex_);
+  const MutexLock lock(mutex_);
   if (ended_ || !start()) return false;
   for (auto other = jobs_.begin(); key != 0 && other != jobs_.end();) {
     other = other->second.key == key ? jobs_.erase(other) : std::next(other);
@@ -41,7 +41,7 @@ bool Worker::post(std::function<void()> job, std::chrono::milliseconds delay, ui
 
 void Worker::end() {
   {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const MutexLock lock(mutex_);
     ended_ = true;
   }
   changed_.notify_one();
@@ -67,12 +67,12 @@ bool Worker::start() {
 }
 
 std::function<void()> Worker::next() {
-  std::unique_lock<std::mutex> lock(mutex_);
+  const MutexLock lock(mutex_);
   while (!ended_) {
     if (jobs_.empty()) {
-      changed_.wait(lock);
+      changed_.wait(mutex_);
     } else if (const auto time = jobs_.begin()->first; time > std::chrono::steady_clock::now()) {
-      changed_.wait_until(lock, time);
+      changed_.wait_until(mutex_, time);
     } else {
       auto job = std::move(jobs_.begin()->second.run);
       jobs_.erase(jobs_.begin());

@@ -8,8 +8,9 @@
 #include <cstdint>
 #include <functional>
 #include <map>
-#include <mutex>
 #include <thread>
+
+#include "mutex.h"
 
 namespace minimal {
 
@@ -34,10 +35,11 @@ class Worker {
 
   // Runs `job` after `delay`. Replaces the job of the same `key` that has not begun, unless the key
   // is 0. Returns false when the worker has ended or its thread cannot be created.
-  bool post(std::function<void()> job, std::chrono::milliseconds delay = {}, uint32_t key = 0);
+  bool post(std::function<void()> job, std::chrono::milliseconds delay = {}, uint32_t key = 0)
+      EXCLUDES(mutex_);
 
   // Waits for the running job; no other job begins. Does not wait in a job, which may call exit().
-  void end();
+  void end() EXCLUDES(mutex_);
 
  private:
   struct Job {
@@ -45,15 +47,15 @@ class Worker {
     uint32_t key;
   };
 
-  bool start();
+  bool start() REQUIRES(mutex_);
 
   // Waits for the next job. Returns null when the worker has ended.
-  std::function<void()> next();
+  std::function<void()> next() EXCLUDES(mutex_);
 
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  std::multimap<std::chrono::steady_clock::time_point, Job> jobs_;
-  bool ended_ = false;
+  Mutex mutex_;
+  std::condition_variable_any changed_;
+  std::multimap<std::chrono::steady_clock::time_point, Job> jobs_ GUARDED_BY(mutex_);
+  bool ended_ GUARDED_BY(mutex_) = false;
   std::thread thread_;  // starts before ended_ is set, is joined afterwards
 };
 

@@ -1,8 +1,8 @@
 // AICS: the scan, on a thread of its own.
 #include <chrono>
-#include <mutex>
 
 #include "aics.h"
+#include "mutex.h"
 #include "process.h"
 #include "set.h"
 
@@ -11,6 +11,8 @@ namespace {
 using minimal::Carrier;
 using minimal::kFailure;
 using minimal::kSuccess;
+using minimal::Mutex;
+using minimal::MutexLock;
 
 constexpr std::chrono::milliseconds kDwell(50);
 
@@ -21,11 +23,10 @@ struct Search {
   AICS_scan_progress progress;
 };
 
-// Guarded by the mutex, which is not held during a callback.
 struct State {
-  std::mutex mutex;
-  bool running = false;
-  uint32_t number = 0;  // of the search that runs
+  Mutex mutex;
+  bool running GUARDED_BY(mutex) = false;
+  uint32_t number GUARDED_BY(mutex) = 0;  // of the search that runs
 };
 
 State& state() { return minimal::immortal<State>(); }
@@ -36,10 +37,10 @@ void finish() {
 }
 
 // Visits the next frequency, or is at the end. A search that was stopped does nothing more.
-void step(uint32_t number, Search search) {
+void step(uint32_t number, Search search) EXCLUDES(state().mutex) {
   int reported = AICS_STATE_PROGRESS;
   {
-    const std::lock_guard<std::mutex> lock(state().mutex);
+    const MutexLock lock(state().mutex);
     if (!state().running || state().number != number) return;
     if (search.at == search.plan.size()) {
       reported = AICS_STATE_OVER;
@@ -80,12 +81,12 @@ int AICS_start_search(const AICS_search_request* request, AICS_scan_callback cal
   search.progress.band_mask = static_cast<int32_t>(minimal::modulationOf(request->source));
   minimal::endPlaying();
 
-  const std::lock_guard<std::mutex> lock(state().mutex);
+  const MutexLock lock(state().mutex);
   if (state().running) return kFailure;
   const uint32_t number = ++state().number;
   state().running = minimal::workers().scans.post([number, search]() mutable {
     {
-      const std::lock_guard<std::mutex> lock(state().mutex);
+      const MutexLock lock(state().mutex);
       if (!state().running || state().number != number) return;
     }
     search.callback(&search.progress, AICS_STATE_START);
@@ -96,7 +97,7 @@ int AICS_start_search(const AICS_search_request* request, AICS_scan_callback cal
 
 int AICS_stop_scan(void) {
   {
-    const std::lock_guard<std::mutex> lock(state().mutex);
+    const MutexLock lock(state().mutex);
     if (!state().running) return kFailure;
     state().running = false;
   }

@@ -7,8 +7,8 @@
 #include <cstdlib>
 #include <fstream>
 #include <map>
-#include <mutex>
 
+#include "mutex.h"
 #include "process.h"
 #include "set.h"
 
@@ -47,8 +47,8 @@ bool store(const Values& values) {
 }
 
 struct Settings {
-  std::mutex mutex;
-  Values values;
+  Mutex mutex;
+  Values values GUARDED_BY(mutex);
 
   Settings() { load(&values); }
 };
@@ -57,14 +57,14 @@ struct Settings {
 
 int32_t setting(const std::string& key, int32_t otherwise) {
   Settings& all = immortal<Settings>();
-  const std::lock_guard<std::mutex> lock(all.mutex);
+  const MutexLock lock(all.mutex);
   const auto found = all.values.find(key);
   return found != all.values.end() ? found->second : otherwise;
 }
 
 bool changeSettings(const std::vector<Change>& changes, Unstored unstored) {
   Settings& all = immortal<Settings>();
-  const std::lock_guard<std::mutex> lock(all.mutex);
+  const MutexLock lock(all.mutex);
   Values fresh = all.values;
   for (const Change& change : changes) fresh[change.first] = change.second;
   const bool stored = store(fresh);
@@ -77,7 +77,7 @@ bool reloadSettings() {
   Values fresh;
   if (!load(&fresh)) return false;
   Settings& all = immortal<Settings>();
-  const std::lock_guard<std::mutex> lock(all.mutex);
+  const MutexLock lock(all.mutex);
   all.values = fresh;
   return true;
 }
