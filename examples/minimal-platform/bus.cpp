@@ -148,7 +148,7 @@ bool takeNumber(const std::string& bytes, size_t* at, uint32_t* value) {
 
 struct BUSParam::Impl {
   struct Item {
-    bool is_text;
+    bool isText;
     int32_t number;
     std::string text;
   };
@@ -157,10 +157,10 @@ struct BUSParam::Impl {
   size_t next = 0;
   size_t size = 0;  // bytes in a frame
 
-  bool add(bool is_text, int32_t number, const char* text, size_t length) {
+  bool add(bool isText, int32_t number, const char* text, size_t length) {
     constexpr size_t kHead = 1 + sizeof(uint32_t);
     if (length > kMaxParcel || size + kHead + length > kMaxParcel) return false;
-    items.push_back({is_text, number, std::string(text, length)});
+    items.push_back({isText, number, std::string(text, length)});
     size += kHead + length;
     return true;
   }
@@ -169,8 +169,8 @@ struct BUSParam::Impl {
   std::string bytes() const {
     std::string out;
     for (const Item& item : items) {
-      out += item.is_text ? 't' : 'i';
-      putNumber(item.is_text ? item.text.size() : item.number, &out);
+      out += item.isText ? 't' : 'i';
+      putNumber(item.isText ? item.text.size() : item.number, &out);
       out += item.text;
     }
     return out;
@@ -202,7 +202,7 @@ int BUSParam::writeCString(const char* text) {
 }
 
 const char* BUSParam::readCString() {
-  if (impl_->next >= impl_->items.size() || !impl_->items[impl_->next].is_text) return nullptr;
+  if (impl_->next >= impl_->items.size() || !impl_->items[impl_->next].isText) return nullptr;
   return impl_->items[impl_->next++].text.c_str();
 }
 
@@ -211,7 +211,7 @@ int BUSParam::writeInt32(int32_t value) { return impl_->add(false, value, "", 0)
 int32_t BUSParam::readInt32() {
   while (impl_->next < impl_->items.size()) {
     const Impl::Item& item = impl_->items[impl_->next++];
-    if (!item.is_text) return item.number;
+    if (!item.isText) return item.number;
   }
   return 0;
 }

@@ -28,27 +28,27 @@ constexpr Programme kProgrammes[] = {
 };
 
 // The half hour, counted from 1970, at which all guides begin.
-std::atomic<uint32_t> g_first{0};
+std::atomic<uint32_t> firstHalfHour{0};
 
-const Programme& programme(const Service& service, uint32_t half_hour) {
-  return kProgrammes[(half_hour + service.rec) % std::size(kProgrammes)];
+const Programme& programme(const Service& service, uint32_t halfHour) {
+  return kProgrammes[(halfHour + service.rec) % std::size(kProgrammes)];
 }
 
 // Of an event that a key names, else null.
 const Programme* programme(const AIEC_event_key* key) {
   if (key == nullptr || key->event_index >= kEvents) return nullptr;
   const Service* const service = listedService(key->service_rec, key->input_source);
-  return service == nullptr ? nullptr : &programme(*service, g_first + key->event_index);
+  return service == nullptr ? nullptr : &programme(*service, firstHalfHour + key->event_index);
 }
 
 uint16_t copyEvents(const Service& service, uint32_t index, AIEC_event_info* events,
                     uint16_t count) {
-  const uint32_t first = g_first;
+  const uint32_t first = firstHalfHour;
   uint16_t copied = 0;
   for (; index < kEvents && copied < count; ++index) {
     AIEC_event_info& event = events[copied++];
     const Programme& content = programme(service, first + index);
-    event.key = {service.rec, service.input_source, index};
+    event.key = {service.rec, service.inputSource, index};
     event.event_id = static_cast<uint16_t>((first + index) & 0x3FFF);
     event.genre_count = 1;
     event.genres[0] = content.genre;
@@ -67,7 +67,7 @@ uint16_t copyEvents(const Service& service, uint32_t index, AIEC_event_info* eve
 
 bool moveGuide() {
   const uint32_t now = utcSeconds() / kSeconds;
-  return g_first.exchange(now) != now;
+  return firstHalfHour.exchange(now) != now;
 }
 
 }  // namespace minimal

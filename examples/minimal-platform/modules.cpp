@@ -38,16 +38,16 @@ int AICC_get_cc_service_data(uint32_t /*path*/, const AISRV_service_info* servic
   return kSuccess;
 }
 
-int AIIN_get_input_details(uint32_t input_source, uint8_t* /*flag*/, AIIN_input_t* details,
+int AIIN_get_input_details(uint32_t inputSource, uint8_t* /*flag*/, AIIN_input_t* details,
                            uint32_t /*reserved*/) {
-  if (input_source < AI_INPUT_TERRESTRIAL) return kFailure;
-  return AIIN_get_db_no_input_details(input_source, details);
+  if (inputSource < AI_INPUT_TERRESTRIAL) return kFailure;
+  return AIIN_get_db_no_input_details(inputSource, details);
 }
 
-int AIIN_get_db_no_input_details(uint32_t input_source, AIIN_input_t* details) {
-  if (input_source > AI_INPUT_CABLE || details == nullptr) return kFailure;
+int AIIN_get_db_no_input_details(uint32_t inputSource, AIIN_input_t* details) {
+  if (inputSource > AI_INPUT_CABLE || details == nullptr) return kFailure;
   *details = {};
-  details->type = input_source | AI_INPUT_TERRESTRIAL;
+  details->type = inputSource | AI_INPUT_TERRESTRIAL;
   details->tuner = AIFE_MAIN_TUNER;
   details->handle = details->type;
   return kSuccess;

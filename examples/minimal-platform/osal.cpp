@@ -11,20 +11,20 @@ namespace {
 using minimal::kFailure;
 using minimal::kSuccess;
 
-std::atomic<OSAL_timer_id> g_last_timer{0};
+std::atomic<OSAL_timer_id> lastTimer{0};
 
 }  // namespace
 
 int OSAL_timer_create(const char* /*name*/, int type, OSAL_timer_id* timer) {
   constexpr int kOnce = 2;
   if (timer == nullptr || type != kOnce) return kFailure;
-  *timer = ++g_last_timer;
+  *timer = ++lastTimer;
   return kSuccess;
 }
 
 int OSAL_timer_enable(OSAL_timer_id timer, OSAL_timer_handler handler, void* arg,
                       uint32_t milliseconds) {
-  if (timer == 0 || timer > g_last_timer || handler == nullptr) return kFailure;
+  if (timer == 0 || timer > lastTimer || handler == nullptr) return kFailure;
   const std::chrono::milliseconds delay(milliseconds);
   const auto job = [handler, arg] { handler(arg, 0); };
   return minimal::workers().timers.post(job, delay, timer) ? kSuccess : kFailure;

@@ -32,8 +32,8 @@ struct State {
   uint32_t tuned GUARDED_BY(mutex) = 0;                // Hz; 0: not tuned
   // The channel that plays is locked and was not opened.
   bool locked GUARDED_BY(mutex) = false;
-  bool password_required GUARDED_BY(mutex) = true;
-  bool open_next GUARDED_BY(mutex) = false;
+  bool passwordRequired GUARDED_BY(mutex) = true;
+  bool openNext GUARDED_BY(mutex) = false;
   // The sources of the AFW_EPG_UPDATE that was reported last.
   std::vector<uint32_t> updated GUARDED_BY(mutex);
 };
@@ -83,16 +83,16 @@ void begin() {
 // Plays a service.
 int play(const Service* service) REQUIRES(state().mutex) {
   if (service == nullptr || state().standby) return kFailure;
-  const bool other_input = service->input_source != currentInput();
+  const bool otherInput = service->inputSource != currentInput();
   const bool same = state().playing && state().current == service;
   state().current = service;
   state().playing = true;
   if (!same) state().locked = false;
-  const bool closed = (flagsOf(*service) & AISRV_FLAG_LOCKED) != 0 && !state().open_next &&
-                      state().password_required;
-  state().open_next = false;
-  changeSettings({{"input", service->input_source},
-                  {"last." + std::to_string(service->input_source), service->rec}});
+  const bool closed =
+      (flagsOf(*service) & AISRV_FLAG_LOCKED) != 0 && !state().openNext && state().passwordRequired;
+  state().openNext = false;
+  changeSettings({{"input", service->inputSource},
+                  {"last." + std::to_string(service->inputSource), service->rec}});
   if (state().tuned != service->frequency) {
     state().tuned = service->frequency;
     post(AFW_TUNER_LOCKED);
@@ -100,25 +100,25 @@ int play(const Service* service) REQUIRES(state().mutex) {
   post(AFW_CHANNEL_PLAY_SUCCESS);
   if (closed != state().locked) post(closed ? AFW_CHANNEL_LOCKED : AFW_CHANNEL_UNLOCKED);
   state().locked = closed;
-  if (other_input) reportGuide();
+  if (otherInput) reportGuide();
   return kSuccess;
 }
 
 bool deleted(const Service& service) { return (flagsOf(service) & AISRV_FLAG_DELETED) != 0; }
 
 // The first service of an input source and, unless it is 0, frequency, else null.
-const Service* firstService(uint32_t input_source, uint32_t frequency) {
-  for (const Service* service : listedServices(input_source)) {
+const Service* firstService(uint32_t inputSource, uint32_t frequency) {
+  for (const Service* service : listedServices(inputSource)) {
     if (!deleted(*service) && (frequency == 0 || service->frequency == frequency)) return service;
   }
   return nullptr;
 }
 
 // What played last on an input source, else its first service, else null.
-const Service* lastService(uint32_t input_source) {
+const Service* lastService(uint32_t inputSource) {
   const Service* const last = listedService(
-      static_cast<uint32_t>(setting("last." + std::to_string(input_source), 0)), input_source);
-  return last != nullptr && !deleted(*last) ? last : firstService(input_source, 0);
+      static_cast<uint32_t>(setting("last." + std::to_string(inputSource), 0)), inputSource);
+  return last != nullptr && !deleted(*last) ? last : firstService(inputSource, 0);
 }
 
 // Opens the channel that plays.
@@ -151,7 +151,7 @@ void reportTime(AFW_event_t event) {
 void reportGuide() {
   std::vector<uint32_t> sources;
   for (const Service* service : listedServices(currentInput())) {
-    sources.push_back(service->source_id);
+    sources.push_back(service->sourceId);
   }
   if (sources.empty()) return;
   post(AFW_EPG_UPDATE, {}, std::move(sources));
@@ -211,16 +211,16 @@ int AIFW_powerTransition_request(int powerdown) {
   return kSuccess;
 }
 
-int AIFW_play_src(uint32_t /*path*/, uint32_t input_source) {
+int AIFW_play_src(uint32_t /*path*/, uint32_t inputSource) {
   const MutexLock lock(state().mutex);
-  return play(lastService(input_source));
+  return play(lastService(inputSource));
 }
 
 int AIFW_play_curr_src(void) { return AIFW_play_src(0, currentInput()); }
 
-int AIFW_play_first_service(uint32_t input_source, uint32_t frequency) {
+int AIFW_play_first_service(uint32_t inputSource, uint32_t frequency) {
   const MutexLock lock(state().mutex);
-  return play(firstService(input_source, frequency));
+  return play(firstService(inputSource, frequency));
 }
 
 int AIFW_stop_curr_src(void) {
@@ -244,11 +244,11 @@ int AIFW_channel_change(const AIFW_channel_change_request* request) {
   }
   if (request->mode != AIFW_CHANGE_UP && request->mode != AIFW_CHANGE_DOWN) return kFailure;
   const Service* const current = state().current;
-  const auto leave_out = [current](const Service* service) {
+  const auto leaveOut = [current](const Service* service) {
     constexpr uint32_t kOut = AISRV_FLAG_SKIPPED | AISRV_FLAG_DELETED;
     return service != current && (flagsOf(*service) & kOut) != 0;
   };
-  services.erase(std::remove_if(services.begin(), services.end(), leave_out), services.end());
+  services.erase(std::remove_if(services.begin(), services.end(), leaveOut), services.end());
   if (services.empty()) return kFailure;
   if (request->mode == AIFW_CHANGE_DOWN) std::reverse(services.begin(), services.end());
   // From a service of another source on: the first one.
@@ -267,18 +267,18 @@ int AIFW_change_audio(uint8_t track) {
 
 int AIFW_passwd_reqd_non_play_src(int required) {
   const MutexLock lock(state().mutex);
-  state().password_required = required != 0;
+  state().passwordRequired = required != 0;
   return kSuccess;
 }
 
 int AIFW_pwd_unlocked_no_playing(int unlocked) {
   const MutexLock lock(state().mutex);
   if (unlocked == 0) {
-    state().open_next = false;
+    state().openNext = false;
   } else if (state().playing) {
     open();
   } else {
-    state().open_next = true;
+    state().openNext = true;
   }
   return kSuccess;
 }
@@ -335,7 +335,7 @@ int AICN_set_skip_play_srv(int /*skip*/) { return kSuccess; }
 int AICN_get_tuner_mode(void) { return AICN_get_curr_input_source(); }
 
 // A new lock never interrupts what plays.
-int AICN_set_play_from_ap(int /*from_application*/) { return kSuccess; }
+int AICN_set_play_from_ap(int /*fromApplication*/) { return kSuccess; }
 
 int AIFE_get_tuning_details(uint32_t tuner, uint32_t path, AIFE_tuning_details* details) {
   if (tuner != AIFE_MAIN_TUNER || path != AIFE_MAIN_PATH || details == nullptr) return kFailure;

@@ -50,7 +50,7 @@ void step(uint32_t number, Search search) EXCLUDES(state().mutex) {
       const uint32_t found = minimal::listCarrier(carrier);
       AICS_scan_progress& progress = search.progress;
       progress.progress = static_cast<uint8_t>(100 * search.at / search.plan.size());
-      progress.channel_number = carrier.channel_number;
+      progress.channel_number = carrier.channelNumber;
       progress.current_frequency = carrier.frequency;
       progress.carrier_type = found > 0 ? progress.band_mask : 0;
       if (found > 0) progress.lock_frequency = carrier.frequency;
@@ -72,8 +72,8 @@ int AICS_start_search(const AICS_search_request* request, AICS_scan_callback cal
   if (request == nullptr || callback == nullptr) return kFailure;
   Search search = {callback, {}, 0, {}};
   for (const Carrier& carrier : minimal::carriers()) {
-    if (carrier.input_source == request->source && (request->search_type == AICS_SEARCH_AUTOMATIC ||
-                                                    carrier.frequency == request->frequency)) {
+    if (carrier.inputSource == request->source && (request->search_type == AICS_SEARCH_AUTOMATIC ||
+                                                   carrier.frequency == request->frequency)) {
       search.plan.push_back(carrier);
     }
   }

@@ -31,9 +31,9 @@ std::string key(const char* what, const Service& service) {
 
 bool listed(const Service& service) { return setting(key("listed", service), 0) != 0; }
 
-bool sourceIs(const Service& service, uint32_t input_source) {
+bool sourceIs(const Service& service, uint32_t inputSource) {
   // Records name a source with 0 to 3; those of this set are 2 and 3.
-  return input_source <= 3 && service.input_source == (input_source | 2);
+  return inputSource <= 3 && service.inputSource == (inputSource | 2);
 }
 
 }  // namespace
@@ -47,17 +47,17 @@ std::vector<Carrier> carriers() {
   };
 }
 
-std::vector<const Service*> listedServices(uint32_t input_source) {
+std::vector<const Service*> listedServices(uint32_t inputSource) {
   std::vector<const Service*> found;
   for (const Service& service : kServices) {
-    if (service.input_source == input_source && listed(service)) found.push_back(&service);
+    if (service.inputSource == inputSource && listed(service)) found.push_back(&service);
   }
   return found;
 }
 
-const Service* listedService(uint32_t rec, uint32_t input_source) {
+const Service* listedService(uint32_t rec, uint32_t inputSource) {
   for (const Service& service : kServices) {
-    if (service.rec == rec && sourceIs(service, input_source) && listed(service)) return &service;
+    if (service.rec == rec && sourceIs(service, inputSource) && listed(service)) return &service;
   }
   return nullptr;
 }
@@ -75,7 +75,7 @@ uint32_t flagsOf(const Service& service) {
 uint32_t listCarrier(const Carrier& carrier) {
   std::vector<Change> changes;
   for (const Service& service : kServices) {
-    if (service.input_source == carrier.input_source && service.frequency == carrier.frequency) {
+    if (service.inputSource == carrier.inputSource && service.frequency == carrier.frequency) {
       changes.emplace_back(key("listed", service), 1);
     }
   }
@@ -83,8 +83,8 @@ uint32_t listCarrier(const Carrier& carrier) {
   return changes.size();
 }
 
-uint32_t modulationOf(uint32_t input_source) {
-  return input_source == AI_INPUT_TERRESTRIAL ? AI_MODULATION_8VSB : AI_MODULATION_QAM;
+uint32_t modulationOf(uint32_t inputSource) {
+  return inputSource == AI_INPUT_TERRESTRIAL ? AI_MODULATION_8VSB : AI_MODULATION_QAM;
 }
 
 void copyText(const char* text, multiple_lang_t* lent) {
@@ -99,17 +99,17 @@ void fillRecord(const Service& service, AISRV_service_info* record) {
   const multiple_lang_t lent = record->name;
   *record = {};
   record->name = lent;
-  record->service_id = {service.rec, service.input_source};
+  record->service_id = {service.rec, service.inputSource};
   record->service_type = AISRV_TYPE_TV;
   record->major = service.major;
   record->minor = service.minor;
   record->frequency = service.frequency;
-  record->source_id = service.source_id;
-  record->modulation = modulationOf(service.input_source);
+  record->source_id = service.sourceId;
+  record->modulation = modulationOf(service.inputSource);
   record->AISRV_fav_group_ = setting(key("favourites", service), 0);
   record->AISRV_flags_ = flagsOf(service);
   record->transport_stream_id = static_cast<uint16_t>(service.frequency / 1000000);
-  record->program_number = service.program_number;
+  record->program_number = service.programNumber;
   copyText(service.name, &record->name);
 }
 
@@ -118,21 +118,21 @@ void fillRecord(const Service& service, AISRV_service_info* record) {
 using namespace minimal;
 
 // All services can be chosen by a viewer, so the mask selects all; no filter is known.
-int AISRV_get_total_services(uint32_t input_source, uint32_t /*service_mask*/,
+int AISRV_get_total_services(uint32_t inputSource, uint32_t /*serviceMask*/,
                              const AISRV_query_filter* /*filter*/, uint32_t /*reserved*/,
                              uint32_t* count) {
   if (count == nullptr) return kFailure;
-  *count = static_cast<uint32_t>(listedServices(input_source).size());
+  *count = static_cast<uint32_t>(listedServices(inputSource).size());
   return kSuccess;
 }
 
-int AISRV_get_n_services(uint32_t input_source, uint32_t /*service_mask*/, uint32_t first,
+int AISRV_get_n_services(uint32_t inputSource, uint32_t /*serviceMask*/, uint32_t first,
                          const AISRV_query_filter* /*filter*/, uint32_t /*reserved1*/,
                          uint32_t /*reserved2*/, uint32_t* count, AISRV_service_info* records) {
   if (count == nullptr) return kFailure;
   if (*count == 0) return kSuccess;  // of an empty list; without records
   if (records == nullptr) return kFailure;
-  const auto services = listedServices(input_source);
+  const auto services = listedServices(inputSource);
   uint32_t copied = 0;
   for (size_t i = first; i < services.size() && copied < *count; ++i) {
     fillRecord(*services[i], &records[copied++]);
@@ -146,7 +146,7 @@ int AISRV_get_pid_details(const AISRV_service_info* record, AISRV_pid_details* d
   if (service == nullptr || details == nullptr) return kFailure;
   *details = {};
   details->count = 3;
-  const auto pid = static_cast<uint16_t>(kVideoPid + 0x10 * (service->program_number - 1));
+  const auto pid = static_cast<uint16_t>(kVideoPid + 0x10 * (service->programNumber - 1));
   details->pids[0].stream_type = 0x02;
   details->pids[0].pid = pid;
   constexpr const char* kLanguages[] = {"eng", "spa"};
@@ -178,17 +178,17 @@ int AISRV_get_rating_status(const AISRV_service_info* service, uint32_t* status)
 // Every change is on the disk when it is made.
 int AISRV_sync_to_database(void) { return kSuccess; }
 
-int AISRV_reset_db(uint32_t input_source) {
+int AISRV_reset_db(uint32_t inputSource) {
   std::vector<Change> changes;
   for (const Service& service : kServices) {
-    if (service.input_source != input_source) continue;
+    if (service.inputSource != inputSource) continue;
     changes.emplace_back(key("listed", service), 0);
     changes.emplace_back(key("flags", service), AISRV_FLAG_VISIBLE);
     changes.emplace_back(key("favourites", service), 0);
   }
   if (!changeSettings(changes, Unstored::kAllOrNothing)) return kFailure;
   AISRV_service_info playing = {};
-  if (AICN_get_current(&playing) == kSuccess && playing.service_id.input_source == input_source) {
+  if (AICN_get_current(&playing) == kSuccess && playing.service_id.input_source == inputSource) {
     endPlaying();
   }
   return kSuccess;

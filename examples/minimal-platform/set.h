@@ -42,26 +42,26 @@ bool reloadSettings();
 
 // services.cpp: what is on the air, and which of it is listed. Any thread.
 struct Carrier {
-  uint32_t input_source;
-  uint8_t channel_number;
+  uint32_t inputSource;
+  uint8_t channelNumber;
   uint32_t frequency;  // Hz
 };
 std::vector<Carrier> carriers();
 
 struct Service {
   uint32_t rec;  // service record number
-  uint32_t input_source;
+  uint32_t inputSource;
   uint32_t frequency;  // Hz
   uint16_t major;
   uint16_t minor;
-  uint16_t source_id;
-  uint16_t program_number;
+  uint16_t sourceId;
+  uint16_t programNumber;
   const char* name;
 };
 // Listed services of an input source in the order of their numbers.
-std::vector<const Service*> listedServices(uint32_t input_source);
+std::vector<const Service*> listedServices(uint32_t inputSource);
 // The listed service that a record number and input source (0 to 3) name, else null.
-const Service* listedService(uint32_t rec, uint32_t input_source);
+const Service* listedService(uint32_t rec, uint32_t inputSource);
 const Service* listedService(const AISRV_service_info* record);
 uint32_t flagsOf(const Service& service);  // AISRV_FLAG_*
 // A search has visited a carrier: its services are listed. Returns their number.
@@ -69,7 +69,7 @@ uint32_t listCarrier(const Carrier& carrier);
 void fillRecord(const Service& service, AISRV_service_info* record);
 // As much of a text as the lent buffer takes.
 void copyText(const char* text, multiple_lang_t* lent);
-uint32_t modulationOf(uint32_t input_source);
+uint32_t modulationOf(uint32_t inputSource);
 
 // playing.cpp. Any thread.
 // Reports an event on the event thread.

@@ -12,15 +12,15 @@ namespace {
 
 // The library's threads are older than main() and do not block signals: any of them may run the
 // handler.
-sem_t g_stop;
+sem_t stopSemaphore;
 
-void requestStop(int) { sem_post(&g_stop); }
+void requestStop(int) { sem_post(&stopSemaphore); }
 
 }  // namespace
 
 int main() {
   umask(S_IRWXG | S_IRWXO);  // what is made here is nobody else's
-  sem_init(&g_stop, 0, 0);
+  sem_init(&stopSemaphore, 0, 0);
   struct sigaction action = {};
   action.sa_handler = requestStop;
   action.sa_flags = SA_RESTART;
@@ -32,14 +32,14 @@ int main() {
   ATSC_Service_init(&customized);
   ATSC_Service_db_init();
   // The check above compares numbers of channels: after a power cut they may be others.
-  const int terrestrial_changed = ATSC_Service_db_UpdateChannel(2);
-  const int cable_changed = ATSC_Service_db_UpdateChannel(3);
-  if (terrestrial_changed != 0 || cable_changed != 0) ATSC_Service_event_cb_Ex();
+  const int terrestrialChanged = ATSC_Service_db_UpdateChannel(2);
+  const int cableChanged = ATSC_Service_db_UpdateChannel(3);
+  if (terrestrialChanged != 0 || cableChanged != 0) ATSC_Service_event_cb_Ex();
   if (MINIMAL_serve() != 0) return 1;
   puts("ready");
   fflush(stdout);
 
-  while (sem_wait(&g_stop) != 0 && errno == EINTR) {
+  while (sem_wait(&stopSemaphore) != 0 && errno == EINTR) {
   }
   return 0;
 }

@@ -214,16 +214,16 @@ void scan(Backend& backend, const char* source, int services, int frequencies) {
   expectEqual(over["progress"].asInt(), 100, "progress");
   expectEqual(over["ser_found"].asInt(), services, "services found");
   expectEqual(over["tv_num"].asInt(), services, "TV services found");
-  std::string order_of_messages;
+  std::string messageOrder;
   int progress = -1;
   for (const Json::Value& message : backend.scans(from)) {
-    order_of_messages += message["msg"].asString() + " ";
+    messageOrder += message["msg"].asString() + " ";
     expect(message["progress"].asInt() >= progress, "the progress goes back");
     progress = message["progress"].asInt();
   }
   std::string wanted = "START ";
   for (int i = 0; i < frequencies; ++i) wanted += "PROGRESS ";
-  expectEqual(order_of_messages, wanted + "OVER ", "scan messages");
+  expectEqual(messageOrder, wanted + "OVER ", "scan messages");
   backend.waitKind(from, "CHANNEL_PLAY_SUCCESS");
   backend.waitKind(from, "EPG_COMPLETE");
 }
