@@ -1,6 +1,6 @@
-// BUS over Unix sockets: a served name is the socket "/tmp/.BUS." + name, a transaction a
-// connection with one request frame and one reply frame. It has the classes of bus.h and nothing of
-// bus_lifetime.h: a server is registered by its base class's constructor.
+// BUS over Unix sockets. A served name is the socket "/tmp/.BUS." + name, a transaction is a
+// connection with one request frame and one reply frame. Implements the classes of bus.h but not
+// the functions of bus_lifetime.h: the base class's constructor registers a server.
 #include "bus.h"
 
 #include <dirent.h>
@@ -31,13 +31,13 @@ using minimal::log;
 using minimal::Mutex;
 using minimal::MutexLock;
 
-// Every process that loads the library makes this server, before main(). It answers only where the
-// process said that it is the service process.
+// Every process that loads the library constructs a server with this name, before main(). It
+// answers only in the process that has called MINIMAL_claim() and MINIMAL_serve().
 constexpr const char* kServiceName = "atsc.qel.service.srv";
 constexpr const char* kPrefix = ".BUS.";
 constexpr size_t kMaxParcel = 1 << 20;                   // bytes
-constexpr time_t kPeerSeconds = 2;                       // for a peer to send, or to take, a frame
-constexpr std::chrono::milliseconds kConstruction(100);  // for a derived constructor
+constexpr time_t kPeerSeconds = 2;                       // timeout for sending or receiving a frame
+constexpr std::chrono::milliseconds kConstruction(100);  // time for derived constructors
 
 class Fd {
  public:
@@ -79,8 +79,8 @@ Fd connectTo(const std::string& path) {
   return socket;
 }
 
-// Held while socket files are made and removed, so that nobody takes one for dead that is just
-// being made. Never removed.
+// Serializes creation and removal of socket files across processes, so that no process removes a
+// file that another process is creating. The lock file stays.
 class NameLock {
  public:
   NameLock() : file_(::open("/tmp/.BUS.lock", O_RDWR | O_CREAT | O_CLOEXEC, 0600)) {
@@ -92,15 +92,16 @@ class NameLock {
   Fd file_;
 };
 
-// Whether somebody listens; else the file of a process that died is removed. With NameLock.
+// Returns true if a process listens on the socket. Removes the file that a dead process has left.
+// The caller holds NameLock.
 bool inUse(const std::string& path) {
   if (connectTo(path)) return true;
   if (errno == ECONNREFUSED) ::unlink(path.c_str());
   return false;
 }
 
-// ATSC_RegisterTVServerBackend() refuses while a TV application's file exists: what a killed one
-// left must be gone before this process asks.
+// Removes the files of dead processes. ATSC_RegisterTVServerBackend() fails while the file of a TV
+// application exists, even if that application was killed.
 void removeDeadNames() {
   const NameLock lock;
   DIR* const folder = ::opendir("/tmp");
@@ -152,10 +153,10 @@ struct BUSParam::Impl {
     int32_t number;
     std::string text;
   };
-  // A deque: a text that was handed out stays where it is.
+  // A deque, as readCString() returns pointers into its items.
   std::deque<Item> items;
   size_t next = 0;
-  size_t size = 0;  // bytes in a frame
+  size_t size = 0;  // of bytes()
 
   bool add(bool isText, int32_t number, const char* text, size_t length) {
     constexpr size_t kHead = 1 + sizeof(uint32_t);
@@ -165,7 +166,7 @@ struct BUSParam::Impl {
     return true;
   }
 
-  // What travels: for each item 'i' and the number, or 't', the length and the text.
+  // Serializes the items: 'i' and the number, or 't', the length and the text.
   std::string bytes() const {
     std::string out;
     for (const Item& item : items) {
@@ -218,7 +219,8 @@ int32_t BUSParam::readInt32() {
 
 namespace {
 
-// A frame: code, flags and size of the parcel, then the parcel. A reply's code and flags are 0.
+// Sends a frame: code, flags and size of the parcel, then the parcel. Replies have code and flags
+// 0.
 bool sendFrame(const Fd& socket, uint32_t code, uint32_t flags, const std::string& parcel) {
   std::string bytes;
   for (const uint32_t number : {code, flags, static_cast<uint32_t>(parcel.size())}) {
@@ -265,9 +267,8 @@ struct Server {
     if (!listener) return false;
     if (wake) return true;
     wake = Fd(::eventfd(0, EFD_CLOEXEC));
-    // The thread begins in the base class's constructor, and nothing tells when the derived ones
-    // are through. They take microseconds; callers wait in the listener's queue for a good deal
-    // longer.
+    // serve() is called in the base class's constructor, and the BUS cannot detect when the derived
+    // constructors, which take microseconds, have returned. Clients wait in the listener's queue.
     return wake && worker.post([this] { run(); }, kConstruction);
   }
 
@@ -301,8 +302,8 @@ struct Server {
     uint32_t code = 0;
     uint32_t flags = 0;
     BUSParam request;
-    if (!receiveFrame(peer, &code, &flags, &request))
-      return;  // also who only asked whether we live
+    // A peer that only checks whether the name is in use sends nothing.
+    if (!receiveFrame(peer, &code, &flags, &request)) return;
     BUSParam reply;
     object->onTransact(code, request, &reply, flags);
     if (!sendFrame(peer, 0, 0, BUSPlatform::of(reply).bytes())) {
@@ -311,7 +312,7 @@ struct Server {
   }
 };
 
-// All servers of this process, also those that are not served.
+// All servers of this process, including those that do not answer.
 struct Servers {
   Mutex mutex;
   std::deque<Server*> all GUARDED_BY(mutex);
@@ -319,7 +320,7 @@ struct Servers {
 
 Servers& servers() { return minimal::immortal<Servers>(); }
 
-// Returns the server of the library, or null when this process has not loaded it.
+// Returns the server that the library constructs when it is loaded, or null.
 Server* serviceServer() EXCLUDES(servers().mutex) {
   const MutexLock lock(servers().mutex);
   for (Server* server : servers().all) {
@@ -357,7 +358,7 @@ BUSServerInterface::BUSServerInterface(const char* name, const char* /*descripti
   }
 }
 
-// The derived part is gone: what may call it has ended before, with the process (endServers()).
+// The derived part is already destroyed. At exit, endServers() has stopped the thread before.
 BUSServerInterface::~BUSServerInterface() {
   const MutexLock lock(servers().mutex);
   auto& all = servers().all;

@@ -1,4 +1,5 @@
-// AIEC: the guide. Each service has kEvents programmes of half an hour: what is on now, and next.
+// AIEC: programme guide. Each service has kEvents programmes of half an hour, beginning with the
+// current one.
 #include <atomic>
 #include <iterator>
 
@@ -14,7 +15,7 @@ constexpr uint32_t kSeconds = 1800;
 
 struct Programme {
   const char* name;
-  const char* rating;  // or null
+  const char* rating;  // null: not rated
   const char* description;
   uint8_t genre;  // A/65 table 6.20
 };
@@ -27,14 +28,14 @@ constexpr Programme kProgrammes[] = {
     {"Quiz Night", nullptr, "", 0x21},
 };
 
-// The half hour, counted from 1970, at which all guides begin.
+// Start of the guide in half hours since 1970.
 std::atomic<uint32_t> firstHalfHour{0};
 
 const Programme& programme(const Service& service, uint32_t halfHour) {
   return kProgrammes[(halfHour + service.rec) % std::size(kProgrammes)];
 }
 
-// Of an event that a key names, else null.
+// Returns the programme of an event, or null if there is no such event.
 const Programme* programme(const AIEC_event_key* key) {
   if (key == nullptr || key->event_index >= kEvents) return nullptr;
   const Service* const service = listedService(key->service_rec, key->input_source);
@@ -97,13 +98,13 @@ int AIEC_get_next_n_events(const AIEC_event_key* previous, AIEC_event_info* even
   return kSuccess;
 }
 
-// No event is rated in several systems.
+// Fails: no event is rated in several systems.
 int AIEC_get_multiple_event_rating_string(const AIEC_event_key* /*event*/,
                                           multiple_lang_t* /*text*/) {
   return kFailure;
 }
 
-// Everything is allowed.
+// Allows every programme.
 int AIEC_check_rating(const AISRV_service_info* service) {
   return listedService(service) != nullptr ? 0 : -1;
 }

@@ -1,5 +1,5 @@
-// LoggerCpp: lines on standard error. MINIMAL_LOG, a number, is the lowest level that is shown:
-// 0 trace, 1 debug, 2 info, 3 warn (the default), 4 error, 5 nothing.
+// LoggerCpp: writes lines to standard error. The environment variable MINIMAL_LOG is the lowest
+// level that is logged: 0 trace, 1 debug, 2 info, 3 warn (the default), 4 error, 5 nothing.
 #include <unistd.h>
 
 #include <algorithm>
@@ -28,7 +28,8 @@ int lowestLevel() {
   return level;
 }
 
-// No memory is allocated and no other object is used: lines come also before main() and after it.
+// Formats into a buffer on the stack and uses no other object, as the library logs before and after
+// main().
 void write(int level, const char* category, const char* format, va_list arguments) {
   char line[1024];
   const size_t head = std::min<size_t>(

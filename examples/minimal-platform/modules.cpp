@@ -1,4 +1,4 @@
-// The modules that have little to say: AIAUD, AICC, AIIN, AIUP, and the languages of AICN.
+// The small modules AIAUD, AICC, AIIN and AIUP, and the audio languages of AICN.
 #include "aiaud.h"
 #include "aicc.h"
 #include "aicn.h"
@@ -30,7 +30,7 @@ int AIAUD_set_dual_mode(uint32_t mode) {
   return changeSettings({{"dual_mode", mode}}) ? kSuccess : kFailure;
 }
 
-// No service has captions.
+// Reports no captions.
 int AICC_get_cc_service_data(uint32_t /*path*/, const AISRV_service_info* service,
                              AICC_cc_service_data* data) {
   if (data == nullptr || listedService(service) == nullptr) return kFailure;
@@ -53,7 +53,7 @@ int AIIN_get_db_no_input_details(uint32_t inputSource, AIIN_input_t* details) {
   return kSuccess;
 }
 
-// Every change is on the disk when it is made.
+// Settings are stored with each change.
 int AIUP_store_all(void) { return kSuccess; }
 int AIUP_sync(void) { return kSuccess; }
 

@@ -1,11 +1,11 @@
-// A mutex and its lock for clang's thread-safety analysis (-Wthread-safety). Other compilers ignore
-// the annotations.
+// Mutex and MutexLock, annotated for clang's thread-safety analysis (-Wthread-safety). Other
+// compilers ignore the annotations.
 //
 // Lock order, where more than one is held:
 //   1. the State of playing.cpp or of scan.cpp, never both;
 //   2. the Settings of settings.cpp;
 //   3. Worker::mutex_.
-// Those of bus.cpp are held without any of these: first that of a client, then NameLock.
+// bus.cpp takes its locks without any of these: first the mutex of a client, then NameLock.
 // No lock is held during a call of the library.
 #ifndef MINIMAL_PLATFORM_MUTEX_H_
 #define MINIMAL_PLATFORM_MUTEX_H_
@@ -28,7 +28,7 @@
 
 namespace minimal {
 
-// std::condition_variable_any waits on it.
+// Use std::condition_variable_any to wait.
 class CAPABILITY("mutex") Mutex {
  public:
   void lock() ACQUIRE() { mutex_.lock(); }

@@ -1,4 +1,4 @@
-// OSAL: timers on one thread.
+// OSAL: timers, which run on one thread.
 #include "osal.h"
 
 #include <atomic>
@@ -30,5 +30,5 @@ int OSAL_timer_enable(OSAL_timer_id timer, OSAL_timer_handler handler, void* arg
   return minimal::workers().timers.post(job, delay, timer) ? kSuccess : kFailure;
 }
 
-// This set has no semaphores to show.
+// This platform has no semaphores.
 void OSAL_display_sem_details_(void) { minimal::log().Info("no semaphores"); }

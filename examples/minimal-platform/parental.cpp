@@ -1,5 +1,5 @@
-// AIPC: this set knows no rating region, and so no limits and no ratings. What it says of each is
-// what the contract allows; nothing is ever blocked. The details are kept.
+// AIPC: parental control without rating regions, limits and ratings. Blocks nothing; stores the
+// parental details.
 #include "aifw.h"
 #include "aipc.h"
 #include "set.h"
@@ -34,7 +34,7 @@ int AIPC_get_rating_value_text(uint32_t /*input*/, uint8_t /*region*/, uint8_t /
 
 int AIPC_collect_RRT(void) { return kFailure; }
 
-// A region without limits: all 0.
+// Returns a rating without limits.
 int AIPC_retreive_rating(AIPC_dime_t* rating) {
   if (rating == nullptr) return kFailure;
   const uint32_t region = rating->region;
@@ -66,7 +66,7 @@ int AIPC_get_parental_details(AIPC_parental_details* details) {
   return kSuccess;
 }
 
-// Kept at once: that they are stored later too is no harm.
+// Stores the details at once, not only in AIPC_store_all().
 int AIPC_set_parental_details(const AIPC_parental_details* details) {
   if (details == nullptr) return kFailure;
   changeSettings({{"parental_preset", details->preset_mode},
@@ -109,7 +109,7 @@ int AIPC_set_default_settings(void) {
 
 int AIPC_store_all(void) { return kSuccess; }
 
-// No rating is known.
+// Fails: no rating is known.
 int AIPC_check_rating(uint32_t /*country*/, uint32_t /*system*/,
                       const multiple_lang_t* /*rating*/) {
   return -1;

@@ -1,7 +1,6 @@
-// AIFW, AICN and the modules around what plays: AIFE (tuner), AIPT, AIVC. Events have a thread of
-// their own; nothing is locked while it calls the library, which asks back from there.
+// AIFW, AICN, AIFE, AIPT and AIVC: playing, channel changes and events. Events are reported on a
+// worker of their own and without a lock, as the library calls the platform from its callback.
 #include <algorithm>
-#include <atomic>
 #include <chrono>
 #include <optional>
 
@@ -18,7 +17,7 @@ namespace minimal {
 
 namespace {
 
-// GPS time began 1980-01-06 and has no leap seconds: 18 so far.
+// GPS time starts on 1980-01-06 and has no leap seconds; UTC has had 18 since then.
 constexpr uint32_t kGpsEpoch = 315964800;
 constexpr uint8_t kLeapSeconds = 18;
 
@@ -28,13 +27,13 @@ struct State {
   bool initialised GUARDED_BY(mutex) = false;
   bool standby GUARDED_BY(mutex) = false;
   bool playing GUARDED_BY(mutex) = false;
-  const Service* current GUARDED_BY(mutex) = nullptr;  // stays when playing ends
+  const Service* current GUARDED_BY(mutex) = nullptr;  // kept when playing ends
   uint32_t tuned GUARDED_BY(mutex) = 0;                // Hz; 0: not tuned
-  // The channel that plays is locked and was not opened.
+  // The current channel is locked and the viewer has not opened it.
   bool locked GUARDED_BY(mutex) = false;
   bool passwordRequired GUARDED_BY(mutex) = true;
   bool openNext GUARDED_BY(mutex) = false;
-  // The sources of the AFW_EPG_UPDATE that was reported last.
+  // Source ids of the last AFW_EPG_UPDATE.
   std::vector<uint32_t> updated GUARDED_BY(mutex);
 };
 
@@ -55,7 +54,7 @@ void post(AFW_event_t event, std::optional<AIFW_time_data> time = {},
   });
 }
 
-// Each half hour the guide moves on.
+// Updates the guide and posts itself for the next half hour.
 void watchClock() EXCLUDES(state().mutex) {
   constexpr uint32_t kHalfHour = 1800;
   constexpr uint32_t kWatch = 1;
@@ -72,7 +71,7 @@ void watchClock() EXCLUDES(state().mutex) {
   workers().events.post(watchClock, rest, kWatch);
 }
 
-// All is there that events need: the first ones.
+// Reports the first events. Called when AIFW_init() and the registration of a callback are done.
 void begin() {
   moveGuide();
   reportTime(AFW_STT_UPDATE);
@@ -80,7 +79,7 @@ void begin() {
   workers().events.post(watchClock);
 }
 
-// Plays a service.
+// Plays a service. Null fails.
 int play(const Service* service) REQUIRES(state().mutex) {
   if (service == nullptr || state().standby) return kFailure;
   const bool otherInput = service->inputSource != currentInput();
@@ -106,7 +105,8 @@ int play(const Service* service) REQUIRES(state().mutex) {
 
 bool deleted(const Service& service) { return (flagsOf(service) & AISRV_FLAG_DELETED) != 0; }
 
-// The first service of an input source and, unless it is 0, frequency, else null.
+// Returns the first service of an input source that is not deleted, or null. `frequency` restricts
+// the search to one carrier, unless it is 0.
 const Service* firstService(uint32_t inputSource, uint32_t frequency) {
   for (const Service* service : listedServices(inputSource)) {
     if (!deleted(*service) && (frequency == 0 || service->frequency == frequency)) return service;
@@ -114,14 +114,15 @@ const Service* firstService(uint32_t inputSource, uint32_t frequency) {
   return nullptr;
 }
 
-// What played last on an input source, else its first service, else null.
+// Returns the service that played last on an input source, its first service if there is none, or
+// null.
 const Service* lastService(uint32_t inputSource) {
   const Service* const last = listedService(
       static_cast<uint32_t>(setting("last." + std::to_string(inputSource), 0)), inputSource);
   return last != nullptr && !deleted(*last) ? last : firstService(inputSource, 0);
 }
 
-// Opens the channel that plays.
+// Unlocks the current channel until the next channel change.
 void open() REQUIRES(state().mutex) {
   if (state().locked) post(AFW_CHANNEL_UNLOCKED);
   state().locked = false;
@@ -191,7 +192,7 @@ int AIFW_get_event_update_data(AIFW_event_update_data* data) {
   return kSuccess;
 }
 
-// No alert is ever received.
+// Returns 0: no alert is received.
 int AIFW_get_EAS_priority(uint8_t* priority) {
   if (priority == nullptr) return kFailure;
   *priority = 0;
@@ -251,7 +252,7 @@ int AIFW_channel_change(const AIFW_channel_change_request* request) {
   services.erase(std::remove_if(services.begin(), services.end(), leaveOut), services.end());
   if (services.empty()) return kFailure;
   if (request->mode == AIFW_CHANGE_DOWN) std::reverse(services.begin(), services.end());
-  // From a service of another source on: the first one.
+  // If the current service is not in the list, the first service follows.
   auto next = std::find(services.begin(), services.end(), current);
   if (next != services.end()) ++next;
   return play(next != services.end() ? *next : services.front());
@@ -329,12 +330,12 @@ int AICN_get_chan_state(void) {
   return state().playing ? 1 : 0;
 }
 
-// Services are never played by themselves.
+// The platform starts playing only on request.
 int AICN_set_skip_play_srv(int /*skip*/) { return kSuccess; }
 
 int AICN_get_tuner_mode(void) { return AICN_get_curr_input_source(); }
 
-// A new lock never interrupts what plays.
+// A new lock takes effect with the next channel change in either case.
 int AICN_set_play_from_ap(int /*fromApplication*/) { return kSuccess; }
 
 int AIFE_get_tuning_details(uint32_t tuner, uint32_t path, AIFE_tuning_details* details) {
@@ -351,12 +352,12 @@ int AIFE_tune_stop_request(uint32_t tuner, uint32_t path) {
   return kSuccess;
 }
 
-// The previous service is taken down at once.
+// Playing starts and stops at once, so that no state is in between.
 int AIPT_get_index_status(int* status, int /*path*/) {
   if (status == nullptr) return kFailure;
   *status = AICN_get_chan_state();
   return kSuccess;
 }
 
-// There is no picture.
+// Nothing to do without video.
 int AIVC_close_video(uint32_t /*path*/) { return kSuccess; }

@@ -13,8 +13,8 @@ namespace minimal {
 
 namespace {
 
-// The exit handler. May run several times. The BUS ends last, as its name keeps a second service
-// process away from the databases.
+// The exit handler, which may run several times. Stops the BUS last: while its name is taken, no
+// second service process can write the databases.
 void shutDown() {
   workers().scans.end();
   workers().timers.end();
@@ -24,8 +24,8 @@ void shutDown() {
 
 }  // namespace
 
-// Registers the handler at each call: what was constructed after an earlier call is destroyed
-// before the handler of that call runs.
+// Registers the handler at each call. An earlier registration runs too late for objects constructed
+// since then.
 bool endAtExit() { return std::atexit(shutDown) == 0; }
 
 bool Worker::post(std::function<void()> job, std::chrono::milliseconds delay, uint32_t key) {

@@ -1,4 +1,4 @@
-// AICS: the scan, on a thread of its own.
+// AICS: channel scan, on a worker of its own.
 #include <chrono>
 
 #include "aics.h"
@@ -26,7 +26,7 @@ struct Search {
 struct State {
   Mutex mutex;
   bool running GUARDED_BY(mutex) = false;
-  uint32_t number GUARDED_BY(mutex) = 0;  // of the search that runs
+  uint32_t number GUARDED_BY(mutex) = 0;  // of the last search
 };
 
 State& state() { return minimal::immortal<State>(); }
@@ -36,7 +36,8 @@ void finish() {
   minimal::reportGuide();
 }
 
-// Visits the next frequency, or is at the end. A search that was stopped does nothing more.
+// Visits the next frequency and reports progress, or reports the end of the search. Does nothing if
+// the search was stopped.
 void step(uint32_t number, Search search) EXCLUDES(state().mutex) {
   int reported = AICS_STATE_PROGRESS;
   {

@@ -1,4 +1,4 @@
-// AISRV: what is on the air, constant data, and which of it is listed.
+// AISRV: service list. The services on the air are constant data; settings hold which are listed.
 #include <algorithm>
 #include <cstring>
 #include <iterator>
@@ -13,7 +13,7 @@ namespace minimal {
 
 namespace {
 
-// In the order of their numbers on each input, in which they are listed.
+// Sorted by channel number within each input source.
 constexpr Service kServices[] = {
     {1, AI_INPUT_TERRESTRIAL, 177000000, 7, 1, 0x701, 1, "HARBOR"},
     {2, AI_INPUT_TERRESTRIAL, 177000000, 7, 2, 0x702, 2, "HARBOR2"},
@@ -23,7 +23,7 @@ constexpr Service kServices[] = {
     {6, AI_INPUT_CABLE, 63000000, 102, 0, 0x6601, 1, "SPORT"},
 };
 
-constexpr uint16_t kVideoPid = 0x31;  // of program 1; 0x10 further for each next one
+constexpr uint16_t kVideoPid = 0x31;  // of program 1; each further program adds 0x10
 
 std::string key(const char* what, const Service& service) {
   return std::string(what) + "." + std::to_string(service.rec);
@@ -32,14 +32,14 @@ std::string key(const char* what, const Service& service) {
 bool listed(const Service& service) { return setting(key("listed", service), 0) != 0; }
 
 bool sourceIs(const Service& service, uint32_t inputSource) {
-  // Records name a source with 0 to 3; those of this set are 2 and 3.
+  // Records name input sources by 0 to 3, the services by 2 and 3.
   return inputSource <= 3 && service.inputSource == (inputSource | 2);
 }
 
 }  // namespace
 
 std::vector<Carrier> carriers() {
-  // In the middle of each list a channel without a carrier.
+  // Includes a channel without a carrier for each input source.
   return {
       {AI_INPUT_TERRESTRIAL, 7, 177000000}, {AI_INPUT_TERRESTRIAL, 8, 183000000},
       {AI_INPUT_TERRESTRIAL, 9, 189000000}, {AI_INPUT_CABLE, 2, 57000000},
@@ -117,7 +117,7 @@ void fillRecord(const Service& service, AISRV_service_info* record) {
 
 using namespace minimal;
 
-// All services can be chosen by a viewer, so the mask selects all; no filter is known.
+// Ignores the mask, as a viewer can select all services, and the filter.
 int AISRV_get_total_services(uint32_t inputSource, uint32_t /*serviceMask*/,
                              const AISRV_query_filter* /*filter*/, uint32_t /*reserved*/,
                              uint32_t* count) {
@@ -130,7 +130,7 @@ int AISRV_get_n_services(uint32_t inputSource, uint32_t /*serviceMask*/, uint32_
                          const AISRV_query_filter* /*filter*/, uint32_t /*reserved1*/,
                          uint32_t /*reserved2*/, uint32_t* count, AISRV_service_info* records) {
   if (count == nullptr) return kFailure;
-  if (*count == 0) return kSuccess;  // of an empty list; without records
+  if (*count == 0) return kSuccess;  // callers with an empty list pass no records
   if (records == nullptr) return kFailure;
   const auto services = listedServices(inputSource);
   uint32_t copied = 0;
@@ -161,21 +161,21 @@ int AISRV_get_pid_details(const AISRV_service_info* record, AISRV_pid_details* d
   return kSuccess;
 }
 
-// No stream rates what is on.
+// Reports no content advisories.
 int AISRV_get_CAD_list(const AISRV_service_info* service, uint8_t* count, uint8_t* /*regions*/) {
   if (listedService(service) == nullptr || count == nullptr) return kFailure;
   *count = 0;
   return kSuccess;
 }
 
-// Nothing is blocked.
+// Reports "not blocked".
 int AISRV_get_rating_status(const AISRV_service_info* service, uint32_t* status) {
   if (listedService(service) == nullptr || status == nullptr) return kFailure;
   *status = 0;
   return kSuccess;
 }
 
-// Every change is on the disk when it is made.
+// Changes of the list are stored at once.
 int AISRV_sync_to_database(void) { return kSuccess; }
 
 int AISRV_reset_db(uint32_t inputSource) {
@@ -194,7 +194,7 @@ int AISRV_reset_db(uint32_t inputSource) {
   return kSuccess;
 }
 
-// This set cannot tune what it does not know, so that no service is added by hand.
+// Only modifies services. Adding a service fails, as the platform cannot tune unknown channels.
 int AIFW_modify_service(uint32_t operation, const AISRV_service_info* record) {
   const Service* const service = listedService(record);
   if (operation != AIFW_SERVICE_MODIFY || service == nullptr) return kFailure;
@@ -205,5 +205,5 @@ int AIFW_modify_service(uint32_t operation, const AISRV_service_info* record) {
              : kFailure;
 }
 
-// The store is read anew: a file that was put in its place from outside.
+// Reads the settings again, after the file was replaced.
 int RMGRReload(void) { return reloadSettings() ? kSuccess : kFailure; }

@@ -1,18 +1,18 @@
-// The minimal platform: every function that the library calls, for a set with six services that are
-// constant data. Nothing is received; the guide is made up from the PC's clock.
+// The minimal platform: implements every function that the library calls, with six services in
+// constant data. Receives nothing; the guide is generated from the system clock.
 //
-// It is a pattern for a platform of your own, not a product. A real set does more:
-// - its middleware receives: services, guide, ratings, captions, alerts and the time come from the
-//   streams, and tuning may fail or take its time;
-// - parental control knows rating regions and blocks (parental.cpp says what it says instead);
-// - services can be added by hand;
-// - it lives on when memory is out: here std::bad_alloc leaves the functions;
-// - its BUS has rights: here every process of the machine may call or take a name, and a TV
-//   application that never answers a scan message keeps the service process from ending.
+// It is a template for a platform of your own, not a product. A real platform does more:
+// - its middleware receives services, guide, ratings, captions, alerts and the time from transport
+//   streams, and tuning may fail or take time;
+// - it supports rating regions and blocking (parental.cpp has neither);
+// - it supports adding services by hand;
+// - it handles lack of memory: here, std::bad_alloc leaves the functions;
+// - its BUS checks permissions: here, every process of the machine may call or take a name, and a
+//   TV application that never answers a scan message keeps the service process from ending.
 //
-// A file a concern: bus, logger, osal, settings (what survives a restart), services (the data),
-// guide, scan, playing (with the events), time, parental, modules (all small ones), and process,
-// the threads of all of them and their end. docs/porting.md walks through it.
+// Source files: bus, logger, osal, settings (persistent), services (the constant data), guide,
+// scan, playing (and events), time, parental, modules (the small ones), process (threads and their
+// end) and mutex (lock order). docs/porting.md describes the port step by step.
 #ifndef MINIMAL_PLATFORM_SET_H_
 #define MINIMAL_PLATFORM_SET_H_
 
@@ -30,22 +30,24 @@ namespace minimal {
 
 enum { kSuccess = 0, kFailure = -1 };
 
-// settings.cpp: numbers that survive a restart. Any thread.
+// settings.cpp: persistent settings. Any thread may call.
+// Returns the value of a key, or `otherwise` if the key is not set.
 int32_t setting(const std::string& key, int32_t otherwise);
 using Change = std::pair<std::string, int32_t>;
-// Changes them at once and stores them. False when that cannot be done: the changes hold for this
-// run then, or, with kAllOrNothing, there are none.
+// Applies all changes and stores them in one step. Returns false if they cannot be stored: then
+// they hold until the process ends, or, with kAllOrNothing, none is applied.
 enum class Unstored { kHolds, kAllOrNothing };
 bool changeSettings(const std::vector<Change>& changes, Unstored unstored = Unstored::kHolds);
-// Reads the file anew; false leaves all as it is.
+// Reads the file again. Returns false, with nothing changed, if the file cannot be read.
 bool reloadSettings();
 
-// services.cpp: what is on the air, and which of it is listed. Any thread.
+// services.cpp: the services on the air and the service list. Any thread may call.
 struct Carrier {
   uint32_t inputSource;
   uint8_t channelNumber;
   uint32_t frequency;  // Hz
 };
+// Returns the channels that a scan visits.
 std::vector<Carrier> carriers();
 
 struct Service {
@@ -58,37 +60,42 @@ struct Service {
   uint16_t programNumber;
   const char* name;
 };
-// Listed services of an input source in the order of their numbers.
+// Returns the listed services of an input source, sorted by channel number.
 std::vector<const Service*> listedServices(uint32_t inputSource);
-// The listed service that a record number and input source (0 to 3) name, else null.
+// Returns the listed service of a record number and input source (0 to 3), or null.
 const Service* listedService(uint32_t rec, uint32_t inputSource);
 const Service* listedService(const AISRV_service_info* record);
-uint32_t flagsOf(const Service& service);  // AISRV_FLAG_*
-// A search has visited a carrier: its services are listed. Returns their number.
+// Returns AISRV_FLAG_* bits.
+uint32_t flagsOf(const Service& service);
+// Lists the services of a carrier. Returns their number.
 uint32_t listCarrier(const Carrier& carrier);
+// Fills a record; its name is copied to the lent buffer.
 void fillRecord(const Service& service, AISRV_service_info* record);
-// As much of a text as the lent buffer takes.
+// Copies as much of a text as fits into the lent buffer.
 void copyText(const char* text, multiple_lang_t* lent);
+// Returns AI_MODULATION_*.
 uint32_t modulationOf(uint32_t inputSource);
 
-// playing.cpp. Any thread.
-// Reports an event on the event thread.
+// playing.cpp. Any thread may call.
+// Posts an event, which the event thread reports.
 void report(AFW_event_t event);
+// Posts an event with the present time as its data.
 void reportTime(AFW_event_t event);
-// The guide of the current input source changed and is complete.
+// Posts AFW_EPG_UPDATE and AFW_EPG_COMPLETE for the current input source.
 void reportGuide();
-// The tuner is taken away: playing ends.
+// Stops playing and releases the tuner.
 void endPlaying();
 
-// guide.cpp: brings the guide to the present time; false when it is there already.
+// guide.cpp: moves the guide to the current half hour. Returns false if it is there already.
 bool moveGuide();
 
-// time.cpp
+// time.cpp: returns the Unix time.
 uint32_t utcSeconds();
 
-// bus.cpp: ends all servers of this process.
+// bus.cpp: stops all servers of this process and releases their names.
 void endServers();
 
+// logger.cpp: returns the log of the platform itself.
 LoggerCpp& log();
 
 }  // namespace minimal

@@ -1,5 +1,5 @@
-// What survives a restart: a file of lines "key number", MINIMAL_STATE or
-// /mtd_rwarea/minimal_platform.txt. Only the service process asks for it.
+// Persistent settings: a file of lines "key number". The environment variable MINIMAL_STATE
+// overrides its path, /mtd_rwarea/minimal_platform.txt. Only the service process uses the settings.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -32,7 +32,7 @@ bool load(Values* values) {
   return file.eof();
 }
 
-// A new file takes the place of the old one when it is on the disk: a power cut leaves one of them.
+// Replaces the file atomically: after a power cut, either the old or the new settings are there.
 bool store(const Values& values) {
   std::string text;
   for (const auto& [key, value] : values) text += key + " " + std::to_string(value) + "\n";

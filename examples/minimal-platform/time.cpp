@@ -1,4 +1,4 @@
-// AIST: the PC's clock is the receiver's.
+// AIST: receiver clock, which is the system clock.
 #include <ctime>
 
 #include "aist.h"
@@ -8,7 +8,7 @@ namespace minimal {
 
 namespace {
 
-// Of each zone to UTC, in minutes. The broadcast of this set never has daylight saving time.
+// Offsets of the zones from UTC in minutes, without daylight saving time.
 constexpr int32_t kOffsets[] = {540, 480, 0, -210, -240, -300, -360, -420, -480, -540, -600, -600};
 constexpr int32_t kZones = sizeof kOffsets / sizeof kOffsets[0];
 
@@ -31,7 +31,7 @@ int AIST_get_cur_time_secs(uint32_t* seconds) {
   return kSuccess;
 }
 
-// Either way it is the PC's clock.
+// Stores the mode. Both modes use the system clock.
 int AIST_manual_mode_enable(int manual) {
   return changeSettings({{"time_manual", manual != 0}}) ? kSuccess : kFailure;
 }

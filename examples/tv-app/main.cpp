@@ -1,9 +1,10 @@
-// The smallest TV application: registers for callbacks, scans, lists the channels, plays one.
+// The smallest TV application: registers for callbacks, scans, lists the channels and plays the
+// last.
 //
 //   tv-app [VSB|QAM]
 //
-// Reads the channels from the file that the environment variable ATSC_CNAHHEL_DB names, else from
-// the set's. The exit status is 0 when a channel plays.
+// Reads the channels from the database in the environment variable ATSC_CNAHHEL_DB, by default from
+// /mtd_rwarea/ATSCChannelData.db3. Exits with status 0 when the channel plays.
 #include <atsc/atsc_service.h>
 #include <atsc/atsc_tv_server_backend.h>
 #include <json/json.h>
@@ -23,7 +24,7 @@
 
 namespace {
 
-// Receives the callbacks on the thread of the library that waits for them.
+// Receives the callbacks, on the BUS server thread of this process.
 class Backend : public ATSCBUS::ATSCTVServerBackend {
  public:
   int jsonCommand(const char* command, char**) override {
@@ -43,7 +44,8 @@ class Backend : public ATSCBUS::ATSCTVServerBackend {
     }
   }
 
-  // Waits until a callback of this kind has come since the last call.
+  // Waits for a callback of this kind. Returns at once if one was received since the last call.
+  // Throws std::runtime_error after 60 seconds.
   void await(const std::string& kind) {
     std::unique_lock<std::mutex> lock(mutex_);
     if (!changed_.wait_for(lock, std::chrono::seconds(60),
@@ -58,7 +60,8 @@ class Backend : public ATSCBUS::ATSCTVServerBackend {
   std::set<std::string> heard_;  // guarded by mutex_
 };
 
-// Sends a command and returns the reply, null when the command has none.
+// Sends a command to the service. Returns the reply, null if the command has none. Throws
+// std::runtime_error if the command fails.
 Json::Value send(const std::string& command) {
   char* text = nullptr;
   const int result = ATSC_TransmitServiceClientJSONCommand(command.c_str(), &text);
@@ -75,6 +78,7 @@ struct Channel {
   std::string name;
 };
 
+// Returns the channels of a table, sorted by number.
 std::vector<Channel> readChannels(const std::string& table) {
   const char* path = std::getenv("ATSC_CNAHHEL_DB");
   if (path == nullptr) path = "/mtd_rwarea/ATSCChannelData.db3";
@@ -82,7 +86,7 @@ std::vector<Channel> readChannels(const std::string& table) {
   const int status = sqlite3_open_v2(path, &opened, SQLITE_OPEN_READONLY, nullptr);
   const std::unique_ptr<sqlite3, int (*)(sqlite3*)> database(opened, sqlite3_close);
   if (status != SQLITE_OK) throw std::runtime_error(std::string("cannot read ") + path);
-  // The service writes while we read.
+  // The service may be writing at the same time.
   sqlite3_busy_timeout(opened, 5000);
   const std::string sql =
       "SELECT major_no, minor_no, name FROM " + table + " ORDER BY major_no, minor_no";
@@ -99,7 +103,7 @@ std::vector<Channel> readChannels(const std::string& table) {
 }
 
 void run(const std::string& source) {
-  // The library calls it until the process has ended.
+  // Static, as the library calls the backend until the process ends.
   static Backend backend;
   if (ATSC_RegisterTVServerBackend(&backend) != 0) {
     throw std::runtime_error("another TV application is registered");
@@ -121,7 +125,8 @@ void run(const std::string& source) {
   const Channel& last = channels.back();
   send(R"({"class":"FW","command":"CHANNELCHANGE","input":")" + source + "\",\"major\":" +
        std::to_string(last.major) + ",\"minor\":" + std::to_string(last.minor) + "}");
-  // The command is only queued, and the scan has begun to play a channel of its own.
+  // Skips events of another channel: the command is only queued, and the library plays the first
+  // channel at the end of the scan.
   Json::Value current;
   do {
     backend.await("CHANNEL_PLAY_SUCCESS");

@@ -2,20 +2,20 @@
 # Usage: test.sh SOURCE_DIR BUILD_DIR [CMAKE_OPTION...]
 #
 # Builds the minimal platform, the library on it, the service process and a TV application into
-# BUILD_DIR and lets the application try the service. The CMake options go to each of them.
-# EMULATOR, a command, runs the programs.
+# BUILD_DIR and has the application test the service. Passes the CMake options to each build. The
+# environment variable EMULATOR is a command that runs the programs.
 
 set -euo pipefail
 
 source=$1
 build=$2
 shift 2
-platform=$build/sdk # what the library is linked with, and
-prefix=$build/set   # what would be copied to a set
+platform=$build/sdk # the platform, which the library is linked with
+prefix=$build/set   # the files that would be copied to a set
 example=$source/examples/minimal-platform
 read -ra run <<<"${EMULATOR:-}"
 
-# part NAME SOURCE [CMAKE_OPTION...]: configures, builds and installs; shows how only if it fails.
+# part NAME SOURCE [CMAKE_OPTION...]: configures, builds and installs. Prints the output on failure.
 part() {
   local name=$1 source=$2
   shift 2
@@ -34,14 +34,14 @@ mkdir -p "$build"
 rm -rf "$platform" "$prefix"
 part platform "$example" "$@"
 cmake --install "$build/platform" --prefix "$platform" >>"$build/platform.log"
-# A set's own header takes the place of ours, also where ours include it: both would not compile. Its
-# bus.h has no more than what is public in ours.
+# Headers of the platform replace ours, also where ours include them; both together do not compile.
+# This bus.h has only the public members of ours.
 for name in aisrv bus; do
   sed "s/ATSC_PLATFORM_\(${name^^}_H_\)/SET_\1/; /friend /d" "$source/platform/include/$name.h" \
     >"$platform/include/$name.h"
 done
 part library "$source" -DATSC_PLATFORM="$platform" "$@"
-# The second one is where a cross build looks outside its sysroot.
+# Cross builds look for packages outside their sysroot in CMAKE_STAGING_PREFIX only.
 find=(-DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_STAGING_PREFIX="$prefix")
 part service "$example/service" "${find[@]}" "$@"
 part tv "$source/tests/minimal_platform/tv" "${find[@]}" "$@"

@@ -1,4 +1,4 @@
-// The service process of a set: starts the library on the set's platform and serves until SIGTERM.
+// The service process: starts the library on the minimal platform and serves until SIGTERM.
 #include <atsc/atsc_service.h>
 #include <minimal_platform.h>
 #include <semaphore.h>
@@ -10,8 +10,7 @@
 
 namespace {
 
-// The library's threads are older than main() and do not block signals: any of them may run the
-// handler.
+// A handler and not sigwait(): the library starts threads before main() that do not block signals.
 sem_t stopSemaphore;
 
 void requestStop(int) { sem_post(&stopSemaphore); }
@@ -19,7 +18,7 @@ void requestStop(int) { sem_post(&stopSemaphore); }
 }  // namespace
 
 int main() {
-  umask(S_IRWXG | S_IRWXO);  // what is made here is nobody else's
+  umask(S_IRWXG | S_IRWXO);  // no access for other users
   sem_init(&stopSemaphore, 0, 0);
   struct sigaction action = {};
   action.sa_handler = requestStop;
@@ -27,11 +26,12 @@ int main() {
   sigaction(SIGTERM, &action, nullptr);
   sigaction(SIGINT, &action, nullptr);
 
-  if (MINIMAL_claim() != 0) return 1;  // the log says why
+  if (MINIMAL_claim() != 0) return 1;  // the reason is logged
   ATSCCustomizedParameter customized = {};
   ATSC_Service_init(&customized);
   ATSC_Service_db_init();
-  // The check above compares numbers of channels: after a power cut they may be others.
+  // ATSC_Service_db_init() only compares the numbers of channels. After a power cut, other channels
+  // of the same number may be listed.
   const int terrestrialChanged = ATSC_Service_db_UpdateChannel(2);
   const int cableChanged = ATSC_Service_db_UpdateChannel(3);
   if (terrestrialChanged != 0 || cableChanged != 0) ATSC_Service_event_cb_Ex();

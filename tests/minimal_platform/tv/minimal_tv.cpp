@@ -1,5 +1,5 @@
-// A TV application that tries a service process on the minimal platform. The arguments are the
-// command that starts the service; the databases are those of the environment.
+// A TV application that tests a service process on the minimal platform. The arguments are the
+// command that starts the service; environment variables name the databases.
 #include <atsc/atsc_service.h>
 #include <atsc/atsc_tv_server_backend.h>
 #include <json/json.h>
@@ -41,7 +41,7 @@ void expectEqual(const T& got, const T& wanted, const std::string& what) {
   }
 }
 
-// Keeps all callbacks in their order.
+// Stores all callbacks in their order.
 class Backend : public ATSCBUS::ATSCTVServerBackend {
  public:
   int jsonCommand(const char* command, char** /*result*/) override {
@@ -58,7 +58,7 @@ class Backend : public ATSCBUS::ATSCTVServerBackend {
     return messages_.size();
   }
 
-  // The first message from position `from` on that `wanted` accepts.
+  // Waits for a message at position `from` or later that `wanted` accepts. Returns the first.
   Json::Value wait(size_t from, const std::function<bool(const Json::Value&)>& wanted,
                    const std::string& what) {
     std::unique_lock<std::mutex> lock(mutex_);
@@ -80,7 +80,7 @@ class Backend : public ATSCBUS::ATSCTVServerBackend {
         from, [&](const Json::Value& message) { return message["cbtype"] == kind; }, kind);
   }
 
-  // Those of kind SCAN from a position on.
+  // Returns the messages of kind SCAN at position `from` or later.
   std::vector<Json::Value> scans(size_t from) {
     const std::lock_guard<std::mutex> lock(mutex_);
     std::vector<Json::Value> found;
@@ -98,7 +98,7 @@ class Backend : public ATSCBUS::ATSCTVServerBackend {
 
 struct Answer {
   int result;
-  Json::Value reply;  // null without one
+  Json::Value reply;  // null if there is none
 };
 
 Answer send(const std::string& command) {
@@ -117,7 +117,7 @@ bool serviceAnswers() {
   return !send(R"({"class":"TIME","command":"GETCUR"})").reply["year"].isNull();
 }
 
-// All rows, a line each, columns separated by '|'.
+// Returns all rows, one per line, columns separated by '|'.
 std::string query(const char* variable, const char* sql) {
   sqlite3* database = nullptr;
   const int opened = sqlite3_open_v2(getenv(variable), &database, SQLITE_OPEN_READONLY, nullptr);
@@ -143,7 +143,7 @@ std::string query(const char* variable, const char* sql) {
 std::string channels(const char* sql) { return query("ATSC_CNAHHEL_DB", sql); }
 std::string events(const char* sql) { return query("ATSC_EVENT_DB", sql); }
 
-// Of both tables what a TV application may have kept a reference to, or shows.
+// Returns the columns of both tables that TV applications refer to or show.
 std::string allChannels() {
   std::string rows;
   for (const char* table : {"channel_data_t", "channel_data_c"}) {
@@ -157,7 +157,7 @@ std::string allChannels() {
 // The service process.
 class Service {
  public:
-  // Waits until it says that it is ready.
+  // Starts the process and waits until it prints "ready".
   explicit Service(char** command) {
     int ends[2];
     expect(pipe(ends) == 0, "pipe");
@@ -187,7 +187,8 @@ class Service {
 
   bool ready() const { return ready_; }
 
-  // Returns its exit status, or -1.
+  // Sends a signal, unless it is 0, and waits. Returns the exit status, or -1 if a signal ended the
+  // process.
   int end(int signal) {
     if (signal != 0) kill(pid_, signal);
     int status = 0;
@@ -201,7 +202,7 @@ class Service {
   bool ready_ = false;
 };
 
-// A scan to its end, and the channel that plays afterwards.
+// Scans, checks the messages and waits until a channel plays.
 void scan(Backend& backend, const char* source, int services, int frequencies) {
   const size_t from = backend.count();
   order(std::string(R"({"class":"SCAN","command":"start","src":")") + source + "\"}");
@@ -274,7 +275,7 @@ void tryService(char** command) {
   backend.waitKind(from, "CHANNEL_PLAY_SUCCESS");
   expectCurrent(9, 2, "HILL-NW");
 
-  // A guide with texts for each channel of the present input.
+  // The guide has texts for each channel of the current input source.
   expectEqual<std::string>(
       query("ATSC_EVENT_DB",
             (std::string("ATTACH '") + getenv("ATSC_CNAHHEL_DB") +
@@ -287,7 +288,7 @@ void tryService(char** command) {
       events("SELECT DISTINCT name, \"desc\", rating FROM event_t WHERE genre = '34,'"),
       "The Long Way Home|A film in many parts.|TV-PG\n", "a film");
 
-  // A restart keeps all, also one without a goodbye.
+  // A restart changes nothing, whether the service was stopped or killed.
   const std::string before = allChannels();
   expectEqual<std::string>(channels("SELECT fav_group FROM channel_data_t WHERE name = 'HARBOR2'"),
                            "16\n", "favourite");
