@@ -52,9 +52,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   for (const char letter : json) time = time * 31 + static_cast<uint8_t>(letter);
   time = kFirstTime + time % kTimes;
   try {
-    const psipmux::Lineup lineup = psipmux::ParseLineup(json, "lineup");
+    const psipmux::Lineup lineup = psipmux::parseLineup(json, "lineup");
     for (size_t i = 0; i < lineup.channels.size() && i < kMostChannels; ++i) {
-      receive(lineup.medium, psipmux::Multiplex(lineup, lineup.channels[i], time));
+      receive(lineup.medium, psipmux::multiplex(lineup, lineup.channels[i], time));
     }
   } catch (const psipmux::LineupError& error) {
     checkLine(error.what());

@@ -8,15 +8,15 @@
 namespace {
 
 TEST(PsipmuxText, MalformedUtf8IsRefused) {
-  EXPECT_EQ(u"a\u00E9\u20AC\U0001F4FA", psipmux::Utf8ToUtf16("aé€📺"));
+  EXPECT_EQ(u"a\u00E9\u20AC\U0001F4FA", psipmux::utf8ToUtf16("aé€📺"));
   for (const char* bad : {"\x80", "\xC3", "\xC0\xAF", "\xED\xA0\x80", "\xF4\x90\x80\x80"}) {
-    EXPECT_FALSE(psipmux::Utf8ToUtf16(bad));
+    EXPECT_FALSE(psipmux::utf8ToUtf16(bad));
   }
 }
 
 std::string errorOf(const std::string& json) {
   try {
-    psipmux::ParseLineup(json, "bad.json");
+    psipmux::parseLineup(json, "bad.json");
   } catch (const psipmux::LineupError& error) {
     return error.what();
   }

@@ -95,7 +95,7 @@ constexpr uint32_t kSomeTime = 1460922004;  // 2026-04-22T19:39:46Z
 // The lines of the lineup, without descriptors.
 std::string pmt(const psipmux::Service& service) {
   std::ostringstream line;
-  line << "PMT " << service.program << " at " << service.pmt_pid << " version " << +service.version
+  line << "PMT " << service.program << " at " << service.pmtPid << " version " << +service.version
        << " PCR " << (service.streams.empty() ? 0x1FFF : service.streams[0].pid);
   for (const psipmux::Stream& s : service.streams) line << ", " << +s.type << " at " << s.pid;
   return line.str();
@@ -111,8 +111,8 @@ std::string virtualChannel(const psipmux::Channel& channel, const psipmux::Servi
   std::ostringstream line;
   line << "channel " << service.major << '-' << service.minor << descriptor(0, name)
        << " modulation " << +channel.modulation << " tsid " << channel.tsid << " program "
-       << service.program << " hidden " << service.hidden << service.hide_guide << " type "
-       << +service.service_type << " source " << service.source_id;
+       << service.program << " hidden " << service.hidden << service.hideGuide << " type "
+       << +service.serviceType << " source " << service.sourceId;
   return line.str();
 }
 
@@ -141,7 +141,7 @@ void expectChannel(const psipmux::Lineup& lineup, const psipmux::Channel& channe
       if (pid >= 0x1D00 && pid < 0x1D80) announce(pid - 0x1D00 + 0x100, pid, version, {0xCB}, 0);
       if (pid >= 0x1E00 && pid < 0x1E80) announce(pid - 0x1E00 + 0x200, pid, version, {0xCC}, 0);
     }
-    for (const psipmux::RatingRegion& region : lineup.rating_regions) {
+    for (const psipmux::RatingRegion& region : lineup.ratingRegions) {
       announce(0x300 + region.region, 8187, " version " + std::to_string(region.version), {0xCA},
                region.region);
     }
@@ -204,10 +204,10 @@ void expectGuide(const psipmux::Lineup& lineup, const psipmux::Channel& channel,
     ++services;
     size_t next = service.programmes.size();
     std::map<unsigned, unsigned> ids;  // of events by start
-    for (unsigned k = 0; k < lineup.guide_hours / 3; ++k) {
+    for (unsigned k = 0; k < lineup.guideHours / 3; ++k) {
       const unsigned from = begin + k * 10800;
-      ASSERT_EQ(1u, guide.events.count({k, service.source_id})) << k;
-      const auto& events = guide.events.at({k, service.source_id});
+      ASSERT_EQ(1u, guide.events.count({k, service.sourceId})) << k;
+      const auto& events = guide.events.at({k, service.sourceId});
       EXPECT_LE(events.front().start, from);
       EXPECT_GE(events.back().start + events.back().length, from + 10800);
       for (size_t e = 0; e < events.size(); ++e) {
@@ -230,7 +230,7 @@ void expectGuide(const psipmux::Lineup& lineup, const psipmux::Channel& channel,
         EXPECT_EQ(programme.duration, event.length);
         EXPECT_EQ(programme.description.empty() ? 0u : 1u, event.etmLocation);
         if (event.etmLocation == 0) continue;
-        const auto text = guide.texts.find({k, service.source_id << 16 | event.id << 2 | 2});
+        const auto text = guide.texts.find({k, service.sourceId << 16 | event.id << 2 | 2});
         ASSERT_NE(guide.texts.end(), text);
         EXPECT_EQ(strings(programme.description), strings(text->second));
         ++texts;
@@ -240,7 +240,7 @@ void expectGuide(const psipmux::Lineup& lineup, const psipmux::Channel& channel,
     for (const auto& [start, id] : ids) distinct.insert(id);
     EXPECT_EQ(ids.size(), distinct.size());
   }
-  EXPECT_EQ(services * lineup.guide_hours / 3, guide.events.size());
+  EXPECT_EQ(services * lineup.guideHours / 3, guide.events.size());
   EXPECT_EQ(texts, guide.texts.size());
 }
 
@@ -253,7 +253,7 @@ TEST_F(PsipmuxTest, SampleLineupsDecodeToWhatTheySay) {
   EXPECT_EQ("", outcome.output);
   Lines expectedFiles;
   for (const char* name : {"metro-air.json", "metro-cable.json"}) {
-    const psipmux::Lineup lineup = psipmux::ReadLineup(lineups + "/" + name);
+    const psipmux::Lineup lineup = psipmux::readLineup(lineups + "/" + name);
     const bool air = lineup.medium == psipmux::Medium::kAir;
     for (const psipmux::Channel& channel : lineup.channels) {
       SCOPED_TRACE(name + std::string(" ") + std::to_string(channel.frequency));
@@ -276,8 +276,8 @@ TEST_F(PsipmuxTest, SampleLineupsDecodeToWhatTheySay) {
   EXPECT_EQ(expectedFiles, files());
 }
 
-Bytes streamOf(const psipmux::Lineup& lineup) {
-  return psipmux::Multiplex(lineup, lineup.channels[0], kSomeTime);
+Bytes Stream(const psipmux::Lineup& lineup) {
+  return psipmux::multiplex(lineup, lineup.channels[0], kSomeTime);
 }
 
 TEST(PsipmuxTables, EveryFieldReachesTheStream) {
@@ -328,12 +328,12 @@ TEST(PsipmuxTables, EveryFieldReachesTheStream) {
        {"PAT tsid 1 version 0", "PMT 1 at 32 version 0 PCR 8191"}},
   };
   for (const auto& each : kCases) {
-    EXPECT_EQ(each.lines, decode(streamOf(psipmux::ParseLineup(each.json, "test.json"))));
+    EXPECT_EQ(each.lines, Decode(Stream(psipmux::parseLineup(each.json, "test.json"))));
   }
 }
 
 TEST(PsipmuxTables, EveryFieldOfTheGuideReachesTheStream) {
-  const psipmux::Lineup lineup = psipmux::ParseLineup(R"({"medium": "air", "guide_hours": 3,
+  const psipmux::Lineup lineup = psipmux::parseLineup(R"({"medium": "air", "guide_hours": 3,
     "channels": [{"frequency": 177000000, "tsid": 1, "version": 3, "guide_version": 31, "services": [
       {"program": 3, "pmt_pid": 48, "major": 9, "minor": 7, "name": "One", "source_id": 258,
        "streams": [], "guide_offset": 30, "rating_in": "both", "programmes": [
@@ -346,8 +346,8 @@ TEST(PsipmuxTables, EveryFieldOfTheGuideReachesTheStream) {
         {"minutes": 1260, "title": "", "rating": "TV-Y7-FV"}]}]}]})",
                                                       "test.json");
   // 03:00 on the day that began at 1460851218: the first programme runs until 03:30.
-  const Bytes stream = psipmux::Multiplex(lineup, lineup.channels[0], 1460851218 + 3 * 3600);
-  const Lines tables = decode(stream);
+  const Bytes stream = psipmux::multiplex(lineup, lineup.channels[0], 1460851218 + 3 * 3600);
+  const Lines tables = Decode(stream);
   EXPECT_EQ(1u, tables.count("TVCT tsid 1 version 3"));
   EXPECT_EQ(1u, tables.count("MGT version 2 type 256 at 7424 version 2 bytes 170"));
   EXPECT_EQ(1u, tables.count("MGT version 2 type 512 at 7680 version 2 bytes 26"));
@@ -379,10 +379,10 @@ TEST(PsipmuxTables, EveryFieldOfTheGuideReachesTheStream) {
   EXPECT_EQ(1u, tables.count("PMT 3 at 48 version 27" +
                              firstRating.substr(0, firstRating.find(" [ab")) + " PCR 8191"));
   psipmux::Lineup changed = lineup;
-  changed.channels[0].services[0].rating_in_guide = false;
-  const Bytes later = psipmux::Multiplex(changed, changed.channels[0], next.start);
-  EXPECT_EQ(1u, decode(later).count("PMT 3 at 48 version 28" + next.descriptors + " PCR 8191"));
-  EXPECT_EQ("", decodeGuide(later).events.at({0, 258})[1].descriptors);
+  changed.channels[0].services[0].ratingInGuide = false;
+  const Bytes later = psipmux::multiplex(changed, changed.channels[0], next.start);
+  EXPECT_EQ(1u, Decode(later).count("PMT 3 at 48 version 28" + next.descriptors + " PCR 8191"));
+  EXPECT_EQ("", DecodeGuide(later).events.at({0, 258})[1].descriptors);
 }
 
 // The first section of a table on the base PID.
@@ -406,10 +406,10 @@ Bytes sectionOf(const Bytes& stream, uint8_t tableId, uint8_t extension) {
 TEST(PsipmuxTables, RatingRegionAndAlertAreAsOnTheAir) {
   const fs::path captures = fs::path(ATSC_CAPTURES_DIR) / "sections";
   if (!fs::exists(captures)) GTEST_SKIP() << "no field captures in " << captures;
-  EXPECT_EQ(sectionOf(readFile(captures / "rating-region-1.ts"), 0xCA, 1),
-            sectionOf(streamOf(psipmux::ReadLineup(LINEUPS "/metro-air.json")), 0xCA, 1));
+  EXPECT_EQ(SectionOf(ReadFile(captures / "rating-region-1.ts"), 0xCA, 1),
+            SectionOf(Stream(psipmux::readLineup(LINEUPS "/metro-air.json")), 0xCA, 1));
 
-  const psipmux::Lineup lineup = psipmux::ParseLineup(R"({"medium": "cable",
+  const psipmux::Lineup lineup = psipmux::parseLineup(R"({"medium": "cable",
     "channels": [{"frequency": 57000000, "tsid": 1,
      "alerts": [{"sequence": 5, "event_id": 2677, "originator": "EAS", "event_code": "RWT",
       "activation_text": "REQUIRED WEEKLY TEST", "time_remaining": 29, "duration": 15,
@@ -441,8 +441,8 @@ TEST(PsipmuxTables, RatingRegionAndAlertAreAsOnTheAir) {
 }
 
 TEST(PsipmuxTables, LongVctIsSplitAndAnnouncedInFull) {
-  const psipmux::Lineup lineup = psipmux::ParseLineup(largeLineup(60), "large.json");
-  const auto sections = psipmux::BuildVct(lineup.medium, lineup.channels[0]);
+  const psipmux::Lineup lineup = psipmux::parseLineup(LargeLineup(60), "large.json");
+  const auto sections = psipmux::buildVct(lineup.medium, lineup.channels[0]);
   EXPECT_EQ(20u, sections.size());  // three services in each
   for (const Bytes& section : sections) EXPECT_LE(section.size(), 1024u);
   expectChannel(lineup, lineup.channels[0], streamOf(lineup));
@@ -460,8 +460,8 @@ std::string longGuide(unsigned hours) {
 }
 
 TEST(PsipmuxTables, LargeGuideMakesALongerStreamAndOneTooLargeIsAnError) {
-  const psipmux::Lineup lineup = psipmux::ParseLineup(longGuide(96), "long.json");
-  const Bytes stream = streamOf(lineup);
+  const psipmux::Lineup lineup = psipmux::parseLineup(LongGuide(96), "long.json");
+  const Bytes stream = Stream(lineup);
   EXPECT_LT(752'000u, stream.size());
   expectChannel(lineup, lineup.channels[0], stream);
   expectGuide(lineup, lineup.channels[0], stream);
@@ -472,7 +472,7 @@ TEST(PsipmuxTables, LargeGuideMakesALongerStreamAndOneTooLargeIsAnError) {
        {std::pair(large, "its guide takes 25008 packets, the longest stream has room for 13504"),
         std::pair(huge, "its guide takes more than 16 MiB")}) {
     try {
-      streamOf(psipmux::ParseLineup(json, "long.json"));
+      Stream(psipmux::parseLineup(json, "long.json"));
       ADD_FAILURE() << "no error";
     } catch (const psipmux::MuxError& error) {
       EXPECT_STREQ(fault, error.what());
@@ -485,8 +485,8 @@ TEST(PsipmuxTables, SystemTimeFollowsTheStreamAndSummerIsAnnounced) {
       replaced(largeLineup(1), "{",
                R"({"daylight_saving": {"status": true, "day_of_month": 9, "hour": 2},)");
   for (const auto& [json, saving] :
-       {std::pair(largeLineup(1), 0xE000), std::pair(summer, 0xE902)}) {
-    const Bytes stream = streamOf(psipmux::ParseLineup(json, "one.json"));
+       {std::pair(LargeLineup(1), 0xE000), std::pair(summer, 0xE902)}) {
+    const Bytes stream = Stream(psipmux::parseLineup(json, "one.json"));
     unsigned seen = 0;
     for (size_t i = 0; i < stream.size(); i += 188) {
       const uint8_t* packet = &stream[i];
@@ -516,10 +516,10 @@ TEST(PsipmuxTables, DaylightSavingIsThatOfTheUsWhereTheLineupSaysNothing) {
       {4291967295u, false, 0, 0},                             // 2116-01-08
   };
   for (const auto& c : kCases) {
-    const psipmux::DaylightSaving saving = psipmux::UsDaylightSaving(c.systemTime);
+    const psipmux::DaylightSaving saving = psipmux::usDaylightSaving(c.system_time);
     EXPECT_EQ(std::tuple(c.status, c.day, c.hour),
-              std::tuple(saving.status, int{saving.day_of_month}, int{saving.hour}))
-        << c.systemTime;
+              std::tuple(saving.status, int{saving.dayOfMonth}, int{saving.hour}))
+        << c.system_time;
   }
 }
 

@@ -7,7 +7,7 @@ namespace {
 
 constexpr size_t kMaxSegmentBytes = 255;
 
-void PutString(Bytes& out, const LanguageText& string) {
+void putString(Bytes& out, const LanguageText& string) {
   constexpr uint8_t kNoCompression = 0x00;
   constexpr uint8_t kModeLatin1 = 0x00;
   constexpr uint8_t kModeUtf16 = 0x3F;
@@ -15,67 +15,67 @@ void PutString(Bytes& out, const LanguageText& string) {
   const bool wide =
       std::any_of(text.begin(), text.end(), [](char16_t unit) { return unit > 0xFF; });
   const size_t longest = wide ? kMaxSegmentBytes / 2 : kMaxSegmentBytes;
-  PutLanguage(out, string.language);
-  const size_t number_segments = out.size();
-  Put8(out, 0);
+  putLanguage(out, string.language);
+  const size_t numberSegments = out.size();
+  put8(out, 0);
   size_t begin = 0;
   while (begin < text.size()) {
     size_t end = std::min(text.size(), begin + longest);
     // A surrogate pair stays in one segment.
     if (end < text.size() && text[end] >= 0xDC00 && text[end] <= 0xDFFF) --end;
-    Put8(out, kNoCompression);
-    Put8(out, wide ? kModeUtf16 : kModeLatin1);
-    Put8(out, static_cast<unsigned>((end - begin) * (wide ? 2 : 1)));
+    put8(out, kNoCompression);
+    put8(out, wide ? kModeUtf16 : kModeLatin1);
+    put8(out, static_cast<unsigned>((end - begin) * (wide ? 2 : 1)));
     for (; begin < end; ++begin) {
-      if (wide) Put8(out, text[begin] >> 8);
-      Put8(out, text[begin] & 0xFF);
+      if (wide) put8(out, text[begin] >> 8);
+      put8(out, text[begin] & 0xFF);
     }
-    ++out[number_segments];
+    ++out[numberSegments];
   }
 }
 
 }  // namespace
 
-void Put8(Bytes& out, unsigned value) { out.push_back(static_cast<uint8_t>(value)); }
+void put8(Bytes& out, unsigned value) { out.push_back(static_cast<uint8_t>(value)); }
 
-void Put16(Bytes& out, unsigned value) {
-  Put8(out, value >> 8 & 0xFF);
-  Put8(out, value & 0xFF);
+void put16(Bytes& out, unsigned value) {
+  put8(out, value >> 8 & 0xFF);
+  put8(out, value & 0xFF);
 }
 
-void Put32(Bytes& out, uint32_t value) {
-  Put16(out, value >> 16);
-  Put16(out, value & 0xFFFF);
+void put32(Bytes& out, uint32_t value) {
+  put16(out, value >> 16);
+  put16(out, value & 0xFFFF);
 }
 
-void Append(Bytes& out, const Bytes& more) { out.insert(out.end(), more.begin(), more.end()); }
+void append(Bytes& out, const Bytes& more) { out.insert(out.end(), more.begin(), more.end()); }
 
-void PutLanguage(Bytes& out, const std::string& language) {
+void putLanguage(Bytes& out, const std::string& language) {
   for (size_t i = 0; i < 3; ++i) {
-    Put8(out, i < language.size() ? static_cast<uint8_t>(language[i]) : 0);
+    put8(out, i < language.size() ? static_cast<uint8_t>(language[i]) : 0);
   }
 }
 
-void PutDescriptor(Bytes& out, uint8_t tag, const Bytes& body) {
-  Put8(out, tag);
-  Put8(out, static_cast<unsigned>(body.size()));
-  Append(out, body);
+void putDescriptor(Bytes& out, uint8_t tag, const Bytes& body) {
+  put8(out, tag);
+  put8(out, static_cast<unsigned>(body.size()));
+  append(out, body);
 }
 
-void PutShortText(Bytes& out, const Text& text) {
-  const Bytes string = text.empty() ? Bytes() : MultipleString(text);
-  Put8(out, static_cast<unsigned>(string.size()));
-  Append(out, string);
+void putShortText(Bytes& out, const Text& text) {
+  const Bytes string = text.empty() ? Bytes() : multipleString(text);
+  put8(out, static_cast<unsigned>(string.size()));
+  append(out, string);
 }
 
-Bytes MultipleString(const Text& text) {
+Bytes multipleString(const Text& text) {
   Bytes out;
-  Put8(out, static_cast<unsigned>(text.size()));
-  for (const LanguageText& string : text) PutString(out, string);
+  put8(out, static_cast<unsigned>(text.size()));
+  for (const LanguageText& string : text) putString(out, string);
   return out;
 }
 
-uint32_t Crc32(const Bytes& data) {
+uint32_t crc32(const Bytes& data) {
   uint32_t crc = 0xFFFFFFFFu;
   for (const uint8_t byte : data) {
     crc ^= static_cast<uint32_t>(byte) << 24;
@@ -84,21 +84,21 @@ uint32_t Crc32(const Bytes& data) {
   return crc;
 }
 
-Bytes LongSection(uint8_t table_id, uint16_t extension, uint8_t version, size_t number, size_t last,
+Bytes longSection(uint8_t tableId, uint16_t extension, uint8_t version, size_t number, size_t last,
                   const Bytes& body) {
   constexpr uint8_t kFirstPsipTableId = 0xC7;
   constexpr uint8_t kLastPsipTableId = 0xD4;
-  const bool psip = table_id >= kFirstPsipTableId && table_id <= kLastPsipTableId;
+  const bool psip = tableId >= kFirstPsipTableId && tableId <= kLastPsipTableId;
   Bytes out;
-  Put8(out, table_id);
+  put8(out, tableId);
   const size_t length = kSectionHeaderSize - 3 + body.size() + kCrcSize;
-  Put16(out, (psip ? 0xF000u : 0xB000u) | static_cast<unsigned>(length));
-  Put16(out, extension);
-  Put8(out, 0xC1u | static_cast<unsigned>(version) << 1);
-  Put8(out, static_cast<unsigned>(number));
-  Put8(out, static_cast<unsigned>(last));
-  Append(out, body);
-  Put32(out, Crc32(out));
+  put16(out, (psip ? 0xF000u : 0xB000u) | static_cast<unsigned>(length));
+  put16(out, extension);
+  put8(out, 0xC1u | static_cast<unsigned>(version) << 1);
+  put8(out, static_cast<unsigned>(number));
+  put8(out, static_cast<unsigned>(last));
+  append(out, body);
+  put32(out, crc32(out));
   return out;
 }
 

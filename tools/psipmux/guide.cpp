@@ -27,16 +27,16 @@ struct Event {
   uint16_t id = 0;
   const Programme* programme = nullptr;
 
-  uint32_t End() const { return start + programme->duration; }
+  uint32_t end() const { return start + programme->duration; }
 };
 
 /// The programmes of a service that run at some time from `begin` until `end` (GPS seconds).
-std::vector<Event> Events(const Service& service, uint32_t begin, uint32_t end) {
+std::vector<Event> eventsBetween(const Service& service, uint32_t begin, uint32_t end) {
   std::vector<Event> events;
   uint32_t period = 0;
   for (const Programme& programme : service.programmes) period += programme.duration;
   if (period == 0) return events;
-  uint32_t start = service.guide_offset + kGpsUtcOffset;
+  uint32_t start = service.guideOffset + kGpsUtcOffset;
   if (start < begin) start += (begin - start) / period * period;
   while (start < end) {
     for (const Programme& programme : service.programmes) {
@@ -51,40 +51,41 @@ std::vector<Event> Events(const Service& service, uint32_t begin, uint32_t end) 
 }
 
 /// genre_descriptor, A/65 6.9.13.
-Bytes Genres(const std::vector<uint8_t>& genres) {
+Bytes genreDescriptor(const std::vector<uint8_t>& genres) {
   Bytes body;
-  Put8(body, 0xE0u | static_cast<unsigned>(genres.size()));
-  Append(body, genres);
+  put8(body, 0xE0u | static_cast<unsigned>(genres.size()));
+  append(body, genres);
   return body;
 }
 
 /// One event of the loop in an EIT.
-Bytes EitEvent(const Event& event, bool with_rating) {
+Bytes eitEvent(const Event& event, bool withRating) {
   constexpr uint32_t kEtmInThisStream = 1;
   const Programme& programme = *event.programme;
   Bytes out;
-  Put16(out, 0xC000u | event.id);
-  Put32(out, event.start);
-  const uint32_t etm_location = programme.description.empty() ? 0 : kEtmInThisStream;
-  const uint32_t location_and_length = 0xC00000u | etm_location << 20 | programme.duration;
-  Put8(out, location_and_length >> 16);
-  Put16(out, location_and_length & 0xFFFF);
-  PutShortText(out, programme.title);
+  put16(out, 0xC000u | event.id);
+  put32(out, event.start);
+  const uint32_t etmLocation = programme.description.empty() ? 0 : kEtmInThisStream;
+  const uint32_t locationAndLength = 0xC00000u | etmLocation << 20 | programme.duration;
+  put8(out, locationAndLength >> 16);
+  put16(out, locationAndLength & 0xFFFF);
+  putShortText(out, programme.title);
   Bytes descriptors;
   if (!programme.captions.empty()) {
-    PutDescriptor(descriptors, kCaptionServiceTag, CaptionServices(programme.captions));
+    putDescriptor(descriptors, kCaptionServiceTag, captionServices(programme.captions));
   }
-  if (with_rating && !programme.ratings.empty()) {
-    PutDescriptor(descriptors, kContentAdvisoryTag, ContentAdvisory(programme.ratings));
+  if (withRating && !programme.ratings.empty()) {
+    putDescriptor(descriptors, kContentAdvisoryTag, contentAdvisory(programme.ratings));
   }
-  if (!programme.genres.empty()) PutDescriptor(descriptors, 0xAB, Genres(programme.genres));
-  Put16(out, 0xF000u | static_cast<unsigned>(descriptors.size()));
-  Append(out, descriptors);
+  if (!programme.genres.empty())
+    putDescriptor(descriptors, 0xAB, genreDescriptor(programme.genres));
+  put16(out, 0xF000u | static_cast<unsigned>(descriptors.size()));
+  append(out, descriptors);
   return out;
 }
 
 /// The EIT of one service in one instance, in as many sections as needed.
-std::vector<Bytes> BuildEit(const Service& service, uint8_t version,
+std::vector<Bytes> buildEit(const Service& service, uint8_t version,
                             const std::vector<Event>& events) {
   constexpr size_t kAround = 2;  // protocol_version, num_events_in_section
   constexpr size_t kMaxLoop = kMaxLongSectionSize - kSectionHeaderSize - kCrcSize - kAround;
@@ -94,43 +95,43 @@ std::vector<Bytes> BuildEit(const Service& service, uint8_t version,
   };
   std::vector<Part> parts(1);
   for (const Event& event : events) {
-    const Bytes entry = EitEvent(event, service.rating_in_guide);
+    const Bytes entry = eitEvent(event, service.ratingInGuide);
     if (parts.back().loop.size() + entry.size() > kMaxLoop) parts.emplace_back();
     ++parts.back().events;
-    Append(parts.back().loop, entry);
+    append(parts.back().loop, entry);
   }
   std::vector<Bytes> sections;
   for (const Part& part : parts) {
     Bytes body;
-    Put8(body, 0);  // protocol_version
-    Put8(body, part.events);
-    Append(body, part.loop);
-    sections.push_back(LongSection(kEitTableId, service.source_id, version, sections.size(),
+    put8(body, 0);  // protocol_version
+    put8(body, part.events);
+    append(body, part.loop);
+    sections.push_back(longSection(kEitTableId, service.sourceId, version, sections.size(),
                                    parts.size() - 1, body));
   }
   return sections;
 }
 
-Bytes BuildEtt(size_t extension, uint8_t version, uint16_t source_id, const Event& event) {
+Bytes buildEtt(size_t extension, uint8_t version, uint16_t sourceId, const Event& event) {
   constexpr unsigned kEtmOfEvent = 2;
   Bytes body;
-  Put8(body, 0);  // protocol_version
-  Put16(body, source_id);
-  Put16(body, static_cast<unsigned>(event.id) << 2 | kEtmOfEvent);
-  Append(body, MultipleString(event.programme->description));
-  return LongSection(kEttTableId, static_cast<uint16_t>(extension), version, 0, 0, body);
+  put8(body, 0);  // protocol_version
+  put16(body, sourceId);
+  put16(body, static_cast<unsigned>(event.id) << 2 | kEtmOfEvent);
+  append(body, multipleString(event.programme->description));
+  return longSection(kEttTableId, static_cast<uint16_t>(extension), version, 0, 0, body);
 }
 
 }  // namespace
 
-std::vector<GuideTable> BuildGuide(const Lineup& lineup, const Channel& channel,
-                                   uint32_t system_time) {
+std::vector<GuideTable> buildGuide(const Lineup& lineup, const Channel& channel,
+                                   uint32_t systemTime) {
   const uint32_t begin =
-      (system_time - kGpsUtcOffset) / kSegmentSeconds * kSegmentSeconds + kGpsUtcOffset;
-  const unsigned instances = (lineup.guide_hours + 2) / 3;
+      (systemTime - kGpsUtcOffset) / kSegmentSeconds * kSegmentSeconds + kGpsUtcOffset;
+  const unsigned instances = (lineup.guideHours + 2) / 3;
   std::vector<std::vector<Event>> events;
   for (const Service& service : channel.services) {
-    events.push_back(Events(service, begin, begin + instances * kSegmentSeconds));
+    events.push_back(eventsBetween(service, begin, begin + instances * kSegmentSeconds));
   }
   std::vector<GuideTable> tables;
   size_t size = 0;
@@ -149,16 +150,16 @@ std::vector<GuideTable> BuildGuide(const Lineup& lineup, const Channel& channel,
     for (size_t s = 0; s < channel.services.size(); ++s) {
       const Service& service = channel.services[s];
       const auto first = std::partition_point(events[s].begin(), events[s].end(),
-                                              [&](const Event& e) { return e.End() <= from; });
+                                              [&](const Event& e) { return e.end() <= from; });
       const auto last = std::partition_point(
           first, events[s].end(), [&](const Event& e) { return e.start < from + kSegmentSeconds; });
       if (first == last) continue;
-      for (Bytes& section : BuildEit(service, channel.guide_version, {first, last})) {
+      for (Bytes& section : buildEit(service, channel.guideVersion, {first, last})) {
         add(eit, std::move(section));
       }
       for (auto event = first; event != last; ++event) {
         if (event->programme->description.empty()) continue;
-        add(ett, BuildEtt(ett.sections.size(), channel.guide_version, service.source_id, *event));
+        add(ett, buildEtt(ett.sections.size(), channel.guideVersion, service.sourceId, *event));
       }
     }
     for (GuideTable* table : {&eit, &ett}) {
@@ -168,95 +169,95 @@ std::vector<GuideTable> BuildGuide(const Lineup& lineup, const Channel& channel,
   return tables;
 }
 
-OnAir FindOnAir(const Service& service, uint32_t system_time) {
-  const std::vector<Event> events = Events(service, system_time, system_time + 1);
+OnAir findOnAir(const Service& service, uint32_t systemTime) {
+  const std::vector<Event> events = eventsBetween(service, systemTime, systemTime + 1);
   if (events.empty()) return {};
   uint32_t period = 0;
   for (const Programme& programme : service.programmes) period += programme.duration;
   const Event& event = events.front();
-  const uint32_t rounds = (event.start - service.guide_offset - kGpsUtcOffset) / period;
+  const uint32_t rounds = (event.start - service.guideOffset - kGpsUtcOffset) / period;
   const auto count = static_cast<uint32_t>(service.programmes.size());
   return {event.programme,
           rounds * count + static_cast<uint32_t>(event.programme - service.programmes.data())};
 }
 
-Bytes CaptionServices(const std::vector<CaptionService>& captions) {
+Bytes captionServices(const std::vector<CaptionService>& captions) {
   Bytes body;
-  Put8(body, 0xE0u | static_cast<unsigned>(captions.size()));
+  put8(body, 0xE0u | static_cast<unsigned>(captions.size()));
   for (const CaptionService& caption : captions) {
-    PutLanguage(body, caption.language);
-    Put8(body, (caption.digital ? 0xC0u : 0x7Eu) | caption.number);
-    Put16(body, 0x3FFFu | (caption.easy_reader ? 0x8000u : 0) | (caption.wide ? 0x4000u : 0));
+    putLanguage(body, caption.language);
+    put8(body, (caption.digital ? 0xC0u : 0x7Eu) | caption.number);
+    put16(body, 0x3FFFu | (caption.easyReader ? 0x8000u : 0) | (caption.wide ? 0x4000u : 0));
   }
   return body;
 }
 
-Bytes ContentAdvisory(const std::vector<Rating>& ratings) {
+Bytes contentAdvisory(const std::vector<Rating>& ratings) {
   Bytes body;
-  Put8(body, 0xC0u | static_cast<unsigned>(ratings.size()));
+  put8(body, 0xC0u | static_cast<unsigned>(ratings.size()));
   for (const Rating& rating : ratings) {
-    Put8(body, rating.region);
-    Put8(body, static_cast<unsigned>(rating.dimensions.size()));
+    put8(body, rating.region);
+    put8(body, static_cast<unsigned>(rating.dimensions.size()));
     for (const Rating::Dimension& dimension : rating.dimensions) {
-      Put8(body, dimension.index);
-      Put8(body, 0xF0u | dimension.value);
+      put8(body, dimension.index);
+      put8(body, 0xF0u | dimension.value);
     }
-    PutShortText(body, rating.text);
+    putShortText(body, rating.text);
   }
   return body;
 }
 
-Bytes BuildRrt(const RatingRegion& region) {
+Bytes buildRrt(const RatingRegion& region) {
   Bytes body;
-  Put8(body, 0);  // protocol_version
-  PutShortText(body, region.name);
-  Put8(body, static_cast<unsigned>(region.dimensions.size()));
+  put8(body, 0);  // protocol_version
+  putShortText(body, region.name);
+  put8(body, static_cast<unsigned>(region.dimensions.size()));
   for (const RatingRegion::Dimension& dimension : region.dimensions) {
-    PutShortText(body, dimension.name);
-    Put8(body, 0xE0u | (dimension.graduated ? 0x10u : 0) |
+    putShortText(body, dimension.name);
+    put8(body, 0xE0u | (dimension.graduated ? 0x10u : 0) |
                    static_cast<unsigned>(dimension.values.size()));
     for (const RatingRegion::Value& value : dimension.values) {
-      PutShortText(body, value.abbreviation);
-      PutShortText(body, value.rating);
+      putShortText(body, value.abbreviation);
+      putShortText(body, value.rating);
     }
   }
-  Put16(body, 0xFC00);  // descriptors_length
-  return LongSection(kRrtTableId, static_cast<uint16_t>(0xFF00u | region.region), region.version, 0,
+  put16(body, 0xFC00);  // descriptors_length
+  return longSection(kRrtTableId, static_cast<uint16_t>(0xFF00u | region.region), region.version, 0,
                      0, body);
 }
 
-MgtEntry RrtMgtEntry(const RatingRegion& region, const Bytes& section) {
+MgtEntry rrtMgtEntry(const RatingRegion& region, const Bytes& section) {
   return {static_cast<uint16_t>(kTableTypeRrt + region.region), kPsipPid, region.version,
           static_cast<uint32_t>(section.size())};
 }
 
-Bytes BuildAlert(const Alert& alert) {
+Bytes buildAlert(const Alert& alert) {
   Bytes body;
-  Put8(body, 0);  // protocol_version
-  Put16(body, alert.event_id);
-  Append(body, Bytes(alert.originator.begin(), alert.originator.end()));
-  Put8(body, static_cast<unsigned>(alert.event_code.size()));
-  Append(body, Bytes(alert.event_code.begin(), alert.event_code.end()));
-  PutShortText(body, alert.activation_text);
-  Put8(body, alert.time_remaining);
-  Put32(body, 0);  // event_start_time
-  Put16(body, alert.duration);
-  Put16(body, 0xFFF0u | alert.priority);
-  Put16(body, 0);       // details_OOB_source_ID
-  Put16(body, 0xFC00);  // details_major_channel_number
-  Put16(body, 0xFC00);  // details_minor_channel_number
-  Put16(body, 0);       // audio_OOB_source_ID
-  const Bytes text = alert.text.empty() ? Bytes() : MultipleString(alert.text);
-  Put16(body, static_cast<unsigned>(text.size()));
-  Append(body, text);
-  Put8(body, static_cast<unsigned>(alert.locations.size()));
+  put8(body, 0);  // protocol_version
+  put16(body, alert.eventId);
+  append(body, Bytes(alert.originator.begin(), alert.originator.end()));
+  put8(body, static_cast<unsigned>(alert.eventCode.size()));
+  append(body, Bytes(alert.eventCode.begin(), alert.eventCode.end()));
+  putShortText(body, alert.activationText);
+  put8(body, alert.timeRemaining);
+  put32(body, 0);  // event_start_time
+  put16(body, alert.duration);
+  put16(body, 0xFFF0u | alert.priority);
+  put16(body, 0);       // details_OOB_source_ID
+  put16(body, 0xFC00);  // details_major_channel_number
+  put16(body, 0xFC00);  // details_minor_channel_number
+  put16(body, 0);       // audio_OOB_source_ID
+  const Bytes text = alert.text.empty() ? Bytes() : multipleString(alert.text);
+  put16(body, static_cast<unsigned>(text.size()));
+  append(body, text);
+  put8(body, static_cast<unsigned>(alert.locations.size()));
   for (const Alert::Location& location : alert.locations) {
-    Put8(body, location.state);
-    Put16(body, static_cast<unsigned>(location.subdivision) << 12 | 0x0C00u | location.county);
+    put8(body, location.state);
+    put16(body, static_cast<unsigned>(location.subdivision) << 12 | 0x0C00u | location.county);
   }
-  Put8(body, 0);        // exception_count
-  Put16(body, 0xFC00);  // descriptors_length
-  return LongSection(kAlertTableId, 0, alert.sequence, 0, 0, body);
+  put8(body, 0);        // exception_count
+  put16(body, 0xFC00);  // descriptors_length
+  return longSection(kAlertTableId, 0, alert.sequence, 0, 0, body);
 }
 
 }  // namespace psipmux

@@ -19,37 +19,37 @@ constexpr uint8_t kContentAdvisoryTag = 0x87;
 
 /// An instance of the EIT or ETT: its sections are those of all services.
 struct GuideTable {
-  uint16_t table_type = 0;  ///< as in the MGT
+  uint16_t tableType = 0;  ///< as in the MGT
   uint16_t pid = 0;
   std::vector<Bytes> sections;
 };
 
 /// EIT-0, ETT-0, EIT-1, and so on (A/65 6.5, 6.6); those that would have no section are left out.
-/// Instance 0 is that of the three hours, counted from midnight UTC, in which `system_time` (GPS
+/// Instance 0 is that of the three hours, counted from midnight UTC, in which `systemTime` (GPS
 /// seconds) lies. Throws MuxError when it is far too large for any stream.
-std::vector<GuideTable> BuildGuide(const Lineup& lineup, const Channel& channel,
-                                   uint32_t system_time);
+std::vector<GuideTable> buildGuide(const Lineup& lineup, const Channel& channel,
+                                   uint32_t systemTime);
 
-/// The programme of a service that is on at `system_time` (GPS seconds), or null, and how many have
+/// The programme of a service that is on at `systemTime` (GPS seconds), or null, and how many have
 /// been before it.
 struct OnAir {
   const Programme* programme = nullptr;
   uint32_t number = 0;
 };
-OnAir FindOnAir(const Service& service, uint32_t system_time);
+OnAir findOnAir(const Service& service, uint32_t systemTime);
 
 /// caption_service_descriptor (A/65 6.9.2) without its tag and length.
-Bytes CaptionServices(const std::vector<CaptionService>& captions);
+Bytes captionServices(const std::vector<CaptionService>& captions);
 
 /// content_advisory_descriptor (A/65 6.9.3) without its tag and length.
-Bytes ContentAdvisory(const std::vector<Rating>& ratings);
+Bytes contentAdvisory(const std::vector<Rating>& ratings);
 
 /// Rating region table (A/65 6.4). It has one section of at most 1024 bytes; what is returned for
 /// a larger region is longer than that.
-Bytes BuildRrt(const RatingRegion& region);
-MgtEntry RrtMgtEntry(const RatingRegion& region, const Bytes& section);
+Bytes buildRrt(const RatingRegion& region);
+MgtEntry rrtMgtEntry(const RatingRegion& region, const Bytes& section);
 
 /// cable_emergency_alert (SCTE 18 5), beginning at once.
-Bytes BuildAlert(const Alert& alert);
+Bytes buildAlert(const Alert& alert);
 
 }  // namespace psipmux

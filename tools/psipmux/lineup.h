@@ -31,11 +31,11 @@ struct Stream {
   uint16_t pid = 0;
   std::string language;  ///< ISO 639-2, three letters, or empty
   uint8_t bsmod = 0;
-  bool full_svc = true;
-  uint8_t mainid = 0;           ///< sent when bsmod is below 2 (a main service)
-  uint8_t asvcflags = 0;        ///< sent otherwise: one bit for each main service it belongs to
-  bool dual_mono = false;       ///< two mono channels (1+1), the first in `language`
-  std::string second_language;  ///< of the second one, or empty
+  bool fullSvc = true;
+  uint8_t mainid = 0;          ///< sent when bsmod is below 2 (a main service)
+  uint8_t asvcflags = 0;       ///< sent otherwise: one bit for each main service it belongs to
+  bool dualMono = false;       ///< two mono channels (1+1), the first in `language`
+  std::string secondLanguage;  ///< of the second one, or empty
 };
 
 constexpr uint8_t kStreamTypeAc3 = 0x81;
@@ -57,7 +57,7 @@ struct CaptionService {
   std::string language;
   bool digital = true;
   uint8_t number = 0;  ///< caption_service_number, or line21_field when not digital
-  bool easy_reader = false;
+  bool easyReader = false;
   bool wide = false;
 };
 
@@ -73,25 +73,25 @@ struct Programme {
 /// A service: one program of the PAT and, in a channel with PSIP, one virtual channel of the VCT.
 struct Service {
   uint16_t program = 0;
-  uint16_t pmt_pid = 0;
-  uint8_t version = 0;           ///< version_number of the PMT
-  std::u16string name;           ///< at most 7 code units
-  std::u16string extended_name;  ///< no descriptor when empty
-  uint16_t major = 0;            ///< as sent; A/65 6.3.2 for one-part numbers
+  uint16_t pmtPid = 0;
+  uint8_t version = 0;          ///< version_number of the PMT
+  std::u16string name;          ///< at most 7 code units
+  std::u16string extendedName;  ///< no descriptor when empty
+  uint16_t major = 0;           ///< as sent; A/65 6.3.2 for one-part numbers
   uint16_t minor = 0;
-  uint16_t source_id = 0;
-  uint8_t service_type = 0;  ///< A/65 6.3.1
+  uint16_t sourceId = 0;
+  uint8_t serviceType = 0;  ///< A/65 6.3.1
   bool hidden = false;
-  bool hide_guide = false;
+  bool hideGuide = false;
   bool sld = true;  ///< with a service location descriptor
   std::vector<Stream> streams;
   std::vector<CaptionService> captions;  ///< that the PMT announces
-  /// They follow each other without end, as though the first had begun `guide_offset` seconds into
+  /// They follow each other without end, as though the first had begun `guideOffset` seconds into
   /// 1980-01-06 (UTC). None: the service is not in the guide.
   std::vector<Programme> programmes;
-  uint32_t guide_offset = 0;
-  bool rating_in_guide = true;
-  bool rating_in_pmt = false;  ///< of the programme that is on
+  uint32_t guideOffset = 0;
+  bool ratingInGuide = true;
+  bool ratingInPmt = false;  ///< of the programme that is on
 };
 
 /// A cable emergency alert, SCTE 18 5.
@@ -102,13 +102,13 @@ struct Alert {
     uint16_t county = 0;      ///< FIPS code; 0: the whole state
   };
   uint8_t sequence = 0;
-  uint16_t event_id = 0;
+  uint16_t eventId = 0;
   std::string originator;  ///< 3 characters
-  std::string event_code;
-  Text activation_text;
+  std::string eventCode;
+  Text activationText;
   Text text;
-  uint8_t time_remaining = 0;  ///< seconds; 0: indefinite
-  uint16_t duration = 0;       ///< minutes; 0: indefinite
+  uint8_t timeRemaining = 0;  ///< seconds; 0: indefinite
+  uint16_t duration = 0;      ///< minutes; 0: indefinite
   uint8_t priority = 0;
   std::vector<Location> locations;
 };
@@ -134,10 +134,10 @@ struct RatingRegion {
 struct Channel {
   uint32_t frequency = 0;  ///< centre frequency, Hz
   uint16_t tsid = 0;
-  uint8_t version = 0;        ///< version_number of the PAT and VCT
-  uint8_t guide_version = 0;  ///< that of the MGT, EIT and ETT
-  bool psip = true;           ///< false: PAT and PMT only
-  uint8_t modulation = 0;     ///< modulation_mode, A/65 6.3.1
+  uint8_t version = 0;       ///< version_number of the PAT and VCT
+  uint8_t guideVersion = 0;  ///< that of the MGT, EIT and ETT
+  bool psip = true;          ///< false: PAT and PMT only
+  uint8_t modulation = 0;    ///< modulation_mode, A/65 6.3.1
   std::vector<Service> services;
   std::vector<Alert> alerts;
 };
@@ -145,22 +145,22 @@ struct Channel {
 /// The daylight_savings field of the STT, A/65 Annex A.
 struct DaylightSaving {
   bool status = false;
-  uint8_t day_of_month = 0;
+  uint8_t dayOfMonth = 0;
   uint8_t hour = 0;
 };
 
 struct Lineup {
   Medium medium = Medium::kAir;
-  std::optional<DaylightSaving> daylight_saving;  ///< none: as in the U.S. at the time of the STT
-  unsigned guide_hours = 0;                       ///< how much of the guide is sent
-  std::vector<RatingRegion> rating_regions;
+  std::optional<DaylightSaving> daylightSaving;  ///< none: as in the U.S. at the time of the STT
+  unsigned guideHours = 0;                       ///< how much of the guide is sent
+  std::vector<RatingRegion> ratingRegions;
   std::vector<Channel> channels;
 };
 
 /// Parses and checks a lineup; `file` names it in errors. Throws LineupError for the first fault.
-Lineup ParseLineup(const std::string& json, const std::string& file);
+Lineup parseLineup(const std::string& json, const std::string& file);
 
 /// Reads a lineup from a file. Throws LineupError, also when the file cannot be read.
-Lineup ReadLineup(const std::string& file);
+Lineup readLineup(const std::string& file);
 
 }  // namespace psipmux

@@ -65,13 +65,13 @@ constexpr Choice kEnglishRatings[] = {{"E", 0},  {"C", 1},   {"C8+", 2}, {"G", 3
 constexpr Choice kFrenchRatings[] = {{"E", 0},       {"G", 1},       {"8 ans+", 2},
                                      {"13 ans+", 3}, {"16 ans+", 4}, {"18 ans+", 5}};
 
-uint8_t Small(const Node& node, const char* key, int64_t low, int64_t high) {
-  return static_cast<uint8_t>(node.Integer(key, low, high));
+uint8_t small(const Node& node, const char* key, int64_t low, int64_t high) {
+  return static_cast<uint8_t>(node.integer(key, low, high));
 }
 
 /// "TV-14-D-V": a rating, and after it what it is for, in the order of the dimensions.
-std::vector<Rating::Dimension> TvDimensions(const Node& node) {
-  const std::string text = node.String();
+std::vector<Rating::Dimension> tvDimensions(const Node& node) {
+  const std::string text = node.string();
   for (const TvRating& rating : kTvRatings) {
     const std::string name = rating.name;
     if (text.compare(0, name.size(), name) != 0) continue;
@@ -86,223 +86,223 @@ std::vector<Rating::Dimension> TvDimensions(const Node& node) {
     }
     if (at == text.size()) return dimensions;
   }
-  node.Fail("must be a TV rating such as TV-Y7-FV or TV-14-D-L-S-V");
+  node.fail("must be a TV rating such as TV-Y7-FV or TV-14-D-L-S-V");
 }
 
-Rating::Dimension NumberedDimension(const Node& dimensions, const std::string& key) {
+Rating::Dimension numberedDimension(const Node& dimensions, const std::string& key) {
   const bool number =
       !key.empty() && key.size() <= 2 &&
       std::all_of(key.begin(), key.end(), [](char c) { return c >= '0' && c <= '9'; });
-  if (!number) dimensions.At(Printable(key)).Fail("must be the number of a dimension");
-  return {static_cast<uint8_t>(std::stoi(key)), Small(dimensions, key.c_str(), 0, 15)};
+  if (!number) dimensions.at(printable(key)).fail("must be the number of a dimension");
+  return {static_cast<uint8_t>(std::stoi(key)), small(dimensions, key.c_str(), 0, 15)};
 }
 
-Rating ParseRegionRating(const Node& node) {
-  node.AllowKeys({"region", "dimensions", "text"});
+Rating parseRegionRating(const Node& node) {
+  node.allowKeys({"region", "dimensions", "text"});
   Rating rating;
-  rating.region = Small(node, "region", 1, 255);
-  if (node.Has("dimensions")) {
-    const Node dimensions = node.At("dimensions");
-    for (const std::string& key : dimensions.Keys()) {
-      rating.dimensions.push_back(NumberedDimension(dimensions, key));
+  rating.region = small(node, "region", 1, 255);
+  if (node.has("dimensions")) {
+    const Node dimensions = node.at("dimensions");
+    for (const std::string& key : dimensions.keys()) {
+      rating.dimensions.push_back(numberedDimension(dimensions, key));
     }
   }
-  rating.text = node.LocalTextOr("text", kShortText);
+  rating.text = node.localTextOr("text", kShortText);
   for (const LanguageText& text : rating.text) {
     if (text.text.size() > kRatingDescriptionUnits) {
-      node.At("text").Fail("must be at most 16 UTF-16 units");
+      node.at("text").fail("must be at most 16 UTF-16 units");
     }
   }
   return rating;
 }
 
-Text English(const Node& node, const char* key) { return {{"eng", node.Utf16(key)}}; }
+Text english(const Node& node, const char* key) { return {{"eng", node.utf16(key)}}; }
 
-std::vector<Rating> ParseRatings(const Node& programme) {
+std::vector<Rating> parseRatings(const Node& programme) {
   std::vector<Rating> ratings;
-  if (!programme.Has("rating")) return ratings;
-  const Node node = programme.At("rating");
-  if (node.IsString()) return {{kRegionUs, TvDimensions(node), English(programme, "rating")}};
-  node.AllowKeys({"us_tv", "us_movie", "ca_english", "ca_french", "regions"});
+  if (!programme.has("rating")) return ratings;
+  const Node node = programme.at("rating");
+  if (node.isString()) return {{kRegionUs, tvDimensions(node), english(programme, "rating")}};
+  node.allowKeys({"us_tv", "us_movie", "ca_english", "ca_french", "regions"});
   Unique regions;
-  if (node.Has("us_tv") || node.Has("us_movie")) {
+  if (node.has("us_tv") || node.has("us_movie")) {
     Rating rating{kRegionUs, {}, {}};
-    if (node.Has("us_tv")) rating.dimensions = TvDimensions(node.At("us_tv"));
-    if (node.Has("us_movie")) {
-      rating.dimensions.push_back({kMovieDimension, node.OneOf("us_movie", kMovieRatings)});
+    if (node.has("us_tv")) rating.dimensions = tvDimensions(node.at("us_tv"));
+    if (node.has("us_movie")) {
+      rating.dimensions.push_back({kMovieDimension, node.oneOf("us_movie", kMovieRatings)});
     }
-    rating.text = English(node, node.Has("us_tv") ? "us_tv" : "us_movie");
-    regions.Add(kRegionUs, node);
+    rating.text = english(node, node.has("us_tv") ? "us_tv" : "us_movie");
+    regions.add(kRegionUs, node);
     ratings.push_back(rating);
   }
-  if (node.Has("ca_english") || node.Has("ca_french")) {
+  if (node.has("ca_english") || node.has("ca_french")) {
     Rating rating{kRegionCanada, {}, {}};
-    if (node.Has("ca_english")) {
-      rating.dimensions.push_back({0, node.OneOf("ca_english", kEnglishRatings)});
+    if (node.has("ca_english")) {
+      rating.dimensions.push_back({0, node.oneOf("ca_english", kEnglishRatings)});
     }
-    if (node.Has("ca_french")) {
-      rating.dimensions.push_back({1, node.OneOf("ca_french", kFrenchRatings)});
+    if (node.has("ca_french")) {
+      rating.dimensions.push_back({1, node.oneOf("ca_french", kFrenchRatings)});
     }
-    rating.text = English(node, node.Has("ca_english") ? "ca_english" : "ca_french");
-    regions.Add(kRegionCanada, node);
+    rating.text = english(node, node.has("ca_english") ? "ca_english" : "ca_french");
+    regions.add(kRegionCanada, node);
     ratings.push_back(rating);
   }
-  for (const Node& region : node.ElementsOr("regions", 1, kMaxRegions)) {
-    ratings.push_back(ParseRegionRating(region));
-    regions.Add(ratings.back().region, region.At("region"));
+  for (const Node& region : node.elementsOr("regions", 1, kMaxRegions)) {
+    ratings.push_back(parseRegionRating(region));
+    regions.add(ratings.back().region, region.at("region"));
   }
-  if (ratings.empty()) node.Fail("must not be empty");
-  if (ratings.size() > kMaxRegions) node.Fail("must have at most 8 regions");
+  if (ratings.empty()) node.fail("must not be empty");
+  if (ratings.size() > kMaxRegions) node.fail("must have at most 8 regions");
   return ratings;
 }
 
-CaptionService ParseCaption(const Node& node, size_t position) {
+CaptionService parseCaption(const Node& node, size_t position) {
   CaptionService caption;
   caption.number = static_cast<uint8_t>(position + 1);
-  if (node.IsString()) {
-    caption.language = node.String();
+  if (node.isString()) {
+    caption.language = node.string();
   } else {
-    node.AllowKeys({"language", "service", "line21_field", "easy_reader", "wide"});
-    caption.language = node.String("language");
-    caption.digital = !node.Has("line21_field");
+    node.allowKeys({"language", "service", "line21_field", "easy_reader", "wide"});
+    caption.language = node.string("language");
+    caption.digital = !node.has("line21_field");
     if (caption.digital) {
-      caption.number = static_cast<uint8_t>(node.IntegerOr("service", 1, 63, caption.number));
+      caption.number = static_cast<uint8_t>(node.integerOr("service", 1, 63, caption.number));
     } else {
-      node.ForbidKeys({"service"}, "not with line21_field");
-      caption.number = Small(node, "line21_field", 0, 1);
+      node.forbidKeys({"service"}, "not with line21_field");
+      caption.number = small(node, "line21_field", 0, 1);
     }
-    caption.easy_reader = node.BooleanOr("easy_reader", false);
-    caption.wide = node.BooleanOr("wide", false);
+    caption.easyReader = node.booleanOr("easy_reader", false);
+    caption.wide = node.booleanOr("wide", false);
   }
-  if (!IsLanguage(caption.language)) node.Fail("language must be three lower-case letters");
+  if (!isLanguage(caption.language)) node.fail("language must be three lower-case letters");
   return caption;
 }
 
-uint8_t ParseGenre(const Node& node) {
-  const std::string name = node.String();
+uint8_t parseGenre(const Node& node) {
+  const std::string name = node.string();
   std::istringstream genres(kGenres);
   uint8_t code = 0x20;
   for (std::string genre; std::getline(genres, genre, ','); ++code) {
     if (genre == name) return code;
   }
-  node.Fail("must be a genre of A/65 in lower case");
+  node.fail("must be a genre of A/65 in lower case");
 }
 
-Programme ParseProgramme(const Node& node) {
-  node.AllowKeys({"minutes", "title", "description", "rating", "captions", "genres"});
+Programme parseProgramme(const Node& node) {
+  node.allowKeys({"minutes", "title", "description", "rating", "captions", "genres"});
   Programme programme;
   programme.duration =
-      static_cast<uint32_t>(node.Integer("minutes", kMinMinutes, kMaxMinutes) * 60);
-  programme.title = node.LocalText("title", kShortText);
-  programme.description = node.LocalTextOr("description", kMaxEtm);
-  programme.ratings = ParseRatings(node);
-  if (ContentAdvisory(programme.ratings).size() > kMaxDescriptor) {
-    node.At("rating").Fail("takes more than the 255 bytes of a descriptor");
+      static_cast<uint32_t>(node.integer("minutes", kMinMinutes, kMaxMinutes) * 60);
+  programme.title = node.localText("title", kShortText);
+  programme.description = node.localTextOr("description", kMaxEtm);
+  programme.ratings = parseRatings(node);
+  if (contentAdvisory(programme.ratings).size() > kMaxDescriptor) {
+    node.at("rating").fail("takes more than the 255 bytes of a descriptor");
   }
-  programme.captions = ParseCaptions(node);
-  for (const Node& genre : node.ElementsOr("genres", 1, kMaxGenres)) {
-    programme.genres.push_back(ParseGenre(genre));
+  programme.captions = parseCaptions(node);
+  for (const Node& genre : node.elementsOr("genres", 1, kMaxGenres)) {
+    programme.genres.push_back(parseGenre(genre));
   }
   return programme;
 }
 
-RatingRegion::Value ParseValue(const Node& node) {
-  if (node.IsString()) return {node.LocalText(kShortText), node.LocalText(kShortText)};
-  node.AllowKeys({"abbrev", "rating"});
-  return {node.LocalText("abbrev", kShortText), node.LocalText("rating", kShortText)};
+RatingRegion::Value parseValue(const Node& node) {
+  if (node.isString()) return {node.localText(kShortText), node.localText(kShortText)};
+  node.allowKeys({"abbrev", "rating"});
+  return {node.localText("abbrev", kShortText), node.localText("rating", kShortText)};
 }
 
-RatingRegion ParseRatingRegion(const Node& node) {
-  node.AllowKeys({"region", "version", "name", "dimensions"});
+RatingRegion parseRatingRegion(const Node& node) {
+  node.allowKeys({"region", "version", "name", "dimensions"});
   RatingRegion region;
-  region.region = Small(node, "region", 1, 255);
-  region.version = static_cast<uint8_t>(node.IntegerOr("version", 0, 31, 0));
-  region.name = node.LocalText("name", kShortText);
-  for (const Node& each : node.Elements("dimensions", 1, kMaxDimensions)) {
-    each.AllowKeys({"name", "graduated", "values"});
+  region.region = small(node, "region", 1, 255);
+  region.version = static_cast<uint8_t>(node.integerOr("version", 0, 31, 0));
+  region.name = node.localText("name", kShortText);
+  for (const Node& each : node.elements("dimensions", 1, kMaxDimensions)) {
+    each.allowKeys({"name", "graduated", "values"});
     RatingRegion::Dimension dimension;
-    dimension.name = each.LocalText("name", kShortText);
-    dimension.graduated = each.BooleanOr("graduated", false);
-    for (const Node& value : each.Elements("values", 1, kMaxValues)) {
-      dimension.values.push_back(ParseValue(value));
+    dimension.name = each.localText("name", kShortText);
+    dimension.graduated = each.booleanOr("graduated", false);
+    for (const Node& value : each.elements("values", 1, kMaxValues)) {
+      dimension.values.push_back(parseValue(value));
     }
     region.dimensions.push_back(dimension);
   }
-  const size_t size = BuildRrt(region).size();
+  const size_t size = buildRrt(region).size();
   if (size > kMaxSectionSize) {
-    node.Fail("takes a section of " + std::to_string(size) + " bytes, it may have " +
+    node.fail("takes a section of " + std::to_string(size) + " bytes, it may have " +
               std::to_string(kMaxSectionSize));
   }
   return region;
 }
 
-std::string ParseCode(const Node& node, const char* key, size_t low, size_t high) {
-  const std::string code = node.String(key);
+std::string parseCode(const Node& node, const char* key, size_t low, size_t high) {
+  const std::string code = node.string(key);
   const bool graphic =
       std::all_of(code.begin(), code.end(), [](char c) { return c > ' ' && c <= '~'; });
   if (!graphic || code.size() < low || code.size() > high) {
-    node.At(key).Fail("must be " + (low == high ? "" : std::to_string(low) + " to ") +
+    node.at(key).fail("must be " + (low == high ? "" : std::to_string(low) + " to ") +
                       std::to_string(high) + " ASCII characters");
   }
   return code;
 }
 
-Alert ParseAlert(const Node& node) {
-  node.AllowKeys({"sequence", "event_id", "originator", "event_code", "activation_text", "text",
+Alert parseAlert(const Node& node) {
+  node.allowKeys({"sequence", "event_id", "originator", "event_code", "activation_text", "text",
                   "time_remaining", "duration", "priority", "locations"});
   Alert alert;
-  alert.sequence = Small(node, "sequence", 0, 31);
-  alert.event_id = static_cast<uint16_t>(node.IntegerOr("event_id", 0, 0xFFFF, alert.sequence));
-  alert.originator = ParseCode(node, "originator", 3, 3);
-  alert.event_code = ParseCode(node, "event_code", 1, 255);
-  alert.activation_text = node.LocalTextOr("activation_text", kShortText);
-  alert.text = node.LocalTextOr("text", kMaxAlertText);
-  alert.time_remaining = static_cast<uint8_t>(node.IntegerOr("time_remaining", 0, 120, 0));
-  alert.duration = static_cast<uint16_t>(node.IntegerOr("duration", 0, 6000, 0));
-  alert.priority = Small(node, "priority", 0, 15);
-  for (const Node& each : node.Elements("locations", 1, kMaxLocations)) {
-    each.AllowKeys({"state", "county", "subdivision"});
-    alert.locations.push_back({Small(each, "state", 0, 99),
-                               static_cast<uint8_t>(each.IntegerOr("subdivision", 0, 9, 0)),
-                               static_cast<uint16_t>(each.IntegerOr("county", 0, 999, 0))});
+  alert.sequence = small(node, "sequence", 0, 31);
+  alert.eventId = static_cast<uint16_t>(node.integerOr("event_id", 0, 0xFFFF, alert.sequence));
+  alert.originator = parseCode(node, "originator", 3, 3);
+  alert.eventCode = parseCode(node, "event_code", 1, 255);
+  alert.activationText = node.localTextOr("activation_text", kShortText);
+  alert.text = node.localTextOr("text", kMaxAlertText);
+  alert.timeRemaining = static_cast<uint8_t>(node.integerOr("time_remaining", 0, 120, 0));
+  alert.duration = static_cast<uint16_t>(node.integerOr("duration", 0, 6000, 0));
+  alert.priority = small(node, "priority", 0, 15);
+  for (const Node& each : node.elements("locations", 1, kMaxLocations)) {
+    each.allowKeys({"state", "county", "subdivision"});
+    alert.locations.push_back({small(each, "state", 0, 99),
+                               static_cast<uint8_t>(each.integerOr("subdivision", 0, 9, 0)),
+                               static_cast<uint16_t>(each.integerOr("county", 0, 999, 0))});
   }
   return alert;
 }
 
 }  // namespace
 
-std::vector<Programme> ParseProgrammes(const Node& service) {
+std::vector<Programme> parseProgrammes(const Node& service) {
   std::vector<Programme> programmes;
-  for (const Node& node : service.ElementsOr("programmes", 1, kMaxProgrammes)) {
-    programmes.push_back(ParseProgramme(node));
+  for (const Node& node : service.elementsOr("programmes", 1, kMaxProgrammes)) {
+    programmes.push_back(parseProgramme(node));
   }
   return programmes;
 }
 
-std::vector<RatingRegion> ParseRatingRegions(const Node& lineup) {
+std::vector<RatingRegion> parseRatingRegions(const Node& lineup) {
   std::vector<RatingRegion> regions;
   Unique numbers;
-  for (const Node& node : lineup.ElementsOr("rating_regions", 0, kMaxRegions)) {
-    regions.push_back(ParseRatingRegion(node));
-    numbers.Add(regions.back().region, node.At("region"));
+  for (const Node& node : lineup.elementsOr("rating_regions", 0, kMaxRegions)) {
+    regions.push_back(parseRatingRegion(node));
+    numbers.add(regions.back().region, node.at("region"));
   }
   return regions;
 }
 
-std::vector<Alert> ParseAlerts(const Node& channel) {
+std::vector<Alert> parseAlerts(const Node& channel) {
   std::vector<Alert> alerts;
   Unique sequences;
-  for (const Node& node : channel.ElementsOr("alerts", 0, kMaxAlerts)) {
-    alerts.push_back(ParseAlert(node));
-    sequences.Add(alerts.back().sequence, node.At("sequence"));
+  for (const Node& node : channel.elementsOr("alerts", 0, kMaxAlerts)) {
+    alerts.push_back(parseAlert(node));
+    sequences.add(alerts.back().sequence, node.at("sequence"));
   }
   return alerts;
 }
 
-std::vector<CaptionService> ParseCaptions(const Node& node) {
+std::vector<CaptionService> parseCaptions(const Node& node) {
   std::vector<CaptionService> captions;
-  for (const Node& caption : node.ElementsOr("captions", 1, kMaxCaptionServices)) {
-    captions.push_back(ParseCaption(caption, captions.size()));
+  for (const Node& caption : node.elementsOr("captions", 1, kMaxCaptionServices)) {
+    captions.push_back(parseCaption(caption, captions.size()));
   }
   return captions;
 }

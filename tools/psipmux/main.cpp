@@ -39,11 +39,11 @@ constexpr char kDescription[] =
 constexpr int kFailure = 1;
 constexpr int kUsage = 2;
 
-using psipmux::DaysFromCivil;
+using psipmux::daysFromCivil;
 using psipmux::kGpsEpoch;
 
 /// Unix time of a text like 2026-04-22T19:39:46Z, or nothing when it is not such a time.
-std::optional<int64_t> ParseTime(const std::string& text) {
+std::optional<int64_t> parseTime(const std::string& text) {
   const std::string form = "dddd-dd-ddTdd:dd:ddZ";
   if (text.size() != form.size()) return std::nullopt;
   std::array<int64_t, 6> fields{};
@@ -61,24 +61,24 @@ std::optional<int64_t> ParseTime(const std::string& text) {
   if (month < 1 || month > 12 || day < 1 || fields[3] > 23 || fields[4] > 59 || fields[5] > 59) {
     return std::nullopt;
   }
-  const int64_t days = DaysFromCivil(year, month, day);
-  const int64_t next_month =
-      month == 12 ? DaysFromCivil(year + 1, 1, 1) : DaysFromCivil(year, month + 1, 1);
-  if (days >= next_month) return std::nullopt;
+  const int64_t days = daysFromCivil(year, month, day);
+  const int64_t nextMonth =
+      month == 12 ? daysFromCivil(year + 1, 1, 1) : daysFromCivil(year, month + 1, 1);
+  if (days >= nextMonth) return std::nullopt;
   return ((days * 24 + fields[3]) * 60 + fields[4]) * 60 + fields[5];
 }
 
 /// STT system_time of a Unix time, or nothing when it lies outside the 32-bit field.
-std::optional<uint32_t> SystemTime(int64_t unix_time) {
-  const int64_t seconds = unix_time - kGpsEpoch + psipmux::kGpsUtcOffset;
+std::optional<uint32_t> toSystemTime(int64_t unixTime) {
+  const int64_t seconds = unixTime - kGpsEpoch + psipmux::kGpsUtcOffset;
   // The guide reaches past the present by 16 days and the length of its last programme.
   constexpr int64_t kGuide = 20 * 86400;
-  if (unix_time < kGpsEpoch || seconds > INT64_C(0xFFFFFFFF) - kGuide) return std::nullopt;
+  if (unixTime < kGpsEpoch || seconds > INT64_C(0xFFFFFFFF) - kGuide) return std::nullopt;
   return static_cast<uint32_t>(seconds);
 }
 
-/// A file under a temporary name in its folder. It gets its own name by Commit and is removed when
-/// that never comes.
+/// A file under a temporary name in its folder. It gets its own name by commit() and is removed
+/// when that never comes.
 class PendingFile {
  public:
   PendingFile(fs::path target, const psipmux::Bytes& content) : target_(std::move(target)) {
@@ -93,7 +93,7 @@ class PendingFile {
     if (fd < 0) {
       const int error = errno;
       temporary_.clear();
-      Fail(error);
+      fail(error);
     }
     int error = 0;
     for (size_t done = 0; done < content.size() && error == 0;) {
@@ -106,8 +106,8 @@ class PendingFile {
     }
     if (::close(fd) != 0 && error == 0) error = errno;
     if (error != 0) {
-      Remove();
-      Fail(error);
+      remove();
+      fail(error);
     }
   }
   PendingFile(PendingFile&& other) noexcept
@@ -115,20 +115,20 @@ class PendingFile {
   PendingFile(const PendingFile&) = delete;
   PendingFile& operator=(const PendingFile&) = delete;
   PendingFile& operator=(PendingFile&&) = delete;
-  ~PendingFile() { Remove(); }
+  ~PendingFile() { remove(); }
 
-  void Commit() {
+  void commit() {
     std::error_code error;
     fs::rename(temporary_, target_, error);
-    if (error) Fail(error.value());
+    if (error) fail(error.value());
     temporary_.clear();
   }
 
  private:
-  void Remove() noexcept {
+  void remove() noexcept {
     if (!temporary_.empty()) ::unlink(temporary_.c_str());
   }
-  [[noreturn]] void Fail(int error) const {
+  [[noreturn]] void fail(int error) const {
     throw std::runtime_error(target_.string() +
                              ": cannot write: " + std::generic_category().message(error));
   }
@@ -137,18 +137,18 @@ class PendingFile {
   fs::path temporary_;
 };
 
-void Run(const std::vector<std::string>& files, const fs::path& out, uint32_t system_time) {
+void run(const std::vector<std::string>& files, const fs::path& out, uint32_t systemTime) {
   std::vector<psipmux::Lineup> lineups;
-  std::map<fs::path, std::string> first_use;  // of an output file
+  std::map<fs::path, std::string> firstUse;  // of an output file
   const auto output = [&](const psipmux::Lineup& lineup, const psipmux::Channel& channel) {
     return out / (lineup.medium == psipmux::Medium::kAir ? "vsb" : "qam") /
            (std::to_string(channel.frequency) + ".ts");
   };
   const auto path = [](size_t channel) { return "channels[" + std::to_string(channel) + "]"; };
   for (const std::string& file : files) {
-    lineups.push_back(psipmux::ReadLineup(file));
+    lineups.push_back(psipmux::readLineup(file));
     for (size_t i = 0; i < lineups.back().channels.size(); ++i) {
-      const auto [use, inserted] = first_use.emplace(
+      const auto [use, inserted] = firstUse.emplace(
           output(lineups.back(), lineups.back().channels[i]), file + ": " + path(i) + ".frequency");
       if (!inserted) {
         throw psipmux::LineupError(file + ": " + path(i) + ".frequency: already used by " +
@@ -162,7 +162,7 @@ void Run(const std::vector<std::string>& files, const fs::path& out, uint32_t sy
       const psipmux::Channel& channel = lineups[l].channels[i];
       const fs::path target = output(lineups[l], channel);
       try {
-        const psipmux::Bytes stream = psipmux::Multiplex(lineups[l], channel, system_time);
+        const psipmux::Bytes stream = psipmux::multiplex(lineups[l], channel, systemTime);
         std::error_code error;
         fs::create_directories(target.parent_path(), error);
         if (error) {
@@ -175,7 +175,7 @@ void Run(const std::vector<std::string>& files, const fs::path& out, uint32_t sy
       }
     }
   }
-  for (PendingFile& file : pending) file.Commit();
+  for (PendingFile& file : pending) file.commit();
 }
 
 }  // namespace
@@ -203,19 +203,19 @@ int main(int argc, char** argv) {
       std::cerr << "psipmux: " << error.what() << "; see psipmux --help\n";
       return kUsage;
     }
-    const std::optional<int64_t> unix_time =
-        app.count("--start") != 0 ? ParseTime(start)
+    const std::optional<int64_t> unixTime =
+        app.count("--start") != 0 ? parseTime(start)
                                   : std::chrono::duration_cast<std::chrono::seconds>(
                                         std::chrono::system_clock::now().time_since_epoch())
                                         .count();
-    const std::optional<uint32_t> system_time =
-        unix_time ? SystemTime(*unix_time) : std::optional<uint32_t>();
-    if (!system_time) {
+    const std::optional<uint32_t> systemTime =
+        unixTime ? toSystemTime(*unixTime) : std::optional<uint32_t>();
+    if (!systemTime) {
       std::cerr << "psipmux: --start: must be a UTC time of 1980-01-06 to 2116 such as "
                    "2026-04-22T19:39:46Z\n";
       return kUsage;
     }
-    Run(files, out, *system_time);
+    run(files, out, *systemTime);
     return 0;
   } catch (const std::exception& error) {
     std::cerr << "psipmux: " << error.what() << '\n';

@@ -20,16 +20,16 @@ constexpr unsigned kMgtRepetitions = 2;
 
 struct Packet {
   uint16_t pid = kNullPid;
-  bool unit_start = false;
+  bool unitStart = false;
   Bytes payload;  // stuffing follows
 };
 
 // A section starts a packet of its own, after a pointer_field of one byte.
-unsigned PacketCount(const Bytes& section) {
+unsigned packetCount(const Bytes& section) {
   return static_cast<unsigned>((1 + section.size() + kPacketPayload - 1) / kPacketPayload);
 }
 
-void Packetize(uint16_t pid, const Bytes& section, std::vector<Packet>& out) {
+void packetize(uint16_t pid, const Bytes& section, std::vector<Packet>& out) {
   Packet packet{pid, true, {0}};  // pointer_field
   for (const uint8_t byte : section) {
     if (packet.payload.size() == kPacketPayload) {
@@ -44,19 +44,19 @@ void Packetize(uint16_t pid, const Bytes& section, std::vector<Packet>& out) {
 /// Writes packets to a stream and keeps the continuity counters of its PIDs.
 class PacketWriter {
  public:
-  void Write(const Packet& packet) {
+  void write(const Packet& packet) {
     constexpr uint8_t kSyncByte = 0x47;
     constexpr uint8_t kPayloadOnly = 0x10;
     out_.push_back(kSyncByte);
-    out_.push_back(static_cast<uint8_t>((packet.unit_start ? 0x40 : 0) | packet.pid >> 8));
+    out_.push_back(static_cast<uint8_t>((packet.unitStart ? 0x40 : 0) | packet.pid >> 8));
     out_.push_back(static_cast<uint8_t>(packet.pid & 0xFF));
     const unsigned continuity = packet.pid == kNullPid ? 0 : continuity_[packet.pid]++;
     out_.push_back(static_cast<uint8_t>(kPayloadOnly | (continuity & 0x0F)));
-    Append(out_, packet.payload);
+    append(out_, packet.payload);
     out_.resize(out_.size() + kPacketPayload - packet.payload.size(), kStuffing);
   }
 
-  Bytes Take() { return std::move(out_); }
+  Bytes take() { return std::move(out_); }
 
  private:
   Bytes out_;
@@ -79,7 +79,7 @@ struct Unit {
 
 // Spreads every table evenly over its period, and the tables against each other, so that no
 // table keeps another waiting. The sections of a table may come in any order.
-std::vector<Unit> Schedule(const std::vector<Carousel>& tables) {
+std::vector<Unit> schedule(const std::vector<Carousel>& tables) {
   std::vector<Unit> units;
   for (size_t t = 0; t < tables.size(); ++t) {
     const Carousel& table = tables[t];
@@ -99,10 +99,10 @@ std::vector<Unit> Schedule(const std::vector<Carousel>& tables) {
 }
 
 /// The packets of a cycle; null packets where there is nothing to send.
-std::vector<Packet> Cycle(const std::vector<Carousel>& tables) {
-  const std::vector<Unit> units = Schedule(tables);
+std::vector<Packet> makeCycle(const std::vector<Carousel>& tables) {
+  const std::vector<Unit> units = schedule(tables);
   unsigned left = 0;
-  for (const Unit& unit : units) left += PacketCount(*unit.section);
+  for (const Unit& unit : units) left += packetCount(*unit.section);
   if (left > kPacketsPerCycle) {
     throw MuxError("its tables take " + std::to_string(left * kCyclesPerSecond) +
                    " packets a second, the stream has " + std::to_string(kPacketsPerSecond));
@@ -111,44 +111,44 @@ std::vector<Packet> Cycle(const std::vector<Carousel>& tables) {
   for (const Unit& unit : units) {
     const size_t start = std::min(unit.target, kPacketsPerCycle - left);
     if (packets.size() < start) packets.resize(start);
-    Packetize(unit.pid, *unit.section, packets);
-    left -= PacketCount(*unit.section);
+    packetize(unit.pid, *unit.section, packets);
+    left -= packetCount(*unit.section);
   }
   packets.resize(kPacketsPerCycle);
   return packets;
 }
 
 /// The tables of every cycle. The last one is the STT when the channel has PSIP.
-std::vector<Carousel> CycleTables(const Lineup& lineup, const Channel& channel,
-                                  const std::vector<GuideTable>& guide, uint32_t system_time) {
+std::vector<Carousel> cycleTables(const Lineup& lineup, const Channel& channel,
+                                  const std::vector<GuideTable>& guide, uint32_t systemTime) {
   std::vector<Carousel> tables;
-  tables.push_back({kPatPid, kPatRepetitions, {BuildPat(channel)}});
+  tables.push_back({kPatPid, kPatRepetitions, {buildPat(channel)}});
   for (const Service& service : channel.services) {
     uint32_t version = service.version;
     std::vector<Rating> ratings;
-    if (service.rating_in_pmt) {
-      const OnAir on_air = FindOnAir(service, system_time);
-      version += on_air.number;
-      if (on_air.programme != nullptr) ratings = on_air.programme->ratings;
+    if (service.ratingInPmt) {
+      const OnAir onAir = findOnAir(service, systemTime);
+      version += onAir.number;
+      if (onAir.programme != nullptr) ratings = onAir.programme->ratings;
     }
     tables.push_back(
-        {service.pmt_pid, 1, {BuildPmt(service, static_cast<uint8_t>(version % 32), ratings)}});
+        {service.pmtPid, 1, {buildPmt(service, static_cast<uint8_t>(version % 32), ratings)}});
   }
   if (!channel.psip) return tables;
-  std::vector<Bytes> vct = BuildVct(lineup.medium, channel);
-  std::vector<MgtEntry> announced = {VctMgtEntry(lineup.medium, channel, vct)};
+  std::vector<Bytes> vct = buildVct(lineup.medium, channel);
+  std::vector<MgtEntry> announced = {vctMgtEntry(lineup.medium, channel, vct)};
   tables.push_back({kPsipPid, 1, std::move(vct)});
   for (const GuideTable& table : guide) {
-    announced.push_back({table.table_type, table.pid, channel.guide_version,
-                         static_cast<uint32_t>(TotalSize(table.sections))});
+    announced.push_back({table.tableType, table.pid, channel.guideVersion,
+                         static_cast<uint32_t>(totalSize(table.sections))});
   }
-  for (const RatingRegion& region : lineup.rating_regions) {
-    Bytes rrt = BuildRrt(region);
-    announced.push_back(RrtMgtEntry(region, rrt));
+  for (const RatingRegion& region : lineup.ratingRegions) {
+    Bytes rrt = buildRrt(region);
+    announced.push_back(rrtMgtEntry(region, rrt));
     tables.push_back({kPsipPid, 1, {std::move(rrt)}});
   }
-  for (const Alert& alert : channel.alerts) tables.push_back({kPsipPid, 1, {BuildAlert(alert)}});
-  tables.push_back({kPsipPid, kMgtRepetitions, {BuildMgt(channel.guide_version, announced)}});
+  for (const Alert& alert : channel.alerts) tables.push_back({kPsipPid, 1, {buildAlert(alert)}});
+  tables.push_back({kPsipPid, kMgtRepetitions, {buildMgt(channel.guideVersion, announced)}});
   tables.push_back({kPsipPid, 1, {}});
   return tables;
 }
@@ -160,26 +160,26 @@ class GuideSchedule {
   GuideSchedule(const std::vector<GuideTable>& guide, unsigned room) : guide_(guide) {
     for (const GuideTable& table : guide) {
       unsigned& count = counts_[table.pid];
-      for (const Bytes& section : table.sections) count += PacketCount(section);
+      for (const Bytes& section : table.sections) count += packetCount(section);
     }
     if (guide.empty()) return;
     for (periods_ = 1; periods_ <= kMaxPeriods; ++periods_) {
       const unsigned fewest = periods_ == kMaxPeriods ? 1 : 2;
       for (passes_ = periods_ * kPeriodSeconds; passes_ >= fewest; --passes_) {
-        if (Size() <= periods_ * room) return;
+        if (size() <= periods_ * room) return;
       }
     }
     periods_ = kMaxPeriods;
     passes_ = 1;
-    throw MuxError("its guide takes " + std::to_string(Size()) +
+    throw MuxError("its guide takes " + std::to_string(size()) +
                    " packets, the longest stream has room for " +
                    std::to_string(kMaxPeriods * room));
   }
 
-  unsigned Periods() const { return periods_; }
+  unsigned periods() const { return periods_; }
 
   /// What is sent in the stream, in this order.
-  std::vector<Packet> Packets() const {
+  std::vector<Packet> packets() const {
     struct Unit {
       double time;  // 0 to 1
       uint16_t pid;
@@ -195,17 +195,17 @@ class GuideSchedule {
     for (const GuideTable& table : guide_) {
       for (const Bytes& section : table.sections) {
         const double phase = static_cast<double>(position++) / static_cast<double>(sections);
-        spread(table.pid, &section, Repetitions(table.pid), phase);
+        spread(table.pid, &section, repetitions(table.pid), phase);
       }
       const double phase = static_cast<double>(position) / static_cast<double>(sections + 1);
-      spread(table.pid, nullptr, Padding(table.pid, counts_.at(table.pid)), phase);
+      spread(table.pid, nullptr, padding(table.pid, counts_.at(table.pid)), phase);
     }
     std::stable_sort(units.begin(), units.end(),
                      [](const Unit& a, const Unit& b) { return a.time < b.time; });
     std::vector<Packet> packets;
     for (const Unit& unit : units) {
       if (unit.section != nullptr) {
-        Packetize(unit.pid, *unit.section, packets);
+        packetize(unit.pid, *unit.section, packets);
       } else {
         packets.push_back({unit.pid, false, {}});
       }
@@ -214,17 +214,17 @@ class GuideSchedule {
   }
 
  private:
-  unsigned Repetitions(uint16_t pid) const {
+  unsigned repetitions(uint16_t pid) const {
     return pid == kEitPid ? periods_ * kPeriodSeconds * kEit0PerSecond : passes_;
   }
   // What the continuity counters lack.
-  unsigned Padding(uint16_t pid, unsigned count) const {
-    return (16 - count * Repetitions(pid) % 16) % 16;
+  unsigned padding(uint16_t pid, unsigned count) const {
+    return (16 - count * repetitions(pid) % 16) % 16;
   }
-  unsigned Size() const {
+  unsigned size() const {
     unsigned size = 0;
     for (const auto& [pid, count] : counts_) {
-      size += count * Repetitions(pid) + Padding(pid, count);
+      size += count * repetitions(pid) + padding(pid, count);
     }
     return size;
   }
@@ -237,38 +237,38 @@ class GuideSchedule {
 
 }  // namespace
 
-Bytes Multiplex(const Lineup& lineup, const Channel& channel, uint32_t system_time) {
+Bytes multiplex(const Lineup& lineup, const Channel& channel, uint32_t systemTime) {
   std::vector<GuideTable> guide;
-  if (channel.psip) guide = BuildGuide(lineup, channel, system_time);
-  std::vector<Carousel> tables = CycleTables(lineup, channel, guide, system_time);
-  const DaylightSaving saving = lineup.daylight_saving.value_or(UsDaylightSaving(system_time));
-  const auto cycle = [&](unsigned number) {
+  if (channel.psip) guide = buildGuide(lineup, channel, systemTime);
+  std::vector<Carousel> tables = cycleTables(lineup, channel, guide, systemTime);
+  const DaylightSaving saving = lineup.daylightSaving.value_or(usDaylightSaving(systemTime));
+  const auto nextCycle = [&](unsigned number) {
     if (channel.psip) {
-      tables.back().sections = {BuildStt(system_time + number / kCyclesPerSecond, saving)};
+      tables.back().sections = {buildStt(systemTime + number / kCyclesPerSecond, saving)};
     }
-    return Cycle(tables);
+    return makeCycle(tables);
   };
-  const auto is_null = [](const Packet& packet) { return packet.pid == kNullPid; };
-  const std::vector<Packet> first = cycle(0);
-  const auto room = static_cast<unsigned>(std::count_if(first.begin(), first.end(), is_null));
+  const auto isNull = [](const Packet& packet) { return packet.pid == kNullPid; };
+  const std::vector<Packet> first = nextCycle(0);
+  const auto room = static_cast<unsigned>(std::count_if(first.begin(), first.end(), isNull));
   const GuideSchedule schedule(guide, room * kCyclesPerPeriod);
-  const std::vector<Packet> guide_packets = schedule.Packets();
-  const unsigned cycles = schedule.Periods() * kCyclesPerPeriod;
+  const std::vector<Packet> guidePackets = schedule.packets();
+  const unsigned cycles = schedule.periods() * kCyclesPerPeriod;
 
   // The packets of the guide take the place of null packets, evenly.
   PacketWriter out;
   uint64_t idle = 0;
   size_t sent = 0;
   for (unsigned number = 0; number < cycles; ++number) {
-    for (const Packet& packet : cycle(number)) {
-      if (is_null(packet) && ++idle * guide_packets.size() / (uint64_t{room} * cycles) > sent) {
-        out.Write(guide_packets[sent++]);
+    for (const Packet& packet : nextCycle(number)) {
+      if (isNull(packet) && ++idle * guidePackets.size() / (uint64_t{room} * cycles) > sent) {
+        out.write(guidePackets[sent++]);
       } else {
-        out.Write(packet);
+        out.write(packet);
       }
     }
   }
-  return out.Take();
+  return out.take();
 }
 
 }  // namespace psipmux

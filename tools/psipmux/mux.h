@@ -36,8 +36,8 @@ class MuxError : public std::runtime_error {
 };
 
 /// The transport stream of a channel, to be played in a loop: kPeriodSeconds of packets, or as many
-/// times that as the guide needs. `system_time` (GPS seconds) is the time of its first packet.
+/// times that as the guide needs. `systemTime` (GPS seconds) is the time of its first packet.
 /// Throws MuxError.
-Bytes Multiplex(const Lineup& lineup, const Channel& channel, uint32_t system_time);
+Bytes multiplex(const Lineup& lineup, const Channel& channel, uint32_t systemTime);
 
 }  // namespace psipmux

@@ -17,25 +17,25 @@ constexpr uint8_t kGpsUtcOffset = 18;
 
 /// A table the MGT announces (A/65 6.2).
 struct MgtEntry {
-  uint16_t table_type = 0;
+  uint16_t tableType = 0;
   uint16_t pid = 0;
   uint8_t version = 0;
-  uint32_t number_bytes = 0;
+  uint32_t numberBytes = 0;
 };
 
 // Table builders. Each returns complete sections with their CRC_32.
-Bytes BuildPat(const Channel& channel);
+Bytes buildPat(const Channel& channel);
 /// `ratings` are those of the programme that is on.
-Bytes BuildPmt(const Service& service, uint8_t version, const std::vector<Rating>& ratings);
-Bytes BuildMgt(uint8_t version, const std::vector<MgtEntry>& tables);
+Bytes buildPmt(const Service& service, uint8_t version, const std::vector<Rating>& ratings);
+Bytes buildMgt(uint8_t version, const std::vector<MgtEntry>& tables);
 /// TVCT for air, CVCT for cable (A/65 6.3), in as many sections as needed.
-std::vector<Bytes> BuildVct(Medium medium, const Channel& channel);
-/// `system_time` is in GPS seconds: since 1980-01-06T00:00:00Z, leap seconds included (A/65 6.1).
-Bytes BuildStt(uint32_t system_time, const DaylightSaving& saving);
+std::vector<Bytes> buildVct(Medium medium, const Channel& channel);
+/// `systemTime` is in GPS seconds: since 1980-01-06T00:00:00Z, leap seconds included (A/65 6.1).
+Bytes buildStt(uint32_t systemTime, const DaylightSaving& saving);
 
-size_t TotalSize(const std::vector<Bytes>& sections);
+size_t totalSize(const std::vector<Bytes>& sections);
 
 /// MGT entry of the VCT made of `sections`.
-MgtEntry VctMgtEntry(Medium medium, const Channel& channel, const std::vector<Bytes>& sections);
+MgtEntry vctMgtEntry(Medium medium, const Channel& channel, const std::vector<Bytes>& sections);
 
 }  // namespace psipmux

@@ -5,7 +5,7 @@
 
 namespace psipmux {
 
-std::optional<std::u16string> Utf8ToUtf16(const std::string& text) {
+std::optional<std::u16string> utf8ToUtf16(const std::string& text) {
   std::u16string out;
   for (size_t i = 0; i < text.size();) {
     const uint8_t lead = static_cast<uint8_t>(text[i++]);

@@ -7,6 +7,6 @@ namespace psipmux {
 
 /// Converts UTF-8 to UTF-16. Nothing is returned for malformed input: truncated or overlong
 /// sequences, encoded surrogates and values above U+10FFFF.
-std::optional<std::u16string> Utf8ToUtf16(const std::string& text);
+std::optional<std::u16string> utf8ToUtf16(const std::string& text);
 
 }  // namespace psipmux
