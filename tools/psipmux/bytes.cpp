@@ -21,7 +21,7 @@ void putString(Bytes& out, const LanguageText& string) {
   size_t begin = 0;
   while (begin < text.size()) {
     size_t end = std::min(text.size(), begin + longest);
-    // A surrogate pair stays in one segment.
+    // Keep surrogate pairs in one segment.
     if (end < text.size() && text[end] >= 0xDC00 && text[end] <= 0xDFFF) --end;
     put8(out, kNoCompression);
     put8(out, wide ? kModeUtf16 : kModeLatin1);

@@ -7,7 +7,7 @@ namespace {
 
 constexpr int64_t kDay = 86400;
 
-/// The n-th Sunday of a month, in days from 1970-01-01, a Thursday.
+/// Returns the n-th Sunday of a month in days from 1970-01-01, which was a Thursday.
 int64_t sunday(int64_t year, int64_t month, int64_t n) {
   const int64_t first = daysFromCivil(year, month, 1);
   return first + (10 - first % 7) % 7 + 7 * (n - 1);
@@ -15,7 +15,7 @@ int64_t sunday(int64_t year, int64_t month, int64_t n) {
 
 }  // namespace
 
-// Years are counted from March so that the leap day is the last of its year.
+// Counts years from March, so that the leap day is the last day of a year.
 int64_t daysFromCivil(int64_t year, int64_t month, int64_t day) {
   if (month <= 2) --year;
   const int64_t monthFromMarch = (month + 9) % 12;

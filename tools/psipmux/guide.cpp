@@ -15,11 +15,11 @@ constexpr uint8_t kAlertTableId = 0xD8;
 
 constexpr uint16_t kTableTypeEit = 0x0100;
 constexpr uint16_t kTableTypeEtt = 0x0200;
-constexpr uint16_t kTableTypeRrt = 0x0300;  // of rating region 0, which there is not
+constexpr uint16_t kTableTypeRrt = 0x0300;  // plus the rating region
 
 constexpr uint32_t kSegmentSeconds = 3 * 3600;
 
-// Of all sections; no stream has room for a fifth of it.
+// Of all sections, in bytes. More than five times the capacity of a stream.
 constexpr size_t kMaxGuideSize = 16u << 20;
 
 struct Event {
@@ -30,7 +30,7 @@ struct Event {
   uint32_t end() const { return start + programme->duration; }
 };
 
-/// The programmes of a service that run at some time from `begin` until `end` (GPS seconds).
+/// Returns the events of a service that overlap the period from `begin` to `end` (GPS seconds).
 std::vector<Event> eventsBetween(const Service& service, uint32_t begin, uint32_t end) {
   std::vector<Event> events;
   uint32_t period = 0;
@@ -41,7 +41,7 @@ std::vector<Event> eventsBetween(const Service& service, uint32_t begin, uint32_
   while (start < end) {
     for (const Programme& programme : service.programmes) {
       if (start < end && start + programme.duration > begin) {
-        // No programme is shorter than 5 minutes: an id returns after 56 days.
+        // Unique for 56 days, as no programme is shorter than 5 minutes.
         events.push_back({start, static_cast<uint16_t>(start / 300 & 0x3FFF), &programme});
       }
       start += programme.duration;
@@ -50,7 +50,7 @@ std::vector<Event> eventsBetween(const Service& service, uint32_t begin, uint32_
   return events;
 }
 
-/// genre_descriptor, A/65 6.9.13.
+/// Returns a genre_descriptor (A/65 6.9.13) without tag and length.
 Bytes genreDescriptor(const std::vector<uint8_t>& genres) {
   Bytes body;
   put8(body, 0xE0u | static_cast<unsigned>(genres.size()));
@@ -58,7 +58,7 @@ Bytes genreDescriptor(const std::vector<uint8_t>& genres) {
   return body;
 }
 
-/// One event of the loop in an EIT.
+/// Returns the entry of an event in the event loop of an EIT.
 Bytes eitEvent(const Event& event, bool withRating) {
   constexpr uint32_t kEtmInThisStream = 1;
   const Programme& programme = *event.programme;
@@ -84,7 +84,7 @@ Bytes eitEvent(const Event& event, bool withRating) {
   return out;
 }
 
-/// The EIT of one service in one instance, in as many sections as needed.
+/// Returns the sections of one service in one EIT instance.
 std::vector<Bytes> buildEit(const Service& service, uint8_t version,
                             const std::vector<Event>& events) {
   constexpr size_t kAround = 2;  // protocol_version, num_events_in_section

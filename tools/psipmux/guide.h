@@ -9,7 +9,8 @@
 
 namespace psipmux {
 
-/// The PIDs of EIT-0 and ETT-0; those of instance k lie k above. No stream may have them.
+/// PIDs of EIT-0 and ETT-0. Instance k uses the PID plus k. Reserved: elementary streams and PMTs
+/// must use other PIDs.
 constexpr uint16_t kEitPid = 0x1D00;
 constexpr uint16_t kEttPid = 0x1E00;
 constexpr unsigned kMaxInstances = 128;
@@ -17,39 +18,39 @@ constexpr unsigned kMaxInstances = 128;
 constexpr uint8_t kCaptionServiceTag = 0x86;
 constexpr uint8_t kContentAdvisoryTag = 0x87;
 
-/// An instance of the EIT or ETT: its sections are those of all services.
+/// An instance of the EIT or ETT, with the sections of all services.
 struct GuideTable {
-  uint16_t tableType = 0;  ///< as in the MGT
+  uint16_t tableType = 0;  ///< in the MGT
   uint16_t pid = 0;
   std::vector<Bytes> sections;
 };
 
-/// EIT-0, ETT-0, EIT-1, and so on (A/65 6.5, 6.6); those that would have no section are left out.
-/// Instance 0 is that of the three hours, counted from midnight UTC, in which `systemTime` (GPS
-/// seconds) lies. Throws MuxError when it is far too large for any stream.
+/// Returns EIT-0, ETT-0, EIT-1, and so on (A/65 6.5, 6.6), without instances that have no section.
+/// Instance 0 covers the three-hour period, counted from midnight UTC, that contains `systemTime`
+/// (GPS seconds). Throws MuxError if the guide is too large for any stream.
 std::vector<GuideTable> buildGuide(const Lineup& lineup, const Channel& channel,
                                    uint32_t systemTime);
 
-/// The programme of a service that is on at `systemTime` (GPS seconds), or null, and how many have
-/// been before it.
+/// A programme, or null, and the number of programmes before it.
 struct OnAir {
   const Programme* programme = nullptr;
   uint32_t number = 0;
 };
+/// Returns the programme of a service at `systemTime` (GPS seconds).
 OnAir findOnAir(const Service& service, uint32_t systemTime);
 
-/// caption_service_descriptor (A/65 6.9.2) without its tag and length.
+/// Returns a caption_service_descriptor (A/65 6.9.2) without tag and length.
 Bytes captionServices(const std::vector<CaptionService>& captions);
 
-/// content_advisory_descriptor (A/65 6.9.3) without its tag and length.
+/// Returns a content_advisory_descriptor (A/65 6.9.3) without tag and length.
 Bytes contentAdvisory(const std::vector<Rating>& ratings);
 
-/// Rating region table (A/65 6.4). It has one section of at most 1024 bytes; what is returned for
-/// a larger region is longer than that.
+/// Returns the rating region table (A/65 6.4), a single section. The caller checks that it does not
+/// exceed kMaxSectionSize.
 Bytes buildRrt(const RatingRegion& region);
 MgtEntry rrtMgtEntry(const RatingRegion& region, const Bytes& section);
 
-/// cable_emergency_alert (SCTE 18 5), beginning at once.
+/// Returns a cable_emergency_alert (SCTE 18 5) that starts immediately.
 Bytes buildAlert(const Alert& alert);
 
 }  // namespace psipmux

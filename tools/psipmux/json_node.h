@@ -14,20 +14,21 @@
 
 namespace psipmux {
 
-/// A word of the lineup and the number it stands for.
+/// A keyword of the lineup and its value.
 struct Choice {
   const char* name;
   uint8_t value;
 };
 
-/// Keys and file text may hold control characters; an error stays one printable line.
+/// Replaces all but printable ASCII characters, so that an error that quotes a key or the file is a
+/// single line.
 std::string printable(std::string text);
 
-/// Whether the text is three lower-case letters, as the codes of ISO 639-2 are.
+/// Returns true if the text has the form of an ISO 639-2 code: three lower-case letters.
 bool isLanguage(const std::string& text);
 
-/// A value of the document together with where it stands, so that every error can say so. Refers
-/// to the document. All functions throw LineupError for what does not fit.
+/// A JSON value with its file and path, which errors report. Refers to the document. All functions
+/// throw LineupError if the value does not meet their conditions.
 class Node {
  public:
   Node(const Json::Value& value, std::string file, std::string path)
@@ -41,7 +42,7 @@ class Node {
   bool has(const char* key) const { return value_.isMember(key); }
   bool isString() const { return value_.isString(); }
   Node at(const std::string& key) const;
-  /// The keys of an object, ascending.
+  /// Returns the keys of an object in ascending order.
   std::vector<std::string> keys() const;
 
   int64_t integer(const char* key, int64_t low, int64_t high) const;
@@ -49,18 +50,19 @@ class Node {
   bool booleanOr(const char* key, bool otherwise) const;
   std::string string() const;
   std::string string(const char* key) const { return required(key).string(); }
-  /// Without control characters.
+  /// Returns a string. Control characters are an error.
   std::u16string utf16() const;
   std::u16string utf16(const char* key) const { return required(key).utf16(); }
-  /// A string is English, an object has a string for each language. At most `limit` bytes as a
-  /// multiple_string_structure.
+  /// Returns a text: a string is English, an object has a string for each language. The text must
+  /// not exceed `limit` bytes as a multiple_string_structure.
   Text localText(size_t limit) const;
   Text localText(const char* key, size_t limit) const { return required(key).localText(limit); }
-  /// Empty when the key is missing.
+  /// Returns an empty text if the key is missing.
   Text localTextOr(const char* key, size_t limit) const {
     return has(key) ? localText(key, limit) : Text();
   }
 
+  /// Returns the value of the keyword that the string is.
   template <size_t N>
   uint8_t oneOf(const char* key, const Choice (&choices)[N]) const {
     const std::string text = string(key);
@@ -72,8 +74,9 @@ class Node {
     at(key).fail("must be one of " + names);
   }
 
+  /// Returns the elements of an array, which must have `low` to `high` of them.
   std::vector<Node> elements(const char* key, unsigned low, unsigned high) const;
-  /// None when the key is missing.
+  /// Returns an empty vector if the key is missing.
   std::vector<Node> elementsOr(const char* key, unsigned low, unsigned high) const;
 
  private:
@@ -84,7 +87,7 @@ class Node {
   std::string path_;
 };
 
-/// Values that may occur once only, with the place of their first use.
+/// Checks that values are unique. Stores the path of each value for the error message.
 class Unique {
  public:
   void add(uint32_t value, const Node& node) {

@@ -19,12 +19,12 @@ namespace {
 constexpr size_t kMaxFileSize = 4u << 20;
 constexpr int kMaxNesting = 16;
 constexpr unsigned kMaxChannels = 200;
-constexpr unsigned kMaxServices = 250;  // a PAT in one section of 1024 bytes
-constexpr unsigned kMaxStreams = 40;    // a service location descriptor of 255 bytes
+constexpr unsigned kMaxServices = 250;  // in a PAT section of 1024 bytes
+constexpr unsigned kMaxStreams = 40;    // in a service location descriptor of 255 bytes
 constexpr size_t kShortNameUnits = 7;
-constexpr size_t kMaxExtendedNameBytes = 247;  // a descriptor of 255 bytes
+constexpr size_t kMaxExtendedNameBytes = 247;  // in a descriptor of 255 bytes
 constexpr int64_t kFirstPid = 0x10;
-constexpr int64_t kLastPid = 0x1FFA;  // PSIP has the next one
+constexpr int64_t kLastPid = 0x1FFA;  // the next PID is that of PSIP
 
 constexpr Choice kMedia[] = {{"air", 0}, {"cable", 1}};
 constexpr Choice kServiceTypes[] = {{"tv", 2}, {"radio", 3}, {"data", 4}};
@@ -39,8 +39,8 @@ constexpr Choice kStreamTypes[] = {
     {"dc2-video", 0x80},   {"ac3", kStreamTypeAc3}, {"eac3", 0x87},        {"data", 0x95},
 };
 
-/// What must be unique in a lineup. Source ids from 0x1000 on name a source in a whole region,
-/// those below only within their transport stream (A/65 6.3.1).
+/// Values that must be unique in a lineup. Source ids from 0x1000 on are unique in a region, lower
+/// source ids within their transport stream (A/65 6.3.1).
 struct LineupIds {
   Unique frequencies;
   Unique numbers;
@@ -246,7 +246,8 @@ Lineup parseRoot(const Node& node) {
   return lineup;
 }
 
-// The JSON reader lists its errors over several lines ("* Line 1, Column 2\n  reason\n").
+// Returns the first error of the JSON reader in one line. The reader's format is
+// "* Line 1, Column 2\n  reason\n".
 std::string firstJsonError(std::string errors) {
   const size_t next = errors.find("\n*");
   if (next != std::string::npos) errors.resize(next);

@@ -10,7 +10,7 @@ namespace psipmux {
 
 enum class Medium { kAir, kCable };
 
-/// A lineup that cannot be used. what() is one line: the file, the key with its path, the reason.
+/// An invalid lineup. what() is a single line with file, path of the key and reason.
 class LineupError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
@@ -21,30 +21,30 @@ struct LanguageText {
   std::u16string text;
 };
 
-/// A text in one or more languages, in the order they are sent in. Empty: there is none.
+/// A text in one or more languages, in the order of transmission. May be empty.
 using Text = std::vector<LanguageText>;
 
-/// An elementary stream of a service. The fields from bsmod on are those of the AC-3 audio
-/// stream descriptor (A/52 Annex A) and are used for AC-3 only.
+/// An elementary stream of a service. The fields from bsmod on are fields of the AC-3 audio stream
+/// descriptor (A/52 Annex A), used for AC-3 only.
 struct Stream {
   uint8_t type = 0;  ///< stream_type, ISO 13818-1 and A/53
   uint16_t pid = 0;
   std::string language;  ///< ISO 639-2, three letters, or empty
   uint8_t bsmod = 0;
   bool fullSvc = true;
-  uint8_t mainid = 0;          ///< sent when bsmod is below 2 (a main service)
-  uint8_t asvcflags = 0;       ///< sent otherwise: one bit for each main service it belongs to
+  uint8_t mainid = 0;          ///< sent if bsmod is below 2 (main service)
+  uint8_t asvcflags = 0;       ///< sent otherwise: a bit for each associated main service
   bool dualMono = false;       ///< two mono channels (1+1), the first in `language`
-  std::string secondLanguage;  ///< of the second one, or empty
+  std::string secondLanguage;  ///< of the second channel, or empty
 };
 
 constexpr uint8_t kStreamTypeAc3 = 0x81;
 
-/// What a programme is rated in one rating region: an entry of the content_advisory_descriptor
+/// The rating of a programme in one rating region: an entry of the content_advisory_descriptor
 /// (A/65 6.9.3).
 struct Rating {
   struct Dimension {
-    uint8_t index = 0;  ///< as the region's RRT counts them
+    uint8_t index = 0;  ///< in the RRT of the region
     uint8_t value = 0;
   };
   uint8_t region = 0;
@@ -64,41 +64,41 @@ struct CaptionService {
 struct Programme {
   uint32_t duration = 0;  ///< seconds
   Text title;
-  Text description;  ///< no ETM when empty
+  Text description;  ///< no ETM if empty
   std::vector<Rating> ratings;
   std::vector<CaptionService> captions;
   std::vector<uint8_t> genres;  ///< categorical genre codes, A/65 6.9.13
 };
 
-/// A service: one program of the PAT and, in a channel with PSIP, one virtual channel of the VCT.
+/// A service: a program of the PAT and, in a channel with PSIP, a virtual channel of the VCT.
 struct Service {
   uint16_t program = 0;
   uint16_t pmtPid = 0;
   uint8_t version = 0;          ///< version_number of the PMT
   std::u16string name;          ///< at most 7 code units
-  std::u16string extendedName;  ///< no descriptor when empty
-  uint16_t major = 0;           ///< as sent; A/65 6.3.2 for one-part numbers
+  std::u16string extendedName;  ///< no descriptor if empty
+  uint16_t major = 0;           ///< encoded; A/65 6.3.2 for one-part numbers
   uint16_t minor = 0;
   uint16_t sourceId = 0;
   uint8_t serviceType = 0;  ///< A/65 6.3.1
   bool hidden = false;
   bool hideGuide = false;
-  bool sld = true;  ///< with a service location descriptor
+  bool sld = true;  ///< send a service location descriptor
   std::vector<Stream> streams;
-  std::vector<CaptionService> captions;  ///< that the PMT announces
-  /// They follow each other without end, as though the first had begun `guideOffset` seconds into
-  /// 1980-01-06 (UTC). None: the service is not in the guide.
+  std::vector<CaptionService> captions;  ///< in the PMT
+  /// Repeated endlessly; the first programme starts `guideOffset` seconds after
+  /// 1980-01-06T00:00:00Z. If empty, the service is not in the guide.
   std::vector<Programme> programmes;
   uint32_t guideOffset = 0;
   bool ratingInGuide = true;
-  bool ratingInPmt = false;  ///< of the programme that is on
+  bool ratingInPmt = false;  ///< of the current programme
 };
 
 /// A cable emergency alert, SCTE 18 5.
 struct Alert {
   struct Location {
     uint8_t state = 0;        ///< FIPS code; 0: the whole country
-    uint8_t subdivision = 0;  ///< of the county; 0: all of it
+    uint8_t subdivision = 0;  ///< of the county; 0: the whole county
     uint16_t county = 0;      ///< FIPS code; 0: the whole state
   };
   uint8_t sequence = 0;
@@ -135,7 +135,7 @@ struct Channel {
   uint32_t frequency = 0;  ///< centre frequency, Hz
   uint16_t tsid = 0;
   uint8_t version = 0;       ///< version_number of the PAT and VCT
-  uint8_t guideVersion = 0;  ///< that of the MGT, EIT and ETT
+  uint8_t guideVersion = 0;  ///< version_number of the MGT, EIT and ETT
   bool psip = true;          ///< false: PAT and PMT only
   uint8_t modulation = 0;    ///< modulation_mode, A/65 6.3.1
   std::vector<Service> services;
@@ -151,16 +151,17 @@ struct DaylightSaving {
 
 struct Lineup {
   Medium medium = Medium::kAir;
-  std::optional<DaylightSaving> daylightSaving;  ///< none: as in the U.S. at the time of the STT
-  unsigned guideHours = 0;                       ///< how much of the guide is sent
+  std::optional<DaylightSaving> daylightSaving;  ///< default: usDaylightSaving()
+  unsigned guideHours = 0;                       ///< length of the guide
   std::vector<RatingRegion> ratingRegions;
   std::vector<Channel> channels;
 };
 
-/// Parses and checks a lineup; `file` names it in errors. Throws LineupError for the first fault.
+/// Parses and checks a lineup. `file` is its name in errors. Throws LineupError for the first
+/// error.
 Lineup parseLineup(const std::string& json, const std::string& file);
 
-/// Reads a lineup from a file. Throws LineupError, also when the file cannot be read.
+/// Reads a lineup from a file. Throws LineupError if the file cannot be read or is invalid.
 Lineup readLineup(const std::string& file);
 
 }  // namespace psipmux

@@ -12,21 +12,21 @@ namespace {
 constexpr unsigned kMaxProgrammes = 1000;
 constexpr int64_t kMinMinutes = 5;
 constexpr int64_t kMaxMinutes = 24 * 60;
-constexpr unsigned kMaxRegions = 8;  // of a content_advisory_descriptor
+constexpr unsigned kMaxRegions = 8;  // in a content_advisory_descriptor
 constexpr unsigned kMaxDimensions = 16;
 constexpr unsigned kMaxValues = 15;
 constexpr unsigned kMaxCaptionServices = 16;
 constexpr unsigned kMaxGenres = 31;
 constexpr unsigned kMaxAlerts = 8;
 constexpr unsigned kMaxLocations = 31;
-constexpr size_t kShortText = 255;  // a length of 8 bits
+constexpr size_t kShortText = 255;  // bytes, limited by an 8-bit length
 constexpr size_t kMaxDescriptor = 255;
 constexpr size_t kRatingDescriptionUnits = 16;
-// The fields before the text in an ETT; more than enough for those of an alert.
+// Limited by the section size; 5 bytes are the fields before the text in an ETT.
 constexpr size_t kMaxEtm = kMaxLongSectionSize - kSectionHeaderSize - kCrcSize - 5;
 constexpr size_t kMaxAlertText = 3000;
 
-// Categorical genre codes (A/65 table 6.20) from 0x20 on, a comma after each.
+// Categorical genre codes (A/65 table 6.20) from 0x20 on, each followed by a comma.
 constexpr const char* kGenres =
     "education,entertainment,movie,news,religious,sports,other,action,advertisement,animated,"
     "anthology,automobile,awards,baseball,basketball,bulletin,business,classical,college,"
@@ -45,13 +45,13 @@ constexpr const char* kGenres =
     "rock & roll,sci-fi,self improvement,sitcom,skating,skiing,soccer,track/field,true,"
     "volleyball,wrestling,";
 
-// Ratings of the dimensions of CEA-766.
+// Ratings of CEA-766 by dimension.
 constexpr uint8_t kRegionUs = 1;
 constexpr uint8_t kRegionCanada = 2;
 struct TvRating {
   const char* name;
   uint8_t dimension, value;
-  const char* flags;  // that may follow
+  const char* flags;  // allowed content flags
 };
 constexpr TvRating kTvRatings[] = {{"TV-Y", 5, 1, ""},      {"TV-Y7", 5, 2, "F"},
                                    {"TV-G", 0, 2, ""},      {"TV-PG", 0, 3, "DLSV"},
@@ -69,7 +69,7 @@ uint8_t small(const Node& node, const char* key, int64_t low, int64_t high) {
   return static_cast<uint8_t>(node.integer(key, low, high));
 }
 
-/// "TV-14-D-V": a rating, and after it what it is for, in the order of the dimensions.
+/// Parses a rating with content flags in the order of their dimensions, such as "TV-14-D-V".
 std::vector<Rating::Dimension> tvDimensions(const Node& node) {
   const std::string text = node.string();
   for (const TvRating& rating : kTvRatings) {

@@ -7,12 +7,12 @@
 
 namespace psipmux {
 
-// The parts of a lineup that A/65 and SCTE 18 send beside the channels. Each reads the key of that
-// name, returns nothing when it is missing, and throws LineupError.
+// Parsers for guide, rating regions, alerts and captions. Each reads the key of its name and
+// returns an empty vector if the key is missing. Throw LineupError.
 std::vector<Programme> parseProgrammes(const Node& service);
 std::vector<RatingRegion> parseRatingRegions(const Node& lineup);
 std::vector<Alert> parseAlerts(const Node& channel);
-/// Of a programme or a service.
+/// `node` is a programme or a service.
 std::vector<CaptionService> parseCaptions(const Node& node);
 
 }  // namespace psipmux

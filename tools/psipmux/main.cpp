@@ -1,4 +1,4 @@
-// psipmux: turns lineups into an air folder of transport streams.
+// psipmux: writes transport streams from lineups.
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -31,10 +31,10 @@ constexpr char kDescription[] =
     "\n"
     "Writes DIR/vsb/FREQUENCY.ts for every channel of an air lineup and\n"
     "DIR/qam/FREQUENCY.ts for every channel of a cable lineup, frequencies in Hz.\n"
-    "A stream holds PAT, PMT, MGT, VCT and STT, and what the lineup says of guide (EIT,\n"
-    "ETT), rating regions (RRT) and emergency alerts. It has 1000 packets a second, is\n"
-    "4 seconds long, with a large guide up to 16, and is meant to be played in a loop.\n"
-    "The tables announce audio and video, but none is carried: those PIDs stay silent.";
+    "A stream carries PAT, PMT, MGT, VCT and STT and, if the lineup has them, guide (EIT,\n"
+    "ETT), rating regions (RRT) and emergency alerts. It has 1000 packets per second and\n"
+    "lasts 4 seconds, up to 16 seconds with a large guide. Play it in a loop. The tables\n"
+    "announce audio and video, but no packets with those PIDs are sent.";
 
 constexpr int kFailure = 1;
 constexpr int kUsage = 2;
@@ -42,7 +42,8 @@ constexpr int kUsage = 2;
 using psipmux::daysFromCivil;
 using psipmux::kGpsEpoch;
 
-/// Unix time of a text like 2026-04-22T19:39:46Z, or nothing when it is not such a time.
+/// Parses a time such as 2026-04-22T19:39:46Z. Returns the Unix time, or nothing if the text is
+/// invalid.
 std::optional<int64_t> parseTime(const std::string& text) {
   const std::string form = "dddd-dd-ddTdd:dd:ddZ";
   if (text.size() != form.size()) return std::nullopt;
@@ -68,21 +69,21 @@ std::optional<int64_t> parseTime(const std::string& text) {
   return ((days * 24 + fields[3]) * 60 + fields[4]) * 60 + fields[5];
 }
 
-/// STT system_time of a Unix time, or nothing when it lies outside the 32-bit field.
+/// Converts a Unix time to system_time of the STT. Returns nothing if it exceeds the 32-bit field.
 std::optional<uint32_t> toSystemTime(int64_t unixTime) {
   const int64_t seconds = unixTime - kGpsEpoch + psipmux::kGpsUtcOffset;
-  // The guide reaches past the present by 16 days and the length of its last programme.
+  // Times in the guide are up to 16 days and the length of a programme later.
   constexpr int64_t kGuide = 20 * 86400;
   if (unixTime < kGpsEpoch || seconds > INT64_C(0xFFFFFFFF) - kGuide) return std::nullopt;
   return static_cast<uint32_t>(seconds);
 }
 
-/// A file under a temporary name in its folder. It gets its own name by commit() and is removed
-/// when that never comes.
+/// A file that is written under a temporary name in its folder. commit() renames it to its target;
+/// the destructor removes it otherwise.
 class PendingFile {
  public:
   PendingFile(fs::path target, const psipmux::Bytes& content) : target_(std::move(target)) {
-    // A run that was killed may have left a file, and another machine may use the folder too.
+    // Names may be taken by a killed process or, in a shared folder, by another machine.
     constexpr int kMostNames = 1000;
     const std::string name = "." + target_.filename().string() + "." + std::to_string(::getpid());
     int fd = -1;
@@ -139,7 +140,7 @@ class PendingFile {
 
 void run(const std::vector<std::string>& files, const fs::path& out, uint32_t systemTime) {
   std::vector<psipmux::Lineup> lineups;
-  std::map<fs::path, std::string> firstUse;  // of an output file
+  std::map<fs::path, std::string> firstUse;  // of each output file
   const auto output = [&](const psipmux::Lineup& lineup, const psipmux::Channel& channel) {
     return out / (lineup.medium == psipmux::Medium::kAir ? "vsb" : "qam") /
            (std::to_string(channel.frequency) + ".ts");
@@ -188,13 +189,15 @@ int main(int argc, char** argv) {
     std::string out;
     std::string start;
     app.add_option("LINEUP", files, "Lineups, one medium each")->required();
-    app.add_option("--out", out, "Air folder to write to; made when missing")
+    app.add_option("--out", out, "Air folder to write to, created if missing")
         ->required()
         ->type_name("DIR");
     app.add_option(
            "--start", start,
-           "UTC time at the start of the streams, like 2026-04-22T19:39:46Z (default: "
-           "now). Each loop begins again at this time, the guide with the three hours it lies in")
+           "UTC time at the start of the streams, such as 2026-04-22T19:39:46Z (default: now). "
+           "Each loop starts again at this time, the guide with the three-hour period that "
+           "contains "
+           "it")
         ->type_name("TIME");
     try {
       app.parse(argc, argv);

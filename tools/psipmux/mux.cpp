@@ -21,10 +21,10 @@ constexpr unsigned kMgtRepetitions = 2;
 struct Packet {
   uint16_t pid = kNullPid;
   bool unitStart = false;
-  Bytes payload;  // stuffing follows
+  Bytes payload;  // padded with stuffing bytes
 };
 
-// A section starts a packet of its own, after a pointer_field of one byte.
+// Each section starts in a new packet, after a pointer_field of one byte.
 unsigned packetCount(const Bytes& section) {
   return static_cast<unsigned>((1 + section.size() + kPacketPayload - 1) / kPacketPayload);
 }
@@ -41,7 +41,7 @@ void packetize(uint16_t pid, const Bytes& section, std::vector<Packet>& out) {
   out.push_back(std::move(packet));
 }
 
-/// Writes packets to a stream and keeps the continuity counters of its PIDs.
+/// Writes packets to a stream with the continuity counters of their PIDs.
 class PacketWriter {
  public:
   void write(const Packet& packet) {
@@ -63,22 +63,22 @@ class PacketWriter {
   std::map<uint16_t, unsigned> continuity_;
 };
 
-/// A table, and how often it is sent in a cycle.
+/// A table that is sent `repetitions` times per cycle.
 struct Carousel {
   uint16_t pid = 0;
   unsigned repetitions = 1;
   std::vector<Bytes> sections;
 };
 
-/// A section to send and the packet of the cycle it should start at.
+/// A section and the packet of the cycle in which it should start.
 struct Unit {
   unsigned target = 0;
   uint16_t pid = 0;
   const Bytes* section = nullptr;
 };
 
-// Spreads every table evenly over its period, and the tables against each other, so that no
-// table keeps another waiting. The sections of a table may come in any order.
+// Distributes each table evenly over the cycle, with an offset between tables, so that tables do
+// not delay each other. The sections of a table may be sent in any order.
 std::vector<Unit> schedule(const std::vector<Carousel>& tables) {
   std::vector<Unit> units;
   for (size_t t = 0; t < tables.size(); ++t) {
@@ -98,7 +98,7 @@ std::vector<Unit> schedule(const std::vector<Carousel>& tables) {
   return units;
 }
 
-/// The packets of a cycle; null packets where there is nothing to send.
+/// Returns the packets of a cycle, filled up with null packets. Throws MuxError.
 std::vector<Packet> makeCycle(const std::vector<Carousel>& tables) {
   const std::vector<Unit> units = schedule(tables);
   unsigned left = 0;
@@ -118,7 +118,8 @@ std::vector<Packet> makeCycle(const std::vector<Carousel>& tables) {
   return packets;
 }
 
-/// The tables of every cycle. The last one is the STT when the channel has PSIP.
+/// Returns the tables of a cycle. In a channel with PSIP, the last table is the STT, without
+/// sections.
 std::vector<Carousel> cycleTables(const Lineup& lineup, const Channel& channel,
                                   const std::vector<GuideTable>& guide, uint32_t systemTime) {
   std::vector<Carousel> tables;
@@ -153,10 +154,11 @@ std::vector<Carousel> cycleTables(const Lineup& lineup, const Channel& channel,
   return tables;
 }
 
-/// When the sections of the guide are sent, and how long the stream has to be for them.
+/// Determines the length of a stream and distributes the sections of the guide over it.
 class GuideSchedule {
  public:
-  /// `room`: the packets left to the guide in a period.
+  /// `room` is the number of packets available in a period. Throws MuxError if the guide is too
+  /// large.
   GuideSchedule(const std::vector<GuideTable>& guide, unsigned room) : guide_(guide) {
     for (const GuideTable& table : guide) {
       unsigned& count = counts_[table.pid];
@@ -178,12 +180,12 @@ class GuideSchedule {
 
   unsigned periods() const { return periods_; }
 
-  /// What is sent in the stream, in this order.
+  /// Returns the packets of the guide in the order of transmission.
   std::vector<Packet> packets() const {
     struct Unit {
       double time;  // 0 to 1
       uint16_t pid;
-      const Bytes* section;  // null: a packet of nothing but stuffing
+      const Bytes* section;  // null: a packet of stuffing bytes
     };
     std::vector<Unit> units;
     const auto spread = [&](uint16_t pid, const Bytes* section, unsigned count, double phase) {
@@ -217,7 +219,7 @@ class GuideSchedule {
   unsigned repetitions(uint16_t pid) const {
     return pid == kEitPid ? periods_ * kPeriodSeconds * kEit0PerSecond : passes_;
   }
-  // What the continuity counters lack.
+  // Returns the number of packets missing to a multiple of 16.
   unsigned padding(uint16_t pid, unsigned count) const {
     return (16 - count * repetitions(pid) % 16) % 16;
   }
@@ -232,7 +234,7 @@ class GuideSchedule {
   const std::vector<GuideTable>& guide_;
   std::map<uint16_t, unsigned> counts_;  // packets of each table by PID
   unsigned periods_ = 1;                 // of the stream
-  unsigned passes_ = 0;                  // of the guide, EIT-0 apart
+  unsigned passes_ = 0;                  // of the guide except EIT-0
 };
 
 }  // namespace
@@ -255,7 +257,7 @@ Bytes multiplex(const Lineup& lineup, const Channel& channel, uint32_t systemTim
   const std::vector<Packet> guidePackets = schedule.packets();
   const unsigned cycles = schedule.periods() * kCyclesPerPeriod;
 
-  // The packets of the guide take the place of null packets, evenly.
+  // Replace null packets by those of the guide, evenly distributed.
   PacketWriter out;
   uint64_t idle = 0;
   size_t sent = 0;

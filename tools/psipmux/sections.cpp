@@ -22,7 +22,7 @@ uint16_t pcrPid(const Service& service) {
   return service.streams.empty() ? kNoPid : service.streams.front().pid;
 }
 
-// ISO 13818-1 audio_type of the AC-3 service kinds that have one.
+// Returns the audio_type of ISO 13818-1 that corresponds to an AC-3 service, or 0.
 uint8_t audioType(const Stream& stream) {
   constexpr uint8_t kHearingImpaired = 2;
   constexpr uint8_t kVisualImpairedCommentary = 3;
@@ -30,7 +30,7 @@ uint8_t audioType(const Stream& stream) {
   return stream.bsmod == 2 ? kVisualImpairedCommentary : stream.bsmod == 3 ? kHearingImpaired : 0;
 }
 
-/// AC-3 audio stream descriptor, A/52 Annex A.
+/// Returns an AC-3 audio stream descriptor (A/52 Annex A) without tag and length.
 Bytes ac3Descriptor(const Stream& stream) {
   constexpr unsigned kSampleRate48k = 0;
   constexpr unsigned kBsid = 8;
@@ -60,7 +60,8 @@ Bytes ac3Descriptor(const Stream& stream) {
   return body;
 }
 
-/// service_location_descriptor: the streams of a service for receivers that do not read the PMT.
+/// Returns a service_location_descriptor, which lists the streams of a service, without tag and
+/// length.
 Bytes serviceLocation(const Service& service) {
   Bytes body;
   put16(body, 0xE000u | pcrPid(service));
@@ -73,7 +74,7 @@ Bytes serviceLocation(const Service& service) {
   return body;
 }
 
-/// One virtual channel of the loop in a TVCT or CVCT.
+/// Returns the entry of a virtual channel in a TVCT or CVCT.
 Bytes virtualChannel(Medium medium, const Channel& channel, const Service& service) {
   Bytes out;
   for (size_t i = 0; i < 7; ++i) put16(out, i < service.name.size() ? service.name[i] : 0);
@@ -82,7 +83,7 @@ Bytes virtualChannel(Medium medium, const Channel& channel, const Service& servi
   put32(out, 0);  // carrier_frequency, no longer used
   put16(out, channel.tsid);
   put16(out, service.program);
-  // The CVCT has path_select and out_of_band, both 0, where the TVCT has reserved bits.
+  // path_select and out_of_band of the CVCT are 0; the TVCT has reserved bits there.
   unsigned flags = medium == Medium::kAir ? 0x0DC0u : 0x01C0u;
   if (service.hidden) flags |= 0x1000u;
   if (service.hideGuide) flags |= 0x0200u;
@@ -157,7 +158,7 @@ Bytes buildMgt(uint8_t version, const std::vector<MgtEntry>& tables) {
 }
 
 std::vector<Bytes> buildVct(Medium medium, const Channel& channel) {
-  // The fields around the loop: protocol_version, num_channels_in_section, additional descriptors.
+  // Fields around the loop: protocol_version, num_channels_in_section, additional descriptors.
   constexpr size_t kAround = 4;
   constexpr size_t kMaxLoop = kMaxSectionSize - kSectionHeaderSize - kCrcSize - kAround;
   struct Part {

@@ -5,8 +5,8 @@
 
 namespace psipmux {
 
-/// Converts UTF-8 to UTF-16. Nothing is returned for malformed input: truncated or overlong
-/// sequences, encoded surrogates and values above U+10FFFF.
+/// Converts UTF-8 to UTF-16. Returns nothing for malformed input: truncated or overlong sequences,
+/// encoded surrogates and values above U+10FFFF.
 std::optional<std::u16string> utf8ToUtf16(const std::string& text);
 
 }  // namespace psipmux
