@@ -1,15 +1,14 @@
-# Sourced by the other scripts: where the tree is, and how each kind of build is configured.
+# Sourced by the other scripts: finds the tree and configures each kind of build.
 # shellcheck shell=bash
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
-# Prints the comment at the head of the running script, which is its manual.
+# Prints the usage text: the comment at the head of the running script.
 usage() {
   sed -n '2,/^$/ { s/^# \{0,1\}//; p; }' "$0"
 }
 
-# debian_mirror SUITE: prints the mirror of the distribution's main suite, as apt on this machine
-# knows it.
+# debian_mirror SUITE: prints the mirror of the main component of a suite from apt's configuration.
 debian_mirror() {
   local suite=$1 mirror attempt
   for attempt in known updated; do
@@ -26,8 +25,9 @@ debian_mirror() {
   return 1
 }
 
-# configure KIND: installs what the kind needs and configures build/KIND with the preset of that name,
-# always with the same options, so that scripts share one build. Of the kind clone there is no preset.
+# configure KIND: installs what the kind needs (scripts/deps) and configures build/KIND with the preset
+# of that name. The options are always the same, so that all scripts share one build. The kind clone
+# has no preset.
 configure() {
   local kind=$1 source=$root
   local -a groups=(build test) options=(--preset "$kind")
