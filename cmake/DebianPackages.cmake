@@ -62,8 +62,8 @@ set(CPACK_DEBIAN_DEV_PACKAGE_SHLIBDEPS OFF)
 set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "${library_package} (= ${PROJECT_VERSION})")
 set(CPACK_DEBIAN_DEV_PACKAGE_SUGGESTS "libjsoncpp-dev, libsqlite3-dev")
 set(CPACK_DEBIAN_DEV_DESCRIPTION "ATSC service library of a digital television set: development files
-Headers, CMake package, pkg-config file, documents and examples for TV
-applications that use libatscbusservice, and for who brings it into a set.")
+Headers, CMake package, pkg-config file, documents and examples to develop TV
+applications that use libatscbusservice, and to port the library to a set.")
 
 if(ATSC_PLATFORM STREQUAL "host")
   list(APPEND CPACK_COMPONENTS_ALL tools settings)
@@ -88,7 +88,7 @@ endif()
 string(TIMESTAMP date "%a, %d %b %Y %H:%M:%S +0000" UTC)
 file(WRITE ${PROJECT_BINARY_DIR}/changelog "${PROJECT_NAME} (${PROJECT_VERSION}) stable; urgency=medium
 
-  * The changes stand in CHANGELOG.md of libatscbusservice-dev.
+  * See CHANGELOG.md in libatscbusservice-dev.
 
  -- ${ATSC_PACKAGE_CONTACT}  ${date}
 ")
