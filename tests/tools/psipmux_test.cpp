@@ -276,7 +276,7 @@ TEST_F(PsipmuxTest, SampleLineupsDecodeToWhatTheySay) {
   EXPECT_EQ(expectedFiles, files());
 }
 
-Bytes Stream(const psipmux::Lineup& lineup) {
+Bytes streamOf(const psipmux::Lineup& lineup) {
   return psipmux::multiplex(lineup, lineup.channels[0], kSomeTime);
 }
 
@@ -328,7 +328,7 @@ TEST(PsipmuxTables, EveryFieldReachesTheStream) {
        {"PAT tsid 1 version 0", "PMT 1 at 32 version 0 PCR 8191"}},
   };
   for (const auto& each : kCases) {
-    EXPECT_EQ(each.lines, Decode(Stream(psipmux::parseLineup(each.json, "test.json"))));
+    EXPECT_EQ(each.lines, decode(streamOf(psipmux::parseLineup(each.json, "test.json"))));
   }
 }
 
@@ -347,7 +347,7 @@ TEST(PsipmuxTables, EveryFieldOfTheGuideReachesTheStream) {
                                                       "test.json");
   // 03:00 on the day that began at 1460851218: the first programme runs until 03:30.
   const Bytes stream = psipmux::multiplex(lineup, lineup.channels[0], 1460851218 + 3 * 3600);
-  const Lines tables = Decode(stream);
+  const Lines tables = decode(stream);
   EXPECT_EQ(1u, tables.count("TVCT tsid 1 version 3"));
   EXPECT_EQ(1u, tables.count("MGT version 2 type 256 at 7424 version 2 bytes 170"));
   EXPECT_EQ(1u, tables.count("MGT version 2 type 512 at 7680 version 2 bytes 26"));
@@ -381,8 +381,8 @@ TEST(PsipmuxTables, EveryFieldOfTheGuideReachesTheStream) {
   psipmux::Lineup changed = lineup;
   changed.channels[0].services[0].ratingInGuide = false;
   const Bytes later = psipmux::multiplex(changed, changed.channels[0], next.start);
-  EXPECT_EQ(1u, Decode(later).count("PMT 3 at 48 version 28" + next.descriptors + " PCR 8191"));
-  EXPECT_EQ("", DecodeGuide(later).events.at({0, 258})[1].descriptors);
+  EXPECT_EQ(1u, decode(later).count("PMT 3 at 48 version 28" + next.descriptors + " PCR 8191"));
+  EXPECT_EQ("", decodeGuide(later).events.at({0, 258})[1].descriptors);
 }
 
 // The first section of a table on the base PID.
@@ -406,8 +406,8 @@ Bytes sectionOf(const Bytes& stream, uint8_t tableId, uint8_t extension) {
 TEST(PsipmuxTables, RatingRegionAndAlertAreAsOnTheAir) {
   const fs::path captures = fs::path(ATSC_CAPTURES_DIR) / "sections";
   if (!fs::exists(captures)) GTEST_SKIP() << "no field captures in " << captures;
-  EXPECT_EQ(SectionOf(ReadFile(captures / "rating-region-1.ts"), 0xCA, 1),
-            SectionOf(Stream(psipmux::readLineup(LINEUPS "/metro-air.json")), 0xCA, 1));
+  EXPECT_EQ(sectionOf(readFile(captures / "rating-region-1.ts"), 0xCA, 1),
+            sectionOf(streamOf(psipmux::readLineup(LINEUPS "/metro-air.json")), 0xCA, 1));
 
   const psipmux::Lineup lineup = psipmux::parseLineup(R"({"medium": "cable",
     "channels": [{"frequency": 57000000, "tsid": 1,
@@ -441,7 +441,7 @@ TEST(PsipmuxTables, RatingRegionAndAlertAreAsOnTheAir) {
 }
 
 TEST(PsipmuxTables, LongVctIsSplitAndAnnouncedInFull) {
-  const psipmux::Lineup lineup = psipmux::parseLineup(LargeLineup(60), "large.json");
+  const psipmux::Lineup lineup = psipmux::parseLineup(largeLineup(60), "large.json");
   const auto sections = psipmux::buildVct(lineup.medium, lineup.channels[0]);
   EXPECT_EQ(20u, sections.size());  // three services in each
   for (const Bytes& section : sections) EXPECT_LE(section.size(), 1024u);
@@ -460,8 +460,8 @@ std::string longGuide(unsigned hours) {
 }
 
 TEST(PsipmuxTables, LargeGuideMakesALongerStreamAndOneTooLargeIsAnError) {
-  const psipmux::Lineup lineup = psipmux::parseLineup(LongGuide(96), "long.json");
-  const Bytes stream = Stream(lineup);
+  const psipmux::Lineup lineup = psipmux::parseLineup(longGuide(96), "long.json");
+  const Bytes stream = streamOf(lineup);
   EXPECT_LT(752'000u, stream.size());
   expectChannel(lineup, lineup.channels[0], stream);
   expectGuide(lineup, lineup.channels[0], stream);
@@ -472,7 +472,7 @@ TEST(PsipmuxTables, LargeGuideMakesALongerStreamAndOneTooLargeIsAnError) {
        {std::pair(large, "its guide takes 25008 packets, the longest stream has room for 13504"),
         std::pair(huge, "its guide takes more than 16 MiB")}) {
     try {
-      Stream(psipmux::parseLineup(json, "long.json"));
+      streamOf(psipmux::parseLineup(json, "long.json"));
       ADD_FAILURE() << "no error";
     } catch (const psipmux::MuxError& error) {
       EXPECT_STREQ(fault, error.what());
@@ -485,8 +485,8 @@ TEST(PsipmuxTables, SystemTimeFollowsTheStreamAndSummerIsAnnounced) {
       replaced(largeLineup(1), "{",
                R"({"daylight_saving": {"status": true, "day_of_month": 9, "hour": 2},)");
   for (const auto& [json, saving] :
-       {std::pair(LargeLineup(1), 0xE000), std::pair(summer, 0xE902)}) {
-    const Bytes stream = Stream(psipmux::parseLineup(json, "one.json"));
+       {std::pair(largeLineup(1), 0xE000), std::pair(summer, 0xE902)}) {
+    const Bytes stream = streamOf(psipmux::parseLineup(json, "one.json"));
     unsigned seen = 0;
     for (size_t i = 0; i < stream.size(); i += 188) {
       const uint8_t* packet = &stream[i];
@@ -516,10 +516,10 @@ TEST(PsipmuxTables, DaylightSavingIsThatOfTheUsWhereTheLineupSaysNothing) {
       {4291967295u, false, 0, 0},                             // 2116-01-08
   };
   for (const auto& c : kCases) {
-    const psipmux::DaylightSaving saving = psipmux::usDaylightSaving(c.system_time);
+    const psipmux::DaylightSaving saving = psipmux::usDaylightSaving(c.systemTime);
     EXPECT_EQ(std::tuple(c.status, c.day, c.hour),
               std::tuple(saving.status, int{saving.dayOfMonth}, int{saving.hour}))
-        << c.system_time;
+        << c.systemTime;
   }
 }
 
