@@ -556,8 +556,8 @@ TEST(ReceiverAlertsTest, SettingsAreKeptAtOnce) {
   for (const auto& setting : settings) {
     for (int32_t value : {setting.max, 0}) {
       EXPECT_EQ(0, setting.access(&value, AIFW_EAS_WRITE));
-      const TestReceiver restarted(getenv("ATSC_HOST_STATE"));
-      EXPECT_EQ(value, restarted.alertSetting(setting.which));
+      TestReceiver restarted(getenv("ATSC_HOST_STATE"));
+      EXPECT_EQ(value, restarted.settings().alert(setting.which));
       for (int32_t unknown : {-1, setting.max + 1})
         EXPECT_NE(0, setting.access(&unknown, AIFW_EAS_WRITE));
       EXPECT_NE(0, setting.access(&value, 2));

@@ -175,13 +175,13 @@ TEST_F(ReceiverPlayTest, UpAndDownNeedAServiceThatTheViewerSurfs) {
       {service(9, 1, kChannel14, kAir, 0), service(9, 2, kChannel14),
        service(9, 3, kChannel14, kAir, AISRV_FLAG_VISIBLE | AISRV_FLAG_SKIPPED)});
   for (const uint32_t mode : {AIFW_CHANGE_UP, AIFW_CHANGE_UP, AIFW_CHANGE_DOWN}) {
-    EXPECT_TRUE(receiver.changeChannel(change(mode)));
-    EXPECT_EQ("9-2", number(receiver.current()));
+    EXPECT_TRUE(receiver.player().changeChannel(change(mode)));
+    EXPECT_EQ("9-2", number(receiver.player().current()));
   }
   receiver.services().replace(kAir, kChannel14, {service(9, 1, kChannel14, kAir, 0)});
-  ASSERT_TRUE(receiver.playFirst(kAir, 0));
-  EXPECT_FALSE(receiver.changeChannel(change(AIFW_CHANGE_DOWN)));
-  EXPECT_EQ("9-1", number(receiver.current()));
+  ASSERT_TRUE(receiver.player().playFirst(kAir, 0));
+  EXPECT_FALSE(receiver.player().changeChannel(change(AIFW_CHANGE_DOWN)));
+  EXPECT_EQ("9-1", number(receiver.player().current()));
 }
 
 TEST_F(ReceiverPlayTest, EachSourceRemembersWhatPlayedLast) {
@@ -189,44 +189,44 @@ TEST_F(ReceiverPlayTest, EachSourceRemembersWhatPlayedLast) {
   air_.write(kCable, kChannel15, {});
   {
     TestReceiver receiver(state_);
-    EXPECT_FALSE(receiver.playSource(kAir)) << "nothing is listed";
+    EXPECT_FALSE(receiver.player().playSource(kAir)) << "nothing is listed";
     receiver.services().replace(kAir, kChannel14,
                                 {service(9, 1, kChannel14), service(9, 2, kChannel14)});
     receiver.services().replace(kCable, kChannel15, {service(300, 0, kChannel15, kCable)});
-    EXPECT_TRUE(receiver.playSource(kAir));
-    EXPECT_EQ("9-1", number(receiver.current()));
-    EXPECT_TRUE(receiver.changeChannel(change(AIFW_CHANGE_UP)));
-    EXPECT_TRUE(receiver.playSource(kCable));
-    EXPECT_EQ(kCable, receiver.tunerSource());
-    EXPECT_EQ("300-0", number(receiver.current()));
-    EXPECT_TRUE(receiver.keepSettings());
+    EXPECT_TRUE(receiver.player().playSource(kAir));
+    EXPECT_EQ("9-1", number(receiver.player().current()));
+    EXPECT_TRUE(receiver.player().changeChannel(change(AIFW_CHANGE_UP)));
+    EXPECT_TRUE(receiver.player().playSource(kCable));
+    EXPECT_EQ(kCable, receiver.player().tunerSource());
+    EXPECT_EQ("300-0", number(receiver.player().current()));
+    EXPECT_TRUE(receiver.settings().keep());
     EXPECT_TRUE(receiver.services().store());
   }
   TestReceiver receiver(state_);
-  EXPECT_EQ(kCable, receiver.currentSource());
-  EXPECT_EQ(kCable, receiver.tunerSource());
-  EXPECT_TRUE(receiver.playSource(kAir));
-  EXPECT_EQ("9-2", number(receiver.current()));
+  EXPECT_EQ(kCable, receiver.settings().source());
+  EXPECT_EQ(kCable, receiver.player().tunerSource());
+  EXPECT_TRUE(receiver.player().playSource(kAir));
+  EXPECT_EQ("9-2", number(receiver.player().current()));
 
   // Another source becomes the current one, without playing.
-  receiver.stopTuning();
-  EXPECT_EQ(0u, receiver.tuning().frequency);
-  EXPECT_TRUE(receiver.followTuner(receiver.tunerSource()));
-  EXPECT_EQ("9-2", number(receiver.current()));
-  EXPECT_FALSE(receiver.followTuner(4));
-  EXPECT_TRUE(receiver.followTuner(kCable));
-  EXPECT_EQ("300-0", number(receiver.current()));
-  EXPECT_FALSE(receiver.isPlaying());
+  receiver.player().stopTuning();
+  EXPECT_EQ(0u, receiver.player().tuning().frequency);
+  EXPECT_TRUE(receiver.player().followTuner(receiver.player().tunerSource()));
+  EXPECT_EQ("9-2", number(receiver.player().current()));
+  EXPECT_FALSE(receiver.player().followTuner(4));
+  EXPECT_TRUE(receiver.player().followTuner(kCable));
+  EXPECT_EQ("300-0", number(receiver.player().current()));
+  EXPECT_FALSE(receiver.player().isPlaying());
 
   // A failure changes nothing; what is deleted does not play by itself.
   fs::remove(air_.path(kAir, kChannel14));
-  EXPECT_FALSE(receiver.playSource(kAir));
-  EXPECT_FALSE(receiver.changeChannel(change(AIFW_CHANGE_DIRECT, kAir, 9, 1)));
-  EXPECT_EQ("300-0", number(receiver.current()));
+  EXPECT_FALSE(receiver.player().playSource(kAir));
+  EXPECT_FALSE(receiver.player().changeChannel(change(AIFW_CHANGE_DIRECT, kAir, 9, 1)));
+  EXPECT_EQ("300-0", number(receiver.player().current()));
   air_.write(kAir, kChannel14, {});
   EXPECT_TRUE(receiver.services().setFlags(kAir, 2, AISRV_FLAG_DELETED, 0));
-  EXPECT_TRUE(receiver.playSource(kAir));
-  EXPECT_EQ("9-1", number(receiver.current()));
+  EXPECT_TRUE(receiver.player().playSource(kAir));
+  EXPECT_EQ("9-1", number(receiver.player().current()));
 }
 
 TEST_F(ReceiverPlayTest, StandbyRefusesToPlayAndGoesOnAfterwards) {
@@ -234,25 +234,25 @@ TEST_F(ReceiverPlayTest, StandbyRefusesToPlayAndGoesOnAfterwards) {
   TestReceiver receiver(state_);
   receiver.services().replace(kAir, kChannel14,
                               {service(9, 1, kChannel14), service(9, 2, kChannel14)});
-  receiver.leaveStandby();
-  EXPECT_FALSE(receiver.isPlaying());
-  ASSERT_TRUE(receiver.changeChannel(change(AIFW_CHANGE_DIRECT, kAir, 9, 2)));
+  receiver.player().leaveStandby();
+  EXPECT_FALSE(receiver.player().isPlaying());
+  ASSERT_TRUE(receiver.player().changeChannel(change(AIFW_CHANGE_DIRECT, kAir, 9, 2)));
   for (const bool stoppedFirst : {false, true}) {
-    if (stoppedFirst) receiver.stopTuning();
+    if (stoppedFirst) receiver.player().stopTuning();
     EXPECT_TRUE(receiver.enterStandby());
     EXPECT_TRUE(fs::exists(state_ / "settings.json") && fs::exists(state_ / "services.json"));
-    EXPECT_FALSE(receiver.isPlaying());
-    EXPECT_FALSE(receiver.playFirst(kAir, 0) || receiver.playSource(kAir) ||
-                 receiver.changeChannel(change(AIFW_CHANGE_UP)));
-    receiver.leaveStandby();
-    EXPECT_TRUE(receiver.isPlaying());
-    EXPECT_EQ("9-2", number(receiver.current()));
+    EXPECT_FALSE(receiver.player().isPlaying());
+    EXPECT_FALSE(receiver.player().playFirst(kAir, 0) || receiver.player().playSource(kAir) ||
+                 receiver.player().changeChannel(change(AIFW_CHANGE_UP)));
+    receiver.player().leaveStandby();
+    EXPECT_TRUE(receiver.player().isPlaying());
+    EXPECT_EQ("9-2", number(receiver.player().current()));
   }
-  receiver.setAudioLanguage(&AudioLanguages::first, kFre);  // there is something to store
+  receiver.player().setAudioLanguage(&AudioLanguages::first, kFre);  // there is something to store
   fs::remove_all(state_);
   std::ofstream(state_) << "a file where the folder should be";
   EXPECT_FALSE(receiver.enterStandby());
-  EXPECT_FALSE(receiver.playFirst(kAir, 0)) << "it is in standby all the same";
+  EXPECT_FALSE(receiver.player().playFirst(kAir, 0)) << "it is in standby all the same";
 }
 
 // Each of them fails where nothing can be stored, with nothing changed, and succeeds afterwards.
@@ -260,45 +260,45 @@ TEST_F(ReceiverPlayTest, WhatCannotBeStoredIsRefusedAndNothingIsLost) {
   air_.write(kAir, kChannel14, {});
   TestReceiver receiver(state_);
   receiver.services().replace(kAir, kChannel14, {service(9, 1, kChannel14)});
-  ASSERT_TRUE(receiver.playFirst(kAir, 0));
-  EXPECT_EQ(1, receiver.audioTrack());
+  ASSERT_TRUE(receiver.player().playFirst(kAir, 0));
+  EXPECT_EQ(1, receiver.player().audioTrack());
   Record changed(0, 0, 0);
   changed.service_id.service_rec = 1;
   changed.AISRV_flags_ = AISRV_FLAG_VISIBLE | AISRV_FLAG_SKIPPED;
   changed.AISRV_fav_group_ = 0x30;
   const std::function<bool()> kCalls[] = {
-      [&] { return receiver.addService(Record(9, 5, kChannel15)); },
-      [&] { return receiver.modifyService(changed); },
-      [&] { return receiver.chooseAudio(2); },
-      [&] { return receiver.resetServices(kAir); },
+      [&] { return receiver.serviceEditor().add(Record(9, 5, kChannel15)); },
+      [&] { return receiver.serviceEditor().modify(changed); },
+      [&] { return receiver.player().chooseAudio(2); },
+      [&] { return receiver.serviceEditor().reset(kAir); },
   };
   std::ofstream(state_) << "a file where the folder should be";
   for (const auto& call : kCalls) EXPECT_FALSE(call());
   EXPECT_FALSE(receiver.services().store());
-  receiver.storeSettings();
-  EXPECT_FALSE(receiver.syncSettings());
-  EXPECT_FALSE(receiver.setDualMode(AIAUD_DUAL_LEFT));
+  receiver.settings().store();
+  EXPECT_FALSE(receiver.settings().sync());
+  EXPECT_FALSE(receiver.player().setDualMode(AIAUD_DUAL_LEFT));
   EXPECT_EQ(Texts{"9-1"}, numbers(receiver));
-  EXPECT_TRUE(receiver.isPlaying());
-  EXPECT_EQ(1, receiver.audioTrack());
-  EXPECT_EQ(uint32_t{AISRV_FLAG_VISIBLE}, receiver.current().value().flags);
+  EXPECT_TRUE(receiver.player().isPlaying());
+  EXPECT_EQ(1, receiver.player().audioTrack());
+  EXPECT_EQ(uint32_t{AISRV_FLAG_VISIBLE}, receiver.player().current().value().flags);
 
   fs::remove(state_);
-  EXPECT_TRUE(receiver.syncSettings());
+  EXPECT_TRUE(receiver.settings().sync());
   for (size_t i = 0; i < 3; ++i) EXPECT_TRUE(kCalls[i]() && kCalls[i]()) << "also when set twice";
-  EXPECT_EQ(2, receiver.audioTrack());
+  EXPECT_EQ(2, receiver.player().audioTrack());
   {
     TestReceiver restarted(state_);
     EXPECT_EQ((Texts{"9-1", "9-5"}), numbers(restarted));
-    EXPECT_EQ(changed.AISRV_flags_, restarted.current().value().flags);
-    EXPECT_EQ(0x30u, restarted.current().value().favourites);
+    EXPECT_EQ(changed.AISRV_flags_, restarted.player().current().value().flags);
+    EXPECT_EQ(0x30u, restarted.player().current().value().favourites);
   }
   EXPECT_TRUE(kCalls[3]());
-  EXPECT_FALSE(receiver.isPlaying());
+  EXPECT_FALSE(receiver.player().isPlaying());
   EXPECT_EQ(Texts{}, numbers(TestReceiver(state_)));
-  EXPECT_FALSE(receiver.resetServices(1));
-  EXPECT_FALSE(receiver.modifyService(changed));
-  EXPECT_FALSE(receiver.chooseAudio(1));
+  EXPECT_FALSE(receiver.serviceEditor().reset(1));
+  EXPECT_FALSE(receiver.serviceEditor().modify(changed));
+  EXPECT_FALSE(receiver.player().chooseAudio(1));
 }
 
 TEST_F(ReceiverPlayTest, OnlyWhatCanBeTunedIsAdded) {
@@ -309,10 +309,11 @@ TEST_F(ReceiverPlayTest, OnlyWhatCanBeTunedIsAdded) {
   for (const Record& record :
        {foreign, Record(9, 1, 1000), Record(9, 1, kChannel14, "", 4), Record(0, 1, kChannel14),
         Record(1024, 1, kChannel14), Record(9, 1024, kChannel14), Record(9000, 0, kChannel14)})
-    EXPECT_FALSE(receiver.addService(record)) << record.major << "-" << record.minor;
-  EXPECT_TRUE(receiver.addService(Record(9000, 0, kChannel14, "", kCable)));
-  EXPECT_TRUE(receiver.addService(Record(9, 1, kChannel14, "", 0))) << "0 is terrestrial, too";
-  EXPECT_TRUE(receiver.addService(Record(14, 5000, kChannel14))) << "it is listed";
+    EXPECT_FALSE(receiver.serviceEditor().add(record)) << record.major << "-" << record.minor;
+  EXPECT_TRUE(receiver.serviceEditor().add(Record(9000, 0, kChannel14, "", kCable)));
+  EXPECT_TRUE(receiver.serviceEditor().add(Record(9, 1, kChannel14, "", 0)))
+      << "0 is terrestrial, too";
+  EXPECT_TRUE(receiver.serviceEditor().add(Record(14, 5000, kChannel14))) << "it is listed";
   EXPECT_EQ((Texts{"9-1", "14-5000"}), numbers(receiver));
 }
 
@@ -320,14 +321,14 @@ TEST_F(ReceiverPlayTest, TheListIsReadAnewAsItIsStored) {
   const fs::path file = state_ / "services.json";
   TestReceiver receiver(state_);
   receiver.services().replace(kAir, kChannel14, {service(9, 1, kChannel14)});
-  EXPECT_FALSE(receiver.reloadServices()) << "there is none";
+  EXPECT_FALSE(receiver.serviceEditor().reload()) << "there is none";
   EXPECT_EQ(Texts{"9-1"}, numbers(receiver));
   {
     TestReceiver other(state_);
     other.services().replace(kAir, kChannel14, {service(9, 7, kChannel14)});
     ASSERT_TRUE(other.services().store());
   }
-  EXPECT_TRUE(receiver.reloadServices());
+  EXPECT_TRUE(receiver.serviceEditor().reload());
   EXPECT_EQ(Texts{"9-7"}, numbers(receiver));
   const auto foreign = [](std::string text) {  // a language of no letters
     return text.replace(text.find("\"eng\"") + 1, 3, "1_2");
@@ -335,9 +336,9 @@ TEST_F(ReceiverPlayTest, TheListIsReadAnewAsItIsStored) {
   std::stringstream text;
   text << std::ifstream(file).rdbuf();
   std::ofstream(file) << foreign(text.str());
-  EXPECT_FALSE(receiver.reloadServices());
+  EXPECT_FALSE(receiver.serviceEditor().reload());
   std::ofstream(file) << "{";
-  EXPECT_FALSE(receiver.reloadServices());
+  EXPECT_FALSE(receiver.serviceEditor().reload());
   EXPECT_EQ(Texts{"9-7"}, numbers(receiver));
   EXPECT_TRUE(receiver.services().store());
   EXPECT_EQ(Texts{"9-7"}, numbers(TestReceiver(state_)));
@@ -346,15 +347,15 @@ TEST_F(ReceiverPlayTest, TheListIsReadAnewAsItIsStored) {
 TEST_F(ReceiverPlayTest, TheTunedCarrierTellsItsServicesAgainAfterAReload) {
   air_.write(kAir, kChannel14, goodCarrier());
   TestReceiver receiver(state_);
-  ASSERT_TRUE(receiver.addService(Record(7, 7, kChannel14, "MINE")));
+  ASSERT_TRUE(receiver.serviceEditor().add(Record(7, 7, kChannel14, "MINE")));
   const auto hasBoth = [&] {
     for (int i = 0; i < 1000 && numbers(receiver).size() < 2; ++i)
       std::this_thread::sleep_for(std::chrono::milliseconds(10));
     return numbers(receiver) == Texts{"5-1", "7-7"};
   };
-  EXPECT_TRUE(receiver.playSource(kAir));
+  EXPECT_TRUE(receiver.player().playSource(kAir));
   EXPECT_TRUE(hasBoth());
-  EXPECT_TRUE(receiver.reloadServices());
+  EXPECT_TRUE(receiver.serviceEditor().reload());
   EXPECT_EQ(Texts{"7-7"}, numbers(receiver)) << "what is stored";
   EXPECT_TRUE(hasBoth());
 }
@@ -363,13 +364,13 @@ TEST_F(ReceiverPlayTest, NothingPlaysOfAListThatWasReset) {
   air_.write(kAir, kChannel14, {});
   TestReceiver receiver(state_);
   for (int i = 0; i < 500; ++i) {
-    ASSERT_TRUE(receiver.addService(Record(7, 7, kChannel14)));
+    ASSERT_TRUE(receiver.serviceEditor().add(Record(7, 7, kChannel14)));
     std::thread player([&] {
-      for (int n = 0; n < 20; ++n) receiver.playSource(kAir);
+      for (int n = 0; n < 20; ++n) receiver.player().playSource(kAir);
     });
-    EXPECT_TRUE(receiver.resetServices(kAir));
+    EXPECT_TRUE(receiver.serviceEditor().reset(kAir));
     player.join();
-    EXPECT_FALSE(receiver.isPlaying());
+    EXPECT_FALSE(receiver.player().isPlaying());
   }
 }
 
@@ -383,20 +384,20 @@ TEST_F(ReceiverPlayTest, SettingsOfOlderFilesAreTakenAndFaultyOnesSetAside) {
   write(current);
   TestReceiver old(state_);
   old.services().replace(kAir, kChannel14, {service(9, 1, kChannel14)});
-  EXPECT_EQ("9-1", number(old.current()));
-  EXPECT_EQ(kEng, old.audioLanguages().first);
+  EXPECT_EQ("9-1", number(old.player().current()));
+  EXPECT_EQ(kEng, old.settings().languages().first);
 
-  old.setAudioLanguage(&AudioLanguages::second, kSpa);
-  EXPECT_FALSE(old.setAudioLanguage(&AudioLanguages::first, 3));
-  EXPECT_TRUE(old.setDualMode(AIAUD_DUAL_MIXED));
-  EXPECT_FALSE(old.setDualMode(4));
-  EXPECT_EQ(kSpa, TestReceiver(state_).audioLanguages().second);
+  old.player().setAudioLanguage(&AudioLanguages::second, kSpa);
+  EXPECT_FALSE(old.player().setAudioLanguage(&AudioLanguages::first, 3));
+  EXPECT_TRUE(old.player().setDualMode(AIAUD_DUAL_MIXED));
+  EXPECT_FALSE(old.player().setDualMode(4));
+  EXPECT_EQ(kSpa, TestReceiver(state_).settings().languages().second);
 
   for (const char* member :
        {R"("language": 3)", R"("second_language": "eng")", R"("dual_mode": 4)", R"("zone": -1)",
         R"("automatic_clock": 1)", R"("last": {"source": 2})", R"("last": [{"source": 1}])"}) {
     write(member);
-    EXPECT_EQ(kEng, TestReceiver(state_).audioLanguages().second) << member;
+    EXPECT_EQ(kEng, TestReceiver(state_).settings().languages().second) << member;
     EXPECT_FALSE(fs::exists(file)) << member;
   }
 }
@@ -440,9 +441,9 @@ TEST_F(ReceiverPlayTest, WhatTheViewerSetSurvivesScansLiveTablesAndRestarts) {
   scan(kAir, kChannel14);
   ASSERT_EQ(0, AIFW_play_first_service(kAir, 0));
   Receiver& receiver = atschost::hostReceiver();
-  EXPECT_EQ(1, receiver.audioTrack());
+  EXPECT_EQ(1, receiver.player().audioTrack());
   EXPECT_EQ(0, AICN_set_pref_aud_lang(kSpa));
-  EXPECT_EQ(2, receiver.audioTrack()) << "at once";
+  EXPECT_EQ(2, receiver.player().audioTrack()) << "at once";
   EXPECT_EQ(0, AICN_set_pref_aud_lang(kEng));
   EXPECT_EQ(0, AIFW_change_audio(2));
   EXPECT_NE(0, AIFW_change_audio(3));
@@ -468,17 +469,17 @@ TEST_F(ReceiverPlayTest, WhatTheViewerSetSurvivesScansLiveTablesAndRestarts) {
   EXPECT_EQ(9, rows(kAir)[1].info.program_number);
   AIFW_register_frmwrk_app_cb(note);
   await(AFW_CHANNEL_PLAY_SUCCESS, [] { EXPECT_EQ(0, AIFW_play_first_service(kAir, 0)); });
-  EXPECT_EQ(2, receiver.audioTrack()) << "chosen before the scans";
+  EXPECT_EQ(2, receiver.player().audioTrack()) << "chosen before the scans";
   await(AFW_SERVICE_ADDED, [&] {
     air_.write(kAir, kChannel14, carrier({{1, "OTHER"}, {2, "NEW"}}, 3));
   });
   EXPECT_EQ((Texts{"5-1 RENAMED", "5-2 NEW", "5-9 MINE"}), labels(kAir));
   EXPECT_EQ(Texts{}, streams(rows(kAir)[2]));
-  EXPECT_EQ(1, receiver.audioTrack()) << "there is one only";
+  EXPECT_EQ(1, receiver.player().audioTrack()) << "there is one only";
   await(AFW_SERVICE_ADDED, [&] {
     air_.write(kAir, kChannel14, carrier({{1, "OTHER"}, {2, "NEW"}, {3, "MORE"}}, 4, two));
   });
-  EXPECT_EQ(2, receiver.audioTrack()) << "there again";
+  EXPECT_EQ(2, receiver.player().audioTrack()) << "there again";
   AIFW_register_frmwrk_app_cb(nullptr);
 
   fs::remove(air_.path(kAir, kChannel14));
@@ -486,7 +487,7 @@ TEST_F(ReceiverPlayTest, WhatTheViewerSetSurvivesScansLiveTablesAndRestarts) {
   EXPECT_EQ((Texts{"5-1 RENAMED", "5-9 MINE"}), labels(kAir));
   EXPECT_EQ(0x10u, rows(kAir)[0].info.AISRV_fav_group_);
   EXPECT_EQ(0, AISRV_sync_to_database());
-  const TestReceiver restarted(getenv("ATSC_HOST_STATE"));
+  TestReceiver restarted(getenv("ATSC_HOST_STATE"));
   EXPECT_EQ((Texts{"5-1", "5-9"}), numbers(restarted));
   EXPECT_EQ(0, RMGRReload());
   EXPECT_EQ((Texts{"5-1 RENAMED", "5-9 MINE"}), labels(kAir));

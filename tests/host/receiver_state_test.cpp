@@ -163,7 +163,7 @@ TEST_F(ReceiverStateTest, DamagedFilesAreSetAside) {
   }
   fs::create_directory(state_ / "settings.json");
   TestReceiver receiver(state_);
-  EXPECT_EQ(kAir, receiver.currentSource());
+  EXPECT_EQ(kAir, receiver.settings().source());
   EXPECT_TRUE(fs::exists(state_ / "settings.json.bad"));
 }
 
@@ -173,11 +173,11 @@ TEST_F(ReceiverStateTest, UnwritableFolderIsReported) {
   TestReceiver receiver(state_);
   receiver.services().replace(kAir, kChannel14, {service(9, 1, kChannel14)});
   EXPECT_FALSE(receiver.services().store());
-  receiver.storeSettings();
-  EXPECT_FALSE(receiver.syncSettings());
+  receiver.settings().store();
+  EXPECT_FALSE(receiver.settings().sync());
   fs::remove(state_);
   EXPECT_TRUE(receiver.services().store()) << "tried again";
-  EXPECT_TRUE(receiver.syncSettings());
+  EXPECT_TRUE(receiver.settings().sync());
 }
 
 AIFW_channel_change_request change(uint32_t mode, uint16_t major = 0, uint16_t minor = 0,
@@ -223,18 +223,18 @@ TEST_F(ReceiverStateTest, ChannelsChangeInOrder) {
   skipped.flags |= AISRV_FLAG_SKIPPED;
   deleted.flags |= AISRV_FLAG_DELETED;
   TestReceiver receiver(state_);
-  EXPECT_FALSE(receiver.changeChannel(change(AIFW_CHANGE_UP)));
+  EXPECT_FALSE(receiver.player().changeChannel(change(AIFW_CHANGE_UP)));
   receiver.services().replace(kAir, kChannel14, {service(9, 1, kChannel14), skipped, deleted});
   receiver.services().replace(kAir, kChannel15,
                               {service(9, 1, kChannel15), service(10, 1, kChannel15)});
   receiver.services().replace(kAir, 485000000, {service(9, 5, 485000000)});  // without carrier
   const auto now = [&] {
-    const auto key = receiver.current().value().key;
-    EXPECT_EQ(key.frequency, receiver.tuning().frequency);
+    const auto key = receiver.player().current().value().key;
+    EXPECT_EQ(key.frequency, receiver.player().tuning().frequency);
     return std::to_string(key.major) + "-" + std::to_string(key.minor) + "@" +
            std::to_string(key.frequency / 1000000);
   };
-  EXPECT_TRUE(receiver.playFirst(kAir, kChannel15));
+  EXPECT_TRUE(receiver.player().playFirst(kAir, kChannel15));
   EXPECT_EQ("9-1@479", now());
   const struct {
     AIFW_channel_change_request request;
@@ -249,27 +249,27 @@ TEST_F(ReceiverStateTest, ChannelsChangeInOrder) {
       {change(AIFW_CHANGE_DIRECT, 9, 1, listed(receiver)[1].record), "9-1@479"},
   };
   for (const auto& each : kCases) {
-    EXPECT_TRUE(receiver.changeChannel(each.request));
+    EXPECT_TRUE(receiver.player().changeChannel(each.request));
     EXPECT_EQ(each.now, now());
   }
   for (const auto& request :
        {change(AIFW_CHANGE_DIRECT, 9, 3), change(AIFW_CHANGE_DIRECT, 9, 5), change(3)}) {
-    EXPECT_FALSE(receiver.changeChannel(request));
+    EXPECT_FALSE(receiver.player().changeChannel(request));
   }
   EXPECT_EQ("9-1@479", now());
-  EXPECT_TRUE(receiver.isPlaying());
-  receiver.stopPlaying();
-  EXPECT_FALSE(receiver.isPlaying());
+  EXPECT_TRUE(receiver.player().isPlaying());
+  receiver.player().stopPlaying();
+  EXPECT_FALSE(receiver.player().isPlaying());
 
   // The current service is there again after a restart, not playing; it is none once not listed.
-  receiver.storeSettings();
+  receiver.settings().store();
   EXPECT_TRUE(receiver.services().store());
-  EXPECT_TRUE(receiver.syncSettings());
+  EXPECT_TRUE(receiver.settings().sync());
   TestReceiver restarted(state_);
-  EXPECT_EQ(kChannel15, restarted.current().value().key.frequency);
-  EXPECT_FALSE(restarted.isPlaying());
+  EXPECT_EQ(kChannel15, restarted.player().current().value().key.frequency);
+  EXPECT_FALSE(restarted.player().isPlaying());
   restarted.services().replace(kAir, kChannel15, {});
-  EXPECT_FALSE(restarted.current());
+  EXPECT_FALSE(restarted.player().current());
 }
 
 TEST_F(ReceiverStateTest, ModulesAnswerForTheReceiverOfTheProcess) {

@@ -121,7 +121,7 @@ TEST_F(ReceiverViewingTest, WhatPlaysIsBlockedAndFreedAsProgrammesAndSettingsCha
   air.write(kAir, kChannel20, ratedStream());
   ATSC_host_set_fast(1);
   scan(kAir, kChannel20);
-  const Receiver& receiver = atschost::hostReceiver();
+  Receiver& receiver = atschost::hostReceiver();
   const std::vector<Row> list = rows(kAir);
   ASSERT_EQ(2u, list.size());
   const AISRV_service_info& one = list[0].info;
@@ -154,14 +154,14 @@ TEST_F(ReceiverViewingTest, WhatPlaysIsBlockedAndFreedAsProgrammesAndSettingsCha
   EXPECT_EQ((Events{kUpdate, kUpdate}), told.take(2));
   EXPECT_EQ(0, verdict());
   EXPECT_EQ("-x-", blockedEvents());
-  EXPECT_EQ(1, receiver.audioTrack());
+  EXPECT_EQ(1, receiver.player().audioTrack());
 
   setTime(kStart + 3600 - 1);
   EXPECT_EQ(Events{kBlocked}, told.take(1));
   EXPECT_EQ(AIPC_BLOCKED, verdict());
   EXPECT_EQ(0u, status());
-  EXPECT_EQ(0, receiver.audioTrack());
-  EXPECT_TRUE(receiver.isPlaying());
+  EXPECT_EQ(0, receiver.player().audioTrack());
+  EXPECT_TRUE(receiver.player().isPlaying());
   limit(4);  // nothing changes
   limit(5);
   EXPECT_EQ((Events{kUpdate, kFree}), told.take(2));
@@ -173,7 +173,7 @@ TEST_F(ReceiverViewingTest, WhatPlaysIsBlockedAndFreedAsProgrammesAndSettingsCha
   EXPECT_EQ(0, AIFW_pwd_unlocked_no_checking_status(1));
   EXPECT_EQ(Events{kFree}, told.take(1));
   EXPECT_EQ(0, verdict());
-  EXPECT_EQ(1, receiver.audioTrack());
+  EXPECT_EQ(1, receiver.player().audioTrack());
   EXPECT_EQ(0, AIFW_pwd_unlocked_no_checking_status(0));
   EXPECT_EQ(Events{kBlocked}, told.take(1));
   const AIFW_channel_change_request two{
@@ -232,11 +232,11 @@ TEST_F(ReceiverViewingTest, WhatPlaysIsBlockedAndFreedAsProgrammesAndSettingsCha
   };
   AICN_set_play_from_ap(0);
   lock(true);
-  EXPECT_EQ(0, receiver.audioTrack());
+  EXPECT_EQ(0, receiver.player().audioTrack());
   lock(false);
   AICN_set_play_from_ap(1);
   lock(true);
-  EXPECT_EQ(1, receiver.audioTrack());
+  EXPECT_EQ(1, receiver.player().audioTrack());
   EXPECT_EQ((Events{kLocked, kOpened}), told.take(2));
   EXPECT_EQ(0, AIFW_play_curr_src());
   EXPECT_EQ((Events{kLocked, kPlays}), told.take(2));

@@ -37,11 +37,11 @@ Client::Client(const char* name) : name_(name) { Server::instance().add(*this); 
 
 Client::~Client() {
   Server::instance().remove(*this);
-  std::unique_lock<std::mutex> lock(mutex_);
+  atschost::MutexLock lock(mutex_);
   closing_ = true;
   if (socket_) ::shutdown(socket_.get(), SHUT_RDWR);
-  turn_.notify_all();
-  turn_.wait(lock, [this] { return callers_ == 0; });
+  turn_.notifyAll();
+  while (callers_ > 0) turn_.wait(lock);
 }
 
 int Client::transact(uint32_t code, BUSParam& data, BUSParam* reply, uint32_t flags) {
@@ -51,9 +51,9 @@ int Client::transact(uint32_t code, BUSParam& data, BUSParam* reply, uint32_t fl
   int result = -1;
   try {
     if (const size_t size = request.seal(kind, code, flags); size > 0) {
-      std::unique_lock<std::mutex> lock(mutex_);
+      atschost::MutexLock lock(mutex_);
       ++callers_;
-      turn_.wait(lock, [this] { return !busy_ || givenUp(); });
+      while (busy_ && !givenUp()) turn_.wait(lock);
       if (!givenUp()) {
         busy_ = true;
         onServerThread_ = Server::onServerThread();
@@ -69,7 +69,7 @@ int Client::transact(uint32_t code, BUSParam& data, BUSParam* reply, uint32_t fl
         busy_ = false;
       }
       --callers_;
-      if (callers_ > 0 || closing_) turn_.notify_all();
+      if (callers_ > 0 || closing_) turn_.notifyAll();
     } else {
       log().Error("BUS %s: a request is too large to be carried", name_.c_str());
     }
@@ -154,7 +154,7 @@ int Client::fail(const char* reason) {
 }
 
 void Client::disconnect() {
-  const std::lock_guard<std::mutex> lock(mutex_);
+  const atschost::MutexLock lock(mutex_);
   socket_.reset();
 }
 
@@ -162,7 +162,7 @@ bool Client::connect() {
   for (;;) {
     bool busy = false;
     Fd socket = openSocket(&busy);
-    std::unique_lock<std::mutex> lock(mutex_);
+    atschost::MutexLock lock(mutex_);
     if (givenUp()) return false;
     if (socket) {
       const auto peer = peerOf(socket.get());
@@ -177,7 +177,7 @@ bool Client::connect() {
       return true;
     }
     if (!busy) return false;
-    turn_.wait_for(lock, std::chrono::milliseconds(10));
+    turn_.waitUntil(lock, std::chrono::steady_clock::now() + std::chrono::milliseconds(10));
   }
 }
 
@@ -217,15 +217,15 @@ Fd Client::openSocket(bool* busy) {
 }
 
 void Client::endServerThreadCall() {
-  const std::lock_guard<std::mutex> lock(mutex_);
+  const atschost::MutexLock lock(mutex_);
   if (onServerThread_ && socket_) ::shutdown(socket_.get(), SHUT_RDWR);
-  turn_.notify_all();
+  turn_.notifyAll();
 }
 
 void Client::resetAfterFork() {
   // Threads that held or awaited these did not come along.
-  new (&mutex_) std::mutex;
-  new (&turn_) std::condition_variable;
+  new (&mutex_) atschost::Mutex;
+  new (&turn_) atschost::CondVar;
   new (&faults_) Faults;
   callers_ = 0;
   busy_ = closing_ = onServerThread_ = false;

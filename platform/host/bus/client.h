@@ -4,15 +4,14 @@
 
 #include <sys/types.h>
 
-#include <condition_variable>
 #include <cstdint>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "bus/log.h"
 #include "bus/param.h"
 #include "bus/socket.h"
+#include "process/mutex.h"
 
 namespace bus {
 
@@ -36,10 +35,10 @@ class Client {
   void endServerThreadCall();
 
   // In a forked child: the connection and its callers are the parent's.
-  void resetAfterFork();
+  void resetAfterFork() NO_THREAD_SAFETY_ANALYSIS;  // there is no other thread
 
  private:
-  bool givenUp() const;
+  bool givenUp() const REQUIRES(mutex_);
   int exchange(size_t size, BUSPlatform::Parcel& request, BUSPlatform::Parcel* reply);
   bool connect();
   Fd openSocket(bool* busy);
@@ -48,16 +47,19 @@ class Client {
   void disconnect();
 
   const std::string name_;
-  std::mutex mutex_;
-  std::condition_variable turn_;
-  unsigned callers_ = 0;
-  bool busy_ = false;            // a caller owns the connection; the others wait for their turn
-  bool closing_ = false;         // being destroyed
-  bool onServerThread_ = false;  // the busy caller is the server thread
-  Fd socket_;                    // changed by the busy caller only, with the mutex held
+  atschost::Mutex mutex_;
+  atschost::CondVar turn_;
+  unsigned callers_ GUARDED_BY(mutex_) = 0;
+  // A caller owns the connection; the others wait for their turn.
+  bool busy_ GUARDED_BY(mutex_) = false;
+  bool closing_ GUARDED_BY(mutex_) = false;         // being destroyed
+  bool onServerThread_ GUARDED_BY(mutex_) = false;  // the busy caller is the server thread
+
+  // Of the busy caller; the socket is changed with the mutex held.
+  Fd socket_;
   pid_t peer_ = 0;
   std::vector<char> input_;
-  Faults faults_;  // of the busy caller
+  Faults faults_;
 };
 
 }  // namespace bus

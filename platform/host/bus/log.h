@@ -7,12 +7,13 @@
 #include <string>
 
 #include "logger_cpp.h"
+#include "process/immortal.h"
 
 namespace bus {
 
 // The logger of the BUS. Never destroyed: threads may still use the BUS while the process exits.
 inline LoggerCpp& log() {
-  static LoggerCpp& logger = *new LoggerCpp("BUS", "bus");
+  static LoggerCpp& logger = atschost::immortal<LoggerCpp>("BUS", "bus");
   return logger;
 }
 

@@ -1,7 +1,6 @@
 #include "bus/server.h"
 
 #include <pthread.h>
-#include <signal.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/resource.h>
@@ -44,8 +43,7 @@ size_t maxConnections() {
 
 Server*& Server::current() {
   static Server* server = [] {
-    ::pthread_atfork([] { current()->mutex_.lock(); }, [] { current()->mutex_.unlock(); },
-                     resetAfterFork);
+    ::pthread_atfork(lockBeforeFork, unlockAfterFork, resetAfterFork);
     return new Server;
   }();
   return server;
@@ -54,6 +52,10 @@ Server*& Server::current() {
 Server& Server::instance() { return *current(); }
 
 bool Server::onServerThread() { return isServerThread; }
+
+void Server::lockBeforeFork() { current()->mutex_.lock(); }
+
+void Server::unlockAfterFork() { current()->mutex_.unlock(); }
 
 // In a forked child, with the mutex held by the parent's handler. The child shares descriptors with
 // the parent but has neither its server thread nor its names: it begins anew.
@@ -77,7 +79,7 @@ void Server::resetAfterFork() {
 void Server::begin(ServedObject& object) {
   const auto sameName = [&](const ServedObject* other) { return other->name == object.name; };
   {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const MutexLock lock(mutex_);
     if (ending_) return;
     if (std::any_of(objects_.begin(), objects_.end(), sameName)) {
       log().Error("BUS %s: this process serves the name already", object.name.c_str());
@@ -93,12 +95,12 @@ void Server::begin(ServedObject& object) {
   if (owner > 0) {
     log().Error("BUS %s: process %d serves the name already", object.name.c_str(), owner);
   }
-  const std::lock_guard<std::mutex> lock(mutex_);
+  const MutexLock lock(mutex_);
   objects_.erase(std::remove(objects_.begin(), objects_.end(), &object), objects_.end());
 }
 
 void Server::end(ServedObject& object) {
-  std::unique_lock<std::mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   const auto found = std::find(objects_.begin(), objects_.end(), &object);
   if (found == objects_.end()) return;
   objects_.erase(found);
@@ -106,7 +108,7 @@ void Server::end(ServedObject& object) {
   if (isServerThread && running_ == &object) {
     log().Error("BUS %s: stopped from within its own transaction", object.name.c_str());
   } else {
-    transactionEnded_.wait(lock, [&] { return running_ != &object; });
+    while (running_ == &object) transactionEnded_.wait(lock);
   }
   // Another object may have taken the name over meanwhile.
   const auto ended = std::find_if(endpoints_.begin(), endpoints_.end(), [&](const auto& endpoint) {
@@ -121,7 +123,7 @@ void Server::end(ServedObject& object) {
 
 int Server::claim(const std::string& name) {
   {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const MutexLock lock(mutex_);
     if (ending_) return -1;
     if (findEndpoint(name) != nullptr) return 0;
   }
@@ -133,7 +135,7 @@ int Server::claim(const std::string& name) {
 }
 
 void Server::serve(const std::string& name) {
-  const std::lock_guard<std::mutex> lock(mutex_);
+  const MutexLock lock(mutex_);
   Endpoint* const endpoint = findEndpoint(name);
   if (endpoint == nullptr) {
     log().Error("BUS %s: not claimed", name.c_str());
@@ -144,13 +146,13 @@ void Server::serve(const std::string& name) {
 }
 
 bool Server::owns(const std::string& name) {
-  const std::lock_guard<std::mutex> lock(mutex_);
+  const MutexLock lock(mutex_);
   return findEndpoint(name) != nullptr;
 }
 
 // Begins to listen on a name that was just acquired.
 bool Server::own(std::unique_ptr<OwnedName> owned, bool serving) {
-  const std::lock_guard<std::mutex> lock(mutex_);
+  const MutexLock lock(mutex_);
   if (ending_ || !startThread()) return false;
   endpoints_.push_back(std::make_unique<Endpoint>());
   Endpoint& endpoint = *endpoints_.back();
@@ -180,17 +182,19 @@ void Server::attach(Endpoint& endpoint) {
 }
 
 bool Server::startThread() {
-  if (thread_.joinable()) return true;
+  if (epoll_) return true;
   epoll_ = Fd(::epoll_create1(EPOLL_CLOEXEC));
   wake_ = Fd(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
-  if (!epoll_ || !wake_ || !watch(wake_.get(), kWakeId, EPOLLIN)) return false;
   try {
-    thread_ = std::thread(&Server::run, this);
+    if (epoll_ && wake_ && watch(wake_.get(), kWakeId, EPOLLIN)) {
+      thread_.start("BUS server", [this] { run(); });
+      return true;
+    }
   } catch (const std::exception& error) {
     log().Error("BUS: no server thread: %s", error.what());
-    return false;
   }
-  return true;
+  epoll_.reset();
+  return false;
 }
 
 // Adds a descriptor to those waited for, or changes what it is waited for.
@@ -205,7 +209,7 @@ bool Server::watch(int fd, uint64_t id, uint32_t events) {
 }
 
 void Server::shutDown() {
-  std::unique_lock<std::mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   if (ending_) return;
   ending_ = true;
   for (Client* client : clients_) client->endServerThreadCall();
@@ -213,36 +217,29 @@ void Server::shutDown() {
     const uint64_t one = 1;
     if (::write(wake_.get(), &one, sizeof one) < 0) log().Error("BUS: cannot wake its thread");
   }
-  if (thread_.joinable() && !isServerThread) {
-    lock.unlock();
-    thread_.join();
-    lock.lock();
-  }
+  lock.unlock();
+  thread_.join();
+  lock.lock();
   connections_.clear();
   endpoints_.clear();
   objects_.clear();
 }
 
 void Server::add(Client& client) {
-  const std::lock_guard<std::mutex> lock(mutex_);
+  const MutexLock lock(mutex_);
   clients_.insert(&client);
 }
 
 void Server::remove(Client& client) {
-  const std::lock_guard<std::mutex> lock(mutex_);
+  const MutexLock lock(mutex_);
   clients_.erase(&client);
 }
 
 void Server::run() {
-  // Signals are for the program's own threads.
-  sigset_t signals;
-  ::sigfillset(&signals);
-  ::pthread_sigmask(SIG_SETMASK, &signals, nullptr);
-  ::pthread_setname_np(::pthread_self(), "BUS server");
   isServerThread = true;
   std::array<epoll_event, 64> events;
   std::vector<uint64_t> turn;
-  std::unique_lock<std::mutex> lock(mutex_);
+  MutexLock lock(mutex_);
   while (!ending_) {
     const int timeout = !ready_.empty() ? 0 : paused_ ? static_cast<int>(kAcceptPause.count()) : -1;
     lock.unlock();
@@ -250,21 +247,21 @@ void Server::run() {
     lock.lock();
     if (paused_ && std::chrono::steady_clock::now() >= resumeAt_) resumeAccepting();
     turn.swap(ready_);
-    for (int i = 0; i < count; ++i) handle(events[static_cast<size_t>(i)].data.u64, true, lock);
-    for (const uint64_t id : turn) handle(id, false, lock);
+    for (int i = 0; i < count; ++i) handle(events[static_cast<size_t>(i)].data.u64, true);
+    for (const uint64_t id : turn) handle(id, false);
     turn.clear();
   }
 }
 
 // Goes on with a socket that has an event, or with a connection that has more buffered.
-void Server::handle(uint64_t id, bool hasEvent, std::unique_lock<std::mutex>& lock) {
+void Server::handle(uint64_t id, bool hasEvent) {
   if (ending_) return;
   try {
     if (Connection* connection = findConnection(id)) {
       if (!connection->output.empty()) {
         if (hasEvent) flush(id, *connection);
       } else if (hasRequest(*connection) || (hasEvent && receive(id, *connection))) {
-        nextRequest(id, lock);
+        nextRequest(id);
       }
     } else if (Endpoint* endpoint = findEndpoint(id)) {
       accept(*endpoint, id == endpoint->listenId);
@@ -352,7 +349,7 @@ bool Server::hasRequest(const Connection& connection) {
 }
 
 // Runs the request at the front of a connection's input, if all of it is there.
-void Server::nextRequest(uint64_t id, std::unique_lock<std::mutex>& lock) {
+void Server::nextRequest(uint64_t id) {
   Connection* const connection = findConnection(id);
   if (connection == nullptr || connection->have < kHeaderSize) return;
   const FrameHeader header = readHeader(connection->input.data());
@@ -381,7 +378,7 @@ void Server::nextRequest(uint64_t id, std::unique_lock<std::mutex>& lock) {
   }
   Endpoint* const endpoint = findEndpoint(connection->endpoint);
   if (endpoint == nullptr || endpoint->object == nullptr) return drop(id, nullptr);
-  transact(id, header, *endpoint->object, lock);
+  transact(id, header, *endpoint->object);
 }
 
 // Ends the connection that holds most when all together hold too much.
@@ -400,11 +397,10 @@ void Server::limitBuffered() {
   if (total > kMaxBuffered) drop(largest, "too much is buffered");
 }
 
-void Server::transact(uint64_t id, const FrameHeader& header, ServedObject& object,
-                      std::unique_lock<std::mutex>& lock) {
+void Server::transact(uint64_t id, const FrameHeader& header, ServedObject& object) {
   BUSPlatform::of(reply_).clear();
   running_ = &object;
-  lock.unlock();
+  mutex_.unlock();
   bool threw = true;
   try {
     BUSParam* const reply = header.kind == FrameKind::kRequest ? &reply_ : nullptr;
@@ -415,9 +411,9 @@ void Server::transact(uint64_t id, const FrameHeader& header, ServedObject& obje
   } catch (...) {
     log().Error("BUS: a transaction threw");
   }
-  lock.lock();
+  mutex_.lock();
   running_ = nullptr;
-  transactionEnded_.notify_all();
+  transactionEnded_.notifyAll();
   if (forked_) return;
   Connection* const connection = findConnection(id);
   if (connection == nullptr) return;

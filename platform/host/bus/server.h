@@ -4,12 +4,9 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
-#include <thread>
 #include <unordered_map>
 #include <unordered_set>
 #include <vector>
@@ -18,8 +15,14 @@
 #include "bus/name.h"
 #include "bus/param.h"
 #include "bus/socket.h"
+#include "process/mutex.h"
+#include "process/thread.h"
 
 namespace bus {
+
+using atschost::CondVar;
+using atschost::Mutex;
+using atschost::MutexLock;
 
 class Client;
 
@@ -82,49 +85,53 @@ class Server {
 
   Server() = default;
   static Server*& current();
-  static void resetAfterFork();
+  // Around a fork: the analysis sees one function at a time.
+  static void lockBeforeFork() NO_THREAD_SAFETY_ANALYSIS;
+  static void unlockAfterFork() NO_THREAD_SAFETY_ANALYSIS;
+  static void resetAfterFork() NO_THREAD_SAFETY_ANALYSIS;
 
-  bool own(std::unique_ptr<OwnedName> owned, bool serving);
-  void attach(Endpoint& endpoint);
-  void accept(Endpoint& endpoint, bool fromListener);
-  void pauseAccepting();
-  void resumeAccepting();
-  bool startThread();
-  bool watch(int fd, uint64_t id, uint32_t events);
+  bool own(std::unique_ptr<OwnedName> owned, bool serving) EXCLUDES(mutex_);
+  void attach(Endpoint& endpoint) REQUIRES(mutex_);
+  void accept(Endpoint& endpoint, bool fromListener) REQUIRES(mutex_);
+  void pauseAccepting() REQUIRES(mutex_);
+  void resumeAccepting() REQUIRES(mutex_);
+  bool startThread() REQUIRES(mutex_);
+  bool watch(int fd, uint64_t id, uint32_t events) REQUIRES(mutex_);
 
-  void run();
-  void handle(uint64_t id, bool hasEvent, std::unique_lock<std::mutex>& lock);
+  void run() EXCLUDES(mutex_);
+  void handle(uint64_t id, bool hasEvent) REQUIRES(mutex_);
   static bool hasRequest(const Connection& connection);
-  bool receive(uint64_t id, Connection& connection);
-  void nextRequest(uint64_t id, std::unique_lock<std::mutex>& lock);
-  void limitBuffered();
-  void transact(uint64_t id, const FrameHeader& header, ServedObject& object,
-                std::unique_lock<std::mutex>& lock);
-  void send(uint64_t id, Connection& connection, const char* bytes, size_t size);
-  void flush(uint64_t id, Connection& connection);
-  void drop(uint64_t id, const char* reason);
+  bool receive(uint64_t id, Connection& connection) REQUIRES(mutex_);
+  void nextRequest(uint64_t id) REQUIRES(mutex_);
+  void limitBuffered() REQUIRES(mutex_);
+  void transact(uint64_t id, const FrameHeader& header, ServedObject& object) REQUIRES(mutex_);
+  void send(uint64_t id, Connection& connection, const char* bytes, size_t size) REQUIRES(mutex_);
+  void flush(uint64_t id, Connection& connection) REQUIRES(mutex_);
+  void drop(uint64_t id, const char* reason) REQUIRES(mutex_);
 
-  Endpoint* findEndpoint(uint64_t id);
-  Endpoint* findEndpoint(const std::string& name);
-  Connection* findConnection(uint64_t id);
+  Endpoint* findEndpoint(uint64_t id) REQUIRES(mutex_);
+  Endpoint* findEndpoint(const std::string& name) REQUIRES(mutex_);
+  Connection* findConnection(uint64_t id) REQUIRES(mutex_);
 
-  std::mutex mutex_;
-  std::condition_variable transactionEnded_;
-  std::thread thread_;
+  Mutex mutex_;
+  CondVar transactionEnded_;
+  atschost::Thread thread_;  // started under the mutex
   std::atomic<bool> ending_{false};
-  bool forked_ = false;  // this is the parent's server, seen from a child
-  bool paused_ = false;  // no descriptors left: nothing is accepted for a while
-  std::chrono::steady_clock::time_point resumeAt_;
-  Faults faults_;
-  Fd epoll_;
-  Fd wake_;
-  uint64_t lastId_ = 0;
-  std::vector<std::unique_ptr<Endpoint>> endpoints_;
-  std::unordered_map<uint64_t, Connection> connections_;
-  std::vector<uint64_t> ready_;         // connections that may have another whole request buffered
-  std::vector<ServedObject*> objects_;  // complete ones
-  ServedObject* running_ = nullptr;
-  std::unordered_set<Client*> clients_;
+  bool forked_ GUARDED_BY(mutex_) = false;  // this is the parent's server, seen from a child
+  // No descriptors left: nothing is accepted for a while.
+  bool paused_ GUARDED_BY(mutex_) = false;
+  std::chrono::steady_clock::time_point resumeAt_ GUARDED_BY(mutex_);
+  Faults faults_ GUARDED_BY(mutex_);
+  Fd epoll_;  // made before the thread starts
+  Fd wake_ GUARDED_BY(mutex_);
+  uint64_t lastId_ GUARDED_BY(mutex_) = 0;
+  std::vector<std::unique_ptr<Endpoint>> endpoints_ GUARDED_BY(mutex_);
+  std::unordered_map<uint64_t, Connection> connections_ GUARDED_BY(mutex_);
+  // Connections that may have another whole request buffered.
+  std::vector<uint64_t> ready_ GUARDED_BY(mutex_);
+  std::vector<ServedObject*> objects_ GUARDED_BY(mutex_);  // complete ones
+  ServedObject* running_ GUARDED_BY(mutex_) = nullptr;
+  std::unordered_set<Client*> clients_ GUARDED_BY(mutex_);
   const Server* parent_ = nullptr;  // keeps the memory of the parent's server referenced
 
   // Used by the server thread only; kept to be reused.

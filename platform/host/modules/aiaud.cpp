@@ -5,5 +5,5 @@
 
 int AIAUD_set_dual_mode(uint32_t mode) {
   return atschost::loggedStatusOf(
-      __func__, [&] { return atschost::hostReceiver().setDualMode(mode); }, mode);
+      __func__, [&] { return atschost::hostReceiver().player().setDualMode(mode); }, mode);
 }

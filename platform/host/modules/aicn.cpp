@@ -26,7 +26,8 @@ int valueOf(const char* function, int otherwise, Read read) {
 
 int setLanguage(const char* function, int32_t AudioLanguages::*which, int32_t language) {
   return loggedStatusOf(
-      function, [&] { return hostReceiver().setAudioLanguage(which, language); }, language);
+      function, [&] { return hostReceiver().player().setAudioLanguage(which, language); },
+      language);
 }
 
 int getLanguage(const char* function, int32_t AudioLanguages::*which, int32_t* language) {
@@ -34,7 +35,7 @@ int getLanguage(const char* function, int32_t AudioLanguages::*which, int32_t* l
       function,
       [&] {
         if (!language) return false;
-        *language = hostReceiver().audioLanguages().*which;
+        *language = hostReceiver().settings().languages().*which;
         return true;
       },
       language);
@@ -45,7 +46,7 @@ int getLanguage(const char* function, int32_t AudioLanguages::*which, int32_t* l
 int AICN_get_current(AISRV_service_info* record) {
   const auto body = [&] {
     if (!record) return false;
-    const auto service = hostReceiver().current();
+    const auto service = hostReceiver().player().current();
     if (service) atschost::copyRecord(*service, *record);
     return service.has_value();
   };
@@ -59,34 +60,30 @@ int AICN_get_current(AISRV_service_info* record) {
 
 int AICN_get_curr_input_source() {
   return valueOf(__func__, AI_INPUT_TERRESTRIAL,
-                 [](const atschost::Receiver& receiver) { return receiver.currentSource(); });
+                 [](atschost::Receiver& receiver) { return receiver.settings().source(); });
 }
 
 int AICN_get_chan_state() {
   return valueOf(__func__, 0,
-                 [](const atschost::Receiver& receiver) { return receiver.isPlaying(); });
+                 [](atschost::Receiver& receiver) { return receiver.player().isPlaying(); });
 }
 
+// A service plays only when it is asked for.
 int AICN_set_skip_play_srv(int skip) {
   return loggedStatusOf(
-      __func__,
-      [&] {
-        hostReceiver().setSkipPlay(skip != 0);
-        return true;
-      },
-      skip);
+      __func__, [] { return true; }, skip);
 }
 
 int AICN_get_tuner_mode() {
   return valueOf(__func__, AI_INPUT_TERRESTRIAL,
-                 [](const atschost::Receiver& receiver) { return receiver.tunerSource(); });
+                 [](atschost::Receiver& receiver) { return receiver.player().tunerSource(); });
 }
 
 int AICN_set_play_from_ap(int fromApplication) {
   return loggedStatusOf(
       __func__,
       [&] {
-        hostReceiver().setPlayFromApplication(fromApplication != 0);
+        hostReceiver().player().setPlayFromApplication(fromApplication != 0);
         return true;
       },
       fromApplication);

@@ -2,12 +2,13 @@
 
 #include <algorithm>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <unordered_map>
 
 #include "modules/call.h"
 #include "modules/host.h"
+#include "process/immortal.h"
+#include "process/mutex.h"
 #include "receiver/tables/psip_text.h"
 
 using atschost::copyText;
@@ -33,16 +34,17 @@ class ServiceIndex {
 
   std::optional<Place> find(uint32_t source, uint32_t record) {
     const auto& services = hostReceiver().services();
-    std::lock_guard<std::mutex> lock(mutex_);
+    const atschost::MutexLock lock(mutex_);
     const unsigned generation = services.generation();
     if (generation_ != generation) {
-      places_.clear();
+      std::unordered_map<uint64_t, Place> places;
       for (const uint32_t listed : {AI_INPUT_TERRESTRIAL, AI_INPUT_CABLE}) {
         services.visit(listed, [&](const Service& service) {
-          places_[key(listed, service.record)] = {service.key.frequency, service.sourceId};
+          places[key(listed, service.record)] = {service.key.frequency, service.sourceId};
           return true;
         });
       }
+      places_ = std::move(places);
       generation_ = generation;
     }
     const auto found = places_.find(key(source, record));
@@ -53,14 +55,14 @@ class ServiceIndex {
  private:
   static uint64_t key(uint32_t source, uint32_t record) { return uint64_t{source} << 32 | record; }
 
-  std::mutex mutex_;
-  std::optional<unsigned> generation_;
-  std::unordered_map<uint64_t, Place> places_;
+  atschost::Mutex mutex_;
+  std::optional<unsigned> generation_ GUARDED_BY(mutex_);
+  std::unordered_map<uint64_t, Place> places_ GUARDED_BY(mutex_);
 };
 
 // Never destroyed: a thread may ask during exit.
 ServiceIndex& serviceIndex() {
-  static ServiceIndex& index = *new ServiceIndex;
+  static ServiceIndex& index = atschost::immortal<ServiceIndex>();
   return index;
 }
 
@@ -104,7 +106,7 @@ bool copyEvents(uint32_t serviceRec, uint32_t inputSource, uint64_t first, AIEC_
   const Events events = eventsOf(inputSource, serviceRec);
   if (!events) return false;
   copied = 0;
-  const auto isBlocked = hostReceiver().blockedEvents();
+  const auto isBlocked = hostReceiver().viewing().blockedEvents();
   for (uint64_t i = first; i < events->size() && copied < count; ++i) {
     const auto index = static_cast<uint32_t>(i);
     const ShownEvent& shown = (*events)[index];
@@ -161,7 +163,7 @@ int AIEC_get_multiple_event_rating_string(const AIEC_event_key* event, multiple_
 int AIEC_check_rating(const AISRV_service_info* service) {
   int verdict = -1;
   const auto check = [&] {
-    const auto now = service ? hostReceiver().onNow(service->service_id) : std::nullopt;
+    const auto now = service ? hostReceiver().player().onNow(service->service_id) : std::nullopt;
     if (!now) return false;
     if (!now->enabled || now->unlocked)
       verdict = 0;

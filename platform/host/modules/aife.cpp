@@ -19,7 +19,7 @@ int AIFE_get_tuning_details(uint32_t tuner, uint32_t path, AIFE_tuning_details* 
       __func__,
       [&] {
         if (!isTuner(tuner, path) || !details) return false;
-        *details = hostReceiver().tuning();
+        *details = hostReceiver().player().tuning();
         return true;
       },
       tuner, path, details ? &details->frequency : nullptr);
@@ -30,7 +30,7 @@ int AIFE_tune_stop_request(uint32_t tuner, uint32_t path) {
       __func__,
       [&] {
         if (!isTuner(tuner, path)) return false;
-        hostReceiver().stopTuning();
+        hostReceiver().player().stopTuning();
         return true;
       },
       tuner, path);

@@ -18,11 +18,11 @@ int alertSetting(const char* function, int32_t atschost::AlertSettings::Values::
       [&] {
         if (!value) return false;
         if (direction == AIFW_EAS_READ) {
-          *value = hostReceiver().alertSetting(which);
+          *value = hostReceiver().settings().alert(which);
           return true;
         }
         return direction == AIFW_EAS_WRITE && *value >= 0 && *value <= max &&
-               hostReceiver().setAlertSetting(which, *value);
+               hostReceiver().settings().setAlert(which, *value);
       },
       value, direction);
 }
@@ -73,7 +73,7 @@ int AIFW_powerTransition_request(int powerdown) {
       __func__,
       [&] {
         if (powerdown != 0) return hostReceiver().enterStandby();
-        hostReceiver().leaveStandby();
+        hostReceiver().player().leaveStandby();
         return true;
       },
       powerdown);
@@ -82,32 +82,39 @@ int AIFW_powerTransition_request(int powerdown) {
 int AIFW_play_src(uint32_t path, uint32_t inputSource) {
   return loggedStatusOf(
       __func__,
-      [&] { return path == 0 && isSource(inputSource) && hostReceiver().playSource(inputSource); },
+      [&] {
+        return path == 0 && isSource(inputSource) &&
+               hostReceiver().player().playSource(inputSource);
+      },
       path, inputSource);
 }
 
 int AIFW_play_curr_src() {
-  return loggedStatusOf(__func__,
-                        [] { return hostReceiver().playSource(hostReceiver().currentSource()); });
+  return loggedStatusOf(__func__, [] {
+    return hostReceiver().player().playSource(hostReceiver().settings().source());
+  });
 }
 
 int AIFW_play_first_service(uint32_t inputSource, uint32_t frequency) {
   return loggedStatusOf(
       __func__,
-      [&] { return isSource(inputSource) && hostReceiver().playFirst(inputSource, frequency); },
+      [&] {
+        return isSource(inputSource) && hostReceiver().player().playFirst(inputSource, frequency);
+      },
       inputSource, frequency);
 }
 
 int AIFW_stop_curr_src() {
   return loggedStatusOf(__func__, [] {
-    hostReceiver().stopPlaying();
+    hostReceiver().player().stopPlaying();
     return true;
   });
 }
 
 int AIFW_handle_tuner_mode_change(int mode) {
   return loggedStatusOf(
-      __func__, [&] { return hostReceiver().followTuner(static_cast<uint32_t>(mode)); }, mode);
+      __func__, [&] { return hostReceiver().player().followTuner(static_cast<uint32_t>(mode)); },
+      mode);
 }
 
 int AIFW_channel_change(const AIFW_channel_change_request* request) {
@@ -115,7 +122,8 @@ int AIFW_channel_change(const AIFW_channel_change_request* request) {
   return loggedStatusOf(
       __func__,
       [&] {
-        return request && isSource(request->input_source) && hostReceiver().changeChannel(*request);
+        return request && isSource(request->input_source) &&
+               hostReceiver().player().changeChannel(*request);
       },
       memberOf(request, &Request::mode), memberOf(request, &Request::input_source),
       memberOf(request, &Request::major), memberOf(request, &Request::minor),
@@ -129,9 +137,9 @@ int AIFW_modify_service(uint32_t operation, const AISRV_service_info* record) {
         if (!record) return false;
         switch (operation) {
           case AIFW_SERVICE_ADD:
-            return hostReceiver().addService(*record);
+            return hostReceiver().serviceEditor().add(*record);
           case AIFW_SERVICE_MODIFY:
-            return hostReceiver().modifyService(*record);
+            return hostReceiver().serviceEditor().modify(*record);
           default:
             return false;
         }
@@ -144,14 +152,14 @@ int AIFW_modify_service(uint32_t operation, const AISRV_service_info* record) {
 
 int AIFW_change_audio(uint8_t track) {
   return loggedStatusOf(
-      __func__, [&] { return hostReceiver().chooseAudio(track); }, track);
+      __func__, [&] { return hostReceiver().player().chooseAudio(track); }, track);
 }
 
 int AIFW_passwd_reqd_non_play_src(int required) {
   return loggedStatusOf(
       __func__,
       [&] {
-        hostReceiver().setPasswordRequired(required != 0);
+        hostReceiver().player().setPasswordRequired(required != 0);
         return true;
       },
       required);
@@ -161,7 +169,7 @@ int AIFW_pwd_unlocked_no_playing(int unlocked) {
   return loggedStatusOf(
       __func__,
       [&] {
-        hostReceiver().setPasswordGiven(unlocked != 0);
+        hostReceiver().player().setPasswordGiven(unlocked != 0);
         return true;
       },
       unlocked);
@@ -169,7 +177,7 @@ int AIFW_pwd_unlocked_no_playing(int unlocked) {
 
 int AIFW_pwd_unlocked_no_checking_status(int unlocked) {
   return loggedStatusOf(
-      __func__, [&] { return hostReceiver().setUnlocked(unlocked != 0); }, unlocked);
+      __func__, [&] { return hostReceiver().player().setUnlocked(unlocked != 0); }, unlocked);
 }
 
 int AIFW_get_curr_region(AIPC_region_list_t* region) {

@@ -8,7 +8,7 @@ int AIPT_get_index_status(int* status, int path) {
       __func__,
       [&] {
         if (!status || path != 0) return false;
-        *status = atschost::hostReceiver().isPlaying() ? 1 : 0;
+        *status = atschost::hostReceiver().player().isPlaying() ? 1 : 0;
         return true;
       },
       status, path);

@@ -75,7 +75,7 @@ int AISRV_get_pid_details(const AISRV_service_info* service, AISRV_pid_details* 
 int AISRV_get_CAD_list(const AISRV_service_info* service, uint8_t* count, uint8_t* regions) {
   const auto read = [&] {
     if (!service || !count || (!regions && *count > 0)) return false;
-    const auto now = hostReceiver().onNow(service->service_id);
+    const auto now = hostReceiver().player().onNow(service->service_id);
     if (!now) return false;
     const unsigned capacity = std::min<unsigned>(*count, AISRV_MAX_ADVISORIES);
     *count = 0;
@@ -92,7 +92,8 @@ int AISRV_get_CAD_list(const AISRV_service_info* service, uint8_t* count, uint8_
 
 int AISRV_get_rating_status(const AISRV_service_info* service, uint32_t* status) {
   const auto read = [&] {
-    const auto now = service && status ? hostReceiver().onNow(service->service_id) : std::nullopt;
+    const auto now =
+        service && status ? hostReceiver().player().onNow(service->service_id) : std::nullopt;
     if (!now) return false;
     const bool counts = now->byStreams || !now->verdict.rated;
     *status = counts && now->verdict.blocked && !now->unlocked ? 1 : 0;
@@ -107,5 +108,5 @@ int AISRV_sync_to_database() {
 
 int AISRV_reset_db(uint32_t inputSource) {
   return loggedStatusOf(
-      __func__, [&] { return hostReceiver().resetServices(inputSource); }, inputSource);
+      __func__, [&] { return hostReceiver().serviceEditor().reset(inputSource); }, inputSource);
 }

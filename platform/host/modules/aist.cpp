@@ -24,7 +24,7 @@ int AIST_get_cur_time_secs(uint32_t* seconds) {
 int AIST_manual_mode_enable(int manual) {
   const auto set = [&] {
     hostReceiver().clock().setAutomatic(manual == 0);
-    return hostReceiver().keepSettings();
+    return hostReceiver().settings().keep();
   };
   return loggedStatusOf(__func__, set, manual);
 }
@@ -33,7 +33,7 @@ int AIST_set_current_time_zone(int32_t zone) {
   const auto set = [&] {
     if (!atschost::isZone(zone)) return false;
     hostReceiver().clock().setZone(zone);
-    return hostReceiver().keepSettings();
+    return hostReceiver().settings().keep();
   };
   return loggedStatusOf(__func__, set, zone);
 }

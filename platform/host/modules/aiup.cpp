@@ -8,7 +8,7 @@ using atschost::loggedStatusOf;
 
 int AIUP_store_all() {
   return loggedStatusOf(__func__, [] {
-    hostReceiver().storeSettings();
+    hostReceiver().settings().store();
     return true;
   });
 }
@@ -17,6 +17,6 @@ int AIUP_sync() {
   return loggedStatusOf(__func__, [] {
     const bool regions = hostReceiver().ratingRegions().store();
     const bool parental = hostReceiver().parental().sync();
-    return hostReceiver().syncSettings() && regions && parental;
+    return hostReceiver().settings().sync() && regions && parental;
   });
 }

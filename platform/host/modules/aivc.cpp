@@ -8,7 +8,7 @@ int AIVC_close_video(uint32_t path) {
       __func__,
       [&] {
         if (path != 0) return false;
-        atschost::hostReceiver().closePicture();
+        atschost::hostReceiver().player().closePicture();
         return true;
       },
       path);

@@ -13,6 +13,8 @@
 #include <exception>
 #include <string>
 
+#include "process/immortal.h"
+
 namespace {
 
 using spdlog::level::level_enum;
@@ -43,7 +45,7 @@ level_enum activeLevel() {
 // exit, is not used. Never destroyed, because a logger may be constructed during exit.
 const spdlog::sink_ptr& sink() {
   static const spdlog::sink_ptr& sink =
-      *new spdlog::sink_ptr(std::make_shared<spdlog::sinks::stderr_sink_mt>());
+      atschost::immortal<spdlog::sink_ptr>(std::make_shared<spdlog::sinks::stderr_sink_mt>());
   return sink;
 }
 

@@ -5,5 +5,5 @@
 
 int RMGRReload() {
   return atschost::loggedStatusOf(__func__,
-                                  [] { return atschost::hostReceiver().reloadServices(); });
+                                  [] { return atschost::hostReceiver().serviceEditor().reload(); });
 }

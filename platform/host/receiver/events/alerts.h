@@ -7,9 +7,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
-#include <mutex>
 #include <optional>
 
+#include "process/mutex.h"
 #include "receiver/events/event_queue.h"
 #include "receiver/tables/psip_decoder.h"
 
@@ -25,21 +25,21 @@ class AlertSettings {
   };
 
   Values get() const {
-    std::lock_guard<std::mutex> lock(mutex_);
+    const MutexLock lock(mutex_);
     return values_;
   }
   void set(const Values& values) {
-    std::lock_guard<std::mutex> lock(mutex_);
+    const MutexLock lock(mutex_);
     values_ = values;
   }
   void set(int32_t Values::*which, int32_t value) {
-    std::lock_guard<std::mutex> lock(mutex_);
+    const MutexLock lock(mutex_);
     values_.*which = value;
   }
 
  private:
-  mutable std::mutex mutex_;
-  Values values_;
+  mutable Mutex mutex_;
+  Values values_ GUARDED_BY(mutex_);
 };
 
 // For one tuning. One thread.

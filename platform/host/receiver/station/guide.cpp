@@ -8,6 +8,8 @@
 #include <unordered_map>
 #include <utility>
 
+#include "process/immortal.h"
+
 namespace atschost {
 namespace {
 
@@ -116,7 +118,7 @@ bool sameTexts(const ShownEvents& a, const ShownEvents& b) {
 // Never destroyed: a thread may ask during exit.
 const std::shared_ptr<const ShownEvents>& nothing() {
   static const auto& empty =
-      *new std::shared_ptr<const ShownEvents>(std::make_shared<const ShownEvents>());
+      immortal<std::shared_ptr<const ShownEvents>>(std::make_shared<const ShownEvents>());
   return empty;
 }
 
@@ -135,10 +137,10 @@ struct Guide::Carrier {
 
 Guide::Change Guide::update(uint32_t source, uint32_t frequency, const GuideTables& tables,
                             std::optional<uint8_t> gpsUtcOffset) {
-  std::lock_guard<std::mutex> updateLock(updateMutex_);
+  const MutexLock updateLock(updateMutex_);
   std::shared_ptr<const Carrier> old;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    const MutexLock lock(mutex_);
     const auto found = carriers_.find({source, frequency});
     if (found != carriers_.end()) old = found->second;
   }
@@ -159,21 +161,21 @@ Guide::Change Guide::update(uint32_t source, uint32_t frequency, const GuideTabl
     if (!sameEvents(before, after)) change.events.push_back(sourceId);
     if (!sameTexts(before, after)) change.texts.push_back(sourceId);
   }
-  std::lock_guard<std::mutex> lock(mutex_);
+  const MutexLock lock(mutex_);
   carriers_[{source, frequency}] = std::move(carrier);
   return change;
 }
 
 std::shared_ptr<const ShownEvents> Guide::events(uint32_t source, uint32_t frequency,
                                                  uint16_t sourceId) const {
-  std::lock_guard<std::mutex> lock(mutex_);
+  const MutexLock lock(mutex_);
   const auto found = carriers_.find({source, frequency});
   return found == carriers_.end() ? nothing() : ofSource(found->second->schedule, sourceId);
 }
 
 std::vector<uint16_t> Guide::sourceIds(uint32_t source) const {
   std::set<uint16_t> ids;
-  std::lock_guard<std::mutex> lock(mutex_);
+  const MutexLock lock(mutex_);
   for (const auto& [key, carrier] : carriers_) {
     if (std::get<0>(key) != source) continue;
     for (const auto& [source_id, events] : carrier->schedule)

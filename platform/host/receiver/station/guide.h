@@ -5,12 +5,12 @@
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <tuple>
 #include <vector>
 
+#include "process/mutex.h"
 #include "receiver/tables/psip_decoder.h"
 
 namespace atschost {
@@ -50,9 +50,10 @@ class Guide {
  private:
   struct Carrier;  // not changed once it is in the map
 
-  std::mutex updateMutex_;    // one update at a time; taken before the other
-  mutable std::mutex mutex_;  // of carriers_, held but for a look
-  std::map<std::tuple<uint32_t, uint32_t>, std::shared_ptr<const Carrier>> carriers_;
+  Mutex updateMutex_;    // one update at a time
+  mutable Mutex mutex_;  // held but for a look
+  std::map<std::tuple<uint32_t, uint32_t>, std::shared_ptr<const Carrier>> carriers_
+      GUARDED_BY(mutex_);
 };
 
 }  // namespace atschost

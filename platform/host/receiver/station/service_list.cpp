@@ -231,13 +231,15 @@ bool forgetBroadcast(Service& service) {
 
 ServiceList::ServiceList(const std::string& stateFolder)
     : file_(stateFolder, "services.json", "atsc-host-services-1") {
-  file_.load([this](const Json::Value& content) { services_ = listFromJson(content); });
+  std::vector<Service> stored;
+  file_.load([&](const Json::Value& content) { stored = listFromJson(content); });
+  services_ = std::move(stored);
 }
 
 ServiceList::Change ServiceList::replace(uint32_t source, uint32_t frequency,
                                          std::vector<Service> found) {
   Change change;
-  std::lock_guard<std::mutex> lock(mutex_);
+  const MutexLock lock(mutex_);
   FreeRecords records(services_);
 
   std::vector<Service> list;
@@ -293,25 +295,28 @@ ServiceList::Change ServiceList::replace(uint32_t source, uint32_t frequency,
 
 // The file comes first: what cannot be stored is never seen.
 bool ServiceList::change(const std::function<bool(std::vector<Service>& list)>& edit,
-                         const std::function<std::unique_lock<std::mutex>()>& stored) {
-  std::lock_guard<std::mutex> storeLock(storeMutex_);
+                         const Stored& stored) {
+  const MutexLock fileLock(fileMutex_);
   std::vector<Service> list;
   unsigned generation;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    const MutexLock lock(mutex_);
     list = services_;
     generation = generation_;
   }
   if (!edit(list) || !file_.store(toJson(list))) return false;
-  const auto held = stored ? stored() : std::unique_lock<std::mutex>();
-  std::lock_guard<std::mutex> lock(mutex_);
-  if (generation_ != generation) {  // the carriers have changed it meanwhile
-    list = services_;
-    if (!edit(list)) return false;
-  }
-  services_ = std::move(list);
-  ++generation_;
-  return true;
+  bool changed = false;
+  stored([&] {
+    const MutexLock lock(mutex_);
+    if (generation_ != generation) {  // the carriers have changed it meanwhile
+      list = services_;
+      if (!edit(list)) return;
+    }
+    services_ = std::move(list);
+    ++generation_;
+    changed = true;
+  });
+  return changed;
 }
 
 bool ServiceList::add(const Service& service) {
@@ -355,8 +360,7 @@ bool ServiceList::setAudio(const ServiceKey& key, uint8_t track) {
   });
 }
 
-bool ServiceList::reset(uint32_t source,
-                        const std::function<std::unique_lock<std::mutex>()>& stored) {
+bool ServiceList::reset(uint32_t source, const Stored& stored) {
   const bool done = change(
       [&](std::vector<Service>& list) {
         list.erase(
@@ -367,17 +371,17 @@ bool ServiceList::reset(uint32_t source,
       },
       stored);
   if (!done) return false;
-  std::lock_guard<std::mutex> lock(mutex_);
+  const MutexLock lock(mutex_);
   for (auto it = dropped_.begin(); it != dropped_.end();)
     it = it->first.source == source ? dropped_.erase(it) : std::next(it);
   return true;
 }
 
 bool ServiceList::reload() {
-  std::lock_guard<std::mutex> storeLock(storeMutex_);
+  const MutexLock fileLock(fileMutex_);
   std::vector<Service> list;
   if (!file_.load([&](const Json::Value& content) { list = listFromJson(content); })) return false;
-  std::lock_guard<std::mutex> lock(mutex_);
+  const MutexLock lock(mutex_);
   services_ = std::move(list);
   dropped_.clear();
   ++generation_;
@@ -385,7 +389,7 @@ bool ServiceList::reload() {
 }
 
 void ServiceList::visit(uint32_t source, const std::function<bool(const Service&)>& visit) const {
-  std::lock_guard<std::mutex> lock(mutex_);
+  const MutexLock lock(mutex_);
   for (const Service& service : services_)
     if (service.key.source == source && !visit(service)) return;
 }
@@ -400,10 +404,10 @@ std::optional<Service> ServiceList::find(const ServiceKey& key) const {
 }
 
 bool ServiceList::store() {
-  std::lock_guard<std::mutex> storeLock(storeMutex_);
+  const MutexLock fileLock(fileMutex_);
   std::vector<Service> list;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    const MutexLock lock(mutex_);
     list = services_;
   }
   return file_.store(toJson(list));

@@ -5,12 +5,12 @@
 #include <atomic>
 #include <functional>
 #include <map>
-#include <mutex>
 #include <optional>
 #include <set>
 #include <string>
 #include <vector>
 
+#include "process/mutex.h"
 #include "receiver/station/service.h"
 #include "receiver/station/state_file.h"
 
@@ -43,9 +43,11 @@ class ServiceList {
   bool add(const Service& service);
   bool setFlags(uint32_t source, uint32_t record, uint32_t flags, uint32_t favourites);
   bool setAudio(const ServiceKey& key, uint8_t track);
-  // Removes all services of a source, with the marks of those that their carriers took away;
-  // `stored` runs when the empty list is in the file.
-  bool reset(uint32_t source, const std::function<std::unique_lock<std::mutex>()>& stored);
+  // Removes all services of a source, with the marks of those that their carriers took away. Once
+  // the empty list is in the file, calls `stored`, which calls the function that it is given to
+  // change the list; it runs under the lock of the file.
+  using Stored = std::function<void(const std::function<void()>& change)>;
+  bool reset(uint32_t source, const Stored& stored);
 
   // Reads the file anew. False, with nothing changed, when there is none or it cannot be used.
   bool reload();
@@ -63,15 +65,17 @@ class ServiceList {
   bool store();
 
  private:
-  bool change(const std::function<bool(std::vector<Service>& list)>& edit,
-              const std::function<std::unique_lock<std::mutex>()>& stored = {});
+  bool change(
+      const std::function<bool(std::vector<Service>& list)>& edit,
+      const Stored& stored = [](const auto& commit) { commit(); }) EXCLUDES(mutex_);
 
-  mutable std::mutex mutex_;  // of services_ and dropped_
-  std::vector<Service> services_;
-  std::map<ServiceKey, Service> dropped_;  // those with marks that a carrier took from the list
+  mutable Mutex mutex_;
+  std::vector<Service> services_ GUARDED_BY(mutex_);
+  // Those with marks that a carrier took from the list.
+  std::map<ServiceKey, Service> dropped_ GUARDED_BY(mutex_);
   std::atomic<unsigned> generation_{0};
-  std::mutex storeMutex_;  // of file_; taken before mutex_
-  StateFile file_;
+  Mutex fileMutex_;
+  StateFile file_ GUARDED_BY(fileMutex_);
 };
 
 }  // namespace atschost

@@ -5,6 +5,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "process/immortal.h"
 #include "receiver/tables/psip_text.h"
 
 namespace atschost {
@@ -193,7 +194,7 @@ ParentalSettings settingsFromJson(const Json::Value& content) {
 
 // The value of a dimension of regions 1 and 2 with that name; 0 without one.
 uint8_t valueNamed(uint8_t region, uint8_t dimension, std::string_view name) {
-  static const auto& regions = *new std::vector<RatingRegion>(standardRatingRegions());
+  static const auto& regions = immortal<std::vector<RatingRegion>>(standardRatingRegions());
   const auto& values = regions[region - 1u].dimensions[dimension].values;
   const std::string wanted = toUtf16(name);
   for (size_t value = 0; value < values.size(); ++value)
@@ -367,18 +368,20 @@ std::optional<Advisory> advisoryOfText(uint32_t country, uint32_t system, std::s
 Parental::Parental(const std::string& stateFolder)
     : settings_(std::make_shared<const ParentalSettings>()),
       file_(stateFolder, "parental.json", "atsc-host-parental-1") {
-  file_.load([this](const Json::Value& content) {
-    settings_ = std::make_shared<const ParentalSettings>(settingsFromJson(content));
+  std::shared_ptr<const ParentalSettings> stored;
+  file_.load([&](const Json::Value& content) {
+    stored = std::make_shared<const ParentalSettings>(settingsFromJson(content));
   });
+  if (stored) settings_ = std::move(stored);
 }
 
 std::shared_ptr<const ParentalSettings> Parental::settings() const {
-  std::lock_guard<std::mutex> lock(mutex_);
+  const MutexLock lock(mutex_);
   return settings_;
 }
 
 Parental::Change Parental::change(const std::function<bool(ParentalSettings&)>& edit) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  const MutexLock lock(mutex_);
   ParentalSettings changed = *settings_;
   if (!edit(changed)) return Change::kRefused;
   if (changed == *settings_) return Change::kNone;
@@ -388,20 +391,20 @@ Parental::Change Parental::change(const std::function<bool(ParentalSettings&)>& 
 }
 
 void Parental::store() {
-  std::lock_guard<std::mutex> lock(mutex_);
+  const MutexLock lock(mutex_);
   toStore_ = settings_;
 }
 
 bool Parental::sync() {
-  std::lock_guard<std::mutex> fileLock(fileMutex_);
+  const MutexLock fileLock(fileMutex_);
   std::shared_ptr<const ParentalSettings> settings;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    const MutexLock lock(mutex_);
     settings = toStore_;
   }
   if (!settings) return true;
   if (!file_.store(toJson(*settings))) return false;
-  std::lock_guard<std::mutex> lock(mutex_);
+  const MutexLock lock(mutex_);
   if (toStore_ == settings) toStore_.reset();
   return true;
 }

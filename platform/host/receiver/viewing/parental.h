@@ -8,13 +8,13 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "aipc.h"
+#include "process/mutex.h"
 #include "receiver/station/state_file.h"
 #include "receiver/tables/content_advisory.h"
 #include "receiver/tables/rating_region.h"
@@ -88,12 +88,13 @@ class Parental {
   bool sync();
 
  private:
-  mutable std::mutex mutex_;  // of the fields up to fileMutex_
-  std::shared_ptr<const ParentalSettings> settings_;
-  std::shared_ptr<const ParentalSettings> toStore_;  // null: nothing is to be written
+  mutable Mutex mutex_;
+  std::shared_ptr<const ParentalSettings> settings_ GUARDED_BY(mutex_);
+  // Null: nothing is to be written.
+  std::shared_ptr<const ParentalSettings> toStore_ GUARDED_BY(mutex_);
 
-  std::mutex fileMutex_;  // taken before mutex_, which is not held while the file is written
-  StateFile file_;
+  Mutex fileMutex_;
+  StateFile file_ GUARDED_BY(fileMutex_);
 };
 
 }  // namespace atschost

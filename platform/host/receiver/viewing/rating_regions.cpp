@@ -48,14 +48,17 @@ RatingRegions::RatingRegions(const std::string& stateFolder, EventQueue& events,
     : events_(events),
       learned_(std::move(learned)),
       file_(stateFolder, "regions.json", "atsc-host-regions-1") {
+  Tables tables;
   for (RatingRegion& region : standardRatingRegions()) {
     const uint8_t number = region.number;
-    known_[number].region = std::make_shared<const RatingRegion>(std::move(region));
+    tables[number].region = std::make_shared<const RatingRegion>(std::move(region));
   }
-  file_.load([this](const Json::Value& content) { load(content); });
+  file_.load([&](const Json::Value& content) { load(content, tables); });
+  known_ = std::move(tables);
 }
 
-void RatingRegions::load(const Json::Value& content) {
+// A table that cannot be used is left out; the others count.
+void RatingRegions::load(const Json::Value& content, Tables& tables) {
   const Json::Value& sections = content["sections"];
   if (!sections.isArray()) throw std::runtime_error("\"sections\" is not a list");
   std::map<uint8_t, Known> loaded;
@@ -75,14 +78,14 @@ void RatingRegions::load(const Json::Value& content) {
   }
   if (lastFault)
     log().Warn("%zu stored rating region tables are not used: %s", unusable, lastFault);
-  for (auto& [number, known] : loaded) known_[number] = std::move(known);
+  for (auto& [number, known] : loaded) tables[number] = std::move(known);
 }
 
 void RatingRegions::receive(std::vector<RatingRegionTable> tables) {
   bool learned = false;
   bool store = false;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    const MutexLock lock(mutex_);
     for (RatingRegionTable& table : tables) {
       const uint8_t number = table.region.number;
       const std::pair<uint8_t, uint32_t> content(number, crcOf(table.section));
@@ -105,12 +108,13 @@ void RatingRegions::receive(std::vector<RatingRegionTable> tables) {
   if (learned && learned_) learned_();
   if (!store) return;
   // Whoever stores just now will not be waited for: the next call does it.
-  std::unique_lock<std::mutex> fileLock(fileMutex_, std::try_to_lock);
-  if (fileLock && std::chrono::steady_clock::now() >= nextStore_) storeLocked();
+  if (!fileMutex_.tryLock()) return;
+  const MutexLock fileLock(fileMutex_, std::adopt_lock);
+  if (std::chrono::steady_clock::now() >= nextStore_) storeLocked();
 }
 
 bool RatingRegions::store() {
-  std::lock_guard<std::mutex> fileLock(fileMutex_);
+  const MutexLock fileLock(fileMutex_);
   return storeLocked();
 }
 
@@ -118,7 +122,7 @@ bool RatingRegions::storeLocked() {
   Json::Value content;
   content["sections"] = Json::arrayValue;
   {
-    std::lock_guard<std::mutex> lock(mutex_);
+    const MutexLock lock(mutex_);
     if (!changed_) return true;
     changed_ = false;
     for (const auto& [number, known] : known_)
@@ -128,21 +132,21 @@ bool RatingRegions::storeLocked() {
   nextStore_ = std::chrono::steady_clock::now();
   nextStore_ += stored ? kStoreInterval : kRetryInterval;
   if (!stored) {
-    std::lock_guard<std::mutex> lock(mutex_);
+    const MutexLock lock(mutex_);
     changed_ = true;
   }
   return stored;
 }
 
 std::shared_ptr<const RatingRegion> RatingRegions::region(uint8_t number) const {
-  std::lock_guard<std::mutex> lock(mutex_);
+  const MutexLock lock(mutex_);
   const auto found = known_.find(number);
   return found == known_.end() ? nullptr : found->second.region;
 }
 
 std::vector<uint8_t> RatingRegions::numbers() const {
   std::vector<uint8_t> numbers;
-  std::lock_guard<std::mutex> lock(mutex_);
+  const MutexLock lock(mutex_);
   for (const auto& [number, known] : known_) numbers.push_back(number);
   return numbers;
 }

@@ -7,12 +7,12 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <set>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "process/mutex.h"
 #include "receiver/events/event_queue.h"
 #include "receiver/station/state_file.h"
 #include "receiver/tables/psip_decoder.h"
@@ -48,19 +48,22 @@ class RatingRegions {
     std::vector<uint8_t> section;  // as received; empty: what the standard says
   };
 
-  void load(const Json::Value& content);
-  bool storeLocked();
+  using Tables = std::map<uint8_t, Known>;  // by number
+
+  static void load(const Json::Value& content, Tables& tables);
+  bool storeLocked() REQUIRES(fileMutex_);
 
   EventQueue& events_;
   const std::function<void()> learned_;
-  mutable std::mutex mutex_;                         // of the fields up to fileMutex_
-  std::map<uint8_t, Known> known_;                   // by number
-  std::set<std::pair<uint8_t, uint32_t>> reported_;  // region and CRC_32
-  bool changed_ = false;                             // since it was stored
+  mutable Mutex mutex_;
+  Tables known_ GUARDED_BY(mutex_);
+  std::set<std::pair<uint8_t, uint32_t>> reported_ GUARDED_BY(mutex_);  // region and CRC_32
+  bool changed_ GUARDED_BY(mutex_) = false;                             // since it was stored
 
-  std::mutex fileMutex_;  // taken before mutex_, which is not held while the file is written
-  StateFile file_;
-  std::chrono::steady_clock::time_point nextStore_{};  // not before, but for store()
+  Mutex fileMutex_;
+  StateFile file_ GUARDED_BY(fileMutex_);
+  // Not before, but for store().
+  std::chrono::steady_clock::time_point nextStore_ GUARDED_BY(fileMutex_){};
 };
 
 }  // namespace atschost

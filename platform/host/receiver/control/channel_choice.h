@@ -1,0 +1,26 @@
+// Which services a channel change means.
+#ifndef ATSC_HOST_RECEIVER_CONTROL_CHANNEL_CHOICE_H_
+#define ATSC_HOST_RECEIVER_CONTROL_CHANNEL_CHOICE_H_
+
+#include <optional>
+#include <vector>
+
+#include "aifw.h"
+#include "receiver/station/service_list.h"
+
+namespace atschost {
+
+bool isDeleted(const Service& service);
+
+// Returns the services of a source that are not deleted, on one frequency unless `frequency` is 0.
+std::vector<Service> listedServices(const ServiceList& list, uint32_t source, uint32_t frequency);
+
+// Returns the services that a channel change may lead to, in the order in which they are to be
+// tried. `last` is the service that played last on the source. Returns nullopt for an unknown mode.
+std::optional<std::vector<Service>> chooseServices(const ServiceList& list,
+                                                   const AIFW_channel_change_request& request,
+                                                   const std::optional<ServiceKey>& last);
+
+}  // namespace atschost
+
+#endif  // ATSC_HOST_RECEIVER_CONTROL_CHANNEL_CHOICE_H_

@@ -1,0 +1,25 @@
+// What of a service is seen and heard.
+#ifndef ATSC_HOST_RECEIVER_CONTROL_PRESENTATION_H_
+#define ATSC_HOST_RECEIVER_CONTROL_PRESENTATION_H_
+
+#include <cstdint>
+#include <string>
+
+#include "receiver/station/audio.h"
+#include "receiver/station/service.h"
+#include "receiver/viewing/gate.h"
+
+namespace atschost {
+
+struct Presentation {
+  uint8_t audioTrack = 0;  // that is heard, from 1; 0 for none
+  std::string text;        // for the log
+};
+
+// Chooses the streams of a service that plays. `dualMode` is one of AIAUD_DUAL_*.
+Presentation present(const Service& service, const Gate& gate, bool pictureOpen,
+                     const AudioLanguages& languages, uint32_t dualMode);
+
+}  // namespace atschost
+
+#endif  // ATSC_HOST_RECEIVER_CONTROL_PRESENTATION_H_

@@ -1,0 +1,37 @@
+// What the viewer changes in the service list.
+#ifndef ATSC_HOST_RECEIVER_CONTROL_SERVICE_EDITOR_H_
+#define ATSC_HOST_RECEIVER_CONTROL_SERVICE_EDITOR_H_
+
+#include <cstdint>
+
+#include "aisrv.h"
+#include "receiver/control/player.h"
+#include "receiver/events/event_queue.h"
+#include "receiver/station/service_list.h"
+#include "receiver/tuners/live_tuner.h"
+
+namespace atschost {
+
+// As AIFW_modify_service, AISRV_reset_db and RMGRReload. Functions return false on failure, with
+// nothing changed, and wait for the disk. Any thread.
+class ServiceEditor {
+ public:
+  ServiceEditor(ServiceList& services, Player& player, LiveTuner& tuner, EventQueue& events);
+
+  bool add(const AISRV_service_info& record);
+  bool modify(const AISRV_service_info& record);
+  // Removes all services of a source.
+  bool reset(uint32_t source);
+  // Reads the stored list anew.
+  bool reload();
+
+ private:
+  ServiceList& services_;
+  Player& player_;
+  LiveTuner& tuner_;
+  EventQueue& events_;
+};
+
+}  // namespace atschost
+
+#endif  // ATSC_HOST_RECEIVER_CONTROL_SERVICE_EDITOR_H_
