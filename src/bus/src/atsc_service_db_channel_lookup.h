@@ -1,0 +1,56 @@
+// The lookups of a synchronisation: which services have a row, and which rows an update changes.
+#ifndef ATSC_ATSC_SERVICE_DB_CHANNEL_LOOKUP_H_
+#define ATSC_ATSC_SERVICE_DB_CHANNEL_LOOKUP_H_
+
+#include <SQLiteCpp/Database.h>
+#include <SQLiteCpp/Statement.h>
+#include <aisrv.h>
+
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "atsc_service_db_channel_row.h"
+
+namespace atsc {
+
+// The rows with one major number, minor number and frequency.
+struct SameNumber {
+  std::vector<int64_t> rows;          // their keys, including those that this run has inserted
+  bool stamped = false;               // whether a row looks as if this run had written it
+  std::optional<size_t> last_update;  // position of the service whose values the rows get
+};
+
+// The table as it was before the run. Answers for each service what
+// ATSC_Service_db_findChannelIndex() would on a connection of its own, and which rows an update
+// changes, all at the cost of one pass over the table.
+class CommittedRows {
+ public:
+  // The answer of a lookup: the key of a row, no value before read() finds a row.
+  using Answer = std::optional<int>;
+
+  // Adds the lookup of a service. Returns where read() stores the answer.
+  const Answer* add(const AISRV_service_info& service, const StreamTexts& streams);
+
+  // Answers all lookups. `stamp` is the stamp of this run.
+  void read(SQLite::Database& database, const std::string& table, uint32_t stamp);
+
+  SameNumber& sameNumber(const AISRV_service_info& service);
+
+  // Whether a row looks as if this run had written it, although no service is going to write it.
+  bool hasStampedStray() const;
+
+ private:
+  // Answers the lookups that the current row of read()'s query matches.
+  void answerLookups(const std::string& number, SQLite::Statement& row);
+
+  std::unordered_map<std::string, Answer> answers_;
+  std::unordered_map<std::string, SameNumber> same_number_;
+  bool stamped_stray_ = false;
+  bool wanted_[2][2] = {};  // with an audio text, with a video text
+};
+
+}  // namespace atsc
+
+#endif  // ATSC_ATSC_SERVICE_DB_CHANNEL_LOOKUP_H_
