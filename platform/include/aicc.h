@@ -8,7 +8,7 @@
 extern "C" {
 #endif
 
-// Where the captions of a service come from.
+// Origins of captions.
 enum {
   AICC_INPUT_DIGITAL = 0,  // digital television closed captioning (CEA-708)
   AICC_INPUT_LINE21 = 1,   // line 21 (CEA-608)
@@ -20,7 +20,7 @@ enum { AICC_MAX_SERVICES = 16 };
 
 // One caption service of the caption service descriptor (A/65 6.9.2).
 typedef struct AICC_cc_service {
-  uint8_t service_id;    // digital: caption_service_number, 1 to 63; line 21: the field, 1 or 2
+  uint8_t service_id;    // digital: caption_service_number, 1 to 63; line 21: field 1 or 2
   char language[3];      // ISO 639-2 code; the first byte is 0 when absent
   uint32_t easy_reader;  // 1: made for beginning readers
   uint32_t reserved_8;
@@ -42,9 +42,10 @@ typedef struct AICC_cc_service_data {
 ATSC_LAYOUT_OFFSET(AICC_cc_service_data, services, 4);
 ATSC_LAYOUT_SIZE(AICC_cc_service_data, 516);
 
-// Fills a zeroed record with the caption services of the present programme of the service that
-// `service->service_id` names: of its guide entry, else of its PMT. Play path `path` is 0. Any
-// thread. Returns 0 on success, also when there are none; fails on a service that is not listed.
+// Reads the caption services of the current programme of the service that `service->service_id`
+// names: from the programme's guide entry, else from the PMT of the service. The caller provides a
+// zeroed record. Play path `path` is 0. Returns 0 also when there are no caption services. Fails
+// for a service that is not listed.
 int AICC_get_cc_service_data(uint32_t path, const AISRV_service_info* service,
                              AICC_cc_service_data* data);
 

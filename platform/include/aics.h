@@ -1,4 +1,6 @@
 // AICS: the middleware's channel scan.
+//
+// Rules and terms: middleware_types.h.
 #ifndef ATSC_PLATFORM_AICS_H_
 #define ATSC_PLATFORM_AICS_H_
 
@@ -13,7 +15,7 @@ enum { AICS_SEARCH_MANUAL = 0, AICS_SEARCH_AUTOMATIC = 1 };
 typedef struct AICS_search_request {
   uint32_t search_type;  // AICS_SEARCH_*
   uint32_t always_2;     // constant 2
-  uint32_t frequency;    // Hz; the one frequency of a manual search
+  uint32_t frequency;    // Hz; frequency of a manual search
   uint32_t reserved_12;
   uint8_t source;  // AI_INPUT_*
 } AICS_search_request;
@@ -21,7 +23,7 @@ ATSC_LAYOUT_OFFSET(AICS_search_request, always_2, 4);
 ATSC_LAYOUT_OFFSET(AICS_search_request, frequency, 8);
 ATSC_LAYOUT_OFFSET(AICS_search_request, source, 16);
 
-// States of a scan as reported to the callback.
+// States of a scan in calls of the callback.
 enum {
   AICS_STATE_START = 0,
   AICS_STATE_PROGRESS = 1,
@@ -53,22 +55,23 @@ ATSC_LAYOUT_OFFSET(AICS_scan_progress, data_services, 28);
 ATSC_LAYOUT_OFFSET(AICS_scan_progress, band_mask, 32);
 ATSC_LAYOUT_SIZE(AICS_scan_progress, 36);
 
-// Called on the middleware's scan thread, one call at a time, also from one search to the next.
-// `progress` points at an AICS_scan_progress that is valid during the call, at every state. It
-// calls back: at AICS_STATE_OVER it reads the service list and has AIFW_play_first_service() play,
-// of the input source that `band_mask` tells and, after a manual search, on `current_frequency`. It
-// also waits for the TV application, however long that takes.
+// Receives the progress of a search on the middleware's scan thread, one call at a time, also from
+// one search to the next. At every state `progress` points to an AICS_scan_progress that is valid
+// during the call. The callback calls the middleware: at AICS_STATE_OVER it reads the service list
+// and calls AIFW_play_first_service() with the input source that `band_mask` gives and, after a
+// manual search, with `current_frequency`. It also waits for the TV application, without a time
+// limit.
 typedef void (*AICS_scan_callback)(void* progress, int state);
 
-// Starts a search and returns at once. Fails while another one runs and on a source or frequency
-// that cannot be tuned. The search replaces the listed services of every frequency that it visits;
-// they are in the list before AICS_STATE_OVER is reported.
+// Starts a search. Deferred; `callback` reports the progress. Fails while another search runs, and
+// for a source or frequency that cannot be tuned. The search replaces the listed services of every
+// frequency that it visits; the list has the new services before AICS_STATE_OVER is reported.
 int AICS_start_search(const AICS_search_request* request, AICS_scan_callback callback);
 
-// Stops the running search; what it has found so far is in the list when the call returns. Does not
-// wait for a callback that is running or about to (which may be waiting for the caller); no other
-// one follows it, and the next search reports nothing before it has returned. Fails when no search
-// runs.
+// Stops the running search. The services found so far are in the list when the call returns. Does
+// not wait for a call of the callback that is running or about to start, because that call may wait
+// for the caller. No other call follows it, and the next search reports nothing before it has
+// returned. Fails when no search runs.
 int AICS_stop_scan(void);
 
 #ifdef __cplusplus

@@ -1,7 +1,7 @@
 // AIEC: the middleware's event cache (the programme guide as received).
 //
-// All functions may be called from any thread and return 0, or another value on failure. Events are
-// those of the service's table as it is on the air, over or not, ordered by start time.
+// The events of a service are those of its table as broadcast, past events included, in the order
+// of their start times.
 #ifndef ATSC_PLATFORM_AIEC_H_
 #define ATSC_PLATFORM_AIEC_H_
 
@@ -11,7 +11,7 @@
 extern "C" {
 #endif
 
-// What a caller lends for the texts of one event.
+// Sizes of the buffers that the caller provides for one event.
 enum {
   AIEC_NAME_SIZE = 256,
   AIEC_RATING_SIZE = 80,
@@ -19,7 +19,7 @@ enum {
   AIEC_MAX_GENRES = 32,
 };
 
-// Identity of an event. Valid until the guide of its service changes.
+// Identifies an event. Valid until the guide of its service changes.
 typedef struct AIEC_event_key {
   uint32_t service_rec;   // of AISRV_service_id
   uint32_t input_source;  // of AISRV_service_id
@@ -33,16 +33,16 @@ typedef struct AIEC_event_info {
   AIEC_event_key key;
   uint16_t event_id;        // A/65 event_id, 14 bits
   uint8_t genre_count;      // at most AIEC_MAX_GENRES
-  uint8_t multi_rating;     // 0: `rating` is all; else AIEC_get_multiple_event_rating_string()
-  uint32_t start_time;      // as AIST_get_cur_time_secs() counts: Unix seconds, UTC
+  uint8_t multi_rating;     // 0: see `rating`; else AIEC_get_multiple_event_rating_string()
+  uint32_t start_time;      // Unix time in seconds, as AIST_get_cur_time_secs()
   uint32_t duration;        // seconds
-  multiple_lang_t name;     // AIEC_NAME_SIZE bytes lent
-  multiple_lang_t rating;   // AIEC_RATING_SIZE bytes lent; length 0 when the event is not rated
+  multiple_lang_t name;     // buffer of AIEC_NAME_SIZE bytes
+  multiple_lang_t rating;   // buffer of AIEC_RATING_SIZE bytes; length 0: the event is not rated
   uint8_t parental_status;  // 1: blocked under the current parental settings, else 0
   uint8_t captions;         // 1: closed captions are announced, else 0
   uint8_t genres[AIEC_MAX_GENRES];  // A/65 table 6.20 (genre descriptor)
   uint8_t reserved[2];
-  uint32_t room[16];  // a size of ours, small: it is cleared for each event
+  uint32_t room[16];  // space for further fields; small, as it is cleared for each event
 } AIEC_event_info;
 ATSC_LAYOUT_OFFSET(AIEC_event_info, event_id, 12);
 ATSC_LAYOUT_OFFSET(AIEC_event_info, start_time, 16);
@@ -56,29 +56,29 @@ ATSC_LAYOUT_OFFSET(AIEC_event_info, genres, 50);
 // Counts the events of the service that `service->service_id` names.
 int AIEC_get_total_events(const AISRV_service_info* service, uint16_t* count);
 
-// Copies up to `count` events from the first one on into records that lend their text buffers;
-// `copied` becomes their number.
+// Copies up to `count` events, beginning with the first, into records with text buffers. Sets
+// `copied` to the number of events copied.
 int AIEC_get_first_n_events(const AISRV_service_info* service, AIEC_event_info* events,
                             uint16_t count, uint16_t* copied);
 
-// As AIEC_get_first_n_events(), from the event after `previous` on. `direction` is 1. Copies none
-// after the last event; fails when the service is no longer listed.
+// Copies events as AIEC_get_first_n_events(), beginning with the event after `previous`.
+// `direction` is 1. Copies no event after the last one. Fails when the service is no longer listed.
 int AIEC_get_next_n_events(const AIEC_event_key* previous, AIEC_event_info* events, uint16_t count,
                            uint16_t* copied, uint32_t direction);
 
-// The ratings of an event that is rated in several systems, as one text, into a lent buffer of
+// Writes the ratings of an event that is rated in several systems as one text into a buffer of
 // AIEC_RATING_SIZE bytes.
 int AIEC_get_multiple_event_rating_string(const AIEC_event_key* event, multiple_lang_t* text);
 
-// Checks what is on now on a service against the parental settings; one that was unlocked
-// (AIFW_pwd_unlocked_no_checking_status) is allowed. A rating counts before none, and what the
-// streams of the service say before what the guide says. Returns AIPC_BLOCKED where the guide has a
-// rating that is blocked, another verdict of AIPC (aipc.h), 0 for allowed, -1 for a service that is
-// neither listed nor plays.
+// Checks the current programme of a service against the parental settings. A programme that was
+// unlocked (AIFW_pwd_unlocked_no_checking_status) is allowed. A rating takes precedence over no
+// rating, and a rating in the streams of the service over a rating in the guide. Returns
+// AIPC_BLOCKED when the guide has a rating that is blocked, another verdict of AIPC (aipc.h), 0 for
+// allowed, -1 for a service that is neither listed nor playing.
 int AIEC_check_rating(const AISRV_service_info* service);
 
-// The extended text of an event into a lent buffer of AIEC_DESCRIPTION_SIZE bytes; length 0 when it
-// has none.
+// Writes the description (extended text) of an event into a buffer of AIEC_DESCRIPTION_SIZE bytes;
+// length 0 when the event has no description.
 int AIEC_get_event_description(const AIEC_event_key* event, multiple_lang_t* text);
 
 #ifdef __cplusplus

@@ -6,8 +6,8 @@
 extern "C" {
 #endif
 
-// Reads the index status of play path `path` (0): 0 idle, 1 ready, other values while the previous
-// service is still being taken down. Any thread. Returns 0 on success.
+// Returns the index status of play path `path` (0): 0 idle, 1 ready, other values until the
+// previous service has been closed down. Any thread. Returns 0 on success.
 int AIPT_get_index_status(int* status, int path);
 
 #ifdef __cplusplus

@@ -1,6 +1,6 @@
 // AISRV: the middleware's service list.
 //
-// All functions may be called from any thread and return 0, or another value on failure.
+// Rules and terms: middleware_types.h.
 #ifndef ATSC_PLATFORM_AISRV_H_
 #define ATSC_PLATFORM_AISRV_H_
 
@@ -10,11 +10,11 @@
 extern "C" {
 #endif
 
-// Selects the services of a list query: every service that a viewer can choose (hidden ones not),
-// also skipped and deleted ones.
+// Service mask of list queries. Selects every service that a viewer can choose, including skipped
+// and deleted services, but not hidden services.
 enum { AISRV_SERVICE_MASK = 0x1007 };
 
-// Service types. A/65 table 6.7 is mapped onto these three.
+// Service types. The service types of A/65 table 6.7 map to these three.
 enum { AISRV_TYPE_TV = 1, AISRV_TYPE_RADIO = 2, AISRV_TYPE_DATA = 3 };
 
 // Attribute flags (AISRV_flags_).
@@ -25,9 +25,9 @@ enum {
   AISRV_FLAG_DELETED = 0x20,
 };
 
-// Identity of a service inside the middleware.
+// Identifies a service in the middleware.
 typedef struct AISRV_service_id {
-  uint32_t service_rec;   // service record number, unique and stable while the service is listed
+  uint32_t service_rec;   // service record number; unique, and constant while the service is listed
   uint32_t input_source;  // 0 or 2 terrestrial, 1 or 3 cable
 } AISRV_service_id;
 
@@ -47,8 +47,8 @@ typedef struct AISRV_service_info {
   uint32_t modulation;        // AI_MODULATION_*
   uint32_t AISRV_fav_group_;  // favourite-group mask: group 1 is bit 0x10, group 2 bit 0x20, ...
   uint32_t AISRV_flags_;      // AISRV_FLAG_*
-  uint32_t
-      build_from_pmt;    // 1: built without a virtual channel table (from PAT and PMT, or by hand)
+  // 1: the service was built without a virtual channel table (from PAT and PMT, or by hand).
+  uint32_t build_from_pmt;
   multiple_lang_t name;  // short name
   uint16_t transport_stream_id;
   uint16_t program_number;
@@ -73,7 +73,7 @@ ATSC_LAYOUT_OFFSET(AISRV_service_info, name.length, 64);
 ATSC_LAYOUT_OFFSET(AISRV_service_info, name.encoding, 68);
 ATSC_LAYOUT_SIZE(AISRV_service_info, 92);
 
-// Further conditions of a list query; all zero means none.
+// Further conditions of a list query; all zero: no condition.
 typedef struct AISRV_query_filter {
   uint32_t words[2];
 } AISRV_query_filter;
@@ -86,7 +86,7 @@ enum {
   AISRV_AUDIO_MAIN = 1,
   AISRV_AUDIO_HEARING_IMPAIRED = 2,
   AISRV_AUDIO_DESCRIPTION = 3,
-  AISRV_AUDIO_OTHER = 4,  // any other that is not complete: music and effects, commentary, ...
+  AISRV_AUDIO_OTHER = 4,  // other incomplete audio: music and effects, commentary, ...
 };
 
 // One elementary stream of a service.
@@ -95,7 +95,7 @@ typedef struct AISRV_pid_info {
   uint8_t audio_kind;         // AISRV_AUDIO_*; 0 when not known
   uint16_t pid;               // 13 bits
   char language[3];           // ISO 639-2 code; the first byte is 0 when absent
-  char second_language[3];    // used where `language` is absent
+  char second_language[3];    // used when `language` is absent
   uint8_t main_audio_number;  // A/52 mainid: number of this main service, 0 to 7
   uint8_t description_mask;   // A/52 asvcflags: bit n set: describes main service n
   uint8_t full_mix;           // A/52 full_svc: 1 when the description is mixed with main audio
@@ -106,17 +106,17 @@ typedef struct AISRV_pid_info {
 typedef struct AISRV_pid_details {
   uint32_t count;  // at most AISRV_MAX_PIDS
   AISRV_pid_info pids[AISRV_MAX_PIDS];
-  uint32_t room[150];  // a size of ours
+  uint32_t room[150];  // space for further fields
 } AISRV_pid_details;
 
 // Counts the services of `input_source` that `service_mask` and `filter` select.
 int AISRV_get_total_services(uint32_t input_source, uint32_t service_mask,
                              const AISRV_query_filter* filter, uint32_t reserved, uint32_t* count);
 
-// Copies services, from position `first` of the list on, ordered by major and minor number. `count`
-// holds the capacity of `records` and becomes the number copied. Each record lends a name buffer of
-// `name.length` usable bytes. An empty list is asked for with a capacity of 0 and null `records`,
-// and succeeds.
+// Copies services in the order of major and minor number, beginning with position `first` of the
+// list. `count` holds the capacity of `records` and is set to the number of services copied. Each
+// record has a name buffer with `name.length` usable bytes. For an empty list the library calls
+// with a capacity of 0 and null `records`; that call succeeds.
 int AISRV_get_n_services(uint32_t input_source, uint32_t service_mask, uint32_t first,
                          const AISRV_query_filter* filter, uint32_t reserved1, uint32_t reserved2,
                          uint32_t* count, AISRV_service_info* records);
@@ -126,21 +126,22 @@ int AISRV_get_pid_details(const AISRV_service_info* service, AISRV_pid_details* 
 
 enum { AISRV_MAX_ADVISORIES = 8 };
 
-// The rating regions in which the streams of a service themselves (its PMT) rate what is on, in
-// broadcast order; none where the guide alone does. `count` holds the capacity of `regions` and
-// becomes their number, at most AISRV_MAX_ADVISORIES.
+// Returns the rating regions of the content advisories in the streams of a service (its PMT) for
+// the current programme, in broadcast order; no region when only the guide rates the programme.
+// `count` holds the capacity of `regions` and is set to the number of regions, at most
+// AISRV_MAX_ADVISORIES.
 int AISRV_get_CAD_list(const AISRV_service_info* service, uint8_t* count, uint8_t* regions);
 
-// 1: a programme that is rated by the streams of the service alone, or that is not rated, is
-// blocked under the parental settings (see AIPC_BLOCKED_BY_STATUS, AIPC_UNRATED); else 0.
+// Sets `status` to 1 when the current programme is blocked under the parental settings and is rated
+// only in the streams of the service, or not rated (see AIPC_BLOCKED_BY_STATUS, AIPC_UNRATED); else
+// to 0.
 int AISRV_get_rating_status(const AISRV_service_info* service, uint32_t* status);
 
-// Stores the service list so that it survives a power cut.
+// Stores the service list so that the list survives a power cut.
 int AISRV_sync_to_database(void);
 
-// Removes all services of an input source from the list, with flags, favourites and names, and
-// stores the list. What plays of it is stopped. Fails when the list cannot be stored; it stays
-// then.
+// Removes all services of an input source from the list, with flags, favourites and names. Atomic
+// and stored. Stops playing when a service of this input source plays.
 int AISRV_reset_db(uint32_t input_source);
 
 #ifdef __cplusplus

@@ -6,10 +6,10 @@
 extern "C" {
 #endif
 
-// Hands all settings to the store. Any thread. Returns 0 on success.
+// Passes all settings to the store. Any thread. Returns 0 on success.
 int AIUP_store_all(void);
 
-// Writes the store so that it survives a power cut. Any thread. Returns 0 on success.
+// Writes the store so that its content survives a power cut. Any thread. Returns 0 on success.
 int AIUP_sync(void);
 
 #ifdef __cplusplus

@@ -8,8 +8,8 @@
 extern "C" {
 #endif
 
-// Closes the picture of play path `path` (0): sound, tables and events go on. It comes back with
-// the next service that is played. Any thread. Returns 0 on success.
+// Closes the picture of play path `path` (0). Sound, tables and events continue. The next service
+// that is played has a picture again. Any thread. Returns 0 on success.
 int AIVC_close_video(uint32_t path);
 
 #ifdef __cplusplus

@@ -1,15 +1,15 @@
-// BUS: the set's inter-process call framework. What is public here is all that the library uses;
-// what a BUS may have beside it stands in bus_lifetime.h.
+// BUS: the set's inter-process call framework. The library uses the public members of these classes
+// and the optional functions of bus_lifetime.h.
 //
 // A process serves a name by constructing a BUSServerInterface and reaches a served name through a
 // BUSClientInterface. One transaction is one request parcel and one reply parcel.
 //
-// Names. Every process that loads the library constructs the server "atsc.qel.service.srv", before
-// main(). Only one process may answer to it, the service process, and that not before
-// ATSC_Service_db_init() has returned; which process this is the platform decides (by a function of
-// its own that the process calls, by the program's name, ...). All others leave the name alone,
-// without a word, and what a client in such a process sends goes to the service process. A TV
-// application constructs the server "atsc.qel.tv.srv" when it registers.
+// Names. Every process that loads the library constructs the server "atsc.qel.service.srv" before
+// main(). Only the service process may serve this name, and only after ATSC_Service_db_init() has
+// returned. The platform decides which process is the service process: by a function of its own
+// that the process calls, by the program's name, ... In all other processes the server does nothing
+// and logs nothing, and requests of a client go to the service process. A TV application constructs
+// the server "atsc.qel.tv.srv" when it registers.
 #ifndef ATSC_PLATFORM_BUS_H_
 #define ATSC_PLATFORM_BUS_H_
 
@@ -28,14 +28,15 @@ class BUSParam {
   // parcel (nothing is written then).
   int writeCString(const char* text);
 
-  // The next item when it is a text, else null (also past the end); null consumes nothing. The text
-  // belongs to the parcel and lives as long as it.
+  // Reads the next item. Returns null, and does not consume the item, when it is not a text or when
+  // there is no further item. The parcel owns the text, which is valid during the parcel's
+  // lifetime.
   const char* readCString();
 
   // Appends a 32-bit integer. Returns 0.
   int writeInt32(int32_t value);
 
-  // The next integer; unread texts in front of it are skipped. 0 past the end.
+  // Reads the next integer and skips texts before it. Returns 0 when there is no further integer.
   int32_t readInt32();
 
  private:
@@ -44,26 +45,28 @@ class BUSParam {
   std::unique_ptr<Impl> impl_;
 };
 
-// A served name. The framework calls onTransact() on its server thread: one thread a process, one
+// A served name. The framework calls onTransact() on its server thread: one thread per process, one
 // transaction at a time.
 class BUSServerInterface {
  public:
-  // Registers the name; `description` is for diagnostics. The derived object is still to be
-  // constructed: see bus_lifetime.h. While the server runs, the file "/tmp/.BUS." + name exists. A
-  // TV application is refused while that of "atsc.qel.tv.srv" exists: what a process left that died
-  // has to be removed before another one looks, at the latest when it has loaded the library.
+  // Registers the name; `description` is for diagnostics. The derived object is not yet
+  // constructed: see bus_lifetime.h. While the server runs, the file "/tmp/.BUS." + name exists.
+  // The library refuses a TV application while the file of "atsc.qel.tv.srv" exists: the BUS
+  // removes the file of a process that has died before another process looks for it, at the latest
+  // when that process has loaded the library.
   BUSServerInterface(const char* name, const char* description);
 
-  // Ends the registration; a running transaction ends first. A TV application's server is never
-  // destroyed: when the process ends, the BUS ends it by itself, before the globals that are older
-  // than the registration are destroyed. So it does with the service's.
+  // Ends the registration after a running transaction has ended. The library never destroys the
+  // server of a TV application: when the process ends, the BUS ends that server, before the globals
+  // that were constructed before the registration are destroyed. The same holds for the server of
+  // the service process.
   virtual ~BUSServerInterface();
 
   BUSServerInterface(const BUSServerInterface&) = delete;
   BUSServerInterface& operator=(const BUSServerInterface&) = delete;
 
   // Handles one request. `data` and `reply` are valid during the call; `reply` may be null when the
-  // caller wants none. The returned value is the framework's affair; must not throw.
+  // caller wants no reply. The framework defines the meaning of the returned value. Must not throw.
   virtual int onTransact(unsigned int code, BUSParam& data, BUSParam* reply,
                          unsigned int flags) = 0;
 
@@ -73,7 +76,7 @@ class BUSServerInterface {
   std::unique_ptr<Impl> impl_;
 };
 
-// A reachable name. Construction connects nothing.
+// A client of a served name. The constructor does not connect.
 class BUSClientInterface {
  public:
   BUSClientInterface(const char* name, const char* description);
@@ -82,9 +85,9 @@ class BUSClientInterface {
   BUSClientInterface(const BUSClientInterface&) = delete;
   BUSClientInterface& operator=(const BUSClientInterface&) = delete;
 
-  // Sends one request and waits for its reply, however long the server takes; any thread may call,
-  // callers wait for each other. The request runs at most once. Returns 0, or -1 with an empty
-  // reply when nobody serves the name, the peer dies, or the parcel cannot be carried.
+  // Sends one request and waits for its reply, without a time limit. Any thread may call; callers
+  // wait for each other. The request runs at most once. Returns 0, or -1 with an empty reply when
+  // no process serves the name, the serving process dies, or the parcel cannot be transferred.
   virtual int transact(unsigned int code, BUSParam& data, BUSParam* reply, unsigned int flags);
 
  private:

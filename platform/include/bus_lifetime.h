@@ -1,10 +1,10 @@
-// When a server of the BUS may be called: two functions that a BUS may have beside the classes of
-// bus.h. The library calls each where it is there and does without where it is not.
+// Lifetime of a BUS server: two optional functions of a BUS. The library calls each function that
+// the BUS defines.
 //
-// A BUS that has them serves a name only between the two: no transaction reaches an object that is
-// not yet complete or no longer. One without them serves from the base class's constructor to its
-// destructor. In an archive they belong into the object file of that constructor, as nothing draws
-// in another one for a weak reference.
+// A BUS with these functions serves a name only between the two calls: no transaction reaches an
+// object that is not yet complete or no longer complete. A BUS without them serves a name from the
+// base class's constructor to its destructor. In a static library, define them in the object file
+// of that constructor: the linker does not extract another object file for a weak reference.
 #ifndef ATSC_PLATFORM_BUS_LIFETIME_H_
 #define ATSC_PLATFORM_BUS_LIFETIME_H_
 
@@ -12,12 +12,13 @@
 
 extern "C" {
 
-// Last step of the most derived constructor: the object is complete, transactions may begin.
-// Without the name, because another process serves it, the server stays silent; the log says so.
+// Starts the transactions. Called as the last step of the most derived constructor: the object is
+// complete. When another process serves the name, the server gets no transactions and the BUS logs
+// that.
 __attribute__((weak)) void BUS_server_complete(BUSServerInterface* server);
 
-// First step of the most derived destructor: waits for a running transaction to end; none begins
-// afterwards. Must not be called from within onTransact().
+// Stops the transactions and waits for a running transaction to end. Called as the first step of
+// the most derived destructor. Must not be called from within onTransact().
 __attribute__((weak)) void BUS_server_ends(BUSServerInterface* server);
 }
 

@@ -4,11 +4,11 @@
 
 #include <memory>
 
-// printf-style logging at five levels. Every call may come from any thread, also before main() and
-// during static destruction. A line below the active level costs no formatting. Must not throw.
+// Logs printf-style at five levels. Any thread may call, also before main() and during static
+// destruction. Lines below the active level are not formatted. Must not throw.
 class LoggerCpp {
  public:
-  // `name` is not interpreted; `category` names the source of the lines.
+  // `name` has no meaning; `category` names the source of the lines.
   LoggerCpp(const char* name, const char* category);
   ~LoggerCpp();
 

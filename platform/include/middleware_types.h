@@ -1,21 +1,36 @@
-// Types shared by the middleware's modules.
+// Types, rules and terms of the middleware's modules.
 //
-// Records are exchanged with the closed middleware by address: fixed-width fields, little-endian,
-// natural alignment, layout fixed on 32-bit targets. ATSC_LAYOUT pins a layout at compile time. Of
-// some records that the middleware fills only the first fields are known: a `room` behind them, of
-// a size that is ours, is for what else it writes. The library does not look at it.
+// Rules. They hold for all functions of the modules unless the comment of a function or of its
+// header says otherwise.
+//   - A function that returns a status returns 0 on success and another value on failure.
+//   - Any thread may call any function.
+//   - No function throws.
+//   - The library's threads call the modules until the process has ended: a module does not destroy
+//     its data when main() has returned. Threads of a module call the library: they end before the
+//     library's globals are destroyed.
 //
-// No function throws. The library's threads call the modules until the process is gone: what a
-// module needs is not destroyed when main() has returned. Its own threads end before that, as they
-// call the library.
+// Terms. The comments of the modules describe a change with these words.
+//   - Atomic: a call that fails leaves the settings, the list or the record that the function
+//     changes as they were.
+//   - Applied: the change is in force when the call returns.
+//   - Stored: the call keeps the change for the next start, without a further call. Where that is
+//     not possible, the call fails; an applied change stays in force then.
+//   - Deferred: the call starts the work and does not wait for its end. The events or the callback
+//     that the comment names report the progress.
+//
+// Records. The library and the closed middleware exchange records by address: fixed-width fields,
+// little-endian, natural alignment, layout fixed on 32-bit targets. ATSC_LAYOUT_OFFSET and
+// ATSC_LAYOUT_SIZE check a layout at compile time. Of some records that the middleware fills only
+// the first fields are known. Such a record ends with `room`, space for the further fields that the
+// middleware may write. The library chose the size of `room` and does not read it.
 #ifndef ATSC_PLATFORM_MIDDLEWARE_TYPES_H_
 #define ATSC_PLATFORM_MIDDLEWARE_TYPES_H_
 
 #include <stddef.h>
 #include <stdint.h>
 
-// Byte offset of a field and size of a record where pointers are 4 bytes; other targets (a PC) only
-// have to agree with themselves.
+// Check the byte offset of a field and the size of a record where pointers have 4 bytes. On other
+// targets (a PC) the layout may be any, if it is the same for the library and the middleware.
 #ifdef __cplusplus
 #define ATSC_LAYOUT_OFFSET(type, field, offset)                          \
   static_assert(sizeof(void*) != 4 || offsetof(type, field) == (offset), \
@@ -42,13 +57,14 @@ enum {
   AI_MODULATION_QAM = 0x400,
 };
 
-// Text encodings of multiple_lang_t; every other value is single-byte text. What the middleware
-// hands out so reaches the databases and replies as it is, up to a NUL: it has to be UTF-8 then.
+// Text encodings of multiple_lang_t. Every other value is single-byte text: the library copies such
+// a text of the middleware unchanged, up to a NUL, into databases and replies. It must be UTF-8.
 enum { AI_TEXT_UTF16BE = 1 };
 
-// Reference to a text. A text that the middleware hands out stays the middleware's. A buffer that
-// the caller lends is zeroed, with its capacity in `length`; the middleware writes at most that
-// many bytes, sets `length` to the bytes written and `encoding` to what they are.
+// Reference to a text. The middleware owns a text that it passes to the library. Where the caller
+// provides a text buffer, the buffer is zeroed and `length` holds its capacity; the middleware
+// writes at most that many bytes, sets `length` to the number of bytes written and `encoding` to
+// their encoding.
 typedef struct multiple_lang_t {
   uint8_t* text;
   uint16_t length;   // bytes

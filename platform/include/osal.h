@@ -10,14 +10,16 @@ extern "C" {
 
 typedef uint32_t OSAL_timer_id;  // 0 is never a valid timer
 
-// Called on the OSAL's timer thread with the two values given to OSAL_timer_enable (value is 0).
+// Handles a timer on the OSAL's timer thread. `arg` is the argument of OSAL_timer_enable(), `value`
+// is 0.
 typedef void (*OSAL_timer_handler)(void* arg, int value);
 
-// Creates an idle timer. Type 2: fires once for each enable. Returns 0 on success.
+// Creates an idle timer. A timer of type 2 fires once each time it is enabled. Returns 0 on
+// success.
 int OSAL_timer_create(const char* name, int type, OSAL_timer_id* timer);
 
-// Starts the timer; a timer that is running starts anew. Any thread. Returns 0 on success, another
-// value for an unknown timer.
+// Starts the timer; restarts a running timer. Any thread. Returns 0 on success, another value for
+// an unknown timer.
 int OSAL_timer_enable(OSAL_timer_id timer, OSAL_timer_handler handler, void* arg,
                       uint32_t milliseconds);
 

@@ -6,9 +6,9 @@
 extern "C" {
 #endif
 
-// Reads the stored service list anew, as after it was put in place from outside (a channel list
-// that was imported); what is not stored is lost. A store that cannot be read leaves the list as it
-// is. Any thread. Returns 0 on success.
+// Reads the stored service list again, for example after another program has replaced it (an
+// imported channel list). Changes that are not stored are lost. Atomic (see middleware_types.h):
+// when the store cannot be read, the list stays as it is. Any thread. Returns 0 on success.
 int RMGRReload(void);
 
 #ifdef __cplusplus
