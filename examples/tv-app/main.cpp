@@ -116,7 +116,8 @@ void run(const std::string& source) {
   send(R"({"class":"SCAN","command":"start","src":")" + source + "\"}");
   backend.await("SCAN OVER");
 
-  const auto channels = readChannels(source == "VSB" ? "channel_data_t" : "channel_data_c");
+  const auto channels =
+      readChannels(source == ATSC_INPUT_TERRESTRIAL_NAME ? "channel_data_t" : "channel_data_c");
   for (const Channel& channel : channels) {
     std::cout << channel.major << "-" << channel.minor << " " << channel.name << std::endl;
   }
@@ -140,7 +141,7 @@ void run(const std::string& source) {
 
 int main(int argc, char** argv) {
   try {
-    run(argc > 1 ? argv[1] : "VSB");
+    run(argc > 1 ? argv[1] : ATSC_INPUT_TERRESTRIAL_NAME);
     return 0;
   } catch (const std::exception& error) {
     std::cerr << "tv-app: " << error.what() << std::endl;

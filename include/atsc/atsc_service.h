@@ -16,6 +16,16 @@ extern "C" {
 
 struct AISRV_service_info;
 
+// Input sources as numbers, the input types of the functions below.
+enum {
+  ATSC_INPUT_TERRESTRIAL = 2,  // 8-VSB from the antenna
+  ATSC_INPUT_CABLE = 3,        // QAM from the cable
+};
+
+// Input sources as texts, in commands, replies and the column `tuner_type`.
+#define ATSC_INPUT_TERRESTRIAL_NAME "VSB"
+#define ATSC_INPUT_CABLE_NAME "QAM"
+
 // Sends one JSON command to the service process and waits for its answer; any thread, one command
 // at a time. Returns the command's result (0 success, -1 failure). When `result` is not null it
 // receives the reply text, to be released with free(), or null when there is none; the service's
@@ -59,15 +69,16 @@ void ATSC_Service_event_cb_Ex(void);
 // input finds out afterwards whether they are the same channels.
 int32_t ATSC_Service_db_init(void);
 
-// Brings the channel table of an input in line with the middleware's service list: input type 2 is
-// `channel_data_t`, any other `channel_data_c`. Returns 1 when the table's content changed or the
-// comparison could not be made, else 0. Any thread; concurrent calls wait for each other.
+// Brings the channel table of an input in line with the middleware's service list:
+// ATSC_INPUT_TERRESTRIAL is `channel_data_t`, any other input type `channel_data_c`. Returns 1 when
+// the table's content changed or the comparison could not be made, else 0. Any thread; concurrent
+// calls wait for each other.
 int ATSC_Service_db_UpdateChannel(int input_type);
 
-// Rewrites the guide of an input from the middleware's events: input type 2 is `event_t`, any other
-// `event_c`. Readers see the old or the new guide. A database failure is printed and leaves the old
-// one, so does a service list that the middleware cannot give; events that it cannot give are
-// missing. On the guide queue's thread: one call at a time.
+// Rewrites the guide of an input from the middleware's events: ATSC_INPUT_TERRESTRIAL is `event_t`,
+// any other input type `event_c`. Readers see the old or the new guide. A database failure is
+// printed and leaves the old one, so does a service list that the middleware cannot give; events
+// that it cannot give are missing. On the guide queue's thread: one call at a time.
 void ATSC_Service_db_UpdateEvent(int input_type);
 
 // Key of a channel lookup, passed by value.

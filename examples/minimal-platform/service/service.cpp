@@ -32,8 +32,8 @@ int main() {
   ATSC_Service_db_init();
   // ATSC_Service_db_init() only compares the numbers of channels. After a power cut, other channels
   // of the same number may be listed.
-  const int terrestrialChanged = ATSC_Service_db_UpdateChannel(2);
-  const int cableChanged = ATSC_Service_db_UpdateChannel(3);
+  const int terrestrialChanged = ATSC_Service_db_UpdateChannel(ATSC_INPUT_TERRESTRIAL);
+  const int cableChanged = ATSC_Service_db_UpdateChannel(ATSC_INPUT_CABLE);
   if (terrestrialChanged != 0 || cableChanged != 0) ATSC_Service_event_cb_Ex();
   if (MINIMAL_serve() != 0) return 1;
   puts("ready");

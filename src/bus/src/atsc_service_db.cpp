@@ -11,6 +11,10 @@
 
 ATSC_LOGGER("atsc/service/db")
 
+static_assert(int{ATSC_INPUT_TERRESTRIAL} == AI_INPUT_TERRESTRIAL &&
+                  int{ATSC_INPUT_CABLE} == AI_INPUT_CABLE,
+              "the input sources have the middleware's numbers");
+
 atsc::Immortal<std::string> gChannel_DB_path;
 atsc::Immortal<std::string> gEvent_DB_path;
 std::mutex sql_db_update_lock;
