@@ -1,8 +1,8 @@
 // Entry points of libatscbusservice.
 //
-// The TV application's process sends commands with ATSC_TransmitServiceClientJSONCommand(); the
-// service process is started with ATSC_Service_init(), then ATSC_Service_db_init(), and sends
-// callbacks with ATSC_TransmitTVClientJSONCommand(). No function throws.
+// A TV application sends commands with ATSC_TransmitServiceClientJSONCommand(). The service process
+// calls ATSC_Service_init() and then ATSC_Service_db_init(), and sends callbacks with
+// ATSC_TransmitTVClientJSONCommand(). No function throws.
 #ifndef ATSC_ATSC_SERVICE_H_
 #define ATSC_ATSC_SERVICE_H_
 
@@ -26,17 +26,17 @@ enum {
 #define ATSC_INPUT_TERRESTRIAL_NAME "VSB"
 #define ATSC_INPUT_CABLE_NAME "QAM"
 
-// Sends one JSON command to the service process and waits for its answer; any thread, one command
-// at a time. Returns the command's result (0 success, -1 failure). When `result` is not null it
-// receives the reply text, to be released with free(), or null when there is none; the service's
-// death in the meantime gives null and 0.
+// Sends one JSON command to the service process and waits for the reply. Any thread, one command at
+// a time. Returns the result of the command (0 success, -1 failure). If `result` is not null,
+// `*result` is set to the reply text, which the caller releases with free(), or to null when there
+// is no reply. When the service process dies during the call, `*result` is null and 0 is returned.
 int ATSC_TransmitServiceClientJSONCommand(const char* command, char** result);
 
-// Sends one JSON callback message from the service process to the TV application; otherwise like
-// ATSC_TransmitServiceClientJSONCommand().
+// Sends one JSON callback message from the service process to the TV application, in the same way
+// as ATSC_TransmitServiceClientJSONCommand().
 int ATSC_TransmitTVClientJSONCommand(const char* command, char** result);
 
-// What a model tunes of the service process. A field of 0 is not customised: the default holds.
+// Settings of the service process that depend on the model. 0 selects the default.
 typedef struct ATSCCustomizedParameter {
   uint32_t block_play_after_scan;       // 1: playing stays blocked after a channel scan
   uint32_t tuner_lock_wait_in_ms;       // time for the tuner to lock, milliseconds
@@ -45,43 +45,44 @@ typedef struct ATSCCustomizedParameter {
   uint32_t customized_flow;             // product-specific flow
 } ATSCCustomizedParameter;
 
-// Starts the service process: the two callback queues with their threads and the timer that turns
-// changes of the service list into one synchronisation. Then, unless `record` is null, fills it
-// from the customization file (a JSON object with the field names as keys: environment variable
-// ATSC_CUSTOM_FILE, else "qel.atsc.json" beside the executable, else
-// "/system/com.qel.atsc/qel.atsc.json") and prints it to standard output. What the file lacks, or
-// what cannot be converted to the field, is 0. `record` stays the caller's. Once, on the main
+// Starts the service process: the two callback queues with their threads, and the timer that
+// combines changes of the service list into one synchronisation. Then, unless `record` is null,
+// fills the record from the customization file and prints it to standard output. The file is a JSON
+// object with the field names as keys: environment variable ATSC_CUSTOM_FILE, else "qel.atsc.json"
+// in the folder of the executable, else "/system/com.qel.atsc/qel.atsc.json". A field is 0 when its
+// key is missing or its value cannot be converted. The caller owns `record`. Call once, on the main
 // thread, before ATSC_Service_db_init() and before any command is served.
 void ATSC_Service_init(ATSCCustomizedParameter* record);
 
-// Takes one event of the middleware: `event` is an AFW_event_t, `data` is read before the return.
-// Registered with the middleware by the command "FW" "INIT"; any thread.
+// Handles one event of the middleware. `event` is an AFW_event_t; `data` is not used after the
+// return. The command "FW" "INIT" registers this function with the middleware. Any thread.
 void ATSC_Service_event_cb(int32_t event, void* data);
 
 // Sends the callback "SERVICE_BUILD_COMPLETED": the channel list is ready. Any thread.
 void ATSC_Service_event_cb_Ex(void);
 
 // Starts the databases of the service process: paths, customer columns, integrity and version
-// checks, tables; rebuilds the channel tables from the middleware when a check failed and then
-// announces them with ATSC_Service_event_cb_Ex(). Once, on the main thread, before any command is
-// served. The result carries no meaning. The check compares numbers of channels: where the power
-// can fail between the middleware's store and the tables', ATSC_Service_db_UpdateChannel() for each
-// input finds out afterwards whether they are the same channels.
+// checks, tables. When a check fails, rebuilds the channel tables from the middleware and calls
+// ATSC_Service_event_cb_Ex(). Call once, on the main thread, before any command is served. The
+// result has no meaning. The check only compares the numbers of channels. If a power cut can leave
+// different channels in the middleware's list and in the tables, call
+// ATSC_Service_db_UpdateChannel() for each input afterwards.
 int32_t ATSC_Service_db_init(void);
 
-// Brings the channel table of an input in line with the middleware's service list:
-// ATSC_INPUT_TERRESTRIAL is `channel_data_t`, any other input type `channel_data_c`. Returns 1 when
-// the table's content changed or the comparison could not be made, else 0. Any thread; concurrent
+// Synchronises the channel table of an input with the middleware's service list:
+// ATSC_INPUT_TERRESTRIAL selects `channel_data_t`, any other input type `channel_data_c`. Returns 1
+// when the content of the table changed or could not be compared, else 0. Any thread; concurrent
 // calls wait for each other.
 int ATSC_Service_db_UpdateChannel(int input_type);
 
-// Rewrites the guide of an input from the middleware's events: ATSC_INPUT_TERRESTRIAL is `event_t`,
-// any other input type `event_c`. Readers see the old or the new guide. A database failure is
-// printed and leaves the old one, so does a service list that the middleware cannot give; events
-// that it cannot give are missing. On the guide queue's thread: one call at a time.
+// Rewrites the guide of an input from the middleware's events: ATSC_INPUT_TERRESTRIAL selects
+// `event_t`, any other input type `event_c`. Readers see the old guide or the new guide. The old
+// guide stays when the database fails, which is printed, or when the middleware returns no service
+// list. Events that the middleware does not return are missing. Called on the thread of the guide
+// queue: one call at a time.
 void ATSC_Service_db_UpdateEvent(int input_type);
 
-// Key of a channel lookup, passed by value.
+// Key of a channel lookup. Passed by value.
 typedef struct ATSC_Service_db_channelKey {
   uint32_t major;
   uint32_t minor;
@@ -90,47 +91,48 @@ typedef struct ATSC_Service_db_channelKey {
   char table[32];      // "channel_data_t" or "channel_data_c", NUL-terminated
 } ATSC_Service_db_channelKey;
 
-// Answer of a channel lookup that finds no row.
+// Result of a channel lookup that finds no row.
 #define ATSC_CHANNEL_NOT_FOUND 65535
 
-// Looks up the `ch_index` of the first row with this key, and with these PID texts where they are
-// neither null nor empty, on a read-only connection of its own. Returns ATSC_CHANNEL_NOT_FOUND when
-// there is none or the file cannot be read. Any thread.
+// Returns the `ch_index` of the first row with this key and with these PID texts; a PID text that
+// is null or empty matches any row. Opens its own read-only connection. Returns
+// ATSC_CHANNEL_NOT_FOUND when there is no such row or the file cannot be read. Any thread.
 int ATSC_Service_db_findChannelIndex(const char* db_path, ATSC_Service_db_channelKey key,
                                      const char* audio_pid_text, const char* video_pid_text);
 
-// Writes one column of the rows whose `ch_id_pk` is given, in a transaction of its own. `table` and
-// `column` are names of the schema; texts are given as they are to be stored, single quotes too.
-// Failures are printed. Any thread.
+// Write one column of the rows with this `ch_id_pk`, in a separate transaction. `table` and
+// `column` are names of the schema. Pass texts unescaped, including single quotes. Failures are
+// printed. Any thread.
 void ATSC_Service_db_updateChannelEntryText(const char* ch_id_pk, const char* table,
                                             const char* column, const char* value);
 void ATSC_Service_db_updateChannelEntryInterger(const char* ch_id_pk, const char* table,
                                                 const char* column, uint32_t value);
 
-// The stored audio index of a service's row, 65535 when there is none. Any thread.
+// Returns the stored audio index of a service's row, 65535 when there is no such row. Any thread.
 uint32_t ATSC_Service_getAudioIndex_fromDB(const struct AISRV_service_info* record);
 
-// Buffers of texts are void pointers, so that those of char and of unsigned char are given alike.
+// Text buffers are void pointers: buffers of char and of unsigned char need no cast.
 
-// Encodes one UTF-16 code unit (surrogates each on their own) into `out`, which has room for 3
-// bytes. Returns the number of bytes written.
+// Encodes one UTF-16 code unit into `out`, which has space for 3 bytes. Encodes each surrogate
+// separately. Returns the number of bytes written.
 int Utili_UnicodeToUTF8(uint16_t unit, void* out);
 
-// The number of UTF-8 bytes that Utili_ConvertUTF16BEToUTF8() makes of `length` bytes of UTF-16BE;
-// a 0 unit ends the text. 0 when `bytes` is null or `length` odd.
+// Returns the number of UTF-8 bytes that Utili_ConvertUTF16BEToUTF8() writes for `length` bytes of
+// UTF-16BE. A unit of 0 ends the text. Returns 0 when `bytes` is null or `length` is odd.
 uint32_t Utili_UTF16BEToUTF8Length(const void* bytes, uint32_t length);
 
-// Converts `length` bytes of UTF-16BE. `capacity` holds the size of `out`, the exact one from
-// Utili_UTF16BEToUTF8Length(), and becomes the number of bytes written; no terminator is written.
-// The size is tested before a unit is encoded: a smaller `out` needs two bytes of slack. Returns 1,
-// or -1 when a pointer is null or `length` odd.
+// Converts `length` bytes of UTF-16BE. `capacity` holds the size of `out`, as returned by
+// Utili_UTF16BEToUTF8Length(), and is set to the number of bytes written. Writes no terminator. The
+// function compares the size before it encodes a unit: with a smaller `capacity`, `out` needs two
+// bytes more than that. Returns 1, or -1 when a pointer is null or `length` is odd.
 int Utili_ConvertUTF16BEToUTF8(const void* bytes, uint32_t length, void* out, uint32_t* capacity);
 
-// Lends name storage to `*count` records: 50 bytes each in `names`, 40 of them declared usable.
+// Links `*count` records to name buffers: 50 bytes for each record in `names`, of which
+// `name.length` declares 40 as usable.
 void Utili_allocSrvMem(struct AISRV_service_info* records, const uint32_t* count, void* names);
 
-// Logs one service. Its name is read within the 50 bytes that Utili_allocSrvMem() lends: up to its
-// NUL when it is not UTF-16BE, whatever its length says.
+// Logs one service. Reads at most the 50 bytes of the name buffer of Utili_allocSrvMem(). Reads a
+// name that is not UTF-16BE up to its NUL and ignores `name.length`.
 void Utili_printSrvInfo(const struct AISRV_service_info* record);
 
 #ifdef __cplusplus
@@ -140,9 +142,9 @@ namespace ATSCBUS {
 class ATSCTVServerBackend;
 }
 
-// Registers the TV application's backend and starts the server that receives callback messages.
-// Returns 0, or -1 when `backend` is null or a TV application is registered already. `backend` must
-// live until the process ends; its jsonCommand() is called on the BUS server thread.
+// Registers the backend of the TV application and starts the server that receives callback
+// messages. Returns 0, or -1 when `backend` is null or a TV application is already registered.
+// `backend` must exist until the process ends. The BUS server thread calls its jsonCommand().
 extern "C" int ATSC_RegisterTVServerBackend(ATSCBUS::ATSCTVServerBackend* backend);
 #endif
 

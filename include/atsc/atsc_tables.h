@@ -25,7 +25,7 @@ extern const ATSC_Service_db_layout atsc_service_db_layout[ATSC_CHANNEL_COLUMNS]
 #define ATSC_EVENT_COLUMNS 13
 extern const ATSC_Service_db_layout atsc_event_db_layout[ATSC_EVENT_COLUMNS];
 
-// Centre frequencies in Hz, ended by -1.
+// Centre frequencies in Hz; -1 ends the table.
 // Terrestrial channels 2 to 69 (47 CFR 73.603): index = channel number - 2.
 #define ATSC_FREQ_ENTRIES 69
 extern const int32_t atsc_freq[ATSC_FREQ_ENTRIES];

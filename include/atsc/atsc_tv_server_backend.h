@@ -6,16 +6,15 @@
 
 namespace ATSCBUS {
 
-// Derive from it and register the object with ATSC_RegisterTVServerBackend(). The class itself
-// answers every message with -1 and a notice on standard output.
+// Derive a class and register its object with ATSC_RegisterTVServerBackend(). The base class
+// returns -1 for every message and prints a notice to standard output.
 class ATSCTVServerBackend {
  public:
   virtual ~ATSCTVServerBackend();
 
   // Receives one callback message: a JSON text with "class" "CALLBACK" and "cbtype". Called on the
-  // BUS server thread, one message at a time, while the service waits; must not throw. A reply text
-  // put into `*result` must come from malloc's family and is released by the caller. Returns the
-  // result for the sender: 0, or -1.
+  // BUS server thread, one message at a time, while the service waits. Must not throw. The caller
+  // releases a reply text in `*result` with free(). Returns the result for the sender: 0, or -1.
   virtual int jsonCommand(const char* command, char** result);
 };
 

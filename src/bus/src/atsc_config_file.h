@@ -1,4 +1,4 @@
-// Where the JSON files are that a product adds.
+// Paths of the JSON files that a product adds.
 #ifndef ATSC_ATSC_CONFIG_FILE_H_
 #define ATSC_ATSC_CONFIG_FILE_H_
 
@@ -6,9 +6,9 @@
 
 namespace atsc {
 
-// The path that the environment variable `variable` gives; without it, or when it gives the
-// default itself, a file of the default's name beside the executable, where there is one to read,
-// else `default_path`.
+// Returns the path in the environment variable `variable`. If the variable is not set or equals
+// `default_path`, returns the file of the same name in the folder of the executable if that file is
+// readable, else `default_path`.
 std::string configFile(const char* variable, const char* default_path);
 
 }  // namespace atsc

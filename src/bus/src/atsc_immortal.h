@@ -1,4 +1,4 @@
-// Globals of detached threads.
+// Globals that are never destroyed.
 #ifndef ATSC_ATSC_IMMORTAL_H_
 #define ATSC_ATSC_IMMORTAL_H_
 
@@ -6,8 +6,8 @@
 
 namespace atsc {
 
-// Holds a T that is built with its other globals and never destroyed: threads that run until the
-// process has ended may use it while the other globals go.
+// Holds a T that is constructed like any global and never destroyed: threads that run until the
+// process has ended may use it while other globals are destroyed.
 template <typename T>
 class Immortal {
  public:

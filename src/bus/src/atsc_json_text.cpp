@@ -9,13 +9,13 @@ namespace atsc {
 
 namespace {
 
-// Stands before the two hexadecimal digits of a byte that the writer is to leave alone. The writer
-// has no escape for this character, and lets it through.
+// Precedes the two hexadecimal digits of a hidden byte. The writer has no escape for this character
+// and does not change it.
 constexpr char kHidden = '\x7F';
 constexpr char kDigits[] = "0123456789ABCDEF";
 
-// Hides the bytes of all texts that the writer would rewrite. It takes them for UTF-8 and escapes
-// the characters, so that a pair of surrogates or a byte of another encoding would be lost.
+// Hides the bytes of all texts that the writer would change. The writer reads texts as UTF-8 and
+// escapes the characters: a pair of surrogates or a byte of another encoding would be lost.
 void hideBytes(Json::Value& value) {
   if (value.isString()) {
     const char* text = value.asCString();

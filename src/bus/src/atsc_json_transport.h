@@ -1,4 +1,5 @@
-// JSON over BUS: what the two proxies and the two servers share. They differ in texts only.
+// JSON over BUS: the common part of the two proxies and the two servers, which differ only in
+// texts.
 #ifndef ATSC_ATSC_JSON_TRANSPORT_H_
 #define ATSC_ATSC_JSON_TRANSPORT_H_
 
@@ -22,18 +23,18 @@ inline constexpr unsigned int kJSONTransaction = 0x4A534F4E;
 inline constexpr const char* kServiceServerName = "atsc.qel.service.srv";
 inline constexpr const char* kTVServerName = "atsc.qel.tv.srv";
 
-// The kernel id of the calling thread.
+// Returns the kernel id of the calling thread.
 uint32_t kernelThreadId();
 
-// One direction's texts on the sending side.
+// Texts of the sending side of one direction.
 struct JSONProxyTexts {
   const char* tag;
-  const char* transaction;  // what is logged for each transaction
-  const char* caller;       // who is warned about calling inside the server thread
+  const char* transaction;  // log text of each transaction
+  const char* caller;       // name in the warning about a call on the server thread
   const std::atomic<uint32_t>& serverThread;
 };
 
-// One direction's texts on the serving side.
+// Texts of the serving side of one direction.
 struct JSONServerTexts {
   const char* tag;
   const char* transaction;
@@ -42,8 +43,9 @@ struct JSONServerTexts {
 
 namespace transport {
 
-// Sends one JSON text and reads the answer: the reply text into `*result` when `result` is not null
-// (calloc'ed for the caller, or null), the result as return value. -1 when `command` is null.
+// Sends one JSON text and reads the reply. Returns the result of the peer, or -1 when `command` is
+// null. If `result` is not null, `*result` is set to the reply text, allocated for the caller with
+// calloc(), or to null.
 int SendJSONCommand(BUSClientInterface& client, const JSONProxyTexts& texts, const char* command,
                     char** result);
 

@@ -1,4 +1,4 @@
-// The library's log lines: every one begins with module tag, process id, function, file and line.
+// The library's log lines. Each line begins with module tag, process id, function, file and line.
 #ifndef ATSC_ATSC_LOG_H_
 #define ATSC_ATSC_LOG_H_
 
@@ -9,7 +9,7 @@
 
 namespace atsc {
 
-// The text after the last '/'.
+// Returns the text after the last '/'.
 constexpr const char* fileName(const char* path) {
   const char* name = path;
   for (const char* p = path; *p != '\0'; ++p) {
@@ -18,17 +18,17 @@ constexpr const char* fileName(const char* path) {
   return name;
 }
 
-// The process id, remembered: log arguments are evaluated for suppressed lines too.
+// Returns the process id. Cached, because log arguments are evaluated for suppressed lines too.
 int processId();
 
-// Where a line of the log comes from. A helper is given that of the function that it works for, so
-// that its lines carry that function's name.
+// Origin of a log line. A helper function receives the origin of its caller, so that its lines
+// carry the caller's name.
 struct LogPlace {
   const char* tag;
   const char* function;
   const char* file;
   int line;
-  const char* signature;  // the function in full
+  const char* signature;  // full signature of the function
 };
 
 // Logs a status other than 0 as a failed call of `function`. Returns the status.
@@ -36,9 +36,9 @@ int checkStatus(LoggerCpp& logger, const LogPlace& place, const char* function, 
 
 }  // namespace atsc
 
-// Defines a source file's logger and module tag. Loggers are built before every other global,
-// because constructors of other files' globals log, and outlive all, because threads log until the
-// process has ended.
+// Defines the logger and the module tag of a source file. Loggers are constructed before all other
+// globals, because constructors of globals log, and are never destroyed, because threads log until
+// the process has ended.
 #define ATSC_LOGGER(tag)                                                                      \
   namespace {                                                                                 \
   __attribute__((init_priority(101))) atsc::Immortal<LoggerCpp> g_logger("not_sure_how_work", \
@@ -54,23 +54,23 @@ int checkStatus(LoggerCpp& logger, const LogPlace& place, const char* function, 
 #define ATSC_ENTER() ATSC_LOG(Trace, "ENTER ")
 #define ATSC_LEAVE() ATSC_LOG(Trace, "LEAVE ")
 
-// The same as a line of another place.
+// Logs a line with another origin.
 #define ATSC_LOG_AT(place, level, format, ...)                                         \
   g_logger->level("%-9s: [%d][%s()][%s:%d] " format, (place).tag, ::atsc::processId(), \
                   (place).function, (place).file, (place).line, ##__VA_ARGS__)
 
-// Calls a middleware function and returns its status; one other than 0 is logged.
+// Calls a middleware function and returns its status. Logs a status other than 0.
 #define ATSC_CALL(function, ...) ATSC_CALL_AT(ATSC_HERE(), function, ##__VA_ARGS__)
 #define ATSC_CALL_AT(place, function, ...) \
   ::atsc::checkStatus(*g_logger, place, #function, function(__VA_ARGS__))
 
-// The place of a line here.
+// Origin of a log line at this place.
 #define ATSC_HERE()                                                                 \
   ::atsc::LogPlace {                                                                \
     kModuleTag, __func__, ::atsc::fileName(__FILE__), __LINE__, __PRETTY_FUNCTION__ \
   }
 
-// Logs why something failed, with the function in full at the end.
+// Logs the reason of a failure, with the full signature of the function at the end.
 #define ATSC_FAILED(format, ...) ATSC_LOG(Error, format ": %s", ##__VA_ARGS__, __PRETTY_FUNCTION__)
 
 #endif  // ATSC_ATSC_LOG_H_

@@ -31,7 +31,7 @@ void readNumber(const Json::Value& root, const char* key, uint32_t& field) {
       root, key, 0, [](const Json::Value& value) { return value.asUInt(); }, field);
 }
 
-// Throws on a file that is nested too deep.
+// Throws when the file is nested too deep.
 void readCustomization(ATSCCustomizedParameter& record) {
   std::ifstream file(atsc::configFile("ATSC_CUSTOM_FILE", "/system/com.qel.atsc/qel.atsc.json"));
   Json::Value root;
@@ -58,7 +58,7 @@ void ATSC_Service_init(ATSCCustomizedParameter* record) {
     try {
       readCustomization(*record);
     } catch (const std::exception&) {
-      // A file of no use is no customization, without a word.
+      // An unusable file means no customization; nothing is logged.
     }
     printf(
         "[ATSC] customized parameter:\n\tblock_play_after_scan(%s)\n\ttuner_lock_wait_in_ms(%d)\n"

@@ -85,7 +85,7 @@ constexpr Callback kCallbacks[] = {
     {AFW_VIEWING_DELAY, "VIEWING_DELAY", nullptr},
 };
 
-// Null when the event has no message.
+// Returns null when the event has no message.
 const Callback* findCallback(AFW_event_t event) {
   const auto found = std::find_if(std::begin(kCallbacks), std::end(kCallbacks),
                                   [event](const Callback& row) { return row.event == event; });

@@ -40,13 +40,13 @@ class ChannelRewrite {
   int run();
 
  private:
-  // What a service writes.
+  // The row of a service, and the rows of the table that it changes.
   struct Write {
     atsc::ChannelRow row;
     const atsc::CommittedRows::Answer* answer;
     atsc::SameNumber* same_number;
 
-    // Whether the service has a row. One whose key means "not found" is replaced.
+    // Returns whether the service has a row. A row whose key means "not found" is replaced.
     bool isUpdate() const {
       return answer->value_or(ATSC_CHANNEL_NOT_FOUND) != ATSC_CHANNEL_NOT_FOUND;
     }
@@ -88,8 +88,8 @@ class ChannelRewrite {
   const std::string table_;
   const std::vector<AISRV_service_info>& services_;
   const atsc::LogPlace place_;
-  const std::string columns_;  // those that count for the comparison
-  std::string command_;        // the one being run
+  const std::string columns_;  // the columns that are compared
+  std::string command_;        // the command that is being run
   atsc::CommittedRows committed_;
   std::vector<Write> writes_;  // one for each service
 };
@@ -105,7 +105,7 @@ int ATSC_Service_db_UpdateChannel(int input_type) {
     const auto input = static_cast<uint32_t>(input_type);
     uint32_t count = 0;
     atsc::ServiceList list;
-    // Without a list the table stays as it is: an empty one would delete every channel.
+    // Without a list the table stays unchanged: an empty list would delete all channels.
     if (atsc::countServices(input, count, ATSC_HERE())) {
       ATSC_LOG(Info, "channel count(%d)", static_cast<int>(count));
       if (atsc::fetchServices(input, count, list, ATSC_HERE())) {
@@ -135,7 +135,7 @@ bool countServices(uint32_t input, uint32_t& count, const LogPlace& place) {
 }
 
 bool fetchServices(uint32_t input, uint32_t count, ServiceList& list, const LogPlace& place) {
-  // Name storage is linked by a 16-bit counter; no real list is that long.
+  // A 16-bit counter links the name buffers; no real list is that long.
   const uint32_t capacity = std::min<uint32_t>(count, UINT16_MAX);
   list.records.resize(capacity);
   list.names.resize(size_t{capacity} * atsc::kNameSlot);
@@ -148,7 +148,7 @@ bool fetchServices(uint32_t input, uint32_t count, ServiceList& list, const LogP
     return false;
   }
   list.records.resize(std::min(count, capacity));
-  // A name that claims more than its slot ends with the slot, whoever reads it.
+  // Limits the length of each name to its buffer.
   for (AISRV_service_info& service : list.records) {
     service.name.length = std::min<uint16_t>(service.name.length, atsc::kNameSlot);
   }
@@ -229,16 +229,16 @@ void ChannelRewrite::dropSnapshot(SQLite::Database& database) {
   if (database.tableExists("tmp")) database.exec(command_);
 }
 
-// Begins the transaction, unless it is running. Immediate: a read that becomes a write would not
-// wait for another writer.
+// Begins the transaction unless it is running. Immediate: a read transaction that becomes a write
+// transaction does not wait for a writer.
 void ChannelRewrite::begin(SQLite::Database& database,
                            std::optional<SQLite::Transaction>& transaction) {
   if (!transaction) {
     transaction.emplace(database, SQLite::TransactionBehavior::IMMEDIATE);
-    // Pages written before the commit would lock the readers out.
+    // Pages written before the commit would block readers.
     database.exec("PRAGMA cache_spill = OFF");
   } else if (sqlite3_get_autocommit(database.getHandle()) != 0) {
-    database.exec("BEGIN IMMEDIATE");  // the worst failures have ended it
+    database.exec("BEGIN IMMEDIATE");  // a severe failure has ended the transaction
   }
 }
 
@@ -256,14 +256,14 @@ void ChannelRewrite::buildRows() {
 // Looks up the row of each service, among the rows that were there before the transaction.
 void ChannelRewrite::lookUpRows(SQLite::Database& database) {
   if (!services_.empty()) committed_.read(database, table_, gCurTime);
-  // An update rewrites all rows of its number, so of many with one number the last one is enough.
+  // An update rewrites all rows of its number: of several updates of a number the last is enough.
   for (size_t i = 0; i < writes_.size(); ++i) {
     if (writes_[i].isUpdate()) writes_[i].same_number->last_update = i;
   }
 }
 
-// Gives another stamp to rows of earlier runs that look like rows of this run: the clock may stand
-// still or be set back, and a row without a stamp is unequal to none.
+// Gives another stamp to rows of earlier runs that would pass for rows of this run: the clock may
+// stand still or be set back, and the deletion does not match a row without a stamp.
 void ChannelRewrite::setAsideStampedRows(SQLite::Database& database) {
   if (services_.empty() || committed_.hasStampedStray()) {
     exec(database, "UPDATE " + table_ + " SET update_time=-1 WHERE update_time=" +
@@ -357,8 +357,8 @@ int ChannelRewrite::compare(SQLite::Database& database) {
   int result = 1;
   try {
     int64_t differences = countMissing(database, "tmp", table_);
-    // Where all of one table's rows are in the other and both have as many, none is missing in
-    // the other direction; but only rows with a unique key can be counted so.
+    // If all rows of the snapshot are in the table and both have the same number of rows, no row is
+    // missing in the other direction. This holds only for rows with a unique key.
     if (differences == 0 && !(keyIsUnique(database) && sameRowCount(database))) {
       differences = countMissing(database, table_, "tmp");
     }

@@ -1,4 +1,5 @@
-// The lookups of a synchronisation: which services have a row, and which rows an update changes.
+// The lookups of a synchronisation: the services that have a row, and the rows that an update
+// changes.
 #ifndef ATSC_ATSC_SERVICE_DB_CHANNEL_LOOKUP_H_
 #define ATSC_ATSC_SERVICE_DB_CHANNEL_LOOKUP_H_
 
@@ -38,7 +39,7 @@ class CommittedRows {
 
   SameNumber& sameNumber(const AISRV_service_info& service);
 
-  // Whether a row looks as if this run had written it, although no service is going to write it.
+  // Returns whether a row that no service writes looks as if this run had written it.
   bool hasStampedStray() const;
 
  private:

@@ -21,15 +21,15 @@ namespace {
 constexpr const char* kDefaultFile = "/system/com.qel.atsc/qel.atsc.cus_col.json";
 constexpr unsigned kMaxColumns = UINT8_MAX;
 
-// Columns beside those of the layout; the last three are SQLite's names of the row key.
+// Columns that the layout does not list; the last three are SQLite's names of the row key.
 constexpr const char* kFurtherColumns[] = {"END", "rowid", "oid", "_rowid_"};
 
 bool sameColumn(const ATSC_Service_db_layout& column, const std::string& name) {
   return strcasecmp(column.name, name.c_str()) == 0;
 }
 
-// Why a customer column cannot be called so; null when it can. SQLite compares column names without
-// regard to case.
+// Returns why `name` cannot name a customer column; null when it can. SQLite ignores the case of
+// column names.
 const char* nameFault(const std::string& name) {
   if (name.empty()) return "the name is empty";
   if (name.size() >= sizeof ATSC_Service_db_layout::name) return "the name has 128 bytes or more";
@@ -43,7 +43,8 @@ const char* nameFault(const std::string& name) {
   return nullptr;
 }
 
-// One entry of the "column" array as a layout row; false when it is rejected.
+// Reads one entry of the "column" array into a layout row. Returns false when the entry is
+// rejected.
 bool readColumn(const Json::Value& entry, unsigned index, ATSC_Service_db_layout& column,
                 const atsc::LogPlace& place) {
   if (!entry.isObject() || !entry.get("name", "").isString()) {

@@ -29,7 +29,7 @@ void updateEntry(const atsc::LogPlace& place, const char* ch_id_pk, const char* 
       ATSC_LOG_AT(place, Error, "table(%s) does not exist", table);
       return;
     }
-    // Immediate: a read that becomes a write would not wait for another writer.
+    // Immediate: a read transaction that becomes a write transaction does not wait for a writer.
     SQLite::Transaction transaction(database, SQLite::TransactionBehavior::IMMEDIATE);
     database.exec(command.str());
     transaction.commit();

@@ -24,10 +24,10 @@ constexpr const char* kColumns[] = {
 
 using EventRow = std::array<atsc::ColumnValue, std::size(kColumns)>;
 
-// One event of the middleware with the texts that it is lent.
+// One event of the middleware with its text buffers.
 class Event {
  public:
-  // The record, cleared, with its buffers lent.
+  // Returns the record, cleared, with cleared buffers.
   AIEC_event_info* lend() {
     info_ = {};
     name_.fill(0);
@@ -74,7 +74,7 @@ class Event {
   }
 
  private:
-  // A lent buffer that came back as it was holds no rating.
+  // A buffer that the middleware has not changed holds no rating.
   static void ratingText(const multiple_lang_t& text, std::string& converted) {
     if (text.text != nullptr && text.encoding != AI_TEXT_UTF16BE &&
         text.length == AIEC_RATING_SIZE &&
@@ -108,7 +108,7 @@ class GuideRewrite {
     try {
       SQLite::Database database(path, SQLite::OPEN_READWRITE | SQLite::OPEN_NOMUTEX,
                                 atsc::kBusyTimeoutMs);
-      // Pages written before the commit would lock the readers out.
+      // Pages written before the commit would block readers.
       database.exec("PRAGMA cache_spill = OFF");
       SQLite::Transaction transaction(database);
       command_ << "DELETE FROM " << table_;
@@ -138,7 +138,7 @@ class GuideRewrite {
       const AIEC_event_key previous = event_.info().key;
       got = 0;
       const int status = AIEC_get_next_n_events(&previous, event_.lend(), 1, &got, 1);
-      // What follows the last event does not matter.
+      // The result after the last event has no effect.
       if (i + 1 == count) break;
       if (atsc::checkStatus(*g_logger, place_, "AIEC_get_next_n_events", status) != 0 || got == 0) {
         return;
@@ -168,13 +168,13 @@ class GuideRewrite {
     insert.reset();
   }
 
-  // A column's text, to be written anew; its memory is used again.
+  // Returns the text of a column for writing; reuses its memory.
   std::string& text(size_t column) {
     if (!std::holds_alternative<std::string>(row_[column])) row_[column].emplace<std::string>();
     return std::get<std::string>(row_[column]);
   }
 
-  // The command for one row; without a row, the text of the prepared statement.
+  // Builds the command for one row; without a row, the text of the prepared statement.
   void buildInsert(const EventRow* row) {
     command_.clear();
     command_ << insert_;
@@ -188,7 +188,7 @@ class GuideRewrite {
   const std::string table_;
   const atsc::LogPlace place_;
   std::string insert_;  // the command up to its values
-  sqlString command_;   // the one being run
+  sqlString command_;   // the command that is being run
   Event event_;
   EventRow row_;
 };
@@ -202,7 +202,7 @@ void ATSC_Service_db_UpdateEvent(int input_type) {
         input_type == AI_INPUT_TERRESTRIAL ? AI_INPUT_TERRESTRIAL : AI_INPUT_CABLE;
     uint32_t count = 0;
     atsc::ServiceList list;
-    // Without a list the guide stays as it is: an empty one would delete every event.
+    // Without a list the guide stays unchanged: an empty list would delete all events.
     if (atsc::countServices(input, count, ATSC_HERE())) {
       ATSC_LOG(Info, "channel count(%d)", static_cast<int>(count));
       if (atsc::fetchServices(input, count, list, ATSC_HERE())) {

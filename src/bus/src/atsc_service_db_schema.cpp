@@ -15,21 +15,21 @@ namespace {
 // "PRAGMA user_version" of a file with this schema.
 constexpr int kSchemaVersion = 1;
 
-// A file whose row keys have run past this is emptied, so that they stay below the answer for "not
-// found", 65535.
+// Highest row key. A table with higher keys is emptied, so that keys stay below 65535, the result
+// for "not found".
 constexpr int kMaxChannelIndex = 60000;
 
 constexpr int kInputs[] = {AI_INPUT_TERRESTRIAL, AI_INPUT_CABLE};
 
-// Removes a database file for good, with what SQLite keeps beside it: a journal left behind would
-// be played back into the next file of that name.
+// Removes a database file and SQLite's auxiliary files: SQLite would apply a remaining journal to
+// the next file of that name.
 void removeDatabase(const std::string& path) {
   unlink(path.c_str());
   for (const char* suffix : {"-journal", "-wal", "-shm"}) unlink((path + suffix).c_str());
   sync();
 }
 
-// Empties the tables whose keys have run too high. Returns whether one was.
+// Empties the tables whose keys are too high. Returns whether a table was emptied.
 bool emptyWornTables(SQLite::Database& database) {
   bool emptied = false;
   for (const int input : kInputs) {
@@ -66,7 +66,7 @@ bool countsDiffer(SQLite::Database& database, const atsc::LogPlace& place) {
   return differ;
 }
 
-// Whether SQLite's own check of the file says "ok".
+// Returns whether SQLite's integrity check of the file returns "ok".
 bool integrityIsOk(SQLite::Database& database, const std::string& path,
                    const atsc::LogPlace& place) {
   if (database.execAndGet("PRAGMA integrity_check").getString() == "ok") return true;
@@ -74,14 +74,15 @@ bool integrityIsOk(SQLite::Database& database, const std::string& path,
   return false;
 }
 
-// Whether a failure says that the file's content is beyond use, and not that it is missing, busy,
-// read-only or out of reach. SQLITE_ERROR: a file format that SQLite does not know.
+// Returns whether a failure means that the content of the file is unusable, and not that the file
+// is missing, busy, read-only or inaccessible. SQLITE_ERROR: a file format that SQLite does not
+// know.
 bool contentIsUnusable(const SQLite::Exception& e) {
   return e.getErrorCode() == SQLITE_NOTADB || e.getErrorCode() == SQLITE_CORRUPT ||
          e.getErrorCode() == SQLITE_ERROR;
 }
 
-// Whether the file can stay: sound and of this schema's version.
+// Returns whether the file is intact and has the version of this schema.
 bool fileIsUsable(const std::string& path, const atsc::LogPlace& place) {
   try {
     SQLite::Database database(path, SQLite::OPEN_READONLY, atsc::kBusyTimeoutMs);
@@ -94,7 +95,7 @@ bool fileIsUsable(const std::string& path, const atsc::LogPlace& place) {
   }
 }
 
-// Whether the channel tables must be rebuilt; removes a file that cannot be kept.
+// Returns whether the channel tables must be rebuilt. Removes a file that cannot be kept.
 bool checkFile(const std::string& path, const atsc::LogPlace& place) {
   try {
     if (!fileIsUsable(path, place)) {
@@ -105,7 +106,7 @@ bool checkFile(const std::string& path, const atsc::LogPlace& place) {
     return emptyWornTables(database) || countsDiffer(database, place);
   } catch (const SQLite::Exception& e) {
     atsc::printDatabaseError(e, place.function, __LINE__);
-    // A table that lacks is created later; what the checks did not find may show up here.
+    // A missing table is created later. A fault that the checks did not find may appear here.
     if (contentIsUnusable(e) && e.getErrorCode() != SQLITE_ERROR) removeDatabase(path);
     return true;
   }
@@ -144,12 +145,12 @@ void run(SQLite::Database& database, const std::string& command, const char* fun
   }
 }
 
-// Adds the columns that the table lacks, of `count` ones.
+// Adds those of `count` columns that the table lacks.
 void addMissingColumns(SQLite::Database& database, const std::string& table,
                        const ATSC_Service_db_layout* columns, size_t count,
                        const atsc::LogPlace& place) {
   for (size_t i = 0; i < count; ++i) {
-    // Quoted: a customer's name may be anything, and "desc" is a word of SQL.
+    // Quoted: a customer column may have any name, and "desc" is an SQL keyword.
     const std::string name = atsc::quotedIdentifier(columns[i].name);
     try {
       SQLite::Statement(database, "SELECT " + name + " FROM " + table).executeStep();
@@ -162,7 +163,7 @@ void addMissingColumns(SQLite::Database& database, const std::string& table,
   }
 }
 
-// Brings a table to its layout: adds missing columns, or creates it.
+// Creates a table, or adds the missing columns of its layout.
 template <size_t N>
 void createOrMigrate(SQLite::Database& database, const std::string& table,
                      const ATSC_Service_db_layout (&columns)[N], const std::string& command,
@@ -201,10 +202,10 @@ bool _ATSC_Service_db_createChannelDB() {
       createOrMigrate(database, table, atsc_service_db_layout, createCommand(table), ATSC_HERE());
       addMissingColumns(database, table, atsc_service_db_custom_column,
                         atsc_service_db_custom_column_count, ATSC_HERE());
-      // Of an older version; it changes the order in which readers get the rows.
+      // An index of an older version; it changes the order in which readers get the rows.
       run(database, "DROP INDEX IF EXISTS " + table + "_number", __func__);
     }
-    // What an interrupted synchronisation of an older version leaves behind.
+    // Remains of an interrupted synchronisation of an older version.
     if (database.tableExists("tmp")) run(database, "DROP TABLE tmp", __func__);
     run(database, "PRAGMA user_version = " + std::to_string(kSchemaVersion), __func__);
   } catch (const SQLite::Exception& e) {
@@ -226,7 +227,7 @@ std::string _ATSC_Service_db_createEventDB(int input_type) {
   } catch (const SQLite::Exception& e) {
     atsc::printDatabaseError(e, __func__, __LINE__);
   }
-  // The guide is filled anew anyway.
+  // The guide is rewritten in any case.
   if (!usable) removeDatabase(*gEvent_DB_path);
   try {
     SQLite::Database database(*gEvent_DB_path, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE,

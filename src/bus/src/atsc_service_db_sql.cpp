@@ -91,8 +91,8 @@ void logNotWritten(const LogPlace& place, const std::string& path, const std::ex
   std::string reason = error.what();
   const auto* failure = dynamic_cast<const SQLite::Exception*>(&error);
   if (failure != nullptr && failure->getErrorCode() == SQLITE_CANTOPEN) {
-    // SQLite keeps the reason to itself. Opening the file to ask would end the process's locks on
-    // it. The journal needs the folder.
+    // SQLite does not report the reason, and opening the file here would release the locks of this
+    // process on it. The journal needs write access to the folder.
     struct stat status {};
     const std::string folder = path.substr(0, path.rfind('/') + 1);
     errno = 0;

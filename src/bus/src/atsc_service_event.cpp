@@ -84,7 +84,7 @@ const AFWEvent stAFWEvent[100] = {
 
 namespace {
 
-// How long the service list must be at rest before the channel table follows.
+// Time without a change of the service list before the channel table is synchronised.
 constexpr uint32_t kServiceUpdateMs = 2000;
 
 }  // namespace

@@ -14,20 +14,20 @@
 
 #include "atsc_immortal.h"
 
-// The name of an event in the log.
+// Name of an event in the log.
 struct AFWEvent {
   char name[52];
   int32_t id;
 };
 static_assert(sizeof(AFWEvent) == 56, "a row of the table of names");
 
-// The events' names, by event number.
+// Names of the events, by event number.
 extern const AFWEvent stAFWEvent[100];
 
-// The messages that wait for the TV application, first come first; each list under its mutex, with
-// one post of its semaphore for each message pushed. They live until the process has ended.
+// The queues of messages for the TV application, in order of arrival. The mutex guards the list;
+// each pushed message posts the semaphore once. The queues exist until the process has ended.
 //
-// Guide messages: the guide's table is rewritten before each is sent.
+// Guide messages. The guide table is rewritten before each message is sent.
 extern atsc::Immortal<std::vector<std::string>> m_event_update_list;
 extern sem_t m_event_update_fire_sem;
 extern pthread_mutex_t m_event_update_prot_mutex_;
@@ -38,7 +38,7 @@ extern sem_t m_cb_fire_sem;
 extern pthread_mutex_t m_cb_prot_mutex_;
 extern std::thread m_cb_thread;  // detached
 
-// The threads of the queues: send the messages in order, without a lock.
+// The threads of the queues. They send the messages in order and hold no lock meanwhile.
 [[noreturn]] void _ATSC_Service_event_update_task();
 [[noreturn]] void _ATSC_Service_cb_task();
 
@@ -47,26 +47,27 @@ void _ATSC_Service_Task_init();
 
 namespace atsc {
 
-// Append a message to a queue. Any thread; they never wait for the TV application.
+// Append a message to a queue. Any thread. Do not wait for the TV application.
 void pushGuideMessage(std::string message);
 void pushMessage(std::string message);
 
 }  // namespace atsc
 
-// Names a started thread; what the system's 15 characters do not hold is cut.
+// Names a started thread. Cuts the name to the 15 characters of the system.
 void SetThreadName(std::thread* thread, const char* name);
 
-// The timer that runs from a change of the service list to the synchronisation; 0 before
+// The timer between a change of the service list and the synchronisation; 0 before
 // ATSC_Service_init().
 extern OSAL_timer_id service_update_tmr_id;
 
-// Brings the current source's channel table in line with the service list and announces a change.
+// Synchronises the channel table of the current source and reports a change to the TV application.
 void service_db_service_update_tm_callback(void* arg, int value);
 
-// Builds the callback message of an event and queues it. `data` is that of the event; any thread.
+// Builds the callback message of an event and queues it. `data` is the data of the event. Any
+// thread.
 void _ATSC_Service_CB_To_TV(AFW_event_t event, void* data);
 
-// Sets "text" to the alert's text in UTF-8; nothing without a text.
+// Sets "text" to the alert's text in UTF-8. Does nothing without a text.
 void ConvertEASAlertText(Json::Value& message, multiple_lang_t* text);
 
 #endif  // ATSC_ATSC_SERVICE_EVENT_H_

@@ -22,10 +22,11 @@ std::thread m_cb_thread;
 
 namespace {
 
-// A queue longer than this is logged, again whenever it has doubled, and anew once it has halved.
+// Length from which a queue is logged: the first time, each time the length has doubled, and again
+// after the length has halved.
 constexpr size_t kManyWaiting = 1000;
 
-// What the two queues have in common.
+// One callback queue.
 struct Queue {
   const char* const thread_name;
   void (*const task)();
@@ -76,7 +77,7 @@ void Queue::push(std::string message) {
   }
 }
 
-// Waits for a post and takes the first message; an empty one when there is none.
+// Waits for a post and removes the first message. Returns an empty text when there is no message.
 std::string Queue::next() {
   while (sem_wait(&fire_sem) != 0) {
   }

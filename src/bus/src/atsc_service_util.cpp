@@ -20,7 +20,7 @@ uint16_t unitAt(const uint8_t* bytes, uint32_t i) {
   return static_cast<uint16_t>(bytes[i] << 8 | bytes[i + 1]);
 }
 
-// Encodes one unit, without a line in the log: a guide has millions. Returns the bytes written.
+// Encodes one unit without logging, as a guide has millions of units. Returns the bytes written.
 int encodeUnit(uint16_t unit, uint8_t* out) {
   if (unit <= 0x7F) {
     out[0] = static_cast<uint8_t>(unit);
@@ -37,8 +37,8 @@ int encodeUnit(uint16_t unit, uint8_t* out) {
   return 3;
 }
 
-// How many units in front are ASCII characters other than NUL, looked at four at a time: most texts
-// are, and guides are long.
+// Returns the number of leading units that are ASCII characters other than NUL. Reads four units at
+// a time, because most texts are ASCII and guides are long.
 uint32_t asciiUnits(const uint8_t* bytes, uint32_t length) {
   uint32_t i = 0;
   for (; i + 8 <= length; i += 8) {
@@ -140,7 +140,7 @@ int Utili_ConvertUTF16BEToUTF8(const void* bytes, uint32_t length, void* out, ui
   } else {
     const auto* units = static_cast<const uint8_t*>(bytes);
     auto* const encoded = static_cast<uint8_t*>(out);
-    // No more units than fit are looked at: a length may claim more than there is.
+    // Reads no more units than fit: `length` may be more than the text has.
     const uint32_t ascii = asciiUnits(units, *capacity < length / 2 ? 2 * *capacity : length);
     for (uint32_t i = 0; i < ascii; ++i) encoded[i] = units[2 * i + 1];
     uint32_t written = ascii;
@@ -158,7 +158,7 @@ int Utili_ConvertUTF16BEToUTF8(const void* bytes, uint32_t length, void* out, ui
 
 void Utili_allocSrvMem(AISRV_service_info* records, const uint32_t* count, void* names) {
   ATSC_ENTER();
-  // A 16-bit position: more services than it can count get no name storage.
+  // A 16-bit position: services beyond its range get no name buffer.
   const uint32_t linked = std::min<uint32_t>(*count, UINT16_MAX);
   for (uint32_t i = 0; i < linked; ++i) {
     records[i].name.text = static_cast<uint8_t*>(names) + atsc::kNameSlot * i;
@@ -185,7 +185,7 @@ uint32_t ATSC_Service_getAudioIndex_fromDB(const AISRV_service_info* record) {
   uint32_t audioIndex = ATSC_CHANNEL_NOT_FOUND;
   sqlString command;
   try {
-    // A source without a table gets a statement that fails.
+    // For a source without a table the statement fails.
     const char* table = "";
     switch (record->service_id.input_source) {
       case 0:

@@ -10,24 +10,25 @@
 
 namespace atsc {
 
-// The slot of a service name as Utili_allocSrvMem() lends it.
+// Size of a name buffer of Utili_allocSrvMem(), a slot.
 constexpr uint32_t kNameSlot = 50;
-// How much of the slot a middleware may fill.
+// Bytes of the slot that the middleware may write.
 constexpr uint16_t kNameCapacity = 40;
 
-// The text in UTF-8: converted when it is UTF-16BE, "" with the converters' log lines when it
-// cannot be; else its bytes up to the first NUL. At most `capacity` bytes are believed, whatever
-// the record says.
+// Returns the text in UTF-8. Converts UTF-16BE; returns "", with the log lines of the converters,
+// when that fails. Returns other text unchanged up to the first NUL. Reads at most `capacity`
+// bytes, even if the record declares more.
 std::string textToUTF8(const multiple_lang_t& text, uint32_t capacity);
-// The same into a string that is used again.
+// Writes the text into a string and reuses its memory.
 void textToUTF8(const multiple_lang_t& text, uint32_t capacity, std::string& converted);
 
-// The name of a service whose name lies in a slot of Utili_allocSrvMem(): one that is not UTF-16BE
-// is the slot up to its NUL, whatever its length says. Nothing behind the slot is read.
+// Returns the name of a service whose name buffer is a slot of Utili_allocSrvMem(). A name that is
+// not UTF-16BE extends to the first NUL of the slot; its length is ignored. Does not read beyond
+// the slot.
 std::string nameInSlot(const AISRV_service_info& service);
 
-// A reply or callback as it is sent: laid out by Json::StyledWriter, but with every byte from 0x80
-// as it stands in the value. A NUL ends a text.
+// Returns the text of a reply or callback: the format of Json::StyledWriter, with unchanged bytes
+// from 0x80. A NUL ends a text.
 std::string jsonText(Json::Value value);
 
 }  // namespace atsc

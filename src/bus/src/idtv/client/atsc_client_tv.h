@@ -5,7 +5,7 @@
 
 namespace ATSCBUS {
 
-// The service process's proxy of the TV application: callback messages.
+// Proxy of the TV application in the service process; sends callback messages.
 class __attribute__((visibility("default"))) ATSCClientTV : public BUSClientInterface {
  public:
   ATSCClientTV();

@@ -60,8 +60,8 @@ int ATSCServerTV::onTransact(unsigned int code, BUSParam& data, BUSParam* reply,
   static const JSONServerTexts texts{"tv/srv", "ATSCBUS_TV_CMD_ID_JSON_COMMAND", tv_thread_tid};
   return transport::onTransact(texts, code, data, reply,
                                [this](const char* request, char** result) {
-                                 // A backend is the TV application's code: what it throws must not
-                                 // end the server thread.
+                                 // The backend is code of the TV application: its exceptions must
+                                 // not end the server thread.
                                  try {
                                    return backend_.load()->jsonCommand(request, result);
                                  } catch (const std::exception& e) {

@@ -6,22 +6,22 @@
 
 #include <atomic>
 
-// Stands in whenever no backend is set.
+// The backend that is used when none is set.
 extern ATSCBUS::ATSCTVServerBackend g_tv_server_backend_default;
 
 namespace ATSCBUS {
 
-// The TV process's server of callback messages: hands each to the registered backend.
+// Server of callback messages in the TV process. Passes each message to the registered backend.
 class __attribute__((visibility("default"))) ATSCServerTV : public BUSServerInterface {
  public:
-  // `backend` (null: the default one) must outlive the server.
+  // `backend` (null: the default backend) must outlive the server.
   explicit ATSCServerTV(ATSCTVServerBackend* backend);
   ~ATSCServerTV() override;
 
   int onTransact(unsigned int code, BUSParam& data, BUSParam* reply, unsigned int flags) override;
 
-  // Replaces the backend (null: the default one). Any thread; a message that is being handled still
-  // reaches the old one.
+  // Replaces the backend (null: the default backend). Any thread. A message that is being handled
+  // still reaches the old backend.
   void RegisterBackend(ATSCTVServerBackend* backend);
 
  private:

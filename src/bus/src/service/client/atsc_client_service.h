@@ -5,7 +5,7 @@
 
 namespace ATSCBUS {
 
-// The TV process's proxy of the service: commands.
+// Proxy of the service in the TV process; sends commands.
 class __attribute__((visibility("default"))) ATSCClientService : public BUSClientInterface {
  public:
   ATSCClientService();

@@ -15,7 +15,7 @@ namespace ATSCBUS {
 namespace {
 
 constexpr unsigned int kPollMicroseconds = 100000;
-// How long the end of the process waits for a channel change.
+// Time for which the end of the process waits for a channel change.
 constexpr std::chrono::seconds kEndWait{1};
 
 }  // namespace
@@ -60,7 +60,7 @@ int ATSCServerService::onTransact(unsigned int code, BUSParam& data, BUSParam* r
       [this](const char* request, char** result) { return jsonCommand(request, result); });
 }
 
-// Sleeps; true when the process is ending.
+// Sleeps. Returns true when the process is ending.
 bool ATSCServerService::waitForStop(unsigned int microseconds) {
   std::unique_lock<std::mutex> lock(stop_->mutex);
   return stop_->changed.wait_for(lock, std::chrono::microseconds(microseconds),

@@ -17,10 +17,10 @@
 
 namespace ATSCBUS {
 
-// The service process's command server. One object a process, g_atsc_server_service.
+// Command server of the service process. One object per process, g_atsc_server_service.
 //
-// Commands run on the BUS server thread inside the transaction. The channel change alone is queued
-// and runs on the command thread, so that nobody waits while a channel is tuned.
+// Commands run on the BUS server thread inside the transaction. Only the channel change is queued
+// and runs on the command thread, so that no sender waits while a channel is tuned.
 class __attribute__((visibility("default"))) ATSCServerService : public BUSServerInterface {
  public:
   // No channel index known.
@@ -28,26 +28,27 @@ class __attribute__((visibility("default"))) ATSCServerService : public BUSServe
 
   // Starts the command thread.
   ATSCServerService();
-  // Ends the command thread. That of g_atsc_server_service is left where it is when it stays in the
-  // middleware for longer than a second: the process ends. A queued channel change that has not
-  // begun is dropped. In a forked child, and on the command thread itself, there is nothing to end.
+  // Ends the command thread and drops a queued channel change that has not begun. Does not wait
+  // longer than a second for the command thread of g_atsc_server_service when it is in the
+  // middleware: the process ends. Does nothing in a forked child and on the command thread itself.
   ~ATSCServerService() override;
 
   int onTransact(unsigned int code, BUSParam& data, BUSParam* reply, unsigned int flags) override;
 
-  // Runs one JSON command. Returns the handler's result: 0, or -1 on failure, for an unknown class
-  // or command and for a text that is no JSON object of the right types; 0 for an empty text. A
-  // handler that answers with data puts a calloc'ed text into `*result`. Never throws.
+  // Runs one JSON command. Returns the result of the handler, 0 or -1. Returns -1 also for an
+  // unknown class or command and for a text that is not a JSON object of the right types, 0 for an
+  // empty text. A handler that replies with data sets `*result` to a text allocated with calloc().
+  // Never throws.
   int jsonCommand(const char* command, char** result);
 
-  // Every command, as its class, a blank and its name; for diagnostics.
+  // Returns all commands, each as its class, a blank and its name; for diagnostics.
   static std::vector<std::string> commandNames();
 
   // The channel-table index of the channel that the last channel change reached.
   int32_t savedChannelIndex() const { return saved_channel_index_; }
 
-  // The handlers of the commands. Those that take a request may throw on members of the wrong type,
-  // which jsonCommand() answers with -1.
+  // The handlers of the commands. A handler that takes a request may throw for a member of the
+  // wrong type; jsonCommand() then returns -1.
 
   int FW_init();
   int FW_powerDown(bool powerdown);
@@ -112,7 +113,7 @@ class __attribute__((visibility("default"))) ATSCServerService : public BUSServe
  private:
   struct Dispatcher;
 
-  // How the command thread is ended.
+  // State of the end of the command thread.
   struct Stop {
     std::mutex mutex;
     std::condition_variable changed;
@@ -124,7 +125,8 @@ class __attribute__((visibility("default"))) ATSCServerService : public BUSServe
   bool waitForStop(unsigned int microseconds);
   void endCommandThread();
 
-  // What the command thread uses is never destroyed: it may outlast the globals.
+  // The data of the command thread is never destroyed: the thread may run longer than the globals
+  // exist.
   atsc::Immortal<std::vector<std::string>>
       command_queue_;  // guarded by queue_mutex_; front is next
   atsc::Immortal<std::thread> command_thread_;
@@ -132,16 +134,16 @@ class __attribute__((visibility("default"))) ATSCServerService : public BUSServe
   int32_t reduced_logging_ = 0;  // BUS server thread only
   std::atomic<int32_t> saved_channel_index_{INVALID_CHANNEL_INDEX};
   atsc::Immortal<Stop> stop_;
-  const pid_t process_ = getpid();  // whose command thread it is
+  const pid_t process_ = getpid();  // the process of the command thread
 };
 
 }  // namespace ATSCBUS
 
-// The process's server. Its storage outlasts every thread.
+// The server of the process. Its memory remains valid for all threads.
 extern ATSCBUS::ATSCServerService g_atsc_server_service;
 
-// The channel-table index of the service now playing: -1 when nothing plays, 65535 when its row is
-// not found. Any thread.
+// Returns the channel-table index of the playing service: -1 when nothing plays, 65535 when the row
+// is not found. Any thread.
 int GetCurrentChannelIdx();
 
 #endif  // ATSC_ATSC_SERVER_SERVICE_H_

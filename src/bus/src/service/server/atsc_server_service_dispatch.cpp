@@ -11,12 +11,12 @@ ATSC_LOGGER("service/srv")
 
 namespace ATSCBUS {
 
-// The commands of every class, in the order in which they are compared.
+// The commands of all classes, in the order of comparison.
 struct ATSCServerService::Dispatcher {
   struct Call {
     ATSCServerService& server;
     Json::Value& request;
-    const std::string& text;  // the request as it came
+    const std::string& text;  // the received request
     char** result;
   };
 
@@ -31,17 +31,17 @@ struct ATSCServerService::Dispatcher {
     size_t count;
   };
 
-  // A handler that takes the request and the reply pointer.
+  // Calls a handler that takes the request and the reply pointer.
   template <int (ATSCServerService::*handler)(Json::Value& request, char** result)>
   static int run(const Call& call) {
     return (call.server.*handler)(call.request, call.result);
   }
 
-  // Null when there is none.
+  // Returns null when there is no such command.
   static const Class* findClass(const std::string& name);
   static const Command* findCommand(const Class& commandClass, const std::string& name);
 
-  // Tables without a destructor: a command may run while the process ends.
+  // The tables have no destructor: a command may run while the process ends.
   static const Command kFW[];
   static const Command kScan[];
   static const Command kSrv[];
@@ -196,7 +196,7 @@ constexpr ATSCServerService::Dispatcher::Class ATSCServerService::Dispatcher::kC
 
 namespace {
 
-// A member as text, "" when it is absent; without the copies that Json::Value::get() makes.
+// Returns a member as text, "" when it is absent. Unlike Json::Value::get(), copies no values.
 template <size_t N>
 std::string textMember(const Json::Value& request, const char (&key)[N]) {
   const Json::Value* member = request.find(key, key + N - 1);
@@ -246,7 +246,7 @@ int ATSCServerService::jsonCommand(const char* command, char** result) {
     const std::string text = shown;
     Json::Reader reader;
     Json::Value request;
-    // Comments are not kept: nobody reads them, and keeping many costs their square.
+    // Without comments: they are not used, and keeping them takes quadratic time.
     if (!reader.parse(text, request, false)) return -1;
     if (!request.isObject() && !request.isNull())
       throw std::invalid_argument("it is not a JSON object");

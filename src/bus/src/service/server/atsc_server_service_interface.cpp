@@ -49,7 +49,7 @@ std::string giveReply(const Json::Value& reply, char** result) {
   return text;
 }
 
-// A line of a handler: the beginning of every line, then the text.
+// Logs a line of a handler: the common beginning, then the text.
 #define HANDLER_LOG(level, line, format, ...)                                                \
   logger_.level("%-9s: [%d][%s()][%s:%d] " format, place_.tag, processId(), place_.function, \
                 place_.file, line, ##__VA_ARGS__)

@@ -1,4 +1,4 @@
-// What the command handlers share.
+// Common functions of the command handlers.
 #ifndef ATSC_ATSC_SERVER_SERVICE_INTERFACE_H_
 #define ATSC_ATSC_SERVER_SERVICE_INTERFACE_H_
 
@@ -14,17 +14,17 @@
 
 namespace atsc {
 
-// The input source of a request's text: "VSB" is terrestrial, anything else cable.
+// Returns the input source with the name in a request: "VSB" is terrestrial, any other name cable.
 uint32_t sourceNamed(const std::string& name);
 
-// A member of a request where a handler has to do without one of the wrong type: `absent` when the
-// member is absent or cannot be converted.
+// Return a member of a request for a handler that ignores a member of the wrong type: `absent` when
+// the member is absent or cannot be converted.
 std::string textMember(const Json::Value& request, const char* key, const char* absent);
 uint32_t unsignedMember(const Json::Value& request, const char* key, uint32_t absent);
-// Whether there is such a member that can be converted.
+// Returns whether there is such a member that can be converted.
 bool hasMember(const Json::Value& request, const char* key, Json::ValueType type);
 
-// Logs why a handler refuses its request. Returns -1.
+// Logs the reason why a handler refuses its request. Returns -1.
 int refused(LoggerCpp& logger, const LogPlace& place, const std::exception& reason);
 
 // A service record with a name buffer of `slot` bytes for the middleware to fill.
@@ -37,18 +37,18 @@ struct LentService {
   std::vector<uint8_t> name;
 };
 
-// Hands a reply over to the receiver of the command: as a calloc'ed text in `*result`, which stays
-// null for want of memory. Returns the text.
+// Sets `*result` to the text of a reply, allocated with calloc(), for the sender of the command.
+// `*result` stays null when memory is exhausted. Returns the text.
 std::string giveReply(const Json::Value& reply, char** result);
 
-// What the handlers of parental control and alerts have in common. Its log lines are its handler's;
-// `line` is that of the caller.
+// Common steps of a handler of parental control or alerts. Log lines carry the name of the handler;
+// `line` is the line of the caller.
 class Handler {
  public:
-  // Logs the beginning of the handler.
+  // Logs the start of the handler.
   Handler(LoggerCpp& logger, const LogPlace& place);
 
-  // Logs why the command is refused. Returns -1.
+  // Logs the reason why the command is refused. Returns -1.
   int refuse(const char* reason, int line = __builtin_LINE()) const;
 
   // Logs a status other than 0 as a failed call of `function`. Returns the status.
@@ -57,14 +57,14 @@ class Handler {
   // Logs the end of the handler. Returns 0.
   int leave(int line = __builtin_LINE()) const;
 
-  // check(), then leave(). Returns the handler's result.
+  // Calls check(), then leave(). Returns the result of the handler.
   int leave(const char* function, int status, int line = __builtin_LINE()) const;
 
-  // Hands a reply over and shows it.
+  // Sets the reply and logs it.
   void answer(const Json::Value& reply, char** result, int line = __builtin_LINE()) const;
 
-  // The same, then leave(), for a query that called `function`: `fill` is given the reply, unless
-  // the call failed, and returns 0, or -1 to end the handler with it.
+  // Completes a query that called `function`: unless the call failed, `fill` fills the reply and
+  // returns 0, or -1 to end the handler with -1. Then sets and logs the reply and calls leave().
   template <typename Fill>
   int answer(const char* function, int status, char** result, Fill fill,
              int line = __builtin_LINE()) const {
@@ -81,8 +81,8 @@ class Handler {
   const LogPlace place_;
 };
 
-// The channel-table index of a service of the current input source, ATSC_CHANNEL_NOT_FOUND when
-// there is no such row.
+// Returns the channel-table index of a service of the current input source, ATSC_CHANNEL_NOT_FOUND
+// when there is no such row.
 int findChannelIndex(const AISRV_service_info& service, uint32_t source_id);
 
 }  // namespace atsc

@@ -42,7 +42,7 @@ uint32_t dualMode(const std::string& name) {
 
 int ATSCServerService::AUD_changeAudio(unsigned int index) {
   ATSC_ENTER();
-  // Requests count from 0, the middleware and the database from 1.
+  // Tracks count from 0 in requests, from 1 in the middleware and the database.
   const unsigned int track = index + 1;
   const int status = ATSC_CALL(AIFW_change_audio, static_cast<uint8_t>(track));
   if (status == 0) storeAudioIndex(track, ATSC_HERE());

@@ -1,4 +1,4 @@
-// "PC": what is blocked, and the unlock.
+// "PC": queries of blocking, rating checks and the unlock.
 #include <aicn.h>
 #include <aiec.h>
 #include <aifw.h>
@@ -21,7 +21,7 @@ namespace ATSCBUS {
 
 namespace {
 
-// What the rating text of a check is said to have; longer texts have room behind it.
+// Declared length of the rating text of a check. The buffer has space for longer texts.
 constexpr uint16_t kRatingTextSize = 96;
 
 struct RatingSystem {
@@ -34,7 +34,7 @@ constexpr RatingSystem kUSTelevision = {"USA-TV", 1, 1};
 constexpr RatingSystem kRatingSystems[] = {
     kUSTelevision, {"USA-MPAA", 1, 2}, {"CAN-ENG", 2, 3}, {"CAN-FRA", 2, 4}};
 
-// Whether the current programme is blocked; `status` becomes what is said of it.
+// Returns whether the current programme is blocked; sets `status` to the text of the reply.
 bool IsParentalBlocked(std::string& status) {
   ATSC_ENTER();
   bool blocked = false;
@@ -56,7 +56,7 @@ bool IsParentalBlocked(std::string& status) {
       const bool advised =
           AISRV_get_CAD_list(&service, &count, advisories.data()) == 0 && count != 0;
       if (verdict == AIPC_UNRATED || advised) {
-        // A status that cannot be read counts as blocked.
+        // The programme counts as blocked when the status cannot be read.
         AISRV_get_rating_status(&service, &rating_status);
         blocked = rating_status == 1;
       }
@@ -115,8 +115,8 @@ int ATSCServerService::PC_PwdUnlock(Json::Value& request, char** /*result*/) {
   if (!atsc::hasMember(request, "lock_status", Json::intValue)) {
     return handler.refuse("Can not find lock status");
   }
-  // The unlock is for the channel that was changed to, and for no other. Two channels without a row
-  // are not the same one.
+  // The unlock holds only for the channel of the last channel change. Two channels without a row
+  // are different channels.
   const int32_t saved = saved_channel_index_;
   const auto isUnknown = [saved](int index) {
     return index == INVALID_CHANNEL_INDEX ||

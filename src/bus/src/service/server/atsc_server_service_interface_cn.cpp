@@ -17,7 +17,7 @@ namespace {
 // Codes of the audio languages; the position is the middleware's number, AICN_LANGUAGE_*.
 constexpr const char* kLanguages[] = {"eng", "fre", "spa"};
 
-// `unknown` for a code that is not in the list.
+// Returns `unknown` for a code that is not in the list.
 int32_t languageNumber(const std::string& code, int32_t unknown) {
   for (size_t i = 0; i < std::size(kLanguages); ++i) {
     if (code == kLanguages[i]) return static_cast<int32_t>(i);
@@ -25,7 +25,7 @@ int32_t languageNumber(const std::string& code, int32_t unknown) {
   return unknown;
 }
 
-// Leaves `code` as it is for an unknown number.
+// Does not change `code` for an unknown number.
 void setLanguageCode(int32_t number, std::string& code) {
   if (number >= 0 && number < static_cast<int32_t>(std::size(kLanguages))) {
     code = kLanguages[number];
@@ -39,7 +39,7 @@ int ATSCServerService::CN_setPreAudLang(Json::Value request) try {
   const int32_t first = languageNumber(request.get("first", "").asString(), AICN_LANGUAGE_ENGLISH);
   const int32_t second = languageNumber(request.get("second", "").asString(), first);
   ATSC_CALL(AICN_set_pref_aud_lang, first);
-  // Only the second call counts.
+  // The result of the first call is only logged.
   int status = ATSC_CALL(AICN_set_sec_pref_aud_lang, second);
   if (status == 0 && AIUP_store_all() != 0) {
     status = -1;
@@ -61,7 +61,7 @@ int ATSCServerService::CN_getPreAudLang(char** result) {
   ATSC_ENTER();
   Json::Value reply;
   int32_t number = -1;
-  // An unknown second language repeats the first one.
+  // For an unknown second language the reply repeats the first language.
   std::string code;
   ATSC_CALL(AICN_get_pref_aud_lang, &number);
   setLanguageCode(number, code);

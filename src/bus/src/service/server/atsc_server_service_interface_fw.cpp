@@ -28,7 +28,7 @@ namespace {
 
 constexpr unsigned int kPollMicroseconds = 100000;
 
-// What a change of one channel does to its attribute flags.
+// A change of the attribute flags, by type of the request.
 struct FlagChange {
   const char* type;
   uint32_t flag;
@@ -45,14 +45,14 @@ constexpr FlagChange kFlagChanges[] = {
     {"unlock", AISRV_FLAG_LOCKED, false, "Unlock channel"},
 };
 
-// The mask's bit of a favourite group, counted from 1; 0 when the mask ends before that group.
+// Returns the bit of a favourite group, counted from 1; 0 when the mask has no bit for the group.
 uint32_t favouriteBit(uint32_t group) {
   constexpr uint32_t kFirst = 0x10;
   constexpr uint32_t kGroups = 28;
   return group <= kGroups ? kFirst << (group - 1) : 0;
 }
 
-// Whether a service is the one that plays.
+// Returns whether a service is the current service.
 bool isPlaying(const AISRV_service_id& id, const atsc::LogPlace& place) {
   atsc::LentService current;
   if (ATSC_CALL_AT(place, AICN_get_current, &current.record) != 0) return false;
@@ -106,7 +106,7 @@ int ATSCServerService::FW_init() {
 
 int ATSCServerService::FW_changeChannel(Json::Value request) try {
   ATSC_ENTER();
-  // Everything that can be refused is read before the first call that has an effect.
+  // Reads all members before the first call that has an effect: a wrong member refuses the request.
   const std::string mode = request.get("mode", "").asString();
   const uint32_t source = atsc::sourceNamed(request.get("input", "VSB").asString());
   const bool password_reqd = request.get("password_reqd", true).asBool();
@@ -119,7 +119,7 @@ int ATSCServerService::FW_changeChannel(Json::Value request) try {
   if (change.mode == AIFW_CHANGE_DIRECT) {
     const uint32_t major = request.get("major", 0).asUInt();
     const uint32_t minor = request.get("minor", 0).asUInt();
-    // What the record's fields cannot hold must not become another channel.
+    // A number that does not fit the fields of the record must not become another channel.
     if (major > UINT16_MAX || minor > UINT16_MAX) {
       ATSC_LOG(Error, "no channel(%u-%u) to change to", major, minor);
       ATSC_LEAVE();
@@ -149,7 +149,7 @@ int ATSCServerService::FW_changeChannel(Json::Value request) try {
   ATSC_CALL(AIFW_channel_change, &change);
   ATSC_CALL(AIFW_pwd_unlocked_no_playing, password_reqd ? 0 : 1);
   ATSC_CALL(AIFW_passwd_reqd_non_play_src, 1);
-  // The code in both messages is this function's result, not the failing call's.
+  // Both messages show the result of this function, not of the call that failed.
   const int result = 0;
   if (AIUP_store_all() != 0) {
     ATSC_LOG(Error, "Failed to call AIUP_store_all() -> 0x%08x: %s", result, __PRETTY_FUNCTION__);
@@ -228,7 +228,7 @@ int ATSCServerService::FW_addChannel(Json::Value request) {
   const uint32_t frequency = request.get("freq", 0).asUInt();
   const std::string name = request.get("name", "").asString();
   const uint32_t source = atsc::sourceNamed(request.get("src", "VSB").asString());
-  // What the record's fields cannot hold must not become another channel or name.
+  // A number or name that does not fit the record must not become another channel or name.
   if (major > UINT16_MAX || minor > UINT16_MAX || name.size() > UINT16_MAX) {
     ATSC_LOG(Error, "channel(%u-%u) with a name of %zu bytes cannot be added", major, minor,
              name.size());

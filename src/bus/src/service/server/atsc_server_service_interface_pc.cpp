@@ -27,15 +27,15 @@ constexpr char kNoBlock[] = "Can not find block setting";
 constexpr char kNoGroup[] = "Can not find unrated group";
 constexpr char kNoRecord[] = "Failed to convert Json value to AIPC_dim_t";
 
-// A text that the middleware fills, with a byte more than it may use.
+// A text buffer for the middleware, one byte longer than the declared length.
 struct LentText {
   explicit LentText(multiple_lang_t& text) { text = {bytes.data(), AIPC_TEXT_SIZE, 0}; }
   std::array<uint8_t, AIPC_TEXT_SIZE + 1> bytes{};
 };
 
-// A text in a reply. False when it cannot be converted.
+// Sets a text of a reply. Returns false when the text cannot be converted.
 bool putText(Json::Value& member, multiple_lang_t text, const LentText& lent) {
-  // From the lent buffer no more than was lent; the conversion of UTF-16 ends by itself.
+  // Reads at most the declared length of the buffer; the conversion of UTF-16 has its own limit.
   const uint8_t* const end = lent.bytes.data() + AIPC_TEXT_SIZE;
   if (text.encoding != AI_TEXT_UTF16BE && text.text >= lent.bytes.data() && text.text <= end) {
     text.length = std::min(text.length, static_cast<uint16_t>(end - text.text));
@@ -53,7 +53,7 @@ uint8_t unsignedByteMember(const Json::Value& request, const char* key, uint32_t
   return static_cast<uint8_t>(request.get(key, absent).asUInt());
 }
 
-// Changes the rating settings of a request with one of the two encoders and answers with them.
+// Changes the rating settings of a request with one of the two encoders and replies with them.
 int encodeRating(const atsc::Handler& handler, const Json::Value& request, char** result,
                  const char* name, int (*encode)(AIPC_dime_t*, uint8_t, uint8_t, uint8_t)) {
   *result = nullptr;
@@ -278,7 +278,7 @@ int ATSCServerService::PC_StoreAll(Json::Value& /*request*/, char** /*result*/) 
                {"AIUP_store_all", AIUP_store_all},
                {"AIUP_sync", AIUP_sync}};
   for (const auto& step : steps) {
-    // The code in the message is this function's result, not the failing call's.
+    // The message shows the result of this function, not of the call that failed.
     if (step.call() != 0) return handler.leave(step.name, -1);
   }
   return handler.leave();

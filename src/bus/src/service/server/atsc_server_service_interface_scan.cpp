@@ -21,14 +21,14 @@ namespace ATSCBUS {
 
 namespace {
 
-// Whether the last started scan was a manual one.
+// Whether the last scan that was started is a manual scan.
 std::atomic<bool> manualScan{false};
 
-// Requested values below this are channel numbers, others frequencies in Hz.
+// Requested values below this limit are channel numbers, other values frequencies in Hz.
 constexpr uint32_t kChannelNumbers = 256;
 
-// The frequency of a plan's channel, 0 when the plan has no such channel. The last entry of a plan
-// ends it and is no frequency.
+// Returns the frequency of a channel, 0 when the plan has no such channel. The last entry of a plan
+// is its end and not a frequency.
 template <size_t N>
 uint32_t planFrequency(const int32_t (&plan)[N], uint32_t firstChannel, uint32_t channel) {
   if (channel < firstChannel || channel - firstChannel >= N - 1) return 0;
@@ -56,7 +56,7 @@ void playFirstService(int source, uint32_t frequency, const atsc::LogPlace& plac
   ATSC_CALL_AT(place, AIFW_play_first_service, static_cast<uint32_t>(source), frequency);
 }
 
-// The frequency that the tuner of an input is tuned to, 0 when that is not known.
+// Returns the frequency of the tuner of an input, 0 when the frequency is unknown.
 uint32_t tunedFrequency(int source, const atsc::LogPlace& place) {
   uint8_t flag = 0;
   AIIN_input_t input{};

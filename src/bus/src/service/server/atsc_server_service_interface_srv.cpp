@@ -13,7 +13,7 @@ namespace ATSCBUS {
 
 namespace {
 
-// What is said when there is no current service, or it is not in the channel table.
+// The reply when there is no current service or when the service is not in the channel table.
 Json::Value noService() {
   Json::Value reply;
   for (const char* key : {"major", "minor", "freq", "fav_group", "srv_flag", "source_id"}) {

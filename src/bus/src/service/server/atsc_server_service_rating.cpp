@@ -85,7 +85,7 @@ bool Copy2UTF8(std::vector<uint8_t>& out, const multiple_lang_t* text) {
     out.assign(length + 1, 0);
     if (text->text != nullptr) std::copy_n(text->text, length, out.begin());
   } else {
-    // The conversion ends with the computed size, and so within these bytes.
+    // The conversion writes at most the computed size, which these bytes hold.
     uint32_t size =
         Utili_UTF16BEToUTF8Length(text->text, std::min<uint32_t>(length, AIPC_TEXT_SIZE));
     out.assign(size + 1, 0);
@@ -185,7 +185,7 @@ void ConvertUSATVRatingString(const std::string& rating, uint8_t* buffer, uint32
   }
   const std::string base = std::move(*found);
   parts.erase(found);
-  // The comparison is an ordering only without the empty parts, which come first.
+  // The comparison is a strict ordering only without the empty parts, which come first.
   const auto first = std::stable_partition(parts.begin(), parts.end(),
                                            [](const std::string& part) { return part.empty(); });
   std::stable_sort(first, parts.end(), StringCompare);
@@ -204,7 +204,7 @@ void ConvertUSATVRatingString(const std::string& rating, uint8_t* buffer, uint32
   };
   append(base);
   for (const std::string& part : parts) {
-    // Compared with the whole buffer, not with the room left.
+    // Compares with the whole buffer, not with the remaining space.
     if (part.size() + 1 > size) {
       ATSC_LOG(Error, "rating string buffer size is too small: %d > %d",
                static_cast<int>(position + part.size() + 1), static_cast<int>(size));

@@ -1,4 +1,4 @@
-// Rating settings and texts between the middleware's records and JSON.
+// Conversions of rating settings and texts between records of the middleware and JSON.
 #ifndef ATSC_ATSC_SERVER_SERVICE_RATING_H_
 #define ATSC_ATSC_SERVER_SERVICE_RATING_H_
 
@@ -12,31 +12,33 @@
 
 namespace atsc {
 
-// All on the BUS server thread.
+// All functions run on the BUS server thread.
 
-// The current rating region, unless `region` is null, and the details of the current input. False,
-// with the reason in the log, when it is no ATSC input or the middleware does not tell.
+// Returns the current rating region, unless `region` is null, and the details of the current input.
+// Returns false and logs the reason when the input is not an ATSC input or a middleware call fails.
 bool GetCurrentATSCSetting(AIPC_region_list_t* region, AIIN_input_t* input);
 
-// A text of the middleware as NUL-terminated UTF-8. A text of single bytes is copied as long as it
-// says; of UTF-16 at most AIPC_TEXT_SIZE bytes are converted. False for UTF-16 that cannot be.
+// Converts a text of the middleware to NUL-terminated UTF-8. Copies a single-byte text with its
+// declared length; converts at most AIPC_TEXT_SIZE bytes of UTF-16. Returns false for UTF-16 that
+// cannot be converted.
 bool Copy2UTF8(std::vector<uint8_t>& out, const multiple_lang_t* text);
 
 // Adds the members of the rating document to `value`.
 void ConvertPCDime2JsonValue(const AIPC_dime_t& dime, Json::Value& value);
 
-// The stored settings of a region with what the rating document in `request` changes. True, with
-// `dime` as it was, when the current input is no ATSC input; false when the stored settings cannot
-// be read or "us", "can" or "dwn" are missing: `dime` is of no use then.
+// Reads the stored settings of a region and applies the rating document in `request`. Returns true
+// and does not change `dime` when the current input is not an ATSC input. Returns false, with
+// undefined `dime`, when the stored settings cannot be read or "us", "can" or "dwn" is missing.
 bool ConvertJsonValue2PCDime(const Json::Value& request, AIPC_dime_t& dime);
 
-// Rewrites a USA TV rating such as "D,TV-14,V" as "TV-14-D-V". `buffer` is zeroed and has room for
-// the size of `rating` and 2 bytes more, at least for `size` bytes; `size` is what its text is said
-// to have: a part that is longer than that ends the text. Nothing is written without a "TV-" part.
+// Rewrites a USA TV rating such as "D,TV-14,V" as "TV-14-D-V". `buffer` is zeroed and has space for
+// the size of `rating` plus 2 bytes, and for at least `size` bytes. `size` is the declared length
+// of the text; a part that is longer than `size` ends the text. Writes nothing without a "TV-"
+// part.
 void ConvertUSATVRatingString(const std::string& rating, uint8_t* buffer, uint32_t size);
 
-// Whether rating part `a` comes before `b`: by first character alone. No ordering for two empty
-// ones, which both come before each other.
+// Returns whether rating part `a` comes before `b`, by the first character only. Not a strict
+// ordering for empty parts: two empty parts come before each other.
 bool StringCompare(const std::string& a, const std::string& b);
 
 }  // namespace atsc
