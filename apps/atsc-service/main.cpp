@@ -31,11 +31,7 @@ namespace {
 constexpr int kFailure = 1;
 constexpr int kUsage = 2;
 
-// Input types of the library.
-constexpr int kTerrestrial = 2;
-constexpr int kCable = 3;
-
-// Names the folder with the receiver's state.
+// Names the folder with the state of the receiver.
 constexpr const char* kStateVariable = "ATSC_HOST_STATE";
 constexpr const char* kStateFiles[] = {"services.json", "settings.json", "parental.json",
                                        "regions.json"};
@@ -96,7 +92,7 @@ void prepareState(const apps::DatabaseFiles& files) {
 // only how many there are.
 void bringTablesInLine() {
   bool changed = false;
-  for (const int input : {kTerrestrial, kCable}) {
+  for (const int input : {ATSC_INPUT_TERRESTRIAL, ATSC_INPUT_CABLE}) {
     changed = ATSC_Service_db_UpdateChannel(input) != 0 || changed;
   }
   if (changed) ATSC_Service_event_cb_Ex();
