@@ -13,6 +13,7 @@
 #include "aiin.h"
 #include "aipc.h"
 #include "receiver/stream/transport.h"
+#include "receiver/tables/psip_decoder.h"
 #include "receiver_test_air.h"
 
 namespace receiver_test {

@@ -11,7 +11,7 @@
 
 #include "process/mutex.h"
 #include "receiver/events/event_queue.h"
-#include "receiver/tables/psip_decoder.h"
+#include "receiver/tables/emergency_alert.h"
 
 namespace atschost {
 

@@ -13,6 +13,7 @@
 #include "process/mutex.h"
 #include "process/thread.h"
 #include "receiver/station/guide.h"
+#include "receiver/tables/system_time.h"
 
 namespace atschost {
 

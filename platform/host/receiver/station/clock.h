@@ -11,7 +11,7 @@
 #include "aist.h"
 #include "process/mutex.h"
 #include "receiver/stream/air.h"
-#include "receiver/tables/psip_decoder.h"
+#include "receiver/tables/system_time.h"
 
 namespace atschost {
 

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "process/immortal.h"
+#include "receiver/tables/system_time.h"
 
 namespace atschost {
 namespace {

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "process/mutex.h"
-#include "receiver/tables/psip_decoder.h"
+#include "receiver/tables/guide_tables.h"
 
 namespace atschost {
 

@@ -6,7 +6,7 @@
 #include <optional>
 
 #include "aist.h"
-#include "receiver/tables/psip_decoder.h"
+#include "receiver/tables/system_time.h"
 
 namespace atschost {
 

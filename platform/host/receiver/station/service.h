@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "aisrv.h"
-#include "receiver/tables/psi_decoder.h"
+#include "receiver/tables/carrier_tables.h"
 
 namespace atschost {
 

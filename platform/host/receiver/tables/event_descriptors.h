@@ -3,7 +3,7 @@
 #define ATSC_HOST_RECEIVER_TABLES_EVENT_DESCRIPTORS_H_
 
 #include "receiver/stream/byte_reader.h"
-#include "receiver/tables/psip_decoder.h"
+#include "receiver/tables/guide_tables.h"
 
 namespace atschost {
 

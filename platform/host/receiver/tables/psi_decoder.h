@@ -6,51 +6,10 @@
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <optional>
-#include <string>
-#include <vector>
 
-#include "aisrv.h"
-#include "receiver/tables/caption_services.h"
-#include "receiver/tables/content_advisory.h"
+#include "receiver/tables/carrier_tables.h"
 
 namespace atschost {
-
-// A virtual channel as its table says (A/65 tables 6.4 and 6.7).
-struct VirtualChannel {
-  std::string name;  // UTF-16BE
-  uint16_t major = 0;
-  uint16_t minor = 0;
-  uint8_t modulationMode = 0;
-  uint16_t tsid = 0;
-  uint16_t programNumber = 0;
-  bool hidden = false;
-  bool outOfBand = false;
-  uint8_t serviceType = 0;
-  uint16_t sourceId = 0;
-  bool hasLocation = false;  // carries a service location descriptor
-  std::vector<AISRV_pid_info> streams;
-};
-
-struct Vct {
-  uint16_t tsid = 0;
-  std::vector<VirtualChannel> channels;
-};
-
-struct Pat {
-  uint16_t tsid = 0;
-  std::map<uint16_t, uint16_t> pmtPids;  // by program number
-};
-
-struct CarrierTables {
-  std::optional<Pat> pat;
-  std::optional<Vct> vct;
-  std::map<uint16_t, std::vector<AISRV_pid_info>> pmts;  // by program number
-  // Of the PMTs that announce some, by program number.
-  std::map<uint16_t, std::vector<CaptionService>> captions;
-  // Of the PMTs that carry some, by program number.
-  std::map<uint16_t, std::vector<Advisory>> advisories;
-};
 
 // Fed with the sections of one carrier; the first whole current version of each table counts. Of
 // several VCTs the one with the PAT's transport_stream_id counts, else the first. One thread.

@@ -20,20 +20,7 @@ constexpr uint8_t kEttId = 0xCC;
 constexpr uint8_t kSttId = 0xCD;
 constexpr uint8_t kEmergencyAlertId = 0xD8;
 
-constexpr uint32_t kGpsEpoch = 315964800;  // 1980-01-06 00:00:00 UTC, Unix seconds
-
-constexpr size_t kNodeSize = 64;  // of a container
-
 constexpr const char* kTooMuch = "guide tables are more than is kept";
-
-size_t sizeOf(const GuideEvent& event) {
-  size_t size = sizeof(event) + event.title.size() + event.rating.size() +
-                event.otherRatings.size() + event.genres.size() +
-                event.captionServices.size() * sizeof(CaptionService);
-  for (const Advisory& advisory : event.advisories)
-    size += sizeof(advisory) + 2 * advisory.values.size();
-  return size;
-}
 
 // Text as it stands in fields of plain characters.
 std::string characters(ByteReader field) {
@@ -210,23 +197,6 @@ struct Header {
 };
 
 }  // namespace
-
-size_t sizeOf(const GuideTables::Eit& events) {
-  size_t size = kNodeSize;
-  for (const GuideEvent& event : events) size += sizeOf(event);
-  return size;
-}
-
-size_t sizeOfText(const std::string& text) { return sizeof(EttText) + kNodeSize + text.size(); }
-
-uint32_t SystemTime::unixSeconds() const { return gpsSeconds - gpsUtcOffset + kGpsEpoch; }
-
-bool GuideEvent::operator==(const GuideEvent& other) const {
-  return eventId == other.eventId && start == other.start && duration == other.duration &&
-         title == other.title && rating == other.rating && otherRatings == other.otherRatings &&
-         advisories == other.advisories && genres == other.genres && captions == other.captions &&
-         captionServices == other.captionServices;
-}
 
 struct PsipDecoder::Impl {
   const char* pushMgt(const Header& header, ByteReader in);

@@ -5,92 +5,16 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <optional>
-#include <string>
-#include <utility>
 #include <vector>
 
-#include "receiver/tables/caption_services.h"
-#include "receiver/tables/content_advisory.h"
+#include "receiver/tables/emergency_alert.h"
+#include "receiver/tables/guide_tables.h"
 #include "receiver/tables/rating_region.h"
+#include "receiver/tables/system_time.h"
 
 namespace atschost {
-
-// System time table (A/65 6.1).
-struct SystemTime {
-  uint32_t gpsSeconds = 0;   // since 1980-01-06 00:00:00 UTC, leap seconds counted
-  uint8_t gpsUtcOffset = 0;  // seconds
-  bool daylightStatus = false;
-  uint8_t daylightDayOfMonth = 0;
-  uint8_t daylightHour = 0;
-
-  uint32_t unixSeconds() const;
-};
-
-// One event of an EIT (A/65 6.5). Texts are UTF-16BE.
-struct GuideEvent {
-  uint16_t eventId = 0;   // 14 bits
-  uint32_t start = 0;     // GPS seconds
-  uint32_t duration = 0;  // seconds
-  std::string title;
-  std::string rating;        // the one to show, "TV-14-D-V"; empty: not rated
-  std::string otherRatings;  // with all regions' ratings, where there are several; else empty
-  std::vector<Advisory> advisories;
-  std::vector<uint8_t> genres;
-  bool captions = false;  // there are some
-  std::vector<CaptionService> captionServices;
-
-  bool operator==(const GuideEvent& other) const;
-};
-
-// The guide tables of one stream. Instance k of a table covers the k-th 3-hour segment (A/65 6.2).
-struct GuideTables {
-  using Eit = std::vector<GuideEvent>;            // in the table's order
-  using Texts = std::map<uint32_t, std::string>;  // by ETM_id, UTF-16BE
-
-  // By instance and source id; whole tables of the current version only.
-  std::map<std::pair<uint8_t, uint16_t>, Eit> eits;
-  std::map<uint8_t, Texts> etts;  // by instance
-  // Instances that the MGT announces; without an MGT nothing is known of them.
-  bool mgtSeen = false;
-  std::vector<uint8_t> announcedEits;
-  std::vector<uint8_t> announcedEtts;
-  // Those of which everything that is on the air is here.
-  std::vector<uint8_t> settledEits;
-  std::vector<uint8_t> settledEtts;
-};
-
-// Cable emergency alert (SCTE 18). Texts are UTF-16BE.
-struct EmergencyAlert {
-  uint8_t sequence = 0;  // sequence_number, 5 bits
-  uint16_t eventId = 0;
-  std::string originator;      // EAS_originator_code, 3 characters
-  std::string eventCode;       // EAS_event_code
-  std::string activationText;  // nature_of_activation_text
-  std::string text;            // alert_text; that of the activation where it is empty
-  uint8_t timeRemaining = 0;   // seconds; 0 means indefinite
-  uint32_t start = 0;          // event_start_time, GPS seconds; 0: at once
-  uint16_t duration = 0;       // event_duration, minutes; 0: indefinite
-  uint8_t priority = 0;        // alert_priority, 0 to 15
-  bool hasDetailsChannel = false;
-};
-
-// Rating region table as received: a whole section and what it says.
-struct RatingRegionTable {
-  RatingRegion region;
-  std::vector<uint8_t> section;
-};
-
-// What is kept of one carrier's guide: several times what the fullest station sends. What comes
-// beyond that is dropped.
-constexpr size_t kMaxGuideSize = 16 << 20;  // as sizeOf() estimates
-constexpr size_t kMaxGuideSources = 1000;   // in an EIT instance
-
-// Estimated bytes of what is kept.
-size_t sizeOf(const GuideTables::Eit& events);
-size_t sizeOfText(const std::string& text);
 
 // Fed with the sections of one stream. What it keeps of the guide is bounded. One thread.
 class PsipDecoder {

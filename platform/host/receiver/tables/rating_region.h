@@ -27,6 +27,12 @@ struct RatingRegion {
   std::vector<Dimension> dimensions;  // 1 to 255
 };
 
+// A rating region table as received: what it says, and its section.
+struct RatingRegionTable {
+  RatingRegion region;
+  std::vector<uint8_t> section;
+};
+
 constexpr uint8_t kRrtId = 0xCA;
 
 // Reads a rating region table; what `section` points to need not be one. Returns null, or the fault

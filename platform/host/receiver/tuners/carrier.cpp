@@ -11,6 +11,7 @@
 #include "receiver/stream/demux.h"
 #include "receiver/stream/transport.h"
 #include "receiver/tables/psi_decoder.h"
+#include "receiver/tables/psip_decoder.h"
 
 namespace atschost {
 namespace {

@@ -10,7 +10,8 @@
 #include "receiver/station/clock.h"
 #include "receiver/station/service.h"
 #include "receiver/stream/air.h"
-#include "receiver/tables/psip_decoder.h"
+#include "receiver/tables/guide_tables.h"
+#include "receiver/tables/rating_region.h"
 
 namespace atschost {
 

@@ -15,7 +15,6 @@
 #include "process/mutex.h"
 #include "receiver/events/event_queue.h"
 #include "receiver/station/state_file.h"
-#include "receiver/tables/psip_decoder.h"
 #include "receiver/tables/rating_region.h"
 
 namespace atschost {
