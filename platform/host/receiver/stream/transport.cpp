@@ -19,55 +19,6 @@ constexpr std::array<uint32_t, 256> kCrcTable = makeCrcTable();
 
 constexpr uint8_t kSyncByte = 0x47;
 
-// Whether descriptors fill `size` bytes exactly.
-bool descriptorsFit(const uint8_t* bytes, size_t size) {
-  while (size > 0) {
-    if (size < 2 || size < 2u + bytes[1]) return false;
-    const size_t length = 2u + bytes[1];
-    bytes += length;
-    size -= length;
-  }
-  return true;
-}
-
-constexpr size_t kToTheEnd = SIZE_MAX;
-
-// Walks `count` entries (kToTheEnd: as many as there are) of `fixed` bytes, the last two of which
-// hold the length of the descriptors that follow. Returns the bytes used; SIZE_MAX when an entry
-// does not fit.
-size_t walkEntries(const uint8_t* bytes, size_t size, size_t fixed, uint16_t lengthMask,
-                   size_t count) {
-  size_t at = 0;
-  for (size_t i = 0; count == kToTheEnd ? at < size : i < count; ++i) {
-    if (size - at < fixed) return SIZE_MAX;
-    const size_t length = read16(bytes + at + fixed - 2) & lengthMask;
-    at += fixed;
-    if (size - at < length || !descriptorsFit(bytes + at, length)) return SIZE_MAX;
-    at += length;
-  }
-  return at;
-}
-
-const char* pmtFault(const uint8_t* body, size_t size) {
-  const size_t info = walkEntries(body, size, 4, 0x0FFF, 1);  // PCR_PID, program_info_length
-  if (info == SIZE_MAX) return "PMT program descriptors pass the end";
-  if (walkEntries(body + info, size - info, 5, 0x0FFF, kToTheEnd) == SIZE_MAX)
-    return "PMT elementary stream passes the end";
-  return nullptr;
-}
-
-const char* vctFault(const uint8_t* body, size_t size) {
-  if (size < 4) return "VCT is too short";
-  if (body[0] != 0) return "VCT of an unknown protocol version";
-  const size_t channels = walkEntries(body + 2, size - 4, 32, 0x03FF, body[1]);
-  if (channels == SIZE_MAX) return "VCT channel passes the end";
-  const uint8_t* additional = body + 2 + channels;
-  const size_t rest = size - 2 - channels;
-  if (walkEntries(additional, rest, 2, 0x03FF, 1) != rest)
-    return "VCT additional descriptors do not end with the section";
-  return nullptr;
-}
-
 }  // namespace
 
 uint32_t crc32Mpeg(const uint8_t* bytes, size_t size) {
@@ -172,26 +123,6 @@ const char* sectionHeaderFault(const uint8_t* section, size_t size) {
   if (crc32Mpeg(section, size) != 0) return "CRC does not match";
   if (section[6] > section[7]) return "section_number is above last_section_number";
   return nullptr;
-}
-
-const char* sectionFault(const uint8_t* section, size_t size) {
-  if (const char* fault = sectionHeaderFault(section, size)) return fault;
-  const uint8_t* body = section + kSectionHeaderSize;
-  const size_t bodySize = size - kSectionHeaderSize - kSectionCrcSize;
-  switch (section[0]) {
-    case 0x00:
-      if (size > 1024) return "PAT section is too long";
-      return bodySize % 4 == 0 ? nullptr : "PAT ends within a program";
-    case 0x02:
-      if (size > 1024) return "PMT section is too long";
-      if (section[7] != 0) return "PMT has several sections";
-      return pmtFault(body, bodySize);
-    case 0xC8:
-    case 0xC9:
-      return vctFault(body, bodySize);
-    default:
-      return "not a table of the service list";
-  }
 }
 
 }  // namespace atschost

@@ -71,10 +71,6 @@ constexpr size_t kSectionCrcSize = 4;
 // Checks header and CRC of such a section. Returns null when they are sound, else the fault.
 const char* sectionHeaderFault(const uint8_t* section, size_t size);
 
-// Checks a section of a PAT, a PMT or a VCT so far that its decoder can rely on every length in it:
-// header, CRC, body loops and descriptors. Returns null when it is sound, else the fault.
-const char* sectionFault(const uint8_t* section, size_t size);
-
 }  // namespace atschost
 
 #endif  // ATSC_HOST_RECEIVER_STREAM_TRANSPORT_H_

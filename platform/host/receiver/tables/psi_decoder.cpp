@@ -17,10 +17,11 @@
 #include <utility>
 
 #include "aisrv.h"
-#include "middleware_types.h"
 #include "process/log.h"
 #include "receiver/stream/transport.h"
 #include "receiver/tables/descriptors.h"
+#include "receiver/tables/section_fault.h"
+#include "receiver/tables/table_ids.h"
 
 namespace atschost {
 namespace {
@@ -182,7 +183,7 @@ struct PsiDecoder::Callbacks {
       channel.tsid = c->i_channel_tsid;
       channel.programNumber = c->i_program_number;
       channel.hidden = c->b_hidden;
-      channel.outOfBand = table->i_table_id == 0xC9 && c->b_out_of_band;
+      channel.outOfBand = table->i_table_id == kCableVctId && c->b_out_of_band;
       channel.serviceType = c->i_service_type;
       channel.sourceId = c->i_source_id;
       forEachDescriptor(c->p_first_descriptor, [&](const dvbpsi_descriptor_t& d) {
@@ -206,8 +207,7 @@ struct PsiDecoder::Callbacks {
 };
 
 PsiDecoder::PsiDecoder(uint32_t source)
-    : vctTableId_(source == AI_INPUT_CABLE ? 0xC9 : 0xC8),
-      pat_(std::make_unique<Handle>(this, dvbpsi_pat_detach)) {
+    : vctTableId_(vctIdOf(source)), pat_(std::make_unique<Handle>(this, dvbpsi_pat_detach)) {
   if (!dvbpsi_pat_attach(pat_->get(), &Callbacks::pat, this)) throw std::bad_alloc();
   attachPsip();
   wanted_.set(kPatPid);
@@ -219,9 +219,9 @@ PsiDecoder::~PsiDecoder() = default;
 const char* PsiDecoder::push(uint16_t pid, const uint8_t* section, size_t size) {
   // Other tables share these PIDs and are none of our business here.
   const uint8_t tableId = section[0];
-  const bool isPat = pid == kPatPid && tableId == 0x00 && !tables_.pat;
+  const bool isPat = pid == kPatPid && tableId == kPatId && !tables_.pat;
   const bool isVct = pid == kPsipBasePid && tableId == vctTableId_ && !hasOwnVct();
-  const bool isPmt = tables_.pat && tableId == 0x02 && pid != kPatPid && pid != kPsipBasePid;
+  const bool isPmt = tables_.pat && tableId == kPmtId && pid != kPatPid && pid != kPsipBasePid;
   if (!isPat && !isVct && !isPmt) return nullptr;
   if (const char* fault = sectionFault(section, size)) return fault;
   if (!(section[5] & 1)) return nullptr;  // current_next_indicator: not valid yet

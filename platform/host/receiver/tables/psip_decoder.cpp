@@ -10,15 +10,10 @@
 #include "receiver/stream/transport.h"
 #include "receiver/tables/event_descriptors.h"
 #include "receiver/tables/psip_text.h"
+#include "receiver/tables/table_ids.h"
 
 namespace atschost {
 namespace {
-
-constexpr uint8_t kMgtId = 0xC7;
-constexpr uint8_t kEitId = 0xCB;
-constexpr uint8_t kEttId = 0xCC;
-constexpr uint8_t kSttId = 0xCD;
-constexpr uint8_t kEmergencyAlertId = 0xD8;
 
 constexpr const char* kTooMuch = "guide tables are more than is kept";
 

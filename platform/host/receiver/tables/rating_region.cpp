@@ -8,6 +8,7 @@
 #include "receiver/stream/byte_reader.h"
 #include "receiver/stream/transport.h"
 #include "receiver/tables/psip_text.h"
+#include "receiver/tables/table_ids.h"
 
 namespace atschost {
 namespace {

@@ -33,8 +33,6 @@ struct RatingRegionTable {
   std::vector<uint8_t> section;
 };
 
-constexpr uint8_t kRrtId = 0xCA;
-
 // Reads a rating region table; what `section` points to need not be one. Returns null, or the fault
 // for which the table is of no use; `region` is then whatever was read of it.
 const char* readRatingRegion(const uint8_t* section, size_t size, RatingRegion& region);

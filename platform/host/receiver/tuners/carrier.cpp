@@ -12,11 +12,11 @@
 #include "receiver/stream/transport.h"
 #include "receiver/tables/psi_decoder.h"
 #include "receiver/tables/psip_decoder.h"
+#include "receiver/tables/table_ids.h"
 
 namespace atschost {
 namespace {
 
-constexpr uint8_t kMgtId = 0xC7;
 constexpr size_t kChunk = 512 * kPacketSize;
 // Packets after the services in which an MGT must turn up, over a second of an 8-VSB carrier: it is
 // sent every 150 ms (A/65 7.1).

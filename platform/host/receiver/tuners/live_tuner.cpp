@@ -23,6 +23,8 @@
 #include "receiver/stream/transport.h"
 #include "receiver/tables/psi_decoder.h"
 #include "receiver/tables/psip_decoder.h"
+#include "receiver/tables/section_fault.h"
+#include "receiver/tables/table_ids.h"
 #include "receiver/tuners/carrier.h"
 
 namespace atschost {
@@ -41,12 +43,6 @@ constexpr milliseconds kLongestLag(1000);      // what is not made up for, as af
 constexpr size_t kMaxBurst = 512;              // packets
 constexpr size_t kMaxSections = 4096;          // remembered
 constexpr uint32_t kLongestStep = 60;          // of the clock between two looks at it, seconds
-
-constexpr uint8_t kPatId = 0x00;
-constexpr uint8_t kPmtId = 0x02;
-constexpr uint8_t kMgtId = 0xC7;
-constexpr uint8_t kSystemTimeId = 0xCD;
-constexpr uint8_t kCableAlertId = 0xD8;
 
 }  // namespace
 
@@ -325,7 +321,7 @@ const char* LiveTuner::Stream::pushPsip(uint16_t pid, const uint8_t* section, si
   if (!psip_.wants(pid)) return nullptr;
   if (const char* fault = psip_.push(pid, section, size)) return fault;
   switch (section[0]) {
-    case kSystemTimeId:
+    case kSttId:
       takeTime();
       break;
     case kMgtId:
@@ -335,7 +331,7 @@ const char* LiveTuner::Stream::pushPsip(uint16_t pid, const uint8_t* section, si
         guideCompleteTold_ = false;
       }
       break;
-    case kCableAlertId:
+    case kEmergencyAlertId:
       if (const auto alert = psip_.takeAlert(); alert && session_.isTuned())
         session_.alerts_.receive(*alert, now(), stationTime());
       break;
@@ -372,9 +368,8 @@ void LiveTuner::Stream::followTime() {
 const char* LiveTuner::Stream::pushPsi(uint16_t pid, const uint8_t* section, size_t size) {
   if (!psi_->wants(pid)) return nullptr;
   const uint8_t id = section[0];
-  const uint8_t vctId = session_.source_ == AI_INPUT_CABLE ? 0xC9 : 0xC8;
   const bool isOurs = pid == kPatPid        ? id == kPatId
-                      : pid == kPsipBasePid ? id == vctId
+                      : pid == kPsipBasePid ? id == vctIdOf(session_.source_)
                                             : id == kPmtId;
   if (!isOurs) return nullptr;
   if (size < 12 || !(section[5] & 1)) return psi_->push(pid, section, size);
