@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 
+#include "receiver/air/air.h"
 #include "receiver/control/player.h"
 #include "receiver/control/service_editor.h"
 #include "receiver/control/settings.h"
@@ -15,7 +16,6 @@
 #include "receiver/station/clock.h"
 #include "receiver/station/guide.h"
 #include "receiver/station/service_list.h"
-#include "receiver/stream/air.h"
 #include "receiver/tuners/guide_tuner.h"
 #include "receiver/tuners/live_tuner.h"
 #include "receiver/tuners/scanner.h"

@@ -5,9 +5,9 @@
 
 #include "middleware_types.h"
 #include "process/log.h"
+#include "receiver/air/frequency_plan.h"
 #include "receiver/control/channel_choice.h"
 #include "receiver/control/presentation.h"
-#include "receiver/stream/frequency_plan.h"
 
 namespace atschost {
 

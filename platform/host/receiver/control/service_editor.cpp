@@ -2,7 +2,7 @@
 
 #include "middleware_types.h"
 #include "process/log.h"
-#include "receiver/stream/frequency_plan.h"
+#include "receiver/air/frequency_plan.h"
 #include "receiver/tables/service_name.h"
 
 namespace atschost {

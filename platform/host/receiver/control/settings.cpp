@@ -7,7 +7,7 @@
 
 #include "aicn.h"
 #include "aifw.h"
-#include "receiver/stream/frequency_plan.h"
+#include "receiver/air/frequency_plan.h"
 
 namespace atschost {
 namespace {

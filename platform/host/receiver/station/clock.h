@@ -10,7 +10,7 @@
 
 #include "aist.h"
 #include "process/mutex.h"
-#include "receiver/stream/air.h"
+#include "receiver/air/air.h"
 #include "receiver/tables/system_time.h"
 
 namespace atschost {

@@ -6,8 +6,8 @@
 
 #include "middleware_types.h"
 #include "process/log.h"
+#include "receiver/air/frequency_plan.h"
 #include "receiver/station/audio.h"
-#include "receiver/stream/frequency_plan.h"
 
 namespace atschost {
 namespace {

@@ -16,7 +16,7 @@
 #include <utility>
 
 #include "process/log.h"
-#include "receiver/stream/air.h"
+#include "receiver/air/air.h"
 
 namespace atschost {
 namespace {

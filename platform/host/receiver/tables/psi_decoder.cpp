@@ -17,7 +17,6 @@
 #include <utility>
 
 #include "aisrv.h"
-#include "process/log.h"
 #include "receiver/stream/transport.h"
 #include "receiver/tables/descriptors.h"
 #include "receiver/tables/section_fault.h"
@@ -93,7 +92,7 @@ class PsiDecoder::Handle {
     auto* owner = static_cast<PsiDecoder*>(handle->p_sys);
     if (!owner || owner->messages_ >= kMaxMessages || level > DVBPSI_MSG_WARN) return;
     ++owner->messages_;
-    log().Debug("libdvbpsi: %s", text ? text : "");
+    owner->report(Level::kDebug, "libdvbpsi", text ? text : "");
   }
 
   dvbpsi_t* handle_;
@@ -120,7 +119,7 @@ struct PsiDecoder::Callbacks {
     }
     self->tables_.pat = std::move(pat);
   } catch (const std::exception& e) {
-    log().Error("PAT: %s", e.what());
+    static_cast<PsiDecoder*>(data)->report(Level::kError, "PAT", e.what());
   }
 
   static void pmt(void* data, dvbpsi_pmt_t* table) try {
@@ -158,7 +157,7 @@ struct PsiDecoder::Callbacks {
       self->tables_.advisories.emplace(table->i_program_number, std::move(advisories));
     self->tables_.pmts.emplace(table->i_program_number, std::move(streams));
   } catch (const std::exception& e) {
-    log().Error("PMT: %s", e.what());
+    static_cast<PsiDecoder*>(data)->report(Level::kError, "PMT", e.what());
   }
 
   static void vct(void* data, dvbpsi_atsc_vct_t* table) try {
@@ -195,7 +194,7 @@ struct PsiDecoder::Callbacks {
     }
     self->tables_.vct = std::move(vct);
   } catch (const std::exception& e) {
-    log().Error("VCT: %s", e.what());
+    static_cast<PsiDecoder*>(data)->report(Level::kError, "VCT", e.what());
   }
 
   static void subtable(dvbpsi_t* handle, uint8_t tableId, uint16_t extension, void* data) {
@@ -206,8 +205,10 @@ struct PsiDecoder::Callbacks {
   }
 };
 
-PsiDecoder::PsiDecoder(uint32_t source)
-    : vctTableId_(vctIdOf(source)), pat_(std::make_unique<Handle>(this, dvbpsi_pat_detach)) {
+PsiDecoder::PsiDecoder(uint32_t source, MessageSink onMessage)
+    : vctTableId_(vctIdOf(source)),
+      onMessage_(std::move(onMessage)),
+      pat_(std::make_unique<Handle>(this, dvbpsi_pat_detach)) {
   if (!dvbpsi_pat_attach(pat_->get(), &Callbacks::pat, this)) throw std::bad_alloc();
   attachPsip();
   wanted_.set(kPatPid);
@@ -244,6 +245,10 @@ const char* PsiDecoder::push(uint16_t pid, const uint8_t* section, size_t size) 
   }
   complete_ = checkComplete();
   return std::exchange(fault_, nullptr);
+}
+
+void PsiDecoder::report(Level level, const char* source, const char* text) const {
+  if (onMessage_) onMessage_(level, source, text);
 }
 
 bool PsiDecoder::hasOwnVct() const {

@@ -4,6 +4,7 @@
 
 #include <bitset>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 
@@ -15,8 +16,13 @@ namespace atschost {
 // several VCTs the one with the PAT's transport_stream_id counts, else the first. One thread.
 class PsiDecoder {
  public:
-  // `source` decides whether the terrestrial or the cable VCT counts.
-  explicit PsiDecoder(uint32_t source);
+  enum class Level { kDebug, kError };
+  // Receives a line for the log, from within push(). `source` names the table or libdvbpsi.
+  using MessageSink = std::function<void(Level level, const char* source, const char* text)>;
+
+  // `source` (AI_INPUT_*) selects the terrestrial or the cable VCT. Without `onMessage` messages
+  // are dropped.
+  explicit PsiDecoder(uint32_t source, MessageSink onMessage = {});
   ~PsiDecoder();
 
   // Whether sections of a PID (13 bits) are to be pushed.
@@ -45,7 +51,10 @@ class PsiDecoder {
   void attachPmts();
   bool checkComplete() const;
 
+  void report(Level level, const char* source, const char* text) const;
+
   const uint8_t vctTableId_;
+  const MessageSink onMessage_;
   CarrierTables tables_;
   bool complete_ = false;
   std::bitset<0x2000> wanted_;

@@ -13,6 +13,7 @@
 #include "receiver/tables/psi_decoder.h"
 #include "receiver/tables/psip_decoder.h"
 #include "receiver/tables/table_ids.h"
+#include "receiver/tuners/decoder_log.h"
 
 namespace atschost {
 namespace {
@@ -27,7 +28,7 @@ class CarrierReader {
   CarrierReader(Clock& clock, uint32_t source, StreamId stream)
       : clock_(clock),
         stream_(std::move(stream)),
-        psi_(source),
+        psi_(source, logDecoderMessage),
         demux_([this](uint16_t pid) { return psi_.wants(pid) || psip_.wants(pid); },
                [this](uint16_t pid, const uint8_t* section, size_t size) {
                  return push(pid, section, size);

@@ -7,9 +7,9 @@
 #include <optional>
 #include <vector>
 
+#include "receiver/air/air.h"
 #include "receiver/station/clock.h"
 #include "receiver/station/service.h"
-#include "receiver/stream/air.h"
 #include "receiver/tables/guide_tables.h"
 #include "receiver/tables/rating_region.h"
 

@@ -7,7 +7,7 @@
 
 #include "middleware_types.h"
 #include "process/log.h"
-#include "receiver/stream/frequency_plan.h"
+#include "receiver/air/frequency_plan.h"
 
 namespace atschost {
 namespace {

@@ -10,8 +10,8 @@
 
 #include "process/mutex.h"
 #include "process/thread.h"
+#include "receiver/air/air.h"
 #include "receiver/station/service_list.h"
-#include "receiver/stream/air.h"
 #include "receiver/tuners/carrier.h"
 
 namespace atschost {

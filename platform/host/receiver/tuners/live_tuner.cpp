@@ -16,9 +16,9 @@
 
 #include "middleware_types.h"
 #include "process/log.h"
+#include "receiver/air/frequency_plan.h"
 #include "receiver/events/alerts.h"
 #include "receiver/stream/demux.h"
-#include "receiver/stream/frequency_plan.h"
 #include "receiver/stream/pace.h"
 #include "receiver/stream/transport.h"
 #include "receiver/tables/psi_decoder.h"
@@ -26,6 +26,7 @@
 #include "receiver/tables/section_fault.h"
 #include "receiver/tables/table_ids.h"
 #include "receiver/tuners/carrier.h"
+#include "receiver/tuners/decoder_log.h"
 
 namespace atschost {
 namespace {
@@ -100,7 +101,7 @@ class LiveTuner::Stream {
       : session_(session),
         file_(file),
         id_(std::move(id)),
-        psi_(std::make_unique<PsiDecoder>(session.source_)),
+        psi_(std::make_unique<PsiDecoder>(session.source_, logDecoderMessage)),
         demux_([this](uint16_t pid) { return psi_->wants(pid) || psip_.wants(pid); },
                [this](uint16_t pid, const uint8_t* section, size_t size) {
                  const char* fault = pushPsip(pid, section, size);
@@ -383,7 +384,7 @@ const char* LiveTuner::Stream::pushPsi(uint16_t pid, const uint8_t* section, siz
     if (sections_.size() >= kMaxSections) sections_.clear();
     sections_[key] = crc;
     if (isChange) {
-      psi_ = std::make_unique<PsiDecoder>(session_.source_);
+      psi_ = std::make_unique<PsiDecoder>(session_.source_, logDecoderMessage);
       advisoriesTaken_ = {};
       psiFirstPass_ = passes_;
       psiFirstByte_ = total_;

@@ -13,13 +13,13 @@
 #include <vector>
 
 #include "process/thread.h"
+#include "receiver/air/air.h"
 #include "receiver/events/alerts.h"
 #include "receiver/events/event_queue.h"
 #include "receiver/station/clock.h"
 #include "receiver/station/guide.h"
 #include "receiver/station/service.h"
 #include "receiver/station/service_list.h"
-#include "receiver/stream/air.h"
 #include "receiver/viewing/rating_regions.h"
 
 namespace atschost {

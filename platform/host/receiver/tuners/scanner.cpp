@@ -7,7 +7,7 @@
 #include "middleware_types.h"
 #include "process/log.h"
 #include "process/thread.h"
-#include "receiver/stream/air.h"
+#include "receiver/air/air.h"
 #include "receiver/tuners/carrier.h"
 
 namespace atschost {

@@ -13,8 +13,8 @@
 
 #include "aics.h"
 #include "process/mutex.h"
+#include "receiver/air/frequency_plan.h"
 #include "receiver/station/service_list.h"
-#include "receiver/stream/frequency_plan.h"
 #include "receiver/tuners/carrier.h"
 
 namespace atschost {

@@ -1,6 +1,6 @@
 // RF channel plans: which frequencies an automatic search visits.
-#ifndef ATSC_HOST_RECEIVER_STREAM_FREQUENCY_PLAN_H_
-#define ATSC_HOST_RECEIVER_STREAM_FREQUENCY_PLAN_H_
+#ifndef ATSC_HOST_RECEIVER_AIR_FREQUENCY_PLAN_H_
+#define ATSC_HOST_RECEIVER_AIR_FREQUENCY_PLAN_H_
 
 #include <cstdint>
 #include <vector>
@@ -32,4 +32,4 @@ bool isTunable(uint32_t frequency);
 
 }  // namespace atschost
 
-#endif  // ATSC_HOST_RECEIVER_STREAM_FREQUENCY_PLAN_H_
+#endif  // ATSC_HOST_RECEIVER_AIR_FREQUENCY_PLAN_H_

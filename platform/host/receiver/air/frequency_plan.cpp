@@ -1,4 +1,4 @@
-#include "receiver/stream/frequency_plan.h"
+#include "receiver/air/frequency_plan.h"
 
 #include "middleware_types.h"
 

@@ -1,4 +1,4 @@
-#include "receiver/stream/air.h"
+#include "receiver/air/air.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -8,7 +8,7 @@
 #include <cstdlib>
 
 #include "process/log.h"
-#include "receiver/stream/frequency_plan.h"
+#include "receiver/air/frequency_plan.h"
 
 namespace atschost {
 namespace {

@@ -1,6 +1,6 @@
 // The air folder: one transport stream file for each carrier that "is on the air".
-#ifndef ATSC_HOST_RECEIVER_STREAM_AIR_H_
-#define ATSC_HOST_RECEIVER_STREAM_AIR_H_
+#ifndef ATSC_HOST_RECEIVER_AIR_AIR_H_
+#define ATSC_HOST_RECEIVER_AIR_AIR_H_
 
 #include <atomic>
 #include <chrono>
@@ -79,4 +79,4 @@ class Air {
 
 }  // namespace atschost
 
-#endif  // ATSC_HOST_RECEIVER_STREAM_AIR_H_
+#endif  // ATSC_HOST_RECEIVER_AIR_AIR_H_
