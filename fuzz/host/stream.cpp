@@ -153,8 +153,8 @@ void decode(uint32_t source, const Bytes& stream) {
   Alerts::Instant at{};
   std::optional<uint32_t> stationTime;
   Demux demux([&](uint16_t pid) { return psi.wants(pid) || psip.wants(pid); },
-              [&](uint16_t pid, const uint8_t* section, size_t size) {
-                const char* fault = psip.wants(pid) ? psip.push(pid, section, size) : nullptr;
+              [&](const Section& section) {
+                const char* fault = psip.wants(section.pid) ? psip.push(section) : nullptr;
                 if (const auto time = psip.takeSystemTime()) {
                   stationTime = time->gpsSeconds;
                   for (int32_t zone = AIST_ZONE_KOREA; isZone(zone); ++zone)
@@ -163,7 +163,7 @@ void decode(uint32_t source, const Bytes& stream) {
                 if (const auto alert = psip.takeAlert()) alerts.receive(*alert, at, stationTime);
                 at += std::chrono::milliseconds(100);
                 alerts.check(at, stationTime);
-                const char* other = psi.wants(pid) ? psi.push(pid, section, size) : nullptr;
+                const char* other = psi.wants(section.pid) ? psi.push(section) : nullptr;
                 return fault ? fault : other;
               });
   Guide guide;

@@ -32,10 +32,9 @@ void receive(psipmux::Medium medium, const psipmux::Bytes& stream) {
   atschost::PsiDecoder psi(medium == psipmux::Medium::kAir ? AI_INPUT_TERRESTRIAL : AI_INPUT_CABLE);
   atschost::PsipDecoder psip;
   atschost::Demux demux([&](uint16_t pid) { return psi.wants(pid) || psip.wants(pid); },
-                        [&](uint16_t pid, const uint8_t* section, size_t size) {
-                          const char* fault =
-                              psi.wants(pid) ? psi.push(pid, section, size) : nullptr;
-                          return !fault && psip.wants(pid) ? psip.push(pid, section, size) : fault;
+                        [&](const atschost::Section& section) {
+                          const char* fault = psi.wants(section.pid) ? psi.push(section) : nullptr;
+                          return !fault && psip.wants(section.pid) ? psip.push(section) : fault;
                         });
   demux.push(stream.data(), stream.size());
   demux.finish();

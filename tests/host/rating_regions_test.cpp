@@ -67,10 +67,13 @@ Bytes capture(const std::string& name) {
   return *ATSC_CAPTURES_DIR ? fileContent(fs::path(ATSC_CAPTURES_DIR) / name) : Bytes{};
 }
 
+const char* push(PsipDecoder& decoder, const Bytes& table) {
+  return decoder.push(atschost::parseSection(0x1FFB, table.data(), table.size()));
+}
+
 std::vector<atschost::RatingRegionTable> received(const std::vector<Bytes>& tables) {
   PsipDecoder decoder;
-  for (const Bytes& table : tables)
-    EXPECT_STREQ(nullptr, decoder.push(0x1FFB, table.data(), table.size()));
+  for (const Bytes& table : tables) EXPECT_STREQ(nullptr, push(decoder, table));
   return decoder.takeRatingRegions();
 }
 
@@ -81,7 +84,7 @@ Bytes capturedTable(const Bytes& stream) {
   for (size_t at = 0; at + 188 <= stream.size(); at += 188) {
     if (atschost::packetPid(&stream[at]) != 0x1FFB) continue;
     assembler.push(&stream[at],
-                   [&](const uint8_t* s, size_t size) { decoder.push(0x1FFB, s, size); });
+                   [&](const uint8_t* s, size_t size) { push(decoder, Bytes(s, s + size)); });
   }
   const auto tables = decoder.takeRatingRegions();
   return tables.empty() ? Bytes{} : tables.front().section;
@@ -143,8 +146,8 @@ TEST(RatingRegionTable, IsReadWholeOrDropped) {
   // The former table stays.
   PsipDecoder decoder;
   const Bytes broken = rrt(5, {0, 0, 0xFC, 0}, 2);
-  EXPECT_STREQ(nullptr, decoder.push(0x1FFB, good.data(), good.size()));
-  EXPECT_STRNE(nullptr, decoder.push(0x1FFB, broken.data(), broken.size()));
+  EXPECT_STREQ(nullptr, push(decoder, good));
+  EXPECT_STRNE(nullptr, push(decoder, broken));
   EXPECT_EQ(good, decoder.takeRatingRegions().at(0).section);
 }
 

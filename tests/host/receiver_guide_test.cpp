@@ -30,7 +30,7 @@ class Capture {
       const uint16_t pid = atschost::packetPid(packet);
       if (!decoder.wants(pid)) return;
       EXPECT_EQ(nullptr, assemblers[pid].push(packet, [&](const uint8_t* s, size_t size) {
-        EXPECT_STREQ(nullptr, decoder.push(pid, s, size));
+        EXPECT_STREQ(nullptr, decoder.push(atschost::parseSection(pid, s, size)));
       }));
     };
     sync.push(bytes_.data(), bytes_.size(), sink);

@@ -100,7 +100,7 @@ TEST_F(ReceiverTablesTest, APmtMayRateItsProgram) {
       {0x30, pmt(5, {{2, 66, {}}}, descriptor(0x87, {0xC2, 1, 1, 0, 3, 0, 2, 9, 0}))},  // cut off
   };
   for (const auto& [pid, table] : tables)
-    EXPECT_STREQ(nullptr, decoder.push(pid, table.data(), table.size()));
+    EXPECT_STREQ(nullptr, decoder.push(atschost::parseSection(pid, table.data(), table.size())));
   using Advisories = std::vector<atschost::Advisory>;
   EXPECT_EQ(
       (std::map<uint16_t, Advisories>{{3, {{1, {{0, 4}}}, {2, {{1, 3}}}}}, {5, {{1, {{0, 3}}}}}}),

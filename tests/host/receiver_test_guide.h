@@ -94,7 +94,8 @@ inline Bytes inParts(Bytes whole, uint8_t number, uint8_t last) {
 }
 
 inline const char* push(PsipDecoder& decoder, unsigned pid, const Bytes& bytes) {
-  return decoder.push(static_cast<uint16_t>(pid), bytes.data(), bytes.size());
+  return decoder.push(
+      atschost::parseSection(static_cast<uint16_t>(pid), bytes.data(), bytes.size()));
 }
 
 // "id title" of the events of all sources.

@@ -39,7 +39,7 @@ void Demux::pushPacket(const uint8_t* packet) {
   const uint16_t pid = packetPid(packet);
   if (!wanted_(pid)) return;
   note(pid, assemblers_[pid].push(packet, [&](const uint8_t* section, size_t size) {
-    note(pid, sink_(pid, section, size));
+    note(pid, sink_(parseSection(pid, section, size)));
   }));
 }
 

@@ -17,7 +17,7 @@ class Demux {
  public:
   using Wanted = std::function<bool(uint16_t pid)>;
   // Returns null, or the fault for which the section was dropped: a literal.
-  using Sink = std::function<const char*(uint16_t pid, const uint8_t* section, size_t size)>;
+  using Sink = std::function<const char*(const Section& section)>;
   using PacketSink = std::function<void(const uint8_t* packet)>;
 
   // `on_packet`, where given, sees every packet first.

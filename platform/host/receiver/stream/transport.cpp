@@ -6,26 +6,9 @@
 namespace atschost {
 namespace {
 
-constexpr std::array<uint32_t, 256> makeCrcTable() {
-  std::array<uint32_t, 256> table{};
-  for (uint32_t i = 0; i < table.size(); ++i) {
-    uint32_t crc = i << 24;
-    for (int bit = 0; bit < 8; ++bit) crc = crc << 1 ^ (crc & 0x80000000 ? 0x04C11DB7 : 0);
-    table[i] = crc;
-  }
-  return table;
-}
-constexpr std::array<uint32_t, 256> kCrcTable = makeCrcTable();
-
 constexpr uint8_t kSyncByte = 0x47;
 
 }  // namespace
-
-uint32_t crc32Mpeg(const uint8_t* bytes, size_t size) {
-  uint32_t crc = 0xFFFFFFFF;
-  for (size_t i = 0; i < size; ++i) crc = crc << 8 ^ kCrcTable[crc >> 24 ^ bytes[i]];
-  return crc;
-}
 
 void PacketSync::push(const uint8_t* bytes, size_t size, const Sink& sink) {
   buffer_.insert(buffer_.end(), bytes, bytes + size);
@@ -114,14 +97,6 @@ const char* SectionAssembler::collect(const uint8_t* bytes, size_t size, const S
   if (!take(whole)) return nullptr;
   collecting_ = false;
   sink(section_.data(), section_.size());
-  return nullptr;
-}
-
-const char* sectionHeaderFault(const uint8_t* section, size_t size) {
-  if (size < kSectionHeaderSize + kSectionCrcSize) return "section is too short";
-  if (!(section[1] & 0x80)) return "section_syntax_indicator is not set";
-  if (crc32Mpeg(section, size) != 0) return "CRC does not match";
-  if (section[6] > section[7]) return "section_number is above last_section_number";
   return nullptr;
 }
 

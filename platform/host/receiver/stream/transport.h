@@ -8,10 +8,11 @@
 #include <functional>
 #include <vector>
 
+#include "receiver/stream/section.h"
+
 namespace atschost {
 
 constexpr size_t kPacketSize = 188;
-constexpr size_t kMaxSectionSize = 4096;
 constexpr uint16_t kPatPid = 0x0000;
 constexpr uint16_t kPsipBasePid = 0x1FFB;
 constexpr uint16_t kNullPid = 0x1FFF;
@@ -21,9 +22,6 @@ inline uint16_t read16(const uint8_t* bytes) {
 }
 inline uint16_t read13(const uint8_t* bytes) { return read16(bytes) & 0x1FFF; }
 inline uint16_t read12(const uint8_t* bytes) { return read16(bytes) & 0x0FFF; }
-
-// CRC_32 of ISO/IEC 13818-1 Annex A; 0 over a section that carries its own.
-uint32_t crc32Mpeg(const uint8_t* bytes, size_t size);
 
 // Finds the 188-byte packets in a byte stream. A sync byte counts when another one follows one
 // packet later, so a lost or inserted byte costs one packet.
@@ -63,13 +61,6 @@ class SectionAssembler {
   bool collecting_ = false;
   std::vector<uint8_t> section_;
 };
-
-// A section with section_syntax_indicator: what stands before and after its body.
-constexpr size_t kSectionHeaderSize = 8;
-constexpr size_t kSectionCrcSize = 4;
-
-// Checks header and CRC of such a section. Returns null when they are sound, else the fault.
-const char* sectionHeaderFault(const uint8_t* section, size_t size);
 
 }  // namespace atschost
 

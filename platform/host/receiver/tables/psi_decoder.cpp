@@ -48,9 +48,8 @@ std::string shortName(const uint8_t (&name)[14]) {
 
 }  // namespace
 
-// libdvbpsi's decoder of one PID. It is never shown a byte of the broadcast that has not been
-// checked: whole sections are handed over in packets made here, so that its own packet layer only
-// sees sound ones.
+// libdvbpsi's decoder of one PID. It only gets sections that sectionFault() has passed, and none of
+// the packets of the broadcast.
 class PsiDecoder::Handle {
  public:
   using Detach = void (*)(dvbpsi_t*);
@@ -69,22 +68,28 @@ class PsiDecoder::Handle {
 
   dvbpsi_t* get() const { return handle_; }
 
-  void push(uint16_t pid, const uint8_t* section, size_t size) {
-    bool start = true;
-    for (size_t sent = 0; sent < size; start = false) {
-      std::array<uint8_t, kPacketSize> packet;
-      packet.fill(0xFF);
-      packet[0] = 0x47;
-      packet[1] = static_cast<uint8_t>((start ? 0x40 : 0) | pid >> 8);
-      packet[2] = static_cast<uint8_t>(pid);
-      packet[3] = static_cast<uint8_t>(0x10 | (counter_++ & 0x0F));
-      if (start) packet[4] = 0;  // pointer_field
-      const size_t header = start ? 5 : 4;
-      const size_t part = std::min(size - sent, kPacketSize - header);
-      std::copy(section + sent, section + sent + part, packet.begin() + header);
-      dvbpsi_packet_push(handle_, packet.data());
-      sent += part;
-    }
+  // Hands a whole section to the decoder, as dvbpsi_packet_push() does with a section that it has
+  // collected from packets.
+  void push(const Section& section) {
+    dvbpsi_decoder_t* const decoder = handle_->p_decoder;
+    const auto capacity = static_cast<size_t>(decoder->i_section_max_size);
+    if (section.size > capacity) return;
+    dvbpsi_psi_section_t* const copy = dvbpsi_NewPSISection(decoder->i_section_max_size);
+    if (!copy) throw std::bad_alloc();
+    std::copy(section.bytes, section.bytes + section.size, copy->p_data);
+    copy->i_table_id = section.tableId;
+    copy->b_syntax_indicator = true;
+    copy->b_private_indicator = section.bytes[1] & 0x40;
+    copy->i_length = static_cast<uint16_t>(section.size - 3);
+    copy->i_extension = section.extension;
+    copy->i_version = section.version;
+    copy->b_current_next = section.current;
+    copy->i_number = section.number;
+    copy->i_last_number = section.lastNumber;
+    copy->p_payload_start = copy->p_data + kSectionHeaderSize;
+    copy->p_payload_end = copy->p_data + section.size - kSectionCrcSize;
+    copy->i_crc = section.crc;
+    decoder->pf_gather(handle_, copy);  // takes the section over
   }
 
  private:
@@ -217,31 +222,31 @@ PsiDecoder::PsiDecoder(uint32_t source, MessageSink onMessage)
 
 PsiDecoder::~PsiDecoder() = default;
 
-const char* PsiDecoder::push(uint16_t pid, const uint8_t* section, size_t size) {
-  // Other tables share these PIDs and are none of our business here.
-  const uint8_t tableId = section[0];
+const char* PsiDecoder::push(const Section& section) {
+  const uint16_t pid = section.pid;
+  const uint8_t tableId = section.tableId;
   const bool isPat = pid == kPatPid && tableId == kPatId && !tables_.pat;
   const bool isVct = pid == kPsipBasePid && tableId == vctTableId_ && !hasOwnVct();
   const bool isPmt = tables_.pat && tableId == kPmtId && pid != kPatPid && pid != kPsipBasePid;
   if (!isPat && !isVct && !isPmt) return nullptr;
-  if (const char* fault = sectionFault(section, size)) return fault;
-  if (!(section[5] & 1)) return nullptr;  // current_next_indicator: not valid yet
+  if (const char* fault = sectionFault(section)) return fault;
+  if (!section.current) return nullptr;
 
   if (isPat) {
-    pat_->push(pid, section, size);
+    pat_->push(section);
     if (tables_.pat) {
       attachPmts();
-      // The carrier's own one may have been seen before it was known to be.
+      // The carrier's own VCT may have been received before the PAT identified it.
       if (tables_.vct && !hasOwnVct()) attachPsip();
     }
   } else if (isVct) {
-    // Begun tables are forgotten rather than kept in any number.
+    // Tables that were begun are dropped rather than kept in any number.
     if (subtables_ == kMaxSubtables) attachPsip();
-    if (tables_.pat && tables_.vct && section[6] == 0 && read16(section + 3) == tables_.vct->tsid)
+    if (tables_.pat && tables_.vct && section.number == 0 && section.extension == tables_.vct->tsid)
       ++vctRepeats_;
-    psip_->push(pid, section, size);
+    psip_->push(section);
   } else {
-    pushPmt(pid, section, size);
+    pushPmt(section);
   }
   complete_ = checkComplete();
   return std::exchange(fault_, nullptr);
@@ -261,11 +266,11 @@ void PsiDecoder::attachPsip() {
   subtables_ = 0;
 }
 
-void PsiDecoder::pushPmt(uint16_t pid, const uint8_t* section, size_t size) {
-  const uint16_t program = read16(section + 3);
+void PsiDecoder::pushPmt(const Section& section) {
+  const uint16_t program = section.extension;
   const auto awaited = pmts_.find(program);  // several programs may share a PID
-  if (awaited == pmts_.end() || tables_.pat->pmtPids.at(program) != pid) return;
-  awaited->second->push(pid, section, size);
+  if (awaited == pmts_.end() || tables_.pat->pmtPids.at(program) != section.pid) return;
+  awaited->second->push(section);
   if (tables_.pmts.count(program)) pmts_.erase(awaited);
 }
 

@@ -8,6 +8,7 @@
 #include <map>
 #include <memory>
 
+#include "receiver/stream/section.h"
 #include "receiver/tables/carrier_tables.h"
 
 namespace atschost {
@@ -28,9 +29,9 @@ class PsiDecoder {
   // Whether sections of a PID (13 bits) are to be pushed.
   bool wants(uint16_t pid) const { return wanted_[pid]; }
 
-  // `section` is as long as its section_length says. Returns null, or the fault for which it, or
-  // the end of its table, was dropped.
-  const char* push(uint16_t pid, const uint8_t* section, size_t size);
+  // Takes a section; ignores other tables. Returns null, or the fault for which the section or the
+  // end of its table was dropped.
+  const char* push(const Section& section);
 
   // Whether every table that the services need is there.
   bool complete() const { return complete_; }
@@ -46,7 +47,7 @@ class PsiDecoder {
   class Handle;
   struct Callbacks;
 
-  void pushPmt(uint16_t pid, const uint8_t* section, size_t size);
+  void pushPmt(const Section& section);
   void attachPsip();
   void attachPmts();
   bool checkComplete() const;

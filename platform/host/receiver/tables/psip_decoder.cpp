@@ -182,26 +182,17 @@ bool follow(const PidPlan& plan, Pids& pids, size_t& kept) {
   return changed;
 }
 
-// The header that all tables share.
-struct Header {
-  uint16_t extension;
-  uint8_t version;
-  uint8_t number;
-  uint8_t last;
-  uint32_t crc;
-};
-
 }  // namespace
 
 struct PsipDecoder::Impl {
-  const char* pushMgt(const Header& header, ByteReader in);
-  const char* pushStt(ByteReader in);
-  const char* pushRrt(const uint8_t* section, size_t size);
-  const char* pushEit(EitPid& pid, const Header& header, ByteReader in);
-  const char* pushEtt(EttPid& pid, const Header& header, ByteReader in);
-  const char* pushAlert(const Header& header, ByteReader in);
+  const char* pushMgt(const Section& section);
+  const char* pushStt(const Section& section);
+  const char* pushRrt(const Section& section);
+  const char* pushEit(EitPid& pid, const Section& section);
+  const char* pushEtt(EttPid& pid, const Section& section);
+  const char* pushAlert(const Section& section);
 
-  const char* takeEvents(EitPid& pid, EitTable& table, const Header& header,
+  const char* takeEvents(EitPid& pid, EitTable& table, const Section& section,
                          GuideTables::Eit events);
   void commit(EitPid& pid, EitTable& table);
   void sweep(EitPid& pid);
@@ -227,9 +218,10 @@ struct PsipDecoder::Impl {
   std::map<uint8_t, std::vector<uint8_t>> knownRegions;
 };
 
-const char* PsipDecoder::Impl::pushMgt(const Header& header, ByteReader in) {
-  if (mgtCrc == header.crc) return nullptr;
-  if (header.last != 0) return "MGT has several sections";
+const char* PsipDecoder::Impl::pushMgt(const Section& section) {
+  if (mgtCrc == section.crc) return nullptr;
+  if (section.lastNumber != 0) return "MGT has several sections";
+  ByteReader in = section.body();
   if (in.u8() != 0) return "MGT of an unknown protocol version";
   PidPlan eitPlan, ettPlan;
   std::bitset<128> knownEits, knownEtts;
@@ -256,7 +248,7 @@ const char* PsipDecoder::Impl::pushMgt(const Header& header, ByteReader in) {
       std::sort(instances.begin(), instances.end(),
                 [](const Announced& a, const Announced& b) { return a.instance < b.instance; });
   bool changed = !mgtCrc;
-  mgtCrc = header.crc;
+  mgtCrc = section.crc;
   changed = follow(eitPlan, eits, kept) || changed;
   changed = follow(ettPlan, etts, kept) || changed;
   for (auto& [number, pid] : eits) {
@@ -277,7 +269,8 @@ const char* PsipDecoder::Impl::pushMgt(const Header& header, ByteReader in) {
   return nullptr;
 }
 
-const char* PsipDecoder::Impl::pushStt(ByteReader in) {
+const char* PsipDecoder::Impl::pushStt(const Section& section) {
+  ByteReader in = section.body();
   const uint8_t protocol = in.u8();
   SystemTime received;
   received.gpsSeconds = in.u32();
@@ -293,13 +286,14 @@ const char* PsipDecoder::Impl::pushStt(ByteReader in) {
   return nullptr;
 }
 
-const char* PsipDecoder::Impl::pushRrt(const uint8_t* section, size_t size) {
-  const uint8_t number = section[4];
+const char* PsipDecoder::Impl::pushRrt(const Section& section) {
+  const auto number = static_cast<uint8_t>(section.extension);
+  const uint8_t* const end = section.bytes + section.size;
   std::vector<uint8_t>& known = knownRegions[number];
-  if (std::equal(known.begin(), known.end(), section, section + size)) return nullptr;
+  if (std::equal(known.begin(), known.end(), section.bytes, end)) return nullptr;
   RatingRegionTable table;
-  if (const char* fault = readRatingRegion(section, size, table.region)) return fault;
-  known.assign(section, section + size);
+  if (const char* fault = readRatingRegion(section, table.region)) return fault;
+  known.assign(section.bytes, end);
   table.section = known;
   regions.erase(
       std::remove_if(regions.begin(), regions.end(),
@@ -309,32 +303,32 @@ const char* PsipDecoder::Impl::pushRrt(const uint8_t* section, size_t size) {
   return nullptr;
 }
 
-const char* PsipDecoder::Impl::pushEit(EitPid& pid, const Header& header, ByteReader in) {
-  const uint16_t source = header.extension;
+const char* PsipDecoder::Impl::pushEit(EitPid& pid, const Section& section) {
+  const uint16_t source = section.extension;
   // Which of the instances of the PID it may be: those of its version, else any.
   const size_t instances = pid.instances.size();
   const bool versionsTell =
       std::any_of(pid.instances.begin(), pid.instances.end(),
-                  [&](const Announced& a) { return a.version == header.version; });
+                  [&](const Announced& a) { return a.version == section.version; });
   std::optional<uint8_t> free;
   for (uint8_t n = 0; n < instances; ++n) {
-    if (versionsTell && pid.instances[n].version != header.version) continue;
+    if (versionsTell && pid.instances[n].version != section.version) continue;
     const auto found = pid.tables.find({n, source});
     if (found == pid.tables.end()) {
       if (!free) free = n;
       continue;
     }
     const EitTable& table = found->second;
-    const bool isCurrent = table.round == pid.round && table.version == header.version &&
-                           table.crcs.size() == header.last + 1u;
+    const bool isCurrent = table.round == pid.round && table.version == section.version &&
+                           table.crcs.size() == section.lastNumber + 1u;
     std::optional<uint32_t> pendingCrc;
     if (const auto& next = table.pending;
-        next && next->version == header.version && next->last == header.last) {
-      const auto section = next->sections.find(header.number);
-      if (section != next->sections.end()) pendingCrc = section->second.crc;
+        next && next->version == section.version && next->last == section.lastNumber) {
+      const auto found = next->sections.find(section.number);
+      if (found != next->sections.end()) pendingCrc = found->second.crc;
     }
-    if ((isCurrent && table.crcs[header.number] == header.crc) || pendingCrc == header.crc) {
-      if (pid.carousel.note(uint32_t{n} << 24 | uint32_t{source} << 8 | header.number, false))
+    if ((isCurrent && table.crcs[section.number] == section.crc) || pendingCrc == section.crc) {
+      if (pid.carousel.note(uint32_t{n} << 24 | uint32_t{source} << 8 | section.number, false))
         sweep(pid);
       return nullptr;
     }
@@ -342,6 +336,7 @@ const char* PsipDecoder::Impl::pushEit(EitPid& pid, const Header& header, ByteRe
   }
   if (!free) return "EIT differs from another of its version";
 
+  ByteReader in = section.body();
   if (in.u8() != 0) return "EIT of an unknown protocol version";
   GuideTables::Eit events;
   bool sound = true;
@@ -364,15 +359,15 @@ const char* PsipDecoder::Impl::pushEit(EitPid& pid, const Header& header, ByteRe
     found = pid.tables.emplace(std::pair{*free, source}, EitTable{}).first;
     kept += sizeOf(found->second);
   }
-  if (const char* fault = takeEvents(pid, found->second, header, std::move(events))) return fault;
-  pid.carousel.note(uint32_t{*free} << 24 | uint32_t{source} << 8 | header.number, true);
+  if (const char* fault = takeEvents(pid, found->second, section, std::move(events))) return fault;
+  pid.carousel.note(uint32_t{*free} << 24 | uint32_t{source} << 8 | section.number, true);
   return sound ? nullptr : "EIT descriptor passes its end";
 }
 
-const char* PsipDecoder::Impl::takeEvents(EitPid& pid, EitTable& table, const Header& header,
+const char* PsipDecoder::Impl::takeEvents(EitPid& pid, EitTable& table, const Section& section,
                                           GuideTables::Eit events) {
   if (table.pending &&
-      (table.pending->version != header.version || table.pending->last != header.last)) {
+      (table.pending->version != section.version || table.pending->last != section.lastNumber)) {
     kept -= sizeOf(*table.pending);
     table.pending.reset();
     --pid.pending;
@@ -380,13 +375,14 @@ const char* PsipDecoder::Impl::takeEvents(EitPid& pid, EitTable& table, const He
   const size_t size = kNodeSize + sizeOf(events);
   if (kept + size > kMaxGuideSize) return kTooMuch;
   if (!table.pending) {
-    table.pending = EitTable::Pending{header.version, header.last, {}};
+    table.pending = EitTable::Pending{section.version, section.lastNumber, {}};
     kept += sizeOf(*table.pending);
     ++pid.pending;
   }
-  table.pending->sections.emplace(header.number, EitTable::Section{header.crc, std::move(events)});
+  table.pending->sections.emplace(section.number,
+                                  EitTable::Section{section.crc, std::move(events)});
   kept += size;
-  if (table.pending->sections.size() == header.last + 1u) commit(pid, table);
+  if (table.pending->sections.size() == section.lastNumber + 1u) commit(pid, table);
   return nullptr;
 }
 
@@ -408,7 +404,8 @@ void PsipDecoder::Impl::commit(EitPid& pid, EitTable& table) {
   guideStale = guideStale || changed;
 }
 
-const char* PsipDecoder::Impl::pushEtt(EttPid& pid, const Header& header, ByteReader in) {
+const char* PsipDecoder::Impl::pushEtt(EttPid& pid, const Section& section) {
+  ByteReader in = section.body();
   const uint8_t protocol = in.u8();
   const uint32_t id = in.u32();
   if (in.passedEnd()) return "ETT is too short";
@@ -418,12 +415,12 @@ const char* PsipDecoder::Impl::pushEtt(EttPid& pid, const Header& header, ByteRe
   // Stations do send texts of their own under one table_id_extension: only the id tells.
   const auto found = pid.texts.find(id);
   if (found != pid.texts.end() && found->second.round == pid.round &&
-      found->second.version == header.version) {
-    if (found->second.crc != header.crc) return "ETT differs from another of its version";
+      found->second.version == section.version) {
+    if (found->second.crc != section.crc) return "ETT differs from another of its version";
     if (pid.carousel.note(id, false)) sweep(pid);
     return nullptr;
   }
-  EttText text{pid.round, header.version, header.crc, textOf(in)};
+  EttText text{pid.round, section.version, section.crc, textOf(in)};
   const size_t size = sizeOf(text);
   const size_t oldSize = found == pid.texts.end() ? 0 : sizeOf(found->second);
   if (kept - oldSize + size > kMaxGuideSize) return kTooMuch;
@@ -501,11 +498,12 @@ bool PsipDecoder::Impl::checkComplete() const {
                      [&](const auto& e) { return received(e.second.carousel, 0); });
 }
 
-const char* PsipDecoder::Impl::pushAlert(const Header& header, ByteReader in) {
-  if (header.last != 0) return "emergency alert has several sections";
+const char* PsipDecoder::Impl::pushAlert(const Section& section) {
+  if (section.lastNumber != 0) return "emergency alert has several sections";
+  ByteReader in = section.body();
   if (in.u8() != 0) return "emergency alert of an unknown protocol version";
   EmergencyAlert received;
-  received.sequence = header.version;
+  received.sequence = section.version;
   received.eventId = in.u16();
   received.originator = characters(in.part(3));
   received.eventCode = characters(in.part(in.u8()));
@@ -532,38 +530,34 @@ PsipDecoder::~PsipDecoder() = default;
 
 bool PsipDecoder::wants(uint16_t pid) const { return impl_->wanted[pid]; }
 
-const char* PsipDecoder::push(uint16_t pid, const uint8_t* section, size_t size) {
-  const uint8_t tableId = section[0];
-  const bool isBase = pid == kPsipBasePid;
-  const auto eit = tableId == kEitId ? impl_->eits.find(pid) : impl_->eits.end();
-  const auto ett = tableId == kEttId ? impl_->etts.find(pid) : impl_->etts.end();
+const char* PsipDecoder::push(const Section& section) {
+  const uint8_t tableId = section.tableId;
+  const bool isBase = section.pid == kPsipBasePid;
+  const auto eit = tableId == kEitId ? impl_->eits.find(section.pid) : impl_->eits.end();
+  const auto ett = tableId == kEttId ? impl_->etts.find(section.pid) : impl_->etts.end();
   const bool isWanted = isBase ? tableId == kMgtId || tableId == kSttId || tableId == kRrtId ||
                                      tableId == kEmergencyAlertId
                                : eit != impl_->eits.end() || ett != impl_->etts.end();
   if (!isWanted) return nullptr;
-  if (const char* fault = sectionHeaderFault(section, size)) return fault;
-  if (!(section[5] & 1)) return nullptr;  // current_next_indicator: not valid yet
+  if (section.fault) return section.fault;
+  if (!section.current) return nullptr;
 
-  const uint8_t* crc = section + size - kSectionCrcSize;
-  const Header header{read16(section + 3), static_cast<uint8_t>(section[5] >> 1 & 0x1F), section[6],
-                      section[7], ByteReader(crc, kSectionCrcSize).u32()};
-  const ByteReader body(section + kSectionHeaderSize, size - kSectionHeaderSize - kSectionCrcSize);
   const char* fault = nullptr;
   switch (tableId) {
     case kSttId:
-      return impl_->pushStt(body);
+      return impl_->pushStt(section);
     case kRrtId:
-      return impl_->pushRrt(section, size);
+      return impl_->pushRrt(section);
     case kEmergencyAlertId:
-      return impl_->pushAlert(header, body);
+      return impl_->pushAlert(section);
     case kMgtId:
-      fault = impl_->pushMgt(header, body);
+      fault = impl_->pushMgt(section);
       break;
     case kEitId:
-      fault = impl_->pushEit(eit->second, header, body);
+      fault = impl_->pushEit(eit->second, section);
       break;
     default:
-      fault = impl_->pushEtt(ett->second, header, body);
+      fault = impl_->pushEtt(ett->second, section);
       break;
   }
   impl_->complete = impl_->checkComplete();

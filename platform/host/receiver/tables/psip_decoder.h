@@ -25,9 +25,9 @@ class PsipDecoder {
   // Whether sections of a PID (13 bits) are to be pushed. Grows with what the MGT announces.
   bool wants(uint16_t pid) const;
 
-  // `section` is as long as its section_length says. Returns null, or the fault for which it, or
-  // a descriptor in it, was dropped. Sections of other tables are ignored.
-  const char* push(uint16_t pid, const uint8_t* section, size_t size);
+  // Takes a section; ignores other tables. Returns null, or the fault for which the section or a
+  // descriptor in it was dropped.
+  const char* push(const Section& section);
 
   // The stream ended and begins anew. With the second end since the MGT announced what a PID
   // carries, all that is sent there has come.

@@ -59,13 +59,17 @@ RatingRegion::Dimension flag(std::string_view name, std::string_view value) {
 
 const char* readRatingRegion(const uint8_t* section, size_t size, RatingRegion& region) {
   if (size < 3 || section[0] != kRrtId || size != read12(section + 1) + 3u) return "RRT is none";
-  if (size > kMaxRrtSize) return "RRT section is too long";
-  if (const char* fault = sectionHeaderFault(section, size)) return fault;
-  region.number = section[4];
-  region.version = section[5] >> 1 & 0x1F;
+  return readRatingRegion(parseSection(kPsipBasePid, section, size), region);
+}
+
+const char* readRatingRegion(const Section& section, RatingRegion& region) {
+  if (section.size > kMaxRrtSize) return "RRT section is too long";
+  if (section.fault) return section.fault;
+  region.number = static_cast<uint8_t>(section.extension);
+  region.version = section.version;
   if (region.number == 0) return "RRT has no region";
-  if (section[7] != 0) return "RRT has several sections";
-  ByteReader in(section + kSectionHeaderSize, size - kSectionHeaderSize - kSectionCrcSize);
+  if (section.lastNumber != 0) return "RRT has several sections";
+  ByteReader in = section.body();
   if (in.u8() != 0) return "RRT of an unknown protocol version";
 
   constexpr const char* kBrokenText = "RRT has a broken text";

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "receiver/stream/section.h"
+
 namespace atschost {
 
 // A rating region (A/65 6.4). Texts are UTF-16BE.
@@ -33,8 +35,11 @@ struct RatingRegionTable {
   std::vector<uint8_t> section;
 };
 
-// Reads a rating region table; what `section` points to need not be one. Returns null, or the fault
-// for which the table is of no use; `region` is then whatever was read of it.
+// Reads a rating region table. Returns null, or the fault for which the table is of no use;
+// `region` then holds what was read before the fault.
+const char* readRatingRegion(const Section& section, RatingRegion& region);
+
+// Does the same with bytes that may be of any kind, such as those of a file.
 const char* readRatingRegion(const uint8_t* section, size_t size, RatingRegion& region);
 
 // The regions that are known without any table, 1 and 2, as CEA-766 defines them.

@@ -6,6 +6,8 @@
 namespace atschost {
 namespace {
 
+constexpr size_t kMaxPsiSize = 1024;  // of a PAT or PMT section
+
 // Whether descriptors fill `size` bytes exactly.
 bool descriptorsFit(const uint8_t* bytes, size_t size) {
   while (size > 0) {
@@ -57,21 +59,20 @@ const char* vctFault(const uint8_t* body, size_t size) {
 
 }  // namespace
 
-const char* sectionFault(const uint8_t* section, size_t size) {
-  if (const char* fault = sectionHeaderFault(section, size)) return fault;
-  const uint8_t* body = section + kSectionHeaderSize;
-  const size_t bodySize = size - kSectionHeaderSize - kSectionCrcSize;
-  switch (section[0]) {
+const char* sectionFault(const Section& section) {
+  if (section.fault) return section.fault;
+  const ByteReader body = section.body();
+  switch (section.tableId) {
     case kPatId:
-      if (size > 1024) return "PAT section is too long";
-      return bodySize % 4 == 0 ? nullptr : "PAT ends within a program";
+      if (section.size > kMaxPsiSize) return "PAT section is too long";
+      return body.left() % 4 == 0 ? nullptr : "PAT ends within a program";
     case kPmtId:
-      if (size > 1024) return "PMT section is too long";
-      if (section[7] != 0) return "PMT has several sections";
-      return pmtFault(body, bodySize);
+      if (section.size > kMaxPsiSize) return "PMT section is too long";
+      if (section.lastNumber != 0) return "PMT has several sections";
+      return pmtFault(body.data(), body.left());
     case kTerrestrialVctId:
     case kCableVctId:
-      return vctFault(body, bodySize);
+      return vctFault(body.data(), body.left());
     default:
       return "not a table of the service list";
   }

@@ -2,14 +2,13 @@
 #ifndef ATSC_HOST_RECEIVER_TABLES_SECTION_FAULT_H_
 #define ATSC_HOST_RECEIVER_TABLES_SECTION_FAULT_H_
 
-#include <cstddef>
-#include <cstdint>
+#include "receiver/stream/section.h"
 
 namespace atschost {
 
-// Checks header, CRC, loops and descriptors of a section of a PAT, PMT or VCT, so that its decoder
-// can rely on every length in it. Returns null if the section is sound, else the fault.
-const char* sectionFault(const uint8_t* section, size_t size);
+// Checks the loops and descriptors of a section of a PAT, PMT or VCT, so that its decoder can rely
+// on every length in it. Returns null if they and the header are sound, else the fault.
+const char* sectionFault(const Section& section);
 
 }  // namespace atschost
 

@@ -30,9 +30,7 @@ class CarrierReader {
         stream_(std::move(stream)),
         psi_(source, logDecoderMessage),
         demux_([this](uint16_t pid) { return psi_.wants(pid) || psip_.wants(pid); },
-               [this](uint16_t pid, const uint8_t* section, size_t size) {
-                 return push(pid, section, size);
-               }) {}
+               [this](const Section& section) { return push(section); }) {}
 
   // Returns the errno of a failed read, else 0.
   int read(int fd, const std::atomic<bool>& stop, bool whole) {
@@ -64,11 +62,11 @@ class CarrierReader {
   Demux& demux() { return demux_; }
 
  private:
-  const char* push(uint16_t pid, const uint8_t* section, size_t size) {
-    const char* fault = psi_.wants(pid) ? psi_.push(pid, section, size) : nullptr;
-    if (fault || !psip_.wants(pid)) return fault;
-    fault = psip_.push(pid, section, size);
-    mgtSeen_ |= !fault && section[0] == kMgtId;
+  const char* push(const Section& section) {
+    const char* fault = psi_.wants(section.pid) ? psi_.push(section) : nullptr;
+    if (fault || !psip_.wants(section.pid)) return fault;
+    fault = psip_.push(section);
+    mgtSeen_ |= !fault && section.tableId == kMgtId;
     if (const auto time = psip_.takeSystemTime())
       clock_.remember(stream_, *time, std::chrono::steady_clock::now());
     return fault;

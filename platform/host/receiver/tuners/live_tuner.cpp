@@ -103,9 +103,9 @@ class LiveTuner::Stream {
         id_(std::move(id)),
         psi_(std::make_unique<PsiDecoder>(session.source_, logDecoderMessage)),
         demux_([this](uint16_t pid) { return psi_->wants(pid) || psip_.wants(pid); },
-               [this](uint16_t pid, const uint8_t* section, size_t size) {
-                 const char* fault = pushPsip(pid, section, size);
-                 const char* other = pushPsi(pid, section, size);
+               [this](const Section& section) {
+                 const char* fault = pushPsip(section);
+                 const char* other = pushPsi(section);
                  return fault ? fault : other;
                },
                [this](const uint8_t* packet) { onPacket(packet); }) {}
@@ -115,8 +115,8 @@ class LiveTuner::Stream {
 
  private:
   void onPacket(const uint8_t* packet);
-  const char* pushPsip(uint16_t pid, const uint8_t* section, size_t size);
-  const char* pushPsi(uint16_t pid, const uint8_t* section, size_t size);
+  const char* pushPsip(const Section& section);
+  const char* pushPsi(const Section& section);
   void takeTime();
   void followTime();
   bool readBurst(size_t packets, size_t& got);
@@ -318,16 +318,16 @@ void LiveTuner::Stream::onPacket(const uint8_t* packet) {
   pace_.packet(packet);
 }
 
-const char* LiveTuner::Stream::pushPsip(uint16_t pid, const uint8_t* section, size_t size) {
-  if (!psip_.wants(pid)) return nullptr;
-  if (const char* fault = psip_.push(pid, section, size)) return fault;
-  switch (section[0]) {
+const char* LiveTuner::Stream::pushPsip(const Section& section) {
+  if (!psip_.wants(section.pid)) return nullptr;
+  if (const char* fault = psip_.push(section)) return fault;
+  switch (section.tableId) {
     case kSttId:
       takeTime();
       break;
     case kMgtId:
-      if (size > 5 && section[5] & 1 && mgtVersion_ != (section[5] >> 1 & 0x1F)) {
-        mgtVersion_ = section[5] >> 1 & 0x1F;
+      if (section.current && mgtVersion_ != section.version) {
+        mgtVersion_ = section.version;
         mgtByte_ = total_;
         guideCompleteTold_ = false;
       }
@@ -366,23 +366,22 @@ void LiveTuner::Stream::followTime() {
 
 // Another version of a table of which services are made calls for a new decoder, which takes the
 // first version that it sees.
-const char* LiveTuner::Stream::pushPsi(uint16_t pid, const uint8_t* section, size_t size) {
+const char* LiveTuner::Stream::pushPsi(const Section& section) {
+  const uint16_t pid = section.pid;
   if (!psi_->wants(pid)) return nullptr;
-  const uint8_t id = section[0];
+  const uint8_t id = section.tableId;
   const bool isOurs = pid == kPatPid        ? id == kPatId
                       : pid == kPsipBasePid ? id == vctIdOf(session_.source_)
                                             : id == kPmtId;
   if (!isOurs) return nullptr;
-  if (size < 12 || !(section[5] & 1)) return psi_->push(pid, section, size);
-  const SectionKey key(pid, id, read16(section + 3), section[6]);
-  const uint8_t* end = section + size;
-  const uint32_t crc = uint32_t{read16(end - 4)} << 16 | read16(end - 2);
+  if (!section.current) return psi_->push(section);
+  const SectionKey key(pid, id, section.extension, section.number);
   const auto known = sections_.find(key);
-  if (known == sections_.end() || known->second != crc) {
-    if (const char* fault = sectionFault(section, size)) return fault;
+  if (known == sections_.end() || known->second != section.crc) {
+    if (const char* fault = sectionFault(section)) return fault;
     const bool isChange = known != sections_.end() || servicesTaken_ != kNothing;
     if (sections_.size() >= kMaxSections) sections_.clear();
-    sections_[key] = crc;
+    sections_[key] = section.crc;
     if (isChange) {
       psi_ = std::make_unique<PsiDecoder>(session_.source_, logDecoderMessage);
       advisoriesTaken_ = {};
@@ -391,7 +390,7 @@ const char* LiveTuner::Stream::pushPsi(uint16_t pid, const uint8_t* section, siz
       servicesTaken_ = kNothing;
     }
   }
-  const char* fault = psi_->push(pid, section, size);
+  const char* fault = psi_->push(section);
   hadPat_ |= psi_->tables().pat.has_value();
   return fault;
 }
