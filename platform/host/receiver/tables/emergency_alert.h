@@ -7,6 +7,8 @@
 
 namespace atschost {
 
+struct Section;
+
 // Texts are UTF-16BE.
 struct EmergencyAlert {
   uint8_t sequence = 0;  // sequence_number, 5 bits
@@ -21,6 +23,9 @@ struct EmergencyAlert {
   uint8_t priority = 0;        // alert_priority, 0 to 15
   bool hasDetailsChannel = false;
 };
+
+// Reads an alert with a sound header. Returns null, or the fault for which the alert is of no use.
+const char* readEmergencyAlert(const Section& section, EmergencyAlert& alert);
 
 }  // namespace atschost
 

@@ -3,59 +3,65 @@
 #ifndef ATSC_HOST_RECEIVER_TABLES_PSIP_DECODER_H_
 #define ATSC_HOST_RECEIVER_TABLES_PSIP_DECODER_H_
 
-#include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <optional>
 #include <vector>
 
+#include "receiver/stream/section.h"
+#include "receiver/stream/transport.h"
 #include "receiver/tables/emergency_alert.h"
+#include "receiver/tables/guide_decoder.h"
 #include "receiver/tables/guide_tables.h"
 #include "receiver/tables/rating_region.h"
+#include "receiver/tables/rating_region_collector.h"
 #include "receiver/tables/system_time.h"
 
 namespace atschost {
 
-// Fed with the sections of one stream. What it keeps of the guide is bounded. One thread.
+// Takes the sections of one stream. The memory for its guide is bounded. One thread.
 class PsipDecoder {
  public:
-  PsipDecoder();
-  ~PsipDecoder();
-
-  // Whether sections of a PID (13 bits) are to be pushed. Grows with what the MGT announces.
-  bool wants(uint16_t pid) const;
+  // Returns whether push() uses sections of a PID (13 bits). The MGT adds PIDs.
+  bool wants(uint16_t pid) const { return pid == kPsipBasePid || guide_.wants(pid); }
 
   // Takes a section; ignores other tables. Returns null, or the fault for which the section or a
   // descriptor in it was dropped.
   const char* push(const Section& section);
 
-  // The stream ended and begins anew. With the second end since the MGT announced what a PID
-  // carries, all that is sent there has come.
-  void endPass();
-  // The stream was read for so long since the last change of the MGT that a PID on which nothing
-  // came is no longer waited for.
-  void giveUpSilent();
+  // Reports that the stream ended and begins anew. With the second end since the MGT announced the
+  // tables of a PID, everything that is sent on the PID has come.
+  void endPass() { guide_.endPass(); }
+  // Stops waiting for PIDs on which nothing came since the MGT announced them.
+  void giveUpSilent() { guide_.giveUpSilent(); }
 
-  // What arrived since the last call of the same function.
+  // Return what arrived since the last call of the same function.
   std::optional<SystemTime> takeSystemTime();
   std::optional<EmergencyAlert> takeAlert();  // repeated or not
-  std::vector<RatingRegionTable> takeRatingRegions();
-  bool takeGuideChange();  // an EIT or ETT came whole, or the MGT announced others
+  std::vector<RatingRegionTable> takeRatingRegions() { return ratingRegions_.take(); }
+  // Returns whether an EIT or ETT came whole with another content or went, or the MGT announced
+  // others.
+  bool takeGuideChange() { return guide_.takeChange(); }
 
-  // The offset of the last system time; none before.
-  std::optional<uint8_t> gpsUtcOffset() const;
+  // Returns the offset of the last system time; none before the first.
+  std::optional<uint8_t> gpsUtcOffset() const { return offset_; }
 
-  const GuideTables& guide() const;
+  const GuideTables& guide() { return guide_.tables(); }
 
-  // Whether an MGT was received and what is sent of the EITs and ETTs that it announces. A PID
-  // counts as received when it has repeated itself, or when nothing more is to come on it.
-  bool guideComplete() const;
-  // Whether an MGT was received, and of every EIT and ETT all that is on the air.
-  bool guideSettled() const;
+  // Returns whether an MGT was received and the EITs and ETTs that it announces. A PID counts as
+  // received when it has repeated itself, or when nothing more is to come on it.
+  bool guideComplete() const { return guide_.isComplete(); }
+  // Returns whether an MGT was received, and of every EIT and ETT all that is on the air.
+  bool guideSettled() const { return guide_.isSettled(); }
 
  private:
-  struct Impl;
-  std::unique_ptr<Impl> impl_;
+  const char* pushSystemTime(const Section& section);
+  const char* pushAlert(const Section& section);
+
+  GuideDecoder guide_;
+  std::optional<SystemTime> time_;
+  std::optional<uint8_t> offset_;
+  std::optional<EmergencyAlert> alert_;
+  RatingRegionCollector ratingRegions_;
 };
 
 }  // namespace atschost

@@ -6,6 +6,8 @@
 
 namespace atschost {
 
+struct Section;
+
 struct SystemTime {
   uint32_t gpsSeconds = 0;   // since 1980-01-06 00:00:00 UTC, leap seconds counted
   uint8_t gpsUtcOffset = 0;  // seconds
@@ -15,6 +17,10 @@ struct SystemTime {
 
   uint32_t unixSeconds() const;
 };
+
+// Reads a system time table with a sound header. Returns null, or the fault for which the table is
+// of no use.
+const char* readSystemTime(const Section& section, SystemTime& time);
 
 }  // namespace atschost
 
