@@ -1,4 +1,4 @@
-// The air folder: one transport stream file for each carrier that "is on the air".
+// The air folder, which holds a transport stream file for each carrier.
 #ifndef ATSC_HOST_RECEIVER_AIR_AIR_H_
 #define ATSC_HOST_RECEIVER_AIR_AIR_H_
 
@@ -26,11 +26,11 @@ class File {
   int fd_;
 };
 
-// Opens a regular file for reading; anything else (a folder, a pipe) is refused, so that opening
-// never waits. On failure the reason is in errno.
+// Opens a regular file for reading. Refuses anything else (a folder, a pipe), so that opening never
+// waits. On failure the reason is in errno.
 File openRegular(const std::string& path);
 
-// What tells one content of a file from another, as far as the system knows without reading it.
+// Identifies one content of a file, as far as the system knows without reading the file.
 struct StreamId {
   std::string path;
   uint64_t device = 0;
@@ -46,27 +46,28 @@ struct StreamId {
   }
 };
 
-// Of the file that is open, and of the one that has the path now. None, with the reason in errno,
-// when the system does not tell.
+// Return the id of an open file, and of the file that has the path now; none, with the reason in
+// errno, if the system fails to read it.
 std::optional<StreamId> streamId(const std::string& path, const File& file);
 std::optional<StreamId> streamId(const std::string& path);
 
-// An antenna: a folder with a stream file for each carrier. Any thread.
+// An antenna: access to the stream files of a folder. Any thread.
 class Air {
  public:
-  // An empty folder stands for the environment variable ATSC_AIR.
+  // Sets the folder. An empty folder stands for the environment variable ATSC_AIR.
   void setFolder(const std::string& folder);
-  // How long a scan stays on each frequency before it reads.
+  // Sets how long a scan stays on each frequency before it reads.
   void setDwell(std::chrono::milliseconds dwell) { dwell_ = dwell; }
   std::chrono::milliseconds dwell() const { return dwell_; }
-  // Streams are read as fast as possible instead of at their own pace.
+  // Sets whether streams are read as fast as possible instead of at their own pace.
   void setFast(bool fast) { fast_ = fast; }
   bool fast() const { return fast_; }
 
-  // The stream file of a carrier; empty, with one warning an antenna, when no folder is set.
+  // Returns the path of the stream file of a carrier; empty if no folder is set. Logs one warning
+  // if the folder is not set or cannot be searched.
   std::string carrierPath(uint32_t source, uint32_t frequency) const;
 
-  // Whether a tuner would lock: the carrier's file can be opened.
+  // Returns whether a tuner would lock: whether the carrier's file can be opened.
   bool carrierExists(uint32_t source, uint32_t frequency) const;
 
  private:

@@ -1,4 +1,4 @@
-// Reads the fields of a table one after the other.
+// Reads the fields of a table in order.
 #ifndef ATSC_HOST_RECEIVER_STREAM_BYTE_READER_H_
 #define ATSC_HOST_RECEIVER_STREAM_BYTE_READER_H_
 
@@ -7,21 +7,22 @@
 
 namespace atschost {
 
-// Never reads past the end: a field that does not fit reads as 0, and nothing is left after it.
+// Never reads past the end: a field that does not fit reads as 0, and no bytes are left after it.
 class ByteReader {
  public:
   ByteReader(const uint8_t* bytes, size_t size) : at_(bytes), left_(size) {}
 
   const uint8_t* data() const { return at_; }
   size_t left() const { return left_; }
-  bool passedEnd() const { return passedEnd_; }  // a field did not fit
+  // Returns whether a field did not fit.
+  bool passedEnd() const { return passedEnd_; }
 
   uint8_t u8() { return static_cast<uint8_t>(number(1)); }
   uint16_t u16() { return static_cast<uint16_t>(number(2)); }
   uint32_t u24() { return number(3); }
   uint32_t u32() { return number(4); }
 
-  // The next `size` bytes; none when they do not fit.
+  // Returns a reader of the next `size` bytes and skips them; an empty reader if they do not fit.
   ByteReader part(size_t size) {
     if (!fits(size)) return {at_, 0};
     const ByteReader taken(at_, size);

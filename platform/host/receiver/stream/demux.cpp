@@ -19,13 +19,13 @@ void Demux::finish() {
 
 std::string Demux::takeFaults() {
   std::string text;
-  if (sync_.losses() && !lossesTold_) {
+  if (sync_.losses() && !lossesReported_) {
     text = "sync lost " + std::to_string(sync_.losses()) + " times";
-    lossesTold_ = true;
+    lossesReported_ = true;
   }
   for (auto& [fault, seen] : faults_) {
-    if (seen.told) continue;
-    seen.told = true;
+    if (seen.reported) continue;
+    seen.reported = true;
     if (!text.empty()) text += "; ";
     text += std::string(fault) + " (" + std::to_string(seen.count) + " times, first on PID " +
             std::to_string(seen.firstPid) + ")";

@@ -1,4 +1,4 @@
-// From the bytes of a carrier to the sections of its tables.
+// Extracts the sections of tables from a transport stream.
 #ifndef ATSC_HOST_RECEIVER_STREAM_DEMUX_H_
 #define ATSC_HOST_RECEIVER_STREAM_DEMUX_H_
 
@@ -16,29 +16,30 @@ namespace atschost {
 class Demux {
  public:
   using Wanted = std::function<bool(uint16_t pid)>;
-  // Returns null, or the fault for which the section was dropped: a literal.
+  // Returns null, or the fault for which the section was dropped, a literal.
   using Sink = std::function<const char*(const Section& section)>;
   using PacketSink = std::function<void(const uint8_t* packet)>;
 
-  // `on_packet`, where given, sees every packet first.
+  // `wanted` selects the PIDs. `onPacket`, if given, receives every packet before its sections go
+  // to `sink`.
   Demux(Wanted wanted, Sink sink, PacketSink onPacket = nullptr);
 
   void push(const uint8_t* bytes, size_t size);
 
-  // The stream ends, and perhaps begins anew: no section goes across the seam.
+  // Ends the stream. The next push() begins anew; a section that is not complete is dropped.
   void finish();
 
   uint64_t packets() const { return packets_; }
 
-  // What was wrong with the stream and has not been told yet, each kind of fault once; empty when
-  // nothing was.
+  // Returns a line on the faults of the stream since the last call; empty without any. Each kind of
+  // fault is reported once.
   std::string takeFaults();
 
  private:
   struct Seen {
     uint64_t count = 0;
     uint16_t firstPid = 0;
-    bool told = false;
+    bool reported = false;
   };
 
   void pushPacket(const uint8_t* packet);
@@ -52,7 +53,7 @@ class Demux {
   std::map<uint16_t, SectionAssembler> assemblers_;  // by PID
   uint64_t packets_ = 0;
   std::map<std::string_view, Seen> faults_;
-  bool lossesTold_ = false;
+  bool lossesReported_ = false;
 };
 
 }  // namespace atschost

@@ -9,13 +9,13 @@ namespace {
 
 constexpr double kDefaultRate = 1000;
 constexpr double kLowestRate = 20;
-constexpr double kHighestRate = 50000;  // over that of 256-QAM
+constexpr double kHighestRate = 50000;  // above the rate of 256-QAM
 constexpr uint64_t kPcrFrequency = 90000;
-constexpr uint64_t kLongestGap = 10;  // seconds; more is a jump of the clock
+constexpr uint64_t kLongestGap = 10;  // seconds; a longer gap is a jump of the clock
 constexpr double kEnoughByPcr = 0.5;  // seconds
 constexpr double kEnoughByTime = 2;   // system time counts whole seconds
 
-// program_clock_reference_base (ISO/IEC 13818-1 2.4.3.4).
+// Returns program_clock_reference_base (ISO/IEC 13818-1 2.4.3.4).
 std::optional<uint64_t> pcrOf(const uint8_t* packet) {
   const bool hasPcr = packet[3] & 0x20 && packet[4] >= 7 && packet[5] & 0x10;
   if (!hasPcr) return std::nullopt;

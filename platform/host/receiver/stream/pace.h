@@ -1,4 +1,4 @@
-// At what pace a recorded stream was broadcast.
+// Measures the pace at which a recorded stream was broadcast.
 #ifndef ATSC_HOST_RECEIVER_STREAM_PACE_H_
 #define ATSC_HOST_RECEIVER_STREAM_PACE_H_
 
@@ -7,13 +7,16 @@
 
 namespace atschost {
 
-// The mean rate of packets by the stream's own clocks: its PCRs, else its system time, else 1000
-// packets a second. A recording that was thinned out keeps its time. One thread.
+// Measures the mean rate of packets by the clocks of the stream: by its PCRs, without PCRs by its
+// system time, without both 1000 packets a second. A recording that lacks packets of the broadcast
+// is measured at its own, lower rate and so keeps its time. One thread.
 class Pace {
  public:
+  // Counts a packet.
   void packet(const uint8_t* packet);
+  // Notes a system time that was received after the last packet.
   void systemTime(uint32_t gpsSeconds);
-  // The stream begins anew.
+  // Marks that the next packet does not continue the last one.
   void seam();
 
   double packetsPerSecond() const;
@@ -29,7 +32,7 @@ class Pace {
   };
 
   uint64_t position_ = 0;
-  std::optional<uint16_t> pcrPid_;  // the first one with a PCR
+  std::optional<uint16_t> pcrPid_;  // the first PID with a PCR
   std::optional<Mark> lastPcr_;     // 90 kHz
   std::optional<Mark> lastTime_;    // seconds
   Span byPcr_;

@@ -11,7 +11,7 @@ namespace atschost {
 
 constexpr size_t kMaxSectionSize = 4096;
 
-// What stands before and after the body of a section with section_syntax_indicator.
+// Sizes before and after the body of a section with section_syntax_indicator.
 constexpr size_t kSectionHeaderSize = 8;
 constexpr size_t kSectionCrcSize = 4;
 
@@ -21,18 +21,18 @@ struct Section {
   const uint8_t* bytes = nullptr;
   size_t size = 0;
   uint8_t tableId = 0;
-  // Null if header and CRC are sound; else the fault, a literal. A section may be of a table
-  // without this header: whoever uses the section reports the fault.
+  // Null if header and CRC are sound; else the fault, a literal. Not every section of a PID has
+  // this header: only a decoder that uses the section reports the fault.
   const char* fault = nullptr;
   // The header; all 0 in a section that is too short for one.
   uint16_t extension = 0;  // table_id_extension
   uint8_t version = 0;
-  bool current = false;    // current_next_indicator: the table is valid now
+  bool current = false;    // current_next_indicator: the table is valid now, not later
   uint8_t number = 0;      // section_number
   uint8_t lastNumber = 0;  // last_section_number
   uint32_t crc = 0;
 
-  // Returns what stands between header and CRC; nothing in a section that is too short.
+  // Returns a reader of the bytes between header and CRC; of none in a section that is too short.
   ByteReader body() const;
 };
 

@@ -47,7 +47,7 @@ const char* SectionAssembler::push(const uint8_t* packet, const Sink& sink) {
   const bool continuous = !first_ && counter == ((last + 1) & 0x0F);
   std::copy(packet, packet + kPacketSize, lastPacket_.begin());
   first_ = false;
-  if (repeated) return nullptr;  // a packet may be sent twice
+  if (repeated) return nullptr;  // ISO/IEC 13818-1 allows to send a packet twice
   if (!continuous) collecting_ = false;
 
   size_t at = 4;
@@ -78,7 +78,7 @@ const char* SectionAssembler::push(const uint8_t* packet, const Sink& sink) {
   return fault;
 }
 
-// Adds to the open section; closes it when it is whole.
+// Adds bytes to the section that is collected; passes the section on once it is whole.
 const char* SectionAssembler::collect(const uint8_t* bytes, size_t size, const Sink& sink) {
   const auto take = [&](size_t wanted) {
     const size_t missing = wanted - std::min(wanted, section_.size());

@@ -23,16 +23,18 @@ inline uint16_t read16(const uint8_t* bytes) {
 inline uint16_t read13(const uint8_t* bytes) { return read16(bytes) & 0x1FFF; }
 inline uint16_t read12(const uint8_t* bytes) { return read16(bytes) & 0x0FFF; }
 
-// Finds the 188-byte packets in a byte stream. A sync byte counts when another one follows one
-// packet later, so a lost or inserted byte costs one packet.
+// Finds the packets in a byte stream. A sync byte counts if another sync byte follows one packet
+// later, so that a lost or inserted byte costs one packet. One thread.
 class PacketSync {
  public:
   using Sink = std::function<void(const uint8_t* packet)>;
 
+  // Passes on the packets that are complete; keeps the rest.
   void push(const uint8_t* bytes, size_t size, const Sink& sink);
-  // The last packet of a stream has no successor.
+  // Ends the stream: passes on the last packet, which has no successor.
   void finish(const Sink& sink);
 
+  // Returns how often bytes were skipped to find a packet.
   uint64_t losses() const { return losses_; }
 
  private:
@@ -44,13 +46,14 @@ class PacketSync {
 
 inline uint16_t packetPid(const uint8_t* packet) { return read13(packet + 1); }
 
-// Puts the sections of one PID together.
+// Puts the sections of one PID together. One thread.
 class SectionAssembler {
  public:
-  // A whole section: at least 3 bytes, as long as its section_length says; nothing else is checked.
+  // Receives a whole section: at least 3 bytes, as long as its section_length says. Nothing else is
+  // checked.
   using Sink = std::function<void(const uint8_t* section, size_t size)>;
 
-  // Returns null, or what was wrong with the packet or the section in it.
+  // Takes a packet. Returns null, or the fault of the packet or of the section in it, a literal.
   const char* push(const uint8_t* packet, const Sink& sink);
 
  private:

@@ -15,7 +15,7 @@ constexpr uint8_t kUnitedStates = 1;
 constexpr uint8_t kCanada = 2;
 
 using Values = std::map<uint8_t, uint8_t>;  // rating_value by rating_dimension
-using Names = std::array<const char*, 16>;  // by rating_value; null: none or not known
+using Names = std::array<const char*, 16>;  // by rating_value; null: no rating, or an unknown one
 
 // Dimensions of region 1.
 enum { kEntireAudience = 0, kDialogue, kLanguage, kSex, kViolence, kChildren, kFantasy, kMpaa };
@@ -38,7 +38,7 @@ void add(std::vector<std::string>& ratings, std::string rating) {
     ratings.push_back(std::move(rating));
 }
 
-// The age rating with its content flags.
+// Returns the age rating of region 1 with its content flags; empty if not rated.
 std::string televisionRating(const Values& values) {
   const char* age = nameOf(values, kEntireAudience, kEntireAudienceNames);
   if (!age) age = nameOf(values, kChildren, kChildrenNames);
@@ -71,7 +71,7 @@ std::vector<std::string> knownRatings(uint8_t region, const Values& values) {
   return texts;
 }
 
-// Whether the values say anything: value 0 of region 1 is no rating.
+// Returns whether the values rate the programme: value 0 of region 1 is no rating.
 bool isRated(uint8_t region, const Values& values) {
   return std::any_of(values.begin(), values.end(),
                      [&](const auto& value) { return region != kUnitedStates || value.second; });

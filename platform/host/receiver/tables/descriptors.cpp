@@ -57,7 +57,7 @@ void readAc3Audio(const uint8_t* data, size_t size, AISRV_pid_info& stream) {
       stream.audio_kind = AISRV_AUDIO_OTHER;
       break;
   }
-  // full_svc tells something of associated services only: a main service is always complete.
+  // full_svc has a meaning for associated services only: a main service is always complete.
   if (bsmod >= 2) stream.full_mix = data[2] & 1;
 
   size_t at = dualMono ? 5 : 4;  // past langcod, and langcod2 of the second mono channel

@@ -7,8 +7,8 @@
 
 namespace atschost {
 
-// Takes content advisories, captions and genres over into the event. False when a descriptor
-// passes its end; what was sound before it counts.
+// Adds content advisories, captions and genres to the event. Returns false if a descriptor passes
+// its end; what was read before the fault is added.
 bool readEventDescriptors(ByteReader in, GuideEvent& event);
 
 }  // namespace atschost

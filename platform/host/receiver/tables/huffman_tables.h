@@ -7,9 +7,10 @@
 
 namespace atschost {
 
-// One tree for each 7-bit character that may stand before the one to be decoded. First a big-endian
-// 16-bit offset for each of the 128 trees, then the trees. A node is two bytes, the branches for
-// bit 0 and bit 1: below 0x80 the index of the next node of that tree, else 0x80 + the character.
+// There is a tree for each 7-bit character that may precede the character to be decoded. The table
+// starts with a big-endian 16-bit offset of each of the 128 trees; the trees follow. A node is two
+// bytes, the branches for bit 0 and bit 1. A branch is the index of the next node of the tree
+// (below 0x80), or 0x80 + the decoded character.
 struct HuffmanTrees {
   const uint8_t* bytes;
   size_t size;

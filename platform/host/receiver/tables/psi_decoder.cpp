@@ -25,12 +25,12 @@
 namespace atschost {
 namespace {
 
-constexpr unsigned kMaxMessages = 20;   // lines of libdvbpsi's own a carrier
-constexpr unsigned kMaxSubtables = 16;  // VCTs of different transport stream ids
+constexpr unsigned kMaxMessages = 20;   // of libdvbpsi, for a carrier
+constexpr unsigned kMaxSubtables = 16;  // VCTs with different transport_stream_ids
 constexpr size_t kMaxPrograms = 1024;   // a 6 MHz channel carries far fewer
 constexpr size_t kMaxChannels = 1024;   // of a VCT
-// How often a VCT of another transport stream id is repeated before it is clear that the carrier
-// has none of its own.
+// Number of repetitions of a VCT with another transport_stream_id after which the carrier is
+// considered to have no VCT of its own.
 constexpr unsigned kForeignRepeats = 3;
 
 template <typename Visit>
@@ -38,7 +38,7 @@ void forEachDescriptor(const dvbpsi_descriptor_t* descriptor, Visit visit) {
   for (; descriptor; descriptor = descriptor->p_next) visit(*descriptor);
 }
 
-// A NUL unit ends the name; most names are padded with them.
+// Returns a name up to its first NUL; most names are padded with NULs.
 std::string shortName(const uint8_t (&name)[14]) {
   std::string text;
   for (size_t i = 0; i < sizeof(name) && (name[i] || name[i + 1]); i += 2)
@@ -105,8 +105,8 @@ class PsiDecoder::Handle {
   unsigned counter_ = 0;
 };
 
-// libdvbpsi calls these from within push(); they own the table they are given. It is C: nothing may
-// be thrown through it.
+// libdvbpsi calls these functions from within push(). They own the table that they are given, and
+// throw nothing, since libdvbpsi is C.
 struct PsiDecoder::Callbacks {
   static void pat(void* data, dvbpsi_pat_t* table) try {
     const std::unique_ptr<dvbpsi_pat_t, void (*)(dvbpsi_pat_t*)> owned(table, dvbpsi_pat_delete);
@@ -115,7 +115,8 @@ struct PsiDecoder::Callbacks {
     Pat pat;
     pat.tsid = table->i_ts_id;
     for (const auto* p = table->p_first_program; p; p = p->p_next) {
-      if (p->i_number == 0 || (p->i_pid & 0x1FFF) == kNullPid) continue;  // 0 is the network PID
+      if (p->i_number == 0 || (p->i_pid & 0x1FFF) == kNullPid)
+        continue;  // program 0 is the network PID
       if (pat.pmtPids.size() == kMaxPrograms) {
         self->fault_ = "PAT has too many programs, only the first 1024 are used";
         break;
@@ -137,7 +138,7 @@ struct PsiDecoder::Callbacks {
     };
     forEachDescriptor(table->p_first_descriptor, takeCaptions);
     std::vector<Advisory> advisories;
-    std::vector<std::string> texts;  // nobody shows them
+    std::vector<std::string> texts;  // not used
     forEachDescriptor(table->p_first_descriptor, [&](const dvbpsi_descriptor_t& d) {
       if (d.i_tag == kContentAdvisoryTag)
         readContentAdvisory(d.p_data, d.i_length, texts, advisories);

@@ -1,4 +1,4 @@
-// Decodes the tables of which the service list is made: PAT, PMT and VCT.
+// Decodes the tables of which services are made: PAT, PMT and VCT.
 #ifndef ATSC_HOST_RECEIVER_TABLES_PSI_DECODER_H_
 #define ATSC_HOST_RECEIVER_TABLES_PSI_DECODER_H_
 
@@ -13,8 +13,9 @@
 
 namespace atschost {
 
-// Fed with the sections of one carrier; the first whole current version of each table counts. Of
-// several VCTs the one with the PAT's transport_stream_id counts, else the first. One thread.
+// Takes the sections of one carrier. The first whole current version of each table counts. Of
+// several VCTs the VCT with the PAT's transport_stream_id counts; without such a VCT the first. One
+// thread.
 class PsiDecoder {
  public:
   enum class Level { kDebug, kError };
@@ -26,20 +27,20 @@ class PsiDecoder {
   explicit PsiDecoder(uint32_t source, MessageSink onMessage = {});
   ~PsiDecoder();
 
-  // Whether sections of a PID (13 bits) are to be pushed.
+  // Returns whether push() uses sections of a PID (13 bits). The PAT adds PIDs.
   bool wants(uint16_t pid) const { return wanted_[pid]; }
 
   // Takes a section; ignores other tables. Returns null, or the fault for which the section or the
   // end of its table was dropped.
   const char* push(const Section& section);
 
-  // Whether every table that the services need is there.
+  // Returns whether every table that the services need was received.
   bool complete() const { return complete_; }
-  // Whether the VCT is that of the PAT's transport stream.
+  // Returns whether the VCT is of the PAT's transport stream.
   bool hasOwnVct() const;
-  // Whether a PMT that the PAT lists is not.
+  // Returns whether a PMT that the PAT lists was not received.
   bool awaitsPmts() const { return !pmts_.empty(); }
-  // Whether reading the same stream again may find more: what came before the PAT.
+  // Returns whether reading the same stream again may find tables: those that came before the PAT.
   bool missedSome() const { return tables_.pat && (awaitsPmts() || !hasOwnVct()); }
   const CarrierTables& tables() const { return tables_; }
 
@@ -60,12 +61,12 @@ class PsiDecoder {
   bool complete_ = false;
   std::bitset<0x2000> wanted_;
   unsigned messages_ = 0;
-  const char* fault_ = nullptr;  // of the table that was just taken
-  unsigned subtables_ = 0;
-  unsigned vctRepeats_ = 0;  // of the VCT in use, since the PAT is there
+  const char* fault_ = nullptr;  // of the table that the last section completed
+  unsigned subtables_ = 0;       // VCTs that psip_ has begun
+  unsigned vctRepeats_ = 0;      // of the VCT in use, since the PAT was received
   std::unique_ptr<Handle> pat_;
   std::unique_ptr<Handle> psip_;
-  std::map<uint16_t, std::unique_ptr<Handle>> pmts_;  // awaited, by program number
+  std::map<uint16_t, std::unique_ptr<Handle>> pmts_;  // not received yet, by program number
 };
 
 }  // namespace atschost

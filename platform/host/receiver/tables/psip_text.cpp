@@ -19,8 +19,7 @@ constexpr uint8_t kModeUtf16 = 0x3F;
 bool isHighSurrogate(uint32_t unit) { return (unit & 0xFC00) == 0xD800; }
 bool isLowSurrogate(uint32_t unit) { return (unit & 0xFC00) == 0xDC00; }
 
-// A text of bounded length, in which halves of surrogate pairs without their other half are
-// replaced.
+// Builds a text of bounded length. Replaces halves of surrogate pairs without their other half.
 class TextBuilder {
  public:
   explicit TextBuilder(size_t maxBytes) : maxBytes_(maxBytes) {}
@@ -92,7 +91,7 @@ void decodeHuffman(const HuffmanTrees& trees, const uint8_t* data, size_t size, 
   };
   constexpr uint8_t kEscape = 27;
   for (uint8_t character = 0; at < bits && !text.full();) {
-    if (character & 0x80) {  // has no tree: what follows it is not compressed
+    if (character & 0x80) {  // has no tree: the next character is not compressed
       character = literal();
     } else {
       const size_t tree = read16(trees.bytes + size_t{2} * character);
@@ -124,7 +123,7 @@ class ScsuDecoder {
   }
 
  private:
-  // Both return false at what has no meaning: nothing after it can be trusted.
+  // Both return false for a code without meaning; the rest of the text cannot be decoded.
   bool singleByteMode(uint8_t byte) {
     if (byte >= 0x80) {
       text_.addCodePoint(dynamic_[active_] + byte - 0x80);

@@ -1,4 +1,4 @@
-// Texts of PSIP tables. All are made UTF-16BE.
+// Texts of PSIP tables, converted to UTF-16BE.
 #ifndef ATSC_HOST_RECEIVER_TABLES_PSIP_TEXT_H_
 #define ATSC_HOST_RECEIVER_TABLES_PSIP_TEXT_H_
 
@@ -11,18 +11,20 @@
 
 namespace atschost {
 
-// The text of a multiple_string_structure (A/65 6.10), cut to `max_bytes`: the English string, else
-// the first, of those that are not empty. Segments of an unknown compression or mode are left out;
-// nothing is read from a length on that passes the end. The result has no NUL and no half of a
-// surrogate pair.
+// Returns the English string of a multiple_string_structure (A/65 6.10), or its first string if
+// none is English; strings without text do not count. The result has at most `maxBytes`, no NUL and
+// no half of a surrogate pair. Segments of an unknown compression or mode are left out. Reading
+// stops at a length that passes the end.
 std::string readText(const uint8_t* data, size_t size, size_t maxBytes);
 
-// How many of the first `max_bytes` bytes of a text are whole characters.
+// Returns the length of the longest start of a text that has at most `maxBytes` bytes and ends with
+// a whole character.
 size_t wholeCharacters(const std::string& text, size_t maxBytes);
 
-// Hands a text out in a buffer that a caller lends, cut to whole characters.
+// Copies a text into the buffer of `lent`, cut to whole characters, and sets length and encoding.
 void copyText(const std::string& text, multiple_lang_t& lent);
 
+// Converts Latin-1, the first 256 characters of Unicode.
 std::string toUtf16(std::string_view ascii);
 
 }  // namespace atschost

@@ -15,7 +15,7 @@ namespace {
 
 constexpr size_t kMaxRrtSize = 1024;
 
-// Whether a multiple_string_structure ends within its field.
+// Returns whether a multiple_string_structure ends within its field.
 bool isWhole(ByteReader in) {
   for (unsigned strings = in.u8(); strings > 0; --strings) {
     in.u24();  // ISO_639_language_code
@@ -27,7 +27,7 @@ bool isWhole(ByteReader in) {
   return !in.passedEnd();
 }
 
-// Reads a text with its length. False when it is broken.
+// Reads a text with its length. Returns false if the text is broken.
 bool readPart(ByteReader& in, std::string& text) {
   const ByteReader part = in.part(in.u8());
   if (in.passedEnd()) return false;
@@ -50,7 +50,7 @@ RatingRegion::Dimension dimension(std::string_view name, bool graduated,
   return dimension;
 }
 
-// Of a content that a programme has or has not.
+// Returns the dimension of a content that a programme has or has not.
 RatingRegion::Dimension flag(std::string_view name, std::string_view value) {
   return dimension(name, false, {{"", ""}, {value, value}});
 }

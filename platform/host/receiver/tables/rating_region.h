@@ -1,4 +1,4 @@
-// What a rating region table says.
+// The rating region table (A/65 6.4).
 #ifndef ATSC_HOST_RECEIVER_TABLES_RATING_REGION_H_
 #define ATSC_HOST_RECEIVER_TABLES_RATING_REGION_H_
 
@@ -11,7 +11,7 @@
 
 namespace atschost {
 
-// A rating region (A/65 6.4). Texts are UTF-16BE.
+// A rating region. Texts are UTF-16BE.
 struct RatingRegion {
   struct Value {
     std::string abbreviation;
@@ -19,7 +19,7 @@ struct RatingRegion {
   };
   struct Dimension {
     std::string name;
-    bool graduated = false;     // each value includes those below
+    bool graduated = false;     // each value includes the lower values
     std::vector<Value> values;  // at most AIPC_MAX_LEVELS; value 0 often has no texts
   };
 
@@ -29,7 +29,7 @@ struct RatingRegion {
   std::vector<Dimension> dimensions;  // 1 to 255
 };
 
-// A rating region table as received: what it says, and its section.
+// A rating region table with the section in which it was received.
 struct RatingRegionTable {
   RatingRegion region;
   std::vector<uint8_t> section;
@@ -42,7 +42,7 @@ const char* readRatingRegion(const Section& section, RatingRegion& region);
 // Does the same with bytes that may be of any kind, such as those of a file.
 const char* readRatingRegion(const uint8_t* section, size_t size, RatingRegion& region);
 
-// The regions that are known without any table, 1 and 2, as CEA-766 defines them.
+// Returns regions 1 and 2 as CEA-766 defines them, for use before a table is received.
 std::vector<RatingRegion> standardRatingRegions();
 
 }  // namespace atschost

@@ -12,7 +12,7 @@ constexpr size_t kMaxUnits = 64;
 
 constexpr uint32_t kReplacement = 0xFFFD;
 
-// Reads one code point and moves on; none where the bytes are not UTF-8.
+// Reads a code point and moves past it; returns none if the bytes are not UTF-8.
 std::optional<uint32_t> nextUtf8(const uint8_t*& at, const uint8_t* end) {
   const uint8_t lead = *at++;
   if (lead < 0x80) return lead;
@@ -35,7 +35,7 @@ bool isUtf8(const uint8_t* at, const uint8_t* end) {
   return true;
 }
 
-// Reads one code point of UTF-16BE; half a pair is replaced.
+// Reads a code point of UTF-16BE; replaces half a surrogate pair.
 uint32_t nextUtf16(const uint8_t*& at, const uint8_t* end) {
   const uint32_t unit = read16(at);
   at += 2;
@@ -47,7 +47,7 @@ uint32_t nextUtf16(const uint8_t*& at, const uint8_t* end) {
   return 0x10000 + ((unit - 0xD800) << 10) + (low - 0xDC00);
 }
 
-// False when the name is full.
+// Appends a code point. Returns false if the name has no room for it.
 bool append(std::string& name, uint32_t codePoint) {
   const auto add = [&](uint32_t unit) {
     name += static_cast<char>(unit >> 8);

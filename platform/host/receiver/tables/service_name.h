@@ -1,4 +1,4 @@
-// Names of services that a viewer gives.
+// Names that viewers give to services.
 #ifndef ATSC_HOST_RECEIVER_TABLES_SERVICE_NAME_H_
 #define ATSC_HOST_RECEIVER_TABLES_SERVICE_NAME_H_
 
@@ -8,8 +8,9 @@
 
 namespace atschost {
 
-// The name as the service list keeps it: UTF-16BE, whole pairs of surrogates only, at most 64 code
-// units. Single-byte text is UTF-8 where it is valid UTF-8, else Latin-1. A NUL ends it.
+// Converts a name for the service list: to UTF-16BE of at most 64 code units, without halves of
+// surrogate pairs. Single-byte text is taken as UTF-8 if it is valid UTF-8, else as Latin-1. A NUL
+// ends the name.
 std::string serviceName(const multiple_lang_t& text);
 
 }  // namespace atschost

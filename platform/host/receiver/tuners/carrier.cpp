@@ -19,8 +19,8 @@ namespace atschost {
 namespace {
 
 constexpr size_t kChunk = 512 * kPacketSize;
-// Packets after the services in which an MGT must turn up, over a second of an 8-VSB carrier: it is
-// sent every 150 ms (A/65 7.1).
+// Packets after the services within which an MGT must come: over a second of an 8-VSB carrier. The
+// MGT is sent every 150 ms (A/65 7.1).
 constexpr uint64_t kMgtPatience = 16384;
 
 class CarrierReader {
@@ -32,7 +32,7 @@ class CarrierReader {
         demux_([this](uint16_t pid) { return psi_.wants(pid) || psip_.wants(pid); },
                [this](const Section& section) { return push(section); }) {}
 
-  // Returns the errno of a failed read, else 0.
+  // Returns 0, or the errno of a failed read.
   int read(int fd, const std::atomic<bool>& stop, bool whole) {
     std::vector<uint8_t> chunk(kChunk);
     bool secondLook = false;

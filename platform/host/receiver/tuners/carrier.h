@@ -1,4 +1,4 @@
-// Reads the tables of one carrier, once.
+// Reads the tables of a carrier once.
 #ifndef ATSC_HOST_RECEIVER_TUNERS_CARRIER_H_
 #define ATSC_HOST_RECEIVER_TUNERS_CARRIER_H_
 
@@ -15,13 +15,13 @@
 
 namespace atschost {
 
-// How much of a stream is read for its tables: over 13 s of an 8-VSB carrier, in which every table
-// of the service list comes many times.
+// Bytes of a stream that are read for its tables at most: over 13 s of an 8-VSB carrier, in which
+// every table of the service list is repeated many times.
 constexpr size_t kReadLimit = 32 << 20;
 
 struct CarrierResult {
   bool locked = false;
-  // Whether it is known what the carrier carries: it was read, or it surely does not exist.
+  // Whether the content of the carrier is known: it was read, or its file does not exist.
   bool known = false;
   std::vector<Service> services;
   std::optional<StreamId> stream;
@@ -31,10 +31,11 @@ struct CarrierResult {
   std::vector<RatingRegionTable> ratingRegions;
 };
 
-// Tunes to a carrier and reads until its services, all of its guide and the offset of its time are
-// known, all of it with `whole`, at most kReadLimit, but no longer than `stop` is false. A file
-// that ends too early is read a second time, for what came before the tables that tell of it. The
-// system time goes to the clock. Logs one line on what it found, with what was wrong. Any thread.
+// Tunes to a carrier and reads it until its services, its whole guide and the offset of its time
+// are known; with `whole` to the end of the file; never more than kReadLimit. Stops early once
+// `stop` is true. Reads a file a second time if it ends before all tables are known: they may have
+// come before the tables that announce them. Reports the system time to the clock. Logs a line on
+// the tables that were found and a line on faults. Any thread.
 CarrierResult readCarrier(const Air& air, Clock& clock, uint32_t source, uint32_t frequency,
                           const std::atomic<bool>& stop, bool whole = false);
 

@@ -57,8 +57,8 @@ bool ServiceReporter::mayReplace(const std::vector<Service>& found) const {
   const ServiceList& services = tuning_.environment().services;
   const uint32_t frequency = tuning_.frequency();
   if (tables.pat ? decoder.awaitsPmts() : follower_.hadPat()) {
-    // No service is known to be gone. But if the VCT has the same services as the list, it tells
-    // what they are now. Services that were added by hand stay anyway.
+    // No service is known to be gone. But if the VCT has the same services as the list, the list
+    // takes their values over. Services that were added by hand stay anyway.
     std::set<ServiceKey> listed, received;
     for (const Service& service : found) received.insert(service.key);
     services.visit(tuning_.source(), [&](const Service& service) {

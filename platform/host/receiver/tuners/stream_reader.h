@@ -26,7 +26,7 @@ class StreamReader {
   // `file` must outlive the object.
   StreamReader(const File& file, StreamId id);
 
-  // Reads the next packets into data(): many if `fast`, else what is sent in a short while. Returns
+  // Reads the next packets into data(): many if `fast`, else those of a short time. Returns
   // false at the end of the file, and if it cannot be read; then reading begins anew.
   bool readBurst(bool fast);
   const uint8_t* data() const { return buffer_.data(); }
