@@ -46,12 +46,12 @@ struct Options {
 
 // Posted on SIGTERM and SIGINT. The library starts threads before main() that do not block these
 // signals, so that any thread may run the handler.
-sem_t g_stop;
+sem_t gStop;
 
-void requestStop(int) { sem_post(&g_stop); }
+void requestStop(int) { sem_post(&gStop); }
 
 void handleSignals() {
-  sem_init(&g_stop, 0, 0);
+  sem_init(&gStop, 0, 0);
   struct sigaction action = {};
   action.sa_handler = requestStop;
   action.sa_flags = SA_RESTART;
@@ -63,7 +63,7 @@ void handleSignals() {
 }
 
 void waitForStop() {
-  while (sem_wait(&g_stop) != 0 && errno == EINTR) {
+  while (sem_wait(&gStop) != 0 && errno == EINTR) {
   }
 }
 

@@ -49,10 +49,10 @@ class NeighbourTest : public SystemTest {
   }
 
   // The caller gets more answers while something is wrong.
-  void answered(const char* while_, size_t more = 20) {
+  void answered(const char* during, size_t more = 20) {
     const size_t before = caller_->count("answer 0");
-    EXPECT_TRUE(caller_->says("answer 0", before + more)) << while_;
-    EXPECT_EQ(0u, caller_->count("answer -1")) << while_;
+    EXPECT_TRUE(caller_->says("answer 0", before + more)) << during;
+    EXPECT_EQ(0u, caller_->count("answer -1")) << during;
     if (!longForm()) return;
     std::vector<int> times;
     std::istringstream lines(caller_->out());
@@ -64,7 +64,7 @@ class NeighbourTest : public SystemTest {
     }
     std::sort(times.begin(), times.end());
     if (times.empty()) return;
-    std::printf("%-44s %5zu answers: median %5d us, worst %6d us\n", while_, times.size(),
+    std::printf("%-44s %5zu answers: median %5d us, worst %6d us\n", during, times.size(),
                 times[times.size() / 2], times.back());
   }
 

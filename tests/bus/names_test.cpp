@@ -11,6 +11,7 @@
 
 #include "fixture.h"
 
+// NOLINTBEGIN(readability-identifier-naming)
 struct EventName {
   char name[52];
   int32_t id;
@@ -27,6 +28,7 @@ void _ATSC_Service_event_update_task();
 void _ATSC_Service_Task_init();
 void SetThreadName(std::thread* thread, const char* name);
 void ConvertEASAlertText(Json::Value& message, multiple_lang_t* text);
+// NOLINTEND(readability-identifier-naming)
 
 namespace {
 

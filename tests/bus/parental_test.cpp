@@ -498,7 +498,7 @@ TEST_F(ParentalTest, UnlockOnlyOfTheChannelChangedTo) {
     ASSERT_LE(0, ATSC_Service_db_UpdateChannel(2));
     fake::setCurrent(first, 2);
   };
-  const auto expect = [&](const char* members, Lines calls, const char* line) {
+  const auto expect = [&](const char* members, const Lines& calls, const char* line) {
     EXPECT_EQ(0, ask("PC PWDUNLOCK", members).result);
     EXPECT_EQ(calls, callsOf({"AICN_set_play", "AIFW_pwd"}));
     EXPECT_TRUE(*line == '\0' || fake::logged("Info", line)) << line;

@@ -175,6 +175,7 @@ std::enable_if_t<!std::is_pointer_v<Value>> disturbAnswer(Value) {}
 template <typename... Arguments>
 class Call {
  public:
+  // NOLINTNEXTLINE(google-explicit-constructor)
   Call(int status, Arguments... arguments) : status_(status), arguments_(arguments...) {}
   Call(const Call&) = delete;
   Call& operator=(const Call&) = delete;
@@ -183,7 +184,7 @@ class Call {
     std::apply([](auto... argument) { (disturbAnswer(argument), ...); }, arguments_);
   }
 
-  operator int() const { return status_; }
+  operator int() const { return status_; }  // NOLINT(google-explicit-constructor)
 
  private:
   const int status_;

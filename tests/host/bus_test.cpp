@@ -126,15 +126,15 @@ TEST(Neighbour, OthersAreServedWhateverAPeerDoes) {
   constexpr int kDescriptors = 120;
   Started server({"server", name, std::to_string(kDescriptors)}, true);
   Started healthy({"healthy", name});
-  const auto answered = [&](const char* while_) {
+  const auto answered = [&](const char* during) {
     healthy.say('g');
     std::istringstream line(healthy.hearLine());
     int good = 0;
     int median = 0;
     int worst = 0;
     line >> good >> median >> worst;
-    EXPECT_EQ(good, kRounds) << while_;
-    if (longForm()) std::printf("%-40s median %5d us, worst %6d us\n", while_, median, worst);
+    EXPECT_EQ(good, kRounds) << during;
+    if (longForm()) std::printf("%-40s median %5d us, worst %6d us\n", during, median, worst);
   };
   answered("nothing else");
   const size_t descriptors = descriptorsOf(server.pid());

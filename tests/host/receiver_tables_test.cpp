@@ -19,10 +19,10 @@ constexpr uint32_t kCable14 = 123000000;
 Bytes language(const std::string& code) {
   return descriptor(0x0A, Bytes(code.begin(), code.end()) + Bytes{0});
 }
-// AC-3 audio: bsmod, full_svc, then mainid or asvcflags.
-Bytes ac3(unsigned bsmod, unsigned full_svc, uint8_t number) {
-  return descriptor(0x81, {0x08, 0x38, static_cast<uint8_t>(bsmod << 5 | 2 << 1 | full_svc), 0xFF,
-                           number, 0x01, 0xBF, 'f', 'r', 'a'});
+// AC-3 audio: bsmod, fullService, then mainid or asvcflags.
+Bytes ac3(unsigned bsmod, unsigned fullService, uint8_t number) {
+  return descriptor(0x81, {0x08, 0x38, static_cast<uint8_t>(bsmod << 5 | 2 << 1 | fullService),
+                           0xFF, number, 0x01, 0xBF, 'f', 'r', 'a'});
 }
 
 class ReceiverTablesTest : public testing::Test {

@@ -43,20 +43,20 @@ int AICC_get_cc_service_data(uint32_t path, const AISRV_service_info* service,
   const auto fill = [&] {
     if (path != 0 || !service || !data) return false;
     const uint32_t source = atschost::sourceOfId(id.input_source);
-    bool is_listed = false;
+    bool isListed = false;
     uint32_t frequency = 0;
-    uint16_t source_id = 0;
+    uint16_t sourceId = 0;
     std::vector<CaptionService> captions;
     atschost::hostReceiver().services().visit(source, [&](const Service& listed) {
       if (listed.record != id.service_rec) return true;
-      is_listed = true;
+      isListed = true;
       frequency = listed.key.frequency;
-      source_id = listed.sourceId;
+      sourceId = listed.sourceId;
       captions = listed.captions;
       return false;
     });
-    if (!is_listed) return false;
-    const auto events = atschost::hostReceiver().guide().events(source, frequency, source_id);
+    if (!isListed) return false;
+    const auto events = atschost::hostReceiver().guide().events(source, frequency, sourceId);
     const ShownEvent* present = eventAt(*events, atschost::hostClock().now());
     if (present && present->event.captions) captions = present->event.captionServices;
 

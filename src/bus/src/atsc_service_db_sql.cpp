@@ -99,7 +99,7 @@ void logNotWritten(const LogPlace& place, const std::string& path, const std::ex
     if (stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode)) errno = EISDIR;
     if (errno == ENOENT || (errno == 0 && access(path.c_str(), R_OK | W_OK) == 0)) {
       errno = 0;
-      access(folder.empty() ? "." : folder.c_str(), W_OK | X_OK);
+      (void)access(folder.empty() ? "." : folder.c_str(), W_OK | X_OK);
     }
     if (errno != 0) reason += ": " + std::generic_category().message(errno);
   }

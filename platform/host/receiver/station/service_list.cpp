@@ -332,9 +332,12 @@ bool ServiceList::add(const Service& service) {
     forgetBroadcast(made);
     made.added = true;
     made.record = FreeRecords(list).take();
-    if (made.record == 0) log().Error("the service list is full");
-    if (made.record != 0) list.insert(at, std::move(made));
-    return made.record != 0;
+    if (made.record == 0) {
+      log().Error("the service list is full");
+      return false;
+    }
+    list.insert(at, std::move(made));
+    return true;
   });
 }
 

@@ -104,9 +104,10 @@ void EitPid::addTo(GuideTables& guide) const {
 // none has its version.
 std::vector<uint8_t> EitPid::candidates(const Section& section) const {
   std::vector<uint8_t> all, ofVersion;
-  for (uint8_t index = 0; index < instances().size(); ++index) {
-    all.push_back(index);
-    if (instances()[index].version == section.version) ofVersion.push_back(index);
+  for (size_t index = 0; index < instances().size(); ++index) {
+    // The MGT can announce 128 instances.
+    all.push_back(static_cast<uint8_t>(index));
+    if (instances()[index].version == section.version) ofVersion.push_back(all.back());
   }
   return ofVersion.empty() ? all : ofVersion;
 }

@@ -102,7 +102,6 @@ class PsiDecoder::Handle {
 
   dvbpsi_t* handle_;
   Detach detach_;
-  unsigned counter_ = 0;
 };
 
 // libdvbpsi calls these functions from within push(). They own the table that they are given, and
