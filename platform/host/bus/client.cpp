@@ -17,7 +17,8 @@ namespace {
 
 thread_local int lastTransact = 0;
 
-// Sends all of a frame. False when the peer has gone before it had the whole frame.
+// Sends a whole frame. Returns false when the peer closed the connection before it received all of
+// it.
 bool sendFrame(int socket, const char* frame, size_t size) {
   while (size > 0) {
     const ssize_t sent = ::send(socket, frame, size, MSG_NOSIGNAL);
@@ -61,7 +62,8 @@ int Client::transact(uint32_t code, BUSParam& data, BUSParam* reply, uint32_t fl
         try {
           result = exchange(size, request, answer);
         } catch (const std::exception& error) {
-          // Out of memory in the middle of a frame: the rest of it must not meet the next caller.
+          // Out of memory in the middle of a frame: the next caller must not receive the rest of
+          // it.
           fail(error.what());
         }
         lock.lock();
@@ -80,12 +82,11 @@ int Client::transact(uint32_t code, BUSParam& data, BUSParam* reply, uint32_t fl
   return result;
 }
 
-// With the mutex held.
 bool Client::givenUp() const {
   return closing_ || (Server::onServerThread() && Server::instance().ending());
 }
 
-// One round trip by the busy caller.
+// Sends the request and receives the reply. For the busy caller.
 int Client::exchange(size_t size, BUSPlatform::Parcel& request, BUSPlatform::Parcel* reply) {
   const FrameHeader header = readHeader(request.frame());
   bool fresh = false;
@@ -98,7 +99,7 @@ int Client::exchange(size_t size, BUSPlatform::Parcel& request, BUSPlatform::Par
       return fail("the server thread waits for itself");
     }
     if (sendFrame(socket_.get(), request.frame(), size)) return receive(header.code, reply);
-    // The peer never had the whole request, so it cannot have run it.
+    // The peer did not receive the whole request, so it did not run it.
     disconnect();
     if (fresh) return -1;
   }
@@ -144,7 +145,7 @@ int Client::receive(uint32_t code, BUSPlatform::Parcel* reply) {
   return 0;
 }
 
-// Ends the connection with the reason in the log.
+// Logs the reason and ends the connection.
 int Client::fail(const char* reason) {
   if (faults_.due(reason)) {
     log().Error("BUS %s: connection to process %d ended: %s", name_.c_str(), peer_, reason);
@@ -181,14 +182,15 @@ bool Client::connect() {
   }
 }
 
-// A connected, blocking socket, or an empty Fd; `busy` when the server's queue is full.
+// Returns a connected, blocking socket, or an empty Fd. Sets `busy` when the server's queue is
+// full.
 Fd Client::openSocket(bool* busy) {
   if (!validName(name_)) {
     log().Error("BUS %s: not a valid name", name_.c_str());
     return Fd();
   }
-  // The file is connected to through a descriptor: a link is not followed, and what was checked is
-  // what answers.
+  // Connects through a descriptor of the file, so that links are not followed and the checked file
+  // is the one that is connected.
   const std::string path = socketPath(name_);
   const Fd file(::open(path.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
   struct stat status;
@@ -223,7 +225,7 @@ void Client::endServerThreadCall() {
 }
 
 void Client::resetAfterFork() {
-  // Threads that held or awaited these did not come along.
+  // The threads that held or awaited these do not exist in the child.
   new (&mutex_) atschost::Mutex;
   new (&turn_) atschost::CondVar;
   new (&faults_) Faults;

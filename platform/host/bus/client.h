@@ -1,4 +1,4 @@
-// The calling end of the BUS.
+// Client side of the BUS.
 #ifndef ATSC_HOST_BUS_CLIENT_H_
 #define ATSC_HOST_BUS_CLIENT_H_
 
@@ -15,13 +15,13 @@
 
 namespace bus {
 
-// One persistent connection to a name, made when it is first needed and made anew when the peer has
-// gone. Any thread.
+// One persistent connection to a BUS name. Connects on first use, and again after the peer has
+// closed the connection. Any thread.
 class Client {
  public:
   explicit Client(const char* name);
 
-  // A call that still waits ends with -1 first.
+  // Ends waiting calls with -1 first.
   ~Client();
 
   Client(const Client&) = delete;
@@ -30,11 +30,11 @@ class Client {
   // See BUSClientInterface::transact().
   int transact(uint32_t code, BUSParam& data, BUSParam* reply, uint32_t flags);
 
-  // Ends a call that the server thread makes; for the exit of the process, after
+  // Aborts a call that the server thread is making. For the exit of the process, after
   // Server::ending() has become true.
   void endServerThreadCall();
 
-  // In a forked child: the connection and its callers are the parent's.
+  // Called in a forked child: drops the connection and the callers, which belong to the parent.
   void resetAfterFork() NO_THREAD_SAFETY_ANALYSIS;  // there is no other thread
 
  private:
@@ -50,12 +50,12 @@ class Client {
   atschost::Mutex mutex_;
   atschost::CondVar turn_;
   unsigned callers_ GUARDED_BY(mutex_) = 0;
-  // A caller owns the connection; the others wait for their turn.
+  // True while a caller uses the connection; other callers wait on turn_.
   bool busy_ GUARDED_BY(mutex_) = false;
   bool closing_ GUARDED_BY(mutex_) = false;         // being destroyed
   bool onServerThread_ GUARDED_BY(mutex_) = false;  // the busy caller is the server thread
 
-  // Of the busy caller; the socket is changed with the mutex held.
+  // Used by the busy caller. socket_ is changed with the mutex held.
   Fd socket_;
   pid_t peer_ = 0;
   std::vector<char> input_;

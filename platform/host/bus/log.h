@@ -17,11 +17,12 @@ inline LoggerCpp& log() {
   return logger;
 }
 
-// Faults that a peer may cause as often as it likes: of each kind one line in ten seconds is
-// logged. Not thread-safe.
+// Limits the log of faults that a peer can cause repeatedly: one line per kind of fault in ten
+// seconds. Not thread-safe.
 class Faults {
  public:
-  // Whether to log a fault now; yes when memory for remembering it is lacking.
+  // Returns whether to log a fault now. Returns true also when there is no memory to record the
+  // fault.
   bool due(const char* kind) noexcept {
     try {
       const auto now = std::chrono::steady_clock::now();

@@ -25,14 +25,15 @@ std::string lockName(const std::string& name) {
 
 enum class Holder { kNobody, kPassing, kProcess, kUnknown };
 
-// Who holds the lock of a name. Passing: it cannot say now; above all it is bound, but nobody
-// listens yet (a process that is just beginning to serve) or ever (one that removes a stale file).
-// `who` becomes the process, if it is known and whosever it is.
+// Finds the holder of a name's lock. kPassing: the state is about to change. Most often the lock is
+// bound but has no listener, because a process is about to serve the name or is removing a stale
+// file. Sets `who` to the process if it is known, of whatever user.
 Holder probeLock(const std::string& name, std::optional<ucred>* who) {
   const Fd socket = streamSocket(false);
   const Address address(lockName(name));
   if (::connect(socket.get(), address.get(), address.size()) != 0) {
-    // Both an unbound name and one that is not listening refuse; binding tells them apart.
+    // Connecting is refused both without a binding and without a listener. bind() distinguishes
+    // them.
     return errno == ECONNREFUSED || errno == EAGAIN ? Holder::kPassing : Holder::kUnknown;
   }
   *who = peerOf(socket.get());
@@ -40,8 +41,8 @@ Holder probeLock(const std::string& name, std::optional<ucred>* who) {
   return own ? Holder::kProcess : Holder::kUnknown;
 }
 
-// Takes the lock of a name. Without it returns an empty Fd, with `owner` set to the live process
-// that has it or -1.
+// Takes the lock of a name. On failure returns an empty Fd and sets `owner` to the live process
+// that holds the lock, or to -1.
 Fd takeLock(const std::string& name, pid_t* owner) {
   *owner = -1;
   Fd lock = streamSocket(false);
@@ -71,16 +72,16 @@ Fd takeLock(const std::string& name, pid_t* owner) {
   return lock;
 }
 
-// Whether somebody listens on a socket file. The BUS asks this under the lock of the name, so only
-// programs that are not of the BUS can answer.
+// Returns whether a program listens on a socket file. Called under the lock of the name, so only a
+// program that does not use the BUS can answer.
 bool answers(const std::string& path) {
   const Fd socket = streamSocket(false);
   const Address address(path);
   return ::connect(socket.get(), address.get(), address.size()) == 0 || errno == EAGAIN;
 }
 
-// Under the lock of the name: removes the socket file of a dead process; that of another user's is
-// root's to remove. False with a reason when something else is at the path.
+// Removes the socket file of a dead process; only root removes a file of another user. The caller
+// holds the lock of the name. Returns false and sets `reason` when something else is at the path.
 bool removeStale(const std::string& path, std::string* reason) {
   struct stat status;
   if (::lstat(path.c_str(), &status) != 0) {

@@ -1,8 +1,9 @@
 // Ownership of BUS names.
 //
-// A name belongs to the process that has bound the abstract socket ".BUS.<user>.<name>" and listens
-// on it: the kernel gives it to one process only and takes it back when that process dies. The
-// socket file of a name is made and removed only by the process that has this lock.
+// A process owns a name while it has bound the abstract socket ".BUS.<user>.<name>" and listens on
+// it. This socket is the lock of the name: the kernel gives it to one process at a time and frees
+// it when that process dies. Only the holder of the lock creates or removes the socket file of the
+// name.
 #ifndef ATSC_HOST_BUS_NAME_H_
 #define ATSC_HOST_BUS_NAME_H_
 
@@ -15,14 +16,15 @@
 
 namespace bus {
 
-// A name that this process owns, with its listening socket.
+// A name that this process owns, and its listening socket.
 class OwnedName {
  public:
-  // Takes a name; removes what a dead process has left. On failure returns null with `owner` set to
-  // the live process that has the name, or -1 (the reason is in the log).
+  // Takes a name, and removes the socket file that a dead process has left. On failure returns null
+  // and sets `owner` to the live process that has the name, or to -1 after an error, which is
+  // logged.
   static std::unique_ptr<OwnedName> acquire(const std::string& name, pid_t* owner);
 
-  // Gives the name back and removes the socket file.
+  // Releases the name and removes the socket file.
   ~OwnedName();
 
   OwnedName(const OwnedName&) = delete;
@@ -30,10 +32,11 @@ class OwnedName {
 
   const std::string& name() const { return name_; }
   int listener() const { return listener_.get(); }
-  // Other processes connect to the lock to learn who has it.
+  // Returns the socket of the lock. Other processes connect to it to find the owner.
   int lock() const { return lock_.get(); }
 
-  // Closes a forked child's copies; name and file stay with the parent.
+  // Called in a forked child: closes its copies of the sockets. The parent keeps the name and the
+  // file.
   void abandon();
 
  private:
@@ -47,11 +50,11 @@ class OwnedName {
   ino_t inode_ = 0;
 };
 
-// The live process that owns a name, 0 when there is none.
+// Returns the live process that owns a name, 0 when there is none.
 pid_t findOwner(const std::string& name);
 
-// Removes the socket files that dead processes of this user have left; the first call in a process
-// only.
+// Removes the socket files that dead processes of this user have left. Only the first call in a
+// process has an effect.
 void sweepOnce();
 
 }  // namespace bus

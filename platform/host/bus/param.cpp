@@ -11,9 +11,9 @@ constexpr char kText = 's';
 constexpr char kInteger = 'i';
 constexpr size_t kTextOverhead = 1 + sizeof(uint32_t);
 constexpr size_t kIntegerSize = 1 + sizeof(int32_t);
-// A text leaves room for the integers that follow it.
+// Space that a text leaves for the integers that follow it.
 constexpr size_t kIntegerRoom = 64;
-// Larger buffers are not kept for the next use.
+// Larger buffers are freed instead of reused.
 constexpr size_t kKeptCapacity = 64 * 1024;
 
 uint32_t readWord(const char* bytes) {
@@ -22,7 +22,7 @@ uint32_t readWord(const char* bytes) {
   return value;
 }
 
-// The size of the item at `bytes`, 0 when it is malformed.
+// Returns the size of the item at `bytes`, 0 when it is malformed.
 size_t itemSize(const char* bytes, size_t available) {
   if (bytes[0] == kInteger) return available >= kIntegerSize ? kIntegerSize : 0;
   if (bytes[0] != kText || available < kTextOverhead) return 0;

@@ -1,9 +1,9 @@
-// The frames of the BUS and the parcels in them.
+// Frames of the BUS and the parcels in them.
 //
-// A frame is a FrameHeader and the items of one parcel. Both ends run on one machine, so integers
-// are in host byte order. An item is a tag byte and
-//   's': the text's size with its NUL (32 bits), the text, the NUL
-//   'i': the value (32 bits)
+// A frame is a FrameHeader and the items of one parcel. Both sides run on the same machine, so
+// integers are in host byte order. An item is a tag byte, followed by
+//   's': size of the text with its NUL (32 bits), the text, the NUL
+//   'i': value (32 bits)
 #ifndef ATSC_HOST_BUS_PARAM_H_
 #define ATSC_HOST_BUS_PARAM_H_
 
@@ -16,10 +16,10 @@
 namespace bus {
 
 enum class FrameKind : uint32_t {
-  kRequest = 0x71535542,         // "BUSq": the caller wants the reply's items
+  kRequest = 0x71535542,         // "BUSq": the caller wants the items of the reply
   kRequestNoReply = 0x6E535542,  // "BUSn": the caller only waits for the end
   kReply = 0x72535542,           // "BUSr"
-  kFailure = 0x66535542,         // "BUSf": instead of a reply that cannot be carried
+  kFailure = 0x66535542,         // "BUSf": sent when there is no reply or it is too large
 };
 
 struct FrameHeader {
@@ -33,7 +33,7 @@ constexpr size_t kHeaderSize = sizeof(FrameHeader);
 constexpr size_t kMaxFrame = 16 * 1024 * 1024;
 constexpr size_t kMaxBody = kMaxFrame - kHeaderSize;
 
-// What a connection keeps to receive into between frames; enough for an everyday frame.
+// Size of a connection's receive buffer between frames; enough for a typical frame.
 constexpr size_t kReceiveBuffer = 4096;
 
 // Reads a header from kHeaderSize bytes.
@@ -41,27 +41,29 @@ FrameHeader readHeader(const char* bytes);
 
 }  // namespace bus
 
-// A parcel keeps its items behind room for the header: a frame goes out without being copied.
+// Contents of a parcel. The buffer starts with space for the header, so that a frame is sent
+// without a copy.
 struct BUSParam::Impl {
-  // Becomes empty. Texts read before are gone.
+  // Empties the parcel and invalidates texts read from it.
   void clear();
 
-  // Becomes empty; texts read before stay.
+  // Empties the parcel. Texts read from it stay valid.
   void empty();
 
-  // Takes a copy of received items. False when they are malformed (the parcel is empty then).
+  // Replaces the contents by a copy of received items. Returns false when the items are malformed;
+  // the parcel is empty then.
   bool load(const char* items, size_t size);
 
-  // Completes the header. Returns the frame's size, 0 when the parcel is too large to be carried.
+  // Fills in the header. Returns the size of the frame, 0 when the parcel is too large for a frame.
   size_t seal(bus::FrameKind kind, uint32_t code, uint32_t flags);
   const char* frame() const { return bytes.data(); }
 
-  // Makes room for `size` more bytes without touching texts that a reader holds.
+  // Reserves space for `size` more bytes. Texts that a reader holds stay valid.
   void grow(size_t size);
 
-  std::vector<char> bytes;  // the header's room and the items; empty before the first item
-  size_t position = bus::kHeaderSize;      // of the next item to read
-  bool lent = false;                       // a reader holds a text inside `bytes`
+  std::vector<char> bytes;  // space for the header, then the items; empty before the first item
+  size_t position = bus::kHeaderSize;      // of the next item to be read
+  bool lent = false;                       // a reader holds a text in `bytes`
   std::vector<std::vector<char>> retired;  // earlier `bytes` with texts that readers hold
 };
 
@@ -69,7 +71,7 @@ namespace bus {
 struct ServedObject;
 }
 
-// What is behind the classes of bus.h.
+// Access to the implementation of the classes in bus.h.
 struct BUSPlatform {
   using Parcel = BUSParam::Impl;
   static Parcel& of(BUSParam& parcel) { return *parcel.impl_; }

@@ -24,15 +24,16 @@ namespace {
 
 constexpr uint64_t kWakeId = 0;
 constexpr std::chrono::milliseconds kAcceptPause{100};
-// One process cannot take all connections, all of them not all descriptors, ...
+// Limits of connections: one process cannot take all connections, and all connections together
+// cannot take all descriptors.
 constexpr size_t kMaxConnections = 768;
 constexpr size_t kPeersAtLeast = 3;
-// ... nor all memory: beyond this the connection that holds most is ended.
+// Limit of buffered bytes. Above it the connection with the largest buffers is ended.
 constexpr size_t kMaxBuffered = 128 * 1024 * 1024;
 
 thread_local bool isServerThread = false;
 
-// A quarter of the process's descriptors is left to everything else.
+// Reserves a quarter of the process's descriptors for other uses.
 size_t maxConnections() {
   rlimit descriptors;
   if (::getrlimit(RLIMIT_NOFILE, &descriptors) != 0) return kMaxConnections;
@@ -57,8 +58,8 @@ void Server::lockBeforeFork() { current()->mutex_.lock(); }
 
 void Server::unlockAfterFork() { current()->mutex_.unlock(); }
 
-// In a forked child, with the mutex held by the parent's handler. The child shares descriptors with
-// the parent but has neither its server thread nor its names: it begins anew.
+// Runs in a forked child, with the mutex held by lockBeforeFork(). The child shares descriptors
+// with the parent but has neither its server thread nor its names, so it gets a new server.
 void Server::resetAfterFork() {
   Server* const parent = current();
   parent->forked_ = true;
@@ -110,7 +111,7 @@ void Server::end(ServedObject& object) {
   } else {
     while (running_ == &object) transactionEnded_.wait(lock);
   }
-  // Another object may have taken the name over meanwhile.
+  // Another object may have taken the name in the meantime.
   const auto ended = std::find_if(endpoints_.begin(), endpoints_.end(), [&](const auto& endpoint) {
     return endpoint->object == nullptr && endpoint->owned->name() == object.name;
   });
@@ -150,7 +151,7 @@ bool Server::owns(const std::string& name) {
   return findEndpoint(name) != nullptr;
 }
 
-// Begins to listen on a name that was just acquired.
+// Starts to listen on a newly acquired name.
 bool Server::own(std::unique_ptr<OwnedName> owned, bool serving) {
   const MutexLock lock(mutex_);
   if (ending_ || !startThread()) return false;
@@ -166,12 +167,12 @@ bool Server::own(std::unique_ptr<OwnedName> owned, bool serving) {
     return false;
   }
   attach(endpoint);
-  // Every time: serving has to end before the objects that exist now are destroyed.
+  // Registered each time: serving must end before the objects that exist now are destroyed.
   atschost::atShutDown(atschost::ShutDownStage::kBus, [] { instance().shutDown(); });
   return true;
 }
 
-// Lets callers in as soon as there is somebody to answer them.
+// Accepts callers if the endpoint serves and has an object to answer them.
 void Server::attach(Endpoint& endpoint) {
   for (ServedObject* object : objects_) {
     if (object->name == endpoint.owned->name()) endpoint.object = object;
@@ -197,7 +198,7 @@ bool Server::startThread() {
   return false;
 }
 
-// Adds a descriptor to those waited for, or changes what it is waited for.
+// Adds a descriptor to the epoll set, or changes its events.
 bool Server::watch(int fd, uint64_t id, uint32_t events) {
   epoll_event event{};
   event.events = events;
@@ -253,7 +254,7 @@ void Server::run() {
   }
 }
 
-// Goes on with a socket that has an event, or with a connection that has more buffered.
+// Handles an event of a socket, or the next buffered request of a connection.
 void Server::handle(uint64_t id, bool hasEvent) {
   if (ending_) return;
   try {
@@ -284,7 +285,7 @@ void Server::accept(Endpoint& endpoint, bool fromListener) {
     pauseAccepting();
     return;
   }
-  // A connection to the lock only asks who has it, which the kernel has answered.
+  // A connection to the lock only asks for the owner. The kernel has answered that.
   if (!fromListener) return;
   const auto peer = peerOf(connection.socket.get());
   if (!peer || peer->uid != ::geteuid()) {
@@ -328,7 +329,7 @@ void Server::resumeAccepting() {
   }
 }
 
-// Takes what has come. False when the connection has ended.
+// Receives available bytes. Returns false when the connection has ended.
 bool Server::receive(uint64_t id, Connection& connection) {
   const ssize_t got = ::recv(connection.socket.get(), connection.input.data() + connection.have,
                              connection.input.size() - connection.have, 0);
@@ -341,14 +342,14 @@ bool Server::receive(uint64_t id, Connection& connection) {
   return false;
 }
 
-// Whether there is something to do at the front of the input: a whole request or a bad header.
+// Returns whether the input starts with a complete request or a bad header.
 bool Server::hasRequest(const Connection& connection) {
   if (connection.have < kHeaderSize) return false;
   const FrameHeader header = readHeader(connection.input.data());
   return header.length > kMaxBody || connection.have >= kHeaderSize + header.length;
 }
 
-// Runs the request at the front of a connection's input, if all of it is there.
+// Runs the request at the start of a connection's input, if it is complete.
 void Server::nextRequest(uint64_t id) {
   Connection* const connection = findConnection(id);
   if (connection == nullptr || connection->have < kHeaderSize) return;
@@ -360,7 +361,7 @@ void Server::nextRequest(uint64_t id) {
   const size_t size = kHeaderSize + header.length;
   if (connection->have < size) {
     if (connection->have == connection->input.size()) {
-      // Room grows with what has come, not with what was announced.
+      // The buffer grows with the bytes received, not with the announced length.
       connection->input.resize(std::min(size, 2 * connection->input.size()));
       limitBuffered();
     }
@@ -381,7 +382,7 @@ void Server::nextRequest(uint64_t id) {
   transact(id, header, *endpoint->object);
 }
 
-// Ends the connection that holds most when all together hold too much.
+// Ends the connection with the largest buffers when all buffers together exceed the limit.
 void Server::limitBuffered() {
   size_t total = 0;
   size_t most = 0;
@@ -430,7 +431,7 @@ void Server::transact(uint64_t id, const FrameHeader& header, ServedObject& obje
   send(id, *connection, BUSPlatform::of(reply_).frame(), size);
 }
 
-// Sends a reply; what the socket does not take now waits in the connection.
+// Sends a reply. Bytes that the socket does not take now wait in the connection.
 void Server::send(uint64_t id, Connection& connection, const char* bytes, size_t size) {
   const ssize_t sent = ::send(connection.socket.get(), bytes, size, MSG_NOSIGNAL);
   if (sent == static_cast<ssize_t>(size)) return;
@@ -455,7 +456,7 @@ void Server::flush(uint64_t id, Connection& connection) {
   if (hasRequest(connection)) ready_.push_back(id);
 }
 
-// Ends a connection; a reason goes to the log.
+// Ends a connection and logs the reason, if any.
 void Server::drop(uint64_t id, const char* reason) {
   const auto found = connections_.find(id);
   if (found == connections_.end()) return;

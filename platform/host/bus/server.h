@@ -1,4 +1,4 @@
-// The serving end of the BUS: one thread a process for all names and connections.
+// Server side of the BUS: one thread per process for all names and connections.
 #ifndef ATSC_HOST_BUS_SERVER_H_
 #define ATSC_HOST_BUS_SERVER_H_
 
@@ -26,25 +26,26 @@ using atschost::MutexLock;
 
 class Client;
 
-// Warns, once a process, where this one has not claimed the service's name: for what only the
-// service process does.
+// Logs a warning, once per process, if this process has not claimed the service's name. For
+// functions that only the service process calls.
 void expectServiceProcess();
 
-// What a BUSServerInterface registers.
+// A registered BUSServerInterface.
 struct ServedObject {
   std::string name;
   BUSServerInterface* server;
 };
 
-// The process's server. Its mutex is held by the server thread at all times but while it waits for
-// events and while a transaction runs, so every other member may be used by any thread with the
-// mutex held; after both, connections and names are looked up again by id.
+// The server of the process. The server thread holds the mutex except while it waits for events and
+// while a transaction runs. Any thread may use the other members with the mutex held. After a wait
+// or a transaction the server thread looks up connections and names again by id.
 class Server {
  public:
-  // Made on first use and never destroyed: the objects of a process go in any order at exit.
+  // Returns the server, which is created on first use. It is never destroyed, because the order in
+  // which objects are destroyed at exit is not defined.
   static Server& instance();
 
-  // Whether the calling thread is the server thread.
+  // Returns whether the calling thread is the server thread.
   static bool onServerThread();
 
   // See BUS_server_complete() and BUS_server_ends().
@@ -56,7 +57,7 @@ class Server {
   void serve(const std::string& name);
   bool owns(const std::string& name);
 
-  // The process exits: waits for a running transaction, gives every name back.
+  // Called at exit: waits for a running transaction and releases all names.
   void shutDown();
   bool ending() const { return ending_; }
 
@@ -68,24 +69,24 @@ class Server {
     std::unique_ptr<OwnedName> owned;
     uint64_t listenId;
     uint64_t lockId;
-    bool serving;            // false: claimed, callers wait
-    bool listening = false;  // connections are being accepted
+    bool serving;            // false: claimed only, callers wait
+    bool listening = false;  // connections are accepted
     ServedObject* object = nullptr;
   };
 
   struct Connection {
     Fd socket;
     pid_t peer = 0;
-    uint64_t endpoint = 0;  // its listen_id
+    uint64_t endpoint = 0;  // listenId of the endpoint
     std::vector<char> input = std::vector<char>(kReceiveBuffer);
     size_t have = 0;           // bytes in `input`
-    std::vector<char> output;  // the rest of a reply; nothing is read until it has gone
-    size_t sent = 0;           // bytes of `output`
+    std::vector<char> output;  // rest of a reply; no request is read before it is sent
+    size_t sent = 0;           // bytes of `output` that were sent
   };
 
   Server() = default;
   static Server*& current();
-  // Around a fork: the analysis sees one function at a time.
+  // Lock and unlock around a fork: the analysis only sees one function at a time.
   static void lockBeforeFork() NO_THREAD_SAFETY_ANALYSIS;
   static void unlockAfterFork() NO_THREAD_SAFETY_ANALYSIS;
   static void resetAfterFork() NO_THREAD_SAFETY_ANALYSIS;
@@ -117,24 +118,24 @@ class Server {
   CondVar transactionEnded_;
   atschost::Thread thread_;  // started under the mutex
   std::atomic<bool> ending_{false};
-  bool forked_ GUARDED_BY(mutex_) = false;  // this is the parent's server, seen from a child
-  // No descriptors left: nothing is accepted for a while.
+  bool forked_ GUARDED_BY(mutex_) = false;  // the parent's server, as copied to a child
+  // True while no connection is accepted, because descriptors ran out.
   bool paused_ GUARDED_BY(mutex_) = false;
   std::chrono::steady_clock::time_point resumeAt_ GUARDED_BY(mutex_);
   Faults faults_ GUARDED_BY(mutex_);
-  Fd epoll_;  // made before the thread starts
+  Fd epoll_;  // created before the thread starts
   Fd wake_ GUARDED_BY(mutex_);
   uint64_t lastId_ GUARDED_BY(mutex_) = 0;
   std::vector<std::unique_ptr<Endpoint>> endpoints_ GUARDED_BY(mutex_);
   std::unordered_map<uint64_t, Connection> connections_ GUARDED_BY(mutex_);
   // Connections that may have another whole request buffered.
   std::vector<uint64_t> ready_ GUARDED_BY(mutex_);
-  std::vector<ServedObject*> objects_ GUARDED_BY(mutex_);  // complete ones
+  std::vector<ServedObject*> objects_ GUARDED_BY(mutex_);  // after begin()
   ServedObject* running_ GUARDED_BY(mutex_) = nullptr;
   std::unordered_set<Client*> clients_ GUARDED_BY(mutex_);
   const Server* parent_ = nullptr;  // keeps the memory of the parent's server referenced
 
-  // Used by the server thread only; kept to be reused.
+  // Used by the server thread only, and reused.
   BUSParam request_;
   BUSParam reply_;
 };

@@ -10,13 +10,13 @@ Address::Address(const std::string& text) {
   address_.sun_family = AF_UNIX;
   const size_t size = std::min(text.size(), sizeof address_.sun_path - 1);
   std::memcpy(address_.sun_path, text.data(), size);
-  // The NUL belongs to a path, not to an abstract name.
+  // The NUL is part of a path, but not of an abstract name.
   const size_t end = text.empty() || text[0] == '\0' ? size : size + 1;
   size_ = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + end);
 }
 
 bool validName(const std::string& name) {
-  constexpr size_t kLongest = 80;  // leaves room for what stands before a name in an address
+  constexpr size_t kLongest = 80;  // leaves space for the prefix in an address
   return !name.empty() && name.size() <= kLongest && name.find('/') == std::string::npos &&
          name.find('\0') == std::string::npos;
 }

@@ -51,19 +51,21 @@ class Address {
   socklen_t size_;
 };
 
-// Whether `name` can be a BUS name: not empty, one path component, short enough for an address.
+// Returns whether `name` can be a BUS name: not empty, one path component, short enough for an
+// address.
 bool validName(const std::string& name);
 
-// The socket file of a name.
+// Returns the path of the socket file of a name.
 std::string socketPath(const std::string& name);
 
-// What is at a socket's path instead of a socket of this user, for the log.
+// Describes, for the log, a file at a socket's path that is not a socket of this user.
 std::string notOurs(const struct stat& status);
 
-// A close-on-exec stream socket; empty on failure with errno set.
+// Returns a close-on-exec stream socket. On failure returns an empty Fd and sets errno.
 Fd streamSocket(bool blocking);
 
-// The process and user at the other end (for a listening peer: at the time of listen()).
+// Returns the process and user of the peer. For the peer that listened, these are the ones at the
+// time of listen().
 std::optional<ucred> peerOf(int socket);
 
 }  // namespace bus
