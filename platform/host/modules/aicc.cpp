@@ -16,7 +16,8 @@ using atschost::ShownEvents;
 
 namespace {
 
-// Of those that run at a time the one that began last; null when there is none.
+// Returns the event at `time`: the one that started last, if several overlap. Null when there is
+// none.
 const ShownEvent* eventAt(const ShownEvents& events, uint32_t time) {
   const auto begun = [&](const ShownEvent& event) { return event.start <= time; };
   auto event = std::partition_point(events.begin(), events.end(), begun);

@@ -11,7 +11,7 @@ using atschost::runBody;
 
 namespace {
 
-// Functions that return what they read are given something to return when reading fails.
+// Runs `read` for a function that returns the value itself. Returns `otherwise` when reading fails.
 template <typename Read>
 int valueOf(const char* function, int otherwise, Read read) {
   int value = otherwise;
@@ -68,7 +68,7 @@ int AICN_get_chan_state() {
                  [](atschost::Receiver& receiver) { return receiver.player().isPlaying(); });
 }
 
-// A service plays only when it is asked for.
+// Has no effect: services only play on request.
 int AICN_set_skip_play_srv(int skip) {
   return loggedStatusOf(
       __func__, [] { return true; }, skip);

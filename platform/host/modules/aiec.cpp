@@ -23,8 +23,8 @@ namespace {
 
 using Events = std::shared_ptr<const ShownEvents>;
 
-// Where the guide of a service is found. A caller asks event by event: the service list is looked
-// through once after each change of it, not for every event.
+// Finds the guide of a service. Callers request event by event, so the service list is searched
+// only once after each change of the list.
 class ServiceIndex {
  public:
   struct Place {
@@ -60,13 +60,13 @@ class ServiceIndex {
   std::unordered_map<uint64_t, Place> places_ GUARDED_BY(mutex_);
 };
 
-// Never destroyed: a thread may ask during exit.
+// Never destroyed: threads may call it during exit.
 ServiceIndex& serviceIndex() {
   static ServiceIndex& index = atschost::immortal<ServiceIndex>();
   return index;
 }
 
-// Null when the service is not listed.
+// Returns null when the service is not listed.
 Events eventsOf(uint32_t inputSource, uint32_t record) {
   const uint32_t source = sourceOfId(inputSource);
   const auto place = serviceIndex().find(source, record);
@@ -74,7 +74,7 @@ Events eventsOf(uint32_t inputSource, uint32_t record) {
   return hostReceiver().guide().events(source, place->frequency, place->sourceId);
 }
 
-// Null when there is no such event.
+// Returns null when there is no such event.
 const ShownEvent* eventOf(const AIEC_event_key& key, const Events& events) {
   return events && key.event_index < events->size() ? &(*events)[key.event_index] : nullptr;
 }
@@ -100,7 +100,8 @@ void copyEvent(const ShownEvent& shown, const AIEC_event_key& key, bool blocked,
   std::copy_n(genres.begin(), record.genre_count, record.genres);
 }
 
-// The events of a service from position `first` on. False when it is not listed.
+// Copies the events of a service from position `first` on. Returns false when the service is not
+// listed.
 bool copyEvents(uint32_t serviceRec, uint32_t inputSource, uint64_t first, AIEC_event_info* records,
                 uint16_t count, uint16_t& copied) {
   const Events events = eventsOf(inputSource, serviceRec);
@@ -141,7 +142,7 @@ int AIEC_get_next_n_events(const AIEC_event_key* previous, AIEC_event_info* even
                            uint16_t* copied, uint32_t direction) {
   return statusOf(__func__, [&] {
     if (!previous || !copied || (!events && count > 0) || direction != 1) return false;
-    // The key may stand in a record that is about to be filled.
+    // `previous` may point into a record that is about to be filled.
     const AIEC_event_key key = *previous;
     return copyEvents(key.service_rec, key.input_source, uint64_t{key.event_index} + 1, events,
                       count, *copied);

@@ -10,7 +10,7 @@ using atschost::memberOf;
 
 namespace {
 
-// One of the alerts' settings, with values from 0 to `max`.
+// Reads or sets one of the alert settings, with values from 0 to `max`.
 int alertSetting(const char* function, int32_t atschost::AlertSettings::Values::*which, int32_t max,
                  int32_t* value, int direction) {
   return loggedStatusOf(

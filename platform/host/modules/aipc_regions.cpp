@@ -12,14 +12,14 @@ using atschost::statusOf;
 
 namespace {
 
-// AIIN_input_t.handle of both inputs; the tables are the same.
+// Returns whether `input` is the AIIN_input_t.handle of an input. Both inputs have the same tables.
 bool isInput(uint32_t input) { return input == 1 || input == 2; }
 
 std::shared_ptr<const RatingRegion> regionOf(uint32_t input, uint8_t number) {
   return isInput(input) ? hostReceiver().ratingRegions().region(number) : nullptr;
 }
 
-// Null when there is no such dimension.
+// Returns null when there is no such dimension.
 const RatingRegion::Dimension* dimensionOf(const std::shared_ptr<const RatingRegion>& region,
                                            uint8_t number) {
   return region && number < region->dimensions.size() ? &region->dimensions[number] : nullptr;

@@ -14,7 +14,8 @@ using atschost::statusOf;
 
 namespace {
 
-// No further condition is known here; a query that has one must not get too many services.
+// Returns whether the filter has no condition. Conditions are not supported; ignoring one would
+// return too many services.
 bool isUnconditional(const AISRV_query_filter* filter) {
   return !filter || (filter->words[0] == 0 && filter->words[1] == 0);
 }
@@ -24,7 +25,7 @@ bool isUnconditional(const AISRV_query_filter* filter) {
 int AISRV_get_total_services(uint32_t inputSource, uint32_t mask, const AISRV_query_filter* filter,
                              uint32_t, uint32_t* count) {
   const auto read = [&] {
-    bus::expectServiceProcess();  // ATSC_Service_db_init() begins with this call
+    bus::expectServiceProcess();  // first call of ATSC_Service_db_init()
     if (!count || !isSource(inputSource) || !isUnconditional(filter)) return false;
     *count = 0;
     hostReceiver().services().visit(inputSource, [&](const Service&) {

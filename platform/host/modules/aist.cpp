@@ -19,7 +19,7 @@ int AIST_get_cur_time_secs(uint32_t* seconds) {
   return loggedStatusOf(__func__, read, seconds);
 }
 
-// The following need the settings, which the receiver loads.
+// The following functions use the settings, which the receiver loads.
 
 int AIST_manual_mode_enable(int manual) {
   const auto set = [&] {

@@ -1,4 +1,4 @@
-// How the middleware's functions run.
+// Error handling and logging of the middleware's functions.
 #ifndef ATSC_HOST_MODULES_CALL_H_
 #define ATSC_HOST_MODULES_CALL_H_
 
@@ -9,8 +9,8 @@
 
 namespace atschost {
 
-// Runs the body of a middleware function, which returns whether it succeeded: nothing may be thrown
-// out of these C functions.
+// Runs the body of a middleware function, which returns whether it succeeded. Logs exceptions,
+// which must not leave these C functions.
 template <typename Body>
 int runBody(const char* function, Body& body) noexcept {
   try {
@@ -21,7 +21,7 @@ int runBody(const char* function, Body& body) noexcept {
   }
 }
 
-// The same for reads in bulk, which the log shows at Trace.
+// Runs the body of a function that is called in bulk. Logs the call at Trace.
 template <typename Body>
 int statusOf(const char* function, Body body) noexcept {
   const int status = runBody(function, body);
@@ -29,8 +29,7 @@ int statusOf(const char* function, Body body) noexcept {
   return status;
 }
 
-// An argument in the log: a number, or the number that a pointer was given by a call that
-// succeeded.
+// Returns an argument for the log: a number, or the number at a pointer if the call has succeeded.
 template <typename Argument>
 long long shown(Argument argument, bool succeeded) noexcept {
   if constexpr (std::is_pointer_v<Argument>)
@@ -39,13 +38,13 @@ long long shown(Argument argument, bool succeeded) noexcept {
     return static_cast<long long>(argument);
 }
 
-// A number of a record that a caller lends; 0 without a record.
+// Returns a member of a caller's record; 0 without a record.
 template <typename Record, typename Number>
 Number memberOf(const Record* record, Number Record::*member) noexcept {
   return record ? record->*member : Number{};
 }
 
-// Writes the Debug line of a call, as "AIFW_play_src(0, 3) -> 0"; next to free where Debug is off.
+// Logs a call at Debug, as "AIFW_play_src(0, 3) -> 0". Costs almost nothing when Debug is off.
 template <typename... Arguments>
 void logCall(const char* function, int result, Arguments... arguments) noexcept {
   constexpr const char* kFormats[] = {
@@ -60,7 +59,7 @@ void logCall(const char* function, int result, Arguments... arguments) noexcept 
   log().Debug(kFormats[sizeof...(arguments)], function, shown(arguments, result == 0)..., result);
 }
 
-// As statusOf(), with a Debug line: the arguments are numbers or pointers to numbers.
+// Like statusOf(), but logs at Debug. The arguments are numbers or pointers to numbers.
 template <typename Body, typename... Arguments>
 int loggedStatusOf(const char* function, Body body, const Arguments&... arguments) noexcept {
   const int status = runBody(function, body);

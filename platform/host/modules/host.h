@@ -1,4 +1,4 @@
-// What the middleware's functions of this process share.
+// Objects that the middleware's functions of this process share.
 #ifndef ATSC_HOST_MODULES_HOST_H_
 #define ATSC_HOST_MODULES_HOST_H_
 
@@ -6,8 +6,8 @@
 
 namespace atschost {
 
-// All three are made at the first call and never destroyed. A process that never calls
-// hostReceiver() has no thread of it and touches no file; at exit its threads end.
+// Each object is created on the first call and never destroyed. A process that never calls
+// hostReceiver() has none of its threads and touches no file. At exit its threads end.
 Air& hostAir();
 Clock& hostClock();
 Receiver& hostReceiver();

@@ -19,7 +19,8 @@ namespace {
 
 using spdlog::level::level_enum;
 
-// SPDLOG_LEVEL, read at the first use; Info where it is not set or not a level.
+// Returns the level of SPDLOG_LEVEL, read at first use. Info if the variable is not set or is not a
+// level.
 level_enum activeLevel() {
   static const level_enum level = [] {
     constexpr struct {
@@ -41,8 +42,8 @@ level_enum activeLevel() {
   return level;
 }
 
-// The one sink of the process. Every logger holds it; spdlog's registry, which is destroyed at
-// exit, is not used. Never destroyed, because a logger may be constructed during exit.
+// The sink of the process, which all loggers share. spdlog's registry is not used, because it is
+// destroyed at exit. The sink is never destroyed, because a logger can be constructed during exit.
 const spdlog::sink_ptr& sink() {
   static const spdlog::sink_ptr& sink =
       atschost::immortal<spdlog::sink_ptr>(std::make_shared<spdlog::sinks::stderr_sink_mt>());
@@ -64,7 +65,7 @@ struct LoggerCpp::Impl {
     const int length = std::vsnprintf(line, sizeof line, format, arguments);
     try {
       if (length < 0) {
-        logger.log(level, spdlog::string_view_t(format));  // better than nothing
+        logger.log(level, spdlog::string_view_t(format));  // the format alone
       } else if (static_cast<size_t>(length) < sizeof line) {
         logger.log(level, spdlog::string_view_t(line, static_cast<size_t>(length)));
       } else {
@@ -73,7 +74,7 @@ struct LoggerCpp::Impl {
         logger.log(level, spdlog::string_view_t(text.data(), static_cast<size_t>(length)));
       }
     } catch (const std::exception&) {
-      // There is nowhere to report that the log does not work.
+      // A failure of the log cannot be reported.
     }
     va_end(again);
   }
@@ -81,8 +82,8 @@ struct LoggerCpp::Impl {
   spdlog::logger logger;
   Impl* nextReleased = nullptr;
 
-  // Loggers that have been destroyed. They are kept: at exit a thread that could not be awaited may
-  // be in the middle of a line.
+  // Implementations of destroyed loggers. They are kept, because at exit a thread that was not
+  // joined may be writing a line.
   static std::atomic<Impl*> released;
 };
 

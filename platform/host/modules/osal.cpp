@@ -26,7 +26,7 @@ constexpr int kOneShot = 2;
 
 class Timers {
  public:
-  // Never destroyed: timers may be enabled by any thread while the process exits.
+  // Never destroyed: any thread may enable timers while the process exits.
   static Timers& instance() {
     static Timers& timers = atschost::immortal<Timers>();
     return timers;
@@ -55,7 +55,7 @@ class Timers {
     return true;
   }
 
-  // The timers that run, each with the time that is left.
+  // Logs the running timers with their remaining times.
   void display() {
     const MutexLock lock(mutex_);
     const auto now = Clock::now();
@@ -80,7 +80,7 @@ class Timers {
   void run() {
     MutexLock lock(mutex_);
     while (!thread_.isEnding()) {
-      Timer* next = nullptr;  // not used after a wait: timers may be made meanwhile
+      Timer* next = nullptr;  // not used after a wait: timers may have been created
       for (Timer& timer : timers_) {
         if (timer.running && (next == nullptr || timer.due < next->due)) next = &timer;
       }
@@ -98,7 +98,7 @@ class Timers {
     }
   }
 
-  // Without the lock, so that the handler may use timers.
+  // Calls the handler without the lock, so that it can use timers.
   void fire(const Timer& timer) EXCLUDES(mutex_) {
     try {
       timer.handler(timer.arg, 0);
@@ -109,7 +109,7 @@ class Timers {
     }
   }
 
-  // A handler may end the process itself: it is not waited for.
+  // Does not wait for a handler that itself ends the process.
   void shutDown() {
     {
       const MutexLock lock(mutex_);
@@ -121,7 +121,7 @@ class Timers {
 
   atschost::Mutex mutex_;
   atschost::CondVar changed_;
-  std::vector<Timer> timers_ GUARDED_BY(mutex_);  // the id is the position counted from 1
+  std::vector<Timer> timers_ GUARDED_BY(mutex_);  // the id is the position, counted from 1
   bool started_ GUARDED_BY(mutex_) = false;
   atschost::Thread thread_;
   LoggerCpp log_{"OSAL", "osal"};
@@ -150,7 +150,7 @@ int OSAL_timer_enable(OSAL_timer_id timer, OSAL_timer_handler handler, void* arg
       timer, milliseconds);
 }
 
-// No semaphores here: what waits is timers, events and scans.
+// The platform has no semaphores: logs timers, events and scans instead.
 void OSAL_display_sem_details_() {
   loggedStatusOf(__func__, [] {
     Timers::instance().display();

@@ -6,8 +6,8 @@
 
 namespace atschost {
 
-// Makes an object that threads may still use while the process exits. Keep the reference in a
-// function's static variable: `static Clock& clock = immortal<Clock>();`
+// Creates an object that threads may still use while the process exits. Keep the reference in a
+// static variable of a function: `static Clock& clock = immortal<Clock>();`
 template <typename Type, typename... Arguments>
 Type& immortal(Arguments&&... arguments) {
   return *new Type(std::forward<Arguments>(arguments)...);

@@ -6,7 +6,7 @@
 #include <condition_variable>
 #include <mutex>
 
-// The attributes of https://clang.llvm.org/docs/ThreadSafetyAnalysis.html; nothing for other
+// The attributes of https://clang.llvm.org/docs/ThreadSafetyAnalysis.html; empty for other
 // compilers.
 #if defined(__clang__)
 #define ATSC_THREAD_SAFETY(attribute) __attribute__((attribute))
@@ -33,7 +33,7 @@ class ATSC_THREAD_SAFETY(capability("mutex")) Mutex {
   std::mutex mutex_;
 };
 
-// Holds a mutex until the end of its scope. May be released and taken again meanwhile.
+// Holds a mutex until the end of its scope. Can be released and locked again in between.
 class ATSC_THREAD_SAFETY(scoped_lockable) MutexLock {
  public:
   explicit MutexLock(Mutex& mutex) ATSC_THREAD_SAFETY(acquire_capability(mutex))
@@ -53,8 +53,8 @@ class ATSC_THREAD_SAFETY(scoped_lockable) MutexLock {
   std::unique_lock<std::mutex> lock_;
 };
 
-// Waiting releases the mutex and takes it again. A wait may end without a notification: callers
-// loop until their condition holds.
+// Waiting releases the mutex and locks it again. A wait can end without a notification, so callers
+// loop until their condition is true.
 class CondVar {
  public:
   using Instant = std::chrono::steady_clock::time_point;

@@ -15,7 +15,7 @@ struct Registration {
   std::atomic<pid_t> process{0};
 };
 
-// Trivially destroyed: used until the very end.
+// Trivially destroyed, because it is used until the end of the process.
 std::array<Registration, 3> registrations;
 
 void shutDown() {
@@ -31,7 +31,7 @@ void atShutDown(ShutDownStage stage, void (*end)()) {
   Registration& registration = registrations[static_cast<size_t>(stage)];
   registration.process = getpid();
   registration.end = end;
-  // Each time: handlers and destructors run in the reverse of their order.
+  // Registered each time, because handlers and destructors run in reverse order of registration.
   std::atexit(shutDown);
 }
 

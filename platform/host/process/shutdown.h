@@ -1,16 +1,16 @@
-// The end of the process.
+// Shutdown of the process.
 #ifndef ATSC_HOST_PROCESS_SHUTDOWN_H_
 #define ATSC_HOST_PROCESS_SHUTDOWN_H_
 
 namespace atschost {
 
-// What ends when the process exits, in this order: timers, whose handlers use the middleware, then
-// the middleware's threads, whose callbacks go over the BUS, then the BUS.
+// Stages of the shutdown, in this order: timers, whose handlers use the middleware; the threads of
+// the middleware, whose callbacks use the BUS; the BUS.
 enum class ShutDownStage { kTimers, kReceiver, kBus };
 
-// Has `end` called at exit, once and on the thread that exits, before any object is destroyed that
-// exists now. A later call for the same stage takes the place of the earlier one. In a forked
-// child, which has none of the threads, only what the child registered itself is called.
+// Registers `end` to be called once at exit, on the thread that exits, before objects that exist
+// now are destroyed. A later call for the same stage replaces `end`. A forked child has none of the
+// threads, so only functions that the child itself registered are called in it.
 void atShutDown(ShutDownStage stage, void (*end)());
 
 }  // namespace atschost

@@ -1,13 +1,14 @@
-// What the process shows of itself in its log.
+// Status of the process in its log.
 #ifndef ATSC_HOST_PROCESS_STATUS_H_
 #define ATSC_HOST_PROCESS_STATUS_H_
 
 namespace atschost {
 
-// Registers what writes the state of the middleware to the log; any thread, the last one counts.
+// Registers the function that writes the state of the middleware to the log. Replaces an earlier
+// registration. Any thread.
 void setStatusWriter(void (*write)());
 
-// Calls it; nothing without one.
+// Calls the registered function, if any.
 void writeStatus();
 
 }  // namespace atschost

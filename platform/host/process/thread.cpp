@@ -11,8 +11,8 @@
 namespace atschost {
 namespace {
 
-// Blocks all signals of the calling thread; a thread started meanwhile inherits that from its first
-// instruction on.
+// Blocks all signals of the calling thread. A thread that is started meanwhile inherits this from
+// its first instruction.
 class SignalsBlocked {
  public:
   SignalsBlocked() {

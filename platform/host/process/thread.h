@@ -11,8 +11,9 @@
 
 namespace atschost {
 
-// Blocks all signals in the thread: they are for the program's own threads. Logs what the body
-// throws. The owner serialises start(), join() and hasEnded(); the rest is for any thread.
+// A thread that blocks all signals, which are left to the program's own threads. Logs exceptions
+// that the body throws. The owner serialises calls of start(), join() and hasEnded(); other
+// functions may be called on any thread.
 class Thread {
  public:
   Thread() = default;
@@ -21,19 +22,19 @@ class Thread {
   Thread(const Thread&) = delete;
   Thread& operator=(const Thread&) = delete;
 
-  // Starts the thread under a name of at most 15 characters. Does nothing if it was started or
-  // asked to end before. Throws std::system_error if the system has no thread left.
+  // Starts the thread with a name of at most 15 characters. Has no effect if the thread was started
+  // or asked to end before. Throws std::system_error if the system cannot create a thread.
   void start(const char* name, std::function<void()> body);
 
-  // Makes isEnding() true for good. The caller wakes the body if it waits.
+  // Makes isEnding() true permanently. The caller wakes the body if it waits.
   void askToEnd() { ending_ = true; }
   const std::atomic<bool>& isEnding() const { return ending_; }
 
-  // Waits until the body has returned, at most `patience` if given. Returns false, with the thread
-  // detached, if the time is over or on the thread itself.
+  // Waits until the body has returned, at most for `patience` if given. When that time is over, or
+  // on the thread itself, detaches the thread and returns false.
   bool join(std::optional<std::chrono::milliseconds> patience = std::nullopt);
 
-  // Whether the thread was started and its body has returned.
+  // Returns whether the thread was started and its body has returned.
   bool hasEnded() const;
   bool isCurrent() const { return thread_.get_id() == std::this_thread::get_id(); }
 
