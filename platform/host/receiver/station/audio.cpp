@@ -64,7 +64,7 @@ std::string trackLanguage(const AISRV_pid_info& track) {
   const auto& code = track.language[0] ? track.language : track.second_language;
   std::string text;
   for (const char letter : code) {
-    if (!std::isalpha(static_cast<unsigned char>(letter))) return {};  // it goes into the log
+    if (!std::isalpha(static_cast<unsigned char>(letter))) return {};  // the language is logged
     text += static_cast<char>(std::tolower(static_cast<unsigned char>(letter)));
   }
   return text;

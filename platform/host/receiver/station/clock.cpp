@@ -6,7 +6,7 @@
 namespace atschost {
 namespace {
 
-// All arithmetic is modulo 2^32: a broadcast may send any system time.
+// All arithmetic is modulo 2^32, because a broadcast can send any system time.
 uint32_t secondsBetween(Clock::Instant from, Clock::Instant to) {
   return static_cast<uint32_t>(std::chrono::floor<std::chrono::seconds>(to - from).count());
 }

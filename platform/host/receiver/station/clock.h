@@ -15,53 +15,54 @@
 
 namespace atschost {
 
-// Unix time of the station that is tuned, of the PC before any. A stream that is read in a loop
-// repeats its system time: only its first table sets the station's time, which runs on from there.
-// Streams that begin at the same time, within a second, were made together: when the first one of
-// them is read, all begin. Any thread.
+// Unix time of the tuned station; of the PC before the first one. A stream that is read in a loop
+// repeats its system time. Therefore only its first table sets the station's time, which runs on
+// from there. Streams with the same first time, within a second, were made together: when the first
+// of them is read, the times of all start. Any thread.
 class Clock {
  public:
   using Instant = std::chrono::steady_clock::time_point;
 
-  // Unix seconds.
+  // Returns the time in Unix seconds.
   uint32_t now(Instant at = std::chrono::steady_clock::now()) const;
 
-  // From now on the clock is the program's: it starts at a time and runs.
+  // Sets the clock, which runs on from this time. System time tables no longer change it.
   void set(uint32_t unixSeconds, Instant at = std::chrono::steady_clock::now());
 
-  // The viewer's choices; kept by the receiver's settings.
+  // The viewer's choices. Settings stores them.
   struct Setting {
     int32_t zone = AIST_ZONE_EASTERN;
-    bool automatic = true;  // false: the clock runs on by itself, no system time table moves it
+    bool automatic = true;  // false: system time tables do not change the clock
   };
   Setting setting() const;
   void setSetting(const Setting& setting);
-  // One of them, the other as it is.
+  // Set one value and leave the other unchanged.
   void setZone(int32_t zone);
   void setAutomatic(bool automatic);
 
-  // A system time table of any stream was received.
+  // Handles a system time table of any stream.
   void remember(const StreamId& stream, const SystemTime& time, Instant at);
 
   struct Effect {
     bool detailsChanged = false;  // offset to UTC or daylight saving
-    bool timeChanged = false;     // these, or the clock jumped by 2 s or more
+    bool timeChanged = false;     // one of these, or the clock jumped by 2 s or more
   };
-  // One of the tuned stream, whose station's time the clock takes over unless it is the program's
-  // or the viewer's.
+  // Handles a system time table of the tuned stream: sets the clock to the station's time, unless
+  // the program or the viewer controls the clock.
   Effect follow(const StreamId& stream, const SystemTime& time, Instant at);
 
-  // GPS seconds of a stream's station; none before its first system time table.
+  // Returns the time of a stream's station in GPS seconds; nullopt before its first system time
+  // table.
   std::optional<uint32_t> stationTime(const StreamId& stream, Instant at) const;
 
-  // The system time table that the clock followed last; none before the first one.
+  // Returns the last table that follow() received; nullopt before the first.
   std::optional<SystemTime> lastTable() const;
 
  private:
   struct Station {
     StreamId stream;
     uint32_t gpsSeconds = 0;
-    Instant at;  // when it was that time
+    Instant at;  // when the station had this time
   };
   struct Base {
     uint32_t unixSeconds = 0;

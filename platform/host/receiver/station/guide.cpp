@@ -14,10 +14,10 @@
 namespace atschost {
 namespace {
 
-constexpr uint8_t kPresentOffset = 18;  // leap seconds since 1980, of 2017 and later
+constexpr uint8_t kPresentOffset = 18;  // leap seconds since 1980, from 2017 on
 
-// What was known of an instance stays where the new tables have nothing in its place, unless the
-// instance is gone or has been received in full.
+// Returns the instances whose old tables stay where the new tables have no replacement: those that
+// are still announced and have not been received in full.
 std::bitset<256> staying(const std::vector<uint8_t>& announced,
                          const std::vector<uint8_t>& settled) {
   std::bitset<256> instances;
@@ -26,7 +26,7 @@ std::bitset<256> staying(const std::vector<uint8_t>& announced,
   return instances;
 }
 
-// What is known of a carrier once new tables were received.
+// Returns the tables of a carrier after new tables were received.
 GuideTables merge(const GuideTables& old, const GuideTables& received) {
   if (!received.mgtSeen) return old;
   GuideTables merged = received;
@@ -38,7 +38,7 @@ GuideTables merge(const GuideTables& old, const GuideTables& received) {
   }
   for (const auto& [instance, texts] : received.etts)
     for (const auto& [id, text] : texts) size += sizeOfText(text);
-  // Tables that keep changing their place would pile up.
+  // Limits the size: tables that keep changing their key would accumulate.
   const auto fits = [&](size_t more) {
     if (size + more > kMaxGuideSize) return false;
     size += more;
@@ -80,7 +80,7 @@ Schedule makeSchedule(const GuideTables& tables, uint8_t offset) {
     const uint16_t sourceId = key.second;
     ShownEvents& shown = services[sourceId];
     for (const GuideEvent& event : events) {
-      // An event that passes the end of its segment is in the next one's table too.
+      // An event that extends beyond its segment is also in the table of the next segment.
       if (!known.emplace(sourceId, event.eventId, event.start).second) continue;
       ShownEvent& added = shown.emplace_back();
       added.event = event;
@@ -105,7 +105,7 @@ bool sameEvents(const ShownEvents& a, const ShownEvents& b) {
                     });
 }
 
-// The descriptions there are, with the events they describe.
+// Compares the descriptions and the events that they describe.
 bool sameTexts(const ShownEvents& a, const ShownEvents& b) {
   const auto texts = [](const ShownEvents& events) {
     std::vector<std::tuple<uint32_t, uint16_t, std::string_view>> list;
@@ -116,7 +116,7 @@ bool sameTexts(const ShownEvents& a, const ShownEvents& b) {
   return texts(a) == texts(b);
 }
 
-// Never destroyed: a thread may ask during exit.
+// Never destroyed: threads may call it during exit.
 const std::shared_ptr<const ShownEvents>& nothing() {
   static const auto& empty =
       immortal<std::shared_ptr<const ShownEvents>>(std::make_shared<const ShownEvents>());

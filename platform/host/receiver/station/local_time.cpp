@@ -9,7 +9,7 @@ constexpr int64_t kHour = 3600;
 constexpr int64_t kDay = 24 * kHour;
 
 struct Zone {
-  int32_t offset;  // of standard time, minutes
+  int32_t offset;  // minutes, of standard time
   bool savesDaylight;
 };
 
@@ -35,8 +35,8 @@ struct Date {
   int64_t day;
 };
 
-// The calendar is counted from 1 March of year 0 on, so that a leap day ends its year. `days` are
-// those since 1970-01-01, not before that year 0.
+// Dates count from 1 March of year 0, so that a leap day ends its year. `days` counts from
+// 1970-01-01 and is not before 1 March of year 0.
 constexpr int64_t kDaysToEpoch = 719468;
 
 Date dateOf(int64_t days) {
@@ -57,10 +57,10 @@ int64_t daysTo(const Date& date) {
   return year * 365 + year / 4 - year / 100 + year / 400 + dayOfYear - kDaysToEpoch;
 }
 
-// When daylight saving begins or ends as the table announces it, in seconds of local time as it is
-// until then. It is announced up to a month ahead, and until it has occurred in all zones that the
-// network serves; the table gives the day of the month alone. Where that leaves two months, it is
-// the one in which all these zones change: March or November.
+// Returns when daylight saving begins or ends as announced by the table, in seconds of local time
+// before the change. A change is announced up to a month ahead, and until it has occurred in all
+// zones that the network serves. The table only gives the day of the month. If two months are
+// possible, returns the month in which all these zones change: March or November.
 std::optional<int64_t> announcedChange(const SystemTime& table, int64_t localTimeOfTable) {
   if (table.daylightDayOfMonth == 0 || table.daylightHour > 23) return std::nullopt;
   const Date today = dateOf(localTimeOfTable / kDay);
@@ -98,7 +98,7 @@ int32_t utcOffset(int32_t zone, const std::optional<SystemTime>& table, uint32_t
 }
 
 AIST_time_date dateAt(uint32_t unixSeconds, int32_t offset) {
-  // One day on, and back: the first hours are of 1969 in the west.
+  // Adds a day, which is subtracted again: the first hours are in 1969 in the west.
   const int64_t local = unixSeconds + int64_t{offset} * 60 + kDay;
   const Date date = dateOf(local / kDay - 1);
   const int64_t second = local % kDay;

@@ -10,14 +10,15 @@
 
 namespace atschost {
 
-// Whether it is one of AIST_ZONE_*.
+// Returns whether `zone` is one of AIST_ZONE_*.
 bool isZone(int32_t zone);
 
-// Of local time to UTC, east positive, in minutes, at a time in Unix seconds. Daylight saving is in
-// force as the system time table says, never without one. An unknown zone has the offset 0.
+// Returns the offset of local time to UTC at a time in Unix seconds, in minutes, positive in the
+// east. Daylight saving follows the system time table; without a table it is never in force. The
+// offset of an unknown zone is 0.
 int32_t utcOffset(int32_t zone, const std::optional<SystemTime>& table, uint32_t unixSeconds);
 
-// The date and time of day `offset` minutes east of UTC; right for every time of 32 bits.
+// Returns date and time of day `offset` minutes east of UTC. Valid for every 32-bit time.
 AIST_time_date dateAt(uint32_t unixSeconds, int32_t offset);
 
 }  // namespace atschost

@@ -12,7 +12,7 @@
 namespace atschost {
 namespace {
 
-// A/65 table 6.7.
+// Converts service_type (A/65 table 6.7).
 uint32_t typeOf(uint8_t serviceType) {
   switch (serviceType) {
     case 0x03:  // audio only
@@ -31,14 +31,15 @@ uint32_t typeOf(const std::vector<AISRV_pid_info>& streams) {
   return AISRV_TYPE_DATA;
 }
 
-// Cable operators may use one number instead of two (A/65 6.3.2).
+// Cable operators can use a one-part number instead of two parts (A/65 6.3.2).
 void setNumber(ServiceKey& key, uint16_t major, uint16_t minor) {
   const bool onePart = key.source == AI_INPUT_CABLE && (major & 0x3F0) == 0x3F0;
   key.major = onePart ? static_cast<uint16_t>(((major & 0x00F) << 10) + minor) : major;
   key.minor = onePart ? 0 : minor;
 }
 
-// Whether a channel is carried here, in a form that this receiver can play, for viewers.
+// Returns whether a channel is on this carrier, in a form that this receiver can play, and for
+// viewers.
 bool isReceivable(const VirtualChannel& channel, const CarrierTables& tables) {
   constexpr uint8_t kAnalogModulation = 0x01;
   constexpr uint8_t kAnalogService = 0x01;
@@ -46,12 +47,12 @@ bool isReceivable(const VirtualChannel& channel, const CarrierTables& tables) {
   if (channel.modulationMode == kAnalogModulation || channel.serviceType == kAnalogService)
     return false;
   if (channel.programNumber == 0 || channel.programNumber == 0xFFFF) return false;  // inactive
-  // Entries may describe channels of other carriers. Where VCT and PAT disagree on this carrier's
-  // transport stream id, either is as good as the other.
+  // Entries may describe channels of other carriers. When VCT and PAT have different transport
+  // stream ids for this carrier, both are accepted.
   return channel.tsid == tables.vct->tsid || (tables.pat && channel.tsid == tables.pat->tsid);
 }
 
-// The service location descriptor names the streams; details of audio are the PMT's.
+// The service location descriptor lists the streams; details of audio are from the PMT.
 std::vector<AISRV_pid_info> streamsOf(const VirtualChannel& channel, const CarrierTables& tables) {
   const auto pmt = tables.pmts.find(channel.programNumber);
   if (pmt == tables.pmts.end()) return channel.streams;
@@ -70,7 +71,7 @@ std::vector<AISRV_pid_info> streamsOf(const VirtualChannel& channel, const Carri
   return streams;
 }
 
-// What the PMT announces, if it is here.
+// Returns the caption services of the PMT, if it was received.
 std::vector<CaptionService> captionsOf(uint16_t program, const CarrierTables& tables) {
   const auto found = tables.captions.find(program);
   return found == tables.captions.end() ? std::vector<CaptionService>() : found->second;

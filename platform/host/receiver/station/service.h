@@ -1,4 +1,4 @@
-// A service of the list, and how services are made of a carrier's tables.
+// A service of the list, and how services are built from a carrier's tables.
 #ifndef ATSC_HOST_RECEIVER_STATION_SERVICE_H_
 #define ATSC_HOST_RECEIVER_STATION_SERVICE_H_
 
@@ -12,14 +12,14 @@
 
 namespace atschost {
 
-// What identifies a service from scan to scan.
+// Identifies a service from scan to scan.
 struct ServiceKey {
   uint16_t major = 0;
   uint16_t minor = 0;
   uint32_t frequency = 0;  // Hz
   uint32_t source = 0;     // AI_INPUT_*
 
-  // The order of the list.
+  // Defines the order of the list.
   auto tie() const { return std::tie(major, minor, frequency, source); }
   bool operator<(const ServiceKey& other) const { return tie() < other.tie(); }
   bool operator==(const ServiceKey& other) const { return tie() == other.tie(); }
@@ -35,22 +35,22 @@ struct Service {
   uint32_t flags = AISRV_FLAG_VISIBLE;
   uint32_t favourites = 0;
   bool fromPmt = false;
-  bool added = false;  // by hand: it stays listed, with its name, whatever the carrier says
-  uint8_t audio = 0;   // number of the audio track that the viewer chose, 0 for none
+  bool added = false;  // added by hand: stays listed, with its name, whatever the carrier sends
+  uint8_t audio = 0;   // audio track that the viewer chose, 0 for none
   std::string name;    // UTF-16BE
   std::vector<AISRV_pid_info> streams;
-  std::vector<CaptionService> captions;  // that the PMT announces
+  std::vector<CaptionService> captions;  // as announced by the PMT
 };
 
-// The services of one carrier that a viewer can choose, each number once. Record numbers are the
-// list's to give.
+// Returns the services of one carrier that a viewer can choose, without duplicate numbers. The
+// service list assigns the record numbers.
 std::vector<Service> buildServices(const CarrierTables& tables, uint32_t source,
                                    uint32_t frequency);
 
-// Source number of a service id: 0 or 2 terrestrial, 1 or 3 cable; 0 for anything else.
+// Returns the source of a service id: 0 or 2 terrestrial, 1 or 3 cable; 0 for other values.
 uint32_t sourceOfId(uint32_t inputSource);
 
-// Fills the record that a caller lends, name buffer included.
+// Fills a caller's record, including its name buffer.
 void copyRecord(const Service& service, AISRV_service_info& record);
 
 }  // namespace atschost

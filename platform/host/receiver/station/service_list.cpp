@@ -13,7 +13,7 @@
 namespace atschost {
 namespace {
 
-constexpr uint32_t kMaxRecord = 0xFFFE;  // 0xFFFF: not known
+constexpr uint32_t kMaxRecord = 0xFFFE;  // 0xFFFF means unknown
 constexpr size_t kMaxNameBytes = 1024;
 constexpr size_t kMaxDropped = 4096;
 
@@ -28,7 +28,7 @@ bool sameStream(const AISRV_pid_info& a, const AISRV_pid_info& b) {
          std::equal(std::begin(a.second_language), std::end(a.second_language), b.second_language);
 }
 
-// Whether the broadcast says the same of a service.
+// Returns whether two services have the same broadcast data.
 bool sameBroadcast(const Service& a, const Service& b) {
   const auto tie = [](const Service& s) {
     return std::tie(s.type, s.sourceId, s.tsid, s.programNumber, s.fromPmt, s.name);
@@ -168,7 +168,7 @@ Service serviceFromJson(const Json::Value& value) {
   if (!streams.isArray() || streams.size() > AISRV_MAX_PIDS)
     throw std::runtime_error("a service has too many streams or none listed");
   for (const Json::Value& stream : streams) service.streams.push_back(streamFromJson(stream));
-  // Older files have none.
+  // Older files have no captions.
   const Json::Value& captions = value["captions"];
   if ((!captions.isNull() && !captions.isArray()) || captions.size() > kMaxCaptionServices)
     throw std::runtime_error("a service has too many captions or none listed");
@@ -200,13 +200,13 @@ std::vector<Service> listFromJson(const Json::Value& content) {
   return services;
 }
 
-// Gives out record numbers that no service has.
+// Allocates unused record numbers.
 class FreeRecords {
  public:
   explicit FreeRecords(const std::vector<Service>& list) {
     for (const Service& service : list) used_[service.record] = true;
   }
-  // 0 when there is none left.
+  // Returns 0 when all numbers are used.
   uint16_t take() {
     while (next_ <= kMaxRecord && used_[next_]) ++next_;
     return static_cast<uint16_t>(next_ <= kMaxRecord ? next_++ : 0);
@@ -217,7 +217,7 @@ class FreeRecords {
   size_t next_ = 1;
 };
 
-// Leaves of a service what the viewer set. Whether there was more.
+// Removes all broadcast data and keeps the viewer's. Returns whether anything was removed.
 bool forgetBroadcast(Service& service) {
   const bool had = service.programNumber != 0 || !service.streams.empty();
   service.sourceId = service.tsid = service.programNumber = 0;
@@ -243,7 +243,7 @@ ServiceList::Change ServiceList::replace(uint32_t source, uint32_t frequency,
   FreeRecords records(services_);
 
   std::vector<Service> list;
-  list.reserve(services_.size() + found.size());  // nothing is lost half-way for want of memory
+  list.reserve(services_.size() + found.size());  // out of memory must not lose services
   for (Service& old : services_) {
     if (old.key.source != source || old.key.frequency != frequency) {
       list.push_back(std::move(old));
@@ -293,7 +293,7 @@ ServiceList::Change ServiceList::replace(uint32_t source, uint32_t frequency,
   return change;
 }
 
-// The file comes first: what cannot be stored is never seen.
+// Stores the list before it changes in memory, so that readers never see a list that is not stored.
 bool ServiceList::change(const std::function<bool(std::vector<Service>& list)>& edit,
                          const Stored& stored) {
   const MutexLock fileLock(fileMutex_);
@@ -308,7 +308,7 @@ bool ServiceList::change(const std::function<bool(std::vector<Service>& list)>& 
   bool changed = false;
   stored([&] {
     const MutexLock lock(mutex_);
-    if (generation_ != generation) {  // the carriers have changed it meanwhile
+    if (generation_ != generation) {  // carriers have changed the list meanwhile
       list = services_;
       if (!edit(list)) return;
     }

@@ -49,7 +49,7 @@ std::string readAll(int fd) {
   }
 }
 
-// Makes a folder and those above it; only the ones made here get their mode.
+// Creates a folder and its parents. Sets the mode of created folders only.
 bool makeFolder(const std::string& folder) {
   for (size_t slash = folder.find('/', 1);; slash = folder.find('/', slash + 1)) {
     if (mkdir(folder.substr(0, slash).c_str(), 0700) != 0 && errno != EEXIST) return false;
@@ -104,7 +104,7 @@ bool StateFile::load(const std::function<void(const Json::Value&)>& accept) {
                          dynamic_cast<const std::bad_alloc*>(&e) != nullptr;
     struct stat status {};
     if (refused && lstat(path_.c_str(), &status) == 0 && S_ISREG(status.st_mode)) {
-      // Not the file's fault: it stays, and what was never read is not written over.
+      // The file itself may be intact: it is kept and never overwritten.
       log().Error("%s cannot be read and is kept as it is: %s", path_.c_str(), e.what());
       unread_ = unread_ || first;
       return false;
@@ -127,9 +127,9 @@ bool StateFile::store(Json::Value content) {
   }
   content["format"] = format_;
   std::string text = toText(content);
-  // Somebody may have removed it.
+  // The file may have been removed.
   if (text == stored_ && access(path_.c_str(), F_OK) == 0) return true;
-  stored_.clear();  // a failure may come after the file is another one
+  stored_.clear();  // a failure can occur after the file was replaced
   if (!write(text)) return false;
   stored_ = std::move(text);
   return true;
@@ -142,7 +142,7 @@ bool StateFile::write(const std::string& text) const {
   };
   if (!makeFolder(folder_)) return failed("make folder");
   const std::string temporary = path_ + ".new";
-  unlink(temporary.c_str());  // of a run that was cut off
+  unlink(temporary.c_str());  // left by an interrupted run
   const File file(open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
   if (!file) return failed("create");
   if (!writeAll(file.fd(), text) || fsync(file.fd()) != 0 ||

@@ -1,4 +1,4 @@
-// Files in which the receiver keeps its state.
+// Files with the state of the receiver.
 #ifndef ATSC_HOST_RECEIVER_STATION_STATE_FILE_H_
 #define ATSC_HOST_RECEIVER_STATION_STATE_FILE_H_
 
@@ -9,24 +9,24 @@
 
 namespace atschost {
 
-// ATSC_HOST_STATE, else $XDG_STATE_HOME/atsc-host, else ~/.local/state/atsc-host; empty when the
-// environment names none.
+// Returns ATSC_HOST_STATE, else $XDG_STATE_HOME/atsc-host, else ~/.local/state/atsc-host; empty
+// when the environment has none of them.
 std::string stateFolder();
 
-// A JSON file that is replaced as a whole, so that a power cut leaves the old one or the new one.
+// A JSON file that is replaced as a whole, so that a power cut leaves the old or the new content.
 // The caller serialises all calls.
 class StateFile {
  public:
-  // `format` is written into the file and must be there on reading: a foreign file is not taken.
+  // `format` is written to the file. Files without it are not accepted.
   StateFile(const std::string& folder, const std::string& name, const std::string& format);
 
-  // Reads the file if there is one and hands its content to `accept`, which throws on content that
-  // it cannot use. A file that cannot be used is renamed to *.bad and reported. Whether content was
-  // accepted.
+  // Reads the file, if any, and passes its content to `accept`, which throws if it cannot use the
+  // content. A file that cannot be used is renamed to *.bad and logged. Returns whether the content
+  // was accepted.
   bool load(const std::function<void(const Json::Value&)>& accept);
 
-  // Writes `content` (an object) unless the file holds it already. False on failure, with the
-  // reason in the log.
+  // Writes `content` (an object) unless the file already contains it. On failure logs the reason
+  // and returns false.
   bool store(Json::Value content);
 
  private:
@@ -35,15 +35,15 @@ class StateFile {
   const std::string folder_;
   const std::string path_;
   const std::string format_;
-  std::string stored_;   // text of the file, as far as known
-  bool tried_ = false;   // to read it
-  bool unread_ = false;  // there is a file, but the system did not let it be read
+  std::string stored_;   // text of the file, if known
+  bool tried_ = false;   // reading was tried
+  bool unread_ = false;  // the file exists, but a system error prevented reading
 };
 
-// An unsigned number not above `max`; anything else throws.
+// Returns an unsigned number of at most `max`. Throws otherwise.
 uint32_t numberMember(const Json::Value& object, const char* key, uint32_t max);
 
-// The same, and a truth value, of members that older files do not have.
+// Return a number or a boolean, or `absent` for a member that older files do not have.
 uint32_t numberMember(const Json::Value& object, const char* key, uint32_t max, uint32_t absent);
 bool boolMember(const Json::Value& object, const char* key, bool absent);
 
