@@ -10,25 +10,25 @@
 namespace atschost {
 namespace {
 
-// How long an alert without an end stays after its table was received last.
+// Time that an alert without an end stays after its table was last received.
 constexpr std::chrono::seconds kGone(10);
-// Between two that are new: whatever is on the air, the application can follow.
+// Minimum interval between two new alerts, so that the application can follow any broadcast.
 constexpr std::chrono::seconds kInterval(1);
 
 // alert_priority.
-constexpr uint8_t kTestMessage = 0;  // of no concern to receivers in homes
+constexpr uint8_t kTestMessage = 0;  // not for receivers in homes
 constexpr uint8_t kMedium = 7;
-constexpr uint8_t kHigh = 11;  // this one and maximum are shown whatever is being watched
+constexpr uint8_t kHigh = 11;  // this priority and maximum are shown over any programme
 constexpr uint8_t kMaximum = 15;
 
-constexpr size_t kMaxReported = 256;  // events that are remembered
+constexpr size_t kMaxReported = 256;  // maximum of remembered events
 
 uint64_t hashOf(const EmergencyAlert& alert) {
   return std::hash<std::string>()(alert.originator + alert.eventCode + alert.text) ^
          uint64_t { alert.eventId } << 32 ^ alert.start;
 }
 
-// Of what several messages about one event have in common.
+// Returns a hash of the fields that all messages about one event share.
 size_t eventHashOf(const EmergencyAlert& alert) {
   return std::hash<std::string>()(alert.originator + alert.eventCode) ^
          std::hash<uint16_t>()(alert.eventId) << 8;
@@ -55,10 +55,10 @@ void Alerts::receive(const EmergencyAlert& alert, Instant at, std::optional<uint
   }
   lastNew_ = at;
   waiting_.reset();
-  // One that is still sent when the higher one is over comes again.
+  // The replaced alert starts again if it is still sent after the higher one ends.
   if (present_ && alert.priority > present_->priority) forget(*present_);
   shown_[sequence] = hash;
-  // The numbers go round: what comes next is not what had these numbers long ago.
+  // Sequence numbers wrap around: forgets the earlier alerts with the next numbers.
   for (size_t ahead = 1; ahead <= shown_.size() / 2; ++ahead)
     shown_[(sequence + ahead) % shown_.size()].reset();
 
@@ -120,7 +120,7 @@ bool Alerts::isWanted(uint8_t priority, const AlertSettings::Values& settings) c
   }
 }
 
-// As if it had not been reported.
+// Lets the alert be reported again.
 void Alerts::forget(const Present& alert) {
   shown_[alert.sequence].reset();
   reported_.erase(std::remove(reported_.begin(), reported_.end(), alert.event), reported_.end());

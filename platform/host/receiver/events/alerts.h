@@ -1,4 +1,4 @@
-// Emergency alerts (SCTE 18) of the tuned carrier: when one starts and when it ends.
+// Emergency alerts (SCTE 18) of the tuned carrier: reports their start and end.
 #ifndef ATSC_HOST_RECEIVER_EVENTS_ALERTS_H_
 #define ATSC_HOST_RECEIVER_EVENTS_ALERTS_H_
 
@@ -15,12 +15,12 @@
 
 namespace atschost {
 
-// Which alerts the user wants, as the functions of AIFW say. Any thread.
+// The user's choice of alerts; see the functions of AIFW. Any thread.
 class AlertSettings {
  public:
   struct Values {
     int32_t level = AIFW_EAS_ALL;
-    int32_t repeatedEvents = 0;  // 1: reported again under each sequence number
+    int32_t repeatedEvents = 0;  // 1: an event is reported again for each sequence number
     int32_t cableOnly = 0;
   };
 
@@ -42,33 +42,35 @@ class AlertSettings {
   Values values_ GUARDED_BY(mutex_);
 };
 
-// For one tuning. One thread.
+// Handles the alerts of one tuning. Use on one thread.
 class Alerts {
  public:
   using Instant = std::chrono::steady_clock::time_point;
 
-  // `source` is that of the carrier.
+  // `source` is the source of the carrier.
   Alerts(EventQueue& events, const AlertSettings& settings, uint32_t source)
       : events_(events), settings_(settings), source_(source) {}
 
-  // One was received, first time or not. A new one that is wanted takes the place of the present
-  // alert, unless that has a higher priority, at most once a second: else it waits for check(), or
-  // for a newer one. One that is not wanted, a test message or one of lower priority is as if it
-  // were not there, until it counts. `station_time` in GPS seconds, where known.
+  // Handles a received alert, new or repeated. A new, wanted alert replaces the present alert
+  // unless that has a higher priority. Starts at most one new alert a second; a later alert waits
+  // for check() or is replaced by a newer one. Ignores alerts that are not wanted, test messages,
+  // and alerts of lower priority, as long as this is the case. `stationTime` is in GPS seconds,
+  // where known.
   void receive(const EmergencyAlert& alert, Instant at, std::optional<uint32_t> stationTime);
 
-  // Takes the alert that waits, and ends the present one when its time is over or it is no longer
+  // Starts the waiting alert. Ends the present alert when its time is over or it is no longer
   // wanted.
   void check(Instant at, std::optional<uint32_t> stationTime);
 
-  // The tuner leaves the carrier, or has lost it: what is still on the air then comes again.
+  // Called when the tuner leaves or loses the carrier. Alerts that are on the air later start
+  // again.
   void stop();
 
  private:
   struct Present {
     uint8_t priority = 0;
-    size_t sequence = 0;  // in shown_
-    size_t event = 0;     // in reported_
+    size_t sequence = 0;  // index in shown_
+    size_t event = 0;     // value in reported_
     Instant start, lastSeen;
     std::chrono::seconds remaining{0};  // 0: until the table is gone or the event is over
     std::optional<uint32_t> eventEnd;   // GPS seconds

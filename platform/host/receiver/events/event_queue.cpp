@@ -11,10 +11,10 @@
 namespace atschost {
 namespace {
 
-// Hours of what a broadcast can raise: the callback is stuck.
+// More events than a broadcast raises in hours: the callback does not return.
 constexpr size_t kMaxWaiting = 100000;
 
-// How many of the events that wait are looked through, from the last one on.
+// Number of waiting events that are compared, from the newest on.
 constexpr size_t kRefreshDepth = 32;
 
 }  // namespace
@@ -65,7 +65,7 @@ void EventQueue::raiseGuideUpdate(const std::vector<uint16_t>& sourceIds) {
   pushGuideUpdate(sourceIds, false);
 }
 
-// What the application reads when it is told is what there is then.
+// Skips events that wait already: the application reads the guide when it is notified.
 void EventQueue::refreshGuide(const std::vector<uint16_t>& sourceIds) {
   pushGuideUpdate(sourceIds, true);
 }

@@ -1,4 +1,4 @@
-// The middleware's events on their way to the application.
+// Queue of the middleware's events to the application.
 #ifndef ATSC_HOST_RECEIVER_EVENTS_EVENT_QUEUE_H_
 #define ATSC_HOST_RECEIVER_EVENTS_EVENT_QUEUE_H_
 
@@ -17,39 +17,40 @@
 
 namespace atschost {
 
-// Reports events one at a time and in order, on a thread of its own that starts with the first one.
-// Raising never waits for the application. Any thread.
+// Reports events in order, one at a time, on its own thread, which starts with the first event.
+// Raising an event never waits for the application. Any thread.
 class EventQueue {
  public:
   EventQueue() = default;
   ~EventQueue();
 
-  // As AIFW_register_frmwrk_app_cb. A call that is running is not awaited; null drops what waits.
+  // See AIFW_register_frmwrk_app_cb(). Does not wait for a running call. Null drops the waiting
+  // events.
   void setCallback(AIFW_app_callback callback);
   bool hasCallback() const;
-  // How many events wait to be reported, the one that is being reported not counted.
+  // Returns the number of waiting events, without the event that is being reported.
   size_t waiting() const;
 
-  // Without a callback an event is dropped; so is one that would make too many wait.
+  // Queues an event. Drops it if there is no callback or the queue is full.
   void raise(AFW_event_t event);
   void raiseTime(AFW_event_t event, const SystemTime& time);
   // `text` is UTF-16BE.
   void raiseAlert(AFW_event_t event, std::string text, uint8_t priority);
-  // AFW_EPG_UPDATE, in as many events as its source ids (ascending, each once) need; none without
-  // any.
+  // Raises as many AFW_EPG_UPDATE events as the source ids need, none for an empty list. The ids
+  // are ascending and unique.
   void raiseGuideUpdate(const std::vector<uint16_t>& sourceIds);
-  // The same, but for those that wait already.
+  // Like raiseGuideUpdate(), but skips events that wait already.
   void refreshGuide(const std::vector<uint16_t>& sourceIds);
-  // What changed in one carrier's guide: AFW_EIT_UPDATE and AFW_ETT_UPDATE as they apply, then
-  // AFW_EPG_UPDATE.
+  // Raises AFW_EIT_UPDATE and AFW_ETT_UPDATE as they apply, then AFW_EPG_UPDATE, for a change of
+  // one carrier's guide.
   void raiseGuideChange(const Guide::Change& change);
 
-  // Of the event being reported, else of the last one.
+  // Return the data of the event that is being reported, else of the last event.
   AIFW_event_update_data updateData() const;
   uint8_t alertPriority() const;
 
-  // Drops what waits and joins the thread; no call begins afterwards. With `patience`, detaches the
-  // thread if a call does not return in time; in any case the calling one.
+  // Drops the waiting events and joins the thread; no call starts afterwards. With `patience`,
+  // detaches the thread if a call does not return in time. Detaches the calling thread.
   void shutDown(std::optional<std::chrono::milliseconds> patience = std::nullopt) EXCLUDES(mutex_);
 
  private:
@@ -78,7 +79,7 @@ class EventQueue {
   Thread thread_;  // started under the mutex
 };
 
-// The source ids of a change, of events and of texts.
+// Returns the source ids of a change, both of events and of texts.
 std::vector<uint16_t> sourceIdsOf(const Guide::Change& change);
 
 }  // namespace atschost
