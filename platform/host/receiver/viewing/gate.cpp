@@ -9,7 +9,7 @@ constexpr std::chrono::seconds kTellInterval(1);
 
 void Gate::setPasswordRequired(bool required) {
   passwordRequired_ = required;
-  // One that was given for a channel that then could not play is not for the next one.
+  // A password that was given for a channel that could not play does not apply to the next channel.
   if (required) passwordGiven_ = false;
 }
 
@@ -35,7 +35,7 @@ void Gate::begin(bool locked) {
   playing.lockHolds = locked && passwordRequired_;
   playing.opened = std::exchange(passwordGiven_, false);
   playing_ = std::move(playing);
-  if (isClosed()) toldClosed_ = false;  // it is told of each
+  if (isClosed()) toldClosed_ = false;  // each locked service raises an event
   tellLock();
 }
 
@@ -69,7 +69,7 @@ bool Gate::judge(ProgrammeId programme, std::string why, bool asked, Instant at)
   const bool another = blocked && !(playing_->told && playing_->told->same(programme));
   bool news = asked;
   if (toldBlocked_ != blocked || another) {
-    // What is to be kept away does not wait.
+    // A new block is raised without delay.
     const bool closes = blocked && playing_->whyBlocked.empty();
     if (!asked && !closes && at < playing_->nextTell) return false;
     if (!asked) playing_->nextTell = at + kTellInterval;
@@ -81,11 +81,11 @@ bool Gate::judge(ProgrammeId programme, std::string why, bool asked, Instant at)
     playing_->told.reset();
     why.clear();
   } else {
-    // The guide may lose sight of it for a while.
+    // The event may be missing in the guide for a while.
     if (!another && !programme.event) programme.event = playing_->told->event;
     playing_->told = std::move(programme);
   }
-  // The words for one and the same rating may change on the air, too.
+  // The text of the same rating can also change on the air.
   return news && std::exchange(playing_->whyBlocked, why) != why;
 }
 

@@ -1,4 +1,5 @@
-// What keeps the service that plays from the viewer: its lock, and a blocked programme.
+// Decides whether the playing service is withheld from the viewer: its lock, and blocked
+// programmes.
 #ifndef ATSC_HOST_RECEIVER_VIEWING_GATE_H_
 #define ATSC_HOST_RECEIVER_VIEWING_GATE_H_
 
@@ -15,51 +16,51 @@
 
 namespace atschost {
 
-// What tells one programme of a service from the next one.
+// Identifies a programme of a service.
 struct ProgrammeId {
   std::vector<Advisory> advisories;
-  std::optional<std::pair<uint16_t, uint32_t>> event;  // event_id and start, where the guide has it
+  std::optional<std::pair<uint16_t, uint32_t>> event;  // event_id and start, if in the guide
 
   bool same(const ProgrammeId& other) const {
     return event && other.event ? event == other.event : advisories == other.advisories;
   }
 };
 
-// Raises AFW_CHANNEL_LOCKED and _UNLOCKED, AFW_PARENTAL_BLOCKED and _UNBLOCKED as aifw.h says. The
-// caller serialises all calls.
+// Raises AFW_CHANNEL_LOCKED and _UNLOCKED, AFW_PARENTAL_BLOCKED and _UNBLOCKED as described in
+// aifw.h. The caller serialises all calls.
 class Gate {
  public:
   using Instant = std::chrono::steady_clock::time_point;
 
   explicit Gate(std::function<void(AFW_event_t)> raise) : raise_(std::move(raise)) {}
 
-  // As the functions of AIFW and AICN.
+  // See the functions of AIFW and AICN.
   void setPasswordRequired(bool required);
   void setPasswordGiven(bool given);
   void setPlayFromApplication(bool fromApplication) { fromApplication_ = fromApplication; }
   bool setUnlocked(bool unlocked);
 
-  // The channel that the password may have been given for cannot be played.
+  // Called when the channel that the password may have been given for cannot be played.
   void fail() { passwordGiven_ = false; }
 
-  // A service begins to play; again, if it is the one that plays.
+  // Called when a service starts to play, or starts again.
   void begin(bool locked);
   void stop() { playing_ = {}; }
-  // Standby begins: no password given before counts.
+  // Called when standby begins: forgets passwords given before.
   void forget();
 
-  // The lock of what plays as it is listed.
+  // Sets the lock of the playing service, as listed.
   void setLocked(bool locked);
 
-  // What plays was looked at; `why` is empty unless it is blocked under the settings. What comes of
-  // a look at the air at any time, not of something that the viewer did (`asked`), is told no more
-  // than once a second, but for a block after none; a later look makes up for it. Whether anything
-  // else is kept away than before.
+  // Handles a check of the playing programme. `why` is empty unless the settings block it. `asked`
+  // is true after an action of the viewer. Unless `asked`, raises at most one event a second,
+  // except for a new block; a later check raises what was left out. Returns whether different
+  // streams are now withheld.
   bool judge(ProgrammeId programme, std::string why, bool asked, Instant at);
 
   bool isUnlocked() const { return playing_ && playing_->unlocked; }
   bool isClosed() const;
-  // Empty when it is not blocked.
+  // Returns the reason of a block, empty when the programme is not blocked.
   std::string whyBlocked() const { return playing_ ? playing_->whyBlocked : std::string(); }
 
  private:
@@ -69,23 +70,23 @@ class Gate {
   };
   struct Playing {
     bool locked = false;     // as listed
-    bool lockHolds = false;  // that lock keeps it closed
+    bool lockHolds = false;  // the lock withholds the service
     bool opened = false;     // by the password for the channel
-    bool unlocked = false;   // by the password for what plays
+    bool unlocked = false;   // by the password for the programme
     std::optional<Finding> finding;
-    std::optional<ProgrammeId> told;  // the programme that was told to be blocked
+    std::optional<ProgrammeId> told;  // the programme of the last AFW_PARENTAL_BLOCKED
     std::string whyBlocked;
-    Instant nextTell{};  // not unasked before
+    Instant nextTell{};  // earliest time of an event unless `asked`
   };
 
   void tellLock();
 
   const std::function<void(AFW_event_t)> raise_;
   bool passwordRequired_ = true;
-  bool passwordGiven_ = false;  // for the service about to play
+  bool passwordGiven_ = false;  // for the next service
   bool fromApplication_ = false;
   std::optional<Playing> playing_;
-  // The last event of each kind, of whatever played.
+  // The last event of each kind, for any service.
   bool toldClosed_ = false;
   bool toldBlocked_ = false;
 };

@@ -11,7 +11,7 @@
 namespace atschost {
 namespace {
 
-// Dimensions of region 1 (CEA-766), and the values that are limits or mean something of their own.
+// Dimensions of region 1 (CEA-766), and values that are limits or have a special meaning.
 enum { kEntireAudience = 0, kDialogue, kLanguage, kSex, kViolence, kChildren, kFantasy, kMpaa };
 enum { kTvG = 2, kTvMa = 5, kTvY = 1, kTvY7 = 2, kMpaaG = 2, kMpaaX = 7, kMpaaNotRated = 8 };
 constexpr int32_t kFantasyOnly = 3;  // of us_children
@@ -38,8 +38,8 @@ constexpr NamedLevel kLevels[] = {
     {"canada_french", &AIPC_dime_t::canada_french},
 };
 
-// How a dimension of regions 1 and 2 is limited: the values from the level on, of those from
-// `first` to `last`, or, of a content flag, value 1.
+// Limits of a dimension of regions 1 and 2. Blocks the values from the level on, within `first` and
+// `last`; for a content flag, value 1.
 struct LimitedDimension {
   uint8_t region;
   uint8_t dimension;
@@ -68,12 +68,12 @@ const LimitedDimension* limited(uint32_t region, uint8_t dimension) {
 
 bool isBuiltIn(uint32_t region) { return region == AIPC_REGION_US || region == AIPC_REGION_CANADA; }
 
-// Fantasy violence has no level of its own: it is part of the children's.
+// Fantasy violence has no separate level: it belongs to the level of the children's ratings.
 bool isFantasy(uint32_t region, uint8_t dimension, uint8_t value) {
   return region == AIPC_REGION_US && dimension == kFantasy && value == 1;
 }
 
-// The group of its own that a value belongs to; -1 without one.
+// Returns the separate group that a value belongs to; -1 if there is none.
 int32_t groupOf(uint8_t region, uint8_t dimension, uint8_t value) {
   if (region == AIPC_REGION_US && dimension == kMpaa && value == kMpaaNotRated)
     return AIPC_UNRATED_US_MPAA;
@@ -82,7 +82,7 @@ int32_t groupOf(uint8_t region, uint8_t dimension, uint8_t value) {
   return -1;
 }
 
-// Whether a value is a rating. Those that no table names count as the highest.
+// Returns whether a value is a rating. Values that no table names count as the highest rating.
 bool isRating(uint8_t region, uint8_t dimension, uint8_t value) {
   if (!isBuiltIn(region)) return value > 0;
   if (isFantasy(region, dimension, value)) return true;
@@ -90,7 +90,7 @@ bool isRating(uint8_t region, uint8_t dimension, uint8_t value) {
   if (!limit || value == 0) return false;
   if (limit->flag) return value == 1;
   if (limit->level == &AIPC_dime_t::us_mpaa) return value >= kMpaaG && value <= kMpaaX;
-  return true;  // "None" of the television ratings, too
+  return true;  // including "None" of the television ratings
 }
 
 bool isBlocked(const AIPC_dime_t& limits, uint8_t region, uint8_t dimension, uint8_t value) {
@@ -113,7 +113,7 @@ int32_t intMember(const Json::Value& object, const char* key) {
   return value.asInt();
 }
 
-// A list that may be absent.
+// Returns a list that may be absent.
 const Json::Value& listMember(const Json::Value& object, const char* key, size_t max) {
   const Json::Value& list = object[key];
   if ((!list.isNull() && !list.isArray()) || list.size() > max)
@@ -192,7 +192,7 @@ ParentalSettings settingsFromJson(const Json::Value& content) {
   return settings;
 }
 
-// The value of a dimension of regions 1 and 2 with that name; 0 without one.
+// Returns the value with that name in a dimension of regions 1 and 2; 0 if there is none.
 uint8_t valueNamed(uint8_t region, uint8_t dimension, std::string_view name) {
   static const auto& regions = immortal<std::vector<RatingRegion>>(standardRatingRegions());
   const auto& values = regions[region - 1u].dimensions[dimension].values;
@@ -204,7 +204,7 @@ uint8_t valueNamed(uint8_t region, uint8_t dimension, std::string_view name) {
 
 constexpr size_t kLongestAge = 5;  // "TV-14"
 
-// "TV-14-D-V": an age, then content flags.
+// Parses a text such as "TV-14-D-V": an age, then content flags.
 std::optional<Advisory> televisionAdvisory(std::string_view text) {
   Advisory advisory;
   advisory.region = AIPC_REGION_US;
@@ -303,7 +303,7 @@ RatingVerdict ParentalSettings::check(const std::vector<Advisory>& advisories,
 bool encodeRating(AIPC_dime_t& limits, uint8_t dimension, uint8_t value, bool block) {
   int32_t& children = limits.us_children;
   if (isFantasy(limits.region, dimension, value)) {
-    // It is part of TV-Y7 and cannot be free where that is blocked.
+    // Part of TV-Y7: cannot be allowed while TV-Y7 is blocked.
     if (children == kTvY || children == kTvY7) return block;
     children = block ? kFantasyOnly : 0;
     return true;
@@ -315,7 +315,7 @@ bool encodeRating(AIPC_dime_t& limits, uint8_t dimension, uint8_t value, bool bl
     level = block ? 1 : 0;
     return true;
   }
-  // Fantasy violence alone blocks none of the children's values and stays when they are free.
+  // A block of fantasy violence alone blocks no children's value, and stays when all are allowed.
   const bool fantasyOnly = &level == &children && level == kFantasyOnly;
   const int32_t none = limit->last + 1;
   int32_t lowest = level <= 0 ? none : std::clamp<int32_t>(level, limit->first, none);

@@ -21,15 +21,15 @@
 
 namespace atschost {
 
-// What the ratings of a programme come to.
+// The result of comparing a programme's ratings with the settings.
 struct RatingVerdict {
   bool blocked = false;
   bool rated = false;  // there is a rating to compare with a limit
-  // Of one that is rated and blocked, the first rating that is.
+  // The first blocked rating, if the programme is rated and blocked.
   uint8_t region = 0;
   uint8_t dimension = 0;
   uint8_t value = 0;
-  // AIPC_UNRATED_* of one that is not rated.
+  // AIPC_UNRATED_* of a programme that is not rated.
   int32_t group = AIPC_UNRATED_NO_RATING;
 };
 
@@ -41,56 +41,58 @@ struct ParentalSettings {
   std::array<int32_t, AIPC_UNRATED_GROUPS> unratedGroups{};
 
   bool operator==(const ParentalSettings& other) const;
-  // Whether the same programmes are blocked, whatever they are.
+  // Returns whether both settings block the same programmes.
   bool blocksAs(const ParentalSettings& other) const;
 
   bool enabled() const { return details.enabled == 1; }
-  // All 0 where there are none.
+  // Returns the limits of a region, all 0 if there are none.
   AIPC_dime_t limitsOf(uint32_t region) const;
   void setLimits(const AIPC_dime_t& given);
 
-  // The ratings of a region count when its table is known; regions 1 and 2 always do. Nothing is
-  // blocked while the settings are not enabled.
+  // Compares ratings with the limits. Ratings of a region count if its table is known; regions 1
+  // and 2 are always known. Blocks nothing while the settings are not enabled.
   RatingVerdict check(const std::vector<Advisory>& advisories, const KnownRegions& known) const;
 
  private:
   bool hasLimitsOf(const ParentalSettings& other) const;
 };
 
-// The number that a region can have, 1 to 255.
+// Returns whether a region can have the number, 1 to 255.
 constexpr bool isRegion(int64_t number) { return number >= 1 && number <= UINT8_MAX; }
 
-// As AIPC_rating_encode and AIPC_drrt_rating_encode.
+// See AIPC_rating_encode() and AIPC_drrt_rating_encode().
 bool encodeRating(AIPC_dime_t& limits, uint8_t dimension, uint8_t value, bool block);
 bool encodeDownloadable(AIPC_dime_t& limits, const RatingRegion& region, uint8_t dimension,
                         uint8_t value, bool block);
 
-// Country and system as AIPC_check_rating numbers them. None for a text that is not known.
+// Converts a rating text; country and system as in AIPC_check_rating(). Returns nullopt for an
+// unknown text.
 std::optional<Advisory> advisoryOfText(uint32_t country, uint32_t system, std::string_view text);
 
-// Keeps the settings. Any thread; only sync() waits for the disk.
+// Stores the settings. Any thread. Only sync() waits for the disk.
 class Parental {
  public:
-  // Loads what was stored in an earlier run.
+  // Loads the settings of an earlier run.
   explicit Parental(const std::string& stateFolder);
 
-  // As they are now; they stay as they are while held.
+  // Returns the current settings. The object does not change later.
   std::shared_ptr<const ParentalSettings> settings() const;
 
-  // The last one: other programmes may be blocked than before.
+  // kMadeDifference: different programmes may be blocked now.
   enum class Change { kRefused, kNone, kMade, kMadeDifference };
-  // `edit` returns false to change nothing; it must not call back.
+  // Changes the settings. `edit` returns false to change nothing, and must not call this object.
   Change change(const std::function<bool(ParentalSettings&)>& edit);
 
-  // Takes the settings as they are now, for the next sync().
+  // Copies the current settings for the next sync().
   void store();
-  // Writes what store() took, if that was not written yet. False on failure; it is tried again.
+  // Writes the copy of store(), if not yet written. Returns false on failure; the next call
+  // retries.
   bool sync();
 
  private:
   mutable Mutex mutex_;
   std::shared_ptr<const ParentalSettings> settings_ GUARDED_BY(mutex_);
-  // Null: nothing is to be written.
+  // Null if there is nothing to write.
   std::shared_ptr<const ParentalSettings> toStore_ GUARDED_BY(mutex_);
 
   Mutex fileMutex_;

@@ -11,7 +11,7 @@ namespace atschost {
 namespace {
 
 constexpr size_t kMaxReported = 1024;
-// Between two times that something is stored, and after a failure.
+// Minimum time between two writes, and after a failure.
 constexpr std::chrono::seconds kStoreInterval(10);
 constexpr std::chrono::minutes kRetryInterval(10);
 
@@ -57,7 +57,7 @@ RatingRegions::RatingRegions(const std::string& stateFolder, EventQueue& events,
   known_ = std::move(tables);
 }
 
-// A table that cannot be used is left out; the others count.
+// Skips tables that cannot be used.
 void RatingRegions::load(const Json::Value& content, Tables& tables) {
   const Json::Value& sections = content["sections"];
   if (!sections.isArray()) throw std::runtime_error("\"sections\" is not a list");
@@ -107,7 +107,7 @@ void RatingRegions::receive(std::vector<RatingRegionTable> tables) {
   }
   if (learned && learned_) learned_();
   if (!store) return;
-  // Whoever stores just now will not be waited for: the next call does it.
+  // Does not wait while another thread stores: the next call stores the tables.
   if (!fileMutex_.tryLock()) return;
   const MutexLock fileLock(fileMutex_, std::adopt_lock);
   if (std::chrono::steady_clock::now() >= nextStore_) storeLocked();

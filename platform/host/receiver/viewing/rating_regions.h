@@ -1,4 +1,4 @@
-// The rating region tables that are known.
+// The known rating region tables.
 #ifndef ATSC_HOST_RECEIVER_VIEWING_RATING_REGIONS_H_
 #define ATSC_HOST_RECEIVER_VIEWING_RATING_REGIONS_H_
 
@@ -19,32 +19,32 @@
 
 namespace atschost {
 
-// The last table received of each region, also in an earlier run; before the first one what the
-// standards say. Any thread.
+// The last received table of each region, also of earlier runs; before that, the ratings of the
+// standards. Any thread.
 class RatingRegions {
  public:
-  // `learned` is told, without a lock, when a region becomes known.
+  // `learned` is called, without a lock, when a region becomes known.
   RatingRegions(const std::string& stateFolder, EventQueue& events,
                 std::function<void()> learned = {});
 
-  // Takes tables over and stores what is new, at once or, when something was stored a few seconds
-  // ago, in a later call with or without tables. Each content of a region is reported once:
-  // AFW_RRT_UPDATE for regions 1 and 2, else AFW_RRT_DOWNLOAD_UPDATE.
+  // Adopts tables and stores the new ones: at once or, within a few seconds after the last write,
+  // in a later call with or without tables. Reports each content of a region once: AFW_RRT_UPDATE
+  // for regions 1 and 2, AFW_RRT_DOWNLOAD_UPDATE for others.
   void receive(std::vector<RatingRegionTable> tables);
 
-  // Stores what is not stored yet. False on failure, which the log tells.
+  // Stores tables that are not stored yet. On failure logs the reason and returns false.
   bool store();
 
-  // Null when the region is not known.
+  // Returns a region, null if it is not known.
   std::shared_ptr<const RatingRegion> region(uint8_t number) const;
 
-  // Those that are known, ascending.
+  // Returns the numbers of the known regions, ascending.
   std::vector<uint8_t> numbers() const;
 
  private:
   struct Known {
     std::shared_ptr<const RatingRegion> region;
-    std::vector<uint8_t> section;  // as received; empty: what the standard says
+    std::vector<uint8_t> section;  // as received; empty: ratings of the standard
   };
 
   using Tables = std::map<uint8_t, Known>;  // by number
@@ -57,11 +57,11 @@ class RatingRegions {
   mutable Mutex mutex_;
   Tables known_ GUARDED_BY(mutex_);
   std::set<std::pair<uint8_t, uint32_t>> reported_ GUARDED_BY(mutex_);  // region and CRC_32
-  bool changed_ GUARDED_BY(mutex_) = false;                             // since it was stored
+  bool changed_ GUARDED_BY(mutex_) = false;                             // since the last write
 
   Mutex fileMutex_;
   StateFile file_ GUARDED_BY(fileMutex_);
-  // Not before, but for store().
+  // Earliest time of the next write, except for store().
   std::chrono::steady_clock::time_point nextStore_ GUARDED_BY(fileMutex_){};
 };
 

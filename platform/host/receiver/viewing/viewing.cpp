@@ -7,7 +7,7 @@
 namespace atschost {
 namespace {
 
-// A text of a broadcast (UTF-16BE) for the log.
+// Converts a text of a broadcast (UTF-16BE) for the log.
 std::string logText(const std::string& text) {
   std::string letters;
   for (size_t i = 0; i + 1 < text.size(); i += 2) {
@@ -30,7 +30,7 @@ OnNow Viewing::onNow(const Service& service, std::vector<Advisory> advisories) c
   now.enabled = settings->enabled();
   const uint32_t time = clock_.now();
   const auto events = guide_.events(service.key.source, service.key.frequency, service.sourceId);
-  // The event that began last, of those that are not over.
+  // Finds the event that started last and is not over.
   auto next = std::upper_bound(events->begin(), events->end(), time,
                                [](uint32_t t, const ShownEvent& event) { return t < event.start; });
   while (next != events->begin() && !now.programme.event) {
@@ -40,7 +40,7 @@ OnNow Viewing::onNow(const Service& service, std::vector<Advisory> advisories) c
     now.programme.advisories = next->event.advisories;
   }
   now.verdict = settings->check(now.programme.advisories, known);
-  // A rating counts before none, and what the streams say before what the guide says.
+  // Prefers ratings over no ratings, and those of the streams over those of the guide.
   const RatingVerdict verdict = settings->check(advisories, known);
   now.byStreams = verdict.rated || (!now.verdict.rated && verdict.group != AIPC_UNRATED_NO_RATING);
   if (now.byStreams) {

@@ -1,4 +1,4 @@
-// What is on now, and what of it the viewer may see.
+// The current programme of a service and its parental control.
 #ifndef ATSC_HOST_RECEIVER_VIEWING_VIEWING_H_
 #define ATSC_HOST_RECEIVER_VIEWING_VIEWING_H_
 
@@ -15,9 +15,9 @@
 
 namespace atschost {
 
-// The programme that is on now on a service.
+// The current programme of a service.
 struct OnNow {
-  ProgrammeId programme;   // with the ratings that count
+  ProgrammeId programme;   // with the ratings that apply
   bool byStreams = false;  // the ratings are those of the PMT, not of the guide
   bool enabled = false;    // parental control is on
   bool unlocked = false;   // the service plays, and the viewer gave the password
@@ -30,14 +30,15 @@ class Viewing {
   Viewing(const Clock& clock, const Guide& guide, const Parental& parental,
           const RatingRegions& regions);
 
-  // `advisories` are those of the service's PMT. Leaves `unlocked` false.
+  // Returns the current programme. `advisories` are those of the service's PMT. Leaves `unlocked`
+  // false.
   OnNow onNow(const Service& service, std::vector<Advisory> advisories) const;
 
   // Returns the reason for the log, such as "TV-14 (region 1, Entire Audience)"; empty unless the
   // programme is blocked.
   std::string whyBlocked(const RatingVerdict& verdict) const;
 
-  // Returns a test for events of the guide under the present settings.
+  // Returns a test for events of the guide, with the current settings.
   std::function<bool(const GuideEvent&)> blockedEvents() const;
 
  private:
