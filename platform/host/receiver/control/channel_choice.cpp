@@ -20,8 +20,8 @@ std::vector<Service> select(const ServiceList& list, uint32_t source, Wanted wan
   return services;
 }
 
-// The services with the number of the request, the one with its record number first: the same
-// number may be received on several frequencies.
+// Returns the services with the requested number, first the service with the requested record
+// number. Several frequencies can carry the same number.
 std::vector<Service> numbered(const ServiceList& list, const AIFW_channel_change_request& request) {
   auto services = select(list, request.input_source, [&](const Service& s) {
     return !isDeleted(s) && s.key.major == request.major && s.key.minor == request.minor;
@@ -31,7 +31,8 @@ std::vector<Service> numbered(const ServiceList& list, const AIFW_channel_change
   return services;
 }
 
-// The services after `last`, then round to it; before it, if not `up`.
+// Returns the services after `last` if `up`, else the services before it, and wraps around at the
+// end of the list.
 std::vector<Service> neighbours(const ServiceList& list, uint32_t source, bool up,
                                 const std::optional<ServiceKey>& last) {
   auto services = select(list, source, isSurfable);

@@ -1,4 +1,4 @@
-// Which services a channel change means.
+// Choice of the service for a channel change.
 #ifndef ATSC_HOST_RECEIVER_CONTROL_CHANNEL_CHOICE_H_
 #define ATSC_HOST_RECEIVER_CONTROL_CHANNEL_CHOICE_H_
 
@@ -12,11 +12,12 @@ namespace atschost {
 
 bool isDeleted(const Service& service);
 
-// Returns the services of a source that are not deleted, on one frequency unless `frequency` is 0.
+// Returns the services of a source that are not deleted. Selects one frequency unless `frequency`
+// is 0.
 std::vector<Service> listedServices(const ServiceList& list, uint32_t source, uint32_t frequency);
 
-// Returns the services that a channel change may lead to, in the order in which they are to be
-// tried. `last` is the service that played last on the source. Returns nullopt for an unknown mode.
+// Returns the candidates of a channel change, in the order in which to try them. `last` is the
+// service that played last on the source. Returns nullopt for an unknown mode.
 std::optional<std::vector<Service>> chooseServices(const ServiceList& list,
                                                    const AIFW_channel_change_request& request,
                                                    const std::optional<ServiceKey>& last);

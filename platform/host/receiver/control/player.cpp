@@ -33,7 +33,7 @@ bool Player::play(const Service& chosen) {
   if (!air_.carrierExists(chosen.key.source, chosen.key.frequency)) return false;
   const MutexLock lock(mutex_);
   const auto listed = services_.find(chosen.key);
-  if (standby_ || !listed) return false;  // it may just have gone
+  if (standby_ || !listed) return false;  // may have been removed meanwhile
   const Service& service = *listed;
   const uint32_t source = service.key.source;
   const bool otherSource = settings_.setSource(source) != source;
@@ -52,7 +52,7 @@ bool Player::play(const Service& chosen) {
   return true;
 }
 
-// Nothing was played; `known` if there was something to play.
+// Reports that nothing was played. `known` is true if there was a service to play.
 void Player::fail(bool known) {
   if (known) tuner_.reportFailure();
   const MutexLock lock(mutex_);
@@ -89,7 +89,7 @@ bool Player::changeChannel(const AIFW_channel_change_request& request) {
     log().Error("channel change: unknown mode %u", request.mode);
     return false;
   }
-  // A service whose carrier is gone is passed over.
+  // Skips services whose carrier is gone.
   if (std::any_of(services->begin(), services->end(), [&](const Service& s) { return play(s); }))
     return true;
   fail(!services->empty());
@@ -163,7 +163,7 @@ void Player::leaveStandby() {
     if (!std::exchange(standby_, false)) return;
     log().Info("standby ends");
   }
-  // The service counts as playing before standby even if it was stopped first.
+  // Plays the current service even if it was stopped before standby.
   const auto service = current();
   if (!service || !play(*service)) fail(service.has_value());
 }
@@ -247,7 +247,8 @@ void Player::setPlayFromApplication(bool fromApplication) {
   gate_.setPlayFromApplication(fromApplication);
 }
 
-// Null if nothing plays. A service plays on when its station has taken it from the list.
+// Returns the service that plays, else null. A service continues to play after its station removed
+// it from the list.
 const Service* Player::playing() {
   if (!playing_) return nullptr;
   if (auto listed = services_.find(played_.key)) played_ = *std::move(listed);
@@ -260,10 +261,10 @@ void Player::look(bool asked) {
   if (service && look(*service, asked)) decideStreams(*service);
 }
 
-// Returns whether anything else is kept from the viewer than before.
+// Returns whether different streams are now withheld from the viewer.
 bool Player::look(const Service& service, bool asked) {
   OnNow now = onNow(service);
-  // A carrier that was just tuned may have a rating yet.
+  // The rating of a newly tuned carrier may not have been read yet.
   if (now.enabled && !now.verdict.rated && !tuner_.hasRead(service.key)) return false;
   return gate_.judge(std::move(now.programme), viewing_.whyBlocked(now.verdict), asked,
                      std::chrono::steady_clock::now());

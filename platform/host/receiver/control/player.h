@@ -20,8 +20,8 @@
 
 namespace atschost {
 
-// Plays one service at a time, and keeps from the viewer what is locked or blocked. Any thread.
-// Functions that return a bool: false on failure, with nothing changed.
+// Plays one service at a time, and withholds locked and blocked content from the viewer. Any
+// thread. On failure a function that returns a bool returns false and changes nothing.
 class Player {
  public:
   Player(const Air& air, Settings& settings, ServiceList& services, const Guide& guide,
@@ -31,50 +31,51 @@ class Player {
   bool playSource(uint32_t source);
   bool changeChannel(const AIFW_channel_change_request& request);
   void stopPlaying();
-  // Leaves the carrier, too.
+  // Stops playing and leaves the carrier.
   void stopTuning();
-  // As AIFW_handle_tuner_mode_change.
+  // See AIFW_handle_tuner_mode_change().
   bool followTuner(uint32_t source);
-  // A scan takes the tuner.
+  // Called when a scan tunes to a frequency.
   void tunedByScan(uint32_t source, uint32_t frequency);
-  // Stops what plays on the source and runs `change`; nothing begins to play before it returns.
+  // Stops playing on the source and runs `change`. No service starts to play before the call
+  // returns.
   void stopFor(uint32_t source, const std::function<void()>& change);
   void closePicture();
 
-  // As AIFW_powerTransition_request; what is to be stored is the caller's affair.
+  // See AIFW_powerTransition_request(). The caller stores the state.
   void enterStandby();
   void leaveStandby();
 
-  // The service that played last on the current source, as it is listed now. None if it is no
-  // longer listed and does not play.
+  // Returns the service that played last on the current source, as listed now. Returns nullopt if
+  // it is no longer listed and does not play.
   std::optional<Service> current() const;
-  // The source that the tuner is set to, by playing or by a scan.
+  // Returns the source that playing or a scan has set the tuner to.
   uint32_t tunerSource() const;
   bool isPlaying() const;
   AIFE_tuning_details tuning() const;
 
-  // The viewer's choice for the current service, from 1.
+  // Selects the audio track of the current service, from 1.
   bool chooseAudio(uint8_t track);
-  // The track that is heard, from 1; 0 for none.
+  // Returns the track that is output, from 1; 0 for none.
   uint8_t audioTrack() const;
   bool setAudioLanguage(int32_t AudioLanguages::*which, int32_t language);
-  // Returns false also, with the mode in force, if it cannot be stored.
+  // Also returns false, but with the mode in force, if the mode cannot be stored.
   bool setDualMode(uint32_t mode);
 
-  // As the functions of AIFW and AICN.
+  // See the functions of AIFW and AICN.
   void setPasswordRequired(bool required);
   void setPasswordGiven(bool given);
   bool setUnlocked(bool unlocked);
   void setPlayFromApplication(bool fromApplication);
 
-  // Looks at what is on now, on behalf of the viewer (`asked`) or because it may have changed.
+  // Checks the current programme, on behalf of the viewer (`asked`) or because it may have changed.
   void look(bool asked);
-  // Decides anew what is seen and heard: the service or the settings may have changed.
+  // Updates the streams that are output, after a change of the service or of the settings.
   void decideStreams();
   // Returns nullopt if the service is not listed and does not play.
   std::optional<OnNow> onNow(const AISRV_service_id& id) const;
 
-  // Writes to the log what plays.
+  // Logs the state of the tuner.
   void display() const;
 
  private:
@@ -97,11 +98,11 @@ class Player {
 
   mutable Mutex mutex_;
   bool playing_ GUARDED_BY(mutex_) = false;
-  Service played_ GUARDED_BY(mutex_);  // what plays, or played, as it was listed last
+  Service played_ GUARDED_BY(mutex_);  // the service that plays or played last, as last listed
   bool standby_ GUARDED_BY(mutex_) = false;
   bool pictureOpen_ GUARDED_BY(mutex_) = true;
   uint8_t audioTrack_ GUARDED_BY(mutex_) = 0;
-  std::string logged_ GUARDED_BY(mutex_);  // of the presentation of what plays
+  std::string logged_ GUARDED_BY(mutex_);  // log text of the current presentation
   uint32_t tunerSource_ GUARDED_BY(mutex_);
   AIFE_tuning_details tuning_ GUARDED_BY(mutex_){};
   Gate gate_ GUARDED_BY(mutex_);

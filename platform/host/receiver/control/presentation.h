@@ -1,4 +1,4 @@
-// What of a service is seen and heard.
+// Streams of a service that are output.
 #ifndef ATSC_HOST_RECEIVER_CONTROL_PRESENTATION_H_
 #define ATSC_HOST_RECEIVER_CONTROL_PRESENTATION_H_
 
@@ -12,11 +12,11 @@
 namespace atschost {
 
 struct Presentation {
-  uint8_t audioTrack = 0;  // that is heard, from 1; 0 for none
+  uint8_t audioTrack = 0;  // from 1; 0 for none
   std::string text;        // for the log
 };
 
-// Chooses the streams of a service that plays. `dualMode` is one of AIAUD_DUAL_*.
+// Chooses the streams of the playing service. `dualMode` is one of AIAUD_DUAL_*.
 Presentation present(const Service& service, const Gate& gate, bool pictureOpen,
                      const AudioLanguages& languages, uint32_t dualMode);
 

@@ -8,7 +8,8 @@
 namespace atschost {
 namespace {
 
-// Whether a virtual channel table can give the number; on cable also one part alone (A/65 6.3.2).
+// Returns whether a virtual channel table can contain the number. On cable, one-part numbers are
+// also valid (A/65 6.3.2).
 bool isNumber(const ServiceKey& key) {
   constexpr uint16_t kMaxPart = 0x3FF;
   constexpr uint16_t kMaxOnePart = 0x3FFF;
@@ -65,7 +66,7 @@ bool ServiceEditor::modify(const AISRV_service_info& record) {
 
 bool ServiceEditor::reset(uint32_t source) {
   if (!isSource(source)) return false;
-  // What plays ends before the list is empty: its carrier would fill the list again.
+  // Playing ends before the list is empty, because the carrier would fill the list again.
   const bool reset = services_.reset(
       source, [&](const std::function<void()>& clear) { player_.stopFor(source, clear); });
   if (reset) events_.raise(AFW_SERVICE_BUILD_COMPLETED);

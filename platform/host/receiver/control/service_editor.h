@@ -1,4 +1,4 @@
-// What the viewer changes in the service list.
+// Changes of the service list by the viewer.
 #ifndef ATSC_HOST_RECEIVER_CONTROL_SERVICE_EDITOR_H_
 #define ATSC_HOST_RECEIVER_CONTROL_SERVICE_EDITOR_H_
 
@@ -12,8 +12,8 @@
 
 namespace atschost {
 
-// As AIFW_modify_service, AISRV_reset_db and RMGRReload. Functions return false on failure, with
-// nothing changed, and wait for the disk. Any thread.
+// See AIFW_modify_service(), AISRV_reset_db() and RMGRReload(). The functions wait for the disk. On
+// failure they return false and change nothing. Any thread.
 class ServiceEditor {
  public:
   ServiceEditor(ServiceList& services, Player& player, LiveTuner& tuner, EventQueue& events);
@@ -22,7 +22,7 @@ class ServiceEditor {
   bool modify(const AISRV_service_info& record);
   // Removes all services of a source.
   bool reset(uint32_t source);
-  // Reads the stored list anew.
+  // Reloads the stored list.
   bool reload();
 
  private:

@@ -48,7 +48,7 @@ Settings::Settings(const std::string& stateFolder, Clock& clock, AlertSettings& 
 Settings::Values Settings::fromJson(const Json::Value& content) {
   Values values;
   values.source = sourceMember(content);
-  // Older files have the current service alone.
+  // Older files only have the current service.
   if (const Json::Value& current = content["current"]; !current.isNull())
     values.last[values.source] = keyMember(current, values.source);
   const Json::Value& last = content["last"];

@@ -1,4 +1,4 @@
-// The viewer's settings, and what played last.
+// The viewer's settings, and the services that played last.
 #ifndef ATSC_HOST_RECEIVER_CONTROL_SETTINGS_H_
 #define ATSC_HOST_RECEIVER_CONTROL_SETTINGS_H_
 
@@ -18,19 +18,19 @@
 
 namespace atschost {
 
-// Keeps the settings in a file, those of the clock and of the alerts included. Any thread; only
+// Stores the settings in a file, including those of the clock and of the alerts. Any thread. Only
 // sync() and keep() wait for the disk.
 class Settings {
  public:
-  // Loads the settings of the last run, and hands clock and alerts theirs.
+  // Loads the settings of the last run and applies those of the clock and of the alerts.
   Settings(const std::string& stateFolder, Clock& clock, AlertSettings& alerts);
 
-  // The current source, AI_INPUT_*.
+  // Returns the current source, AI_INPUT_*.
   uint32_t source() const;
-  // Returns the source before.
+  // Returns the previous source.
   uint32_t setSource(uint32_t source);
 
-  // The service that played last on a source.
+  // Returns the service that played last on a source.
   std::optional<ServiceKey> last(uint32_t source) const;
   void setLast(const ServiceKey& key);
 
@@ -38,20 +38,20 @@ class Settings {
   // Returns false for a language that is not one of AICN_LANGUAGE_*.
   bool setLanguage(int32_t AudioLanguages::*which, int32_t language);
 
-  // AIAUD_DUAL_*.
+  // Returns the mode, AIAUD_DUAL_*.
   uint32_t dualMode() const;
   // Returns false for an unknown mode.
   bool setDualMode(uint32_t mode);
 
   int32_t alert(int32_t AlertSettings::Values::*which) const;
-  // Returns false, with the value in force, if it cannot be stored.
+  // Returns false, but with the value in force, if it cannot be stored.
   bool setAlert(int32_t AlertSettings::Values::*which, int32_t value);
 
-  // Takes the settings as they are now, for the next sync().
+  // Copies the current settings for the next sync().
   void store();
-  // Writes what store() took. Returns false on failure, which is logged.
+  // Writes the copy of store(). On failure logs the reason and returns false.
   bool sync();
-  // Both.
+  // Calls store() and sync().
   bool keep();
 
  private:
@@ -60,7 +60,7 @@ class Settings {
     std::map<uint32_t, ServiceKey> last;  // by source
     AudioLanguages languages;
     uint32_t dualMode = AIAUD_DUAL_STEREO;
-    // Only in what is stored: clock and alerts hold the present ones.
+    // Used for storing only: clock and alerts have the current values.
     Clock::Setting clock;
     AlertSettings::Values alerts;
   };
