@@ -1,4 +1,4 @@
-// The receiver: what the middleware's modules share.
+// The receiver: the objects that the middleware's modules share.
 #ifndef ATSC_HOST_RECEIVER_RECEIVER_H_
 #define ATSC_HOST_RECEIVER_RECEIVER_H_
 
@@ -25,14 +25,14 @@
 
 namespace atschost {
 
-// Joins the parts: one tuner for playing and scanning, one for the guide; one service list, one
-// play path. Any thread.
+// Combines the parts of the receiver: one tuner for playing and scanning, one for the guide, one
+// service list and one play path. Any thread.
 class Receiver {
  public:
-  // Loads what an earlier run stored in the folder; an empty one stands for none. Antenna and clock
-  // have to outlive the receiver.
+  // Loads the stored state of the folder; an empty name means no folder. Antenna and clock must
+  // outlive the receiver.
   Receiver(const std::string& stateFolder, const Air& air, Clock& clock);
-  // Joins the threads, which use parts that are destroyed before them.
+  // Joins the threads first: they use parts that are destroyed before them.
   ~Receiver() { endThreads(std::nullopt); }
 
   Clock& clock() { return clock_; }
@@ -47,26 +47,28 @@ class Receiver {
   Player& player() { return player_; }
   Scanner& scanner() { return scanner_; }
 
-  // Begins to keep the guide of the listed services.
+  // Starts to receive the guide of the listed services.
   void start() { guideTuner_.start(); }
 
-  // As AIFW_register_frmwrk_app_cb. Notifies a new callback of the guide that is there.
+  // See AIFW_register_frmwrk_app_cb(). Notifies a new callback of the guide that was received
+  // before.
   void setCallback(AIFW_app_callback callback);
 
-  // As AIFW_powerTransition_request.
+  // See AIFW_powerTransition_request().
   bool enterStandby();
 
-  // Changes the settings of parental control, as the functions of AIPC: what changes is in force at
-  // once, and the application is notified. `edit` returns false to refuse; it must not call back.
+  // Changes the settings of parental control for the functions of AIPC. Applies a change at once
+  // and notifies the application. `edit` returns false to change nothing, and must not call this
+  // object.
   bool changeParental(const std::function<bool(ParentalSettings&)>& edit);
 
-  // As AIPC_collect_RRT.
+  // See AIPC_collect_RRT().
   bool collectRatingRegions() { return guideTuner_.beginRound(); }
 
-  // Writes to the log what is under way.
+  // Logs the activities of the receiver.
   void display() const;
 
-  // Ends the threads at exit: waits for the callbacks of the application for a moment only.
+  // Ends the threads at exit. Waits only briefly for callbacks of the application.
   void shutDown();
 
  private:
@@ -87,8 +89,8 @@ class Receiver {
   ServiceList services_;
   Settings settings_;
   Viewing viewing_;
-  Scanner::Outcome guideRound_;  // of the guide tuner's thread
-  // The tuners' threads use all above; playing uses the live tuner, and is used by it.
+  Scanner::Outcome guideRound_;  // used by the guide tuner's thread
+  // The tuners' threads use all members above. Player and LiveTuner use each other.
   LiveTuner liveTuner_;
   Player player_;
   ServiceEditor serviceEditor_;

@@ -90,7 +90,7 @@ void GuideTuner::round() {
       CarrierResult found =
           readCarrier(air_, clock_, source, frequency, thread_.isEnding(), isAsked);
       if (!found.known || !found.locked) continue;
-      // What was replaced meanwhile is read in the next round, or has been by somebody else.
+      // A file that was replaced meanwhile is read in the next round, or was read by another tuner.
       if (!(streamId(found.stream->path) == found.stream)) continue;
       hooks_.take(source, frequency, found);
     } catch (const std::exception& e) {
@@ -100,8 +100,8 @@ void GuideTuner::round() {
   hooks_.roundEnded();
 }
 
-// Whether the carrier's file is not the one that was read. A file that is being written counts once
-// it stays as it is.
+// Returns whether the carrier's file differs from the file that was read. A file that is being
+// written counts when it stops changing.
 bool GuideTuner::isDue(const Carrier& carrier) {
   const std::string path = air_.carrierPath(carrier.first, carrier.second);
   const auto present = path.empty() ? std::nullopt : streamId(path);
@@ -116,7 +116,7 @@ bool GuideTuner::isDue(const Carrier& carrier) {
     seen.changing = *present;
     return false;
   }
-  // Read or not, it is not tried again before it changes.
+  // Not tried again before the file changes, even if reading fails.
   seen.read = *present;
   return true;
 }

@@ -1,4 +1,4 @@
-// The second tuner, which keeps the guide of all carriers.
+// The second tuner, which receives the guide of all carriers.
 #ifndef ATSC_HOST_RECEIVER_TUNERS_GUIDE_TUNER_H_
 #define ATSC_HOST_RECEIVER_TUNERS_GUIDE_TUNER_H_
 
@@ -16,39 +16,40 @@
 
 namespace atschost {
 
-// Reads each listed carrier once, and again when its file has become another one, on a thread of
-// its own. It does not touch the service list. Any thread.
+// Reads each listed carrier once, and again when its file has changed, on its own thread. Does not
+// change the service list. Any thread.
 class GuideTuner {
  public:
   struct Hooks {
-    // Whether somebody else receives the carrier.
+    // Returns whether another tuner receives the carrier.
     std::function<bool(uint32_t source, uint32_t frequency)> isReceived;
     std::function<void(uint32_t source, uint32_t frequency, CarrierResult& found)> take;
-    // A round through the list is over, whether anything was read or not.
+    // Called at the end of a round through the list, whether or not a carrier was read.
     std::function<void()> roundEnded;
   };
 
   GuideTuner(const Air& air, Clock& clock, ServiceList& services, Hooks hooks);
   ~GuideTuner();
 
-  // Starts the thread unless it runs.
+  // Starts the thread if it does not run.
   void start();
 
-  // Begins a round now that reads every listed carrier, even if it has been read, and longer than
-  // for its guide: what comes rarely may be there. Starts the thread. False when nothing is listed.
+  // Starts a round that reads every listed carrier, even if it was read before. Reads longer than
+  // for the guide, to receive tables that are rarely sent. Starts the thread. Returns false when no
+  // service is listed.
   bool beginRound();
 
-  // A carrier was read by somebody else.
+  // Called when another tuner has read a carrier.
   void note(uint32_t source, uint32_t frequency, const StreamId& stream);
 
-  // Stops for good and joins the thread.
+  // Stops permanently and joins the thread.
   void shutDown();
 
  private:
   using Carrier = std::pair<uint32_t, uint32_t>;  // source and frequency
   struct Seen {
     StreamId read;
-    StreamId changing;  // what it was seen to become
+    StreamId changing;  // a change that was seen once
   };
 
   void run();
@@ -63,7 +64,7 @@ class GuideTuner {
   Mutex mutex_;
   CondVar changed_;
   std::map<Carrier, Seen> seen_ GUARDED_BY(mutex_);
-  std::set<Carrier> asked_ GUARDED_BY(mutex_);  // those that beginRound() wants to be read
+  std::set<Carrier> asked_ GUARDED_BY(mutex_);  // requested by beginRound()
   Thread thread_;                               // started under the mutex
 };
 

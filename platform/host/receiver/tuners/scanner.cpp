@@ -21,7 +21,7 @@ struct Scanner::Job {
   AICS_scan_progress progress{};
   std::atomic<bool> stopped{false};  // also read while a carrier is being read
   Outcome outcome;
-  bool reporting = false;  // the callback runs, or is about to
+  bool reporting = false;  // the callback runs or is about to run
   Thread thread;
 };
 
@@ -150,7 +150,7 @@ bool Scanner::visit(Job& job, const RfChannel& channel) {
                                          : progress.tv_services);
   }
 
-  // Under the lock, so that a stopped scan changes nothing after stop() has returned.
+  // With the lock held, so that a stopped scan changes nothing after stop() has returned.
   const MutexLock lock(mutex_);
   const bool running = !isStopped(job);
   if (running && carrier.known) {
@@ -161,7 +161,7 @@ bool Scanner::visit(Job& job, const RfChannel& channel) {
       outcome.listed.emplace(job.source, channel.frequency, id);
   }
   if (!running) {
-    hooks_.ended(outcome);  // the guide is there already
+    hooks_.ended(outcome);  // the guide is already stored
     return false;
   }
   job.outcome.services |= outcome.services;
@@ -172,15 +172,16 @@ bool Scanner::visit(Job& job, const RfChannel& channel) {
   return true;
 }
 
-// Returns false when the scan has been stopped. One callback at a time: that of a stopped scan is
-// awaited. No lock is held during the callback, which may be waiting for whoever calls stop().
+// Returns false when the scan has been stopped. Only one callback runs at a time, so this waits for
+// the callback of a stopped scan. No lock is held during the callback, because it may wait for a
+// thread that calls stop().
 bool Scanner::report(Job& job, int state) {
   const auto isReporting = [](const auto& other) { return other->reporting; };
   MutexLock lock(mutex_);
   while (!isStopped(job) && std::any_of(jobs_.begin(), jobs_.end(), isReporting))
     changed_.wait(lock);
   if (isStopped(job)) return false;
-  // Whoever learns of the end, through the callback, may start the next scan.
+  // The next scan can start as soon as the callback has reported the end.
   if (state == AICS_STATE_OVER) running_.reset();
   job.reporting = true;
   AICS_scan_progress copy = job.progress;

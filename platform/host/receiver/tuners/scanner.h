@@ -19,27 +19,27 @@
 
 namespace atschost {
 
-// Runs one scan at a time, each on a thread of its own: whoever stops or starts one waits for no
-// callback. The callback of a stopped scan only delays what the next one reports.
+// Runs one scan at a time, each on its own thread. Starting and stopping do not wait for callbacks.
+// A callback of a stopped scan only delays reports of the next scan.
 class Scanner {
  public:
-  // What a scan has changed.
+  // Changes made by a scan.
   struct Outcome {
     bool services = false;         // the service list
     bool guide = false;            // a guide was received, changed or not
-    bool guidePartial = false;     // and of one not all that is announced
-    std::set<uint16_t> sourceIds;  // whose guide is another one
-    // Source, frequency and source id of services that are listed anew.
+    bool guidePartial = false;     // a guide was received in part only
+    std::set<uint16_t> sourceIds;  // with a changed guide
+    // Source, frequency and source id of newly listed services.
     std::set<std::tuple<uint32_t, uint32_t, uint16_t>> listed;
   };
   struct Hooks {
-    // Told of each frequency before it is read, on the scan thread and under the scanner's lock:
-    // after stop() no more frequency is tuned.
+    // Called for each frequency before it is read, on the scan thread and under the scanner's lock:
+    // no frequency is tuned after stop().
     std::function<void(uint32_t source, uint32_t frequency)> tune;
-    // Takes what else than services was found on a carrier, on the scan thread.
+    // Receives the other data of a carrier, besides the services, on the scan thread.
     std::function<void(uint32_t source, uint32_t frequency, CarrierResult& found, Outcome& outcome)>
         take;
-    // After the end was reported and before another scan reports anything; or by stop(), under the
+    // Called after the end was reported and before another scan reports, or by stop() under the
     // scanner's lock.
     std::function<void(const Outcome& outcome)> ended;
   };
@@ -47,16 +47,17 @@ class Scanner {
   Scanner(const Air& air, Clock& clock, ServiceList& list, Hooks hooks);
   ~Scanner();
 
-  // As AICS_start_search. False when refused.
+  // See AICS_start_search(). Returns false when refused.
   bool start(const AICS_search_request& request, AICS_scan_callback callback);
 
-  // As AICS_stop_scan. False when no search runs; one whose end is being reported runs no longer.
+  // See AICS_stop_scan(). Returns false when no search runs. A search that reports its end does not
+  // count as running.
   bool stop();
 
   bool isRunning() const;
 
-  // Stops for good and joins the threads of all scans. With `patience` for each, detaches
-  // those whose callback does not return in time; in any case the calling one.
+  // Stops permanently and joins the threads of all scans. With `patience` for each, detaches
+  // threads whose callback does not return in time. Detaches the calling thread.
   void shutDown(std::optional<std::chrono::milliseconds> patience = std::nullopt) EXCLUDES(mutex_);
 
  private:
@@ -71,11 +72,11 @@ class Scanner {
   Clock& clock_;
   ServiceList& list_;
   const Hooks hooks_;
-  mutable Mutex mutex_;  // also of every job
+  mutable Mutex mutex_;  // also guards the jobs
   CondVar changed_;
-  // The jobs with a thread that has not been joined.
+  // Jobs whose thread has not been joined.
   std::list<std::shared_ptr<Job>> jobs_ GUARDED_BY(mutex_);
-  // Reports and changes the list; null when none does.
+  // The job that reports and changes the list, or null.
   std::shared_ptr<Job> running_ GUARDED_BY(mutex_);
   bool shutDown_ GUARDED_BY(mutex_) = false;
 };
