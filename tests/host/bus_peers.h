@@ -1,5 +1,5 @@
-// Both ends of the BUS as the tests need them: a server with all kinds of transactions, a caller,
-// and a peer that keeps no rules.
+// Peers of the BUS for the tests: a server with all kinds of transactions, a client, and a peer
+// that violates the protocol.
 #ifndef ATSC_TESTS_HOST_BUS_PEERS_H_
 #define ATSC_TESTS_HOST_BUS_PEERS_H_
 
@@ -21,10 +21,10 @@ namespace bus_peers {
 
 enum Code : unsigned {
   kEcho = 1,  // the text, then its length
-  kBlock,     // tells 'B', waits for a byte, replies 7
-  kDie,       // tells 'D' and is killed
-  kQuit,      // lets main() return, then as kBlock
-  kLarge,     // a text of as many bytes as asked for
+  kBlock,     // sends 'B' to the test, waits for a byte, replies 7
+  kDie,       // sends 'D' to the test and is killed
+  kQuit,      // makes main() return, then like kBlock
+  kLarge,     // a text of the requested size
   kNothing,   // an empty reply
 };
 
@@ -75,7 +75,7 @@ inline std::string uniqueName(const char* what) {
 
 inline std::string pathOf(const std::string& name) { return "/tmp/.BUS." + name; }
 
-// A socket that is bound to a path.
+// Returns a socket that is bound to a path.
 inline int bound(const std::string& path) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
@@ -94,7 +94,7 @@ class Caller : public BUSClientInterface {
  public:
   explicit Caller(const std::string& name) : BUSClientInterface(name.c_str(), "caller") {}
 
-  // The echoed text; "-" when the call fails, with whatever the reply holds behind it.
+  // Returns the echoed text; when the call fails, "-" and any text of the reply.
   std::string echo(const std::string& text) {
     BUSParam data, reply;
     data.writeCString(text.c_str());
@@ -113,7 +113,7 @@ class Caller : public BUSClientInterface {
   }
 };
 
-// A connection that says what it likes.
+// A connection that sends arbitrary bytes.
 class RawPeer {
  public:
   explicit RawPeer(const std::string& path)
@@ -137,7 +137,7 @@ class RawPeer {
     std::string bytes(size, '\0');
     ::recv(fd_, bytes.data(), size, MSG_WAITALL);
   }
-  // What comes until the other side ends the connection.
+  // Returns all bytes until the peer ends the connection.
   std::string receiveAll() {
     std::string all;
     char bytes[4096];

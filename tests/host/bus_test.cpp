@@ -30,7 +30,7 @@ namespace {
 
 using namespace bus_peers;
 
-// A helper process that has got ready.
+// A helper process that is ready.
 struct Started : Process {
   explicit Started(const std::vector<std::string>& role, bool keepErrors = false)
       : Process(role, keepErrors) {
@@ -82,7 +82,7 @@ TEST(Bus, CarriesParcelsBothWays) {
   EXPECT_EQ(caller.echo("hello"), "hello");
   EXPECT_EQ(ATSC_host_last_transact(), 0);
   EXPECT_EQ(caller.echo(""), "");
-  // Sizes around the buffers of both ends, and the largest.
+  // Sizes around the buffers of client and server, and the maximum.
   for (const size_t size : {4060, 70000, (16 << 20) - 128}) {
     const std::string text(size, 'y');
     EXPECT_TRUE(caller.echo(text) == text) << size;
@@ -111,7 +111,7 @@ TEST(Bus, RunsARequestAtMostOnce) {
   EXPECT_EQ(first.hear(), 'D');
   EXPECT_EQ(first.hear(), 0);
 
-  // The connection to the dead process fails before the request is out: it runs on the new one.
+  // Sending on the connection to the dead process fails, so the request runs on a new connection.
   Started second({"server", name});
   EXPECT_EQ(caller.call(kDie), -1);
   EXPECT_EQ(second.hear(), 'D');
@@ -120,7 +120,7 @@ TEST(Bus, RunsARequestAtMostOnce) {
   EXPECT_EQ(ATSC_host_find(name.c_str()), 0);
 }
 
-// Whatever other processes do, a healthy one is answered while they do it, and nothing stays.
+// A well-behaved process gets answers while others violate the protocol, and nothing is left over.
 TEST(Neighbour, OthersAreServedWhateverAPeerDoes) {
   const std::string name = uniqueName("faults");
   constexpr int kDescriptors = 120;
@@ -378,7 +378,7 @@ TEST(Users, DoNotReachEachOther) {
   if (::geteuid() != 0) GTEST_SKIP() << "needs root to become another user";
   const std::string name = uniqueName("users");
   Started server({"server", name}, true);
-  // Even where the mode of the file would let the stranger in.
+  // Also when the mode of the file allows access to other users.
   ASSERT_EQ(::chmod(pathOf(name).c_str(), 0666), 0);
   Process stranger({"stranger", name});
   EXPECT_EQ(stranger.hear(), 'E') << "a raw connection is ended without a reply";
@@ -392,7 +392,7 @@ TEST(Users, DoNotReachEachOther) {
                                  " of another user (65534) was refused"),
             std::string::npos);
   stranger.kill();
-  ::unlink(pathOf(name + ".stranger").c_str());  // another user's: nobody sweeps it
+  ::unlink(pathOf(name + ".stranger").c_str());  // a file of another user is not swept
 }
 
 TEST(Exit, WaitsForARunningTransactionAndRemovesTheFile) {
@@ -422,7 +422,7 @@ TEST(Exit, DoesNotWaitForAReply) {
   EXPECT_EQ(call.get(), 0);
 }
 
-// What the helper processes do.
+// Roles of the helper processes.
 
 int serverRole(const std::vector<std::string>& words) {
   const std::string& name = words.at(0);
@@ -430,7 +430,7 @@ int serverRole(const std::vector<std::string>& words) {
     const rlimit limit{std::stoul(words[1]), std::stoul(words[1])};
     if (::setrlimit(RLIMIT_NOFILE, &limit) != 0) return 1;
   }
-  new Echo(name);  // lives until the process ends, as the servers of a TV application do
+  new Echo(name);  // lives until the process ends, like the servers of a TV application
   tell('R');
   quit.get_future().wait();
   return 3;
@@ -446,10 +446,10 @@ int claimRole(const std::vector<std::string>& words) {
   return 0;
 }
 
-// What the start-up of the databases asks for, to no avail.
+// Calls the middleware like the start of the databases; the answer is not used.
 void startUp() { AISRV_get_total_services(AI_INPUT_CABLE, 0, nullptr, 0, nullptr); }
 
-// Its commands would never be answered.
+// Does not claim the service's name, so that commands would not be answered.
 int forgetfulRole(const std::vector<std::string>&) {
   startUp();
   startUp();
@@ -474,7 +474,7 @@ int echoRole(const std::vector<std::string>& words) {
   return 0;
 }
 
-// Says how many of some calls were answered, and how long they took.
+// Prints how many of its calls were answered, and how long they took.
 int healthyRole(const std::vector<std::string>& words) {
   Caller caller(words.at(0));
   tell('R');
@@ -495,7 +495,7 @@ int healthyRole(const std::vector<std::string>& words) {
   return 0;
 }
 
-// Is killed after half of a request, or with a byte of a large reply read.
+// Is killed after half of a request, or after reading one byte of a large reply.
 int diesRole(const std::vector<std::string>& words) {
   RawPeer peer(pathOf(words.at(0)));
   if (words.at(1) == "request") {

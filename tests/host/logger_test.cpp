@@ -19,7 +19,8 @@ struct Early {
   LoggerCpp logger{"not used", "early"};
 } early;
 
-// What a process logs at all levels with SPDLOG_LEVEL set to `level`, or not set.
+// Returns the log of a process that logs at all levels with SPDLOG_LEVEL set to `level`, or not
+// set.
 std::string logOf(const char* level) {
   if (level != nullptr) {
     ::setenv("SPDLOG_LEVEL", level, 1);
@@ -58,7 +59,7 @@ TEST(Logger, LinesAreCompleteAndFormattedOnce) {
   for (const size_t length : {511, 512, 100000}) {
     EXPECT_TRUE(has(log, "<" + std::string(length - 2, 'x') + ">\n")) << length;
   }
-  // "[2024-01-31 12:34:56.789] [...", every line; those of threads are not mixed.
+  // Every line is "[2024-01-31 12:34:56.789] [...", so lines of threads are not mixed.
   size_t lines = 0;
   for (size_t at = 0; at < log.size(); at = log.find('\n', at) + 1, ++lines) {
     EXPECT_EQ(log[at], '[');

@@ -1,4 +1,4 @@
-// The program of these tests: runs them, or plays a role as one of their helper processes.
+// The main program of the tests: runs them, or plays a role as one of their helper processes.
 
 #include <gtest/gtest.h>
 

@@ -16,7 +16,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-// A timer and what its handler saw.
+// A timer and the calls of its handler.
 struct Probe {
   Probe() { EXPECT_EQ(OSAL_timer_create("probe", 2, &timer), 0); }
 

@@ -1,4 +1,4 @@
-// Parental control: what is blocked, what keeps a channel closed, and what is stored.
+// Parental control: blocked programmes, locked channels, and stored settings.
 #include "receiver/viewing/parental.h"
 
 #include <gtest/gtest.h>
@@ -36,7 +36,7 @@ const std::pair<std::string, int32_t AIPC_dime_t::*> kLevels[] = {
     {"fra", &AIPC_dime_t::canada_french},
 };
 
-// Of a text such as "tv=4 v=1"; a number is a value of the downloadable dimension 2.
+// Parses a text such as "tv=4 v=1"; a number is a value of the downloadable dimension 2.
 AIPC_dime_t limits(uint32_t region, const std::string& text) {
   AIPC_dime_t made{};
   made.region = region;
@@ -61,7 +61,7 @@ std::string textOf(const AIPC_dime_t& made) {
   return text.substr(0, text.empty() ? 0 : text.size() - 1);
 }
 
-// "1:0=4,1=1 2:0=3": by region, dimensions and values.
+// Parses "1:0=4,1=1 2:0=3": regions with dimensions and values.
 std::vector<Advisory> advisories(const std::string& text) {
   std::vector<Advisory> made;
   std::istringstream in(text);
@@ -191,39 +191,39 @@ TEST(ParentalTest, LimitsAreChangedValueByValue) {
   EXPECT_NE(0, AIPC_drrt_rating_encode(&foreign, 0, 1, 1)) << "no table is known";
 }
 
-// One letter does one thing, see below; L: locked, O: opened, P: blocked, F: free again.
+// Each letter is one step, see below. Events: L locked, O opened, P blocked, F free again.
 TEST(ParentalTest, WhatIsKeptAwayIsToldInOrder) {
   const struct {
     const char* steps;
     const char* told;
   } kCases[] = {
-      {"B", "L"},       // a locked channel begins
-      {"rsBGR", ""},    // changed to with the password
-      {"RsBgR", "L"},   // without
-      {"rBgR", ""},     // as it was made
-      {"GB", ""},       // before it plays
-      {"GRB", "L"},     // for another one, which could not play
+      {"B", "L"},       // a locked channel starts
+      {"rsBGR", ""},    // channel change with the password
+      {"RsBgR", "L"},   // without the password
+      {"rBgR", ""},     // as the gate was created
+      {"GB", ""},       // password before it plays
+      {"GRB", "L"},     // password for another channel, which could not play
       {"GXB", "L"},     // standby
       {"BGg", "LOL"},   //
-      {"BGB", "LOL"},   // again from its beginning
-      {"BB", "LL"},     // each is told
+      {"BGB", "LOL"},   // the same channel starts again
+      {"BB", "LL"},     // each raises an event
       {"Bb", "LO"},     // another channel
-      {"BU", "LO"},     // the password for what plays
-      {"BUu", "LOL"},   // taken back
+      {"BU", "LO"},     // password for the programme
+      {"BUu", "LOL"},   // password revoked
       {"BUsB", "LOL"},  // playing stopped
       {"U", ""},        // nothing plays
-      {"bAK", ""},      // locked by the viewer: it plays on,
-      {"bAKB", "L"},    // until it begins again
+      {"bAK", ""},      // locked by the viewer: continues to play
+      {"bAKB", "L"},    // until it starts again
       {"baK", "L"},     {"baKk", "LO"},     {"bUaK", ""},    {"b1", "P"},
       {"b11", "P"},     {"b1+0", "PF"},     {"b1+2", "PP"},  // another programme
-      {"b1+22", "PP"},  {"b1-", "P"},                        // the guide loses sight of it
-      {"b1-+2", "PP"},  {"b10101+0", "PF"},                  // flutters
+      {"b1+22", "PP"},  {"b1-", "P"},                        // the event is missing in the guide
+      {"b1-+2", "PP"},  {"b10101+0", "PF"},                  // changes quickly
       {"b1020+1", "P"}, {"b1s", "P"},       {"b1sb0", "PF"}, {"b1sb1", "PP"},
-      {"b1U", "PF"},    {"b1U+2", "PF"},                     // and those that follow
-      {"b1Uu", "PFP"},  {"b1Usb2", "PFP"},  {"B1G", "LPO"},  // its opening frees nothing
-      {"B1+0", "LPF"},                                       // nor opens a free programme
-      {"B1U", "LPOF"},  {"b1+01", "PFP"},   {"GFB", "L"},    // which could not be played
-      {"b1+v", "P"},  // the same programme, rated in other words
+      {"b1U", "PF"},    {"b1U+2", "PF"},                     // also for the following programmes
+      {"b1Uu", "PFP"},  {"b1Usb2", "PFP"},  {"B1G", "LPO"},  // opening the lock unblocks nothing
+      {"B1+0", "LPF"},  // a free programme does not open the lock
+      {"B1U", "LPOF"},  {"b1+01", "PFP"},   {"GFB", "L"},  // password for a channel that failed
+      {"b1+v", "P"},  // the same programme with another text of its rating
   };
   for (const auto& each : kCases) {
     std::string told;
@@ -240,7 +240,7 @@ TEST(ParentalTest, WhatIsKeptAwayIsToldInOrder) {
       const auto number = static_cast<uint16_t>(*step - '0');
       switch (*step) {
         case 'B':
-        case 'b':  // begins: locked or not
+        case 'b':  // starts, locked or not
           gate.begin(*step == 'B');
           playing = true;
           break;
@@ -418,7 +418,7 @@ TEST_F(ParentalModuleTest, SettingsAreKeptByTheStoreCallsAlone) {
   check();
   EXPECT_EQ("tv=4", limitOf(1));
 
-  // What no setting can have is refused, with nothing changed.
+  // Invalid settings are refused and change nothing.
   AIPC_parental_details bad = given;
   for (const int32_t region : {0, -1, 256}) {
     bad.region = region;
@@ -444,7 +444,7 @@ TEST_F(ParentalModuleTest, SettingsAreKeptByTheStoreCallsAlone) {
   EXPECT_EQ(1, read.region);
   EXPECT_EQ(0, read.preset_mode + read.enabled + read.rated);
 
-  // A damaged file is set aside.
+  // A damaged file is renamed.
   const fs::path file = state / "parental.json";
   std::stringstream text;
   text << std::ifstream(file).rdbuf();

@@ -1,4 +1,4 @@
-// A helper process of a test: the test program itself, run again in a role.
+// A helper process of a test: runs the test program again in a role.
 #ifndef ATSC_TESTS_HOST_PROCESS_H_
 #define ATSC_TESTS_HOST_PROCESS_H_
 
@@ -17,8 +17,8 @@
 #include <string>
 #include <vector>
 
-// Runs a role with pipes at its standard streams. ATSC_TEST_EMULATOR holds the words that start a
-// program where the tests run under an emulator.
+// Runs a role with pipes as its standard streams. ATSC_TEST_EMULATOR contains the words that start
+// a program under an emulator.
 class Process {
  public:
   explicit Process(std::vector<std::string> role, bool keepErrors = false) {
@@ -69,24 +69,24 @@ class Process {
     if (::write(input_, &byte, 1) != 1) throw std::runtime_error("the process does not listen");
   }
 
-  // The next byte of its standard output; 0 at the end or when nothing comes.
+  // Returns the next byte of standard output; 0 at the end or after a time limit.
   char hear() { return next(output_); }
 
-  // A line of its standard output, without its end.
+  // Returns a line of standard output, without its end.
   std::string hearLine() {
     std::string line;
     for (char byte = hear(); byte != 0 && byte != '\n'; byte = hear()) line += byte;
     return line;
   }
 
-  // All of its error output; for a process that ends.
+  // Returns all error output. For a process that ends.
   std::string errors() {
     std::string text;
     for (char byte = next(errors_); byte != 0; byte = next(errors_)) text += byte;
     return text;
   }
 
-  // The exit status, or minus the signal.
+  // Returns the exit status, or minus the signal.
   int wait() {
     int status = 0;
     if (ended_ || ::waitpid(pid_, &status, 0) != pid_) return -1;
@@ -115,22 +115,21 @@ class Process {
   int errors_ = -1;
 };
 
-// What helper processes do, by the name of the role. A role gets the words behind its name; what it
-// returns is the exit status.
+// A role of helper processes. Receives the words after its name and returns the exit status.
 using Role = int (*)(const std::vector<std::string>& words);
 inline std::map<std::string, Role>& roles() {
   static std::map<std::string, Role> all;
   return all;
 }
 
-// Makes roles known, from a global of the test that uses them.
+// Registers roles. For a global of the test that uses them.
 struct AddRoles {
   explicit AddRoles(const std::map<std::string, Role>& more) {
     roles().insert(more.begin(), more.end());
   }
 };
 
-// For a role: one byte to the test, one byte from it (0 when it has gone).
+// For a role: sends one byte to the test; receives one byte from it (0 after its end).
 inline void tell(char byte) {
   if (::write(STDOUT_FILENO, &byte, 1) != 1) ::_exit(99);
 }

@@ -1,4 +1,4 @@
-// Rating regions: their tables, what is kept of them, and what is answered.
+// Rating regions: their tables, stored tables, and the answers of AIPC.
 #include "receiver/viewing/rating_regions.h"
 
 #include <gtest/gtest.h>
@@ -30,7 +30,7 @@ Bytes counted(const Bytes& bytes) { return Bytes{static_cast<uint8_t>(bytes.size
 Bytes text(const std::string& latin) {
   return counted(Bytes{1, 'e', 'n', 'g', 1, 0, 0} + counted(Bytes(latin.begin(), latin.end())));
 }
-// What follows the protocol version: one graduated dimension with two values.
+// Returns the part after the protocol version: one graduated dimension with two values.
 Bytes suitability(const std::string& name) {
   return text(name) + Bytes{1} + text("Suitability") + Bytes{0xF2, 0, 0} + text("All") +
          text("For all") + be16(0xFC00);
@@ -39,14 +39,14 @@ Bytes rrt(uint8_t region, const Bytes& body, unsigned version = 1) {
   return section(0xCA, 0xFF00u | region, Bytes{0} + body, version);
 }
 
-// Latin-1 of a UTF-16BE text.
+// Converts a UTF-16BE text to Latin-1.
 std::string latin(const std::string& text) {
   std::string plain;
   for (size_t i = 1; i < text.size(); i += 2) plain += text[i];
   return plain;
 }
 
-// "fault", or the names of a region and its dimensions with their values.
+// Returns "fault", or the names of a region and its dimensions with their values.
 std::string told(const Bytes& bytes) {
   RatingRegion region;
   if (atschost::readRatingRegion(bytes.data(), bytes.size(), region)) return "fault";
@@ -77,7 +77,7 @@ std::vector<atschost::RatingRegionTable> received(const std::vector<Bytes>& tabl
   return decoder.takeRatingRegions();
 }
 
-// The first table of a capture.
+// Returns the first table of a capture.
 Bytes capturedTable(const Bytes& stream) {
   PsipDecoder decoder;
   atschost::SectionAssembler assembler;
@@ -90,7 +90,7 @@ Bytes capturedTable(const Bytes& stream) {
   return tables.empty() ? Bytes{} : tables.front().section;
 }
 
-// The first bytes of a section, made a section again.
+// Returns the first bytes of a section as a valid section.
 Bytes cut(const Bytes& whole, size_t size) {
   Bytes bytes(whole.begin(), whole.begin() + static_cast<ptrdiff_t>(size));
   bytes[1] = static_cast<uint8_t>(0xF0 | (size - 3) >> 8);
@@ -143,7 +143,7 @@ TEST(RatingRegionTable, IsReadWholeOrDropped) {
     }
   }
 
-  // The former table stays.
+  // The previous table stays.
   PsipDecoder decoder;
   const Bytes broken = rrt(5, {0, 0, 0xFC, 0}, 2);
   EXPECT_STREQ(nullptr, push(decoder, good));
@@ -207,7 +207,7 @@ TEST(RatingRegionsTest, AreKeptAcrossRestarts) {
   EXPECT_FALSE(homeless.store());
 }
 
-// What AIPC says of a value, its dimension and its region; "none" where a call fails.
+// Returns the answers of AIPC for a value, its dimension and its region; "none" when a call fails.
 std::string answer(uint8_t region, uint8_t dimension, uint8_t value, uint16_t room = AIPC_TEXT_SIZE,
                    uint32_t input = 1) {
   std::vector<Bytes> buffers(4, Bytes(room));

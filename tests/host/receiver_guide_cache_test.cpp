@@ -1,4 +1,4 @@
-// The event cache that the guide's tables make, and what fills it.
+// The event cache: its updates by the guide's tables, and how tables are collected.
 #include <gtest/gtest.h>
 
 #include <future>
@@ -26,7 +26,7 @@ TEST(GuideCache, UnitesInstancesAndKeepsWhatWasNotRenewed) {
   EXPECT_EQ(1000u - 18 + kGpsEpoch, guide.events(kAir, kChannel14, 3)->front().start);
   EXPECT_TRUE(guide.events(kAir, 479000000, 3)->empty());
 
-  // Tuned again: what is announced stays until it comes.
+  // After tuning again, announced tables stay until they are received.
   PsipDecoder again;
   EXPECT_TRUE(guide.update(kAir, kChannel14, again.guide(), 15).events.size()) << "other times";
   push(again, kBase, mgt({{0x0100, kEit0, 2}, {0x0200, kEtt0, 1}}));
@@ -67,7 +67,7 @@ TEST(GuideCache, AScanReadsUntilAllIsKnown) {
                         mgt({{0x0100, kEit0, version}, {0x0200, kEtt0, version}})}) +
         packets(0, {pat({{9, 0x1FFF}})}) +
         packets(kEit0, {eit(3, {{1, 1000, text(title)}}, version)});
-    // Some tables come once, before what tells of them; the time comes last.
+    // Some tables are sent once, before the table that announces them; the system time is last.
     return packets(kEtt0, etts) + eits + round + round + round +
            packets(kBase, {psip::stt(1000, 15)});
   };
@@ -92,7 +92,7 @@ TEST(GuideCache, AScanReadsUntilAllIsKnown) {
 
 TEST(GuideTuner, ReadsWhatNobodyReceivesAnyMoreAndWhatIsAskedFor) {
   Air air;
-  // A rating region table comes long after all else is known.
+  // A rating region table is sent long after all other tables.
   const Bytes region = Bytes{0} + counted(text("Far")) + Bytes{1, 0, 0xE0} + be16(0xFC00);
   Bytes idle;
   for (int i = 0; i < 1000; ++i) idle = idle + packets(0x1FFE, {section(0x40, 0, Bytes(150))});
@@ -104,7 +104,7 @@ TEST(GuideTuner, ReadsWhatNobodyReceivesAnyMoreAndWhatIsAskedFor) {
   atschost::ServiceList list(state.path());
   atschost::Service service;
   service.key = {5, 1, kChannel14, kAir};
-  std::promise<size_t> read, readAgain;  // how many such tables
+  std::promise<size_t> read, readAgain;  // number of rating region tables
   int asked = 0, reads = 0;
   const auto take = [&](uint32_t, uint32_t, atschost::CarrierResult& found) {
     if (++reads <= 2) (reads == 1 ? read : readAgain).set_value(found.ratingRegions.size());

@@ -48,7 +48,7 @@ TEST(GuideText, CompressionsModesAndLanguages) {
   const Bytes paper = {0xF1, 0xE7, 0xDF, 0x94, 0x2B, 0x60, 0xD7, 0x00};
   const Bytes rocky = {0xD3, 0x86, 0x32, 0x58};
   const Bytes russian = {0x12, 0x9C, 0xBE, 0xC1, 0xBA, 0xB2, 0xB0};
-  // Every kind of tag of single-byte mode, and windows beyond the first plane.
+  // All tags of single-byte mode, and windows beyond the first plane.
   const Bytes allWindows = {0x41, 0xDF, 0x12, 0x81, 0x03, 0x5F, 0x10, 0xDF, 0x1B, 0x03, 0xDF, 0x1C,
                             0x88, 0x80, 0x0B, 0xBF, 0xFF, 0xFF, 0x0D, 0x0A, 0x41, 0x10, 0xDF, 0x12,
                             0x81, 0x03, 0x5F, 0x10, 0xDF, 0x13, 0xDF, 0x14, 0x80, 0x15, 0xFF};
@@ -89,7 +89,7 @@ TEST(GuideText, CompressionsModesAndLanguages) {
        Bytes{2} + stringOf("fra", {segment(0, 0, {'f'})}) + stringOf("spa", {segment(0, 0, {'s'})}),
        u"f"},
       {"longer than wanted", text(std::string(255, 'x')), std::u16string(50, u'x')},
-      // Damage.
+      // Damaged texts.
       {"no bytes", {}, u""},
       {"more strings, segments than there are", {255, 'e', 'n', 'g', 255, 0, 0, 1, 'a', 0}, u"a"},
       {"segment past the end", {1, 'e', 'n', 'g', 1, 0, 0, 200, 'a'}, u""},
@@ -215,7 +215,7 @@ TEST(GuideCapture, ThreePrograms) {
   }
   Guide guide;
   guide.update(kAir, kChannel14, decoder.guide(), decoder.gpsUtcOffset());
-  std::map<uint16_t, std::string> withText;  // the hours that have one
+  std::map<uint16_t, std::string> withText;  // the hours that have a text
   for (const uint16_t sourceId : {3, 4, 5}) {
     const auto events = guide.events(kAir, kChannel14, sourceId);
     ASSERT_EQ(7u, events->size());
@@ -263,7 +263,7 @@ TEST(GuideTables, NewVersionsReplaceWhenWhole) {
   push(decoder, kEit0, inParts(eit(3, {{2, 200, text("first")}}, 2), 0, 1));
   EXPECT_EQ((Texts{"0 3 first", "0 3 second"}), titles(decoder.guide()));
 
-  // Texts beside them on the same PID, all of one table_id_extension.
+  // Texts on the same PID, all with the same table_id_extension.
   push(decoder, kEit0, ett(3, 2, text("two")));
   push(decoder, kEit0, ett(3, 3, text("three")));
   push(decoder, kEit0, ett(3, 3, text("tres"), 2));
@@ -288,7 +288,7 @@ TEST(GuideTables, CompleteWhenEveryPidRepeatedItself) {
   for (const Bytes& table : {message, message}) push(decoder, kEtt0, table);
   EXPECT_TRUE(decoder.guideComplete());
 
-  // Nothing comes on one PID, and a table is never whole.
+  // One PID has no tables, and one table is never complete.
   push(decoder, kBase, mgt({{0x0100, kEit0, 2}, {0x0101, kEit1, 1}, {0x0200, kEtt0, 2}}, 3));
   for (const Bytes& table : {first, first}) push(decoder, kEit0, table);
   decoder.giveUpSilent();
@@ -313,7 +313,8 @@ TEST(GuideTables, TheMgtRenumbersDropsAndRenews) {
   EXPECT_EQ((Texts{"0 3 now", "0 9 else"}), titles(decoder.guide()));
   EXPECT_FALSE(decoder.wants(kEit0));
 
-  // A new version without source 9 and the text of event 3: the old ones go once that is sure.
+  // A new version without source 9 and the text of event 3: the old tables stay until this is
+  // certain.
   push(decoder, kBase, mgt({{0x0100, kEit1, 4}, {0x0200, kEtt0, 4}}, 3));
   const Bytes kept = eit(8, {{6, 200, text("kept")}}, 4);
   push(decoder, kEit1, kept);
@@ -376,7 +377,7 @@ TEST(GuideTables, SurviveHostileSections) {
   EXPECT_TRUE(event.captions);
   EXPECT_EQ((std::vector<uint8_t>{0x20, 0x21}), event.genres);
 
-  // A descriptor that is cut off costs itself, an event that is cut off its table.
+  // A truncated descriptor is dropped; a truncated event drops its table.
   EXPECT_STRNE(nullptr, push(decoder, kEit0,
                              eit(4, {{1, 100, text("kept"), captions + Bytes{0x87, 9, 1}}})));
   EXPECT_TRUE(decoder.guide().eits.at({0, 4}).at(0).captions);
@@ -388,7 +389,7 @@ TEST(GuideTables, SurviveHostileSections) {
   EXPECT_STRNE(nullptr, push(decoder, kEit0, sealed(tooMany)));
   EXPECT_EQ(0u, decoder.guide().eits.count({0, 5}));
 
-  // Texts without end are not all kept.
+  // The total size of texts is limited.
   PsipDecoder flooded;
   push(flooded, kBase, plan);
   const char* fault = nullptr;

@@ -1,4 +1,4 @@
-// The stream of the service that plays: its events, the clock, changes on the air, alerts.
+// The stream of the playing service: its events, the clock, changes on the air, alerts.
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
@@ -43,10 +43,10 @@ using Texts = std::vector<std::string>;
 constexpr uint32_t kAir = AI_INPUT_TERRESTRIAL;
 constexpr uint32_t kCable = AI_INPUT_CABLE;
 constexpr uint32_t kChannel14 = 473000000;
-constexpr uint32_t kChannel16 = 485000000;  // its guide is one test's alone
-constexpr uint32_t kEpoch = 315964800;      // GPS, as Unix time
+constexpr uint32_t kChannel16 = 485000000;  // used for the guide of one test only
+constexpr uint32_t kEpoch = 315964800;      // GPS epoch in Unix seconds
 
-// What was reported, with what the middleware told during the call.
+// A reported event, with answers of the middleware during the callback.
 struct Reported {
   AFW_event_t event;
   std::optional<AIFW_time_data> time;
@@ -67,7 +67,7 @@ class EventLog {
     std::lock_guard<std::mutex> lock(mutex_);
     log_.clear();
   }
-  // Waits for an event and takes it with all before it.
+  // Waits for an event and removes it and all events before it.
   std::vector<Reported> takeUntil(AFW_event_t event) {
     std::unique_lock<std::mutex> lock(mutex_);
     auto end = log_.begin();
@@ -126,7 +126,7 @@ Events eventsOf(const std::vector<Reported>& log, const Events& ofInterest) {
 const Events kServiceEvents{AFW_SERVICE_DELETED, AFW_SERVICE_ADDED, AFW_SERVICE_UPDATE,
                             AFW_SERVICE_BUILD_COMPLETED};
 
-// PSIP of one service, source id 3, with two programmes.
+// PSIP of one service with source id 3 and two programmes.
 constexpr uint32_t kStart = 1200000000;
 constexpr uint8_t kOffset = 17;
 Bytes guideStream(unsigned version = 1, const std::string& title = "News") {
@@ -177,7 +177,7 @@ class ReceiverLiveTest : public testing::Test {
     AIFW_stop_curr_src();
     scan(kAir);
     scan(kCable);
-    scan(kCable, 75000000);  // by now all is told of the others
+    scan(kCable, 75000000);  // all other events have been reported
     AIFW_register_frmwrk_app_cb(record);
     eventLog.clear();
   }
@@ -185,7 +185,7 @@ class ReceiverLiveTest : public testing::Test {
     AIFW_stop_curr_src();
     AIFW_register_frmwrk_app_cb(nullptr);
   }
-  // Lists what a carrier has and plays it.
+  // Scans a carrier and plays it.
   void play(uint32_t source, const Bytes& stream) {
     const uint32_t frequency = source == kCable ? 123000000 : kChannel14;
     air_.write(source, frequency, stream);
@@ -220,12 +220,12 @@ TEST_F(ReceiverLiveTest, TuningTellsLockTimeAndGuideInOrder) {
   EXPECT_EQ(0, AIST_get_cur_time_secs(&now));
   EXPECT_LT(now - (kStart + 60 - kOffset + kEpoch), 60u);
 
-  // Another version of the guide. The time was told, and is not again.
+  // Another version of the guide. The time was reported before and is not reported again.
   air_.write(kAir, kChannel16, guideStream(2, "Weather"));
   EXPECT_EQ((Events{AFW_STT_UPDATE, AFW_EIT_UPDATE, AFW_EPG_UPDATE, AFW_EPG_COMPLETE}),
             eventsOf(eventLog.takeUntil(AFW_EPG_COMPLETE), inOrder));
 
-  // The clock comes to where the next programme begins.
+  // The clock reaches the start of the next programme.
   ATSC_host_set_clock(kStart + 3600 - kOffset + kEpoch - 1);
   eventLog.takeUntil(AFW_EVENT_TRANSITION);
 }
@@ -238,7 +238,7 @@ TEST_F(ReceiverLiveTest, ServicesThatChangeOnTheAirAreListedAndTold) {
             eventsOf(eventLog.takeUntil(AFW_SERVICE_BUILD_COMPLETED), kServiceEvents));
   EXPECT_EQ((Texts{"5-1 RENAMED", "5-3 NEW"}), labels(kAir));
 
-  // A version that is broken, then no table at all: nothing is known to be gone.
+  // A broken version, then no table: nothing is known to be removed.
   Bytes broken = vct(0xC8, {{"BROKEN", 5, 1, 3}}, 3);
   broken.back() ^= 1;
   for (const Bytes& stream : {packets(0x1FFB, {broken, psip::stt(kStart, kOffset)}),
@@ -253,7 +253,7 @@ TEST_F(ReceiverLiveTest, ServicesThatChangeOnTheAirAreListedAndTold) {
             eventsOf(eventLog.takeUntil(AFW_SERVICE_BUILD_COMPLETED), kServiceEvents));
   EXPECT_EQ((Texts{"49  2"}), streams(rows(kAir)[0]));
 
-  // A PMT that never comes does not hold up the others' names.
+  // A missing PMT does not delay the names of other services.
   air_.write(kAir, kChannel14,
              named({{1, "AGAIN"}, {3, "NEW"}}, 5) + packets(0, {pat({{3, 0x30}, {5, 0x31}})}) +
                  packets(0x30, {pmt(3, {{2, 49, {}}})}));
@@ -296,7 +296,7 @@ TEST_F(ReceiverLiveTest, ACarrierThatGoesAndComesBackIsNoticed) {
   EXPECT_EQ((Events{AFW_TUNER_LOCKED, AFW_CHANNEL_PLAY_SUCCESS}),
             eventsOf(eventLog.takeUntil(AFW_CHANNEL_PLAY_SUCCESS), lockEvents));
 
-  // Cut off in the middle, in its place.
+  // Truncated in place.
   fs::resize_file(air_.path(kAir, kChannel14), 100);
   eventLog.takeUntil(AFW_CHANNEL_PLAY_FAILURE);
   EXPECT_EQ((Texts{"5-1 GOOD"}), labels(kAir));
@@ -313,7 +313,7 @@ TEST_F(ReceiverLiveTest, TheGuideOfOtherCarriersIsKeptToo) {
   EXPECT_EQ(std::vector<uint32_t>{3}, log[log.size() - 2].sourceIds);
   EXPECT_EQ(2, log[log.size() - 2].guideEvents);
 
-  // A scan keeps it, too.
+  // A scan keeps the service, too.
   air_.write(kAir, 57000000,
              packets(0x1FFB, {vct(0xC8, {{"OTHER", 6, 1, 8}}), psip::mgt({{0x100, 0x1D00}})}) +
                  packets(0x1D00, {psip::eit(8, {{1, kStart, 3600, "Show"}})}));
@@ -335,8 +335,8 @@ TEST_F(ReceiverLiveTest, TheGuideOfOtherCarriersIsKeptToo) {
   EXPECT_EQ(Events{AFW_EPG_COMPLETE},
             eventsOf(eventLog.takeUntil(AFW_EPG_COMPLETE), {AFW_EPG_UPDATE, AFW_EPG_COMPLETE}));
 
-  // Whoever keeps the guide of the current source alone is told when that is another one, and when
-  // it begins to listen.
+  // An application that keeps the guide of the current source only is notified when the source
+  // changes, and when it registers its callback.
   play(kCable, packets(0x1FFB, {vct(0xC9, {{"CABLE", 7, 1, 9}})}));
   ASSERT_EQ(0, AIFW_play_first_service(kAir, 57000000));
   EXPECT_EQ((std::vector<uint32_t>{3, 8}), eventLog.takeUntil(AFW_EPG_UPDATE).back().sourceIds);
@@ -388,7 +388,7 @@ TEST(ReceiverEventsTest, UpdatesAreSplitAndBelongToTheirEvent) {
   static std::promise<std::vector<uint32_t>> done;
   EventQueue events;
   queue = &events;
-  events.raise(AFW_EPG_COMPLETE);  // nobody listens
+  events.raise(AFW_EPG_COMPLETE);  // no callback
   events.setCallback([](AFW_event_t event, void*) {
     static std::vector<uint32_t> counts;
     if (event == AFW_EPG_COMPLETE) done.set_value(counts);
@@ -421,7 +421,7 @@ TEST(ReceiverAlertsTest, StartOnceByPriorityAndEndInTime) {
   const auto t = std::chrono::steady_clock::now();
   alerts.receive(alert(1, 3, 10), t, {});
   alerts.receive(alert(1, 3, 10), t, {});
-  // Takes its place, like none of the many before it.
+  // The last of many alerts replaces the first; the others never start.
   for (int i = 0; i < 100; ++i)
     for (const uint8_t sequence : {4, 3, 2}) alerts.receive(alert(sequence, 11, 10), t, {});
   alerts.check(t + seconds(1), {});
@@ -462,7 +462,7 @@ TEST(ReceiverAlertsTest, OnlyThoseThatAreWantedAreReported) {
   using Values = AlertSettings::Values;
   const Values all, medium{1, 0, 0}, high{2, 0, 0}, maximum{3, 0, 0}, repeated{0, 1, 0},
       cable{0, 0, 1};
-  // Two seconds apart.
+  // Messages arrive two seconds apart.
   struct Message {
     uint8_t sequence;
     uint16_t event;
@@ -473,7 +473,7 @@ TEST(ReceiverAlertsTest, OnlyThoseThatAreWantedAreReported) {
     const char* name;
     uint32_t source;
     std::vector<Message> messages;
-    std::string expected;  // priorities of those that start, '.' where one stops
+    std::string expected;  // priorities of alerts that start, '.' where an alert stops
   } cases[] = {
       {"all", kAir, {{1, 1, 0, all}, {2, 2, 3, all}, {3, 3, 15, all}}, "3 . 15 . "},
       {"medium", kAir, {{1, 1, 3, medium}, {2, 2, 7, medium}, {3, 3, 6, medium}}, "7 . "},
@@ -585,23 +585,23 @@ TEST(ReceiverClockTest, FollowsTheFirstTimeOfEachStreamAndRunsOn) {
   EXPECT_TRUE(effect.timeChanged && !effect.detailsChanged);
   EXPECT_EQ(kStart - 18 + kEpoch, clock.now(t));
 
-  // The stream begins anew: its time does not.
+  // The stream starts again, but its time runs on.
   effect = clock.follow(a, at(kStart), t + seconds(100));
   EXPECT_FALSE(effect.timeChanged);
   EXPECT_EQ(kStart + 100 - 18 + kEpoch, clock.now(t + seconds(100)));
   EXPECT_EQ(kStart + 100, clock.stationTime(a, t + seconds(100)));
-  // A stream made together with it, seen before.
+  // A stream that was made together with the first, read before.
   EXPECT_FALSE(clock.follow(b, at(kStart), t + seconds(100)).timeChanged);
   // Another offset.
   effect = clock.follow(b, at(kStart, 17), t + seconds(100));
   EXPECT_TRUE(effect.detailsChanged && effect.timeChanged);
   EXPECT_EQ(kStart + 101 - 17 + kEpoch, clock.now(t + seconds(100)));
-  // Another content of the same file, and any time at all.
+  // Another content of the same file, and extreme times.
   StreamId replaced = a;
   replaced.inode = 9;
   EXPECT_TRUE(clock.follow(replaced, at(kStart + 50, 17), t + seconds(100)).timeChanged);
   EXPECT_EQ(kStart + 50 - 17 + kEpoch, clock.now(t + seconds(100)));
-  // One that was made together with the others and is first read now.
+  // A stream that was made together with the others and is read now for the first time.
   const StreamId late{"d", 1, 4, 100, 1};
   clock.follow(late, at(kStart, 17), t + seconds(200));
   EXPECT_EQ(kStart + 200 - 17 + kEpoch, clock.now(t + seconds(200)));

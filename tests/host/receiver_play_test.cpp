@@ -1,4 +1,5 @@
-// What a viewer does with the remote: sources, channels, audio, standby, changes of the list.
+// Actions of a viewer with the remote control: sources, channels, audio, standby, changes of the
+// list.
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
@@ -76,7 +77,7 @@ AIFW_channel_change_request change(uint32_t mode, uint32_t source = kAir, uint16
   return {mode, source, AISRV_SERVICE_MASK, major, minor, 0, 0xFFFF, source};
 }
 
-// A record that lends its name.
+// A record with a name buffer.
 struct Record : AISRV_service_info {
   Record(uint16_t majorPart, uint16_t minorPart, uint32_t hertz, std::string text = {},
          uint32_t source = kAir)
@@ -124,7 +125,7 @@ TEST(ReceiverAudioTest, TheTrackIsChosenByLanguageAmongMainTracks) {
       {{"gerd", "engh"}, 0, kEng, kSpa, 1},
       {{"", "ger"}, 0, kEng, kSpa, 1},
       {{"eng", "engd"}, 2, kEng, kSpa, 2},
-      {{"ger", "eng"}, 3, kEng, kSpa, 2},  // the chosen one is gone
+      {{"ger", "eng"}, 3, kEng, kSpa, 2},  // the chosen track is gone
   };
   for (const auto& each : kCases) {
     std::vector<AISRV_pid_info> tracks;
@@ -208,7 +209,7 @@ TEST_F(ReceiverPlayTest, EachSourceRemembersWhatPlayedLast) {
   EXPECT_TRUE(receiver.player().playSource(kAir));
   EXPECT_EQ("9-2", number(receiver.player().current()));
 
-  // Another source becomes the current one, without playing.
+  // Another source becomes the current source, without playing.
   receiver.player().stopTuning();
   EXPECT_EQ(0u, receiver.player().tuning().frequency);
   EXPECT_TRUE(receiver.player().followTuner(receiver.player().tunerSource()));
@@ -218,7 +219,7 @@ TEST_F(ReceiverPlayTest, EachSourceRemembersWhatPlayedLast) {
   EXPECT_EQ("300-0", number(receiver.player().current()));
   EXPECT_FALSE(receiver.player().isPlaying());
 
-  // A failure changes nothing; what is deleted does not play by itself.
+  // A failure changes nothing. Deleted services do not play on their own.
   fs::remove(air_.path(kAir, kChannel14));
   EXPECT_FALSE(receiver.player().playSource(kAir));
   EXPECT_FALSE(receiver.player().changeChannel(change(AIFW_CHANGE_DIRECT, kAir, 9, 1)));
@@ -248,14 +249,15 @@ TEST_F(ReceiverPlayTest, StandbyRefusesToPlayAndGoesOnAfterwards) {
     EXPECT_TRUE(receiver.player().isPlaying());
     EXPECT_EQ("9-2", number(receiver.player().current()));
   }
-  receiver.player().setAudioLanguage(&AudioLanguages::first, kFre);  // there is something to store
+  receiver.player().setAudioLanguage(&AudioLanguages::first,
+                                     kFre);  // to be stored
   fs::remove_all(state_);
   std::ofstream(state_) << "a file where the folder should be";
   EXPECT_FALSE(receiver.enterStandby());
   EXPECT_FALSE(receiver.player().playFirst(kAir, 0)) << "it is in standby all the same";
 }
 
-// Each of them fails where nothing can be stored, with nothing changed, and succeeds afterwards.
+// Each function fails and changes nothing when the state cannot be stored, and succeeds afterwards.
 TEST_F(ReceiverPlayTest, WhatCannotBeStoredIsRefusedAndNothingIsLost) {
   air_.write(kAir, kChannel14, {});
   TestReceiver receiver(state_);
@@ -411,7 +413,7 @@ void note(AFW_event_t event, void*) {
   raised.push_back(event);
   eventRaised.notify_all();
 }
-// Waits for an event that comes after this call's `action`.
+// Runs `action` and waits for a later event.
 void await(AFW_event_t event, const std::function<void()>& action) {
   {
     std::lock_guard<std::mutex> lock(eventMutex);
@@ -461,7 +463,7 @@ TEST_F(ReceiverPlayTest, WhatTheViewerSetSurvivesScansLiveTablesAndRestarts) {
   EXPECT_EQ(0, AIFW_modify_service(AIFW_SERVICE_ADD, &renamed));
   EXPECT_EQ(uint32_t{AISRV_FLAG_VISIBLE}, rows(kAir)[0].info.AISRV_flags_);
 
-  // The air has it now, and then no more: by a scan and while it plays.
+  // The carrier has the service and later drops it: in a scan and while it plays.
   air_.write(kAir, kChannel14, carrier({{1, "GOOD"}, {9, "THEIRS"}}, 2, two));
   scan(kAir, kChannel14);
   EXPECT_EQ((Texts{"5-1 RENAMED", "5-9 MINE"}), labels(kAir));

@@ -159,7 +159,7 @@ TEST_F(ReceiverScanTest, ReplacesOnlyTheFrequenciesOfItsSource) {
   fs::remove(air_.path(kCable, kChannel14));
   scan(kCable, kChannel14);
 
-  // What cannot be read is not known to be gone.
+  // Services of an unreadable carrier stay.
   fs::remove(air_.path(kAir, kChannel14));
   fs::create_directory(air_.path(kAir, kChannel14));
   scan(kAir);
@@ -180,7 +180,8 @@ TEST_F(ReceiverScanTest, FindsItsOwnTablesInAnyOrder) {
   EXPECT_EQ((Texts{"49  2"}), streams(list[0]));
 }
 
-// A callback that waits, as one does whose message is being handled by the process that stops.
+// A callback that waits, like a callback whose message is being handled by the process that stops
+// the scan.
 struct Gate {
   std::promise<void> reached, opened;
   std::atomic<int> calls{0};
@@ -210,7 +211,7 @@ TEST_F(ReceiverScanTest, StopKeepsWhatWasFoundAndWaitsForNoCallback) {
   EXPECT_EQ(0, AIFE_get_tuning_details(AIFE_MAIN_TUNER, AIFE_MAIN_PATH, &tuning));
   EXPECT_EQ(kChannel14, tuning.frequency);
 
-  // The next scan starts at once, but reports nothing while the old callback is waiting.
+  // The next scan starts at once, but reports nothing until the old callback returns.
   const int calls = blocked.calls;
   static std::promise<bool> begun, ended;
   ASSERT_EQ(0, startScan(kAir, 0, [](void*, int state) {

@@ -1,4 +1,4 @@
-// What a receiver keeps from run to run, and playing.
+// Stored state of a receiver, and playing.
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <sys/resource.h>
@@ -112,7 +112,7 @@ TEST_F(ReceiverStateTest, ServiceFoundAgainKeepsWhatTheViewerSet) {
   }
   const std::string set = replaced(replaced(content(services_), "\"flags\" : 1", "\"flags\" : 13"),
                                    "\"favourites\" : 0", "\"favourites\" : 48");
-  // As older versions wrote it.
+  // The format of older versions.
   write(services_, replaced(replaced(set, "\"added\" : false,", ""), "\"audio\" : 0,", ""));
   TestReceiver receiver(state_);
   Service again = service(9, 1, kChannel14);
@@ -185,7 +185,7 @@ AIFW_channel_change_request change(uint32_t mode, uint16_t major = 0, uint16_t m
   return {mode, kAir, AISRV_SERVICE_MASK, major, minor, 0, record, kAir};
 }
 
-// While it lives, one more file can be opened.
+// Allows one more file to be opened during its lifetime.
 class OneFile {
  public:
   OneFile() {
@@ -240,10 +240,10 @@ TEST_F(ReceiverStateTest, ChannelsChangeInOrder) {
     AIFW_channel_change_request request;
     const char* now;
   } kCases[] = {
-      {change(AIFW_CHANGE_UP), "10-1@479"},  // passes over what is skipped, deleted or lost
+      {change(AIFW_CHANGE_UP), "10-1@479"},  // not skipped, deleted or lost services
       {change(AIFW_CHANGE_UP), "9-1@473"},
       {change(AIFW_CHANGE_DOWN), "10-1@479"},
-      {change(AIFW_CHANGE_DIRECT, 9, 2), "9-2@473"},  // a skipped one can be chosen
+      {change(AIFW_CHANGE_DIRECT, 9, 2), "9-2@473"},  // a skipped service can be chosen
       {change(AIFW_CHANGE_UP), "10-1@479"},
       {change(AIFW_CHANGE_DIRECT, 9, 1), "9-1@473"},
       {change(AIFW_CHANGE_DIRECT, 9, 1, listed(receiver)[1].record), "9-1@479"},
@@ -261,7 +261,8 @@ TEST_F(ReceiverStateTest, ChannelsChangeInOrder) {
   receiver.player().stopPlaying();
   EXPECT_FALSE(receiver.player().isPlaying());
 
-  // The current service is there again after a restart, not playing; it is none once not listed.
+  // The current service is known after a restart, but does not play. There is none when it is no
+  // longer listed.
   receiver.settings().store();
   EXPECT_TRUE(receiver.services().store());
   EXPECT_TRUE(receiver.settings().sync());

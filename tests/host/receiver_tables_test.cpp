@@ -1,4 +1,4 @@
-// What services are made of, and that no broadcast harms the receiver.
+// Services built from tables, and broadcasts that try to harm the receiver.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -96,7 +96,7 @@ TEST_F(ReceiverTablesTest, APmtMayRateItsProgram) {
   const std::pair<uint16_t, Bytes> tables[] = {
       {0, pat({{3, 0x30}, {4, 0x30}, {5, 0x30}})},
       {0x30, pmt(3, {{2, 49, {}}}, language("eng") + advisory)},
-      {0x30, pmt(4, {{2, 65, advisory}})},  // of a stream, which is no place for it
+      {0x30, pmt(4, {{2, 65, advisory}})},  // at a stream, where it is ignored
       {0x30, pmt(5, {{2, 66, {}}}, descriptor(0x87, {0xC2, 1, 1, 0, 3, 0, 2, 9, 0}))},  // cut off
   };
   for (const auto& [pid, table] : tables)
@@ -113,7 +113,7 @@ TEST_F(ReceiverTablesTest, CableNumbersMayHaveOnePart) {
   const std::vector<Row> list = receive(kCable, kCable14, packets(0x1FFB, {cable}));
   ASSERT_EQ((Texts{"1007-7 TWO", "1031-0 ONE", "16383-0 MAX"}), labels(list));
   EXPECT_EQ(uint32_t(AI_MODULATION_QAM), list[0].info.modulation);
-  // Each band has its own table.
+  // Each source has its own kind of table.
   EXPECT_EQ(Texts{}, labels(receive(kAir, kChannel14, packets(0x1FFB, {cable}))));
 }
 
@@ -143,7 +143,7 @@ TEST_F(ReceiverTablesTest, SurvivesHostileStreams) {
   Bytes subtables;
   for (unsigned id = 2; id < 3000; ++id) {
     Bytes other = section(0xC8, id, {0, 0, 0xFC, 0});
-    other[7] = 1;  // a second section that never comes
+    other[7] = 1;  // a second section that is never sent
     subtables = subtables + packets(0x1FFB, {sealed(other)});
   }
   std::vector<std::pair<unsigned, unsigned>> programs;

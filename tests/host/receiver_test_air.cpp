@@ -13,7 +13,7 @@
 namespace receiver_test {
 namespace {
 
-// The state of the receiver under test is nobody else's.
+// The state folder of the receiver under test, separate from other receivers.
 const TemporaryFolder& state() {
   static const TemporaryFolder folder;
   return folder;
@@ -136,7 +136,7 @@ Bytes vct(uint8_t tableId, const std::vector<Channel>& channels, unsigned versio
     body.push_back(static_cast<uint8_t>(0xF0 | c.major >> 6));
     body = body + be16((c.major << 10 | c.minor) & 0xFFFF);
     body = body + Bytes{4, 0, 0, 0, 0} + be16(c.tsid) + be16(c.program);
-    // The bits that say "out of band" on cable are reserved, and set, on the air.
+    // The bits for "out of band" on cable are reserved and set in terrestrial tables.
     body.push_back(static_cast<uint8_t>((c.hidden ? 0x11 : 0x01) | (tableId == 0xC8 ? 0x0C : 0)));
     body.push_back(static_cast<uint8_t>(0xC0 | c.serviceType));
     body = body + be16(c.program) + be16(0xFC00 | c.descriptors.size()) + c.descriptors;

@@ -1,4 +1,4 @@
-// An air folder of small transport streams, written table by table, and a scan to read it.
+// An air folder of small transport streams, written table by table, and a scan of it.
 #ifndef ATSC_TESTS_HOST_RECEIVER_TEST_AIR_H_
 #define ATSC_TESTS_HOST_RECEIVER_TEST_AIR_H_
 
@@ -19,12 +19,12 @@ using Bytes = std::vector<uint8_t>;
 Bytes operator+(Bytes a, const Bytes& b);
 Bytes be16(unsigned value);
 
-// The air folder of the process while it lives; scans do not dwell.
+// The air folder of the process during the object's lifetime. Scans do not dwell.
 class Air {
  public:
   Air();
   std::filesystem::path path(uint32_t source, uint32_t frequency) const;
-  // The file is replaced as a whole.
+  // Replaces the whole file.
   void write(uint32_t source, uint32_t frequency, const Bytes& stream) const;
 
  private:
@@ -35,23 +35,23 @@ struct OwnClock {
   atschost::Clock ownClock;
 };
 
-// A receiver on the antenna of the process, with a clock of its own.
+// A receiver on the antenna of the process, with a separate clock.
 class TestReceiver : private OwnClock, public atschost::Receiver {
  public:
   explicit TestReceiver(const std::string& state)
       : Receiver(state, atschost::hostAir(), ownClock) {}
 };
 
-// A section with its header and CRC_32.
+// Returns a section with its header and CRC_32.
 Bytes section(uint8_t tableId, unsigned extension, const Bytes& body, unsigned version = 1,
               bool current = true);
-// Puts right the CRC_32 of a section that has been changed.
+// Corrects the CRC_32 of a changed section.
 Bytes sealed(Bytes bytes);
-// The packets of sections on one PID, continuity counters from 0 on.
+// Returns the packets of sections on one PID, with continuity counters from 0.
 Bytes packets(unsigned pid, const std::vector<Bytes>& sections);
 
 Bytes descriptor(uint8_t tag, const Bytes& content);
-// content_advisory_descriptor of one region: dimensions and values.
+// Returns a content_advisory_descriptor of one region: dimensions and values.
 Bytes contentAdvisory(uint8_t region, const std::vector<std::pair<int, int>>& values);
 
 struct Element {
@@ -69,7 +69,7 @@ struct Channel {
   Bytes descriptors = {};
   unsigned tsid = 1;
 };
-// 0xC8 terrestrial, 0xC9 cable.
+// `tableId` is 0xC8 for terrestrial, 0xC9 for cable.
 Bytes vct(uint8_t tableId, const std::vector<Channel>& channels, unsigned version = 1,
           bool current = true);
 Bytes pat(const std::vector<std::pair<unsigned, unsigned>>& programs, unsigned tsid = 1);
@@ -96,7 +96,7 @@ Bytes eit(unsigned sourceId, const std::vector<Event>& events, unsigned version 
 Bytes ett(unsigned sourceId, unsigned eventId, const std::string& text);
 }  // namespace psip
 
-// A carrier with the channel 5-1 "GOOD", one video and one audio stream.
+// Returns a carrier with the channel 5-1 "GOOD", one video and one audio stream.
 Bytes goodCarrier();
 
 struct Report {
@@ -105,7 +105,7 @@ struct Report {
 };
 
 int startScan(uint32_t source, uint32_t frequency, AICS_scan_callback callback);  // 0: automatic
-// Scans to the end and returns what was reported.
+// Runs a scan to its end and returns its reports.
 std::vector<Report> scan(uint32_t source, uint32_t frequency = 0);
 
 struct Row {
@@ -114,10 +114,10 @@ struct Row {
   AISRV_pid_details pids;
 };
 std::vector<Row> rows(uint32_t source);
-// "major-minor name" of each row.
+// Returns "major-minor name" of each row.
 std::vector<std::string> labels(uint32_t source);
 std::vector<std::string> labels(const std::vector<Row>& rows);
-// "pid language type" of each stream.
+// Returns "pid language type" of each stream.
 std::vector<std::string> streams(const Row& row);
 
 }  // namespace receiver_test

@@ -1,4 +1,4 @@
-// Tables of the guide as the tests send them, and what was read of them.
+// Tables of the guide for the tests, and texts of the tables that were read.
 #ifndef ATSC_TESTS_HOST_RECEIVER_TEST_GUIDE_H_
 #define ATSC_TESTS_HOST_RECEIVER_TEST_GUIDE_H_
 
@@ -33,7 +33,7 @@ inline std::string utf16(const std::u16string& text) {
   }
   return bytes;
 }
-// ASCII of a UTF-16BE text.
+// Converts a UTF-16BE text to ASCII.
 inline std::string ascii(const std::string& text) {
   std::string plain;
   for (size_t i = 1; i < text.size(); i += 2) plain += text[i - 1] ? '?' : text[i];
@@ -98,7 +98,7 @@ inline const char* push(PsipDecoder& decoder, unsigned pid, const Bytes& bytes) 
       atschost::parseSection(static_cast<uint16_t>(pid), bytes.data(), bytes.size()));
 }
 
-// "id title" of the events of all sources.
+// Returns "id title" of the events of all sources.
 inline Texts titles(const atschost::GuideTables& tables) {
   Texts list;
   for (const auto& [key, events] : tables.eits)

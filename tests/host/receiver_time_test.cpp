@@ -1,4 +1,4 @@
-// The clock's settings, local time, and what is captioned at present.
+// The clock's settings, local time, and current captions.
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -55,21 +55,21 @@ TEST(LocalTime, DaylightSavingIsInForceAsTheSystemTimeTableSays) {
       // Nothing is announced.
       {AIST_ZONE_EASTERN, "2026-01-10 12:00:00", false, 0, 0, "2026-01-10 12:00:00", -300},
       {AIST_ZONE_EASTERN, "2026-07-10 12:00:00", true, 0, 0, "2026-07-10 12:00:00", -240},
-      // Zones that have none, and those with odd offsets.
+      // Zones without daylight saving, and zones with odd offsets.
       {AIST_ZONE_KOREA, "2026-07-10 12:00:00", true, 0, 0, "2026-07-10 12:00:00", 540},
       {AIST_ZONE_TAIWAN, "2026-07-10 12:00:00", true, 0, 0, "2026-07-10 12:00:00", 480},
       {AIST_ZONE_GREENWICH, "2026-07-10 12:00:00", true, 0, 0, "2026-07-10 12:00:00", 0},
       {AIST_ZONE_HAWAII, "2026-07-10 12:00:00", true, 0, 0, "2026-07-10 12:00:00", -600},
       {AIST_ZONE_HAWAII_ALEUTIAN, "2026-07-10 12:00:00", true, 0, 0, "2026-07-10 12:00:00", -540},
       {AIST_ZONE_NEWFOUNDLAND, "2026-07-10 12:00:00", true, 0, 0, "2026-07-10 12:00:00", -150},
-      // It begins at 2:00 standard time of each zone.
+      // Begins at 2:00 standard time of each zone.
       {AIST_ZONE_EASTERN, "2026-03-01 12:00:00", false, 8, 2, "2026-03-08 06:59:59", -300},
       {AIST_ZONE_EASTERN, "2026-03-01 12:00:00", false, 8, 2, "2026-03-08 07:00:00", -240},
       {AIST_ZONE_PACIFIC, "2026-03-08 08:00:00", false, 8, 2, "2026-03-08 09:59:59", -480},
       {AIST_ZONE_PACIFIC, "2026-03-08 08:00:00", false, 8, 2, "2026-03-08 10:00:00", -420},
       {AIST_ZONE_NEWFOUNDLAND, "2026-03-08 05:00:00", false, 8, 2, "2026-03-08 05:29:59", -210},
       {AIST_ZONE_NEWFOUNDLAND, "2026-03-08 05:00:00", false, 8, 2, "2026-03-08 05:30:00", -150},
-      // It ends at 2:00 daylight saving time: the hour from 1:00 comes twice.
+      // Ends at 2:00 daylight saving time: the hour from 1:00 occurs twice.
       {AIST_ZONE_EASTERN, "2026-10-31 12:00:00", true, 1, 2, "2026-11-01 05:59:59", -240},
       {AIST_ZONE_EASTERN, "2026-10-31 12:00:00", true, 1, 2, "2026-11-01 06:00:00", -300},
       // Announced in the month before; still announced for zones further west.
@@ -81,13 +81,13 @@ TEST(LocalTime, DaylightSavingIsInForceAsTheSystemTimeTableSays) {
       {AIST_ZONE_EASTERN, "2026-02-08 12:00:00", false, 8, 2, "2026-03-08 07:00:00", -240},
       {AIST_ZONE_EASTERN, "2026-10-01 12:00:00", true, 1, 2, "2026-10-01 12:00:00", -240},
       {AIST_ZONE_EASTERN, "2026-10-01 12:00:00", true, 1, 2, "2026-11-01 06:00:00", -300},
-      // A stream that is played on and on announces it only once.
+      // A stream that plays on announces the change only once.
       {AIST_ZONE_EASTERN, "2026-03-01 12:00:00", false, 8, 2, "2026-07-01 12:00:00", -240},
-      // Over the end of a year, and of a month on the day itself.
+      // Across the end of a year and of a month, on the day of the change.
       {AIST_ZONE_EASTERN, "2026-12-20 12:00:00", false, 10, 0, "2027-01-10 04:59:59", -300},
       {AIST_ZONE_EASTERN, "2026-12-20 12:00:00", false, 10, 0, "2027-01-10 05:00:00", -240},
       {AIST_ZONE_EASTERN, "2027-01-01 06:00:00", false, 31, 23, "2027-01-01 06:00:00", -240},
-      // What cannot be, changes nothing.
+      // Invalid announcements change nothing.
       {AIST_ZONE_EASTERN, "2026-04-15 12:00:00", false, 31, 2, "2026-04-30 12:00:00", -300},
       {AIST_ZONE_EASTERN, "2026-03-01 12:00:00", false, 8, 31, "2026-03-20 12:00:00", -300},
       {AIST_ZONE_EASTERN, "2026-07-10 12:00:00", true, 0, 31, "2026-07-11 12:00:00", -240},
@@ -100,7 +100,7 @@ TEST(LocalTime, DaylightSavingIsInForceAsTheSystemTimeTableSays) {
         << c.zone << " sent " << c.sent << " day " << +c.day << " at " << c.now;
   }
   EXPECT_EQ(-300, atschost::utcOffset(AIST_ZONE_EASTERN, {}, utc("2026-07-10 12:00:00")));
-  // Any table at all.
+  // Any table.
   SystemTime any = table("2026-01-01 00:00:00", true, 31, 23);
   for (const uint32_t time : {0u, 1u, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFFu}) {
     any.gpsSeconds = time;
@@ -167,7 +167,7 @@ TEST(ClockSetting, IsSetAndReadThroughTheModule) {
   EXPECT_EQ(0, AIST_manual_mode_enable(0));
   EXPECT_EQ(0, AIST_get_system_time_info(&info));
   EXPECT_EQ(int32_t(AIST_MODE_AUTOMATIC), info.mode);
-  // The clock runs on between the calls.
+  // The clock advances between the calls.
   const auto tie = [](const AIST_time_date& d) {
     return std::tuple(d.year, d.month, d.mday, d.hour, d.minute, d.second);
   };
@@ -181,7 +181,7 @@ TEST(ClockSetting, IsSetAndReadThroughTheModule) {
   atschost::hostClock().setSetting(old);
 }
 
-// caption_service_descriptor of entries of 6 bytes.
+// Returns a caption_service_descriptor with entries of 6 bytes.
 Bytes captions(uint8_t count, const Bytes& entries) {
   return descriptor(0x86, Bytes{static_cast<uint8_t>(0xE0 | count)} + entries);
 }
@@ -222,7 +222,7 @@ TEST(CaptionServices, AreThoseOfThePresentEventElseOfThePmt) {
   scan(AI_INPUT_TERRESTRIAL, kChannel);
   const std::vector<Row> list = rows(AI_INPUT_TERRESTRIAL);
   ASSERT_EQ(3u, list.size());
-  // An event that is over, one that runs, one to come.
+  // A past, a current and a future event.
   const uint32_t now = atschost::hostClock().now() - kGpsEpoch + 18;
   const auto event = [](uint32_t start, const char* language, uint8_t flags) {
     atschost::GuideEvent e;
@@ -261,7 +261,7 @@ TEST(CaptionServices, AreThoseOfThePresentEventElseOfThePmt) {
   EXPECT_EQ(0, AICC_get_cc_service_data(0, &list[2].info, &data));
   EXPECT_EQ(0, data.count);
 
-  // The PMT's are stored with the list.
+  // The captions of the PMT are stored with the list.
   data = again = {};
   EXPECT_EQ(0, AICC_get_cc_service_data(0, &list[1].info, &data));
   EXPECT_EQ(0, AISRV_sync_to_database());

@@ -1,4 +1,4 @@
-// Parental control and locks of what plays, through the modules.
+// Parental control and locks of the playing service, through the modules.
 #include <gtest/gtest.h>
 
 #include <condition_variable>
@@ -24,7 +24,7 @@ using Events = std::vector<AFW_event_t>;
 
 constexpr uint32_t kAir = AI_INPUT_TERRESTRIAL;
 
-// What a viewer is told of parental control and locks.
+// Collects the events of parental control and locks.
 class Told {
  public:
   void add(AFW_event_t event) {
@@ -36,7 +36,7 @@ class Told {
     events_.push_back(event);
     changed_.notify_all();
   }
-  // Waits for as many events as are wanted and takes those that have come.
+  // Waits for `wanted` events and removes the received events.
   Events take(size_t wanted) {
     std::unique_lock<std::mutex> lock(mutex_);
     changed_.wait_for(lock, std::chrono::seconds(60), [&] { return events_.size() >= wanted; });
@@ -55,9 +55,9 @@ constexpr uint32_t kChannel20 = 509000000;
 constexpr uint32_t kStart = 1300000000;  // GPS seconds
 constexpr uint8_t kOffset = 18;
 
-// Channels 5-1, with programmes rated TV-PG, of an hour, and TV-14, of half an hour, after another
-// half hour one that is not rated, and 5-2, with none; and what the PMT of 5-1 says. The VCT may
-// have 5-2 alone.
+// Returns a stream with two channels. 5-1: an hour rated TV-PG, half an hour rated TV-14, and after
+// half an hour a programme that is not rated; its PMT has `pmtDescriptors`. 5-2: no programmes.
+// Without `hasBoth` the VCT only has 5-2.
 Bytes ratedStream(const Bytes& pmtDescriptors = {}, bool hasBoth = true) {
   std::vector<Channel> channels = {{"ONE", 5, 1, 3}, {"TWO", 5, 2, 4}};
   if (!hasBoth) channels.erase(channels.begin());
@@ -169,7 +169,7 @@ TEST_F(ReceiverViewingTest, WhatPlaysIsBlockedAndFreedAsProgrammesAndSettingsCha
   limit(4);
   EXPECT_EQ((Events{kUpdate, kBlocked}), told.take(2));
 
-  // The password for what plays.
+  // The password for the programme.
   EXPECT_EQ(0, AIFW_pwd_unlocked_no_checking_status(1));
   EXPECT_EQ(Events{kFree}, told.take(1));
   EXPECT_EQ(0, verdict());
@@ -184,7 +184,7 @@ TEST_F(ReceiverViewingTest, WhatPlaysIsBlockedAndFreedAsProgrammesAndSettingsCha
   EXPECT_EQ(0, AIFW_play_first_service(kAir, kChannel20));
   EXPECT_EQ((Events{kBlocked, kPlays}), told.take(2));
 
-  // Between two programmes; without a rating; a group of its own.
+  // Between two programmes; without a rating; with a separate group.
   setTime(kStart + 5400);
   EXPECT_EQ(Events{kFree}, told.take(1));
   EXPECT_EQ(AIPC_UNRATED, verdict());
@@ -199,7 +199,7 @@ TEST_F(ReceiverViewingTest, WhatPlaysIsBlockedAndFreedAsProgrammesAndSettingsCha
   EXPECT_EQ(0, AIPC_set_rating_status_unrated_groups(0, AIPC_UNRATED_NO_RATING));
   EXPECT_EQ((Events{kUpdate, kFree}), told.take(2));
 
-  // The streams rate it.
+  // Rated by the streams.
   EXPECT_EQ(std::vector<int>{}, regions());
   air.write(kAir, kChannel20, ratedStream(contentAdvisory(1, {{0, 5}, {4, 1}})));
   EXPECT_EQ(Events{kBlocked}, told.take(1));
@@ -214,7 +214,7 @@ TEST_F(ReceiverViewingTest, WhatPlaysIsBlockedAndFreedAsProgrammesAndSettingsCha
   EXPECT_EQ(Events{kUpdate}, told.take(1)) << "blocked as before";
   EXPECT_EQ(0, AIPC_set_rating_status_unrated_groups(0, AIPC_UNRATED_US_MPAA));
   EXPECT_EQ((Events{kUpdate, kFree}), told.take(2));
-  // Before its streams have been read it does not count as one without a rating.
+  // A service does not count as unrated before its streams are read.
   EXPECT_EQ(0, AIFW_stop_curr_src());
   EXPECT_EQ(std::vector<int>{}, regions());
   EXPECT_EQ(0, AIPC_set_rating_status_unrated_groups(1, AIPC_UNRATED_NO_RATING));
@@ -224,7 +224,8 @@ TEST_F(ReceiverViewingTest, WhatPlaysIsBlockedAndFreedAsProgrammesAndSettingsCha
   while (verdict() != AIPC_BLOCKED_BY_STATUS) std::this_thread::yield();
   EXPECT_EQ(Events{kPlays}, told.take(1));
 
-  // A lock: set from elsewhere it closes what plays, taken away it opens it.
+  // A lock by another origin than the application closes the playing service; removing it opens the
+  // service.
   AISRV_service_info locked = one;
   const auto lock = [&](bool on) {
     locked.AISRV_flags_ = AISRV_FLAG_VISIBLE | (on ? AISRV_FLAG_LOCKED : 0);
@@ -242,7 +243,7 @@ TEST_F(ReceiverViewingTest, WhatPlaysIsBlockedAndFreedAsProgrammesAndSettingsCha
   EXPECT_EQ((Events{kLocked, kPlays}), told.take(2));
   EXPECT_EQ(0, AIFW_pwd_unlocked_no_playing(1));
   EXPECT_EQ(Events{kOpened}, told.take(1));
-  // A password does not outlast what fails, nor standby, which stores what was handed over.
+  // A password is forgotten after a failure and after standby, which also stores the settings.
   EXPECT_EQ(0, AIFW_stop_curr_src());
   EXPECT_EQ(0, AIFW_pwd_unlocked_no_playing(1));
   const AIFW_channel_change_request none{
@@ -306,7 +307,7 @@ TEST_F(ReceiverViewingTest, WhatPlaysIsGuardedWithoutSignalAndWithoutBeingListed
   EXPECT_EQ(0, AIFW_stop_curr_src());
   EXPECT_NE(0, AICN_get_current(&current));
   EXPECT_EQ(-1, AIEC_check_rating(&one));
-  // It comes back as the viewer left it.
+  // The service returns with the viewer's settings.
   air.write(kAir, kChannel20, ratedStream());
   EXPECT_EQ(0, AIFW_play_first_service(kAir, kChannel20));
   for (uint32_t listed = 0; listed != 2; std::this_thread::yield())

@@ -9,7 +9,7 @@
 #include <string>
 #include <system_error>
 
-// A folder that is removed at the end, by the process that made it.
+// A temporary folder. The destructor removes it in the process that created it.
 class TemporaryFolder {
  public:
   explicit TemporaryFolder(
@@ -30,7 +30,7 @@ class TemporaryFolder {
 
   const std::filesystem::path& path() const { return path_; }
 
-  // Where a folder is in memory, if the machine has such a place.
+  // Returns a parent folder in memory, if the machine has one.
   static std::filesystem::path memory() {
     return access("/dev/shm", W_OK) == 0 ? "/dev/shm" : std::filesystem::temp_directory_path();
   }
