@@ -1,4 +1,5 @@
-// The recording platform: what the library called, logged and sent; what it shall be answered.
+// The recording platform. Records calls, log lines and sent texts of the library, and returns the
+// answers that a test sets.
 #ifndef ATSC_TESTS_FAKE_H_
 #define ATSC_TESTS_FAKE_H_
 
@@ -18,40 +19,40 @@ namespace fake {
 
 struct Service {
   AISRV_service_info info{};  // without the name
-  std::string name;           // bytes as the middleware has them
+  std::string name;           // bytes as in the middleware
   int32_t nameEncoding = AI_TEXT_UTF16BE;
   std::vector<AISRV_pid_info> pids;
 };
 
-// A programme of the guide. Texts are bytes as the middleware has them.
+// A programme of the guide. Texts are bytes as in the middleware.
 struct Event {
   AIEC_event_info info{};  // without the texts
   std::string name;
   int32_t nameEncoding = AI_TEXT_UTF16BE;
   std::string rating;
   int32_t ratingEncoding = 0;
-  std::string allRatings;  // empty: the middleware leaves the buffer as it is
+  std::string allRatings;  // empty: the middleware does not change the buffer
   std::string description;
   int32_t descriptionEncoding = AI_TEXT_UTF16BE;
 };
 
-// A text of the rating tables; it may claim another length than the buffer has.
+// A text of the rating tables, which can claim a wrong length.
 struct Text {
   std::string bytes;
   int32_t encoding = 0;
-  uint16_t claimedLength = 0;  // 0: that of `bytes`
+  uint16_t claimedLength = 0;  // 0: length of `bytes`
 };
 
-// What the middleware knows of parental control. A failed call fills nothing.
+// Parental control of the middleware. A failed call fills nothing.
 struct Parental {
   uint32_t region = 1;
-  AIPC_dime_t rating{};  // of whatever region is asked for
+  AIPC_dime_t rating{};  // of any region
   AIPC_parental_details details{};
   std::vector<uint8_t> regions;
   uint32_t tableRegion = 0;
   Text name, text, abbreviation;
   uint8_t version = 0;
-  uint8_t count = 0;  // of dimensions or levels
+  uint8_t count = 0;  // number of dimensions or levels
   uint8_t graduated = 0;
   int32_t groupStatus = 0;
   int32_t alertSetting = 0;
@@ -60,36 +61,36 @@ struct Parental {
   uint32_t ratingStatus = 0;
 };
 
-// ASCII as UTF-16BE.
+// Converts ASCII to UTF-16BE.
 std::string utf16(const std::string& ascii);
 
-// A terrestrial TV service (or a cable one) with one video and one audio stream.
+// Returns a terrestrial TV service (or a cable service) with one video and one audio stream.
 Service service(uint16_t major, uint16_t minor, uint32_t frequency, const std::string& name,
                 uint32_t input = AI_INPUT_TERRESTRIAL);
 
-// Forgets everything recorded and set.
+// Clears all records and settings.
 void reset();
 
-// Off: calls and log lines cost nothing and leave no trace.
+// Controls recording. When off, calls and log lines cost nothing and are not recorded.
 void setRecording(bool on);
 
-// Lets the middleware answer what the bytes say until they are used up: statuses, numbers, records,
-// counts, texts and their lengths. It keeps to the buffers that it is lent.
+// Makes the middleware answer from the bytes until they are used up: statuses, numbers, records,
+// counts, texts and their lengths. Never writes beyond the caller's buffers.
 void setNoise(std::string bytes);
 
-// Middleware calls so far, such as "AICN_set_skip_play_srv(1)".
+// Returns the middleware calls so far, such as "AICN_set_skip_play_srv(1)".
 std::vector<std::string> calls();
 
-// Runs on every middleware call, before it answers; without a lock.
+// Sets a hook that runs on every middleware call, before the answer and without a lock.
 void onCall(std::function<void(const std::string& call)> hook);
 
-// What a middleware function returns, 0 unless set.
+// Sets the return value of a middleware function; the default is 0.
 void setResult(const std::string& function, int status);
 
 void setServices(uint32_t input, std::vector<Service> services);
-// Makes the middleware claim another count than it has.
+// Makes the middleware report a wrong count of services.
 void claimCount(uint32_t count);
-// The guide of a service. The middleware may claim another count than it has.
+// Sets the guide of a service. The middleware can report a wrong count.
 void setEvents(const Service& service, std::vector<Event> events);
 void claimEventCount(uint16_t count);
 void setUpdatedSources(std::vector<uint32_t> ids);
@@ -105,33 +106,33 @@ void setCaptions(const AICC_cc_service_data& captions);
 void setParental(const Parental& parental);
 void setIndexStatus(std::vector<int> statuses);
 
-// The callback of the last search.
+// Returns the callback of the last search.
 AICS_scan_callback scanCallback();
 AICS_search_request lastSearch();
-// The service that AIFW_modify_service() was last given.
+// Returns the argument of the last AIFW_modify_service().
 Service modifiedService();
 
-// The record that AIPC_store_rating() was last given.
+// Returns the record of the last AIPC_store_rating().
 AIPC_dime_t storedRating();
-// The buffer that AIPC_check_rating() was last given, as long as it was said to be.
+// Returns the buffer of the last AIPC_check_rating(), with the length that the caller stated.
 std::string checkedRating();
 
-// What was registered for the middleware's events.
+// Returns the registered callback for the middleware's events.
 AIFW_app_callback eventCallback();
-// Ends the time of the timer enabled last. False when none runs.
+// Fires the timer that was enabled last. Returns false when none runs.
 bool fireTimer();
 
-// Log lines "LEVEL text", without the prefix up to the location.
+// Returns log lines "LEVEL text", without the prefix up to the location.
 std::vector<std::string> logs();
-// The newest full line that holds `text`, "" when there is none.
+// Returns the newest full line that contains `text`, "" when there is none.
 std::string logLine(const std::string& text);
 bool logged(const std::string& level, const std::string& text);
 
-// Texts sent to a name that no server in this process serves.
+// Returns the texts sent to a name that no server in this process serves.
 std::vector<std::string> sent();
-// Waits until as many texts were sent, at most some seconds.
+// Waits until `count` texts were sent, at most some seconds.
 std::vector<std::string> waitForSent(size_t count);
-// Runs on every such text, before it counts as sent; without a lock.
+// Sets a hook that runs on every such text, before it is recorded and without a lock.
 void onSend(std::function<void(const std::string& text)> hook);
 
 }  // namespace fake

@@ -1,4 +1,4 @@
-// What the fake's files share: its state, and how a call is recorded and answered.
+// State that the fake's files share, and functions to record and answer a call.
 #ifndef ATSC_TESTS_FAKE_STATE_H_
 #define ATSC_TESTS_FAKE_STATE_H_
 
@@ -76,7 +76,7 @@ inline std::string text(const char* string) { return string; }
 
 inline std::string text(const void* pointer) { return pointer != nullptr ? "*" : "null"; }
 
-// Copies what the middleware answers, unless the call fails.
+// Copies an answer of the middleware, unless the call fails.
 template <typename Record>
 int answer(int status, const Record& from, Record* to) {
   std::lock_guard<std::mutex> lock(gMutex);
@@ -84,13 +84,13 @@ int answer(int status, const Record& from, Record* to) {
   return status;
 }
 
-// The bytes of the noise that are left, under their own lock: callers hold g_mutex.
+// The remaining bytes of the noise. They have a separate lock, because callers hold g_mutex.
 inline std::mutex gNoiseMutex;
 inline std::string gNoise;
 inline size_t gNoiseUsed = 0;
 inline std::atomic<bool> gNoisy{false};
 
-// 0 when the noise is used up.
+// Returns 0 when the noise is used up.
 inline uint8_t noiseByte() {
   std::lock_guard<std::mutex> lock(gNoiseMutex);
   if (gNoiseUsed < gNoise.size()) return static_cast<uint8_t>(gNoise[gNoiseUsed++]);
@@ -102,7 +102,7 @@ inline void noiseBytes(void* to, size_t count) {
   for (size_t i = 0; i < count; ++i) static_cast<uint8_t*>(to)[i] = noiseByte();
 }
 
-// Lets the noise change a number or a record without texts.
+// Applies noise to a number or to a record without texts.
 template <typename Record>
 void disturb(Record& record) {
   if (!gNoisy) return;
@@ -110,24 +110,24 @@ void disturb(Record& record) {
   uint8_t* const bytes = reinterpret_cast<uint8_t*>(&record);
   uint16_t offset = 0;
   switch (how & 3) {
-    case 0:  // nothing
+    case 0:  // change nothing
       break;
-    case 1:  // its beginning
+    case 1:  // change the start
       noiseBytes(bytes, std::min<size_t>(how >> 2, sizeof record));
       break;
-    case 2:  // a field
+    case 2:  // change a field
       noiseBytes(&offset, sizeof offset);
       offset = static_cast<uint16_t>(offset % sizeof record);
       noiseBytes(bytes + offset, std::min<size_t>((how >> 2 & 3) + 1, sizeof record - offset));
       break;
-    default:  // all
+    default:  // change everything
       memset(bytes, noiseByte(), sizeof record);
       break;
   }
 }
 
-// The text, which has at most what was lent, may become other bytes, claim another length or
-// encoding, or none.
+// Applies noise to the bytes, length and encoding of a text, or removes it. Stays within the
+// caller's buffer.
 inline void disturb(multiple_lang_t& text) {
   if (!gNoisy) return;
   const uint8_t how = noiseByte();
@@ -154,14 +154,14 @@ inline void disturb(AIEC_event_info& event) {
   event.rating = rating;
 }
 
-// A count of services becomes another small one, or more than there can be.
+// Applies noise to a count of services: another small number, or more than possible.
 inline void disturbCount(uint32_t& count) {
   uint8_t small = static_cast<uint8_t>(count);
   disturb(small);
   if (small != static_cast<uint8_t>(count)) count = small < UINT8_MAX ? small % 16 : UINT32_MAX;
 }
 
-// What the caller gets in a record of its own; other arguments stay.
+// Applies noise to records that the caller receives; leaves other arguments.
 template <typename Record>
 void disturbAnswer(Record* record) {
   if constexpr (!std::is_const_v<Record> && !std::is_void_v<Record>) {
@@ -171,7 +171,7 @@ void disturbAnswer(Record* record) {
 template <typename Value>
 std::enable_if_t<!std::is_pointer_v<Value>> disturbAnswer(Value) {}
 
-// A call while it is answered: its status; at its end the noise gets at what was answered.
+// A call in progress with its status. At its end the noise changes the answer.
 template <typename... Arguments>
 class Call {
  public:
@@ -191,7 +191,7 @@ class Call {
   const std::tuple<Arguments...> arguments_;
 };
 
-// Records a call; its status is the one set for it.
+// Records a call. Its status is the one that setResult() set.
 template <typename... Arguments>
 Call<Arguments...> called(const char* function, Arguments... arguments) {
   int status = 0;
@@ -243,7 +243,7 @@ int answerParental(int status, Fill fill) {
   return status;
 }
 
-// The event that a key names, null when there is none; under g_mutex.
+// Returns the event of a key, null when there is none. The caller holds g_mutex.
 inline const Event* findEvent(const AIEC_event_key& key, uint32_t offset) {
   const auto found = state().events.find(serviceKey({key.service_rec, key.input_source}));
   const uint64_t index = uint64_t{key.event_index} + offset;
@@ -251,7 +251,7 @@ inline const Event* findEvent(const AIEC_event_key& key, uint32_t offset) {
   return &found->second[index];
 }
 
-// As the functions that fetch one event.
+// Answers like the functions that return one event.
 inline void copyEvent(const AIEC_event_key& key, uint32_t offset, AIEC_event_info& to,
                       uint16_t* copied) {
   const Event* from = findEvent(key, offset);

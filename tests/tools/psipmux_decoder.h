@@ -7,11 +7,11 @@
 #include <utility>
 #include <vector>
 
-/// The bytes of a descriptor with its tag, as they stand in the lines of Decode.
+/// Returns the bytes of a descriptor with its tag, in the format of the lines of decode().
 std::string descriptor(uint8_t tag, const std::vector<uint8_t>& body);
 
-/// What libdvbpsi, which shares no code with psipmux, makes of a transport stream played twice in a
-/// row: a line for each table, program, stream and channel, and for each complaint.
+/// Decodes a transport stream, played twice in a row, with libdvbpsi, which shares no code with
+/// psipmux. Returns a line for each table, program, stream, channel and complaint.
 std::set<std::string> decode(const std::vector<uint8_t>& stream);
 
 /// An event of an EIT. `title` is a multiple_string_structure.
@@ -32,5 +32,5 @@ struct DecodedGuide {
   std::set<std::string> complaints;
 };
 
-/// What libdvbpsi finds of EIT and ETT where the MGT says they are.
+/// Decodes EIT and ETT with libdvbpsi, on the PIDs that the MGT lists.
 DecodedGuide decodeGuide(const std::vector<uint8_t>& stream);

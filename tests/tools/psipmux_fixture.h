@@ -1,4 +1,4 @@
-// What the tests of psipmux share: its run, its files, lineups.
+// Runs psipmux for its tests, with files and lineups.
 #ifndef ATSC_TESTS_PSIPMUX_FIXTURE_H_
 #define ATSC_TESTS_PSIPMUX_FIXTURE_H_
 
@@ -47,7 +47,7 @@ inline Outcome runPsipmux(const std::string& arguments) {
   return outcome;
 }
 
-/// A folder of its own for every test.
+/// Creates a separate folder for every test.
 class PsipmuxTest : public testing::Test {
  protected:
   std::set<std::string> files() const {
@@ -69,7 +69,7 @@ inline std::string replaced(std::string text, const std::string& from, const std
   return text;
 }
 
-// `count` services with a stream of audio and as many bytes of extended name as there may be.
+// Returns a lineup of `count` services with an audio stream and the longest extended name.
 inline std::string largeLineup(unsigned count) {
   std::string json = R"({"medium": "air", "channels": [{"frequency": 177000000, "tsid": 1,)"
                      R"( "services": [)";
