@@ -36,7 +36,7 @@ TEST_F(ChannelTableTest, RepeatChangeAndDisappearance) {
   fake::Service a = fake::service(7, 1, 177000000, "A");
   fake::Service b = fake::service(7, 2, 177000000, "B");
   EXPECT_EQ(1, synchronise({a, b}));
-  // The clock stands still, goes on, and goes back: no change, and rows stay.
+  // The clock stops, advances, and goes back: nothing changes, and the rows stay.
   for (const uint32_t time : {1000u, 2000u, 5u, 4294967295u, 4294967295u, 4294967295u}) {
     fake::setTime(time);
     EXPECT_EQ(0, synchronise({a, b})) << time;
@@ -44,14 +44,14 @@ TEST_F(ChannelTableTest, RepeatChangeAndDisappearance) {
     EXPECT_THAT(rows("SELECT ch_index, name, update_time FROM channel_data_t"),
                 ElementsAre("1|A" + stamp, "2|B" + stamp));
   }
-  // Gone within the same second.
+  // Removed within the same second.
   EXPECT_EQ(1, synchronise({b}));
   EXPECT_THAT(rows("SELECT name FROM channel_data_t"), ElementsAre("B"));
-  // A row without a stamp (from a table that had no such column) is nobody's.
+  // A row without a time stamp (from a table without that column) belongs to no run.
   execute("INSERT INTO channel_data_t (name) VALUES ('stray')");
   EXPECT_EQ(1, synchronise({b}));
   EXPECT_THAT(rows("SELECT name FROM channel_data_t"), ElementsAre("B"));
-  // Also in a table that cannot take a service.
+  // The same in a table that rejects services.
   execute("ALTER TABLE channel_data_t DROP COLUMN build_from_pmt");
   EXPECT_EQ(1, synchronise({}));
   EXPECT_THAT(rows("SELECT name FROM channel_data_t"), IsEmpty());
@@ -114,7 +114,7 @@ TEST_F(ChannelTableTest, AMiddlewareThatFailsOrLiesLosesNoChannels) {
     EXPECT_THAT(rows("SELECT name FROM channel_data_t"), ElementsAre("A"));
   }
   fake::setServices(2, services);
-  fake::claimCount(4294967295u);  // neither memory nor reading follows the claim
+  fake::claimCount(4294967295u);  // memory and reads do not depend on the claimed count
   EXPECT_EQ(1, ATSC_Service_db_UpdateChannel(2));
 }
 
@@ -133,7 +133,7 @@ TEST_F(ChannelTableTest, AFailedRewriteLeavesTheTableAsItWas) {
   EXPECT_THAT(rows("SELECT name FROM channel_data_t"), ElementsAre("A"));
   EXPECT_THAT(rows("SELECT name FROM sqlite_master WHERE name='tmp'"), IsEmpty());
   execute("DROP TRIGGER broken");
-  EXPECT_EQ(1, synchronise({fake::service(7, 1, 177000000, "C")}));  // nothing stays locked
+  EXPECT_EQ(1, synchronise({fake::service(7, 1, 177000000, "C")}));  // no lock is left
 }
 
 TEST_F(ChannelTableTest, ReadersAndOtherWritersOfTheFile) {
@@ -154,7 +154,7 @@ TEST_F(ChannelTableTest, ReadersAndOtherWritersOfTheFile) {
 TEST_F(ChannelTableTest, AWriterThatEndsSoonIsWaitedFor) {
   synchronise({fake::service(7, 1, 177000000, "A")});
   SQLite::Database writer(path_, SQLite::OPEN_READWRITE);
-  // One that ends late costs the comparison.
+  // A lock that ends late costs the comparison.
   for (const int milliseconds : {100, 750}) {
     writer.exec("BEGIN IMMEDIATE");
     std::thread release([&writer, milliseconds] {
@@ -185,7 +185,7 @@ TEST_F(ChannelTableTest, ServicesWithOneKeyAreWrittenOnce) {
       "CREATE TRIGGER counted AFTER UPDATE ON channel_data_t BEGIN INSERT INTO hits VALUES (1);"
       "END");
   synchronise(services);
-  EXPECT_THAT(rows("SELECT count(*) FROM hits"), ElementsAre("50"));  // and not the square
+  EXPECT_THAT(rows("SELECT count(*) FROM hits"), ElementsAre("50"));  // linear, not quadratic
   EXPECT_THAT(rows("SELECT DISTINCT name FROM channel_data_t"), ElementsAre("N49"));
 }
 
@@ -223,7 +223,7 @@ TEST_F(ChannelTableTest, SingleColumnsAreWrittenByChannelKey) {
   ATSC_Service_db_updateChannelEntryInterger("7-2-177000000", "channel_data_t", "nothing", 1);
   EXPECT_THAT(testing::internal::GetCapturedStdout(),
               HasSubstr("at ATSC_Service_db_updateChannelEntryInterger_"));
-  // What the set remembers of a channel outlives a synchronisation.
+  // Data of the set about a channel survives a synchronisation.
   synchronise({fake::service(7, 1, 177000000, "A"), fake::service(7, 2, 177000000, "B")});
   EXPECT_THAT(rows("SELECT name, audio_index FROM channel_data_t"),
               ElementsAre("A|", "B|4294967295"));

@@ -104,7 +104,7 @@ TEST_F(CommandTest, ChannelChangeCallsInOrder) {
   fake::setIndexStatus({2, 5, 1});
   fake::setResult("AIUP_store_all", 8);
   fake::setResult("AIUP_sync", 9);
-  // Static: the last call's hook may outlast the test.
+  // Static, because the hook of the last call can run after the test.
   static std::mutex mutex;
   static std::vector<std::chrono::steady_clock::time_point> reads;  // of the index status
   reads.clear();
@@ -150,7 +150,7 @@ TEST_F(CommandTest, IndexOfTheCurrentChannel) {
 }
 
 TEST_F(CommandTest, ChannelChangeUpIgnoresTheNumberAndAPasswordCanBeWaived) {
-  fake::setResult("AIFW_stop_curr_src", 1);  // then nothing is waited for
+  fake::setResult("AIFW_stop_curr_src", 1);  // no wait after a failure
   fake::setResult("AIFW_channel_change", 6);
   send(
       "{\"class\":\"FW\",\"command\":\"CHANNELCHANGE\",\"mode\":\"UP\",\"major\":7,\"minor\":1,"

@@ -135,7 +135,7 @@ TEST_F(EventTableTest, MiddlewareThatFailsInTheMiddle) {
   EXPECT_THAT(rewrite(), IsEmpty());
   fake::reset();
   rewrite();
-  // Without a list the guide stays.
+  // Without a service list the guide stays.
   fake::setResult("AISRV_get_n_services", 1);
   EXPECT_THAT(rewrite(), ElementsAre("a", "b", "c", "d"));
 }

@@ -31,7 +31,7 @@ class EventTest : public LibraryTest {
     (void)started;
   }
 
-  // What the TV application gets for one event.
+  // Returns the message to the TV application for one event.
   static Json::Value messageOf(AFW_event_t event, void* data) {
     const size_t before = fake::sent().size();
     _ATSC_Service_CB_To_TV(event, data);
@@ -196,7 +196,7 @@ TEST_F(EventTest, ServiceChangesAreAnnouncedOnceAndOnlyWhenTheTableChanged) {
 
   ATSC_Service_event_cb(AFW_SERVICE_BUILD_COMPLETED, nullptr);
   ASSERT_TRUE(fake::fireTimer());
-  ATSC_Service_event_cb(AFW_VIEWING_DELAY, nullptr);  // what comes next is this
+  ATSC_Service_event_cb(AFW_VIEWING_DELAY, nullptr);  // the next message is this one
   EXPECT_EQ("VIEWING_DELAY", kindOf(fake::waitForSent(2).at(1)));
 }
 
@@ -212,8 +212,8 @@ TEST_F(EventTest, OnlyARebuiltChannelListIsAnnouncedAtStart) {
   EXPECT_EQ("VIEWING_DELAY", kindOf(fake::waitForSent(2).at(1)));
 }
 
-// A TV application that does not answer holds back the messages of one queue at a time, and no
-// one who raises events.
+// A TV application that does not answer only delays the messages of one queue, and never a thread
+// that raises events.
 TEST_F(EventTest, BlockedTVApplicationDelaysOnlyItsMessages) {
   constexpr int kEvents = 2500;
   std::promise<void> release;
@@ -252,7 +252,7 @@ class InitTest : public LibraryTest {
     LibraryTest::TearDown();
   }
 
-  // What start-up makes of a file, as it prints it.
+  // Returns the start-up output for a customization file.
   std::string init(const std::string& json) {
     writeFile(file_, json);
     return init();

@@ -1,5 +1,5 @@
-// How a process that has loaded the library ends: from main() while threads are at work, as a
-// forked child, and with the command thread inside the middleware.
+// End of a process that has loaded the library: from main() while threads run, as a forked child,
+// and with the command thread inside the middleware.
 #include <aifw.h>
 #include <atsc/atsc_service.h>
 #include <stdlib.h>
@@ -30,7 +30,7 @@ void inTheMiddleware(Body body) {
   while (!entered) std::this_thread::yield();
 }
 
-// Returns from main() while the callback threads send, and events come to the very end.
+// Returns from main() while the callback threads send and events are raised until the end.
 int atWork() {
   setenv("ATSC_EVENT_DB", "/nonexistent/events.db", 1);
   ATSC_Service_init(nullptr);
@@ -43,7 +43,7 @@ int atWork() {
   return fake::waitForSent(500).size() >= 500 ? 0 : 1;
 }
 
-// A child that ends as its parent would.
+// A forked child that ends like its parent.
 int child() {
   const pid_t pid = fork();
   if (pid == 0) exit(0);
@@ -52,13 +52,13 @@ int child() {
   return status;
 }
 
-// A channel change that outlasts the process.
+// A channel change that does not return before the end of the process.
 int stuck() {
   inTheMiddleware([] { std::this_thread::sleep_for(std::chrono::hours(1)); });
   return 0;
 }
 
-// The end on the command thread itself.
+// Exits on the command thread.
 int onTheThread() {
   inTheMiddleware([] { exit(0); });
   std::this_thread::sleep_for(std::chrono::hours(1));

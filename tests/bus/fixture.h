@@ -1,4 +1,4 @@
-// A test with a private database and an empty record.
+// Base of tests with a private database and an empty record of calls.
 #ifndef ATSC_TESTS_BUS_FIXTURE_H_
 #define ATSC_TESTS_BUS_FIXTURE_H_
 
@@ -18,7 +18,7 @@
 #include "service/server/atsc_server_service.h"
 #include "temporary_folder.h"
 
-// A command as it is sent, without the braces: {"class":C,"command":N} and further members.
+// Returns the text of a command, without the braces: {"class":C,"command":N} and further members.
 inline std::string command(const std::string& name, const std::string& members = "") {
   const size_t space = name.find(' ');
   return "{\"class\":\"" + name.substr(0, space) + "\",\"command\":\"" + name.substr(space + 1) +
@@ -38,7 +38,7 @@ class LibraryTest : public ::testing::Test {
 
   void TearDown() override { fake::reset(); }
 
-  // All values of a statement's rows, columns joined by '|'.
+  // Returns all values of a statement's rows, with columns joined by '|'.
   std::vector<std::string> rows(const std::string& sql) const {
     SQLite::Database database(path_);
     SQLite::Statement statement(database, sql);
@@ -61,14 +61,14 @@ class LibraryTest : public ::testing::Test {
     std::ofstream(path, std::ios::binary) << text;
   }
 
-  // Sends a command as the TV process does.
+  // Sends a command like a TV application.
   static int send(const std::string& command) {
     return ATSC_TransmitServiceClientJSONCommand(command.c_str(), nullptr);
   }
 
   struct Answer {
     int result;
-    std::string text;  // "" when there is none
+    std::string text;  // "" for none
   };
 
   static Answer ask(const std::string& name, const std::string& members = "") {
@@ -85,7 +85,7 @@ class LibraryTest : public ::testing::Test {
     return value;
   }
 
-  // Texts of middleware calls that begin with one of the prefixes.
+  // Returns the middleware calls that start with one of the prefixes.
   static std::vector<std::string> callsOf(const std::vector<std::string>& prefixes) {
     std::vector<std::string> selected;
     for (const std::string& call : fake::calls()) {

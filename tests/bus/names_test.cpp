@@ -1,5 +1,5 @@
-// What a program that links the library's objects declares by itself: names and types, without our
-// own headers of them.
+// Names and types that a program which links the library's objects declares itself, without our
+// headers.
 #include <aifw.h>
 #include <atsc/atsc_tv_server_backend.h>
 #include <gmock/gmock.h>
@@ -34,7 +34,7 @@ namespace {
 
 using ::testing::EndsWith;
 
-// A server that a suite derives, to call the handlers by themselves.
+// A derived server, to call the handlers directly.
 class Server : public ATSCBUS::ATSCServerService {};
 
 TEST_F(LibraryTest, EventNamesAndQueuesAreThoseOfTheirTables) {

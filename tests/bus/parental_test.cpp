@@ -1,5 +1,5 @@
-// Parental control and emergency alert settings: what the commands ask of the middleware and how
-// they answer.
+// Parental control and emergency alert settings: the calls of the middleware and the replies of the
+// commands.
 #include <gmock/gmock.h>
 
 #include "fixture.h"
@@ -19,7 +19,7 @@ class ParentalTest : public LibraryTest {
     fake::setParental(parental_);
   }
 
-  // Sets up anew, with `parental_`.
+  // Resets the test with the current `parental_`.
   void restart() {
     fake::reset();
     fake::setParental(parental_);
@@ -31,7 +31,7 @@ class ParentalTest : public LibraryTest {
     return "\"us\":" + us + ",\"can\":" + can + ",\"dwn\":" + dwn;
   }
 
-  // The reply without blanks.
+  // Returns the reply without blanks.
   static std::string plain(const std::string& text) {
     if (text.empty()) return "";
     std::string line = Json::FastWriter().write(json(text));
@@ -43,8 +43,8 @@ class ParentalTest : public LibraryTest {
   int source_ = AI_INPUT_TERRESTRIAL;
 };
 
-// Each command with the calls that it makes and its reply; every call fails once. What a call whose
-// failure decides leaves undone is what follows it.
+// All commands with their calls and replies. Each call fails once; after a failure that decides the
+// result, the remaining calls are not made.
 TEST_F(ParentalTest, CallsRepliesAndFailures) {
   parental_.region = 3;
   parental_.details = {-5, 7, 8, 9, 1, 0};
@@ -71,7 +71,7 @@ TEST_F(ParentalTest, CallsRepliesAndFailures) {
     const char* name;
     std::string members;
     Lines calls;
-    const char* reply;  // null: only that there is one
+    const char* reply;  // null: any reply
   } cases[] = {
       {"PC NUMDIM", "", with("AIPC_num_of_dimension(7002,3,*)"), "{\"num_dim\":200}"},
       {"PC NUMDIM", "\"region\":258", with("AIPC_num_of_dimension(7002,2,*)"), "{\"num_dim\":200}"},
@@ -154,7 +154,7 @@ TEST_F(ParentalTest, CallsRepliesAndFailures) {
       restart();
       fake::setResult(function, 5);
       const Answer failed = ask(expected.name, expected.members);
-      // A rating document is changed and used as it was passed when there is no region.
+      // Without a region, a rating document is changed and used as it was passed.
       const bool goesOn =
           i < region.size() && expected.members.find("\"dwn\"") != std::string::npos;
       EXPECT_EQ(goesOn ? 0 : -1, failed.result);
@@ -222,7 +222,7 @@ TEST_F(ParentalTest, FailuresHaveTheirOwnTexts) {
     SCOPED_TRACE(command(expected.name, expected.members) + " " + expected.failing);
     restart();
     fake::setResult(expected.failing, 5);
-    // Storing goes on with an empty record when nothing is known of the region.
+    // Without a known region, storing continues with an empty record.
     const bool decides = std::string(expected.members) != doc ||
                          std::string(expected.failing) != "AIFW_get_curr_region";
     const Answer answer = ask(expected.name, expected.members);
@@ -300,7 +300,7 @@ TEST_F(ParentalTest, RatingDocumentKeepsWhatItDoesNotName) {
   EXPECT_NE("", fake::logLine("Can not find dwn_rat[1][1] [1 is valid: T] in dwn_rat: bool"));
   EXPECT_NE("", fake::logLine("Can not find dwn_rat[63][14] [63 is valid: F] in dwn_rat: bool"));
 
-  // What an encoder answers can be stored as it is.
+  // The reply of an encoder can be stored unchanged.
   const Json::Value encoded =
       json(ask("PC ENCODEDRRT",
                document("{}", "{}", "[]") + ",\"region\":5,\"rat_dim\":0,\"val\":0,\"block\":true")
@@ -348,7 +348,7 @@ TEST_F(ParentalTest, TextsOfTheMiddleware) {
     EXPECT_FALSE(json(answer.text)["grad"].asBool()) << "only 1 is true";
     EXPECT_EQ(converted, json(value.text)["rat_val_txt"].asString());
   }
-  // A text of the middleware's own is as long as it says.
+  // A text in a buffer of the middleware has the stated length.
   std::string own(600, 'x');
   const multiple_lang_t text{reinterpret_cast<uint8_t*>(&own[0]), 600, 0};
   std::vector<uint8_t> copy;
@@ -487,7 +487,7 @@ TEST_F(ParentalTest, ChecksOfARating) {
   }
 }
 
-// The unlock is for the channel that the last channel change reached.
+// Unlocking is only for the channel of the last channel change.
 TEST_F(ParentalTest, UnlockOnlyOfTheChannelChangedTo) {
   _ATSC_Service_db_createChannelDB();
   const fake::Service first = fake::service(7, 1, 177000000, "ONE");
@@ -503,7 +503,7 @@ TEST_F(ParentalTest, UnlockOnlyOfTheChannelChangedTo) {
     EXPECT_EQ(calls, callsOf({"AICN_set_play", "AIFW_pwd"}));
     EXPECT_TRUE(*line == '\0' || fake::logged("Info", line)) << line;
   };
-  // A command server of its own: nothing was changed to yet.
+  // A new command server: no channel change yet.
   ATSCBUS::ATSCServerService server;
   list();
   EXPECT_EQ(0, server.jsonCommand(command("PC PWDUNLOCK", "\"lock_status\":1").c_str(), nullptr));
@@ -526,7 +526,7 @@ TEST_F(ParentalTest, UnlockOnlyOfTheChannelChangedTo) {
   list();
   fake::setCurrent(second, 2);
   expect("\"lock_status\":1", {}, "\033[0;41;37m orig ch idx != current ch idx. \033[0m\n");
-  // Two channels without a row are not the same one.
+  // Two channels without a row are different.
   list();
   execute("DELETE FROM channel_data_t");
   expect("\"lock_status\":1", {}, "\033[0;41;37m orig ch idx != current ch idx. \033[0m\n");

@@ -1,4 +1,4 @@
-// docs/protocol.md against the library: it has every command and every callback, with their keys.
+// Compares docs/protocol.md with the library: all commands and callbacks, with their keys.
 #include <aifw.h>
 #include <gmock/gmock.h>
 
@@ -30,7 +30,7 @@ class ProtocolDocumentTest : public LibraryTest {
     (void)started;
   }
 
-  // The message of an event, with all the keys that it may have; null when none is queued.
+  // Returns the message of an event, with all possible keys; null when none is queued.
   static Json::Value messageOf(AFW_event_t event, void (*take)(AFW_event_t, void*)) {
     fake::reset();
     AIFW_time_data time{};
@@ -59,7 +59,7 @@ TEST_F(ProtocolDocumentTest, EveryCommandHasARowAndAnExample) {
   const auto rows = protocol::commandRows(document_);
   EXPECT_THAT(keysOf(rows), UnorderedElementsAreArray(commands));
 
-  std::map<std::string, Types> answered;  // the keys that replies show
+  std::map<std::string, Types> answered;  // keys in the replies
   std::set<std::string> shown;
   for (const Example& example : document_.examples) {
     for (const Exchange& exchange : example.exchanges) {
@@ -74,7 +74,7 @@ TEST_F(ProtocolDocumentTest, EveryCommandHasARowAndAnExample) {
       const Types keys = protocol::keys(protocol::cell(*row->second, "keys"));
       for (const auto& [key, type] : protocol::typesOf(exchange.command)) {
         EXPECT_EQ(1u, keys.count(key)) << at(exchange.line) << ": the table lacks " << key;
-        // A refused command may show a wrong type.
+        // A refused command can have a wrong type.
         if (exchange.result == 0 && keys.count(key) != 0) {
           EXPECT_EQ(keys.at(key), type) << at(exchange.line) << ": " << key;
         }
@@ -97,7 +97,7 @@ TEST_F(ProtocolDocumentTest, EveryCommandHasARowAndAnExample) {
 
 TEST_F(ProtocolDocumentTest, EveryCallbackHasARowWithItsKeys) {
   std::map<std::string, Types> known;  // kinds that have a message
-  std::set<std::string> raised;        // kinds that an event leads to
+  std::set<std::string> raised;        // kinds that an event causes
   for (AFW_event_t event = 0; event < 100; ++event) {
     const Json::Value message = messageOf(event, _ATSC_Service_CB_To_TV);
     if (message.isNull()) continue;
@@ -105,7 +105,7 @@ TEST_F(ProtocolDocumentTest, EveryCallbackHasARowWithItsKeys) {
     known[kind] = protocol::typesOf(message);
     if (!messageOf(event, ATSC_Service_event_cb).isNull()) raised.insert(kind);
   }
-  // The end of the timer that other events start.
+  // Sent when the timer ends that other events start.
   raised.insert("SERVICE_BUILD_COMPLETED");
 
   fake::reset();

@@ -1,4 +1,4 @@
-// The commands of the remote control: what they ask of the middleware and how they answer.
+// Commands of the remote control: their calls of the middleware and their replies.
 #include <gmock/gmock.h>
 
 #include <chrono>
@@ -12,7 +12,7 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
-// How the middleware synchronises a channel table of a source.
+// Returns the calls of a synchronisation of a source's channel table.
 Lines synchronised(int source) {
   const std::string input = std::to_string(source);
   return {"AIST_get_cur_time_secs(*)", "AISRV_get_total_services(" + input + ",4103,*,0,*)",
@@ -37,7 +37,7 @@ class RemoteTest : public LibraryTest {
     return json(text);
   }
 
-  // Lists the services with the middleware and writes the channel table.
+  // Sets the services of the middleware and writes the channel table.
   void list(int source, const std::vector<fake::Service>& services) {
     fake::setServices(static_cast<uint32_t>(source), services);
     ASSERT_EQ(1, ATSC_Service_db_UpdateChannel(source));
@@ -50,7 +50,7 @@ TEST_F(RemoteTest, CallsInOrderAndWhichOfThemDecides) {
     const char* name;
     const char* members;
     Lines calls;
-    Lines decide;  // the calls whose failure is the command's
+    Lines decide;  // calls whose failure makes the command fail
   } cases[] = {
       {"FW POWERDOWN", "", {"AIFW_powerTransition_request(0)"}, {"AIFW_powerTransition_request"}},
       {"FW POWERDOWN",
@@ -126,7 +126,7 @@ TEST_F(RemoteTest, CallsInOrderAndWhichOfThemDecides) {
         "AIUP_sync()"},
        kLanguageCalls},
   };
-  // A failure of these ends the command's calls.
+  // After a failure of these no other calls are made.
   const Lines ends = {"AIFW_change_audio", "AICN_set_sec_pref_aud_lang", "AIUP_store_all"};
   for (const auto& expected : cases) {
     SCOPED_TRACE(command(expected.name, expected.members));
@@ -135,11 +135,11 @@ TEST_F(RemoteTest, CallsInOrderAndWhichOfThemDecides) {
     EXPECT_EQ(0, ask(expected.name, expected.members).result);
     EXPECT_EQ(expected.calls, fake::calls());
 
-    // Every call fails once: the log says so, and the others are made all the same.
+    // Each call fails once. The failure is logged, and the other calls are made.
     for (const std::string& call : expected.calls) {
       const std::string function = call.substr(0, call.find('('));
       if (function == "AICN_get_tuner_mode" || function == "OSAL_display_sem_details_") continue;
-      if (function.rfind("AISRV_get", 0) == 0) continue;  // the channel tables' tests have them
+      if (function.rfind("AISRV_get", 0) == 0) continue;  // tested with the channel tables
       SCOPED_TRACE(function + " fails");
       fake::reset();
       fake::setCurrent(fake::service(7, 1, 177000000, "SEVEN"), 2);
@@ -287,7 +287,7 @@ TEST_F(RemoteTest, ModifyWritesBackThenSynchronises) {
   EXPECT_EQ(-1, ask("FW CHANNELMODIFY", members).result);
   EXPECT_EQ(2u, callsOf({"AISRV_sync_to_database"}).size()) << "synchronised all the same";
 
-  // What is not listed, or cannot be listed, is not written.
+  // A service that is not listed or cannot be read is not written.
   fake::reset();
   EXPECT_EQ(-1, ask("FW CHANNELMODIFY", members).result);
   fake::setServices(3, {fake::service(23, 1, 219000000, "CABLE", 3)});
@@ -361,7 +361,7 @@ TEST_F(RemoteTest, AddedChannel) {
   EXPECT_EQ(0x400u, added.info.modulation);
   EXPECT_EQ("", added.name);
 
-  // The longest name that a record can state, and one byte more.
+  // The longest name of a record, and one byte more.
   fake::setResult("AIFW_modify_service", 0);
   EXPECT_EQ(0, ask("FW CHANNELADD", "\"name\":\"" + std::string(65535, 'x') + "\"").result);
   EXPECT_EQ(65535u, fake::modifiedService().name.size());
@@ -487,7 +487,7 @@ TEST_F(RemoteTest, TimeSettingAndTime) {
 
 TEST_F(RemoteTest, CaptionAspectRatio) {
   AICC_cc_service_data captions{};
-  captions.count = 255;  // only 16 are there
+  captions.count = 255;  // only 16 exist
   captions.services[0].service_id = 1;
   captions.services[0].input_type = 1;
   captions.services[0].aspect_ratio = 5;

@@ -30,7 +30,7 @@ TEST_F(ScanTest, RequestsOfTheMiddleware) {
   const struct {
     const char* members;
     int result;
-    const char* call;  // "" when the middleware must not be asked
+    const char* call;  // "" when no call is expected
   } cases[] = {
       {"", 0, "AICS_start_search(1,2,0,2)"},
       {",\"freq\":14", 0, "AICS_start_search(1,2,0,2)"},
@@ -84,7 +84,7 @@ TEST_F(ScanTest, ProgressIsSentAtOnceWithAllItsNumbers) {
   EXPECT_EQ(2u, message["radio_num"].asUInt());
   EXPECT_EQ(3u, message["data_num"].asUInt());
   EXPECT_EQ(12u, message.size());
-  EXPECT_THAT(callsOf({"AISRV", "AIFW"}), ElementsAre());  // nothing but messages so far
+  EXPECT_THAT(callsOf({"AISRV", "AIFW"}), ElementsAre());  // only messages so far
 }
 
 TEST_F(ScanTest, TheEndSynchronisesThenPlaysThenTells) {

@@ -38,7 +38,7 @@ class SchemaTest : public LibraryTest {
     fake::setServices(3, {fake::service(8, 1, 57000000, "C", AI_INPUT_CABLE)});
   }
 
-  // Starts the databases; returns what was printed.
+  // Starts the databases and returns the output.
   static std::string init() {
     testing::internal::CaptureStdout();
     ATSC_Service_db_init();
@@ -71,7 +71,7 @@ TEST_F(SchemaTest, AMissingFileIsCreatedAndFilled) {
               ElementsAre(kCreateText));
   EXPECT_THAT(rows("PRAGMA user_version"), ElementsAre("1"));
   EXPECT_THAT(names(), ElementsAre("T", "C"));
-  // The second start finds all in order and shows the table.
+  // The second start finds no fault and prints the table.
   fake::reset();
   fake::setServices(2, {fake::service(7, 1, 177000000, "T")});
   fake::setServices(3, {fake::service(8, 1, 57000000, "C", AI_INPUT_CABLE)});
@@ -180,7 +180,7 @@ TEST_F(SchemaTest, CountsAreComparedWithTheMiddlewares) {
   EXPECT_TRUE(fake::logged("Error", "Channel number is not synced( service T(2) , SQLDB T(1)\n"));
   EXPECT_TRUE(fake::logged("Error", "Channel number is not synced( service C(0), SQLDB C(1)\n"));
   EXPECT_THAT(names(), ElementsAre("T", "U"));
-  // A middleware that cannot tell proves nothing.
+  // No rebuild when the middleware cannot give a number.
   fake::reset();
   fake::setResult("AISRV_get_total_services", 1);
   init();
@@ -193,7 +193,7 @@ TEST_F(SchemaTest, AnOlderLayoutIsMigrated) {
   execute("CREATE TABLE channel_data_c (ch_index INTEGER PRIMARY KEY, name TEXT)");
   execute("INSERT INTO channel_data_t VALUES (5, 'old', 'mine')");
   execute("INSERT INTO channel_data_c VALUES (6, 'older')");
-  execute("CREATE TABLE tmp (x)");  // of a run that the power ended
+  execute("CREATE TABLE tmp (x)");  // left by an interrupted run
   execute("PRAGMA user_version = 1");
   fake::setResult("AISRV_get_total_services", 1);  // no rebuild
   init();
@@ -220,7 +220,7 @@ TEST_F(SchemaTest, TheGuidesTables) {
                           "`name` TEXT, `start_time` INTEGER, `duration` INTEGER, `rating` TEXT, "
                           "`multi_rating` INTEGER, `genre_count` INTEGER, `parent_stat` INTEGER, "
                           "`genre` TEXT, `desc` TEXT, `cc` INTEGER, `ch_id_pk` INTEGER )"));
-  // A sound file keeps its rows and gains columns; a broken one is made anew.
+  // A valid file keeps its rows and gains columns; a broken file is created again.
   execute("INSERT INTO event_t (name) VALUES ('News')");
   execute("ALTER TABLE event_t DROP COLUMN `desc`");
   testing::internal::CaptureStdout();

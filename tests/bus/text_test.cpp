@@ -29,7 +29,7 @@ TEST_F(TextTest, BadInputIsLogged) {
   const std::string odd = "Error UTF16Len MUST be even";
   const std::string null = "Error input parameter is null.";
   EXPECT_THAT(errors(), ::testing::ElementsAre(odd, odd, null, null, null));
-  // The middleware's own texts go the same way.
+  // Texts in buffers of the middleware are handled in the same way.
   fake::reset();
   Json::Value message;
   uint8_t text[] = "odd";
@@ -64,7 +64,7 @@ TEST_F(TextTest, PrintsAServiceWithoutReadingPastItsSlot) {
   record.AISRV_fav_group_ = 0x30;
   record.AISRV_flags_ = 0x2C;
   const std::vector<uint8_t> slot(name.begin(), name.end());
-  record.name = {const_cast<uint8_t*>(slot.data()), 4, 0};  // the length does not count
+  record.name = {const_cast<uint8_t*>(slot.data()), 4, 0};  // the length is ignored
   Utili_printSrvInfo(&record);
   EXPECT_TRUE(fake::logged(
       "Info", "Channel No(7-1), freq(177000000), fav(30), flag(2c), name(" + name + ")"));

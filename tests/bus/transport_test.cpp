@@ -28,7 +28,7 @@ TEST_F(TransportTest, CommandWithoutReplyTextYieldsNullAndTheResult) {
 }
 
 TEST_F(TransportTest, WarnsOnlyOnTheOppositeServersThread) {
-  // This thread has just been the service server's thread, so sending a callback from it blocks it.
+  // This thread was the service server's thread before, so sending a callback from it blocks it.
   send("{\"class\":\"MSC\",\"command\":\"LOGCTL\"}");
   ATSC_TransmitTVClientJSONCommand("{}", nullptr);
   EXPECT_TRUE(fake::logged("Warn", "Service call command({}) in IPC server thread"));
@@ -45,7 +45,7 @@ TEST_F(TransportTest, OtherTransactionCodesAreAnsweredWithNothing) {
   data.writeCString("{\"class\":\"XYZ\"}");
   EXPECT_EQ(0, g_atsc_server_service.onTransact(1, data, &reply, 0));
   reply.writeInt32(77);
-  EXPECT_EQ(77, reply.readInt32());  // nothing stood in front of it
+  EXPECT_EQ(77, reply.readInt32());  // the first item
   EXPECT_EQ(-1, g_atsc_server_service.onTransact(kJSON, data, nullptr, 0));
 }
 
@@ -69,7 +69,7 @@ TEST_F(TransportTest, TVServerHandsMessagesToItsBackend) {
   char* result = nullptr;
   EXPECT_EQ(5, ATSC_TransmitTVClientJSONCommand("{\"a\":1}", &result));
   EXPECT_EQ(nullptr, result);
-  backend.answer = "";  // an empty text is a text
+  backend.answer = "";  // an empty text is sent
   EXPECT_EQ(5, ATSC_TransmitTVClientJSONCommand("{\"a\":2}", &result));
   EXPECT_STREQ("", result);
   free(result);
