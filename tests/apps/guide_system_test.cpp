@@ -1,4 +1,4 @@
-// What the air says, on its way through all processes: guide, service changes, alerts.
+// Broadcast data through all processes: guide, service changes, alerts.
 #include <SQLiteCpp/SQLiteCpp.h>
 #include <gmock/gmock.h>
 #include <json/json.h>
@@ -48,7 +48,7 @@ class GuideSystemTest : public SystemTest {
     ASSERT_EQ(0, send(kInit).status);
   }
 
-  // The callbacks so far.
+  // Returns the callbacks so far.
   std::vector<Json::Value> callbacks() const {
     std::vector<Json::Value> messages;
     std::istringstream lines(backend_->out());
@@ -80,7 +80,7 @@ class GuideSystemTest : public SystemTest {
     ASSERT_TRUE(eventually([&] { return overs() > before; }));
   }
 
-  // The value of a query on the guide; "no guide" while there is no table.
+  // Returns the value of a query on the guide; "no guide" while there is no table.
   std::string guideValue(const std::string& sql) const {
     try {
       SQLite::Database file(events_.string(), SQLite::OPEN_READONLY, kBusyTimeoutMs);
@@ -107,8 +107,8 @@ class GuideSystemTest : public SystemTest {
   }
 };
 
-// Scanned, the guide has the programmes of every service that has any, and they are in the file
-// whenever the TV application hears of it.
+// After a scan the guide has the programmes of all services, and they are in the file before the TV
+// application is notified.
 TEST_F(GuideSystemTest, GuideIsInTheFileBeforeItsMessage) {
   broadcastLineups();
   startService();
@@ -129,7 +129,7 @@ TEST_F(GuideSystemTest, GuideIsInTheFileBeforeItsMessage) {
       });
     })) << source;
   }
-  // Several stations may use a source id: one that has it has programmes.
+  // Several stations can use a source id: at least one of them has programmes.
   std::set<std::string> updated;
   EXPECT_TRUE(eventually([&] {
     for (const Json::Value& message : callbacks("EPG_UPDATE")) {
@@ -145,7 +145,7 @@ TEST_F(GuideSystemTest, GuideIsInTheFileBeforeItsMessage) {
       return updated.count(std::to_string(row.sourceId)) > 0;
     });
   }));
-  // A programme is on in every one of them now.
+  // Every service has a current programme.
   const Outcome guide = tv({"guide", "--json"});
   ASSERT_EQ(0, guide.status) << guide.err;
   Json::Value sources;
@@ -198,7 +198,7 @@ TEST_F(GuideSystemTest, ThreeProgramsGuide) {
   EXPECT_EQ("1776877200", guideValue("SELECT min(start_time) FROM event_t"));
   EXPECT_EQ("21", guideValue("SELECT count(*) FROM event_t WHERE duration = 3600 AND name = "
                              "'Simulated PSIP'"));
-  // The receiver's clock, not the stream's, which says 19:39:46.
+  // The time is from the receiver's clock, not from the stream, which has 19:39:46.
   SQLite::Database channels(database_.string(), SQLite::OPEN_READONLY, kBusyTimeoutMs);
   const int64_t stamp = channels.execAndGet("SELECT max(update_time) FROM channel_data_t");
   EXPECT_GE(stamp, 1776879000);
@@ -220,7 +220,7 @@ TEST_F(GuideSystemTest, AlertReachesTheTV) {
   const Json::Value alert = callbacks("EASSTARTBLOCKING").back();
   EXPECT_EQ("REQUIRED WEEKLY TEST", alert["text"].asString());
   EXPECT_EQ(15, alert["priority"].asInt());
-  // Another channel ends it.
+  // A channel change ends the alert.
   ASSERT_EQ(0, send(tuneCommand("VSB", 22, 1)).status);
   EXPECT_TRUE(hears("EASSTOP"));
 }
@@ -276,8 +276,7 @@ TEST_F(GuideSystemTest, ServiceChangesOnTheAir) {
       << "one message for the first burst";
 }
 
-// A TV application that does not answer holds back its own messages and nothing else, not even the
-// end of the service.
+// A TV application that does not answer only delays its own messages. The service can still end.
 TEST_F(GuideSystemTest, StuckTVDelaysOnlyItsMessages) {
   broadcastLineups();
   startService();
@@ -324,7 +323,7 @@ TEST_F(GuideSystemTest, CallbacksAreExplained) {
                                   HasSubstr("5-1 KÉVA-1"), HasSubstr("9-1 WOLM-HD")));
 }
 
-// Programmes as a hostile station may send them.
+// Programmes of a hostile station.
 TEST_F(GuideSystemTest, GuideIsReadable) {
   const Outcome none = tv({"guide"});
   EXPECT_EQ(1, none.status);

@@ -1,4 +1,4 @@
-// What the channel tables must hold.
+// Expected content of the channel tables.
 #ifndef ATSC_TESTS_APPS_LINEUP_ROWS_H_
 #define ATSC_TESTS_APPS_LINEUP_ROWS_H_
 
@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-// The columns of a channel row that the broadcast decides.
+// The columns of a channel row that depend on the broadcast.
 struct Row {
   int64_t major;
   int64_t minor;
@@ -26,13 +26,13 @@ struct Row {
 
 std::ostream& operator<<(std::ostream& out, const Row& row);
 
-// The rows of a lineup's services that are not hidden, in channel order.
+// Returns the rows of a lineup's services that are not hidden, in channel order.
 std::vector<Row> rowsOfLineup(const std::filesystem::path& lineup);
 
-// The rows of a channel table, in channel order.
+// Returns the rows of a channel table, in channel order.
 std::vector<Row> rowsOfTable(const std::filesystem::path& database, const std::string& table);
 
-// Every column of every row but `update_time`, and the result of "PRAGMA integrity_check".
+// Returns all columns except `update_time` of all rows, and the result of "PRAGMA integrity_check".
 std::string contentOfTable(const std::filesystem::path& database, const std::string& table);
 std::string integrityOf(const std::filesystem::path& database);
 

@@ -1,5 +1,5 @@
-// What other processes may do to the programs: TV applications that hang, die and talk nonsense,
-// restarts, and other users who read along or plant files.
+// The programs and hostile neighbours: TV applications that hang, die or send garbage, restarts,
+// and other users who connect or create files.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -41,14 +41,14 @@ bool longForm() { return std::getenv("ATSC_TEST_LONG") != nullptr; }
 
 class NeighbourTest : public SystemTest {
  protected:
-  // A program that sends commands one after another; every second one causes a callback.
+  // Starts a program that sends commands one after another; every second command causes a callback.
   void startCaller() {
     const std::string detail = R"({"class":"PC","command":"SETPRTDETAIL","pc_enable":)";
     caller_ = start({TV_BACKEND, "--call", kInit, detail + "1}", kInit, detail + "0}"});
     answered("nothing else", 50);
   }
 
-  // The caller gets more answers while something is wrong.
+  // Expects that the caller gets more answers during a fault.
   void answered(const char* during, size_t more = 20) {
     const size_t before = caller_->count("answer 0");
     EXPECT_TRUE(caller_->says("answer 0", before + more)) << during;
@@ -79,7 +79,7 @@ class NeighbourTest : public SystemTest {
     EXPECT_TRUE(eventually([&] { return application.count(kUpdate) > before + 1; }));
   }
 
-  // Descriptors and threads of the service.
+  // Returns the descriptors and threads of the service.
   std::string resources() const {
     std::string text;
     for (const char* kind : {"fd", "task"}) {
@@ -89,7 +89,7 @@ class NeighbourTest : public SystemTest {
     return text;
   }
 
-  // For the long form: what of the service is in memory.
+  // For the long form: prints the memory of the service.
   void printMemory() const {
     std::istringstream status(readFile("/proc/" + std::to_string(service_->pid()) + "/status"));
     for (std::string line; longForm() && std::getline(status, line);) {
@@ -115,7 +115,7 @@ TEST_F(NeighbourTest, AStoppedTVApplicationMissesNothingAndHoldsUpNobody) {
     answered("the TV application is stopped", 2100);
   } while (std::chrono::steady_clock::now() < end);
   EXPECT_TRUE(service_->says("messages wait for the TV application"));
-  // A scan waits with its first message, but can be stopped.
+  // A scan waits for its first message, but can be stopped.
   const size_t commands = caller_->count("answer 0");
   caller_.reset();
   EXPECT_EQ(0, send(kScan8).status);
@@ -128,7 +128,7 @@ TEST_F(NeighbourTest, AStoppedTVApplicationMissesNothingAndHoldsUpNobody) {
   const size_t second = all.find(kPlays, all.find(kPlays) + 1);
   size_t updates = 0;
   for (size_t at = 0; (at = all.find(kUpdate, at)) < second; ++at) ++updates;
-  // The last command may have been answered after they were counted.
+  // The last command may have been answered after the answers were counted.
   EXPECT_GE(updates, commands / 2) << "all before what came later";
   EXPECT_LE(updates, commands / 2 + 2);
   EXPECT_EQ(updates, application->count(kUpdate));
@@ -262,7 +262,7 @@ TEST_F(NeighbourTest, WhatIsKeptIsNobodyElsesToRead) {
   EXPECT_FALSE(shared(kTVSocket));
   service_.reset();
   expectPrivate(", as it was made");
-  // Files of an earlier version, and the journal of one that was killed.
+  // Files of an earlier version, and the journal of a killed service.
   for (const char* file : {"ATSCChannelData.db3", "ATSC_event.db"}) {
     const fs::path journal = db_ / (std::string(file) + "-journal");
     std::ofstream(journal, std::ios::app);
@@ -313,7 +313,7 @@ TEST_F(NeighbourTest, PlantedFilesAreRefused) {
   };
   const fs::path everybody = folder_ / "everybody's";
   for (const auto& each : kPlants) {
-    if (each.stranger && geteuid() != 0) continue;  // only root can make a stranger's file
+    if (each.stranger && geteuid() != 0) continue;  // only root can create a file of another user
     fs::create_directory(everybody);
     fs::permissions(everybody, static_cast<fs::perms>(01777));
     db_ = everybody / "db";
@@ -338,7 +338,7 @@ TEST_F(NeighbourTest, PlantedFilesAreRefused) {
     fs::remove_all(everybody);
   }
 
-  // One's own links, of the folder and of the files.
+  // Links of the same user, for the folder and the files.
   const fs::path disk = folder_ / "disk";
   fs::create_directory(disk);
   fs::create_symlink(disk / "db", folder_ / "db-link");

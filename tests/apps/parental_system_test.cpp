@@ -1,4 +1,4 @@
-// Who may watch what, and which alerts are told, on its way through all processes.
+// Parental control and alerts through all processes.
 #include <gmock/gmock.h>
 #include <json/json.h>
 #include <signal.h>
@@ -15,7 +15,7 @@ namespace {
 using testing::AllOf;
 using testing::HasSubstr;
 
-// "The Long Lock" on 5-1, TV-14-D-V, "Case Closed?" on 9-1, TV-14-L-V.
+// "The Long Lock" on 5-1 is TV-14-D-V, "Case Closed?" on 9-1 is TV-14-L-V.
 constexpr const char* kStart = "2026-04-22T19:05:00Z";
 
 std::string pc(const std::string& name, const std::string& members = "") {
@@ -24,7 +24,7 @@ std::string pc(const std::string& name, const std::string& members = "") {
 
 class ParentalSystemTest : public SystemTest {
  protected:
-  // Makes streams of the sample lineups in the air folder.
+  // Creates streams of the sample lineups in the air folder.
   void broadcast(const Words& lineups) {
     Words words = {PSIPMUX, "--start", kStart, "--out", air_};
     words.insert(words.end(), lineups.begin(), lineups.end());
@@ -44,7 +44,7 @@ class ParentalSystemTest : public SystemTest {
     return reply["status"].asString();
   }
 
-  // Fails, because the unlock is refused for `reason`.
+  // Expects that the unlock is refused for `reason`.
   void expectNoUnlock(const std::string& reason) {
     const Outcome outcome = tv({"unlock"});
     EXPECT_EQ(1, outcome.status) << outcome.out;
@@ -54,7 +54,7 @@ class ParentalSystemTest : public SystemTest {
     EXPECT_EQ("VIEWING_BLOCKED", viewing());
   }
 
-  // Without a channel change.
+  // Plays a source without a channel change.
   void playSource(const std::string& source) {
     EXPECT_EQ(0, send(R"({"class":"FW","command":"PLAYSRC","src":")" + source + "\"}").status);
   }
@@ -72,7 +72,7 @@ class ParentalSystemTest : public SystemTest {
     return ask(pc("RETREIVERATING", "\"region\":" + std::to_string(region)));
   }
 
-  // `document` with another command.
+  // Returns `document` with another command.
   std::string with(Json::Value document, const std::string& name, const Json::Value& members = {}) {
     document.removeMember("result");
     document["class"] = "PC";
@@ -103,7 +103,7 @@ TEST_F(ParentalSystemTest, LimitsAndUnlocks) {
             HasSubstr("5-1 KÉVA-1: " + reason + "; atsc-tv unlock frees it\n")));
   EXPECT_THAT(out({"now"}), HasSubstr("\n         blocked: TV-14, the limit is TV-PG\n"));
   expectNoUnlock("Not yet changed channel");
-  // What played already can be unlocked, too; its number or none makes no difference.
+  // A service that played before can be unlocked, too, with and without its number.
   size_t restarts = 0;
   for (const Words& words : {Words{"play"}, {"play", "5-1"}}) {
     restartService();
@@ -115,7 +115,7 @@ TEST_F(ParentalSystemTest, LimitsAndUnlocks) {
   EXPECT_THAT(out({"now"}), HasSubstr("\n        " + unlocked));
   EXPECT_THAT(out({"unlock", "--undo"}), HasSubstr(reason));
 
-  // Free, blocked for its content and free again, on the same channel all the time.
+  // Free, blocked for its content and free again, while the same channel plays.
   const size_t played = watch->count("CHANNEL_PLAY_SUCCESS");
   EXPECT_EQ("Entire Audience: TV-MA blocked\n", out({"parental", "limit", "TV-14"}));
   ASSERT_TRUE(watch->says("PARENTAL_UNBLOCKED"));
@@ -141,7 +141,7 @@ TEST_F(ParentalSystemTest, LimitsAndUnlocks) {
   out({"parental", "allow", "unrated"});
   EXPECT_EQ("VIEWING_UNRATED", viewing());
 
-  // A table of another region, and names that are several.
+  // A table of another region, and ambiguous names.
   out({"parental", "limit", "none"});
   EXPECT_THAT(out({"parental", "region", "harbor city"}), HasSubstr("\n* 5 Harbor City\n"));
   EXPECT_EQ("Age: 12, 18 blocked\n", out({"parental", "limit", "6"}));
@@ -170,14 +170,14 @@ TEST_F(ParentalSystemTest, LimitsAndUnlocks) {
   EXPECT_EQ("Children: nothing blocked\nFantasy Violence: nothing blocked\n",
             out({"parental", "allow", "FV", "TV-Y7"}));
   EXPECT_EQ("PG-13: not blocked\n", out({"parental", "check", "usa-mpaa", "pg13"}));
-  // Nothing is said of the limits that another terminal may change.
+  // No message about limits, because another terminal may change them.
   EXPECT_THAT(tv({"--verbose", "parental", "block", "L"}).err,
               HasSubstr(R"("dwn":[],"region":1,"us":{"lan":1}})"));
   out({"parental", "reset"});
   EXPECT_EQ("VIEWING_ALLOWED", viewing());
   EXPECT_EQ(1, ask(pc("GETCURRREG"))["region"].asInt());
 
-  // A locked channel is another matter.
+  // A lock of the channel is independent.
   out({"edit", "22-1", "--lock"});
   EXPECT_THAT(out({"play", "22-1"}), HasSubstr("\n  locked; atsc-tv play 22-1 --unlocked opens"));
   ASSERT_TRUE(watch->says("CHANNEL_LOCKED"));
@@ -192,7 +192,7 @@ TEST_F(ParentalSystemTest, LimitsAndUnlocks) {
   EXPECT_EQ(locked, watch->count("CHANNEL_LOCKED"));
 }
 
-// What is stored reads back; the rest is lost with the service.
+// Stored settings can be read after a restart; others are lost.
 TEST_F(ParentalSystemTest, DocumentsAreStored) {
   ASSERT_NO_FATAL_FAILURE(broadcast({kAirLineup}));
   startService();
@@ -208,7 +208,7 @@ TEST_F(ParentalSystemTest, DocumentsAreStored) {
   EXPECT_EQ(4, us["us"]["mpaa"].asInt());
   EXPECT_NE(us, limits(1)) << "a document, not a setting";
   EXPECT_EQ(0, ask(with(us, "STORERATING"))["result"].asInt());
-  // Part of a document, and rows of unequal length.
+  // An incomplete document, and rows of different length.
   for (const char* part :
        {R"("region":1,"us":{"child":2},"can":{},"dwn":[])",
         R"("region":5,"us":{},"can":{},"dwn":[[0,0,1],[],[7]])",
@@ -243,7 +243,7 @@ TEST_F(ParentalSystemTest, BoundaryOfABostonProgramme) {
   out({"parental", "limit", "TV-PG"});
   const std::string blocked =
       "PARENTAL_BLOCKED: 2-2 World: Independent Lens (TV-14) is blocked: TV-14, the limit is TV-PG";
-  // It begins at 19:30:00 and ends at 21:00:00.
+  // The programme runs from 19:30:00 to 21:00:00.
   restartService({"--clock", "2014-01-09T19:29:50Z"});
   auto watch = startWatch();
   EXPECT_THAT(out({"play", "2-2"}), HasSubstr("2-2 World\n"));
@@ -262,7 +262,7 @@ TEST_F(ParentalSystemTest, BoundaryOfABostonProgramme) {
   EXPECT_THAT(out({"now"}), HasSubstr("Clock    Thu 09 Jan 2014 16:00:"));
 }
 
-// Two stations that call the ratings by different names.
+// Two stations with different names for the ratings.
 TEST_F(ParentalSystemTest, RatingTablesOfTheAir) {
   const fs::path captures = kCaptures;
   if (!fs::is_directory(captures / "boston")) GTEST_SKIP() << "no field captures";
@@ -318,7 +318,7 @@ TEST_F(ParentalSystemTest, AlertsAsTheUserWantsThem) {
   out({"play", "23-2"});
   ASSERT_TRUE(watch->says("EPG_COMPLETE", 3));
   EXPECT_EQ(0u, watch->count("EASSTART"));
-  // One on the air is told when it is wanted, and ends when it is not.
+  // A present alert is reported when the setting allows it, and ends when it does not.
   out({"eas", "alerts", "all"});
   ASSERT_TRUE(
       watch->says("EASSTARTNONBLOCKING: an alert begins, priority 3 (low): This is a test"));

@@ -10,17 +10,18 @@
 #include <string>
 #include <vector>
 
-// Asks until the answer is yes; false when it does not come in time, which allows for an emulator.
+// Polls `condition` until it is true. Returns false after a time limit, which allows for an
+// emulator.
 bool eventually(const std::function<bool()>& condition);
 
 std::string readFile(const std::filesystem::path& path);
 
-// A running program. Its outputs go to files in a folder of the test; it is killed when the object
-// goes, and when the test dies.
+// A running program. Its outputs are files in a folder of the test. It is killed when the object is
+// destroyed and when the test dies.
 class Program {
  public:
-  // Starts `words` with `environment` added to the test's own. Words in ATSC_TEST_EMULATOR come
-  // first. `input` is what standard input holds.
+  // Starts `words` with `environment` added to the test's environment, after the words in
+  // ATSC_TEST_EMULATOR. `input` is the content of standard input.
   Program(const std::filesystem::path& folder, std::vector<std::string> words,
           const std::map<std::string, std::string>& environment, const std::string& input = "");
   ~Program();
@@ -33,14 +34,15 @@ class Program {
 
   void signal(int number) const;
 
-  // True once `text` is in the outputs `times` times; false when the program ends without it or it
-  // does not come.
+  // Waits until the outputs contain `text` `times` times. Returns false when the program ends
+  // before or the time limit is over.
   bool says(const std::string& text, size_t times = 1);
 
-  // How often `text` is in the outputs now.
+  // Returns how often the outputs contain `text` now.
   size_t count(const std::string& text) const;
 
-  // The exit status, or minus the signal that ended it; -1000 when it does not end in time.
+  // Returns the exit status, or minus the signal that ended the program; -1000 after the time
+  // limit.
   int wait();
 
  private:

@@ -1,4 +1,4 @@
-// docs/protocol.md as the tests read it: its examples in their order, and its tables.
+// Parser of docs/protocol.md for the tests: its examples in order, and its tables.
 #ifndef ATSC_TESTS_APPS_PROTOCOL_DOCUMENT_H_
 #define ATSC_TESTS_APPS_PROTOCOL_DOCUMENT_H_
 
@@ -13,7 +13,8 @@
 
 namespace protocol {
 
-// A command and what it answers: lines "> ", "< " and, unless the result is 0, "= " of a block.
+// A command with its reply and result: the lines "> ", "< " and, unless the result is 0, "= " of a
+// block.
 struct Exchange {
   int line;
   std::string text;
@@ -39,9 +40,9 @@ struct Example {
 
 struct TableRow {
   int line;
-  std::string heading;              // of the section
-  std::string first;                // the first cell of the table's header
-  std::vector<std::string> header;  // of the table
+  std::string heading;              // heading of the section
+  std::string first;                // first cell of the table's header
+  std::vector<std::string> header;  // header of the table
   std::vector<std::string> cells;
 };
 
@@ -50,12 +51,12 @@ struct Document {
   std::vector<TableRow> rows;
 };
 
-// Stands for what "..." leaves out.
+// Replaces values that are elided by "...".
 inline constexpr const char* kElided = "...";
 
 inline std::string at(int line) { return "docs/protocol.md:" + std::to_string(line); }
 
-// A JSON text in which "..." may stand for a value, or for further elements of a list.
+// Parses a JSON text in which "..." can replace a value, or further elements of a list.
 inline Json::Value readJson(const std::string& text, int line) {
   std::string full;
   bool quoted = false;
@@ -77,7 +78,7 @@ inline Json::Value readJson(const std::string& text, int line) {
   return value;
 }
 
-// Calls `found` with each text between backticks and what follows it.
+// Calls `found` with each text in backticks and the text after it.
 template <typename Found>
 void forEachName(const std::string& cell, Found found) {
   size_t begin = cell.find('`');
@@ -89,14 +90,14 @@ void forEachName(const std::string& cell, Found found) {
   }
 }
 
-// All texts between backticks.
+// Returns all texts in backticks.
 inline std::vector<std::string> names(const std::string& cell) {
   std::vector<std::string> all;
   forEachName(cell, [&](const std::string& name, const std::string&) { all.push_back(name); });
   return all;
 }
 
-// The keys of a cell with their types: "`key` (type".
+// Returns the keys of a cell with their types: "`key` (type".
 inline std::map<std::string, std::string> keys(const std::string& cell) {
   std::map<std::string, std::string> all;
   forEachName(cell, [&](const std::string& name, const std::string& rest) {
@@ -124,7 +125,7 @@ inline bool begins(const std::string& line, const std::string& with) {
   return line.compare(0, with.size(), with) == 0;
 }
 
-// `reply` is the present command's so far.
+// `reply` is the reply of the current command so far.
 inline void addCommandLine(Example& example, const std::string& line, int number,
                            std::string& reply) {
   if (begins(line, "> ")) {
@@ -139,7 +140,7 @@ inline void addCommandLine(Example& example, const std::string& line, int number
   }
 }
 
-// The reply of the last command is whole.
+// Stores the complete reply of the last command.
 inline void endReply(Example& example, std::string& reply) {
   if (reply.empty()) return;
   Exchange& exchange = example.exchanges.back();
@@ -185,7 +186,7 @@ inline Document readDocument(const std::string& path) {
   if (!file) throw std::runtime_error("cannot read " + path);
   Document document;
   std::string heading;
-  std::string text;  // of a reply or a callback so far
+  std::string text;  // incomplete reply or callback
   std::vector<std::string> header;
   bool fenced = false;
   int number = 0;
@@ -194,7 +195,7 @@ inline Document readDocument(const std::string& path) {
     if (fenced) {
       Example& example = document.examples.back();
       if (example.kind == Example::kCommands && !detail::begins(line, "<")) {
-        // The lines of a reply come first: what follows them ends it.
+        // A line that does not belong to a reply ends the reply.
         detail::endReply(example, text);
       }
       if (line == "```") {
@@ -229,7 +230,7 @@ inline Document readDocument(const std::string& path) {
   return document;
 }
 
-// The text of a row in the column called `name`.
+// Returns the text of a row in the column `name`.
 inline std::string cell(const TableRow& row, const std::string& name) {
   for (size_t i = 0; i < row.header.size() && i < row.cells.size(); ++i) {
     if (row.header[i] == name) return row.cells[i];
@@ -237,7 +238,7 @@ inline std::string cell(const TableRow& row, const std::string& name) {
   throw std::runtime_error(at(row.line) + ": no cell \"" + name + "\"");
 }
 
-// "CLASS COMMAND" and the row of every command. The classes are those that the heading names.
+// Returns the row of every command by "CLASS COMMAND". The headings name the classes.
 inline std::multimap<std::string, const TableRow*> commandRows(const Document& document) {
   std::multimap<std::string, const TableRow*> rows;
   for (const TableRow& row : document.rows) {
@@ -249,7 +250,7 @@ inline std::multimap<std::string, const TableRow*> commandRows(const Document& d
   return rows;
 }
 
-// The row of every kind of callback.
+// Returns the row of every kind of callback.
 inline std::multimap<std::string, const TableRow*> callbackRows(const Document& document) {
   std::multimap<std::string, const TableRow*> rows;
   for (const TableRow& row : document.rows) {
@@ -259,7 +260,7 @@ inline std::multimap<std::string, const TableRow*> callbackRows(const Document& 
   return rows;
 }
 
-// Members of a message beyond those that all have, with their types.
+// Returns the types of a message's members, except those of all messages.
 inline std::map<std::string, std::string> typesOf(const Json::Value& message) {
   std::map<std::string, std::string> types;
   for (const std::string& key : message.getMemberNames()) {

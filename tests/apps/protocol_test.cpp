@@ -1,4 +1,4 @@
-// docs/protocol.md against the running service: every example of it in its order.
+// Compares docs/protocol.md with the running service: runs all examples in order.
 #include <SQLiteCpp/SQLiteCpp.h>
 #include <json/json.h>
 
@@ -24,14 +24,14 @@ using protocol::TableRow;
 constexpr const char* kStart = "2026-11-22T01:10:00Z";
 constexpr int kBusyTimeoutMs = 10000;
 
-// What the document says is that of one moment.
+// Returns whether the value in the document depends on the time.
 bool isVolatile(const std::string& key) {
   static const std::set<std::string> keys = {"hour", "min",        "mday", "month",
                                              "sec",  "SystemTime", "year"};
   return keys.count(key) != 0;
 }
 
-// Whether `actual` is what the document shows.
+// Returns whether `actual` matches the document.
 bool matches(const Json::Value& shown, const Json::Value& actual) {
   if (shown == Json::Value(protocol::kElided)) return true;
   if (protocol::typeOf(shown) != protocol::typeOf(actual)) return false;
@@ -74,7 +74,7 @@ class ProtocolTest : public SystemTest {
     watch_ = startWatch({"--json"});
   }
 
-  // Waits for what the document says; not for long any more once it was wrong.
+  // Waits for the documented result; only briefly after an earlier mismatch.
   bool becomes(const std::function<bool()>& condition) {
     const auto patience = std::chrono::seconds(HasFailure() ? 1 : 60);
     const auto deadline = std::chrono::steady_clock::now() + patience;
@@ -85,7 +85,7 @@ class ProtocolTest : public SystemTest {
     return true;
   }
 
-  // The callbacks so far.
+  // Returns the callbacks so far.
   std::vector<Json::Value> heard() const {
     std::vector<Json::Value> messages;
     std::istringstream lines(watch_->out());
@@ -106,12 +106,12 @@ class ProtocolTest : public SystemTest {
       if (result > 0) std::istringstream(out.substr(0, result)) >> reply;
       return std::stoi(out.substr(result + 7)) == exchange.result && matches(exchange.reply, reply);
     };
-    // What has a reply is a query: asked again, it does no harm.
+    // A command with a reply is a query and can be repeated.
     const bool right = exchange.reply.isNull() ? answersSo() : becomes(answersSo);
     EXPECT_TRUE(right) << at(exchange.line) << ": " << exchange.text << "\nanswers\n" << out;
   }
 
-  // Looks among the callbacks from the one with number `from` on.
+  // Searches the callbacks from number `from` on.
   void expectCallback(const Example& example, size_t from) {
     std::vector<Json::Value> all;
     const bool came = becomes([&] {
@@ -169,7 +169,7 @@ class ProtocolTest : public SystemTest {
 
 TEST_F(ProtocolTest, EveryExampleIsTrue) {
   ASSERT_NO_FATAL_FAILURE(begin());
-  size_t before = 0;  // callbacks before the commands that a callback follows
+  size_t before = 0;  // number of callbacks before the commands that cause a callback
   for (const Example& example : document_.examples) {
     switch (example.kind) {
       case Example::kCommands:
@@ -185,7 +185,7 @@ TEST_F(ProtocolTest, EveryExampleIsTrue) {
     }
   }
 
-  // Whatever came is as the table of callbacks says.
+  // All callbacks match the table of callbacks.
   const auto kinds = protocol::callbackRows(document_);
   std::set<std::string> told;
   for (const Json::Value& message : heard()) {
@@ -201,7 +201,7 @@ TEST_F(ProtocolTest, EveryExampleIsTrue) {
     EXPECT_EQ("yes", protocol::cell(*row->second, "PC")) << at(row->second->line);
   }
 
-  // The columns.
+  // Columns of the database tables.
   for (const auto& [heading, file, tables] :
        {std::tuple<const char*, std::filesystem::path, Words>{
             "### Channel tables", database_, {"channel_data_t", "channel_data_c"}},

@@ -1,4 +1,4 @@
-// What a viewer does with the remote control, on its way through all processes.
+// Actions of a viewer with the remote control, through all processes.
 #include <SQLiteCpp/SQLiteCpp.h>
 #include <gmock/gmock.h>
 #include <json/json.h>
@@ -18,7 +18,7 @@ namespace {
 using testing::AllOf;
 using testing::HasSubstr;
 
-// In the first minutes of "The Long Lock" on 5-1, a programme with wide captions; in summer.
+// At the start of "The Long Lock" on 5-1, a programme with wide captions; in summer.
 constexpr const char* kStart = "2026-04-22T19:05:00Z";
 constexpr int64_t kStartSeconds = 1776884700;
 
@@ -33,14 +33,14 @@ std::string tuneCommand(int major, int minor) {
          ",\"minor\":" + std::to_string(minor) + "}";
 }
 
-// As atsc-tv play prints it.
+// Returns the output of atsc-tv play for a channel.
 std::string played(const Row& row) {
   return std::to_string(row.major) + '-' + std::to_string(row.minor) + ' ' + row.name + '\n';
 }
 
 class RemoteSystemTest : public SystemTest {
  protected:
-  // The receiver's state is apart from the databases.
+  // Keeps the receiver's state separate from the databases.
   RemoteSystemTest() : state_(folder_ / "state") { environment_["ATSC_HOST_STATE"] = state_; }
 
   void begin(const Words& sources) {
@@ -82,13 +82,13 @@ TEST_F(RemoteSystemTest, Evening) {
   ASSERT_EQ(lineup, terrestrial());
   ASSERT_EQ(rowsOfLineup(kCableLineup), cable());
 
-  // Up through all channels and on to the first; down from there.
+  // Up through all channels and around to the first; then down.
   EXPECT_EQ(played(lineup[0]), out({"play", "5-1"}));
   for (size_t i = 1; i <= lineup.size(); ++i) {
     ASSERT_EQ(played(lineup[i % lineup.size()]), out({"up"}));
   }
   EXPECT_EQ(played(lineup.back()), out({"play", "down"}));
-  // Only the cable has it. Back again there is what played last.
+  // A channel of cable only. Back on terrestrial, the last channel plays.
   EXPECT_THAT(out({"play", "1203"}), HasSubstr("1203 "));
   EXPECT_EQ("QAM", ask(kCurrentSource)["src"].asString());
   EXPECT_EQ(played(lineup.back()), out({"play", "--src", "VSB"}));
@@ -113,7 +113,7 @@ TEST_F(RemoteSystemTest, Evening) {
   EXPECT_EQ("5-9 " + addedName + " (nothing is received for it)\n", out({"play", "5-9"}));
   EXPECT_EQ("5-1 KÉVA-1\n", out({"down"}));
 
-  // The language of all channels, then the track of this one.
+  // The preferred language of all channels, then the track of this channel.
   EXPECT_THAT(out({"audio", "--prefer", "fre,eng"}), HasSubstr("* 1 eng AC-3\n"));
   EXPECT_THAT(out({"audio", "--prefer", "spa", "--dual", "mixed"}),
               AllOf(HasSubstr("Dual mono: mixed\n"), HasSubstr("* 2 spa AC-3\n"),
@@ -121,7 +121,7 @@ TEST_F(RemoteSystemTest, Evening) {
   EXPECT_THAT(out({"audio", "3"}), HasSubstr("* 3 eng AC-3 described\n"));
   EXPECT_EQ("3", value("audio_index FROM channel_data_t WHERE ch_id_pk = '5-1-183000000'"));
 
-  // The captions of the programme that is on.
+  // The captions of the current programme.
   EXPECT_EQ(1, captions(0, 1)["cc_aspect_ratio"].asInt());
   EXPECT_EQ(0, captions(0, 2)["cc_aspect_ratio"].asInt());
   EXPECT_EQ(-1, captions(0, 3)["result"].asInt());
@@ -151,7 +151,7 @@ TEST_F(RemoteSystemTest, Evening) {
                     HasSubstr("\n         * 3 eng AC-3 described\n"),
                     HasSubstr("\nClock    Wed 22 Apr 2026 12:")));
 
-  // An emptied list leaves the other one alone and is filled again.
+  // Emptying a list does not change the other list; a scan fills it again.
   const std::string air = contentOfTable(database_, "channel_data_t");
   EXPECT_EQ(0, ask(R"({"class":"SRV","command":"RESET","src":"QAM"})")["result"].asInt());
   EXPECT_TRUE(cable().empty());
@@ -168,7 +168,7 @@ TEST_F(RemoteSystemTest, Evening) {
   rows.erase(added);
   EXPECT_EQ(lineup, rows);
 
-  // Another evening: the receiver knows it all without the channel table.
+  // After a restart: the receiver has its list without the channel table.
   EXPECT_EQ("5-1 KÉVA-1\n", out({"play", "5-1"}));
   service_->signal(SIGTERM);
   EXPECT_EQ(0, service_->wait()) << service_->err();
@@ -197,7 +197,7 @@ TEST_F(RemoteSystemTest, ChangesAreQueuedAndDelayNothing) {
     EXPECT_TRUE(time.isMember("year"));
     return currentNumber() == "22-1";
   }));
-  // Beside a TV application, which hears of each change.
+  // With a TV application, which is notified of each change.
   EXPECT_EQ("22-2 KidTree\n", out({"up"}));
   EXPECT_EQ("Stopped\n", out({"stop"}));
   EXPECT_TRUE(watch->says("CHANNEL_PLAY_SUCCESS", 4));
@@ -249,7 +249,7 @@ TEST_F(RemoteSystemTest, FailuresAreTold) {
   out({"edit", "22-1", "--delete"});
   fails(1, {"play", "22-1"}, "22-1 is deleted");
 
-  // A station that is gone is passed over, and cannot be chosen.
+  // A station that is gone is skipped and cannot be selected.
   out({"play", "5-3"});
   fs::remove(air_ / "vsb" / "479000000.ts");
   EXPECT_EQ("22-2 KidTree\n", out({"up"}));
@@ -263,14 +263,14 @@ TEST_F(RemoteSystemTest, FailuresAreTold) {
   fs::remove(air_ / "vsb" / "521000000.ts");
   fails(1, {"play", "22-2"}, "22-2 does not play");
 
-  // The receiver's state cannot be stored. The table shows what is.
+  // The receiver's state cannot be stored. The table has the stored state.
   const std::string before = contentOfTable(database_, "channel_data_t");
   fs::remove_all(state_);
   std::ofstream(state_) << "x";
   fails(1, {"edit", "5-1", "--skip"}, "5-1 could not be changed (skip)");
   fails(1, {"add", "5-9", "--freq", "8", "--name", "x"}, "cannot add 5-9");
   fails(1, {"audio", "--prefer", "spa"}, "could not be stored");
-  // These are in force all the same.
+  // These settings apply although they are not stored.
   for (const Words& words : {Words{"eas", "alerts", "high"}, {"parental", "off"}}) {
     const Outcome outcome = tv(words);
     EXPECT_EQ(1, outcome.status) << outcome.out;
@@ -293,7 +293,7 @@ TEST_F(RemoteSystemTest, OtherDatabase) {
        {Words{"play", "9-1"}, {"up"}, {"now"}, {"edit", "9-1", "--skip"}, {"audio"}}) {
     fails(words, "the current channel 5-1 is not in " + table);
   }
-  // An old copy knows all channels; what is changed does not reach it.
+  // An old copy has all channels and does not receive changes.
   fs::create_directory(db_);
   fs::copy_file(database_, table);
   fails({"edit", "5-2", "--skip", "--fav", "2"}, "5-2 was changed, but not in " + table);
@@ -303,7 +303,7 @@ TEST_F(RemoteSystemTest, OtherDatabase) {
   EXPECT_EQ("5-2 L'Été: favourite group 2, skipped, locked\n", out({"edit", "5-2", "--lock"}));
 }
 
-// A number that two stations have, of which one goes and comes.
+// Two stations have the same number; one of them disappears and returns.
 TEST_F(RemoteSystemTest, TwoCarriersOfOneNumber) {
   ASSERT_NO_FATAL_FAILURE(begin({"VSB"}));
   EXPECT_THAT(out({"add", "5-1", "--freq", "15", "--name", "A name that is too long"}),

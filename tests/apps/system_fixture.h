@@ -1,4 +1,4 @@
-// The programs together, as separate processes, in a folder of the test.
+// Runs all programs as separate processes, in a folder of the test.
 #ifndef ATSC_TESTS_APPS_SYSTEM_FIXTURE_H_
 #define ATSC_TESTS_APPS_SYSTEM_FIXTURE_H_
 
@@ -25,7 +25,7 @@ inline constexpr const char* kInit = R"({"class":"FW","command":"INIT"})";
 
 inline constexpr const char* kCaptures = ATSC_CAPTURES_DIR;
 
-// On a frequency for long enough that a scan can be met in the middle.
+// Dwell time, in milliseconds, that lets a test act during a scan.
 inline constexpr const char* kSlow = "300";
 inline constexpr const char* kFast = "0";
 
@@ -61,7 +61,7 @@ class SystemTest : public testing::Test {
     return finish(*start(std::move(words), input));
   }
 
-  // A transport stream for each channel of both sample lineups.
+  // Creates a transport stream for each channel of both sample lineups.
   void broadcastLineups() {
     const Outcome outcome = run({PSIPMUX, kAirLineup, kCableLineup, "--out", air_});
     if (outcome.status != 0) throw std::runtime_error("no broadcast: " + outcome.err);
@@ -86,14 +86,14 @@ class SystemTest : public testing::Test {
     ASSERT_EQ(0, outcome.status) << outcome.err;
   }
 
-  // What atsc-tv prints.
+  // Runs atsc-tv and returns its output.
   std::string out(const Words& words) {
     const Outcome outcome = tv(words);
     EXPECT_EQ(0, outcome.status) << words[0] << ": " << outcome.err;
     return outcome.out;
   }
 
-  // The reply to a command; "result" is added.
+  // Returns the reply to a command, with "result" added.
   Json::Value ask(const std::string& command) {
     const Outcome outcome = send(command);
     Json::Value reply(Json::objectValue);
@@ -105,14 +105,15 @@ class SystemTest : public testing::Test {
     return reply;
   }
 
-  // A scan that has found the services of the first channel, and has most of the band before it.
+  // Starts a scan and waits until it has found the services of the first channel. Most of the band
+  // is left.
   std::unique_ptr<Program> startScan() {
     auto scan = startTV({"scan"});
     if (!scan->says("RF 8")) throw std::runtime_error("no scan: " + scan->err());
     return scan;
   }
 
-  // A TV application that is registered.
+  // Starts a TV application and waits until it is registered.
   std::unique_ptr<Program> startWatch(std::vector<std::string> arguments = {}) {
     arguments.insert(arguments.begin(), "watch");
     auto watch = startTV(std::move(arguments));

@@ -77,7 +77,7 @@ TEST_F(SystemTest, StoppedScanKeepsWhatItFound) {
   const std::vector<Row> first = lineupRowsAt(183000000);
   EXPECT_EQ(first, terrestrial());
 
-  // A scan that somebody else stops comes to an end too.
+  // A scan that another process stops also ends.
   scan = startScan();
   EXPECT_EQ(0, send(kStop).status);
   const Outcome silent = finish(*scan);
@@ -91,7 +91,7 @@ TEST_F(SystemTest, StoppedScanKeepsWhatItFound) {
   for (const Row& row : lineupRowsAt(479000000)) both.push_back(row);
   EXPECT_EQ(both, terrestrial());
 
-  // The service ends in good order while a scan runs.
+  // The service ends cleanly while a scan runs.
   scan = startScan();
   service_->signal(SIGTERM);
   EXPECT_EQ(0, service_->wait()) << service_->err();
@@ -128,7 +128,7 @@ TEST_F(SystemTest, CallbacksArriveInOrder) {
 TEST_F(SystemTest, DeathOfTheServiceIsNoticed) {
   broadcastLineups();
   startService(kSlow);
-  // A TV application that runs has the library loaded, but must not answer in the service's place.
+  // A running TV application has loaded the library, but must not answer in place of the service.
   auto watch = startWatch();
   EXPECT_EQ(0, send(kInit).status);
   service_->signal(SIGKILL);
@@ -173,7 +173,7 @@ TEST_F(SystemTest, DeathOfTheTVDoesNotDisturbTheService) {
   auto scan = startScan();
   scan->signal(SIGKILL);
   scan->wait();
-  // Another scan has to wait for this one, which goes on without its TV application.
+  // A second scan is refused until this one ends. The scan continues without its TV application.
   const Outcome refused = tv({"scan"});
   EXPECT_EQ(1, refused.status);
   EXPECT_THAT(refused.err, HasSubstr("a scan is running"));

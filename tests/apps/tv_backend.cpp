@@ -1,12 +1,12 @@
-// A TV application that looks into the databases while it is being called.
+// A TV application that reads the databases during a callback.
 //
 // tv_backend CHANNEL_DB EVENT_DB [HOLD]: registers, prints "ready" and then each callback as one
-// line of JSON. While the service waits for the answer it counts, over connections of its own, the
-// programmes and channels in the files: members "programmes" (by channel key) and "channels". As
-// long as the file HOLD exists it does not answer, and prints "held".
+// line of JSON. Before it answers a callback, it counts the programmes and channels in the files
+// over separate connections: members "programmes" (by channel key) and "channels". While the file
+// HOLD exists, it prints "held" and does not answer.
 //
-// tv_backend --call COMMAND...: does not register, but sends the commands in turn for ever. Prints
-// "answer RESULT MICROSECONDS" for each, or "lost" when there was no answer.
+// tv_backend --call COMMAND...: does not register, but sends the commands in turn forever. Prints
+// "answer RESULT MICROSECONDS" for each command, or "lost" when there was no answer.
 #include <SQLiteCpp/SQLiteCpp.h>
 #include <atsc/atsc_service.h>
 #include <atsc/atsc_tv_server_backend.h>
@@ -90,7 +90,7 @@ class Backend final : public ATSCBUS::ATSCTVServerBackend {
 int main(int argc, char** argv) {
   if (argc < 3) return 2;
   if (std::string(argv[1]) == "--call") call(argv + 2);
-  // Never destroyed: the library may call until the process has ended.
+  // Never destroyed: the library may call it until the process ends.
   auto* backend = new Backend(argv[1], argv[2], argc > 3 ? argv[3] : "");
   if (ATSC_RegisterTVServerBackend(backend) != 0) return 1;
   std::cout << "\"ready\"" << std::endl;
