@@ -1,4 +1,4 @@
-// Disks that fail under a running service, and databases that another version left.
+// Failing disks under a running service, and databases of other versions.
 #include <SQLiteCpp/SQLiteCpp.h>
 #include <gmock/gmock.h>
 
@@ -33,7 +33,7 @@ class DiskTest : public EnduranceTest {
     }
   }
 
-  // How long a command takes that needs no disk.
+  // Returns the time of a command that does not use the disk.
   static std::chrono::milliseconds askTime() {
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(0, ask(R"({"class":"TIME","command":"GETSETTING"})")["result"].asInt());
@@ -65,7 +65,7 @@ TEST_F(DiskTest, FaultsPassWithTheirCause) {
     std::function<void()> begin;
     std::function<void()> end;
     const char* reason;  // of the channel table
-    const char* state;   // of the receiver's files, which other readers do not touch
+    const char* state;   // of the receiver's files, which have no other readers
   } faults[] = {
       {"full", inject("ENOSPC"), undo, "database or disk is full", "No space left on device"},
       {"broken", inject("EIO"), undo, "disk I/O error", "Input/output error"},
@@ -134,7 +134,7 @@ TEST_F(DiskTest, AFolderThatIsRemovedIsMadeAgain) {
   ASSERT_TRUE(alive());
   ask(kSynchronise);
   EXPECT_EQ(kNewB, names());
-  // Nothing is lost by a restart.
+  // A restart loses nothing.
   stopService();
   startService();
   EXPECT_EQ(kNewB, names());
@@ -166,7 +166,7 @@ TEST_F(DiskTest, ADatabaseOfAnotherVersion) {
             column + "), '') FROM channel_data_t")
         .getString();
   };
-  // What a product added stays, and what an older layout lacks is filled.
+  // Columns of a product stay, and missing columns of an older layout are filled.
   change(
       "ALTER TABLE channel_data_t ADD COLUMN zoom INTEGER; UPDATE channel_data_t SET zoom = 7;"
       "ALTER TABLE channel_data_t DROP COLUMN tsid");

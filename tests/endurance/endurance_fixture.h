@@ -1,5 +1,5 @@
-// A set in a folder of the test: its broadcast, its service, whose disk can be made to fail, and
-// the test as its TV application.
+// A TV set in a folder of the test: its broadcast, its service with a disk that can fail, and the
+// test as its TV application.
 #ifndef ATSC_TESTS_ENDURANCE_ENDURANCE_FIXTURE_H_
 #define ATSC_TESTS_ENDURANCE_ENDURANCE_FIXTURE_H_
 
@@ -18,11 +18,11 @@
 
 #include "system_fixture.h"
 
-// Counts the callbacks of each kind, those of a scan by their "msg".
+// Counts the callbacks of each kind; those of a scan by "msg".
 class Listener final : public ATSCBUS::ATSCTVServerBackend {
  public:
   static Listener& instance() {
-    static Listener& listener = *new Listener;  // the library may call until the process has ended
+    static Listener& listener = *new Listener;  // the library may call it until the process ends
     return listener;
   }
 
@@ -69,13 +69,14 @@ class EnduranceTest : public SystemTest {
 
   static bool inLongForm() { return getenv("ATSC_TEST_LONG") != nullptr; }
 
-  // How the disk of the faulty service behaves from now on.
+  // Sets the behaviour of the faulty service's disk.
   void control(const std::string& line) {
     std::ofstream(control_.string() + ".new") << line;
     std::filesystem::rename(control_.string() + ".new", control_);
   }
 
-  // A carrier with `channels` services on 473 MHz, whose names begin with `list`.
+  // Returns a lineup with one carrier on 473 MHz, with `channels` services whose names start with
+  // `list`.
   static std::string lineup(const std::string& list, int channels, bool cable) {
     Json::Value lineup;
     lineup["medium"] = cable ? "cable" : "air";
@@ -92,7 +93,7 @@ class EnduranceTest : public SystemTest {
       service["name"] = list + std::to_string(i);
       service["source_id"] = i + 1;
       service["streams"][0]["type"] = "mpeg2-video";
-      service["streams"][0]["pid"] = 1024 + 8 * i + list[0] % 2;  // some differ from list to list
+      service["streams"][0]["pid"] = 1024 + 8 * i + list[0] % 2;  // some PIDs differ between lists
       service["streams"][1]["type"] = "ac3";
       service["streams"][1]["pid"] = 1028 + 8 * i;
       for (const char* rating : {"TV-G", "TV-14-L"}) {
@@ -106,7 +107,7 @@ class EnduranceTest : public SystemTest {
     return Json::FastWriter().write(lineup);
   }
 
-  // Makes the broadcast `name` of lineups.
+  // Creates the broadcast `name` from lineups.
   void broadcast(const std::string& name, const std::string& air, const std::string& cable) {
     const std::string stem = folder_ / name;
     std::ofstream(stem + "-air.json") << air;
@@ -116,7 +117,8 @@ class EnduranceTest : public SystemTest {
     if (outcome.status != 0) throw std::runtime_error("no broadcast: " + outcome.err);
   }
 
-  // Three lists of one carrier of either source. The first two have as many channels.
+  // Creates three lists of one carrier for both sources. The first two have the same number of
+  // channels.
   void broadcastLists() {
     const struct {
       const char* name;
@@ -128,7 +130,7 @@ class EnduranceTest : public SystemTest {
     }
   }
 
-  // From now on the air folder has the broadcast `name`.
+  // Switches the air folder to the broadcast `name`.
   void tuneAirTo(const std::string& name) {
     for (const char* medium : {"vsb", "qam"}) {
       const std::filesystem::path to = air_ / medium;
@@ -157,7 +159,7 @@ class EnduranceTest : public SystemTest {
            info.si_pid == 0;
   }
 
-  // Waits for what the service does; returns at once when it dies.
+  // Waits for an action of the service. Returns at once when the service dies.
   void waitFor(const std::function<bool()>& condition) {
     EXPECT_TRUE(eventually([&] { return condition() || !alive(); }));
   }
@@ -171,7 +173,7 @@ class EnduranceTest : public SystemTest {
 
   static size_t told(const std::string& kind) { return Listener::instance().count(kind); }
 
-  // The reply to a command; "result" is added.
+  // Returns the reply to a command, with "result" added.
   static Json::Value ask(const std::string& command) {
     char* text = nullptr;
     const int result = ATSC_TransmitServiceClientJSONCommand(command.c_str(), &text);

@@ -1,6 +1,6 @@
-// atsc-service whose middleware is busy: beside the host's own events, four threads raise further
-// ones for as long as the file exists that the environment variable LOAD_EVENTS names. Then it
-// prints "raised N times, N alerts".
+// atsc-service with a busy middleware: besides the host's events, four threads raise events while
+// the file in the environment variable LOAD_EVENTS exists. Then it prints "raised N times, N
+// alerts".
 #include <aifw.h>
 #include <atsc/atsc_service.h>
 #include <unistd.h>
@@ -15,12 +15,12 @@
 
 namespace {
 
-// Between two events of a thread. An evening's hour has some 40,000 in all.
+// Pause between two events of a thread. An hour of a busy evening has some 40,000 events in all.
 constexpr std::chrono::milliseconds kPause{20};
 
 bool wanted() { return access(getenv("LOAD_EVENTS"), F_OK) == 0; }
 
-// Calls `raise` with 1, 2, … and returns how often.
+// Calls `raise` with 1, 2, … and returns the number of calls.
 template <typename Raise>
 uint32_t repeat(Raise raise) {
   uint32_t count = 0;
@@ -53,7 +53,7 @@ void raiseShort(uint32_t count) {
   ATSC_Service_event_cb(kEvents[count % std::size(kEvents)], nullptr);
 }
 
-// The whole guide anew, every five seconds.
+// Raises an update of the whole guide every five seconds.
 void raiseGuide(uint32_t count) {
   if (count % 250 == 0) {
     ATSC_Service_event_cb(count % 500 == 0 ? AFW_EPG_COMPLETE : AFW_EPG_UPDATE, nullptr);
@@ -74,7 +74,7 @@ void work() {
   fflush(stdout);
 }
 
-// Beside main(), which is that of atsc-service.
+// Starts the threads beside main(), which is the one of atsc-service.
 const bool kStarted = [] {
   if (getenv("LOAD_EVENTS") != nullptr) std::thread(work).detach();
   return true;

@@ -1,7 +1,7 @@
-// An hour of a busy evening in ten minutes, or the first of them: a TV application that sends
-// commands from eight threads and reads both databases, a middleware with four threads of events
-// beside the receiver's own, a guide of some 50,000 programmes that is rewritten every five
-// seconds, scans and zaps. Nothing fails, nothing is lost, nothing grows.
+// An hour of a busy evening in ten minutes, or only its first minutes. A TV application sends
+// commands from eight threads and reads both databases. The middleware has four threads of events
+// besides the receiver's events. A guide of some 50,000 programmes is rewritten every five seconds.
+// The viewer scans and zaps. Expects no failures, no lost messages and no growth.
 #include <SQLiteCpp/SQLiteCpp.h>
 #include <atsc/atsc_service.h>
 #include <atsc/atsc_tv_server_backend.h>
@@ -29,7 +29,7 @@ using std::chrono::steady_clock;
 namespace {
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kMeasuresMemory = false;  // the sanitizers keep what was freed
+constexpr bool kMeasuresMemory = false;  // sanitizers keep freed memory
 #else
 constexpr bool kMeasuresMemory = true;
 #endif
@@ -50,7 +50,7 @@ std::string command(const std::string& name, const std::string& keys = "") {
          "\"" + (keys.empty() ? "" : "," + keys) + "}";
 }
 
-// Two services a carrier, each with a programme every five minutes.
+// Returns a lineup with two services per carrier and a programme every five minutes.
 std::string lineup() {
   Json::Value lineup;
   lineup["medium"] = "air";
@@ -83,7 +83,7 @@ std::string lineup() {
   return Json::FastWriter().write(lineup);
 }
 
-// What the service uses.
+// Resources of the service.
 struct Usage {
   long memoryKb = 0;
   long threads = 0;
@@ -115,7 +115,7 @@ class Backend final : public ATSCBUS::ATSCTVServerBackend {
     if (!parsed || message["class"] != "CALLBACK") ++malformed_;
     const std::string kind = message["cbtype"].asString();
     ++counts_[kind == "SCAN" ? message["msg"].asString() : kind];
-    // Those that were raised by count come one by one.
+    // Counted events arrive in order.
     if (kind == "STT_UPDATE_EVENT" || kind == "TIME_CHANGE") {
       const Json::UInt time = message["SystemTime"].asUInt();
       if (time < 1000000 && time != ++times_) ++lost_;
@@ -130,7 +130,7 @@ class Backend final : public ATSCBUS::ATSCTVServerBackend {
     return counts_[kind];
   }
 
-  // What came of the counted events; "" when one is missing or malformed.
+  // Returns the received counted events; "" when one is missing or malformed.
   std::string received() {
     const std::lock_guard<std::mutex> lock(mutex_);
     if (lost_ + malformed_ > 0) return "";
@@ -146,7 +146,7 @@ class Backend final : public ATSCBUS::ATSCTVServerBackend {
   int malformed_ = 0;
 };
 
-// Commands of one thread and how long they took.
+// Sends the commands of one thread and measures their times.
 class Sender {
  public:
   void send(const std::string& text) {
@@ -172,7 +172,7 @@ class LoadTest : public SystemTest {
 
   bool goesOn() const { return steady_clock::now() < end_; }
 
-  // The viewer: zaps, and now and then a scan.
+  // The viewer: zaps, and sometimes scans.
   void view(Sender& sender) {
     for (int round = 0; goesOn(); ++round) {
       for (int i = 0; i < 18 && goesOn(); ++i) {
@@ -248,14 +248,14 @@ class LoadTest : public SystemTest {
     return samples;
   }
 
-  // Nothing plays, nothing is scanned.
+  // Stops playing and scanning.
   void rest() {
     Sender sender;
     sender.send(command("FW STOP"));
     EXPECT_TRUE(sender.failed().empty());
   }
 
-  Backend& backend_ = *new Backend;  // the library may call until the process ends
+  Backend& backend_ = *new Backend;  // the library may call it until the process ends
   steady_clock::time_point end_;
 };
 
@@ -305,7 +305,7 @@ TEST_F(LoadTest, ABusyEvening) {
   fs::remove(events);
   rest();
 
-  // Every callback comes, in its order.
+  // All callbacks arrive in order.
   ASSERT_TRUE(service_->says("raised "));
   const std::string out = service_->out();
   const size_t at = out.find("raised ");
@@ -329,7 +329,7 @@ TEST_F(LoadTest, ABusyEvening) {
   const size_t quarter = samples.size() / 4;
   const long warm = medianMemory(samples, quarter, 2 * quarter);
   const long last = medianMemory(samples, 3 * quarter, samples.size());
-  // A minute is hardly more than the warming up.
+  // A minute is little more than the warm-up.
   if (kMeasuresMemory && full) {
     EXPECT_LT(last, warm + warm / 20 + 2048);
   }

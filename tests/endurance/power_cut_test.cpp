@@ -1,6 +1,5 @@
-// A set that is switched off at the wall: the service ends at any call on its files, and what was
-// not synced is lost in part. The lists are old or new, whole, and right again after the next
-// start.
+// Power cuts: the service ends at any call on its files, and a random part of unsynced data is
+// lost. The lists must be complete, old or new, and correct after the next start.
 #include <SQLiteCpp/SQLiteCpp.h>
 #include <signal.h>
 
@@ -32,13 +31,13 @@ constexpr const char* kEnforce = R"({"class":"PC","command":"SETPRTDETAIL","pc_e
 
 constexpr int kProgrammes = 8 * 12;
 
-// Rows as text, table by table.
+// Rows as text, by table.
 using Content = std::map<std::string, std::string>;
 
 class PowerCutTest : public EnduranceTest {
  protected:
-  // What the databases hold. What a dead service left is read from a copy: the next start has to
-  // find it as it is.
+  // Reads the content of the databases. After the service has died, reads a copy, so that the next
+  // start finds the files unchanged.
   Content look() {
     fs::path files = db_;
     if (!alive()) {
@@ -60,7 +59,7 @@ class PowerCutTest : public EnduranceTest {
     return content;
   }
 
-  // Every row but for what depends on the moment.
+  // Returns all rows without values that depend on the time.
   static std::string rowsOf(SQLite::Database& database, const std::string& table) {
     const std::string columns =
         database
@@ -76,8 +75,8 @@ class PowerCutTest : public EnduranceTest {
     return text;
   }
 
-  // Whether the programmes are blocked that may be, in the order in which they are written: "0" or
-  // "1", and both when the limits changed while the guide was being written.
+  // Returns whether programmes are blocked, in the order of writing: "0" or "1", or both when the
+  // limits changed while the guide was written.
   static std::string blockedIn(SQLite::Database& database) {
     SQLite::Statement rows(database,
                            "SELECT parent_stat FROM event_t WHERE rating <> 'TV-G' "
@@ -90,7 +89,7 @@ class PowerCutTest : public EnduranceTest {
     return changes;
   }
 
-  // Each channel as the receiver's list and as the table has it.
+  // Returns each channel, as in the receiver's list and as in the table.
   static std::multiset<std::string> listed(const fs::path& db, unsigned source) {
     std::multiset<std::string> channels;
     Json::Value list;
@@ -130,14 +129,14 @@ class PowerCutTest : public EnduranceTest {
     for (const char* source : {"QAM", "VSB"}) scan(source);
   }
 
-  // Runs the steps, one after the other, as long as the service lives.
+  // Runs the steps in order while the service lives.
   void runSteps() {
     for (const auto& step : steps_) {
       if (alive()) step();
     }
   }
 
-  // Ends the service and keeps its files, to begin with them again and again.
+  // Ends the service and saves its files as the start of each run.
   void keepOrigin() {
     stopService();
     fs::copy(db_, origin_, fs::copy_options::recursive);
@@ -161,7 +160,7 @@ class PowerCutTest : public EnduranceTest {
     learn();
   }
 
-  // How many programmes the guide has, or how many blocked ones.
+  // Returns the number of programmes in the guide, or of blocked programmes.
   int programmes(const std::string& condition = "1") const {
     try {
       SQLite::Database database(db_ / "ATSC_event.db", SQLite::OPEN_READONLY, 1000);
@@ -185,8 +184,7 @@ class PowerCutTest : public EnduranceTest {
     waitFor([&] { return programmes("parent_stat = 1") == blocked; });
   }
 
-  // Runs the steps in good order: notes every content that they lead to, how often they call for
-  // the disk, and how long they take.
+  // Runs the steps without faults: records each content, the number of disk calls, and the time.
   void learn() {
     control("count");
     const auto note = [&] {
@@ -207,7 +205,7 @@ class PowerCutTest : public EnduranceTest {
     stopService();
   }
 
-  // Which content a table has: the number of the step that led to it.
+  // Expects that each table has one of the recorded contents, by the number of its step.
   void expectWhole(const Content& content, const std::string& when) {
     for (const auto& [table, known] : whole_) {
       const auto rows = content.find(table);
@@ -224,9 +222,9 @@ class PowerCutTest : public EnduranceTest {
     }
   }
 
-  // The power fails during the steps, `cuts` times: spread over their calls for the disk, in the
-  // long form at each of them. `prepare` runs between the start and the steps, `recover` with the
-  // number of the cut once the service is dead.
+  // Cuts the power during the steps, `cuts` times: spread over the disk calls, in the long form at
+  // each call. `prepare` runs between the start and the steps; `recover` runs with the number of
+  // the cut when the service is dead.
   void cutEverywhere(int cuts, const std::function<void()>& prepare,
                      const std::function<void(int)>& recover) {
     const int stride = inLongForm() ? 1 : calls_ / (cuts / 2);
@@ -247,7 +245,7 @@ class PowerCutTest : public EnduranceTest {
     }
   }
 
-  // The service starts after a cut: all is right once it is ready.
+  // Starts the service after a cut and expects that all data is correct when it is ready.
   void expectSoundStart() {
     startService();
     if (service_->count("Rebuild channel DB") > 0) ++outcomes_["rebuilt"];
@@ -278,7 +276,7 @@ TEST_F(PowerCutTest, ChannelTablesAreOneOfTheLists) {
   cutEverywhere(
       inLongForm() ? 1000 : 40, [] {},
       [&](int i) {
-        if (i % 4 == 3) {  // again while the next start repairs, or makes a new file
+        if (i % 4 == 3) {  // cuts again while the next start repairs or creates a file
           const bool lost = i % 8 == 3;
           if (lost) fs::remove(database_);
           control("power " + std::to_string(1 + i % 29) + " " + std::to_string(i));

@@ -1,12 +1,11 @@
-// Linked into the service in front of the C library: faults of the disk under the files of
-// ATSC_FAULT_FOLDER, as the first line of the file ATSC_FAULT_CONTROL says. It is read with every
-// call on those files, and a line other than the last one counts from 1.
+// Linked into the service before the C library: faults of the disk for the files of
+// ATSC_FAULT_FOLDER, controlled by the first line of the file ATSC_FAULT_CONTROL. The line is read
+// with every call on those files. Counting restarts at 1 when the line changes.
 //
-//   count        keeps the number of calls in ATSC_FAULT_CONTROL.count
+//   count        writes the number of calls to ATSC_FAULT_CONTROL.count
 //   cut N SEED   ends the process at the N-th call, or in the middle of its write
-//   power N SEED the same, and of what was not synced a random part is lost
-//   fail ERROR   calls fail with that errno as they do on such a disk, until the line is another
-//   one
+//   power N SEED like cut, and a random part of the unsynced data is lost
+//   fail ERROR   calls fail with that errno, like on such a disk, until the line changes
 #undef _FILE_OFFSET_BITS  // both names of a call are defined here
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -28,7 +27,7 @@
 
 namespace {
 
-// The C library's function, or the sanitizer's before it.
+// Returns the function of the C library or of a sanitizer before it.
 template <typename Function>
 Function* next(const char* name) {
   return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
@@ -77,7 +76,7 @@ void writeAll(const std::string& path, const std::string& text) {
   close(fd);
 }
 
-// What was done to a file since it was last synced.
+// Changes of a file since its last sync.
 struct Change {
   bool truncate;
   off64_t at;  // or the new size
@@ -110,7 +109,7 @@ class Disk {
     return disk;
   }
 
-  // The watched file of a path or descriptor; empty when it is none.
+  // Returns the watched file of a path or descriptor; empty when it is not watched.
   std::string watched(const char* path) const {
     const bool below = !folder_.empty() && strncmp(path, folder_.c_str(), folder_.size()) == 0;
     return below && path[folder_.size()] == '/' ? path : "";
@@ -125,8 +124,8 @@ class Disk {
   }
   bool isFolder(const std::string& path) const { return path == folder_; }
 
-  // A call is about to be made. Returns the errno with which it fails, or 0. `part` is called when
-  // the process is to die in the middle of it.
+  // Counts a call before it is made. Returns the errno with which it fails, or 0. Calls `part` when
+  // the process is to die in the middle of the call.
   template <typename Part>
   int before(Kind kind, const Part& part) {
     follow();
@@ -211,8 +210,8 @@ class Disk {
     }
   }
 
-  // Leaves on the disk what a power cut may leave: synced content with any part of the later
-  // changes, and the names without the last of their changes.
+  // Leaves a possible state after a power cut on the disk: synced content with any part of the
+  // later changes, and file names without the last changes.
   void losePower() {
     std::map<std::string, std::shared_ptr<File>> touched = files_;
     for (size_t lost = random_() % (names_.size() + 1); lost > 0; --lost) {
@@ -242,10 +241,10 @@ class Disk {
   unsigned long calls_ = 0;
   std::minstd_rand random_;
 
-  std::map<std::string, std::shared_ptr<File>> files_;  // null: there is none
+  std::map<std::string, std::shared_ptr<File>> files_;  // null: no file
   struct Name {
     std::string path;
-    std::shared_ptr<File> before;  // null: there was none
+    std::shared_ptr<File> before;  // null: no file before
   };
   std::vector<Name> names_;  // changes of the folder that are not synced
 };
