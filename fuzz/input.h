@@ -1,4 +1,4 @@
-// What a fuzzer's input decides, taken from its front.
+// Decisions that a fuzzer takes from the start of its input.
 #ifndef ATSC_FUZZ_INPUT_H_
 #define ATSC_FUZZ_INPUT_H_
 
@@ -10,14 +10,14 @@
 
 namespace fuzz {
 
-// The input as a row of decisions. When it is used up, every further one is 0 or empty.
+// The input as a sequence of decisions. When it is used up, all further decisions are 0 or empty.
 class Input {
  public:
   Input(const uint8_t* data, size_t size) : data_(data), size_(size) {}
 
   size_t left() const { return size_; }
 
-  // The next bytes as a little-endian number, so that small numbers are short to write.
+  // Returns the next bytes as a little-endian number, so that small numbers need few bytes.
   template <typename Number>
   Number number() {
     Number value{};
@@ -34,12 +34,12 @@ class Input {
     return *data_++;
   }
 
-  // A number from 0 to below `end`.
+  // Returns a number from 0 to below `end`.
   uint32_t below(uint32_t end) {
     return (end <= 256 ? byte() : end <= 65536 ? number<uint16_t>() : number<uint32_t>()) % end;
   }
 
-  // The next bytes, as many as there are.
+  // Returns the next bytes, at most `count`.
   std::string bytes(size_t count) {
     count = std::min(count, size_);
     std::string taken(reinterpret_cast<const char*>(data_), count);
@@ -48,7 +48,7 @@ class Input {
     return taken;
   }
 
-  // The bytes up to a newline, which is taken too; a text that a dictionary can help with.
+  // Returns the bytes up to a newline and removes both. Suits texts of a dictionary.
   std::string line() {
     const void* end = size_ > 0 ? std::memchr(data_, '\n', size_) : nullptr;
     std::string taken = bytes(
@@ -57,7 +57,7 @@ class Input {
     return taken;
   }
 
-  // The lines up to an empty one.
+  // Returns the lines up to an empty line.
   std::vector<std::string> lines() {
     std::vector<std::string> all;
     for (std::string text; !(text = line()).empty();) all.push_back(text);

@@ -1,5 +1,5 @@
-// Runs a fuzzer's inputs where there is no libFuzzer: each file of the arguments, and each file in
-// a folder of the arguments, once. Fails when there is none.
+// Runs a fuzzer's inputs without libFuzzer: each file in the arguments, and each file in a folder
+// in the arguments, once. Fails when there is none.
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
@@ -20,9 +20,9 @@ int inputs = 0;
 void replay(const fs::path& path) {
   std::ifstream file(path, std::ios::binary);
   const std::vector<char> bytes{std::istreambuf_iterator<char>(file), {}};
-  // To be named by what it crashes.
+  // The output before a crash names the input.
   fprintf(stderr, "%s\n", path.c_str());
-  // A copy of its own size: reading past the end is noticed.
+  // A copy of the exact size, to detect reads past the end.
   const std::vector<uint8_t> input(bytes.begin(), bytes.end());
   LLVMFuzzerTestOneInput(input.data(), input.size());
   ++inputs;

@@ -1,5 +1,6 @@
-// Synchronisations of a channel table, compared with their rules carried out command by command on
-// a copy of the file. An input is runs: changes of the table by others, the time, the service list.
+// Compares synchronisations of a channel table with a model that applies the rules command by
+// command to a copy of the file. An input is a list of runs: changes of the table by others, the
+// time, the service list.
 #include <sqlite3.h>
 
 #include <algorithm>
@@ -11,14 +12,14 @@ namespace {
 
 using namespace std::string_literals;
 
-// What a run writes, in the order of an insertion.
+// Columns that a run writes, in the order of an insertion.
 const std::vector<std::string> kColumns{
     "name",           "build_from_pmt", "major_no",  "minor_no",    "service_record",
     "source_id",      "freq",           "srv_type",  "srv_flag",    "fav_group",
     "service_delete", "audio_pid",      "video_pid", "audio_count", "video_count",
     "update_time",    "ch_id_pk",       "tsid",      "tuner_type"};
 
-// A service, and the values of its row as SQL has them.
+// A service and the SQL values of its row.
 struct Listed {
   fake::Service service;
   std::vector<std::string> values;
@@ -116,7 +117,7 @@ Listed readService(fuzz::Input& input, uint32_t source, uint32_t number, uint32_
   return listed;
 }
 
-// Changes the table as others may have, as far as SQLite lets it.
+// Changes the table like other programs may, as far as SQLite allows.
 void change(fuzz::Input& input, const std::string& path, const std::string& table) {
   static const std::string kChanged[] = {"update_time", "major_no",  "minor_no",  "freq",
                                          "source_id",   "audio_pid", "video_pid", "audio_index",
@@ -147,7 +148,7 @@ void change(fuzz::Input& input, const std::string& path, const std::string& tabl
   for (const std::string& command : commands[kind]) database.tryExec(command);
 }
 
-// All with commas between them.
+// Joins the texts with commas.
 std::string joined(const std::vector<std::string>& texts) {
   std::string all;
   for (const std::string& text : texts) all += "," + text;
@@ -182,8 +183,8 @@ bool isFound(SQLite::Database& database, const std::string& table, const Listed&
   return row.executeStep() && row.getColumn(0).getInt() != ATSC_CHANNEL_NOT_FOUND;
 }
 
-// Carries the rules out. Returns the result; `commands` gets those that write services, or nothing
-// when one of the run fails.
+// Applies the rules and returns the result. Adds the commands that write services to `commands`,
+// none when a command of the run fails.
 int synchronise(const std::string& path, const std::string& table, const std::string& now,
                 const std::vector<Listed>& services, std::string& commands) {
   const std::string columns = _ATSC_Service_db_genBkupColumn();
@@ -194,14 +195,14 @@ int synchronise(const std::string& path, const std::string& table, const std::st
     *gChannel_DB_path = other;
   }
   SQLite::Database database(path, SQLite::OPEN_READWRITE);
-  // Sees the rows as they were before the transaction.
+  // Reads the rows as before the transaction.
   SQLite::Database committed(path, SQLite::OPEN_READONLY);
   try {
     SQLite::Transaction transaction(database);
     database.exec("DROP TABLE IF EXISTS tmp");
     const std::string snapshot = "CREATE TABLE tmp AS SELECT " + columns + " FROM " + table;
     const bool comparable = existed && database.tryExec(snapshot) == SQLITE_OK;
-    // Rows that would pass for written in this run.
+    // Rows with the time stamp of this run.
     database.exec("UPDATE " + table + " SET update_time=-1 WHERE update_time=" + now +
                   " OR update_time IS NULL");
     for (const Listed& listed : services) {
@@ -226,7 +227,7 @@ int synchronise(const std::string& path, const std::string& table, const std::st
   }
 }
 
-// All that a reader may see, in the order in which it does. `plan` goes with each look-up.
+// Returns all data that a reader can see, in its order. `plan` belongs to each look-up.
 std::string content(const std::string& path, const std::string& table, const std::string& plan) {
   SQLite::Database database(path);
   const std::string lookup = "SELECT rowid FROM " + table + plan + " WHERE major_no>=0";
@@ -243,7 +244,7 @@ std::string content(const std::string& path, const std::string& table, const std
         }
       }
     } catch (const SQLite::Exception& e) {
-      // A column lacks.
+      // A column is missing.
       all += e.what();
     }
   }

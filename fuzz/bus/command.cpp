@@ -1,9 +1,11 @@
-// Commands to the service, one a line up to an empty line; the rest is the middleware's noise.
+// Commands to the service, one per line up to an empty line. The rest of the input is noise of the
+// middleware.
 #include "harness.h"
 
 namespace {
 
-// A channel change runs on another thread, 100 ms apart; it has a fuzzer of its own.
+// Returns whether a command is queued: a channel change runs on another thread, 100 ms apart, and
+// has a separate fuzzer.
 bool isQueued(const std::string& line) {
   try {
     Json::Value request;
@@ -22,7 +24,7 @@ void command(const std::string& line) {
   free(text);
 }
 
-// What a running search reports.
+// Calls the callback of a running search.
 void reportScan(fuzz::Input& input) {
   const AICS_scan_callback callback = fake::scanCallback();
   if (callback == nullptr) return;
@@ -41,7 +43,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   fuzz::Input input(data, size);
   const std::vector<std::string> lines = input.lines();
   const uint8_t flags = input.byte();
-  fake::setRecording((flags & 1) != 0);  // the log's lines are formatted too
+  fake::setRecording((flags & 1) != 0);  // also formats log lines
   if ((flags & 2) != 0) unlink(harness.path("channels.db3").c_str());
   const fuzz::Input noise = input;
   fake::setNoise(input.rest());

@@ -1,5 +1,6 @@
-// The files that a product adds. An input is one byte and a customization file, or one byte and two
-// customer-column files, a form feed between them: the second one migrates the first one's tables.
+// Files that a product adds. An input is one byte and a customization file, or one byte and two
+// customer-column files, separated by a form feed. The second file migrates the tables of the
+// first.
 #include <atsc/atsc_tables.h>
 #include <strings.h>
 
@@ -8,7 +9,7 @@
 
 #include "harness.h"
 
-// In place of the start of the callback threads, which would be new ones with every input.
+// Replaces the start of the callback threads, which would start again with every input.
 extern "C" void __wrap__Z23_ATSC_Service_Task_initv() {}
 
 namespace {
@@ -40,7 +41,7 @@ void customize(const fuzz::Harness& harness, const std::string& text) {
   }
 }
 
-// Loads customer columns and brings the tables to them; `names` gains the columns' names.
+// Loads customer columns, updates the tables, and adds the names of the columns to `names`.
 void addColumns(const fuzz::Harness& harness, const std::string& text,
                 std::set<std::string>& names) {
   write(harness.path("columns.json"), text);
@@ -86,7 +87,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     customize(harness, text);
     return 0;
   }
-  // A set that is new, or has been running without customer columns.
+  // A new set, or a set that has run without customer columns.
   if ((flags & 2) != 0) unlink(harness.path("channels.db3").c_str());
   atsc_service_db_custom_column_count = 0;
   std::set<std::string> names;

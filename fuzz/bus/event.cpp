@@ -1,5 +1,5 @@
-// The middleware's events. An input is steps, each a byte: an event and its data, or the end of the
-// service timer; 0 ends them and the rest is noise.
+// Events of the middleware. An input is a list of steps, each one byte: an event with its data, or
+// the end of the service timer. 0 ends the steps; the rest is noise.
 #include <algorithm>
 #include <condition_variable>
 #include <mutex>
@@ -8,7 +8,8 @@
 
 namespace {
 
-// End every input's messages, one a queue; that of the guide, which rewrites it, where it is used.
+// The last event of each queue in every input; the one of the guide rewrites it and is only used
+// with guide events.
 constexpr int32_t kLast = AFW_VIEWING_DELAY;
 constexpr int32_t kLastOfGuide = AFW_EPG_COMPLETE;
 
@@ -27,12 +28,12 @@ void onSend(const std::string& text) {
   gChanged.notify_all();
 }
 
-// Whether the event's data is a text.
+// Returns whether the event's data is a text.
 bool isAlert(int32_t event) {
   return event == AFW_EAS_START_BLOCKING || event == AFW_EAS_START_NON_BLOCKING;
 }
 
-// Reports an event with data of its own size: reading past the end is noticed.
+// Reports an event with data in a buffer of its exact size, to detect reads past the end.
 void report(int32_t event, fuzz::Input& input) {
   const uint8_t kind = input.byte();
   if (kind == 0) {
@@ -41,7 +42,7 @@ void report(int32_t event, fuzz::Input& input) {
     const std::string bytes(input.bytes(kind >= 0xF0 ? input.number<uint16_t>() : kind / 2));
     std::vector<uint8_t> text(bytes.begin(), bytes.end());
     text.shrink_to_fit();
-    // A long text is a short one again and again.
+    // A long text repeats a short text.
     if (kind == 0xFF) text.resize(UINT16_MAX, text.empty() ? 0 : text[0]);
     multiple_lang_t alert{text.empty() ? nullptr : text.data(), static_cast<uint16_t>(text.size()),
                           kind & 1};

@@ -1,5 +1,5 @@
-// The library with the recording platform, for fuzzers: quick, without a trace, the same for every
-// input.
+// The library with the recording platform for fuzzers: fast, without files left over, and with the
+// same state for every input.
 #ifndef ATSC_FUZZ_BUS_HARNESS_H_
 #define ATSC_FUZZ_BUS_HARNESS_H_
 
@@ -24,7 +24,7 @@
 #include "service/server/atsc_server_service.h"
 #include "temporary_folder.h"
 
-// Nothing is to outlast the run, and other programs' files are not to be waited for.
+// Disabled, because no file outlasts the run, and sync() would wait for files of other programs.
 extern "C" void sync() noexcept {}
 
 namespace fuzz {
@@ -36,7 +36,7 @@ inline void require(bool holds, const char* what, const std::string& shown = {})
   abort();
 }
 
-// The text as JSON. All that the library writes is an object.
+// Parses a JSON text of the library, which must be an object.
 inline Json::Value parsed(const std::string& text) {
   Json::CharReaderBuilder builder;
   Json::CharReaderBuilder::strictMode(&builder.settings_);
@@ -49,10 +49,10 @@ inline Json::Value parsed(const std::string& text) {
   return value;
 }
 
-// A database that every input finds as the first one did.
+// A database with the same content at the start of every input.
 class Fixture {
  public:
-  // Notes how the database is now.
+  // Saves the current content of the database.
   explicit Fixture(std::string path) : path_(std::move(path)) {
     std::ifstream file(path_, std::ios::binary);
     content_.assign(std::istreambuf_iterator<char>(file), {});
@@ -69,7 +69,7 @@ class Fixture {
   }
 
  private:
-  // What differs after a transaction: the file, its size, its change counter.
+  // Returns values that differ after a transaction: the file, its size, its change counter.
   std::string state() const {
     struct stat file {};
     if (stat(path_.c_str(), &file) != 0) return {};
@@ -84,8 +84,8 @@ class Fixture {
   std::string left_;
 };
 
-// A private folder, in memory where there is such a place, with the databases of a set that has
-// just been started with three channels. A run that ends in a finding leaves it.
+// A private folder, in memory if possible, with the databases of a newly started set with three
+// channels. Left over when a run ends with a finding.
 class Harness {
  public:
   static Harness& instance() {
@@ -95,7 +95,7 @@ class Harness {
 
   std::string path(const std::string& name) const { return folder_.path() / name; }
 
-  // Makes the platform and the files as they were before the first input.
+  // Restores the platform and the files as before the first input.
   void reset() {
     fake::reset();
     fake::setRecording(false);
@@ -106,7 +106,7 @@ class Harness {
 
   bool channelsChanged() const { return channels_->changed(); }
 
-  // Checks that the channel database, where there is one, is sound.
+  // Checks the channel database, if it exists.
   void checkChannels() const {
     if (!std::filesystem::exists(path("channels.db3"))) return;
     SQLite::Database database(path("channels.db3"));
@@ -120,7 +120,7 @@ class Harness {
     setenv("ATSC_EVENT_DB", path("guide.db").c_str(), 1);
     setenv("ATSC_CUSTOM_FILE", path("custom.json").c_str(), 1);
     setenv("ATSC_CUSTOM_DB_COLUMN_FILE", path("columns.json").c_str(), 1);
-    // What the library prints would be most of a fuzzer's work.
+    // Discards the output of the library, which would dominate the run time.
     require(freopen("/dev/null", "w", stdout) != nullptr, "/dev/null");
     fake::setRecording(false);
     fillPlatform();
@@ -133,7 +133,7 @@ class Harness {
     guide_ = std::make_unique<Fixture>(path("guide.db"));
   }
 
-  // Texts as long as the buffers that are lent, for the noise to change.
+  // Sets texts as long as the callers' buffers, for the noise to change.
   static void fillPlatform() {
     std::vector<fake::Service> air{fake::service(4, 1, 503000000, std::string(60, 'N')),
                                    fake::service(4, 2, 503000000, "WGBH")};

@@ -1,5 +1,6 @@
-// Changes of the channel and of the channel list, one command a line up to an empty line; the rest
-// is the middleware's noise. The channel change is queued: each input waits for the command thread.
+// Channel changes and changes of the channel list, one command per line up to an empty line. The
+// rest of the input is noise of the middleware. Channel changes are queued, so each input waits for
+// the command thread.
 #include <pthread.h>
 #include <time.h>
 
@@ -9,8 +10,8 @@
 
 #include "harness.h"
 
-// Time goes a thousand times faster here, so that the command thread does not wait 100 ms between
-// two commands: the steady clock, and the timed waits on it, which may always end early.
+// Speeds up time by a thousand, so that the command thread does not wait 100 ms between two
+// commands: the steady clock, and timed waits on it, which are allowed to end early.
 std::chrono::steady_clock::time_point std::chrono::steady_clock::now() noexcept {
   timespec time{};
   clock_gettime(CLOCK_MONOTONIC, &time);
@@ -29,14 +30,14 @@ extern "C" int pthread_cond_clockwait(pthread_cond_t*, pthread_mutex_t* mutex, c
 
 namespace {
 
-// Ends every input's queue.
+// The last command of every input.
 constexpr char kLast[] = R"({"class":"FW","command":"CHANNELCHANGE","service_record":987654321})";
 
 std::mutex gMutex;
 std::condition_variable gChanged;
 enum { kWaiting, kLastRuns, kDone } gProgress;
 
-// The last change is over when it has asked which channel plays: none does then.
+// The last change is complete when it has asked for the playing channel; no channel plays then.
 void onCall(const std::string& call) {
   const std::lock_guard<std::mutex> lock(gMutex);
   if (call.rfind("AIFW_channel_change(", 0) == 0 && call.find(",987654321,") != std::string::npos) {

@@ -1,4 +1,4 @@
-// Rating texts and rating documents. The first byte says which way an input goes.
+// Rating texts and rating documents. The first byte of an input selects the function.
 #include <algorithm>
 
 #include "harness.h"
@@ -10,7 +10,7 @@ namespace {
 void rewrite(fuzz::Input& input) {
   const uint32_t size = input.byte();
   const std::string rating = input.rest();
-  // Room as the function wants it, and not a byte more.
+  // A buffer of exactly the required size.
   std::vector<uint8_t> buffer(std::max<size_t>(size, rating.size() + 2));
   atsc::ConvertUSATVRatingString(rating, buffer.data(), size);
   if (rating.find('\0') != std::string::npos) return;
@@ -29,7 +29,7 @@ void rewrite(fuzz::Input& input) {
 
 bool same(const AIPC_dime_t& a, const AIPC_dime_t& b) { return memcmp(&a, &b, sizeof a) == 0; }
 
-// What a record says, its document says too.
+// The document of a record contains all its values.
 void write(fuzz::Input& input) {
   AIPC_dime_t record{};
   const std::string bytes = input.rest();
@@ -43,7 +43,7 @@ void write(fuzz::Input& input) {
   fuzz::require(same(record, again), "the record again", read.toStyledString());
 }
 
-// A document that can be read is one that its record writes and reads again.
+// A document that can be read is written and read back unchanged by its record.
 void read(fuzz::Input& input) {
   fake::setNoise(input.bytes(input.byte()));
   AIPC_dime_t record{};
@@ -70,7 +70,7 @@ void convert(fuzz::Input& input) {
   const std::string bytes = input.rest();
   std::vector<uint8_t> lent(AIPC_TEXT_SIZE);
   std::copy_n(bytes.begin(), std::min(bytes.size(), lent.size()), lent.begin());
-  // What is lent bounds a text of single bytes; UTF-16 may claim more.
+  // The buffer limits a text of single bytes; UTF-16 may claim more.
   const uint16_t length = encoding == AI_TEXT_UTF16BE ? claimed : claimed % (AIPC_TEXT_SIZE + 1);
   const multiple_lang_t text{claimed == UINT16_MAX ? nullptr : lent.data(), length, encoding};
   std::vector<uint8_t> converted;

@@ -1,4 +1,4 @@
-// Conversions of the middleware's texts, into and out of buffers of their exact size.
+// Converts texts of the middleware in buffers of their exact size.
 #include <sqlite3.h>
 
 #include <algorithm>
@@ -8,7 +8,7 @@
 
 namespace {
 
-// The units of a text that the library wrote; null for what it cannot have written.
+// Decodes a text that the library wrote. Returns false for a text that it cannot have written.
 bool decode(const std::string& text, std::vector<uint16_t>& units) {
   for (size_t i = 0; i < text.size();) {
     const uint8_t lead = static_cast<uint8_t>(text[i]);
@@ -26,7 +26,7 @@ bool decode(const std::string& text, std::vector<uint16_t>& units) {
   return true;
 }
 
-// UTF-16BE up to the first 0, every unit on its own.
+// Checks UTF-16BE up to the first 0, with every unit encoded separately.
 void checkUTF16(const std::vector<uint8_t>& bytes, const std::string& converted) {
   std::vector<uint16_t> wanted;
   for (size_t i = 0; i + 1 < bytes.size() && bytes.size() % 2 == 0; i += 2) {
@@ -47,13 +47,13 @@ void checkUTF16(const std::vector<uint8_t>& bytes, const std::string& converted)
   fuzz::require(std::equal(exact.begin(), exact.end(), converted.begin(), converted.end(),
                            [](uint8_t a, char b) { return a == static_cast<uint8_t>(b); }),
                 "the same text", converted);
-  // A smaller buffer needs two bytes of slack.
+  // A smaller capacity needs two additional bytes.
   uint32_t half = size / 2;
   std::vector<uint8_t> small(half + 2);
   Utili_ConvertUTF16BEToUTF8(bytes.data(), length, small.data(), &half);
 }
 
-// A text between quotes is that text for SQL, whatever it holds.
+// Checks that SQL reads a quoted text unchanged, for any text.
 void checkQuoting(const std::string& text) {
   static SQLite::Database database(":memory:");
   sqlString command;
@@ -87,7 +87,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   }
   checkQuoting(converted);
   AISRV_service_info service{};
-  lent.resize(std::max<size_t>(lent.size(), atsc::kNameSlot));  // as long as a slot at least
+  lent.resize(std::max<size_t>(lent.size(), atsc::kNameSlot));  // at least as long as a slot
   service.name = {lent.data(), std::min(claimed, static_cast<uint16_t>(capacity)), encoding};
   Utili_printSrvInfo(&service);
   return 0;

@@ -1,5 +1,5 @@
-// Both ends of the BUS against a peer that keeps no rules. The first byte decides which end is
-// meant, the rest is what the peer does.
+// Tests client and server of the BUS with a peer that violates the protocol. The first byte selects
+// client or server; the rest are the actions of the peer.
 #include <pthread.h>
 #include <signal.h>
 #include <stdlib.h>
@@ -26,10 +26,10 @@ namespace {
 
 [[maybe_unused]] const bool kQuiet = setenv("SPDLOG_LEVEL", "off", 0) == 0;
 
-constexpr uint32_t kMirror = 0x4D4D4D4D;  // a code that echoes; others do as their bits say
+constexpr uint32_t kMirror = 0x4D4D4D4D;  // a code that echoes; other codes are bit fields
 constexpr uint32_t kThrow = 0x4D4D4D4E;
 constexpr uint32_t kLarge = 0x4D4D4D4F;
-constexpr size_t kLargeText = 600'000;  // more than a socket holds
+constexpr size_t kLargeText = 600'000;  // more than a socket buffers
 
 [[noreturn]] void fail(const char* what) {
   fprintf(stderr, "%s\n", what);
@@ -38,7 +38,7 @@ constexpr size_t kLargeText = 600'000;  // more than a socket holds
 
 std::string nameOf(const char* what) { return "fuzz." + std::to_string(::getpid()) + "." + what; }
 
-// Reads what is asked for, two bits of the code each, and replies with it.
+// Reads the items that the code requests, two bits each, and replies with them.
 class Server : public BUSServerInterface {
  public:
   explicit Server(const std::string& name) : BUSServerInterface(name.c_str(), "fuzz") {
@@ -69,7 +69,7 @@ void mirror(BUSClientInterface& client, int32_t number) {
   const std::string text = std::to_string(number);
   data.writeCString(text.c_str());
   data.writeInt32(number);
-  // The first pair of bits asks for a text, the second one for a number.
+  // The first pair of bits requests a text, the second a number.
   if (client.transact(1 | 2 << 2, data, &reply, 0) != 0) fail("a call was not answered");
   const char* const echoed = reply.readCString();
   if (echoed == nullptr || text != echoed || reply.readInt32() != number) fail("a wrong answer");
@@ -79,7 +79,7 @@ std::string word(uint32_t value) {
   return std::string(reinterpret_cast<const char*>(&value), sizeof value);
 }
 
-// Items, sound ones unless a byte says otherwise.
+// Returns items, which are valid unless a byte selects a fault.
 std::string items(fuzz::Input& input) {
   std::string all;
   for (unsigned count = input.below(8); count > 0; --count) {
@@ -104,7 +104,7 @@ std::string items(fuzz::Input& input) {
   return all;
 }
 
-// A frame, of a sound kind and length unless a byte says otherwise.
+// Returns a frame with a valid kind and length unless a byte selects a fault.
 std::string frame(fuzz::Input& input, bus::FrameKind usual, uint32_t code) {
   const uint8_t faults = input.byte();
   uint32_t kind = static_cast<uint32_t>(usual);
@@ -119,7 +119,7 @@ std::string frame(fuzz::Input& input, bus::FrameKind usual, uint32_t code) {
   return word(kind) + word(length) + word(code) + word(input.byte()) + body;
 }
 
-// A connection that says what it likes and never waits.
+// A connection that sends arbitrary bytes and never waits.
 class RawPeer {
  public:
   explicit RawPeer(const std::string& path) : socket_(bus::streamSocket(false)) {
@@ -132,7 +132,7 @@ class RawPeer {
     (void)!::send(socket_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
   }
   void finish() { ::shutdown(socket_.get(), SHUT_WR); }
-  // Takes what has come; all of it must be replies.
+  // Receives available bytes, which must be replies.
   void receive() {
     char bytes[4096];
     for (ssize_t got; (got = ::recv(socket_.get(), bytes, sizeof bytes, MSG_DONTWAIT)) > 0;)
@@ -154,8 +154,8 @@ class RawPeer {
   std::string input_;
 };
 
-// Several connections take turns, one of them well-behaved: the server has seen what they sent
-// before it answers that one.
+// Uses several connections in turn, one of them well-behaved: before the server answers that one,
+// it has read the bytes of the others.
 void attackServer(fuzz::Input& input) {
   static const std::string name = nameOf("server");
   static Server server(name);
@@ -208,11 +208,11 @@ void attackServer(fuzz::Input& input) {
   for (RawPeer& peer : peers) peer.receive();
 }
 
-// Answers requests with the bytes that it was given, in two pieces.
+// Answers requests with given bytes, in two pieces.
 class Liar {
  public:
   Liar() : listener_(bus::streamSocket(true)) {
-    // Whoever sweeps stale sockets must not find one that does not listen yet.
+    // Binds under another name, because a sweep of stale sockets removes a socket without listener.
     const std::string hidden = "/tmp/" + name();
     const bus::Address address(hidden);
     ::unlink(hidden.c_str());
@@ -226,7 +226,7 @@ class Liar {
 
   static std::string name() { return nameOf("liar"); }
 
-  // For the next request; `last`: the connection ends with it.
+  // Sets the answer of the next request. `last`: the connection ends after it.
   void prepare(std::string first, std::string second, bool last) {
     std::lock_guard<std::mutex> lock(mutex_);
     first_ = std::move(first);
@@ -260,7 +260,7 @@ class Liar {
 
 enum class Sound { kYes, kFailure, kNo, kWithMore };
 
-// Whether bytes begin with a reply to a request, or with what says that there is none.
+// Returns whether bytes start with a reply or with the message that there is none.
 Sound judge(const std::string& bytes, uint32_t code) {
   if (bytes.size() < bus::kHeaderSize) return Sound::kNo;
   const bus::FrameHeader header = bus::readHeader(bytes.data());

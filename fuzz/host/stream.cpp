@@ -1,5 +1,5 @@
-// Transport streams into the receiver. The first byte decides what follows it: the packets of a
-// stream or a row of sections, and what receives them. A file of packets is an input, too.
+// Transport streams for the receiver. The first byte selects the format of the rest, packets of a
+// stream or a list of sections, and the parts that receive it. A file of packets is also an input.
 #include <stdlib.h>
 
 #include <algorithm>
@@ -48,7 +48,7 @@ namespace {
 [[maybe_unused]] const bool kQuiet = setenv("SPDLOG_LEVEL", "off", 0) == 0;
 
 constexpr uint32_t kFrequency = 509'000'000;
-constexpr std::chrono::seconds kPatience(20);  // more than a machine under load takes
+constexpr std::chrono::seconds kPatience(20);  // more than enough on a machine under load
 
 using Bytes = std::vector<uint8_t>;
 
@@ -57,7 +57,7 @@ using Bytes = std::vector<uint8_t>;
   abort();
 }
 
-// A buffer of just the size that is lent.
+// A buffer of exactly the required size.
 class Lent {
  public:
   explicit Lent(size_t size) : bytes_(size) {}
@@ -78,7 +78,7 @@ void takeText(const std::string& text, size_t size) {
   checkText(lent, size);
 }
 
-// A row of sections: PID, table_id, table_id_extension, the byte with version_number,
+// Reads a list of sections: PID, table_id, table_id_extension, the byte with version_number,
 // section_number, last_section_number, length of the body, body.
 Bytes packetsOfSections(fuzz::Input& input) {
   Bytes stream;
@@ -143,7 +143,7 @@ const ParentalSettings& strict() {
   return settings;
 }
 
-// The decoders, one after the other, as a scan and a tuned carrier use them.
+// Runs the decoders in order, like a scan and a tuned carrier.
 void decode(uint32_t source, const Bytes& stream) {
   EventQueue events;
   const AlertSettings settings;
@@ -199,7 +199,7 @@ void decode(uint32_t source, const Bytes& stream) {
   for (const RatingRegionTable& table : psip.takeRatingRegions()) takeRegion(table.region);
 }
 
-// The folder with the carrier's file, made at the first use.
+// The folder with the carrier's file, created on first use.
 class Air {
  public:
   Air() {
@@ -240,7 +240,7 @@ void onEvent(AFW_event_t event, void* data) {
   if (event == AFW_EPG_UPDATE) AIFW_get_event_update_data(update.get());
 }
 
-// A tuner for this stream alone, until it has read the tables.
+// Runs a tuner for this stream alone until it has read the tables.
 void tune(uint32_t source, const Bytes& stream) {
   air().write(source, stream);
   ServiceList services("");
@@ -290,7 +290,7 @@ void scan(uint32_t source) {
     scanning.over = state == AICS_STATE_OVER;
     scanning.changed.notify_all();
   };
-  // The last scan may not have ended when its end is reported.
+  // The last scan can still run when it reports its end.
   while (AICS_start_search(&request, over) != 0) std::this_thread::yield();
   if (!scanning.changed.wait_for(lock, kPatience, [] { return scanning.over; }))
     fail("the scan does not end");
@@ -379,7 +379,7 @@ void readRegions() {
   }
 }
 
-// The receiver of the process through its functions. What it has learned of rating regions stays.
+// Uses the receiver of the process through its functions. Learned rating regions stay.
 void receive(uint32_t source, const Bytes& stream) {
   air().write(source, stream);
   [[maybe_unused]] static const bool made = [] {
@@ -410,7 +410,7 @@ void receive(uint32_t source, const Bytes& stream) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   constexpr uint8_t kSyncByte = 0x47, kCable = 1, kPackets = 2;
-  constexpr uint8_t kReceiver = 0x1C, kTuned = 4, kAll = 8;  // anything else: the decoders alone
+  constexpr uint8_t kReceiver = 0x1C, kTuned = 4, kAll = 8;  // other values: only the decoders
   fuzz::Input input(data, size);
   const bool isFile = size > 0 && data[0] == kSyncByte;
   const uint8_t form = isFile ? kPackets : input.byte();

@@ -1,5 +1,5 @@
-// Lineups into psipmux: whatever is written is a lineup's streams or an error of one line, and the
-// receiver drops none of the sections that were written.
+// Lineups for psipmux. The output must be the streams of a lineup or an error of one line, and the
+// receiver must not drop any written section.
 #include "lineup.h"
 
 #include <cstdio>
@@ -47,7 +47,7 @@ void receive(psipmux::Medium medium, const psipmux::Bytes& stream) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string json(reinterpret_cast<const char*>(data), size);
-  uint32_t time = 0;  // any that follows from the input
+  uint32_t time = 0;  // any value that depends on the input
   for (const char letter : json) time = time * 31 + static_cast<uint8_t>(letter);
   time = kFirstTime + time % kTimes;
   try {
