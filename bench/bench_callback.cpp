@@ -1,6 +1,6 @@
-// From an event of the middleware to the TV application's backend in another process, against the
-// one-way time of a bare Unix socket between the same two processes. Each process stays on a core
-// of its own, where there are two, so that both ways meet the same wake-ups.
+// Compares the time from an event of the middleware to the TV application's backend in another
+// process with the one-way time of a bare Unix socket between the same processes. Each process has
+// its own core, if there are two, so that both paths have the same wake-ups.
 #include <aifw.h>
 #include <atsc/atsc_service.h>
 #include <atsc/atsc_tv_server_backend.h>
@@ -24,7 +24,7 @@
 
 namespace {
 
-// What a callback without further keys puts on the wire: frame header, item tag and size, the text.
+// Size of a callback without further keys on the wire: frame header, item tag and size, text.
 constexpr size_t kMessageBytes = 16 + 5 + 58;
 
 // Shared by both processes.
@@ -39,7 +39,7 @@ timespec now() {
   return time;
 }
 
-// Keeps the calling thread, and those it starts, on the first or last core that it may use.
+// Binds the calling thread, and threads that it starts, to the first or last available core.
 void stayOnCore(bool first) {
   cpu_set_t allowed;
   if (sched_getaffinity(0, sizeof allowed, &allowed) != 0) return;
@@ -76,7 +76,7 @@ class Backend : public ATSCBUS::ATSCTVServerBackend {
   Arrival& arrival_;
 };
 
-// The TV application's process: tells when a callback or a bare message arrives.
+// The TV application's process: records the arrival of callbacks and bare messages.
 [[noreturn]] void runTV(int memory, int socket) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   Arrival& arrival = *map(memory);
@@ -98,7 +98,7 @@ double secondsUntilArrival(Arrival& arrival, const timespec& start) {
          static_cast<double>(arrival.time.tv_nsec - start.tv_nsec) * 1e-9;
 }
 
-// Whether the TV application answers within some seconds.
+// Returns whether the TV application answers within some seconds.
 bool tvIsReady(Arrival& arrival) {
   timespec deadline = {};
   clock_gettime(CLOCK_REALTIME, &deadline);

@@ -1,4 +1,5 @@
-// A command through both processes against a bare Unix-socket ping-pong between two processes.
+// Compares a command through both processes with a bare Unix-socket ping-pong between two
+// processes.
 #include <atsc/atsc_service.h>
 #include <atsc_host.h>
 #include <signal.h>
@@ -20,18 +21,17 @@
 
 namespace {
 
-// Acts and answers with the result alone; the other one asks the middleware and answers with a
-// text.
+// The first command is answered with the result only; for the second, the service calls the
+// middleware and answers with a text.
 constexpr const char* kAct = R"({"class":"MSC","command":"LOGCTL","para":"RESUME"})";
 constexpr const char* kAsk = R"({"class":"TIME","command":"GETCUR"})";
 
-// What goes over the wire: a frame header; tag, size and NUL of each text; tag and value of the
-// result.
+// Sizes on the wire: a frame header; tag, size and NUL of each text; tag and value of the result.
 constexpr size_t kHeaderBytes = 16;
 constexpr size_t kTextBytes = 5 + 1;
 constexpr size_t kResultBytes = 5;
 
-// Sends a command; ends the program when nobody answers. Returns the size of the reply text.
+// Sends a command and returns the size of the reply text. Ends the program when there is no answer.
 size_t send(const char* command) {
   char* text = nullptr;
   if (ATSC_TransmitServiceClientJSONCommand(command, &text) != 0 ||

@@ -1,4 +1,4 @@
-// The channel table and the guide against bare SQLite.
+// Compares the channel table and the guide with bare SQLite.
 #include <SQLiteCpp/SQLiteCpp.h>
 #include <atsc/atsc_service.h>
 
@@ -27,11 +27,12 @@ std::vector<fake::Service> services(int count) {
   return list;
 }
 
-// Rewrites the rows of a table as bare SQLite does it best: one transaction, one prepared
-// statement, every value bound.
+// Rewrites the rows of a table in the fastest way of bare SQLite: one transaction, one prepared
+// statement, all values bound.
 class BareRewrite {
  public:
-  // `columns` is their list, separated by commas; the rows are those that the table has now.
+  // `columns` is a list of the columns, separated by commas. The rows are the current rows of the
+  // table.
   BareRewrite(const std::string& path, const std::string& table, const std::string& columns)
       : path_(path), clear_("DELETE FROM " + table) {
     SQLite::Database database(path_, SQLite::OPEN_READWRITE);
@@ -90,7 +91,7 @@ constexpr const char* kEventColumns =
     "ch_id_pk,event_index,event_id,name,start_time,duration,rating,multi_rating,genre_count,"
     "parent_stat,genre,cc,desc";
 
-// Cable's guide: half-hour programmes with descriptions of 200 bytes.
+// Sets the guide of cable: half-hour programmes with descriptions of 200 bytes.
 void setGuide(int serviceCount, int eventsEach) {
   std::vector<fake::Service> list;
   for (int i = 0; i < serviceCount; ++i) {
@@ -129,7 +130,7 @@ int main(int argc, char** argv) {
       fake::setServices(AI_INPUT_TERRESTRIAL, services(count));
     };
     select();
-    std::ofstream{path};  // not missing, which would be said
+    std::ofstream{path};  // exists, because a missing file is logged
     _ATSC_Service_db_createChannelDB();
     ATSC_Service_db_UpdateChannel(AI_INPUT_TERRESTRIAL);
     floors.push_back(std::make_unique<BareRewrite>(path, "channel_data_t", kChannelColumns));

@@ -1,5 +1,5 @@
-// How long the service takes from its exec to its first answered command, against a process that
-// only loads the libraries; and what memory it has after a scan of the sample broadcast.
+// Measures the time of the service from exec to its first answered command, compared with a process
+// that only loads the libraries, and its memory after a scan of the sample broadcast.
 #include <atsc/atsc_service.h>
 #include <atsc/atsc_tv_server_backend.h>
 #include <atsc_host.h>
@@ -30,7 +30,7 @@
 namespace {
 
 constexpr int kStarts = 10;
-// This program with that argument loads the libraries and ends.
+// With this argument the program only loads the libraries and ends.
 constexpr const char* kLoadOnly = "--load-only";
 
 pid_t start(std::vector<std::string> words) {
@@ -62,7 +62,7 @@ bool answers() {
   return answered;
 }
 
-// The service on an air folder, answering.
+// A service on an air folder that answers commands.
 class Service {
  public:
   Service(const std::string& air, const std::string& folder)
@@ -128,7 +128,7 @@ class Backend : public ATSCBUS::ATSCTVServerBackend {
   std::map<std::string, bool> heard_;  // guarded by mutex_
 };
 
-// Resident KiB of a process by what is mapped: a file's name, or what has none.
+// Returns the resident KiB of a process by mapping: a file's name, or memory without a name.
 std::map<std::string, long> residentMemory(pid_t process) {
   std::map<std::string, long> parts;
   std::ifstream maps("/proc/" + std::to_string(process) + "/smaps");
@@ -195,7 +195,7 @@ int main(int argc, char** argv) {
     std::filesystem::remove_all(database);
     return startSeconds(air, database);
   };
-  // A new database each time, on the disk and in memory: the difference is the disk's.
+  // A new database each time, on the disk and in memory: the difference is the time of the disk.
   bench::addTimed(
       "exec to first answer, first start", [&] { return first(folder + "/new"); }, load, kStarts);
   const TemporaryFolder temporaryMemory(TemporaryFolder::memory());

@@ -47,7 +47,7 @@ class Collector : public benchmark::BenchmarkReporter {
   std::string failed;
 };
 
-// `base` says what ours is compared with.
+// `base` is the name of the floor.
 void print(const std::string& name, double ours, const char* base, double floor, bool json) {
   if (json) {
     Json::Value line;
@@ -121,7 +121,7 @@ int run(int argc, char** argv) {
     fprintf(stderr, "usage: %s [--json]\n", argv[0]);
     return 2;
   }
-  // Ours and floor take turns, so that both meet the same machine.
+  // Runs ours and floor alternately, so that both have the same conditions.
   std::string interleaving = "--benchmark_enable_random_interleaving=true";
   char* arguments[] = {argv[0], &interleaving[0], nullptr};
   int count = 2;
