@@ -1,5 +1,5 @@
-# What `cpack` makes: a Debian package for each of the library, its development files and, with the
-# host platform, the programs. Configure with CMAKE_INSTALL_PREFIX=/usr.
+# Debian packages of `cpack`: the library, its development files and, with the host platform, the
+# programs. Configure with CMAKE_INSTALL_PREFIX=/usr.
 set(library_package libatscbusservice${PROJECT_VERSION_MAJOR})
 set(dev_package libatscbusservice-dev)
 set(tools_package atsc-tools)
@@ -10,7 +10,7 @@ set(ATSC_PACKAGE_CONTACT "${PROJECT_NAME} maintainers <${PROJECT_NAME}@localhost
   "Maintainer that the packages name")
 set(CPACK_PACKAGE_CONTACT ${ATSC_PACKAGE_CONTACT})
 set(CPACK_PACKAGING_INSTALL_PREFIX ${CMAKE_INSTALL_PREFIX})
-# Each package has a description of its own.
+# Each package has a separate description.
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")
 set(CPACK_STRIP_FILES ON)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
@@ -21,8 +21,8 @@ set(CPACK_COMPONENTS_ALL library dev)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 
-# The libraries that a package needs are asked of the system that it is built on, which does not know
-# those of another architecture.
+# The libraries that a package needs are looked up on the build machine, which does not know those
+# of another architecture.
 if(CMAKE_CROSSCOMPILING)
   if(CMAKE_LIBRARY_ARCHITECTURE STREQUAL "arm-linux-gnueabihf")
     set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE armhf)
@@ -39,7 +39,7 @@ else()
   if(ATSC_PLATFORM STREQUAL "host")
     list(APPEND CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}/platform/host)
   else()
-    # A set's own libraries are in no package.
+    # Libraries of a TV set are in no package.
     get_filename_component(folder "${ATSC_PLATFORM}" ABSOLUTE)
     list(APPEND CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${folder}/lib)
   endif()
@@ -51,7 +51,7 @@ set(CPACK_DEBIAN_LIBRARY_PACKAGE_DEPENDS ${library_needs})
 set(CPACK_DEBIAN_LIBRARY_DESCRIPTION "ATSC service library of a digital television set
 Joins a TV application to the set's ATSC middleware: commands and callbacks as
 JSON, the channel list and the programme guide in SQLite files.")
-# What was linked with a version needs that one or a newer one.
+# Programs need the linked version of the library or a newer one.
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/debian/triggers)
@@ -84,7 +84,7 @@ is a TV application for the terminal, psipmux makes sample broadcasts.")
   endforeach()
 endif()
 
-# Debian wants a changelog of a form of its own in each package.
+# Debian requires a changelog in its own format in each package.
 string(TIMESTAMP date "%a, %d %b %Y %H:%M:%S +0000" UTC)
 file(WRITE ${PROJECT_BINARY_DIR}/changelog "${PROJECT_NAME} (${PROJECT_VERSION}) stable; urgency=medium
 

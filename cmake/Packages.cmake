@@ -1,11 +1,11 @@
-# What `cmake --install` and `cpack` make: the library, what programs are built with, and the
-# programs of a PC.
+# Installation and packages: the library, the files that programs are built with, and the programs
+# of a PC.
 include(CMakePackageConfigHelpers)
 
 install(DIRECTORY include/atsc DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT dev)
 install(EXPORT atscbusservice NAMESPACE atsc:: FILE atscbusserviceTargets.cmake
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/atscbusservice COMPONENT dev)
-# In a folder where find_package() does not look: what it would find cannot be used from here.
+# In a folder where find_package() does not search, because the files cannot be used from here.
 set(made ${PROJECT_BINARY_DIR}/packaging)
 configure_package_config_file(cmake/atscbusserviceConfig.cmake.in
   ${made}/atscbusserviceConfig.cmake
@@ -15,8 +15,8 @@ write_basic_package_version_file(${made}/atscbusserviceConfigVersion.cmake
   COMPATIBILITY SameMinorVersion)
 install(FILES ${made}/atscbusserviceConfig.cmake ${made}/atscbusserviceConfigVersion.cmake
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/atscbusservice COMPONENT dev)
-# atsc_install_configured(TEMPLATE DESTINATION COMPONENT): configures a file when it is installed.
-# The prefix is known only then: `cmake --install --prefix` may name another one.
+# atsc_install_configured(TEMPLATE DESTINATION COMPONENT): configures a file at installation, when
+# the prefix is known. `cmake --install --prefix` can change the prefix.
 function(atsc_install_configured template destination component)
   get_filename_component(name ${template} NAME_WLE)
   install(CODE "set(PROJECT_VERSION ${PROJECT_VERSION})
@@ -29,12 +29,12 @@ function(atsc_install_configured template destination component)
 endfunction()
 atsc_install_configured(cmake/atscbusservice.pc.in ${CMAKE_INSTALL_LIBDIR}/pkgconfig dev)
 if(ATSC_PLATFORM STREQUAL "host")
-  # The interfaces that a platform provides, and the control of this one.
+  # The interfaces that a platform provides, and the controls of the host platform.
   install(DIRECTORY platform/include/ platform/host/include/
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/atsc/platform COMPONENT dev)
 endif()
 
-# Documents, and the programs' man pages and settings.
+# Documents, man pages and settings of the programs.
 set(doc ${CMAKE_INSTALL_DATAROOTDIR}/doc)
 install(FILES README.md DESTINATION ${doc}/libatscbusservice-dev COMPONENT dev)
 install(FILES CHANGELOG.md DESTINATION ${doc}/libatscbusservice-dev COMPONENT dev)
@@ -44,7 +44,7 @@ if(ATSC_PLATFORM STREQUAL "host")
   find_program(HELP2MAN help2man)
   find_program(GZIP gzip)
   if(HELP2MAN AND GZIP AND NOT ATSC_SANITIZE)
-    # atsc_man_page(PROGRAM ABOUT): from what the program says of itself and packaging/man/PROGRAM.
+    # atsc_man_page(PROGRAM ABOUT): made from the program's help and packaging/man/PROGRAM.
     function(atsc_man_page program about)
       set(page ${PROJECT_BINARY_DIR}/${program}.1.gz)
       set(make ${PROJECT_SOURCE_DIR}/packaging/man/make)
@@ -69,7 +69,7 @@ if(ATSC_PLATFORM STREQUAL "host")
       COMPONENT tools)
   endforeach()
   atsc_install_configured(packaging/atsc-service@.service.in lib/systemd/system tools)
-  # Not below the prefix, and so only when it is asked for by its component's name, as cpack does.
+  # Outside the prefix, so only installed when the component is requested by name, as in cpack.
   install(FILES packaging/default DESTINATION /etc/default
     RENAME atsc-service COMPONENT settings EXCLUDE_FROM_ALL)
 endif()

@@ -7,7 +7,7 @@ set(CMAKE_CXX_COMPILER arm-linux-gnueabihf-g++)
 set(CMAKE_LIBRARY_ARCHITECTURE arm-linux-gnueabihf)
 
 set(ATSC_SYSROOT "$ENV{ATSC_SYSROOT}" CACHE PATH "Folder with the unpacked armhf packages")
-# CMake reads this file again for each of its compiler checks.
+# CMake reads this file again for each compiler check.
 list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES ATSC_SYSROOT)
 if(NOT IS_DIRECTORY "${ATSC_SYSROOT}/usr/include")
   message(FATAL_ERROR "ATSC_SYSROOT is not a sysroot: '${ATSC_SYSROOT}'")
@@ -19,15 +19,15 @@ set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 
-# A library of the sysroot finds the others there, when linking and, by the inherited DT_RPATH of who
-# loads it, when running.
+# Libraries of the sysroot find each other at link time and, by the inherited DT_RPATH of the
+# program, at run time.
 set(sysroot_link
     "-Wl,-rpath-link,${ATSC_SYSROOT}/usr/lib/arm-linux-gnueabihf -Wl,--disable-new-dtags")
 set(CMAKE_EXE_LINKER_FLAGS_INIT "${sysroot_link}")
 set(CMAKE_SHARED_LINKER_FLAGS_INIT "${sysroot_link}")
-# Files over 2 GiB and folders of file systems with 64-bit positions; no remarks on a change of ABI
-# in a compiler long gone.
+# Supports files over 2 GiB and folders with 64-bit positions. Suppresses notes on an ABI change of
+# old compilers.
 set(CMAKE_CXX_FLAGS_INIT "-D_FILE_OFFSET_BITS=64 -Wno-psabi")
 
-# That leaves the emulator the loader and the C library to find.
+# The emulator only has to find the loader and the C library.
 set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm-static -L /usr/arm-linux-gnueabihf)

@@ -249,8 +249,7 @@ TEST_F(ReceiverPlayTest, StandbyRefusesToPlayAndGoesOnAfterwards) {
     EXPECT_TRUE(receiver.player().isPlaying());
     EXPECT_EQ("9-2", number(receiver.player().current()));
   }
-  receiver.player().setAudioLanguage(&AudioLanguages::first,
-                                     kFre);  // to be stored
+  receiver.player().setAudioLanguage(&AudioLanguages::first, kFre);  // to be stored
   fs::remove_all(state_);
   std::ofstream(state_) << "a file where the folder should be";
   EXPECT_FALSE(receiver.enterStandby());
