@@ -8,7 +8,7 @@
 namespace atschost {
 namespace {
 
-// What a callback may take to return once the process exits, before its thread is left alone.
+// Maximum wait for a callback at exit, before its thread is detached.
 constexpr std::chrono::milliseconds kExitPatience(2000);
 
 }  // namespace
@@ -54,7 +54,7 @@ void Receiver::takeGuide(uint32_t source, uint32_t frequency, CarrierResult& fou
 
 void Receiver::report(const Scanner::Outcome& outcome) {
   if (outcome.services) events_.raise(AFW_SERVICE_BUILD_COMPLETED);
-  // Events of a service that is listed anew may be known already.
+  // Events of a newly listed service may be known already.
   std::set<uint16_t> ids = outcome.sourceIds;
   for (const auto& [source, frequency, id] : outcome.listed)
     if (!guide_.events(source, frequency, id)->empty()) ids.insert(id);
@@ -63,8 +63,8 @@ void Receiver::report(const Scanner::Outcome& outcome) {
 }
 
 void Receiver::endGuideRound() {
-  ratingRegions_.receive({});  // stores what waits
-  // The first round may be over before the application listens.
+  ratingRegions_.receive({});  // stores waiting tables
+  // The first round may end before the application registers its callback.
   if (guideRound_.sourceIds.empty())
     guideRound_ = {};
   else if (events_.hasCallback())
@@ -77,7 +77,7 @@ void Receiver::setCallback(AIFW_app_callback callback) {
   if (begins) refreshGuide();
 }
 
-// An application that keeps the guide of the current source has to look at it anew.
+// An application that keeps the guide of the current source has to read it again.
 void Receiver::refreshGuide() { events_.refreshGuide(guide_.sourceIds(settings_.source())); }
 
 bool Receiver::enterStandby() {
@@ -97,7 +97,7 @@ bool Receiver::changeParental(const std::function<bool(ParentalSettings&)>& edit
   return true;
 }
 
-// Ratings of a region count from its first table on.
+// Ratings of a region count after its first table.
 void Receiver::learnedRegion() {
   if (!parental_.settings()->enabled()) return;
   refreshGuide();

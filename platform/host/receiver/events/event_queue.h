@@ -50,7 +50,8 @@ class EventQueue {
   uint8_t alertPriority() const;
 
   // Drops the waiting events and joins the thread; no call starts afterwards. With `patience`,
-  // detaches the thread if a call does not return in time. Detaches the calling thread.
+  // detaches the thread if a call does not return in time. Called on the thread itself, detaches
+  // it.
   void shutDown(std::optional<std::chrono::milliseconds> patience = std::nullopt) EXCLUDES(mutex_);
 
  private:

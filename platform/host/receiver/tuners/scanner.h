@@ -57,7 +57,7 @@ class Scanner {
   bool isRunning() const;
 
   // Stops permanently and joins the threads of all scans. With `patience` for each, detaches
-  // threads whose callback does not return in time. Detaches the calling thread.
+  // threads whose callback does not return in time. Called on a scan thread, detaches that thread.
   void shutDown(std::optional<std::chrono::milliseconds> patience = std::nullopt) EXCLUDES(mutex_);
 
  private:
