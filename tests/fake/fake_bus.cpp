@@ -33,7 +33,7 @@ struct Record {
   std::vector<std::string> logs;
 };
 
-// Outlives every global that logs.
+// Lives longer than all globals that log.
 Record& record() {
   static Record* instance = new Record;
   return *instance;
@@ -96,7 +96,7 @@ struct BUSServerInterface::Impl {
   std::string name;
 };
 
-// As a BUS without bus_lifetime.h.
+// Like a BUS without bus_lifetime.h.
 BUSServerInterface::BUSServerInterface(const char* name, const char* /*description*/)
     : impl_(new Impl{name}) {
   std::lock_guard<std::mutex> lock(record().mutex);
@@ -184,7 +184,8 @@ std::vector<std::string> sent() {
   return record().sent;
 }
 
-// "LEVEL tag: [pid][function()][file:line] text" without what stands in brackets and the tag.
+// Converts "LEVEL tag: [pid][function()][file:line] text": removes the tag and the parts in
+// brackets.
 std::vector<std::string> logs() {
   std::lock_guard<std::mutex> lock(record().mutex);
   std::vector<std::string> lines;

@@ -41,7 +41,7 @@ int AICN_get_current(AISRV_service_info* record) {
   const auto status = called(__func__, record);
   std::lock_guard<std::mutex> lock(gMutex);
   if (!state().hasCurrent) return -1;
-  fake::copyService(state().current, *record);  // also when it fails: nobody may look at it then
+  fake::copyService(state().current, *record);  // also on failure: must not be used then
   return status;
 }
 
@@ -399,10 +399,10 @@ int AISRV_get_n_services(uint32_t input, uint32_t mask, uint32_t first,
   const uint32_t copied = std::min<uint32_t>(capacity, static_cast<uint32_t>(services.size()));
   for (uint32_t i = 0; i < copied; ++i) {
     fake::copyService(services[i], records[i]);
-    if (i > 0) fake::disturb(records[i]);  // the first one as every answer
+    if (i > 0) fake::disturb(records[i]);  // the first record like any answer
   }
   *count = state().countIsClaimed ? state().claimedCount : copied;
-  // Where many fit, many rows would take their time.
+  // A large capacity would allow many rows, which take too long.
   if (capacity <= UINT8_MAX) fake::disturbCount(*count);
   return status;
 }

@@ -1,4 +1,4 @@
-// What tests set and ask.
+// Functions for the tests.
 #include "fake_state.h"
 
 namespace fake {

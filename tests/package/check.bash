@@ -8,19 +8,20 @@ fail() {
   exit 1
 }
 
-# install PACKAGE...: as a user would do it, without what is only recommended.
+# install PACKAGE...: installs packages like a user, without recommended packages.
 install() {
   apt-get -qq update
   apt-get -qq --yes --no-install-recommends install "$@" >/tmp/apt.log 2>&1 ||
     { cat /tmp/apt.log; fail "apt-get install $*"; }
 }
 
-# as_viewer COMMAND...: as the ordinary user, without network, where abstract sockets end.
+# as_viewer COMMAND...: runs a command as an ordinary user, without network; abstract sockets are
+# separate, too.
 as_viewer() {
   unshare --net runuser -u viewer -- env HOME=/home/viewer "$@"
 }
 
-# has FILE LINE...: the lines are in the file, whole.
+# has FILE LINE...: checks that the file contains the complete lines.
 has() {
   local file=$1 line
   shift
@@ -29,8 +30,8 @@ has() {
   done
 }
 
-# start_service: starts atsc-service with the sample broadcast in the present folder and waits for
-# it.
+# start_service: starts atsc-service with the sample broadcast in the current folder and waits until
+# it is ready.
 start_service() {
   psipmux /usr/share/atsc/lineups/metro-air.json --out air --start 2026-04-22T19:00:00Z
   SPDLOG_LEVEL=warn atsc-service --air air --db "$PWD/db" >service.log 2>&1 &
@@ -39,7 +40,7 @@ start_service() {
     { cat service.log; fail "atsc-service is not ready"; }
 }
 
-# stop_service: it ends as it should.
+# stop_service: stops the service and checks that it ends correctly.
 stop_service() {
   kill "$service"
   wait "$service" || { cat service.log; fail "atsc-service ended with status $?"; }

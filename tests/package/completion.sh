@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Usage: completion.sh
 #
-# Completes command lines of the installed programs and compares what is offered.
+# Completes command lines of the installed programs and compares the candidates.
 
 set -uo pipefail
 
@@ -9,7 +9,7 @@ set -uo pipefail
 . /usr/share/bash-completion/bash_completion
 failed=0
 
-# expect LINE [WORD...]: what is offered at the end of the line, in the order of the alphabet.
+# expect LINE [WORD...]: compares the candidates at the end of the line, in alphabetical order.
 expect() {
   local line=$1
   shift
@@ -17,7 +17,7 @@ expect() {
   COMP_POINT=${#line}
   COMP_TYPE=9
   COMP_KEY=9
-  # As the shell does it, "=" is a word.
+  # Like the shell, splits at "=".
   read -ra COMP_WORDS <<<"${line//=/ = }"
   [[ $line != *' ' ]] || COMP_WORDS+=('')
   COMP_CWORD=$((${#COMP_WORDS[@]} - 1))

@@ -18,7 +18,7 @@ rm -f ./*.deb
 cpack >cpack.log 2>&1 || { cat cpack.log; fail cpack; }
 for package in *.deb; do
   echo "${package%%_*}:"
-  # Documents and examples come and go.
+  # The list has no documents and examples.
   dpkg-deb --fsys-tarfile "$package" | tar -t | grep -v '/$' |
     sed -e 's,^\.,,' -e "s,/$multiarch/,/MULTIARCH/," -e 's,\.so\.[0-9]*\.[0-9.]*$,.so.VERSION,' |
     grep -v '^/usr/share/doc/.*-dev/\(docs\|examples\)/\|CHANGELOG.md$' | LC_ALL=C sort
@@ -42,7 +42,7 @@ done
 dpkg-deb --info libatscbusservice0_*.deb shlibs >/dev/null || fail "no shlibs"
 [[ $(dpkg-deb --info libatscbusservice0_*.deb postinst) == *ldconfig* ]] || fail "no ldconfig"
 
-# No path of the build machine, and nothing to debug with.
+# The files contain no path of the build machine and no debug information.
 rm -rf unpacked
 for package in *.deb; do
   dpkg-deb --extract "$package" unpacked

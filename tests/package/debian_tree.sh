@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Usage: debian_tree.sh FOLDER
 #
-# Makes FOLDER a minimal installation of this machine's Debian, as it is before anything of ours is
-# installed, from the mirror that apt knows here. Does nothing when it is there already.
+# Creates a minimal installation of this machine's Debian in FOLDER, without files of this project,
+# from apt's configured mirror. Does nothing when FOLDER already contains it.
 
 set -euo pipefail
 
@@ -26,7 +26,7 @@ rm -rf --one-file-system "$1" "$1.new"
 unshare --mount --propagation private \
   debootstrap --variant=minbase "${include[@]}" "$suite" "$1.new" "$mirror"
 cp /etc/resolv.conf "$1.new/etc/resolv.conf"
-# How apt reaches the mirror from here.
+# The proxy settings of apt on this machine.
 apt-config dump | grep -i '^Acquire::[a-z]*::Proxy' >"$1.new/etc/apt/apt.conf.d/90proxy" || true
 chroot "$1.new" useradd --create-home viewer
 echo "$suite" >"$1.new/.made"

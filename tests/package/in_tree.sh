@@ -2,9 +2,9 @@
 # Usage: in_tree.sh CLEAN WORK PACKAGES PROGRAM [BOOTED]
 #
 # Runs the script PROGRAM of this folder as root in WORK, a copy of the clean tree CLEAN, with
-# processes and mounts of its own, of which nothing is left when it ends. There it finds this folder
-# as /tests and the packages of the folder PACKAGES in /packages. Then systemd is started in the
-# tree, if the script BOOTED is given, and runs that one; it has no network.
+# separate processes and mounts that do not outlive it. The tree has this folder as /tests and the
+# packages of the folder PACKAGES in /packages. If the script BOOTED is given, then starts systemd
+# in the tree without network, which runs that script.
 
 set -euo pipefail
 
@@ -63,7 +63,8 @@ shift 2
 exec chroot . sh -c "umount -l /mnt; exec \"\$@\"" sh "$@"
 '
 
-# contain OPTIONS... -- ARCHIVES|booted COMMAND...: ends with the command, and with this script.
+# contain OPTIONS... -- ARCHIVES|booted COMMAND...: runs the command in the tree; it ends with this
+# script.
 contain() {
   local -a options=()
   while [[ $1 != -- ]]; do
@@ -77,8 +78,8 @@ contain() {
     sh -c "$enter" sh "$work" "$@" </dev/null
 }
 
-# with_cgroups COMMAND...: with the machine's control groups in the folder mnt of the tree. That of
-# the systemd in the tree is atsc-package-test.
+# with_cgroups COMMAND...: runs a command with the machine's control groups in the folder mnt of the
+# tree. The group of the systemd in the tree is atsc-package-test.
 with_cgroups() {
   # shellcheck disable=SC2016 # expanded there
   unshare --mount --propagation private sh -c '

@@ -6,24 +6,24 @@
 
 unit=atsc-service@viewer.service
 systemd-analyze verify --man=no "$unit"
-# At most 1.5 of 10 points of exposure.
+# Exposure of at most 1.5 of 10 points.
 systemd-analyze security --no-pager --offline=yes --threshold=15 atsc-service@.service >/tmp/security ||
   { cat /tmp/security; fail "the unit is exposed"; }
 tail -n 1 /tmp/security
 
-# show WORD: the state of the unit.
+# show WORD: prints a property of the unit.
 show() {
   systemctl show --property="$1" --value "$unit"
 }
 
-# Started is ready: the first command is answered.
+# The service is ready when it is started: the first command is answered.
 systemctl enable --now "$unit" || { journalctl --no-pager --unit "$unit"; fail "start"; }
 db=/var/lib/atsc-service/viewer
 runuser -u viewer -- atsc-tv scan --db "$db" >/tmp/scan || fail "the first command"
 has /tmp/scan 'Scan over: 12 services found'
 [[ $(stat -c '%U %a' "$db") == 'viewer 700' ]] || fail "$db: $(stat -c '%U %a' "$db")"
 
-# It comes back after a crash, and receives what plays.
+# Restarts after a crash, and plays.
 process=$(show MainPID)
 kill -KILL "$process"
 for ((i = 0; i < 100; i++)); do
@@ -34,13 +34,13 @@ done
 runuser -u viewer -- atsc-tv play 9-1 --db "$db" >/tmp/play || fail "no service after a crash: $state"
 has /tmp/play '9-1 WOLM-HD'
 
-# A second one of the user is refused.
+# A second service of the user is refused.
 status=0
 runuser -u viewer -- atsc-service --db /tmp/other 2>/tmp/refused || status=$?
 [[ $status == 1 ]] || fail "a second service: status $status"
 grep -q 'a service runs already' /tmp/refused || fail "$(</tmp/refused)"
 
-# An upgrade leaves the new program running, with what the old one kept.
+# After an upgrade the new program runs, with the stored state.
 process=$(show MainPID)
 dpkg --install /packages/libatscbusservice[0-9]*.deb /packages/atsc-tools*.deb >/tmp/dpkg.log 2>&1 ||
   { cat /tmp/dpkg.log; fail "upgrade"; }

@@ -5,7 +5,7 @@
 # shellcheck source=tests/package/check.bash
 . /tests/check.bash
 
-# files: all that is installed or configured; not what apt and dpkg know of it.
+# files: lists all installed and configured files, without those of apt and dpkg.
 files() {
   find / -xdev \( -path /tests -o -path /packages -o -path /home -o -path '/var/lib/apt' \
     -o -path '/var/lib/dpkg' -o -path /var/cache -o -path /var/log \) -prune -o -print | sort

@@ -98,7 +98,7 @@ void onVct(void* data, dvbpsi_atsc_vct_t* vct) {
   dvbpsi_atsc_DeleteVCT(vct);
 }
 
-// Of daylight_savings libdvbpsi keeps the low byte only.
+// libdvbpsi only keeps the low byte of daylight_savings.
 void onStt(void* data, dvbpsi_atsc_stt_t* stt) {
   to(data).add("STT ", stt->i_system_time, " offset ", +stt->i_gps_utc_offset);
   dvbpsi_atsc_DeleteSTT(stt);

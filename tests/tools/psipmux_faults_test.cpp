@@ -34,7 +34,7 @@ constexpr char kGood[] = R"({"medium": "cable", "channels": [
 
 TEST(PsipmuxErrors, InvalidLineupsNameTheKeyAndTheReason) {
   ASSERT_EQ("no error", errorOf(kGood));
-  // What is replaced in the good one, with ' for "; the error.
+  // Replacement in the valid lineup, with ' for ", and the error.
   const struct {
     std::string from, to, error;
   } kCases[] = {
@@ -163,7 +163,7 @@ TEST_F(PsipmuxTest, FailureIsOneLineAndLeavesTheFolderAsItWas) {
   // A write that fails half-way through the lineup.
   EXPECT_EQ(1, runPsipmux(good + " --out " + path("blocked")).status);
   for (const std::string& file : files()) EXPECT_EQ(std::string::npos, file.find("/.")) << file;
-  // Success replaces what it writes and nothing else.
+  // Success replaces only the written files.
   ASSERT_EQ(0, runPsipmux(good + out).status);
   EXPECT_EQ(752'000u, fs::file_size(path("air/qam/57000000.ts")));
   EXPECT_EQ(4u, fs::file_size(path("air/qam/notes.txt")));

@@ -86,13 +86,13 @@ Packets checkPackets(const Bytes& stream) {
   return result;
 }
 
-// Table level: what an independent decoder reads is what the lineup says.
+// Table level: the tables of an independent decoder match the lineup.
 
 using Lines = std::set<std::string>;
 
 constexpr uint32_t kSomeTime = 1460922004;  // 2026-04-22T19:39:46Z
 
-// The lines of the lineup, without descriptors.
+// Returns the lines of the lineup, without descriptors.
 std::string pmt(const psipmux::Service& service) {
   std::ostringstream line;
   line << "PMT " << service.program << " at " << service.pmtPid << " version " << +service.version
@@ -191,7 +191,7 @@ std::map<std::string, std::u16string> strings(const psipmux::Text& text) {
   return strings;
 }
 
-// The guide from the segment of kSomeTime on is one programme after the other.
+// Expects a guide from the segment of kSomeTime on, with programmes one after the other.
 void expectGuide(const psipmux::Lineup& lineup, const psipmux::Channel& channel,
                  const Bytes& stream) {
   const unsigned begin = kSomeTime - (1 * 60 + 39) * 60 - 46;  // 18:00:00
@@ -374,7 +374,7 @@ TEST(PsipmuxTables, EveryFieldOfTheGuideReachesTheStream) {
   EXPECT_EQ((Bytes{1, 'e', 'n', 'g', 1, 0, 0, 1, 'D'}),
             texts.at({0, 258u << 16 | event.id << 2 | 2}));
 
-  // The rating in the PMT, alone from the second programme on: the 33818th since 1980.
+  // The rating is in the PMT; for the second programme, the 33818th since 1980, only there.
   const std::string firstRating = event.descriptors.substr(event.descriptors.find(" [87"));
   EXPECT_EQ(1u, tables.count("PMT 3 at 48 version 27" +
                              firstRating.substr(0, firstRating.find(" [ab")) + " PCR 8191"));
@@ -422,7 +422,7 @@ TEST(PsipmuxTables, RatingRegionAndAlertAreAsOnTheAir) {
   const Bytes stream = streamOf(lineup);
   const Bytes air = sectionOf(readFile(captures / "cable-emergency-alert-inband.ts"), 0xD8, 0);
   const Bytes ours = sectionOf(stream, 0xD8, 0);
-  // The one on the air also names a channel with details, here, and in a descriptor at the end.
+  // The received section also has a channel with details, and a descriptor at the end.
   constexpr size_t kLength = 1, kDetails = 56, kDetailsEnd = 62, kDescriptors = 74;
   ASSERT_EQ(0x26, air[kDetails]);
   EXPECT_EQ(air[kLength], ours[kLength]);  // section_syntax_indicator and its neighbours
@@ -448,7 +448,7 @@ TEST(PsipmuxTables, LongVctIsSplitAndAnnouncedInFull) {
   expectChannel(lineup, lineup.channels[0], streamOf(lineup));
 }
 
-// A service whose guide fills `hours` with five-minute programmes of long descriptions.
+// Returns a service whose guide fills `hours` with five-minute programmes with long descriptions.
 std::string longGuide(unsigned hours) {
   std::string json = largeLineup(1);
   json.insert(1, "\"guide_hours\": " + std::to_string(hours) + ",");
@@ -466,7 +466,7 @@ TEST(PsipmuxTables, LargeGuideMakesALongerStreamAndOneTooLargeIsAnError) {
   expectChannel(lineup, lineup.channels[0], stream);
   expectGuide(lineup, lineup.channels[0], stream);
   const std::string large = longGuide(384);
-  // Far too large: not even built.
+  // Much too large: refused before it is built.
   const std::string huge = replaced(large, std::string(250, 'x'), std::string(1900, 'x'));
   for (const auto& [json, fault] :
        {std::pair(large, "its guide takes 25008 packets, the longest stream has room for 13504"),
