@@ -37,7 +37,7 @@ std::mutex gMutex;
 std::condition_variable gChanged;
 enum { kWaiting, kLastRuns, kDone } gProgress;
 
-// The last change is complete when it has asked for the playing channel; no channel plays then.
+// The last change is complete when it has requested the playing channel; no channel plays then.
 void onCall(const std::string& call) {
   const std::lock_guard<std::mutex> lock(gMutex);
   if (call.rfind("AIFW_channel_change(", 0) == 0 && call.find(",987654321,") != std::string::npos) {

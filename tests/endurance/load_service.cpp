@@ -74,7 +74,7 @@ void work() {
   fflush(stdout);
 }
 
-// Starts the threads beside main(), which is the one of atsc-service.
+// Starts the threads beside the main() of atsc-service.
 const bool kStarted = [] {
   if (getenv("LOAD_EVENTS") != nullptr) std::thread(work).detach();
   return true;

@@ -190,7 +190,7 @@ Fd Client::openSocket(bool* busy) {
     return Fd();
   }
   // Connects through a descriptor of the file, so that links are not followed and the checked file
-  // is the one that is connected.
+  // is the connected file.
   const std::string path = socketPath(name_);
   const Fd file(::open(path.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
   struct stat status;

@@ -27,7 +27,7 @@ enum class Holder { kNobody, kPassing, kProcess, kUnknown };
 
 // Finds the holder of a name's lock. kPassing: the state is about to change. Most often the lock is
 // bound but has no listener, because a process is about to serve the name or is removing a stale
-// file. Sets `who` to the process if it is known, of whatever user.
+// file. Sets `who` to the process, of any user, if it is known.
 Holder probeLock(const std::string& name, std::optional<ucred>* who) {
   const Fd socket = streamSocket(false);
   const Address address(lockName(name));
