@@ -31,7 +31,11 @@ bool endAtExit();
 // call.
 class Worker {
  public:
-  ~Worker() { end(); }
+  // Detaches the thread if a job destroys the worker, as by exit().
+  ~Worker() {
+    end();
+    if (thread_.joinable()) thread_.detach();
+  }
 
   // Runs `job`, which must not throw, after `delay`. Replaces a waiting job of the same `key`,
   // unless the key is 0. Returns false if the worker was ended or its thread cannot be created.
