@@ -203,10 +203,12 @@ TEST_F(ReceiverPlayTest, EachSourceRemembersWhatPlayedLast) {
     EXPECT_TRUE(receiver.settings().keep());
     EXPECT_TRUE(receiver.services().store());
   }
-  TestReceiver receiver(state_);
+  TestReceiver receiver(state_, air_.antenna());
   EXPECT_EQ(kCable, receiver.settings().source());
   EXPECT_EQ(kCable, receiver.player().tunerSource());
-  EXPECT_TRUE(receiver.player().playSource(kAir));
+  const Air elsewhere;
+  EXPECT_FALSE(TestReceiver(state_, elsewhere.antenna()).player().playSource(kAir));
+  EXPECT_TRUE(receiver.player().playSource(kAir)) << "each receiver has its own antenna";
   EXPECT_EQ("9-2", number(receiver.player().current()));
 
   // Another source becomes the current source, without playing.

@@ -55,6 +55,8 @@ Bytes be16(unsigned value) {
 Air::Air() {
   std::filesystem::create_directory(folder_.path() / "vsb");
   std::filesystem::create_directory(folder_.path() / "qam");
+  antenna_.setFolder(folder_.path());
+  antenna_.setDwell({});
   ATSC_host_set_air(folder_.path().c_str());
   ATSC_host_set_dwell(0);
 }

@@ -19,27 +19,30 @@ using Bytes = std::vector<uint8_t>;
 Bytes operator+(Bytes a, const Bytes& b);
 Bytes be16(unsigned value);
 
-// The air folder of the process during the object's lifetime. Scans do not dwell.
+// An air folder with its antenna, and that of the process until another Air is made. Scans do not
+// dwell.
 class Air {
  public:
   Air();
+  const atschost::Air& antenna() const { return antenna_; }
   std::filesystem::path path(uint32_t source, uint32_t frequency) const;
   // Replaces the whole file.
   void write(uint32_t source, uint32_t frequency, const Bytes& stream) const;
 
  private:
   TemporaryFolder folder_;
+  atschost::Air antenna_;
 };
 
 struct OwnClock {
   atschost::Clock ownClock;
 };
 
-// A receiver on the antenna of the process, with a separate clock.
+// A receiver with a separate clock.
 class TestReceiver : private OwnClock, public atschost::Receiver {
  public:
-  explicit TestReceiver(const std::string& state)
-      : Receiver(state, atschost::hostAir(), ownClock) {}
+  explicit TestReceiver(const std::string& state, const atschost::Air& air = atschost::hostAir())
+      : Receiver(state, air, ownClock) {}
 };
 
 // Returns a section with its header and CRC_32.
