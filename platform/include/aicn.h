@@ -29,8 +29,8 @@ int AICN_set_skip_play_srv(int skip);
 int AICN_get_tuner_mode(void);
 
 // Sets the origin of a change of the current service's lock. `from_application` 1: the application,
-// which knows that a viewer is present; the change alone does not interrupt playing. 0: another
-// origin; the change may interrupt playing.
+// which knows that a viewer is present: a lock set now applies when the service plays next. 0:
+// another origin: a lock set now may close the playing service immediately.
 int AICN_set_play_from_ap(int from_application);
 
 // Preferred audio languages.

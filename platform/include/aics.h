@@ -68,10 +68,10 @@ typedef void (*AICS_scan_callback)(void* progress, int state);
 // frequency that it visits; the list has the new services before AICS_STATE_OVER is reported.
 int AICS_start_search(const AICS_search_request* request, AICS_scan_callback callback);
 
-// Stops the running search. The services found so far are in the list when the call returns. Does
-// not wait for a call of the callback that is running or about to start, because that call may wait
-// for the caller. No other call follows it, and the next search reports nothing before it has
-// returned. Fails when no search runs.
+// Stops the running search. The services found so far are in the list when the call returns.
+// Returns while a callback may still run or be about to start, since the callback may wait for this
+// caller. After that callback there is no other. The next search waits for its end before it
+// reports anything. Fails when no search runs.
 int AICS_stop_scan(void);
 
 #ifdef __cplusplus

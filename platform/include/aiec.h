@@ -70,11 +70,18 @@ int AIEC_get_next_n_events(const AIEC_event_key* previous, AIEC_event_info* even
 // AIEC_RATING_SIZE bytes.
 int AIEC_get_multiple_event_rating_string(const AIEC_event_key* event, multiple_lang_t* text);
 
-// Checks the current programme of a service against the parental settings. A programme that was
-// unlocked (AIFW_pwd_unlocked_no_checking_status) is allowed. A rating takes precedence over no
-// rating, and a rating in the streams of the service over a rating in the guide. Returns
-// AIPC_BLOCKED when the guide has a rating that is blocked, another verdict of AIPC (aipc.h), 0 for
-// allowed, -1 for a service that is neither listed nor playing.
+// Checks the current programme of a service against the parental settings. Of these, the first that
+// the programme has counts:
+//   1. a rating in the streams of the service (PMT),
+//   2. a rating in the guide,
+//   3. no rating.
+// Returns
+//   AIPC_BLOCKED: the rating in the guide is blocked;
+//   AIPC_BLOCKED_BY_STATUS (aipc.h): the streams rate the programme;
+//   AIPC_UNRATED (aipc.h): no rating;
+//   0: allowed, also while parental control is off, and for a programme that was unlocked
+//      (AIFW_pwd_unlocked_no_checking_status);
+//   -1: the service is neither listed nor playing.
 int AIEC_check_rating(const AISRV_service_info* service);
 
 // Writes the description (extended text) of an event into a buffer of AIEC_DESCRIPTION_SIZE bytes;

@@ -200,13 +200,14 @@ enum { AIFW_EAS_READ = 0, AIFW_EAS_WRITE = 1 };
 enum {
   AIFW_EAS_ALL = 0,      // all alerts but tests
   AIFW_EAS_MEDIUM = 1,   // medium priority (7) and above
-  AIFW_EAS_HIGH = 2,     // high priority (11) and above: alerts that interrupt viewing
+  AIFW_EAS_HIGH = 2,     // high priority (11) and above; 11 and 15 interrupt viewing
   AIFW_EAS_MAXIMUM = 3,  // maximum priority (15)
 };
 int AIFW_user_eas_setting(int32_t* value, int direction);
 
 // 1: report an alert whenever its sequence_number changes. 0: report an alert with the same
-// EAS_event_ID, originator and event code only once while this carrier is tuned.
+// EAS_event_ID, originator and event code only once until a channel change, or until the carrier is
+// tuned anew.
 int AIFW_disable_optional_eas_event_id_check(int32_t* value, int direction);
 
 // 1: report alerts from cable only. 0: report alerts from terrestrial streams too.

@@ -108,7 +108,7 @@ int AIPC_store_rating(AIPC_dime_t rating);
 // in the numbering of CEA-766; AIPC_drrt_rating_encode() is for the downloadable tables of all
 // other regions. Atomic. The functions fail for another region, for a value that the region's table
 // does not have, and for a value that is not a limit: a value without a name; in regions 1 and 2
-// also a value from which no viewer is kept ("None", "N/A", exempt) or that has its own group
+// also a value that blocks nobody ("None", "N/A", exempt), or that belongs to an unrated group
 // ("NR"). They also fail to unblock fantasy violence while TV-Y7 is blocked.
 int AIPC_rating_encode(AIPC_dime_t* rating, uint8_t dimension, uint8_t value, uint8_t block);
 int AIPC_drrt_rating_encode(AIPC_dime_t* rating, uint8_t dimension, uint8_t value, uint8_t block);

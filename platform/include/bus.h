@@ -51,15 +51,14 @@ class BUSServerInterface {
  public:
   // Registers the name; `description` is for diagnostics. The derived object is not yet
   // constructed: see bus_lifetime.h. While the server runs, the file "/tmp/.BUS." + name exists.
-  // The library refuses a TV application while the file of "atsc.qel.tv.srv" exists: the BUS
-  // removes the file of a process that has died before another process looks for it, at the latest
-  // when that process has loaded the library.
+  // The library refuses a TV application while the file of "atsc.qel.tv.srv" exists. When a process
+  // has died, the BUS removes its file, at the latest while the next process loads the library.
   BUSServerInterface(const char* name, const char* description);
 
-  // Ends the registration after a running transaction has ended. The library never destroys the
-  // server of a TV application: when the process ends, the BUS ends that server, before the globals
-  // that were constructed before the registration are destroyed. The same holds for the server of
-  // the service process.
+  // Ends the registration after a running transaction has ended. The server of
+  // "atsc.qel.service.srv" is a global of the library and is destroyed with the other globals. The
+  // library never destroys the server of a TV application: when the process ends, the BUS ends that
+  // server, before the globals that were constructed before the registration are destroyed.
   virtual ~BUSServerInterface();
 
   BUSServerInterface(const BUSServerInterface&) = delete;

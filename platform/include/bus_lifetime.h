@@ -1,10 +1,11 @@
 // Lifetime of a BUS server: two optional functions of a BUS. The library calls each function that
 // the BUS defines.
 //
-// A BUS with these functions serves a name only between the two calls: no transaction reaches an
-// object that is not yet complete or no longer complete. A BUS without them serves a name from the
-// base class's constructor to its destructor. In a static library, define them in the object file
-// of that constructor: the linker does not extract another object file for a weak reference.
+// A BUS with these functions serves a name only between the calls of BUS_server_complete() and
+// BUS_server_ends(): no transaction reaches an object that is not yet complete or no longer
+// complete. A BUS without them serves a name from the base class's constructor to its destructor.
+// In a static library, define them in the object file of that constructor: the linker does not
+// extract another object file for a weak reference.
 #ifndef ATSC_PLATFORM_BUS_LIFETIME_H_
 #define ATSC_PLATFORM_BUS_LIFETIME_H_
 

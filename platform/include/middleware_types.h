@@ -20,9 +20,12 @@
 //
 // Records. The library and the closed middleware exchange records by address: fixed-width fields,
 // little-endian, natural alignment, layout fixed on 32-bit targets. ATSC_LAYOUT_OFFSET and
-// ATSC_LAYOUT_SIZE check a layout at compile time. Of some records that the middleware fills only
-// the first fields are known. Such a record ends with `room`, space for the further fields that the
-// middleware may write. The library chose the size of `room` and does not read it.
+// ATSC_LAYOUT_SIZE check a layout at compile time. The caller owns a record: a module keeps no
+// pointer to a record after its function has returned. It does not clear a record that contains the
+// buffers of texts, because the caller has set their addresses and lengths. Of some records that
+// the middleware fills only the first fields are known. Such a record ends with `room`, space for
+// the further fields that the middleware may write. The library chose the size of `room` and does
+// not read it.
 #ifndef ATSC_PLATFORM_MIDDLEWARE_TYPES_H_
 #define ATSC_PLATFORM_MIDDLEWARE_TYPES_H_
 
