@@ -91,7 +91,7 @@ TEST_F(ChannelTableTest, StatementTexts) {
       "audio_count=1, video_count=1, tuner_type='VSB', tsid=4711, ch_id_pk='7-1-177000000' WHERE "
       "major_no=7 AND minor_no=1 AND freq=177000000\n"));
   EXPECT_EQ("", fake::logLine("DELETE"));
-  atsc::ServiceList list;
+  atsc::FetchedServices list;
   ASSERT_TRUE(atsc::fetchServices(2, 1, list, {}));
   const std::string update =
       _ATSC_Service_db_getChannelUpdate_Command(list.records.data(), 0) + " WHERE major_no=7";

@@ -1,4 +1,4 @@
-// The channel database: internal interfaces of its source files.
+// The two databases, channels and guide: internal interfaces of their source files.
 #ifndef ATSC_ATSC_SERVICE_DB_H_
 #define ATSC_ATSC_SERVICE_DB_H_
 
@@ -34,8 +34,8 @@ const char* eventTable(int input_type);
 // Returns the path of the guide database: environment variable ATSC_EVENT_DB or the default.
 std::string eventDatabasePath();
 
-// A service list and its name buffers.
-struct ServiceList {
+// Services that the middleware has copied, and their name buffers.
+struct FetchedServices {
   std::vector<AISRV_service_info> records;
   std::vector<uint8_t> names;
 };
@@ -43,7 +43,7 @@ struct ServiceList {
 // Count the services of an input, and read that many services into an empty list. Return false when
 // the middleware fails, which is logged with the origin `place`.
 bool countServices(uint32_t input, uint32_t& count, const LogPlace& place);
-bool fetchServices(uint32_t input, uint32_t count, ServiceList& list, const LogPlace& place);
+bool fetchServices(uint32_t input, uint32_t count, FetchedServices& list, const LogPlace& place);
 
 // Returns the key of a channel in both databases: major "-" minor "-" frequency in Hz.
 std::string channelKey(const AISRV_service_info& service);

@@ -104,7 +104,7 @@ int ATSC_Service_db_UpdateChannel(int input_type) {
     ATSC_CALL(AIST_get_cur_time_secs, &now);
     const auto input = static_cast<uint32_t>(input_type);
     uint32_t count = 0;
-    atsc::ServiceList list;
+    atsc::FetchedServices list;
     // Without a list the table stays unchanged: an empty list would delete all channels.
     if (atsc::countServices(input, count, ATSC_HERE())) {
       ATSC_LOG(Info, "channel count(%d)", static_cast<int>(count));
@@ -134,7 +134,7 @@ bool countServices(uint32_t input, uint32_t& count, const LogPlace& place) {
                       &count) == 0;
 }
 
-bool fetchServices(uint32_t input, uint32_t count, ServiceList& list, const LogPlace& place) {
+bool fetchServices(uint32_t input, uint32_t count, FetchedServices& list, const LogPlace& place) {
   // A 16-bit counter links the name buffers; no real list is that long.
   const uint32_t capacity = std::min<uint32_t>(count, UINT16_MAX);
   list.records.resize(capacity);

@@ -201,7 +201,7 @@ void ATSC_Service_db_UpdateEvent(int input_type) {
     const uint32_t input =
         input_type == AI_INPUT_TERRESTRIAL ? AI_INPUT_TERRESTRIAL : AI_INPUT_CABLE;
     uint32_t count = 0;
-    atsc::ServiceList list;
+    atsc::FetchedServices list;
     // Without a list the guide stays unchanged: an empty list would delete all events.
     if (atsc::countServices(input, count, ATSC_HERE())) {
       ATSC_LOG(Info, "channel count(%d)", static_cast<int>(count));

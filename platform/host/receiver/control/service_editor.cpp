@@ -75,7 +75,7 @@ bool ServiceEditor::reset(uint32_t source) {
 
 bool ServiceEditor::reload() {
   if (!services_.reload()) return false;
-  tuner_.tellServices();
+  tuner_.reapplyServices();
   player_.decideStreams();
   events_.raise(AFW_SERVICE_BUILD_COMPLETED);
   return true;

@@ -65,7 +65,7 @@ void EventQueue::raiseGuideUpdate(const std::vector<uint16_t>& sourceIds) {
   pushGuideUpdate(sourceIds, false);
 }
 
-// Skips events that wait already: the application reads the guide when it is notified.
+// A waiting event is enough: the application reads the guide when it is notified.
 void EventQueue::refreshGuide(const std::vector<uint16_t>& sourceIds) {
   pushGuideUpdate(sourceIds, true);
 }
@@ -100,12 +100,12 @@ void EventQueue::push(Entry entry) {
   const MutexLock lock(mutex_);
   if (!callback_ || thread_.isEnding()) return;
   if (entries_.size() >= kMaxWaiting) {
-    if (!std::exchange(overflowTold_, true))
+    if (!std::exchange(overflowLogged_, true))
       log().Error("%zu events wait for a callback that has not returned; more are dropped",
                   kMaxWaiting);
     return;
   }
-  overflowTold_ = false;
+  overflowLogged_ = false;
   entries_.push_back(std::move(entry));
   thread_.start("AFW events", [this] { run(); });
   changed_.notifyAll();

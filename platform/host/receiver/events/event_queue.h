@@ -39,7 +39,7 @@ class EventQueue {
   // Raises as many AFW_EPG_UPDATE events as the source ids need, none for an empty list. The ids
   // are ascending and unique.
   void raiseGuideUpdate(const std::vector<uint16_t>& sourceIds);
-  // Like raiseGuideUpdate(), but skips events that wait already.
+  // Like raiseGuideUpdate(), but skips an event that is among the newest 32 waiting events.
   void refreshGuide(const std::vector<uint16_t>& sourceIds);
   // Raises AFW_EIT_UPDATE and AFW_ETT_UPDATE as they apply, then AFW_EPG_UPDATE, for a change of
   // one carrier's guide.
@@ -76,7 +76,7 @@ class EventQueue {
   AIFW_app_callback callback_ GUARDED_BY(mutex_) = nullptr;
   std::vector<uint16_t> update_ GUARDED_BY(mutex_);
   uint8_t alertPriority_ GUARDED_BY(mutex_) = 0;
-  bool overflowTold_ GUARDED_BY(mutex_) = false;
+  bool overflowLogged_ GUARDED_BY(mutex_) = false;
   Thread thread_;  // started under the mutex
 };
 

@@ -82,13 +82,13 @@ std::vector<CaptionService> captionsOf(uint16_t program, const CarrierTables& ta
 std::vector<Service> buildServices(const CarrierTables& tables, uint32_t source,
                                    uint32_t frequency) {
   std::vector<Service> services;
-  bool twinTold = false;
+  bool twinLogged = false;
   const auto add = [&](Service service) {
     const bool known = std::any_of(services.begin(), services.end(),
                                    [&](const Service& s) { return s.key == service.key; });
     if (!known) {
       services.push_back(std::move(service));
-    } else if (!std::exchange(twinTold, true)) {
+    } else if (!std::exchange(twinLogged, true)) {
       log().Warn("%s %u Hz: %u-%u is there twice; the first one counts", modulationName(source),
                  frequency, service.key.major, service.key.minor);
     }

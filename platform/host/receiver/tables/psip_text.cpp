@@ -274,9 +274,9 @@ void copyText(const std::string& text, multiple_lang_t& lent) {
   lent.encoding = AI_TEXT_UTF16BE;
 }
 
-std::string toUtf16(std::string_view ascii) {
+std::string toUtf16(std::string_view latin1) {
   std::string text;
-  for (const char c : ascii) {
+  for (const char c : latin1) {
     text += '\0';
     text += c;
   }

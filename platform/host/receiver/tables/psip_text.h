@@ -25,7 +25,7 @@ size_t wholeCharacters(const std::string& text, size_t maxBytes);
 void copyText(const std::string& text, multiple_lang_t& lent);
 
 // Converts Latin-1, the first 256 characters of Unicode.
-std::string toUtf16(std::string_view ascii);
+std::string toUtf16(std::string_view latin1);
 
 }  // namespace atschost
 

@@ -35,7 +35,7 @@ class LiveTuner {
   void stop();
 
   // Applies the services of the carrier again, after the service list was loaded anew.
-  void tellServices() { ++state_.serviceRounds; }
+  void reapplyServices() { ++state_.serviceRounds; }
 
   bool isTunedTo(uint32_t source, uint32_t frequency) const;
 

@@ -27,7 +27,7 @@ struct TunedState {
   bool headRead GUARDED_BY(mutex) = false;              // the tables of this tuning were read
   std::map<uint16_t, std::vector<Advisory>> advisories GUARDED_BY(mutex);  // by program number
 
-  std::atomic<unsigned> serviceRounds{0};  // number of calls of LiveTuner::tellServices()
+  std::atomic<unsigned> serviceRounds{0};  // number of calls of LiveTuner::reapplyServices()
 };
 
 // The view that the thread has of one tuning, from play() until the carrier is left. Every function
@@ -69,8 +69,8 @@ class Tuning {
   void setLocked(bool locked);
   // Records that the tables at the beginning of the stream were read.
   void setHeadRead();
-  // Takes over how PMTs rate their programs. Programs whose PMT was not received keep their ratings
-  // unless `whole` or the PAT does not list them.
+  // Takes over how PMTs rate their programs. Drops the ratings of programs that the PAT does not
+  // list; with `whole`, also of those without a PMT.
   void updateAdvisories(const CarrierTables& tables, bool whole);
 
  private:

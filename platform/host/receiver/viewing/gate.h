@@ -53,8 +53,8 @@ class Gate {
   void setLocked(bool locked);
 
   // Handles a check of the playing programme. `why` is empty unless the settings block it. `asked`
-  // is true after an action of the viewer. Unless `asked`, raises at most one event a second,
-  // except for a new block; a later check raises what was left out. Returns whether different
+  // is true after an action of the viewer. Unless `asked`, raises at most one event per second; a
+  // later check raises a delayed event. A new block is never delayed. Returns whether different
   // streams are now withheld.
   bool judge(ProgrammeId programme, std::string why, bool asked, Instant at);
 
@@ -74,12 +74,12 @@ class Gate {
     bool opened = false;     // by the password for the channel
     bool unlocked = false;   // by the password for the programme
     std::optional<Finding> finding;
-    std::optional<ProgrammeId> told;  // the programme of the last AFW_PARENTAL_BLOCKED
+    std::optional<ProgrammeId> reported;  // the programme of the last AFW_PARENTAL_BLOCKED
     std::string whyBlocked;
-    Instant nextTell{};  // earliest time of an event unless `asked`
+    Instant nextEvent{};  // earliest time of an event unless `asked`
   };
 
-  void tellLock();
+  void raiseLock();
 
   const std::function<void(AFW_event_t)> raise_;
   bool passwordRequired_ = true;
@@ -87,8 +87,8 @@ class Gate {
   bool fromApplication_ = false;
   std::optional<Playing> playing_;
   // The last event of each kind, for any service.
-  bool toldClosed_ = false;
-  bool toldBlocked_ = false;
+  bool lastRaisedClosed_ = false;
+  bool lastRaisedBlocked_ = false;
 };
 
 }  // namespace atschost

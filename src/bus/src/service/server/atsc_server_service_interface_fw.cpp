@@ -175,7 +175,7 @@ int ATSCServerService::FW_modifyChannel(Json::Value request) {
   const bool favourite = type == "fav" || type == "unfav";
   const uint32_t group = favourite ? request.get("group", 0).asUInt() : 0;
 
-  atsc::ServiceList list;
+  atsc::FetchedServices list;
   uint32_t count = 0;
   if (atsc::countServices(source, count, ATSC_HERE())) {
     atsc::fetchServices(source, count, list, ATSC_HERE());
