@@ -29,7 +29,7 @@ namespace atschost {
 // service list and one play path. Any thread.
 class Receiver {
  public:
-  // Loads the stored state of the folder; an empty name means no folder. Antenna and clock must
+  // Loads the stored state of the folder; an empty name means no folder. `air` and `clock` must
   // outlive the receiver.
   Receiver(const std::string& stateFolder, const Air& air, Clock& clock);
   // Joins the threads first: they use parts that are destroyed before them.

@@ -19,13 +19,12 @@ namespace atsc {
 // The rows with one major number, minor number and frequency.
 struct SameNumber {
   std::vector<int64_t> rows;          // their keys, including those that this run has inserted
-  bool stamped = false;               // whether a row looks as if this run had written it
+  bool stamped = false;               // whether a row has the update_time of this run, or none
   std::optional<size_t> last_update;  // position of the service whose values the rows get
 };
 
-// The table as it was before the run. Answers for each service what
-// ATSC_Service_db_findChannelIndex() would on a connection of its own, and which rows an update
-// changes, all at the cost of one pass over the table.
+// The table as it was before the run. Finds in one pass over the table, for all services, the rows
+// that ATSC_Service_db_findChannelIndex() would find, and the rows that an update changes.
 class CommittedRows {
  public:
   // The answer of a lookup: the key of a row, no value before read() finds a row.
@@ -34,12 +33,12 @@ class CommittedRows {
   // Adds the lookup of a service. Returns where read() stores the answer.
   const Answer* add(const AISRV_service_info& service, const StreamTexts& streams);
 
-  // Answers all lookups. `stamp` is the stamp of this run.
+  // Answers all lookups. `stamp` is the update_time of this run.
   void read(SQLite::Database& database, const std::string& table, uint32_t stamp);
 
   SameNumber& sameNumber(const AISRV_service_info& service);
 
-  // Returns whether a row that no service writes looks as if this run had written it.
+  // Returns whether a row that no service writes has the update_time of this run, or none.
   bool hasStampedStray() const;
 
  private:

@@ -21,7 +21,8 @@
 namespace atschost {
 
 // Plays one service at a time, and withholds locked and blocked content from the viewer. Any
-// thread. On failure a function that returns a bool returns false and changes nothing.
+// thread. On failure a function that returns a bool returns false and leaves the playing service as
+// it is.
 class Player {
  public:
   Player(const Air& air, Settings& settings, ServiceList& services, const Guide& guide,

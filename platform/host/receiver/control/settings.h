@@ -19,7 +19,7 @@
 namespace atschost {
 
 // Stores the settings in a file, including those of the clock and of the alerts. Any thread. Only
-// sync() and keep() wait for the disk.
+// sync(), keep() and setAlert() wait for the disk.
 class Settings {
  public:
   // Loads the settings of the last run and applies those of the clock and of the alerts.

@@ -15,10 +15,10 @@
 
 namespace atschost {
 
-// Unix time of the tuned station; of the PC before the first one. A stream that is read in a loop
-// repeats its system time. Therefore only its first table sets the station's time, which runs on
-// from there. Streams with the same first time, within a second, were made together: when the first
-// of them is read, the times of all start. Any thread.
+// The time of the tuned station. Until a station's time is received, the time of the PC. A stream
+// that is read in a loop repeats its system time. Therefore only its first table sets the station's
+// time, which runs on from there. Streams with the same first time, within a second, were made
+// together: when the first of them is read, the times of all start. Any thread.
 class Clock {
  public:
   using Instant = std::chrono::steady_clock::time_point;

@@ -1,4 +1,5 @@
-// The event cache: the guide tables of all carriers, as last received.
+// The event cache: the guide tables of all carriers, as last received. The modules hand it out,
+// aiec.cpp.
 #ifndef ATSC_HOST_RECEIVER_STATION_GUIDE_H_
 #define ATSC_HOST_RECEIVER_STATION_GUIDE_H_
 

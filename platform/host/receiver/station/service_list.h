@@ -44,9 +44,9 @@ class ServiceList {
   bool add(const Service& service);
   bool setFlags(uint32_t source, uint32_t record, uint32_t flags, uint32_t favourites);
   bool setAudio(const ServiceKey& key, uint8_t track);
-  // Removes all services of a source, and the remembered viewer data of services that carriers
-  // removed. When the empty list is in the file, calls `stored` under the lock of the file;
-  // `stored` calls its argument to change the list.
+  // Removes all services of a source, and the remembered viewer data of services of this source
+  // that carriers removed. When the shortened list is in the file, calls `stored` under the lock of
+  // the file; `stored` calls its argument to change the list.
   using Stored = std::function<void(const std::function<void()>& change)>;
   bool reset(uint32_t source, const Stored& stored);
 

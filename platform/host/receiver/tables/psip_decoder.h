@@ -38,8 +38,8 @@ class PsipDecoder {
   std::optional<SystemTime> takeSystemTime();
   std::optional<EmergencyAlert> takeAlert();  // repeated or not
   std::vector<RatingRegionTable> takeRatingRegions() { return ratingRegions_.take(); }
-  // Returns whether an EIT or ETT came whole with another content or went, or the MGT announced
-  // others.
+  // Returns whether an EIT or ETT was completed with new content or removed, or the MGT announces
+  // other tables.
   bool takeGuideChange() { return guide_.takeChange(); }
 
   // Returns the offset of the last system time; none before the first.

@@ -16,8 +16,12 @@ namespace atschost {
 // changes. One thread.
 class CarrierFollower {
  public:
-  // What is known of the services: nothing for sure, all that the stream has, all that is needed.
-  enum Level { kNothing, kSettled, kComplete };
+  // What the tables received so far say about the services.
+  enum Level {
+    kNothing,   // nothing for sure: tables may be missing
+    kSettled,   // all that the stream has: it was read often or long enough
+    kComplete,  // all that the services need
+  };
 
   // `source` is AI_INPUT_*.
   explicit CarrierFollower(uint32_t source);
@@ -33,8 +37,8 @@ class CarrierFollower {
 
   Level level(StreamPosition position) const;
 
-  // The level at which the tables of the present decoder were used last. Tables that were used are
-  // replaced as a whole: a section that is not known yet then makes a new decoder, too.
+  // The level at which the tables of the present decoder were used last. After setUsed(), a new
+  // section also starts a new decoder, because tables that were used are replaced as a whole.
   Level used() const { return used_; }
   void setUsed(Level level) { used_ = level; }
 

@@ -28,9 +28,10 @@ class __attribute__((visibility("default"))) ATSCServerService : public BUSServe
 
   // Starts the command thread.
   ATSCServerService();
-  // Ends the command thread and drops a queued channel change that has not begun. Does not wait
-  // longer than a second for the command thread of g_atsc_server_service when it is in the
-  // middleware: the process ends. Does nothing in a forked child and on the command thread itself.
+  // Ends the command thread and drops a queued channel change that has not begun. At process exit,
+  // which destroys g_atsc_server_service, waits at most one second for a channel change in the
+  // middleware, then detaches the thread. Does nothing in a forked child and on the command thread
+  // itself.
   ~ATSCServerService() override;
 
   int onTransact(unsigned int code, BUSParam& data, BUSParam* reply, unsigned int flags) override;

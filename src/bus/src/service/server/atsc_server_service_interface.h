@@ -17,8 +17,7 @@ namespace atsc {
 // Returns the input source with the name in a request: "VSB" is terrestrial, any other name cable.
 uint32_t sourceNamed(const std::string& name);
 
-// Return a member of a request for a handler that ignores a member of the wrong type: `absent` when
-// the member is absent or cannot be converted.
+// Return a member of a request, or `absent` if it is missing or its type cannot be converted.
 std::string textMember(const Json::Value& request, const char* key, const char* absent);
 uint32_t unsignedMember(const Json::Value& request, const char* key, uint32_t absent);
 // Returns whether there is such a member that can be converted.

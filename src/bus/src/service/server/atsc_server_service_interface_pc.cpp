@@ -1,4 +1,6 @@
-// "PC": parental-control settings and rating tables.
+// "PC": parental-control settings and rating tables. ISPCBLOCKED, CHECKRAT and PWDUNLOCK are in
+// atsc_server_service_interface_check.cpp, the alert commands in
+// atsc_server_service_interface_eas.cpp.
 #include <aifw.h>
 #include <aipc.h>
 #include <aiup.h>
