@@ -82,8 +82,8 @@ void prepareState(const apps::DatabaseFiles& files) {
   }
   for (const std::string& folder : folders) {
     if (!apps::everyUserCanWrite(folder.empty() ? "." : folder)) continue;
-    std::cerr << "atsc-service: warning: every user can write " << folder
-              << " and so change what is kept there" << std::endl;
+    std::cerr << "atsc-service: warning: every user can change the files in " << folder
+              << std::endl;
   }
 }
 
@@ -113,8 +113,8 @@ void notifyReady() {
   if (sendto(manager, kReady, sizeof kReady - 1, MSG_NOSIGNAL,
              reinterpret_cast<const sockaddr*>(&address),
              static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + size)) < 0) {
-    std::cerr << "atsc-service: warning: cannot tell " << path
-              << " that it is ready: " << strerror(errno) << std::endl;
+    std::cerr << "atsc-service: warning: cannot notify the service manager at " << path << ": "
+              << strerror(errno) << std::endl;
   }
   close(manager);
 }

@@ -13,7 +13,7 @@ namespace tv {
 
 class CallbackWords {
  public:
-  // Reads the event database, so that explain() can tell which programmes have changed.
+  // Reads the event database, so that explain() can name the changed programmes.
   CallbackWords(std::string channelDatabase, std::string eventDatabase);
 
   // Explains a message without naming its kind. Returns nothing if the kind is unknown. The text is

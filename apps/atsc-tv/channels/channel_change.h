@@ -24,9 +24,9 @@ Json::Value changeRequest(const Source& source, bool unlocked);
 std::optional<Channel> changeChannel(const Client& client, const Json::Value& request,
                                      const std::function<bool(const Channel&)>& wanted);
 
-// Repeats the change to the current channel, which is playing already. The commands that only start
-// playing do not report a password and do not make the channel the last one changed to; only that
-// one can be unlocked.
+// Changes to the current channel, which is playing already. The service unlocks only the channel of
+// the last CHANNELCHANGE. `PLAY` does not count as a change and cannot report a password, so this
+// sends CHANNELCHANGE again.
 void changeAgain(const Client& client, const std::string& database, const Channel& current,
                  bool unlocked);
 

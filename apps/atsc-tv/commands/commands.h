@@ -1,4 +1,4 @@
-// The subcommands, each in its own file. main.cpp has the table of all subcommands.
+// The subcommands, grouped by file. main.cpp has the table of all subcommands.
 #ifndef ATSC_TV_COMMANDS_COMMANDS_H_
 #define ATSC_TV_COMMANDS_COMMANDS_H_
 

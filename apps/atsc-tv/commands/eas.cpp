@@ -39,7 +39,7 @@ const std::array<Setting, 3> kSettings = {{
      "Select the alerts to show by their priority",
      {{"all", 0, "all but those of priority 0"},
       {"medium", 1, "of medium priority (7) and above"},
-      {"high", 2, "of high priority (11) and above: those that interrupt viewing"},
+      {"high", 2, "of high priority (11) and above; 11 and 15 interrupt viewing"},
       {"maximum", 3, "of maximum priority (15) only"}}},
     {"repeats",
      "DISABLEOPTEASCHK",
@@ -49,7 +49,8 @@ const std::array<Setting, 3> kSettings = {{
      "Show or hide an alert that was shown before and is sent again",
      {{"show", 1, "shown: an alert that is sent anew is shown again"},
       {"hide", 0,
-       "hidden: an alert is shown once while its station is tuned; a channel change begins anew"}}},
+       "hidden: an alert is shown once while its station is tuned; after a channel change it is "
+       "shown again"}}},
     {"cable-only",
      "CABLEEASONLY",
      "status",

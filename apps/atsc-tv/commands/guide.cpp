@@ -59,8 +59,8 @@ std::string whyEmpty(const Guide& guide, const Source& source, Span span) {
     return std::string("no channels; atsc-tv scan --src ") + source.name + " finds them";
   }
   if (!guide.received) {
-    return "no programmes received yet; they come with a scan, and while a channel plays once the "
-           "command FW INIT was sent, as atsc-tv scan and atsc-tv watch do";
+    return "no programmes received yet; run atsc-tv scan, or play a channel while atsc-tv watch "
+           "runs";
   }
   if (guide.covered.start >= guide.covered.end) return kNoInformation;
   return "no programmes from " + optionTime(span.start) + " to " + optionTime(span.end) +

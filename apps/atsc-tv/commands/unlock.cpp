@@ -31,8 +31,7 @@ int unlock(const CommonOptions& common, bool undo) {
   Viewing viewing = Viewing::kAllowed;
   for (const auto pause : kPauses) {
     std::this_thread::sleep_for(pause);
-    // The result is always 0.
-    client.send(request);
+    client.send(request);  // the result is always 0
     viewing = askViewing(client);
     if (undo || viewing != Viewing::kBlocked) break;
   }
@@ -52,10 +51,11 @@ int unlock(const CommonOptions& common, bool undo) {
     std::cout << (words.unlocked ? words.sentence() : words.programme + " is unlocked")
               << "; so is what comes";
   } else {
-    // The service does not report whether it has unlocked the channel.
-    std::cout << "nothing is blocked; if this is the channel last changed to, "
-              << ((channel->flags & kLocked) != 0 ? "it opens, and " : "")
-              << "what comes is unlocked, too";
+    // Nothing was blocked, and the service does not report whether it has unlocked the channel: it
+    // does so only for the channel of the last change.
+    std::cout << "nothing is blocked; if the last channel change selected this channel, "
+              << ((channel->flags & kLocked) != 0 ? "it opens and " : "")
+              << "the following programmes are unlocked";
   }
   std::cout << ", until a channel begins to play again\n";
   return kSuccess;
@@ -69,8 +69,8 @@ void addUnlock(CLI::App& app, Action& action) {
   command->footer(
       "The TV application asks for the password and checks it before; the password is never sent.\n"
       "The unlock lasts for this programme and the following ones, until a channel begins to play\n"
-      "again, even the same channel, or playing stops.\n"
-      "Only the channel last changed to (atsc-tv play, up, down) can be unlocked.");
+      "again, even the same channel, playing stops, or standby begins.\n"
+      "Only the channel that the last play, up or down selected can be unlocked.");
   auto undo = std::make_shared<bool>(false);
   command->add_flag("--undo", *undo, "Undo the unlock");
   command->callback([&action, undo] {

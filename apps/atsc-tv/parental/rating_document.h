@@ -29,7 +29,7 @@ int unratedGroupOf(int region, int dimension, int value);
 // Returns whether the rating document blocks a value, which must be a limit.
 bool isBlocked(const Json::Value& limits, int region, int dimension, int value);
 
-// Returns the value that keeps another value blocked, whatever the limits say about that one; null
+// Returns the value whose limit also blocks `rated`, even if the limits allow `rated` itself; null
 // if there is none.
 const RatingValue* keeperOf(const RatingRegion& region, const Rated& rated);
 
