@@ -16,8 +16,6 @@
 #define GUARDED_BY(mutex) ATSC_THREAD_SAFETY(guarded_by(mutex))
 #define REQUIRES(...) ATSC_THREAD_SAFETY(requires_capability(__VA_ARGS__))
 #define EXCLUDES(...) ATSC_THREAD_SAFETY(locks_excluded(__VA_ARGS__))
-#define ACQUIRED_AFTER(...) ATSC_THREAD_SAFETY(acquired_after(__VA_ARGS__))
-#define RETURNS_LOCK(mutex) ATSC_THREAD_SAFETY(lock_returned(mutex))
 #define NO_THREAD_SAFETY_ANALYSIS ATSC_THREAD_SAFETY(no_thread_safety_analysis)
 
 namespace atschost {

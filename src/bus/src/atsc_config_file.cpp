@@ -7,10 +7,10 @@
 
 namespace atsc {
 
-std::string configFile(const char* variable, const char* default_path) {
+std::string configFile(const char* variable, const char* defaultPath) {
   const char* setting = getenv(variable);
-  std::string path = setting != nullptr ? setting : default_path;
-  if (path != default_path) return path;
+  std::string path = setting != nullptr ? setting : defaultPath;
+  if (path != defaultPath) return path;
   char target[256] = {};
   const std::string link = "/proc/" + std::to_string(getpid()) + "/exe";
   if (readlink(link.c_str(), target, sizeof target - 1) > 0) {

@@ -7,9 +7,9 @@
 namespace atsc {
 
 // Returns the path in the environment variable `variable`. If the variable is not set or equals
-// `default_path`, returns the file of the same name in the folder of the executable if that file is
-// readable, else `default_path`.
-std::string configFile(const char* variable, const char* default_path);
+// `defaultPath`, returns the file of the same name in the folder of the executable if that file is
+// readable, else `defaultPath`.
+std::string configFile(const char* variable, const char* defaultPath);
 
 }  // namespace atsc
 

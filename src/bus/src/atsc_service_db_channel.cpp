@@ -44,7 +44,7 @@ class ChannelRewrite {
   struct Write {
     atsc::ChannelRow row;
     const atsc::CommittedRows::Answer* answer;
-    atsc::SameNumber* same_number;
+    atsc::SameNumber* sameNumber;
 
     // Returns whether the service has a row. A row whose key means "not found" is replaced.
     bool isUpdate() const {
@@ -258,7 +258,7 @@ void ChannelRewrite::lookUpRows(SQLite::Database& database) {
   if (!services_.empty()) committed_.read(database, table_, gCurTime);
   // An update rewrites all rows of its number: of several updates of a number the last is enough.
   for (size_t i = 0; i < writes_.size(); ++i) {
-    if (writes_[i].isUpdate()) writes_[i].same_number->last_update = i;
+    if (writes_[i].isUpdate()) writes_[i].sameNumber->lastUpdate = i;
   }
 }
 
@@ -305,7 +305,7 @@ void ChannelRewrite::insertRow(SQLite::Database& database, const Write& write,
     statement.emplace(database, "INSERT INTO " + table_ + atsc::insertText(nullptr));
   }
   execute(*statement, write.row, atsc::kInsertOrder);
-  write.same_number->rows.push_back(database.getLastInsertRowid());
+  write.sameNumber->rows.push_back(database.getLastInsertRowid());
 }
 
 std::string _ATSC_Service_db_getChannelUpdate_Command(const atsc::ChannelRow& row) {
@@ -331,11 +331,11 @@ std::string condition(const atsc::ChannelRow& row) {
 void ChannelRewrite::updateRows(SQLite::Database& database, size_t position,
                                 std::optional<SQLite::Statement>& statement) {
   const atsc::ChannelRow& row = writes_[position].row;
-  const atsc::SameNumber& same = *writes_[position].same_number;
+  const atsc::SameNumber& same = *writes_[position].sameNumber;
   command_ = "UPDATE " + table_ + " SET " + _ATSC_Service_db_getChannelUpdate_Command(row) +
              condition(row);
   announce();
-  if (same.last_update != position) return;
+  if (same.lastUpdate != position) return;
   if (!statement) {
     statement.emplace(database,
                       "UPDATE " + table_ + " SET " + atsc::updateText(nullptr) + " WHERE rowid=?");

@@ -43,7 +43,7 @@ std::string pidText(const SQLite::Column& value) {
 const CommittedRows::Answer* CommittedRows::add(const AISRV_service_info& service,
                                                 const StreamTexts& streams) {
   wanted_[!streams.audio_pid.empty()][!streams.video_pid.empty()] = true;
-  same_number_[numberOf(service)];
+  sameNumber_[numberOf(service)];
   return &answers_
               .emplace(lookup(numberOf(service), static_cast<uint16_t>(service.source_id),
                               streams.audio_pid, streams.video_pid),
@@ -68,9 +68,9 @@ void CommittedRows::read(SQLite::Database& database, const std::string& table, u
                             readNumber(rows.getColumn(2), minor) &&
                             readNumber(rows.getColumn(3), frequency);
     const std::string number = comparable ? numberText(major, minor, frequency) : "";
-    const auto same = same_number_.find(number);
-    if (same == same_number_.end()) {
-      stamped_stray_ = stamped_stray_ || stamped;
+    const auto same = sameNumber_.find(number);
+    if (same == sameNumber_.end()) {
+      stampedStray_ = stampedStray_ || stamped;
       continue;
     }
     same->second.rows.push_back(rows.getColumn(0).getInt64());
@@ -96,13 +96,12 @@ void CommittedRows::answerLookups(const std::string& number, SQLite::Statement& 
 }
 
 SameNumber& CommittedRows::sameNumber(const AISRV_service_info& service) {
-  return same_number_[numberOf(service)];
+  return sameNumber_[numberOf(service)];
 }
 
 bool CommittedRows::hasStampedStray() const {
-  return stamped_stray_ ||
-         std::any_of(same_number_.begin(), same_number_.end(), [](const auto& same) {
-           return same.second.stamped && !same.second.last_update;
+  return stampedStray_ || std::any_of(sameNumber_.begin(), sameNumber_.end(), [](const auto& same) {
+           return same.second.stamped && !same.second.lastUpdate;
          });
 }
 

@@ -18,9 +18,9 @@ namespace atsc {
 
 // The rows with one major number, minor number and frequency.
 struct SameNumber {
-  std::vector<int64_t> rows;          // their keys, including those that this run has inserted
-  bool stamped = false;               // whether a row has the update_time of this run, or none
-  std::optional<size_t> last_update;  // position of the service whose values the rows get
+  std::vector<int64_t> rows;         // their keys, including those that this run has inserted
+  bool stamped = false;              // whether a row has the update_time of this run, or none
+  std::optional<size_t> lastUpdate;  // position of the service whose values the rows get
 };
 
 // The table as it was before the run. Finds in one pass over the table, for all services, the rows
@@ -46,8 +46,8 @@ class CommittedRows {
   void answerLookups(const std::string& number, SQLite::Statement& row);
 
   std::unordered_map<std::string, Answer> answers_;
-  std::unordered_map<std::string, SameNumber> same_number_;
-  bool stamped_stray_ = false;
+  std::unordered_map<std::string, SameNumber> sameNumber_;
+  bool stampedStray_ = false;
   bool wanted_[2][2] = {};  // with an audio text, with a video text
 };
 

@@ -28,67 +28,67 @@ constexpr size_t kManyWaiting = 1000;
 
 // One callback queue.
 struct Queue {
-  const char* const thread_name;
+  const char* const threadName;
   void (*const task)();
   atsc::Immortal<std::vector<std::string>>& list;
-  sem_t& fire_sem;
-  pthread_mutex_t& prot_mutex;
+  sem_t& fireSem;
+  pthread_mutex_t& protMutex;
   std::thread& thread;
-  size_t next_warning = kManyWaiting;  // under prot_mutex: length of the list to be logged next
+  size_t nextWarning = kManyWaiting;  // under protMutex: length of the list to be logged next
 
   void start();
   void push(std::string message);
   std::string next();
 };
 
-Queue g_event_update{"ATSC_Service_event_update", _ATSC_Service_event_update_task,
-                     m_event_update_list,         m_event_update_fire_sem,
-                     m_event_update_prot_mutex_,  m_event_update_thread};
-Queue g_cb{"ATSC_Service_cb", _ATSC_Service_cb_task, m_cb_list,
-           m_cb_fire_sem,     m_cb_prot_mutex_,      m_cb_thread};
+Queue gEventUpdate{"ATSC_Service_event_update", _ATSC_Service_event_update_task,
+                   m_event_update_list,         m_event_update_fire_sem,
+                   m_event_update_prot_mutex_,  m_event_update_thread};
+Queue gCb{"ATSC_Service_cb", _ATSC_Service_cb_task, m_cb_list,
+          m_cb_fire_sem,     m_cb_prot_mutex_,      m_cb_thread};
 
 void Queue::start() {
-  sem_init(&fire_sem, 0, 0);
-  pthread_mutex_lock(&prot_mutex);
+  sem_init(&fireSem, 0, 0);
+  pthread_mutex_lock(&protMutex);
   list->clear();
-  pthread_mutex_unlock(&prot_mutex);
+  pthread_mutex_unlock(&protMutex);
   thread = std::thread(task);
-  SetThreadName(&thread, thread_name);
+  SetThreadName(&thread, threadName);
   thread.detach();
 }
 
 void Queue::push(std::string message) {
   size_t many = 0;
-  pthread_mutex_lock(&prot_mutex);
+  pthread_mutex_lock(&protMutex);
   try {
     list->push_back(std::move(message));
   } catch (...) {
-    pthread_mutex_unlock(&prot_mutex);
+    pthread_mutex_unlock(&protMutex);
     throw;
   }
-  if (list->size() > next_warning) {
+  if (list->size() > nextWarning) {
     many = list->size();
-    next_warning = 2 * many;
+    nextWarning = 2 * many;
   }
-  pthread_mutex_unlock(&prot_mutex);
-  sem_post(&fire_sem);
+  pthread_mutex_unlock(&protMutex);
+  sem_post(&fireSem);
   if (many != 0) {
-    ATSC_LOG(Warn, "%s: %zu messages wait for the TV application", thread_name, many);
+    ATSC_LOG(Warn, "%s: %zu messages wait for the TV application", threadName, many);
   }
 }
 
 // Waits for a post and removes the first message. Returns an empty text when there is no message.
 std::string Queue::next() {
-  while (sem_wait(&fire_sem) != 0) {
+  while (sem_wait(&fireSem) != 0) {
   }
   std::string message;
-  pthread_mutex_lock(&prot_mutex);
+  pthread_mutex_lock(&protMutex);
   if (!list->empty()) {
     message = std::move(list->front());
     list->erase(list->begin());
   }
-  if (list->size() <= kManyWaiting / 2) next_warning = kManyWaiting;
-  pthread_mutex_unlock(&prot_mutex);
+  if (list->size() <= kManyWaiting / 2) nextWarning = kManyWaiting;
+  pthread_mutex_unlock(&protMutex);
   return message;
 }
 
@@ -97,7 +97,7 @@ std::string Queue::next() {
 void _ATSC_Service_event_update_task() {
   ATSC_ENTER();
   for (;;) {
-    const std::string message = g_event_update.next();
+    const std::string message = gEventUpdate.next();
     if (message.empty()) continue;
     const int source = AICN_get_curr_input_source();
     ATSC_Service_db_UpdateEvent(source);
@@ -110,7 +110,7 @@ void _ATSC_Service_event_update_task() {
 void _ATSC_Service_cb_task() {
   ATSC_ENTER();
   for (;;) {
-    const std::string message = g_cb.next();
+    const std::string message = gCb.next();
     if (message.empty()) continue;
     ATSC_LOG(Debug, "start callback command: %s", message.c_str());
     ATSC_TransmitTVClientJSONCommand(message.c_str(), nullptr);
@@ -120,9 +120,9 @@ void _ATSC_Service_cb_task() {
 
 namespace atsc {
 
-void pushGuideMessage(std::string message) { g_event_update.push(std::move(message)); }
+void pushGuideMessage(std::string message) { gEventUpdate.push(std::move(message)); }
 
-void pushMessage(std::string message) { g_cb.push(std::move(message)); }
+void pushMessage(std::string message) { gCb.push(std::move(message)); }
 
 }  // namespace atsc
 
@@ -136,7 +136,7 @@ void SetThreadName(std::thread* thread, const char* name) {
 
 void _ATSC_Service_Task_init() {
   ATSC_ENTER();
-  for (Queue* queue : {&g_event_update, &g_cb}) {
+  for (Queue* queue : {&gEventUpdate, &gCb}) {
     try {
       queue->start();
     } catch (const std::exception& e) {

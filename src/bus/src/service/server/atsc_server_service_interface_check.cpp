@@ -39,7 +39,7 @@ bool IsParentalBlocked(std::string& status) {
   ATSC_ENTER();
   bool blocked = false;
   int verdict = -1;
-  uint32_t rating_status = 1;
+  uint32_t ratingStatus = 1;
   std::array<uint8_t, 16> name{};
   AISRV_service_info service{};
   service.name.text = name.data();
@@ -57,8 +57,8 @@ bool IsParentalBlocked(std::string& status) {
           AISRV_get_CAD_list(&service, &count, advisories.data()) == 0 && count != 0;
       if (verdict == AIPC_UNRATED || advised) {
         // The programme counts as blocked when the status cannot be read.
-        AISRV_get_rating_status(&service, &rating_status);
-        blocked = rating_status == 1;
+        AISRV_get_rating_status(&service, &ratingStatus);
+        blocked = ratingStatus == 1;
       }
     }
   }

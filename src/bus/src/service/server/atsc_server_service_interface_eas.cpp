@@ -17,7 +17,7 @@ struct AlertSetting {
   int (*exchange)(int32_t* value, int direction);
   const char* key;  // of request and reply
   const char* missing;
-  bool is_boolean;  // else an integer
+  bool isBoolean;  // else an integer
 };
 
 constexpr AlertSetting kUserSetting = {"AIFW_user_eas_setting", AIFW_user_eas_setting, "setting",
@@ -36,7 +36,7 @@ int exchangeSetting(const atsc::Handler& handler, const AlertSetting& setting,
   if (atsc::textMember(request, "op", "get") == "set") {
     if (!request.isMember(setting.key)) return handler.refuse(setting.missing);
     const Json::Value& given = request[setting.key];
-    value = setting.is_boolean ? (given.asBool() ? 1 : 0) : given.asInt();
+    value = setting.isBoolean ? (given.asBool() ? 1 : 0) : given.asInt();
     const int status = setting.exchange(&value, AIFW_EAS_WRITE);
     if (status == 0) return handler.leave();
     handler.check(setting.function, status);
@@ -44,9 +44,9 @@ int exchangeSetting(const atsc::Handler& handler, const AlertSetting& setting,
   }
   const int status = setting.exchange(&value, AIFW_EAS_READ);
   handler.check(setting.function, status);
-  if (status != 0 && setting.is_boolean) value = 0;
+  if (status != 0 && setting.isBoolean) value = 0;
   Json::Value reply;
-  reply[setting.key] = setting.is_boolean ? Json::Value(value == 1) : Json::Value(value);
+  reply[setting.key] = setting.isBoolean ? Json::Value(value == 1) : Json::Value(value);
   handler.answer(reply, result);
   return handler.leave();
 }
