@@ -7,61 +7,13 @@
 
 #include "calendar.h"
 #include "guide.h"
+#include "packets.h"
 
 namespace psipmux {
 namespace {
 
-constexpr uint16_t kNullPid = 0x1FFF;
-constexpr uint8_t kStuffing = 0xFF;
-constexpr size_t kPacketPayload = kPacketSize - 4;
-
 constexpr unsigned kPatRepetitions = 3;
 constexpr unsigned kMgtRepetitions = 2;
-
-struct Packet {
-  uint16_t pid = kNullPid;
-  bool unitStart = false;
-  Bytes payload;  // padded with stuffing bytes
-};
-
-// Each section starts in a new packet, after a pointer_field of one byte.
-unsigned packetCount(const Bytes& section) {
-  return static_cast<unsigned>((1 + section.size() + kPacketPayload - 1) / kPacketPayload);
-}
-
-void packetize(uint16_t pid, const Bytes& section, std::vector<Packet>& out) {
-  Packet packet{pid, true, {0}};  // pointer_field
-  for (const uint8_t byte : section) {
-    if (packet.payload.size() == kPacketPayload) {
-      out.push_back(std::move(packet));
-      packet = {pid, false, {}};
-    }
-    packet.payload.push_back(byte);
-  }
-  out.push_back(std::move(packet));
-}
-
-/// Writes packets to a stream with the continuity counters of their PIDs.
-class PacketWriter {
- public:
-  void write(const Packet& packet) {
-    constexpr uint8_t kSyncByte = 0x47;
-    constexpr uint8_t kPayloadOnly = 0x10;
-    out_.push_back(kSyncByte);
-    out_.push_back(static_cast<uint8_t>((packet.unitStart ? 0x40 : 0) | packet.pid >> 8));
-    out_.push_back(static_cast<uint8_t>(packet.pid & 0xFF));
-    const unsigned continuity = packet.pid == kNullPid ? 0 : continuity_[packet.pid]++;
-    out_.push_back(static_cast<uint8_t>(kPayloadOnly | (continuity & 0x0F)));
-    append(out_, packet.payload);
-    out_.resize(out_.size() + kPacketPayload - packet.payload.size(), kStuffing);
-  }
-
-  Bytes take() { return std::move(out_); }
-
- private:
-  Bytes out_;
-  std::map<uint16_t, unsigned> continuity_;
-};
 
 /// A table that is sent `repetitions` times per cycle.
 struct Carousel {

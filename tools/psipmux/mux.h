@@ -8,8 +8,6 @@
 
 namespace psipmux {
 
-constexpr unsigned kPacketSize = 188;
-
 /// Constant rate of each stream: 1000 packets or 1.504 Mbit per second.
 constexpr unsigned kPacketsPerSecond = 1000;
 
