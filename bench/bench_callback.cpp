@@ -6,11 +6,8 @@
 #include <atsc/atsc_tv_server_backend.h>
 #include <sched.h>
 #include <semaphore.h>
-#include <signal.h>
 #include <sys/mman.h>
-#include <sys/prctl.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -18,8 +15,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <string>
 
+#include "process.h"
 #include "report.h"
 
 namespace {
@@ -78,7 +77,7 @@ class Backend : public ATSCBUS::ATSCTVServerBackend {
 
 // The TV application's process: records the arrival of callbacks and bare messages.
 [[noreturn]] void runTV(int memory, int socket) {
-  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  stayOnCore(false);
   Arrival& arrival = *map(memory);
   static Backend& backend = *new Backend(arrival);
   if (ATSC_RegisterTVServerBackend(&backend) != 0) {
@@ -120,13 +119,8 @@ int main(int argc, char** argv) {
   }
   Arrival& arrival = *map(memory);
   sem_init(&arrival.arrived, 1, 0);
-  const pid_t tv = fork();
-  if (tv == 0) {
-    stayOnCore(false);
-    execl("/proc/self/exe", argv[0], "tv", std::to_string(memory).c_str(),
-          std::to_string(ends[1]).c_str(), nullptr);
-    _exit(127);
-  }
+  const Process tv({std::filesystem::read_symlink("/proc/self/exe"), "tv", std::to_string(memory),
+                    std::to_string(ends[1])});
   int status = 1;
   stayOnCore(true);
   if (tvIsReady(arrival)) {
@@ -150,7 +144,6 @@ int main(int argc, char** argv) {
         5000);
     status = bench::run(argc, argv);
   }
-  kill(tv, SIGKILL);
-  waitpid(tv, nullptr, 0);
+  fprintf(stderr, "%s", tv.err().c_str());
   return status;
 }

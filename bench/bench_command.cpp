@@ -11,13 +11,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <string>
-#include <thread>
 #include <vector>
 
+#include "process.h"
 #include "report.h"
 #include "temporary_folder.h"
+#include "wait.h"
 
 namespace {
 
@@ -89,54 +89,28 @@ class PingPong {
   pid_t child_ = -1;
 };
 
-// The real service process on an empty air folder.
-class Service {
- public:
-  explicit Service(const std::string& folder) {
-    child_ = fork();
-    if (child_ == 0) {
-      setenv("ATSC_HOST_STATE", (folder + "/state").c_str(), 1);
-      const std::string database = folder + "/db";
-      if (freopen("/dev/null", "w", stdout) == nullptr) _exit(1);
-      execl(ATSC_SERVICE, ATSC_SERVICE, "--air", folder.c_str(), "--db", database.c_str(), nullptr);
-      _exit(127);
-    }
-    for (int i = 0; i < 500 && ATSC_host_find(ATSC_HOST_SERVICE_NAME) != child_; ++i) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-  }
-
-  ~Service() {
-    kill(child_, SIGTERM);
-    waitpid(child_, nullptr, 0);
-  }
-
-  bool runs() const { return ATSC_host_find(ATSC_HOST_SERVICE_NAME) == child_; }
-
- private:
-  pid_t child_ = -1;
-};
-
 }  // namespace
 
 int main(int argc, char** argv) {
   const TemporaryFolder temporary;
   const std::string folder = temporary.path();
-  int status = 1;
-  {
-    Service service(folder);
-    if (service.runs()) {
-      PingPong act(kHeaderBytes + kTextBytes + strlen(kAct), kHeaderBytes + kResultBytes);
-      PingPong ask(kHeaderBytes + kTextBytes + strlen(kAsk),
-                   kHeaderBytes + kTextBytes + send(kAsk) + kResultBytes);
-      bench::add(
-          "command round trip", [] { send(kAct); }, [&act] { act.exchange(); }, 20000);
-      bench::add(
-          "command with a reply", [] { send(kAsk); }, [&ask] { ask.exchange(); }, 20000);
-      status = bench::run(argc, argv);
-    } else {
-      fprintf(stderr, "bench_command: the service does not start\n");
-    }
+  // The real service process on an empty air folder.
+  Process service({ATSC_SERVICE, "--air", folder, "--db", folder + "/db"},
+                  {{"ATSC_HOST_STATE", folder + "/state"}});
+  if (!eventually([&] { return ATSC_host_find(ATSC_HOST_SERVICE_NAME) == service.pid(); },
+                  std::chrono::seconds(10))) {
+    fprintf(stderr, "bench_command: the service does not start\n%s", service.err().c_str());
+    return 1;
   }
+  PingPong act(kHeaderBytes + kTextBytes + strlen(kAct), kHeaderBytes + kResultBytes);
+  PingPong ask(kHeaderBytes + kTextBytes + strlen(kAsk),
+               kHeaderBytes + kTextBytes + send(kAsk) + kResultBytes);
+  bench::add(
+      "command round trip", [] { send(kAct); }, [&act] { act.exchange(); }, 20000);
+  bench::add(
+      "command with a reply", [] { send(kAsk); }, [&ask] { ask.exchange(); }, 20000);
+  const int status = bench::run(argc, argv);
+  service.signal(SIGTERM);
+  service.wait();
   return status;
 }

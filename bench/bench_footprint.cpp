@@ -1,31 +1,27 @@
 // Measures the time of the service from exec to its first answered command, compared with a process
 // that only loads the libraries, and its memory after a scan of the sample broadcast.
 #include <atsc/atsc_service.h>
-#include <atsc/atsc_tv_server_backend.h>
 #include <atsc_host.h>
-#include <fcntl.h>
 #include <json/json.h>
 #include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
-#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <map>
-#include <mutex>
-#include <sstream>
 #include <string>
 #include <vector>
 
+#include "listener.h"
+#include "process.h"
 #include "report.h"
 #include "temporary_folder.h"
+#include "wait.h"
 
 namespace {
 
@@ -33,24 +29,8 @@ constexpr int kStarts = 10;
 // With this argument the program only loads the libraries and ends.
 constexpr const char* kLoadOnly = "--load-only";
 
-pid_t start(std::vector<std::string> words) {
-  std::vector<char*> arguments;
-  for (std::string& word : words) arguments.push_back(&word[0]);
-  arguments.push_back(nullptr);
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-  posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-  pid_t child = -1;
-  if (posix_spawn(&child, arguments[0], &actions, nullptr, arguments.data(), environ) != 0) abort();
-  posix_spawn_file_actions_destroy(&actions);
-  return child;
-}
-
-void end(pid_t child) {
-  int status = 0;
-  waitpid(child, &status, 0);
-  if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) abort();
+void run(const std::vector<std::string>& words) {
+  if (Process(words).wait() != 0) abort();
 }
 
 bool answers() {
@@ -66,21 +46,21 @@ bool answers() {
 class Service {
  public:
   Service(const std::string& air, const std::string& folder)
-      : child_(start({ATSC_SERVICE, "--air", air, "--db", folder})) {
-    while (ATSC_host_find(ATSC_HOST_SERVICE_NAME) != child_ || !answers()) {
-      if (waitpid(child_, nullptr, WNOHANG) != 0) abort();
+      : process_({ATSC_SERVICE, "--air", air, "--db", folder}) {
+    while (ATSC_host_find(ATSC_HOST_SERVICE_NAME) != process_.pid() || !answers()) {
+      if (!process_.alive()) abort();
     }
   }
 
   ~Service() {
-    kill(child_, SIGTERM);
-    end(child_);
+    process_.signal(SIGTERM);
+    if (process_.wait() != 0) abort();
   }
 
-  pid_t child() const { return child_; }
+  pid_t child() const { return process_.pid(); }
 
  private:
-  pid_t child_;
+  Process process_;
 };
 
 template <typename Work>
@@ -96,37 +76,14 @@ double startSeconds(const std::string& air, const std::string& folder) {
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
 }
 
-// Waits for callbacks of the scan.
-class Backend : public ATSCBUS::ATSCTVServerBackend {
- public:
-  int jsonCommand(const char* command, char**) override {
-    Json::Value message;
-    std::istringstream(command) >> message;
-    const std::lock_guard<std::mutex> lock(mutex_);
-    heard_[message["cbtype"].asString() + message["msg"].asString()] = true;
-    changed_.notify_all();
-    return 0;
-  }
-
-  void scan(const char* source) {
-    std::unique_lock<std::mutex> lock(mutex_);
-    heard_.clear();
-    lock.unlock();
-    const std::string command =
-        std::string(R"({"class":"SCAN","command":"start","src":")") + source + "\"}";
-    if (ATSC_TransmitServiceClientJSONCommand(command.c_str(), nullptr) != 0) abort();
-    lock.lock();
-    const bool done = changed_.wait_for(lock, std::chrono::minutes(1), [this] {
-      return heard_["SCANOVER"] && heard_["EPG_COMPLETE"];
-    });
-    if (!done) abort();
-  }
-
- private:
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  std::map<std::string, bool> heard_;  // guarded by mutex_
-};
+void scan(Listener& listener, const char* source) {
+  const size_t from = listener.count();
+  const std::string command =
+      std::string(R"({"class":"SCAN","command":"start","src":")") + source + "\"}";
+  if (ATSC_TransmitServiceClientJSONCommand(command.c_str(), nullptr) != 0) abort();
+  const auto hears = [&](const char* kind) { return !listener.heard(from, kind).empty(); };
+  if (!eventually([&] { return hears("OVER") && hears("EPG_COMPLETE"); })) abort();
+}
 
 // Returns the resident KiB of a process by mapping: a file's name, or memory without a name.
 std::map<std::string, long> residentMemory(pid_t process) {
@@ -187,10 +144,10 @@ int main(int argc, char** argv) {
   const std::string folder = temporary.path();
   unsetenv("ATSC_HOST_STATE");
   const std::string air = folder + "/air";
-  end(start({PSIPMUX, LINEUPS "/metro-air.json", LINEUPS "/metro-cable.json", "--out", air}));
+  run({PSIPMUX, LINEUPS "/metro-air.json", LINEUPS "/metro-cable.json", "--out", air});
 
   const std::string self = std::filesystem::read_symlink("/proc/self/exe");
-  const auto load = [self] { return seconds([&] { end(start({self, kLoadOnly})); }); };
+  const auto load = [self] { return seconds([&] { run({self, kLoadOnly}); }); };
   const auto first = [&](const std::string& database) {
     std::filesystem::remove_all(database);
     return startSeconds(air, database);
@@ -204,13 +161,13 @@ int main(int argc, char** argv) {
       "the same without a disk", [&] { return first(memory + "/new"); }, load, kStarts);
 
   const std::string scanned = folder + "/db";
-  static Backend backend;
+  static Listener listener;
   {
     const Service service(air, scanned);
-    if (ATSC_RegisterTVServerBackend(&backend) != 0) return 1;
+    if (ATSC_RegisterTVServerBackend(&listener) != 0) return 1;
     ATSC_TransmitServiceClientJSONCommand(R"({"class":"FW","command":"INIT"})", nullptr);
-    backend.scan("VSB");
-    backend.scan("QAM");
+    scan(listener, "VSB");
+    scan(listener, "QAM");
     reportMemory(service.child(), argc == 2);
   }
   bench::addTimed(

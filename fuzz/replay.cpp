@@ -3,10 +3,9 @@
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <string>
 #include <vector>
+
+#include "files.h"
 
 namespace fs = std::filesystem;
 
@@ -18,11 +17,10 @@ namespace {
 int inputs = 0;
 
 void replay(const fs::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  const std::vector<char> bytes{std::istreambuf_iterator<char>(file), {}};
   // The output before a crash names the input.
   fprintf(stderr, "%s\n", path.c_str());
   // A copy of the exact size, to detect reads past the end.
+  const std::vector<uint8_t> bytes = readBytes(path);
   const std::vector<uint8_t> input(bytes.begin(), bytes.end());
   LLVMFuzzerTestOneInput(input.data(), input.size());
   ++inputs;

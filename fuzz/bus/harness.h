@@ -13,13 +13,13 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "atsc_service_db.h"
 #include "fake.h"
+#include "files.h"
 #include "input.h"
 #include "service/server/atsc_server_service.h"
 #include "temporary_folder.h"
@@ -54,8 +54,7 @@ class Fixture {
  public:
   // Saves the current content of the database.
   explicit Fixture(std::string path) : path_(std::move(path)) {
-    std::ifstream file(path_, std::ios::binary);
-    content_.assign(std::istreambuf_iterator<char>(file), {});
+    content_ = readFile(path_);
     left_ = state();
   }
 
@@ -64,7 +63,7 @@ class Fixture {
   void restore() {
     if (!changed()) return;
     unlink((path_ + "-journal").c_str());
-    std::ofstream(path_, std::ios::binary | std::ios::trunc) << content_;
+    writeFile(path_, content_);
     left_ = state();
   }
 

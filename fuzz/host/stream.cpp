@@ -3,12 +3,9 @@
 #include <stdlib.h>
 
 #include <algorithm>
-#include <array>
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
-#include <filesystem>
-#include <fstream>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -21,10 +18,14 @@
 #include "aics.h"
 #include "aiec.h"
 #include "aifw.h"
+#include "air_folder.h"
 #include "aist.h"
 #include "atsc_host.h"
+#include "broadcast.h"
+#include "bytes.h"
 #include "input.h"
 #include "modules/host.h"
+#include "packets.h"
 #include "receiver/events/alerts.h"
 #include "receiver/events/event_queue.h"
 #include "receiver/station/audio.h"
@@ -38,9 +39,7 @@
 #include "receiver/tuners/live_tuner.h"
 #include "receiver/viewing/parental.h"
 #include "receiver/viewing/rating_regions.h"
-#include "temporary_folder.h"
 
-namespace fs = std::filesystem;
 using namespace atschost;
 
 namespace {
@@ -50,7 +49,8 @@ namespace {
 constexpr uint32_t kFrequency = 509'000'000;
 constexpr std::chrono::seconds kPatience(20);  // more than enough on a machine under load
 
-using Bytes = std::vector<uint8_t>;
+using broadcast::Bytes;
+using broadcast::bytesOf;
 
 [[noreturn]] void fail(const char* what) {
   fprintf(stderr, "%s\n", what);
@@ -81,38 +81,20 @@ void takeText(const std::string& text, size_t size) {
 // Reads a list of sections: PID, table_id, table_id_extension, the byte with version_number,
 // section_number, last_section_number, length of the body, body.
 Bytes packetsOfSections(fuzz::Input& input) {
-  Bytes stream;
-  std::array<uint8_t, 0x2000> counters{};
+  psipmux::PacketWriter stream;
   while (input.left() > 0) {
     const uint16_t pid = input.number<uint16_t>() & 0x1FFF;
-    Bytes section{input.byte(), 0, 0};
+    const uint8_t tableId = input.byte();
     const uint16_t extension = input.number<uint16_t>();
-    section.push_back(static_cast<uint8_t>(extension >> 8));
-    section.push_back(static_cast<uint8_t>(extension));
-    for (int i = 0; i < 3; ++i) section.push_back(input.byte());
+    const uint8_t version = input.byte(), number = input.byte(), last = input.byte();
     const std::string body =
         input.bytes(std::min<size_t>(input.number<uint16_t>(), kMaxSectionSize - 12));
-    section.insert(section.end(), body.begin(), body.end());
-    const size_t length = section.size() - 3 + kSectionCrcSize;
-    section[1] = static_cast<uint8_t>(0xF0 | length >> 8);
-    section[2] = static_cast<uint8_t>(length);
-    const uint32_t crc = crc32Mpeg(section.data(), section.size());
-    for (int shift = 24; shift >= 0; shift -= 8)
-      section.push_back(static_cast<uint8_t>(crc >> shift));
-    for (size_t at = 0; at < section.size();) {
-      const bool start = at == 0;
-      Bytes packet{0x47, static_cast<uint8_t>((start ? 0x40 : 0) | pid >> 8),
-                   static_cast<uint8_t>(pid), static_cast<uint8_t>(0x10 | (counters[pid]++ & 15))};
-      if (start) packet.push_back(0);
-      const size_t part = std::min(kPacketSize - packet.size(), section.size() - at);
-      packet.insert(packet.end(), section.begin() + static_cast<ptrdiff_t>(at),
-                    section.begin() + static_cast<ptrdiff_t>(at + part));
-      at += part;
-      packet.resize(kPacketSize, 0xFF);
-      stream.insert(stream.end(), packet.begin(), packet.end());
-    }
+    Bytes section = psipmux::longSection(tableId, extension, 0, number, last, bytesOf(body));
+    section[1] |= 0x40;
+    section[5] = version;
+    stream.write(pid, broadcast::sealed(section));
   }
-  return stream;
+  return stream.take();
 }
 
 void takeRegion(const RatingRegion& region) {
@@ -200,33 +182,16 @@ void decode(uint32_t source, const Bytes& stream) {
 }
 
 // The folder with the carrier's file, created on first use.
-class Air {
- public:
-  Air() {
-    fs::create_directories(folder_ / "vsb");
-    fs::create_directories(folder_ / "qam");
-    setenv("ATSC_HOST_STATE", (folder_ / "state").c_str(), 1);
-    ATSC_host_set_air(folder_.c_str());
+const AirFolder& air() {
+  static const AirFolder folder(TemporaryFolder::memory());
+  [[maybe_unused]] static const bool used = [] {
+    setenv("ATSC_HOST_STATE", (folder.path() / "state").c_str(), 1);
+    ATSC_host_set_air(folder.path().c_str());
     ATSC_host_set_dwell(0);
     ATSC_host_set_fast(1);
-  }
-
-  void write(uint32_t source, const Bytes& stream) const {
-    std::ofstream file(
-        folder_ / (source == AI_INPUT_CABLE ? "qam" : "vsb") / (std::to_string(kFrequency) + ".ts"),
-        std::ios::binary);
-    file.write(reinterpret_cast<const char*>(stream.data()),
-               static_cast<std::streamsize>(stream.size()));
-  }
-
- private:
-  const TemporaryFolder temporary_{TemporaryFolder::memory()};
-  const fs::path folder_ = temporary_.path();
-};
-
-const Air& air() {
-  static const Air made;
-  return made;
+    return true;
+  }();
+  return folder;
 }
 
 void onEvent(AFW_event_t event, void* data) {
@@ -242,7 +207,7 @@ void onEvent(AFW_event_t event, void* data) {
 
 // Runs a tuner for this stream alone until it has read the tables.
 void tune(uint32_t source, const Bytes& stream) {
-  air().write(source, stream);
+  air().write(source, kFrequency, stream);
   ServiceList services("");
   Guide guide;
   EventQueue events;
@@ -381,7 +346,7 @@ void readRegions() {
 
 // Uses the receiver of the process through its functions. Learned rating regions stay.
 void receive(uint32_t source, const Bytes& stream) {
-  air().write(source, stream);
+  air().write(source, kFrequency, stream);
   [[maybe_unused]] static const bool made = [] {
     AIFW_register_frmwrk_app_cb(onEvent);
     AIPC_parental_details details{0, 1, 0, 0, 1, 0};
@@ -417,8 +382,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const uint32_t source = form & kCable ? AI_INPUT_CABLE : AI_INPUT_TERRESTRIAL;
   Bytes stream;
   if (form & kPackets) {
-    const std::string packets = input.rest();
-    stream.assign(packets.begin(), packets.end());
+    stream = bytesOf(input.rest());
   } else {
     stream = packetsOfSections(input);
   }

@@ -20,8 +20,6 @@ using testing::AllOf;
 using testing::Contains;
 using testing::HasSubstr;
 
-constexpr int kBusyTimeoutMs = 10000;
-
 std::string scanCommand(const std::string& source) {
   return R"({"class":"SCAN","command":"start","src":")" + source + "\"}";
 }
@@ -83,8 +81,7 @@ class GuideSystemTest : public SystemTest {
   // Returns the value of a query on the guide; "no guide" while there is no table.
   std::string guideValue(const std::string& sql) const {
     try {
-      SQLite::Database file(events_.string(), SQLite::OPEN_READONLY, kBusyTimeoutMs);
-      return file.execAndGet(sql).getString();
+      return valueOf(events_, sql);
     } catch (const SQLite::Exception&) {
       return "no guide";
     }
@@ -96,7 +93,7 @@ class GuideSystemTest : public SystemTest {
 
   const fs::path events_;
   const fs::path hold_;
-  std::unique_ptr<Program> backend_;
+  std::unique_ptr<Process> backend_;
 
  private:
   size_t overs() const {
@@ -199,8 +196,8 @@ TEST_F(GuideSystemTest, ThreeProgramsGuide) {
   EXPECT_EQ("21", guideValue("SELECT count(*) FROM event_t WHERE duration = 3600 AND name = "
                              "'Simulated PSIP'"));
   // The time is from the receiver's clock, not from the stream, which has 19:39:46.
-  SQLite::Database channels(database_.string(), SQLite::OPEN_READONLY, kBusyTimeoutMs);
-  const int64_t stamp = channels.execAndGet("SELECT max(update_time) FROM channel_data_t");
+  const int64_t stamp =
+      std::stoll(valueOf(database_, "SELECT max(update_time) FROM channel_data_t"));
   EXPECT_GE(stamp, 1776879000);
   EXPECT_LT(stamp, 1776879000 + 1000);
 }

@@ -68,13 +68,13 @@ class NeighbourTest : public SystemTest {
                 times[times.size() / 2], times.back());
   }
 
-  std::unique_ptr<Program> startApplication() {
+  std::unique_ptr<Process> startApplication() {
     auto application = start({TV_BACKEND, database_, db_ / "ATSC_event.db", hold_});
     EXPECT_TRUE(application->says("ready")) << application->err();
     return application;
   }
 
-  void receivesCallbacks(const Program& application) {
+  void receivesCallbacks(const Process& application) {
     const size_t before = application.count(kUpdate);
     EXPECT_TRUE(eventually([&] { return application.count(kUpdate) > before + 1; }));
   }
@@ -98,7 +98,7 @@ class NeighbourTest : public SystemTest {
   }
 
   const fs::path hold_ = folder_ / "hold";
-  std::unique_ptr<Program> caller_;
+  std::unique_ptr<Process> caller_;
 };
 
 TEST_F(NeighbourTest, AStoppedTVApplicationMissesNothingAndHoldsUpNobody) {

@@ -7,7 +7,6 @@
 #include <functional>
 #include <set>
 #include <sstream>
-#include <thread>
 #include <tuple>
 
 #include "protocol_document.h"
@@ -22,7 +21,6 @@ using protocol::Statement;
 using protocol::TableRow;
 
 constexpr const char* kStart = "2026-11-22T01:10:00Z";
-constexpr int kBusyTimeoutMs = 10000;
 
 // Returns whether the value in the document depends on the time.
 bool isVolatile(const std::string& key) {
@@ -76,13 +74,7 @@ class ProtocolTest : public SystemTest {
 
   // Waits for the documented result; only briefly after an earlier mismatch.
   bool becomes(const std::function<bool()>& condition) {
-    const auto patience = std::chrono::seconds(HasFailure() ? 1 : 60);
-    const auto deadline = std::chrono::steady_clock::now() + patience;
-    while (!condition()) {
-      if (std::chrono::steady_clock::now() > deadline) return false;
-      std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    return true;
+    return eventually(condition, std::chrono::seconds(HasFailure() ? 1 : 60));
   }
 
   // Returns the callbacks so far.
@@ -126,7 +118,7 @@ class ProtocolTest : public SystemTest {
   }
 
   std::vector<std::string> rows(const Statement& statement) const {
-    SQLite::Database database(database_.string(), SQLite::OPEN_READONLY, kBusyTimeoutMs);
+    SQLite::Database database = openDatabase(database_);
     database.exec("ATTACH '" + (db_ / "ATSC_event.db").string() + "' AS guide");
     SQLite::Statement query(database, statement.sql);
     for (const auto& [name, value] : statement.parameters) {
@@ -137,15 +129,7 @@ class ProtocolTest : public SystemTest {
         query.bind(name, value);
       }
     }
-    std::vector<std::string> lines;
-    while (query.executeStep()) {
-      std::string line;
-      for (int i = 0; i < query.getColumnCount(); ++i) {
-        line += (i > 0 ? "|" : "") + query.getColumn(i).getString();
-      }
-      lines.push_back(line);
-    }
-    return lines;
+    return rowsOf(query);
   }
 
   void expectRows(const Example& example) {
@@ -164,7 +148,7 @@ class ProtocolTest : public SystemTest {
   }
 
   const protocol::Document document_;
-  std::unique_ptr<Program> watch_;
+  std::unique_ptr<Process> watch_;
 };
 
 TEST_F(ProtocolTest, EveryExampleIsTrue) {
@@ -213,13 +197,11 @@ TEST_F(ProtocolTest, EveryExampleIsTrue) {
       documented.push_back(protocol::names(row.cells[0]).at(0) + ' ' +
                            (type == "none" ? "" : type));
     }
-    SQLite::Database database(file.string(), SQLite::OPEN_READONLY, kBusyTimeoutMs);
+    SQLite::Database database = openDatabase(file);
     for (const std::string& table : tables) {
       SQLite::Statement query(database, "SELECT name || ' ' || type FROM pragma_table_info(?)");
       query.bind(1, table);
-      std::vector<std::string> columns;
-      while (query.executeStep()) columns.push_back(query.getColumn(0).getString());
-      EXPECT_EQ(columns, documented) << heading << ' ' << table;
+      EXPECT_EQ(rowsOf(query), documented) << heading << ' ' << table;
     }
   }
 }

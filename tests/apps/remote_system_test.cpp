@@ -68,10 +68,7 @@ class RemoteSystemTest : public SystemTest {
                ",\"AiccServiceId\":" + std::to_string(service) + "}");
   }
 
-  std::string value(const std::string& sql) const {
-    SQLite::Database file(database_.string(), SQLite::OPEN_READONLY, 10000);
-    return file.execAndGet("SELECT " + sql).getString();
-  }
+  std::string value(const std::string& sql) const { return valueOf(database_, "SELECT " + sql); }
 
   const fs::path state_;
 };

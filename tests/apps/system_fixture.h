@@ -15,9 +15,12 @@
 #include <utility>
 #include <vector>
 
+#include "files.h"
 #include "lineup_rows.h"
-#include "program.h"
+#include "process.h"
+#include "rows.h"
 #include "temporary_folder.h"
+#include "wait.h"
 
 inline constexpr const char* kAirLineup = LINEUPS "/metro-air.json";
 inline constexpr const char* kCableLineup = LINEUPS "/metro-cable.json";
@@ -31,12 +34,6 @@ inline constexpr const char* kFast = "0";
 
 using Words = std::vector<std::string>;
 
-struct Outcome {
-  int status;
-  std::string out;
-  std::string err;
-};
-
 class SystemTest : public testing::Test {
  protected:
   SystemTest() {
@@ -48,13 +45,8 @@ class SystemTest : public testing::Test {
   }
   ~SystemTest() override { service_.reset(); }
 
-  std::unique_ptr<Program> start(std::vector<std::string> words, const std::string& input = "") {
-    return std::make_unique<Program>(folder_, std::move(words), environment_, input);
-  }
-
-  Outcome finish(Program& program) {
-    const int status = program.wait();
-    return {status, program.out(), program.err()};
+  std::unique_ptr<Process> start(std::vector<std::string> words, const std::string& input = "") {
+    return std::make_unique<Process>(std::move(words), environment_, input);
   }
 
   Outcome run(std::vector<std::string> words, const std::string& input = "") {
@@ -73,7 +65,7 @@ class SystemTest : public testing::Test {
     if (!service_->says("ready")) throw std::runtime_error("no service: " + service_->err());
   }
 
-  std::unique_ptr<Program> startTV(std::vector<std::string> arguments) {
+  std::unique_ptr<Process> startTV(std::vector<std::string> arguments) {
     arguments.insert(arguments.begin(), {ATSC_TV, "--db", db_});
     return start(std::move(arguments));
   }
@@ -107,14 +99,14 @@ class SystemTest : public testing::Test {
 
   // Starts a scan and waits until it has found the services of the first channel. Most of the band
   // is left.
-  std::unique_ptr<Program> startScan() {
+  std::unique_ptr<Process> startScan() {
     auto scan = startTV({"scan"});
     if (!scan->says("RF 8")) throw std::runtime_error("no scan: " + scan->err());
     return scan;
   }
 
   // Starts a TV application and waits until it is registered.
-  std::unique_ptr<Program> startWatch(std::vector<std::string> arguments = {}) {
+  std::unique_ptr<Process> startWatch(std::vector<std::string> arguments = {}) {
     arguments.insert(arguments.begin(), "watch");
     auto watch = startTV(std::move(arguments));
     EXPECT_TRUE(eventually([] { return std::filesystem::exists("/tmp/.BUS.atsc.qel.tv.srv"); }));
@@ -130,7 +122,7 @@ class SystemTest : public testing::Test {
   std::filesystem::path db_;
   std::filesystem::path database_;
   std::map<std::string, std::string> environment_;
-  std::unique_ptr<Program> service_;
+  std::unique_ptr<Process> service_;
 };
 
 #endif  // ATSC_TESTS_APPS_SYSTEM_FIXTURE_H_

@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "fixture.h"
+#include "wait.h"
 
 namespace {
 
@@ -17,11 +18,7 @@ class CommandTest : public LibraryTest {
  protected:
   // Waits until a middleware call has been seen `count` times.
   static bool waitFor(const std::string& call, size_t count) {
-    for (int i = 0; i < 1000; ++i) {
-      if (callsOf({call}).size() >= count) return true;
-      std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return false;
+    return eventually([&] { return callsOf({call}).size() >= count; });
   }
 };
 
@@ -123,10 +120,7 @@ TEST_F(CommandTest, ChannelChangeCallsInOrder) {
           "AIPT_get_index_status(*,0)", "AIFW_channel_change(5,2,4103,7,1,0,65535,2)",
           "AIFW_pwd_unlocked_no_playing(0)", "AIFW_passwd_reqd_non_play_src(1)", "AIUP_store_all()",
           "AIUP_sync()", "AICN_get_current(*)", "AICN_get_curr_input_source()"));
-  for (int i = 0; i < 1000 && g_atsc_server_service.savedChannelIndex() != 1; ++i) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
-  EXPECT_EQ(1, g_atsc_server_service.savedChannelIndex());
+  EXPECT_TRUE(eventually([] { return g_atsc_server_service.savedChannelIndex() == 1; }));
   for (const char* store : {"AIUP_store_all", "AIUP_sync"}) {
     EXPECT_THAT(fake::logLine(store),
                 HasSubstr("Failed to call " + std::string(store) + "() -> 0x00000000: int "));

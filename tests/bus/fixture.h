@@ -14,16 +14,12 @@
 #include <vector>
 
 #include "atsc_service_db.h"
+#include "command.h"
 #include "fake.h"
+#include "files.h"
+#include "rows.h"
 #include "service/server/atsc_server_service.h"
 #include "temporary_folder.h"
-
-// Returns the text of a command, without the braces: {"class":C,"command":N} and further members.
-inline std::string command(const std::string& name, const std::string& members = "") {
-  const size_t space = name.find(' ');
-  return "{\"class\":\"" + name.substr(0, space) + "\",\"command\":\"" + name.substr(space + 1) +
-         "\"" + (members.empty() ? "" : "," + members) + "}";
-}
 
 class LibraryTest : public ::testing::Test {
  protected:
@@ -39,51 +35,20 @@ class LibraryTest : public ::testing::Test {
   void TearDown() override { fake::reset(); }
 
   // Returns all values of a statement's rows, with columns joined by '|'.
-  std::vector<std::string> rows(const std::string& sql) const {
-    SQLite::Database database(path_);
-    SQLite::Statement statement(database, sql);
-    std::vector<std::string> lines;
-    while (statement.executeStep()) {
-      std::string line;
-      for (int i = 0; i < statement.getColumnCount(); ++i) {
-        line += (i > 0 ? "|" : "") + statement.getColumn(i).getString();
-      }
-      lines.push_back(line);
-    }
-    return lines;
-  }
+  std::vector<std::string> rows(const std::string& sql) const { return rowsOf(path_, sql); }
 
-  void execute(const std::string& sql) const {
-    SQLite::Database(path_, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE).exec(sql);
-  }
-
-  static void writeFile(const std::filesystem::path& path, const std::string& text) {
-    std::ofstream(path, std::ios::binary) << text;
-  }
+  void execute(const std::string& sql) const { ::execute(path_, sql); }
 
   // Sends a command like a TV application.
   static int send(const std::string& command) {
     return ATSC_TransmitServiceClientJSONCommand(command.c_str(), nullptr);
   }
 
-  struct Answer {
-    int result;
-    std::string text;  // "" for none
-  };
-
   static Answer ask(const std::string& name, const std::string& members = "") {
-    char* text = nullptr;
-    const int result = ATSC_TransmitServiceClientJSONCommand(command(name, members).c_str(), &text);
-    Answer answer{result, text != nullptr ? text : ""};
-    free(text);
-    return answer;
+    return transmit(command(name, members));
   }
 
-  static Json::Value json(const std::string& text) {
-    Json::Value value;
-    Json::Reader().parse(text, value);
-    return value;
-  }
+  static Json::Value json(const std::string& text) { return parsed(text); }
 
   // Returns the middleware calls that start with one of the prefixes.
   static std::vector<std::string> callsOf(const std::vector<std::string>& prefixes) {

@@ -5,9 +5,9 @@
 #include <map>
 #include <set>
 
-#include "../apps/protocol_document.h"
 #include "atsc_service_event.h"
 #include "fixture.h"
+#include "protocol_document.h"
 
 namespace {
 

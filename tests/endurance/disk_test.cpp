@@ -25,9 +25,7 @@ class DiskTest : public EnduranceTest {
 
   std::string names() {
     try {
-      SQLite::Database database(database_, SQLite::OPEN_READONLY, 1000);
-      return database.execAndGet("SELECT group_concat(substr(name, 1, 1), '') FROM channel_data_t")
-          .getString();
+      return valueOf(database_, "SELECT group_concat(substr(name, 1, 1), '') FROM channel_data_t");
     } catch (const SQLite::Exception& e) {
       return e.what();
     }
@@ -154,26 +152,20 @@ TEST_F(DiskTest, ADatabaseOfAnotherVersion) {
   startService();
   scan("VSB");
   stopService();
-  const auto change = [&](const char* sql) {
-    SQLite::Database(database_, SQLite::OPEN_READWRITE).exec(sql);
-  };
   const auto rows = [&](const std::string& column) {
-    SQLite::Database database(database_, SQLite::OPEN_READONLY, 1000);
-    return database
-        .execAndGet(
-            "SELECT count(*) || ' ' || group_concat(DISTINCT tsid) || ' ' || "
-            "ifnull(group_concat(DISTINCT " +
-            column + "), '') FROM channel_data_t")
-        .getString();
+    return valueOf(database_,
+                   "SELECT count(*) || ' ' || group_concat(DISTINCT tsid) || ' ' || "
+                   "ifnull(group_concat(DISTINCT " +
+                       column + "), '') FROM channel_data_t");
   };
   // Columns of a product stay, and missing columns of an older layout are filled.
-  change(
-      "ALTER TABLE channel_data_t ADD COLUMN zoom INTEGER; UPDATE channel_data_t SET zoom = 7;"
-      "ALTER TABLE channel_data_t DROP COLUMN tsid");
+  execute(database_,
+          "ALTER TABLE channel_data_t ADD COLUMN zoom INTEGER; UPDATE channel_data_t SET zoom = 7;"
+          "ALTER TABLE channel_data_t DROP COLUMN tsid");
   startService();
   EXPECT_EQ("8 65 7", rows("zoom"));
   stopService();
-  change("PRAGMA user_version = 0");
+  execute(database_, "PRAGMA user_version = 0");
   startService();
   EXPECT_EQ("8 65 ", rows("audio_index"));
   EXPECT_THROW(rows("zoom"), SQLite::Exception) << "the file is a new one";

@@ -3,51 +3,23 @@
 #ifndef ATSC_TESTS_ENDURANCE_ENDURANCE_FIXTURE_H_
 #define ATSC_TESTS_ENDURANCE_ENDURANCE_FIXTURE_H_
 
-#include <atsc/atsc_service.h>
-#include <atsc/atsc_tv_server_backend.h>
-#include <sys/wait.h>
-
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
-#include <map>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "command.h"
+#include "listener.h"
 #include "system_fixture.h"
 
-// Counts the callbacks of each kind; those of a scan by "msg".
-class Listener final : public ATSCBUS::ATSCTVServerBackend {
- public:
-  static Listener& instance() {
-    static Listener& listener = *new Listener;  // the library may call it until the process ends
-    return listener;
-  }
-
-  int jsonCommand(const char* text, char**) override {
-    Json::Value message;
-    Json::Reader().parse(text, message);
-    const std::lock_guard<std::mutex> lock(mutex_);
-    ++counts_[message["cbtype"] == "SCAN" ? message["msg"].asString()
-                                          : message["cbtype"].asString()];
-    return 0;
-  }
-
-  size_t count(const std::string& kind) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    return counts_[kind];
-  }
-
- private:
-  Listener() {
-    if (ATSC_RegisterTVServerBackend(this) != 0) throw std::runtime_error("no TV application");
-  }
-
-  std::mutex mutex_;
-  std::map<std::string, size_t> counts_;
-};
+inline Listener& listener() {
+  static Listener& made = *new Listener;  // the library may call it until the process ends
+  static const bool registered = ATSC_RegisterTVServerBackend(&made) == 0;
+  if (!registered) throw std::runtime_error("no TV application");
+  return made;
+}
 
 inline constexpr const char* kScan =
     R"({"class":"SCAN","command":"start","mode":"manual","freq":473000000,"src":")";
@@ -61,7 +33,7 @@ class EnduranceTest : public SystemTest {
   static constexpr bool kMayDie = true;
 
   EnduranceTest() : control_(folder_ / "faults") {
-    Listener::instance();
+    listener();
     environment_["SPDLOG_LEVEL"] = "error";
     environment_["ATSC_FAULT_FOLDER"] = db_;
     environment_["ATSC_FAULT_CONTROL"] = control_;
@@ -70,10 +42,7 @@ class EnduranceTest : public SystemTest {
   static bool inLongForm() { return getenv("ATSC_TEST_LONG") != nullptr; }
 
   // Sets the behaviour of the faulty service's disk.
-  void control(const std::string& line) {
-    std::ofstream(control_.string() + ".new") << line;
-    std::filesystem::rename(control_.string() + ".new", control_);
-  }
+  void control(const std::string& line) { replaceFile(control_, line); }
 
   // Returns a lineup with one carrier on 473 MHz, with `channels` services whose names start with
   // `list`.
@@ -152,12 +121,7 @@ class EnduranceTest : public SystemTest {
     service_->wait();
   }
 
-  bool alive() const {
-    siginfo_t info{};
-    return waitid(P_PID, static_cast<id_t>(service_->pid()), &info, WEXITED | WNOHANG | WNOWAIT) ==
-               0 &&
-           info.si_pid == 0;
-  }
+  bool alive() const { return service_->alive(); }
 
   // Waits for an action of the service. Returns at once when the service dies.
   void waitFor(const std::function<bool()>& condition) {
@@ -171,16 +135,13 @@ class EnduranceTest : public SystemTest {
     waitFor([&] { return told("OVER") > before; });
   }
 
-  static size_t told(const std::string& kind) { return Listener::instance().count(kind); }
+  static size_t told(const std::string& kind) { return listener().count(kind); }
 
   // Returns the reply to a command, with "result" added.
   static Json::Value ask(const std::string& command) {
-    char* text = nullptr;
-    const int result = ATSC_TransmitServiceClientJSONCommand(command.c_str(), &text);
-    Json::Value reply(Json::objectValue);
-    if (text != nullptr) Json::Reader().parse(text, reply);
-    free(text);
-    reply["result"] = result;
+    const Answer answer = transmit(command);
+    Json::Value reply = answer.text.empty() ? Json::Value(Json::objectValue) : parsed(answer.text);
+    reply["result"] = answer.result;
     return reply;
   }
 

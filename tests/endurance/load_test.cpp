@@ -19,6 +19,7 @@
 #include <numeric>
 #include <thread>
 
+#include "command.h"
 #include "system_fixture.h"
 
 namespace fs = std::filesystem;
@@ -34,7 +35,6 @@ constexpr bool kMeasuresMemory = false;  // sanitizers keep freed memory
 constexpr bool kMeasuresMemory = true;
 #endif
 
-constexpr int kBusyTimeoutMs = 20000;
 constexpr int kCarriers = 6;
 constexpr int kServices = 2 * kCarriers;
 constexpr int kGuideHours = 384;
@@ -42,12 +42,6 @@ constexpr int kProgrammes = kServices * kGuideHours * 12;
 
 std::string field(const std::string& text, const std::string& name) {
   return "\"" + name + "\":" + text;
-}
-
-std::string command(const std::string& name, const std::string& keys = "") {
-  const size_t space = name.find(' ');
-  return R"({"class":")" + name.substr(0, space) + R"(","command":")" + name.substr(space + 1) +
-         "\"" + (keys.empty() ? "" : "," + keys) + "}";
 }
 
 // Returns a lineup with two services per carrier and a programme every five minutes.
@@ -226,11 +220,10 @@ class LoadTest : public SystemTest {
   void read() {
     while (goesOn()) {
       try {
-        SQLite::Database channels(database_.string(), SQLite::OPEN_READONLY, kBusyTimeoutMs);
-        EXPECT_EQ(kServices, channels.execAndGet("SELECT count(*) FROM channel_data_t").getInt());
-        SQLite::Database guide((db_ / "ATSC_event.db").string(), SQLite::OPEN_READONLY,
-                               kBusyTimeoutMs);
-        EXPECT_EQ(kProgrammes, guide.execAndGet("SELECT count(*) FROM event_t").getInt());
+        EXPECT_EQ(std::to_string(kServices),
+                  valueOf(database_, "SELECT count(*) FROM channel_data_t"));
+        EXPECT_EQ(std::to_string(kProgrammes),
+                  valueOf(db_ / "ATSC_event.db", "SELECT count(*) FROM event_t"));
       } catch (const SQLite::Exception& error) {
         ADD_FAILURE() << error.what();
       }

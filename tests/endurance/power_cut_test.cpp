@@ -69,21 +69,20 @@ class PowerCutTest : public EnduranceTest {
                 table +
                 "') WHERE name NOT IN ('ch_index', 'update_time', 'service_record', 'parent_stat')")
             .getString();
-    SQLite::Statement rows(database, "SELECT " + columns + " FROM " + table + " ORDER BY 1");
+    SQLite::Statement query(database, "SELECT " + columns + " FROM " + table + " ORDER BY 1");
     std::string text;
-    while (rows.executeStep()) text += rows.getColumn(0).getString() + "\n";
+    for (const std::string& row : ::rowsOf(query)) text += row + "\n";
     return text;
   }
 
   // Returns whether programmes are blocked, in the order of writing: "0" or "1", or both when the
   // limits changed while the guide was written.
   static std::string blockedIn(SQLite::Database& database) {
-    SQLite::Statement rows(database,
-                           "SELECT parent_stat FROM event_t WHERE rating <> 'TV-G' "
-                           "ORDER BY ch_id_pk, event_index");
+    SQLite::Statement query(database,
+                            "SELECT parent_stat FROM event_t WHERE rating <> 'TV-G' "
+                            "ORDER BY ch_id_pk, event_index");
     std::string changes;
-    while (rows.executeStep()) {
-      const std::string blocked = rows.getColumn(0).getString();
+    for (const std::string& blocked : ::rowsOf(query)) {
       if (changes.empty() || changes.substr(changes.size() - 1) != blocked) changes += blocked;
     }
     return changes;
@@ -109,19 +108,11 @@ class PowerCutTest : public EnduranceTest {
     return channels;
   }
   static std::multiset<std::string> tabled(const fs::path& database, const std::string& table) {
-    std::multiset<std::string> channels;
-    SQLite::Database file(database, SQLite::OPEN_READONLY);
-    SQLite::Statement rows(
-        file,
+    const std::vector<std::string> channels = ::rowsOf(
+        database,
         "SELECT name, major_no, minor_no, service_record, srv_flag, fav_group, source_id FROM " +
             table);
-    while (rows.executeStep()) {
-      std::string channel = rows.getColumn(0).getString();
-      for (int i = 1; i < rows.getColumnCount(); ++i)
-        channel += "|" + rows.getColumn(i).getString();
-      channels.insert(channel);
-    }
-    return channels;
+    return {channels.begin(), channels.end()};
   }
 
   void scanList(const std::string& list) {
@@ -163,8 +154,8 @@ class PowerCutTest : public EnduranceTest {
   // Returns the number of programmes in the guide, or of blocked programmes.
   int programmes(const std::string& condition = "1") const {
     try {
-      SQLite::Database database(db_ / "ATSC_event.db", SQLite::OPEN_READONLY, 1000);
-      return database.execAndGet("SELECT count(*) FROM event_t WHERE " + condition).getInt();
+      return std::stoi(
+          valueOf(db_ / "ATSC_event.db", "SELECT count(*) FROM event_t WHERE " + condition));
     } catch (const SQLite::Exception&) {
       return -1;  // no file or table yet
     }

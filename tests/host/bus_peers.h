@@ -15,7 +15,7 @@
 #include <string>
 
 #include "bus_lifetime.h"
-#include "process.h"
+#include "role.h"
 
 namespace bus_peers {
 

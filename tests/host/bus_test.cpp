@@ -24,18 +24,15 @@
 #include "aisrv.h"
 #include "atsc_host.h"
 #include "bus_peers.h"
-#include "process.h"
+#include "role.h"
 
 namespace {
 
 using namespace bus_peers;
 
 // A helper process that is ready.
-struct Started : Process {
-  explicit Started(const std::vector<std::string>& role, bool keepErrors = false)
-      : Process(role, keepErrors) {
-    EXPECT_EQ(hear(), 'R');
-  }
+struct Started : Helper {
+  explicit Started(const std::vector<std::string>& role) : Helper(role) { EXPECT_EQ(hear(), 'R'); }
 };
 
 constexpr int kRounds = 200;
@@ -124,7 +121,7 @@ TEST(Bus, RunsARequestAtMostOnce) {
 TEST(Neighbour, OthersAreServedWhateverAPeerDoes) {
   const std::string name = uniqueName("faults");
   constexpr int kDescriptors = 120;
-  Started server({"server", name, std::to_string(kDescriptors)}, true);
+  Started server({"server", name, std::to_string(kDescriptors)});
   Started healthy({"healthy", name});
   const auto answered = [&](const char* during) {
     healthy.say('g');
@@ -153,7 +150,7 @@ TEST(Neighbour, OthersAreServedWhateverAPeerDoes) {
   };
   const auto deaths = [&](const char* where) {
     for (int i = 0; i < 20; ++i) {
-      Process victim({"dies", name, where});
+      Helper victim({"dies", name, where});
       EXPECT_EQ(victim.wait(), -SIGKILL);
     }
     return Peers();
@@ -189,7 +186,7 @@ TEST(Neighbour, OthersAreServedWhateverAPeerDoes) {
     EXPECT_EQ(descriptorsOf(server.pid()), descriptors) << fault.what;
   }
   server.kill();
-  const std::string errors = server.errors();
+  const std::string errors = server.err();
   EXPECT_NE(errors.find("is refused"), std::string::npos);
   EXPECT_EQ(errors.find("Too many open files"), std::string::npos) << "others need some";
   EXPECT_LT(std::count(errors.begin(), errors.end(), '\n'), 50) << "a line for a kind of fault";
@@ -256,9 +253,9 @@ TEST(Bus, AServerEndsAfterItsRunningTransaction) {
 TEST(Bus, ANameHasOneServer) {
   const std::string name = uniqueName("one");
   Echo first(name);
-  Started other({"server", name}, true);
+  Started other({"server", name});
   other.kill();
-  EXPECT_NE(other.errors().find("process " + std::to_string(::getpid()) + " serves"),
+  EXPECT_NE(other.err().find("process " + std::to_string(::getpid()) + " serves"),
             std::string::npos);
   EXPECT_EQ(Caller(name).echo("first"), "first");
 }
@@ -266,9 +263,9 @@ TEST(Bus, ANameHasOneServer) {
 TEST(Claim, IsWonByOneProcess) {
   for (int round = 0; round < 3; ++round) {
     const std::string name = uniqueName("race");
-    std::vector<std::unique_ptr<Process>> racers;
+    std::vector<std::unique_ptr<Helper>> racers;
     for (int i = 0; i < 4; ++i) {
-      racers.push_back(std::make_unique<Process>(std::vector<std::string>{"claim", name}));
+      racers.push_back(std::make_unique<Helper>(std::vector<std::string>{"claim", name}));
     }
     for (auto& racer : racers) EXPECT_EQ(racer->hear(), 'R');
     for (auto& racer : racers) racer->say('g');
@@ -290,7 +287,7 @@ TEST(Claim, IsWonByOneProcess) {
 
 TEST(Claim, TheServiceIsDormantUntilItIsServed) {
   if (ATSC_host_find(ATSC_HOST_SERVICE_NAME) != 0) GTEST_SKIP() << "a service runs here";
-  Started service({"service"}, true);
+  Started service({"service"});
   EXPECT_FALSE(exists(pathOf(ATSC_HOST_SERVICE_NAME)));
   EXPECT_EQ(ATSC_host_find(ATSC_HOST_SERVICE_NAME), 0);
   service.say('c');
@@ -310,12 +307,12 @@ TEST(Claim, TheServiceIsDormantUntilItIsServed) {
   EXPECT_FALSE(exists(pathOf(ATSC_HOST_SERVICE_NAME)));
 
   const auto advice = [](Process& process) {
-    const std::string log = process.errors();
+    const std::string log = process.err();
     const size_t first = log.find("call ATSC_host_claim() first");
     return (first != std::string::npos) + (first != log.rfind("call ATSC_host_claim() first"));
   };
   EXPECT_EQ(advice(service), 0);
-  Process forgetful({"forgetful"}, true);
+  Helper forgetful({"forgetful"});
   EXPECT_EQ(forgetful.wait(), 0);
   EXPECT_EQ(advice(forgetful), 1) << "once a process";
 }
@@ -325,7 +322,7 @@ TEST(Files, OfTheDeadAreSweptOfTheLivingNot) {
   const std::string alive = uniqueName("alive");
   Started second({"server", alive});
   { Started first({"server", dead}); }
-  Process sweeper({"echo", alive});
+  Helper sweeper({"echo", alive});
   EXPECT_EQ(sweeper.hearLine(), "hello");
   EXPECT_FALSE(exists(pathOf(dead)));
   EXPECT_TRUE(exists(pathOf(alive)));
@@ -352,9 +349,9 @@ TEST(Files, PlantedOnesAreNotFollowed) {
     ASSERT_EQ(::lstat(pathOf(name).c_str(), &before), 0);
     EXPECT_EQ(Caller(name).echo("x"), "-") << each.what;
     EXPECT_EQ(ATSC_host_claim(name.c_str()), -1) << each.what;
-    Started server({"server", name}, true);
+    Started server({"server", name});
     server.kill();
-    const std::string errors = server.errors();
+    const std::string errors = server.err();
     for (const std::string& part :
          {pathOf(name), std::string("not a socket of this user"), std::string(each.what)}) {
       EXPECT_NE(errors.find(part), std::string::npos) << part << " in " << errors;
@@ -377,10 +374,10 @@ TEST(Files, PlantedOnesAreNotFollowed) {
 TEST(Users, DoNotReachEachOther) {
   if (::geteuid() != 0) GTEST_SKIP() << "needs root to become another user";
   const std::string name = uniqueName("users");
-  Started server({"server", name}, true);
+  Started server({"server", name});
   // Also when the mode of the file allows access to other users.
   ASSERT_EQ(::chmod(pathOf(name).c_str(), 0666), 0);
-  Process stranger({"stranger", name});
+  Helper stranger({"stranger", name});
   EXPECT_EQ(stranger.hear(), 'E') << "a raw connection is ended without a reply";
   EXPECT_EQ(stranger.hear(), 'R') << "serves a name of its own";
   ASSERT_TRUE(exists(pathOf(name + ".stranger")));
@@ -388,8 +385,8 @@ TEST(Users, DoNotReachEachOther) {
   EXPECT_EQ(Caller(name + ".stranger").echo("x"), "-");
   EXPECT_EQ(ATSC_host_find((name + ".stranger").c_str()), 0);
   server.kill();
-  EXPECT_NE(server.errors().find("process " + std::to_string(stranger.pid()) +
-                                 " of another user (65534) was refused"),
+  EXPECT_NE(server.err().find("process " + std::to_string(stranger.pid()) +
+                              " of another user (65534) was refused"),
             std::string::npos);
   stranger.kill();
   ::unlink(pathOf(name + ".stranger").c_str());  // a file of another user is not swept

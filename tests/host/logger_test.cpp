@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "logger_cpp.h"
-#include "process.h"
+#include "role.h"
 
 namespace {
 
@@ -27,10 +27,9 @@ std::string logOf(const char* level) {
   } else {
     ::unsetenv("SPDLOG_LEVEL");
   }
-  Process process({"levels"}, true);
-  const std::string log = process.errors();
+  Helper process({"levels"});
   EXPECT_EQ(process.wait(), 0);
-  return log;
+  return process.err();
 }
 
 bool has(const std::string& log, const std::string& text) {

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "process.h"
+#include "role.h"
 
 int main(int argc, char** argv) {
   if (argc > 2 && std::string(argv[1]) == "--role") {

@@ -9,7 +9,7 @@
 #include <thread>
 #include <vector>
 
-#include "process.h"
+#include "role.h"
 
 namespace {
 
@@ -82,7 +82,7 @@ TEST(OsalTimer, AHandlerMayUseTimersAndThrow) {
 }
 
 TEST(OsalTimer, ARunningHandlerIsWaitedForAtExit) {
-  Process busy({"busy"});
+  Helper busy({"busy"});
   EXPECT_EQ(busy.hear(), 'H');
   busy.say('g');
   EXPECT_EQ(busy.hear(), 'E');

@@ -7,16 +7,16 @@
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 
 #include "aifw.h"
 #include "aipc.h"
 #include "aiup.h"
+#include "files.h"
 #include "modules/host.h"
 #include "receiver/tables/psip_text.h"
 #include "receiver/viewing/gate.h"
 #include "receiver_test_air.h"
+#include "replaced.h"
 
 namespace receiver_test {
 namespace {
@@ -446,17 +446,13 @@ TEST_F(ParentalModuleTest, SettingsAreKeptByTheStoreCallsAlone) {
 
   // A damaged file is renamed.
   const fs::path file = state / "parental.json";
-  std::stringstream text;
-  text << std::ifstream(file).rdbuf();
+  const std::string text = readFile(file);
   for (const auto& [from, to] : {std::pair{"\"region\" : 2,", "\"region\" : 256,"},
                                  {"\"region\" : 255", "\"region\" : 1"},
                                  {"\"us_tv\" : -2147483648", "\"us_tv\" : \"4\""},
                                  {"\"dimension\" : 2", "\"dimension\" : 64"},
                                  {"\"values\" : ", "\"values\" : {}, \"x\" : "}}) {
-    std::string damaged = text.str();
-    const size_t at = damaged.find(from);
-    ASSERT_NE(std::string::npos, at) << from;
-    std::ofstream(file) << damaged.replace(at, strlen(from), to);
+    writeFile(file, replaced(text, from, to));
     EXPECT_EQ(ParentalSettings(), *TestReceiver(state).parental().settings()) << to;
     EXPECT_TRUE(!fs::exists(file) && fs::exists(file.string() + ".bad")) << to;
   }

@@ -6,12 +6,12 @@
 #include <array>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <random>
 #include <tuple>
 
 #include "aiin.h"
 #include "aipc.h"
+#include "files.h"
 #include "receiver/stream/transport.h"
 #include "receiver/tables/psip_decoder.h"
 #include "receiver_test_air.h"
@@ -24,26 +24,15 @@ using atschost::EventQueue;
 using atschost::PsipDecoder;
 using atschost::RatingRegion;
 using atschost::RatingRegions;
-using Texts = std::vector<std::string>;
 
-Bytes counted(const Bytes& bytes) { return Bytes{static_cast<uint8_t>(bytes.size())} + bytes; }
-Bytes text(const std::string& latin) {
-  return counted(Bytes{1, 'e', 'n', 'g', 1, 0, 0} + counted(Bytes(latin.begin(), latin.end())));
-}
+Bytes name(const std::string& latin) { return counted(text(latin)); }
 // Returns the part after the protocol version: one graduated dimension with two values.
-Bytes suitability(const std::string& name) {
-  return text(name) + Bytes{1} + text("Suitability") + Bytes{0xF2, 0, 0} + text("All") +
-         text("For all") + be16(0xFC00);
+Bytes suitability(const std::string& region) {
+  return name(region) + Bytes{1} + name("Suitability") + Bytes{0xF2, 0, 0} + name("All") +
+         name("For all") + be16(0xFC00);
 }
 Bytes rrt(uint8_t region, const Bytes& body, unsigned version = 1) {
   return section(0xCA, 0xFF00u | region, Bytes{0} + body, version);
-}
-
-// Converts a UTF-16BE text to Latin-1.
-std::string latin(const std::string& text) {
-  std::string plain;
-  for (size_t i = 1; i < text.size(); i += 2) plain += text[i];
-  return plain;
 }
 
 // Returns "fault", or the names of a region and its dimensions with their values.
@@ -59,12 +48,8 @@ std::string told(const Bytes& bytes) {
   return all;
 }
 
-Bytes fileContent(const fs::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
 Bytes capture(const std::string& name) {
-  return *ATSC_CAPTURES_DIR ? fileContent(fs::path(ATSC_CAPTURES_DIR) / name) : Bytes{};
+  return *ATSC_CAPTURES_DIR ? readBytes(fs::path(ATSC_CAPTURES_DIR) / name) : Bytes{};
 }
 
 const char* push(PsipDecoder& decoder, const Bytes& table) {
@@ -104,8 +89,8 @@ TEST(RatingRegionTable, IsReadWholeOrDropped) {
   several[7] = 1;
   otherTable[0] = 0xCB;
   longer.push_back(0);
-  Bytes tooLong = text("Long") + Bytes{4};
-  for (int i = 0; i < 4; ++i) tooLong = tooLong + text(std::string(240, 'x')) + Bytes{0};
+  Bytes tooLong = name("Long") + Bytes{4};
+  for (int i = 0; i < 4; ++i) tooLong = tooLong + name(std::string(240, 'x')) + Bytes{0};
   const struct {
     const char* name;
     Bytes bytes;
@@ -114,16 +99,16 @@ TEST(RatingRegionTable, IsReadWholeOrDropped) {
       {"sound", good, "Elsewhere; Suitability < / All/For all"},
       {"no texts, no values", rrt(5, {0, 1, 0, 0xE0, 0xFC, 0}), "; "},
       {"descriptors", rrt(5, {0, 1, 0, 0xE0, 0xFC, 2, 9, 0}), "; "},
-      {"no dimension", rrt(5, text("Empty") + Bytes{0} + be16(0xFC00)), "fault"},
+      {"no dimension", rrt(5, name("Empty") + Bytes{0} + be16(0xFC00)), "fault"},
       {"no region", rrt(0, suitability("Nowhere")), "fault"},
       {"one dimension too many",
-       rrt(5, text("Short") + Bytes{2} + text("One") + Bytes{0xE0} + be16(0xFC00)), "fault"},
+       rrt(5, name("Short") + Bytes{2} + name("One") + Bytes{0xE0} + be16(0xFC00)), "fault"},
       {"a text that passes its field",
        rrt(5, counted({1, 'e', 'n', 'g', 1, 0, 0, 9, 'x'}) + Bytes{1, 0, 0xE0, 0xFC, 0}), "fault"},
       {"descriptors past the end", rrt(5, {0, 1, 0, 0xE0, 0xFC, 3, 9, 0}), "fault"},
       {"unknown protocol", section(0xCA, 0xFF05, Bytes{1} + suitability("New")), "fault"},
       {"several sections", sealed(several), "fault"},
-      {"more than 1024 bytes", rrt(5, tooLong + text(std::string(40, 'x')) + be16(0xFC00)),
+      {"more than 1024 bytes", rrt(5, tooLong + name(std::string(40, 'x')) + be16(0xFC00)),
        "fault"},
       {"another table", sealed(otherTable), "fault"},
       {"another length", sealed(longer), "fault"},
@@ -190,7 +175,7 @@ TEST(RatingRegionsTest, AreKeptAcrossRestarts) {
   EXPECT_EQ((Texts{"1 Own", "2 Canada", "5 Fifth"}), names(again));
   EXPECT_EQ(2, again.region(5)->version);
 
-  const Bytes bytes = fileContent(path);
+  const Bytes bytes = readBytes(path);
   const std::string stored(bytes.begin(), bytes.end());
   std::string damaged = stored;
   damaged[damaged.find("\"ca") + 30] ^= 1;  // in the first section

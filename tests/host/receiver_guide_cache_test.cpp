@@ -68,8 +68,7 @@ TEST(GuideCache, AScanReadsUntilAllIsKnown) {
         packets(0, {pat({{9, 0x1FFF}})}) +
         packets(kEit0, {eit(3, {{1, 1000, text(title)}}, version)});
     // Some tables are sent once, before the table that announces them; the system time is last.
-    return packets(kEtt0, etts) + eits + round + round + round +
-           packets(kBase, {psip::stt(1000, 15)});
+    return packets(kEtt0, etts) + eits + round + round + round + packets(kBase, {stt(1000, 15)});
   };
   Air air;
   const Guide& guide = atschost::hostReceiver().guide();
@@ -98,8 +97,8 @@ TEST(GuideTuner, ReadsWhatNobodyReceivesAnyMoreAndWhatIsAskedFor) {
   for (int i = 0; i < 1000; ++i) idle = idle + packets(0x1FFE, {section(0x40, 0, Bytes(150))});
   air.write(kAir, kChannel14,
             packets(0, {pat({{9, 0x1FFF}})}) +
-                packets(kBase, {vct(0xC8, {{"ONE", 5, 1, 3}}), mgt({}), psip::stt(1000, 15)}) +
-                idle + packets(kBase, {section(0xCA, 0xFF05, region)}));
+                packets(kBase, {vct(0xC8, {{"ONE", 5, 1, 3}}), mgt({}), stt(1000, 15)}) + idle +
+                packets(kBase, {section(0xCA, 0xFF05, region)}));
   TemporaryFolder state;
   atschost::ServiceList list(state.path());
   atschost::Service service;
@@ -156,7 +155,7 @@ TEST(GuideCache, AnswersEventByEvent) {
     }
   };
   const auto plain = [](const multiple_lang_t& lent) {
-    return ascii(std::string(reinterpret_cast<const char*>(lent.text), lent.length));
+    return latin(std::string(reinterpret_cast<const char*>(lent.text), lent.length));
   };
   lend(5);  // ends within the pair
   ASSERT_EQ(0, AIEC_get_first_n_events(&one, events, 1, &count));

@@ -2,11 +2,10 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <fstream>
-#include <iterator>
 #include <map>
 #include <random>
 
+#include "files.h"
 #include "receiver/stream/transport.h"
 #include "receiver/tables/content_advisory.h"
 #include "receiver/tables/psip_text.h"
@@ -18,10 +17,8 @@ namespace {
 // Reads a capture to its end.
 class Capture {
  public:
-  explicit Capture(const std::string& name) {
-    std::ifstream file(std::string(ATSC_CAPTURES_DIR) + "/" + name, std::ios::binary);
-    bytes_.assign(std::istreambuf_iterator<char>(file), {});
-  }
+  explicit Capture(const std::string& name)
+      : bytes_(readBytes(std::string(ATSC_CAPTURES_DIR) + "/" + name)) {}
   bool is_here() const { return !bytes_.empty(); }
   void read(PsipDecoder& decoder) const {
     atschost::PacketSync sync;
@@ -38,7 +35,7 @@ class Capture {
   }
 
  private:
-  std::vector<uint8_t> bytes_;
+  const Bytes bytes_;
 };
 
 #define SKIP_WITHOUT(capture) \
@@ -158,7 +155,7 @@ TEST(GuideText, Ratings) {
     Texts ratings, plain;
     std::vector<atschost::Advisory> advisories;
     atschost::readContentAdvisory(bytes.data(), bytes.size(), ratings, advisories);
-    for (const std::string& rating : ratings) plain.push_back(ascii(rating));
+    for (const std::string& rating : ratings) plain.push_back(latin(rating));
     EXPECT_EQ(c.expected, plain) << c.name;
     std::string told;
     for (const auto& advisory : advisories) {
@@ -187,7 +184,7 @@ TEST(GuideCapture, Boston) {
     const auto events = guide.events(kAir, 503000000, sourceId);
     counts.push_back(events->size());
     for (const ShownEvent& e : *events) {
-      ++ratings[ascii(e.event.rating)];
+      ++ratings[latin(e.event.rating)];
       captioned += e.event.captions;
     }
   }
@@ -197,10 +194,10 @@ TEST(GuideCapture, Boston) {
             ratings);
   EXPECT_EQ(35, captioned);
   const ShownEvent first = guide.events(kAir, 503000000, 1)->front();
-  EXPECT_EQ("Frontline 2", ascii(first.event.title));
+  EXPECT_EQ("Frontline 2", latin(first.event.title));
   EXPECT_EQ(1389279600u, first.start);  // 2014-01-09 15:00:00 UTC
   EXPECT_EQ(3600u, first.event.duration);
-  EXPECT_EQ("To Catch A Trader", ascii(first.description));
+  EXPECT_EQ("To Catch A Trader", latin(first.description));
 }
 
 TEST(GuideCapture, ThreePrograms) {
@@ -223,7 +220,7 @@ TEST(GuideCapture, ThreePrograms) {
       const ShownEvent& e = (*events)[i];
       EXPECT_EQ(1776877200u + 3600 * i, e.start);  // from 2026-04-22 17:00:00 UTC on
       EXPECT_EQ(3600u, e.event.duration);
-      EXPECT_EQ("Simulated PSIP", ascii(e.event.title));
+      EXPECT_EQ("Simulated PSIP", latin(e.event.title));
       withText[sourceId] += e.description.empty() ? '-' : 'x';
     }
   }
@@ -238,7 +235,7 @@ TEST(GuideCapture, Alert) {
   alert.read(decoder);
   const auto received = decoder.takeAlert();
   ASSERT_TRUE(received);
-  EXPECT_EQ("REQUIRED WEEKLY TEST", ascii(received->text));
+  EXPECT_EQ("REQUIRED WEEKLY TEST", latin(received->text));
   EXPECT_EQ("EAS RWT", received->originator + " " + received->eventCode);
   EXPECT_EQ(15, received->priority);
   EXPECT_EQ(29, received->timeRemaining);
@@ -350,9 +347,9 @@ TEST(GuideTables, TimeAndAlerts) {
     return section(0xD8, 0, body, sequence);
   };
   push(decoder, kBase, alert(4, {}));
-  EXPECT_EQ("Tornado", ascii(decoder.takeAlert().value().text));
+  EXPECT_EQ("Tornado", latin(decoder.takeAlert().value().text));
   push(decoder, kBase, alert(5, text("Take cover")));
-  EXPECT_EQ("Take cover", ascii(decoder.takeAlert().value().text));
+  EXPECT_EQ("Take cover", latin(decoder.takeAlert().value().text));
 }
 
 TEST(GuideTables, SurviveHostileSections) {
@@ -372,7 +369,7 @@ TEST(GuideTables, SurviveHostileSections) {
   PsipDecoder decoder;
   for (const auto& [pid, table] : sound) EXPECT_STREQ(nullptr, push(decoder, pid, table));
   const GuideEvent event = decoder.guide().eits.at({0, 3}).at(0);
-  EXPECT_EQ("TV-14-D", ascii(event.rating));
+  EXPECT_EQ("TV-14-D", latin(event.rating));
   EXPECT_EQ((std::vector<atschost::Advisory>{{1, {{0, 4}, {1, 1}}}}), event.advisories);
   EXPECT_TRUE(event.captions);
   EXPECT_EQ((std::vector<uint8_t>{0x20, 0x21}), event.genres);

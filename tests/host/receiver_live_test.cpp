@@ -4,11 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
-#include <condition_variable>
-#include <fstream>
 #include <future>
-#include <iterator>
-#include <mutex>
 #include <optional>
 #include <thread>
 
@@ -16,7 +12,9 @@
 #include "aiec.h"
 #include "aifw.h"
 #include "aist.h"
+#include "arrivals.h"
 #include "atsc_host.h"
+#include "files.h"
 #include "modules/host.h"
 #include "receiver/events/alerts.h"
 #include "receiver/events/event_queue.h"
@@ -38,13 +36,8 @@ using atschost::StreamId;
 using atschost::SystemTime;
 using std::chrono::seconds;
 using Events = std::vector<AFW_event_t>;
-using Texts = std::vector<std::string>;
 
-constexpr uint32_t kAir = AI_INPUT_TERRESTRIAL;
-constexpr uint32_t kCable = AI_INPUT_CABLE;
-constexpr uint32_t kChannel14 = 473000000;
 constexpr uint32_t kChannel16 = 485000000;  // used for the guide of one test only
-constexpr uint32_t kEpoch = 315964800;      // GPS epoch in Unix seconds
 
 // A reported event, with answers of the middleware during the callback.
 struct Reported {
@@ -56,54 +49,25 @@ struct Reported {
   uint16_t guideEvents = 0;  // of the first terrestrial service
 };
 
-class EventLog {
- public:
-  void add(Reported reported) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    log_.push_back(std::move(reported));
-    changed_.notify_all();
-  }
-  void clear() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    log_.clear();
-  }
+struct EventLog : Arrivals<Reported> {
   // Waits for an event and removes it and all events before it.
   std::vector<Reported> takeUntil(AFW_event_t event) {
-    std::unique_lock<std::mutex> lock(mutex_);
-    auto end = log_.begin();
-    changed_.wait_for(lock, seconds(60), [&] {
-      for (end = log_.begin(); end != log_.end(); ++end)
-        if (end->event == event) return true;
-      return false;
-    });
-    if (end == log_.end()) {
-      ADD_FAILURE() << "no event " << event;
-      return {{AFW_INVALID, {}, {}, {}, 0, 0}};
-    }
-    std::vector<Reported> taken(log_.begin(), ++end);
-    log_.erase(log_.begin(), end);
-    return taken;
+    std::vector<Reported> taken =
+        Arrivals::takeUntil([&](const Reported& reported) { return reported.event == event; });
+    if (!taken.empty()) return taken;
+    ADD_FAILURE() << "no event " << event;
+    return {{AFW_INVALID, {}, {}, {}, 0, 0}};
   }
-
- private:
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  std::vector<Reported> log_;
 };
 EventLog eventLog;
-
-std::string ascii(const multiple_lang_t& text) {
-  std::string letters;
-  for (size_t i = 1; i < text.length; i += 2) letters += static_cast<char>(text.text[i]);
-  return letters;
-}
 
 void record(AFW_event_t event, void* data) {
   Reported reported{event, {}, {}, {}, 0, 0};
   if (event == AFW_STT_UPDATE || event == AFW_TIME_CHANGE)
     reported.time = *static_cast<AIFW_time_data*>(data);
   if (event == AFW_EAS_START_BLOCKING || event == AFW_EAS_START_NON_BLOCKING) {
-    reported.text = ascii(*static_cast<multiple_lang_t*>(data));
+    const auto* text = static_cast<multiple_lang_t*>(data);
+    reported.text = latin({text->text, text->text + text->length});
     AIFW_get_EAS_priority(&reported.alertPriority);
   }
   if (event == AFW_EPG_UPDATE) {
@@ -130,16 +94,18 @@ const Events kServiceEvents{AFW_SERVICE_DELETED, AFW_SERVICE_ADDED, AFW_SERVICE_
 constexpr uint32_t kStart = 1200000000;
 constexpr uint8_t kOffset = 17;
 Bytes guideStream(unsigned version = 1, const std::string& title = "News") {
-  return packets(0x1FFB, {vct(0xC8, {{"GOOD", 5, 1, 3}}), psip::stt(kStart + 60, kOffset),
-                          psip::mgt({{0x100, 0x1D00}, {0x200, 0x1D01}}, version)}) +
-         packets(0x1D00, {psip::eit(3, {{1, kStart, 3600, title}, {2, kStart + 3600, 60, "Film"}},
-                                    version)}) +
-         packets(0x1D01, {psip::ett(3, 2, "A long story.")});
+  return packets(0x1FFB, {vct(0xC8, {{"GOOD", 5, 1, 3}}), stt(kStart + 60, kOffset),
+                          mgt({{0x100, 0x1D00}, {0x200, 0x1D01}}, version)}) +
+         packets(
+             0x1D00,
+             {eit(3, {{1, kStart, text(title), {}, 3600}, {2, kStart + 3600, text("Film"), {}, 60}},
+                  version)}) +
+         packets(0x1D01, {ett(3, 2, text("A long story."))});
 }
 Bytes named(const std::vector<std::pair<unsigned, std::string>>& channels, unsigned version = 1) {
   std::vector<Channel> list;
   for (const auto& [minor, name] : channels) list.push_back({name, 5, minor, 2 + minor});
-  return packets(0x1FFB, {vct(0xC8, list, version), psip::stt(kStart, kOffset)});
+  return packets(0x1FFB, {vct(0xC8, list, version), stt(kStart, kOffset)});
 }
 
 std::promise<void> called;
@@ -218,7 +184,7 @@ TEST_F(ReceiverLiveTest, TuningTellsLockTimeAndGuideInOrder) {
   }
   uint32_t now = 0;
   EXPECT_EQ(0, AIST_get_cur_time_secs(&now));
-  EXPECT_LT(now - (kStart + 60 - kOffset + kEpoch), 60u);
+  EXPECT_LT(now - (kStart + 60 - kOffset + kGpsEpoch), 60u);
 
   // Another version of the guide. The time was reported before and is not reported again.
   air_.write(kAir, kChannel16, guideStream(2, "Weather"));
@@ -226,7 +192,7 @@ TEST_F(ReceiverLiveTest, TuningTellsLockTimeAndGuideInOrder) {
             eventsOf(eventLog.takeUntil(AFW_EPG_COMPLETE), inOrder));
 
   // The clock reaches the start of the next programme.
-  ATSC_host_set_clock(kStart + 3600 - kOffset + kEpoch - 1);
+  ATSC_host_set_clock(kStart + 3600 - kOffset + kGpsEpoch - 1);
   eventLog.takeUntil(AFW_EVENT_TRANSITION);
 }
 
@@ -241,8 +207,8 @@ TEST_F(ReceiverLiveTest, ServicesThatChangeOnTheAirAreListedAndTold) {
   // A broken version, then no table: nothing is known to be removed.
   Bytes broken = vct(0xC8, {{"BROKEN", 5, 1, 3}}, 3);
   broken.back() ^= 1;
-  for (const Bytes& stream : {packets(0x1FFB, {broken, psip::stt(kStart, kOffset)}),
-                              packets(0x1FFB, {psip::stt(kStart, kOffset)})}) {
+  for (const Bytes& stream :
+       {packets(0x1FFB, {broken, stt(kStart, kOffset)}), packets(0x1FFB, {stt(kStart, kOffset)})}) {
     air_.write(kAir, kChannel14, stream);
     eventLog.takeUntil(AFW_STT_UPDATE);
   }
@@ -262,8 +228,8 @@ TEST_F(ReceiverLiveTest, ServicesThatChangeOnTheAirAreListedAndTold) {
 }
 
 TEST_F(ReceiverLiveTest, AServiceThatComesLaterBringsItsGuide) {
-  const Bytes guide = packets(0x1FFB, {psip::mgt({{0x100, 0x1D00}})}) +
-                      packets(0x1D00, {psip::eit(3, {{1, kStart, 3600, "Known"}})});
+  const Bytes guide = packets(0x1FFB, {mgt({{0x100, 0x1D00}})}) +
+                      packets(0x1D00, {eit(3, {{1, kStart, text("Known"), {}, 3600}})});
   air_.write(kAir, kChannel14, guide + named({{2, "GOOD"}}));
   scan(kAir, kChannel14);
   eventLog.takeUntil(AFW_EPG_COMPLETE);
@@ -274,7 +240,7 @@ TEST_F(ReceiverLiveTest, AServiceThatComesLaterBringsItsGuide) {
 }
 
 TEST_F(ReceiverLiveTest, TimesThatContradictEachOtherAreToldOnceASecond) {
-  const Bytes both = packets(0x1FFB, {psip::stt(kStart, 15), psip::stt(kStart, 16)});
+  const Bytes both = packets(0x1FFB, {stt(kStart, 15), stt(kStart, 16)});
   const auto begin = std::chrono::steady_clock::now();
   play(kAir, named({{1, "GOOD"}}) + both + both + both);
   for (int i = 0; i < 2; ++i) eventLog.takeUntil(AFW_STT_UPDATE);
@@ -315,8 +281,8 @@ TEST_F(ReceiverLiveTest, TheGuideOfOtherCarriersIsKeptToo) {
 
   // A scan keeps the service, too.
   air_.write(kAir, 57000000,
-             packets(0x1FFB, {vct(0xC8, {{"OTHER", 6, 1, 8}}), psip::mgt({{0x100, 0x1D00}})}) +
-                 packets(0x1D00, {psip::eit(8, {{1, kStart, 3600, "Show"}})}));
+             packets(0x1FFB, {vct(0xC8, {{"OTHER", 6, 1, 8}}), mgt({{0x100, 0x1D00}})}) +
+                 packets(0x1D00, {eit(8, {{1, kStart, text("Show"), {}, 3600}})}));
   scan(kAir, 57000000);
   const std::vector<Reported> scanned = eventLog.takeUntil(AFW_EPG_COMPLETE);
   EXPECT_EQ((Events{AFW_SERVICE_BUILD_COMPLETED, AFW_EPG_UPDATE, AFW_EPG_COMPLETE}),
@@ -325,10 +291,10 @@ TEST_F(ReceiverLiveTest, TheGuideOfOtherCarriersIsKeptToo) {
   // An MGT that keeps changing leaves a guide incomplete.
   for (const unsigned last : {0x1D02, 0x1D01}) {
     air_.write(kAir, 57000000,
-               packets(0x1FFB, {vct(0xC8, {{"OTHER", 6, 1, 8}}),
-                                psip::mgt({{0x100, 0x1D00}, {0x101, 0x1D01}})}) +
-                   packets(0x1D00, {psip::eit(8, {{1, kStart + last, 3600, "Film"}})}) +
-                   packets(0x1FFB, {psip::mgt({{0x100, 0x1D00}, {0x101, last}})}));
+               packets(0x1FFB,
+                       {vct(0xC8, {{"OTHER", 6, 1, 8}}), mgt({{0x100, 0x1D00}, {0x101, 0x1D01}})}) +
+                   packets(0x1D00, {eit(8, {{1, kStart + last, text("Film"), {}, 3600}})}) +
+                   packets(0x1FFB, {mgt({{0x100, 0x1D00}, {0x101, last}})}));
     scan(kAir, 57000000);
     eventLog.takeUntil(AFW_EPG_UPDATE);
   }
@@ -348,9 +314,7 @@ TEST_F(ReceiverLiveTest, TheGuideOfOtherCarriersIsKeptToo) {
 TEST_F(ReceiverLiveTest, AnAlertOfTheStreamIsReported) {
   const fs::path capture = fs::path(ATSC_CAPTURES_DIR) / "sections/cable-emergency-alert-inband.ts";
   if (!*ATSC_CAPTURES_DIR || !fs::exists(capture)) GTEST_SKIP() << "no captures";
-  std::ifstream file(capture, std::ios::binary);
-  const Bytes alert{std::istreambuf_iterator<char>(file), {}};
-  play(kCable, packets(0x1FFB, {vct(0xC9, {{"CABLE", 7, 1, 3}})}) + alert);
+  play(kCable, packets(0x1FFB, {vct(0xC9, {{"CABLE", 7, 1, 3}})}) + readBytes(capture));
   const Reported start = eventLog.takeUntil(AFW_EAS_START_BLOCKING).back();
   EXPECT_EQ("REQUIRED WEEKLY TEST", start.text);
   EXPECT_EQ(15, start.alertPriority);
@@ -583,30 +547,30 @@ TEST(ReceiverClockTest, FollowsTheFirstTimeOfEachStreamAndRunsOn) {
   clock.remember(b, at(kStart + 1), t);
   Clock::Effect effect = clock.follow(a, at(kStart), t);
   EXPECT_TRUE(effect.timeChanged && !effect.detailsChanged);
-  EXPECT_EQ(kStart - 18 + kEpoch, clock.now(t));
+  EXPECT_EQ(kStart - 18 + kGpsEpoch, clock.now(t));
 
   // The stream starts again, but its time runs on.
   effect = clock.follow(a, at(kStart), t + seconds(100));
   EXPECT_FALSE(effect.timeChanged);
-  EXPECT_EQ(kStart + 100 - 18 + kEpoch, clock.now(t + seconds(100)));
+  EXPECT_EQ(kStart + 100 - 18 + kGpsEpoch, clock.now(t + seconds(100)));
   EXPECT_EQ(kStart + 100, clock.stationTime(a, t + seconds(100)));
   // A stream that was made together with the first, read before.
   EXPECT_FALSE(clock.follow(b, at(kStart), t + seconds(100)).timeChanged);
   // Another offset.
   effect = clock.follow(b, at(kStart, 17), t + seconds(100));
   EXPECT_TRUE(effect.detailsChanged && effect.timeChanged);
-  EXPECT_EQ(kStart + 101 - 17 + kEpoch, clock.now(t + seconds(100)));
+  EXPECT_EQ(kStart + 101 - 17 + kGpsEpoch, clock.now(t + seconds(100)));
   // Another content of the same file, and extreme times.
   StreamId replaced = a;
   replaced.inode = 9;
   EXPECT_TRUE(clock.follow(replaced, at(kStart + 50, 17), t + seconds(100)).timeChanged);
-  EXPECT_EQ(kStart + 50 - 17 + kEpoch, clock.now(t + seconds(100)));
+  EXPECT_EQ(kStart + 50 - 17 + kGpsEpoch, clock.now(t + seconds(100)));
   // A stream that was made together with the others and is read now for the first time.
   const StreamId late{"d", 1, 4, 100, 1};
   clock.follow(late, at(kStart, 17), t + seconds(200));
-  EXPECT_EQ(kStart + 200 - 17 + kEpoch, clock.now(t + seconds(200)));
+  EXPECT_EQ(kStart + 200 - 17 + kGpsEpoch, clock.now(t + seconds(200)));
   clock.follow(hostile, at(0xFFFFFFFF, 255), t + seconds(100));
-  EXPECT_EQ(kEpoch - 256, clock.now(t + seconds(100)));
+  EXPECT_EQ(kGpsEpoch - 256, clock.now(t + seconds(100)));
 
   clock.set(5000, t);
   effect = clock.follow(a, at(kStart, 15), t);

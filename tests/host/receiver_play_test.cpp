@@ -5,13 +5,10 @@
 
 #include <algorithm>
 #include <chrono>
-#include <condition_variable>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <iterator>
-#include <mutex>
-#include <sstream>
 #include <thread>
 #include <vector>
 
@@ -21,13 +18,16 @@
 #include "aiin.h"
 #include "aiup.h"
 #include "aivc.h"
+#include "arrivals.h"
 #include "atsc_host.h"
+#include "files.h"
 #include "modules/host.h"
 #include "osal.h"
 #include "receiver/station/audio.h"
 #include "receiver/tables/service_name.h"
 #include "receiver_test_air.h"
 #include "rmgr.h"
+#include "wait.h"
 
 namespace receiver_test {
 namespace {
@@ -36,11 +36,7 @@ namespace fs = std::filesystem;
 using atschost::AudioLanguages;
 using atschost::Receiver;
 using atschost::Service;
-using Texts = std::vector<std::string>;
 
-constexpr uint32_t kAir = AI_INPUT_TERRESTRIAL;
-constexpr uint32_t kCable = AI_INPUT_CABLE;
-constexpr uint32_t kChannel14 = 473000000;
 constexpr uint32_t kChannel15 = 479000000;
 constexpr int32_t kEng = AICN_LANGUAGE_ENGLISH;
 constexpr int32_t kFre = AICN_LANGUAGE_FRENCH;
@@ -336,9 +332,7 @@ TEST_F(ReceiverPlayTest, TheListIsReadAnewAsItIsStored) {
   const auto foreign = [](std::string text) {  // a language of no letters
     return text.replace(text.find("\"eng\"") + 1, 3, "1_2");
   };
-  std::stringstream text;
-  text << std::ifstream(file).rdbuf();
-  std::ofstream(file) << foreign(text.str());
+  writeFile(file, foreign(readFile(file)));
   EXPECT_FALSE(receiver.serviceEditor().reload());
   std::ofstream(file) << "{";
   EXPECT_FALSE(receiver.serviceEditor().reload());
@@ -352,9 +346,7 @@ TEST_F(ReceiverPlayTest, TheTunedCarrierTellsItsServicesAgainAfterAReload) {
   TestReceiver receiver(state_);
   ASSERT_TRUE(receiver.serviceEditor().add(Record(7, 7, kChannel14, "MINE")));
   const auto hasBoth = [&] {
-    for (int i = 0; i < 1000 && numbers(receiver).size() < 2; ++i)
-      std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    return numbers(receiver) == Texts{"5-1", "7-7"};
+    return eventually([&] { return numbers(receiver) == Texts{"5-1", "7-7"}; });
   };
   EXPECT_TRUE(receiver.player().playSource(kAir));
   EXPECT_TRUE(hasBoth());
@@ -405,26 +397,14 @@ TEST_F(ReceiverPlayTest, SettingsOfOlderFilesAreTakenAndFaultyOnesSetAside) {
   }
 }
 
-// Counts the events of the receiver of this process.
-std::mutex eventMutex;
-std::condition_variable eventRaised;
-std::vector<AFW_event_t> raised;
-void note(AFW_event_t event, void*) {
-  std::lock_guard<std::mutex> lock(eventMutex);
-  raised.push_back(event);
-  eventRaised.notify_all();
-}
+// Events of the receiver of this process.
+Arrivals<AFW_event_t> raised;
+void note(AFW_event_t event, void*) { raised.add(event); }
 // Runs `action` and waits for a later event.
 void await(AFW_event_t event, const std::function<void()>& action) {
-  {
-    std::lock_guard<std::mutex> lock(eventMutex);
-    raised.clear();
-  }
+  raised.clear();
   action();
-  std::unique_lock<std::mutex> lock(eventMutex);
-  EXPECT_TRUE(eventRaised.wait_for(lock, std::chrono::seconds(60), [&] {
-    return std::count(raised.begin(), raised.end(), event) != 0;
-  }));
+  EXPECT_FALSE(raised.takeUntil([&](AFW_event_t other) { return other == event; }).empty());
 }
 
 // Channels 5-minor of the given names, each with the same streams.

@@ -19,11 +19,6 @@ namespace receiver_test {
 namespace {
 
 namespace fs = std::filesystem;
-using Texts = std::vector<std::string>;
-
-constexpr uint32_t kAir = AI_INPUT_TERRESTRIAL;
-constexpr uint32_t kCable = AI_INPUT_CABLE;
-constexpr uint32_t kChannel14 = 473000000;
 
 fs::path capture(const std::string& name) { return fs::path(ATSC_CAPTURES_DIR) / name; }
 

@@ -6,17 +6,17 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 
 #include "aicn.h"
 #include "aife.h"
 #include "aiin.h"
 #include "aipt.h"
 #include "aiup.h"
+#include "files.h"
 #include "middleware_types.h"
 #include "modules/host.h"
 #include "receiver_test_air.h"
+#include "replaced.h"
 
 namespace receiver_test {
 namespace {
@@ -25,9 +25,6 @@ namespace fs = std::filesystem;
 using atschost::Receiver;
 using atschost::Service;
 
-constexpr uint32_t kAir = AI_INPUT_TERRESTRIAL;
-constexpr uint32_t kCable = AI_INPUT_CABLE;
-constexpr uint32_t kChannel14 = 473000000;
 constexpr uint32_t kChannel15 = 479000000;
 
 Service service(uint16_t major, uint16_t minor, uint32_t frequency, uint32_t source = kAir) {
@@ -51,19 +48,6 @@ std::vector<Service> listed(Receiver& receiver, uint32_t source = kAir) {
     return true;
   });
   return list;
-}
-
-std::string content(const fs::path& path) {
-  std::ifstream file(path);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
-void write(const fs::path& path, const std::string& text) { std::ofstream(path) << text; }
-
-std::string replaced(std::string text, const std::string& from, const std::string& to) {
-  const size_t at = text.find(from);
-  EXPECT_NE(std::string::npos, at) << from;
-  return at == std::string::npos ? text : text.replace(at, from.size(), to);
 }
 
 class ReceiverStateTest : public testing::Test {
@@ -110,10 +94,10 @@ TEST_F(ReceiverStateTest, ServiceFoundAgainKeepsWhatTheViewerSet) {
                                 {service(9, 1, kChannel14), service(9, 2, kChannel14)});
     receiver.services().store();
   }
-  const std::string set = replaced(replaced(content(services_), "\"flags\" : 1", "\"flags\" : 13"),
+  const std::string set = replaced(replaced(readFile(services_), "\"flags\" : 1", "\"flags\" : 13"),
                                    "\"favourites\" : 0", "\"favourites\" : 48");
   // The format of older versions.
-  write(services_, replaced(replaced(set, "\"added\" : false,", ""), "\"audio\" : 0,", ""));
+  writeFile(services_, replaced(replaced(set, "\"added\" : false,", ""), "\"audio\" : 0,", ""));
   TestReceiver receiver(state_);
   Service again = service(9, 1, kChannel14);
   again.programNumber = 7;
@@ -137,7 +121,7 @@ TEST_F(ReceiverStateTest, DamagedFilesAreSetAside) {
                                 {service(9, 1, kChannel14), service(9, 2, kChannel14)});
     ASSERT_TRUE(receiver.services().store());
   }
-  const std::string good = content(services_);
+  const std::string good = readFile(services_);
   const auto with = [&](const char* from, const char* to) { return replaced(good, from, to); };
   const std::string damaged[] = {
       "",
@@ -155,10 +139,10 @@ TEST_F(ReceiverStateTest, DamagedFilesAreSetAside) {
   };
   for (const std::string& text : damaged) {
     SCOPED_TRACE(text.substr(0, 60));
-    write(services_, text);
+    writeFile(services_, text);
     TestReceiver receiver(state_);
     EXPECT_TRUE(listed(receiver).empty());
-    EXPECT_EQ(text, content(services_.string() + ".bad"));
+    EXPECT_EQ(text, readFile(services_.string() + ".bad"));
     EXPECT_FALSE(fs::exists(services_));
   }
   fs::create_directory(state_ / "settings.json");
@@ -169,7 +153,7 @@ TEST_F(ReceiverStateTest, DamagedFilesAreSetAside) {
 
 TEST_F(ReceiverStateTest, UnwritableFolderIsReported) {
   fs::create_directories(state_.parent_path());
-  write(state_, "a file where the folder should be");
+  writeFile(state_, "a file where the folder should be");
   TestReceiver receiver(state_);
   receiver.services().replace(kAir, kChannel14, {service(9, 1, kChannel14)});
   EXPECT_FALSE(receiver.services().store());
@@ -205,14 +189,14 @@ TEST_F(ReceiverStateTest, AStoreThatFailsLateIsMadeGood) {
   TestReceiver receiver(state_);
   receiver.services().replace(kAir, kChannel14, {service(9, 1, kChannel14)});
   ASSERT_TRUE(receiver.services().store());
-  const std::string before = content(services_);
+  const std::string before = readFile(services_);
   {
     OneFile fileButNotItsFolder;
     EXPECT_FALSE(receiver.services().setFlags(kAir, 1, AISRV_FLAG_SKIPPED, 0));
   }
-  EXPECT_NE(before, content(services_)) << "too late to take it back";
+  EXPECT_NE(before, readFile(services_)) << "too late to take it back";
   EXPECT_TRUE(receiver.services().store());
-  EXPECT_EQ(before, content(services_));
+  EXPECT_EQ(before, readFile(services_));
 }
 
 TEST_F(ReceiverStateTest, ChannelsChangeInOrder) {

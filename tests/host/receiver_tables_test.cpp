@@ -8,11 +8,6 @@
 namespace receiver_test {
 namespace {
 
-using Texts = std::vector<std::string>;
-
-constexpr uint32_t kAir = AI_INPUT_TERRESTRIAL;
-constexpr uint32_t kCable = AI_INPUT_CABLE;
-constexpr uint32_t kChannel14 = 473000000;  // terrestrial
 constexpr uint32_t kCable14 = 123000000;
 
 // ISO 639 language, audio type 0.

@@ -22,8 +22,6 @@ namespace {
 using atschost::Clock;
 using atschost::SystemTime;
 
-constexpr uint32_t kGpsEpoch = 315964800;
-
 uint32_t utc(const char* text) {
   std::tm time{};
   EXPECT_EQ(6, std::sscanf(text, "%d-%d-%d %d:%d:%d", &time.tm_year, &time.tm_mon, &time.tm_mday,

@@ -1,7 +1,6 @@
 // Parental control and locks of the playing service, through the modules.
 #include <gtest/gtest.h>
 
-#include <condition_variable>
 #include <filesystem>
 #include <mutex>
 #include <thread>
@@ -11,6 +10,7 @@
 #include "aiec.h"
 #include "aifw.h"
 #include "aipc.h"
+#include "arrivals.h"
 #include "atsc_host.h"
 #include "modules/host.h"
 #include "receiver_test_air.h"
@@ -22,34 +22,16 @@ namespace fs = std::filesystem;
 using atschost::Receiver;
 using Events = std::vector<AFW_event_t>;
 
-constexpr uint32_t kAir = AI_INPUT_TERRESTRIAL;
+// Events of parental control and locks.
+Arrivals<AFW_event_t> told;
 
-// Collects the events of parental control and locks.
-class Told {
- public:
-  void add(AFW_event_t event) {
-    if (event != AFW_PARENTAL_UPDATE && event != AFW_PARENTAL_BLOCKED &&
-        event != AFW_PARENTAL_UNBLOCKED && event != AFW_CHANNEL_LOCKED &&
-        event != AFW_CHANNEL_UNLOCKED && event != AFW_CHANNEL_PLAY_SUCCESS)
-      return;
-    std::lock_guard<std::mutex> lock(mutex_);
-    events_.push_back(event);
-    changed_.notify_all();
+void tell(AFW_event_t event, void*) {
+  for (const AFW_event_t kind :
+       {AFW_PARENTAL_UPDATE, AFW_PARENTAL_BLOCKED, AFW_PARENTAL_UNBLOCKED, AFW_CHANNEL_LOCKED,
+        AFW_CHANNEL_UNLOCKED, AFW_CHANNEL_PLAY_SUCCESS}) {
+    if (event == kind) told.add(event);
   }
-  // Waits for `wanted` events and removes the received events.
-  Events take(size_t wanted) {
-    std::unique_lock<std::mutex> lock(mutex_);
-    changed_.wait_for(lock, std::chrono::seconds(60), [&] { return events_.size() >= wanted; });
-    return std::exchange(events_, {});
-  }
-
- private:
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  Events events_;
-} told;
-
-void tell(AFW_event_t event, void*) { told.add(event); }
+}
 
 constexpr uint32_t kChannel20 = 509000000;
 constexpr uint32_t kStart = 1300000000;  // GPS seconds
@@ -61,17 +43,16 @@ constexpr uint8_t kOffset = 18;
 Bytes ratedStream(const Bytes& pmtDescriptors = {}, bool hasBoth = true) {
   std::vector<Channel> channels = {{"ONE", 5, 1, 3}, {"TWO", 5, 2, 4}};
   if (!hasBoth) channels.erase(channels.begin());
-  const Bytes guide = psip::eit(3, {{1, kStart, 3600, "Mild", contentAdvisory(1, {{0, 3}})},
-                                    {2, kStart + 3600, 1800, "Wild", contentAdvisory(1, {{0, 4}})},
-                                    {3, kStart + 7200, 3600, "Unknown"}});
-  return packets(0x1FFB,
-                 {vct(0xC8, channels), psip::stt(kStart, kOffset), psip::mgt({{0x100, 0x1D00}})}) +
+  const Bytes guide = eit(3, {{1, kStart, text("Mild"), contentAdvisory(1, {{0, 3}}), 3600},
+                              {2, kStart + 3600, text("Wild"), contentAdvisory(1, {{0, 4}})},
+                              {3, kStart + 7200, text("Unknown"), {}, 3600}});
+  return packets(0x1FFB, {vct(0xC8, channels), stt(kStart, kOffset), mgt({{0x100, 0x1D00}})}) +
          packets(0x1D00, {guide}) + packets(0, {pat({{3, 0x30}, {4, 0x31}})}) +
          packets(0x30, {pmt(3, {{2, 49, {}}, {0x81, 52, {}}}, pmtDescriptors)}) +
          packets(0x31, {pmt(4, {{2, 65, {}}})});
 }
 
-void setTime(uint32_t gpsSeconds) { ATSC_host_set_clock(gpsSeconds - kOffset + 315964800); }
+void setTime(uint32_t gpsSeconds) { ATSC_host_set_clock(gpsSeconds - kOffset + kGpsEpoch); }
 
 class ReceiverViewingTest : public testing::Test {
  protected:

@@ -124,47 +124,50 @@ TEST_F(PsipmuxTest, FailureIsOneLineAndLeavesTheFolderAsItWas) {
   const std::string dir = folder_.string();
   const auto path = [&](const char* name) { return dir + "/" + name; };
   fs::create_directories(folder_ / "air/qam");
-  writeText(path("air/qam/57000000.ts"), "old");
-  writeText(path("air/qam/notes.txt"), "mine");
-  writeText(path("good.json"), kGood);
-  writeText(path("bad.json"), replaced(kGood, "\"tsid\": 1", "\"tsid\": -1"));
-  writeText(path("large.json"), largeLineup(200));
-  writeText(path("file"), "");
+  writeFile(path("air/qam/57000000.ts"), "old");
+  writeFile(path("air/qam/notes.txt"), "mine");
+  writeFile(path("good.json"), kGood);
+  writeFile(path("bad.json"), replaced(kGood, "\"tsid\": 1", "\"tsid\": -1"));
+  writeFile(path("large.json"), largeLineup(200));
+  writeFile(path("file"), "");
   fs::create_directories(folder_ / "blocked/qam/63000000.ts");
   const std::set<std::string> before = files();
-  const std::string out = " --out " + path("air");
+  const std::string air = path("air");
   const std::string good = path("good.json");
   const struct {
     int status;
-    std::string arguments;
+    std::vector<std::string> arguments;
     std::string error;
   } cases[] = {
-      {1, good + " " + path("bad.json") + out,
+      {1,
+       {good, path("bad.json"), "--out", air},
        path("bad.json") + ": channels[0].tsid: must be 0 to 65535\n"},
-      {1, good + " " + good + out,
+      {1,
+       {good, good, "--out", air},
        good + ": channels[0].frequency: already used by " + good + ": channels[0].frequency\n"},
-      {1, good + " " + path("large.json") + out,
+      {1,
+       {good, path("large.json"), "--out", air},
        path("large.json") +
            ": channels[0]: its tables take 2208 packets a second, the stream has 1000\n"},
-      {1, good + " --out " + path("file"), path("file/qam") + ": cannot create: Not a directory\n"},
-      {2, good + " --out " + path("air") + " --start 2026-02-29T00:00:00Z",
+      {1, {good, "--out", path("file")}, path("file/qam") + ": cannot create: Not a directory\n"},
+      {2,
+       {good, "--out", air, "--start", "2026-02-29T00:00:00Z"},
        "--start: must be a UTC time of 1980-01-06 to 2116 such as "
        "2026-04-22T19:39:46Z\n"},
-      {2, good, "--out is required; see psipmux --help\n"},
+      {2, {good}, "--out is required; see psipmux --help\n"},
   };
   for (const auto& [status, arguments, error] : cases) {
     const Outcome outcome = runPsipmux(arguments);
-    EXPECT_EQ(status, outcome.status) << arguments;
-    EXPECT_EQ("psipmux: " + error, outcome.output);
-    const auto old = readFile(path("air/qam/57000000.ts"));
-    EXPECT_EQ("old", std::string(old.begin(), old.end()));
+    EXPECT_EQ(status, outcome.status) << error;
+    EXPECT_EQ("psipmux: " + error, outcome.out + outcome.err);
+    EXPECT_EQ("old", readFile(path("air/qam/57000000.ts")));
   }
   EXPECT_EQ(before, files());
   // A write that fails half-way through the lineup.
-  EXPECT_EQ(1, runPsipmux(good + " --out " + path("blocked")).status);
+  EXPECT_EQ(1, runPsipmux({good, "--out", path("blocked")}).status);
   for (const std::string& file : files()) EXPECT_EQ(std::string::npos, file.find("/.")) << file;
   // Success replaces only the written files.
-  ASSERT_EQ(0, runPsipmux(good + out).status);
+  ASSERT_EQ(0, runPsipmux({good, "--out", air}).status);
   EXPECT_EQ(752'000u, fs::file_size(path("air/qam/57000000.ts")));
   EXPECT_EQ(4u, fs::file_size(path("air/qam/notes.txt")));
 }

@@ -1,26 +1,23 @@
 // A TV application that tests a service process on the minimal platform. The arguments are the
 // command that starts the service; environment variables name the databases.
 #include <atsc/atsc_service.h>
-#include <atsc/atsc_tv_server_backend.h>
 #include <json/json.h>
-#include <spawn.h>
-#include <sqlite3.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <chrono>
-#include <condition_variable>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <functional>
 #include <memory>
-#include <mutex>
 #include <stdexcept>
 #include <string>
 #include <type_traits>
-#include <utility>
 #include <vector>
+
+#include "command.h"
+#include "listener.h"
+#include "process.h"
+#include "rows.h"
+#include "wait.h"
 
 namespace {
 
@@ -41,183 +38,59 @@ void expectEqual(const T& got, const T& wanted, const std::string& what) {
   }
 }
 
-// Stores all callbacks in their order.
-class Backend : public ATSCBUS::ATSCTVServerBackend {
- public:
-  int jsonCommand(const char* command, char** /*result*/) override {
-    Json::Value message;
-    if (!Json::Reader().parse(command, message)) return -1;
-    const std::lock_guard<std::mutex> lock(mutex_);
-    messages_.push_back(std::move(message));
-    arrived_.notify_all();
-    return 0;
-  }
-
-  size_t count() {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    return messages_.size();
-  }
-
-  // Waits for a message at position `from` or later that `wanted` accepts. Returns the first.
-  Json::Value wait(size_t from, const std::function<bool(const Json::Value&)>& wanted,
-                   const std::string& what) {
-    std::unique_lock<std::mutex> lock(mutex_);
-    Json::Value found;
-    const bool came = arrived_.wait_for(lock, kPatience, [&] {
-      for (size_t i = from; i < messages_.size(); ++i) {
-        if (!wanted(messages_[i])) continue;
-        found = messages_[i];
-        return true;
-      }
-      return false;
-    });
-    expect(came, "no callback " + what);
-    return found;
-  }
-
-  Json::Value waitKind(size_t from, const std::string& kind) {
-    return wait(
-        from, [&](const Json::Value& message) { return message["cbtype"] == kind; }, kind);
-  }
-
-  // Returns the messages of kind SCAN at position `from` or later.
-  std::vector<Json::Value> scans(size_t from) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    std::vector<Json::Value> found;
-    for (size_t i = from; i < messages_.size(); ++i) {
-      if (messages_[i]["cbtype"] == "SCAN") found.push_back(messages_[i]);
-    }
-    return found;
-  }
-
- private:
-  std::mutex mutex_;
-  std::condition_variable arrived_;
-  std::vector<Json::Value> messages_;
-};
-
-struct Answer {
-  int result;
-  Json::Value reply;  // null if there is none
-};
-
-Answer send(const std::string& command) {
-  char* text = nullptr;
-  Answer answer{ATSC_TransmitServiceClientJSONCommand(command.c_str(), &text), {}};
-  if (text != nullptr) {
-    expect(Json::Reader().parse(text, answer.reply), "the reply to " + command + " is no JSON");
-  }
-  free(text);
-  return answer;
+// Waits for a callback of a kind at position `from` or later. Returns the first.
+Json::Value waitKind(Listener& backend, size_t from, const std::string& kind) {
+  std::vector<Json::Value> found;
+  expect(eventually(
+             [&] {
+               found = backend.heard(from, kind);
+               return !found.empty();
+             },
+             kPatience),
+         "no callback " + kind);
+  return found[0];
 }
 
-void order(const std::string& command) { expectEqual(send(command).result, 0, command); }
+void order(const std::string& command) { expectEqual(transmit(command).result, 0, command); }
 
 bool serviceAnswers() {
-  return !send(R"({"class":"TIME","command":"GETCUR"})").reply["year"].isNull();
+  return !parsed(transmit(R"({"class":"TIME","command":"GETCUR"})").text)["year"].isNull();
 }
 
 // Returns all rows, one per line, columns separated by '|'.
-std::string query(const char* variable, const char* sql) {
-  sqlite3* database = nullptr;
-  const int opened = sqlite3_open_v2(getenv(variable), &database, SQLITE_OPEN_READONLY, nullptr);
-  const std::unique_ptr<sqlite3, decltype(&sqlite3_close)> closing(database, sqlite3_close);
-  expect(opened == SQLITE_OK, std::string(variable) + " cannot be opened");
-  sqlite3_busy_timeout(database, 5000);
-  std::string rows;
-  const auto addRow = [](void* to, int columns, char** values, char**) {
-    for (int i = 0; i < columns; ++i) {
-      *static_cast<std::string*>(to) +=
-          std::string(i > 0 ? "|" : "") + (values[i] ? values[i] : "");
-    }
-    *static_cast<std::string*>(to) += "\n";
-    return 0;
-  };
-  char* error = nullptr;
-  if (sqlite3_exec(database, sql, addRow, &rows, &error) != SQLITE_OK) {
-    throw std::runtime_error(std::string(sql) + ": " + error);
-  }
-  return rows;
+std::string query(const char* variable, const std::string& sql) {
+  std::string text;
+  for (const std::string& row : rowsOf(getenv(variable), sql)) text += row + "\n";
+  return text;
 }
 
-std::string channels(const char* sql) { return query("ATSC_CNAHHEL_DB", sql); }
-std::string events(const char* sql) { return query("ATSC_EVENT_DB", sql); }
+std::string channels(const std::string& sql) { return query("ATSC_CNAHHEL_DB", sql); }
+std::string events(const std::string& sql) { return query("ATSC_EVENT_DB", sql); }
 
 // Returns the columns of both tables that TV applications refer to or show.
 std::string allChannels() {
   std::string rows;
   for (const char* table : {"channel_data_t", "channel_data_c"}) {
-    const std::string sql =
-        "SELECT ch_index, ch_id_pk, name, fav_group, srv_flag, audio_pid, video_pid FROM ";
-    rows += channels((sql + table).c_str());
+    rows += channels(
+        std::string(
+            "SELECT ch_index, ch_id_pk, name, fav_group, srv_flag, audio_pid, video_pid FROM ") +
+        table);
   }
   return rows;
 }
 
-// The service process.
-class Service {
- public:
-  // Starts the process and waits until it prints "ready".
-  explicit Service(char** command) {
-    int ends[2];
-    expect(pipe(ends) == 0, "pipe");
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
-    posix_spawn_file_actions_addclose(&actions, ends[0]);
-    posix_spawn_file_actions_addclose(&actions, ends[1]);
-    const int status = posix_spawnp(&pid_, command[0], &actions, nullptr, command, environ);
-    posix_spawn_file_actions_destroy(&actions);
-    close(ends[1]);
-    expect(status == 0, std::string("cannot start ") + command[0]);
-    output_ = fdopen(ends[0], "r");
-    char line[1024];
-    while (!ready_ && fgets(line, sizeof line, output_) != nullptr) {
-      ready_ = std::string(line) == "ready\n";
-    }
-  }
-
-  ~Service() {
-    if (pid_ > 0) end(SIGKILL);
-    fclose(output_);
-  }
-
-  Service(const Service&) = delete;
-  Service& operator=(const Service&) = delete;
-
-  bool ready() const { return ready_; }
-
-  // Sends a signal, unless it is 0, and waits. Returns the exit status, or -1 if a signal ended the
-  // process.
-  int end(int signal) {
-    if (signal != 0) kill(pid_, signal);
-    int status = 0;
-    waitpid(std::exchange(pid_, -1), &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  }
-
- private:
-  pid_t pid_ = -1;
-  FILE* output_ = nullptr;
-  bool ready_ = false;
-};
-
 // Scans, checks the messages and waits until a channel plays.
-void scan(Backend& backend, const char* source, int services, int frequencies) {
+void scan(Listener& backend, const char* source, int services, int frequencies) {
   const size_t from = backend.count();
   order(std::string(R"({"class":"SCAN","command":"start","src":")") + source + "\"}");
-  const Json::Value over = backend.wait(
-      from,
-      [](const Json::Value& message) {
-        return message["cbtype"] == "SCAN" && message["msg"] == "OVER";
-      },
-      "SCAN OVER");
+  const Json::Value over = waitKind(backend, from, "OVER");
   expectEqual(over["progress"].asInt(), 100, "progress");
   expectEqual(over["ser_found"].asInt(), services, "services found");
   expectEqual(over["tv_num"].asInt(), services, "TV services found");
   std::string messageOrder;
   int progress = -1;
-  for (const Json::Value& message : backend.scans(from)) {
+  for (const Json::Value& message : backend.heard(from)) {
+    if (message["cbtype"] != "SCAN") continue;
     messageOrder += message["msg"].asString() + " ";
     expect(message["progress"].asInt() >= progress, "the progress goes back");
     progress = message["progress"].asInt();
@@ -225,29 +98,43 @@ void scan(Backend& backend, const char* source, int services, int frequencies) {
   std::string wanted = "START ";
   for (int i = 0; i < frequencies; ++i) wanted += "PROGRESS ";
   expectEqual(messageOrder, wanted + "OVER ", "scan messages");
-  backend.waitKind(from, "CHANNEL_PLAY_SUCCESS");
-  backend.waitKind(from, "EPG_COMPLETE");
+  waitKind(backend, from, "CHANNEL_PLAY_SUCCESS");
+  waitKind(backend, from, "EPG_COMPLETE");
 }
 
 void expectCurrent(int major, int minor, const std::string& name) {
-  const Answer current = send(R"({"class":"SRV","command":"GETCUR"})");
+  const Answer current = transmit(R"({"class":"SRV","command":"GETCUR"})");
   expectEqual(current.result, 0, "GETCUR");
-  expectEqual(current.reply["major"].asInt(), major, "major");
-  expectEqual(current.reply["minor"].asInt(), minor, "minor");
-  expectEqual(current.reply["chn_name"].asString(), name, "name");
+  const Json::Value reply = parsed(current.text);
+  expectEqual(reply["major"].asInt(), major, "major");
+  expectEqual(reply["minor"].asInt(), minor, "minor");
+  expectEqual(reply["chn_name"].asString(), name, "name");
 }
 
-void tryService(char** command) {
+// The service process. Its log is shown when the test fails.
+std::unique_ptr<Process> service;
+
+void startService(const std::vector<std::string>& command) {
+  service = std::make_unique<Process>(command);
+  expect(service->says("ready\n"), "the service does not start");
+}
+
+// Sends a signal and waits. Returns the exit status, or minus the signal that ended the service.
+int endService(int signal) {
+  service->signal(signal);
+  return service->wait();
+}
+
+void tryService(const std::vector<std::string>& command) {
   expect(!serviceAnswers(), "a command is answered before the service runs: by this process?");
-  static Backend backend;
-  auto service = std::make_unique<Service>(command);
-  expect(service->ready(), "the service does not start");
+  static Listener backend;
+  startService(command);
   expectEqual(ATSC_RegisterTVServerBackend(&backend), 0, "registration");
   expectEqual(ATSC_RegisterTVServerBackend(&backend), -1, "second registration");
-  expectEqual(Service(command).end(0), 1, "exit status of a second service");
+  expectEqual(Process(command).wait(), 1, "exit status of a second service");
   expect(serviceAnswers(), "no answer");
   order(R"({"class":"FW","command":"INIT"})");
-  backend.waitKind(0, "STT_UPDATE_EVENT");
+  waitKind(backend, 0, "STT_UPDATE_EVENT");
 
   scan(backend, "VSB", 4, 3);
   expectEqual<std::string>(
@@ -268,22 +155,24 @@ void tryService(char** command) {
   order(
       R"({"class":"FW","command":"CHANNELMODIFY","src":"VSB","major":9,"minor":1,"type":"lock"})");
   order(R"({"class":"FW","command":"CHANNELCHANGE","input":"VSB","major":9,"minor":1})");
-  backend.waitKind(from, "CHANNEL_LOCKED");
+  waitKind(backend, from, "CHANNEL_LOCKED");
   expectCurrent(9, 1, "HILL");
   from = backend.count();
   order(R"({"class":"FW","command":"CHANNELCHANGE","input":"VSB","mode":"UP"})");
-  backend.waitKind(from, "CHANNEL_PLAY_SUCCESS");
+  waitKind(backend, from, "CHANNEL_PLAY_SUCCESS");
   expectCurrent(9, 2, "HILL-NW");
 
   // The guide has texts for each channel of the current input source.
-  expectEqual<std::string>(
-      query("ATSC_EVENT_DB",
-            (std::string("ATTACH '") + getenv("ATSC_CNAHHEL_DB") +
-             "' AS list; SELECT c.name, count(*), max(start_time) - min(start_time), "
-             "abs(min(start_time) - unixepoch()) < 3600 FROM event_t e "
-             "JOIN list.channel_data_t c USING (ch_id_pk) GROUP BY c.ch_index ORDER BY c.name")
-                .c_str()),
-      "HARBOR|4|5400|1\nHARBOR2|4|5400|1\nHILL|4|5400|1\nHILL-NW|4|5400|1\n", "event_t");
+  SQLite::Database guide = openDatabase(getenv("ATSC_EVENT_DB"));
+  guide.exec(std::string("ATTACH '") + getenv("ATSC_CNAHHEL_DB") + "' AS list");
+  SQLite::Statement texts(
+      guide,
+      "SELECT c.name, count(*), max(start_time) - min(start_time), "
+      "abs(min(start_time) - unixepoch()) < 3600 FROM event_t e "
+      "JOIN list.channel_data_t c USING (ch_id_pk) GROUP BY c.ch_index ORDER BY c.name");
+  expect(rowsOf(texts) == std::vector<std::string>{"HARBOR|4|5400|1", "HARBOR2|4|5400|1",
+                                                   "HILL|4|5400|1", "HILL-NW|4|5400|1"},
+         "event_t");
   expectEqual<std::string>(
       events("SELECT DISTINCT name, \"desc\", rating FROM event_t WHERE genre = '34,'"),
       "The Long Way Home|A film in many parts.|TV-PG\n", "a film");
@@ -293,19 +182,18 @@ void tryService(char** command) {
   expectEqual<std::string>(channels("SELECT fav_group FROM channel_data_t WHERE name = 'HARBOR2'"),
                            "16\n", "favourite");
   for (const int signal : {SIGTERM, SIGKILL}) {
-    expectEqual(service->end(signal), signal == SIGTERM ? 0 : -1, "exit status");
+    expectEqual(endService(signal), signal == SIGTERM ? 0 : -SIGKILL, "exit status");
     expect(!serviceAnswers(), "a service that has ended answers");
-    service = std::make_unique<Service>(command);
-    expect(service->ready(), "the service does not start again");
+    startService(command);
     expectEqual(allChannels(), before, "channels after a restart");
     from = backend.count();
     order(R"({"class":"FW","command":"INIT"})");
-    backend.waitKind(from, "EPG_COMPLETE");
+    waitKind(backend, from, "EPG_COMPLETE");
     expectEqual<std::string>(events("SELECT count(*) FROM event_t"), "16\n", "event_t");
     order(R"({"class":"FW","command":"PLAY"})");
     expectCurrent(9, 2, "HILL-NW");
   }
-  expectEqual(service->end(SIGTERM), 0, "exit status");
+  expectEqual(endService(SIGTERM), 0, "exit status");
 }
 
 }  // namespace
@@ -313,9 +201,9 @@ void tryService(char** command) {
 int main(int argc, char** argv) {
   if (argc < 2) return 2;
   try {
-    tryService(argv + 1);
+    tryService({argv + 1, argv + argc});
   } catch (const std::exception& e) {
-    printf("minimal-tv: %s\n", e.what());
+    printf("%sminimal-tv: %s\n", service != nullptr ? service->err().c_str() : "", e.what());
     return 1;
   }
   return 0;

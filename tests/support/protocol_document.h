@@ -1,6 +1,6 @@
 // Parser of docs/protocol.md for the tests: its examples in order, and its tables.
-#ifndef ATSC_TESTS_APPS_PROTOCOL_DOCUMENT_H_
-#define ATSC_TESTS_APPS_PROTOCOL_DOCUMENT_H_
+#ifndef ATSC_TESTS_SUPPORT_PROTOCOL_DOCUMENT_H_
+#define ATSC_TESTS_SUPPORT_PROTOCOL_DOCUMENT_H_
 
 #include <json/json.h>
 
@@ -271,4 +271,4 @@ inline std::map<std::string, std::string> typesOf(const Json::Value& message) {
 
 }  // namespace protocol
 
-#endif  // ATSC_TESTS_APPS_PROTOCOL_DOCUMENT_H_
+#endif  // ATSC_TESTS_SUPPORT_PROTOCOL_DOCUMENT_H_

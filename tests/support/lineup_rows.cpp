@@ -1,6 +1,5 @@
 #include "lineup_rows.h"
 
-#include <SQLiteCpp/SQLiteCpp.h>
 #include <json/json.h>
 
 #include <algorithm>
@@ -8,9 +7,9 @@
 #include <map>
 #include <tuple>
 
-namespace {
+#include "rows.h"
 
-constexpr int kBusyTimeoutMs = 10000;
+namespace {
 
 auto fields(const Row& row) {
   return std::tie(row.major, row.minor, row.name, row.frequency, row.tsid, row.sourceId,
@@ -79,7 +78,7 @@ std::vector<Row> rowsOfLineup(const std::filesystem::path& lineup) {
 }
 
 std::vector<Row> rowsOfTable(const std::filesystem::path& database, const std::string& table) {
-  SQLite::Database file(database.string(), SQLite::OPEN_READONLY, kBusyTimeoutMs);
+  SQLite::Database file = openDatabase(database);
   SQLite::Statement query(file,
                           "SELECT major_no, minor_no, name, freq, tsid, source_id, srv_type, "
                           "tuner_type, audio_pid, video_pid FROM " +
@@ -95,7 +94,7 @@ std::vector<Row> rowsOfTable(const std::filesystem::path& database, const std::s
 }
 
 std::string contentOfTable(const std::filesystem::path& database, const std::string& table) {
-  SQLite::Database file(database.string(), SQLite::OPEN_READONLY, kBusyTimeoutMs);
+  SQLite::Database file = openDatabase(database);
   SQLite::Statement query(file, "SELECT * FROM " + table + " ORDER BY ch_index");
   std::string content;
   while (query.executeStep()) {
@@ -110,6 +109,5 @@ std::string contentOfTable(const std::filesystem::path& database, const std::str
 }
 
 std::string integrityOf(const std::filesystem::path& database) {
-  SQLite::Database file(database.string(), SQLite::OPEN_READONLY, kBusyTimeoutMs);
-  return file.execAndGet("PRAGMA integrity_check").getString();
+  return valueOf(database, "PRAGMA integrity_check");
 }

@@ -1,6 +1,6 @@
 // Expected content of the channel tables.
-#ifndef ATSC_TESTS_APPS_LINEUP_ROWS_H_
-#define ATSC_TESTS_APPS_LINEUP_ROWS_H_
+#ifndef ATSC_TESTS_SUPPORT_LINEUP_ROWS_H_
+#define ATSC_TESTS_SUPPORT_LINEUP_ROWS_H_
 
 #include <cstdint>
 #include <filesystem>
@@ -36,4 +36,4 @@ std::vector<Row> rowsOfTable(const std::filesystem::path& database, const std::s
 std::string contentOfTable(const std::filesystem::path& database, const std::string& table);
 std::string integrityOf(const std::filesystem::path& database);
 
-#endif  // ATSC_TESTS_APPS_LINEUP_ROWS_H_
+#endif  // ATSC_TESTS_SUPPORT_LINEUP_ROWS_H_
