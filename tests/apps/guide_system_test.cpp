@@ -232,8 +232,7 @@ TEST_F(GuideSystemTest, ServiceChangesOnTheAir) {
   const auto rebroadcast = [&](const std::string& name) {
     const fs::path file = folder_ / (name + ".json");
     std::ofstream(file) << lineup;
-    const Outcome made = run({PSIPMUX, file, "--out", folder_ / name});
-    ASSERT_EQ(0, made.status) << made.err;
+    broadcast({file}, folder_ / name);
     fs::rename(folder_ / name / "vsb" / "183000000.ts", air_ / "vsb" / "183000000.ts");
   };
   const auto channelsBecome = [&](const fs::path& lineupFile) {

@@ -22,6 +22,7 @@
 #include <vector>
 
 #include "system_fixture.h"
+#include "usage.h"
 
 namespace fs = std::filesystem;
 
@@ -36,8 +37,6 @@ constexpr const char* kPlays = "CHANNEL_PLAY_SUCCESS";
 constexpr const char* kScan8 =
     R"({"class":"SCAN","command":"start","mode":"manual","freq":8,"src":"VSB"})";
 constexpr uid_t kStranger = 65534;
-
-bool longForm() { return std::getenv("ATSC_TEST_LONG") != nullptr; }
 
 class NeighbourTest : public SystemTest {
  protected:
@@ -79,22 +78,9 @@ class NeighbourTest : public SystemTest {
     EXPECT_TRUE(eventually([&] { return application.count(kUpdate) > before + 1; }));
   }
 
-  // Returns the descriptors and threads of the service.
-  std::string resources() const {
-    std::string text;
-    for (const char* kind : {"fd", "task"}) {
-      const fs::directory_iterator folder("/proc/" + std::to_string(service_->pid()) + "/" + kind);
-      text += kind + (" " + std::to_string(std::distance(begin(folder), end(folder)))) + "\n";
-    }
-    return text;
-  }
-
   // For the long form: prints the memory of the service.
   void printMemory() const {
-    std::istringstream status(readFile("/proc/" + std::to_string(service_->pid()) + "/status"));
-    for (std::string line; longForm() && std::getline(status, line);) {
-      if (line.rfind("VmRSS", 0) == 0) std::printf("service %s\n", line.c_str());
-    }
+    if (longForm()) std::printf("service %ld kB\n", usageOf(service_->pid()).memoryKb);
   }
 
   const fs::path hold_ = folder_ / "hold";
@@ -140,7 +126,7 @@ TEST_F(NeighbourTest, DyingTVApplicationsLeaveNothingBehind) {
   startCaller();
   startApplication();
   answered("the TV application has died");
-  const std::string before = resources();
+  const Usage before = usageOf(service_->pid());
   printMemory();
   const int rounds = longForm() ? 300 : 50;
   for (int i = 0; i < rounds; ++i) {
@@ -161,7 +147,13 @@ TEST_F(NeighbourTest, DyingTVApplicationsLeaveNothingBehind) {
   }
   receivesCallbacks(*startApplication());
   answered("the last TV application has died");
-  EXPECT_TRUE(eventually([&] { return resources() == before; })) << before << resources();
+  Usage now;
+  EXPECT_TRUE(eventually([&] {
+    now = usageOf(service_->pid());
+    return now.descriptors == before.descriptors && now.threads == before.threads;
+  })) << now.descriptors
+      << " descriptors, before " << before.descriptors << "; " << now.threads << " threads, before "
+      << before.threads;
   printMemory();
 }
 

@@ -26,10 +26,9 @@ class ParentalSystemTest : public SystemTest {
  protected:
   // Creates streams of the sample lineups in the air folder.
   void broadcast(const Words& lineups) {
-    Words words = {PSIPMUX, "--start", kStart, "--out", air_};
+    Words words = {"--start", kStart};
     words.insert(words.end(), lineups.begin(), lineups.end());
-    const Outcome made = run(words);
-    ASSERT_EQ(0, made.status) << made.err;
+    SystemTest::broadcast(words, air_);
   }
 
   void restartService(const Words& options = {}) {

@@ -66,8 +66,7 @@ class ProtocolTest : public SystemTest {
   ProtocolTest() : document_(protocol::readDocument(PROTOCOL_DOCUMENT)) {}
 
   void begin() {
-    const Outcome made = run({PSIPMUX, kAirLineup, kCableLineup, "--start", kStart, "--out", air_});
-    ASSERT_EQ(0, made.status) << made.err;
+    broadcastLineups({"--start", kStart});
     startService(kFast, {"--fast", "--clock", kStart});
     watch_ = startWatch({"--json"});
   }

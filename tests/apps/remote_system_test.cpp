@@ -44,7 +44,7 @@ class RemoteSystemTest : public SystemTest {
   RemoteSystemTest() : state_(folder_ / "state") { environment_["ATSC_HOST_STATE"] = state_; }
 
   void begin(const Words& sources) {
-    Words words = {PSIPMUX, "--start", kStart, "--out", air_};
+    Words words = {"--start", kStart};
     for (const char* name : {kAirLineup, kCableLineup}) {
       Json::Value lineup;
       std::ifstream(name) >> lineup;
@@ -52,8 +52,7 @@ class RemoteSystemTest : public SystemTest {
       words.push_back(folder_ / fs::path(name).filename());
       std::ofstream(words.back()) << lineup;
     }
-    const Outcome made = run(words);
-    ASSERT_EQ(0, made.status) << made.err;
+    broadcast(words, air_);
     startService();
     for (const std::string& source : sources) scan(source);
   }

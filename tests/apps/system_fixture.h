@@ -53,10 +53,16 @@ class SystemTest : public testing::Test {
     return finish(*start(std::move(words), input));
   }
 
-  // Creates a transport stream for each channel of both sample lineups.
-  void broadcastLineups() {
-    const Outcome outcome = run({PSIPMUX, kAirLineup, kCableLineup, "--out", air_});
+  // Creates a transport stream for each channel of lineups. Passes further options to psipmux.
+  void broadcast(Words arguments, const std::filesystem::path& folder) {
+    arguments.insert(arguments.begin(), {PSIPMUX, "--out", folder});
+    const Outcome outcome = run(std::move(arguments));
     if (outcome.status != 0) throw std::runtime_error("no broadcast: " + outcome.err);
+  }
+  void broadcastLineups(const Words& options = {}) {
+    Words words{kAirLineup, kCableLineup};
+    words.insert(words.end(), options.begin(), options.end());
+    broadcast(words, air_);
   }
 
   void startService(const std::string& dwell = kFast, std::vector<std::string> options = {}) {

@@ -13,6 +13,7 @@
 #include "command.h"
 #include "listener.h"
 #include "system_fixture.h"
+#include "usage.h"
 
 inline Listener& listener() {
   static Listener& made = *new Listener;  // the library may call it until the process ends
@@ -38,8 +39,6 @@ class EnduranceTest : public SystemTest {
     environment_["ATSC_FAULT_FOLDER"] = db_;
     environment_["ATSC_FAULT_CONTROL"] = control_;
   }
-
-  static bool inLongForm() { return getenv("ATSC_TEST_LONG") != nullptr; }
 
   // Sets the behaviour of the faulty service's disk.
   void control(const std::string& line) { replaceFile(control_, line); }
@@ -81,9 +80,8 @@ class EnduranceTest : public SystemTest {
     const std::string stem = folder_ / name;
     std::ofstream(stem + "-air.json") << air;
     std::ofstream(stem + "-cable.json") << cable;
-    const Outcome outcome = run({PSIPMUX, stem + "-air.json", stem + "-cable.json", "--out", stem,
-                                 "--start", "2026-01-01T00:00:00Z"});
-    if (outcome.status != 0) throw std::runtime_error("no broadcast: " + outcome.err);
+    SystemTest::broadcast(
+        {stem + "-air.json", stem + "-cable.json", "--start", "2026-01-01T00:00:00Z"}, stem);
   }
 
   // Creates three lists of one carrier for both sources. The first two have the same number of

@@ -21,6 +21,7 @@
 
 #include "command.h"
 #include "system_fixture.h"
+#include "usage.h"
 
 namespace fs = std::filesystem;
 using std::chrono::milliseconds;
@@ -75,29 +76,6 @@ std::string lineup() {
     }
   }
   return Json::FastWriter().write(lineup);
-}
-
-// Resources of the service.
-struct Usage {
-  long memoryKb = 0;
-  long threads = 0;
-  long descriptors = 0;
-};
-
-Usage usageOf(pid_t pid) {
-  Usage usage;
-  const std::string folder = "/proc/" + std::to_string(pid);
-  std::ifstream status(folder + "/status");
-  for (std::string word; status >> word;) {
-    if (word == "VmRSS:") status >> usage.memoryKb;
-    if (word == "Threads:") status >> usage.threads;
-  }
-  std::error_code gone;
-  for (const auto& entry : fs::directory_iterator(folder + "/fd", gone)) {
-    (void)entry;
-    ++usage.descriptors;
-  }
-  return usage;
 }
 
 class Backend final : public ATSCBUS::ATSCTVServerBackend {
@@ -261,12 +239,11 @@ long medianMemory(std::vector<Usage> samples, size_t from, size_t to) {
 }
 
 TEST_F(LoadTest, ABusyEvening) {
-  const bool full = getenv("ATSC_TEST_LONG") != nullptr;
+  const bool full = longForm();
   const seconds length(full ? 600 : 60);
   const fs::path events = folder_ / "events";
   std::ofstream(folder_ / "lineup.json") << lineup();
-  const Outcome mux = run({PSIPMUX, folder_ / "lineup.json", "--out", air_});
-  ASSERT_EQ(0, mux.status) << mux.err;
+  broadcast({folder_ / "lineup.json"}, air_);
   environment_["SPDLOG_LEVEL"] = "warn";
   environment_["LOAD_EVENTS"] = events;
   service_ = start({LOAD_SERVICE, "--air", air_, "--db", db_});

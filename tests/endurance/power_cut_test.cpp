@@ -218,7 +218,7 @@ class PowerCutTest : public EnduranceTest {
   // the cut when the service is dead.
   void cutEverywhere(int cuts, const std::function<void()>& prepare,
                      const std::function<void(int)>& recover) {
-    const int stride = inLongForm() ? 1 : calls_ / (cuts / 2);
+    const int stride = longForm() ? 1 : calls_ / (cuts / 2);
     for (int i = 0; i < cuts && !HasFailure(); ++i) {
       const std::string mode = i % 2 == 0 ? "cut" : "power";
       const std::string line =
@@ -265,7 +265,7 @@ TEST_F(PowerCutTest, ChannelTablesAreOneOfTheLists) {
   makeChannels();
   if (HasFatalFailure()) return;
   cutEverywhere(
-      inLongForm() ? 1000 : 40, [] {},
+      longForm() ? 1000 : 40, [] {},
       [&](int i) {
         if (i % 4 == 3) {  // cuts again while the next start repairs or creates a file
           const bool lost = i % 8 == 3;
@@ -286,7 +286,7 @@ TEST_F(PowerCutTest, ChannelTablesSurviveAnEndAtAnyMoment) {
   makeChannels();
   if (HasFatalFailure()) return;
   std::minstd_rand random;
-  for (int i = 0; i < (inLongForm() ? 500 : 10) && !HasFailure(); ++i) {
+  for (int i = 0; i < (longForm() ? 500 : 10) && !HasFailure(); ++i) {
     restore();
     startService();
     std::thread viewer([&] { runSteps(); });
@@ -320,7 +320,7 @@ TEST_F(PowerCutTest, TheGuideIsOneOfThoseThatWere) {
   whole_["blocked"] = {"0", "1", "01", "10"};
 
   cutEverywhere(
-      inLongForm() ? 360 : 16, [&] { receiveGuide(); },
+      longForm() ? 360 : 16, [&] { receiveGuide(); },
       [&](int) {
         expectSoundStart();
         receiveGuide();

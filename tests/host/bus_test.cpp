@@ -25,6 +25,7 @@
 #include "atsc_host.h"
 #include "bus_peers.h"
 #include "role.h"
+#include "usage.h"
 
 namespace {
 
@@ -36,13 +37,6 @@ struct Started : Helper {
 };
 
 constexpr int kRounds = 200;
-
-bool longForm() { return std::getenv("ATSC_TEST_LONG") != nullptr; }
-
-size_t descriptorsOf(pid_t process) {
-  const std::filesystem::directory_iterator folder("/proc/" + std::to_string(process) + "/fd");
-  return static_cast<size_t>(std::distance(begin(folder), end(folder)));
-}
 
 TEST(Parcel, IsReadByType) {
   BUSParam parcel;
@@ -134,7 +128,7 @@ TEST(Neighbour, OthersAreServedWhateverAPeerDoes) {
     if (longForm()) std::printf("%-40s median %5d us, worst %6d us\n", during, median, worst);
   };
   answered("nothing else");
-  const size_t descriptors = descriptorsOf(server.pid());
+  const long descriptors = usageOf(server.pid()).descriptors;
 
   using Peers = std::vector<std::shared_ptr<void>>;
   const auto connections = [&](int count, const std::string& bytes) {
@@ -180,10 +174,10 @@ TEST(Neighbour, OthersAreServedWhateverAPeerDoes) {
       const Peers peers = fault.begin();
       answered(fault.what);
     }
-    for (int i = 0; i < 1000 && descriptorsOf(server.pid()) > descriptors; ++i) {
+    for (int i = 0; i < 1000 && usageOf(server.pid()).descriptors > descriptors; ++i) {
       answered("the peers have gone");
     }
-    EXPECT_EQ(descriptorsOf(server.pid()), descriptors) << fault.what;
+    EXPECT_EQ(usageOf(server.pid()).descriptors, descriptors) << fault.what;
   }
   server.kill();
   const std::string errors = server.err();
