@@ -16,6 +16,11 @@
 
 namespace fs = std::filesystem;
 
+inline std::vector<uint8_t> readStream(const fs::path& path) {
+  EXPECT_TRUE(fs::exists(path)) << path;
+  return readBytes(path);
+}
+
 inline Outcome runPsipmux(std::vector<std::string> words) {
   words.insert(words.begin(), PSIPMUX);
   Process process(words);

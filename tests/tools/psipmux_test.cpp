@@ -259,7 +259,7 @@ TEST_F(PsipmuxTest, SampleLineupsDecodeToWhatTheySay) {
       const std::string file =
           (air ? "air/vsb/" : "air/qam/") + std::to_string(channel.frequency) + ".ts";
       expectedFiles.insert(file);
-      const Bytes stream = readBytes(folder_ / file);
+      const Bytes stream = readStream(folder_ / file);
       ASSERT_FALSE(stream.empty());
       const auto longest = checkPackets(stream).longest;
       EXPECT_LE(longest.at(0x00), 100u);
@@ -405,7 +405,7 @@ Bytes sectionOf(const Bytes& stream, uint8_t tableId, uint8_t extension) {
 TEST(PsipmuxTables, RatingRegionAndAlertAreAsOnTheAir) {
   const fs::path captures = fs::path(ATSC_CAPTURES_DIR) / "sections";
   if (!fs::exists(captures)) GTEST_SKIP() << "no field captures in " << captures;
-  EXPECT_EQ(sectionOf(readBytes(captures / "rating-region-1.ts"), 0xCA, 1),
+  EXPECT_EQ(sectionOf(readStream(captures / "rating-region-1.ts"), 0xCA, 1),
             sectionOf(streamOf(psipmux::readLineup(LINEUPS "/metro-air.json")), 0xCA, 1));
 
   const psipmux::Lineup lineup = psipmux::parseLineup(R"({"medium": "cable",
@@ -419,7 +419,7 @@ TEST(PsipmuxTables, RatingRegionAndAlertAreAsOnTheAir) {
       "streams": []}]}]})",
                                                       "test.json");
   const Bytes stream = streamOf(lineup);
-  const Bytes air = sectionOf(readBytes(captures / "cable-emergency-alert-inband.ts"), 0xD8, 0);
+  const Bytes air = sectionOf(readStream(captures / "cable-emergency-alert-inband.ts"), 0xD8, 0);
   const Bytes ours = sectionOf(stream, 0xD8, 0);
   // The received section also has a channel with details, and a descriptor at the end.
   constexpr size_t kLength = 1, kDetails = 56, kDetailsEnd = 62, kDescriptors = 74;
