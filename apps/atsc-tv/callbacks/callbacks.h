@@ -24,6 +24,9 @@ class Callbacks final : public ATSCBUS::ATSCTVServerBackend {
 
   enum class Event { kMessage, kInterrupt, kTimeout };
 
+  // No callback tells of the service's end: who waits for long looks for the service so often.
+  static constexpr std::chrono::seconds kCheckService{1};
+
   // Waits for the next message, a signal or the timeout. Called on the main thread.
   Event wait(std::chrono::milliseconds timeout, std::string* message);
 

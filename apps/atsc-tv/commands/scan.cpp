@@ -20,8 +20,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::chrono::seconds kCheckService(1);
-
 // A scan reports every frequency. A scan without a report for this long has been stopped.
 constexpr std::chrono::seconds kSilence(10);
 
@@ -120,7 +118,7 @@ Ending follow(const Client& client, Callbacks& callbacks, int service, ProgressV
   Clock::time_point lastSign = Clock::now();
   for (;;) {
     std::string text;
-    switch (callbacks.wait(kCheckService, &text)) {
+    switch (callbacks.wait(Callbacks::kCheckService, &text)) {
       case Callbacks::Event::kInterrupt:
         view.clear();
         client.send(command("SCAN", "stop"));

@@ -21,8 +21,6 @@
 namespace tv {
 namespace {
 
-constexpr std::chrono::seconds kCheckService(1);
-
 // Returns the local time of day with milliseconds.
 std::string timeOfDay() {
   const auto now = std::chrono::system_clock::now();
@@ -95,7 +93,7 @@ int watch(const CommonOptions& common, bool json) {
   std::cerr << "atsc-tv: waiting for callbacks; Ctrl-C ends" << std::endl;
   for (;;) {
     std::string text;
-    switch (callbacks.wait(kCheckService, &text)) {
+    switch (callbacks.wait(Callbacks::kCheckService, &text)) {
       case Callbacks::Event::kInterrupt:
         if (isatty(STDERR_FILENO) == 1) std::cerr << std::endl;  // after the terminal's "^C"
         return kSuccess;

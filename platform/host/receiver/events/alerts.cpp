@@ -13,7 +13,7 @@ namespace {
 // Time that an alert without an end stays after its table was last received.
 constexpr std::chrono::seconds kGone(10);
 // Minimum interval between two new alerts, so that the application can follow any broadcast.
-constexpr std::chrono::seconds kInterval(1);
+constexpr std::chrono::seconds kAlertInterval(1);
 
 // alert_priority.
 constexpr uint8_t kTestMessage = 0;  // not for receivers in homes
@@ -49,7 +49,7 @@ void Alerts::receive(const EmergencyAlert& alert, Instant at, std::optional<uint
     return;
   if (present_ && present_->event != event && alert.priority < present_->priority) return;
   if (waiting_ && alert.priority < waiting_->priority) return;
-  if (lastNew_ && at - *lastNew_ < kInterval) {
+  if (lastNew_ && at - *lastNew_ < kAlertInterval) {
     waiting_ = alert;
     return;
   }
@@ -82,7 +82,7 @@ void Alerts::receive(const EmergencyAlert& alert, Instant at, std::optional<uint
 }
 
 void Alerts::check(Instant at, std::optional<uint32_t> stationTime) {
-  if (waiting_ && at - *lastNew_ >= kInterval) {
+  if (waiting_ && at - *lastNew_ >= kAlertInterval) {
     const EmergencyAlert alert = *std::exchange(waiting_, std::nullopt);
     receive(alert, at, stationTime);
   }

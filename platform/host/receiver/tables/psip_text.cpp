@@ -12,7 +12,7 @@
 namespace atschost {
 namespace {
 
-constexpr uint16_t kReplacement = 0xFFFD;
+constexpr uint16_t kReplacementUnit = 0xFFFD;
 constexpr uint8_t kModeScsu = 0x3E;
 constexpr uint8_t kModeUtf16 = 0x3F;
 
@@ -30,11 +30,11 @@ class TextBuilder {
       add(*std::exchange(high_, std::nullopt), unit);
       return;
     }
-    if (std::exchange(high_, std::nullopt)) add(kReplacement);
+    if (std::exchange(high_, std::nullopt)) add(kReplacementUnit);
     if (isHighSurrogate(unit)) {
       high_ = unit;
     } else if (isLowSurrogate(unit)) {
-      add(kReplacement);
+      add(kReplacementUnit);
     } else if (unit != 0) {
       add(unit);
     }
@@ -42,7 +42,7 @@ class TextBuilder {
 
   void addCodePoint(uint32_t codePoint) {
     if (codePoint > 0x10FFFF) {
-      addUnit(kReplacement);
+      addUnit(kReplacementUnit);
     } else if (codePoint > 0xFFFF) {
       addUnit(static_cast<uint16_t>(0xD800 + ((codePoint - 0x10000) >> 10)));
       addUnit(static_cast<uint16_t>(0xDC00 + (codePoint & 0x3FF)));
@@ -54,7 +54,7 @@ class TextBuilder {
   bool full() const { return full_; }
 
   std::string finish() {
-    if (std::exchange(high_, std::nullopt)) add(kReplacement);
+    if (std::exchange(high_, std::nullopt)) add(kReplacementUnit);
     return std::move(text_);
   }
 

@@ -10,7 +10,7 @@ namespace {
 
 constexpr size_t kMaxUnits = 64;
 
-constexpr uint32_t kReplacement = 0xFFFD;
+constexpr uint32_t kReplacementCharacter = 0xFFFD;
 
 // Reads a code point and moves past it; returns none if the bytes are not UTF-8.
 std::optional<uint32_t> nextUtf8(const uint8_t*& at, const uint8_t* end) {
@@ -40,9 +40,9 @@ uint32_t nextUtf16(const uint8_t*& at, const uint8_t* end) {
   const uint32_t unit = read16(at);
   at += 2;
   if (unit < 0xD800 || unit > 0xDFFF) return unit;
-  if (unit > 0xDBFF || end - at < 2) return kReplacement;
+  if (unit > 0xDBFF || end - at < 2) return kReplacementCharacter;
   const uint32_t low = read16(at);
-  if (low < 0xDC00 || low > 0xDFFF) return kReplacement;
+  if (low < 0xDC00 || low > 0xDFFF) return kReplacementCharacter;
   at += 2;
   return 0x10000 + ((unit - 0xD800) << 10) + (low - 0xDC00);
 }

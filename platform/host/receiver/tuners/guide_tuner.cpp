@@ -12,7 +12,7 @@
 namespace atschost {
 namespace {
 
-constexpr std::chrono::seconds kInterval(1);
+constexpr std::chrono::seconds kRoundInterval(1);
 
 }  // namespace
 
@@ -57,7 +57,7 @@ void GuideTuner::run() {
     } catch (const std::exception& e) {
       log().Error("guide tuner: %s", e.what());
     }
-    const auto next = std::chrono::steady_clock::now() + kInterval;
+    const auto next = std::chrono::steady_clock::now() + kRoundInterval;
     MutexLock lock(mutex_);
     while (!thread_.isEnding() && asked_.empty() && changed_.waitUntil(lock, next)) {
     }

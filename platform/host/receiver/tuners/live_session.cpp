@@ -11,7 +11,7 @@
 namespace atschost {
 namespace {
 
-constexpr std::chrono::milliseconds kInterval(250);  // between two looks for the file
+constexpr std::chrono::milliseconds kFileInterval(250);  // between two looks for the file
 
 }  // namespace
 
@@ -36,7 +36,7 @@ void receiveCarrier(Tuning& tuning) {
     alerts.stop();
     tuning.setLocked(false);
     environment.looked();
-    tuning.pauseUntil(std::chrono::steady_clock::now() + kInterval);
+    tuning.pauseUntil(std::chrono::steady_clock::now() + kFileInterval);
   }
   alerts.stop();
 }

@@ -5,7 +5,7 @@
 namespace atschost {
 namespace {
 
-constexpr std::chrono::seconds kInterval(1);
+constexpr std::chrono::seconds kTimeInterval(1);
 
 }  // namespace
 
@@ -20,7 +20,7 @@ void TimeReporter::receive(const SystemTime& time) {
 void TimeReporter::update() {
   const auto now = std::chrono::steady_clock::now();
   if (!received_ || now < next_) return;
-  next_ = now + kInterval;
+  next_ = now + kTimeInterval;
   const SystemTime time = *std::exchange(received_, std::nullopt);
   const TunerEnvironment& environment = tuning_.environment();
   tuning_.whileTuned([&] {
