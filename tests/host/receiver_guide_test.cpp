@@ -1,50 +1,34 @@
-// The guide's tables, their texts and ratings.
+// The guide: the texts and ratings of its tables, how the tables are collected, and the cache of
+// their events.
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <map>
-#include <random>
+#include <sstream>
 
-#include "files.h"
-#include "receiver/stream/transport.h"
+#include "aiec.h"
+#include "arrivals.h"
 #include "receiver/tables/content_advisory.h"
+#include "receiver/tables/psip_decoder.h"
 #include "receiver/tables/psip_text.h"
-#include "receiver_test_guide.h"
+#include "receiver/tuners/guide_tuner.h"
+#include "receiver_test_air.h"
+#include "receiver_test_service.h"
 
 namespace receiver_test {
 namespace {
 
-// Reads a capture to its end.
-class Capture {
- public:
-  explicit Capture(const std::string& name)
-      : bytes_(readBytes(std::string(ATSC_CAPTURES_DIR) + "/" + name)) {}
-  bool is_here() const { return !bytes_.empty(); }
-  void read(PsipDecoder& decoder) const {
-    atschost::PacketSync sync;
-    std::map<uint16_t, atschost::SectionAssembler> assemblers;
-    const auto sink = [&](const uint8_t* packet) {
-      const uint16_t pid = atschost::packetPid(packet);
-      if (!decoder.wants(pid)) return;
-      EXPECT_EQ(nullptr, assemblers[pid].push(packet, [&](const uint8_t* s, size_t size) {
-        EXPECT_STREQ(nullptr, decoder.push(atschost::parseSection(pid, s, size)));
-      }));
-    };
-    sync.push(bytes_.data(), bytes_.size(), sink);
-    sync.finish(sink);
-  }
+using atschost::Guide;
+using atschost::GuideEvent;
+using atschost::PsipDecoder;
+using atschost::ShownEvent;
 
- private:
-  const Bytes bytes_;
-};
-
-#define SKIP_WITHOUT(capture) \
-  if (!(capture).is_here()) GTEST_SKIP() << "the field captures are not here"
+// PIDs, and those that mark what is no section.
+constexpr unsigned kBase = 0x1FFB, kEit0 = 0x1D00, kEit1 = 0x1D01, kEtt0 = 0x1E00;
+constexpr unsigned kEndOfPass = 0x2000, kSilence = 0x2001;
 
 TEST(GuideText, CompressionsModesAndLanguages) {
   const Bytes paper = {0xF1, 0xE7, 0xDF, 0x94, 0x2B, 0x60, 0xD7, 0x00};
   const Bytes rocky = {0xD3, 0x86, 0x32, 0x58};
-  const Bytes russian = {0x12, 0x9C, 0xBE, 0xC1, 0xBA, 0xB2, 0xB0};
   // All tags of single-byte mode, and windows beyond the first plane.
   const Bytes allWindows = {0x41, 0xDF, 0x12, 0x81, 0x03, 0x5F, 0x10, 0xDF, 0x1B, 0x03, 0xDF, 0x1C,
                             0x88, 0x80, 0x0B, 0xBF, 0xFF, 0xFF, 0x0D, 0x0A, 0x41, 0x10, 0xDF, 0x12,
@@ -52,281 +36,290 @@ TEST(GuideText, CompressionsModesAndLanguages) {
   const std::u16string allWindowsText =
       u"A\u00DF\u0401\u015F\u00DF\u01DF\uF000\U0010FFFF\r\nA\u00DF\u0401\u015F\u00DF\u01DF\uF000"
       u"\U0010FFFF";
-  struct Case {
+  const struct {
     const char* name;
+    uint8_t compression, mode;
     Bytes bytes;
     std::u16string expected;
-  };
-  const std::vector<Case> cases = {
-      {"Latin-1", text("caf\xE9"), u"caf\u00E9"},
-      {"titles' Huffman code", text(segment(1, 0, paper)), u"Paper Crafting"},
-      {"the same without padding", text(segment(1, 0, rocky)), u"Rocky V"},
-      {"characters that are in no tree", text(segment(1, 0, {0xCB, 0xE9, 0x61, 0xC3})),
-       u"\u00E9an"},
-      {"Cyrillic", text(segment(0, 4, {0x1C, 0x3E})), u"\u041C\u043E"},
-      {"kana", text(segment(0, 0x30, {0x42})), u"\u3042"},
-      {"SCSU", text(segment(0, 0x3E, russian)), u"\u041C\u043E\u0441\u043A\u0432\u0430"},
-      {"SCSU windows", text(segment(0, 0x3E, allWindows)), allWindowsText},
-      {"SCSU Unicode mode", text(segment(0, 0x3E, {0x0F, 0x53, 0xEF, 0xF0, 0xE0, 1, 0xE1, 'x'})),
-       u"\u53EF\uE001x"},
-      {"UTF-16 pair in two segments",
-       Bytes{1} + stringOf("eng", {segment(0, 0x3F, {0xD8, 0x3C}), segment(0, 0x3F, {0xDF, 9})}),
-       u"\U0001F309"},
+  } segments[] = {
+      {"Latin-1", 0, 0, {'c', 0xE9}, u"c\u00E9"},
+      {"titles' Huffman code", 1, 0, paper, u"Paper Crafting"},
+      {"the same without padding", 1, 0, rocky, u"Rocky V"},
+      {"without its end", 1, 0, {0xD3, 0x86, 0x32}, u"Rocky "},
+      {"characters that are in no tree", 1, 0, {0xCB, 0xE9, 0x61, 0xC3}, u"\u00E9an"},
+      {"Cyrillic", 0, 4, {0x1C, 0x3E}, u"\u041C\u043E"},
+      {"kana", 0, 0x30, {0x42}, u"\u3042"},
+      {"SCSU windows", 0, 0x3E, allWindows, allWindowsText},
+      {"its Unicode mode", 0, 0x3E, {15, 0x53, 0xEF, 0xF0, 0xE0, 1, 0xE1, 'x'}, u"\u53EF\uE001x"},
+      {"special windows", 0, 0x3E, {0x18, 0xF9, 0x80, 0x19, 0xFF, 0x80}, u"\u00C0\uFF60"},
+      {"cut in a definition", 0, 0x3E, {'a', 0x0B, 0xBF}, u"a"},
+      {"reserved", 0, 0x3E, {'a', 0x18, 0xA8, 'b'}, u"a"},
       {"half a pair, NUL, half a unit",
-       text(segment(0, 0x3F, {0xDF, 9, 0, 0, 0xD8, 0x3C, 0, 'x', 0xD8, 0, 1})),
+       0,
+       0x3F,
+       {0xDF, 9, 0, 0, 0xD8, 0x3C, 0, 'x', 0xD8, 0, 1},
        u"\uFFFD\uFFFDx\uFFFD"},
-      {"unknown mode and compressions",
-       Bytes{1} + stringOf("eng", {segment(0, 7, {'a'}), segment(3, 0, {'b'}), segment(1, 4, rocky),
-                                   segment(0, 0, {'c'})}),
-       u"c"},
-      {"English before others",
-       Bytes{2} + stringOf("spa", {segment(0, 0, {'s'})}) + stringOf("ENG", {segment(0, 0, {'e'})}),
-       u"e"},
-      {"the first when none is English",
-       Bytes{2} + stringOf("fra", {segment(0, 0, {'f'})}) + stringOf("spa", {segment(0, 0, {'s'})}),
-       u"f"},
-      {"longer than wanted", text(std::string(255, 'x')), std::u16string(50, u'x')},
-      // Damaged texts.
-      {"no bytes", {}, u""},
-      {"more strings, segments than there are", {255, 'e', 'n', 'g', 255, 0, 0, 1, 'a', 0}, u"a"},
-      {"segment past the end", {1, 'e', 'n', 'g', 1, 0, 0, 200, 'a'}, u""},
-      {"Huffman without end", text(segment(1, 0, {0xD3, 0x86, 0x32})), u"Rocky "},
-      {"SCSU cut in a definition", text(segment(0, 0x3E, {'a', 0x0B, 0xBF})), u"a"},
-      {"SCSU reserved", text(segment(0, 0x3E, {'a', 0x18, 0xA8, 'b'})), u"a"},
+      {"longer than wanted", 0, 0, Bytes(255, 'x'), std::u16string(50, u'x')},
   };
-  for (const Case& c : cases) {
-    EXPECT_EQ(utf16(c.expected), atschost::readText(c.bytes.data(), c.bytes.size(), 100)) << c.name;
+  const auto read = [](const Bytes& bytes) {
+    return utf16(atschost::readText(bytes.data(), bytes.size(), 100));
+  };
+  for (const auto& each : segments)
+    EXPECT_EQ(each.expected, read(text(segment(each.compression, each.mode, each.bytes))))
+        << each.name;
+
+  const auto plain = [](char letter) { return segment(0, 0, {static_cast<uint8_t>(letter)}); };
+  const std::pair<Bytes, std::u16string> strings[] = {
+      {Bytes{1} + stringOf("eng", {segment(0, 0x3F, {0xD8, 0x3C}), segment(0, 0x3F, {0xDF, 9})}),
+       u"\U0001F309"},
+      {Bytes{1} + stringOf("eng", {segment(0, 7, {'a'}), segment(3, 0, {'b'}), segment(1, 4, rocky),
+                                   plain('c')}),
+       u"c"},
+      {Bytes{2} + stringOf("spa", {plain('s')}) + stringOf("ENG", {plain('e')}), u"e"},
+      {Bytes{2} + stringOf("fra", {plain('f')}) + stringOf("spa", {plain('s')}), u"f"},
+      // Damaged.
+      {{}, u""},
+      {{255, 'e', 'n', 'g', 255, 0, 0, 1, 'a', 0}, u"a"},
+      {{1, 'e', 'n', 'g', 1, 0, 0, 200, 'a'}, u""},
+  };
+  for (const auto& [bytes, expected] : strings)
+    EXPECT_EQ(expected, read(bytes)) << testing::PrintToString(bytes);
+}
+
+// Returns the content of a content_advisory_descriptor with regions like "1:0=3,7=4", each of which
+// has the description.
+Bytes advisoryContent(const std::string& regions, const Bytes& description = {}) {
+  Bytes content{0xC0};
+  std::istringstream words(regions);
+  for (std::string word; words >> word; ++content[0]) {
+    std::istringstream in(word);
+    unsigned region = 0, dimension = 0, value = 0, count = 0;
+    char mark = 0;
+    Bytes values;
+    for (in >> region >> mark; in >> dimension >> mark >> value; in >> mark, ++count)
+      values = values + Bytes{static_cast<uint8_t>(dimension), static_cast<uint8_t>(0xF0 | value)};
+    content = content + Bytes{static_cast<uint8_t>(region), static_cast<uint8_t>(count)} + values +
+              counted(description);
   }
-  std::mt19937 random(4);
-  for (int i = 0; i < 3000; ++i) {
-    Bytes noise(random() % 250);
-    for (uint8_t& byte : noise) byte = static_cast<uint8_t>(random());
-    const Bytes bytes = i % 3 ? text(segment(static_cast<uint8_t>(i % 3), 0, noise))
-                              : text(segment(0, 0x3E, noise));
-    EXPECT_LE(atschost::readText(bytes.data(), bytes.size(), 100).size(), 100u);
+  return content;
+}
+
+std::string told(const std::vector<atschost::Advisory>& advisories) {
+  std::string told;
+  for (const auto& advisory : advisories) {
+    told += (told.empty() ? "" : " ") + std::to_string(advisory.region);
+    char mark = ':';
+    for (const auto& [dimension, value] : advisory.values) {
+      told += mark + std::to_string(dimension) + '=' + std::to_string(value);
+      mark = ',';
+    }
   }
+  return told;
 }
 
 TEST(GuideText, Ratings) {
-  const auto region = [](uint8_t number, const std::vector<Bytes>& dimensions,
-                         const Bytes& description = {}) {
-    Bytes bytes{number, static_cast<uint8_t>(dimensions.size())};
-    for (const Bytes& d : dimensions) bytes = bytes + d;
-    return bytes + counted(description);
-  };
-  struct Case {
-    const char* name;
-    uint8_t regions;
-    Bytes bytes;
+  const struct {
+    const char* regions;
+    const char* description;
     Texts expected;
-    std::string advisories;  // region:dimension=value,
+  } cases[] = {
+      {"1:0=4,1=1,2=1,3=1,4=1", "", {"TV-14-D-L-S-V"}},
+      {"1:5=2,6=1", "", {"TV-Y7-FV"}},
+      {"1:0=3,7=4", "", {"TV-PG", "PG-13"}},
+      {"1:5=1 2:0=5,1=3", "", {"TV-Y", "14+", "13 ans+"}},
+      {"1:0=2 1:0=2", "", {"TV-G"}},
+      {"5:0=1", "Suitable", {"Suitable"}},
+      {"5:0=0", "All", {"All"}},
+      {"1", "TV-G", {}},                // no dimension
+      {"1:0=0,5=0", "TV-G", {}},        // no value
+      {"1:0=1,7=1", "", {}},            // none of the audience, no film
+      {"1:0=15,99=3", "Own", {"Own"}},  // not defined
   };
-  const std::vector<Case> cases = {
-      {"flags in their order",
-       1,
-       region(1, {{4, 1}, {1, 1}, {2, 1}, {3, 1}, {0, 0xF4}}),
-       {"TV-14-D-L-S-V"},
-       "1:0=4,1=1,2=1,3=1,4=1, "},
-      {"children", 1, region(1, {{5, 2}, {6, 1}}), {"TV-Y7-FV"}, "1:5=2,6=1, "},
-      {"two systems", 1, region(1, {{0, 3}, {7, 4}}), {"TV-PG", "PG-13"}, "1:0=3,7=4, "},
-      {"two regions",
-       2,
-       region(1, {{5, 1}}) + region(2, {{0, 5}, {1, 3}}),
-       {"TV-Y", "14+", "13 ans+"},
-       "1:5=1, 2:0=5,1=3, "},
-      {"repeated",
-       2,
-       region(1, {{0, 2}, {0, 5}}) + region(1, {{0, 2}}),
-       {"TV-G"},
-       "1:0=2, 1:0=2, "},
-      {"another region", 1, region(5, {{0, 1}}, text("Suitable")), {"Suitable"}, "5:0=1, "},
-      {"no dimension", 1, region(1, {}, text("TV-G")), {}, "1: "},
-      {"no value", 1, region(1, {{0, 0}, {5, 0}}, text("TV-G")), {}, "1:0=0,5=0, "},
-      {"none of the audience, no film", 1, region(1, {{0, 1}, {7, 1}}), {}, "1:0=1,7=1, "},
-      {"values that are not defined",
-       1,
-       region(1, {{0, 15}, {99, 3}}, text("Own words")),
-       {"Own words"},
-       "1:0=15,99=3, "},
-      {"cut off", 2, region(1, {{0, 2}}) + Bytes{2, 9, 0}, {"TV-G"}, "1:0=2, "},
-  };
-  for (const Case& c : cases) {
-    const Bytes bytes = Bytes{static_cast<uint8_t>(0xC0 | c.regions)} + c.bytes;
-    Texts ratings, plain;
+  const auto read = [](const Bytes& content, Texts& plain) {
+    Texts ratings;
     std::vector<atschost::Advisory> advisories;
-    atschost::readContentAdvisory(bytes.data(), bytes.size(), ratings, advisories);
+    const bool sound =
+        atschost::readContentAdvisory(content.data(), content.size(), ratings, advisories);
     for (const std::string& rating : ratings) plain.push_back(latin(rating));
-    EXPECT_EQ(c.expected, plain) << c.name;
-    std::string told;
-    for (const auto& advisory : advisories) {
-      told += std::to_string(advisory.region) + ':';
-      for (const auto& [dimension, value] : advisory.values)
-        told += std::to_string(dimension) + '=' + std::to_string(value) + ',';
-      told += ' ';
-    }
-    EXPECT_EQ(c.advisories, told) << c.name;
+    return told(advisories) + (sound ? "" : " cut off");
+  };
+  for (const auto& each : cases) {
+    Texts ratings;
+    EXPECT_EQ(each.regions, read(advisoryContent(each.regions, text(each.description)), ratings));
+    EXPECT_EQ(each.expected, ratings) << each.regions;
   }
+  // In any order, and the first value of each dimension; up to the region that is cut off.
+  Bytes content = advisoryContent("1:4=1,0=4,4=0 2:0=3,1=2");
+  content.pop_back();
+  Texts ratings;
+  EXPECT_EQ("1:0=4,4=1 cut off", read(content, ratings));
+  EXPECT_EQ(Texts{"TV-14-V"}, ratings);
 }
 
-TEST(GuideCapture, Boston) {
-  const Capture capture("boston/vsb/503000000.ts");
-  SKIP_WITHOUT(capture);
-  PsipDecoder decoder;
-  capture.read(decoder);
-  EXPECT_TRUE(decoder.guideComplete());
-  Guide guide;
-  EXPECT_EQ((std::vector<uint16_t>{1, 2, 3, 4}),
-            guide.update(kAir, 503000000, decoder.guide(), decoder.gpsUtcOffset()).events);
-  std::map<std::string, int> ratings;
-  int captioned = 0;
-  std::vector<size_t> counts;
-  for (const uint16_t sourceId : {1, 2, 3, 4}) {
-    const auto events = guide.events(kAir, 503000000, sourceId);
-    counts.push_back(events->size());
-    for (const ShownEvent& e : *events) {
-      ++ratings[latin(e.event.rating)];
-      captioned += e.event.captions;
-    }
-  }
-  EXPECT_EQ((std::vector<size_t>{15, 20, 24, 24}), counts);
-  EXPECT_EQ((std::map<std::string, int>{
-                {"", 57}, {"TV-Y", 14}, {"TV-G", 6}, {"TV-PG", 4}, {"TV-14", 1}, {"TV-Y7", 1}}),
-            ratings);
-  EXPECT_EQ(35, captioned);
-  const ShownEvent first = guide.events(kAir, 503000000, 1)->front();
-  EXPECT_EQ("Frontline 2", latin(first.event.title));
-  EXPECT_EQ(1389279600u, first.start);  // 2014-01-09 15:00:00 UTC
-  EXPECT_EQ(3600u, first.event.duration);
-  EXPECT_EQ("To Catch A Trader", latin(first.description));
+const char* push(PsipDecoder& decoder, unsigned pid, const Bytes& bytes) {
+  return decoder.push(
+      atschost::parseSection(static_cast<uint16_t>(pid), bytes.data(), bytes.size()));
 }
 
-TEST(GuideCapture, ThreePrograms) {
-  const Capture capture("sections/three-programs-psip.ts");
-  SKIP_WITHOUT(capture);
-  PsipDecoder decoder;
-  for (const bool allIsKnown : {false, true}) {
-    capture.read(decoder);
-    EXPECT_FALSE(decoder.guideComplete()) << "its MGT announces what is not sent";
-    decoder.endPass();
-    EXPECT_EQ(allIsKnown, decoder.guideComplete());
-  }
-  Guide guide;
-  guide.update(kAir, kChannel14, decoder.guide(), decoder.gpsUtcOffset());
-  std::map<uint16_t, std::string> withText;  // the hours that have a text
-  for (const uint16_t sourceId : {3, 4, 5}) {
-    const auto events = guide.events(kAir, kChannel14, sourceId);
-    ASSERT_EQ(7u, events->size());
-    for (size_t i = 0; i < events->size(); ++i) {
-      const ShownEvent& e = (*events)[i];
-      EXPECT_EQ(1776877200u + 3600 * i, e.start);  // from 2026-04-22 17:00:00 UTC on
-      EXPECT_EQ(3600u, e.event.duration);
-      EXPECT_EQ("Simulated PSIP", latin(e.event.title));
-      withText[sourceId] += e.description.empty() ? '-' : 'x';
-    }
-  }
-  EXPECT_EQ((std::map<uint16_t, std::string>{{3, "--xxxxx"}, {4, "----xxx"}, {5, "---xxx-"}}),
-            withText);
+// An EIT with one event.
+Bytes show(unsigned source, unsigned id, const std::string& title, unsigned version = 1) {
+  return eit(source, {{id, 100 * id, text(title)}}, version);
 }
 
-TEST(GuideCapture, Alert) {
-  const Capture alert("sections/cable-emergency-alert-inband.ts");
-  SKIP_WITHOUT(alert);
-  PsipDecoder decoder;
-  alert.read(decoder);
-  const auto received = decoder.takeAlert();
-  ASSERT_TRUE(received);
-  EXPECT_EQ("REQUIRED WEEKLY TEST", latin(received->text));
-  EXPECT_EQ("EAS RWT", received->originator + " " + received->eventCode);
-  EXPECT_EQ(15, received->priority);
-  EXPECT_EQ(29, received->timeRemaining);
-  EXPECT_EQ(15, received->duration);
+struct Step {
+  unsigned pid;
+  Bytes table;
+  std::string expected;  // the state afterwards
+};
+
+// Pushes tables and compares the state after each. A state has the PIDs' events as "instance/source
+// title", the texts, and signs: a fault '!', a change '*', complete 'c', settled 's'.
+void follow(PsipDecoder& decoder, const std::vector<Step>& steps) {
+  for (size_t i = 0; i < steps.size(); ++i) {
+    const Step& step = steps[i];
+    const char* fault = nullptr;
+    if (step.pid == kEndOfPass) decoder.endPass();
+    if (step.pid == kSilence) decoder.giveUpSilent();
+    if (step.pid < kEndOfPass) fault = push(decoder, step.pid, step.table);
+    std::string state;
+    for (const auto& [key, events] : decoder.guide().eits)
+      for (const GuideEvent& e : events)
+        state += std::to_string(key.first) + '/' + std::to_string(key.second) + ' ' +
+                 latin(e.title) + ' ';
+    for (const auto& [instance, texts] : decoder.guide().etts)
+      for (const auto& [id, text] : texts) state += latin(text) + ' ';
+    state += std::string(fault ? "!" : "") + (decoder.takeGuideChange() ? "*" : "") +
+             (decoder.guideComplete() ? "c" : "") + (decoder.guideSettled() ? "s" : "");
+    EXPECT_EQ(step.expected, state) << "step " << i;
+  }
 }
 
 TEST(GuideTables, NewVersionsReplaceWhenWhole) {
   PsipDecoder decoder;
-  push(decoder, kEit0, eit(3, {{1, 100, text("early")}}));
-  EXPECT_FALSE(decoder.wants(kEit0)) << "no MGT, no guide";
-  push(decoder, kBase, mgt({{0x0100, kEit0, 1}, {0x0200, kEit0, 1}}));
+  const Bytes next = eit(3, {{1, 100, text("next")}}, 2, false);
+  const Bytes first = inParts(show(3, 1, "first", 2), 0, 1);
+  const Bytes second = inParts(show(3, 2, "second", 2), 1, 1);
+  EXPECT_FALSE(decoder.wants(kEit0));
+  const std::vector<Step> steps = {
+      {kEit0, show(3, 1, "early"), ""},
+      {kBase, mgt({{0x0100, kEit0, 1}, {0x0200, kEit0, 1}}), "*"},
+      {kEit0, show(3, 1, "one"), "0/3 one *"},
+      {kEit0, next, "0/3 one "},
+      {kEit0, show(3, 1, "other"), "0/3 one !"},
+      {kEit0, second, "0/3 one "},
+      {kEit0, first, "0/3 first 0/3 second *"},
+      {kEit0, second, "0/3 first 0/3 second "},
+      // Texts on the same PID, all with the same table_id_extension.
+      {kEit0, ett(3, 2, text("two")), "0/3 first 0/3 second two *"},
+      {kEit0, ett(3, 3, text("three")), "0/3 first 0/3 second two three *"},
+      {kEit0, ett(3, 3, text("trois")), "0/3 first 0/3 second two three !"},
+      {kEit0, ett(3, 3, text("tres"), 2), "0/3 first 0/3 second two tres *"},
+  };
+  follow(decoder, steps);
   EXPECT_TRUE(decoder.wants(kEit0));
-  push(decoder, kEit0, eit(3, {{1, 100, text("one")}}));
-  EXPECT_EQ((Texts{"0 3 one"}), titles(decoder.guide()));
-  EXPECT_TRUE(decoder.takeGuideChange());
-
-  push(decoder, kEit0, eit(3, {{1, 100, text("next")}}, 2, false));
-  EXPECT_STRNE(nullptr, push(decoder, kEit0, eit(3, {{1, 100, text("other")}})));
-  push(decoder, kEit0, inParts(eit(3, {{3, 300, text("second")}}, 2), 1, 1));
-  EXPECT_EQ((Texts{"0 3 one"}), titles(decoder.guide()));
-  EXPECT_FALSE(decoder.takeGuideChange());
-  push(decoder, kEit0, inParts(eit(3, {{2, 200, text("first")}}, 2), 0, 1));
-  EXPECT_EQ((Texts{"0 3 first", "0 3 second"}), titles(decoder.guide()));
-
-  // Texts on the same PID, all with the same table_id_extension.
-  push(decoder, kEit0, ett(3, 2, text("two")));
-  push(decoder, kEit0, ett(3, 3, text("three")));
-  push(decoder, kEit0, ett(3, 3, text("tres"), 2));
-  const auto& texts = decoder.guide().etts.at(0);
-  EXPECT_EQ(utf16(u"two"), texts.at(3 << 16 | 2 << 2 | 2));
-  EXPECT_EQ(utf16(u"tres"), texts.at(3 << 16 | 3 << 2 | 2));
 }
 
 TEST(GuideTables, CompleteWhenEveryPidRepeatedItself) {
-  PsipDecoder decoder;
-  const Bytes first = inParts(eit(3, {{1, 100, text("a")}}), 0, 1);
-  const Bytes second = inParts(eit(3, {{2, 200, text("b")}}), 1, 1);
+  const Bytes first = inParts(show(3, 1, "a"), 0, 1), second = inParts(show(3, 2, "b"), 1, 1);
   const Bytes message = ett(3, 1, text("c"));
-  push(decoder, kBase, mgt({{0x0100, kEit0, 1}, {0x0200, kEtt0, 1}}));
-  for (const Bytes& table : {first, first}) push(decoder, kEit0, table);
-  for (const Bytes& table : {message, message}) push(decoder, kEtt0, table);
-  EXPECT_FALSE(decoder.guideComplete());
-  push(decoder, kEit0, second);
-  EXPECT_TRUE(decoder.guideComplete());
-  push(decoder, kBase, mgt({{0x0100, kEit0, 1}, {0x0200, kEtt0, 2}}, 2));
-  EXPECT_FALSE(decoder.guideComplete());
-  for (const Bytes& table : {message, message}) push(decoder, kEtt0, table);
-  EXPECT_TRUE(decoder.guideComplete());
-
-  // One PID has no tables, and one table is never complete.
-  push(decoder, kBase, mgt({{0x0100, kEit0, 2}, {0x0101, kEit1, 1}, {0x0200, kEtt0, 2}}, 3));
-  for (const Bytes& table : {first, first}) push(decoder, kEit0, table);
-  decoder.giveUpSilent();
-  EXPECT_FALSE(decoder.guideComplete()) << "half a table is not silence";
-  push(decoder, kEit0, second);
-  EXPECT_TRUE(decoder.guideComplete());
-  push(decoder, kBase, mgt({{0x0100, kEit0, 3}, {0x0101, kEit1, 1}, {0x0200, kEtt0, 2}}, 4));
-  push(decoder, kEit0, first);
-  decoder.endPass();
-  EXPECT_FALSE(decoder.guideComplete());
-  decoder.endPass();
-  EXPECT_TRUE(decoder.guideComplete() && decoder.guideSettled());
+  const MgtEntry event{0x0100, kEit0, 2}, silent{0x0101, kEit1, 1}, story{0x0200, kEtt0, 2};
+  PsipDecoder decoder;
+  const std::vector<Step> steps = {
+      {kBase, mgt({{0x0100, kEit0, 1}, {0x0200, kEtt0, 1}}), "*"},
+      {kEit0, first, ""},
+      {kEit0, first, ""},
+      {kEtt0, message, "c *"},
+      {kEtt0, message, "c "},
+      {kEit0, second, "0/3 a 0/3 b c *c"},
+      {kBase, mgt({{0x0100, kEit0, 1}, story}, 2), "0/3 a 0/3 b c *"},
+      {kEtt0, message, "0/3 a 0/3 b c "},
+      {kEtt0, message, "0/3 a 0/3 b c c"},
+      // One PID has no tables, and one table is never whole.
+      {kBase, mgt({event, silent, story}, 3), "0/3 a 0/3 b c *"},
+      {kEit0, first, "0/3 a 0/3 b c "},
+      {kEit0, first, "0/3 a 0/3 b c "},
+      {kSilence, {}, "0/3 a 0/3 b c "},
+      {kEit0, second, "0/3 a 0/3 b c c"},
+      {kBase, mgt({{0x0100, kEit0, 3}, silent, story}, 4), "0/3 a 0/3 b c *"},
+      {kEit0, first, "0/3 a 0/3 b c "},
+      {kEndOfPass, {}, "0/3 a 0/3 b c "},
+      {kEndOfPass, {}, "0/3 a 0/3 b c *cs"},
+  };
+  follow(decoder, steps);
 }
 
 TEST(GuideTables, TheMgtRenumbersDropsAndRenews) {
+  const Bytes kept = show(8, 6, "kept", 4), fresh = show(3, 2, "new", 5);
+  const Bytes two = ett(3, 2, text("two"), 5);
   PsipDecoder decoder;
-  push(decoder, kBase, mgt({{0x0100, kEit0, 1}, {0x0101, kEit1, 4}}));
-  push(decoder, kEit0, eit(3, {{1, 100, text("past")}}, 1));
-  push(decoder, kEit1, eit(3, {{2, 200, text("now")}}, 4));
-  push(decoder, kEit1, eit(9, {{5, 200, text("else")}}, 4));
-  push(decoder, kBase, mgt({{0x0100, kEit1, 4}}, 2));
-  EXPECT_EQ((Texts{"0 3 now", "0 9 else"}), titles(decoder.guide()));
-  EXPECT_FALSE(decoder.wants(kEit0));
+  const std::vector<Step> steps = {
+      {kBase, mgt({{0x0100, kEit0, 1}, {0x0101, kEit1, 4}}), "*"},
+      {kEit0, show(3, 1, "past"), "0/3 past *"},
+      {kEit1, show(3, 2, "now", 4), "0/3 past 1/3 now *"},
+      {kEit1, show(9, 5, "else", 4), "0/3 past 1/3 now 1/9 else *"},
+      {kBase, mgt({{0x0100, kEit1, 4}}, 2), "0/3 now 0/9 else *"},
+      {kEit0, show(3, 1, "late"), "0/3 now 0/9 else "},
+      {kBase, mgt({{0x0100, kEit1, 4}, {0x0200, kEtt0, 4}}, 3), "0/3 now 0/9 else *"},
+      {kEit1, kept, "0/3 now 0/8 kept 0/9 else *"},
+      {kEtt0, ett(3, 2, text("two"), 4), "0/3 now 0/8 kept 0/9 else two *"},
+      {kEtt0, ett(3, 3, text("three"), 4), "0/3 now 0/8 kept 0/9 else two three *"},
+      // A version without source 9 and the text of event 3, which stay until this is
+      // certain.
+      {kBase, mgt({{0x0100, kEit1, 5}, {0x0200, kEtt0, 5}}, 4),
+       "0/3 now 0/8 kept 0/9 else two three *"},
+      {kEit1, fresh, "0/3 new 0/8 kept 0/9 else two three *"},
+      {kEit1, fresh, "0/3 new 0/8 kept 0/9 else two three "},
+      {kEit1, kept, "0/3 new 0/8 kept 0/9 else two three "},
+      {kEit1, fresh, "0/3 new 0/8 kept 0/9 else two three "},
+      {kEit1, kept, "0/3 new 0/8 kept 0/9 else two three "},
+      {kEit1, kept, "0/3 new 0/8 kept two three *"},
+      {kEtt0, two, "0/3 new 0/8 kept two three "},
+      {kEtt0, two, "0/3 new 0/8 kept two three c"},
+      {kEtt0, two, "0/3 new 0/8 kept two *cs"},
+  };
+  follow(decoder, steps);
+}
 
-  // A new version without source 9 and the text of event 3: the old tables stay until this is
-  // certain.
-  push(decoder, kBase, mgt({{0x0100, kEit1, 4}, {0x0200, kEtt0, 4}}, 3));
-  const Bytes kept = eit(8, {{6, 200, text("kept")}}, 4);
-  push(decoder, kEit1, kept);
-  for (const unsigned id : {2, 3}) push(decoder, kEtt0, ett(3, id, text("text"), 4));
-  push(decoder, kBase, mgt({{0x0100, kEit1, 5}, {0x0200, kEtt0, 5}}, 4));
-  const Bytes fresh = eit(3, {{2, 200, text("new")}}, 5);
-  for (const Bytes& table : {fresh, fresh, kept, fresh}) push(decoder, kEit1, table);
-  EXPECT_EQ((Texts{"0 3 new", "0 8 kept", "0 9 else"}), titles(decoder.guide()));
-  EXPECT_EQ(2u, decoder.guide().etts.at(0).size());
-  for (int i = 0; i < 3; ++i) {
-    push(decoder, kEit1, kept);
-    push(decoder, kEtt0, ett(3, 2, text("text"), 5));
+TEST(GuideTables, DescriptorsOfEvents) {
+  const Bytes advisory = descriptor(0x87, advisoryContent("1:0=4,1=1 1:7=4"));
+  const Bytes captions = descriptor(0x86, {0xE1, 'e', 'n', 'g', 0xC1, 0x3F, 0xFF});
+  const Bytes genres = descriptor(0xAB, {0xE2, 0x20, 0x21});
+  // Of a damaged descriptor what is whole counts, and its table is not dropped.
+  const struct {
+    Bytes descriptors;
+    const char* expected;  // rating, all ratings, advisories, caption services, genres, fault
+  } cases[] = {
+      {advisory + captions + genres, "TV-14-D|TV-14-D, PG-13|1:0=4,1=1 1:7=4|1|32 33 |"},
+      {captions + Bytes{0x87, 9, 1}, "|||1||EIT descriptor passes its end"},
+      {descriptor(0x86, {0xE1}) + genres, "|||0|32 33 |EIT descriptor passes its end"},
+      {descriptor(0xAB, {0xE3, 5}), "|||0|5 |"},
+  };
+  PsipDecoder decoder;
+  const Bytes plan = mgt({{0x0100, kEit0, 1}, {0x0101, kEit0, 1}, {0x0200, kEtt0, 1}});
+  push(decoder, kBase, plan);
+  unsigned source = 0;
+  for (const auto& each : cases) {
+    const char* fault =
+        push(decoder, kEit0, eit(++source, {{1, 100, text("one"), each.descriptors}}));
+    const GuideEvent event = decoder.guide().eits.at({0, source}).at(0);
+    EXPECT_EQ(event.captions, !event.captionServices.empty());
+    std::string found = latin(event.rating) + '|' + latin(event.otherRatings) + '|' +
+                        told(event.advisories) + '|' +
+                        std::to_string(event.captionServices.size()) + '|';
+    for (const uint8_t genre : event.genres) found += std::to_string(genre) + ' ';
+    EXPECT_EQ(each.expected, found + '|' + (fault ? fault : ""));
   }
-  EXPECT_EQ((Texts{"0 3 new", "0 8 kept"}), titles(decoder.guide()));
-  EXPECT_EQ(1u, decoder.guide().etts.at(0).size());
+  Bytes tooMany = show(5, 1, "lost");
+  tooMany[9] = 200;
+  EXPECT_STREQ("EIT event passes the end", push(decoder, kEit0, sealed(tooMany)));
+  EXPECT_EQ(0u, decoder.guide().eits.count({0, 5}));
+
+  // The total size of texts is limited.
+  const char* fault = nullptr;
+  const Bytes longest = text(std::string(255, 'x'));
+  for (unsigned id = 0; id < 100000 && !fault; ++id)
+    fault = push(decoder, kEtt0, ett(id >> 14, id & 0x3FFF, longest));
+  EXPECT_STREQ("guide tables are more than is kept", fault);
 }
 
 TEST(GuideTables, TimeAndAlerts) {
@@ -335,65 +328,204 @@ TEST(GuideTables, TimeAndAlerts) {
   const auto time = decoder.takeSystemTime();
   ASSERT_TRUE(time);
   EXPECT_FALSE(decoder.takeSystemTime());
-  EXPECT_EQ(1000000000u + kGpsEpoch, time->unixSeconds());
-  EXPECT_TRUE(time->daylightStatus);
-  EXPECT_EQ(14, time->daylightDayOfMonth);
-  EXPECT_EQ(2, time->daylightHour);
+  EXPECT_EQ((std::tuple{1000000000u + kGpsEpoch, true, 14, 2}),
+            (std::tuple{time->unixSeconds(), time->daylightStatus, +time->daylightDayOfMonth,
+                        +time->daylightHour}));
 
-  const auto alert = [](unsigned sequence, const Bytes& message) {
+  for (const std::string message : {"", "Take cover"}) {
+    const Bytes long_ = message.empty() ? Bytes{} : text(message);
     const Bytes body = Bytes{0, 0, 9, 'C', 'I', 'V'} + counted(bytesOf("TOR")) +
-                       counted(text("Tornado")) + Bytes{30} + be32(0) + be16(15) + be16(0xF00B) +
-                       Bytes(8) + be16(message.size()) + message + Bytes{0, 0} + be16(0xFC00);
-    return section(0xD8, 0, body, sequence);
-  };
-  push(decoder, kBase, alert(4, {}));
-  EXPECT_EQ("Tornado", latin(decoder.takeAlert().value().text));
-  push(decoder, kBase, alert(5, text("Take cover")));
-  EXPECT_EQ("Take cover", latin(decoder.takeAlert().value().text));
+                       counted(text("Tornado")) + Bytes{30} + be32(77) + be16(15) + be16(0xF00B) +
+                       Bytes(8) + be16(long_.size()) + long_ + Bytes{0, 0} + be16(0xFC00);
+    EXPECT_STREQ(nullptr, push(decoder, kBase, section(0xD8, 0, body, 4)));
+    const atschost::EmergencyAlert alert = decoder.takeAlert().value();
+    EXPECT_EQ(
+        (std::tuple{4, 9, "CIV TOR Tornado", 30, 77u, 15, 11, false}),
+        (std::tuple{+alert.sequence, +alert.eventId,
+                    alert.originator + ' ' + alert.eventCode + ' ' + latin(alert.activationText),
+                    +alert.timeRemaining, alert.start, +alert.duration, +alert.priority,
+                    alert.hasDetailsChannel}));
+    EXPECT_EQ(message.empty() ? "Tornado" : message, latin(alert.text));
+  }
 }
 
-TEST(GuideTables, SurviveHostileSections) {
-  const Bytes advisory = descriptor(0x87, {0xC1, 1, 2, 0, 4, 1, 1, 0});
-  const Bytes captions = descriptor(0x86, {0xE1, 'e', 'n', 'g', 0xC1, 0x3F, 0xFF});
-  const Bytes genres = descriptor(0xAB, {0xE2, 0x20, 0x21});
-  const Bytes plan = mgt({{0x0100, kEit0, 1}, {0x0101, kEit0, 1}, {0x0200, kEtt0, 1}});
-  const std::pair<unsigned, Bytes> sound[] = {
-      {kBase, plan},
-      {kEit0, eit(3, {{1, 100, text("one"), advisory + captions + genres}})},
-      {kEtt0, ett(3, 1, text("message"))},
-      {kBase, section(0xCA, 0xFF01,
-                      Bytes{0} + counted(text("US")) + Bytes{1, 0, 0xE1, 0, 0} + be16(0xFC00))},
-      {kBase, section(0xD8, 0, Bytes(40))},
-      {kBase, section(0xCD, 0, Bytes(8))},
+// The events of a source id as "start title description", by their start.
+Texts shown(const Guide& guide, uint16_t sourceId, uint32_t frequency = kChannel14) {
+  Texts list;
+  for (const ShownEvent& e : *guide.events(kAir, frequency, sourceId))
+    list.push_back(std::to_string(e.start - kGpsEpoch) + ' ' + latin(e.event.title) + ' ' +
+                   latin(e.description));
+  return list;
+}
+
+TEST(GuideCache, UnitesInstancesAndKeepsWhatWasNotRenewed) {
+  Guide guide;
+  // Returns the source ids of changed events and descriptions.
+  const auto update = [&](PsipDecoder& decoder, std::optional<uint8_t> offset) {
+    const Guide::Change change = guide.update(kAir, kChannel14, decoder.guide(), offset);
+    return testing::PrintToString(std::pair{change.events, change.texts});
   };
   PsipDecoder decoder;
-  for (const auto& [pid, table] : sound) EXPECT_STREQ(nullptr, push(decoder, pid, table));
-  const GuideEvent event = decoder.guide().eits.at({0, 3}).at(0);
-  EXPECT_EQ("TV-14-D", latin(event.rating));
-  EXPECT_EQ((std::vector<atschost::Advisory>{{1, {{0, 4}, {1, 1}}}}), event.advisories);
-  EXPECT_TRUE(event.captions);
-  EXPECT_EQ((std::vector<uint8_t>{0x20, 0x21}), event.genres);
+  push(decoder, kBase, mgt({{0x0100, kEit0, 1}, {0x0101, kEit1, 1}, {0x0200, kEtt0, 1}}));
+  push(decoder, kEit1, eit(3, {{2, 200, text("B")}, {3, 300, text("C")}}));
+  push(decoder, kEit0, eit(3, {{2, 200, text("B")}, {1, 100, text("A")}}));
+  push(decoder, kEtt0, ett(3, 2, text("bee")));
+  EXPECT_EQ(Texts{}, shown(guide, 3));
+  EXPECT_EQ("({ 3 }, { 3 })", update(decoder, std::nullopt));
+  EXPECT_EQ((Texts{"82 A ", "182 B bee", "282 C "}), shown(guide, 3));
+  EXPECT_EQ(Texts{}, shown(guide, 3, 479000000));
+  EXPECT_EQ("({ 3 }, { 3 })", update(decoder, 15)) << "other times";
 
-  // A truncated descriptor is dropped; a truncated event drops its table.
-  EXPECT_STRNE(nullptr, push(decoder, kEit0,
-                             eit(4, {{1, 100, text("kept"), captions + Bytes{0x87, 9, 1}}})));
-  EXPECT_TRUE(decoder.guide().eits.at({0, 4}).at(0).captions);
-  EXPECT_STRNE(nullptr,
-               push(decoder, kEit0, eit(6, {{1, 100, text("kept"), descriptor(0x86, {0xE1})}})));
-  EXPECT_FALSE(decoder.guide().eits.at({0, 6}).at(0).captions);
-  Bytes tooMany = eit(5, {{1, 100, text("lost")}});
-  tooMany[9] = 200;
-  EXPECT_STRNE(nullptr, push(decoder, kEit0, sealed(tooMany)));
-  EXPECT_EQ(0u, decoder.guide().eits.count({0, 5}));
+  // After tuning again, announced tables stay until they are received.
+  PsipDecoder again;
+  EXPECT_EQ("({}, {})", update(again, std::nullopt));
+  push(again, kBase, mgt({{0x0100, kEit0, 2}, {0x0200, kEtt0, 1}}));
+  const auto held = guide.events(kAir, kChannel14, 3);
+  EXPECT_EQ("({ 3 }, {})", update(again, std::nullopt));
+  EXPECT_EQ((Texts{"85 A ", "185 B bee"}), shown(guide, 3));
+  push(again, kEtt0, ett(3, 2, text("bumble")));
+  EXPECT_EQ("({}, { 3 })", update(again, 15));
+  for (int i = 0; i < 3; ++i) push(again, kEit0, show(8, 1, "Z", 2));
+  EXPECT_EQ("({ 3, 8 }, { 3 })", update(again, 15)) << "received, without service 3";
+  EXPECT_EQ(Texts{}, shown(guide, 3));
+  EXPECT_EQ(std::vector<uint16_t>{8}, guide.sourceIds(kAir));
+  EXPECT_EQ(3u, held->size());
 
-  // The total size of texts is limited.
-  PsipDecoder flooded;
-  push(flooded, kBase, plan);
-  const char* fault = nullptr;
-  const Bytes longest = text(std::string(255, 'x'));
-  for (unsigned id = 0; id < 100000 && !fault; ++id)
-    fault = push(flooded, kEtt0, ett(id >> 14, id & 0x3FFF, longest));
-  EXPECT_STRNE(nullptr, fault);
+  // Tables that change their place do not accumulate.
+  unsigned source = 0;
+  for (unsigned version = 3; version <= 5; ++version) {
+    push(again, kBase, mgt({{0x0100, kEit0 + version, 1}}, version));
+    for (int i = 0; i < 400; ++i) push(again, kEit0 + version, show(++source, 1, "x"));
+    update(again, 18);
+  }
+  EXPECT_EQ(1000u, guide.sourceIds(kAir).size());
+  EXPECT_EQ(Texts{"82 x "}, shown(guide, static_cast<uint16_t>(source)));
+}
+
+TEST(GuideCache, AScanReadsUntilAllIsKnown) {
+  constexpr uint32_t kChannel17 = 491000000;
+  // Some tables are sent once, before the table that announces them; the system time is last.
+  const auto write = [](const Air& air, unsigned version, const std::string& title,
+                        const Bytes& before) {
+    const Bytes round =
+        packets(kBase, {vct(0xC8, {{"ONE", 6, 1, 3}, {"TWO", 6, 2, 4}}, version),
+                        mgt({{0x0100, kEit0, version}, {0x0200, kEtt0, version}})}) +
+        packets(0, {pat({{9, 0x1FFF}})}) + packets(kEit0, {show(3, 1, title, version)});
+    air.write(kAir, kChannel17, before + round + round + round + packets(kBase, {stt(1000, 15)}));
+    scan(kAir, kChannel17);
+  };
+  Air air;
+  const Guide& guide = atschost::hostReceiver().guide();
+  write(air, 1, "News",
+        packets(kEtt0, {ett(3, 1, text("of today"))}) + packets(kEit0, {show(4, 1, "Late")}));
+  EXPECT_EQ(Texts{"85 News of today"}, shown(guide, 3, kChannel17));
+  EXPECT_EQ(Texts{"85 Late "}, shown(guide, 4, kChannel17));
+  write(air, 2, "Film", {});
+  EXPECT_EQ(Texts{"85 Film "}, shown(guide, 3, kChannel17));
+  EXPECT_EQ(Texts{}, shown(guide, 4, kChannel17));
+}
+
+TEST(GuideTuner, ReadsWhatNobodyReceivesAnyMoreAndWhatIsAskedFor) {
+  Air air;
+  // A rating region table is sent long after all other tables.
+  const Bytes region = Bytes{0} + counted(text("Far")) + Bytes{1, 0, 0xE0} + be16(0xFC00);
+  Bytes idle;
+  for (int i = 0; i < 1000; ++i) idle = idle + packets(0x1FFE, {section(0x40, 0, Bytes(150))});
+  air.write(kAir, kChannel14,
+            packets(0, {pat({{9, 0x1FFF}})}) +
+                packets(kBase, {vct(0xC8, {{"ONE", 5, 1, 3}}), mgt({}), stt(1000, 15)}) + idle +
+                packets(kBase, {section(0xCA, 0xFF05, region)}));
+  TemporaryFolder state;
+  atschost::ServiceList list(state.path());
+  Arrivals<size_t> reads;  // number of rating region tables
+  int asked = 0;
+  atschost::Clock clock;
+  atschost::GuideTuner tuner(
+      atschost::hostAir(), clock, list,
+      {[&](uint32_t, uint32_t) { return asked++ == 0; },
+       [&](uint32_t, uint32_t, auto& found) { reads.add(found.ratingRegions.size()); }, [] {}});
+  EXPECT_FALSE(tuner.beginRound()) << "nothing is listed";
+  list.replace(kAir, kChannel14, {service(5, 1, kChannel14)});
+  tuner.start();
+  EXPECT_EQ(std::vector<size_t>{0}, reads.take(1));
+  EXPECT_TRUE(tuner.beginRound());
+  EXPECT_EQ(std::vector<size_t>{1}, reads.take(1));
+}
+
+TEST(GuideCache, AnswersEventByEvent) {
+  Air air;
+  air.write(kAir, kChannel14, packets(kBase, {vct(0xC8, {{"ONE", 6, 1, 3}, {"TWO", 6, 2, 4}})}));
+  scan(kAir);
+  const AISRV_service_info one = rows(kAir).at(0).info;
+  uint16_t count = 9;
+  EXPECT_EQ(0, AIEC_get_total_events(&one, &count));
+  EXPECT_EQ(0, count);
+
+  const Bytes longTitle = text(segment(0, 0x3F, {0, 'x', 0xD8, 0x3C, 0xDF, 9}));
+  PsipDecoder decoder;
+  push(decoder, kBase, mgt({{0x0100, kEit0, 1}, {0x0200, kEtt0, 1}}));
+  push(decoder, kEit0,
+       eit(3, {{1, 1000, longTitle,
+                descriptor(0x87, advisoryContent("1:0=3,7=4")) + descriptor(0xAB, {0xE1, 0x20})},
+               {2, 2800, text("B"), {}, 60},
+               {3, 4600, text("C"), descriptor(0x87, advisoryContent("1:0=2"))}}));
+  push(decoder, kEtt0, ett(3, 2, text("bee")));
+  atschost::hostReceiver().guide().update(kAir, kChannel14, decoder.guide(), 18);
+
+  // Each event's id, start, duration, title, rating, all ratings, genres and description.
+  AIEC_event_info events[3];
+  Bytes names[3], marks[3], buffer(AIEC_DESCRIPTION_SIZE);
+  const auto plain = [](const multiple_lang_t& lent) {
+    EXPECT_EQ(int32_t{AI_TEXT_UTF16BE}, lent.encoding);
+    return latin(std::string(reinterpret_cast<const char*>(lent.text), lent.length));
+  };
+  const auto answer = [&](uint16_t nameSize, const auto& ask) {
+    for (size_t i = 0; i < 3; ++i) {
+      names[i].assign(AIEC_NAME_SIZE, 0xEE);
+      marks[i].assign(AIEC_RATING_SIZE, 0xEE);
+      events[i] = {};
+      events[i].name = {names[i].data(), nameSize, 0};
+      events[i].rating = {marks[i].data(), AIEC_RATING_SIZE, 0};
+    }
+    EXPECT_EQ(0, ask());
+    Texts list;
+    for (uint16_t i = 0; i < count; ++i) {
+      const AIEC_event_info& e = events[i];
+      multiple_lang_t lent{buffer.data(), AIEC_DESCRIPTION_SIZE, 0};
+      std::ostringstream line;
+      line << e.event_id << ' ' << e.start_time - kGpsEpoch << ' ' << e.duration << ' '
+           << plain(e.name) << ' ' << plain(e.rating) << ' ' << +e.multi_rating;
+      EXPECT_EQ(0, AIEC_get_multiple_event_rating_string(&e.key, &lent));
+      line << " (" << plain(lent) << ')';
+      for (int g = 0; g < e.genre_count; ++g) line << ' ' << +e.genres[g];
+      lent.length = AIEC_DESCRIPTION_SIZE;
+      EXPECT_EQ(0, AIEC_get_event_description(&e.key, &lent));
+      line << ": " << plain(lent);
+      list.push_back(line.str());
+    }
+    return list;
+  };
+  const auto first = [&] { return AIEC_get_first_n_events(&one, events, 1, &count); };
+  EXPECT_EQ(Texts{"1 982 1800 x TV-PG 1 (TV-PG, PG-13) 32: "}, answer(5, first));
+  EXPECT_EQ(0xEE, names[0][2]) << "no half of a pair";
+  const AIEC_event_key begin = events[0].key;
+  AIEC_event_key last = begin;
+  const auto next = [&] { return AIEC_get_next_n_events(&last, events, 3, &count, 1); };
+  EXPECT_EQ((Texts{"2 2782 60 B  0 (): bee", "3 4582 1800 C TV-G 0 (TV-G): "}),
+            answer(AIEC_NAME_SIZE, next));
+  last = events[1].key;
+  EXPECT_EQ(Texts{}, answer(AIEC_NAME_SIZE, next));
+  EXPECT_EQ(0, AIEC_get_total_events(&one, &count));
+  EXPECT_EQ(3, count);
+  EXPECT_NE(0, AIEC_get_next_n_events(&begin, events, 3, &count, 0));
+  ++last.event_index;
+  multiple_lang_t lent{buffer.data(), AIEC_DESCRIPTION_SIZE, 0};
+  EXPECT_NE(0, AIEC_get_event_description(&last, &lent));
+
+  air.write(kAir, kChannel14, packets(kBase, {vct(0xC8, {{"TWO", 6, 2, 4}})}));
+  scan(kAir);
+  EXPECT_NE(0, AIEC_get_next_n_events(&begin, events, 3, &count, 1));
+  EXPECT_NE(0, AIEC_get_total_events(&one, &count));
 }
 
 }  // namespace

@@ -1,11 +1,13 @@
-// Scans of real captures, and the rules of starting, stopping and replacing.
+// Scans: what they report, list and replace, how they start and stop, and services built from the
+// tables of a stream, also of one that tries to harm the receiver.
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <sys/stat.h>
 
 #include <atomic>
 #include <chrono>
 #include <future>
-#include <set>
+#include <sstream>
 #include <thread>
 
 #include "aicn.h"
@@ -13,6 +15,7 @@
 #include "aifw.h"
 #include "atsc_host.h"
 #include "osal.h"
+#include "receiver/tables/psi_decoder.h"
 #include "receiver_test_air.h"
 
 namespace receiver_test {
@@ -20,9 +23,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-fs::path capture(const std::string& name) { return fs::path(ATSC_CAPTURES_DIR) / name; }
-
-bool hasCaptures() { return *ATSC_CAPTURES_DIR && fs::exists(capture("boston")); }
+constexpr uint32_t kChannel2 = 57000000, kCable14 = 123000000;
 
 std::promise<void> called;
 void returnAtOnce(void*, int state) {
@@ -61,64 +62,46 @@ class ReceiverScanTest : public testing::Test {
   Air air_;
 };
 
-TEST_F(ReceiverScanTest, FindsTheServicesOfACity) {
-  if (!hasCaptures()) GTEST_SKIP() << "no captures";
-  ATSC_host_set_air(capture("boston").c_str());
-  const std::vector<Report> reports = scan(kAir);
-  const std::vector<Row> list = rows(kAir);
-  EXPECT_EQ((Texts{"2-1 WGBH-HD", "2-2 World", "2-101 Updat0", "2-102 Updat1", "7-1 WHDH-HD",
-                   "7-2 This TV", "25-1 WFXT DT", "25-2 WFXT DT"}),
-            labels(list));
-  ASSERT_EQ(8u, list.size());
-  EXPECT_EQ((Texts{"106 eng 11"}), streams(list[2]));
-  EXPECT_EQ((Texts{"49  2", "52 eng 129", "53 spa 129"}), streams(list[4]));
-  EXPECT_EQ((Texts{"65  2", "68 eng 129"}), streams(list[7]));
-  std::set<unsigned> records;
-  for (const Row& row : list) {
-    records.insert(row.info.service_id.service_rec);
-    EXPECT_EQ(kAir, row.info.service_id.input_source);
-    EXPECT_EQ(uint32_t(AI_MODULATION_8VSB), row.info.modulation);
-    const bool data = row.info.minor > 100;
-    EXPECT_EQ(uint32_t(data ? AISRV_TYPE_DATA : AISRV_TYPE_TV), row.info.service_type);
-  }
-  EXPECT_EQ(8u, records.size());
-
-  // START, one report for each of the 68 channels, OVER.
-  ASSERT_EQ(70u, reports.size());
-  EXPECT_EQ(AICS_STATE_START, reports.front().state);
-  for (size_t i = 1; i <= 68; ++i) {
-    EXPECT_EQ(AICS_STATE_PROGRESS, reports[i].state);
-    EXPECT_EQ(i + 1, reports[i].progress.channel_number);
-    EXPECT_GE(reports[i].progress.progress, reports[i - 1].progress.progress);
-  }
-  const AICS_scan_progress& wgbh = reports[18].progress;  // channel 19
-  EXPECT_EQ(503000000u, wgbh.lock_frequency);
-  EXPECT_EQ(AI_MODULATION_8VSB, wgbh.carrier_type);
-  EXPECT_EQ(4u, wgbh.services_found);
-  EXPECT_EQ(0, reports[19].progress.carrier_type);
-  const AICS_scan_progress& over = reports.back().progress;
-  EXPECT_EQ(100, over.progress);
-  EXPECT_EQ(803000000u, over.current_frequency);
-  EXPECT_EQ(641000000u, over.lock_frequency);
-  EXPECT_EQ(8u, over.services_found);
-  EXPECT_EQ(6u, over.tv_services);
-  EXPECT_EQ(2u, over.data_services);
+// A carrier with the channel major-1 alone.
+Bytes named(const std::string& name, unsigned major, uint8_t type = 2, uint8_t tableId = 0xC8) {
+  return packets(0x1FFB, {vct(tableId, {{name, major, 1, 3, type}})});
 }
 
-TEST_F(ReceiverScanTest, FindsThreeProgramsWhosePmtsShareAPid) {
-  if (!hasCaptures()) GTEST_SKIP() << "no captures";
-  fs::copy_file(capture("sections/three-programs-psip.ts"), air_.path(kAir, 479000000));
-  const std::vector<Report> reports = scan(kAir, 479000000);
-  ASSERT_EQ(3u, reports.size());
-  EXPECT_EQ(479000000u, reports[2].progress.current_frequency);
-  EXPECT_EQ(15, reports[1].progress.channel_number);
-  const std::vector<Row> list = rows(kAir);
-  EXPECT_EQ((Texts{"4-1 S06 SM2", "4-2 S07 SM2", "4-3 S08 SM2"}), labels(list));
-  ASSERT_EQ(3u, list.size());
-  EXPECT_EQ((Texts{"65  2", "68 eng 129", "69 spa 129"}), streams(list[1]));
-  EXPECT_EQ(AISRV_AUDIO_MAIN, list[2].pids.pids[1].audio_kind);  // from its PMT
-  EXPECT_EQ(65002, list[2].info.transport_stream_id);
-  EXPECT_EQ(5, list[2].info.source_id);
+TEST_F(ReceiverScanTest, ReportsEachChannelAndTheServicesSoFar) {
+  EXPECT_EQ(0, mkdir(air_.path(kAir, kChannel2).c_str(), 0700));
+  EXPECT_EQ(0, mkfifo(air_.path(kAir, 63000000).c_str(), 0600));
+  air_.write(kAir, 79000000, {});  // a carrier without a stream
+  air_.write(kAir, kChannel14, goodCarrier());
+  air_.write(kAir, 479000000, named("RADIO", 6, 3));
+  air_.write(kAir, 803000000, named("DATA", 7, 4));
+  const std::vector<Report> reports = scan(kAir);
+  ASSERT_EQ(70u, reports.size());
+  for (unsigned i = 1; i <= 68; ++i) {
+    EXPECT_EQ(i + 1, reports[i].progress.channel_number);
+    EXPECT_EQ(i * 100 / 68, reports[i].progress.progress);
+  }
+  // State, frequency, last lock (MHz), whether this is one; services: all, TV, radio, data.
+  const auto told = [](const Report& r) {
+    const AICS_scan_progress& p = r.progress;
+    EXPECT_EQ(AI_MODULATION_8VSB, p.band_mask);
+    EXPECT_TRUE(p.carrier_type == 0 || p.carrier_type == AI_MODULATION_8VSB);
+    std::ostringstream text;
+    text << r.state << ' ' << p.current_frequency / 1000000 << ' ' << p.lock_frequency / 1000000
+         << (p.carrier_type ? " locked " : " - ") << p.services_found << ' ' << p.tv_services << ' '
+         << p.radio_services << ' ' << p.data_services;
+    return text.str();
+  };
+  Texts some;
+  for (const size_t i : {0, 1, 2, 4, 5, 13, 14, 15, 68, 69}) some.push_back(told(reports[i]));
+  EXPECT_EQ(
+      (Texts{"0 0 0 - 0 0 0 0", "1 57 0 - 0 0 0 0", "1 63 0 - 0 0 0 0", "1 79 79 locked 0 0 0 0",
+             "1 85 79 - 0 0 0 0", "1 473 473 locked 1 1 0 0", "1 479 479 locked 2 1 1 0",
+             "1 485 479 - 2 1 1 0", "1 803 803 locked 3 1 1 1", "2 803 803 locked 3 1 1 1"}),
+      some);
+  const std::vector<Report> one = scan(kAir, kChannel14);
+  ASSERT_EQ(3u, one.size());
+  EXPECT_EQ(14, one[1].progress.channel_number);
+  EXPECT_EQ("2 473 473 locked 1 1 0 0", told(one[2]));
 }
 
 TEST_F(ReceiverScanTest, RefusesWhatCannotBeTuned) {
@@ -132,8 +115,8 @@ TEST_F(ReceiverScanTest, RefusesWhatCannotBeTuned) {
 
 TEST_F(ReceiverScanTest, ReplacesOnlyTheFrequenciesOfItsSource) {
   air_.write(kAir, kChannel14, goodCarrier());
-  air_.write(kAir, 57000000, packets(0x1FFB, {vct(0xC8, {{"OTHER", 6, 1, 3}})}));
-  air_.write(kCable, kChannel14, packets(0x1FFB, {vct(0xC9, {{"CABLE", 7, 1, 3}})}));
+  air_.write(kAir, kChannel2, named("OTHER", 6));
+  air_.write(kCable, kChannel14, named("CABLE", 7, 2, 0xC9));
   scan(kAir);
   scan(kCable, kChannel14);  // 473 MHz is not a channel of the cable plan
   EXPECT_EQ((Texts{"5-1 GOOD", "6-1 OTHER"}), labels(kAir));
@@ -142,7 +125,7 @@ TEST_F(ReceiverScanTest, ReplacesOnlyTheFrequenciesOfItsSource) {
 
   air_.write(kAir, kChannel14,
              packets(0x1FFB, {vct(0xC8, {{"NEWNAME", 5, 1, 9}, {"ADDED", 5, 2, 4}})}));
-  fs::remove(air_.path(kAir, 57000000));
+  fs::remove(air_.path(kAir, kChannel2));
   scan(kAir, kChannel14);
   EXPECT_EQ((Texts{"5-1 NEWNAME", "5-2 ADDED", "6-1 OTHER"}), labels(kAir));
   EXPECT_EQ(record, rows(kAir)[0].info.service_id.service_rec);
@@ -150,7 +133,6 @@ TEST_F(ReceiverScanTest, ReplacesOnlyTheFrequenciesOfItsSource) {
   scan(kAir);
   EXPECT_EQ((Texts{"5-1 NEWNAME", "5-2 ADDED"}), labels(kAir));
   EXPECT_EQ((Texts{"7-1 CABLE"}), labels(kCable));
-
   fs::remove(air_.path(kCable, kChannel14));
   scan(kCable, kChannel14);
 
@@ -160,19 +142,6 @@ TEST_F(ReceiverScanTest, ReplacesOnlyTheFrequenciesOfItsSource) {
   scan(kAir);
   EXPECT_EQ((Texts{"5-1 NEWNAME", "5-2 ADDED"}), labels(kAir));
   fs::remove(air_.path(kAir, kChannel14));
-}
-
-TEST_F(ReceiverScanTest, FindsItsOwnTablesInAnyOrder) {
-  Bytes foreign = vct(0xC8, {{"OTHER", 9, 1, 7, 2, false, {}, 2}});
-  foreign[4] = 2;  // transport_stream_id
-  const Bytes stream = packets(0x30, {pmt(3, {{2, 49, {}}})}) +
-                       packets(0x1FFB, {sealed(foreign), vct(0xC8, {{"OWN", 5, 1, 3}})}) +
-                       packets(0, {pat({{3, 0x30}})});
-  air_.write(kAir, kChannel14, stream);
-  scan(kAir, kChannel14);
-  const std::vector<Row> list = rows(kAir);
-  ASSERT_EQ((Texts{"5-1 OWN"}), labels(list));
-  EXPECT_EQ((Texts{"49  2"}), streams(list[0]));
 }
 
 // A callback that waits, like a callback whose message is being handled by the process that stops
@@ -195,7 +164,7 @@ TEST_F(ReceiverScanTest, StopKeepsWhatWasFoundAndWaitsForNoCallback) {
   Gate blocked;
   gate = &blocked;
   air_.write(kAir, kChannel14, goodCarrier());
-  air_.write(kAir, 803000000, packets(0x1FFB, {vct(0xC8, {{"LATER", 6, 1, 3}})}));
+  air_.write(kAir, 803000000, named("LATER", 6));
   ASSERT_EQ(0, startScan(kAir, 0, waitAfterLock));
   EXPECT_NE(0, startScan(kAir, 0, waitAfterLock)) << "one runs already";
   blocked.reached.get_future().wait();
@@ -218,24 +187,19 @@ TEST_F(ReceiverScanTest, StopKeepsWhatWasFoundAndWaitsForNoCallback) {
   ended.get_future().wait();
   EXPECT_EQ((Texts{"5-1 GOOD", "6-1 LATER"}), labels(kAir));
   EXPECT_EQ(calls, blocked.calls);
-}
 
-std::promise<int> restarted;
-std::promise<void> over;
-void restartInCallback(void*, int state) {
-  if (state != AICS_STATE_PROGRESS) return;
-  const int stopped = AICS_stop_scan();
-  restarted.set_value(stopped | startScan(kAir, kChannel14, [](void*, int again) {
-                        if (again == AICS_STATE_OVER) over.set_value();
-                      }));
-}
-
-TEST_F(ReceiverScanTest, StopAndStartWorkInsideTheCallback) {
-  air_.write(kAir, kChannel14, goodCarrier());
-  ASSERT_EQ(0, startScan(kAir, 0, restartInCallback));
+  // A scan is stopped and started by a callback.
+  static std::promise<int> restarted;
+  static std::promise<void> over;
+  ASSERT_EQ(0, startScan(kAir, 0, [](void*, int state) {
+              if (state != AICS_STATE_PROGRESS) return;
+              const int stopped = AICS_stop_scan();
+              restarted.set_value(stopped | startScan(kAir, kChannel14, [](void*, int again) {
+                                    if (again == AICS_STATE_OVER) over.set_value();
+                                  }));
+            }));
   EXPECT_EQ(0, restarted.get_future().get());
   over.get_future().wait();
-  EXPECT_EQ((Texts{"5-1 GOOD"}), labels(kAir));
 }
 
 // For the thread sanitizer.
@@ -281,6 +245,149 @@ TEST_F(ReceiverScanTest, NamesEndWithTheLentBuffer) {
   ASSERT_EQ(0, AISRV_get_n_services(kAir, AISRV_SERVICE_MASK, 0, &none, 0, 0, &count, &record));
   EXPECT_EQ(4, record.name.length);
   EXPECT_EQ(Bytes({0, 'G', 0, 'O', 9, 9}), Bytes(name, name + 6));
+}
+
+// ISO 639 language, audio type 0.
+Bytes language(const std::string& code) { return descriptor(0x0A, bytesOf(code) + Bytes{0}); }
+// AC-3 audio: bsmod, full service, then mainid or asvcflags.
+Bytes ac3(unsigned bsmod, unsigned fullService, uint8_t number) {
+  return descriptor(0x81, {0x08, 0x38, static_cast<uint8_t>(bsmod << 5 | 2 << 1 | fullService),
+                           0xFF, number, 0x01, 0xBF, 'f', 'r', 'a'});
+}
+
+class ReceiverTablesTest : public ReceiverScanTest {
+ protected:
+  // Returns what a carrier lists: each service, its type, program, transport stream and source ids,
+  // with '*' when it has no VCT, and its streams.
+  Texts receive(uint32_t source, const Bytes& stream) {
+    const uint32_t frequency = source == kCable ? kCable14 : kChannel14;
+    air_.write(source, frequency, stream);
+    scan(source, frequency);
+    const std::vector<Row> list = rows(source);
+    Texts texts = labels(list);
+    for (size_t i = 0; i < list.size(); ++i) {
+      const AISRV_service_info& info = list[i].info;
+      EXPECT_EQ(source, info.service_id.input_source);
+      EXPECT_EQ(uint32_t(source == kCable ? AI_MODULATION_QAM : AI_MODULATION_8VSB),
+                info.modulation);
+      std::ostringstream text;
+      text << (info.service_type == AISRV_TYPE_RADIO  ? " radio "
+               : info.service_type == AISRV_TYPE_DATA ? " data "
+                                                      : " TV ")
+           << info.program_number << ' ' << info.transport_stream_id << ' ' << info.source_id
+           << (info.build_from_pmt ? "*" : "");
+      for (const std::string& each : streams(list[i])) text << ", " << each;
+      texts[i] += text.str();
+    }
+    return texts;
+  }
+};
+
+TEST_F(ReceiverTablesTest, MakeServicesWithTheirStreams) {
+  std::vector<Element> many;
+  for (unsigned i = 0; i < 36; ++i) many.push_back({129, 100 + i, "eng"});
+  std::string manyStreams = "9-2 NOW TV 3 1 3";
+  for (unsigned pid = 100; pid < 130; ++pid) manyStreams += ", " + std::to_string(pid) + " eng 129";
+  Bytes foreign = vct(0xC8, {{"OTHER", 9, 1, 7, 2, false, {}, 2}});
+  foreign[4] = 2;  // transport_stream_id
+  const Bytes cable = packets(
+      0x1FFB, {vct(0xC9, {{"ONE", 0x3F1, 7, 3}, {"TWO", 0x3EF, 7, 4}, {"MAX", 0x3FF, 1023, 5}})});
+  const struct {
+    uint32_t source;
+    Bytes stream;
+    Texts expected;
+  } cases[] = {
+      // Programs without a VCT are numbered by the RF channel.
+      {kAir,
+       packets(0, {pat({{0, 0x10}, {3, 0x30}, {4, 0x40}, {5, 0x40}}, 77)}) +
+           packets(0x30, {pmt(3, {{2, 49, {}},
+                                  {0x81, 52, language("eng") + ac3(0, 1, 2 << 5)},
+                                  {0x81, 53, language("spa") + ac3(2, 1, 0x04)},
+                                  {0x81, 54, ac3(3, 0, 0x01)},
+                                  {0x81, 55, ac3(5, 0, 0x01)}})}) +
+           packets(0x40, {pmt(4, {{0x0F, 65, {}}}), pmt(5, {{0x0B, 70, {}}})}),
+       {"14-3  TV 3 77 0*, 49  2, 52 eng 129 kind 1 main 2, 53 spa 129 kind 3 describes 4 mixed, "
+        "54 fra 129 kind 2 describes 1, 55 fra 129 kind 4 describes 1",
+        "14-4  radio 4 77 0*, 65  15", "14-5  data 5 77 0*, 70  11"}},
+      // The location names the streams, and the PMT their details.
+      {kAir,
+       packets(0x1FFB, {vct(0xC8, {{"BOTH", 8, 1, 3, 2, false,
+                                    serviceLocation({{2, 49, ""}, {129, 52, ""}, {129, 52, ""}})},
+                                   {"PMTONLY", 8, 2, 4},
+                                   {"NEITHER", 8, 3, 5},
+                                   {"AUDIO", 8, 4, 7, 3},
+                                   {"HIDDEN", 8, 5, 8, 2, true},
+                                   {"ELSE", 8, 6, 9, 2, false, {}, 2}})}) +
+           packets(0, {pat({{3, 0x30}, {4, 0x30}})}) +
+           packets(0x30, {pmt(3, {{129, 52, language("eng") + ac3(2, 0, 0x80)}, {129, 60, {}}}),
+                          pmt(4, {{2, 65, {}}})}),
+       {"8-1 BOTH TV 3 1 3, 49  2, 52  129 kind 3 describes 128 second eng",
+        "8-2 PMTONLY TV 4 1 4, 65  2", "8-3 NEITHER TV 5 1 5", "8-4 AUDIO radio 7 1 7"}},
+      // In any order, and next to the VCT of another stream.
+      {kAir,
+       packets(0x30, {pmt(3, {{2, 49, {}}})}) +
+           packets(0x1FFB, {sealed(foreign), vct(0xC8, {{"OWN", 5, 1, 3}})}) +
+           packets(0, {pat({{3, 0x30}})}),
+       {"5-1 OWN TV 3 1 3, 49  2"}},
+      // Only the current table counts, and PIDs are bounded.
+      {kAir,
+       packets(0x1FFB, {vct(0xC8, {{"NEXT", 9, 1, 3}}, 3, false),
+                        vct(0xC8, {{"NOW", 9, 2, 3, 2, false, serviceLocation(many)}}, 2)}),
+       {manyStreams}},
+      // Cable numbers may have one part. Each source has its own kind of table.
+      {kCable, cable, {"1007-7 TWO TV 4 1 4", "1031-0 ONE TV 3 1 3", "16383-0 MAX TV 5 1 5"}},
+      {kAir, cable, {}},
+  };
+  for (const auto& each : cases) EXPECT_EQ(each.expected, receive(each.source, each.stream));
+}
+
+TEST_F(ReceiverTablesTest, APmtMayRateItsProgram) {
+  const Bytes advisory = descriptor(0x87, {0xC2, 1, 1, 0, 0xF4, 0, 2, 1, 1, 3, 0});
+  atschost::PsiDecoder decoder(kAir);
+  const std::pair<uint16_t, Bytes> tables[] = {
+      {0, pat({{3, 0x30}, {4, 0x30}, {5, 0x30}})},
+      {0x30, pmt(3, {{2, 49, {}}}, language("eng") + advisory)},
+      {0x30, pmt(4, {{2, 65, advisory}})},  // at a stream, where it is ignored
+      {0x30, pmt(5, {{2, 66, {}}}, descriptor(0x87, {0xC2, 1, 1, 0, 3, 0, 2, 9, 0}))},  // cut off
+  };
+  for (const auto& [pid, table] : tables)
+    EXPECT_STREQ(nullptr, decoder.push(atschost::parseSection(pid, table.data(), table.size())));
+  using Advisories = std::vector<atschost::Advisory>;
+  EXPECT_EQ(
+      (std::map<uint16_t, Advisories>{{3, {{1, {{0, 4}}}, {2, {{1, 3}}}}}, {5, {{1, {{0, 3}}}}}}),
+      decoder.tables().advisories);
+}
+
+TEST_F(ReceiverTablesTest, SurviveHostileStreams) {
+  const Bytes good = goodCarrier();
+  const Bytes table = vct(0xC8, {{"BAD", 6, 6, 3, 2, false, serviceLocation({{2, 49, ""}})}});
+  const Bytes sound = packets(0x1FFB, {table});
+  const auto changed = [](Bytes bytes, const std::vector<std::pair<size_t, uint8_t>>& changes) {
+    for (const auto& [at, value] : changes) bytes.at(at) = value;
+    return bytes;
+  };
+  std::vector<std::pair<unsigned, unsigned>> programs;
+  for (unsigned p = 1; p < 250; ++p) programs.push_back({p, 0x1FFB});
+  std::vector<Bytes> streams{
+      {sound.begin(), sound.begin() + 100},                       // lost bytes within a packet
+      packets(0x1FFB, {changed(table, {{20, 0xEE}})}),            // wrong CRC
+      packets(0x1FFB, {changed(table, {{1, 0xBF}, {2, 0xFF}})}),  // section_length 4095
+      changed(sound, {{4, 255}}),                                 // pointer_field past the packet
+      changed(sound, {{3, 0x30}, {4, 255}}),                      // adaptation field, too
+      changed(sound, {{3, 0xD0}}),                                // scrambled
+      changed(sound, {{1, 0xDF}}),                                // transport error
+      packets(0, {pat(programs)}),                                // all on the PID of the VCT
+  };
+  // More channels than there are, too long descriptors, a descriptor longer than its loop.
+  for (const auto& change : {std::pair{9, 200}, {41, 255}, {43, 255}})
+    streams.push_back(packets(
+        0x1FFB, {sealed(changed(table, {{change.first, static_cast<uint8_t>(change.second)}}))}));
+  for (size_t i = 0; i < streams.size(); ++i) {
+    air_.write(kAir, kChannel2, good);
+    air_.write(kAir, kChannel14, streams[i] + good + good + good);  // tables are repeated
+    scan(kAir);
+    EXPECT_EQ((Texts{"5-1 GOOD", "5-1 GOOD"}), labels(kAir)) << "stream " << i;
+  }
 }
 
 }  // namespace

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
+#include <sstream>
+
 #include "arrivals.h"
 #include "atsc_host.h"
 
@@ -24,6 +26,20 @@ void record(void* progress, int state) {
 }
 
 }  // namespace
+
+std::u16string utf16(const std::string& text) {
+  std::u16string units;
+  for (size_t i = 0; i + 1 < text.size(); i += 2)
+    units += static_cast<char16_t>(static_cast<uint8_t>(text[i]) << 8 |
+                                   static_cast<uint8_t>(text[i + 1]));
+  return units;
+}
+
+std::string latin(const std::string& text) {
+  std::string plain;
+  for (const char16_t unit : utf16(text)) plain += unit < 0x100 ? static_cast<char>(unit) : '?';
+  return plain;
+}
 
 Air::Air() {
   antenna_.setFolder(path());
@@ -77,23 +93,29 @@ std::vector<Row> rows(uint32_t source) {
   return result;
 }
 
-std::vector<std::string> labels(const std::vector<Row>& list) {
-  std::vector<std::string> texts;
+Texts labels(const std::vector<Row>& list) {
+  Texts texts;
   for (const Row& row : list)
     texts.push_back(std::to_string(row.info.major) + "-" + std::to_string(row.info.minor) + " " +
                     row.name);
   return texts;
 }
 
-std::vector<std::string> labels(uint32_t source) { return labels(rows(source)); }
+Texts labels(uint32_t source) { return labels(rows(source)); }
 
-std::vector<std::string> streams(const Row& row) {
-  std::vector<std::string> texts;
+Texts streams(const Row& row) {
+  Texts texts;
   for (uint32_t i = 0; i < row.pids.count; ++i) {
     const AISRV_pid_info& s = row.pids.pids[i];
-    texts.push_back(std::to_string(s.pid) + " " +
-                    (s.language[0] ? std::string(s.language, 3) : std::string()) + " " +
-                    std::to_string(s.stream_type));
+    std::ostringstream text;
+    const auto language = [](const char(&code)[3]) { return std::string(code, code[0] ? 3 : 0); };
+    text << s.pid << ' ' << language(s.language) << ' ' << +s.stream_type;
+    if (s.audio_kind != 0) text << " kind " << +s.audio_kind;
+    if (s.main_audio_number != 0) text << " main " << +s.main_audio_number;
+    if (s.description_mask != 0) text << " describes " << +s.description_mask;
+    if (s.full_mix != 0) text << " mixed";
+    if (s.second_language[0] != 0) text << " second " << language(s.second_language);
+    texts.push_back(text.str());
   }
   return texts;
 }

@@ -23,12 +23,9 @@ constexpr uint32_t kCable = AI_INPUT_CABLE;
 constexpr uint32_t kChannel14 = 473000000;
 constexpr uint32_t kGpsEpoch = 315964800;  // in Unix seconds
 
-// Converts a UTF-16BE text to Latin-1.
-inline std::string latin(const std::string& text) {
-  std::string plain;
-  for (size_t i = 1; i < text.size(); i += 2) plain += text[i - 1] ? '?' : text[i];
-  return plain;
-}
+// Convert a UTF-16BE text, the second to Latin-1.
+std::u16string utf16(const std::string& text);
+std::string latin(const std::string& text);
 
 // An air folder with its antenna, and that of the process until another Air is made. Scans do not
 // dwell.
@@ -71,10 +68,10 @@ struct Row {
 };
 std::vector<Row> rows(uint32_t source);
 // Returns "major-minor name" of each row.
-std::vector<std::string> labels(uint32_t source);
-std::vector<std::string> labels(const std::vector<Row>& rows);
-// Returns "pid language type" of each stream.
-std::vector<std::string> streams(const Row& row);
+Texts labels(uint32_t source);
+Texts labels(const std::vector<Row>& rows);
+// Returns "pid language type" of each stream, with the details of audio that are known.
+Texts streams(const Row& row);
 
 }  // namespace receiver_test
 
