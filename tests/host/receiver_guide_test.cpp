@@ -333,19 +333,15 @@ TEST(GuideTables, TimeAndAlerts) {
                         +time->daylightHour}));
 
   for (const std::string message : {"", "Take cover"}) {
-    const Bytes long_ = message.empty() ? Bytes{} : text(message);
-    const Bytes body = Bytes{0, 0, 9, 'C', 'I', 'V'} + counted(bytesOf("TOR")) +
-                       counted(text("Tornado")) + Bytes{30} + be32(77) + be16(15) + be16(0xF00B) +
-                       Bytes(8) + be16(long_.size()) + long_ + Bytes{0, 0} + be16(0xFC00);
-    EXPECT_STREQ(nullptr, push(decoder, kBase, section(0xD8, 0, body, 4)));
-    const atschost::EmergencyAlert alert = decoder.takeAlert().value();
+    EXPECT_STREQ(nullptr, push(decoder, kBase, alert(4, "Tornado", message)));
+    const atschost::EmergencyAlert found = decoder.takeAlert().value();
     EXPECT_EQ(
         (std::tuple{4, 9, "CIV TOR Tornado", 30, 77u, 15, 11, false}),
-        (std::tuple{+alert.sequence, +alert.eventId,
-                    alert.originator + ' ' + alert.eventCode + ' ' + latin(alert.activationText),
-                    +alert.timeRemaining, alert.start, +alert.duration, +alert.priority,
-                    alert.hasDetailsChannel}));
-    EXPECT_EQ(message.empty() ? "Tornado" : message, latin(alert.text));
+        (std::tuple{+found.sequence, +found.eventId,
+                    found.originator + ' ' + found.eventCode + ' ' + latin(found.activationText),
+                    +found.timeRemaining, found.start, +found.duration, +found.priority,
+                    found.hasDetailsChannel}));
+    EXPECT_EQ(message.empty() ? "Tornado" : message, latin(found.text));
   }
 }
 

@@ -1,27 +1,26 @@
-// The stream of the playing service: its events, the clock, changes on the air, alerts.
+// The stream of the playing service: its events, changes on the air, alerts.
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
 #include <future>
-#include <optional>
-#include <thread>
+#include <map>
+#include <sstream>
 
-#include "aicn.h"
 #include "aiec.h"
 #include "aifw.h"
 #include "aist.h"
 #include "arrivals.h"
 #include "atsc_host.h"
-#include "files.h"
 #include "modules/host.h"
 #include "receiver/events/alerts.h"
 #include "receiver/events/event_queue.h"
-#include "receiver/station/clock.h"
 #include "receiver/stream/pace.h"
 #include "receiver/tables/psip_text.h"
 #include "receiver_test_air.h"
+#include "wait.h"
 
 namespace receiver_test {
 namespace {
@@ -29,77 +28,85 @@ namespace {
 namespace fs = std::filesystem;
 using atschost::Alerts;
 using atschost::AlertSettings;
-using atschost::Clock;
-using atschost::EmergencyAlert;
 using atschost::EventQueue;
-using atschost::StreamId;
-using atschost::SystemTime;
 using std::chrono::seconds;
-using Events = std::vector<AFW_event_t>;
+using std::chrono::steady_clock;
 
 constexpr uint32_t kChannel16 = 485000000;  // used for the guide of one test only
 
-// A reported event, with answers of the middleware during the callback.
-struct Reported {
-  AFW_event_t event;
-  std::optional<AIFW_time_data> time;
-  std::string text;  // ASCII part
-  std::vector<uint32_t> sourceIds;
-  uint8_t alertPriority = 0;
-  uint16_t guideEvents = 0;  // of the first terrestrial service
+// The events that tests look at.
+const std::map<AFW_event_t, const char*> kNames{
+    {AFW_TUNER_LOCKED, "locked"},
+    {AFW_TUNER_UNLOCKED, "unlocked"},
+    {AFW_CHANNEL_PLAY_SUCCESS, "plays"},
+    {AFW_CHANNEL_PLAY_FAILURE, "fails"},
+    {AFW_STT_UPDATE, "time"},
+    {AFW_EIT_UPDATE, "events"},
+    {AFW_ETT_UPDATE, "texts"},
+    {AFW_EPG_UPDATE, "guide"},
+    {AFW_EPG_COMPLETE, "complete"},
+    {AFW_EVENT_TRANSITION, "next"},
+    {AFW_SERVICE_DELETED, "deleted"},
+    {AFW_SERVICE_ADDED, "added"},
+    {AFW_SERVICE_UPDATE, "updated"},
+    {AFW_SERVICE_BUILD_COMPLETED, "listed"},
+    {AFW_EAS_START_BLOCKING, "blocking"},
+    {AFW_EAS_START_NON_BLOCKING, "alert"},
+    {AFW_EAS_STOP, "over"},
+    {AFW_VIEWING_DELAY, "delay"},
 };
 
-struct EventLog : Arrivals<Reported> {
-  // Waits for an event and removes it and all events before it.
-  std::vector<Reported> takeUntil(AFW_event_t event) {
-    std::vector<Reported> taken =
-        Arrivals::takeUntil([&](const Reported& reported) { return reported.event == event; });
-    if (!taken.empty()) return taken;
-    ADD_FAILURE() << "no event " << event;
-    return {{AFW_INVALID, {}, {}, {}, 0, 0}};
+// Names of events with their data and what the middleware answers meanwhile.
+struct EventLog : Arrivals<std::string> {
+  // Waits for an event of a name and removes it and all events before it. Returns those that are
+  // `wanted`: all, or the words of this list.
+  Texts until(const std::string& name, const std::string& wanted = {}) {
+    const auto nameOf = [](const std::string& told) { return told.substr(0, told.find(' ')); };
+    Texts taken = takeUntil([&](const std::string& told) { return nameOf(told) == name; });
+    EXPECT_FALSE(taken.empty()) << "no event " << name;
+    Texts list;
+    for (const std::string& told : taken)
+      if (wanted.empty() || (' ' + wanted + ' ').find(' ' + nameOf(told) + ' ') != wanted.npos)
+        list.push_back(told);
+    return list;
   }
 };
 EventLog eventLog;
 
 void record(AFW_event_t event, void* data) {
-  Reported reported{event, {}, {}, {}, 0, 0};
-  if (event == AFW_STT_UPDATE || event == AFW_TIME_CHANGE)
-    reported.time = *static_cast<AIFW_time_data*>(data);
+  const auto name = kNames.find(event);
+  if (name == kNames.end()) return;
+  std::ostringstream told;
+  told << name->second;
+  if (event == AFW_STT_UPDATE) {
+    const auto* time = static_cast<AIFW_time_data*>(data);
+    told << ' ' << time->system_time << ' ' << +time->gps_utc_offset;
+  }
   if (event == AFW_EAS_START_BLOCKING || event == AFW_EAS_START_NON_BLOCKING) {
     const auto* text = static_cast<multiple_lang_t*>(data);
-    reported.text = latin({text->text, text->text + text->length});
-    AIFW_get_EAS_priority(&reported.alertPriority);
+    told << ' ' << latin({text->text, text->text + text->length});
   }
   if (event == AFW_EPG_UPDATE) {
     AIFW_event_update_data update{};
     EXPECT_EQ(0, AIFW_get_event_update_data(&update));
-    reported.sourceIds.assign(update.source_ids, update.source_ids + update.count);
+    for (uint32_t i = 0; i < update.count; ++i) told << ' ' << update.source_ids[i];
+    uint16_t count = 0;
     if (const std::vector<Row> list = rows(kAir); !list.empty())
-      AIEC_get_total_events(&list[0].info, &reported.guideEvents);
+      AIEC_get_total_events(&list[0].info, &count);
+    told << " of " << count;  // events of the first terrestrial service
   }
-  eventLog.add(std::move(reported));
+  eventLog.add(told.str());
 }
-
-Events eventsOf(const std::vector<Reported>& log, const Events& ofInterest) {
-  Events events;
-  for (const Reported& r : log)
-    if (std::count(ofInterest.begin(), ofInterest.end(), r.event)) events.push_back(r.event);
-  return events;
-}
-
-const Events kServiceEvents{AFW_SERVICE_DELETED, AFW_SERVICE_ADDED, AFW_SERVICE_UPDATE,
-                            AFW_SERVICE_BUILD_COMPLETED};
 
 // PSIP of one service with source id 3 and two programmes.
 constexpr uint32_t kStart = 1200000000;
 constexpr uint8_t kOffset = 17;
 Bytes guideStream(unsigned version = 1, const std::string& title = "News") {
+  const std::vector<Programme> programmes{{1, kStart, text(title), {}, 3600},
+                                          {2, kStart + 3600, text("Film"), {}, 60}};
   return packets(0x1FFB, {vct(0xC8, {{"GOOD", 5, 1, 3}}), stt(kStart + 60, kOffset),
                           mgt({{0x100, 0x1D00}, {0x200, 0x1D01}}, version)}) +
-         packets(
-             0x1D00,
-             {eit(3, {{1, kStart, text(title), {}, 3600}, {2, kStart + 3600, text("Film"), {}, 60}},
-                  version)}) +
+         packets(0x1D00, {eit(3, programmes, version)}) +
          packets(0x1D01, {ett(3, 2, text("A long story."))});
 }
 Bytes named(const std::vector<std::pair<unsigned, std::string>>& channels, unsigned version = 1) {
@@ -126,7 +133,7 @@ TEST(ReceiverLiveDeathTest, ExitIsCleanWhileAStreamPlaysAndACallbackIsStuck) {
           scan(kAir, kChannel14);
           const int played = AIFW_play_first_service(kAir, 0);
           if (callback == record) {
-            eventLog.takeUntil(AFW_EPG_COMPLETE);
+            eventLog.until("complete");
           } else {
             called.get_future().wait();
           }
@@ -156,9 +163,14 @@ class ReceiverLiveTest : public testing::Test {
     const uint32_t frequency = source == kCable ? 123000000 : kChannel14;
     air_.write(source, frequency, stream);
     scan(source, frequency);
-    eventLog.takeUntil(AFW_SERVICE_BUILD_COMPLETED);
+    eventLog.until("listed");
     ASSERT_EQ(0, AIFW_play_first_service(source, frequency));
-    eventLog.takeUntil(AFW_CHANNEL_PLAY_SUCCESS);
+    eventLog.until("plays");
+  }
+  // Changes the stream that plays; returns the events of the services.
+  Texts change(const Bytes& stream) {
+    air_.write(kAir, kChannel14, stream);
+    return eventLog.until("listed", "deleted added updated listed");
   }
   Air air_;
 };
@@ -166,65 +178,72 @@ class ReceiverLiveTest : public testing::Test {
 TEST_F(ReceiverLiveTest, TuningTellsLockTimeAndGuideInOrder) {
   air_.write(kAir, kChannel16, named({{1, "GOOD"}}));
   scan(kAir, kChannel16);
-  EXPECT_EQ(Events{AFW_SERVICE_BUILD_COMPLETED},
-            eventsOf(eventLog.takeUntil(AFW_SERVICE_BUILD_COMPLETED), kServiceEvents));
+  EXPECT_EQ(Texts{"listed"}, eventLog.until("listed", "deleted added updated listed"));
   air_.write(kAir, kChannel16, guideStream());
   ASSERT_EQ(0, AIFW_play_first_service(kAir, 0));
-  const std::vector<Reported> log = eventLog.takeUntil(AFW_EPG_COMPLETE);
-  const Events inOrder{AFW_TUNER_LOCKED, AFW_CHANNEL_PLAY_SUCCESS, AFW_STT_UPDATE,  AFW_EIT_UPDATE,
-                       AFW_ETT_UPDATE,   AFW_EPG_UPDATE,           AFW_EPG_COMPLETE};
-  EXPECT_EQ(inOrder, eventsOf(log, inOrder));
-  const Reported& update = log[log.size() - 2];
-  EXPECT_EQ(std::vector<uint32_t>{3}, update.sourceIds);
-  EXPECT_EQ(2, update.guideEvents);
-  for (const Reported& r : log) {
-    if (!r.time) continue;
-    EXPECT_EQ(kStart + 60, r.time->system_time);
-    EXPECT_EQ(kOffset, r.time->gps_utc_offset);
-  }
+  EXPECT_EQ((Texts{"locked", "plays", "time 1200000060 17", "events", "texts", "guide 3 of 2",
+                   "complete"}),
+            eventLog.until("complete"));
   uint32_t now = 0;
   EXPECT_EQ(0, AIST_get_cur_time_secs(&now));
   EXPECT_LT(now - (kStart + 60 - kOffset + kGpsEpoch), 60u);
-
-  // Another version of the guide. The time was reported before and is not reported again.
+  // Another version of the guide.
   air_.write(kAir, kChannel16, guideStream(2, "Weather"));
-  EXPECT_EQ((Events{AFW_STT_UPDATE, AFW_EIT_UPDATE, AFW_EPG_UPDATE, AFW_EPG_COMPLETE}),
-            eventsOf(eventLog.takeUntil(AFW_EPG_COMPLETE), inOrder));
-
+  EXPECT_EQ((Texts{"time 1200000060 17", "events", "complete"}),
+            eventLog.until("complete", "time events texts complete"));
   // The clock reaches the start of the next programme.
   ATSC_host_set_clock(kStart + 3600 - kOffset + kGpsEpoch - 1);
-  eventLog.takeUntil(AFW_EVENT_TRANSITION);
+  EXPECT_EQ(Texts{"next"}, eventLog.until("next"));
 }
 
 TEST_F(ReceiverLiveTest, ServicesThatChangeOnTheAirAreListedAndTold) {
   play(kAir, named({{1, "GOOD"}, {2, "OLD"}}));
-  air_.write(kAir, kChannel14, named({{1, "RENAMED"}, {3, "NEW"}}, 2));
-  EXPECT_EQ((Events{AFW_SERVICE_DELETED, AFW_SERVICE_ADDED, AFW_SERVICE_UPDATE,
-                    AFW_SERVICE_BUILD_COMPLETED}),
-            eventsOf(eventLog.takeUntil(AFW_SERVICE_BUILD_COMPLETED), kServiceEvents));
+  EXPECT_EQ((Texts{"deleted", "added", "updated", "listed"}),
+            change(named({{1, "RENAMED"}, {3, "NEW"}}, 2)));
   EXPECT_EQ((Texts{"5-1 RENAMED", "5-3 NEW"}), labels(kAir));
 
   // A broken version, then no table: nothing is known to be removed.
   Bytes broken = vct(0xC8, {{"BROKEN", 5, 1, 3}}, 3);
   broken.back() ^= 1;
-  for (const Bytes& stream :
-       {packets(0x1FFB, {broken, stt(kStart, kOffset)}), packets(0x1FFB, {stt(kStart, kOffset)})}) {
-    air_.write(kAir, kChannel14, stream);
-    eventLog.takeUntil(AFW_STT_UPDATE);
+  for (const std::vector<Bytes>& tables :
+       {std::vector{broken, stt(kStart, kOffset)}, {stt(kStart, kOffset)}}) {
+    air_.write(kAir, kChannel14, packets(0x1FFB, tables));
+    eventLog.until("time");
   }
-  air_.write(kAir, kChannel14,
-             named({{1, "RENAMED"}, {3, "NEW"}}, 4) + packets(0, {pat({{3, 0x30}})}) +
-                 packets(0x30, {pmt(3, {{2, 49, {}}})}));
-  EXPECT_EQ((Events{AFW_SERVICE_UPDATE, AFW_SERVICE_BUILD_COMPLETED}),
-            eventsOf(eventLog.takeUntil(AFW_SERVICE_BUILD_COMPLETED), kServiceEvents));
-  EXPECT_EQ((Texts{"49  2"}), streams(rows(kAir)[0]));
+  const Bytes pmts = packets(0x30, {pmt(3, {{2, 49, {}}})});
+  EXPECT_EQ((Texts{"updated", "listed"}),
+            change(named({{1, "RENAMED"}, {3, "NEW"}}, 4) + packets(0, {pat({{3, 0x30}})}) + pmts));
+  EXPECT_EQ(Texts{"49  2"}, streams(rows(kAir)[0]));
 
   // A missing PMT does not delay the names of other services.
-  air_.write(kAir, kChannel14,
-             named({{1, "AGAIN"}, {3, "NEW"}}, 5) + packets(0, {pat({{3, 0x30}, {5, 0x31}})}) +
-                 packets(0x30, {pmt(3, {{2, 49, {}}})}));
-  eventLog.takeUntil(AFW_SERVICE_BUILD_COMPLETED);
+  EXPECT_EQ((Texts{"updated", "listed"}), change(named({{1, "AGAIN"}, {3, "NEW"}}, 5) +
+                                                 packets(0, {pat({{3, 0x30}, {5, 0x31}})}) + pmts));
   EXPECT_EQ((Texts{"5-1 AGAIN", "5-3 NEW"}), labels(kAir));
+}
+
+TEST_F(ReceiverLiveTest, ARatingInTheStreamsComesAndGoesWhileTheyPlay) {
+  ATSC_host_set_fast(0);
+  // The tables are read anew once one of them has changed.
+  const auto rated = [](const Bytes& descriptors) {
+    const Bytes table = pmt(3, {{2, 49, {}}}, descriptors);
+    const Bytes both = packets(0x30, {table, table});
+    const auto second = both.begin() + static_cast<ptrdiff_t>(both.size() / 2);
+    Bytes part = Bytes(both.begin(), second) + packets(0, {pat({{3, 0x30}})}) +
+                 named({{1, "GOOD"}}) + Bytes(second, both.end());
+    for (int i = 0; i < 600; ++i)  // over half a second
+      part = part + packets(0x1FFE, {section(0x40, 0, Bytes(150))});
+    return part;
+  };
+  play(kAir, packets(0x1FFB, {mgt({})}) + rated({}) + rated(contentAdvisory(1, {{0, 5}})));
+  const AISRV_service_info playing = rows(kAir)[0].info;
+  for (const uint8_t expected : {1, 0, 1})
+    EXPECT_TRUE(eventually(
+        [&] {
+          uint8_t regions[2] = {}, count = 2;
+          EXPECT_EQ(0, AISRV_get_CAD_list(&playing, &count, regions));
+          return count == expected && regions[0] == expected;
+        },
+        seconds(20)));
 }
 
 TEST_F(ReceiverLiveTest, AServiceThatComesLaterBringsItsGuide) {
@@ -232,39 +251,34 @@ TEST_F(ReceiverLiveTest, AServiceThatComesLaterBringsItsGuide) {
                       packets(0x1D00, {eit(3, {{1, kStart, text("Known"), {}, 3600}})});
   air_.write(kAir, kChannel14, guide + named({{2, "GOOD"}}));
   scan(kAir, kChannel14);
-  eventLog.takeUntil(AFW_EPG_COMPLETE);
+  eventLog.until("complete");
   air_.write(kAir, kChannel14, guide + named({{1, "MORE"}, {2, "GOOD"}}));
   ASSERT_EQ(0, AIFW_play_first_service(kAir, 0));
-  eventLog.takeUntil(AFW_SERVICE_BUILD_COMPLETED);
-  EXPECT_EQ(std::vector<uint32_t>{3}, eventLog.takeUntil(AFW_EPG_UPDATE).back().sourceIds);
+  eventLog.until("listed");
+  EXPECT_EQ(Texts{"guide 3 of 1"}, eventLog.until("guide"));
 }
 
 TEST_F(ReceiverLiveTest, TimesThatContradictEachOtherAreToldOnceASecond) {
   const Bytes both = packets(0x1FFB, {stt(kStart, 15), stt(kStart, 16)});
-  const auto begin = std::chrono::steady_clock::now();
+  const auto begin = steady_clock::now();
   play(kAir, named({{1, "GOOD"}}) + both + both + both);
-  for (int i = 0; i < 2; ++i) eventLog.takeUntil(AFW_STT_UPDATE);
-  EXPECT_GE(std::chrono::steady_clock::now() - begin, seconds(1));
+  for (int i = 0; i < 2; ++i) eventLog.until("time");
+  EXPECT_GE(steady_clock::now() - begin, seconds(1));
 }
 
 TEST_F(ReceiverLiveTest, ACarrierThatGoesAndComesBackIsNoticed) {
+  const std::string signal = "locked unlocked plays fails";
   ATSC_host_set_fast(0);
   const Bytes stream = guideStream();
   play(kAir, stream);
   fs::remove(air_.path(kAir, kChannel14));
-  const Events lockEvents{AFW_TUNER_LOCKED, AFW_TUNER_UNLOCKED, AFW_CHANNEL_PLAY_SUCCESS,
-                          AFW_CHANNEL_PLAY_FAILURE};
-  EXPECT_EQ((Events{AFW_TUNER_UNLOCKED, AFW_CHANNEL_PLAY_FAILURE}),
-            eventsOf(eventLog.takeUntil(AFW_CHANNEL_PLAY_FAILURE), lockEvents));
+  EXPECT_EQ((Texts{"unlocked", "fails"}), eventLog.until("fails", signal));
   EXPECT_NE(0, AIFW_play_first_service(kAir, 0));
-  eventLog.takeUntil(AFW_CHANNEL_PLAY_FAILURE);
+  EXPECT_EQ(Texts{"fails"}, eventLog.until("fails", signal));
   air_.write(kAir, kChannel14, stream);
-  EXPECT_EQ((Events{AFW_TUNER_LOCKED, AFW_CHANNEL_PLAY_SUCCESS}),
-            eventsOf(eventLog.takeUntil(AFW_CHANNEL_PLAY_SUCCESS), lockEvents));
-
-  // Truncated in place.
-  fs::resize_file(air_.path(kAir, kChannel14), 100);
-  eventLog.takeUntil(AFW_CHANNEL_PLAY_FAILURE);
+  EXPECT_EQ((Texts{"locked", "plays"}), eventLog.until("plays", signal));
+  fs::resize_file(air_.path(kAir, kChannel14), 100);  // truncated in place
+  EXPECT_EQ((Texts{"unlocked", "fails"}), eventLog.until("fails", signal));
   EXPECT_EQ((Texts{"5-1 GOOD"}), labels(kAir));
 }
 
@@ -272,79 +286,45 @@ TEST_F(ReceiverLiveTest, TheGuideOfOtherCarriersIsKeptToo) {
   air_.write(kAir, kChannel14, named({{1, "GOOD"}}));
   scan(kAir, kChannel14);
   ASSERT_EQ(0, AIFW_init(0));
-  eventLog.takeUntil(AFW_SERVICE_BUILD_COMPLETED);
+  eventLog.until("listed");
   air_.write(kAir, kChannel14, guideStream(1, "Other news"));
-  const std::vector<Reported> log = eventLog.takeUntil(AFW_EPG_COMPLETE);
-  ASSERT_GE(log.size(), 2u);
-  EXPECT_EQ(std::vector<uint32_t>{3}, log[log.size() - 2].sourceIds);
-  EXPECT_EQ(2, log[log.size() - 2].guideEvents);
+  EXPECT_EQ("guide 3 of 2", eventLog.until("complete", "guide").back());
 
-  // A scan keeps the service, too.
-  air_.write(kAir, 57000000,
-             packets(0x1FFB, {vct(0xC8, {{"OTHER", 6, 1, 8}}), mgt({{0x100, 0x1D00}})}) +
-                 packets(0x1D00, {eit(8, {{1, kStart, text("Show"), {}, 3600}})}));
-  scan(kAir, 57000000);
-  const std::vector<Reported> scanned = eventLog.takeUntil(AFW_EPG_COMPLETE);
-  EXPECT_EQ((Events{AFW_SERVICE_BUILD_COMPLETED, AFW_EPG_UPDATE, AFW_EPG_COMPLETE}),
-            eventsOf(scanned, {AFW_SERVICE_BUILD_COMPLETED, AFW_EPG_UPDATE, AFW_EPG_COMPLETE}));
-
-  // An MGT that keeps changing leaves a guide incomplete.
-  for (const unsigned last : {0x1D02, 0x1D01}) {
+  // A scan keeps the service, too. An MGT that keeps changing leaves a guide incomplete.
+  const auto other = [&](const std::string& title, const std::vector<MgtEntry>& tables,
+                         const Bytes& last = {}) {
+    const Bytes show = eit(8, {{1, kStart, text(title), {}, 3600}});
     air_.write(kAir, 57000000,
-               packets(0x1FFB,
-                       {vct(0xC8, {{"OTHER", 6, 1, 8}}), mgt({{0x100, 0x1D00}, {0x101, 0x1D01}})}) +
-                   packets(0x1D00, {eit(8, {{1, kStart + last, text("Film"), {}, 3600}})}) +
-                   packets(0x1FFB, {mgt({{0x100, 0x1D00}, {0x101, last}})}));
+               packets(0x1FFB, {vct(0xC8, {{"OTHER", 6, 1, 8}}), mgt(tables)}) +
+                   packets(0x1D00, {show}) + last);
     scan(kAir, 57000000);
-    eventLog.takeUntil(AFW_EPG_UPDATE);
-  }
-  EXPECT_EQ(Events{AFW_EPG_COMPLETE},
-            eventsOf(eventLog.takeUntil(AFW_EPG_COMPLETE), {AFW_EPG_UPDATE, AFW_EPG_COMPLETE}));
+  };
+  other("Show", {{0x100, 0x1D00}});
+  EXPECT_EQ((Texts{"listed", "guide 8 of 2", "complete"}), eventLog.until("complete"));
+  const MgtEntry now{0x100, 0x1D00}, later{0x101, 0x1D01};
+  other("Film", {now, later}, packets(0x1FFB, {mgt({now, {0x101, 0x1D02}})}));
+  EXPECT_EQ(Texts{"guide 8 of 2"}, eventLog.until("guide"));
+  other("News", {now, later});
+  EXPECT_EQ((Texts{"guide 8 of 2", "complete"}), eventLog.until("complete"));
 
   // An application that keeps the guide of the current source only is notified when the source
   // changes, and when it registers its callback.
   play(kCable, packets(0x1FFB, {vct(0xC9, {{"CABLE", 7, 1, 9}})}));
   ASSERT_EQ(0, AIFW_play_first_service(kAir, 57000000));
-  EXPECT_EQ((std::vector<uint32_t>{3, 8}), eventLog.takeUntil(AFW_EPG_UPDATE).back().sourceIds);
+  EXPECT_EQ(Texts{"guide 3 8 of 2"}, eventLog.until("guide", "guide"));
   AIFW_register_frmwrk_app_cb(nullptr);
   AIFW_register_frmwrk_app_cb(record);
-  EXPECT_EQ((std::vector<uint32_t>{3, 8}), eventLog.takeUntil(AFW_EPG_UPDATE).back().sourceIds);
+  EXPECT_EQ(Texts{"guide 3 8 of 2"}, eventLog.until("guide", "guide"));
 }
 
 TEST_F(ReceiverLiveTest, AnAlertOfTheStreamIsReported) {
-  const fs::path capture = fs::path(ATSC_CAPTURES_DIR) / "sections/cable-emergency-alert-inband.ts";
-  if (!*ATSC_CAPTURES_DIR || !fs::exists(capture)) GTEST_SKIP() << "no captures";
-  play(kCable, packets(0x1FFB, {vct(0xC9, {{"CABLE", 7, 1, 3}})}) + readBytes(capture));
-  const Reported start = eventLog.takeUntil(AFW_EAS_START_BLOCKING).back();
-  EXPECT_EQ("REQUIRED WEEKLY TEST", start.text);
-  EXPECT_EQ(15, start.alertPriority);
+  play(kCable, packets(0x1FFB, {vct(0xC9, {{"CABLE", 7, 1, 3}}), alert(4, "Tornado", "")}));
+  EXPECT_EQ(Texts{"blocking Tornado"}, eventLog.until("blocking", "blocking alert"));
+  uint8_t priority = 0;
+  EXPECT_EQ(0, AIFW_get_EAS_priority(&priority));
+  EXPECT_EQ(11, priority);
   AIFW_stop_curr_src();
-  eventLog.takeUntil(AFW_EAS_STOP);
-}
-
-std::promise<void> stuck;
-std::promise<void> goOn;
-void waitOnce(AFW_event_t event, void* data) {
-  if (event == AFW_CHANNEL_PLAY_SUCCESS) {
-    stuck.set_value();
-    goOn.get_future().wait();
-  }
-  record(event, data);
-}
-
-TEST_F(ReceiverLiveTest, ASlowCallbackDelaysEventsOnly) {
-  AIFW_register_frmwrk_app_cb(waitOnce);
-  air_.write(kAir, kChannel14, named({{1, "GOOD"}}));
-  scan(kAir, kChannel14);
-  ASSERT_EQ(0, AIFW_play_first_service(kAir, 0));
-  stuck.get_future().wait();
-  air_.write(kAir, kChannel14, named({{1, "RENAMED"}}, 2));
-  const auto deadline = std::chrono::steady_clock::now() + seconds(60);
-  while (labels(kAir) != Texts{"5-1 RENAMED"} && std::chrono::steady_clock::now() < deadline)
-    std::this_thread::yield();
-  EXPECT_EQ((Texts{"5-1 RENAMED"}), labels(kAir));
-  goOn.set_value();
-  eventLog.takeUntil(AFW_SERVICE_UPDATE);
+  EXPECT_EQ(Texts{"over"}, eventLog.until("over", "alert blocking over"));
 }
 
 TEST(ReceiverEventsTest, UpdatesAreSplitAndBelongToTheirEvent) {
@@ -366,143 +346,103 @@ TEST(ReceiverEventsTest, UpdatesAreSplitAndBelongToTheirEvent) {
   EXPECT_EQ((std::vector<uint32_t>{1000, 1}), done.get_future().get());
 }
 
-EmergencyAlert alert(uint8_t sequence, uint8_t priority, uint8_t remaining, uint16_t duration = 0) {
-  EmergencyAlert made;
-  made.sequence = sequence;
-  made.eventId = sequence;
-  made.priority = priority;
-  made.timeRemaining = remaining;
-  made.duration = duration;
-  return made;
-}
-
-TEST(ReceiverAlertsTest, StartOnceByPriorityAndEndInTime) {
-  eventLog.clear();
-  EventQueue events;
-  events.setCallback(record);
-  const AlertSettings settings;
-  Alerts alerts(events, settings, kAir);
-  const auto t = std::chrono::steady_clock::now();
-  alerts.receive(alert(1, 3, 10), t, {});
-  alerts.receive(alert(1, 3, 10), t, {});
-  // The last of many alerts replaces the first; the others never start.
-  for (int i = 0; i < 100; ++i)
-    for (const uint8_t sequence : {4, 3, 2}) alerts.receive(alert(sequence, 11, 10), t, {});
-  alerts.check(t + seconds(1), {});
-  alerts.check(t + seconds(10), {});
-  events.raise(AFW_VIEWING_DELAY);
-  alerts.check(t + seconds(11), {});
-  alerts.receive(alert(2, 11, 10), t + seconds(12), {});  // again, after its end
-  alerts.receive(alert(3, 15, 0), t + seconds(20), {});
-  alerts.receive(alert(3, 15, 0), t + seconds(25), {});
-  alerts.check(t + seconds(34), {});
-  events.raise(AFW_VIEWING_DELAY);
-  alerts.check(t + seconds(35), {});  // not received for 10 s
-  alerts.receive(alert(4, 7, 0, 1), t + seconds(40), 1000u);
-  alerts.receive(alert(4, 7, 0, 1), t + seconds(100), 1060u);
-  alerts.check(t + seconds(100), 1059u);
-  events.raise(AFW_VIEWING_DELAY);
-  alerts.check(t + seconds(100), 1060u);  // the event is over
-  alerts.receive(alert(5, 15, 0), t + seconds(110), {});
-  events.raise(AFW_VIEWING_DELAY);
-  alerts.receive(alert(6, 0, 0), t + seconds(112), {});  // a test message is no alert
-  alerts.check(t + seconds(119), {});
-  events.raise(AFW_VIEWING_DELAY);
-  alerts.stop();
-  events.raise(AFW_INVALID);
-  Events told;
-  for (const Reported& r : eventLog.takeUntil(AFW_INVALID)) told.push_back(r.event);
-  EXPECT_EQ(
-      (Events{AFW_EAS_START_NON_BLOCKING, AFW_EAS_STOP, AFW_EAS_START_BLOCKING, AFW_VIEWING_DELAY,
-              AFW_EAS_STOP, AFW_EAS_START_BLOCKING, AFW_VIEWING_DELAY, AFW_EAS_STOP,
-              AFW_EAS_START_NON_BLOCKING, AFW_VIEWING_DELAY, AFW_EAS_STOP, AFW_EAS_START_BLOCKING,
-              AFW_VIEWING_DELAY, AFW_VIEWING_DELAY, AFW_EAS_STOP, AFW_INVALID}),
-      told);
-}
-
-TEST(ReceiverAlertsTest, OnlyThoseThatAreWantedAreReported) {
-  EventQueue events;
-  events.setCallback(record);
+TEST(ReceiverAlertsTest, StartByPriorityAndSettingsAndEndInTime) {
   using Values = AlertSettings::Values;
-  const Values all, medium{1, 0, 0}, high{2, 0, 0}, maximum{3, 0, 0}, repeated{0, 1, 0},
-      cable{0, 0, 1};
-  // Messages arrive two seconds apart.
-  struct Message {
-    uint8_t sequence;
-    uint16_t event;
-    uint8_t priority;
-    Values settings;
+  const std::map<std::string, Values> kSettings{
+      {"all", {}},
+      {"medium", {1, 0, 0}},
+      {"high", {2, 0, 0}},
+      {"maximum", {3, 0, 0}},
+      {"repeated", {0, 1, 0}},
+      {"cable", {0, 0, 1}},
   };
+  // A script has settings and messages, "second:sequence/event/priority", optionally with "+", the
+  // remaining seconds, the minutes and the start of the event. The alerts that start and end are
+  // "second:sequence/priority", with 'b' when blocking, and "second:.".
   const struct {
     const char* name;
     uint32_t source;
-    std::vector<Message> messages;
-    std::string expected;  // priorities of alerts that start, '.' where an alert stops
+    const char* script;
+    const char* expected;
   } cases[] = {
-      {"all", kAir, {{1, 1, 0, all}, {2, 2, 3, all}, {3, 3, 15, all}}, "3 . 15 . "},
-      {"medium", kAir, {{1, 1, 3, medium}, {2, 2, 7, medium}, {3, 3, 6, medium}}, "7 . "},
-      {"high", kAir, {{1, 1, 11, high}, {2, 2, 10, high}, {3, 3, 12, high}}, "11 . 12 . "},
-      {"maximum", kAir, {{1, 1, 11, maximum}, {2, 2, 15, maximum}, {3, 3, 14, maximum}}, "15 . "},
-      {"cable only, air", kAir, {{1, 1, 15, cable}}, ""},
-      {"cable only, cable", kCable, {{1, 1, 15, cable}}, "15 . "},
-      {"an event again",
-       kAir,
-       {{1, 9, 7, all}, {2, 9, 7, all}, {3, 8, 7, all}, {4, 9, 7, all}},
-       "7 . 7 . "},
-      {"wanted again", kAir, {{1, 9, 7, repeated}, {2, 9, 7, repeated}}, "7 . 7 . "},
-      {"wanted again later",
-       kAir,
-       {{1, 9, 7, all}, {2, 9, 11, all}, {2, 9, 11, repeated}},
-       "7 . 11 . "},
-      {"wanted later", kAir, {{1, 1, 7, maximum}, {1, 1, 7, all}}, "7 . "},
-      {"no longer wanted", kAir, {{1, 1, 7, all}, {1, 1, 7, high}, {2, 2, 11, high}}, "7 . 11 . "},
-      {"a lower one waits",
-       kAir,
-       {{1, 1, 11, all}, {2, 2, 7, all}, {1, 1, 11, all}, {2, 2, 7, all}},
-       "11 . "},
-      {"a lower one while the higher one goes",
-       kAir,
-       {{1, 1, 11, all},
-        {2, 2, 7, all},
-        {2, 2, 7, all},
-        {2, 2, 7, all},
-        {2, 2, 7, all},
-        {2, 2, 7, all}},
-       "11 . 7 . "},
-      {"a lower one that is still sent",
-       kAir,
-       {{1, 1, 7, all},
-        {2, 2, 11, all},
-        {1, 1, 7, all},
-        {1, 1, 7, all},
-        {1, 1, 7, all},
-        {1, 1, 7, all},
-        {1, 1, 7, all}},
-       "7 . 11 . 7 . "},
-      {"on and off", kAir, {{1, 1, 15, all}, {1, 1, 15, cable}, {1, 1, 15, all}}, "15 . 15 . "},
+      {"by priority", kAir, "0:1/1/0 1:2/2/3 3:3/3/15", "1:2/3 3:. 3:3/15b 13:. "},
+      {"for its time", kAir, "0:1/1/3+10 0:1/1/3+10 12:1/1/3+10", "0:1/3 10:. "},
+      {"one a second", kAir,
+       "0:1/1/3+99 0:4/4/11+5 0:3/3/11+5 0:2/2/11+5 0:4/4/11+5 0:3/3/11+5 0:2/2/11+5 8:3/3/11+5",
+       "0:1/3 1:. 1:2/11b 6:. 8:3/11b 13:. "},
+      {"while it is sent", kAir, "0:3/3/15 5:3/3/15", "0:3/15b 15:. "},
+      {"until the event is over", kAir,
+       "0:4/4/7+0+1 9:4/4/7+0+1 18:4/4/7+0+1 27:4/4/7+0+1 "
+       "36:4/4/7+0+1 45:4/4/7+0+1 54:4/4/7+0+1",
+       "0:4/7 60:. "},
+      {"as it started", kAir, "0:4/4/7+0+1+890", "0:4/7 5:. "},
+      {"until the end", kAir, "0:5/5/15+99 2:6/6/0", "0:5/15b 13:. "},
+      {"medium", kAir, "medium 0:1/1/3 2:2/2/7 4:3/3/6", "2:2/7 12:. "},
+      {"high", kAir, "high 0:1/1/11 2:2/2/10 4:3/3/12", "0:1/11b 4:. 4:3/12 14:. "},
+      {"maximum", kAir, "maximum 0:1/1/11 2:2/2/15 4:3/3/14", "2:2/15b 12:. "},
+      {"cable only, air", kAir, "cable 0:1/1/15", ""},
+      {"cable only, cable", kCable, "cable 0:1/1/15", "0:1/15b 10:. "},
+      {"an event again", kAir, "0:1/9/7 2:2/9/7 4:3/8/7 6:4/9/7", "0:1/7 4:. 4:3/7 14:. "},
+      {"wanted again", kAir, "repeated 0:1/9/7 2:2/9/7", "0:1/7 2:. 2:2/7 12:. "},
+      {"wanted again later", kAir, "0:1/9/7 2:2/9/11 repeated 4:2/9/11", "0:1/7 4:. 4:2/11b 14:. "},
+      {"wanted later", kAir, "maximum 0:1/1/7 all 2:1/1/7", "2:1/7 12:. "},
+      {"no longer wanted", kAir, "0:1/1/7 high 2:1/1/7 4:2/2/11", "0:1/7 1:. 4:2/11b 14:. "},
+      {"a lower one waits", kAir, "0:1/1/11 2:2/2/7 4:1/1/11 6:2/2/7", "0:1/11b 14:. "},
+      {"a lower one while the higher one goes", kAir, "0:1/1/11 2:2/2/7 6:2/2/7 9:2/2/7 11:2/2/7",
+       "0:1/11b 10:. 11:2/7 21:. "},
+      {"a lower one that is still sent", kAir, "0:1/1/7 2:2/2/11 4:1/1/7 8:1/1/7 12:1/1/7",
+       "0:1/7 2:. 2:2/11b 12:. 12:1/7 22:. "},
+      {"on and off", kAir, "0:1/1/15 cable 2:1/1/15 all 4:1/1/15", "0:1/15b 1:. 4:1/15b 14:. "},
   };
-  for (const auto& c : cases) {
+  EventQueue events;
+  events.setCallback(record);
+  for (const auto& each : cases) {
     eventLog.clear();
     AlertSettings settings;
-    Alerts alerts(events, settings, c.source);
-    auto t = std::chrono::steady_clock::now();
-    for (const Message& message : c.messages) {
-      settings.set(message.settings);
-      alerts.check(t, {});
-      EmergencyAlert received = alert(message.sequence, message.priority, 0);
-      received.eventId = message.event;
-      received.text = atschost::toUtf16(std::to_string(message.priority));
-      alerts.receive(received, t, {});
-      t += seconds(2);
+    Alerts alerts(events, settings, each.source);
+    const auto begin = steady_clock::now();
+    int second = 0;
+    const auto runTo = [&](int end) {
+      for (; second < end; ++second) {
+        events.raise(AFW_VIEWING_DELAY);
+        alerts.check(begin + seconds(second + 1), 946u + static_cast<uint32_t>(second));
+      }
+    };
+    std::istringstream script(each.script);
+    for (std::string word; script >> word;) {
+      if (const auto known = kSettings.find(word); known != kSettings.end()) {
+        settings.set(known->second);
+        continue;
+      }
+      int at = 0, sequence = 0, event = 0, priority = 0, remaining = 0, minutes = 0, start = 0;
+      std::sscanf(word.c_str(), "%d:%d/%d/%d+%d+%d+%d", &at, &sequence, &event, &priority,
+                  &remaining, &minutes, &start);
+      atschost::EmergencyAlert message;
+      message.sequence = static_cast<uint8_t>(sequence);
+      message.eventId = static_cast<uint16_t>(event);
+      message.priority = static_cast<uint8_t>(priority);
+      message.timeRemaining = static_cast<uint8_t>(remaining);
+      message.duration = static_cast<uint16_t>(minutes);
+      message.start = static_cast<uint32_t>(start);
+      message.text = atschost::toUtf16(std::to_string(sequence) + '/' + std::to_string(priority));
+      runTo(at);
+      alerts.receive(message, begin + seconds(at), 945u + static_cast<uint32_t>(at));
     }
+    runTo(second + 11);
     alerts.stop();
-    events.raise(AFW_INVALID);
+    events.raise(AFW_CHANNEL_PLAY_FAILURE);
     std::string told;
-    for (const Reported& r : eventLog.takeUntil(AFW_INVALID)) {
-      if (r.event == AFW_EAS_STOP) told += ". ";
-      if (!r.text.empty()) told += r.text + ' ';
+    int now = 0;
+    for (const std::string& event : eventLog.until("fails", "blocking alert over delay")) {
+      if (event == "delay") {
+        ++now;
+        continue;
+      }
+      const bool blocking = event[0] == 'b';
+      told += std::to_string(now) + ':' +
+              (event == "over" ? "." : event.substr(event.find(' ') + 1)) + (blocking ? "b " : " ");
     }
-    EXPECT_EQ(c.expected, told) << c.name;
+    EXPECT_EQ(each.expected, told) << each.name;
   }
 }
 
@@ -530,52 +470,6 @@ TEST(ReceiverAlertsTest, SettingsAreKeptAtOnce) {
       EXPECT_EQ(value, read);
     }
   }
-}
-
-SystemTime at(uint32_t gps, uint8_t offset = 18) {
-  SystemTime time;
-  time.gpsSeconds = gps;
-  time.gpsUtcOffset = offset;
-  return time;
-}
-
-TEST(ReceiverClockTest, FollowsTheFirstTimeOfEachStreamAndRunsOn) {
-  Clock clock;
-  const auto t = std::chrono::steady_clock::now();
-  EXPECT_LT(static_cast<uint32_t>(time(nullptr)) - clock.now(t), 5u);
-  const StreamId a{"a", 1, 1, 100, 1}, b{"b", 1, 2, 100, 1}, hostile{"c", 1, 3, 100, 1};
-  clock.remember(b, at(kStart + 1), t);
-  Clock::Effect effect = clock.follow(a, at(kStart), t);
-  EXPECT_TRUE(effect.timeChanged && !effect.detailsChanged);
-  EXPECT_EQ(kStart - 18 + kGpsEpoch, clock.now(t));
-
-  // The stream starts again, but its time runs on.
-  effect = clock.follow(a, at(kStart), t + seconds(100));
-  EXPECT_FALSE(effect.timeChanged);
-  EXPECT_EQ(kStart + 100 - 18 + kGpsEpoch, clock.now(t + seconds(100)));
-  EXPECT_EQ(kStart + 100, clock.stationTime(a, t + seconds(100)));
-  // A stream that was made together with the first, read before.
-  EXPECT_FALSE(clock.follow(b, at(kStart), t + seconds(100)).timeChanged);
-  // Another offset.
-  effect = clock.follow(b, at(kStart, 17), t + seconds(100));
-  EXPECT_TRUE(effect.detailsChanged && effect.timeChanged);
-  EXPECT_EQ(kStart + 101 - 17 + kGpsEpoch, clock.now(t + seconds(100)));
-  // Another content of the same file, and extreme times.
-  StreamId replaced = a;
-  replaced.inode = 9;
-  EXPECT_TRUE(clock.follow(replaced, at(kStart + 50, 17), t + seconds(100)).timeChanged);
-  EXPECT_EQ(kStart + 50 - 17 + kGpsEpoch, clock.now(t + seconds(100)));
-  // A stream that was made together with the others and is read now for the first time.
-  const StreamId late{"d", 1, 4, 100, 1};
-  clock.follow(late, at(kStart, 17), t + seconds(200));
-  EXPECT_EQ(kStart + 200 - 17 + kGpsEpoch, clock.now(t + seconds(200)));
-  clock.follow(hostile, at(0xFFFFFFFF, 255), t + seconds(100));
-  EXPECT_EQ(kGpsEpoch - 256, clock.now(t + seconds(100)));
-
-  clock.set(5000, t);
-  effect = clock.follow(a, at(kStart, 15), t);
-  EXPECT_TRUE(effect.detailsChanged && !effect.timeChanged);
-  EXPECT_EQ(5007u, clock.now(t + seconds(7)));
 }
 
 TEST(ReceiverPaceTest, IsThatOfTheStreamsOwnClocks) {

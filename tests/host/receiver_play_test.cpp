@@ -3,20 +3,14 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
-#include <algorithm>
-#include <chrono>
 #include <filesystem>
-#include <fstream>
 #include <functional>
-#include <iterator>
 #include <thread>
-#include <vector>
 
 #include "aiaud.h"
 #include "aicn.h"
 #include "aife.h"
 #include "aiin.h"
-#include "aiup.h"
 #include "aivc.h"
 #include "arrivals.h"
 #include "atsc_host.h"
@@ -26,6 +20,7 @@
 #include "receiver/station/audio.h"
 #include "receiver/tables/service_name.h"
 #include "receiver_test_air.h"
+#include "receiver_test_service.h"
 #include "rmgr.h"
 #include "wait.h"
 
@@ -35,43 +30,12 @@ namespace {
 namespace fs = std::filesystem;
 using atschost::AudioLanguages;
 using atschost::Receiver;
-using atschost::Service;
 
 constexpr uint32_t kChannel15 = 479000000;
+constexpr uint32_t kSkipped = AISRV_FLAG_VISIBLE | AISRV_FLAG_SKIPPED;
 constexpr int32_t kEng = AICN_LANGUAGE_ENGLISH;
 constexpr int32_t kFre = AICN_LANGUAGE_FRENCH;
 constexpr int32_t kSpa = AICN_LANGUAGE_SPANISH;
-
-// An audio stream: its language, then 'd' for a description, 'h' for the hearing impaired or 'c'
-// for a commentary.
-AISRV_pid_info audio(const std::string& text, uint16_t pid = 52) {
-  AISRV_pid_info stream{};
-  stream.stream_type = 0x81;
-  stream.pid = pid;
-  std::copy_n(text.begin(), std::min<size_t>(3, text.size()), stream.language);
-  const char kind = text.size() > 3 ? text[3] : 0;
-  stream.audio_kind = kind == 'd'   ? AISRV_AUDIO_DESCRIPTION
-                      : kind == 'h' ? AISRV_AUDIO_HEARING_IMPAIRED
-                      : kind == 'm' ? AISRV_AUDIO_MAIN
-                      : kind == 'c' ? AISRV_AUDIO_OTHER
-                                    : 0;
-  return stream;
-}
-
-Service service(uint16_t major, uint16_t minor, uint32_t frequency, uint32_t source = kAir,
-                uint32_t flags = AISRV_FLAG_VISIBLE) {
-  Service s;
-  s.key = {major, minor, frequency, source};
-  s.flags = flags;
-  s.streams = {audio("eng"), audio("spa", 53)};
-  s.programNumber = 1;
-  return s;
-}
-
-AIFW_channel_change_request change(uint32_t mode, uint32_t source = kAir, uint16_t major = 0,
-                                   uint16_t minor = 0) {
-  return {mode, source, AISRV_SERVICE_MASK, major, minor, 0, 0xFFFF, source};
-}
 
 // A record with a name buffer.
 struct Record : AISRV_service_info {
@@ -89,14 +53,13 @@ struct Record : AISRV_service_info {
   std::string letters;
 };
 
-std::string number(const std::optional<Service>& s) {
-  return s ? std::to_string(s->key.major) + "-" + std::to_string(s->key.minor) : "none";
-}
-
-Texts numbers(const Receiver& receiver, uint32_t source = kAir) {
+// The numbers of the listed services, with flags and favourites that the viewer set.
+Texts numbers(const Receiver& receiver) {
   Texts list;
-  const_cast<Receiver&>(receiver).services().visit(source, [&](const Service& s) {
-    list.push_back(number(s));
+  const_cast<Receiver&>(receiver).services().visit(kAir, [&](const Service& s) {
+    const bool set = s.flags != AISRV_FLAG_VISIBLE || s.favourites != 0;
+    list.push_back(number(s) +
+                   (set ? ' ' + std::to_string(s.flags) + ' ' + std::to_string(s.favourites) : ""));
     return true;
   });
   return list;
@@ -136,249 +99,238 @@ TEST(ReceiverAudioTest, TheTrackIsChosenByLanguageAmongMainTracks) {
 }
 
 TEST(ReceiverNameTest, NamesOfViewersBecomeUtf16) {
-  const auto name = [](std::string text, int32_t encoding = 0) {
-    const std::string bytes = atschost::serviceName(
-        {reinterpret_cast<uint8_t*>(text.data()), static_cast<uint16_t>(text.size()), encoding});
-    std::u16string units;
-    for (size_t i = 0; i + 1 < bytes.size(); i += 2)
-      units += static_cast<char16_t>(static_cast<uint8_t>(bytes[i]) << 8 |
-                                     static_cast<uint8_t>(bytes[i + 1]));
-    return units;
+  constexpr int32_t kBytes = 0, kUtf16 = AI_TEXT_UTF16BE;
+  const struct {
+    std::string text;
+    int32_t encoding;
+    std::u16string name;
+  } cases[] = {
+      {"K\xC3\xA4se \xF0\x9F\x93\xBA", kBytes, u"K\u00E4se \U0001F4FA"},
+      // Not UTF-8: Latin-1.
+      {"K\xE4se", kBytes, u"K\u00E4se"},
+      {"\xC0\x80", kBytes, u"\u00C0\u0080"},
+      {"\xE0\x80\x80", kBytes, u"\u00E0\u0080\u0080"},
+      {"\xED\xA0\x80", kBytes, u"\u00ED\u00A0\u0080"},
+      {"\xF4\x90\x80\x80", kBytes, u"\u00F4\u0090\u0080\u0080"},
+      {"\xC3", kBytes, u"\u00C3"},
+      {std::string("AB\0CD", 5), kBytes, u"AB"},
+      {std::string("\0A\xDC\1\xD8\x3D\xDC\xFA\xD8\1", 10), kUtf16, u"A\uFFFD\U0001F4FA\uFFFD"},
+      {std::string(5000, 'x'), kBytes, std::u16string(64, u'x')},
+      {std::string(63, 'x') + "\xF0\x9F\x93\xBA", kBytes, std::u16string(63, u'x')},
   };
-  EXPECT_EQ(u"K\u00E4se \U0001F4FA", name("K\xC3\xA4se \xF0\x9F\x93\xBA"));
-  EXPECT_EQ(u"K\u00E4se", name("K\xE4se")) << "not UTF-8";
-  for (const char* text : {"\xC0\x80", "\xE0\x80\x80", "\xED\xA0\x80", "\xF4\x90\x80\x80", "\xC3"})
-    EXPECT_EQ(u'\0' + static_cast<uint8_t>(text[0]), name(text)[0]) << "Latin-1";
-  EXPECT_EQ(u"AB", name(std::string("AB\0CD", 5)));
-  EXPECT_EQ(u"A\uFFFD\U0001F4FA\uFFFD",
-            name(std::string("\0A\xDC\1\xD8\x3D\xDC\xFA\xD8\1", 10), AI_TEXT_UTF16BE));
-  EXPECT_EQ(std::u16string(64, u'x'), name(std::string(5000, 'x')));
-  EXPECT_EQ(63u, name(std::string(63, 'x') + "\xF0\x9F\x93\xBA").size()) << "no half of a pair";
+  for (const auto& each : cases) {
+    std::string text = each.text;
+    EXPECT_EQ(each.name,
+              utf16(atschost::serviceName({reinterpret_cast<uint8_t*>(text.data()),
+                                           static_cast<uint16_t>(text.size()), each.encoding})));
+  }
   EXPECT_EQ("", atschost::serviceName({nullptr, 5, 0}));
 }
 
 class ReceiverPlayTest : public testing::Test {
  protected:
+  ReceiverPlayTest() { air_.write(kAir, kChannel14, {}); }
+
+  void list(std::vector<Service> services) {
+    receiver_.services().replace(kAir, kChannel14, std::move(services));
+  }
+  // Runs an action. Returns the current service when it was done.
+  std::string after(bool done) const { return done ? number(player_.current()) : "refused"; }
+  std::string change(uint32_t mode, uint16_t major = 0, uint16_t minor = 0) {
+    return after(
+        player_.changeChannel({mode, kAir, AISRV_SERVICE_MASK, major, minor, 0, 0xFFFF, kAir}));
+  }
+  // Puts a file where the state folder should be.
+  void blockState() {
+    fs::remove_all(state_);
+    writeFile(state_, "a file");
+  }
+
   Air air_;
   TemporaryFolder folder_;
   const fs::path state_ = folder_.path() / "state";
+  TestReceiver receiver_{state_, air_.antenna()};
+  atschost::Player& player_ = receiver_.player();
+  atschost::ServiceEditor& editor_ = receiver_.serviceEditor();
+  const Service one_ = service(9, 1, kChannel14), two_ = service(9, 2, kChannel14);
 };
 
 TEST_F(ReceiverPlayTest, UpAndDownNeedAServiceThatTheViewerSurfs) {
-  air_.write(kAir, kChannel14, {});
-  TestReceiver receiver(state_);
-  receiver.services().replace(
-      kAir, kChannel14,
-      {service(9, 1, kChannel14, kAir, 0), service(9, 2, kChannel14),
-       service(9, 3, kChannel14, kAir, AISRV_FLAG_VISIBLE | AISRV_FLAG_SKIPPED)});
-  for (const uint32_t mode : {AIFW_CHANGE_UP, AIFW_CHANGE_UP, AIFW_CHANGE_DOWN}) {
-    EXPECT_TRUE(receiver.player().changeChannel(change(mode)));
-    EXPECT_EQ("9-2", number(receiver.player().current()));
-  }
-  receiver.services().replace(kAir, kChannel14, {service(9, 1, kChannel14, kAir, 0)});
-  ASSERT_TRUE(receiver.player().playFirst(kAir, 0));
-  EXPECT_FALSE(receiver.player().changeChannel(change(AIFW_CHANGE_DOWN)));
-  EXPECT_EQ("9-1", number(receiver.player().current()));
+  const Service hidden = service(9, 1, kChannel14, kAir, 0);
+  list({hidden, two_, service(9, 3, kChannel14, kAir, kSkipped)});
+  for (const uint32_t mode : {AIFW_CHANGE_UP, AIFW_CHANGE_UP, AIFW_CHANGE_DOWN})
+    EXPECT_EQ("9-2", change(mode));
+  list({hidden});
+  EXPECT_EQ("9-1", after(player_.playFirst(kAir, 0)));
+  EXPECT_EQ("refused", change(AIFW_CHANGE_DOWN));
+  EXPECT_EQ("9-1", after(true));
 }
 
 TEST_F(ReceiverPlayTest, EachSourceRemembersWhatPlayedLast) {
-  air_.write(kAir, kChannel14, {});
   air_.write(kCable, kChannel15, {});
+  EXPECT_EQ("refused", after(player_.playSource(kAir))) << "nothing is listed";
+  list({one_, two_});
+  receiver_.services().replace(kCable, kChannel15, {service(300, 0, kChannel15, kCable)});
+  EXPECT_EQ("9-1", after(player_.playSource(kAir)));
+  EXPECT_EQ("9-2", change(AIFW_CHANGE_UP));
+  EXPECT_EQ("300-0", after(player_.playSource(kCable)));
+  EXPECT_EQ(kCable, player_.tunerSource());
+  EXPECT_TRUE(receiver_.settings().keep() && receiver_.services().store());
   {
-    TestReceiver receiver(state_);
-    EXPECT_FALSE(receiver.player().playSource(kAir)) << "nothing is listed";
-    receiver.services().replace(kAir, kChannel14,
-                                {service(9, 1, kChannel14), service(9, 2, kChannel14)});
-    receiver.services().replace(kCable, kChannel15, {service(300, 0, kChannel15, kCable)});
-    EXPECT_TRUE(receiver.player().playSource(kAir));
-    EXPECT_EQ("9-1", number(receiver.player().current()));
-    EXPECT_TRUE(receiver.player().changeChannel(change(AIFW_CHANGE_UP)));
-    EXPECT_TRUE(receiver.player().playSource(kCable));
-    EXPECT_EQ(kCable, receiver.player().tunerSource());
-    EXPECT_EQ("300-0", number(receiver.player().current()));
-    EXPECT_TRUE(receiver.settings().keep());
-    EXPECT_TRUE(receiver.services().store());
+    const Air elsewhere;
+    TestReceiver lost(state_), restarted(state_, air_.antenna());
+    EXPECT_FALSE(lost.player().playSource(kAir)) << "each receiver has its own antenna";
+    EXPECT_EQ(kCable, restarted.settings().source());
+    EXPECT_EQ(kCable, restarted.player().tunerSource());
+    EXPECT_TRUE(restarted.player().playSource(kAir));
+    EXPECT_EQ("9-2", number(restarted.player().current()));
   }
-  TestReceiver receiver(state_, air_.antenna());
-  EXPECT_EQ(kCable, receiver.settings().source());
-  EXPECT_EQ(kCable, receiver.player().tunerSource());
-  const Air elsewhere;
-  EXPECT_FALSE(TestReceiver(state_, elsewhere.antenna()).player().playSource(kAir));
-  EXPECT_TRUE(receiver.player().playSource(kAir)) << "each receiver has its own antenna";
-  EXPECT_EQ("9-2", number(receiver.player().current()));
-
   // Another source becomes the current source, without playing.
-  receiver.player().stopTuning();
-  EXPECT_EQ(0u, receiver.player().tuning().frequency);
-  EXPECT_TRUE(receiver.player().followTuner(receiver.player().tunerSource()));
-  EXPECT_EQ("9-2", number(receiver.player().current()));
-  EXPECT_FALSE(receiver.player().followTuner(4));
-  EXPECT_TRUE(receiver.player().followTuner(kCable));
-  EXPECT_EQ("300-0", number(receiver.player().current()));
-  EXPECT_FALSE(receiver.player().isPlaying());
+  EXPECT_EQ("9-2", after(player_.playSource(kAir)));
+  player_.stopTuning();
+  EXPECT_EQ(0u, player_.tuning().frequency);
+  EXPECT_EQ("9-2", after(player_.followTuner(kAir)));
+  EXPECT_EQ("refused", after(player_.followTuner(4)));
+  EXPECT_EQ("300-0", after(player_.followTuner(kCable)));
+  EXPECT_FALSE(player_.isPlaying());
 
   // A failure changes nothing. Deleted services do not play on their own.
   fs::remove(air_.path(kAir, kChannel14));
-  EXPECT_FALSE(receiver.player().playSource(kAir));
-  EXPECT_FALSE(receiver.player().changeChannel(change(AIFW_CHANGE_DIRECT, kAir, 9, 1)));
-  EXPECT_EQ("300-0", number(receiver.player().current()));
+  EXPECT_EQ("refused", after(player_.playSource(kAir)));
+  EXPECT_EQ("refused", change(AIFW_CHANGE_DIRECT, 9, 1));
+  EXPECT_EQ("300-0", after(true));
   air_.write(kAir, kChannel14, {});
-  EXPECT_TRUE(receiver.services().setFlags(kAir, 2, AISRV_FLAG_DELETED, 0));
-  EXPECT_TRUE(receiver.player().playSource(kAir));
-  EXPECT_EQ("9-1", number(receiver.player().current()));
+  EXPECT_TRUE(receiver_.services().setFlags(kAir, 2, AISRV_FLAG_DELETED, 0));
+  EXPECT_EQ("9-1", after(player_.playSource(kAir)));
 }
 
 TEST_F(ReceiverPlayTest, StandbyRefusesToPlayAndGoesOnAfterwards) {
-  air_.write(kAir, kChannel14, {});
-  TestReceiver receiver(state_);
-  receiver.services().replace(kAir, kChannel14,
-                              {service(9, 1, kChannel14), service(9, 2, kChannel14)});
-  receiver.player().leaveStandby();
-  EXPECT_FALSE(receiver.player().isPlaying());
-  ASSERT_TRUE(receiver.player().changeChannel(change(AIFW_CHANGE_DIRECT, kAir, 9, 2)));
+  list({one_, two_});
+  player_.leaveStandby();
+  EXPECT_FALSE(player_.isPlaying());
+  EXPECT_EQ("9-2", change(AIFW_CHANGE_DIRECT, 9, 2));
   for (const bool stoppedFirst : {false, true}) {
-    if (stoppedFirst) receiver.player().stopTuning();
-    EXPECT_TRUE(receiver.enterStandby());
+    if (stoppedFirst) player_.stopTuning();
+    EXPECT_TRUE(receiver_.enterStandby());
     EXPECT_TRUE(fs::exists(state_ / "settings.json") && fs::exists(state_ / "services.json"));
-    EXPECT_FALSE(receiver.player().isPlaying());
-    EXPECT_FALSE(receiver.player().playFirst(kAir, 0) || receiver.player().playSource(kAir) ||
-                 receiver.player().changeChannel(change(AIFW_CHANGE_UP)));
-    receiver.player().leaveStandby();
-    EXPECT_TRUE(receiver.player().isPlaying());
-    EXPECT_EQ("9-2", number(receiver.player().current()));
+    EXPECT_FALSE(player_.isPlaying());
+    EXPECT_EQ("refused", after(player_.playFirst(kAir, 0)));
+    EXPECT_EQ("refused", after(player_.playSource(kAir)));
+    EXPECT_EQ("refused", change(AIFW_CHANGE_UP));
+    player_.leaveStandby();
+    EXPECT_EQ("9-2", after(player_.isPlaying()));
   }
-  receiver.player().setAudioLanguage(&AudioLanguages::first, kFre);  // to be stored
-  fs::remove_all(state_);
-  std::ofstream(state_) << "a file where the folder should be";
-  EXPECT_FALSE(receiver.enterStandby());
-  EXPECT_FALSE(receiver.player().playFirst(kAir, 0)) << "it is in standby all the same";
+  player_.setAudioLanguage(&AudioLanguages::first, kFre);  // to be stored
+  blockState();
+  EXPECT_FALSE(receiver_.enterStandby());
+  EXPECT_EQ("refused", after(player_.playFirst(kAir, 0))) << "it is in standby all the same";
 }
 
 // Each function fails and changes nothing when the state cannot be stored, and succeeds afterwards.
 TEST_F(ReceiverPlayTest, WhatCannotBeStoredIsRefusedAndNothingIsLost) {
-  air_.write(kAir, kChannel14, {});
-  TestReceiver receiver(state_);
-  receiver.services().replace(kAir, kChannel14, {service(9, 1, kChannel14)});
-  ASSERT_TRUE(receiver.player().playFirst(kAir, 0));
-  EXPECT_EQ(1, receiver.player().audioTrack());
+  list({one_});
+  EXPECT_EQ("9-1", after(player_.playFirst(kAir, 0)));
   Record changed(0, 0, 0);
   changed.service_id.service_rec = 1;
-  changed.AISRV_flags_ = AISRV_FLAG_VISIBLE | AISRV_FLAG_SKIPPED;
+  changed.AISRV_flags_ = kSkipped;
   changed.AISRV_fav_group_ = 0x30;
   const std::function<bool()> kCalls[] = {
-      [&] { return receiver.serviceEditor().add(Record(9, 5, kChannel15)); },
-      [&] { return receiver.serviceEditor().modify(changed); },
-      [&] { return receiver.player().chooseAudio(2); },
-      [&] { return receiver.serviceEditor().reset(kAir); },
+      [&] { return editor_.add(Record(9, 5, kChannel15)); },
+      [&] { return editor_.modify(changed); },
+      [&] { return player_.chooseAudio(2); },
+      [&] { return editor_.reset(kAir); },
   };
-  std::ofstream(state_) << "a file where the folder should be";
+  blockState();
   for (const auto& call : kCalls) EXPECT_FALSE(call());
-  EXPECT_FALSE(receiver.services().store());
-  receiver.settings().store();
-  EXPECT_FALSE(receiver.settings().sync());
-  EXPECT_FALSE(receiver.player().setDualMode(AIAUD_DUAL_LEFT));
-  EXPECT_EQ(Texts{"9-1"}, numbers(receiver));
-  EXPECT_TRUE(receiver.player().isPlaying());
-  EXPECT_EQ(1, receiver.player().audioTrack());
-  EXPECT_EQ(uint32_t{AISRV_FLAG_VISIBLE}, receiver.player().current().value().flags);
+  EXPECT_FALSE(receiver_.services().store());
+  receiver_.settings().store();
+  EXPECT_FALSE(receiver_.settings().sync());
+  EXPECT_FALSE(player_.setDualMode(AIAUD_DUAL_LEFT));
+  EXPECT_EQ(Texts{"9-1"}, numbers(receiver_));
+  EXPECT_TRUE(player_.isPlaying());
+  EXPECT_EQ(1, player_.audioTrack());
 
   fs::remove(state_);
-  EXPECT_TRUE(receiver.settings().sync());
+  EXPECT_TRUE(receiver_.settings().sync());
   for (size_t i = 0; i < 3; ++i) EXPECT_TRUE(kCalls[i]() && kCalls[i]()) << "also when set twice";
-  EXPECT_EQ(2, receiver.player().audioTrack());
-  {
-    TestReceiver restarted(state_);
-    EXPECT_EQ((Texts{"9-1", "9-5"}), numbers(restarted));
-    EXPECT_EQ(changed.AISRV_flags_, restarted.player().current().value().flags);
-    EXPECT_EQ(0x30u, restarted.player().current().value().favourites);
-  }
+  EXPECT_EQ(2, player_.audioTrack());
+  EXPECT_EQ((Texts{"9-1 " + std::to_string(kSkipped) + " 48", "9-5"}),
+            numbers(TestReceiver(state_)));
   EXPECT_TRUE(kCalls[3]());
-  EXPECT_FALSE(receiver.player().isPlaying());
+  EXPECT_FALSE(player_.isPlaying());
   EXPECT_EQ(Texts{}, numbers(TestReceiver(state_)));
-  EXPECT_FALSE(receiver.serviceEditor().reset(1));
-  EXPECT_FALSE(receiver.serviceEditor().modify(changed));
-  EXPECT_FALSE(receiver.player().chooseAudio(1));
+  EXPECT_FALSE(editor_.reset(1) || editor_.modify(changed) || player_.chooseAudio(1));
 }
 
 TEST_F(ReceiverPlayTest, OnlyWhatCanBeTunedIsAdded) {
-  TestReceiver receiver(state_);
-  receiver.services().replace(kAir, kChannel14, {service(14, 5000, kChannel14)});
+  list({service(14, 5000, kChannel14)});
   Record foreign(9, 1, kChannel14);
   foreign.modulation = AI_MODULATION_QAM;
   for (const Record& record :
        {foreign, Record(9, 1, 1000), Record(9, 1, kChannel14, "", 4), Record(0, 1, kChannel14),
         Record(1024, 1, kChannel14), Record(9, 1024, kChannel14), Record(9000, 0, kChannel14)})
-    EXPECT_FALSE(receiver.serviceEditor().add(record)) << record.major << "-" << record.minor;
-  EXPECT_TRUE(receiver.serviceEditor().add(Record(9000, 0, kChannel14, "", kCable)));
-  EXPECT_TRUE(receiver.serviceEditor().add(Record(9, 1, kChannel14, "", 0)))
-      << "0 is terrestrial, too";
-  EXPECT_TRUE(receiver.serviceEditor().add(Record(14, 5000, kChannel14))) << "it is listed";
-  EXPECT_EQ((Texts{"9-1", "14-5000"}), numbers(receiver));
+    EXPECT_FALSE(editor_.add(record)) << record.major << "-" << record.minor;
+  EXPECT_TRUE(editor_.add(Record(9000, 0, kChannel14, "", kCable)));
+  EXPECT_TRUE(editor_.add(Record(1023, 1023, kChannel14, "", 0))) << "0 is terrestrial, too";
+  EXPECT_TRUE(editor_.add(Record(14, 5000, kChannel14))) << "it is listed";
+  EXPECT_EQ((Texts{"14-5000", "1023-1023"}), numbers(receiver_));
 }
 
 TEST_F(ReceiverPlayTest, TheListIsReadAnewAsItIsStored) {
   const fs::path file = state_ / "services.json";
-  TestReceiver receiver(state_);
-  receiver.services().replace(kAir, kChannel14, {service(9, 1, kChannel14)});
-  EXPECT_FALSE(receiver.serviceEditor().reload()) << "there is none";
-  EXPECT_EQ(Texts{"9-1"}, numbers(receiver));
+  list({one_});
+  EXPECT_FALSE(editor_.reload()) << "there is none";
+  EXPECT_EQ(Texts{"9-1"}, numbers(receiver_));
   {
     TestReceiver other(state_);
     other.services().replace(kAir, kChannel14, {service(9, 7, kChannel14)});
     ASSERT_TRUE(other.services().store());
   }
-  EXPECT_TRUE(receiver.serviceEditor().reload());
-  EXPECT_EQ(Texts{"9-7"}, numbers(receiver));
-  const auto foreign = [](std::string text) {  // a language of no letters
-    return text.replace(text.find("\"eng\"") + 1, 3, "1_2");
-  };
-  writeFile(file, foreign(readFile(file)));
-  EXPECT_FALSE(receiver.serviceEditor().reload());
-  std::ofstream(file) << "{";
-  EXPECT_FALSE(receiver.serviceEditor().reload());
-  EXPECT_EQ(Texts{"9-7"}, numbers(receiver));
-  EXPECT_TRUE(receiver.services().store());
+  EXPECT_TRUE(editor_.reload());
+  std::string foreign = readFile(file);  // a language of no letters
+  foreign.replace(foreign.find("\"eng\"") + 1, 3, "1_2");
+  for (const std::string& text : {foreign, std::string("{")}) {
+    writeFile(file, text);
+    EXPECT_FALSE(editor_.reload());
+    EXPECT_EQ(Texts{"9-7"}, numbers(receiver_));
+  }
+  EXPECT_TRUE(receiver_.services().store());
   EXPECT_EQ(Texts{"9-7"}, numbers(TestReceiver(state_)));
-}
 
-TEST_F(ReceiverPlayTest, TheTunedCarrierTellsItsServicesAgainAfterAReload) {
+  // The tuned carrier tells its services again.
   air_.write(kAir, kChannel14, goodCarrier());
-  TestReceiver receiver(state_);
-  ASSERT_TRUE(receiver.serviceEditor().add(Record(7, 7, kChannel14, "MINE")));
   const auto hasBoth = [&] {
-    return eventually([&] { return numbers(receiver) == Texts{"5-1", "7-7"}; });
+    return eventually([&] { return numbers(receiver_) == Texts{"5-1", "9-8"}; });
   };
-  EXPECT_TRUE(receiver.player().playSource(kAir));
+  EXPECT_TRUE(editor_.reset(kAir) && editor_.add(Record(9, 8, kChannel14)));
+  EXPECT_TRUE(player_.playSource(kAir));
   EXPECT_TRUE(hasBoth());
-  EXPECT_TRUE(receiver.serviceEditor().reload());
-  EXPECT_EQ(Texts{"7-7"}, numbers(receiver)) << "what is stored";
+  EXPECT_TRUE(editor_.reload());
+  EXPECT_EQ(Texts{"9-8"}, numbers(receiver_)) << "what is stored";
   EXPECT_TRUE(hasBoth());
 }
 
 TEST_F(ReceiverPlayTest, NothingPlaysOfAListThatWasReset) {
-  air_.write(kAir, kChannel14, {});
-  TestReceiver receiver(state_);
   for (int i = 0; i < 500; ++i) {
-    ASSERT_TRUE(receiver.serviceEditor().add(Record(7, 7, kChannel14)));
+    ASSERT_TRUE(editor_.add(Record(7, 7, kChannel14)));
     std::thread player([&] {
-      for (int n = 0; n < 20; ++n) receiver.player().playSource(kAir);
+      for (int n = 0; n < 20; ++n) player_.playSource(kAir);
     });
-    EXPECT_TRUE(receiver.serviceEditor().reset(kAir));
+    EXPECT_TRUE(editor_.reset(kAir));
     player.join();
-    EXPECT_FALSE(receiver.player().isPlaying());
+    EXPECT_FALSE(player_.isPlaying());
   }
 }
 
 TEST_F(ReceiverPlayTest, SettingsOfOlderFilesAreTakenAndFaultyOnesSetAside) {
   const fs::path file = state_ / "settings.json";
   fs::create_directories(state_);
-  const std::string current = R"("current": {"major": 9, "minor": 1, "frequency": 473000000})";
   const auto write = [&](const std::string& member) {
-    std::ofstream(file) << R"({"format": "atsc-host-settings-1", "source": 2, )" << member << "}";
+    writeFile(file, R"({"format": "atsc-host-settings-1", "source": 2, )" + member + "}");
   };
-  write(current);
+  write(R"("current": {"major": 9, "minor": 1, "frequency": 473000000})");
   TestReceiver old(state_);
-  old.services().replace(kAir, kChannel14, {service(9, 1, kChannel14)});
+  old.services().replace(kAir, kChannel14, {one_});
   EXPECT_EQ("9-1", number(old.player().current()));
   EXPECT_EQ(kEng, old.settings().languages().first);
 
@@ -400,33 +352,30 @@ TEST_F(ReceiverPlayTest, SettingsOfOlderFilesAreTakenAndFaultyOnesSetAside) {
 // Events of the receiver of this process.
 Arrivals<AFW_event_t> raised;
 void note(AFW_event_t event, void*) { raised.add(event); }
-// Runs `action` and waits for a later event.
-void await(AFW_event_t event, const std::function<void()>& action) {
-  raised.clear();
-  action();
-  EXPECT_FALSE(raised.takeUntil([&](AFW_event_t other) { return other == event; }).empty());
-}
-
-// Channels 5-minor of the given names, each with the same streams.
-Bytes carrier(const std::vector<std::pair<unsigned, std::string>>& names, unsigned version = 1,
-              const std::vector<Element>& elements = {{2, 49, ""}, {129, 52, "eng"}}) {
-  std::vector<Channel> channels;
-  for (const auto& [minor, name] : names)
-    channels.push_back({name, 5, minor, minor, 2, false, serviceLocation(elements)});
-  return packets(0x1FFB, {vct(0xC8, channels, version)});
-}
 
 TEST_F(ReceiverPlayTest, WhatTheViewerSetSurvivesScansLiveTablesAndRestarts) {
-  ATSC_host_set_fast(1);
-  scan(kAir);  // nothing is on the air
+  const std::vector<Element> one{{2, 49, ""}, {129, 52, "eng"}};
   const std::vector<Element> two{{2, 49, ""}, {129, 52, "eng"}, {129, 53, "spa"}};
-  air_.write(kAir, kChannel14, carrier({{1, "GOOD"}}, 1, two));
+  // Channels 5-1, 5-2 and so on, unless their name is empty.
+  const auto send = [&](const Texts& names, unsigned version,
+                        const std::vector<Element>& elements) {
+    std::vector<Channel> channels;
+    for (unsigned i = 1; i <= names.size(); ++i)
+      if (!names[i - 1].empty())
+        channels.push_back({names[i - 1], 5, i, i, 2, false, serviceLocation(elements)});
+    air_.write(kAir, kChannel14, packets(0x1FFB, {vct(0xC8, channels, version)}));
+  };
+  ATSC_host_set_fast(1);
+  fs::remove(air_.path(kAir, kChannel14));
+  scan(kAir);
+  send({"GOOD"}, 1, two);
   scan(kAir, kChannel14);
   ASSERT_EQ(0, AIFW_play_first_service(kAir, 0));
   Receiver& receiver = atschost::hostReceiver();
-  EXPECT_EQ(1, receiver.player().audioTrack());
+  const auto track = [&] { return receiver.player().audioTrack(); };
+  EXPECT_EQ(1, track());
   EXPECT_EQ(0, AICN_set_pref_aud_lang(kSpa));
-  EXPECT_EQ(2, receiver.player().audioTrack()) << "at once";
+  EXPECT_EQ(2, track()) << "at once";
   EXPECT_EQ(0, AICN_set_pref_aud_lang(kEng));
   EXPECT_EQ(0, AIFW_change_audio(2));
   EXPECT_NE(0, AIFW_change_audio(3));
@@ -434,46 +383,45 @@ TEST_F(ReceiverPlayTest, WhatTheViewerSetSurvivesScansLiveTablesAndRestarts) {
   listed.AISRV_flags_ |= AISRV_FLAG_SKIPPED;
   listed.AISRV_fav_group_ = 0x10;
   EXPECT_EQ(0, AIFW_modify_service(AIFW_SERVICE_MODIFY, &listed));
-  const Record mine(5, 9, kChannel14, "MINE"), renamed(5, 1, kChannel14, "RENAMED");
+  const Record mine(5, 4, kChannel14, "MINE"), renamed(5, 1, kChannel14, "RENAMED");
   EXPECT_EQ(0, AIFW_modify_service(AIFW_SERVICE_ADD, &mine));
   EXPECT_NE(0, AIFW_modify_service(7, &mine));
 
   scan(kAir, kChannel14);
-  EXPECT_EQ((Texts{"5-1 GOOD", "5-9 MINE"}), labels(kAir));
-  EXPECT_EQ(listed.AISRV_flags_, rows(kAir)[0].info.AISRV_flags_);
+  EXPECT_EQ((Texts{"5-1 GOOD", "5-4 MINE"}), labels(kAir));
+  EXPECT_EQ((Texts{"5-1 " + std::to_string(kSkipped) + " 16", "5-4"}), numbers(receiver));
   EXPECT_EQ(0, AIFW_modify_service(AIFW_SERVICE_ADD, &renamed));
-  EXPECT_EQ(uint32_t{AISRV_FLAG_VISIBLE}, rows(kAir)[0].info.AISRV_flags_);
+  EXPECT_EQ((Texts{"5-1 1 16", "5-4"}), numbers(receiver));
 
   // The carrier has the service and later drops it: in a scan and while it plays.
-  air_.write(kAir, kChannel14, carrier({{1, "GOOD"}, {9, "THEIRS"}}, 2, two));
+  send({"GOOD", "", "", "THEIRS"}, 2, two);
   scan(kAir, kChannel14);
-  EXPECT_EQ((Texts{"5-1 RENAMED", "5-9 MINE"}), labels(kAir));
+  EXPECT_EQ((Texts{"5-1 RENAMED", "5-4 MINE"}), labels(kAir));
   EXPECT_EQ((Texts{"49  2", "52 eng 129", "53 spa 129"}), streams(rows(kAir)[1]));
-  EXPECT_EQ(9, rows(kAir)[1].info.program_number);
+  EXPECT_EQ(4, rows(kAir)[1].info.program_number);
   AIFW_register_frmwrk_app_cb(note);
-  await(AFW_CHANNEL_PLAY_SUCCESS, [] { EXPECT_EQ(0, AIFW_play_first_service(kAir, 0)); });
-  EXPECT_EQ(2, receiver.player().audioTrack()) << "chosen before the scans";
-  await(AFW_SERVICE_ADDED, [&] {
-    air_.write(kAir, kChannel14, carrier({{1, "OTHER"}, {2, "NEW"}}, 3));
-  });
-  EXPECT_EQ((Texts{"5-1 RENAMED", "5-2 NEW", "5-9 MINE"}), labels(kAir));
+  const auto await = [](AFW_event_t event) {
+    EXPECT_FALSE(raised.takeUntil([&](AFW_event_t other) { return other == event; }).empty());
+  };
+  EXPECT_EQ(0, AIFW_play_first_service(kAir, 0));
+  await(AFW_CHANNEL_PLAY_SUCCESS);
+  EXPECT_EQ(2, track()) << "chosen before the scans";
+  send({"OTHER", "NEW"}, 3, one);
+  await(AFW_SERVICE_ADDED);
+  EXPECT_EQ((Texts{"5-1 RENAMED", "5-2 NEW", "5-4 MINE"}), labels(kAir));
   EXPECT_EQ(Texts{}, streams(rows(kAir)[2]));
-  EXPECT_EQ(1, receiver.player().audioTrack()) << "there is one only";
-  await(AFW_SERVICE_ADDED, [&] {
-    air_.write(kAir, kChannel14, carrier({{1, "OTHER"}, {2, "NEW"}, {3, "MORE"}}, 4, two));
-  });
-  EXPECT_EQ(2, receiver.player().audioTrack()) << "there again";
+  EXPECT_EQ(1, track()) << "there is one only";
+  send({"OTHER", "NEW", "MORE"}, 4, two);
+  await(AFW_SERVICE_ADDED);
+  EXPECT_EQ(2, track()) << "there again";
   AIFW_register_frmwrk_app_cb(nullptr);
 
   fs::remove(air_.path(kAir, kChannel14));
   scan(kAir);
-  EXPECT_EQ((Texts{"5-1 RENAMED", "5-9 MINE"}), labels(kAir));
-  EXPECT_EQ(0x10u, rows(kAir)[0].info.AISRV_fav_group_);
   EXPECT_EQ(0, AISRV_sync_to_database());
-  TestReceiver restarted(getenv("ATSC_HOST_STATE"));
-  EXPECT_EQ((Texts{"5-1", "5-9"}), numbers(restarted));
+  EXPECT_EQ((Texts{"5-1 1 16", "5-4"}), numbers(TestReceiver(getenv("ATSC_HOST_STATE"))));
   EXPECT_EQ(0, RMGRReload());
-  EXPECT_EQ((Texts{"5-1 RENAMED", "5-9 MINE"}), labels(kAir));
+  EXPECT_EQ((Texts{"5-1 RENAMED", "5-4 MINE"}), labels(kAir));
   EXPECT_EQ(0, AISRV_reset_db(kAir));
   EXPECT_EQ(Texts{}, labels(kAir));
 }

@@ -54,6 +54,14 @@ Bytes goodCarrier() {
       {vct(0xC8, {{"GOOD", 5, 1, 3, 2, false, serviceLocation({{2, 49, ""}, {129, 52, "eng"}})}})});
 }
 
+Bytes alert(unsigned sequence, const std::string& activation, const std::string& message) {
+  const Bytes whole = message.empty() ? Bytes() : text(message);
+  const Bytes body = Bytes{0, 0, 9, 'C', 'I', 'V'} + counted(bytesOf("TOR")) +
+                     counted(text(activation)) + Bytes{30} + be32(77) + be16(15) + be16(0xF00B) +
+                     Bytes(8) + be16(whole.size()) + whole + Bytes{0, 0} + be16(0xFC00);
+  return section(0xD8, 0, body, sequence);
+}
+
 int startScan(uint32_t source, uint32_t frequency, AICS_scan_callback callback) {
   AICS_search_request request{};
   request.search_type = frequency ? AICS_SEARCH_MANUAL : AICS_SEARCH_AUTOMATIC;

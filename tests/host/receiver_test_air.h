@@ -52,6 +52,9 @@ class TestReceiver : private OwnClock, public atschost::Receiver {
 // Returns a carrier with the channel 5-1 "GOOD", one video and one audio stream.
 Bytes goodCarrier();
 
+// Returns a cable_emergency_alert of priority 11 and 30 seconds. An empty `message` is none.
+Bytes alert(unsigned sequence, const std::string& activation, const std::string& message);
+
 struct Report {
   AICS_scan_progress progress;
   int state;

@@ -3,7 +3,6 @@
 
 #include <chrono>
 #include <cstdio>
-#include <cstring>
 #include <ctime>
 #include <tuple>
 
@@ -20,6 +19,7 @@ namespace receiver_test {
 namespace {
 
 using atschost::Clock;
+using atschost::StreamId;
 using atschost::SystemTime;
 
 uint32_t utc(const char* text) {
@@ -128,28 +128,52 @@ TEST(LocalTime, DatesAreRightForEveryTime) {
   }
 }
 
-TEST(ClockSetting, InManualModeNoTableMovesTheClock) {
+TEST(ReceiverClockTest, FollowsTheFirstTimeOfEachStreamAndRunsOnAsItIsSet) {
   using std::chrono::seconds;
+  constexpr uint32_t kStart = 1200000000;
   Clock clock;
   const auto t = std::chrono::steady_clock::now();
-  const atschost::StreamId a{"a", 1, 1, 100, 1}, b{"b", 1, 2, 100, 1};
-  const SystemTime first = table("2026-04-22 12:00:00", true, 0, 0);
-  SystemTime later = table("2026-04-22 18:00:00", true, 0, 0);
-  clock.follow(a, first, t);
-  clock.setSetting({AIST_ZONE_PACIFIC, false});
-  EXPECT_FALSE(clock.follow(b, later, t + seconds(10)).timeChanged);
-  EXPECT_EQ(first.unixSeconds() + 10, clock.now(t + seconds(10)));
-  later.daylightStatus = false;
-  const Clock::Effect effect = clock.follow(b, later, t + seconds(20));
-  EXPECT_TRUE(effect.detailsChanged && effect.timeChanged);
-  EXPECT_FALSE(clock.lastTable()->daylightStatus);
-  EXPECT_EQ(first.unixSeconds() + 20, clock.now(t + seconds(20)));
+  EXPECT_LT(static_cast<uint32_t>(time(nullptr)) - clock.now(t), 5u);
+  const StreamId a{"a", 1, 1, 100, 1}, b{"b", 1, 2, 100, 1}, hostile{"c", 1, 3, 100, 1};
+  const StreamId late{"d", 1, 4, 100, 1}, replaced{"a", 1, 9, 100, 1};
+  const auto at = [&](uint32_t second, uint8_t offset) {
+    SystemTime time;
+    time.gpsSeconds = kStart + second;
+    time.gpsUtcOffset = offset;
+    return time;
+  };
+  // Follows a stream's time; returns the clock after kStart and the effect.
+  const auto follow = [&](const StreamId& stream, int when, const SystemTime& time) {
+    const Clock::Effect effect = clock.follow(stream, time, t + seconds(when));
+    return std::to_string(static_cast<int32_t>(clock.now(t + seconds(when)) - kGpsEpoch - kStart)) +
+           (effect.detailsChanged ? " details" : "") + (effect.timeChanged ? " time" : "");
+  };
+  clock.remember(b, at(1, 18), t);
+  EXPECT_EQ("-18 time", follow(a, 0, at(0, 18)));
+  EXPECT_EQ("82", follow(a, 100, at(0, 18))) << "it starts again, but its time runs on";
+  EXPECT_EQ(kStart + 100, clock.stationTime(a, t + seconds(100)));
+  EXPECT_FALSE(clock.stationTime(replaced, t));
+  EXPECT_EQ("83", follow(b, 100, at(0, 18))) << "made together with the first, read before";
+  EXPECT_EQ("84 details time", follow(b, 100, at(0, 17)));
+  EXPECT_EQ("33 time", follow(replaced, 100, at(50, 17)));
+  EXPECT_EQ("183 time", follow(late, 200, at(0, 17))) << "made together, read for the first time";
+  EXPECT_EQ("-1200000256 details time", follow(hostile, 100, at(0xFFFFFFFF - kStart, 255)));
 
+  // In manual mode no table moves the clock.
+  EXPECT_EQ("83 details time", follow(b, 100, at(0, 18)));
+  clock.setSetting({AIST_ZONE_PACIFIC, false});
+  SystemTime later = at(6000, 18);
+  EXPECT_EQ("93", follow(replaced, 110, later));
+  later.daylightStatus = true;
+  EXPECT_EQ("103 details time", follow(replaced, 120, later));
+  EXPECT_TRUE(clock.lastTable()->daylightStatus);
   clock.setAutomatic(true);
-  EXPECT_EQ(first.unixSeconds() + 30, clock.now(t + seconds(30))) << "before the next table";
-  EXPECT_TRUE(clock.follow(b, later, t + seconds(30)).timeChanged);
-  EXPECT_EQ(later.unixSeconds() + 20, clock.now(t + seconds(30)));
+  EXPECT_EQ(kStart + 113 + kGpsEpoch, clock.now(t + seconds(130))) << "before the next table";
+  EXPECT_EQ("62 time", follow(replaced, 130, later));
   EXPECT_EQ(int32_t(AIST_ZONE_PACIFIC), clock.setting().zone);
+
+  clock.set(kStart + kGpsEpoch, t);
+  EXPECT_EQ("7 details", follow(a, 7, at(0, 15)));
 }
 
 TEST(ClockSetting, IsSetAndReadThroughTheModule) {
@@ -184,41 +208,45 @@ Bytes captions(uint8_t count, const Bytes& entries) {
   return descriptor(0x86, Bytes{static_cast<uint8_t>(0xE0 | count)} + entries);
 }
 Bytes caption(const std::string& language, uint8_t kind, uint8_t flags) {
-  return Bytes(language.begin(), language.end()) + Bytes{kind, flags, 0xFF};
+  return bytesOf(language) + Bytes{kind, flags, 0xFF};
 }
 
 TEST(CaptionServices, OfADamagedDescriptorTheWholeEntriesCount) {
-  const auto read = [](const Bytes& whole) {
-    const Bytes content(whole.begin() + 2, whole.end());
-    std::vector<atschost::CaptionService> services;
-    const bool sound = atschost::readCaptionServices(content.data(), content.size(), services);
-    return std::pair(sound, services.size());
-  };
   const Bytes entry = caption("eng", 0xC1, 0x3F);
-  EXPECT_EQ(std::pair(true, size_t{1}), read(captions(1, entry)));
-  EXPECT_EQ(std::pair(true, size_t{0}), read(captions(0, entry)));
-  EXPECT_EQ(std::pair(true, size_t{1}), read(captions(2, entry + entry))) << "each once";
-  EXPECT_EQ(std::pair(true, size_t{0}), read(captions(1, caption("eng", 0xC0, 0x3F))));
-  EXPECT_EQ(std::pair(false, size_t{1}), read(captions(3, entry + Bytes{'s', 'p', 'a', 0xC2, 0})));
-  EXPECT_EQ(std::pair(false, size_t{0}), read(descriptor(0x86, {})));
   Bytes many;
   for (uint8_t i = 1; i <= 31; ++i) many = many + caption("eng", static_cast<uint8_t>(0xC0 | i), 0);
-  EXPECT_EQ(std::pair(true, size_t{16}), read(captions(31, many)));
+  const struct {
+    Bytes descriptor;
+    bool sound;
+    size_t count;
+  } cases[] = {
+      {captions(1, entry), true, 1},
+      {captions(0, entry), true, 0},
+      {captions(2, entry + entry), true, 1},  // each once
+      {captions(1, caption("eng", 0xC0, 0x3F)), true, 0},
+      {captions(3, entry + Bytes{'s', 'p', 'a', 0xC2, 0}), false, 1},
+      {descriptor(0x86, {}), false, 0},
+      {captions(31, many), true, 16},
+  };
+  for (const auto& c : cases) {
+    const Bytes content(c.descriptor.begin() + 2, c.descriptor.end());
+    std::vector<atschost::CaptionService> services;
+    EXPECT_EQ(c.sound, atschost::readCaptionServices(content.data(), content.size(), services));
+    EXPECT_EQ(c.count, services.size()) << testing::PrintToString(content);
+  }
 }
 
 TEST(CaptionServices, AreThoseOfThePresentEventElseOfThePmt) {
-  constexpr uint32_t kChannel = 473000000;
   const Air air;
-  scan(AI_INPUT_TERRESTRIAL);
-  air.write(AI_INPUT_TERRESTRIAL, kChannel,
+  scan(kAir);
+  const Bytes french = captions(1, caption("fra", 0xC1, 0x3F));
+  const Bytes two = captions(2, caption("eng", 0xC1, 0x3F) + caption("???", 0x7F, 0xBF));
+  air.write(kAir, kChannel14,
             packets(0x1FFB, {vct(0xC8, {{"ONE", 6, 1, 3}, {"TWO", 6, 2, 4}, {"NONE", 6, 3, 5}})}) +
                 packets(0, {pat({{3, 0x30}, {4, 0x30}})}) +
-                packets(0x30, {pmt(3, {{2, 49, captions(1, caption("fra", 0xC1, 0x3F))}}),
-                               pmt(4, {{2, 65,
-                                        captions(2, caption("eng", 0xC1, 0x3F) +
-                                                        caption("???", 0x7F, 0xBF))}})}));
-  scan(AI_INPUT_TERRESTRIAL, kChannel);
-  const std::vector<Row> list = rows(AI_INPUT_TERRESTRIAL);
+                packets(0x30, {pmt(3, {{2, 49, french}}), pmt(4, {{2, 65, two}})}));
+  scan(kAir, kChannel14);
+  const std::vector<Row> list = rows(kAir);
   ASSERT_EQ(3u, list.size());
   // A past, a current and a future event.
   const uint32_t now = atschost::hostClock().now() - kGpsEpoch + 18;
@@ -237,37 +265,31 @@ TEST(CaptionServices, AreThoseOfThePresentEventElseOfThePmt) {
   tables.eits[{0, 3}] = {event(now - 2700, "deu", 0), event(now - 900, "spa", 0x40),
                          event(now + 900, "deu", 0)};
   tables.eits[{0, 4}] = {event(now - 2700, "deu", 0), event(now + 900, "deu", 0)};
-  atschost::hostReceiver().guide().update(AI_INPUT_TERRESTRIAL, kChannel, tables, 18);
+  atschost::hostReceiver().guide().update(kAir, kChannel14, tables, 18);
 
-  AICC_cc_service_data data{}, again{};
-  ASSERT_EQ(0, AICC_get_cc_service_data(0, &list[0].info, &data));
-  ASSERT_EQ(1, data.count);
-  EXPECT_EQ(5, data.services[0].service_id);
-  EXPECT_EQ("spa", std::string(data.services[0].language, 3));
-  EXPECT_EQ(int32_t(AICC_INPUT_DIGITAL), data.services[0].input_type);
-  EXPECT_EQ(int32_t(AICC_ASPECT_16_9), data.services[0].aspect_ratio);
-  EXPECT_EQ(0u, data.services[0].easy_reader);
-
-  ASSERT_EQ(0, AICC_get_cc_service_data(0, &list[1].info, &data));
-  ASSERT_EQ(2, data.count);
-  EXPECT_EQ(int32_t(AICC_ASPECT_4_3), data.services[0].aspect_ratio);
-  EXPECT_EQ(2, data.services[1].service_id) << "field 2 of line 21";
-  EXPECT_EQ(int32_t(AICC_INPUT_LINE21), data.services[1].input_type);
-  EXPECT_EQ(1u, data.services[1].easy_reader);
-  EXPECT_EQ(0, data.services[1].language[0]);
-
-  EXPECT_EQ(0, AICC_get_cc_service_data(0, &list[2].info, &data));
-  EXPECT_EQ(0, data.count);
-
+  // Each caption service's number, language, input, aspect ratio and whether it is easy to read.
+  const auto told = [](const AISRV_service_info& service) {
+    AICC_cc_service_data data{};
+    EXPECT_EQ(0, AICC_get_cc_service_data(0, &service, &data));
+    Texts texts;
+    for (const AICC_cc_service* s = data.services; s < data.services + data.count; ++s)
+      texts.push_back(std::to_string(s->service_id) + ' ' +
+                      std::string(s->language, s->language[0] ? 3 : 0) +
+                      (s->input_type == AICC_INPUT_DIGITAL ? " digital" : " line 21") +
+                      (s->aspect_ratio == AICC_ASPECT_16_9 ? " 16:9" : " 4:3") +
+                      (s->easy_reader != 0 ? " easy" : ""));
+    return texts;
+  };
+  EXPECT_EQ(Texts{"5 spa digital 16:9"}, told(list[0].info));
+  const Texts both{"1 eng digital 4:3", "2  line 21 4:3 easy"};
+  EXPECT_EQ(both, told(list[1].info));
+  EXPECT_EQ(Texts{}, told(list[2].info));
   // The captions of the PMT are stored with the list.
-  data = again = {};
-  EXPECT_EQ(0, AICC_get_cc_service_data(0, &list[1].info, &data));
   EXPECT_EQ(0, AISRV_sync_to_database());
   EXPECT_EQ(0, RMGRReload());
-  EXPECT_EQ(0, AICC_get_cc_service_data(0, &list[1].info, &again));
-  EXPECT_EQ(2, again.count);
-  EXPECT_EQ(0, std::memcmp(&data, &again, sizeof data));
+  EXPECT_EQ(both, told(list[1].info));
 
+  AICC_cc_service_data data;
   AISRV_service_info unknown = list[0].info;
   unknown.service_id.service_rec = 0xFFFE;
   EXPECT_NE(0, AICC_get_cc_service_data(0, &unknown, &data));
