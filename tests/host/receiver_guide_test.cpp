@@ -282,15 +282,26 @@ TEST(GuideTables, TheMgtRenumbersDropsAndRenews) {
 
 TEST(GuideTables, DescriptorsOfEvents) {
   const Bytes advisory = descriptor(0x87, advisoryContent("1:0=4,1=1 1:7=4"));
-  const Bytes captions = descriptor(0x86, {0xE1, 'e', 'n', 'g', 0xC1, 0x3F, 0xFF});
+  const Bytes entry{'e', 'n', 'g', 0xC1, 0x3F, 0xFF};
+  Bytes many;
+  for (uint8_t i = 1; i <= 31; ++i)
+    many = many + Bytes{'e', 'n', 'g', static_cast<uint8_t>(0xC0 | i), 0x3F, 0xFF};
+  const auto captions = [](uint8_t count, const Bytes& entries) {
+    return descriptor(0x86, Bytes{static_cast<uint8_t>(0xE0 | count)} + entries);
+  };
   const Bytes genres = descriptor(0xAB, {0xE2, 0x20, 0x21});
   // Of a damaged descriptor what is whole counts, and its table is not dropped.
   const struct {
     Bytes descriptors;
     const char* expected;  // rating, all ratings, advisories, caption services, genres, fault
   } cases[] = {
-      {advisory + captions + genres, "TV-14-D|TV-14-D, PG-13|1:0=4,1=1 1:7=4|1|32 33 |"},
-      {captions + Bytes{0x87, 9, 1}, "|||1||EIT descriptor passes its end"},
+      {advisory + captions(1, entry) + genres, "TV-14-D|TV-14-D, PG-13|1:0=4,1=1 1:7=4|1|32 33 |"},
+      {captions(1, entry) + Bytes{0x87, 9, 1}, "|||1||EIT descriptor passes its end"},
+      {captions(0, entry), "|||0||"},
+      {captions(2, entry + entry), "|||1||"},                      // each once
+      {captions(1, {'e', 'n', 'g', 0xC0, 0x3F, 0xFF}), "|||0||"},  // without a number
+      {captions(31, many), "|||16||"},
+      {captions(3, entry + Bytes{'s', 'p', 'a', 0xC2, 0}), "|||1||EIT descriptor passes its end"},
       {descriptor(0x86, {0xE1}) + genres, "|||0|32 33 |EIT descriptor passes its end"},
       {descriptor(0xAB, {0xE3, 5}), "|||0|5 |"},
   };

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
+#include <cstring>
 #include <filesystem>
 #include <functional>
 #include <thread>
@@ -37,21 +38,19 @@ constexpr int32_t kEng = AICN_LANGUAGE_ENGLISH;
 constexpr int32_t kFre = AICN_LANGUAGE_FRENCH;
 constexpr int32_t kSpa = AICN_LANGUAGE_SPANISH;
 
-// A record with a name buffer.
-struct Record : AISRV_service_info {
-  Record(uint16_t majorPart, uint16_t minorPart, uint32_t hertz, std::string text = {},
-         uint32_t source = kAir)
-      : AISRV_service_info{}, letters(std::move(text)) {
-    service_id.input_source = source;
-    major = majorPart;
-    minor = minorPart;
-    frequency = hertz;
-    modulation = source == kCable ? AI_MODULATION_QAM : AI_MODULATION_8VSB;
-    AISRV_flags_ = AISRV_FLAG_VISIBLE;
-    name = {reinterpret_cast<uint8_t*>(letters.data()), static_cast<uint16_t>(letters.size()), 0};
-  }
-  std::string letters;
-};
+AISRV_service_info record(uint16_t major, uint16_t minor, uint32_t frequency, const char* name = "",
+                          uint32_t source = kAir) {
+  AISRV_service_info made{};
+  made.service_id.input_source = source;
+  made.major = major;
+  made.minor = minor;
+  made.frequency = frequency;
+  made.modulation = source == kCable ? AI_MODULATION_QAM : AI_MODULATION_8VSB;
+  made.AISRV_flags_ = AISRV_FLAG_VISIBLE;
+  made.name.text = reinterpret_cast<uint8_t*>(const_cast<char*>(name));
+  made.name.length = static_cast<uint16_t>(std::strlen(name));
+  return made;
+}
 
 // The numbers of the listed services, with flags and favourites that the viewer set.
 Texts numbers(const Receiver& receiver) {
@@ -230,12 +229,12 @@ TEST_F(ReceiverPlayTest, StandbyRefusesToPlayAndGoesOnAfterwards) {
 TEST_F(ReceiverPlayTest, WhatCannotBeStoredIsRefusedAndNothingIsLost) {
   list({one_});
   EXPECT_EQ("9-1", after(player_.playFirst(kAir, 0)));
-  Record changed(0, 0, 0);
+  AISRV_service_info changed = record(0, 0, 0);
   changed.service_id.service_rec = 1;
   changed.AISRV_flags_ = kSkipped;
   changed.AISRV_fav_group_ = 0x30;
   const std::function<bool()> kCalls[] = {
-      [&] { return editor_.add(Record(9, 5, kChannel15)); },
+      [&] { return editor_.add(record(9, 5, kChannel15)); },
       [&] { return editor_.modify(changed); },
       [&] { return player_.chooseAudio(2); },
       [&] { return editor_.reset(kAir); },
@@ -264,15 +263,15 @@ TEST_F(ReceiverPlayTest, WhatCannotBeStoredIsRefusedAndNothingIsLost) {
 
 TEST_F(ReceiverPlayTest, OnlyWhatCanBeTunedIsAdded) {
   list({service(14, 5000, kChannel14)});
-  Record foreign(9, 1, kChannel14);
+  AISRV_service_info foreign = record(9, 1, kChannel14);
   foreign.modulation = AI_MODULATION_QAM;
-  for (const Record& record :
-       {foreign, Record(9, 1, 1000), Record(9, 1, kChannel14, "", 4), Record(0, 1, kChannel14),
-        Record(1024, 1, kChannel14), Record(9, 1024, kChannel14), Record(9000, 0, kChannel14)})
-    EXPECT_FALSE(editor_.add(record)) << record.major << "-" << record.minor;
-  EXPECT_TRUE(editor_.add(Record(9000, 0, kChannel14, "", kCable)));
-  EXPECT_TRUE(editor_.add(Record(1023, 1023, kChannel14, "", 0))) << "0 is terrestrial, too";
-  EXPECT_TRUE(editor_.add(Record(14, 5000, kChannel14))) << "it is listed";
+  for (const AISRV_service_info& each :
+       {foreign, record(9, 1, 1000), record(9, 1, kChannel14, "", 4), record(0, 1, kChannel14),
+        record(1024, 1, kChannel14), record(9, 1024, kChannel14), record(9000, 0, kChannel14)})
+    EXPECT_FALSE(editor_.add(each)) << each.major << "-" << each.minor;
+  EXPECT_TRUE(editor_.add(record(9000, 0, kChannel14, "", kCable)));
+  EXPECT_TRUE(editor_.add(record(1023, 1023, kChannel14, "", 0))) << "0 is terrestrial, too";
+  EXPECT_TRUE(editor_.add(record(14, 5000, kChannel14))) << "it is listed";
   EXPECT_EQ((Texts{"14-5000", "1023-1023"}), numbers(receiver_));
 }
 
@@ -302,7 +301,7 @@ TEST_F(ReceiverPlayTest, TheListIsReadAnewAsItIsStored) {
   const auto hasBoth = [&] {
     return eventually([&] { return numbers(receiver_) == Texts{"5-1", "9-8"}; });
   };
-  EXPECT_TRUE(editor_.reset(kAir) && editor_.add(Record(9, 8, kChannel14)));
+  EXPECT_TRUE(editor_.reset(kAir) && editor_.add(record(9, 8, kChannel14)));
   EXPECT_TRUE(player_.playSource(kAir));
   EXPECT_TRUE(hasBoth());
   EXPECT_TRUE(editor_.reload());
@@ -312,7 +311,7 @@ TEST_F(ReceiverPlayTest, TheListIsReadAnewAsItIsStored) {
 
 TEST_F(ReceiverPlayTest, NothingPlaysOfAListThatWasReset) {
   for (int i = 0; i < 500; ++i) {
-    ASSERT_TRUE(editor_.add(Record(7, 7, kChannel14)));
+    ASSERT_TRUE(editor_.add(record(7, 7, kChannel14)));
     std::thread player([&] {
       for (int n = 0; n < 20; ++n) player_.playSource(kAir);
     });
@@ -383,7 +382,8 @@ TEST_F(ReceiverPlayTest, WhatTheViewerSetSurvivesScansLiveTablesAndRestarts) {
   listed.AISRV_flags_ |= AISRV_FLAG_SKIPPED;
   listed.AISRV_fav_group_ = 0x10;
   EXPECT_EQ(0, AIFW_modify_service(AIFW_SERVICE_MODIFY, &listed));
-  const Record mine(5, 4, kChannel14, "MINE"), renamed(5, 1, kChannel14, "RENAMED");
+  const AISRV_service_info mine = record(5, 4, kChannel14, "MINE");
+  const AISRV_service_info renamed = record(5, 1, kChannel14, "RENAMED");
   EXPECT_EQ(0, AIFW_modify_service(AIFW_SERVICE_ADD, &mine));
   EXPECT_NE(0, AIFW_modify_service(7, &mine));
 

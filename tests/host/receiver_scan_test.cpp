@@ -15,7 +15,6 @@
 #include "aifw.h"
 #include "atsc_host.h"
 #include "osal.h"
-#include "receiver/tables/psi_decoder.h"
 #include "receiver_test_air.h"
 
 namespace receiver_test {
@@ -102,15 +101,6 @@ TEST_F(ReceiverScanTest, ReportsEachChannelAndTheServicesSoFar) {
   ASSERT_EQ(3u, one.size());
   EXPECT_EQ(14, one[1].progress.channel_number);
   EXPECT_EQ("2 473 473 locked 1 1 0 0", told(one[2]));
-}
-
-TEST_F(ReceiverScanTest, RefusesWhatCannotBeTuned) {
-  const auto callback = [](void*, int) { ADD_FAILURE() << "called"; };
-  EXPECT_NE(0, AICS_start_search(nullptr, callback));
-  EXPECT_NE(0, startScan(kAir, 1, callback));
-  EXPECT_NE(0, startScan(1, kChannel14, callback));
-  EXPECT_NE(0, startScan(kAir, kChannel14, nullptr));
-  EXPECT_NE(0, AICS_stop_scan());
 }
 
 TEST_F(ReceiverScanTest, ReplacesOnlyTheFrequenciesOfItsSource) {
@@ -233,7 +223,13 @@ TEST_F(ReceiverScanTest, ManyThreadsMayUseItAtOnce) {
   EXPECT_EQ((Texts{"5-1 GOOD"}), labels(kAir));
 }
 
-TEST_F(ReceiverScanTest, NamesEndWithTheLentBuffer) {
+TEST_F(ReceiverScanTest, RefusesWhatItDoesNotKnowAndWritesNoMoreThanIsLent) {
+  const auto callback = [](void*, int) { ADD_FAILURE() << "called"; };
+  EXPECT_NE(0, AICS_start_search(nullptr, callback));
+  EXPECT_NE(0, startScan(kAir, 1, callback));
+  EXPECT_NE(0, startScan(1, kChannel14, callback));
+  EXPECT_NE(0, startScan(kAir, kChannel14, nullptr));
+  EXPECT_NE(0, AICS_stop_scan());
   air_.write(kAir, kChannel14, goodCarrier());
   scan(kAir, kChannel14);
   const AISRV_query_filter none{};
@@ -339,23 +335,6 @@ TEST_F(ReceiverTablesTest, MakeServicesWithTheirStreams) {
       {kAir, cable, {}},
   };
   for (const auto& each : cases) EXPECT_EQ(each.expected, receive(each.source, each.stream));
-}
-
-TEST_F(ReceiverTablesTest, APmtMayRateItsProgram) {
-  const Bytes advisory = descriptor(0x87, {0xC2, 1, 1, 0, 0xF4, 0, 2, 1, 1, 3, 0});
-  atschost::PsiDecoder decoder(kAir);
-  const std::pair<uint16_t, Bytes> tables[] = {
-      {0, pat({{3, 0x30}, {4, 0x30}, {5, 0x30}})},
-      {0x30, pmt(3, {{2, 49, {}}}, language("eng") + advisory)},
-      {0x30, pmt(4, {{2, 65, advisory}})},  // at a stream, where it is ignored
-      {0x30, pmt(5, {{2, 66, {}}}, descriptor(0x87, {0xC2, 1, 1, 0, 3, 0, 2, 9, 0}))},  // cut off
-  };
-  for (const auto& [pid, table] : tables)
-    EXPECT_STREQ(nullptr, decoder.push(atschost::parseSection(pid, table.data(), table.size())));
-  using Advisories = std::vector<atschost::Advisory>;
-  EXPECT_EQ(
-      (std::map<uint16_t, Advisories>{{3, {{1, {{0, 4}}}, {2, {{1, 3}}}}}, {5, {{1, {{0, 3}}}}}}),
-      decoder.tables().advisories);
 }
 
 TEST_F(ReceiverTablesTest, SurviveHostileStreams) {
