@@ -320,10 +320,10 @@ TEST(GuideTables, DescriptorsOfEvents) {
     for (const uint8_t genre : event.genres) found += std::to_string(genre) + ' ';
     EXPECT_EQ(each.expected, found + '|' + (fault ? fault : ""));
   }
-  Bytes tooMany = show(5, 1, "lost");
+  Bytes tooMany = show(99, 1, "lost");
   tooMany[9] = 200;
   EXPECT_STREQ("EIT event passes the end", push(decoder, kEit0, sealed(tooMany)));
-  EXPECT_EQ(0u, decoder.guide().eits.count({0, 5}));
+  EXPECT_EQ(0u, decoder.guide().eits.count({0, 99}));
 
   // The total size of texts is limited.
   const char* fault = nullptr;
