@@ -117,45 +117,6 @@ std::string told(const std::vector<atschost::Advisory>& advisories) {
   return told;
 }
 
-TEST(GuideText, Ratings) {
-  const struct {
-    const char* regions;
-    const char* description;
-    Texts expected;
-  } cases[] = {
-      {"1:0=4,1=1,2=1,3=1,4=1", "", {"TV-14-D-L-S-V"}},
-      {"1:5=2,6=1", "", {"TV-Y7-FV"}},
-      {"1:0=3,7=4", "", {"TV-PG", "PG-13"}},
-      {"1:5=1 2:0=5,1=3", "", {"TV-Y", "14+", "13 ans+"}},
-      {"1:0=2 1:0=2", "", {"TV-G"}},
-      {"5:0=1", "Suitable", {"Suitable"}},
-      {"5:0=0", "All", {"All"}},
-      {"1", "TV-G", {}},                // no dimension
-      {"1:0=0,5=0", "TV-G", {}},        // no value
-      {"1:0=1,7=1", "", {}},            // none of the audience, no film
-      {"1:0=15,99=3", "Own", {"Own"}},  // not defined
-  };
-  const auto read = [](const Bytes& content, Texts& plain) {
-    Texts ratings;
-    std::vector<atschost::Advisory> advisories;
-    const bool sound =
-        atschost::readContentAdvisory(content.data(), content.size(), ratings, advisories);
-    for (const std::string& rating : ratings) plain.push_back(latin(rating));
-    return told(advisories) + (sound ? "" : " cut off");
-  };
-  for (const auto& each : cases) {
-    Texts ratings;
-    EXPECT_EQ(each.regions, read(advisoryContent(each.regions, text(each.description)), ratings));
-    EXPECT_EQ(each.expected, ratings) << each.regions;
-  }
-  // In any order, and the first value of each dimension; up to the region that is cut off.
-  Bytes content = advisoryContent("1:4=1,0=4,4=0 2:0=3,1=2");
-  content.pop_back();
-  Texts ratings;
-  EXPECT_EQ("1:0=4,4=1 cut off", read(content, ratings));
-  EXPECT_EQ(Texts{"TV-14-V"}, ratings);
-}
-
 const char* push(PsipDecoder& decoder, unsigned pid, const Bytes& bytes) {
   return decoder.push(
       atschost::parseSection(static_cast<uint16_t>(pid), bytes.data(), bytes.size()));
@@ -281,7 +242,11 @@ TEST(GuideTables, TheMgtRenumbersDropsAndRenews) {
 }
 
 TEST(GuideTables, DescriptorsOfEvents) {
-  const Bytes advisory = descriptor(0x87, advisoryContent("1:0=4,1=1 1:7=4"));
+  const auto rated = [](const std::string& regions, const std::string& description = "") {
+    return descriptor(0x87, advisoryContent(regions, text(description)));
+  };
+  Bytes cutOff = advisoryContent("1:4=1,0=4,4=0 2:0=3,1=2");
+  cutOff.pop_back();
   const Bytes entry{'e', 'n', 'g', 0xC1, 0x3F, 0xFF};
   Bytes many;
   for (uint8_t i = 1; i <= 31; ++i)
@@ -290,20 +255,33 @@ TEST(GuideTables, DescriptorsOfEvents) {
     return descriptor(0x86, Bytes{static_cast<uint8_t>(0xE0 | count)} + entries);
   };
   const Bytes genres = descriptor(0xAB, {0xE2, 0x20, 0x21});
-  // Of a damaged descriptor what is whole counts, and its table is not dropped.
   const struct {
     Bytes descriptors;
     const char* expected;  // rating, all ratings, advisories, caption services, genres, fault
   } cases[] = {
-      {advisory + captions(1, entry) + genres, "TV-14-D|TV-14-D, PG-13|1:0=4,1=1 1:7=4|1|32 33 |"},
-      {captions(1, entry) + Bytes{0x87, 9, 1}, "|||1||EIT descriptor passes its end"},
+      {rated("1:0=4,1=1 1:7=4") + captions(1, entry) + genres,
+       "TV-14-D|TV-14-D, PG-13|1:0=4,1=1 1:7=4|1|32 33 |"},
+      {rated("1:0=4,1=1,2=1,3=1,4=1"), "TV-14-D-L-S-V||1:0=4,1=1,2=1,3=1,4=1|0||"},
+      {rated("1:5=2,6=1"), "TV-Y7-FV||1:5=2,6=1|0||"},
+      {rated("1:0=3,7=4"), "TV-PG|TV-PG, PG-13|1:0=3,7=4|0||"},
+      {rated("1:5=1 2:0=5,1=3"), "TV-Y|TV-Y, 14+, 13 ans+|1:5=1 2:0=5,1=3|0||"},
+      {rated("1:0=2 1:0=2"), "TV-G||1:0=2 1:0=2|0||"},
+      {rated("5:0=1", "Suitable"), "Suitable||5:0=1|0||"},
+      {rated("5:0=0", "All"), "All||5:0=0|0||"},
+      {rated("1", "No dimension"), "||1|0||"},
+      {rated("1:0=0,5=0", "No value"), "||1:0=0,5=0|0||"},
+      {rated("1:0=1,7=1"), "||1:0=1,7=1|0||"},  // none of the audience, no film
+      {rated("1:0=15,99=3", "Not defined"), "Not defined||1:0=15,99=3|0||"},
       {captions(0, entry), "|||0||"},
       {captions(2, entry + entry), "|||1||"},                      // each once
       {captions(1, {'e', 'n', 'g', 0xC0, 0x3F, 0xFF}), "|||0||"},  // without a number
       {captions(31, many), "|||16||"},
-      {captions(3, entry + Bytes{'s', 'p', 'a', 0xC2, 0}), "|||1||EIT descriptor passes its end"},
-      {descriptor(0x86, {0xE1}) + genres, "|||0|32 33 |EIT descriptor passes its end"},
       {descriptor(0xAB, {0xE3, 5}), "|||0|5 |"},
+      // Of a damaged descriptor what is whole counts, and its table is not dropped.
+      {descriptor(0x87, cutOff), "TV-14-V||1:0=4,4=1|0||EIT descriptor passes its end"},
+      {captions(1, entry) + Bytes{0x87, 9, 1}, "|||1||EIT descriptor passes its end"},
+      {captions(3, entry + entry), "|||1||EIT descriptor passes its end"},
+      {descriptor(0x86, {0xE1}) + genres, "|||0|32 33 |EIT descriptor passes its end"},
   };
   PsipDecoder decoder;
   const Bytes plan = mgt({{0x0100, kEit0, 1}, {0x0101, kEit0, 1}, {0x0200, kEtt0, 1}});

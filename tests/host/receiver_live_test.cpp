@@ -20,7 +20,6 @@
 #include "receiver/stream/pace.h"
 #include "receiver/tables/psip_text.h"
 #include "receiver_test_air.h"
-#include "wait.h"
 
 namespace receiver_test {
 namespace {
@@ -221,27 +220,6 @@ TEST_F(ReceiverLiveTest, ServicesThatChangeOnTheAirAreListedAndTold) {
   EXPECT_EQ((Texts{"5-1 AGAIN", "5-3 NEW"}), labels(kAir));
 }
 
-TEST_F(ReceiverLiveTest, ARatingInTheStreamsComesAndGoesWhileTheyPlay) {
-  ATSC_host_set_fast(0);
-  // The tables are read anew once one of them has changed. A packet alone would be a duplicate.
-  const auto rated = [](const Bytes& descriptors) {
-    const Bytes pats = packets(0, {pat({{3, 0x30}}), pat({{3, 0x30}})});
-    const Bytes table = pmt(3, {{2, 49, {}}}, descriptors), pmts = packets(0x30, {table, table});
-    Bytes part = pmts + pats + named({{1, "GOOD"}}) + pmts;
-    for (int i = 0; i < 600; ++i)  // over half a second
-      part = part + packets(0x1FFE, {section(0x40, 0, Bytes(150))});
-    return part;
-  };
-  play(kAir, packets(0x1FFB, {mgt({})}) + rated({}) + rated(contentAdvisory(1, {{0, 5}})));
-  const AISRV_service_info playing = rows(kAir)[0].info;
-  for (const uint8_t expected : {1, 0, 1})
-    EXPECT_TRUE(eventually([&] {
-      uint8_t regions[2] = {}, count = 2;
-      EXPECT_EQ(0, AISRV_get_CAD_list(&playing, &count, regions));
-      return count == expected && regions[0] == expected;
-    }));
-}
-
 TEST_F(ReceiverLiveTest, AServiceThatComesLaterBringsItsGuide) {
   const Bytes guide = packets(0x1FFB, {mgt({{0x100, 0x1D00}})}) +
                       packets(0x1D00, {eit(3, {{1, kStart, text("Known"), {}, 3600}})});
@@ -325,21 +303,17 @@ TEST_F(ReceiverLiveTest, AnAlertOfTheStreamIsReported) {
 
 TEST(ReceiverEventsTest, UpdatesAreSplitAndBelongToTheirEvent) {
   static EventQueue* queue;
-  static std::promise<std::vector<uint32_t>> done;
+  static Arrivals<std::pair<AFW_event_t, uint32_t>> counts;
   EventQueue events;
   queue = &events;
   events.raise(AFW_EPG_COMPLETE);  // no callback
   events.setCallback([](AFW_event_t event, void*) {
-    static std::vector<uint32_t> counts;
-    if (event == AFW_EPG_COMPLETE) done.set_value(counts);
-    counts.push_back(queue->updateData().count);
+    counts.add({event, queue->updateData().count});
     throw 1;
   });
-  std::vector<uint16_t> ids(1001);
-  for (size_t i = 0; i < ids.size(); ++i) ids[i] = static_cast<uint16_t>(i);
-  events.raiseGuideUpdate(ids);
-  events.raise(AFW_EPG_COMPLETE);
-  EXPECT_EQ((std::vector<uint32_t>{1000, 1}), done.get_future().get());
+  events.raiseGuideUpdate(std::vector<uint16_t>(1001, 7));
+  using Told = std::vector<std::pair<AFW_event_t, uint32_t>>;
+  EXPECT_EQ((Told{{AFW_EPG_UPDATE, 1000}, {AFW_EPG_UPDATE, 1}}), counts.take(2));
 }
 
 TEST(ReceiverAlertsTest, StartByPriorityAndSettingsAndEndInTime) {
