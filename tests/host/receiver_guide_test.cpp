@@ -459,16 +459,16 @@ TEST(GuideCache, AnswersEventByEvent) {
 
   // Each event's id, start, duration, title, rating, all ratings, genres and description.
   AIEC_event_info events[3];
-  Bytes names[3], marks[3], buffer(AIEC_DESCRIPTION_SIZE);
+  Bytes names[3], buffer(AIEC_DESCRIPTION_SIZE);
+  Bytes marks[3] = {Bytes(AIEC_RATING_SIZE), Bytes(AIEC_RATING_SIZE), Bytes(AIEC_RATING_SIZE)};
   const auto plain = [](const multiple_lang_t& lent) {
     EXPECT_EQ(int32_t{AI_TEXT_UTF16BE}, lent.encoding);
     return latin(std::string(reinterpret_cast<const char*>(lent.text), lent.length));
   };
   const auto answer = [&](uint16_t nameSize, const auto& ask) {
     for (size_t i = 0; i < 3; ++i) {
-      names[i].assign(AIEC_NAME_SIZE, 0xEE);
-      marks[i].assign(AIEC_RATING_SIZE, 0xEE);
       events[i] = {};
+      names[i].assign(AIEC_NAME_SIZE, 0xEE);
       events[i].name = {names[i].data(), nameSize, 0};
       events[i].rating = {marks[i].data(), AIEC_RATING_SIZE, 0};
     }

@@ -136,28 +136,23 @@ TEST_F(ReceiverScanTest, ReplacesOnlyTheFrequenciesOfItsSource) {
 
 // A callback that waits, like a callback whose message is being handled by the process that stops
 // the scan.
-struct Gate {
-  std::promise<void> reached, opened;
-  std::atomic<int> calls{0};
-  std::atomic<bool> returned{false};
-};
-Gate* gate = nullptr;
+std::promise<void> reached, opened;
+std::atomic<int> calls{0};
+std::atomic<bool> returned{false};
 void waitAfterLock(void* data, int state) {
-  ++gate->calls;
+  ++calls;
   if (state != AICS_STATE_PROGRESS || !static_cast<AICS_scan_progress*>(data)->carrier_type) return;
-  gate->reached.set_value();
-  gate->opened.get_future().wait();
-  gate->returned = true;
+  reached.set_value();
+  opened.get_future().wait();
+  returned = true;
 }
 
 TEST_F(ReceiverScanTest, StopKeepsWhatWasFoundAndWaitsForNoCallback) {
-  Gate blocked;
-  gate = &blocked;
   air_.write(kAir, kChannel14, goodCarrier());
   air_.write(kAir, 803000000, named("LATER", 6));
   ASSERT_EQ(0, startScan(kAir, 0, waitAfterLock));
   EXPECT_NE(0, startScan(kAir, 0, waitAfterLock)) << "one runs already";
-  blocked.reached.get_future().wait();
+  reached.get_future().wait();
   EXPECT_EQ(0, AICS_stop_scan());
   EXPECT_NE(0, AICS_stop_scan());
   EXPECT_EQ((Texts{"5-1 GOOD"}), labels(kAir));
@@ -166,17 +161,17 @@ TEST_F(ReceiverScanTest, StopKeepsWhatWasFoundAndWaitsForNoCallback) {
   EXPECT_EQ(kChannel14, tuning.frequency);
 
   // The next scan starts at once, but reports nothing until the old callback returns.
-  const int calls = blocked.calls;
+  const int before = calls;
   static std::promise<bool> begun, ended;
   ASSERT_EQ(0, startScan(kAir, 0, [](void*, int state) {
-              if (state == AICS_STATE_START) begun.set_value(gate->returned);
+              if (state == AICS_STATE_START) begun.set_value(returned);
               if (state == AICS_STATE_OVER) ended.set_value(true);
             }));
-  blocked.opened.set_value();
+  opened.set_value();
   EXPECT_TRUE(begun.get_future().get());
   ended.get_future().wait();
   EXPECT_EQ((Texts{"5-1 GOOD", "6-1 LATER"}), labels(kAir));
-  EXPECT_EQ(calls, blocked.calls);
+  EXPECT_EQ(before, calls);
 
   // A scan is stopped and started by a callback.
   static std::promise<int> restarted;
