@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <functional>
 #include <future>
 #include <map>
 #include <sstream>
@@ -115,30 +116,44 @@ Bytes named(const std::vector<std::pair<unsigned, std::string>>& channels, unsig
 }
 
 std::promise<void> called;
-void neverReturn(AFW_event_t, void*) {
+template <typename First, typename Second>
+void neverReturn(First, Second) {
   called.set_value();
   std::promise<void>().get_future().wait();
 }
+int exitDuringScan(AICS_scan_callback callback) {
+  ATSC_host_set_dwell(60000);
+  const int started = startScan(kAir, 0, callback);
+  called.get_future().wait();
+  return started;
+}
+int exitDuringPlay(AIFW_app_callback callback) {
+  AIFW_init(0);
+  AIFW_register_frmwrk_app_cb(callback);
+  scan(kAir, kChannel14);
+  const int played = AIFW_play_first_service(kAir, 0);
+  callback == record ? void(eventLog.until("complete")) : called.get_future().wait();
+  return played;
+}
 
-// Runs before other suites, in a process without a receiver.
-TEST(ReceiverLiveDeathTest, ExitIsCleanWhileAStreamPlaysAndACallbackIsStuck) {
-  for (const AIFW_app_callback callback : {record, neverReturn}) {
+// Runs before every other suite, in a process without a receiver.
+TEST(ReceiverExitDeathTest, ExitIsCleanDuringScansAndPlayAlsoWithAStuckCallback) {
+  const std::function<int()> kProcesses[] = {
+      [] {
+        return exitDuringScan([](void*, int state) {
+          if (state == AICS_STATE_START) called.set_value();
+        });
+      },
+      [] { return exitDuringScan(neverReturn); },
+      [] { return exitDuringPlay(record); },
+      [] { return exitDuringPlay(neverReturn); },
+  };
+  for (const auto& process : kProcesses) {
     Air air;
     air.write(kAir, kChannel14, guideStream());
-    EXPECT_EXIT(
-        {
-          AIFW_init(0);
-          AIFW_register_frmwrk_app_cb(callback);
-          scan(kAir, kChannel14);
-          const int played = AIFW_play_first_service(kAir, 0);
-          if (callback == record) {
-            eventLog.until("complete");
-          } else {
-            called.get_future().wait();
-          }
-          exit(played);
-        },
-        testing::ExitedWithCode(0), "");
+    const auto begin = steady_clock::now();
+    EXPECT_EXIT(exit(process()), testing::ExitedWithCode(0), "");
+    EXPECT_LT(steady_clock::now() - begin, seconds(15));
   }
 }
 

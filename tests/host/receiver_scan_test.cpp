@@ -1,11 +1,9 @@
 // Scans: what they report, list and replace, how they start and stop, and services built from the
 // tables of a stream, also of one that tries to harm the receiver.
 #include <gtest/gtest.h>
-#include <stdlib.h>
 #include <sys/stat.h>
 
 #include <atomic>
-#include <chrono>
 #include <future>
 #include <sstream>
 #include <thread>
@@ -13,7 +11,6 @@
 #include "aicn.h"
 #include "aife.h"
 #include "aifw.h"
-#include "atsc_host.h"
 #include "osal.h"
 #include "receiver_test_air.h"
 
@@ -23,32 +20,6 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr uint32_t kChannel2 = 57000000, kCable14 = 123000000;
-
-std::promise<void> called;
-void returnAtOnce(void*, int state) {
-  if (state == AICS_STATE_START) called.set_value();
-}
-void neverReturn(void*, int) {
-  called.set_value();
-  std::promise<void>().get_future().wait();
-}
-
-// Runs before every other suite, in a process without a receiver.
-TEST(ReceiverExitDeathTest, ExitDuringScanIsCleanAndDoesNotHang) {
-  for (const AICS_scan_callback callback : {returnAtOnce, neverReturn}) {
-    Air air;
-    const auto begin = std::chrono::steady_clock::now();
-    EXPECT_EXIT(
-        {
-          ATSC_host_set_dwell(60000);
-          const int started = startScan(kAir, 0, callback);
-          called.get_future().wait();
-          exit(started);
-        },
-        testing::ExitedWithCode(0), "");
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(15));
-  }
-}
 
 class ReceiverScanTest : public testing::Test {
  protected:
