@@ -1,10 +1,7 @@
-#include <atsc/atsc_service.h>
 #include <gmock/gmock.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <future>
-#include <map>
 
 #include "atsc_service_event.h"
 #include "fixture.h"
@@ -12,13 +9,6 @@
 namespace {
 
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-
-Json::Value parsed(const std::string& text) {
-  Json::Value message;
-  Json::Reader().parse(text, message);
-  return message;
-}
 
 std::string kindOf(const std::string& text) { return parsed(text)["cbtype"].asString(); }
 
@@ -26,9 +16,7 @@ class EventTest : public LibraryTest {
  protected:
   void SetUp() override {
     LibraryTest::SetUp();
-    setenv("ATSC_EVENT_DB", (folder_ / "events.db").c_str(), 1);
-    static const bool started = (_ATSC_Service_Task_init(), true);
-    (void)started;
+    startQueues();
   }
 
   // Returns the message to the TV application for one event.
@@ -40,111 +28,118 @@ class EventTest : public LibraryTest {
   }
 };
 
-TEST_F(EventTest, EveryEventHasItsMessageOrNone) {
-  const std::map<int, std::string> kinds = {{0, "EPG_UPDATE"},
-                                            {1, "EPG_COMPLETE"},
-                                            {2, "EVENT_TRANSITION"},
-                                            {3, "SERVICE_DELETED"},
-                                            {4, "SERVICE_UPDATE"},
-                                            {6, "RRT_UPDATE"},
-                                            {7, "RRT_DL_UPDATE"},
-                                            {11, "PARENTAL_UPDATE"},
-                                            {12, "PARENTAL_BLOCKED"},
-                                            {13, "PARENTAL_UNBLOCKED"},
-                                            {14, "CHANNEL_LOCKED"},
-                                            {15, "CHANNEL_UNLOCKED"},
-                                            {16, "CHANNEL_PLAY_SUCCESS"},
-                                            {23, "DCCM"},
-                                            {24, "DCCM"},
-                                            {25, "DCCM"},
-                                            {26, "DCCM"},
-                                            {27, "DCCM"},
-                                            {28, "EASSTARTBLOCKING"},
-                                            {29, "EASSTARTNONBLOCKING"},
-                                            {30, "EASSTOP"},
-                                            {38, "EIT_UPDATE"},
-                                            {39, "STT_UPDATE_EVENT"},
-                                            {40, "TIME_CHANGE"},
-                                            {43, "ETT_UPDATE"},
-                                            {45, "SERVICE_BUILD_COMPLETED"},
-                                            {51, "SERVICE_ADDED"},
-                                            {57, "DCCM"},
-                                            {69, "VIEWING_DELAY"}};
+TEST_F(EventTest, EveryEventHasItsNameMessageAndWay) {
+  std::istringstream names(
+      "EPG_UPDATE_EVENT EPG_COMPLETE_EVENT EVENT_TRANSITION_EVENT SERVICE_DELETED_EVENT "
+      "SERVICE_UPDATE_EVENT SERVICE_UPDATE_TIMER RRT_UPDATE_EVENT RRT_DWNLD_UPDATE_EVENT "
+      "TUNER_LOCKED_EVENT TUNER_UNLOCKED_EVENT TUNER_LOCKING_PROGRESS_EVENT PARENTAL_UPDATE_EVENT "
+      "PARENTAL_BLOCKED_EVENT PARENTAL_UNBLOCKED_EVENT CURRENT_CHANNEL_LOCKED "
+      "CURRENT_CHANNEL_UNLOCKED CURRENT_CHANNEL_PLAY_SUCCESS CURRENT_CHANNEL_PLAY_FAILURE "
+      "CURRENT_CHANNEL_DELETED_EVENT SLEEP_TIMER_EVENT SCHEDULER_EVENT SCHEDULER_MSG "
+      "LOCK_AFTER_MSG DCCM_TEMP_TUNE_START DCCM_TEMP_TUNE_END DCCM_REDIRECT_CHANNEL "
+      "DCCM_VDS_OPTIONS_AVAILABLE DCCM_UPDATE_DATA_AVAILABLE EAS_START_BLOCKING "
+      "EAS_START_NON_BLOCKING EAS_STOP_EVENT XDS_EVENT DCCM_EVENT EAS_EVENT EVENT_SLEEP_TIMER "
+      "EVENT_SLEEP_TIMER_OVER EVENT_LAPSED_EVENT TASK_EXIT EIT_UPDATE_EVENT STT_UPDATE_EVENT "
+      "TIME_CHANGE_EVENT TIME_MODE_CHANGE_EVENT TIME_MONITOR_EVENT ETT_UPDATE_EVENT TMR_EXPR_EVENT "
+      "DBB_SERVICE_BUILD_COMPLETED_EVENT DBB_SERVICE_BUILD_ERROR_EVENT "
+      "DBB_SERVICE_BUILD_VCT_TIMEOUT_EVENT DBB_SERVICE_BUILD_PMT_TIMEOUT_EVENT "
+      "ALL_EVENT_COLLECTION_COMPLETED_EVENT NO_EVENT_FOUND SERVICE_ADDED_EVENT NO_AV_COMPONENT "
+      "NO_VIDEO_COMPONENT NO_AUDIO_COMPONENT DATABASE_RESET_EVENT AFD_BAR_UPDATED_EVENT "
+      "DCCM_DEPARTING_DESC_AVAILABLE TS_DELETED_SERVICE_EVENT CC_BANNER_INFO_EVENT "
+      "CC_PUD_AVALIBILITY_EVENT RF_RESOLUTION_CHANGE ASPECT_RATIO_CHANGE NON_TS_LOCKED_EVENT "
+      "NON_TS_UNLOCKED_EVENT NON_TS_LOCKING_EVENT EAS_APP_PREF_CHANGE_EVENT "
+      "TS_SCRAMBLED_SERVICE_EVENT AFD_UPDATE_EVENT VIEWING_DELAY INVALID_EVENT");
+  // Events with a message, and what ATSC_Service_event_cb() does: f: forward, d: defer, -: nothing.
+  std::istringstream messages(
+      "0 EPG_UPDATE f 1 EPG_COMPLETE f 2 EVENT_TRANSITION f 3 SERVICE_DELETED d 4 SERVICE_UPDATE - "
+      "6 RRT_UPDATE f 7 RRT_DL_UPDATE f 11 PARENTAL_UPDATE f 12 PARENTAL_BLOCKED f "
+      "13 PARENTAL_UNBLOCKED f 14 CHANNEL_LOCKED f 15 CHANNEL_UNLOCKED f 16 CHANNEL_PLAY_SUCCESS f "
+      "23 DCCM f 24 DCCM f 25 DCCM f 26 DCCM f 27 DCCM f 28 EASSTARTBLOCKING f "
+      "29 EASSTARTNONBLOCKING f 30 EASSTOP f 38 EIT_UPDATE f 39 STT_UPDATE_EVENT f "
+      "40 TIME_CHANGE f 43 ETT_UPDATE - 45 SERVICE_BUILD_COMPLETED d 51 SERVICE_ADDED d 57 DCCM f "
+      "69 VIEWING_DELAY f 999");
   AIFW_time_data time{};
+  time.system_time = 4294967295u;
+  time.gps_utc_offset = 18;
+  time.daylight_savings = 0xCB;
+  time.daylight_hour = 2;
+  uint8_t letters[] = {'H', 'i'};
+  multiple_lang_t alert{letters, sizeof letters, 0};
+  const std::string times = R"("DS_Day_Of_Month":5,"DS_Hour":2,"DS_Status":1,"GPS_UTC_Offset":18,)"
+                            R"("SystemTime":4294967295,)";
+  int next = 0;
+  std::string kind;
+  char way = '-';
+  messages >> next;
   for (int event = -1; event < 80; ++event) {
-    const auto kind = kinds.find(event);
-    if (kind == kinds.end()) {
-      _ATSC_Service_CB_To_TV(event, nullptr);
-      EXPECT_TRUE(
-          fake::logged("Error", "event(" + std::to_string(event) + ") callback is not defined"));
-      continue;
+    SCOPED_TRACE(event);
+    const bool defined = event == next;
+    if (defined) messages >> kind >> way >> next;
+    const bool alerts = event == 28 || event == 29;
+    const bool timed = event == 39 || event == 40;
+    void* const data = timed ? static_cast<void*>(&time) : alerts ? &alert : nullptr;
+    const std::string expected = "{" + (timed ? times : "") + R"("cbtype":")" + kind +
+                                 R"(","class":"CALLBACK")" +
+                                 (alerts       ? R"(,"priority":255,"text":"Hi"})"
+                                  : event == 0 ? R"(,"source_id":"7,12,400"})"
+                                               : "}");
+    for (const auto take : {_ATSC_Service_CB_To_TV, ATSC_Service_event_cb}) {
+      fake::reset();
+      fake::state()->alertPriority = 255;
+      fake::setUpdatedSources({7, 12, 400});
+      take(event, data);
+      const bool pushes = take == _ATSC_Service_CB_To_TV ? defined : defined && way == 'f';
+      EXPECT_EQ(pushes, !fake::logLine("push command").empty());
+      const Lines got = fake::waitForSent(pushes ? 1 : 0);
+      EXPECT_EQ(pushes ? Lines{expected} : Lines{}, got.empty() ? got : Lines{plain(got[0])});
+      if (take == _ATSC_Service_CB_To_TV) {
+        EXPECT_NE(defined, fake::logged("Error", "event(" + std::to_string(event) +
+                                                     ") callback is not defined"));
+      }
     }
-    const Json::Value message = messageOf(event, event == 39 ? &time : nullptr);
-    EXPECT_EQ(kind->second, message["cbtype"].asString());
-    EXPECT_EQ("CALLBACK", message["class"].asString());
-    const size_t keys = event == 0 ? 3 : event == 28 || event == 29 ? 3 : event == 39 ? 7 : 2;
-    EXPECT_EQ(keys, message.size()) << event;
+    EXPECT_EQ(defined && way == 'd'
+                  ? "OSAL_timer_enable(" + std::to_string(service_update_tmr_id) + ",null,2000)"
+                  : "",
+              joined(callsOf({"OSAL_timer_enable"})));
+    std::string name;
+    if (event >= 0) names >> name;
+    if (event == 4) name += ' ';
+    const std::string number = " AFW_event_t = " + std::to_string(event);
+    const Lines info = logsOf("Info");
+    EXPECT_EQ(event < 0     ? number + " !!! not Match the default NAME array \n"
+              : event <= 70 ? " @@@@@" + number + " (" + name + ")\n"
+                            : "",
+              info.empty() ? "" : info[0]);
   }
-  EXPECT_EQ(kinds.size(), fake::sent().size());
-}
-
-TEST_F(EventTest, IntakeNamesForwardsAndDefersAsItsTablesSay) {
-  const std::vector<int> forwarded = {0,  1,  2,  6,  7,  11, 12, 13, 14, 15, 16, 23,
-                                      24, 25, 26, 27, 28, 29, 30, 38, 39, 40, 57, 69};
-  AIFW_time_data time{};
-  for (int event = 0; event < 76; ++event) {
-    fake::reset();
-    ATSC_Service_event_cb(event, event == 39 || event == 40 ? &time : nullptr);
-    const bool forwards = std::count(forwarded.begin(), forwarded.end(), event) > 0;
-    const bool defers = event == 3 || event == 45 || event == 51;
-    EXPECT_EQ(forwards ? 1u : 0u, fake::waitForSent(forwards ? 1 : 0).size()) << event;
-    EXPECT_EQ(
-        defers ? Lines{"OSAL_timer_enable(" + std::to_string(service_update_tmr_id) + ",null,2000)"}
-               : Lines{},
-        callsOf({"OSAL_timer_enable"}))
-        << event;
-    EXPECT_EQ(event <= 70, !fake::logLine(" @@@@@ AFW_event_t = ").empty()) << event;
-  }
-  ATSC_Service_event_cb(4, nullptr);
-  EXPECT_TRUE(fake::logged("Info", " @@@@@ AFW_event_t = 4 (SERVICE_UPDATE_EVENT )\n"));
-  ATSC_Service_event_cb(60, nullptr);
-  EXPECT_TRUE(fake::logged("Info", " @@@@@ AFW_event_t = 60 (CC_PUD_AVALIBILITY_EVENT)\n"));
-  ATSC_Service_event_cb(70, nullptr);
-  EXPECT_TRUE(fake::logged("Info", " @@@@@ AFW_event_t = 70 (INVALID_EVENT)\n"));
-  for (const int event : {INT32_MIN, -1}) {
-    ATSC_Service_event_cb(event, nullptr);
-    EXPECT_TRUE(fake::logged("Info", " AFW_event_t = " + std::to_string(event) +
-                                         " !!! not Match the default NAME array \n"));
-  }
+  ATSC_Service_event_cb(INT32_MIN, nullptr);
   ATSC_Service_event_cb(INT32_MAX, nullptr);
+  EXPECT_EQ(2u, messageOf(AFW_TIME_CHANGE, nullptr).size());
   fake::setResult("AIFW_get_EAS_priority", 1);
-  ATSC_Service_event_cb(28, nullptr);
+  messageOf(AFW_EAS_START_BLOCKING, nullptr);
   EXPECT_NE("", fake::logLine("[_ATSC_Service_CB_To_TV()][atsc_service_callback.cpp:"));
   EXPECT_NE("", fake::logLine("Failed to call AIFW_get_EAS_priority() -> 0x00000001: void _ATSC"));
 }
 
 TEST_F(EventTest, UpdatedSources) {
-  fake::setUpdatedSources({7, 12, 400});
-  EXPECT_EQ("7,12,400", messageOf(AFW_EPG_UPDATE, nullptr)["source_id"].asString());
+  fake::setUpdatedSources({400});
+  EXPECT_EQ("400", messageOf(AFW_EPG_UPDATE, nullptr)["source_id"].asString());
   EXPECT_TRUE(fake::logged("Debug", "EPG update at src id 400\n"));
   fake::setUpdatedSources({});
   EXPECT_EQ("", messageOf(AFW_EPG_UPDATE, nullptr)["source_id"].asString());
   fake::setUpdatedSources(std::vector<uint32_t>(AIFW_MAX_UPDATED_SOURCES, 4294967295u));
-  fake::claimUpdatedSources(4294967295u);
+  fake::state()->update.count = 4294967295u;
   const std::string ids = messageOf(AFW_EPG_UPDATE, nullptr)["source_id"].asString();
   EXPECT_EQ(1000u * 11 - 1, ids.size());
   EXPECT_EQ("4294967295,4294967295", ids.substr(ids.size() - 21));
 }
 
-TEST_F(EventTest, Alerts) {
-  fake::setAlertPriority(255);
+TEST_F(EventTest, AlertTexts) {
   const struct {
     std::string bytes;
     int32_t encoding;
     const char* text;
   } cases[] = {
       {fake::utf16("Hi"), AI_TEXT_UTF16BE, "Hi"},
-      {"Hi", 0, "Hi"},
       {std::string("Hi\0there", 8), 0, "Hi"},
       {std::string("\x20\xAC\0\0\0A", 6), AI_TEXT_UTF16BE, "\xE2\x82\xAC"},
       {"odd", AI_TEXT_UTF16BE, ""},
@@ -156,28 +151,10 @@ TEST_F(EventTest, Alerts) {
     std::string bytes = expected.bytes;
     multiple_lang_t text{reinterpret_cast<uint8_t*>(&bytes[0]), static_cast<uint16_t>(bytes.size()),
                          expected.encoding};
-    const Json::Value message = messageOf(AFW_EAS_START_BLOCKING, &text);
-    EXPECT_EQ(expected.text, message["text"].asString());
-    EXPECT_EQ(255, message["priority"].asInt());
+    EXPECT_EQ(expected.text, messageOf(AFW_EAS_START_BLOCKING, &text)["text"].asString());
   }
   multiple_lang_t none{nullptr, 100, -1};
   EXPECT_EQ("", messageOf(AFW_EAS_START_NON_BLOCKING, &none)["text"].asString());
-}
-
-TEST_F(EventTest, Times) {
-  AIFW_time_data time{};
-  time.system_time = 4294967295u;
-  time.gps_utc_offset = 18;
-  time.daylight_savings = 0xCB;
-  time.daylight_hour = 2;
-  for (const AFW_event_t event : {AFW_STT_UPDATE, AFW_TIME_CHANGE}) {
-    const Json::Value message = messageOf(event, &time);
-    EXPECT_EQ(4294967295u, message["SystemTime"].asUInt());
-    EXPECT_EQ(18, message["GPS_UTC_Offset"].asInt());
-    EXPECT_EQ(1, message["DS_Status"].asInt());
-    EXPECT_EQ(5, message["DS_Day_Of_Month"].asInt());
-    EXPECT_EQ(2, message["DS_Hour"].asInt());
-  }
 }
 
 TEST_F(EventTest, ServiceChangesAreAnnouncedOnceAndOnlyWhenTheTableChanged) {
@@ -189,7 +166,7 @@ TEST_F(EventTest, ServiceChangesAreAnnouncedOnceAndOnlyWhenTheTableChanged) {
        {AFW_SERVICE_ADDED, AFW_SERVICE_DELETED, AFW_SERVICE_BUILD_COMPLETED}) {
     ATSC_Service_event_cb(event, nullptr);
   }
-  EXPECT_THAT(fake::sent(), IsEmpty());
+  EXPECT_EQ(Lines{}, fake::sent());
   ASSERT_TRUE(fake::fireTimer());
   EXPECT_EQ("SERVICE_BUILD_COMPLETED", kindOf(fake::waitForSent(1).at(0)));
   EXPECT_THAT(rows("SELECT name FROM channel_data_c"), ElementsAre("News"));
@@ -215,35 +192,47 @@ TEST_F(EventTest, OnlyARebuiltChannelListIsAnnouncedAtStart) {
 // A TV application that does not answer only delays the messages of one queue, and never a thread
 // that raises events.
 TEST_F(EventTest, BlockedTVApplicationDelaysOnlyItsMessages) {
-  constexpr int kEvents = 2500;
-  std::promise<void> release;
-  std::shared_future<void> released = release.get_future().share();
-  std::atomic<bool> blocked{false};
-  fake::onSend([&](const std::string&) {
-    blocked = true;
-    released.wait();
-  });
-  ATSC_Service_event_cb(AFW_PARENTAL_BLOCKED, nullptr);
-  while (!blocked) std::this_thread::yield();
-  for (int i = 0; i < kEvents; ++i) {
-    ATSC_Service_event_cb(i % 2 == 0 ? AFW_EAS_STOP : AFW_VIEWING_DELAY, nullptr);
-  }
-  EXPECT_THAT(fake::sent(), IsEmpty());
-  EXPECT_TRUE(fake::logged("Warn", "ATSC_Service_cb: 1001 messages wait for the TV application"));
-  EXPECT_TRUE(fake::logged("Warn", "ATSC_Service_cb: 2003 messages wait for the TV application"));
+  const auto warnings = [] { return joined(logsOf("Warn")); };
+  const auto block = [](int events) {
+    std::promise<void> release;
+    std::shared_future<void> released = release.get_future().share();
+    auto blocked = std::make_shared<std::atomic<bool>>(false);
+    fake::onSend([blocked, released](const std::string&) {
+      *blocked = true;
+      released.wait();
+    });
+    ATSC_Service_event_cb(AFW_PARENTAL_BLOCKED, nullptr);
+    while (!*blocked) std::this_thread::yield();
+    for (int i = 0; i < events; ++i) {
+      ATSC_Service_event_cb(i % 2 == 0 ? AFW_EAS_STOP : AFW_VIEWING_DELAY, nullptr);
+    }
+    EXPECT_EQ(Lines{}, fake::sent());
+    return release;
+  };
+  // Told at the first message over 1000, each time the length has doubled, and again after the
+  // length has halved.
+  std::promise<void> release = block(2500);
+  const std::string many = "ATSC_Service_cb: 1001 messages wait for the TV application";
+  EXPECT_EQ(many + " ATSC_Service_cb: 2003 messages wait for the TV application", warnings());
   release.set_value();
-  const Lines sent = fake::waitForSent(kEvents + 1);
-  ASSERT_EQ(kEvents + 1u, sent.size());
-  for (int i = 0; i < kEvents; ++i) {
-    ASSERT_EQ(i % 2 == 0 ? "EASSTOP" : "VIEWING_DELAY", kindOf(sent[static_cast<size_t>(i) + 1]));
+  const Lines sent = fake::waitForSent(2501);
+  ASSERT_EQ(2501u, sent.size());
+  for (size_t i = 1; i < sent.size(); ++i) {
+    ASSERT_EQ(i % 2 == 1 ? "EASSTOP" : "VIEWING_DELAY", kindOf(sent[i]));
   }
+  fake::reset();
+  release = block(1000);
+  EXPECT_EQ("", warnings());
+  ATSC_Service_event_cb(AFW_EAS_STOP, nullptr);
+  EXPECT_EQ(many, warnings());
+  release.set_value();
+  EXPECT_EQ(1002u, fake::waitForSent(1002).size());
 }
 
 class InitTest : public LibraryTest {
  protected:
   void SetUp() override {
     LibraryTest::SetUp();
-    file_ = (folder_ / "custom.json").string();
     setenv("ATSC_CUSTOM_FILE", file_.c_str(), 1);
   }
 
@@ -252,57 +241,48 @@ class InitTest : public LibraryTest {
     LibraryTest::TearDown();
   }
 
-  // Returns the start-up output for a customization file.
-  std::string init(const std::string& json) {
-    writeFile(file_, json);
-    return init();
-  }
-
-  static std::string init() {
+  // Returns the record for a customization file.
+  std::string init() {
     ATSCCustomizedParameter record{9, 9, 9, 9, 9};
     ::testing::internal::CaptureStdout();
     fake::reset();
     ATSC_Service_init(&record);
-    for (const std::string& line : fake::logs()) EXPECT_NE(0u, line.find("Error")) << line;
-    const std::string printed = ::testing::internal::GetCapturedStdout();
-    const std::string fields = std::to_string(record.block_play_after_scan) + "," +
-                               std::to_string(record.tuner_lock_wait_in_ms) + "," +
-                               std::to_string(record.tuner_cable_vsb_wait_in_ms) + "," +
-                               std::to_string(record.DBB_wait_time_in_ms) + "," +
-                               std::to_string(record.customized_flow);
-    EXPECT_EQ("[ATSC] customized parameter:\n\tblock_play_after_scan(" +
-                  std::string(record.block_play_after_scan != 0 ? "true" : "false") +
-                  ")\n\ttuner_lock_wait_in_ms(" + number(record.tuner_lock_wait_in_ms) +
-                  ")\n\ttuner_cable_vsb_wait_in_ms(" + number(record.tuner_cable_vsb_wait_in_ms) +
-                  ")\n\tDBB_wait_time_in_ms(" + number(record.DBB_wait_time_in_ms) +
-                  ")\n\tcustomize_flow(" + number(record.customized_flow) + ")\n",
-              printed);
-    return fields;
+    printed_ = ::testing::internal::GetCapturedStdout();
+    EXPECT_EQ(Lines{}, logsOf("Error"));
+    std::ostringstream fields;
+    fields << record.block_play_after_scan << ',' << record.tuner_lock_wait_in_ms << ','
+           << record.tuner_cable_vsb_wait_in_ms << ',' << record.DBB_wait_time_in_ms << ','
+           << record.customized_flow;
+    return fields.str();
   }
 
-  static std::string number(uint32_t value) { return std::to_string(static_cast<int>(value)); }
-
-  std::string file_;
+  std::string printed_;
+  const std::string file_ = folder_ / "custom.json";
 };
 
 TEST_F(InitTest, CustomizationFile) {
-  const struct {
-    const char* json;
-    const char* fields;
-  } cases[] = {
+  const std::pair<const char*, const char*> cases[] = {
       {R"({"block_play_after_scan":true,"tuner_lock_wait_in_ms":1,"tuner_cable_vsb_wait_in_ms":2,
            "DBB_wait_time_in_ms":3,"customized_flow":4294967295,"other":[]} // comment)",
        "1,1,2,3,4294967295"},
-      {R"({"DBB_wait_time_in_ms":5000})", "0,0,0,5000,0"},
-      {R"({"block_play_after_scan":"yes","tuner_lock_wait_in_ms":-1,
-           "tuner_cable_vsb_wait_in_ms":4294967296,"DBB_wait_time_in_ms":{},"customized_flow":7})",
+      {R"({"block_play_after_scan":"yes","tuner_lock_wait_in_ms":-1,"DBB_wait_time_in_ms":{},
+           "tuner_cable_vsb_wait_in_ms":4294967296,"customized_flow":7})",
        "0,0,0,0,7"},
       {R"({"block_play_after_scan":false,"tuner_lock_wait_in_ms":null})", "0,0,0,0,0"},
       {"[1]", "0,0,0,0,0"},
       {"{\"DBB_wait_time_in_ms\":5000", "0,0,0,0,0"},
       {"", "0,0,0,0,0"},
   };
-  for (const auto& expected : cases) EXPECT_EQ(expected.fields, init(expected.json));
+  for (const auto& [json, fields] : cases) {
+    writeFile(file_, json);
+    EXPECT_EQ(fields, init());
+    if (fields[0] == '1') {
+      EXPECT_EQ(
+          "[ATSC] customized parameter:\n\tblock_play_after_scan(true)\n\ttuner_lock_wait_in_ms(1)"
+          "\n\ttuner_cable_vsb_wait_in_ms(2)\n\tDBB_wait_time_in_ms(3)\n\tcustomize_flow(-1)\n",
+          printed_);
+    }
+  }
   std::filesystem::remove(file_);
   EXPECT_EQ("0,0,0,0,0", init());
   std::filesystem::create_directory(file_);
@@ -313,7 +293,8 @@ TEST_F(InitTest, FileBesideTheExecutableGoesBeforeTheDefaultOnly) {
   const std::filesystem::path beside =
       std::filesystem::read_symlink("/proc/self/exe").parent_path() / "qel.atsc.json";
   writeFile(beside, R"({"customized_flow":3})");
-  EXPECT_EQ("0,0,0,0,4", init(R"({"customized_flow":4})"));
+  writeFile(file_, R"({"customized_flow":4})");
+  EXPECT_EQ("0,0,0,0,4", init());
   setenv("ATSC_CUSTOM_FILE", "/system/com.qel.atsc/qel.atsc.json", 1);
   EXPECT_EQ("0,0,0,0,3", init());
   unsetenv("ATSC_CUSTOM_FILE");

@@ -20,12 +20,17 @@
 #include "rows.h"
 #include "service/server/atsc_server_service.h"
 #include "temporary_folder.h"
+#include "wait.h"
+
+void _ATSC_Service_Task_init();
+
+using Lines = std::vector<std::string>;
 
 class LibraryTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    path_ = (folder_ / "channels.db3").string();
     setenv("ATSC_CNAHHEL_DB", path_.c_str(), 1);
+    setenv("ATSC_EVENT_DB", guide_.c_str(), 1);
     setenv("ATSC_CUSTOM_DB_COLUMN_FILE", (folder_ / "columns.json").c_str(), 1);
     *gChannel_DB_path = path_;
     atsc_service_db_custom_column_count = 0;
@@ -34,8 +39,15 @@ class LibraryTest : public ::testing::Test {
 
   void TearDown() override { fake::reset(); }
 
+  // Starts the callback queues, which a process can do only once.
+  static void startQueues() {
+    static const bool started = (_ATSC_Service_Task_init(), true);
+    (void)started;
+  }
+
   // Returns all values of a statement's rows, with columns joined by '|'.
-  std::vector<std::string> rows(const std::string& sql) const { return rowsOf(path_, sql); }
+  Lines rows(const std::string& sql) const { return rowsOf(path_, sql); }
+  Lines guideRows(const std::string& sql) const { return rowsOf(guide_, sql); }
 
   void execute(const std::string& sql) const { ::execute(path_, sql); }
 
@@ -44,15 +56,28 @@ class LibraryTest : public ::testing::Test {
     return ATSC_TransmitServiceClientJSONCommand(command.c_str(), nullptr);
   }
 
-  static Answer ask(const std::string& name, const std::string& members = "") {
-    return transmit(command(name, members));
+  // Sends "CLASS COMMAND MEMBERS".
+  static Answer ask(const std::string& request) {
+    const size_t members = request.find(' ', request.find(' ') + 1);
+    return transmit(members == std::string::npos
+                        ? command(request)
+                        : command(request.substr(0, members), request.substr(members + 1)));
   }
 
   static Json::Value json(const std::string& text) { return parsed(text); }
 
+  // Returns a JSON text without blanks.
+  static std::string plain(const std::string& text) {
+    if (text.empty()) return "";
+    Json::StreamWriterBuilder writer;
+    writer["indentation"] = "";
+    writer["emitUTF8"] = true;
+    return Json::writeString(writer, json(text));
+  }
+
   // Returns the middleware calls that start with one of the prefixes.
-  static std::vector<std::string> callsOf(const std::vector<std::string>& prefixes) {
-    std::vector<std::string> selected;
+  static Lines callsOf(const Lines& prefixes) {
+    Lines selected;
     for (const std::string& call : fake::calls()) {
       for (const std::string& prefix : prefixes) {
         if (call.rfind(prefix, 0) == 0) selected.push_back(call);
@@ -61,16 +86,25 @@ class LibraryTest : public ::testing::Test {
     return selected;
   }
 
+  // Returns the log lines of a level.
+  static Lines logsOf(const std::string& level) {
+    Lines lines;
+    for (const std::string& line : fake::logs()) {
+      if (line.rfind(level + " ", 0) == 0) lines.push_back(line.substr(level.size() + 1));
+    }
+    return lines;
+  }
+
   const TemporaryFolder temporary_;
   const std::filesystem::path folder_ = temporary_.path();
-  std::string path_;
+  const std::string path_ = folder_ / "channels.db3";
+  const std::string guide_ = folder_ / "events.db";
 };
 
-using Lines = std::vector<std::string>;
-
-inline Lines operator+(Lines first, const Lines& second) {
-  first.insert(first.end(), second.begin(), second.end());
-  return first;
+inline std::string joined(const Lines& lines) {
+  std::string text;
+  for (const std::string& line : lines) text += (text.empty() ? "" : " ") + line;
+  return text;
 }
 
 #endif  // ATSC_TESTS_BUS_FIXTURE_H_

@@ -25,9 +25,7 @@ class ProtocolDocumentTest : public LibraryTest {
 
   void SetUp() override {
     LibraryTest::SetUp();
-    setenv("ATSC_EVENT_DB", (folder_ / "events.db").c_str(), 1);
-    static const bool started = (_ATSC_Service_Task_init(), true);
-    (void)started;
+    startQueues();
   }
 
   // Returns the message of an event, with all possible keys; null when none is queued.
@@ -109,7 +107,7 @@ TEST_F(ProtocolDocumentTest, EveryCallbackHasARowWithItsKeys) {
   raised.insert("SERVICE_BUILD_COMPLETED");
 
   fake::reset();
-  ASSERT_EQ(0, send(command("SCAN start")));
+  ASSERT_EQ(0, ask("SCAN start").result);
   AICS_scan_progress progress{};
   fake::scanCallback()(&progress, AICS_STATE_PROGRESS);
   const Json::Value scan = json(fake::waitForSent(1).at(0));

@@ -10,50 +10,41 @@ namespace {
 using TransportTest = LibraryTest;
 constexpr unsigned kJSON = 0x4A534F4E;
 
-TEST_F(TransportTest, NullCommandSendsNothing) {
+TEST_F(TransportTest, CommandsAndRepliesThatAreNoText) {
   char* result = reinterpret_cast<char*>(1);
   EXPECT_EQ(-1, ATSC_TransmitTVClientJSONCommand(nullptr, &result));
   EXPECT_EQ(nullptr, result);
-  EXPECT_TRUE(fake::sent().empty());
+  EXPECT_EQ(Lines{}, fake::sent());
   EXPECT_TRUE(fake::logged("Error", "command is NULL."));
   EXPECT_NE("", fake::logLine("tv/client: ["));
-}
-
-TEST_F(TransportTest, CommandWithoutReplyTextYieldsNullAndTheResult) {
-  char* result = reinterpret_cast<char*>(1);
-  EXPECT_EQ(-1, ATSC_TransmitServiceClientJSONCommand("{\"class\":\"XYZ\"}", &result));
+  result = reinterpret_cast<char*>(1);
+  EXPECT_EQ(-1, ATSC_TransmitServiceClientJSONCommand(R"({"class":"XYZ"})", &result));
   EXPECT_EQ(nullptr, result);
   EXPECT_TRUE(fake::logged("Debug", "result is NULL."));
-  EXPECT_TRUE(fake::logged("Error", "Class(XYZ) is not supported"));
-}
-
-TEST_F(TransportTest, WarnsOnlyOnTheOppositeServersThread) {
-  // This thread was the service server's thread before, so sending a callback from it blocks it.
-  send("{\"class\":\"MSC\",\"command\":\"LOGCTL\"}");
-  ATSC_TransmitTVClientJSONCommand("{}", nullptr);
-  EXPECT_TRUE(fake::logged("Warn", "Service call command({}) in IPC server thread"));
-  EXPECT_EQ(Lines{"{}"}, fake::sent());
-  fake::reset();
-  std::thread([] { ATSC_TransmitTVClientJSONCommand("{}", nullptr); }).join();
-  EXPECT_FALSE(fake::logged("Warn", "Service call command({}) in IPC server thread"));
-  EXPECT_EQ(Lines{"{}"}, fake::sent());
+  EXPECT_THAT(fake::logLine("is not supported"),
+              ::testing::MatchesRegex("Error service/srv: \\[" + std::to_string(getpid()) +
+                                      "\\]\\[jsonCommand\\(\\)\\]\\[atsc_server_service_dispatch"
+                                      "\\.cpp:[0-9]+\\] Class\\(XYZ\\) is not supported"));
 }
 
 TEST_F(TransportTest, OtherTransactionCodesAreAnsweredWithNothing) {
   BUSParam data;
   BUSParam reply;
-  data.writeCString("{\"class\":\"XYZ\"}");
+  data.writeCString(R"({"class":"XYZ"})");
   EXPECT_EQ(0, g_atsc_server_service.onTransact(1, data, &reply, 0));
   reply.writeInt32(77);
   EXPECT_EQ(77, reply.readInt32());  // the first item
   EXPECT_EQ(-1, g_atsc_server_service.onTransact(kJSON, data, nullptr, 0));
 }
 
-// A backend that answers with a text, or throws.
+// A backend that answers with a text, or throws. It has one command at a time.
 class Backend : public ATSCBUS::ATSCTVServerBackend {
  public:
   int jsonCommand(const char* command, char** result) override {
+    overlaps = overlaps || busy.exchange(true);
     received.push_back(command);
+    if (slow) std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    busy = false;
     if (throws) throw std::runtime_error("lost");
     if (answer != nullptr) *result = strdup(answer);
     return 5;
@@ -61,6 +52,9 @@ class Backend : public ATSCBUS::ATSCTVServerBackend {
   Lines received;
   const char* answer = nullptr;
   bool throws = false;
+  bool slow = false;
+  bool overlaps = false;
+  std::atomic<bool> busy{false};
 };
 
 TEST_F(TransportTest, TVServerHandsMessagesToItsBackend) {
@@ -78,34 +72,58 @@ TEST_F(TransportTest, TVServerHandsMessagesToItsBackend) {
   EXPECT_EQ((Lines{"{\"a\":1}", "{\"a\":2}", "{\"a\":3}"}), backend.received);
 }
 
+// The set's own programs use one client from several threads.
+TEST_F(TransportTest, AClientSendsOneCommandAtATime) {
+  Backend backend;
+  backend.slow = true;
+  ATSCBUS::ATSCServerTV server(&backend);
+  std::atomic<int> inside{0}, most{0};
+  fake::onCall([&](const std::string&) {
+    most = std::max<int>(most, ++inside);
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    --inside;
+  });
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back([] {
+      ATSC_TransmitTVClientJSONCommand("{}", nullptr);
+      send(command("FW PLAY"));
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_FALSE(backend.overlaps);
+  EXPECT_EQ(1, most);
+}
+
 TEST_F(TransportTest, DefaultBackendStandsInAndSaysSo) {
   ATSCBUS::ATSCServerTV server(nullptr);
-  testing::internal::CaptureStdout();
-  EXPECT_EQ(-1, ATSC_TransmitTVClientJSONCommand("{\"a\":1}", nullptr));
-  EXPECT_EQ(
-      "[jsonCommand]command {\"a\":1}\n\033[1;5;33m[ATSC] This function "
-      "'ATSCTVServerBackend::jsonCommand()' isn't implemented yet !!!\033[0m\n",
-      testing::internal::GetCapturedStdout());
+  const auto transmit = [] {
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(-1, ATSC_TransmitTVClientJSONCommand("{\"a\":1}", nullptr));
+    EXPECT_EQ(
+        "[jsonCommand]command {\"a\":1}\n\033[1;5;33m[ATSC] This function "
+        "'ATSCTVServerBackend::jsonCommand()' isn't implemented yet !!!\033[0m\n",
+        testing::internal::GetCapturedStdout());
+  };
+  transmit();
   Backend backend;
   server.RegisterBackend(&backend);
   EXPECT_EQ(5, ATSC_TransmitTVClientJSONCommand("{}", nullptr));
   server.RegisterBackend(nullptr);
-  testing::internal::CaptureStdout();
-  EXPECT_EQ(-1, ATSC_TransmitTVClientJSONCommand("{}", nullptr));
-  testing::internal::GetCapturedStdout();
-}
-
-TEST_F(TransportTest, ATVServerNeedsABackend) {
+  transmit();
   EXPECT_EQ(-1, ATSC_RegisterTVServerBackend(nullptr));
   EXPECT_TRUE(fake::logged("Error", "TV-server-backend is NULL"));
 }
 
-TEST_F(TransportTest, EveryLogLineBeginsWithItsPlace) {
-  send("{\"class\":\"XYZ\"}");
-  EXPECT_THAT(fake::logLine("is not supported"),
-              ::testing::MatchesRegex("Error service/srv: \\[" + std::to_string(getpid()) +
-                                      "\\]\\[jsonCommand\\(\\)\\]\\[atsc_server_service_dispatch"
-                                      "\\.cpp:[0-9]+\\] Class\\(XYZ\\) is not supported"));
+TEST_F(TransportTest, WarnsOnlyOnTheOppositeServersThread) {
+  // This thread is the service server's thread, so sending a callback from it blocks it.
+  const std::string warning = "Service call command({}) in IPC server thread";
+  send(command("MSC LOGCTL"));
+  std::thread([] { ATSC_TransmitTVClientJSONCommand("{}", nullptr); }).join();
+  EXPECT_EQ(Lines{}, logsOf("Warn"));
+  ATSC_TransmitTVClientJSONCommand("{}", nullptr);
+  EXPECT_EQ(Lines{warning}, logsOf("Warn"));
+  EXPECT_EQ((Lines{"{}", "{}"}), fake::sent());
 }
 
 }  // namespace

@@ -4,15 +4,21 @@
 #define ATSC_TESTS_FAKE_H_
 
 #include <aicc.h>
+#include <aicn.h>
 #include <aics.h>
 #include <aiec.h>
 #include <aifw.h>
 #include <aipc.h>
 #include <aisrv.h>
 #include <aist.h>
+#include <osal.h>
 
 #include <functional>
+#include <map>
+#include <mutex>
+#include <optional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 namespace fake {
@@ -61,6 +67,63 @@ struct Parental {
   uint32_t ratingStatus = 0;
 };
 
+struct State {
+  // Answers of the middleware.
+  std::map<std::string, int> results;  // by function; the default is 0
+  std::map<uint32_t, std::vector<Service>> services;
+  std::unordered_map<uint64_t, std::vector<AISRV_pid_info>> pids;  // by serviceKey()
+  std::unordered_map<uint64_t, std::vector<Event>> events;
+  std::optional<uint32_t> claimedCount;       // a wrong count of services
+  std::optional<uint16_t> claimedEventCount;  // a wrong count of events
+  uint32_t time = 1000;
+  std::optional<Service> current;
+  int currentInput = AI_INPUT_TERRESTRIAL;
+  uint32_t tunedFrequency = 0;
+  int32_t languages[2] = {AICN_LANGUAGE_ENGLISH, AICN_LANGUAGE_ENGLISH};
+  AIST_system_time_info timeInfo{};
+  AIST_time_date timeDate{};
+  AICC_cc_service_data captions{};
+  Parental parental;
+  std::vector<int> indexStatuses;
+  AIFW_event_update_data update{};
+  uint8_t alertPriority = 0;
+
+  // What the library did.
+  std::vector<std::string> calls;  // of the middleware, such as "AICN_set_skip_play_srv(1)"
+  std::vector<std::string> sent;   // to a name that no server in this process serves
+  std::vector<std::string> logs;   // full lines after the level
+  Service modified;                // by AIFW_modify_service()
+  AIPC_dime_t storedRating{};
+  std::string checkedRating;  // the buffer, with the length that the caller stated
+  AICS_scan_callback scanCallback = nullptr;
+  AIFW_app_callback eventCallback = nullptr;
+  uint32_t timers = 0;
+  OSAL_timer_handler timerHandler = nullptr;
+  void* timerArgument = nullptr;
+
+  // Run without a lock: on each call before its answer, and on each sent text.
+  std::function<void(const std::string&)> callHook, sendHook;
+};
+
+// The state, locked until the end of the expression.
+class LockedState {
+ public:
+  State* operator->() const { return &instance(); }
+  State& operator*() const { return instance(); }
+
+ private:
+  static State& instance();
+
+  static inline std::mutex mutex_;
+  std::unique_lock<std::mutex> lock_{mutex_};
+};
+
+inline LockedState state() { return {}; }
+
+inline uint64_t serviceKey(const AISRV_service_id& id) {
+  return uint64_t{id.input_source} << 32 | id.service_rec;
+}
+
 // Converts ASCII to UTF-16BE.
 std::string utf16(const std::string& ascii);
 
@@ -78,47 +141,28 @@ void setRecording(bool on);
 // counts, texts and their lengths. Never writes beyond the caller's buffers.
 void setNoise(std::string bytes);
 
-// Returns the middleware calls so far, such as "AICN_set_skip_play_srv(1)".
-std::vector<std::string> calls();
+using Hook = std::function<void(const std::string&)>;
+inline void onCall(Hook hook) { state()->callHook = std::move(hook); }
+inline void onSend(Hook hook) { state()->sendHook = std::move(hook); }
 
-// Sets a hook that runs on every middleware call, before the answer and without a lock.
-void onCall(std::function<void(const std::string& call)> hook);
-
-// Sets the return value of a middleware function; the default is 0.
-void setResult(const std::string& function, int status);
-
+inline void setResult(const std::string& function, int status) {
+  state()->results[function] = status;
+}
 void setServices(uint32_t input, std::vector<Service> services);
-// Makes the middleware report a wrong count of services.
-void claimCount(uint32_t count);
-// Sets the guide of a service. The middleware can report a wrong count.
-void setEvents(const Service& service, std::vector<Event> events);
-void claimEventCount(uint16_t count);
-void setUpdatedSources(std::vector<uint32_t> ids);
-void claimUpdatedSources(uint32_t count);
-void setAlertPriority(uint8_t priority);
-void setTime(uint32_t seconds);
+inline void setEvents(const Service& service, std::vector<Event> events) {
+  state()->events[serviceKey(service.info.service_id)] = std::move(events);
+}
+void setUpdatedSources(const std::vector<uint32_t>& ids);
 void setCurrent(const Service& service, int input);
-void setTunedFrequency(uint32_t frequency);
-void setLanguages(int32_t first, int32_t second);
-void setTimeInfo(const AIST_system_time_info& info);
-void setTimeDate(const AIST_time_date& date);
-void setCaptions(const AICC_cc_service_data& captions);
-void setParental(const Parental& parental);
-void setIndexStatus(std::vector<int> statuses);
+inline void setTime(uint32_t seconds) { state()->time = seconds; }
+inline void setParental(const Parental& parental) { state()->parental = parental; }
+inline void setIndexStatus(std::vector<int> all) { state()->indexStatuses = std::move(all); }
 
-// Returns the callback of the last search.
-AICS_scan_callback scanCallback();
-AICS_search_request lastSearch();
-// Returns the argument of the last AIFW_modify_service().
-Service modifiedService();
-
-// Returns the record of the last AIPC_store_rating().
-AIPC_dime_t storedRating();
-// Returns the buffer of the last AIPC_check_rating(), with the length that the caller stated.
-std::string checkedRating();
-
-// Returns the registered callback for the middleware's events.
-AIFW_app_callback eventCallback();
+inline std::vector<std::string> calls() { return state()->calls; }
+inline std::vector<std::string> sent() { return state()->sent; }
+inline AICS_scan_callback scanCallback() { return state()->scanCallback; }
+// Waits until `count` texts were sent, at most some seconds.
+std::vector<std::string> waitForSent(size_t count);
 // Fires the timer that was enabled last. Returns false when none runs.
 bool fireTimer();
 
@@ -127,13 +171,6 @@ std::vector<std::string> logs();
 // Returns the newest full line that contains `text`, "" when there is none.
 std::string logLine(const std::string& text);
 bool logged(const std::string& level, const std::string& text);
-
-// Returns the texts sent to a name that no server in this process serves.
-std::vector<std::string> sent();
-// Waits until `count` texts were sent, at most some seconds.
-std::vector<std::string> waitForSent(size_t count);
-// Sets a hook that runs on every such text, before it is recorded and without a lock.
-void onSend(std::function<void(const std::string& text)> hook);
 
 }  // namespace fake
 

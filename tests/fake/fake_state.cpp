@@ -1,16 +1,18 @@
 // Functions for the tests.
 #include "fake_state.h"
 
+#include <utility>
+
 namespace fake {
 
-void resetBus();
+State& LockedState::instance() {
+  static State* const state = new State;
+  return *state;
+}
 
 std::string utf16(const std::string& ascii) {
   std::string bytes;
-  for (const char c : ascii) {
-    bytes += '\0';
-    bytes += c;
-  }
+  for (const char c : ascii) bytes += {'\0', c};
   return bytes;
 }
 
@@ -27,16 +29,16 @@ Service service(uint16_t major, uint16_t minor, uint32_t frequency, const std::s
   made.info.AISRV_flags_ = AISRV_FLAG_VISIBLE;
   made.info.transport_stream_id = 4711;
   made.name = utf16(name);
-  AISRV_pid_info video{};
-  video.stream_type = 0x02;
-  video.pid = 49;
-  AISRV_pid_info audio{};
-  audio.stream_type = 0x81;
-  audio.pid = 52;
-  memcpy(audio.language, "eng", 3);
-  made.pids = {video, audio};
+  made.pids.resize(2);
+  made.pids[0].stream_type = 0x02;
+  made.pids[0].pid = 49;
+  made.pids[1].stream_type = 0x81;
+  made.pids[1].pid = 52;
+  memcpy(made.pids[1].language, "eng", 3);
   return made;
 }
+
+void setRecording(bool on) { gRecording = on; }
 
 void setNoise(std::string bytes) {
   std::lock_guard<std::mutex> lock(gNoiseMutex);
@@ -46,157 +48,36 @@ void setNoise(std::string bytes) {
 }
 
 void reset() {
-  resetBus();
   setNoise({});
-  std::lock_guard<std::mutex> lock(gMutex);
-  state() = State();
-}
-
-std::vector<std::string> calls() {
-  std::lock_guard<std::mutex> lock(gMutex);
-  return state().calls;
-}
-
-void onCall(std::function<void(const std::string&)> hook) {
-  std::lock_guard<std::mutex> lock(gMutex);
-  state().hook = std::move(hook);
-}
-
-void setResult(const std::string& function, int status) {
-  std::lock_guard<std::mutex> lock(gMutex);
-  state().results[function] = status;
+  *state() = State();
 }
 
 void setServices(uint32_t input, std::vector<Service> services) {
-  std::lock_guard<std::mutex> lock(gMutex);
+  const auto locked = state();
   for (const Service& service : services) {
-    state().pids[serviceKey(service.info.service_id)] = service.pids;
+    locked->pids[serviceKey(service.info.service_id)] = service.pids;
   }
-  state().services[input] = std::move(services);
+  locked->services[input] = std::move(services);
 }
 
-void claimCount(uint32_t count) {
-  std::lock_guard<std::mutex> lock(gMutex);
-  state().countIsClaimed = true;
-  state().claimedCount = count;
-}
-
-void setEvents(const Service& service, std::vector<Event> events) {
-  std::lock_guard<std::mutex> lock(gMutex);
-  state().events[serviceKey(service.info.service_id)] = std::move(events);
-}
-
-void claimEventCount(uint16_t count) {
-  std::lock_guard<std::mutex> lock(gMutex);
-  state().eventCountIsClaimed = true;
-  state().claimedEventCount = count;
-}
-
-void setUpdatedSources(std::vector<uint32_t> ids) {
-  std::lock_guard<std::mutex> lock(gMutex);
-  state().update.count = static_cast<uint32_t>(ids.size());
+void setUpdatedSources(const std::vector<uint32_t>& ids) {
+  const auto locked = state();
+  locked->update.count = static_cast<uint32_t>(ids.size());
   std::copy_n(ids.begin(), std::min<size_t>(ids.size(), AIFW_MAX_UPDATED_SOURCES),
-              state().update.source_ids);
-}
-
-void claimUpdatedSources(uint32_t count) {
-  std::lock_guard<std::mutex> lock(gMutex);
-  state().update.count = count;
-}
-
-void setAlertPriority(uint8_t priority) {
-  std::lock_guard<std::mutex> lock(gMutex);
-  state().alertPriority = priority;
-}
-
-AIFW_app_callback eventCallback() {
-  std::lock_guard<std::mutex> lock(gMutex);
-  return state().eventCallback;
-}
-
-bool fireTimer() {
-  OSAL_timer_handler handler = nullptr;
-  void* argument = nullptr;
-  {
-    std::lock_guard<std::mutex> lock(gMutex);
-    std::swap(handler, state().timerHandler);
-    argument = state().timerArgument;
-  }
-  if (handler != nullptr) handler(argument, 0);
-  return handler != nullptr;
-}
-
-void setTime(uint32_t seconds) {
-  std::lock_guard<std::mutex> lock(gMutex);
-  state().time = seconds;
+              locked->update.source_ids);
 }
 
 void setCurrent(const Service& service, int input) {
-  std::lock_guard<std::mutex> lock(gMutex);
-  state().hasCurrent = true;
-  state().current = service;
-  state().currentInput = input;
+  const auto locked = state();
+  locked->current = service;
+  locked->currentInput = input;
 }
 
-void setTunedFrequency(uint32_t frequency) {
-  std::lock_guard<std::mutex> lock(gMutex);
-  state().tunedFrequency = frequency;
-}
-
-void setLanguages(int32_t first, int32_t second) {
-  std::lock_guard<std::mutex> lock(gMutex);
-  state().languages[0] = first;
-  state().languages[1] = second;
-}
-
-void setTimeInfo(const AIST_system_time_info& info) {
-  std::lock_guard<std::mutex> lock(gMutex);
-  state().timeInfo = info;
-}
-
-void setTimeDate(const AIST_time_date& date) {
-  std::lock_guard<std::mutex> lock(gMutex);
-  state().timeDate = date;
-}
-
-void setCaptions(const AICC_cc_service_data& captions) {
-  std::lock_guard<std::mutex> lock(gMutex);
-  state().captions = captions;
-}
-
-void setParental(const Parental& parental) {
-  std::lock_guard<std::mutex> lock(gMutex);
-  state().parental = parental;
-}
-
-AIPC_dime_t storedRating() {
-  std::lock_guard<std::mutex> lock(gMutex);
-  return state().storedRating;
-}
-
-std::string checkedRating() {
-  std::lock_guard<std::mutex> lock(gMutex);
-  return state().checkedRating;
-}
-
-Service modifiedService() {
-  std::lock_guard<std::mutex> lock(gMutex);
-  return state().modified;
-}
-
-void setIndexStatus(std::vector<int> statuses) {
-  std::lock_guard<std::mutex> lock(gMutex);
-  state().indexStatuses = std::move(statuses);
-}
-
-AICS_scan_callback scanCallback() {
-  std::lock_guard<std::mutex> lock(gMutex);
-  return state().callback;
-}
-
-AICS_search_request lastSearch() {
-  std::lock_guard<std::mutex> lock(gMutex);
-  return state().search;
+bool fireTimer() {
+  const OSAL_timer_handler handler = std::exchange(state()->timerHandler, nullptr);
+  void* const argument = state()->timerArgument;
+  if (handler != nullptr) handler(argument, 0);
+  return handler != nullptr;
 }
 
 }  // namespace fake

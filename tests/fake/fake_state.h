@@ -1,74 +1,18 @@
-// State that the fake's files share, and functions to record and answer a call.
+// Functions of the fake's files to record and answer a call.
 #ifndef ATSC_TESTS_FAKE_STATE_H_
 #define ATSC_TESTS_FAKE_STATE_H_
-
-#include <aicn.h>
-#include <aiec.h>
-#include <aifw.h>
-#include <aipc.h>
-#include <aist.h>
-#include <osal.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cstring>
-#include <map>
-#include <mutex>
 #include <tuple>
 #include <type_traits>
-#include <unordered_map>
 
 #include "fake.h"
 
 namespace fake {
 
-extern std::atomic<bool> gRecording;
-
-struct State {
-  std::vector<std::string> calls;
-  std::map<std::string, int> results;
-  std::map<uint32_t, std::vector<Service>> services;
-  std::unordered_map<uint64_t, std::vector<AISRV_pid_info>> pids;  // by serviceKey()
-  std::function<void(const std::string&)> hook;
-  bool countIsClaimed = false;
-  uint32_t claimedCount = 0;
-  uint32_t time = 1000;
-  bool hasCurrent = false;
-  Service current;
-  int currentInput = AI_INPUT_TERRESTRIAL;
-  uint32_t tunedFrequency = 0;
-  int32_t languages[2] = {AICN_LANGUAGE_ENGLISH, AICN_LANGUAGE_ENGLISH};
-  AIST_system_time_info timeInfo{};
-  AIST_time_date timeDate{};
-  AICC_cc_service_data captions{};
-  Service modified;
-  Parental parental;
-  AIPC_dime_t storedRating{};
-  std::string checkedRating;
-  std::vector<int> indexStatuses;
-  AICS_scan_callback callback = nullptr;
-  AICS_search_request search{};
-  std::unordered_map<uint64_t, std::vector<Event>> events;  // by serviceKey()
-  bool eventCountIsClaimed = false;
-  uint16_t claimedEventCount = 0;
-  AIFW_event_update_data update{};
-  uint8_t alertPriority = 0;
-  AIFW_app_callback eventCallback = nullptr;
-  uint32_t timers = 0;
-  OSAL_timer_handler timerHandler = nullptr;
-  void* timerArgument = nullptr;
-};
-
-inline std::mutex gMutex;
-
-inline uint64_t serviceKey(const AISRV_service_id& id) {
-  return uint64_t{id.input_source} << 32 | id.service_rec;
-}
-
-inline State& state() {
-  static State* instance = new State;
-  return *instance;
-}
+inline std::atomic<bool> gRecording{true};
 
 inline std::string text(long long value) { return std::to_string(value); }
 
@@ -76,15 +20,7 @@ inline std::string text(const char* string) { return string; }
 
 inline std::string text(const void* pointer) { return pointer != nullptr ? "*" : "null"; }
 
-// Copies an answer of the middleware, unless the call fails.
-template <typename Record>
-int answer(int status, const Record& from, Record* to) {
-  std::lock_guard<std::mutex> lock(gMutex);
-  if (status == 0) *to = from;
-  return status;
-}
-
-// The remaining bytes of the noise. They have a separate lock, because callers hold g_mutex.
+// The remaining bytes of the noise. They have a separate lock, because callers hold the state.
 inline std::mutex gNoiseMutex;
 inline std::string gNoise;
 inline size_t gNoiseUsed = 0;
@@ -124,6 +60,11 @@ void disturb(Record& record) {
       memset(bytes, noiseByte(), sizeof record);
       break;
   }
+}
+
+inline int disturbed(int number) {
+  disturb(number);
+  return number;
 }
 
 // Applies noise to the bytes, length and encoding of a text, or removes it. Stays within the
@@ -191,6 +132,24 @@ class Call {
   const std::tuple<Arguments...> arguments_;
 };
 
+// Fills the answer to a call, unless it fails.
+template <typename Fill>
+int answer(int status, Fill fill) {
+  const auto locked = state();
+  if (status == 0) fill(*locked);
+  return status;
+}
+
+// Copies the answer to a call.
+template <typename Value, typename Given>
+int answer(int status, Value State::*from, Given* to) {
+  return answer(status, [&](State& state) { *to = state.*from; });
+}
+template <typename Value, typename Given>
+int answer(int status, Value Parental::*from, Given* to) {
+  return answer(status, [&](State& state) { *to = state.parental.*from; });
+}
+
 // Records a call. Its status is the one that setResult() set.
 template <typename... Arguments>
 Call<Arguments...> called(const char* function, Arguments... arguments) {
@@ -199,13 +158,13 @@ Call<Arguments...> called(const char* function, Arguments... arguments) {
     std::string listed;
     ((listed += (listed.empty() ? "" : ",") + text(arguments)), ...);
     const std::string call = std::string(function) + "(" + listed + ")";
-    std::function<void(const std::string&)> hook;
+    Hook hook;
     {
-      std::lock_guard<std::mutex> lock(gMutex);
-      state().calls.push_back(call);
-      const auto result = state().results.find(function);
-      if (result != state().results.end()) status = result->second;
-      hook = state().hook;
+      const auto locked = state();
+      locked->calls.push_back(call);
+      const auto result = locked->results.find(function);
+      if (result != locked->results.end()) status = result->second;
+      hook = locked->callHook;
     }
     if (hook) hook(call);
   }
@@ -235,26 +194,18 @@ inline void copyText(const Text& from, multiple_lang_t& to) {
   if (from.claimedLength != 0) to.length = from.claimedLength;
 }
 
-// Answers a call about parental control.
-template <typename Fill>
-int answerParental(int status, Fill fill) {
-  std::lock_guard<std::mutex> lock(gMutex);
-  if (status == 0) fill(state().parental);
-  return status;
-}
-
-// Returns the event of a key, null when there is none. The caller holds g_mutex.
-inline const Event* findEvent(const AIEC_event_key& key, uint32_t offset) {
-  const auto found = state().events.find(serviceKey({key.service_rec, key.input_source}));
+// Returns the event of a key, null when there is none.
+inline const Event* findEvent(const State& state, const AIEC_event_key& key, uint32_t offset) {
+  const auto found = state.events.find(serviceKey({key.service_rec, key.input_source}));
   const uint64_t index = uint64_t{key.event_index} + offset;
-  if (found == state().events.end() || index >= found->second.size()) return nullptr;
+  if (found == state.events.end() || index >= found->second.size()) return nullptr;
   return &found->second[index];
 }
 
 // Answers like the functions that return one event.
-inline void copyEvent(const AIEC_event_key& key, uint32_t offset, AIEC_event_info& to,
-                      uint16_t* copied) {
-  const Event* from = findEvent(key, offset);
+inline void copyEvent(const State& state, const AIEC_event_key& key, uint32_t offset,
+                      AIEC_event_info& to, uint16_t* copied) {
+  const Event* from = findEvent(state, key, offset);
   *copied = from != nullptr ? 1 : 0;
   if (from == nullptr) return;
   multiple_lang_t name = to.name;
