@@ -2,13 +2,17 @@
 
 #include <atomic>
 #include <future>
+#include <map>
+#include <set>
 
 #include "atsc_service_event.h"
 #include "fixture.h"
+#include "protocol_document.h"
 
 namespace {
 
 using ::testing::ElementsAre;
+using Types = std::map<std::string, std::string>;
 
 std::string kindOf(const std::string& text) { return parsed(text)["cbtype"].asString(); }
 
@@ -67,6 +71,8 @@ TEST_F(EventTest, EveryEventHasItsNameMessageAndWay) {
   multiple_lang_t alert{letters, sizeof letters, 0};
   const std::string times = R"("DS_Day_Of_Month":5,"DS_Hour":2,"DS_Status":1,"GPS_UTC_Offset":18,)"
                             R"("SystemTime":4294967295,)";
+  std::map<std::string, Types> known;  // kinds that have a message, with their keys
+  std::set<std::string> raised = {"SCAN", "SERVICE_BUILD_COMPLETED"};  // by events, or later
   int next = 0;
   std::string kind;
   char way = '-';
@@ -83,6 +89,8 @@ TEST_F(EventTest, EveryEventHasItsNameMessageAndWay) {
                                  (alerts       ? R"(,"priority":255,"text":"Hi"})"
                                   : event == 0 ? R"(,"source_id":"7,12,400"})"
                                                : "}");
+    if (defined) known[kind] = protocol::typesOf(json(expected));
+    if (defined && way == 'f') raised.insert(kind);
     for (const auto take : {_ATSC_Service_CB_To_TV, ATSC_Service_event_cb}) {
       fake::reset();
       fake::state()->alertPriority = 255;
@@ -118,6 +126,21 @@ TEST_F(EventTest, EveryEventHasItsNameMessageAndWay) {
   messageOf(AFW_EAS_START_BLOCKING, nullptr);
   EXPECT_NE("", fake::logLine("[_ATSC_Service_CB_To_TV()][atsc_service_callback.cpp:"));
   EXPECT_NE("", fake::logLine("Failed to call AIFW_get_EAS_priority() -> 0x00000001: void _ATSC"));
+
+  // The document has all kinds with their keys.
+  fake::reset();
+  ask("SCAN start");
+  AICS_scan_progress progress{};
+  fake::scanCallback()(&progress, AICS_STATE_PROGRESS);
+  known["SCAN"] = protocol::typesOf(json(fake::waitForSent(1).at(0)));
+  const protocol::Document document = protocol::readDocument(PROTOCOL_DOCUMENT);
+  for (const auto& [described, row] : protocol::callbackRows(document)) {
+    const bool never = protocol::cell(*row, "PC") == "never";
+    EXPECT_EQ(raised.count(described) == 0, never) << described;
+    EXPECT_EQ(never ? Types{} : known[described], protocol::keys(protocol::cell(*row, "keys")));
+    EXPECT_EQ(1u, known.erase(described)) << described;
+  }
+  EXPECT_TRUE(known.empty());
 }
 
 TEST_F(EventTest, UpdatedSources) {

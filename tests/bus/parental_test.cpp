@@ -173,22 +173,16 @@ TEST_F(ParentalTest, RatingTexts) {
     std::string text;  // up to its NUL
     const char* log;   // "" for none
   } cases[] = {
-      {"TV-PG", "TV-PG", ""},
       {"D,TV-14,V", "TV-14-D-V", ""},
       {"V,S,TV-MA,L", "TV-MA-L-S-V", ""},
       {"TV-14,,V,", "TV-14---V", ""},
-      {"TV-14,TV-PG", "TV-14-TV-PG", ""},
-      {"TV-14, D", "TV-14- D", ""},
       {"PG-13", "", "Invalid USA TV rating string: PG-13"},
       {"tv-14", "", "Invalid USA TV rating string: tv-14"},
-      {",", "", "Invalid USA TV rating string: ,"},
       {"TV-" + std::string(92, 'x'), "TV-" + std::string(92, 'x'), ""},
       {"TV-" + std::string(93, 'x'), "", "rating string buffer size is too small: 97 > 96"},
-      {"TV-" + huge, "", "rating string buffer size is too small: 100004 > 96"},
       {"TV-14," + huge, "TV-14-", "rating string buffer size is too small: 100007 > 96"},
       {"TV-14,\xFF,A", "TV-14-\xFF-A", ""},
       {"TV-14," + bytes.substr(0, 43), "TV-14-" + bytes.substr(0, 43), ""},
-      {"TV-14" + many, "TV-14" + std::string(5000, '-'), ""},
       {bytes + many + "TV-", "TV-" + std::string(5000, '-') + bytes.substr(0, 43) + "-",
        "rating string buffer size is too small: 5259 > 96"},
   };

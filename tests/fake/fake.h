@@ -11,6 +11,7 @@
 #include <aipc.h>
 #include <aisrv.h>
 #include <aist.h>
+#include <bus.h>
 #include <osal.h>
 
 #include <functional>
@@ -100,6 +101,8 @@ struct State {
   uint32_t timers = 0;
   OSAL_timer_handler timerHandler = nullptr;
   void* timerArgument = nullptr;
+
+  std::map<std::string, BUSServerInterface*> servers;  // of this process; kept by reset()
 
   // Run without a lock: on each call before its answer, and on each sent text.
   std::function<void(const std::string&)> callHook, sendHook;

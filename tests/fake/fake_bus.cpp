@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <deque>
 #include <thread>
 
@@ -12,22 +13,12 @@
 
 namespace {
 
-// The servers by name, under the lock of the state. Outlives all servers.
-std::map<std::string, BUSServerInterface*>& servers() {
-  static auto* const all = new std::map<std::string, BUSServerInterface*>;
-  return *all;
-}
-
 void log(const char* level, const char* format, va_list arguments) {
   if (!fake::gRecording) return;
-  va_list copy;
-  va_copy(copy, arguments);
-  const int length = vsnprintf(nullptr, 0, format, copy);
-  va_end(copy);
-  std::string text(static_cast<size_t>(length) + 1, '\0');
-  vsnprintf(&text[0], text.size(), format, arguments);
-  text.pop_back();
+  char* text = nullptr;
+  if (vasprintf(&text, format, arguments) < 0) return;
   fake::state()->logs.push_back(std::string(level) + " " + text);
+  free(text);
 }
 
 }  // namespace
@@ -78,14 +69,13 @@ struct BUSServerInterface::Impl {
 // Like a BUS without bus_lifetime.h.
 BUSServerInterface::BUSServerInterface(const char* name, const char* /*description*/)
     : impl_(new Impl{name}) {
-  const auto lock = fake::state();
-  servers().emplace(name, this);  // a name has one server, the first one
+  fake::state()->servers.emplace(name, this);  // a name has one server, the first one
 }
 
 BUSServerInterface::~BUSServerInterface() {
-  const auto lock = fake::state();
-  const auto served = servers().find(impl_->name);
-  if (served != servers().end() && served->second == this) servers().erase(served);
+  const auto locked = fake::state();
+  const auto served = locked->servers.find(impl_->name);
+  if (served != locked->servers.end() && served->second == this) locked->servers.erase(served);
 }
 
 struct BUSClientInterface::Impl {
@@ -102,8 +92,8 @@ int BUSClientInterface::transact(unsigned int code, BUSParam& data, BUSParam* re
   fake::Hook hook;
   {
     const auto locked = fake::state();
-    const auto found = servers().find(impl_->name);
-    if (found != servers().end()) server = found->second;
+    const auto found = locked->servers.find(impl_->name);
+    if (found != locked->servers.end()) server = found->second;
     hook = locked->sendHook;
   }
   if (server != nullptr) return server->onTransact(code, data, reply, flags);

@@ -183,9 +183,7 @@ int AIFW_disable_optional_eas_event_id_check(int32_t* value, int direction) {
 }
 
 int AIFW_enable_eas_cable_only(int32_t* value, int direction) {
-  const auto status = called(__func__, *value, direction);
-  *value = 1;  // also when it fails
-  return answer(status, &Parental::alertSetting, value);
+  return answer(called(__func__, *value, direction), &Parental::alertSetting, value);
 }
 
 int AIFW_init(int mode) { return called(__func__, mode); }
@@ -210,9 +208,7 @@ int AIFW_pwd_unlocked_no_playing(int unlocked) { return called(__func__, unlocke
 int AIIN_get_input_details(uint32_t input, uint8_t* flag, AIIN_input_t* details,
                            uint32_t reserved) {
   const auto status = called(__func__, input, *flag, details, reserved);
-  details->type = input;
-  details->tuner = 1;
-  details->handle = 7000 + input;
+  *details = {input, 1, 0, 0, 7000 + input, {}};
   return status;
 }
 

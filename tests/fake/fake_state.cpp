@@ -49,7 +49,10 @@ void setNoise(std::string bytes) {
 
 void reset() {
   setNoise({});
-  *state() = State();
+  State empty;
+  const auto locked = state();
+  empty.servers = std::move(locked->servers);
+  *locked = std::move(empty);
 }
 
 void setServices(uint32_t input, std::vector<Service> services) {
