@@ -136,16 +136,6 @@ TEST_F(CommandTest, ChannelChangeCallsInOrder) {
   for (const int i : {1, 2}) EXPECT_GE(reads[i] - reads[i - 1], std::chrono::milliseconds(100));
 }
 
-TEST_F(CommandTest, IndexOfTheCurrentChannel) {
-  fake::setServices(3, {fake::service(7, 1, 177000000, "SEVEN", 3)});
-  ASSERT_EQ(1, ATSC_Service_db_UpdateChannel(3));
-  EXPECT_EQ(-1, GetCurrentChannelIdx());
-  fake::setCurrent(fake::service(7, 1, 177000000, "SEVEN", 3), 3);
-  EXPECT_EQ(1, GetCurrentChannelIdx());
-  fake::setCurrent(fake::service(7, 2, 177000000, "OTHER", 3), 3);
-  EXPECT_EQ(65535, GetCurrentChannelIdx());
-}
-
 TEST_F(CommandTest, ChannelChangeUpIgnoresTheNumberAndAPasswordCanBeWaived) {
   fake::setResult("AIFW_stop_curr_src", 1);  // no wait after a failure
   fake::setResult("AIFW_channel_change", 6);

@@ -72,35 +72,26 @@ TEST_F(EventTableTest, TextsOfEveryKind) {
   const std::string longName(AIEC_NAME_SIZE / 2, 'n');
   const std::string longRating(AIEC_RATING_SIZE, 'r');
   const std::string longText(AIEC_DESCRIPTION_SIZE / 2, 'd');
+  constexpr int32_t kWide = AI_TEXT_UTF16BE;
   const struct {
-    std::string name;
-    int32_t encoding;
-    std::string rating;
-    uint8_t severalRatings;
-    std::string allRatings, description, row;
+    fake::Event event;
+    std::string row;
   } cases[] = {
-      {"caf\xC3\xA9", 0, "", 0, "", "", "caf\xC3\xA9|No rating|"},
-      {"be\0yond"s, 0, "", 0, "", "", "be|No rating|"},
-      {fake::utf16(longName), AI_TEXT_UTF16BE, longRating, 0, "", fake::utf16(longText),
+      {{{}, "caf\xC3\xA9", 0, "", 0, "", "", kWide}, "caf\xC3\xA9|No rating|"},
+      {{{}, "be\0yond"s, 0, "", 0, "", "", kWide}, "be|No rating|"},
+      {{{}, fake::utf16(longName), kWide, longRating, 0, "", fake::utf16(longText), kWide},
        longName + '|' + longRating + '|' + longText},
-      {"zero", 0, std::string(AIEC_RATING_SIZE, '\0'), 0, "", "", "zero|Not rated|"},
-      {"several", 0, "TV-PG", 1, "TV-PG, PG-13", "", "several|TV-PG, PG-13|"},
-      {"several", 0, "TV-PG", 1, "", "", "several|Not rated|"},
-      {"x'); DROP TABLE event_t; --", 0, "", 0, "", "\x20\xAC\0'"s,
+      {{{}, "zero", 0, std::string(AIEC_RATING_SIZE, '\0'), 0, "", "", kWide}, "zero|Not rated|"},
+      {{{}, "several", 0, "TV-PG", 0, "TV-PG, PG-13", "", kWide}, "several|TV-PG, PG-13|"},
+      {{{}, "several", 0, "TV-PG", 0, "", "", kWide}, "several|Not rated|"},
+      {{{}, "x'); DROP TABLE event_t; --", 0, "", 0, "", "\x20\xAC\0'"s, kWide},
        "x'); DROP TABLE event_t; --|No rating|\xE2\x82\xAC'"},
   };
   std::vector<fake::Event> events;
   Lines expected;
   for (const auto& texts : cases) {
-    events.push_back({{},
-                      texts.name,
-                      texts.encoding,
-                      texts.rating,
-                      0,
-                      texts.allRatings,
-                      texts.description,
-                      AI_TEXT_UTF16BE});
-    events.back().info.multi_rating = texts.severalRatings;
+    events.push_back(texts.event);
+    events.back().info.multi_rating = texts.event.rating == "TV-PG" ? 1 : 0;
     expected.push_back(texts.row);
   }
   update(events);

@@ -8,7 +8,8 @@
 
 #include <atomic>
 #include <chrono>
-#include <cstring>
+#include <map>
+#include <string>
 #include <thread>
 
 #include "fake.h"
@@ -68,13 +69,8 @@ int onTheThread() {
 }  // namespace
 
 int main(int, char** argv) {
-  const struct {
-    const char* name;
-    int (*run)();
-  } ways[] = {{"at_work", atWork}, {"child", child}, {"stuck", stuck}, {"thread", onTheThread}};
+  const std::map<std::string, int (*)()> ways = {
+      {"at_work", atWork}, {"child", child}, {"stuck", stuck}, {"thread", onTheThread}};
   alarm(60);
-  for (const auto& way : ways) {
-    if (strcmp(way.name, argv[1]) == 0) return way.run();
-  }
-  return 2;
+  return ways.at(argv[1])();
 }
