@@ -119,6 +119,7 @@ TEST_F(TransportTest, WarnsOnlyOnTheOppositeServersThread) {
   // This thread is the service server's thread, so sending a callback from it blocks it.
   const std::string warning = "Service call command({}) in IPC server thread";
   send(command("MSC LOGCTL"));
+  fake::reset();
   std::thread([] { ATSC_TransmitTVClientJSONCommand("{}", nullptr); }).join();
   EXPECT_EQ(Lines{}, logsOf("Warn"));
   ATSC_TransmitTVClientJSONCommand("{}", nullptr);
