@@ -92,6 +92,37 @@ TEST_F(ChannelTableTest, StatementTexts) {
   EXPECT_NE("", fake::logLine("INSERT INTO channel_data_t" + insert + "\n"));
 }
 
+TEST_F(ChannelTableTest, StreamsAndTypes) {
+  std::vector<fake::Service> services;
+  for (uint16_t type = 0; type < 256; ++type) {  // of a stream and of the service
+    services.push_back(fake::service(7, type, 177000000, "A"));
+    services.back().info.service_type = type;
+    services.back().pids.resize(1);
+    services.back().pids[0].stream_type = static_cast<uint8_t>(type);
+  }
+  AISRV_pid_info described = fake::service(7, 1, 1, "").pids[1];
+  described.audio_kind = AISRV_AUDIO_DESCRIPTION;
+  described.main_audio_number = 3;
+  AISRV_pid_info mixed = described;
+  mixed.description_mask = 4;
+  mixed.full_mix = 1;
+  memset(mixed.language, 0, 3);
+  memcpy(mixed.second_language, "fre", 3);
+  services[2].pids = {described, mixed};
+  services[3].name = "";
+  services[4].name = "N";
+  services[4].nameEncoding = 0;
+  synchronise(services);
+  EXPECT_EQ(
+      "1||49_1,|0|1|TV 2|52_eng_129_AD_MAIN3,52_fre_129_AD2FULL_MAIN3,||2|0|RADIO "
+      "3|49__3,||1|0|DATA 4|49__4,||1|0|TV 15|49__15,||1|0|TV 17|49__17,||1|0|TV "
+      "36||49_36,|0|1|TV 128||49_128,|0|1|TV 129|49__129,||1|0|TV 135|49__135,||1|0|TV",
+      joined(rows("SELECT minor_no,audio_pid,video_pid,audio_count,video_count,srv_type FROM "
+                  "channel_data_t WHERE audio_count+video_count > 0")));
+  EXPECT_THAT(rows("SELECT name FROM channel_data_t WHERE minor_no IN (3,4,5)"),
+              ElementsAre("EMPTY", "N", "A"));
+}
+
 TEST_F(ChannelTableTest, AMiddlewareThatFailsOrLiesLosesNoChannels) {
   const std::vector<fake::Service> services = {fake::service(7, 1, 177000000, "A")};
   synchronise(services);

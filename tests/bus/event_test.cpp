@@ -164,6 +164,8 @@ TEST_F(EventTest, AlertTexts) {
       {fake::utf16("Hi"), AI_TEXT_UTF16BE, "Hi"},
       {std::string("Hi\0there", 8), 0, "Hi"},
       {std::string("\x20\xAC\0\0\0A", 6), AI_TEXT_UTF16BE, "\xE2\x82\xAC"},
+      {std::string("\0\x80\7\xFE\x08\0\x20\0\xFF\xFD", 10), AI_TEXT_UTF16BE,
+       "\xC2\x80\xDF\xBE\xE0\xA0\x80\xE2\x80\x80\xEF\xBF\xBD"},
       {"odd", AI_TEXT_UTF16BE, ""},
       {std::string("\xD8\x3D\xDE\0", 4), AI_TEXT_UTF16BE, "\xED\xA0\xBD\xED\xB8\x80"},
       {"\xE9\x7F\"\\\x01", 0, "\xE9\x7F\"\\\x01"},
