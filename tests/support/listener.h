@@ -33,7 +33,11 @@ class Listener : public ATSCBUS::ATSCTVServerBackend {
     return found;
   }
 
-  size_t count(const std::string& kind = "") { return heard(0, kind).size(); }
+  size_t count() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return messages_.size();
+  }
+  size_t count(const std::string& kind) { return heard(0, kind).size(); }
 
  private:
   std::mutex mutex_;
