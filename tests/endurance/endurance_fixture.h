@@ -3,11 +3,7 @@
 #ifndef ATSC_TESTS_ENDURANCE_ENDURANCE_FIXTURE_H_
 #define ATSC_TESTS_ENDURANCE_ENDURANCE_FIXTURE_H_
 
-#include <chrono>
-#include <cstdlib>
-#include <fstream>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "command.h"
@@ -29,6 +25,17 @@ inline constexpr const char* kReadAlerts =
 inline constexpr const char* kSetAlerts =
     R"({"class":"EAS","command":"EASUSERSETTING","op":"set","setting":2})";
 
+// What is on the air: services whose names start with `name`, each with the same programmes.
+struct Lineup {
+  std::string name;
+  int services;
+  int perCarrier;
+  int firstFrequency;
+  int guideHours;
+  int minutes;
+  std::vector<std::string> ratings;  // of the programmes
+};
+
 class EnduranceTest : public SystemTest {
  protected:
   static constexpr bool kMayDie = true;
@@ -40,60 +47,58 @@ class EnduranceTest : public SystemTest {
     environment_["ATSC_FAULT_CONTROL"] = control_;
   }
 
-  // Sets the behaviour of the faulty service's disk.
+  // Sets the behaviour of the disk under startFaultyService().
   void control(const std::string& line) { replaceFile(control_, line); }
 
-  // Returns a lineup with one carrier on 473 MHz, with `channels` services whose names start with
-  // `list`.
-  static std::string lineup(const std::string& list, int channels, bool cable) {
-    Json::Value lineup;
-    lineup["medium"] = cable ? "cable" : "air";
-    lineup["guide_hours"] = 3;
-    Json::Value& carrier = lineup["channels"][0];
-    carrier["frequency"] = 473000000;
-    carrier["tsid"] = list[0];
-    for (int i = 0; i < channels; ++i) {
-      Json::Value& service = carrier["services"][i];
-      service["program"] = i + 1;
-      service["pmt_pid"] = 48 + i;
-      service["major"] = 5;
-      service["minor"] = i + 1;
-      service["name"] = list + std::to_string(i);
-      service["source_id"] = i + 1;
-      service["streams"][0]["type"] = "mpeg2-video";
-      service["streams"][0]["pid"] = 1024 + 8 * i + list[0] % 2;  // some PIDs differ between lists
-      service["streams"][1]["type"] = "ac3";
-      service["streams"][1]["pid"] = 1028 + 8 * i;
-      for (const char* rating : {"TV-G", "TV-14-L"}) {
-        Json::Value programme;
-        programme["minutes"] = 15;
-        programme["title"] = list + "'s " + rating;
-        programme["rating"] = rating;
-        service["programmes"].append(programme);
+  // Creates the broadcast of a lineup for both sources.
+  void broadcastLineup(const Lineup& lineup, const std::filesystem::path& folder) {
+    Words words;
+    for (const char* medium : {"air", "cable"}) {
+      Json::Value root;
+      root["medium"] = medium;
+      root["guide_hours"] = lineup.guideHours;
+      for (int i = 0; i < lineup.services; ++i) {
+        const int carrier = i / lineup.perCarrier;
+        const int at = i % lineup.perCarrier;
+        Json::Value& channel = root["channels"][carrier];
+        channel["frequency"] = lineup.firstFrequency + carrier * 6000000;
+        channel["tsid"] = lineup.name[0] + carrier;
+        Json::Value& service = channel["services"][at];
+        service["program"] = at + 1;
+        service["pmt_pid"] = 48 + at;
+        service["major"] = 5 + carrier;
+        service["minor"] = at + 1;
+        service["name"] = lineup.name + std::to_string(i);
+        service["source_id"] = i + 1;
+        // Some PIDs differ between lists.
+        int pid = 1024 + 8 * at + lineup.name[0] % 2;
+        for (const char* type : {"mpeg2-video", "ac3", "ac3"}) {
+          Json::Value stream;
+          stream["type"] = type;
+          stream["pid"] = pid++;
+          service["streams"].append(stream);
+        }
+        for (const std::string& rating : lineup.ratings) {
+          Json::Value programme;
+          programme["minutes"] = lineup.minutes;
+          programme["title"] = lineup.name + "'s \"" + rating + '"';
+          programme["rating"] = rating;
+          service["programmes"].append(programme);
+        }
       }
+      words.push_back(folder.string() + '-' + medium + ".json");
+      writeFile(words.back(), Json::FastWriter().write(root));
     }
-    return Json::FastWriter().write(lineup);
+    words.insert(words.end(), {"--start", "2026-01-01T00:00:00Z"});
+    broadcast(words, folder);
   }
 
-  // Creates the broadcast `name` from lineups.
-  void broadcast(const std::string& name, const std::string& air, const std::string& cable) {
-    const std::string stem = folder_ / name;
-    std::ofstream(stem + "-air.json") << air;
-    std::ofstream(stem + "-cable.json") << cable;
-    SystemTest::broadcast(
-        {stem + "-air.json", stem + "-cable.json", "--start", "2026-01-01T00:00:00Z"}, stem);
-  }
-
-  // Creates three lists of one carrier for both sources. The first two have the same number of
-  // channels.
+  // Creates three lists of one carrier. The first two have the same number of channels.
   void broadcastLists() {
-    const struct {
-      const char* name;
-      int channels;
-    } lists[] = {{"A", 8}, {"B", 8}, {"C", 5}};
-    for (const auto& list : lists) {
-      broadcast(list.name, lineup(list.name, list.channels, false),
-                lineup(list.name, list.channels, true));
+    for (const char* name : {"A", "B", "C"}) {
+      const int services = *name == 'C' ? 5 : 8;
+      broadcastLineup({name, services, services, 473000000, 3, 15, {"TV-G", "TV-14-L"}},
+                      folder_ / name);
     }
   }
 
@@ -108,7 +113,7 @@ class EnduranceTest : public SystemTest {
   }
 
   void startFaultyService(bool mayDie = false) {
-    service_ = start({FAULTY_SERVICE, "--air", air_, "--db", db_, "--dwell", kFast});
+    service_ = start({ENDURANCE_SERVICE, "--air", air_, "--db", db_, "--dwell", kFast});
     if (!service_->says("ready") && !mayDie) {
       throw std::runtime_error("no service: " + service_->err());
     }
@@ -125,15 +130,16 @@ class EnduranceTest : public SystemTest {
   void waitFor(const std::function<bool()>& condition) {
     EXPECT_TRUE(eventually([&] { return condition() || !alive(); }));
   }
+  void waitFor(const std::string& kind, size_t from) {
+    waitFor([&] { return !listener().heard(from, kind).empty(); });
+  }
 
   // Scans the carrier and waits for the end.
   void scan(const std::string& source) {
-    const size_t before = told("OVER");
+    const size_t from = listener().count();
     ask(kScan + source + "\"}");
-    waitFor([&] { return told("OVER") > before; });
+    waitFor("OVER", from);
   }
-
-  static size_t told(const std::string& kind) { return listener().count(kind); }
 
   // Returns the reply to a command, with "result" added.
   static Json::Value ask(const std::string& command) {

@@ -1,10 +1,12 @@
-// atsc-service with a busy middleware: besides the host's events, four threads raise events while
-// the file in the environment variable LOAD_EVENTS exists. Then it prints "raised N times, N
-// alerts".
+// Linked into the service: a busy middleware. Besides the host's events, four threads raise events
+// while the file in the environment variable LOAD_EVENTS exists. Then the service prints "raised N
+// times, N alerts". All the time it writes the size of its heap to LOAD_EVENTS.heap.
 #include <aifw.h>
 #include <atsc/atsc_service.h>
+#include <malloc.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -13,23 +15,12 @@
 #include <thread>
 #include <vector>
 
+#include "files.h"
+
 namespace {
 
 // Pause between two events of a thread. An hour of a busy evening has some 40,000 events in all.
 constexpr std::chrono::milliseconds kPause{20};
-
-bool wanted() { return access(getenv("LOAD_EVENTS"), F_OK) == 0; }
-
-// Calls `raise` with 1, 2, … and returns the number of calls.
-template <typename Raise>
-uint32_t repeat(Raise raise) {
-  uint32_t count = 0;
-  while (wanted()) {
-    raise(++count);
-    std::this_thread::sleep_for(kPause);
-  }
-  return count;
-}
 
 void raiseTime(uint32_t count) {
   AIFW_time_data time{};
@@ -60,23 +51,39 @@ void raiseGuide(uint32_t count) {
   }
 }
 
-void work() {
-  while (!wanted()) std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  uint32_t times = 0;
-  uint32_t alerts = 0;
+void work(const std::string& events) {
+  const auto wanted = [&] {
+    const struct mallinfo2 heap = mallinfo2();
+    replaceFile(events + ".heap", std::to_string(heap.uordblks + heap.hblkhd));
+    std::this_thread::sleep_for(kPause);
+    return access(events.c_str(), F_OK) == 0;
+  };
+  while (!wanted()) {
+  }
+  constexpr void (*kRaise[])(uint32_t) = {raiseTime, raiseAlert, raiseShort, raiseGuide};
+  std::atomic<bool> on = true;
+  uint32_t counts[std::size(kRaise)] = {};
   std::vector<std::thread> threads;
-  threads.emplace_back([&] { times = repeat(raiseTime); });
-  threads.emplace_back([&] { alerts = repeat(raiseAlert); });
-  threads.emplace_back([] { repeat(raiseShort); });
-  threads.emplace_back([] { repeat(raiseGuide); });
+  for (size_t i = 0; i < std::size(kRaise); ++i) {
+    threads.emplace_back([&, i] {
+      while (on) {
+        kRaise[i](++counts[i]);
+        std::this_thread::sleep_for(kPause);
+      }
+    });
+  }
+  while (wanted()) {
+  }
+  on = false;
   for (std::thread& thread : threads) thread.join();
-  printf("raised %u times, %u alerts\n", times, alerts);
+  printf("raised %u times, %u alerts\n", counts[0], counts[1]);
   fflush(stdout);
+  for (;;) wanted();
 }
 
 // Starts the threads beside the main() of atsc-service.
 const bool kStarted = [] {
-  if (getenv("LOAD_EVENTS") != nullptr) std::thread(work).detach();
+  if (const char* const events = getenv("LOAD_EVENTS")) std::thread(work, events).detach();
   return true;
 }();
 
