@@ -3,20 +3,17 @@
 #
 # Completes command lines of the installed programs and compares the candidates.
 
-set -uo pipefail
-
+# shellcheck source=tests/package/check.bash
+. /tests/check.bash
+set +e
 # shellcheck source=/dev/null
 . /usr/share/bash-completion/bash_completion
-failed=0
 
 # expect LINE [WORD...]: compares the candidates at the end of the line, in alphabetical order.
 expect() {
-  local line=$1
+  local line=$1 offered
   shift
-  COMP_LINE=$line
-  COMP_POINT=${#line}
-  COMP_TYPE=9
-  COMP_KEY=9
+  COMP_LINE=$line COMP_POINT=${#line} COMP_TYPE=9 COMP_KEY=9
   # Like the shell, splits at "=".
   read -ra COMP_WORDS <<<"${line//=/ = }"
   [[ $line != *' ' ]] || COMP_WORDS+=('')
@@ -24,23 +21,13 @@ expect() {
   COMPREPLY=()
   _completion_loader "${COMP_WORDS[0]}" >/dev/null 2>&1
   _atsc "${COMP_WORDS[0]}" "${COMP_WORDS[COMP_CWORD]}" "${COMP_WORDS[COMP_CWORD - 1]}" 2>errors
-  local offered
-  offered=$(printf '%s\n' "${COMPREPLY[@]}" | sed 's/ *$//' | sort | tr '\n' ' ')
-  if [[ ${offered% } != "$*" ]]; then
-    printf 'at "%s" offered: "%s", expected: "%s"\n' "$line" "${offered% }" "$*" >&2
-    failed=1
-  fi
-  if [[ -s errors ]]; then
-    printf 'at "%s" said: %s\n' "$line" "$(<errors)" >&2
-    failed=1
-  fi
+  offered=$(printf '%s\n' "${COMPREPLY[@]}" | sed 's/ *$//' | sort | cat - errors | tr '\n' ' ')
+  [[ ${offered% } == "$*" ]] || fail "at \"$line\" offered: \"${offered% }\", expected: \"$*\""
 }
 
-folder=$(mktemp -d)
-trap 'rm -rf "$folder"' EXIT
-mkdir "$folder/air"
-touch "$folder/a.json" "$folder/a.txt"
-cd "$folder" || exit
+cd "$(mktemp -d)" || exit
+mkdir air
+touch a.json a.txt
 
 expect 'atsc-tv pa' parental
 expect 'atsc-tv parental re' region reset
@@ -67,8 +54,4 @@ expect 'psipmux a.json --out a' air
 for word in '-a/b/;etouch${IFS}ran;#' '-a/b/w written' '$(touch ran)' '`touch ran`' '[' '.*'; do
   expect "atsc-tv $word parental re" region reset
 done
-if [[ -e ran || -e written ]]; then
-  echo 'a word of the command line was run' >&2
-  failed=1
-fi
-exit "$failed"
+[[ ! -e ran && ! -e written ]] || fail 'a word of the command line was run'

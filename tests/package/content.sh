@@ -3,25 +3,22 @@
 #
 # Makes the packages of a build folder and compares their files with the list files.txt.
 
-set -euo pipefail
-
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+# shellcheck source=tests/package/check.bash
+. "$here/check.bash"
+source=$(cd "$here/../.." && pwd)
 cd "$1"
 multiarch=$2
-
-fail() {
-  echo "FAILED: $*" >&2
-  exit 1
-}
 
 rm -f ./*.deb
 cpack >cpack.log 2>&1 || { cat cpack.log; fail cpack; }
 for package in *.deb; do
   echo "${package%%_*}:"
-  # The list has no documents and examples.
+  # The list has no documents, examples and headers.
   dpkg-deb --fsys-tarfile "$package" | tar -t | grep -v '/$' |
     sed -e 's,^\.,,' -e "s,/$multiarch/,/MULTIARCH/," -e 's,\.so\.[0-9]*\.[0-9.]*$,.so.VERSION,' |
-    grep -v '^/usr/share/doc/.*-dev/\(docs\|examples\)/\|CHANGELOG.md$' | LC_ALL=C sort
+    grep -v '^/usr/share/doc/.*-dev/\(docs\|examples\)/\|CHANGELOG.md$\|^/usr/include/' |
+    LC_ALL=C sort
 done >files.txt
 diff -u "$here/files.txt" files.txt || fail "other files than tests/package/files.txt lists"
 
@@ -42,15 +39,20 @@ done
 dpkg-deb --info libatscbusservice0_*.deb shlibs >/dev/null || fail "no shlibs"
 [[ $(dpkg-deb --info libatscbusservice0_*.deb postinst) == *ldconfig* ]] || fail "no ldconfig"
 
-# The files contain no path of the build machine and no debug information.
+# The headers are those of the source. The files contain no path of the build machine and no debug information.
 rm -rf unpacked
 for package in *.deb; do
   dpkg-deb --extract "$package" unpacked
 done
+# headers FOLDER...: lists the headers below folders.
+headers() {
+  find "$@" -name '*.h' -printf '%f\n' | sort
+}
+diff <(cd "$source" && headers include platform/include platform/host/include) \
+  <(headers unpacked/usr/include) || fail "other headers than in the source"
 for file in unpacked/usr/bin/* unpacked/usr/lib/"$multiarch"/*.so.*.*; do
   readelf --dynamic "$file" | grep -E 'RPATH|RUNPATH' && fail "$file has a search path"
   readelf --sections "$file" | grep -E '\.symtab|\.debug' && fail "$file is not stripped"
 done
-source=$(cd "$here/../.." && pwd)
 grep -rlF "$source" unpacked && fail "a path of the source tree is in a package"
 rm -rf unpacked

@@ -18,13 +18,9 @@ if [[ -f $made && $(<"$made") == "$suite" ]]; then
   exit
 fi
 mirror=$(debian_mirror "$suite")
-include=()
-if [[ $mirror == https:* ]]; then
-  include=(--include=ca-certificates)
-fi
 rm -rf --one-file-system "$1" "$1.new"
 unshare --mount --propagation private \
-  debootstrap --variant=minbase "${include[@]}" "$suite" "$1.new" "$mirror"
+  debootstrap --variant=minbase --include=ca-certificates "$suite" "$1.new" "$mirror"
 cp /etc/resolv.conf "$1.new/etc/resolv.conf"
 # The proxy settings of apt on this machine.
 apt-config dump | grep -i '^Acquire::[a-z]*::Proxy' >"$1.new/etc/apt/apt.conf.d/90proxy" || true

@@ -35,18 +35,15 @@ mount --bind "$1" "$1"
 cd "$1"
 mount -t proc proc proc
 for part in sys sysrq-trigger; do
-  [ ! -e "proc/$part" ] || mount --bind "proc/$part" "proc/$part"
-  [ ! -e "proc/$part" ] || mount -o remount,bind,ro "proc/$part"
+  [ ! -e "proc/$part" ] || mount --bind -o ro "proc/$part" "proc/$part"
 done
 mount -t tmpfs -o mode=1777 tmpfs tmp
 mount -t tmpfs -o mode=755 tmpfs run
 mount -t tmpfs -o mode=755 tmpfs dev
 mkdir dev/pts dev/shm
-mknod -m 666 dev/null c 1 3
-mknod -m 666 dev/zero c 1 5
-mknod -m 666 dev/full c 1 7
-mknod -m 666 dev/random c 1 8
-mknod -m 666 dev/urandom c 1 9
+for node in null:3 zero:5 full:7 random:8 urandom:9; do
+  mknod -m 666 "dev/${node%:*}" c 1 "${node#*:}"
+done
 mknod -m 666 dev/tty c 5 0
 mount -t devpts -o newinstance,ptmxmode=0666 devpts dev/pts
 mount -t tmpfs -o mode=1777 tmpfs dev/shm
@@ -91,20 +88,6 @@ with_cgroups() {
 contain -- "$clean.archives" bash "/tests/$program"
 [[ -n $booted ]] || exit 0
 
-cat >"$work/etc/systemd/system/package-test.service" <<END
-[Unit]
-SuccessAction=exit-force
-FailureAction=exit-force
-SuccessActionExitStatus=0
-FailureActionExitStatus=1
-
-[Service]
-Type=oneshot
-ExecStart=bash /tests/$booted
-TimeoutStartSec=100
-StandardOutput=file:/output
-StandardError=inherit
-END
 end_cgroup() {
   with_cgroups sh -c '[ ! -d atsc-package-test ] || find atsc-package-test -depth -type d -exec rmdir {} +'
 }
@@ -118,8 +101,9 @@ status=0
   # This process goes into the group, which the tree then sees as the whole.
   # shellcheck disable=SC2016 # expanded there
   with_cgroups sh -c 'mkdir atsc-package-test && echo "$1" >atsc-package-test/cgroup.procs' sh "$BASHPID"
+  # The unit of this command ends systemd with the command's status.
   contain --net --uts --cgroup -- booted /lib/systemd/systemd --show-status=0 \
-    --unit=package-test.service
+    "systemd.run=\"bash -c 'timeout 100 bash /tests/$booted >/output 2>&1'\""
 ) || status=$?
 cat "$work/output"
 exit "$status"
