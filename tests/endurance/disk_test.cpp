@@ -15,8 +15,7 @@ namespace {
 
 using testing::HasSubstr;
 
-constexpr const char* kSynchronise = R"({"class":"TEST","command":"GETSERVICE","input":"VSB"})";
-constexpr const char* kGetTime = R"({"class":"TIME","command":"GETSETTING"})";
+const std::string kSynchronise = command("TEST GETSERVICE", R"("input":"VSB")");
 
 class DiskTest : public EnduranceTest {
  protected:
@@ -83,7 +82,7 @@ TEST_F(DiskTest, FaultsPassWithTheirCause) {
   inject(ENOSPC)();
   startFaultyService();
   scan("VSB");
-  EXPECT_EQ(0, ask(R"({"class":"SRV","command":"GETCUR"})")["result"].asInt());
+  EXPECT_EQ(0, ask(command("SRV GETCUR"))["result"].asInt());
   undo();
   ask(kSynchronise);
   ASSERT_EQ("AAAAAAAA", names());
@@ -100,7 +99,7 @@ TEST_F(DiskTest, FaultsPassWithTheirCause) {
     EXPECT_EQ(fault.state != nullptr ? -1 : 0, set);
     // A command that does not use the disk is answered at once.
     const auto asked = std::chrono::steady_clock::now();
-    EXPECT_EQ(0, ask(kGetTime)["result"].asInt());
+    EXPECT_EQ(0, ask(command("TIME GETSETTING"))["result"].asInt());
     EXPECT_LT(std::chrono::steady_clock::now() - asked, std::chrono::seconds(5));
     ASSERT_TRUE(alive());
     const std::string said = service_->err().substr(told);

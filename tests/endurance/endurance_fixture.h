@@ -18,12 +18,8 @@ inline Listener& listener() {
   return made;
 }
 
-inline constexpr const char* kScan =
-    R"({"class":"SCAN","command":"start","mode":"manual","freq":473000000,"src":")";
-inline constexpr const char* kReadAlerts =
-    R"({"class":"EAS","command":"EASUSERSETTING","op":"read"})";
-inline constexpr const char* kSetAlerts =
-    R"({"class":"EAS","command":"EASUSERSETTING","op":"set","setting":2})";
+inline const std::string kReadAlerts = command("EAS EASUSERSETTING", R"("op":"read")");
+inline const std::string kSetAlerts = command("EAS EASUSERSETTING", R"("op":"set","setting":2)");
 
 // What is on the air: services whose names start with `name`, each with the same programmes.
 struct Lineup {
@@ -137,7 +133,7 @@ class EnduranceTest : public SystemTest {
   // Scans the carrier and waits for the end.
   void scan(const std::string& source) {
     const size_t from = listener().count();
-    ask(kScan + source + "\"}");
+    ask(command("SCAN start", R"("mode":"manual","freq":473000000,"src":")" + source + '"'));
     waitFor("OVER", from);
   }
 

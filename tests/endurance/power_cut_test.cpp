@@ -12,17 +12,12 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr const char* kFavourite =
-    R"({"class":"FW","command":"CHANNELMODIFY","src":"VSB","major":5,"minor":2,"type":"fav",)"
-    R"("group":3})";
-constexpr const char* kRename =
-    R"({"class":"FW","command":"CHANNELADD","src":"VSB","major":5,"minor":1,"freq":473000000,)"
-    R"("name":"Mine"})";
-constexpr const char* kBlock =
-    R"({"class":"PC","command":"STORERATING","region":1,"us":{"tv":%,"dia":0,"lan":0,"sex":0,)"
-    R"("vio":0,"child":0,"mpaa":0},"can":{"eng":0,"fra":0},"dwn":[]})";
-constexpr const char* kStoreAll = R"({"class":"PC","command":"STOREALL"})";
-constexpr const char* kEnforce = R"({"class":"PC","command":"SETPRTDETAIL","pc_enable":1})";
+const std::string kFavourite =
+    command("FW CHANNELMODIFY", R"("src":"VSB","major":5,"minor":2,"type":"fav","group":3)");
+const std::string kRename =
+    command("FW CHANNELADD", R"("src":"VSB","major":5,"minor":1,"freq":473000000,"name":"Mine")");
+constexpr const char* kNoLimits =
+    R"(,"dia":0,"lan":0,"sex":0,"vio":0,"child":0,"mpaa":0},"can":{"eng":0,"fra":0},"dwn":[])";
 
 constexpr int kProgrammes = 8 * 12;
 
@@ -111,16 +106,14 @@ class PowerCutTest : public EnduranceTest {
 
   void receiveGuide() {
     const size_t from = listener().count();
-    ask(R"({"class":"FW","command":"INIT"})");
+    ask(kInit);
     waitFor("EPG_UPDATE", from);
     waitFor([&] { return programmes() == kProgrammes; });
   }
 
   // Blocks programmes from a TV rating on, which rewrites the guide.
   void block(const std::string& level, int blocked) {
-    std::string command = kBlock;
-    command.replace(command.find('%'), 1, level);
-    ask(command);
+    ask(command("PC STORERATING", R"("region":1,"us":{"tv":)" + level + kNoLimits));
     waitFor([&] { return programmes("parent_stat = 1") == blocked; });
   }
 
@@ -229,8 +222,8 @@ TEST_F(PowerCutTest, ChannelTablesAreOneOfTheLists) {
 }
 
 TEST_F(PowerCutTest, TheGuideIsOneOfThoseThatWere) {
-  ask(kEnforce);
-  ask(kStoreAll);
+  ask(command("PC SETPRTDETAIL", R"("pc_enable":1)"));
+  ask(command("PC STOREALL"));
   receiveGuide();
   prepare_ = [&] { receiveGuide(); };
   steps_ = {[&] { block("4", kProgrammes / 2); }, [&] { block("0", 0); }};
