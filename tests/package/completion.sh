@@ -38,12 +38,10 @@ expect 'atsc-tv play ' down stop up
 expect 'atsc-tv audio --dual m' mixed
 expect 'atsc-tv audio --prefer ' eng fre spa
 expect 'atsc-tv time --zone A' AKST AST
-expect 'atsc-tv time --mode ' auto manual
 expect 'atsc-tv eas alerts m' maximum medium
 expect 'atsc-tv parental check CAN' CAN-ENG CAN-FRA
 expect 'atsc-tv parental check USA-TV '
 expect 'atsc-tv channels --db a' air
-expect 'atsc-service --air a' air
 expect 'atsc-service --f' --fast
 expect 'atsc-service --air=/srv/air --f' --fast
 expect 'atsc-service --air=a' air
