@@ -1,7 +1,6 @@
 #include "receiver_test_air.h"
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <sstream>
 
@@ -10,14 +9,6 @@
 
 namespace receiver_test {
 namespace {
-
-// The state folder of the receiver under test, separate from other receivers.
-const TemporaryFolder& state() {
-  static const TemporaryFolder folder;
-  return folder;
-}
-[[maybe_unused]] const bool kStateSet =
-    setenv("ATSC_HOST_STATE", (state().path() / "state").c_str(), 1) == 0;
 
 Arrivals<Report> reports;
 
