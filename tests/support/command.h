@@ -2,27 +2,11 @@
 #define ATSC_TESTS_SUPPORT_COMMAND_H_
 
 #include <atsc/atsc_service.h>
-#include <json/json.h>
 
 #include <cstdlib>
-#include <stdexcept>
 #include <string>
 
-// Returns the text of a command: {"class":C,"command":N} for the name "C N", and further members.
-inline std::string command(const std::string& name, const std::string& members = "") {
-  const size_t space = name.find(' ');
-  return R"({"class":")" + name.substr(0, space) + R"(","command":")" + name.substr(space + 1) +
-         '"' + (members.empty() ? "" : ',' + members) + '}';
-}
-
-// Parses a reply, or none.
-inline Json::Value parsed(const std::string& text) {
-  Json::Value value;
-  if (!text.empty() && !Json::Reader().parse(text, value)) {
-    throw std::runtime_error("no JSON: " + text);
-  }
-  return value;
-}
+#include "command_text.h"
 
 struct Answer {
   int result;

@@ -127,9 +127,9 @@ void Process::signal(int number) const {
   if (status_ == kRunning) ::kill(pid_, number);
 }
 
-void Process::kill() {
-  signal(SIGKILL);
-  wait();
+int Process::stop(int number) {
+  signal(number);
+  return wait();
 }
 
 bool Process::ended() {

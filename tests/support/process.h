@@ -1,6 +1,7 @@
 #ifndef ATSC_TESTS_SUPPORT_PROCESS_H_
 #define ATSC_TESTS_SUPPORT_PROCESS_H_
 
+#include <signal.h>
 #include <sys/types.h>
 
 #include <map>
@@ -41,7 +42,10 @@ class Process {
   std::string hearLine();
 
   void signal(int number) const;
-  void kill();
+  void kill() { stop(SIGKILL); }
+
+  // Sends the signal and returns as wait().
+  int stop(int number = SIGTERM);
 
   // Returns the exit status, or minus the signal that ended the process; -1000 after the time
   // limit.

@@ -31,6 +31,10 @@ std::string valueOf(const std::filesystem::path& database, const std::string& sq
   return openDatabase(database).execAndGet(sql).getString();
 }
 
+std::string integrityOf(const std::filesystem::path& database) {
+  return valueOf(database, "PRAGMA integrity_check");
+}
+
 void execute(const std::filesystem::path& database, const std::string& sql) {
   SQLite::Database(database.string(), SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE).exec(sql);
 }

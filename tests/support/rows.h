@@ -18,6 +18,9 @@ std::vector<std::string> rowsOf(const std::filesystem::path& database, const std
 // Returns the first column of the first row.
 std::string valueOf(const std::filesystem::path& database, const std::string& sql);
 
+// Returns "ok" for a database that is not damaged.
+std::string integrityOf(const std::filesystem::path& database);
+
 // Executes statements. Creates the file when there is none.
 void execute(const std::filesystem::path& database, const std::string& sql);
 
