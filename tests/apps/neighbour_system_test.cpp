@@ -6,15 +6,10 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <chrono>
-#include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <memory>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -49,35 +44,11 @@ class NeighbourTest : public SystemTest {
     const size_t before = caller_->count("answer 0");
     EXPECT_TRUE(caller_->says("answer 0", before + more)) << during;
     EXPECT_EQ(0u, caller_->count("answer -1")) << during;
-    if (!longForm()) return;
-    std::vector<int> times;
-    std::istringstream lines(caller_->out());
-    size_t answers = 0;
-    for (std::string line; std::getline(lines, line);) {
-      if (line.rfind("answer 0 ", 0) == 0 && ++answers > before) {
-        times.push_back(std::stoi(line.substr(9)));
-      }
-    }
-    std::sort(times.begin(), times.end());
-    if (times.empty()) return;
-    std::printf("%-44s %5zu answers: median %5d us, worst %6d us\n", during, times.size(),
-                times[times.size() / 2], times.back());
-  }
-
-  std::unique_ptr<Process> startApplication() {
-    auto application = start({TV_BACKEND, database_, events_, hold_});
-    EXPECT_TRUE(application->says("ready")) << application->err();
-    return application;
   }
 
   void receivesCallbacks(const Process& application) {
     const size_t before = application.count(kUpdate);
     EXPECT_TRUE(eventually([&] { return application.count(kUpdate) > before + 1; }));
-  }
-
-  // For the long form: prints the memory of the service.
-  void printMemory() const {
-    if (longForm()) std::printf("service %ld kB\n", usageOf(service_->pid()).memoryKb);
   }
 
   std::unique_ptr<Process> caller_;
@@ -86,7 +57,7 @@ class NeighbourTest : public SystemTest {
 TEST_F(NeighbourTest, AStoppedTVApplicationMissesNothingAndHoldsUpNobody) {
   broadcastLineups();
   startService();
-  auto application = startApplication();
+  auto application = startBackend();
   act("FW INIT");
   act("SCAN start", kScan8);
   EXPECT_TRUE(application->says(kPlays));
@@ -118,15 +89,14 @@ TEST_F(NeighbourTest, TVApplicationsAndTheServiceMayDieAgainAndAgain) {
   fs::create_directory(air_);
   startService();
   startCaller();
-  startApplication();
+  startBackend();
   answered("the TV application has died");
   const Usage before = usageOf(service_->pid());
-  printMemory();
   const int rounds = longForm() ? 300 : 50;
   for (int i = 0; i < rounds; ++i) {
     const int kind = i % 3;
     if (kind == 0) writeFile(hold_, "x");
-    auto application = startApplication();
+    auto application = startBackend();
     if (kind == 0) {
       EXPECT_TRUE(application->says("held"));
       answered("a callback is not answered", 3);
@@ -138,7 +108,7 @@ TEST_F(NeighbourTest, TVApplicationsAndTheServiceMayDieAgainAndAgain) {
     fs::remove(hold_);
     if (i % 50 == 1) answered("TV applications restart in a loop");
   }
-  receivesCallbacks(*startApplication());
+  receivesCallbacks(*startBackend());
   answered("the last TV application has died");
   Usage now;
   EXPECT_TRUE(eventually([&] {
@@ -147,9 +117,8 @@ TEST_F(NeighbourTest, TVApplicationsAndTheServiceMayDieAgainAndAgain) {
   })) << now.descriptors
       << " descriptors, before " << before.descriptors << "; " << now.threads << " threads, before "
       << before.threads;
-  printMemory();
 
-  auto application = startApplication();
+  auto application = startBackend();
   service_->signal(SIGSTOP);
   auto waiting = startTV({"send", kInit});
   std::this_thread::sleep_for(std::chrono::milliseconds(longForm() ? 60000 : 300));
@@ -189,19 +158,16 @@ TEST_F(NeighbourTest, NonsenseForAnswersIsSurvived) {
     ASSERT_EQ(0, bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address));
     ASSERT_EQ(0, listen(listener, 10));
     std::thread application([&] {
-      std::vector<int> waiting;
+      std::vector<int> open;
       for (int fd; (fd = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC)) >= 0;) {
         char request[4096];
         if (recv(fd, request, sizeof request, 0) > 0) {
           ::send(fd, each.answer.data(), each.answer.size(), MSG_NOSIGNAL);
         }
-        if (each.waits) {
-          waiting.push_back(fd);
-        } else {
-          close(fd);
-        }
+        if (!each.waits) shutdown(fd, SHUT_RDWR);
+        open.push_back(fd);
       }
-      for (const int fd : waiting) close(fd);
+      for (const int fd : open) close(fd);
     });
     answered(each.what, 200);
     shutdown(listener, SHUT_RDWR);
@@ -211,7 +177,7 @@ TEST_F(NeighbourTest, NonsenseForAnswersIsSurvived) {
   }
   EXPECT_GE(service_->count("[bus] ["), 2u);
   EXPECT_LE(service_->count("[bus] ["), 20u) << "a line for a kind of fault";
-  receivesCallbacks(*startApplication());
+  receivesCallbacks(*startBackend());
 }
 
 TEST_F(NeighbourTest, WhatIsKeptIsNobodyElsesToRead) {
@@ -267,27 +233,24 @@ TEST_F(NeighbourTest, PlantedFilesAreRefused) {
   const auto folder = [](const fs::path& at) { fs::create_directory(at); };
   const auto file = [](const fs::path& at) { writeFile(at, "{}"); };
   const struct {
-    const char* what;
-    fs::path at;  // in the database folder; empty for the folder itself
+    const char* at;  // in the database folder; empty for the folder itself
     bool stranger;
     std::function<void(const fs::path&)> plant;
     const char* reason;
   } kPlants[] = {
-      {"link", "ATSCChannelData.db3", true, link(target), "user 65534"},
-      {"dangling link", "ATSC_event.db", true, link(none), "user 65534"},
-      {"link of the folder", "", true, link(folder_), "user 65534"},
-      {"folder", "", true, folder, "user 65534"},
-      {"file", "ATSC_event.db", true, file, "user 65534"},
-      {"link for a journal", "ATSC_event.db-journal", true, link(target), "user 65534"},
-      {"own link for a journal", "ATSC_event.db-journal", false, link(target), "not a regular"},
-      {"dangling link for a journal", "ATSC_event.db-wal", false, link(none), "not a regular"},
-      {"hard link", "ATSCChannelData.db3-journal", false, hard, "hard link"},
-      {"FIFO", "ATSCChannelData.db3", false, fifo, "not a regular"},
-      {"folder for a file", "ATSC_event.db", false, folder, "directory"},
-      {"state", "services.json", true, file, "user 65534"},
-      {"link for new state", "parental.json.new", true, link(target), "user 65534"},
-      {"link for a socket", kServiceSocket, false, link(target), "symbolic link"},
-      {"dangling link for a socket", kServiceSocket, false, link(none), "symbolic link"},
+      {"ATSCChannelData.db3", true, link(target), "user 65534"},
+      {"ATSC_event.db", true, link(none), "user 65534"},
+      {"", true, link(folder_), "user 65534"},
+      {"", true, folder, "user 65534"},
+      {"ATSC_event.db", true, file, "user 65534"},
+      {"ATSC_event.db-journal", true, link(target), "user 65534"},
+      {"ATSC_event.db-journal", false, link(target), "not a regular"},
+      {"ATSC_event.db-wal", false, link(none), "not a regular"},
+      {"ATSCChannelData.db3-journal", false, hard, "hard link"},
+      {"ATSCChannelData.db3", false, fifo, "not a regular"},
+      {"ATSC_event.db", false, folder, "directory"},
+      {"services.json", true, file, "user 65534"},
+      {"parental.json.new", true, link(target), "user 65534"},
   };
   const fs::path everybody = folder_ / "everybody's";
   for (const auto& each : kPlants) {
@@ -295,24 +258,23 @@ TEST_F(NeighbourTest, PlantedFilesAreRefused) {
     fs::create_directory(everybody);
     fs::permissions(everybody, static_cast<fs::perms>(01777));
     db_ = everybody / "db";
-    if (!each.at.empty()) {
+    const fs::path at = *each.at != '\0' ? db_ / each.at : db_;
+    if (at != db_) {
       fs::create_directory(db_);
       fs::permissions(db_, static_cast<fs::perms>(01777));
     }
-    const fs::path at = each.at.empty() ? db_ : db_ / each.at;
     each.plant(at);
+    SCOPED_TRACE(at);
     const uid_t owner = each.stranger ? kStranger : geteuid();
     ASSERT_EQ(0, lchown(at.c_str(), owner, static_cast<gid_t>(-1)));
     const Outcome outcome = run({ATSC_SERVICE, "--air", air_, "--db", db_});
-    EXPECT_EQ(1, outcome.status) << each.what;
-    EXPECT_THAT(outcome.err, testing::AllOf(HasSubstr(at.string()), HasSubstr(each.reason)))
-        << each.what;
-    EXPECT_EQ("precious", readFile(target)) << each.what;
-    EXPECT_EQ(rights, fs::status(target).permissions()) << each.what;
-    EXPECT_FALSE(fs::exists(none)) << each.what;
-    EXPECT_FALSE(fs::exists(folder_ / "ATSCChannelData.db3")) << each.what;
-    EXPECT_TRUE(fs::exists(fs::symlink_status(at))) << each.what;
-    fs::remove_all(each.at.is_absolute() ? at : everybody);
+    expectFailure(outcome, 1, each.reason);
+    EXPECT_THAT(outcome.err, HasSubstr(at.string()));
+    EXPECT_EQ("precious", readFile(target));
+    EXPECT_EQ(rights, fs::status(target).permissions());
+    EXPECT_FALSE(fs::exists(none));
+    EXPECT_FALSE(fs::exists(folder_ / "ATSCChannelData.db3"));
+    EXPECT_TRUE(fs::exists(fs::symlink_status(at)));
     fs::remove_all(everybody);
   }
 
@@ -322,7 +284,7 @@ TEST_F(NeighbourTest, PlantedFilesAreRefused) {
   fs::create_symlink(disk / "db", folder_ / "db-link");
   fs::create_directory(disk / "db");
   fs::create_symlink(disk / "channels", disk / "db" / "ATSCChannelData.db3");
-  db_ = folder_ / "db-link";
+  useDatabases(folder_ / "db-link");
   startService();
   act("FW INIT");
   EXPECT_EQ("ok", integrityOf(disk / "channels"));

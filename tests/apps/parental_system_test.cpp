@@ -210,15 +210,10 @@ TEST_F(ParentalSystemTest, RatingTablesOfTheAir) {
       dimension = ask("PC DIMNAME", R"("rat_dim":0)");
       return dimension["dim_name"] == station.dimension;
     })) << dimension;
-    EXPECT_EQ(6, dimension["dim_lvl"].asInt());
-    EXPECT_TRUE(dimension["grad"].asBool());
-    EXPECT_EQ(1, ask("PC GETREGION")["reg_lst"][0].asInt());
     EXPECT_EQ(8, ask("PC NUMDIM")["num_dim"].asInt());
     EXPECT_EQ(station.region, ask("PC GETRRTDETAIL")["reg_name"].asString());
     const Json::Value film = ask("PC GETVALTXT", R"("rat_dim":7,"val":1)");
     EXPECT_EQ(station.film, film["rat_val_txt"].asString());
-    const Json::Value guidance = ask("PC GETVALTXT", R"("rat_dim":0,"val":3)");
-    EXPECT_EQ("TV-PG", guidance["abbr_rat_val_txt"].asString());
     EXPECT_THAT(out({"parental"}), HasSubstr(station.dimension));
   }
 }

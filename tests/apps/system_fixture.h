@@ -7,8 +7,10 @@
 #include <json/json.h>
 
 #include <filesystem>
+#include <iterator>
 #include <map>
 #include <memory>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -32,6 +34,12 @@ inline constexpr const char* kSlow = "30";
 inline constexpr const char* kFast = "0";
 
 using Words = std::vector<std::string>;
+
+// Returns the words of a line, which are separated by blanks.
+inline Words wordsOf(const std::string& line) {
+  std::istringstream stream(line);
+  return {std::istream_iterator<std::string>(stream), {}};
+}
 
 // What a scan of the sample lineups finds, in channel order: number, name, frequency, TSID, source
 // id, type, tuner, audio and video streams.
@@ -122,12 +130,17 @@ class SystemTest : public testing::Test {
     return outcome.out;
   }
 
+  // Expects that a program fails for a reason.
+  void expectFailure(const Outcome& outcome, int status, const std::string& reason) {
+    EXPECT_EQ(status, outcome.status) << reason << outcome.err;
+    EXPECT_THAT(outcome.err, testing::HasSubstr(reason));
+  }
   // Expects that atsc-tv prints nothing but an error.
   void fails(int status, const Words& words, const std::string& reason) {
+    SCOPED_TRACE(testing::PrintToString(words));
     const Outcome outcome = tv(words);
-    EXPECT_EQ(status, outcome.status) << testing::PrintToString(words) << outcome.err;
-    EXPECT_EQ("", outcome.out) << testing::PrintToString(words);
-    EXPECT_THAT(outcome.err, testing::HasSubstr(reason)) << testing::PrintToString(words);
+    expectFailure(outcome, status, reason);
+    EXPECT_EQ("", outcome.out);
   }
 
   Outcome send(const std::string& command) { return tv({"send", command}); }
@@ -168,6 +181,13 @@ class SystemTest : public testing::Test {
     arguments.insert(arguments.begin(), "watch");
     watch_ = startTV(std::move(arguments));
     EXPECT_TRUE(eventually([] { return std::filesystem::exists("/tmp/.BUS.atsc.qel.tv.srv"); }));
+  }
+
+  // Starts a TV application that looks into the databases before it answers.
+  std::unique_ptr<Process> startBackend() {
+    auto backend = start({TV_BACKEND, database_, events_, hold_});
+    EXPECT_TRUE(backend->says("ready")) << backend->err();
+    return backend;
   }
 
   // Returns the columns of a channel table that depend on the broadcast, in channel order.

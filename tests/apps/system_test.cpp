@@ -56,9 +56,8 @@ TEST_F(SystemTest, ScansFindEveryListedServiceOnce) {
 TEST_F(SystemTest, DeathsDisturbNobodyElse) {
   broadcastLineups();
   startService(kSlow);
-  const Outcome second = run({ATSC_SERVICE, "--air", air_, "--db", folder_ / "other"});
-  EXPECT_EQ(1, second.status);
-  EXPECT_THAT(second.err, HasSubstr("process " + std::to_string(service_->pid())));
+  expectFailure(run({ATSC_SERVICE, "--air", air_, "--db", folder_ / "other"}), 1,
+                "process " + std::to_string(service_->pid()));
   startWatch();
   fails(4, {"watch"}, "process " + std::to_string(watch_->pid()));
   fails(4, {"scan"}, "process " + std::to_string(watch_->pid()));
@@ -97,12 +96,9 @@ TEST_F(SystemTest, DeathsDisturbNobodyElse) {
 TEST_F(SystemTest, WrongUsageIsRefused) {
   fs::create_directory(air_);
   writeFile(folder_ / "file", "x");
-  const Outcome noAir = run({ATSC_SERVICE, "--air", folder_ / "none", "--db", db_});
-  EXPECT_EQ(2, noAir.status);
-  EXPECT_THAT(noAir.err, HasSubstr("none"));
-  const Outcome noDb = run({ATSC_SERVICE, "--air", air_, "--db", folder_ / "file"});
-  EXPECT_EQ(1, noDb.status);
-  EXPECT_THAT(noDb.err, HasSubstr((folder_ / "file").string()));
+  expectFailure(run({ATSC_SERVICE, "--air", folder_ / "none", "--db", db_}), 2, "none");
+  const fs::path file = folder_ / "file";
+  expectFailure(run({ATSC_SERVICE, "--air", air_, "--db", file}), 1, file.string());
   EXPECT_FALSE(fs::exists(db_));
 
   startService();

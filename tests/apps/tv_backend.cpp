@@ -6,7 +6,7 @@
 // HOLD exists, it prints "held" and does not answer.
 //
 // tv_backend --call COMMAND...: does not register, but sends the commands in turn forever. Prints
-// "answer RESULT MICROSECONDS" for each command, or "lost" when there was no answer.
+// "answer RESULT" for each command, or "lost" when there was no answer.
 #include <SQLiteCpp/SQLiteCpp.h>
 #include <atsc/atsc_service.h>
 #include <atsc/atsc_tv_server_backend.h>
@@ -72,16 +72,10 @@ class Backend final : public ATSCBUS::ATSCTVServerBackend {
 
 [[noreturn]] void call(char** commands) {
   for (char** command = commands;; command = command[1] != nullptr ? command + 1 : commands) {
-    const auto start = std::chrono::steady_clock::now();
     const int result = ATSC_TransmitServiceClientJSONCommand(*command, nullptr);
-    const auto took = std::chrono::steady_clock::now() - start;
-    if (ATSC_host_last_transact() == 0) {
-      std::cout << "answer " << result << ' '
-                << std::chrono::duration_cast<std::chrono::microseconds>(took).count() << std::endl;
-    } else {
-      std::cout << "lost" << std::endl;
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    const bool answered = ATSC_host_last_transact() == 0;
+    std::cout << (answered ? "answer " + std::to_string(result) : "lost") << std::endl;
+    std::this_thread::sleep_for(std::chrono::microseconds(200));
   }
 }
 
