@@ -5,7 +5,7 @@
 #include <set>
 #include <sstream>
 
-#include "system_fixture.h"
+#include "backend_fixture.h"
 
 namespace fs = std::filesystem;
 
@@ -14,7 +14,7 @@ namespace {
 using testing::AllOf;
 using testing::HasSubstr;
 
-class GuideSystemTest : public SystemTest {
+class GuideSystemTest : public BackendTest {
  protected:
   GuideSystemTest() { environment_["TZ"] = "UTC"; }
 
@@ -221,15 +221,13 @@ TEST_F(GuideSystemTest, StationChangesWhatItSends) {
   station["version"] = 7;
   Json::Value& services = station["services"];
   services[0]["name"] = "NEW-1";
-  Json::Value added = services[1];
-  services.removeIndex(2, nullptr);
-  added["program"] = 77;
-  added["pmt_pid"] = 1000;
-  added["minor"] = 7;
-  added["name"] = "NEW-7";
-  added["source_id"] = 77;
-  for (Json::Value& stream : added["streams"]) stream["pid"] = stream["pid"].asInt() + 1000;
-  services.append(added);
+  services[2] = services[1];
+  services[2]["name"] = "NEW-7";
+  for (const auto& [key, value] :
+       {std::pair("program", 77), {"pmt_pid", 1000}, {"minor", 7}, {"source_id", 77}}) {
+    services[2][key] = value;
+  }
+  for (Json::Value& stream : services[2]["streams"]) stream["pid"] = stream["pid"].asInt() + 1000;
   writeFile(folder_ / "changed.json", Json::FastWriter().write(lineup));
   broadcast({folder_ / "changed.json"}, folder_ / "changed");
   fs::rename(folder_ / "changed" / "vsb" / "183000000.ts", carrier);

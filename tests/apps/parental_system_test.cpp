@@ -21,16 +21,6 @@ class ParentalSystemTest : public SystemTest {
     EXPECT_EQ(reply["blocked"].asBool(), reply["status"] == "VIEWING_BLOCKED");
     return reply["status"].asString();
   }
-
-  Json::Value limits(int region) {
-    return ask("PC RETREIVERATING", "\"region\":" + std::to_string(region));
-  }
-
-  // Stores members, or sends another command with them; returns the reply.
-  Json::Value with(Json::Value document, const std::string& name) {
-    const std::string text = Json::FastWriter().write(document);
-    return ask(name, text.substr(1, text.rfind('}') - 1));
-  }
 };
 
 TEST_F(ParentalSystemTest, LimitsAndUnlocks) {
@@ -141,46 +131,6 @@ TEST_F(ParentalSystemTest, LimitsAndUnlocks) {
   out({"down", "--unlocked"});
   EXPECT_TRUE(watch_->says("CHANNEL_PLAY_SUCCESS", plays + 1));
   EXPECT_EQ(locked, watch_->count("CHANNEL_LOCKED"));
-}
-
-// Stored settings can be read after a restart; others are lost.
-TEST_F(ParentalSystemTest, DocumentsAreStored) {
-  broadcastLineups();
-  startService();
-  scan("VSB");
-  Json::Value us = limits(1);
-  for (const int dimension : {0, 7}) {
-    us["rat_dim"] = dimension;
-    us["val"] = 4;
-    us["block"] = true;
-    us = with(us, "PC ENCODE");
-  }
-  EXPECT_EQ(4, us["us"]["tv"].asInt());
-  EXPECT_EQ(4, us["us"]["mpaa"].asInt());
-  EXPECT_NE(us, limits(1)) << "a document, not a setting";
-  EXPECT_EQ(0, with(us, "PC STORERATING")["result"].asInt());
-  // An incomplete document, and rows of different length.
-  act("PC STORERATING", R"("region":1,"us":{"child":2},"can":{},"dwn":[])");
-  act("PC STORERATING", R"("region":5,"us":{},"can":{},"dwn":[[0,0,1],[],[7]])");
-  act("PC STORERATING", R"("region":5,"us":{},"can":{},)"
-                        R"("dwn":[[],[0,1,0,1,0,1,0,1,0,1,0,1,0,1,0,1,0],[]])");
-  us["us"]["child"] = 2;
-  EXPECT_EQ(us, limits(1));
-  const Json::Value other = limits(5);
-  EXPECT_EQ(parsed("[0,0,1,0,0,0,0,0,0,0,0,0,0,0,0]"), other["dwn"][0]);
-  EXPECT_EQ(parsed("[0,1,0,1,0,1,0,1,0,1,0,1,0,1,0]"), other["dwn"][1]);
-  EXPECT_EQ(parsed("[7,0,0,0,0,0,0,0,0,0,0,0,0,0,0]"), other["dwn"][2]);
-  EXPECT_EQ(64u, other["dwn"].size());
-  act("PC STOREALL");
-  act("PC STORERATING", R"("us":{"tv":2},"can":{},"dwn":[])");
-  act("PC SETPRTDETAIL", R"("pc_enable":1)");
-  EXPECT_EQ(2, limits(1)["us"]["tv"].asInt());
-
-  restartService();
-  EXPECT_EQ(us, limits(1));
-  EXPECT_EQ(other, limits(5));
-  EXPECT_EQ(0, ask("PC GETPRTDETAIL")["pc_enable"].asInt());
-  EXPECT_EQ(3, ask("PC GETREGION")["regions"].asInt()) << "tables are kept as they come";
 }
 
 // Two stations with different names for the ratings.

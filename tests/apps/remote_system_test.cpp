@@ -19,17 +19,6 @@ class RemoteSystemTest : public SystemTest {
   // Keeps the receiver's state separate from the databases.
   RemoteSystemTest() : state_(folder_ / "state") { environment_["ATSC_HOST_STATE"] = state_; }
 
-  void broadcastInSummer() {
-    Words words = {"--start", kStart};
-    for (const char* name : {kAirLineup, kCableLineup}) {
-      Json::Value lineup = parsed(readFile(name));
-      lineup["daylight_saving"]["status"] = true;
-      words.push_back(folder_ / fs::path(name).filename());
-      writeFile(words.back(), Json::FastWriter().write(lineup));
-    }
-    broadcast(words, air_);
-  }
-
   int captionAspect(int service) {
     const Json::Value reply =
         ask("CC get_sar", "\"input_type\":0,\"AiccServiceId\":" + std::to_string(service));
@@ -40,7 +29,7 @@ class RemoteSystemTest : public SystemTest {
 };
 
 TEST_F(RemoteSystemTest, Evening) {
-  broadcastInSummer();
+  broadcastLineups({"--start", kStart});
   startService();
   for (const char* source : {"VSB", "QAM"}) scan(source);
 

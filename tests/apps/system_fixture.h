@@ -183,13 +183,6 @@ class SystemTest : public testing::Test {
     EXPECT_TRUE(eventually([] { return std::filesystem::exists("/tmp/.BUS.atsc.qel.tv.srv"); }));
   }
 
-  // Starts a TV application that looks into the databases before it answers.
-  std::unique_ptr<Process> startBackend() {
-    auto backend = start({TV_BACKEND, database_, events_, hold_});
-    EXPECT_TRUE(backend->says("ready")) << backend->err();
-    return backend;
-  }
-
   // Returns the columns of a channel table that depend on the broadcast, in channel order.
   Words rowsOfTable(const std::string& table) const {
     return rowsOf(database_,
@@ -210,7 +203,6 @@ class SystemTest : public testing::Test {
 
   const TemporaryFolder temporary_;
   const std::filesystem::path folder_ = temporary_.path();
-  const std::filesystem::path hold_ = folder_ / "hold";  // of tv_backend
   std::filesystem::path air_ = folder_ / "air";
   std::filesystem::path db_, database_, events_;
   std::map<std::string, std::string> environment_;
