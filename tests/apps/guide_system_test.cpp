@@ -23,8 +23,8 @@ class GuideSystemTest : public BackendTest {
     std::vector<Json::Value> messages;
     std::istringstream lines(backend_->out());
     for (std::string line; std::getline(lines, line) && !lines.eof();) {
-      if (line[0] == '{') messages.push_back(parsed(line));
-      if (line[0] == '{' && messages.back()["cbtype"] != kind) messages.pop_back();
+      const Json::Value message = line[0] == '{' ? parsed(line) : Json::Value();
+      if (message["cbtype"] == kind) messages.push_back(message);
     }
     return messages;
   }
@@ -184,10 +184,7 @@ TEST_F(GuideSystemTest, ThreeProgramsCapture) {
                    "SELECT ch_id_pk, count(*), min(start_time), min(duration), "
                    "max(duration), min(name), max(name) FROM event_t GROUP BY 1"));
   // The time is from the receiver's clock, not from the stream, which has 19:39:46.
-  const int64_t stamp =
-      std::stoll(valueOf(database_, "SELECT max(update_time) FROM channel_data_t"));
-  EXPECT_GE(stamp, 1776879000);
-  EXPECT_LT(stamp, 1776879000 + 1000);
+  EXPECT_EQ("1776879", valueOf(database_, "SELECT max(update_time) / 1000 FROM channel_data_t"));
 }
 
 // A station sends an alert. Then it renames, drops and adds services while one of them plays.

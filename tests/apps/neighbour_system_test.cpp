@@ -23,7 +23,6 @@ namespace {
 
 using testing::HasSubstr;
 
-constexpr const char* kServiceSocket = "/tmp/.BUS.atsc.qel.service.srv";
 constexpr const char* kTVSocket = "/tmp/.BUS.atsc.qel.tv.srv";
 constexpr const char* kUpdate = "PARENTAL_UPDATE";
 constexpr const char* kPlays = "CHANNEL_PLAY_SUCCESS";
@@ -190,7 +189,7 @@ TEST_F(NeighbourTest, WhatIsKeptIsNobodyElsesToRead) {
     EXPECT_GE(files.size(), 5u) << testing::PrintToString(files) << when;
   };
   EXPECT_FALSE(shared(folder_ / "new"));
-  EXPECT_FALSE(shared(kServiceSocket));
+  EXPECT_FALSE(shared("/tmp/.BUS.atsc.qel.service.srv"));
   EXPECT_FALSE(shared(kTVSocket));
   EXPECT_EQ(0, service_->stop());
   expectPrivate(", as it was made");
@@ -268,9 +267,8 @@ TEST_F(NeighbourTest, PlantedFilesAreRefused) {
 
   // Links of the same user, for the folder and the files.
   const fs::path disk = folder_ / "disk";
-  fs::create_directory(disk);
+  fs::create_directories(disk / "db");
   fs::create_symlink(disk / "db", folder_ / "db-link");
-  fs::create_directory(disk / "db");
   fs::create_symlink(disk / "channels", disk / "db" / "ATSCChannelData.db3");
   useDatabases(folder_ / "db-link");
   startService();

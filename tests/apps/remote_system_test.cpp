@@ -174,7 +174,6 @@ TEST_F(RemoteSystemTest, FailuresAreTold) {
 
   // The databases are not those of the service.
   EXPECT_EQ("5-1 KÉVA-1\n", out({"play", "5-1"}));
-  const fs::path used = db_;
   useDatabases(folder_ / "other");
   for (const char* line : {"play 9-1", "up", "edit 9-1 --skip", "audio"}) {
     fails(1, wordsOf(line),
@@ -183,12 +182,12 @@ TEST_F(RemoteSystemTest, FailuresAreTold) {
   expectFailure(tv({"now"}), 1, "5-1 is not in ");
   // An old copy has all channels and does not receive changes.
   fs::create_directory(db_);
-  fs::copy_file(used / database_.filename(), database_);
+  fs::copy_file(folder_ / "db" / database_.filename(), database_);
   const std::string lacking = "not in " + database_.string() + "; the channel table could not be";
   fails(1, {"edit", "5-2", "--skip", "--fav", "2"}, "5-2 was changed, but " + lacking);
   fails(1, {"edit", "5-2", "--fav", "2"}, "5-2 was changed, but " + lacking);
   fails(1, {"add", "5-9", "--freq", "8", "--name", "x"}, "5-9 was added, but is " + lacking);
-  useDatabases(used);
+  useDatabases(folder_ / "db");
   EXPECT_EQ("5-2 L'Été: favourite group 2, skipped, locked\n", out({"edit", "5-2", "--lock"}));
 
   // A station that is gone is skipped and cannot be selected.
