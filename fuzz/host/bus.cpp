@@ -21,6 +21,7 @@
 #include "bus/socket.h"
 #include "bus_lifetime.h"
 #include "input.h"
+#include "raw_peer.h"
 
 namespace {
 
@@ -75,10 +76,6 @@ void mirror(BUSClientInterface& client, int32_t number) {
   if (echoed == nullptr || text != echoed || reply.readInt32() != number) fail("a wrong answer");
 }
 
-std::string word(uint32_t value) {
-  return std::string(reinterpret_cast<const char*>(&value), sizeof value);
-}
-
 // Returns items, which are valid unless a byte selects a fault.
 std::string items(fuzz::Input& input) {
   std::string all;
@@ -119,24 +116,13 @@ std::string frame(fuzz::Input& input, bus::FrameKind usual, uint32_t code) {
   return word(kind) + word(length) + word(code) + word(input.byte()) + body;
 }
 
-// A connection that sends arbitrary bytes and never waits.
-class RawPeer {
- public:
-  explicit RawPeer(const std::string& path) : socket_(bus::streamSocket(false)) {
-    const bus::Address address(path);
-    if (::connect(socket_.get(), address.get(), address.size()) != 0) socket_.reset();
-  }
-  RawPeer() = default;
+// A connection that never waits.
+struct Attacker : RawPeer {
+  using RawPeer::RawPeer;
 
-  void send(const std::string& bytes) {
-    (void)!::send(socket_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
-  }
-  void finish() { ::shutdown(socket_.get(), SHUT_WR); }
   // Receives available bytes, which must be replies.
-  void receive() {
-    char bytes[4096];
-    for (ssize_t got; (got = ::recv(socket_.get(), bytes, sizeof bytes, MSG_DONTWAIT)) > 0;)
-      input_.append(bytes, static_cast<size_t>(got));
+  void receiveReplies() {
+    input_ += receive(SIZE_MAX, MSG_DONTWAIT);
     while (input_.size() >= bus::kHeaderSize) {
       const bus::FrameHeader header = bus::readHeader(input_.data());
       if (header.kind != bus::FrameKind::kReply && header.kind != bus::FrameKind::kFailure)
@@ -150,7 +136,6 @@ class RawPeer {
   }
 
  private:
-  bus::Fd socket_;
   std::string input_;
 };
 
@@ -160,22 +145,22 @@ void attackServer(fuzz::Input& input) {
   static const std::string name = nameOf("server");
   static Server server(name);
   static BUSClientInterface client(name.c_str(), "fuzz");
-  std::array<RawPeer, 4> peers;
+  std::array<Attacker, 4> peers;
   int32_t calls = 0;
   while (input.left() > 0) {
-    RawPeer& peer = peers[input.below(peers.size())];
+    Attacker& peer = peers[input.below(peers.size())];
     switch (input.below(10)) {
       case 0:
-        peer = RawPeer(bus::socketPath(name));
+        peer = Attacker(name);
         break;
       case 1:
-        peer = RawPeer();
+        peer = Attacker();
         break;
       case 2:
         peer.finish();
         break;
       case 3:
-        peer.receive();
+        peer.receiveReplies();
         break;
       case 4:
         peer.send(input.bytes(input.byte()));
@@ -183,11 +168,9 @@ void attackServer(fuzz::Input& input) {
       case 5:
         peer.send(std::string(input.number<uint16_t>(), static_cast<char>(input.byte())));
         break;
-      case 6: {
-        const std::string whole = frame(input, bus::FrameKind::kRequest, kLarge);
-        peer.send(whole);
+      case 6:
+        peer.send(frame(input, bus::FrameKind::kRequest, kLarge));
         break;
-      }
       case 7: {
         const std::string whole = frame(input, bus::FrameKind::kRequest, kMirror);
         const size_t half = std::min<size_t>(input.byte(), whole.size());
@@ -205,7 +188,7 @@ void attackServer(fuzz::Input& input) {
     }
     mirror(client, ++calls);
   }
-  for (RawPeer& peer : peers) peer.receive();
+  for (Attacker& peer : peers) peer.receiveReplies();
 }
 
 // Answers requests with given bytes, in two pieces.
