@@ -4,9 +4,12 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
-#include <algorithm>
+#include <cctype>
 #include <chrono>
 #include <filesystem>
+#include <functional>
+#include <map>
+#include <sstream>
 
 #include "aifw.h"
 #include "aipc.h"
@@ -75,66 +78,56 @@ std::vector<Advisory> advisories(const std::string& text) {
   return made;
 }
 
+// Returns the text of a verdict: "1:0=4", "free", or "unrated" with the group, "!" when blocked.
+std::string textOf(const atschost::RatingVerdict& verdict) {
+  std::ostringstream text;
+  if (!verdict.rated)
+    text << "unrated " << verdict.group << (verdict.blocked ? "!" : "");
+  else if (verdict.blocked)
+    text << +verdict.region << ":" << +verdict.dimension << "=" << +verdict.value;
+  return text.str().empty() ? "free" : text.str();
+}
+
 TEST(ParentalTest, AProgrammeIsBlockedByItsRatings) {
   const struct {
-    const char* advisories;
     const char* limits;  // of every region
     int groups;          // bit n: unrated group n is blocked
-    const char* verdict;
+    std::vector<std::pair<const char*, const char*>> verdicts;
   } kCases[] = {
-      {"1:0=4", "tv=4", 0, "blocked 1:0=4"},
-      {"1:0=3", "tv=4", 0, "free"},
-      {"1:0=5", "tv=4", 0, "blocked 1:0=5"},
-      {"1:0=2", "tv=1", 0, "blocked 1:0=2"},
-      {"1:0=1", "tv=1", 7, "free"},  // "None"
-      {"1:0=15", "tv=5", 0, "blocked 1:0=15"},
-      {"1:0=5", "tv=-1 d=1", 7, "free"},
-      {"1:0=5", "tv=2147483647", 0, "free"},
-      {"1:0=3,4=1", "tv=4 v=1", 0, "blocked 1:4=1"},
-      {"1:0=3,4=1", "d=1 l=1 s=1 v=2", 0, "free"},
-      {"1:5=1", "child=1", 0, "blocked 1:5=1"},
-      {"1:5=2,6=1", "child=1", 0, "blocked 1:5=2"},
-      {"1:5=1", "child=2", 0, "free"},
-      {"1:5=2", "child=3", 0, "free"},
-      {"1:5=2,6=1", "child=3", 0, "blocked 1:6=1"},
-      {"1:5=2,6=1", "child=4", 0, "free"},
-      {"1:7=5", "mpaa=5", 0, "blocked 1:7=5"},
-      {"1:7=7", "mpaa=1", 0, "blocked 1:7=7"},
-      {"1:7=1", "mpaa=1", 0, "unrated 0"},          // "N/A"
-      {"1:7=8", "mpaa=2", 2, "unrated 1 blocked"},  // "NR"
-      {"1:7=8,0=3", "mpaa=2", 2, "free"},
-      {"1:0=0,7=0", "tv=1 mpaa=1", 1, "unrated 0 blocked"},
-      {"1:0=0 2:0=0", "eng=1", 0, "unrated 2"},
-      {"2:0=0,1=0", "eng=1 fra=1", 4, "unrated 2 blocked"},
-      {"2:0=6", "eng=6", 0, "blocked 2:0=6"},
-      {"2:0=3,1=2", "eng=4 fra=3", 0, "free"},
-      {"1:0=2 2:1=3", "tv=4 fra=3", 0, "blocked 2:1=3"},
-      {"", "tv=1", 1, "unrated 0 blocked"},
-      {"9:2=3", "3 4", 0, "blocked 9:2=3"},
-      {"9:2=2", "3 4", 0, "free"},
-      {"9:2=15,200=3", "3 4", 0, "free"},
-      {"8:2=3", "3 4", 0, "unrated 0"},  // a region without table
-      {"8:2=3 1:0=3", "3 tv=4", 0, "free"},
+      {"tv=4", 0, {{"1:0=4", "1:0=4"}, {"1:0=3", "free"}, {"1:0=5", "1:0=5"}}},
+      {"tv=1", 7, {{"1:0=2", "1:0=2"}, {"1:0=1", "free"}, {"", "unrated 0!"}}},
+      {"tv=5", 0, {{"1:0=15", "1:0=15"}, {"1:0=4", "free"}}},
+      {"tv=-1 d=1", 7, {{"1:0=5", "free"}, {"1:1=2", "unrated 0!"}}},
+      {"tv=4 v=1", 0, {{"1:0=3,4=1", "1:4=1"}}},
+      {"tv=2147483647 d=1 l=1 s=1 v=2", 0, {{"1:0=5,4=1", "free"}, {"1:2=1", "1:2=1"}}},
+      {"child=1", 0, {{"1:5=1", "1:5=1"}, {"1:5=2,6=1", "1:5=2"}}},
+      {"child=2", 0, {{"1:5=1", "free"}, {"1:6=1", "1:6=1"}}},
+      {"child=3", 0, {{"1:5=2", "free"}, {"1:5=2,6=1", "1:6=1"}}},
+      {"child=4", 0, {{"1:5=2,6=1", "free"}}},
+      {"mpaa=5", 0, {{"1:7=5", "1:7=5"}, {"1:7=4", "free"}}},
+      {"mpaa=1", 0, {{"1:7=7", "1:7=7"}, {"1:7=1", "unrated 0"}, {"1:7=9", "unrated 0"}}},
+      {"mpaa=2", 2, {{"1:7=8", "unrated 1!"}, {"1:7=8,0=3", "free"}, {"1:7=0", "unrated 0"}}},
+      {"tv=1 mpaa=1", 1, {{"1:0=0,7=0", "unrated 0!"}, {"2:0=0,1=0", "unrated 2"}}},
+      {"eng=1 fra=1", 4, {{"1:0=0 2:0=0", "unrated 2!"}, {"2:1=0", "unrated 2!"}}},
+      {"eng=6", 0, {{"2:0=6", "2:0=6"}, {"2:0=5", "free"}, {"1:7=8 2:0=0", "unrated 1"}}},
+      {"tv=4 eng=4 fra=3", 0, {{"2:0=3,1=2", "free"}, {"1:0=2 2:1=3", "2:1=3"}}},
+      {"3 4 tv=4", 0, {{"9:2=3", "9:2=3"}, {"9:2=2", "free"}, {"9:2=15,200=3", "free"}}},
+      {"3 4 tv=4", 0, {{"8:2=3", "unrated 0"}, {"8:2=3 1:0=3", "free"}}},  // 8 has no table
   };
   atschost::KnownRegions known;
   known.set(9);
   for (const auto& each : kCases) {
     ParentalSettings settings;
-    settings.details.enabled = 1;
     for (const uint32_t region : {1, 2, 8, 9}) settings.setLimits(limits(region, each.limits));
     for (size_t group = 0; group < AIPC_UNRATED_GROUPS; ++group)
       settings.unratedGroups[group] = each.groups >> group & 1;
-    const auto verdict = settings.check(advisories(each.advisories), known);
-    std::ostringstream text;
-    if (!verdict.rated)
-      text << "unrated " << verdict.group << (verdict.blocked ? " blocked" : "");
-    else if (verdict.blocked)
-      text << "blocked " << +verdict.region << ":" << +verdict.dimension << "=" << +verdict.value;
-    else
-      text << "free";
-    EXPECT_EQ(each.verdict, text.str()) << each.advisories << " under " << each.limits;
-    settings.details.enabled = 2;
-    EXPECT_FALSE(settings.check(advisories(each.advisories), known).blocked);
+    for (const auto& [ratings, verdict] : each.verdicts) {
+      settings.details.enabled = 1;
+      EXPECT_EQ(verdict, textOf(settings.check(advisories(ratings), known)))
+          << ratings << " under " << each.limits;
+      settings.details.enabled = 2;
+      EXPECT_FALSE(settings.check(advisories(ratings), known).blocked);
+    }
   }
 }
 
@@ -236,57 +229,44 @@ TEST(ParentalTest, WhatIsKeptAwayIsToldInOrder) {
     });
     auto time = std::chrono::steady_clock::now();
     bool playing = false;
-    for (const char* step = each.steps; *step; ++step) {
-      const auto number = static_cast<uint16_t>(*step - '0');
-      switch (*step) {
-        case 'B':
-        case 'b':  // starts, locked or not
-          gate.begin(*step == 'B');
-          playing = true;
-          break;
-        case 's':
-          gate.stop();
-          playing = false;
-          break;
-        case 'X':
-          gate.forget();
-          break;
-        case 'R':
-        case 'r':
-          gate.setPasswordRequired(*step == 'R');
-          break;
-        case 'G':
-        case 'g':
-          gate.setPasswordGiven(*step == 'G');
-          break;
-        case 'U':
-        case 'u':
-          EXPECT_EQ(playing, gate.setUnlocked(*step == 'U'));
-          break;
-        case 'A':
-        case 'a':
-          gate.setPlayFromApplication(*step == 'A');
-          break;
-        case 'K':
-        case 'k':
-          gate.setLocked(*step == 'K');
-          break;
-        case '+':
-          time += std::chrono::seconds(1);
-          break;
-        case 'F':
-          gate.fail();
-          break;
-        case 'v':
-          gate.judge({{{1, {{0, 5}}}}, std::pair<uint16_t, uint32_t>(1, 1)}, "other", false, time);
-          break;
-        case '-':
-          gate.judge({{}, std::nullopt}, "blocked", false, time);
-          break;
-        default:  // programme 0 is free
-          gate.judge({{}, std::pair(number, number)}, number == 0 ? "" : "blocked", false, time);
-      }
-    }
+    const auto judge = [&](const atschost::ProgrammeId& programme, const char* why) {
+      gate.judge(programme, why, false, time);
+    };
+    // A capital letter turns something on.
+    const std::map<char, std::function<void(bool)>> kSteps = {
+        {'b', [&](bool locked) { gate.begin(locked), playing = true; }},
+        {'s', [&](bool) { gate.stop(), playing = false; }},
+        {'x', [&](bool) { gate.forget(); }},
+        {'f', [&](bool) { gate.fail(); }},
+        {'r', [&](bool on) { gate.setPasswordRequired(on); }},
+        {'g', [&](bool on) { gate.setPasswordGiven(on); }},
+        {'u', [&](bool on) { EXPECT_EQ(playing, gate.setUnlocked(on)); }},
+        {'a', [&](bool on) { gate.setPlayFromApplication(on); }},
+        {'k', [&](bool on) { gate.setLocked(on); }},
+        {'+', [&](bool) { time += std::chrono::seconds(1); }},
+        {'0',
+         [&](bool) {
+           judge({{}, std::pair(0, 0)}, "");
+         }},
+        {'1',
+         [&](bool) {
+           judge({{}, std::pair(1, 1)}, "blocked");
+         }},
+        {'2',
+         [&](bool) {
+           judge({{}, std::pair(2, 2)}, "blocked");
+         }},
+        {'v',
+         [&](bool) {
+           judge({{{1, {{0, 5}}}}, std::pair(1, 1)}, "other");
+         }},
+        {'-',
+         [&](bool) {
+           judge({{}, std::nullopt}, "blocked");
+         }},
+    };
+    for (const char step : std::string(each.steps))
+      kSteps.at(static_cast<char>(std::tolower(step)))(std::isupper(step));
     EXPECT_EQ(each.told, told) << each.steps;
   }
 }
@@ -313,83 +293,56 @@ TEST(ParentalTest, OnlyAChangeOfWhatIsBlockedMakesADifference) {
   EXPECT_EQ(Change::kRefused, parental.change([](Settings&) { return false; }));
 }
 
-class ParentalModuleTest : public testing::Test {
- protected:
-  ParentalModuleTest() { AIPC_set_default_settings(); }
-  ~ParentalModuleTest() override { AIPC_set_default_settings(); }
-  static void enable(uint8_t enabled = 1) {
-    AIPC_parental_details details{};
-    EXPECT_EQ(0, AIPC_get_parental_details(&details));
-    details.enabled = enabled;
-    EXPECT_EQ(0, AIPC_set_parental_details(&details));
-  }
-  static void limit(const std::string& text, uint32_t region = 1) {
-    EXPECT_EQ(0, AIPC_store_rating(limits(region, text)));
-  }
-  static std::string limitOf(uint32_t region) {
-    AIPC_dime_t read{};
-    read.region = region;
-    EXPECT_EQ(0, AIPC_retreive_rating(&read));
-    EXPECT_EQ(region, read.region);
-    return textOf(read);
-  }
-};
-
-TEST_F(ParentalModuleTest, ATextIsComparedWithTheLimits) {
-  enable();
-  limit("tv=4 v=1 child=3 mpaa=4");
-  limit("eng=2 fra=5", 2);
+TEST(ParentalTest, ATextIsARating) {
   std::string flags = "TV-PG";
   while (flags.size() < 60000) flags += "-D-L-S";
   const struct {
     uint32_t country, system;
-    std::string text;
-    int verdict;
+    std::vector<std::pair<const char*, const char*>> ratings;  // null: not a rating
   } kCases[] = {
-      {1, 1, "TV-14", 11},
-      {1, 1, "TV-PG", 0},
-      {1, 1, "TV-MA-D-V", 11},
-      {1, 1, "TV-PG-L-V-D", 11},
-      {1, 1, "TV-PG-D", 0},
-      {1, 1, "TV-Y7", 0},
-      {1, 1, "TV-Y7-FV", 11},
-      {1, 1, "TV-Y", 0},
-      {1, 1, "None", 0},
-      {1, 1, flags, 0},
-      {1, 1, flags + "-V", 11},
-      {1, 1, "TV-14-", -1},
-      {1, 1, "TV-14-X", -1},
-      {1, 1, "TV-14D", -1},
-      {1, 1, "TV-", -1},
-      {1, 1, std::string("TV-14\0-X", 8), 11},
-      {1, 1, std::string(65535, '-'), -1},
-      {1, 1, "\xFF\x80", -1},
-      {1, 1, "", -1},
-      {1, 2, "PG-13", 11},
-      {1, 2, "PG", 0},
-      {1, 2, "NR", 0},
-      {1, 2, "N/A", 0},
-      {1, 2, "E", -1},
-      {2, 3, "C8+", 11},
-      {2, 3, "E", 0},
-      {2, 4, "18 ans+", 11},
-      {2, 4, "16 ans+", 0},
-      {2, 4, "PG", -1},
-      {2, 1, "TV-14", -1},
-      {3, 3, "G", -1},
+      {1, 1, {{"TV-14", "1:0=4"}, {"TV-PG-L-V-D", "1:0=3,2=1,4=1,1=1"}, {"None", "1:0=1"}}},
+      {1, 1, {{"TV-Y", "1:5=1"}, {"TV-Y7-FV", "1:5=2,6=1"}, {"TV-MA-S", "1:0=5,3=1"}}},
+      {1, 1, {{"TV-14-", nullptr}, {"TV-14-X", nullptr}, {"TV-14D", nullptr}, {"TV-", nullptr}}},
+      {1, 1, {{"", nullptr}, {"\xFF\x80", nullptr}, {"PG-13", nullptr}, {"-TV-14", nullptr}}},
+      {1, 2, {{"PG-13", "1:7=4"}, {"N/A", "1:7=1"}, {"NR", "1:7=8"}, {"E", nullptr}}},
+      {2, 3, {{"C8+", "2:0=2"}, {"E", "2:0=0"}, {"18 ans+", nullptr}, {"", nullptr}}},
+      {2, 4, {{"18 ans+", "2:1=5"}, {"E", "2:1=0"}, {"PG", nullptr}}},
+      {2, 1, {{"TV-14", nullptr}}},
+      {3, 3, {{"G", nullptr}}},
   };
   for (const auto& each : kCases) {
-    std::vector<uint8_t> bytes(each.text.begin(), each.text.end());  // without a NUL
-    uint8_t none = 'x';
-    const multiple_lang_t text{bytes.empty() ? &none : bytes.data(),
-                               static_cast<uint16_t>(bytes.size()), 0};
-    EXPECT_EQ(each.verdict, AIPC_check_rating(each.country, each.system, &text))
-        << each.text.substr(0, 20);
+    for (const auto& [text, rating] : each.ratings) {
+      const auto read = atschost::advisoryOfText(each.country, each.system, text);
+      EXPECT_EQ(rating ? std::optional(advisories(rating).front()) : std::nullopt, read) << text;
+    }
   }
-  enable(0);
-  char letters[] = "TV-14";
-  const multiple_lang_t text{reinterpret_cast<uint8_t*>(letters), 5, 0};
-  EXPECT_EQ(0, AIPC_check_rating(1, 1, &text));
+  EXPECT_EQ(30001u, atschost::advisoryOfText(1, 1, flags)->values.size());
+  EXPECT_FALSE(atschost::advisoryOfText(1, 1, std::string(65535, '-')));
+}
+
+class ParentalModuleTest : public testing::Test {
+ protected:
+  ParentalModuleTest() { AIPC_set_default_settings(); }
+  ~ParentalModuleTest() override { AIPC_set_default_settings(); }
+  static void limit(const std::string& text, uint32_t region = 1) {
+    EXPECT_EQ(0, AIPC_store_rating(limits(region, text)));
+  }
+};
+
+TEST_F(ParentalModuleTest, ATextIsComparedWithTheLimits) {
+  limit("tv=4");
+  const auto check = [](std::string text) {
+    const multiple_lang_t given{reinterpret_cast<uint8_t*>(text.data()),
+                                static_cast<uint16_t>(text.size()), 0};
+    return AIPC_check_rating(1, 1, &given);
+  };
+  EXPECT_EQ(0, check("TV-14")) << "not enabled";
+  const AIPC_parental_details enabled{0, 1, 0, 0, 1, 0};
+  EXPECT_EQ(0, AIPC_set_parental_details(&enabled));
+  EXPECT_EQ(AIPC_BLOCKED, check("TV-14"));
+  EXPECT_EQ(AIPC_BLOCKED, check(std::string("TV-14\0-X", 8)));
+  EXPECT_EQ(0, check("TV-PG"));
+  EXPECT_EQ(-1, check("TV-14-X"));
   EXPECT_EQ(-1, AIPC_check_rating(1, 1, nullptr));
 }
 
@@ -401,22 +354,17 @@ TEST_F(ParentalModuleTest, SettingsAreKeptByTheStoreCallsAlone) {
   limit("3 14", 255);
   EXPECT_EQ(0, AIPC_set_rating_status_unrated_groups(1, AIPC_UNRATED_CANADA));
   EXPECT_EQ(0, AIPC_store_all());
+  ParentalSettings kept;
+  kept.details = given;
+  kept.setLimits(limits(1, "tv=-2147483648 child=99"));
+  kept.setLimits(limits(255, "3 14"));
+  kept.unratedGroups[AIPC_UNRATED_CANADA] = 1;
   limit("tv=4");
-  EXPECT_EQ(0, AIUP_store_all());
-  EXPECT_EQ(0, AIUP_sync());
-  const auto check = [&] {
-    const auto settings = TestReceiver(state).parental().settings();
-    EXPECT_EQ("tv=-2147483648 child=99", textOf(settings->limitsOf(1)));
-    EXPECT_EQ("2.3 2.14", textOf(settings->limitsOf(255)));
-    EXPECT_EQ(-7, settings->details.preset_mode);
-    EXPECT_EQ(2, settings->details.region);
-    EXPECT_EQ(4, settings->details.rated);
-    EXPECT_EQ(1, settings->unratedGroups[AIPC_UNRATED_CANADA]);
-  };
-  check();
-  EXPECT_EQ(0, AIUP_sync());
-  check();
-  EXPECT_EQ("tv=4", limitOf(1));
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ(0, AIUP_store_all());
+    EXPECT_EQ(0, AIUP_sync());
+    EXPECT_EQ(kept, *TestReceiver(state).parental().settings());
+  }
 
   // Invalid settings are refused and change nothing.
   AIPC_parental_details bad = given;
@@ -427,22 +375,30 @@ TEST_F(ParentalModuleTest, SettingsAreKeptByTheStoreCallsAlone) {
     EXPECT_NE(0, AIPC_store_rating(limits(static_cast<uint32_t>(region), "tv=3")));
   }
   EXPECT_NE(0, AIPC_set_rating_status_unrated_groups(1, AIPC_UNRATED_GROUPS));
-  EXPECT_EQ(0, AIFW_set_curr_region(255));
+  EXPECT_NE(0, AIPC_set_rating_status_unrated_groups(1, -1));
+  const auto settings = [] { return *atschost::hostReceiver().parental().settings(); };
+  kept.setLimits(limits(1, "tv=4"));
+  EXPECT_EQ(kept, settings());
+  AIPC_dime_t read = limits(1, "");
+  EXPECT_EQ(0, AIPC_retreive_rating(&read));
+  EXPECT_EQ("tv=4", textOf(read));
+  int32_t block = -1;
+  EXPECT_EQ(0, AIPC_get_rating_status_unrated_groups(&block, AIPC_UNRATED_CANADA));
+  EXPECT_EQ(1, block);
   AIPC_region_list_t current{};
+  EXPECT_EQ(0, AIFW_set_curr_region(255));
   EXPECT_EQ(0, AIFW_get_curr_region(&current));
   EXPECT_EQ(255u, current.region);
   EXPECT_EQ(0, AIPC_reset_user_ratings());
-  EXPECT_EQ("", limitOf(1));
-  int32_t block = -1;
-  EXPECT_EQ(0, AIPC_get_rating_status_unrated_groups(&block, AIPC_UNRATED_CANADA));
-  EXPECT_EQ(0, block);
-  AIPC_parental_details read{};
-  EXPECT_EQ(0, AIPC_get_parental_details(&read));
-  EXPECT_EQ(-7, read.preset_mode);
+  ParentalSettings reset;
+  reset.details = given;
+  reset.details.region = 255;
+  EXPECT_EQ(reset, settings());
+  AIPC_parental_details details{};
+  EXPECT_EQ(0, AIPC_get_parental_details(&details));
+  EXPECT_EQ(-7, details.preset_mode);
   EXPECT_EQ(0, AIPC_set_default_settings());
-  EXPECT_EQ(0, AIPC_get_parental_details(&read));
-  EXPECT_EQ(1, read.region);
-  EXPECT_EQ(0, read.preset_mode + read.enabled + read.rated);
+  EXPECT_EQ(ParentalSettings(), settings());
 
   // A damaged file is renamed.
   const fs::path file = state / "parental.json";
