@@ -181,6 +181,12 @@ TEST(Bus, CarriesParcelsBothWays) {
     EXPECT_TRUE(caller.echo(text) == text) << size;
     EXPECT_EQ(ATSC_host_last_transact(), 0);
   }
+  RawPeer hasty(name);
+  EXPECT_TRUE(hasty.send(request("") + request("")));
+  hasty.finish();
+  const std::string none = "BUSr" + word(5) + word(kEcho) + word(0) + "i" + word(UINT32_MAX);
+  EXPECT_EQ(hasty.receive(), none + none);
+
   BUSParam data, reply;
   data.writeCString("no reply wanted");
   EXPECT_EQ(caller.transact(kEcho, data, nullptr, 0), 0);
