@@ -274,6 +274,7 @@ TEST_F(ReceiverStateTest, ChannelsChangeInOrder) {
   const struct {
     AIFW_channel_change_request request;
     const char* now;
+    bool refused = false;
   } kCases[] = {
       {change(AIFW_CHANGE_UP), "10-1@479"},  // not skipped, deleted or lost services
       {change(AIFW_CHANGE_UP), "9-1@473"},
@@ -282,16 +283,16 @@ TEST_F(ReceiverStateTest, ChannelsChangeInOrder) {
       {change(AIFW_CHANGE_UP), "10-1@479"},
       {change(AIFW_CHANGE_DIRECT, 9, 1), "9-1@473"},
       {change(AIFW_CHANGE_DIRECT, 9, 1, listed(receiver)[1].record), "9-1@479"},
+      {change(AIFW_CHANGE_DOWN), "9-1@473"},
+      {change(AIFW_CHANGE_UP), "9-1@479"},
+      {change(AIFW_CHANGE_DIRECT, 9, 3), "9-1@479", true},
+      {change(AIFW_CHANGE_DIRECT, 9, 5), "9-1@479", true},
+      {change(3), "9-1@479", true},
   };
   for (const auto& each : kCases) {
-    EXPECT_TRUE(receiver.player().changeChannel(each.request));
+    EXPECT_EQ(!each.refused, receiver.player().changeChannel(each.request));
     EXPECT_EQ(each.now, now());
   }
-  for (const auto& request :
-       {change(AIFW_CHANGE_DIRECT, 9, 3), change(AIFW_CHANGE_DIRECT, 9, 5), change(3)}) {
-    EXPECT_FALSE(receiver.player().changeChannel(request));
-  }
-  EXPECT_EQ("9-1@479", now());
   EXPECT_TRUE(receiver.player().isPlaying());
   receiver.player().stopPlaying();
   EXPECT_FALSE(receiver.player().isPlaying());
