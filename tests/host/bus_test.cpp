@@ -263,6 +263,8 @@ TEST(Bus, OthersAreServedWhateverAPeerDoes) {
       ASSERT_EQ(caller.echo("hello"), "hello");
     EXPECT_EQ(usageOf(server.pid()).descriptors, descriptors);
   }
+  const Peers most = connections(100, "");
+  EXPECT_EQ(Caller(name).echo(std::string(1 << 20, 'x')), "-") << "this process has enough";
   EXPECT_TRUE(server.says("is refused"));
   EXPECT_EQ(server.count("Too many open files"), 0u) << "others need some";
   EXPECT_LT(server.count("\n"), 50u) << "a line for a kind of fault";

@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <functional>
 #include <map>
+#include <optional>
 #include <sstream>
 
 #include "aifw.h"
@@ -228,13 +229,15 @@ TEST(ParentalTest, WhatIsKeptAwayIsToldInOrder) {
     });
     auto time = std::chrono::steady_clock::now();
     bool playing = false;
-    const auto judge = [&](const atschost::ProgrammeId& programme, const char* why) {
-      gate.judge(programme, why, false, time);
+    const auto judge = [&](int event, const char* why, std::vector<Advisory> rated = {}) {
+      std::optional<std::pair<uint16_t, uint32_t>> id(std::in_place, event, event);
+      if (event < 0) id.reset();
+      gate.judge({std::move(rated), id}, why, false, time);
     };
     // A capital letter turns something on.
     const std::map<char, std::function<void(bool)>> kSteps = {
-        {'b', [&](bool locked) { gate.begin(locked), playing = true; }},
-        {'s', [&](bool) { gate.stop(), playing = false; }},
+        {'b', [&](bool locked) { gate.begin(locked); }},
+        {'s', [&](bool) { gate.stop(); }},
         {'x', [&](bool) { gate.forget(); }},
         {'f', [&](bool) { gate.fail(); }},
         {'r', [&](bool on) { gate.setPasswordRequired(on); }},
@@ -243,53 +246,46 @@ TEST(ParentalTest, WhatIsKeptAwayIsToldInOrder) {
         {'a', [&](bool on) { gate.setPlayFromApplication(on); }},
         {'k', [&](bool on) { gate.setLocked(on); }},
         {'+', [&](bool) { time += std::chrono::seconds(1); }},
-        {'0',
-         [&](bool) {
-           judge({{}, std::pair(0, 0)}, "");
-         }},
-        {'1',
-         [&](bool) {
-           judge({{}, std::pair(1, 1)}, "blocked");
-         }},
-        {'2',
-         [&](bool) {
-           judge({{}, std::pair(2, 2)}, "blocked");
-         }},
+        {'0', [&](bool) { judge(0, ""); }},
+        {'1', [&](bool) { judge(1, "blocked"); }},
+        {'2', [&](bool) { judge(2, "blocked"); }},
         {'v',
          [&](bool) {
-           judge({{{1, {{0, 5}}}}, std::pair(1, 1)}, "other");
+           judge(1, "other", {{1, {{0, 5}}}});
          }},
-        {'-',
-         [&](bool) {
-           judge({{}, std::nullopt}, "blocked");
-         }},
+        {'-', [&](bool) { judge(-1, "blocked"); }},
     };
-    for (const char step : std::string(each.steps))
+    for (const char step : std::string(each.steps)) {
       kSteps.at(static_cast<char>(std::tolower(step)))(std::isupper(step));
+      playing = std::tolower(step) == 'b' || (playing && step != 's');
+    }
     EXPECT_EQ(each.told, told) << each.steps;
   }
 }
 
 TEST(ParentalTest, OnlyAChangeOfWhatIsBlockedMakesADifference) {
-  using Settings = ParentalSettings;
   using Change = atschost::Parental::Change;
-  TemporaryFolder folder;
-  atschost::Parental parental(folder.path());
-  const auto change = [&](auto edit) {
-    return parental.change([&](Settings& settings) {
-      edit(settings);
-      return true;
-    });
+  const std::pair<Change, std::function<void(ParentalSettings&)>> kEdits[] = {
+      {Change::kMade, [](auto& s) { s.setLimits(limits(1, "tv=4")); }},
+      {Change::kMade, [](auto& s) { s.unratedGroups[0] = 1; }},
+      {Change::kMadeDifference, [](auto& s) { s.details.enabled = 1; }},
+      {Change::kMade, [](auto& s) { s.details.region = 2; }},
+      {Change::kNone, [](auto& s) { s.setLimits(limits(1, "tv=4")); }},
+      {Change::kMadeDifference, [](auto& s) { s.setLimits(limits(1, "tv=5")); }},
+      {Change::kMadeDifference, [](auto& s) { s.setLimits(limits(1, "")); }},
+      {Change::kMadeDifference, [](auto& s) { s.unratedGroups[0] = 0; }},
+      {Change::kRefused, [](auto& s) { s.unratedGroups[0] = 1; }},
+      {Change::kNone, [](auto& s) { s.unratedGroups[0] = 0; }},
   };
-  const auto limit = [](Settings& s) { s.setLimits(limits(1, "tv=4")); };
-  EXPECT_EQ(Change::kMade, change(limit));
-  EXPECT_EQ(Change::kMade, change([](Settings& s) { s.unratedGroups[0] = 1; }));
-  EXPECT_EQ(Change::kMadeDifference, change([](Settings& s) { s.details.enabled = 1; }));
-  EXPECT_EQ(Change::kMade, change([](Settings& s) { s.details.region = 2; }));
-  EXPECT_EQ(Change::kNone, change(limit));
-  EXPECT_EQ(Change::kMadeDifference, change([](Settings& s) { s.limits.clear(); }));
-  EXPECT_EQ(Change::kMadeDifference, change([](Settings& s) { s.unratedGroups[0] = 0; }));
-  EXPECT_EQ(Change::kRefused, parental.change([](Settings&) { return false; }));
+  const TemporaryFolder folder;
+  atschost::Parental parental(folder.path());
+  for (const auto& each : kEdits) {
+    const Change change = parental.change([&](ParentalSettings& settings) {
+      each.second(settings);
+      return each.first != Change::kRefused;
+    });
+    EXPECT_EQ(each.first, change);
+  }
 }
 
 TEST(ParentalTest, ATextIsARating) {
