@@ -1,7 +1,6 @@
 // Stored state of a receiver, and playing.
 #include <gtest/gtest.h>
 #include <json/json.h>
-#include <stdlib.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -9,12 +8,9 @@
 #include <filesystem>
 #include <functional>
 #include <map>
+#include <optional>
 #include <utility>
 
-#include "aife.h"
-#include "aiin.h"
-#include "aipt.h"
-#include "aiup.h"
 #include "files.h"
 #include "middleware_types.h"
 #include "modules/host.h"
@@ -134,9 +130,9 @@ TEST_F(ReceiverStateTest, ServiceFoundAgainKeepsWhatTheViewerSet) {
   receiver.services().replace(kAir, kChannel15, {service(9, 1, kChannel15)});
   std::vector<std::vector<uint32_t>> list;
   for (const Service& s : listed(receiver))
-    list.push_back({s.key.minor, s.record, s.flags, s.favourites, s.programNumber});
+    list.push_back({s.key.minor, s.record, s.flags, s.favourites, s.programNumber, s.audio});
   // The number of the service just lost is not reused at once.
-  EXPECT_EQ((decltype(list){{0, 3, 1, 0, 0}, {1, 1, 13, 48, 7}, {1, 2, 1, 0, 0}}), list);
+  EXPECT_EQ((decltype(list){{0, 3, 1, 0, 0, 0}, {1, 1, 13, 48, 7, 0}, {1, 2, 1, 0, 0, 0}}), list);
 }
 
 // Calls `visit` with each value in `all` and its name.
@@ -220,17 +216,17 @@ AIFW_channel_change_request change(uint32_t mode, uint16_t major = 0, uint16_t m
   return {mode, kAir, AISRV_SERVICE_MASK, major, minor, 0, record, kAir};
 }
 
-// Allows one more file to be opened during its lifetime.
-class OneFile {
+// Allows few more files to be opened during its lifetime.
+class FewFiles {
  public:
-  OneFile() {
+  explicit FewFiles(rlim_t count) {
     getrlimit(RLIMIT_NOFILE, &before_);
     const int next = dup(STDERR_FILENO);
     close(next);
-    const rlimit few{static_cast<rlim_t>(next) + 1, before_.rlim_max};
+    const rlimit few{static_cast<rlim_t>(next) + count, before_.rlim_max};
     EXPECT_EQ(0, setrlimit(RLIMIT_NOFILE, &few));
   }
-  ~OneFile() { setrlimit(RLIMIT_NOFILE, &before_); }
+  ~FewFiles() { setrlimit(RLIMIT_NOFILE, &before_); }
 
  private:
   rlimit before_{};
@@ -242,11 +238,18 @@ TEST_F(ReceiverStateTest, AStoreThatFailsLateIsMadeGood) {
   ASSERT_TRUE(receiver.services().store());
   const std::string before = readFile(services_);
   {
-    OneFile fileButNotItsFolder;
+    const FewFiles fileButNotItsFolder(1);
     EXPECT_FALSE(receiver.services().setFlags(kAir, 1, AISRV_FLAG_SKIPPED, 0));
   }
   EXPECT_NE(before, readFile(services_)) << "too late to take it back";
   EXPECT_TRUE(receiver.services().store());
+  EXPECT_EQ(before, readFile(services_));
+
+  std::optional<FewFiles> none(0);
+  TestReceiver unlucky(state_);
+  none.reset();
+  EXPECT_TRUE(listed(unlucky).empty());
+  EXPECT_FALSE(unlucky.services().store()) << "the file may be intact";
   EXPECT_EQ(before, readFile(services_));
 }
 
@@ -293,6 +296,7 @@ TEST_F(ReceiverStateTest, ChannelsChangeInOrder) {
     EXPECT_EQ(!each.refused, receiver.player().changeChannel(each.request));
     EXPECT_EQ(each.now, now());
   }
+  EXPECT_FALSE(receiver.player().playFirst(kAir, 485000000)) << "its carrier is gone";
   EXPECT_TRUE(receiver.player().isPlaying());
   receiver.player().stopPlaying();
   EXPECT_FALSE(receiver.player().isPlaying());
@@ -307,30 +311,6 @@ TEST_F(ReceiverStateTest, ChannelsChangeInOrder) {
   EXPECT_FALSE(restarted.player().isPlaying());
   restarted.services().replace(kAir, kChannel15, {});
   EXPECT_FALSE(restarted.player().current());
-}
-
-TEST_F(ReceiverStateTest, ModulesAnswerForTheReceiverOfTheProcess) {
-  Air air;
-  EXPECT_EQ(0, AIFW_init(0));
-  scan(kAir);
-  air.write(kAir, kChannel14, goodCarrier());
-  scan(kAir, kChannel14);
-  EXPECT_EQ(0, AIFW_play_first_service(kAir, 0));
-  int status = -1;
-  EXPECT_EQ(0, AIPT_get_index_status(&status, 0));
-  EXPECT_EQ(1, status);
-  EXPECT_EQ(0, AIFW_stop_curr_src());
-  uint8_t flag = 0;
-  AIIN_input_t input;
-  AIFE_tuning_details tuning;
-  ASSERT_EQ(0, AIIN_get_input_details(kAir, &flag, &input, 0));
-  ASSERT_EQ(0, AIFE_get_tuning_details(input.tuner, AIFE_MAIN_PATH, &tuning));
-  EXPECT_EQ(kChannel14, tuning.frequency);
-  EXPECT_EQ(0, AIUP_store_all());
-  EXPECT_EQ(0, AIUP_sync());
-  EXPECT_TRUE(fs::exists(fs::path(getenv("ATSC_HOST_STATE")) / "settings.json"));
-  fs::remove(air.path(kAir, kChannel14));
-  EXPECT_NE(0, AIFW_play_first_service(kAir, 0)) << "its carrier is gone";
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include "aiec.h"
 #include "aifw.h"
 #include "aipc.h"
+#include "aipt.h"
 #include "arrivals.h"
 #include "atsc_host.h"
 #include "modules/host.h"
@@ -147,6 +148,9 @@ TEST(ReceiverEventsTest, AGuideThatWaitsToBeTakenAnewIsNotToldTwice) {
 }
 
 TEST_F(ReceiverViewingTest, WhatPlaysIsBlockedAndFreedAsProgrammesAndSettingsChange) {
+  int ready = 0;
+  EXPECT_EQ(0, AIPT_get_index_status(&ready, 0));
+  EXPECT_EQ(1, ready);
   setTime(kStart + 3600 - 1);
   after("the next programme", "B", "blocked -x- audio 0");
   EXPECT_TRUE(atschost::hostReceiver().player().isPlaying());
