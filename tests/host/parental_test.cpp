@@ -15,7 +15,6 @@
 #include "aifw.h"
 #include "aipc.h"
 #include "aiup.h"
-#include "files.h"
 #include "modules/host.h"
 #include "receiver/tables/psip_text.h"
 #include "receiver/viewing/gate.h"
@@ -29,7 +28,6 @@ using atschost::Advisory;
 using atschost::Gate;
 using atschost::ParentalSettings;
 using atschost::RatingRegion;
-using atschost::Receiver;
 
 const std::pair<std::string, int32_t AIPC_dime_t::*> kLevels[] = {
     {"tv", &AIPC_dime_t::us_tv},          {"d", &AIPC_dime_t::us_dialogue},
