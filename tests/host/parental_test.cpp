@@ -182,41 +182,24 @@ TEST(ParentalTest, LimitsAreChangedValueByValue) {
   EXPECT_NE(0, AIPC_drrt_rating_encode(&foreign, 0, 1, 1)) << "no table is known";
 }
 
-// Each letter is one step, see below. Events: L locked, O opened, P blocked, F free again.
+// Each letter before "=" is one step, see below. Events: L locked, O opened, P blocked, F free
+// again.
 TEST(ParentalTest, WhatIsKeptAwayIsToldInOrder) {
-  const struct {
-    const char* steps;
-    const char* told;
-  } kCases[] = {
-      {"B", "L"},       // a locked channel starts
-      {"rsBGR", ""},    // channel change with the password
-      {"RsBgR", "L"},   // without the password
-      {"rBgR", ""},     // as the gate was created
-      {"GB", ""},       // password before it plays
-      {"GRB", "L"},     // password for another channel, which could not play
-      {"GXB", "L"},     // standby
-      {"BGg", "LOL"},   //
-      {"BGB", "LOL"},   // the same channel starts again
-      {"BB", "LL"},     // each raises an event
-      {"Bb", "LO"},     // another channel
-      {"BU", "LO"},     // password for the programme
-      {"BUu", "LOL"},   // password revoked
-      {"BUsB", "LOL"},  // playing stopped
-      {"U", ""},        // nothing plays
-      {"bAK", ""},      // locked by the viewer: continues to play
-      {"bAKB", "L"},    // until it starts again
-      {"baK", "L"},     {"baKk", "LO"},     {"bUaK", ""},    {"b1", "P"},
-      {"b11", "P"},     {"b1+0", "PF"},     {"b1+2", "PP"},  // another programme
-      {"b1+22", "PP"},  {"b1-", "P"},                        // the event is missing in the guide
-      {"b1-+2", "PP"},  {"b10101+0", "PF"},                  // changes quickly
-      {"b1020+1", "P"}, {"b1s", "P"},       {"b1sb0", "PF"}, {"b1sb1", "PP"},
-      {"b1U", "PF"},    {"b1U+2", "PF"},                     // also for the following programmes
-      {"b1Uu", "PFP"},  {"b1Usb2", "PFP"},  {"B1G", "LPO"},  // opening the lock unblocks nothing
-      {"B1+0", "LPF"},  // a free programme does not open the lock
-      {"B1U", "LPOF"},  {"b1+01", "PFP"},   {"GFB", "L"},  // password for a channel that failed
-      {"b1+v", "P"},  // the same programme with another text of its rating
-  };
-  for (const auto& each : kCases) {
+  std::istringstream cases(
+      // Locked channels: each start is told. A password counts for the next channel to play.
+      "B=L BB=LL Bb=LO BGg=LOL BGB=LOL rsBGR= RsBgR=L rBgR= GB= GRB=L GXB=L GFB=L "
+      // The password for the programme also opens the channel.
+      "BU=LO BUu=LOL BUsB=LOL U= "
+      // What the viewer locks continues to play until it starts again.
+      "bAK= bAKB=L baK=L baKk=LO bUaK= "
+      // Each blocked programme is told, also when the guide misses it or its text changes.
+      "b1=P b11=P b1+0=PF b1+2=PP b1+22=PP b1-=P b1-+2=PP b1s=P b1sb0=PF b1sb1=PP b1+v=P "
+      // What changes quickly is told later, but a new block is not.
+      "b10101+0=PF b1020+1=P b1+01=PFP "
+      // The password also frees the following programmes. A lock and a block are independent.
+      "b1U=PF b1U+2=PF b1Uu=PFP b1Usb2=PFP B1G=LPO B1+0=LPF B1U=LPOF");
+  for (std::string each; cases >> each;) {
+    const std::string steps = each.substr(0, each.find('='));
     std::string told;
     Gate gate([&](AFW_event_t event) {
       told += event == AFW_CHANNEL_LOCKED       ? 'L'
@@ -253,11 +236,11 @@ TEST(ParentalTest, WhatIsKeptAwayIsToldInOrder) {
          }},
         {'-', [&](bool) { judge(-1, "blocked"); }},
     };
-    for (const char step : std::string(each.steps)) {
+    for (const char step : steps) {
       kSteps.at(static_cast<char>(std::tolower(step)))(std::isupper(step));
       playing = std::tolower(step) == 'b' || (playing && step != 's');
     }
-    EXPECT_EQ(each.told, told) << each.steps;
+    EXPECT_EQ(each, steps + "=" + told);
   }
 }
 
