@@ -26,8 +26,7 @@ struct Result {
   std::set<std::string> lines;
   std::map<unsigned, unsigned> programs;     // program number, PID of the PMT
   std::map<unsigned, unsigned> guideTables;  // table_type, PID
-  unsigned instance = 0;                     // being decoded
-  DecodedGuide guide;
+  std::string instance;                      // of the guide, being decoded
 
   template <class... Words>
   void add(const Words&... words) {
@@ -106,34 +105,29 @@ void onStt(void* data, dvbpsi_atsc_stt_t* stt) {
 
 void onEit(void* data, dvbpsi_atsc_eit_t* eit) {
   Result& result = to(data);
-  std::vector<GuideEvent>& events = result.guide.events[{result.instance, eit->i_source_id}];
-  events.clear();
   for (const auto* e = eit->p_first_event; e != nullptr; e = e->p_next) {
-    events.push_back({e->i_event_id,
-                      e->i_start_time,
-                      e->i_length_seconds,
-                      e->i_etm_location,
-                      {e->i_title, e->i_title + e->i_title_length},
-                      all(e->p_first_descriptor)});
+    result.add("EIT", result.instance, " source ", eit->i_source_id, " version ", +eit->i_version,
+               " event ", e->i_event_id, " at ", e->i_start_time, " for ", e->i_length_seconds,
+               " etm ", +e->i_etm_location,
+               descriptor(0, {e->i_title, e->i_title + e->i_title_length}),
+               all(e->p_first_descriptor));
   }
   dvbpsi_atsc_DeleteEIT(eit);
 }
 
 void onEtt(void* data, dvbpsi_atsc_ett_t* ett) {
   Result& result = to(data);
-  result.guide.texts[{result.instance, ett->i_etm_id}] = {ett->p_etm_data,
-                                                          ett->p_etm_data + ett->i_etm_length};
+  result.add("ETT", result.instance, " source ", ett->i_etm_id >> 16, " version ", +ett->i_version,
+             " event ", ett->i_etm_id >> 2 & 0x3FFF, " kind ", ett->i_etm_id & 3,
+             descriptor(0, {ett->p_etm_data, ett->p_etm_data + ett->i_etm_length}));
   dvbpsi_atsc_DeleteETT(ett);
-}
-
-void onNewGuideTable(dvbpsi_t* handle, uint8_t id, uint16_t extension, void* data) {
-  if (id == 0xCB) dvbpsi_atsc_AttachEIT(handle, id, extension, onEit, data);
-  if (id == 0xCC) dvbpsi_atsc_AttachETT(handle, id, extension, onEtt, data);
 }
 
 void onNewTable(dvbpsi_t* handle, uint8_t id, uint16_t extension, void* data) {
   if (id == 0xC7) dvbpsi_atsc_AttachMGT(handle, id, extension, onMgt, data);
   if (id == 0xC8 || id == 0xC9) dvbpsi_atsc_AttachVCT(handle, id, extension, onVct, data);
+  if (id == 0xCB) dvbpsi_atsc_AttachEIT(handle, id, extension, onEit, data);
+  if (id == 0xCC) dvbpsi_atsc_AttachETT(handle, id, extension, onEtt, data);
   if (id == 0xCD) dvbpsi_atsc_AttachSTT(handle, id, extension, onStt, data);
 }
 
@@ -158,9 +152,9 @@ void decodePid(Result& result, const std::vector<uint8_t>& stream, unsigned pid,
 
 }  // namespace
 
-std::string descriptor(uint8_t tag, const std::vector<uint8_t>& body) {
+std::string descriptor(unsigned tag, const std::vector<uint8_t>& body) {
   std::ostringstream text;
-  text << " [" << std::hex << +tag << ":";
+  text << " [" << std::hex << tag << ":";
   for (const uint8_t byte : body) text << ' ' << +byte;
   text << ']';
   return text.str();
@@ -178,21 +172,9 @@ std::set<std::string> decode(const std::vector<uint8_t>& stream) {
   }
   const auto psip = [&](dvbpsi_t* handle) { dvbpsi_AttachDemux(handle, onNewTable, &result); };
   decodePid(result, stream, 0x1FFB, psip, dvbpsi_DetachDemux);
-  return result.lines;
-}
-
-DecodedGuide decodeGuide(const std::vector<uint8_t>& stream) {
-  Result result;
-  const auto psip = [&](dvbpsi_t* handle) { dvbpsi_AttachDemux(handle, onNewTable, &result); };
-  decodePid(result, stream, 0x1FFB, psip, dvbpsi_DetachDemux);
-  result.lines.clear();
-  const auto guide = [&](dvbpsi_t* handle) {
-    dvbpsi_AttachDemux(handle, onNewGuideTable, &result);
-  };
   for (const auto& [type, pid] : result.guideTables) {
-    result.instance = type & 0x7F;
-    decodePid(result, stream, pid, guide, dvbpsi_DetachDemux);
+    result.instance = "-" + std::to_string(type & 0x7F);
+    decodePid(result, stream, pid, psip, dvbpsi_DetachDemux);
   }
-  result.guide.complaints = result.lines;
-  return result.guide;
+  return result.lines;
 }
