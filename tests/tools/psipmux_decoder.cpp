@@ -26,7 +26,7 @@ struct Result {
   std::set<std::string> lines;
   std::map<unsigned, unsigned> programs;     // program number, PID of the PMT
   std::map<unsigned, unsigned> guideTables;  // table_type, PID
-  std::string instance;                      // of the guide, being decoded
+  unsigned instance = 0;                     // of the guide, being decoded
 
   template <class... Words>
   void add(const Words&... words) {
@@ -106,7 +106,7 @@ void onStt(void* data, dvbpsi_atsc_stt_t* stt) {
 void onEit(void* data, dvbpsi_atsc_eit_t* eit) {
   Result& result = to(data);
   for (const auto* e = eit->p_first_event; e != nullptr; e = e->p_next) {
-    result.add("EIT", result.instance, " source ", eit->i_source_id, " version ", +eit->i_version,
+    result.add("EIT ", result.instance, " source ", eit->i_source_id, " version ", +eit->i_version,
                " event ", e->i_event_id, " at ", e->i_start_time, " for ", e->i_length_seconds,
                " etm ", +e->i_etm_location,
                descriptor(0, {e->i_title, e->i_title + e->i_title_length}),
@@ -117,7 +117,7 @@ void onEit(void* data, dvbpsi_atsc_eit_t* eit) {
 
 void onEtt(void* data, dvbpsi_atsc_ett_t* ett) {
   Result& result = to(data);
-  result.add("ETT", result.instance, " source ", ett->i_etm_id >> 16, " version ", +ett->i_version,
+  result.add("ETT ", result.instance, " source ", ett->i_etm_id >> 16, " version ", +ett->i_version,
              " event ", ett->i_etm_id >> 2 & 0x3FFF, " kind ", ett->i_etm_id & 3,
              descriptor(0, {ett->p_etm_data, ett->p_etm_data + ett->i_etm_length}));
   dvbpsi_atsc_DeleteETT(ett);
@@ -173,7 +173,7 @@ std::set<std::string> decode(const std::vector<uint8_t>& stream) {
   const auto psip = [&](dvbpsi_t* handle) { dvbpsi_AttachDemux(handle, onNewTable, &result); };
   decodePid(result, stream, 0x1FFB, psip, dvbpsi_DetachDemux);
   for (const auto& [type, pid] : result.guideTables) {
-    result.instance = "-" + std::to_string(type & 0x7F);
+    result.instance = type & 0x7F;
     decodePid(result, stream, pid, psip, dvbpsi_DetachDemux);
   }
   return result.lines;
