@@ -1,14 +1,23 @@
-// Decisions that a fuzzer takes from the start of its input.
+// Decisions that a fuzzer takes from the start of its input, and what it requires of the result.
 #ifndef ATSC_FUZZ_INPUT_H_
 #define ATSC_FUZZ_INPUT_H_
 
 #include <algorithm>
 #include <cstdint>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
 
 namespace fuzz {
+
+// Ends the run when `holds` is false: the input is a finding.
+inline void require(bool holds, const std::string& what, const std::string& shown = {}) {
+  if (holds) return;
+  fprintf(stderr, "violated: %s: %s\n", what.c_str(), shown.c_str());
+  abort();
+}
 
 // The input as a sequence of decisions. When it is used up, all further decisions are 0 or empty.
 class Input {
@@ -21,10 +30,8 @@ class Input {
   template <typename Number>
   Number number() {
     Number value{};
-    for (size_t i = 0; i < sizeof value && size_ > 0; ++i) {
-      value =
-          static_cast<Number>(value | static_cast<Number>(static_cast<Number>(byte()) << 8 * i));
-    }
+    const std::string taken = bytes(sizeof value);
+    std::memcpy(&value, taken.data(), taken.size());
     return value;
   }
 

@@ -6,14 +6,11 @@
 #include <SQLiteCpp/SQLiteCpp.h>
 #include <atsc/atsc_service.h>
 #include <json/json.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdio>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <memory>
+#include <map>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -29,59 +26,17 @@ extern "C" void sync() noexcept {}
 
 namespace fuzz {
 
-// Ends the run when `holds` is false: the input is a finding.
-inline void require(bool holds, const char* what, const std::string& shown = {}) {
-  if (holds) return;
-  fprintf(stderr, "violated: %s: %s\n", what, shown.c_str());
-  abort();
-}
-
 // Parses a JSON text of the library, which must be an object.
 inline Json::Value parsed(const std::string& text) {
   Json::CharReaderBuilder builder;
   Json::CharReaderBuilder::strictMode(&builder.settings_);
-  const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
+  std::istringstream stream(text);
   Json::Value value;
   std::string errors;
-  require(reader->parse(text.data(), text.data() + text.size(), &value, &errors), "valid JSON",
-          text + errors);
+  require(Json::parseFromStream(builder, stream, &value, &errors), "valid JSON", text + errors);
   require(value.isObject(), "a JSON object", text);
   return value;
 }
-
-// A database with the same content at the start of every input.
-class Fixture {
- public:
-  // Saves the current content of the database.
-  explicit Fixture(std::string path) : path_(std::move(path)) {
-    content_ = readFile(path_);
-    left_ = state();
-  }
-
-  bool changed() const { return state() != left_; }
-
-  void restore() {
-    if (!changed()) return;
-    unlink((path_ + "-journal").c_str());
-    writeFile(path_, content_);
-    left_ = state();
-  }
-
- private:
-  // Returns values that differ after a transaction: the file, its size, its change counter.
-  std::string state() const {
-    struct stat file {};
-    if (stat(path_.c_str(), &file) != 0) return {};
-    char header[28] = {};
-    std::ifstream(path_, std::ios::binary).read(header, sizeof header);
-    return std::to_string(file.st_ino) + "-" + std::to_string(file.st_size) + "-" +
-           std::string(header, sizeof header);
-  }
-
-  const std::string path_;
-  std::string content_;
-  std::string left_;
-};
 
 // A private folder, in memory if possible, with the databases of a newly started set with three
 // channels. Left over when a run ends with a finding.
@@ -99,11 +54,11 @@ class Harness {
     fake::reset();
     fake::setRecording(false);
     fillPlatform();
-    channels_->restore();
-    guide_->restore();
+    for (const auto& [name, content] : databases_) {
+      std::filesystem::remove(path(name + "-journal"));
+      writeFile(path(name), content);
+    }
   }
-
-  bool channelsChanged() const { return channels_->changed(); }
 
   // Checks the channel database, if it exists.
   void checkChannels() const {
@@ -128,8 +83,7 @@ class Harness {
       ATSC_Service_db_UpdateChannel(input);
       ATSC_Service_db_UpdateEvent(input);
     }
-    channels_ = std::make_unique<Fixture>(path("channels.db3"));
-    guide_ = std::make_unique<Fixture>(path("guide.db"));
+    for (const char* name : {"channels.db3", "guide.db"}) databases_[name] = readFile(path(name));
   }
 
   // Sets texts as long as the callers' buffers, for the noise to change.
@@ -160,8 +114,7 @@ class Harness {
   }
 
   const TemporaryFolder folder_{TemporaryFolder::memory()};
-  std::unique_ptr<Fixture> channels_;
-  std::unique_ptr<Fixture> guide_;
+  std::map<std::string, std::string> databases_;  // their content before the first input
 };
 
 }  // namespace fuzz

@@ -27,23 +27,24 @@ void rewrite(fuzz::Input& input) {
   if (rating.size() < size) fuzz::require(before == after, "all characters", rating);
 }
 
-bool same(const AIPC_dime_t& a, const AIPC_dime_t& b) { return memcmp(&a, &b, sizeof a) == 0; }
-
 // The document of a record contains all its values.
+void checkDocument(AIPC_dime_t record) {
+  record.region &= INT32_MAX;  // larger ones are negative in the document
+  Json::Value document;
+  atsc::ConvertPCDime2JsonValue(record, document);
+  const std::string text = Json::StyledWriter().write(document);
+  AIPC_dime_t again{};
+  fuzz::require(atsc::ConvertJsonValue2PCDime(fuzz::parsed(text), again), "a readable one", text);
+  fuzz::require(memcmp(&record, &again, sizeof record) == 0, "the record again", text);
+}
+
 void write(fuzz::Input& input) {
   AIPC_dime_t record{};
   const std::string bytes = input.rest();
   memcpy(&record, bytes.data(), std::min(bytes.size(), sizeof record));
-  record.region &= INT32_MAX;  // larger ones are negative in the document
-  Json::Value document;
-  atsc::ConvertPCDime2JsonValue(record, document);
-  const Json::Value read = fuzz::parsed(Json::StyledWriter().write(document));
-  AIPC_dime_t again{};
-  fuzz::require(atsc::ConvertJsonValue2PCDime(read, again), "a document that can be read");
-  fuzz::require(same(record, again), "the record again", read.toStyledString());
+  checkDocument(record);
 }
 
-// A document that can be read is written and read back unchanged by its record.
 void read(fuzz::Input& input) {
   fake::setNoise(input.bytes(input.byte()));
   AIPC_dime_t record{};
@@ -55,12 +56,7 @@ void read(fuzz::Input& input) {
     return;  // values of another type, which the dispatcher catches
   }
   fake::setNoise({});
-  record.region &= INT32_MAX;
-  Json::Value document;
-  atsc::ConvertPCDime2JsonValue(record, document);
-  AIPC_dime_t again{};
-  fuzz::require(atsc::ConvertJsonValue2PCDime(document, again), "a document that can be read");
-  fuzz::require(same(record, again), "the record again", document.toStyledString());
+  checkDocument(record);
 }
 
 // Texts of the rating tables.
@@ -81,22 +77,9 @@ void convert(fuzz::Input& input) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  fuzz::Harness& harness = fuzz::Harness::instance();
-  harness.reset();
+  static constexpr void (*kFunctions[])(fuzz::Input&) = {rewrite, write, read, convert};
+  fuzz::Harness::instance().reset();
   fuzz::Input input(data, size);
-  switch (input.byte() % 4) {
-    case 0:
-      rewrite(input);
-      break;
-    case 1:
-      write(input);
-      break;
-    case 2:
-      read(input);
-      break;
-    default:
-      convert(input);
-      break;
-  }
+  kFunctions[input.byte() % 4](input);
   return 0;
 }

@@ -3,11 +3,9 @@
 #include <stdlib.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
-#include <condition_variable>
-#include <cstdio>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
@@ -24,7 +22,6 @@
 #include "broadcast.h"
 #include "bytes.h"
 #include "input.h"
-#include "modules/host.h"
 #include "packets.h"
 #include "receiver/events/alerts.h"
 #include "receiver/events/event_queue.h"
@@ -36,7 +33,6 @@
 #include "receiver/tables/psi_decoder.h"
 #include "receiver/tables/psip_decoder.h"
 #include "receiver/tables/psip_text.h"
-#include "receiver/tuners/live_tuner.h"
 #include "receiver/viewing/parental.h"
 #include "receiver/viewing/rating_regions.h"
 
@@ -52,12 +48,7 @@ constexpr std::chrono::seconds kPatience(20);  // more than enough on a machine 
 using broadcast::Bytes;
 using broadcast::bytesOf;
 
-[[noreturn]] void fail(const char* what) {
-  fprintf(stderr, "%s\n", what);
-  abort();
-}
-
-// A buffer of exactly the required size.
+// A buffer of exactly the size of a text.
 class Lent {
  public:
   explicit Lent(size_t size) : bytes_(size) {}
@@ -68,14 +59,20 @@ class Lent {
 };
 
 void checkText(const multiple_lang_t& text, size_t lent) {
-  if (text.length > lent || text.length % 2 != 0) fail("a text is larger than its buffer");
+  fuzz::require(text.length <= lent && text.length % 2 == 0, "a text in its buffer");
+}
+
+// Lets `fill` write a text.
+template <typename Fill>
+void takeText(size_t size, Fill fill) {
+  Lent buffer(size);
+  multiple_lang_t text = buffer.text();
+  fill(&text);
+  checkText(text, size);
 }
 
 void takeText(const std::string& text, size_t size) {
-  Lent buffer(size);
-  multiple_lang_t lent = buffer.text();
-  copyText(text, lent);
-  checkText(lent, size);
+  takeText(size, [&](multiple_lang_t* lent) { copyText(text, *lent); });
 }
 
 // Reads a list of sections: PID, table_id, table_id_extension, the byte with version_number,
@@ -97,15 +94,11 @@ Bytes packetsOfSections(fuzz::Input& input) {
   return stream.take();
 }
 
-void takeRegion(const RatingRegion& region) {
-  takeText(region.name, AIPC_TEXT_SIZE);
+void limitRegion(const RatingRegion& region) {
   AIPC_dime_t limits{};
   limits.region = region.number;
   for (size_t d = 0; d < region.dimensions.size(); ++d) {
-    takeText(region.dimensions[d].name, AIPC_TEXT_SIZE);
     for (size_t v = 0; v < region.dimensions[d].values.size(); ++v) {
-      takeText(region.dimensions[d].values[v].abbreviation, AIPC_TEXT_SIZE);
-      takeText(region.dimensions[d].values[v].text, AIPC_TEXT_SIZE);
       encodeDownloadable(limits, region, static_cast<uint8_t>(d), static_cast<uint8_t>(v), true);
       encodeRating(limits, static_cast<uint8_t>(d), static_cast<uint8_t>(v), true);
     }
@@ -178,7 +171,7 @@ void decode(uint32_t source, const Bytes& stream) {
       (void)strict().check(shown.event.advisories, all);
     }
   }
-  for (const RatingRegionTable& table : psip.takeRatingRegions()) takeRegion(table.region);
+  for (const RatingRegionTable& table : psip.takeRatingRegions()) limitRegion(table.region);
 }
 
 // The folder with the carrier's file, created on first use.
@@ -194,53 +187,28 @@ const AirFolder& air() {
   return folder;
 }
 
+// What the receiver has reported from its threads.
+std::atomic<bool> scanned, played;
+
+void await(const std::atomic<bool>& report, const char* what) {
+  const auto end = std::chrono::steady_clock::now() + kPatience;
+  while (!report) {
+    fuzz::require(std::chrono::steady_clock::now() < end, what);
+    std::this_thread::yield();
+  }
+}
+
 void onEvent(AFW_event_t event, void* data) {
   if (data && (event == AFW_EAS_START_BLOCKING || event == AFW_EAS_START_NON_BLOCKING)) {
     const auto* text = static_cast<const multiple_lang_t*>(data);
     (void)std::string(reinterpret_cast<const char*>(text->text), text->length);
   }
+  if (event == AFW_CHANNEL_PLAY_SUCCESS || event == AFW_CHANNEL_PLAY_FAILURE) played = true;
   uint8_t priority = 0;
   AIFW_get_EAS_priority(&priority);
   const auto update = std::make_unique<AIFW_event_update_data>();
   if (event == AFW_EPG_UPDATE) AIFW_get_event_update_data(update.get());
 }
-
-// Runs a tuner for this stream alone until it has read the tables.
-void tune(uint32_t source, const Bytes& stream) {
-  air().write(source, kFrequency, stream);
-  ServiceList services("");
-  Guide guide;
-  EventQueue events;
-  RatingRegions regions("", events);
-  const AlertSettings settings;
-  const ServiceKey service{5, 1, kFrequency, source};
-  std::mutex mutex;
-  std::condition_variable changed;
-  bool read = false;
-  LiveTuner* tuning = nullptr;
-  atschost::Clock clock;
-  LiveTuner tuner(
-      atschost::hostAir(), clock, services, guide, regions, settings, events, [] {},
-      [&] {
-        std::lock_guard<std::mutex> lock(mutex);
-        read = tuning->hasRead(service);
-        changed.notify_all();
-      });
-  tuning = &tuner;
-  events.setCallback(onEvent);
-  tuner.play(service);
-  std::unique_lock<std::mutex> lock(mutex);
-  if (!changed.wait_for(lock, kPatience, [&] { return read; })) fail("the tuner does not read");
-  lock.unlock();
-  tuner.shutDown();
-  events.shutDown(kPatience);
-}
-
-struct Scan {
-  std::mutex mutex;
-  std::condition_variable changed;
-  bool over = false;
-} scanning;
 
 void scan(uint32_t source) {
   AICS_search_request request{};
@@ -248,22 +216,18 @@ void scan(uint32_t source) {
   request.always_2 = 2;
   request.frequency = kFrequency;
   request.source = static_cast<uint8_t>(source);
-  std::unique_lock<std::mutex> lock(scanning.mutex);
-  scanning.over = false;
-  const auto over = [](void*, int state) {
-    std::lock_guard<std::mutex> lock(scanning.mutex);
-    scanning.over = state == AICS_STATE_OVER;
-    scanning.changed.notify_all();
+  const auto report = [](void*, int state) {
+    if (state == AICS_STATE_OVER) scanned = true;
   };
+  scanned = false;
   // The last scan can still run when it reports its end.
-  while (AICS_start_search(&request, over) != 0) std::this_thread::yield();
-  if (!scanning.changed.wait_for(lock, kPatience, [] { return scanning.over; }))
-    fail("the scan does not end");
+  while (AICS_start_search(&request, report) != 0) std::this_thread::yield();
+  await(scanned, "a scan that ends");
 }
 
 void readEvents(const AISRV_service_info& service) {
   uint16_t total = 0;
-  if (AIEC_get_total_events(&service, &total) != 0) fail("a listed service has no guide");
+  fuzz::require(AIEC_get_total_events(&service, &total) == 0, "a guide of a listed service");
   const uint16_t count = std::min<uint16_t>(total, 64);
   std::vector<Lent> names(count, Lent(AIEC_NAME_SIZE)), ratings(count, Lent(AIEC_RATING_SIZE));
   std::vector<AIEC_event_info> events(count);
@@ -277,14 +241,12 @@ void readEvents(const AISRV_service_info& service) {
     const AIEC_event_info& event = events[i];
     checkText(event.name, AIEC_NAME_SIZE);
     checkText(event.rating, AIEC_RATING_SIZE);
-    if (event.genre_count > AIEC_MAX_GENRES) fail("too many genres");
-    Lent description(AIEC_DESCRIPTION_SIZE), rating(AIEC_RATING_SIZE);
-    multiple_lang_t text = description.text();
-    AIEC_get_event_description(&event.key, &text);
-    checkText(text, AIEC_DESCRIPTION_SIZE);
-    text = rating.text();
-    AIEC_get_multiple_event_rating_string(&event.key, &text);
-    checkText(text, AIEC_RATING_SIZE);
+    fuzz::require(event.genre_count <= AIEC_MAX_GENRES, "genres");
+    takeText(AIEC_DESCRIPTION_SIZE,
+             [&](multiple_lang_t* text) { AIEC_get_event_description(&event.key, text); });
+    takeText(AIEC_RATING_SIZE, [&](multiple_lang_t* text) {
+      AIEC_get_multiple_event_rating_string(&event.key, text);
+    });
   }
   if (copied > 0) {
     const AIEC_event_key key = events[0].key;
@@ -304,12 +266,11 @@ void readServices(uint32_t source) {
   for (const AISRV_service_info& record : records) {
     checkText(record.name, 50);
     const auto pids = std::make_unique<AISRV_pid_details>();
-    if (AISRV_get_pid_details(&record, pids.get()) == 0 && pids->count > AISRV_MAX_PIDS)
-      fail("too many streams");
+    AISRV_get_pid_details(&record, pids.get());
+    fuzz::require(pids->count <= AISRV_MAX_PIDS, "streams");
     const auto captions = std::make_unique<AICC_cc_service_data>();
-    if (AICC_get_cc_service_data(0, &record, captions.get()) == 0 &&
-        captions->count > AICC_MAX_SERVICES)
-      fail("too many caption services");
+    AICC_get_cc_service_data(0, &record, captions.get());
+    fuzz::require(captions->count <= AICC_MAX_SERVICES, "caption services");
     uint8_t advisories = AISRV_MAX_ADVISORIES;
     uint8_t regions[AISRV_MAX_ADVISORIES];
     AISRV_get_CAD_list(&record, &advisories, regions);
@@ -325,19 +286,23 @@ void readRegions() {
   uint8_t regions[255];
   AIPC_get_RRT_regions(1, &count, regions);
   for (size_t i = 0; i < count; ++i) {
-    Lent buffer(AIPC_TEXT_SIZE), other(AIPC_TEXT_SIZE);
-    AIPC_RRT_details details{0, buffer.text()};
-    uint8_t version = 0, dimensions = 0;
-    AIPC_get_RRT_details_with_version(1, regions[i], &details, &version);
-    checkText(details.name, AIPC_TEXT_SIZE);
+    takeText(AIPC_TEXT_SIZE, [&](multiple_lang_t* name) {
+      uint8_t version = 0;
+      AIPC_RRT_details details{0, *name};
+      AIPC_get_RRT_details_with_version(1, regions[i], &details, &version);
+      *name = details.name;
+    });
+    uint8_t dimensions = 0;
     AIPC_num_of_dimension(1, regions[i], &dimensions);
     for (uint8_t d = 0; d < dimensions; ++d) {
-      multiple_lang_t name = buffer.text();
       uint8_t levels = 0, graduated = 0;
-      AIPC_dimension_name_grad(1, regions[i], d, &name, &levels, &graduated);
-      if (levels > AIPC_MAX_LEVELS) fail("too many rating values");
+      takeText(AIPC_TEXT_SIZE, [&](multiple_lang_t* name) {
+        AIPC_dimension_name_grad(1, regions[i], d, name, &levels, &graduated);
+      });
+      fuzz::require(levels <= AIPC_MAX_LEVELS, "rating values");
       for (uint8_t v = 0; v < levels; ++v) {
-        AIPC_rating_value_text texts{buffer.text(), other.text()};
+        Lent text(AIPC_TEXT_SIZE), abbreviation(AIPC_TEXT_SIZE);
+        AIPC_rating_value_text texts{abbreviation.text(), text.text()};
         AIPC_get_rating_value_text(1, regions[i], d, v, &texts);
       }
     }
@@ -356,7 +321,8 @@ void receive(uint32_t source, const Bytes& stream) {
   scan(source);
   readServices(source);
   readRegions();
-  AIFW_play_first_service(source, 0);
+  played = false;
+  if (AIFW_play_first_service(source, 0) == 0) await(played, "a channel that plays");
   AIFW_change_audio(2);
   AISRV_service_info current{};
   AICN_get_current(&current);
@@ -375,27 +341,17 @@ void receive(uint32_t source, const Bytes& stream) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   constexpr uint8_t kSyncByte = 0x47, kCable = 1, kPackets = 2;
-  constexpr uint8_t kReceiver = 0x1C, kTuned = 4, kAll = 8;  // other values: only the decoders
+  // Values of the bits for the receiver; others: only the decoders.
+  constexpr uint8_t kReceiver = 0x1C, kPlayed = 4, kScanned = 8;
   fuzz::Input input(data, size);
-  const bool isFile = size > 0 && data[0] == kSyncByte;
-  const uint8_t form = isFile ? kPackets : input.byte();
+  const uint8_t form = size > 0 && data[0] == kSyncByte ? kPackets : input.byte();
   const uint32_t source = form & kCable ? AI_INPUT_CABLE : AI_INPUT_TERRESTRIAL;
-  Bytes stream;
-  if (form & kPackets) {
-    stream = bytesOf(input.rest());
+  const Bytes stream = form & kPackets ? bytesOf(input.rest()) : packetsOfSections(input);
+  const uint8_t receiver = form & kReceiver;
+  if (receiver == kPlayed || receiver == kScanned) {
+    receive(source, stream);
   } else {
-    stream = packetsOfSections(input);
-  }
-  switch (form & kReceiver) {
-    case kTuned:
-      tune(source, stream);
-      break;
-    case kAll:
-      receive(source, stream);
-      break;
-    default:
-      decode(source, stream);
-      break;
+    decode(source, stream);
   }
   return 0;
 }

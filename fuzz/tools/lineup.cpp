@@ -2,10 +2,9 @@
 // receiver must not drop any written section.
 #include "lineup.h"
 
-#include <cstdio>
-#include <cstdlib>
 #include <string>
 
+#include "input.h"
 #include "mux.h"
 #include "receiver/stream/demux.h"
 #include "receiver/tables/psi_decoder.h"
@@ -17,15 +16,8 @@ constexpr size_t kMostChannels = 3;             // a stream is up to 3 MB
 constexpr uint32_t kFirstTime = 1'300'000'000;  // GPS seconds
 constexpr uint32_t kTimes = 100'000'000;
 
-[[noreturn]] void fail(const std::string& what) {
-  fprintf(stderr, "%s\n", what.c_str());
-  abort();
-}
-
 void checkLine(const std::string& line) {
-  for (const char letter : line) {
-    if (letter < ' ' || letter > '~') fail("an error is not a printable line: " + line);
-  }
+  for (const char letter : line) fuzz::require(letter >= ' ' && letter <= '~', "printable", line);
 }
 
 void receive(psipmux::Medium medium, const psipmux::Bytes& stream) {
@@ -39,7 +31,8 @@ void receive(psipmux::Medium medium, const psipmux::Bytes& stream) {
   demux.push(stream.data(), stream.size());
   demux.finish();
   psip.endPass();
-  if (const std::string faults = demux.takeFaults(); !faults.empty()) fail("received: " + faults);
+  const std::string faults = demux.takeFaults();
+  fuzz::require(faults.empty(), "sections without faults", faults);
   (void)psip.guide();
 }
 
