@@ -4,18 +4,6 @@
 
 namespace {
 
-// Returns whether a command is queued: a channel change runs on another thread, 100 ms apart, and
-// has a separate fuzzer.
-bool isQueued(const std::string& line) {
-  try {
-    Json::Value request;
-    return Json::Reader().parse(line, request, false) && request.isObject() &&
-           request.get("class", "") == "FW" && request.get("command", "") == "CHANNELCHANGE";
-  } catch (const std::exception&) {
-    return false;
-  }
-}
-
 void command(const std::string& line) {
   char* text = nullptr;
   const int result = ATSC_TransmitServiceClientJSONCommand(line.c_str(), &text);
@@ -49,7 +37,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   fake::setNoise(input.rest());
   input = noise;
   for (const std::string& line : lines) {
-    if (isQueued(line)) continue;
+    // A channel change runs on another thread, 100 ms apart, and has a separate fuzzer.
+    if (line.find("CHANNELCHANGE") != std::string::npos) continue;
     command(line);
     if ((flags & 4) != 0) reportScan(input);
   }

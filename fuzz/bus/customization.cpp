@@ -14,12 +14,15 @@ extern "C" void __wrap__Z23_ATSC_Service_Task_initv() {}
 
 namespace {
 
-void write(const std::string& path, const std::string& text) {
-  std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
-}
+struct IgnoreCase {
+  bool operator()(const std::string& a, const std::string& b) const {
+    return strcasecmp(a.c_str(), b.c_str()) < 0;
+  }
+};
+using Names = std::set<std::string, IgnoreCase>;
 
 void customize(const fuzz::Harness& harness, const std::string& text) {
-  write(harness.path("custom.json"), text);
+  writeFile(harness.path("custom.json"), text);
   ATSCCustomizedParameter record;
   memset(&record, 0xAA, sizeof record);
   ATSC_Service_init(&record);
@@ -42,23 +45,20 @@ void customize(const fuzz::Harness& harness, const std::string& text) {
 }
 
 // Loads customer columns, updates the tables, and adds the names of the columns to `names`.
-void addColumns(const fuzz::Harness& harness, const std::string& text,
-                std::set<std::string>& names) {
-  write(harness.path("columns.json"), text);
+void addColumns(const fuzz::Harness& harness, const std::string& text, Names& names) {
+  writeFile(harness.path("columns.json"), text);
   const int result = _ATSC_Service_db_cus_init();
   fuzz::require(result == 0 || result == -1, "a result of 0 or -1", text);
   _ATSC_Service_db_createChannelDB();
   for (unsigned i = 0; i < atsc_service_db_custom_column_count; ++i) {
-    ATSC_Service_db_layout column = atsc_service_db_custom_column[i];
+    const ATSC_Service_db_layout& column = atsc_service_db_custom_column[i];
     fuzz::require(memchr(column.name, '\0', sizeof column.name) != nullptr, "a NUL", text);
-    for (char& c : column.name) c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
     names.insert(column.name);
   }
 }
 
 // Checks that each table has the layout's columns, END and the customer's.
-void checkTables(const fuzz::Harness& harness, const std::set<std::string>& names,
-                 const std::string& text) {
+void checkTables(const fuzz::Harness& harness, const Names& names, const std::string& text) {
   SQLite::Database database(harness.path("channels.db3"));
   for (const char* table : {"channel_data_t", "channel_data_c"}) {
     size_t found = 0;
@@ -66,9 +66,7 @@ void checkTables(const fuzz::Harness& harness, const std::set<std::string>& name
     SQLite::Statement rows(database,
                            "SELECT name FROM pragma_table_info('" + std::string(table) + "')");
     for (; rows.executeStep(); ++columns) {
-      std::string name = rows.getColumn(0).getString();
-      for (char& c : name) c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-      found += names.count(name);
+      found += names.count(rows.getColumn(0).getString());
     }
     fuzz::require(found == names.size(), "the customer's columns", text);
     fuzz::require(columns == ATSC_CHANNEL_COLUMNS + 1 + found, "no other columns", text);
@@ -90,7 +88,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   // A new set, or a set that has run without customer columns.
   if ((flags & 2) != 0) unlink(harness.path("channels.db3").c_str());
   atsc_service_db_custom_column_count = 0;
-  std::set<std::string> names;
+  Names names;
   const size_t end = text.find('\f');
   addColumns(harness, text.substr(0, end), names);
   if (end != std::string::npos) addColumns(harness, text.substr(end + 1), names);

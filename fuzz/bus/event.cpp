@@ -60,11 +60,7 @@ void report(int32_t event, fuzz::Input& input) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   fuzz::Harness& harness = fuzz::Harness::instance();
-  static const bool started = [] {
-    ATSC_Service_init(nullptr);
-    return true;
-  }();
-  (void)started;
+  [[maybe_unused]] static const bool started = (ATSC_Service_init(nullptr), true);
   harness.reset();
   fuzz::Input input(data, size);
   std::vector<int32_t> events;
@@ -75,11 +71,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (step < 0xFF) events.push_back(step - 1);
     if (events.size() > 64) break;
   }
-  {
-    const std::lock_guard<std::mutex> lock(gMutex);
-    gSent.clear();
-    gLasts = 0;
-  }
+  std::unique_lock<std::mutex> lock(gMutex);
+  gSent.clear();
+  gLasts = 0;
+  lock.unlock();
   fake::onSend(onSend);
   const uint8_t flags = input.byte();
   fuzz::Input noise = input;
@@ -101,7 +96,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     ATSC_Service_event_cb(kLastOfGuide, nullptr);
     ++lasts;
   }
-  std::unique_lock<std::mutex> lock(gMutex);
+  lock.lock();
   gChanged.wait(lock, [&] { return gLasts >= lasts; });
   for (const std::string& text : gSent) {
     const Json::Value message = fuzz::parsed(text);

@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <cstring>
 #include <mutex>
 #include <stdexcept>
@@ -21,7 +20,6 @@
 #include "bus/socket.h"
 #include "bus_lifetime.h"
 #include "input.h"
-#include "raw_peer.h"
 
 namespace {
 
@@ -31,11 +29,6 @@ constexpr uint32_t kMirror = 0x4D4D4D4D;  // a code that echoes; other codes are
 constexpr uint32_t kThrow = 0x4D4D4D4E;
 constexpr uint32_t kLarge = 0x4D4D4D4F;
 constexpr size_t kLargeText = 600'000;  // more than a socket buffers
-
-[[noreturn]] void fail(const char* what) {
-  fprintf(stderr, "%s\n", what);
-  abort();
-}
 
 std::string nameOf(const char* what) { return "fuzz." + std::to_string(::getpid()) + "." + what; }
 
@@ -71,9 +64,13 @@ void mirror(BUSClientInterface& client, int32_t number) {
   data.writeCString(text.c_str());
   data.writeInt32(number);
   // The first pair of bits requests a text, the second a number.
-  if (client.transact(1 | 2 << 2, data, &reply, 0) != 0) fail("a call was not answered");
+  fuzz::require(client.transact(1 | 2 << 2, data, &reply, 0) == 0, "an answer");
   const char* const echoed = reply.readCString();
-  if (echoed == nullptr || text != echoed || reply.readInt32() != number) fail("a wrong answer");
+  fuzz::require(echoed != nullptr && text == echoed && reply.readInt32() == number, "the answer");
+}
+
+std::string word(uint32_t value) {
+  return std::string(reinterpret_cast<const char*>(&value), sizeof value);
 }
 
 // Returns items, which are valid unless a byte selects a fault.
@@ -116,26 +113,38 @@ std::string frame(fuzz::Input& input, bus::FrameKind usual, uint32_t code) {
   return word(kind) + word(length) + word(code) + word(input.byte()) + body;
 }
 
-// A connection that never waits.
-struct Attacker : RawPeer {
-  using RawPeer::RawPeer;
+// A connection that sends arbitrary bytes and never waits.
+class RawPeer {
+ public:
+  explicit RawPeer(const std::string& path) : socket_(bus::streamSocket(false)) {
+    const bus::Address address(path);
+    if (::connect(socket_.get(), address.get(), address.size()) != 0) socket_.reset();
+  }
+  RawPeer() = default;
 
+  void send(const std::string& bytes) {
+    (void)!::send(socket_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+  }
+  void finish() { ::shutdown(socket_.get(), SHUT_WR); }
   // Receives available bytes, which must be replies.
-  void receiveReplies() {
-    input_ += receive(SIZE_MAX, MSG_DONTWAIT);
+  void receive() {
+    char bytes[4096];
+    for (ssize_t got; (got = ::recv(socket_.get(), bytes, sizeof bytes, MSG_DONTWAIT)) > 0;)
+      input_.append(bytes, static_cast<size_t>(got));
     while (input_.size() >= bus::kHeaderSize) {
       const bus::FrameHeader header = bus::readHeader(input_.data());
-      if (header.kind != bus::FrameKind::kReply && header.kind != bus::FrameKind::kFailure)
-        fail("the server sends something else than replies");
+      fuzz::require(
+          header.kind == bus::FrameKind::kReply || header.kind == bus::FrameKind::kFailure,
+          "replies of the server");
       if (input_.size() < bus::kHeaderSize + header.length) break;
       BUSPlatform::Parcel parcel;
-      if (!parcel.load(input_.data() + bus::kHeaderSize, header.length))
-        fail("the server sends malformed items");
+      fuzz::require(parcel.load(input_.data() + bus::kHeaderSize, header.length), "items");
       input_.erase(0, bus::kHeaderSize + header.length);
     }
   }
 
  private:
+  bus::Fd socket_;
   std::string input_;
 };
 
@@ -145,22 +154,23 @@ void attackServer(fuzz::Input& input) {
   static const std::string name = nameOf("server");
   static Server server(name);
   static BUSClientInterface client(name.c_str(), "fuzz");
-  std::array<Attacker, 4> peers;
+  std::array<RawPeer, 4> peers;
   int32_t calls = 0;
   while (input.left() > 0) {
-    Attacker& peer = peers[input.below(peers.size())];
-    switch (input.below(10)) {
+    RawPeer& peer = peers[input.below(peers.size())];
+    const uint32_t action = input.below(10);
+    switch (action) {
       case 0:
-        peer = Attacker(name);
+        peer = RawPeer(bus::socketPath(name));
         break;
       case 1:
-        peer = Attacker();
+        peer = RawPeer();
         break;
       case 2:
         peer.finish();
         break;
       case 3:
-        peer.receiveReplies();
+        peer.receive();
         break;
       case 4:
         peer.send(input.bytes(input.byte()));
@@ -168,27 +178,19 @@ void attackServer(fuzz::Input& input) {
       case 5:
         peer.send(std::string(input.number<uint16_t>(), static_cast<char>(input.byte())));
         break;
-      case 6:
-        peer.send(frame(input, bus::FrameKind::kRequest, kLarge));
-        break;
-      case 7: {
-        const std::string whole = frame(input, bus::FrameKind::kRequest, kMirror);
-        const size_t half = std::min<size_t>(input.byte(), whole.size());
+      default: {
+        const uint32_t code = action == 6 ? kLarge : action == 8 ? kThrow : kMirror;
+        const std::string whole = frame(input, bus::FrameKind::kRequest, code);
+        const size_t half = action == 7 ? std::min<size_t>(input.byte(), whole.size()) : 0;
         peer.send(whole.substr(0, half));
-        mirror(client, ++calls);
+        if (action == 7) mirror(client, ++calls);
         peer.send(whole.substr(half));
         break;
       }
-      case 8:
-        peer.send(frame(input, bus::FrameKind::kRequest, kThrow));
-        break;
-      default:
-        peer.send(frame(input, bus::FrameKind::kRequest, kMirror));
-        break;
     }
     mirror(client, ++calls);
   }
-  for (Attacker& peer : peers) peer.receiveReplies();
+  for (RawPeer& peer : peers) peer.receive();
 }
 
 // Answers requests with given bytes, in two pieces.
@@ -199,11 +201,10 @@ class Liar {
     const std::string hidden = "/tmp/" + name();
     const bus::Address address(hidden);
     ::unlink(hidden.c_str());
-    if (::bind(listener_.get(), address.get(), address.size()) != 0 ||
-        ::listen(listener_.get(), 8) != 0 ||
-        ::rename(hidden.c_str(), bus::socketPath(name()).c_str()) != 0) {
-      fail("cannot listen");
-    }
+    fuzz::require(::bind(listener_.get(), address.get(), address.size()) == 0 &&
+                      ::listen(listener_.get(), 8) == 0 &&
+                      ::rename(hidden.c_str(), bus::socketPath(name()).c_str()) == 0,
+                  "a listener");
     std::thread([this] { run(); }).detach();
   }
 
@@ -253,22 +254,8 @@ Sound judge(const std::string& bytes, uint32_t code) {
   if (header.length > body.size()) return Sound::kNo;
   if (header.length < body.size()) return Sound::kWithMore;
   if (failure) return Sound::kFailure;
-  for (size_t at = 0; at < header.length;) {
-    const size_t left = header.length - at;
-    size_t size = 5;
-    if (left < size) return Sound::kNo;
-    if (body[at] == 's') {
-      uint32_t text = 0;
-      std::memcpy(&text, body.data() + at + 1, sizeof text);
-      if (text > left - size || body.find('\0', at + size) != at + size + text - 1)
-        return Sound::kNo;
-      size += text;
-    } else if (body[at] != 'i') {
-      return Sound::kNo;
-    }
-    at += size;
-  }
-  return Sound::kYes;
+  BUSPlatform::Parcel items;
+  return items.load(body.data(), header.length) ? Sound::kYes : Sound::kNo;
 }
 
 void lieToClient(fuzz::Input& input) {
@@ -288,12 +275,11 @@ void lieToClient(fuzz::Input& input) {
     data.writeInt32(1);
     reply.writeCString("before");
     const int result = client.transact(code, data, form & 2 ? nullptr : &reply, form);
-    if (sound == Sound::kYes && result != 0) fail("a sound reply was refused");
-    if ((sound == Sound::kNo || sound == Sound::kFailure) && result == 0)
-      fail("a malformed reply was taken");
+    if (sound != Sound::kWithMore)
+      fuzz::require((result == 0) == (sound == Sound::kYes), "success with a sound reply");
     if (form & 2) continue;
-    if (result != 0 && (reply.readCString() != nullptr || reply.readInt32() != 0))
-      fail("a failed call has a reply");
+    if (result != 0)
+      fuzz::require(reply.readCString() == nullptr && reply.readInt32() == 0, "no reply");
     for (unsigned i = 0; i < 8; ++i) {
       if (const char* text = reply.readCString()) (void)std::string(text);
       if (form & 4) (void)reply.readInt32();

@@ -99,15 +99,15 @@ Bytes streamOf(const std::string& json, uint32_t time = kSomeTime) {
   return psipmux::multiplex(lineup, lineup.channels[0], time);
 }
 
-// Returns a lineup of `count` services with an audio stream and the longest extended name.
-std::string largeLineup(unsigned count) {
+// Returns a lineup of `count` services with an audio stream and a long extended name.
+std::string largeLineup(unsigned count, size_t units = 247) {
   std::string services;
   for (unsigned i = 1; i <= count; ++i) {
     const std::string number = std::to_string(i);
     services += (i == 1 ? R"({"program": )" : R"(, {"program": )") + number + R"(, "pmt_pid": )" +
                 std::to_string(30 + 2 * i) + R"(, "major": 9, "minor": )" + number +
                 R"(, "source_id": )" + number + R"(, "name": "Many", "extended_name": ")" +
-                std::string(247, 'x') +
+                std::string(units, 'x') +
                 R"(", "streams": [{"type": "ac3", "language": "eng", "pid": )" +
                 std::to_string(31 + 2 * i) + "}]}";
   }
@@ -127,7 +127,7 @@ TEST(PsipmuxTables, EveryFieldReachesTheStream) {
     "channels": [{"frequency": 177000000, "tsid": 1, "version": 3, "guide_version": 31, "services": [
       {"program": 3, "pmt_pid": 48, "major": 9, "minor": 7, "name": "One", "source_id": 258,
        "streams": [], "guide_offset": 30, "rating_in": "both", "programmes": [
-        {"minutes": 180, "title": {"fra": "Été", "spa": "Ł"}, "description": "D",
+        {"minutes": 180, "title": {"fra": "Été", "spa": "Ł\u07FF\u0800\uD800\uDC00"}, "description": "D",
          "rating": {"us_tv": "TV-14-D-V", "us_movie": "PG-13", "ca_english": "14+",
           "ca_french": "13 ans+", "regions": [{"region": 5, "dimensions": {"10": 2}}]},
          "captions": ["eng", {"language": "spa", "service": 5, "wide": true},
@@ -145,7 +145,7 @@ TEST(PsipmuxTables, EveryFieldReachesTheStream) {
         "34 2d 44 2d 56 2 2 0 f5 1 f3 b 1 65 6e 67 1 0 0 3 31 34 2b 5 1 a f2 0] PCR 8191",
         "PMT 4 at 49 version 29 [87: c1 2 2 0 f2 1 f1 b 1 65 6e 67 1 0 0 3 43 38 2b] PCR 8191",
         "MGT version 2 type 0 at 8187 version 3 bytes 90",
-        "MGT version 2 type 256 at 7424 version 2 bytes 247",
+        "MGT version 2 type 256 at 7424 version 2 bytes 255",
         "MGT version 2 type 257 at 7425 version 2 bytes 134",
         "MGT version 2 type 512 at 7680 version 2 bytes 26",
         "MGT version 2 type 773 at 8187 version 9 bytes 69",
@@ -158,7 +158,7 @@ TEST(PsipmuxTables, EveryFieldReachesTheStream) {
         "section [ca: f0 42 ff 5 d3 0 0 0 9 1 65 6e 67 1 0 0 1 52 1 9 1 65 6e 67 1 0 0 1 44 f2 "
         "5 1 65 6e 67 0 5 1 65 6e 67 0 9 1 65 6e 67 1 0 0 1 41 9 1 65 6e 67 1 0 0 1 c5 fc 0]",
         "EIT 0 source 258 version 2 event 3462 at 1460853018 for 10800 etm 1 "
-        "[0: 2 66 72 61 1 0 0 3 c9 74 e9 73 70 61 1 0 3f 2 1 41] "
+        "[0: 2 66 72 61 1 0 0 3 c9 74 e9 73 70 61 1 0 3f a 1 41 7 ff 8 0 d8 0 dc 0] "
         "[86: e3 65 6e 67 c1 3f ff 73 70 61 c5 7f ff 66 72 61 7f bf ff] "
         "[87: c3 1 4 0 f4 1 f1 4 f1 7 f4 11 1 65 6e 67 1 0 0 9 54 56 2d 31 34 2d 44 2d 56 "
         "2 2 0 f5 1 f3 b 1 65 6e 67 1 0 0 3 31 34 2b 5 1 a f2 0] [ab: e3 20 ad 22]",
@@ -275,11 +275,11 @@ TEST(PsipmuxTables, LargeTablesAreSplitAndTooLargeOnesAreErrors) {
     std::string counts;
     Lines lines;
   } kCases[] = {
-      // Three services in each section of the VCT.
-      {largeLineup(60),
+      // Four services fill a section of the VCT.
+      {largeLineup(60, 199),
        752'000,
        "MGT 1 PAT 1 PMT 60 STT 1 TVCT 1 channel 60 ",
-       {"MGT version 0 type 0 at 8187 version 0 bytes 18320"}},
+       {"MGT version 0 type 0 at 8187 version 0 bytes 15360"}},
       {longGuide(96, 253),
        3'008'000,
        "EIT 1152 ETT 1152 MGT 65 PAT 1 PMT 1 STT 1 TVCT 1 channel 1 ",
@@ -362,6 +362,9 @@ constexpr char kGood[] = R"({"medium": "cable", "channels": [
 
 TEST(PsipmuxErrors, InvalidLineupsNameTheKeyAndTheReason) {
   ASSERT_EQ("no error", errorOf(kGood));
+  const std::string kAlert =
+      "{'sequence': 1, 'originator': 'EAS', 'event_code': 'RWT', "
+      "'priority': 3, 'locations': [{'state': 42}]}";
   // Replacement in the valid lineup, with ' for ", and the error, with @ for the first service of
   // channels[1] and # for the second of channels[0].
   const struct {
@@ -376,6 +379,7 @@ TEST(PsipmuxErrors, InvalidLineupsNameTheKeyAndTheReason) {
       {"[]}]},", "{}}]},", "#streams: must be an array"},
       {"{'type': 'h264', 'pid': 33}", "3", "channels[0].services[0].streams[0]: must be an object"},
       {"'minor': 5", "'minor': -1", "@minor: must be 0 to 999"},
+      {"'program': 2", "'program': 1", "#program: already used by channels[0].services[0].program"},
       {"63000000", "57000000", "channels[1].frequency: already used by channels[0].frequency"},
       {"'minor': 5", "'minor': 1", "@minor: already used by channels[0].services[0].minor"},
       {"'source_id': 4096", "'source_id': 4095",
@@ -414,6 +418,8 @@ TEST(PsipmuxErrors, InvalidLineupsNameTheKeyAndTheReason) {
        "TV-14-D-L-S-V"},
       {"'tsid': 2", "'tsid': 2, 'alerts': [{'sequence': 1, 'originator': 'EASY'}]",
        "channels[1].alerts[0].originator: must be 3 ASCII characters"},
+      {"'tsid': 2", "'tsid': 2, 'alerts': [" + kAlert + ", " + kAlert + "]",
+       "channels[1].alerts[1].sequence: already used by channels[1].alerts[0].sequence"},
       {"36", "36, 'second_language': 'spa'",
        "channels[0].services[0].streams[1].second_language: only with dual_mono and language"},
       {"'Two'", "'Two', 'rating_in': 'pmt'", "#rating_in: only with programmes"},
