@@ -25,16 +25,12 @@
 #include "packets.h"
 #include "receiver/events/alerts.h"
 #include "receiver/events/event_queue.h"
-#include "receiver/station/audio.h"
 #include "receiver/station/guide.h"
 #include "receiver/station/local_time.h"
 #include "receiver/station/service_list.h"
 #include "receiver/stream/demux.h"
 #include "receiver/tables/psi_decoder.h"
 #include "receiver/tables/psip_decoder.h"
-#include "receiver/tables/psip_text.h"
-#include "receiver/viewing/parental.h"
-#include "receiver/viewing/rating_regions.h"
 
 using namespace atschost;
 
@@ -71,10 +67,6 @@ void takeText(size_t size, Fill fill) {
   checkText(text, size);
 }
 
-void takeText(const std::string& text, size_t size) {
-  takeText(size, [&](multiple_lang_t* lent) { copyText(text, *lent); });
-}
-
 // Reads a list of sections: PID, table_id, table_id_extension, the byte with version_number,
 // section_number, last_section_number, length of the body, body.
 Bytes packetsOfSections(fuzz::Input& input) {
@@ -92,30 +84,6 @@ Bytes packetsOfSections(fuzz::Input& input) {
     stream.write(pid, broadcast::sealed(section));
   }
   return stream.take();
-}
-
-void limitRegion(const RatingRegion& region) {
-  AIPC_dime_t limits{};
-  limits.region = region.number;
-  for (size_t d = 0; d < region.dimensions.size(); ++d) {
-    for (size_t v = 0; v < region.dimensions[d].values.size(); ++v) {
-      encodeDownloadable(limits, region, static_cast<uint8_t>(d), static_cast<uint8_t>(v), true);
-      encodeRating(limits, static_cast<uint8_t>(d), static_cast<uint8_t>(v), true);
-    }
-  }
-}
-
-const ParentalSettings& strict() {
-  static const ParentalSettings settings = [] {
-    ParentalSettings made;
-    made.details.enabled = 1;
-    AIPC_dime_t limits{0, 2, 1, 1, 1, 1, 1, 2, 1, 1, {}};
-    for (auto& dimension : limits.downloadable)
-      for (uint8_t& value : dimension) value = 1;
-    for (limits.region = 1; limits.region < 256; ++limits.region) made.setLimits(limits);
-    return made;
-  }();
-  return settings;
 }
 
 // Runs the decoders in order, like a scan and a tuned carrier.
@@ -151,27 +119,7 @@ void decode(uint32_t source, const Bytes& stream) {
   alerts.stop();
   (void)demux.takeFaults();
   (void)psip.guideSettled();
-
-  for (const Service& service : buildServices(psi.tables(), source, kFrequency)) {
-    AISRV_service_info record{};
-    Lent name(7);  // less than the longest name
-    record.name = name.text();
-    copyRecord(service, record);
-    (void)audioTracks(service.streams);
-  }
-  const KnownRegions all = KnownRegions().set();
-  for (const auto& [program, advisories] : psi.tables().advisories)
-    (void)strict().check(advisories, all);
-  for (const uint16_t id : guide.sourceIds(source)) {
-    for (const ShownEvent& shown : *guide.events(source, kFrequency, id)) {
-      takeText(shown.event.title, AIEC_NAME_SIZE);
-      takeText(shown.event.rating, AIEC_RATING_SIZE);
-      takeText(shown.event.otherRatings, AIEC_RATING_SIZE);
-      takeText(shown.description, AIEC_DESCRIPTION_SIZE);
-      (void)strict().check(shown.event.advisories, all);
-    }
-  }
-  for (const RatingRegionTable& table : psip.takeRatingRegions()) limitRegion(table.region);
+  (void)buildServices(psi.tables(), source, kFrequency);
 }
 
 // The folder with the carrier's file, created on first use.
@@ -255,16 +203,17 @@ void readEvents(const AISRV_service_info& service) {
 }
 
 void readServices(uint32_t source) {
+  constexpr size_t kNameSize = 13;  // less than the longest name
   const AISRV_query_filter filter{};
   uint32_t count = 0;
   AISRV_get_total_services(source, AISRV_SERVICE_MASK, &filter, 0, &count);
-  std::vector<Lent> names(count, Lent(50));
+  std::vector<Lent> names(count, Lent(kNameSize));
   std::vector<AISRV_service_info> records(count);
   for (size_t i = 0; i < count; ++i) records[i].name = names[i].text();
   AISRV_get_n_services(source, AISRV_SERVICE_MASK, 0, &filter, 0, 0, &count, records.data());
   records.resize(count);
   for (const AISRV_service_info& record : records) {
-    checkText(record.name, 50);
+    checkText(record.name, kNameSize);
     const auto pids = std::make_unique<AISRV_pid_details>();
     AISRV_get_pid_details(&record, pids.get());
     fuzz::require(pids->count <= AISRV_MAX_PIDS, "streams");
@@ -281,11 +230,14 @@ void readServices(uint32_t source) {
   }
 }
 
+// Reads the regions and blocks all their values.
 void readRegions() {
   uint8_t count = 255;
   uint8_t regions[255];
   AIPC_get_RRT_regions(1, &count, regions);
   for (size_t i = 0; i < count; ++i) {
+    AIPC_dime_t limits{};
+    limits.region = regions[i];
     takeText(AIPC_TEXT_SIZE, [&](multiple_lang_t* name) {
       uint8_t version = 0;
       AIPC_RRT_details details{0, *name};
@@ -304,8 +256,11 @@ void readRegions() {
         Lent text(AIPC_TEXT_SIZE), abbreviation(AIPC_TEXT_SIZE);
         AIPC_rating_value_text texts{abbreviation.text(), text.text()};
         AIPC_get_rating_value_text(1, regions[i], d, v, &texts);
+        AIPC_drrt_rating_encode(&limits, d, v, 1);
+        AIPC_rating_encode(&limits, d, v, 1);
       }
     }
+    AIPC_store_rating(limits);
   }
 }
 
@@ -315,6 +270,7 @@ void receive(uint32_t source, const Bytes& stream) {
   [[maybe_unused]] static const bool made = [] {
     AIFW_register_frmwrk_app_cb(onEvent);
     AIPC_parental_details details{0, 1, 0, 0, 1, 0};
+    AIPC_store_rating({1, 2, 1, 1, 1, 1, 1, 2, 1, 1, {}});
     return AIPC_set_parental_details(&details) == 0 &&
            AIPC_set_rating_status_unrated_groups(1, AIPC_UNRATED_NO_RATING) == 0;
   }();
@@ -341,17 +297,12 @@ void receive(uint32_t source, const Bytes& stream) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   constexpr uint8_t kSyncByte = 0x47, kCable = 1, kPackets = 2;
-  // Values of the bits for the receiver; others: only the decoders.
-  constexpr uint8_t kReceiver = 0x1C, kPlayed = 4, kScanned = 8;
+  constexpr uint8_t kReceiver = 0x1C;  // the receiver where this is 4 or 8, else the decoders
   fuzz::Input input(data, size);
   const uint8_t form = size > 0 && data[0] == kSyncByte ? kPackets : input.byte();
   const uint32_t source = form & kCable ? AI_INPUT_CABLE : AI_INPUT_TERRESTRIAL;
   const Bytes stream = form & kPackets ? bytesOf(input.rest()) : packetsOfSections(input);
   const uint8_t receiver = form & kReceiver;
-  if (receiver == kPlayed || receiver == kScanned) {
-    receive(source, stream);
-  } else {
-    decode(source, stream);
-  }
+  (receiver == 4 || receiver == 8 ? receive : decode)(source, stream);
   return 0;
 }
