@@ -20,6 +20,7 @@
 #include "bus/socket.h"
 #include "bus_lifetime.h"
 #include "input.h"
+#include "raw_peer.h"
 
 namespace {
 
@@ -69,31 +70,19 @@ void mirror(BUSClientInterface& client, int32_t number) {
   fuzz::require(echoed != nullptr && text == echoed && reply.readInt32() == number, "the answer");
 }
 
-std::string word(uint32_t value) {
-  return std::string(reinterpret_cast<const char*>(&value), sizeof value);
-}
-
 // Returns items, which are valid unless a byte selects a fault.
 std::string items(fuzz::Input& input) {
   std::string all;
   for (unsigned count = input.below(8); count > 0; --count) {
-    switch (input.below(4)) {
-      case 0:
-        all += "i" + word(input.number<uint32_t>());
-        break;
-      case 1: {
-        std::string text = input.bytes(input.byte());
-        for (char& letter : text) letter = letter != '\0' ? letter : ' ';
-        all += "s" + word(static_cast<uint32_t>(text.size() + 1)) + text + '\0';
-        break;
-      }
-      case 2:
-        all += "s" + word(input.number<uint32_t>()) + input.bytes(input.byte());
-        break;
-      default:
-        all += input.bytes(input.byte());
-        break;
+    const uint32_t form = input.below(4);
+    if (form == 0) all += "i" + word(input.number<uint32_t>());
+    if (form == 1) {
+      std::string text = input.bytes(input.byte());
+      std::replace(text.begin(), text.end(), '\0', ' ');
+      all += "s" + word(static_cast<uint32_t>(text.size() + 1)) + text + '\0';
     }
+    if (form == 2) all += "s" + word(input.number<uint32_t>());
+    if (form >= 2) all += input.bytes(input.byte());
   }
   return all;
 }
@@ -113,24 +102,13 @@ std::string frame(fuzz::Input& input, bus::FrameKind usual, uint32_t code) {
   return word(kind) + word(length) + word(code) + word(input.byte()) + body;
 }
 
-// A connection that sends arbitrary bytes and never waits.
-class RawPeer {
- public:
-  explicit RawPeer(const std::string& path) : socket_(bus::streamSocket(false)) {
-    const bus::Address address(path);
-    if (::connect(socket_.get(), address.get(), address.size()) != 0) socket_.reset();
-  }
-  RawPeer() = default;
+// A connection that never waits.
+struct Attacker : RawPeer {
+  using RawPeer::RawPeer;
 
-  void send(const std::string& bytes) {
-    (void)!::send(socket_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
-  }
-  void finish() { ::shutdown(socket_.get(), SHUT_WR); }
   // Receives available bytes, which must be replies.
-  void receive() {
-    char bytes[4096];
-    for (ssize_t got; (got = ::recv(socket_.get(), bytes, sizeof bytes, MSG_DONTWAIT)) > 0;)
-      input_.append(bytes, static_cast<size_t>(got));
+  void receiveReplies() {
+    input_ += receive(SIZE_MAX, MSG_DONTWAIT);
     while (input_.size() >= bus::kHeaderSize) {
       const bus::FrameHeader header = bus::readHeader(input_.data());
       fuzz::require(
@@ -144,7 +122,6 @@ class RawPeer {
   }
 
  private:
-  bus::Fd socket_;
   std::string input_;
 };
 
@@ -154,43 +131,29 @@ void attackServer(fuzz::Input& input) {
   static const std::string name = nameOf("server");
   static Server server(name);
   static BUSClientInterface client(name.c_str(), "fuzz");
-  std::array<RawPeer, 4> peers;
+  std::array<Attacker, 4> peers;
   int32_t calls = 0;
   while (input.left() > 0) {
-    RawPeer& peer = peers[input.below(peers.size())];
+    Attacker& peer = peers[input.below(peers.size())];
     const uint32_t action = input.below(10);
-    switch (action) {
-      case 0:
-        peer = RawPeer(bus::socketPath(name));
-        break;
-      case 1:
-        peer = RawPeer();
-        break;
-      case 2:
-        peer.finish();
-        break;
-      case 3:
-        peer.receive();
-        break;
-      case 4:
-        peer.send(input.bytes(input.byte()));
-        break;
-      case 5:
-        peer.send(std::string(input.number<uint16_t>(), static_cast<char>(input.byte())));
-        break;
-      default: {
-        const uint32_t code = action == 6 ? kLarge : action == 8 ? kThrow : kMirror;
-        const std::string whole = frame(input, bus::FrameKind::kRequest, code);
-        const size_t half = action == 7 ? std::min<size_t>(input.byte(), whole.size()) : 0;
-        peer.send(whole.substr(0, half));
-        if (action == 7) mirror(client, ++calls);
-        peer.send(whole.substr(half));
-        break;
-      }
+    if (action == 0) peer = Attacker(name);
+    if (action == 1) peer = Attacker();
+    if (action == 2) peer.finish();
+    if (action == 3) peer.receiveReplies();
+    if (action == 4) peer.send(input.bytes(input.byte()));
+    if (action == 5)
+      peer.send(std::string(input.number<uint16_t>(), static_cast<char>(input.byte())));
+    if (action >= 6) {
+      const uint32_t code = action == 6 ? kLarge : action == 8 ? kThrow : kMirror;
+      const std::string whole = frame(input, bus::FrameKind::kRequest, code);
+      const size_t half = action == 7 ? std::min<size_t>(input.byte(), whole.size()) : 0;
+      peer.send(whole.substr(0, half));
+      if (half > 0) mirror(client, ++calls);
+      peer.send(whole.substr(half));
     }
     mirror(client, ++calls);
   }
-  for (RawPeer& peer : peers) peer.receive();
+  for (Attacker& peer : peers) peer.receiveReplies();
 }
 
 // Answers requests with given bytes, in two pieces.
