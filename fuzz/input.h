@@ -26,10 +26,10 @@ class Input {
 
   size_t left() const { return size_; }
 
-  // Returns the next bytes as a little-endian number, so that small numbers need few bytes.
-  template <typename Number>
-  Number number() {
-    Number value{};
+  // Returns the next bytes as a number or a record, with 0 for missing bytes.
+  template <typename Value>
+  Value value() {
+    Value value{};
     const std::string taken = bytes(sizeof value);
     std::memcpy(&value, taken.data(), taken.size());
     return value;
@@ -43,7 +43,7 @@ class Input {
 
   // Returns a number from 0 to below `end`.
   uint32_t below(uint32_t end) {
-    return (end <= 256 ? byte() : end <= 65536 ? number<uint16_t>() : number<uint32_t>()) % end;
+    return (end <= 256 ? byte() : end <= 65536 ? value<uint16_t>() : value<uint32_t>()) % end;
   }
 
   // Returns the next bytes, at most `count`.

@@ -205,8 +205,7 @@ std::string content(const std::string& path, const std::string& table) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static constexpr uint32_t kTimes[] = {1000, 1001, 999, 0, UINT32_MAX, 65535};
-  fuzz::Harness& harness = fuzz::Harness::instance();
-  harness.reset();
+  fuzz::Harness& harness = fuzz::Harness::restored();
   const std::string path = harness.path("channels.db3");
   const std::string copy = harness.path("rules.db3");
   fuzz::Input input(data, size);

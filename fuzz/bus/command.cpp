@@ -17,17 +17,14 @@ void reportScan(fuzz::Input& input) {
   const AICS_scan_callback callback = fake::scanCallback();
   if (callback == nullptr) return;
   const int state = input.byte() - 1;
-  const std::string bytes = input.bytes(sizeof(AICS_scan_progress));
-  AICS_scan_progress progress{};
-  std::memcpy(&progress, bytes.data(), bytes.size());
+  auto progress = input.value<AICS_scan_progress>();
   callback(state == -1 ? nullptr : &progress, state);
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  fuzz::Harness& harness = fuzz::Harness::instance();
-  harness.reset();
+  fuzz::Harness& harness = fuzz::Harness::restored();
   fuzz::Input input(data, size);
   const std::vector<std::string> lines = input.lines();
   const uint8_t flags = input.byte();

@@ -76,8 +76,7 @@ void checkTables(const fuzz::Harness& harness, const Names& names, const std::st
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  fuzz::Harness& harness = fuzz::Harness::instance();
-  harness.reset();
+  fuzz::Harness& harness = fuzz::Harness::restored();
   fuzz::Input input(data, size);
   const uint8_t flags = input.byte();
   const std::string text = input.rest();

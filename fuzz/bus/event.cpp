@@ -39,7 +39,7 @@ void report(int32_t event, fuzz::Input& input) {
   if (kind == 0) {
     ATSC_Service_event_cb(event, nullptr);
   } else if (isAlert(event)) {
-    const std::string bytes(input.bytes(kind >= 0xF0 ? input.number<uint16_t>() : kind / 2));
+    const std::string bytes(input.bytes(kind >= 0xF0 ? input.value<uint16_t>() : kind / 2));
     std::vector<uint8_t> text(bytes.begin(), bytes.end());
     text.shrink_to_fit();
     // A long text repeats a short text.
@@ -49,9 +49,7 @@ void report(int32_t event, fuzz::Input& input) {
     if (text.empty()) alert.length = kind;
     ATSC_Service_event_cb(event, &alert);
   } else {
-    const std::string bytes = input.bytes(sizeof(AIFW_time_data));
-    AIFW_time_data time{};
-    memcpy(&time, bytes.data(), bytes.size());
+    auto time = input.value<AIFW_time_data>();
     ATSC_Service_event_cb(event, &time);
   }
 }
@@ -59,15 +57,15 @@ void report(int32_t event, fuzz::Input& input) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  fuzz::Harness& harness = fuzz::Harness::instance();
-  [[maybe_unused]] static const bool started = (ATSC_Service_init(nullptr), true);
-  harness.reset();
+  fuzz::Harness::restored();
+  [[maybe_unused]] static const bool started =
+      (ATSC_Service_init(nullptr), fuzz::Harness::restored(), true);
   fuzz::Input input(data, size);
   std::vector<int32_t> events;
   for (;;) {
     const uint8_t step = input.byte();
     if (step == 0) break;
-    if (step == 0xFF) events.push_back(input.number<int32_t>());
+    if (step == 0xFF) events.push_back(input.value<int32_t>());
     if (step < 0xFF) events.push_back(step - 1);
     if (events.size() > 64) break;
   }

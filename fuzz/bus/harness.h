@@ -42,23 +42,14 @@ inline Json::Value parsed(const std::string& text) {
 // channels. Left over when a run ends with a finding.
 class Harness {
  public:
-  static Harness& instance() {
+  // Returns the harness with the platform and the files as before the first input.
+  static Harness& restored() {
     static Harness harness;
+    harness.reset();
     return harness;
   }
 
   std::string path(const std::string& name) const { return folder_.path() / name; }
-
-  // Restores the platform and the files as before the first input.
-  void reset() {
-    fake::reset();
-    fake::setRecording(false);
-    fillPlatform();
-    for (const auto& [name, content] : databases_) {
-      std::filesystem::remove(path(name + "-journal"));
-      writeFile(path(name), content);
-    }
-  }
 
   // Checks the channel database, if it exists.
   void checkChannels() const {
@@ -76,14 +67,23 @@ class Harness {
     setenv("ATSC_CUSTOM_DB_COLUMN_FILE", path("columns.json").c_str(), 1);
     // Discards the output of the library, which would dominate the run time.
     require(freopen("/dev/null", "w", stdout) != nullptr, "/dev/null");
-    fake::setRecording(false);
-    fillPlatform();
+    reset();
     *gChannel_DB_path = atsc::channelDatabasePath();
     for (const int input : {AI_INPUT_TERRESTRIAL, AI_INPUT_CABLE}) {
       ATSC_Service_db_UpdateChannel(input);
       ATSC_Service_db_UpdateEvent(input);
     }
     for (const char* name : {"channels.db3", "guide.db"}) databases_[name] = readFile(path(name));
+  }
+
+  void reset() {
+    fake::reset();
+    fake::setRecording(false);
+    fillPlatform();
+    for (const auto& [name, content] : databases_) {
+      std::filesystem::remove(path(name + "-journal"));
+      writeFile(path(name), content);
+    }
   }
 
   // Sets texts as long as the callers' buffers, for the noise to change.

@@ -54,8 +54,7 @@ void onCall(const std::string& call) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  fuzz::Harness& harness = fuzz::Harness::instance();
-  harness.reset();
+  fuzz::Harness::restored();
   fuzz::Input input(data, size);
   const std::vector<std::string> lines = input.lines();
   gProgress = kWaiting;

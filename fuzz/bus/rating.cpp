@@ -38,12 +38,7 @@ void checkDocument(AIPC_dime_t record) {
   fuzz::require(memcmp(&record, &again, sizeof record) == 0, "the record again", text);
 }
 
-void write(fuzz::Input& input) {
-  AIPC_dime_t record{};
-  const std::string bytes = input.rest();
-  memcpy(&record, bytes.data(), std::min(bytes.size(), sizeof record));
-  checkDocument(record);
-}
+void write(fuzz::Input& input) { checkDocument(input.value<AIPC_dime_t>()); }
 
 void read(fuzz::Input& input) {
   fake::setNoise(input.bytes(input.byte()));
@@ -62,7 +57,7 @@ void read(fuzz::Input& input) {
 // Texts of the rating tables.
 void convert(fuzz::Input& input) {
   const auto encoding = static_cast<int32_t>(input.below(3));
-  const uint16_t claimed = input.number<uint16_t>();
+  const uint16_t claimed = input.value<uint16_t>();
   const std::string bytes = input.rest();
   std::vector<uint8_t> lent(AIPC_TEXT_SIZE);
   std::copy_n(bytes.begin(), std::min(bytes.size(), lent.size()), lent.begin());
@@ -78,7 +73,7 @@ void convert(fuzz::Input& input) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static constexpr void (*kFunctions[])(fuzz::Input&) = {rewrite, write, read, convert};
-  fuzz::Harness::instance().reset();
+  fuzz::Harness::restored();
   fuzz::Input input(data, size);
   kFunctions[input.byte() % 4](input);
   return 0;

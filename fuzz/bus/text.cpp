@@ -50,10 +50,10 @@ void checkQuoting(const std::string& text) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  fuzz::Harness::instance();
+  fuzz::Harness::restored();
   fuzz::Input input(data, size);
   const auto encoding = static_cast<int32_t>(input.below(3));
-  const uint16_t claimed = input.number<uint16_t>();
+  const uint16_t claimed = input.value<uint16_t>();
   const std::string bytes = input.rest();
   std::vector<uint8_t> lent(bytes.begin(), bytes.end());
   const uint32_t capacity = static_cast<uint32_t>(lent.size());

@@ -75,13 +75,13 @@ std::string items(fuzz::Input& input) {
   std::string all;
   for (unsigned count = input.below(8); count > 0; --count) {
     const uint32_t form = input.below(4);
-    if (form == 0) all += "i" + word(input.number<uint32_t>());
+    if (form == 0) all += "i" + word(input.value<uint32_t>());
     if (form == 1) {
       std::string text = input.bytes(input.byte());
       std::replace(text.begin(), text.end(), '\0', ' ');
       all += "s" + word(static_cast<uint32_t>(text.size() + 1)) + text + '\0';
     }
-    if (form == 2) all += "s" + word(input.number<uint32_t>());
+    if (form == 2) all += "s" + word(input.value<uint32_t>());
     if (form >= 2) all += input.bytes(input.byte());
   }
   return all;
@@ -93,12 +93,12 @@ std::string frame(fuzz::Input& input, bus::FrameKind usual, uint32_t code) {
   uint32_t kind = static_cast<uint32_t>(usual);
   if (faults & 1) kind = static_cast<uint32_t>(bus::FrameKind::kRequestNoReply);
   if (faults & 2) kind = static_cast<uint32_t>(bus::FrameKind::kFailure);
-  if (faults & 4) kind = input.number<uint32_t>();
-  if (faults & 8) code = input.number<uint32_t>();
+  if (faults & 4) kind = input.value<uint32_t>();
+  if (faults & 8) code = input.value<uint32_t>();
   const std::string body = items(input);
   uint32_t length = static_cast<uint32_t>(body.size());
   if (faults & 16) length += input.byte() - 128u;
-  if (faults & 32) length = input.number<uint32_t>();
+  if (faults & 32) length = input.value<uint32_t>();
   return word(kind) + word(length) + word(code) + word(input.byte()) + body;
 }
 
@@ -142,7 +142,7 @@ void attackServer(fuzz::Input& input) {
     if (action == 3) peer.receiveReplies();
     if (action == 4) peer.send(input.bytes(input.byte()));
     if (action == 5)
-      peer.send(std::string(input.number<uint16_t>(), static_cast<char>(input.byte())));
+      peer.send(std::string(input.value<uint16_t>(), static_cast<char>(input.byte())));
     if (action >= 6) {
       const uint32_t code = action == 6 ? kLarge : action == 8 ? kThrow : kMirror;
       const std::string whole = frame(input, bus::FrameKind::kRequest, code);

@@ -72,12 +72,12 @@ void takeText(size_t size, Fill fill) {
 Bytes packetsOfSections(fuzz::Input& input) {
   psipmux::PacketWriter stream;
   while (input.left() > 0) {
-    const uint16_t pid = input.number<uint16_t>() & 0x1FFF;
+    const uint16_t pid = input.value<uint16_t>() & 0x1FFF;
     const uint8_t tableId = input.byte();
-    const uint16_t extension = input.number<uint16_t>();
+    const uint16_t extension = input.value<uint16_t>();
     const uint8_t version = input.byte(), number = input.byte(), last = input.byte();
     const std::string body =
-        input.bytes(std::min<size_t>(input.number<uint16_t>(), kMaxSectionSize - 12));
+        input.bytes(std::min<size_t>(input.value<uint16_t>(), kMaxSectionSize - 12));
     Bytes section = psipmux::longSection(tableId, extension, 0, number, last, bytesOf(body));
     section[1] |= 0x40;
     section[5] = version;

@@ -6,6 +6,7 @@
 #include <array>
 #include <filesystem>
 #include <map>
+#include <regex>
 #include <set>
 #include <string>
 #include <utility>
@@ -430,14 +431,12 @@ TEST(PsipmuxErrors, InvalidLineupsNameTheKeyAndTheReason) {
       {"36", "36, 'bsmod': 2, 'mainid': 1",
        "channels[0].services[0].streams[1].mainid: only with a bsmod of 0 or 1"},
   };
-  const auto whole = [](const std::string& text) {
-    std::string all;
-    for (const char c : text)
-      all += c == '@'    ? "channels[1].services[0]."
-             : c == '#'  ? "channels[0].services[1]."
-             : c == '\'' ? "\""
-                         : std::string(1, c);
-    return all;
+  const auto whole = [](std::string text) {
+    for (const auto& [letter, meaning] : {std::pair("'", "\""),
+                                          {"@", "channels[1].services[0]."},
+                                          {"#", "channels[0].services[1]."}})
+      text = std::regex_replace(text, std::regex(letter), meaning);
+    return text;
   };
   for (const auto& [from, to, error] : kCases)
     EXPECT_EQ(whole("bad.json: " + error), whole(errorOf(replaced(kGood, whole(from), whole(to)))));
