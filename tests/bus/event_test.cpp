@@ -1,9 +1,9 @@
 #include <gmock/gmock.h>
 
 #include <atomic>
-#include <future>
 #include <map>
 #include <set>
+#include <thread>
 
 #include "atsc_service_event.h"
 #include "fixture.h"
@@ -144,195 +144,141 @@ TEST_F(EventTest, EveryEventHasItsNameMessageAndWay) {
   EXPECT_TRUE(known.empty());
 }
 
-TEST_F(EventTest, UpdatedSources) {
-  messageOf(AFW_EPG_UPDATE, nullptr);
-  EXPECT_EQ(R"({"cbtype":"EPG_UPDATE","class":"CALLBACK","source_id":""})",
-            plain(fake::sent().back()));
+TEST_F(EventTest, UpdatedSourcesAndAlertTexts) {
   fake::setUpdatedSources(std::vector<uint32_t>(AIFW_MAX_UPDATED_SOURCES, 4294967295u));
   fake::state()->update.count = 4294967295u;
   const std::string ids = messageOf(AFW_EPG_UPDATE, nullptr)["source_id"].asString();
   EXPECT_EQ(1000u * 11 - 1, ids.size());
   EXPECT_EQ("4294967295,4294967295", ids.substr(ids.size() - 21));
-}
 
-TEST_F(EventTest, AlertTexts) {
-  const struct {
-    std::string bytes;
-    int32_t encoding;
-    const char* text;
-  } cases[] = {
-      {fake::utf16("Hi"), AI_TEXT_UTF16BE, "Hi"},
-      {std::string("Hi\0there", 8), 0, "Hi"},
-      {std::string("\x20\xAC\0\0\0A", 6), AI_TEXT_UTF16BE, "\xE2\x82\xAC"},
-      {std::string("\0\x80\7\xFE\x08\0\x20\0\xFF\xFD", 10), AI_TEXT_UTF16BE,
-       "\xC2\x80\xDF\xBE\xE0\xA0\x80\xE2\x80\x80\xEF\xBF\xBD"},
-      {"odd", AI_TEXT_UTF16BE, ""},
-      {std::string("\xD8\x3D\xDE\0", 4), AI_TEXT_UTF16BE, "\xED\xA0\xBD\xED\xB8\x80"},
-      {"\xE9\x7F\"\\\x01", 0, "\xE9\x7F\"\\\x01"},
-      {"", AI_TEXT_UTF16BE, ""},
-  };
-  for (const auto& expected : cases) {
-    std::string bytes = expected.bytes;
-    multiple_lang_t text{reinterpret_cast<uint8_t*>(&bytes[0]), static_cast<uint16_t>(bytes.size()),
-                         expected.encoding};
-    EXPECT_EQ(expected.text, messageOf(AFW_EAS_START_BLOCKING, &text)["text"].asString());
+  // JSON keeps surrogates and bytes of other encodings.
+  uint8_t wide[] = {0xD8, 0x3D, 0xDE, 0, 0x20, 0xAC, 0, 0, 0, 'A'};
+  uint8_t single[] = {0xE9, 0x7F, '"', '\\', 1};
+  const std::pair<multiple_lang_t, const char*> alerts[] = {
+      {{wide, sizeof wide, AI_TEXT_UTF16BE}, "\xED\xA0\xBD\xED\xB8\x80\xE2\x82\xAC"},
+      {{single, sizeof single, 0}, "\xE9\x7F\"\\\x01"},
+      {{nullptr, 100, -1}, ""}};
+  for (auto [text, expected] : alerts) {
+    EXPECT_EQ(expected, messageOf(AFW_EAS_START_BLOCKING, &text)["text"].asString());
   }
-  multiple_lang_t none{nullptr, 100, -1};
-  EXPECT_EQ("", messageOf(AFW_EAS_START_NON_BLOCKING, &none)["text"].asString());
 }
 
 TEST_F(EventTest, ServiceChangesAreAnnouncedOnceAndOnlyWhenTheTableChanged) {
-  _ATSC_Service_db_createChannelDB();
-  const fake::Service service = fake::service(7, 1, 57000000, "News", AI_INPUT_CABLE);
+  fake::Service service = fake::service(7, 1, 57000000, "News", AI_INPUT_CABLE);
   fake::setServices(AI_INPUT_CABLE, {service});
   fake::setCurrent(service, AI_INPUT_CABLE);
-  for (const AFW_event_t event :
-       {AFW_SERVICE_ADDED, AFW_SERVICE_DELETED, AFW_SERVICE_BUILD_COMPLETED}) {
-    ATSC_Service_event_cb(event, nullptr);
-  }
-  EXPECT_EQ(Lines{}, fake::sent());
+  Lines told;  // each message, with the names in the table
+  fake::onSend([&](const std::string& text) {
+    told.push_back(kindOf(text) + " " + joined(rows("SELECT name FROM channel_data_c")));
+  });
+  const auto change = [] {
+    for (const auto event : {AFW_SERVICE_ADDED, AFW_SERVICE_DELETED, AFW_SERVICE_BUILD_COMPLETED}) {
+      ATSC_Service_event_cb(event, nullptr);
+    }
+  };
+  ATSC_Service_db_init();  // rebuilds the list
+  fake::waitForSent(1);
+  service.name = fake::utf16("Sports");
+  fake::setServices(AI_INPUT_CABLE, {service});
+  change();
+  EXPECT_EQ(1u, fake::sent().size());
   ASSERT_TRUE(fake::fireTimer());
-  EXPECT_EQ("SERVICE_BUILD_COMPLETED", kindOf(fake::waitForSent(1).at(0)));
-  EXPECT_THAT(rows("SELECT name FROM channel_data_c"), ElementsAre("News"));
-
-  ATSC_Service_event_cb(AFW_SERVICE_BUILD_COMPLETED, nullptr);
+  fake::waitForSent(2);
+  change();
   ASSERT_TRUE(fake::fireTimer());
-  ATSC_Service_event_cb(AFW_VIEWING_DELAY, nullptr);  // the next message is this one
-  EXPECT_EQ("VIEWING_DELAY", kindOf(fake::waitForSent(2).at(1)));
-}
-
-TEST_F(EventTest, OnlyARebuiltChannelListIsAnnouncedAtStart) {
-  fake::setServices(AI_INPUT_TERRESTRIAL, {fake::service(7, 1, 177000000, "News")});
-  Lines names;
-  fake::onSend([&](const std::string&) { names = rows("SELECT name FROM channel_data_t"); });
-  ATSC_Service_db_init();
-  EXPECT_EQ("SERVICE_BUILD_COMPLETED", kindOf(fake::waitForSent(1).at(0)));
-  EXPECT_THAT(names, ElementsAre("News"));
   ATSC_Service_db_init();  // nothing to rebuild
   ATSC_Service_event_cb(AFW_VIEWING_DELAY, nullptr);
-  EXPECT_EQ("VIEWING_DELAY", kindOf(fake::waitForSent(2).at(1)));
+  fake::waitForSent(3);
+  EXPECT_THAT(told, ElementsAre("SERVICE_BUILD_COMPLETED News", "SERVICE_BUILD_COMPLETED Sports",
+                                "VIEWING_DELAY Sports"));
 }
 
 // A TV application that does not answer only delays the messages of one queue, and never a thread
 // that raises events.
 TEST_F(EventTest, BlockedTVApplicationDelaysOnlyItsMessages) {
-  const auto warnings = [] { return joined(logsOf("Warn")); };
-  const auto block = [](int events) {
-    std::promise<void> release;
-    std::shared_future<void> released = release.get_future().share();
-    auto blocked = std::make_shared<std::atomic<bool>>(false);
-    fake::onSend([blocked, released](const std::string&) {
-      *blocked = true;
-      released.wait();
+  std::atomic<bool> blocked{false}, open{false};
+  const auto block = [&](int events) {
+    fake::reset();
+    blocked = open = false;
+    fake::onSend([&](const std::string&) {
+      blocked = true;
+      while (!open) std::this_thread::yield();
     });
     ATSC_Service_event_cb(AFW_PARENTAL_BLOCKED, nullptr);
-    while (!*blocked) std::this_thread::yield();
+    while (!blocked) std::this_thread::yield();
     for (int i = 0; i < events; ++i) {
       ATSC_Service_event_cb(i % 2 == 0 ? AFW_EAS_STOP : AFW_VIEWING_DELAY, nullptr);
     }
     EXPECT_EQ(Lines{}, fake::sent());
-    return release;
+    open = true;
+    return joined(logsOf("Warn"));
   };
   // Told at the first message over 1000, each time the length has doubled, and again after the
   // length has halved.
-  std::promise<void> release = block(2500);
   const std::string many = "ATSC_Service_cb: 1001 messages wait for the TV application";
-  EXPECT_EQ(many + " ATSC_Service_cb: 2003 messages wait for the TV application", warnings());
-  release.set_value();
+  EXPECT_EQ(many + " ATSC_Service_cb: 2003 messages wait for the TV application", block(2500));
   const Lines sent = fake::waitForSent(2501);
   ASSERT_EQ(2501u, sent.size());
   for (size_t i = 1; i < sent.size(); ++i) {
     ASSERT_EQ(i % 2 == 1 ? "EASSTOP" : "VIEWING_DELAY", kindOf(sent[i]));
   }
-  fake::reset();
-  release = block(1000);
-  EXPECT_EQ("", warnings());
-  ATSC_Service_event_cb(AFW_EAS_STOP, nullptr);
-  EXPECT_EQ(many, warnings());
-  release.set_value();
+  EXPECT_EQ(many, block(1001));
   EXPECT_EQ(1002u, fake::waitForSent(1002).size());
 }
 
-class InitTest : public LibraryTest {
- protected:
-  void SetUp() override {
-    LibraryTest::SetUp();
-    setenv("ATSC_CUSTOM_FILE", file_.c_str(), 1);
-  }
+using Fields = std::vector<uint32_t>;
 
-  void TearDown() override {
-    unsetenv("ATSC_CUSTOM_FILE");
-    LibraryTest::TearDown();
-  }
-
-  // Returns the record for a customization file.
-  std::string init() {
-    ATSCCustomizedParameter record{9, 9, 9, 9, 9};
-    ::testing::internal::CaptureStdout();
-    fake::reset();
-    ATSC_Service_init(&record);
-    printed_ = ::testing::internal::GetCapturedStdout();
-    EXPECT_EQ(Lines{}, logsOf("Error"));
-    std::ostringstream fields;
-    fields << record.block_play_after_scan << ',' << record.tuner_lock_wait_in_ms << ','
-           << record.tuner_cable_vsb_wait_in_ms << ',' << record.DBB_wait_time_in_ms << ','
-           << record.customized_flow;
-    return fields.str();
-  }
-
-  std::string printed_;
-  const std::string file_ = folder_ / "custom.json";
-};
-
-TEST_F(InitTest, CustomizationFile) {
-  const std::pair<const char*, const char*> cases[] = {
-      {R"({"block_play_after_scan":true,"tuner_lock_wait_in_ms":1,"tuner_cable_vsb_wait_in_ms":2,
-           "DBB_wait_time_in_ms":3,"customized_flow":4294967295,"other":[]} // comment)",
-       "1,1,2,3,4294967295"},
-      {R"({"block_play_after_scan":"yes","tuner_lock_wait_in_ms":-1,"DBB_wait_time_in_ms":{},
-           "tuner_cable_vsb_wait_in_ms":4294967296,"customized_flow":7})",
-       "0,0,0,0,7"},
-      {R"({"block_play_after_scan":false,"tuner_lock_wait_in_ms":null})", "0,0,0,0,0"},
-      {"[1]", "0,0,0,0,0"},
-      {"{\"DBB_wait_time_in_ms\":5000", "0,0,0,0,0"},
-      {"", "0,0,0,0,0"},
-  };
-  for (const auto& [json, fields] : cases) {
-    writeFile(file_, json);
-    EXPECT_EQ(fields, init());
-    if (fields[0] == '1') {
-      EXPECT_EQ(
-          "[ATSC] customized parameter:\n\tblock_play_after_scan(true)\n\ttuner_lock_wait_in_ms(1)"
-          "\n\ttuner_cable_vsb_wait_in_ms(2)\n\tDBB_wait_time_in_ms(3)\n\tcustomize_flow(-1)\n",
-          printed_);
-    }
-  }
-  std::filesystem::remove(file_);
-  EXPECT_EQ("0,0,0,0,0", init());
-  std::filesystem::create_directory(file_);
-  EXPECT_EQ("0,0,0,0,0", init());
+// Returns the record for a customization file.
+Fields init() {
+  ATSCCustomizedParameter record{9, 9, 9, 9, 9};
+  ATSC_Service_init(&record);
+  return {record.block_play_after_scan, record.tuner_lock_wait_in_ms,
+          record.tuner_cable_vsb_wait_in_ms, record.DBB_wait_time_in_ms, record.customized_flow};
 }
 
-TEST_F(InitTest, FileBesideTheExecutableGoesBeforeTheDefaultOnly) {
-  const std::filesystem::path beside =
-      std::filesystem::read_symlink("/proc/self/exe").parent_path() / "qel.atsc.json";
-  writeFile(beside, R"({"customized_flow":3})");
-  writeFile(file_, R"({"customized_flow":4})");
-  EXPECT_EQ("0,0,0,0,4", init());
-  setenv("ATSC_CUSTOM_FILE", "/system/com.qel.atsc/qel.atsc.json", 1);
-  EXPECT_EQ("0,0,0,0,3", init());
-  unsetenv("ATSC_CUSTOM_FILE");
-  EXPECT_EQ("0,0,0,0,3", init());
-  std::filesystem::remove(beside);
-}
-
-TEST_F(InitTest, WithoutARecordOnlyThePipelineStarts) {
-  ::testing::internal::CaptureStdout();
-  ATSC_Service_init(nullptr);
-  EXPECT_EQ("", ::testing::internal::GetCapturedStdout());
+TEST_F(LibraryTest, CustomizationFile) {
+  testing::internal::CaptureStdout();
+  ATSC_Service_init(nullptr);  // starts only the callbacks
+  EXPECT_EQ("", testing::internal::GetCapturedStdout());
   EXPECT_THAT(fake::calls(), ElementsAre("OSAL_timer_create(DB_SRV_TIMER,2)"));
   ATSC_Service_event_cb(AFW_VIEWING_DELAY, nullptr);
   EXPECT_EQ(1u, fake::waitForSent(1).size());
+
+  const std::string file = folder_ / "custom.json";
+  setenv("ATSC_CUSTOM_FILE", file.c_str(), 1);
+  EXPECT_EQ(Fields(5), init()) << "no file";
+  const std::pair<const char*, Fields> cases[] = {
+      {R"({"block_play_after_scan":"yes","tuner_lock_wait_in_ms":-1,"DBB_wait_time_in_ms":{},
+           "tuner_cable_vsb_wait_in_ms":4294967296,"customized_flow":7})",
+       {0, 0, 0, 0, 7}},
+      {R"({"block_play_after_scan":false,"tuner_lock_wait_in_ms":null})", Fields(5)},
+      {"[1]", Fields(5)},
+      {R"({"block_play_after_scan":true,"tuner_lock_wait_in_ms":1,"tuner_cable_vsb_wait_in_ms":2,
+           "DBB_wait_time_in_ms":3,"customized_flow":4294967295,"other":[]} // comment)",
+       {1, 1, 2, 3, 4294967295}}};
+  std::string printed;
+  for (const auto& [json, fields] : cases) {
+    writeFile(file, json);
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(fields, init());
+    printed = testing::internal::GetCapturedStdout();
+  }
+  EXPECT_EQ(
+      "[ATSC] customized parameter:\n\tblock_play_after_scan(true)\n\ttuner_lock_wait_in_ms(1)\n"
+      "\ttuner_cable_vsb_wait_in_ms(2)\n\tDBB_wait_time_in_ms(3)\n\tcustomize_flow(-1)\n",
+      printed);
+  EXPECT_EQ(Lines{}, logsOf("Error"));
+
+  // A file beside the executable goes before the default only.
+  const std::filesystem::path beside =
+      std::filesystem::read_symlink("/proc/self/exe").parent_path() / "qel.atsc.json";
+  writeFile(beside, R"({"customized_flow":3})");
+  EXPECT_EQ(cases[3].second, init());
+  setenv("ATSC_CUSTOM_FILE", "/system/com.qel.atsc/qel.atsc.json", 1);
+  EXPECT_EQ((Fields{0, 0, 0, 0, 3}), init());
+  unsetenv("ATSC_CUSTOM_FILE");
+  EXPECT_EQ((Fields{0, 0, 0, 0, 3}), init());
+  std::filesystem::remove(beside);
 }
 
 }  // namespace
