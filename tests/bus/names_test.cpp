@@ -50,12 +50,16 @@ TEST_F(LibraryTest, EventNamesAndQueuesAreThoseOfTheirTables) {
             push(m_event_update_list, m_event_update_prot_mutex_, m_event_update_fire_sem));
   EXPECT_NE("", fake::logLine("[_ATSC_Service_event_update_task()]"));
   EXPECT_EQ(-1, g_tv_server_backend_default.jsonCommand("", nullptr));
-  // Threads of the servers.
+  // A thread of a server that sends a command to it blocks itself.
   tv_thread_tid = static_cast<uint32_t>(gettid());
   send("{}");
-  EXPECT_TRUE(fake::logged("Warn", "TV call command({}) in IPC server thread"));
-  EXPECT_EQ(static_cast<uint32_t>(gettid()), service_thread_tid);
   tv_thread_tid = 0;
+  EXPECT_EQ(static_cast<uint32_t>(gettid()), service_thread_tid);
+  std::thread([] { ATSC_TransmitTVClientJSONCommand("1", nullptr); }).join();
+  ATSC_TransmitTVClientJSONCommand("2", nullptr);
+  EXPECT_EQ((Lines{"TV call command({}) in IPC server thread",
+                   "Service call command(2) in IPC server thread"}),
+            logsOf("Warn"));
 }
 
 TEST_F(LibraryTest, HandlersCanBeCalledByThemselves) {

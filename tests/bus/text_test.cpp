@@ -1,6 +1,5 @@
 #include <gmock/gmock.h>
 
-#include "atsc_service_event.h"
 #include "atsc_text.h"
 #include "fixture.h"
 
@@ -21,18 +20,6 @@ TEST_F(TextTest, BadInputIsLogged) {
   const std::string odd = "UTF16Len MUST be even";
   const std::string null = "input parameter is null.";
   EXPECT_THAT(logsOf("Error"), ElementsAre(odd, odd, null, null, null));
-  // Texts in buffers of the middleware are handled in the same way.
-  fake::reset();
-  Json::Value message;
-  uint8_t text[] = "odd";
-  multiple_lang_t alert{text, 3, AI_TEXT_UTF16BE};
-  AISRV_service_info record{};
-  record.name = alert;
-  ConvertEASAlertText(message, &alert);
-  Utili_printSrvInfo(&record);
-  alert.text = nullptr;
-  ConvertEASAlertText(message, &alert);
-  EXPECT_THAT(logsOf("Error"), ElementsAre(odd, odd, odd, odd, null, null));
 }
 
 TEST_F(TextTest, ServiceRecordsGetSlotsOf50BytesWith40Usable) {

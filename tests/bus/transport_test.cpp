@@ -25,9 +25,7 @@ TEST_F(TransportTest, CommandsAndRepliesThatAreNoText) {
               ::testing::MatchesRegex("Error service/srv: \\[" + std::to_string(getpid()) +
                                       "\\]\\[jsonCommand\\(\\)\\]\\[atsc_server_service_dispatch"
                                       "\\.cpp:[0-9]+\\] Class\\(XYZ\\) is not supported"));
-}
-
-TEST_F(TransportTest, OtherTransactionCodesAreAnsweredWithNothing) {
+  // Other transaction codes are answered with nothing.
   BUSParam data;
   BUSParam reply;
   data.writeCString(R"({"class":"XYZ"})");
@@ -37,29 +35,23 @@ TEST_F(TransportTest, OtherTransactionCodesAreAnsweredWithNothing) {
   EXPECT_EQ(-1, g_atsc_server_service.onTransact(kJSON, data, nullptr, 0));
 }
 
-// A backend that answers with a text, or throws. It has one command at a time.
+// A backend that answers with a text, or throws.
 class Backend : public ATSCBUS::ATSCTVServerBackend {
  public:
   int jsonCommand(const char* command, char** result) override {
-    overlaps = overlaps || busy.exchange(true);
     received.push_back(command);
-    if (slow) std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    busy = false;
-    if (throws) throw std::runtime_error("lost");
-    if (answer != nullptr) *result = strdup(answer);
+    if (answer == nullptr) throw std::runtime_error("lost");
+    if (*answer != '-') *result = strdup(answer);
     return 5;
   }
   Lines received;
-  const char* answer = nullptr;
-  bool throws = false;
-  bool slow = false;
-  bool overlaps = false;
-  std::atomic<bool> busy{false};
+  const char* answer = "-";  // "-" for no text, null to throw
 };
 
 TEST_F(TransportTest, TVServerHandsMessagesToItsBackend) {
   Backend backend;
-  ATSCBUS::ATSCServerTV server(&backend);
+  ATSCBUS::ATSCServerTV server(nullptr);
+  server.RegisterBackend(&backend);
   char* result = nullptr;
   EXPECT_EQ(5, ATSC_TransmitTVClientJSONCommand("{\"a\":1}", &result));
   EXPECT_EQ(nullptr, result);
@@ -67,64 +59,40 @@ TEST_F(TransportTest, TVServerHandsMessagesToItsBackend) {
   EXPECT_EQ(5, ATSC_TransmitTVClientJSONCommand("{\"a\":2}", &result));
   EXPECT_STREQ("", result);
   free(result);
-  backend.throws = true;
+  backend.answer = nullptr;
   EXPECT_EQ(-1, ATSC_TransmitTVClientJSONCommand("{\"a\":3}", nullptr));
   EXPECT_EQ((Lines{"{\"a\":1}", "{\"a\":2}", "{\"a\":3}"}), backend.received);
-}
-
-// The set's own programs use one client from several threads.
-TEST_F(TransportTest, AClientSendsOneCommandAtATime) {
-  Backend backend;
-  backend.slow = true;
-  ATSCBUS::ATSCServerTV server(&backend);
-  std::atomic<int> inside{0}, most{0};
-  fake::onCall([&](const std::string&) {
-    most = std::max<int>(most, ++inside);
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    --inside;
-  });
-  std::vector<std::thread> threads;
-  for (int i = 0; i < 4; ++i) {
-    threads.emplace_back([] {
-      ATSC_TransmitTVClientJSONCommand("{}", nullptr);
-      send(command("FW PLAY"));
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
-  EXPECT_FALSE(backend.overlaps);
-  EXPECT_EQ(1, most);
-}
-
-TEST_F(TransportTest, DefaultBackendStandsInAndSaysSo) {
-  ATSCBUS::ATSCServerTV server(nullptr);
-  const auto transmit = [] {
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(-1, ATSC_TransmitTVClientJSONCommand("{\"a\":1}", nullptr));
-    EXPECT_EQ(
-        "[jsonCommand]command {\"a\":1}\n\033[1;5;33m[ATSC] This function "
-        "'ATSCTVServerBackend::jsonCommand()' isn't implemented yet !!!\033[0m\n",
-        testing::internal::GetCapturedStdout());
-  };
-  transmit();
-  Backend backend;
-  server.RegisterBackend(&backend);
-  EXPECT_EQ(5, ATSC_TransmitTVClientJSONCommand("{}", nullptr));
+  // The default backend stands in and says so.
   server.RegisterBackend(nullptr);
-  transmit();
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(-1, ATSC_TransmitTVClientJSONCommand("{\"a\":4}", nullptr));
+  EXPECT_EQ(
+      "[jsonCommand]command {\"a\":4}\n\033[1;5;33m[ATSC] This function "
+      "'ATSCTVServerBackend::jsonCommand()' isn't implemented yet !!!\033[0m\n",
+      testing::internal::GetCapturedStdout());
   EXPECT_EQ(-1, ATSC_RegisterTVServerBackend(nullptr));
   EXPECT_TRUE(fake::logged("Error", "TV-server-backend is NULL"));
 }
 
-TEST_F(TransportTest, WarnsOnlyOnTheOppositeServersThread) {
-  // This thread is the service server's thread, so sending a callback from it blocks it.
-  const std::string warning = "Service call command({}) in IPC server thread";
-  send(command("MSC LOGCTL"));
-  fake::reset();
-  std::thread([] { ATSC_TransmitTVClientJSONCommand("{}", nullptr); }).join();
-  EXPECT_EQ(Lines{}, logsOf("Warn"));
-  ATSC_TransmitTVClientJSONCommand("{}", nullptr);
-  EXPECT_EQ(Lines{warning}, logsOf("Warn"));
-  EXPECT_EQ((Lines{"{}", "{}"}), fake::sent());
+// The set's own programs use one client from several threads.
+TEST_F(TransportTest, AClientSendsOneCommandAtATime) {
+  for (const auto transmit :
+       {ATSC_TransmitTVClientJSONCommand, ATSC_TransmitServiceClientJSONCommand}) {
+    std::atomic<int> inside{0}, most{0};
+    const auto enter = [&](const std::string&) {
+      most = std::max<int>(most, ++inside);
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+      --inside;
+    };
+    fake::onSend(enter);
+    fake::onCall(enter);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+      threads.emplace_back([transmit] { transmit(command("FW PLAY").c_str(), nullptr); });
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(1, most);
+  }
 }
 
 }  // namespace
