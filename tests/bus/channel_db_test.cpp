@@ -34,6 +34,8 @@ TEST_F(ChannelTableTest, StatementTexts) {
   EXPECT_EQ(1, synchronise({service}));
   EXPECT_TRUE(fake::logged("Info", "channel count(1)"));
   EXPECT_TRUE(fake::logged("Info", "Service[0]"));
+  const std::string shown = "Channel No(7-1), freq(177000000), fav(0), flag(1), name(It's)";
+  EXPECT_TRUE(fake::logged("Info", shown));
   const std::string inserted =
       " ( name,build_from_pmt,major_no,minor_no,service_record,source_id,freq,srv_type,srv_flag,"
       "fav_group,service_delete,audio_pid,video_pid,audio_count,video_count,update_time,ch_id_pk,"

@@ -1,7 +1,5 @@
 #include <gmock/gmock.h>
 
-#include <fstream>
-
 #include "fixture.h"
 
 namespace {

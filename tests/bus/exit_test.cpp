@@ -19,8 +19,7 @@ namespace {
 constexpr char kChange[] = "{\"class\":\"FW\",\"command\":\"CHANNELCHANGE\"}";
 
 // Runs `body` in the middleware, on the command thread.
-template <typename Body>
-void inTheMiddleware(Body body) {
+void inTheMiddleware(void (*body)()) {
   static std::atomic<bool> entered{false};
   fake::onCall([body](const std::string& call) {
     if (call.rfind("AIFW_channel_change", 0) != 0) return;
