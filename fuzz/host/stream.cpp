@@ -3,10 +3,7 @@
 #include <stdlib.h>
 
 #include <algorithm>
-#include <atomic>
-#include <chrono>
 #include <memory>
-#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -18,19 +15,13 @@
 #include "aifw.h"
 #include "air_folder.h"
 #include "aist.h"
+#include "arrivals.h"
 #include "atsc_host.h"
 #include "broadcast.h"
-#include "bytes.h"
 #include "input.h"
 #include "packets.h"
-#include "receiver/events/alerts.h"
-#include "receiver/events/event_queue.h"
 #include "receiver/station/guide.h"
-#include "receiver/station/local_time.h"
-#include "receiver/station/service_list.h"
-#include "receiver/stream/demux.h"
-#include "receiver/tables/psi_decoder.h"
-#include "receiver/tables/psip_decoder.h"
+#include "receiver/tuners/carrier.h"
 
 using namespace atschost;
 
@@ -39,20 +30,14 @@ namespace {
 [[maybe_unused]] const bool kQuiet = setenv("SPDLOG_LEVEL", "off", 0) == 0;
 
 constexpr uint32_t kFrequency = 509'000'000;
-constexpr std::chrono::seconds kPatience(20);  // more than enough on a machine under load
 
 using broadcast::Bytes;
 using broadcast::bytesOf;
 
-// A buffer of exactly the size of a text.
-class Lent {
- public:
-  explicit Lent(size_t size) : bytes_(size) {}
-  multiple_lang_t text() { return {bytes_.data(), static_cast<uint16_t>(bytes_.size()), 0}; }
-
- private:
-  Bytes bytes_;
-};
+// Returns a text that lends a buffer of exactly its size.
+multiple_lang_t lend(Bytes& buffer) {
+  return {buffer.data(), static_cast<uint16_t>(buffer.size()), 0};
+}
 
 void checkText(const multiple_lang_t& text, size_t lent) {
   fuzz::require(text.length <= lent && text.length % 2 == 0, "a text in its buffer");
@@ -61,8 +46,8 @@ void checkText(const multiple_lang_t& text, size_t lent) {
 // Lets `fill` write a text.
 template <typename Fill>
 void takeText(size_t size, Fill fill) {
-  Lent buffer(size);
-  multiple_lang_t text = buffer.text();
+  Bytes buffer(size);
+  multiple_lang_t text = lend(buffer);
   fill(&text);
   checkText(text, size);
 }
@@ -86,42 +71,6 @@ Bytes packetsOfSections(fuzz::Input& input) {
   return stream.take();
 }
 
-// Runs the decoders in order, like a scan and a tuned carrier.
-void decode(uint32_t source, const Bytes& stream) {
-  EventQueue events;
-  const AlertSettings settings;
-  Alerts alerts(events, settings, source);
-  PsiDecoder psi(source);
-  PsipDecoder psip;
-  Alerts::Instant at{};
-  std::optional<uint32_t> stationTime;
-  Demux demux([&](uint16_t pid) { return psi.wants(pid) || psip.wants(pid); },
-              [&](const Section& section) {
-                const char* fault = psip.wants(section.pid) ? psip.push(section) : nullptr;
-                if (const auto time = psip.takeSystemTime()) {
-                  stationTime = time->gpsSeconds;
-                  for (int32_t zone = AIST_ZONE_KOREA; isZone(zone); ++zone)
-                    (void)dateAt(time->unixSeconds(), utcOffset(zone, time, time->unixSeconds()));
-                }
-                if (const auto alert = psip.takeAlert()) alerts.receive(*alert, at, stationTime);
-                at += std::chrono::milliseconds(100);
-                alerts.check(at, stationTime);
-                const char* other = psi.wants(section.pid) ? psi.push(section) : nullptr;
-                return fault ? fault : other;
-              });
-  Guide guide;
-  for (int pass = 0; pass < 2; ++pass) {
-    demux.push(stream.data(), stream.size());
-    demux.finish();
-    psip.endPass();
-    guide.update(source, kFrequency, psip.guide(), psip.gpsUtcOffset());
-  }
-  alerts.stop();
-  (void)demux.takeFaults();
-  (void)psip.guideSettled();
-  (void)buildServices(psi.tables(), source, kFrequency);
-}
-
 // The folder with the carrier's file, created on first use.
 const AirFolder& air() {
   static const AirFolder folder(TemporaryFolder::memory());
@@ -135,23 +84,27 @@ const AirFolder& air() {
   return folder;
 }
 
-// What the receiver has reported from its threads.
-std::atomic<bool> scanned, played;
-
-void await(const std::atomic<bool>& report, const char* what) {
-  const auto end = std::chrono::steady_clock::now() + kPatience;
-  while (!report) {
-    fuzz::require(std::chrono::steady_clock::now() < end, what);
-    std::this_thread::yield();
-  }
+// Reads the tables of the carrier, like a scan, and the guide.
+void decode(uint32_t source, const Bytes& stream) {
+  air().write(source, kFrequency, stream);
+  Air folder;
+  folder.setFolder(air().path());
+  Clock clock;
+  const CarrierResult result = readCarrier(folder, clock, source, kFrequency, false, true);
+  fuzz::require(result.known, "a carrier that is read");
+  Guide().update(source, kFrequency, result.guide, result.gpsUtcOffset);
 }
+
+// What the receiver reports from its threads, which run until the process ends.
+Arrivals<int>& scanned = *new Arrivals<int>;
+Arrivals<int>& played = *new Arrivals<int>;
 
 void onEvent(AFW_event_t event, void* data) {
   if (data && (event == AFW_EAS_START_BLOCKING || event == AFW_EAS_START_NON_BLOCKING)) {
     const auto* text = static_cast<const multiple_lang_t*>(data);
     (void)std::string(reinterpret_cast<const char*>(text->text), text->length);
   }
-  if (event == AFW_CHANNEL_PLAY_SUCCESS || event == AFW_CHANNEL_PLAY_FAILURE) played = true;
+  if (event == AFW_CHANNEL_PLAY_SUCCESS || event == AFW_CHANNEL_PLAY_FAILURE) played.add(event);
   uint8_t priority = 0;
   AIFW_get_EAS_priority(&priority);
   const auto update = std::make_unique<AIFW_event_update_data>();
@@ -165,28 +118,27 @@ void scan(uint32_t source) {
   request.frequency = kFrequency;
   request.source = static_cast<uint8_t>(source);
   const auto report = [](void*, int state) {
-    if (state == AICS_STATE_OVER) scanned = true;
+    if (state == AICS_STATE_OVER) scanned.add(state);
   };
-  scanned = false;
   // The last scan can still run when it reports its end.
   while (AICS_start_search(&request, report) != 0) std::this_thread::yield();
-  await(scanned, "a scan that ends");
+  fuzz::require(!scanned.take(1).empty(), "a scan that ends");
 }
 
 void readEvents(const AISRV_service_info& service) {
   uint16_t total = 0;
   fuzz::require(AIEC_get_total_events(&service, &total) == 0, "a guide of a listed service");
   const uint16_t count = std::min<uint16_t>(total, 64);
-  std::vector<Lent> names(count, Lent(AIEC_NAME_SIZE)), ratings(count, Lent(AIEC_RATING_SIZE));
+  std::vector<Bytes> names(count, Bytes(AIEC_NAME_SIZE)), ratings(count, Bytes(AIEC_RATING_SIZE));
   std::vector<AIEC_event_info> events(count);
   for (size_t i = 0; i < count; ++i) {
-    events[i].name = names[i].text();
-    events[i].rating = ratings[i].text();
+    events[i].name = lend(names[i]);
+    events[i].rating = lend(ratings[i]);
   }
   uint16_t copied = 0;
   AIEC_get_first_n_events(&service, events.data(), count, &copied);
-  for (size_t i = 0; i < copied; ++i) {
-    const AIEC_event_info& event = events[i];
+  events.resize(copied);
+  for (const AIEC_event_info& event : events) {
     checkText(event.name, AIEC_NAME_SIZE);
     checkText(event.rating, AIEC_RATING_SIZE);
     fuzz::require(event.genre_count <= AIEC_MAX_GENRES, "genres");
@@ -196,10 +148,9 @@ void readEvents(const AISRV_service_info& service) {
       AIEC_get_multiple_event_rating_string(&event.key, text);
     });
   }
-  if (copied > 0) {
-    const AIEC_event_key key = events[0].key;
-    AIEC_get_next_n_events(&key, events.data(), 1, &copied, 1);
-  }
+  if (copied == 0) return;
+  const AIEC_event_key key = events[0].key;
+  AIEC_get_next_n_events(&key, events.data(), 1, &copied, 1);
 }
 
 void readServices(uint32_t source) {
@@ -207,9 +158,9 @@ void readServices(uint32_t source) {
   const AISRV_query_filter filter{};
   uint32_t count = 0;
   AISRV_get_total_services(source, AISRV_SERVICE_MASK, &filter, 0, &count);
-  std::vector<Lent> names(count, Lent(kNameSize));
+  std::vector<Bytes> names(count, Bytes(kNameSize));
   std::vector<AISRV_service_info> records(count);
-  for (size_t i = 0; i < count; ++i) records[i].name = names[i].text();
+  for (size_t i = 0; i < count; ++i) records[i].name = lend(names[i]);
   AISRV_get_n_services(source, AISRV_SERVICE_MASK, 0, &filter, 0, 0, &count, records.data());
   records.resize(count);
   for (const AISRV_service_info& record : records) {
@@ -253,8 +204,8 @@ void readRegions() {
       });
       fuzz::require(levels <= AIPC_MAX_LEVELS, "rating values");
       for (uint8_t v = 0; v < levels; ++v) {
-        Lent text(AIPC_TEXT_SIZE), abbreviation(AIPC_TEXT_SIZE);
-        AIPC_rating_value_text texts{abbreviation.text(), text.text()};
+        Bytes text(AIPC_TEXT_SIZE), abbreviation(AIPC_TEXT_SIZE);
+        AIPC_rating_value_text texts{lend(abbreviation), lend(text)};
         AIPC_get_rating_value_text(1, regions[i], d, v, &texts);
         AIPC_drrt_rating_encode(&limits, d, v, 1);
         AIPC_rating_encode(&limits, d, v, 1);
@@ -277,8 +228,9 @@ void receive(uint32_t source, const Bytes& stream) {
   scan(source);
   readServices(source);
   readRegions();
-  played = false;
-  if (AIFW_play_first_service(source, 0) == 0) await(played, "a channel that plays");
+  played.clear();
+  if (AIFW_play_first_service(source, 0) == 0)
+    fuzz::require(!played.take(1).empty(), "a channel that plays");
   AIFW_change_audio(2);
   AISRV_service_info current{};
   AICN_get_current(&current);
