@@ -1,9 +1,8 @@
 // Events of the middleware. An input is a list of steps, each one byte: an event with its data, or
 // the end of the service timer. 0 ends the steps; the rest is noise.
 #include <algorithm>
-#include <condition_variable>
-#include <mutex>
 
+#include "arrivals.h"
 #include "harness.h"
 
 namespace {
@@ -13,24 +12,11 @@ namespace {
 constexpr int32_t kLast = AFW_VIEWING_DELAY;
 constexpr int32_t kLastOfGuide = AFW_EPG_COMPLETE;
 
-std::mutex gMutex;
-std::condition_variable gChanged;
-std::vector<std::string> gSent;
-size_t gLasts = 0;
+Arrivals<std::string>& gSent = *new Arrivals<std::string>;  // threads use it until the end
 
-void onSend(const std::string& text) {
-  const std::lock_guard<std::mutex> lock(gMutex);
-  gSent.push_back(text);
-  if (text.find("\"VIEWING_DELAY\"") != std::string::npos ||
-      text.find("\"EPG_COMPLETE\"") != std::string::npos) {
-    ++gLasts;
-  }
-  gChanged.notify_all();
-}
-
-// Returns whether the event's data is a text.
-bool isAlert(int32_t event) {
-  return event == AFW_EAS_START_BLOCKING || event == AFW_EAS_START_NON_BLOCKING;
+bool isLast(const std::string& text) {
+  return text.find("\"VIEWING_DELAY\"") != std::string::npos ||
+         text.find("\"EPG_COMPLETE\"") != std::string::npos;
 }
 
 // Reports an event with data in a buffer of its exact size, to detect reads past the end.
@@ -38,7 +24,7 @@ void report(int32_t event, fuzz::Input& input) {
   const uint8_t kind = input.byte();
   if (kind == 0) {
     ATSC_Service_event_cb(event, nullptr);
-  } else if (isAlert(event)) {
+  } else if (event == AFW_EAS_START_BLOCKING || event == AFW_EAS_START_NON_BLOCKING) {
     const std::string bytes(input.bytes(kind >= 0xF0 ? input.value<uint16_t>() : kind / 2));
     std::vector<uint8_t> text(bytes.begin(), bytes.end());
     text.shrink_to_fit();
@@ -69,11 +55,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (step < 0xFF) events.push_back(step - 1);
     if (events.size() > 64) break;
   }
-  std::unique_lock<std::mutex> lock(gMutex);
   gSent.clear();
-  gLasts = 0;
-  lock.unlock();
-  fake::onSend(onSend);
+  fake::onSend([](const std::string& text) { gSent.add(text); });
   const uint8_t flags = input.byte();
   fuzz::Input noise = input;
   fake::setUpdatedSources(std::vector<uint32_t>((flags >> 4) * 70u, 0xFFFFFFFF));
@@ -94,12 +77,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     ATSC_Service_event_cb(kLastOfGuide, nullptr);
     ++lasts;
   }
-  lock.lock();
-  gChanged.wait(lock, [&] { return gLasts >= lasts; });
-  for (const std::string& text : gSent) {
-    const Json::Value message = fuzz::parsed(text);
-    fuzz::require(message["class"] == "CALLBACK", "class", text);
-    fuzz::require(message["cbtype"].isString(), "cbtype", text);
+  for (; lasts > 0; --lasts) {
+    const std::vector<std::string> texts = gSent.takeUntil(isLast);
+    fuzz::require(!texts.empty(), "an answer to the last event");
+    for (const std::string& text : texts) {
+      const Json::Value message = fuzz::parsed(text);
+      fuzz::require(message["class"] == "CALLBACK", "class", text);
+      fuzz::require(message["cbtype"].isString(), "cbtype", text);
+    }
   }
   return 0;
 }

@@ -54,25 +54,10 @@ void read(fuzz::Input& input) {
   checkDocument(record);
 }
 
-// Texts of the rating tables.
-void convert(fuzz::Input& input) {
-  const auto encoding = static_cast<int32_t>(input.below(3));
-  const uint16_t claimed = input.value<uint16_t>();
-  const std::string bytes = input.rest();
-  std::vector<uint8_t> lent(AIPC_TEXT_SIZE);
-  std::copy_n(bytes.begin(), std::min(bytes.size(), lent.size()), lent.begin());
-  // The buffer limits a text of single bytes; UTF-16 may claim more.
-  const uint16_t length = encoding == AI_TEXT_UTF16BE ? claimed : claimed % (AIPC_TEXT_SIZE + 1);
-  const multiple_lang_t text{claimed == UINT16_MAX ? nullptr : lent.data(), length, encoding};
-  std::vector<uint8_t> converted;
-  if (!atsc::Copy2UTF8(converted, &text)) return;
-  fuzz::require(!converted.empty() && converted.back() == 0, "a NUL at the end");
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static constexpr void (*kFunctions[])(fuzz::Input&) = {rewrite, write, read, convert};
+  static constexpr void (*kFunctions[])(fuzz::Input&) = {rewrite, write, read, rewrite};
   fuzz::Harness::restored();
   fuzz::Input input(data, size);
   kFunctions[input.byte() % 4](input);

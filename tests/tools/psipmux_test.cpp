@@ -1,5 +1,4 @@
 // Runs psipmux and compares its streams.
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -28,7 +27,6 @@ using broadcast::be16;
 using broadcast::be32;
 using broadcast::Bytes;
 using broadcast::operator+;
-using testing::MatchesRegex;
 using Lines = std::set<std::string>;
 
 constexpr uint32_t kSomeTime = 1460922004;  // 2026-04-22T19:39:46Z
@@ -408,8 +406,6 @@ TEST(PsipmuxErrors, InvalidLineupsNameTheKeyAndTheReason) {
       {"'Three'",
        "'Three', 'programmes': [{'minutes': 5, 'title': '" + std::string(248, 'x') + "'}]",
        "@programmes[0].title: takes 256 bytes, the table has room for 255"},
-      {"'Three'", "'Three', 'programmes': [{'minutes': 5, 'title': {'en': 'x'}}]",
-       "@programmes[0].title.en: must be three lower-case letters"},
       {"'Three'", "'Three', 'programmes': [{'minutes': 5, 'title': '', 'genres': ['noise']}]",
        "@programmes[0].genres[0]: must be a genre of A/65 in lower case"},
       {"'Three'", "'Three', 'programmes': [{'minutes': 5, 'title': '', 'rating': 'TV-Y7-V'}]",
@@ -444,12 +440,6 @@ TEST(PsipmuxErrors, InvalidLineupsNameTheKeyAndTheReason) {
        {"\xC3(", "\x80", "\xC3", "\xC0\xAF", "\xED\xA0\x80", "\xF4\x90\x80\x80"}) {
     EXPECT_EQ("bad.json: channels[1].services[0].name: is not valid UTF-8",
               errorOf(replaced(kGood, "Three", name)));
-  }
-  const std::string good = kGood;
-  for (const std::string& bad :
-       {std::string(), good.substr(0, good.size() / 2), good + "x", "// comment\n" + good,
-        replaced(good, "\"tsid\": 2", "\"tsid\": 2, \"tsid\": 3"), std::string(100'000, '[')}) {
-    EXPECT_THAT(errorOf(bad), MatchesRegex("bad.json: [ -~]+"));
   }
 }
 
