@@ -3,25 +3,19 @@
 // time, the service list.
 #include <sqlite3.h>
 
-#include <algorithm>
+#include <tuple>
 #include <utility>
 
+#include "atsc_service_db_channel_row.h"
 #include "harness.h"
 
 namespace {
 
 using namespace std::string_literals;
 
-// Columns that a run writes.
-const std::string kColumns =
-    "(name, build_from_pmt, major_no, minor_no, service_record, source_id, freq, srv_type,"
-    " srv_flag, fav_group, service_delete, audio_pid, video_pid, audio_count, video_count,"
-    " update_time, ch_id_pk, tsid, tuner_type)";
-
-// A service, the SQL values of its row, and the conditions to find it.
-struct Listed {
-  fake::Service service;
-  std::string values, key, lookup;
+// The SQL texts of a service: those that write its row, and the conditions to find it.
+struct Row {
+  std::string insert, update, lookup;
 };
 
 template <typename Value, size_t Size>
@@ -29,23 +23,11 @@ const Value& one(fuzz::Input& input, const Value (&values)[Size]) {
   return values[input.below(Size)];
 }
 
-std::string literal(const std::string& text) {
-  std::string quoted = "'";
-  for (const char c : text) quoted += c == '\'' ? "''" : std::string(1, c);
-  return quoted + "'";
-}
-
-Listed readService(fuzz::Input& input, uint32_t source, uint32_t number, uint32_t now) {
-  static const struct {
-    std::string bytes;
-    uint32_t encoding;
-    std::string shown;
-  } kNames[] = {{"WGBH", 0, "WGBH"},
-                {"", 0, "EMPTY"},
-                {"'O''Neil", 0, "'O''Neil"},
-                {fake::utf16("K'\n") + "\0\xE9\x20\xAC"s, 1, "K'\n\u00E9\u20AC"},
-                {"\xE9\xFF\0d"s, 2, "\xE9\xFF"},
-                {std::string(60, 'N'), 0, std::string(40, 'N')}};
+fake::Service readService(fuzz::Input& input, uint32_t source, uint32_t number) {
+  static const std::pair<std::string, uint32_t> kNames[] = {
+      {"WGBH", 0},         {"", 0},
+      {"'O''Neil", 0},     {fake::utf16("K'\n") + "\0\xE9\x20\xAC"s, 1},
+      {"\xE9\xFF\0d"s, 2}, {std::string(60, 'N'), 0}};
   static const AISRV_pid_info kVideo{0x02, 0, 49, {}, {}, 0, 0, 0, 0};
   static const AISRV_pid_info kAudio{0x81, 1, 52, {'e', 'n', 'g'}, {'f', 'r', 'a'}, 0, 0, 0, 0};
   static const AISRV_pid_info kMixed{0x87, 3, 53, {}, {'s', '\'', 'a'}, 1, 0x80, 1, 0};
@@ -53,29 +35,21 @@ Listed readService(fuzz::Input& input, uint32_t source, uint32_t number, uint32_
   const auto of = [](uint8_t type) {
     return AISRV_pid_info{type, 0, 9, {'u', 'n', 'd'}, {}, 0, 0, 0, 0};
   };
-  static const struct {
-    std::vector<AISRV_pid_info> pids;
-    std::string audio, video;
-  } kStreams[] = {{{kVideo, kAudio}, "52_eng_129,", "49_2,"},
-                  {{kVideo}, "", "49_2,"},
-                  {{kAudio, kAudio, kOther}, "52_eng_129,52_eng_129,", ""},
-                  {{kOther}, "", ""},
-                  {{kMixed, kVideo, kVideo, of(3), of(4), of(15), of(17), of(1), of(36), of(128)},
-                   "53_s'a_135_AD7FULL_MAIN1,9_und_3,9_und_4,9_und_15,9_und_17,",
-                   "49_2,49_2,9_1,9_36,9_128,"}};
+  static const std::vector<AISRV_pid_info> kStreams[] = {
+      {kVideo, kAudio},
+      {kVideo},
+      {kAudio, kAudio, kOther},
+      {kOther},
+      {kMixed, kVideo, kVideo, of(3), of(4), of(15), of(17), of(1), of(36), of(128)}};
   static constexpr uint32_t kFrequencies[] = {503000000, 57000000, UINT32_MAX};
-  static constexpr const char* kTypes[] = {"'TV'", "'TV'", "'RADIO'", "'DATA'"};
-  Listed listed;
-  AISRV_service_info& info = listed.service.info;
+  fake::Service service;
+  AISRV_service_info& info = service.info;
   info.major = static_cast<uint16_t>(4 + input.below(2));
   info.minor = static_cast<uint16_t>(input.below(3));
   info.frequency = one(input, kFrequencies);
   info.source_id = 1 + input.below(3) * 0x8000;
-  const auto& [bytes, encoding, shown] = one(input, kNames);
-  listed.service.name = bytes;
-  listed.service.nameEncoding = encoding;
-  const auto& [pids, audio, video] = one(input, kStreams);
-  listed.service.pids = pids;
+  std::tie(service.name, service.nameEncoding) = one(input, kNames);
+  service.pids = one(input, kStreams);
   const uint8_t details = input.byte();
   info.service_id = {number * 2 + (details & 1), source};
   info.build_from_pmt = details >> 1 & 3;
@@ -85,24 +59,31 @@ Listed readService(fuzz::Input& input, uint32_t source, uint32_t number, uint32_
   info.AISRV_fav_group_ = info.AISRV_flags_ << 4;
   info.transport_stream_id = static_cast<uint16_t>(info.AISRV_flags_);
   info.service_delete = details >> 7;
-  const std::string major = std::to_string(info.major), minor = std::to_string(info.minor);
-  const std::string freq = std::to_string(info.frequency);
-  const uint32_t sourceId = info.source_id & 0xFFFF;
-  std::ostringstream values;
-  values << literal(shown) << ',' << (info.build_from_pmt == 1) << ',' << major << ',' << minor
-         << ',' << info.service_id.service_rec << ',' << sourceId << ',' << freq << ','
-         << kTypes[info.service_type] << ',' << info.AISRV_flags_ << ',' << info.AISRV_fav_group_
-         << ',' << +info.service_delete << ',' << literal(audio) << ',' << literal(video) << ','
-         << std::count(audio.begin(), audio.end(), ',') << ','
-         << std::count(video.begin(), video.end(), ',') << ',' << now << ','
-         << literal(major + "-" + minor + "-" + freq) << ',' << info.transport_stream_id << ','
-         << (info.modulation == 64 ? "'VSB'" : "'QAM'");
-  listed.values = "(" + values.str() + ")";
-  listed.key = " WHERE major_no=" + major + " AND minor_no=" + minor + " AND freq=" + freq;
-  listed.lookup = listed.key + " AND source_id=" + std::to_string(sourceId);
-  if (!audio.empty()) listed.lookup += " AND audio_pid=" + literal(audio);
-  if (!video.empty()) listed.lookup += " AND video_pid=" + literal(video);
-  return listed;
+  return service;
+}
+
+// Returns the rows of the services that the middleware lists.
+std::vector<Row> rowsOf(uint32_t source, uint32_t count, uint32_t now) {
+  atsc::FetchedServices list;
+  fuzz::require(atsc::fetchServices(source, count, list, {}), "the services");
+  std::vector<Row> rows;
+  for (const AISRV_service_info& service : list.records) {
+    const atsc::StreamTexts streams = atsc::readStreams(service, {});
+    const atsc::ChannelRow row = atsc::channelRow(service, streams, now);
+    sqlString key;
+    key << " WHERE major_no=" << service.major << " AND minor_no=" << service.minor
+        << " AND freq=" << service.frequency;
+    sqlString lookup = key;
+    lookup << " AND source_id=" << (service.source_id & 0xFFFF);
+    for (const auto& [column, text] : {std::pair(" AND audio_pid=", streams.audio_pid),
+                                       {" AND video_pid=", streams.video_pid}}) {
+      if (text.empty()) continue;
+      lookup << column;
+      lookup.conStr(text);
+    }
+    rows.push_back({atsc::insertText(&row), atsc::updateText(&row) + key.str(), lookup.str()});
+  }
+  return rows;
 }
 
 // Changes the table like other programs may, as far as SQLite allows.
@@ -138,7 +119,7 @@ void change(fuzz::Input& input, const std::string& path, const std::string& tabl
 
 // Applies the rules and returns the result.
 int synchronise(const std::string& path, const std::string& table, const std::string& now,
-                const std::vector<Listed>& services) {
+                const std::vector<Row>& rows) {
   const std::string columns = _ATSC_Service_db_genBkupColumn();
   const bool existed = SQLite::Database(path).tableExists(table);
   if (!existed) {
@@ -157,12 +138,12 @@ int synchronise(const std::string& path, const std::string& table, const std::st
     // Rows with the time stamp of this run.
     database.exec("UPDATE " + table + " SET update_time=-1 WHERE update_time=" + now +
                   " OR update_time IS NULL");
-    for (const Listed& listed : services) {
-      SQLite::Statement row(committed, "SELECT ch_index FROM " + table + listed.lookup);
-      const bool found = row.executeStep() && row.getColumn(0).getInt() != ATSC_CHANNEL_NOT_FOUND;
-      database.exec(found
-                        ? "UPDATE " + table + " SET " + kColumns + "=" + listed.values + listed.key
-                        : "INSERT INTO " + table + kColumns + " VALUES " + listed.values);
+    for (const Row& row : rows) {
+      SQLite::Statement query(committed, "SELECT ch_index FROM " + table + row.lookup);
+      const bool found =
+          query.executeStep() && query.getColumn(0).getInt() != ATSC_CHANNEL_NOT_FOUND;
+      database.exec(found ? "UPDATE " + table + " SET" + row.update
+                          : "INSERT INTO " + table + row.insert);
     }
     database.exec("DELETE FROM " + table + " WHERE update_time!=" + now);
     const auto missing = [&](const std::string& from, const std::string& other) {
@@ -214,17 +195,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string table = source == AI_INPUT_TERRESTRIAL ? "channel_data_t" : "channel_data_c";
     const uint32_t now = one(input, kTimes);
     for (uint32_t left = input.below(4); left > 0; --left) change(input, path, table);
-    std::vector<Listed> listed(input.below(7));
-    std::vector<fake::Service> services;
-    for (Listed& each : listed) {
-      each = readService(input, source, static_cast<uint32_t>(services.size()), now);
-      services.push_back(each.service);
-    }
+    std::vector<fake::Service> services(input.below(7));
+    for (size_t i = 0; i < services.size(); ++i)
+      services[i] = readService(input, source, static_cast<uint32_t>(i));
     fake::reset();
     fake::setTime(now);
     fake::setServices(source, services);
     std::filesystem::copy_file(path, copy, std::filesystem::copy_options::overwrite_existing);
-    const int result = synchronise(copy, table, std::to_string(now), listed);
+    const int result = synchronise(copy, table, std::to_string(now),
+                                   rowsOf(source, static_cast<uint32_t>(services.size()), now));
     const int given = ATSC_Service_db_UpdateChannel(static_cast<int>(source));
     const std::string rules = content(copy, table), rows = content(path, table);
     fuzz::require(rows == rules, "content", rows + "wanted: \n" + rules);
