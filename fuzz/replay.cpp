@@ -10,7 +10,6 @@
 namespace fs = std::filesystem;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
-extern "C" __attribute__((weak)) int LLVMFuzzerInitialize(int* argc, char*** argv);
 
 namespace {
 
@@ -29,7 +28,6 @@ void replay(const fs::path& path) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (LLVMFuzzerInitialize != nullptr) LLVMFuzzerInitialize(&argc, &argv);
   for (int i = 1; i < argc; ++i) {
     if (!fs::is_directory(argv[i])) {
       replay(argv[i]);

@@ -20,13 +20,7 @@ class GuideSystemTest : public BackendTest {
 
   // Returns the callbacks of a kind so far.
   std::vector<Json::Value> callbacks(const std::string& kind) const {
-    std::vector<Json::Value> messages;
-    std::istringstream lines(backend_->out());
-    for (std::string line; std::getline(lines, line) && !lines.eof();) {
-      const Json::Value message = line[0] == '{' ? parsed(line) : Json::Value();
-      if (message["cbtype"] == kind) messages.push_back(message);
-    }
-    return messages;
+    return callbacksIn(backend_->out(), kind);
   }
 
   bool hears(const std::string& kind, size_t count = 1) const {
@@ -39,15 +33,9 @@ class GuideSystemTest : public BackendTest {
     ASSERT_TRUE(hears("OVER", before + 1));
   }
 
-  // Returns whether a query on the guide gets a value. There may be no table yet.
+  // Returns whether a query on the guide gets a value.
   bool guideBecomes(const std::string& value, const std::string& sql) const {
-    return eventually([&] {
-      try {
-        return valueOf(events_, sql) == value;
-      } catch (const SQLite::Exception&) {
-        return false;
-      }
-    });
+    return eventually([&] { return valueNow(events_, sql) == value; });
   }
 
   std::unique_ptr<Process> backend_;

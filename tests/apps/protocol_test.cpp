@@ -3,7 +3,6 @@
 #include <chrono>
 #include <functional>
 #include <set>
-#include <sstream>
 #include <tuple>
 
 #include "protocol_document.h"
@@ -58,14 +57,7 @@ class ProtocolTest : public SystemTest {
   }
 
   // Returns the callbacks so far.
-  std::vector<Json::Value> heard() const {
-    std::vector<Json::Value> messages;
-    std::istringstream lines(watch_->out());
-    for (std::string line; std::getline(lines, line) && !lines.eof();) {
-      messages.push_back(parsed(line));
-    }
-    return messages;
-  }
+  std::vector<Json::Value> heard() const { return callbacksIn(watch_->out()); }
 
   void replay(const Exchange& exchange) {
     Outcome outcome{};

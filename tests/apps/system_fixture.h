@@ -41,6 +41,18 @@ inline Words wordsOf(const std::string& line) {
   return {std::istream_iterator<std::string>(stream), {}};
 }
 
+// Returns the callbacks that a TV application has printed, each in a line: all, or those of a kind.
+inline std::vector<Json::Value> callbacksIn(const std::string& out, const std::string& kind = "") {
+  std::vector<Json::Value> messages;
+  std::istringstream lines(out);
+  for (std::string line; std::getline(lines, line) && !lines.eof();) {
+    if (line[0] != '{') continue;
+    messages.push_back(parsed(line));
+    if (!kind.empty() && messages.back()["cbtype"] != kind) messages.pop_back();
+  }
+  return messages;
+}
+
 // What a scan of the sample lineups finds, in channel order: number, name, frequency, TSID, source
 // id, type, tuner, audio and video streams.
 inline const Words kAirRows = {
@@ -181,6 +193,15 @@ class SystemTest : public testing::Test {
     arguments.insert(arguments.begin(), "watch");
     watch_ = startTV(std::move(arguments));
     EXPECT_TRUE(eventually([] { return std::filesystem::exists("/tmp/.BUS.atsc.qel.tv.srv"); }));
+  }
+
+  // Returns a value of a database, or the reason why there is none, such as no table yet.
+  static std::string valueNow(const std::filesystem::path& database, const std::string& sql) {
+    try {
+      return valueOf(database, sql);
+    } catch (const SQLite::Exception& e) {
+      return e.what();
+    }
   }
 
   // Returns the columns of a channel table that depend on the broadcast, in channel order.

@@ -20,11 +20,7 @@ const std::string kSynchronise = command("TEST GETSERVICE", R"("input":"VSB")");
 class DiskTest : public EnduranceTest {
  protected:
   std::string names() const {
-    try {
-      return valueOf(database_, "SELECT group_concat(substr(name, 1, 1), '') FROM channel_data_t");
-    } catch (const SQLite::Exception& e) {
-      return e.what();
-    }
+    return valueNow(database_, "SELECT group_concat(substr(name, 1, 1), '') FROM channel_data_t");
   }
 };
 
@@ -120,7 +116,7 @@ TEST_F(DiskTest, FaultsPassWithTheirCause) {
   }
   // A restart loses nothing. Columns of a product stay, and missing columns of an older layout are
   // filled.
-  stopService();
+  service_->stop();
   execute(database_,
           "ALTER TABLE channel_data_t ADD COLUMN zoom INTEGER; UPDATE channel_data_t SET zoom = 7;"
           "ALTER TABLE channel_data_t DROP COLUMN tsid");

@@ -115,11 +115,6 @@ class EnduranceTest : public SystemTest {
     }
   }
 
-  void stopService(int signal = SIGTERM) {
-    service_->signal(signal);
-    service_->wait();
-  }
-
   bool alive() const { return service_->alive(); }
 
   // Waits for an action of the service. Returns at once when the service dies.

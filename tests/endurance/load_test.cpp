@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <iostream>
 #include <map>
 #include <mutex>
 #include <thread>
@@ -169,8 +168,7 @@ TEST_F(LoadTest, ABusyEvening) {
   EXPECT_TRUE(eventually([&] { return received() == raised; })) << raised << received();
   EXPECT_EQ(errorsBefore, errors()) << service_->err() << out;
   EXPECT_THAT(failed_, testing::IsEmpty());
-  const auto worst = *std::max_element(took_.begin(), took_.end());
-  EXPECT_LT(worst, seconds(5));
+  EXPECT_LT(*std::max_element(took_.begin(), took_.end()) / milliseconds(1), 5000);
 
   Usage after;
   long heapAfter = 0;
@@ -181,14 +179,9 @@ TEST_F(LoadTest, ABusyEvening) {
            heapAfter < heapBefore + kHeapMarginKb;
   })) << after.threads
       << " threads, before " << before.threads << "; " << after.descriptors
-      << " descriptors, before " << before.descriptors;
-  std::cout << took_.size() << " commands, worst " << worst / milliseconds(1) << " ms; "
-            << listener().count("EPG_UPDATE") + listener().count("EPG_COMPLETE") << " guides, "
-            << listener().count("OVER") << " scans, " << listener().count("CHANNEL_PLAY_SUCCESS")
-            << " channels, " << raised << "heap " << heapBefore << " KiB before, " << heapAfter
-            << " after\n";
-  stopService();
-  EXPECT_EQ(0, service_->wait());
+      << " descriptors, before " << before.descriptors << "; heap " << heapAfter << " KiB, before "
+      << heapBefore;
+  EXPECT_EQ(0, service_->stop());
 }
 
 }  // namespace

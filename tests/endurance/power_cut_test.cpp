@@ -94,33 +94,29 @@ class PowerCutTest : public EnduranceTest {
     for (const char* source : {"QAM", "VSB"}) scan(source);
   }
 
-  // Returns the number of programmes in the guide, or of blocked programmes.
-  int programmes(const std::string& condition = "1") const {
-    try {
-      return std::stoi(
-          valueOf(db_ / "ATSC_event.db", "SELECT count(*) FROM event_t WHERE " + condition));
-    } catch (const SQLite::Exception&) {
-      return -1;  // no file or table yet
-    }
+  // Waits until so many programmes of the guide meet a condition.
+  void waitForProgrammes(int count, const std::string& condition = "1") {
+    const std::string sql = "SELECT count(*) FROM event_t WHERE " + condition;
+    waitFor([&] { return valueNow(events_, sql) == std::to_string(count); });
   }
 
   void receiveGuide() {
     const size_t from = listener().count();
     ask(kInit);
     waitFor("EPG_UPDATE", from);
-    waitFor([&] { return programmes() == kProgrammes; });
+    waitForProgrammes(kProgrammes);
   }
 
   // Blocks programmes from a TV rating on, which rewrites the guide.
   void block(const std::string& level, int blocked) {
     ask(command("PC STORERATING", R"("region":1,"us":{"tv":)" + level + kNoLimits));
-    waitFor([&] { return programmes("parent_stat = 1") == blocked; });
+    waitForProgrammes(blocked, "parent_stat = 1");
   }
 
   // Saves the service's files as the start of each run. Runs the steps without faults: records each
   // content and the number of disk calls.
   void learn() {
-    stopService();
+    service_->stop();
     fs::copy(db_, origin_, fs::copy_options::recursive);
     startFaultyService();
     prepare_();
@@ -159,7 +155,7 @@ class PowerCutTest : public EnduranceTest {
                                std::to_string(i);
       SCOPED_TRACE(line);
       control("");
-      stopService(SIGKILL);
+      service_->kill();
       fs::remove_all(db_);
       fs::copy(origin_, db_, fs::copy_options::recursive);
       startFaultyService();
@@ -168,7 +164,7 @@ class PowerCutTest : public EnduranceTest {
       for (const auto& step : steps_) {
         if (alive()) step();
       }
-      stopService(SIGKILL);
+      service_->kill();
       expectWhole("dead");
       recover(i);
     }
@@ -212,7 +208,7 @@ TEST_F(PowerCutTest, ChannelTablesAreOneOfTheLists) {
       control("power " + std::to_string(1 + i % 29) + " " + std::to_string(i));
       startFaultyService(kMayDie);
       outcomes_["died at the start"] += !alive();
-      stopService(SIGKILL);
+      service_->kill();
       if (!lost) expectWhole("second power");
     }
     expectSoundStart();
