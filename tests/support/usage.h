@@ -15,7 +15,6 @@ inline bool longForm() { return std::getenv("ATSC_TEST_LONG") != nullptr; }
 
 // Resources of a process.
 struct Usage {
-  long memoryKb = 0;
   long threads = 0;
   long descriptors = 0;
 };
@@ -25,7 +24,6 @@ inline Usage usageOf(pid_t pid) {
   const std::string folder = "/proc/" + std::to_string(pid);
   std::ifstream status(folder + "/status");
   for (std::string word; status >> word;) {
-    if (word == "VmRSS:") status >> usage.memoryKb;
     if (word == "Threads:") status >> usage.threads;
   }
   std::error_code gone;
