@@ -18,7 +18,7 @@ class ChannelTableTest : public LibraryTest {
   }
 };
 
-// The fuzzer of the channel tables compares the rows, whatever was in the table before.
+// What a synchronisation leaves in the table is the fuzzer's.
 TEST_F(ChannelTableTest, StatementTexts) {
   fake::Service service = fake::service(7, 1, 177000000, "It's");
   AISRV_pid_info& described = service.pids[1];
@@ -57,6 +57,26 @@ TEST_F(ChannelTableTest, StatementTexts) {
                                         " WHERE major_no=7 AND minor_no=1 AND freq=177000000\n"));
   EXPECT_EQ(updated, _ATSC_Service_db_getChannelUpdate_Command(list.records.data(), 0));
   EXPECT_EQ("", fake::logLine("DELETE"));
+}
+
+TEST_F(ChannelTableTest, TypesAndNames) {
+  std::vector<fake::Service> services;
+  for (uint16_t type = 0; type < 256; ++type) {  // of a stream and of the service
+    services.push_back(fake::service(7, type, 177000000, "A"));
+    services.back().info.service_type = type;
+    services.back().pids.resize(1);
+    services.back().pids[0].stream_type = static_cast<uint8_t>(type);
+  }
+  services[3].name = "";
+  services[4].name = "N";
+  services[4].nameEncoding = 0;
+  synchronise(services);
+  EXPECT_EQ(
+      "1|A||49_1,|0|1|TV 2|A||49_2,|0|1|RADIO 3|EMPTY|49__3,||1|0|DATA 4|N|49__4,||1|0|TV "
+      "15|A|49__15,||1|0|TV 17|A|49__17,||1|0|TV 36|A||49_36,|0|1|TV 128|A||49_128,|0|1|TV "
+      "129|A|49__129,||1|0|TV 135|A|49__135,||1|0|TV",
+      joined(rows("SELECT minor_no,name,audio_pid,video_pid,audio_count,video_count,srv_type FROM "
+                  "channel_data_t WHERE audio_count+video_count > 0")));
 }
 
 TEST_F(ChannelTableTest, AFailureLosesNoChannels) {
