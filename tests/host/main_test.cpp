@@ -14,7 +14,8 @@ int main(int argc, char** argv) {
     return role != roles().end() ? role->second({argv + 3, argv + argc}) : 98;
   }
   // The state of the receiver under test, separate from other receivers. Helper processes share it.
-  const TemporaryFolder state;
+  // The receiver stores it when the process exits.
+  static const TemporaryFolder state;
   setenv("ATSC_HOST_STATE", (state.path() / "state").c_str(), 1);
   ::testing::InitGoogleTest(&argc, argv);
   return RUN_ALL_TESTS();
