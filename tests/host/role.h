@@ -27,9 +27,11 @@ struct AddRoles {
   }
 };
 
-// Plays a role. Shows its error output at the end.
+// Plays a role, with more environment. Shows its error output at the end.
 struct Helper : Process {
-  explicit Helper(std::vector<std::string> role) : Process(wordsOf(role), {}, std::nullopt) {}
+  explicit Helper(std::vector<std::string> role,
+                  const std::map<std::string, std::string>& environment = {})
+      : Process(wordsOf(role), environment, std::nullopt) {}
   ~Helper() { std::cerr << err(); }
 
  private:
