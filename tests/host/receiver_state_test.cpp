@@ -14,7 +14,7 @@
 #include "files.h"
 #include "middleware_types.h"
 #include "modules/host.h"
-#include "receiver_test_air.h"
+#include "receiver_test_service.h"
 #include "replaced.h"
 
 namespace receiver_test {
@@ -22,27 +22,12 @@ namespace {
 
 namespace fs = std::filesystem;
 using atschost::Receiver;
-using atschost::Service;
 
 constexpr uint32_t kChannel15 = 479000000;
 
-Service service(uint16_t major, uint16_t minor, uint32_t frequency, uint32_t source = kAir) {
-  Service s;
-  s.key = {major, minor, frequency, source};
-  s.name = std::string("\0'\xD8\0", 4);  // an unpaired surrogate survives as well
-  AISRV_pid_info stream{};
-  stream.pid = 52;
-  stream.stream_type = 129;
-  stream.audio_kind = AISRV_AUDIO_DESCRIPTION;
-  stream.description_mask = 4;
-  std::copy_n("eng", 3, stream.language);
-  s.streams = {stream};
-  return s;
-}
-
-std::vector<Service> listed(Receiver& receiver, uint32_t source = kAir) {
+std::vector<Service> listed(Receiver& receiver) {
   std::vector<Service> list;
-  receiver.services().visit(source, [&](const Service& s) {
+  receiver.services().visit(kAir, [&](const Service& s) {
     list.push_back(s);
     return true;
   });
@@ -112,17 +97,15 @@ TEST_F(ReceiverStateTest, SurvivesARestart) {
 }
 
 TEST_F(ReceiverStateTest, ServiceFoundAgainKeepsWhatTheViewerSet) {
-  TestReceiver(state_).services().store();
   {
-    TestReceiver receiver(state_);
-    receiver.services().replace(kAir, kChannel14,
-                                {service(9, 1, kChannel14), service(9, 2, kChannel14)});
-    receiver.services().store();
+    TestReceiver before(state_);
+    before.services().replace(kAir, kChannel14,
+                              {service(9, 1, kChannel14), service(9, 2, kChannel14)});
+    EXPECT_TRUE(before.services().setFlags(kAir, 1, 13, 48));
   }
-  const std::string set = replaced(replaced(readFile(services_), "\"flags\" : 1", "\"flags\" : 13"),
-                                   "\"favourites\" : 0", "\"favourites\" : 48");
   // The format of older versions.
-  writeFile(services_, replaced(replaced(set, "\"added\" : false,", ""), "\"audio\" : 0,", ""));
+  writeFile(services_, replaced(replaced(readFile(services_), "\"added\" : false,", ""),
+                                "\"audio\" : 0,", ""));
   TestReceiver receiver(state_);
   Service again = service(9, 1, kChannel14);
   again.programNumber = 7;
@@ -132,7 +115,7 @@ TEST_F(ReceiverStateTest, ServiceFoundAgainKeepsWhatTheViewerSet) {
   for (const Service& s : listed(receiver))
     list.push_back({s.key.minor, s.record, s.flags, s.favourites, s.programNumber, s.audio});
   // The number of the service just lost is not reused at once.
-  EXPECT_EQ((decltype(list){{0, 3, 1, 0, 0, 0}, {1, 1, 13, 48, 7, 0}, {1, 2, 1, 0, 0, 0}}), list);
+  EXPECT_EQ((decltype(list){{0, 3, 1, 0, 1, 0}, {1, 1, 13, 48, 7, 0}, {1, 2, 1, 0, 1, 0}}), list);
 }
 
 // Calls `visit` with each value in `all` and its name.
@@ -211,106 +194,70 @@ TEST_F(ReceiverStateTest, DamagedFilesAreSetAside) {
   EXPECT_TRUE(fs::is_directory(state_ / "settings.json.bad"));
 }
 
-AIFW_channel_change_request change(uint32_t mode, uint16_t major = 0, uint16_t minor = 0,
-                                   uint32_t record = 0xFFFF) {
-  return {mode, kAir, AISRV_SERVICE_MASK, major, minor, 0, record, kAir};
+// Runs `use` while few more files can be opened.
+void withFewFiles(rlim_t count, const std::function<void()>& use) {
+  rlimit before;
+  ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &before));
+  const int next = dup(STDERR_FILENO);
+  close(next);
+  const rlimit few{static_cast<rlim_t>(next) + count, before.rlim_max};
+  ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &few));
+  use();
+  setrlimit(RLIMIT_NOFILE, &before);
 }
-
-// Allows few more files to be opened during its lifetime.
-class FewFiles {
- public:
-  explicit FewFiles(rlim_t count) {
-    getrlimit(RLIMIT_NOFILE, &before_);
-    const int next = dup(STDERR_FILENO);
-    close(next);
-    const rlimit few{static_cast<rlim_t>(next) + count, before_.rlim_max};
-    EXPECT_EQ(0, setrlimit(RLIMIT_NOFILE, &few));
-  }
-  ~FewFiles() { setrlimit(RLIMIT_NOFILE, &before_); }
-
- private:
-  rlimit before_{};
-};
 
 TEST_F(ReceiverStateTest, AStoreThatFailsLateIsMadeGood) {
   TestReceiver receiver(state_);
   receiver.services().replace(kAir, kChannel14, {service(9, 1, kChannel14)});
   ASSERT_TRUE(receiver.services().store());
   const std::string before = readFile(services_);
-  {
-    const FewFiles fileButNotItsFolder(1);
-    EXPECT_FALSE(receiver.services().setFlags(kAir, 1, AISRV_FLAG_SKIPPED, 0));
-  }
+  // The file can be opened, but not its folder.
+  withFewFiles(1,
+               [&] { EXPECT_FALSE(receiver.services().setFlags(kAir, 1, AISRV_FLAG_SKIPPED, 0)); });
   EXPECT_NE(before, readFile(services_)) << "too late to take it back";
   EXPECT_TRUE(receiver.services().store());
   EXPECT_EQ(before, readFile(services_));
 
-  std::optional<FewFiles> none(0);
-  TestReceiver unlucky(state_);
-  none.reset();
-  EXPECT_TRUE(listed(unlucky).empty());
-  EXPECT_FALSE(unlucky.services().store()) << "the file may be intact";
+  std::optional<TestReceiver> unlucky;
+  withFewFiles(0, [&] { unlucky.emplace(state_); });
+  EXPECT_TRUE(listed(*unlucky).empty());
+  EXPECT_FALSE(unlucky->services().store()) << "the file may be intact";
   EXPECT_EQ(before, readFile(services_));
 }
 
-TEST_F(ReceiverStateTest, ChannelsChangeInOrder) {
+TEST_F(ReceiverStateTest, EqualNumbersAreChosenByRecordAndInOrder) {
   Air air;
-  air.write(kAir, kChannel14, {});
-  air.write(kAir, kChannel15, {});
-  Service skipped = service(9, 2, kChannel14), deleted = service(9, 3, kChannel14);
-  skipped.flags |= AISRV_FLAG_SKIPPED;
-  deleted.flags |= AISRV_FLAG_DELETED;
   TestReceiver receiver(state_);
-  EXPECT_FALSE(receiver.player().changeChannel(change(AIFW_CHANGE_UP)));
-  receiver.services().replace(kAir, kChannel14, {service(9, 1, kChannel14), skipped, deleted});
-  receiver.services().replace(kAir, kChannel15,
-                              {service(9, 1, kChannel15), service(10, 1, kChannel15)});
+  atschost::Player& player = receiver.player();
+  for (const uint32_t frequency : {kChannel14, kChannel15}) {
+    air.write(kAir, frequency, {});
+    receiver.services().replace(kAir, frequency, {service(9, 1, frequency)});
+  }
   receiver.services().replace(kAir, 485000000, {service(9, 5, 485000000)});  // without carrier
-  const auto now = [&] {
-    const auto key = receiver.player().current().value().key;
-    EXPECT_EQ(key.frequency, receiver.player().tuning().frequency);
-    return std::to_string(key.major) + "-" + std::to_string(key.minor) + "@" +
-           std::to_string(key.frequency / 1000000);
-  };
-  EXPECT_TRUE(receiver.player().playFirst(kAir, kChannel15));
-  EXPECT_EQ("9-1@479", now());
   const struct {
-    AIFW_channel_change_request request;
-    const char* now;
+    uint32_t mode, record, now;
     bool refused = false;
   } kCases[] = {
-      {change(AIFW_CHANGE_UP), "10-1@479"},  // not skipped, deleted or lost services
-      {change(AIFW_CHANGE_UP), "9-1@473"},
-      {change(AIFW_CHANGE_DOWN), "10-1@479"},
-      {change(AIFW_CHANGE_DIRECT, 9, 2), "9-2@473"},  // a skipped service can be chosen
-      {change(AIFW_CHANGE_UP), "10-1@479"},
-      {change(AIFW_CHANGE_DIRECT, 9, 1), "9-1@473"},
-      {change(AIFW_CHANGE_DIRECT, 9, 1, listed(receiver)[1].record), "9-1@479"},
-      {change(AIFW_CHANGE_DOWN), "9-1@473"},
-      {change(AIFW_CHANGE_UP), "9-1@479"},
-      {change(AIFW_CHANGE_DIRECT, 9, 3), "9-1@479", true},
-      {change(AIFW_CHANGE_DIRECT, 9, 5), "9-1@479", true},
-      {change(3), "9-1@479", true},
+      {AIFW_CHANGE_DIRECT, 0xFFFF, kChannel14},
+      {AIFW_CHANGE_DIRECT, listed(receiver)[1].record, kChannel15},
+      {AIFW_CHANGE_UP, 0, kChannel14},
+      {AIFW_CHANGE_UP, 0, kChannel15},
+      {AIFW_CHANGE_DOWN, 0, kChannel14},
+      {3, 0, kChannel14, true},
   };
   for (const auto& each : kCases) {
-    EXPECT_EQ(!each.refused, receiver.player().changeChannel(each.request));
-    EXPECT_EQ(each.now, now());
+    const AIFW_channel_change_request request{each.mode, kAir, AISRV_SERVICE_MASK, 9,
+                                              1,         0,    each.record,        kAir};
+    EXPECT_EQ(!each.refused, player.changeChannel(request));
+    EXPECT_EQ(each.now, player.tuning().frequency);
+    EXPECT_EQ(each.now, player.current().value().key.frequency);
   }
-  EXPECT_FALSE(receiver.player().playFirst(kAir, 485000000)) << "its carrier is gone";
-  EXPECT_TRUE(receiver.player().isPlaying());
-  receiver.player().stopPlaying();
-  EXPECT_FALSE(receiver.player().isPlaying());
-
-  // The current service is known after a restart, but does not play. There is none when it is no
-  // longer listed.
-  receiver.settings().store();
-  EXPECT_TRUE(receiver.services().store());
-  EXPECT_TRUE(receiver.settings().sync());
-  TestReceiver restarted(state_);
-  EXPECT_EQ(kChannel15, restarted.player().current().value().key.frequency);
-  EXPECT_FALSE(restarted.player().isPlaying());
-  restarted.services().replace(kAir, kChannel15, {});
-  EXPECT_FALSE(restarted.player().current());
+  EXPECT_FALSE(player.playFirst(kAir, 485000000)) << "its carrier is gone";
+  EXPECT_TRUE(player.isPlaying());
+  player.stopPlaying();
+  EXPECT_FALSE(player.isPlaying());
+  receiver.services().replace(kAir, kChannel14, {});
+  EXPECT_FALSE(player.current()) << "no longer listed";
 }
 
 }  // namespace

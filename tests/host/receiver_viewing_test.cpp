@@ -10,7 +10,6 @@
 #include "aiec.h"
 #include "aifw.h"
 #include "aipc.h"
-#include "aipt.h"
 #include "arrivals.h"
 #include "atsc_host.h"
 #include "modules/host.h"
@@ -68,10 +67,10 @@ class ReceiverViewingTest : public testing::Test {
     EXPECT_EQ(0, AIFW_play_first_service(kAir, kChannel20));
     EXPECT_EQ(0, AICN_get_current(&one_));
     after("playing begins", "S", "free --- audio 1");
+    limit(4);
     const AIPC_parental_details enabled{0, 1, 0, 0, 1, 0};
     EXPECT_EQ(0, AIPC_set_parental_details(&enabled));
-    limit(4);
-    after("a limit", "UU", "free -x- audio 1");
+    after("limits are enabled", "UU", "free -x- audio 1");
   }
   ~ReceiverViewingTest() override {
     AIFW_register_frmwrk_app_cb(nullptr);
@@ -148,15 +147,13 @@ TEST(ReceiverEventsTest, AGuideThatWaitsToBeTakenAnewIsNotToldTwice) {
 }
 
 TEST_F(ReceiverViewingTest, WhatPlaysIsBlockedAndFreedAsProgrammesAndSettingsChange) {
-  int ready = 0;
-  EXPECT_EQ(0, AIPT_get_index_status(&ready, 0));
-  EXPECT_EQ(1, ready);
   setTime(kStart + 3600 - 1);
   after("the next programme", "B", "blocked -x- audio 0");
   EXPECT_TRUE(atschost::hostReceiver().player().isPlaying());
   limit(4);
+  EXPECT_EQ(0, AIFW_set_curr_region(2));
   limit(5);
-  after("no change, and a higher limit", "UF", "free --- audio 1");
+  after("no change, a region, and a higher limit", "UUF", "free --- audio 1");
   limit(4);
   after("a lower limit", "UB", "blocked -x- audio 0");
   EXPECT_EQ(0, AIFW_pwd_unlocked_no_checking_status(1));
@@ -191,17 +188,12 @@ TEST_F(ReceiverViewingTest, WhatPlaysIsBlockedAndFreedAsProgrammesAndSettingsCha
   EXPECT_EQ(0, AIFW_play_curr_src());
   after("not unrated before the streams are read", "S", "by streams 1 -xx audio 1");
 
-  // A lock by another origin than the application closes the playing service; removing it opens the
-  // service.
+  // A lock by the application does not close the playing service; removing it opens the service.
   AISRV_service_info locked = one_;
   const auto lock = [&](bool on) {
     locked.AISRV_flags_ = AISRV_FLAG_VISIBLE | (on ? AISRV_FLAG_LOCKED : 0);
     EXPECT_EQ(0, AIFW_modify_service(AIFW_SERVICE_MODIFY, &locked));
   };
-  lock(true);
-  after("locked", "L", "by streams 1 -xx audio 0");
-  lock(false);
-  after("the lock is removed", "O", "by streams 1 -xx audio 1");
   AICN_set_play_from_ap(1);
   lock(true);
   after("locked by the application", "", "by streams 1 -xx audio 1");
@@ -238,11 +230,10 @@ TEST_F(ReceiverViewingTest, WhatPlaysIsGuardedWithoutSignalAndWithoutBeingListed
   // A stream whose rating changes after a second. Tables are sent twice, since changed ones are
   // awaited as a whole.
   const Bytes rest = packets(0x1F00, std::vector<Bytes>(1000, section(0xF0, 0, {})));
-  const auto rated = [&](const Bytes& advisory) {
-    return ratedStream(advisory) + ratedStream(advisory) + rest;
-  };
-  const Bytes adult = rated(contentAdvisory(1, {{0, 5}}));
-  Bytes changing = adult + rated({}) + adult;
+  Bytes changing;
+  for (const Bytes& advisory :
+       {contentAdvisory(1, {{0, 5}}), Bytes(), contentAdvisory(1, {{0, 5}})})
+    changing = changing + ratedStream(advisory) + ratedStream(advisory) + rest;
   for (int i = 0; i < 20; ++i) changing = changing + rest;
   std::map<int, uint8_t> counters;
   for (size_t at = 0; at < changing.size(); at += 188) {
