@@ -2,13 +2,13 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <chrono>
 #include <future>
 #include <stdexcept>
 #include <thread>
 #include <vector>
 
+#include "arrivals.h"
 #include "role.h"
 
 namespace {
@@ -16,46 +16,38 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-// A timer and the calls of its handler.
+// A timer, and the threads and times of the calls of its handler.
 struct Probe {
   Probe() { EXPECT_EQ(OSAL_timer_create("probe", 2, &timer), 0); }
 
   static void fired(void* arg, int value) {
-    Probe& probe = *static_cast<Probe*>(arg);
     EXPECT_EQ(value, 0);
-    probe.thread = std::this_thread::get_id();
-    ++probe.count;
-    probe.once.set_value(Clock::now());
+    static_cast<Probe*>(arg)->calls.add({std::this_thread::get_id(), Clock::now()});
   }
 
   int enable(uint32_t delay) { return OSAL_timer_enable(timer, fired, this, delay); }
 
   OSAL_timer_id timer = 0;
-  std::atomic<int> count{0};
-  std::atomic<std::thread::id> thread{};
-  std::promise<Clock::time_point> once;
+  Arrivals<std::pair<std::thread::id, Clock::time_point>> calls;
 };
 
 TEST(OsalTimer, FiresOnceForEachEnableOnItsThreadAfterTheLastDelay) {
   Probe probe, early;
-  for (int round = 1; round <= 3; ++round) {
-    probe.once = {};
+  // Fires, after the earlier calls of enable().
+  const auto expectCall = [&](uint32_t delay) {
     const auto start = Clock::now();
-    ASSERT_EQ(probe.enable(20), 0);
-    EXPECT_GE(probe.once.get_future().get() - start, milliseconds(20));
-    EXPECT_EQ(probe.count, round);
-  }
-  EXPECT_NE(probe.thread.load(), std::this_thread::get_id());
-
-  probe.once = {};
+    ASSERT_EQ(probe.enable(delay), 0);
+    const auto calls = probe.calls.take(1);
+    ASSERT_EQ(calls.size(), 1u);
+    EXPECT_GE(calls[0].second - start, milliseconds(delay));
+    EXPECT_NE(calls[0].first, std::this_thread::get_id());
+  };
+  for (int round = 0; round < 3; ++round) expectCall(20);
   ASSERT_EQ(probe.enable(60000), 0);  // the thread already waits for this one
   ASSERT_EQ(early.enable(0), 0);
-  early.once.get_future().wait();
+  EXPECT_EQ(early.calls.take(1).size(), 1u);
   ASSERT_EQ(probe.enable(150), 0);
-  const auto start = Clock::now();
-  ASSERT_EQ(probe.enable(300), 0);
-  EXPECT_GE(probe.once.get_future().get() - start, milliseconds(300));
-  EXPECT_EQ(probe.count, 4) << "not at 150 ms";
+  expectCall(300);
 
   OSAL_timer_id timer = 0;
   EXPECT_NE(OSAL_timer_create("x", 1, &timer), 0);

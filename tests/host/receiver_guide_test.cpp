@@ -7,7 +7,10 @@
 
 #include "aiec.h"
 #include "arrivals.h"
+#include "command_text.h"
+#include "files.h"
 #include "receiver/tables/content_advisory.h"
+#include "receiver/tables/huffman_tables.h"
 #include "receiver/tables/psip_decoder.h"
 #include "receiver/tables/psip_text.h"
 #include "receiver/tuners/guide_tuner.h"
@@ -511,6 +514,17 @@ TEST(GuideCache, AnswersEventByEvent) {
   scan(kAir);
   EXPECT_NE(0, AIEC_get_next_n_events(&begin, events, 3, &count, 1));
   EXPECT_NE(0, AIEC_get_total_events(&one, &count));
+}
+
+TEST(GuideText, HuffmanTreesAreThePublishedOnes) {
+  const Json::Value published = parsed(readFile(A65_HUFFMAN));
+  for (const auto& [name, trees] :
+       {std::pair("c5", atschost::kTitleTrees), {"c7", atschost::kDescriptionTrees}}) {
+    Bytes bytes;
+    for (const Json::Value& byte : published[name])
+      bytes.push_back(static_cast<uint8_t>(byte.asUInt()));
+    EXPECT_EQ(bytes, Bytes(trees.bytes, trees.bytes + trees.size)) << name;
+  }
 }
 
 }  // namespace

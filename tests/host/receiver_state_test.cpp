@@ -21,18 +21,8 @@ namespace receiver_test {
 namespace {
 
 namespace fs = std::filesystem;
-using atschost::Receiver;
 
 constexpr uint32_t kChannel15 = 479000000;
-
-std::vector<Service> listed(Receiver& receiver) {
-  std::vector<Service> list;
-  receiver.services().visit(kAir, [&](const Service& s) {
-    list.push_back(s);
-    return true;
-  });
-  return list;
-}
 
 class ReceiverStateTest : public testing::Test {
  protected:
@@ -177,6 +167,7 @@ TEST_F(ReceiverStateTest, DamagedFilesAreSetAside) {
       {"services.json", "0027d8009afe", "00270"},
       {"services.json", "0027d8009afe", "002g"},
       {"services.json", "\"eng\"", "\"english\""},
+      {"services.json", "\"eng\"", "\"1_2\""},
       {"services.json", "3, \"frequency\": 57000000, \"major\": 300, \"minor\": 0",
        "2, \"frequency\": 473000000, \"major\": 9, \"minor\": 1"},
       {"settings.json", "\"source\": 3", "\"source\": 1"},
@@ -225,32 +216,51 @@ TEST_F(ReceiverStateTest, AStoreThatFailsLateIsMadeGood) {
   EXPECT_EQ(before, readFile(services_));
 }
 
-TEST_F(ReceiverStateTest, EqualNumbersAreChosenByRecordAndInOrder) {
+TEST_F(ReceiverStateTest, ChannelsChangeInOrder) {
   Air air;
   TestReceiver receiver(state_);
   atschost::Player& player = receiver.player();
-  for (const uint32_t frequency : {kChannel14, kChannel15}) {
-    air.write(kAir, frequency, {});
-    receiver.services().replace(kAir, frequency, {service(9, 1, frequency)});
-  }
+  const auto change = [&](uint32_t mode, uint16_t major, uint16_t minor, uint32_t record) {
+    return player.changeChannel({mode, kAir, AISRV_SERVICE_MASK, major, minor, 0, record, kAir});
+  };
+  EXPECT_FALSE(change(AIFW_CHANGE_UP, 0, 0, 0xFFFF));
+  for (const uint32_t frequency : {kChannel14, kChannel15}) air.write(kAir, frequency, {});
+  const auto flagged = [](uint16_t minor, uint32_t flags) {
+    return service(9, minor, kChannel14, kAir, flags);
+  };
+  constexpr uint32_t kVisible = AISRV_FLAG_VISIBLE;
+  receiver.services().replace(
+      kAir, kChannel14,
+      {flagged(0, 0), flagged(1, kVisible), flagged(2, kVisible | AISRV_FLAG_SKIPPED),
+       flagged(3, kVisible | AISRV_FLAG_DELETED)});
+  receiver.services().replace(kAir, kChannel15,
+                              {service(9, 1, kChannel15), service(10, 1, kChannel15)});
   receiver.services().replace(kAir, 485000000, {service(9, 5, 485000000)});  // without carrier
   const struct {
-    uint32_t mode, record, now;
+    uint32_t mode;
+    uint16_t major, minor;
+    const char* now;
+    uint32_t record = 0xFFFF;
     bool refused = false;
   } kCases[] = {
-      {AIFW_CHANGE_DIRECT, 0xFFFF, kChannel14},
-      {AIFW_CHANGE_DIRECT, listed(receiver)[1].record, kChannel15},
-      {AIFW_CHANGE_UP, 0, kChannel14},
-      {AIFW_CHANGE_UP, 0, kChannel15},
-      {AIFW_CHANGE_DOWN, 0, kChannel14},
-      {3, 0, kChannel14, true},
+      {AIFW_CHANGE_DIRECT, 9, 1, "9-1@479", listed(receiver)[2].record},
+      {AIFW_CHANGE_UP, 0, 0, "10-1@479"},  // not hidden, skipped, deleted or lost services
+      {AIFW_CHANGE_UP, 0, 0, "9-1@473"},
+      {AIFW_CHANGE_DOWN, 0, 0, "10-1@479"},
+      {AIFW_CHANGE_DIRECT, 9, 2, "9-2@473"},  // a skipped service can be chosen
+      {AIFW_CHANGE_UP, 0, 0, "10-1@479"},
+      {AIFW_CHANGE_DIRECT, 9, 1, "9-1@473"},
+      {AIFW_CHANGE_UP, 0, 0, "9-1@479"},
+      {AIFW_CHANGE_DOWN, 0, 0, "9-1@473"},
+      {AIFW_CHANGE_DIRECT, 9, 3, "9-1@473", 0xFFFF, true},
+      {AIFW_CHANGE_DIRECT, 9, 5, "9-1@473", 0xFFFF, true},
+      {3, 0, 0, "9-1@473", 0xFFFF, true},
   };
   for (const auto& each : kCases) {
-    const AIFW_channel_change_request request{each.mode, kAir, AISRV_SERVICE_MASK, 9,
-                                              1,         0,    each.record,        kAir};
-    EXPECT_EQ(!each.refused, player.changeChannel(request));
-    EXPECT_EQ(each.now, player.tuning().frequency);
-    EXPECT_EQ(each.now, player.current().value().key.frequency);
+    EXPECT_EQ(!each.refused, change(each.mode, each.major, each.minor, each.record));
+    const Service current = player.current().value();
+    EXPECT_EQ(current.key.frequency, player.tuning().frequency);
+    EXPECT_EQ(each.now, number(current) + "@" + std::to_string(current.key.frequency / 1000000));
   }
   EXPECT_FALSE(player.playFirst(kAir, 485000000)) << "its carrier is gone";
   EXPECT_TRUE(player.isPlaying());

@@ -35,6 +35,15 @@ inline Service service(uint16_t major, uint16_t minor, uint32_t frequency, uint3
   return s;
 }
 
+inline std::vector<Service> listed(const atschost::Receiver& receiver) {
+  std::vector<Service> list;
+  const_cast<atschost::Receiver&>(receiver).services().visit(kAir, [&](const Service& s) {
+    list.push_back(s);
+    return true;
+  });
+  return list;
+}
+
 inline std::string number(const std::optional<Service>& s) {
   return s ? std::to_string(s->key.major) + "-" + std::to_string(s->key.minor) : "none";
 }
