@@ -6,6 +6,7 @@
 #include <future>
 #include <stdexcept>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "arrivals.h"
