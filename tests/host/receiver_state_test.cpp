@@ -1,6 +1,5 @@
 // Stored state of a receiver, and playing.
 #include <gtest/gtest.h>
-#include <json/json.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -10,6 +9,7 @@
 #include <optional>
 #include <utility>
 
+#include "command_text.h"
 #include "files.h"
 #include "middleware_types.h"
 #include "modules/host.h"
@@ -29,12 +29,6 @@ class ReceiverStateTest : public testing::Test {
   const fs::path state_ = folder_.path() / "a" / "b";
   const fs::path services_ = state_ / "services.json";
 };
-
-Json::Value jsonOf(const std::string& text) {
-  Json::Value value;
-  EXPECT_TRUE(Json::Reader().parse(text, value)) << text;
-  return value;
-}
 
 // Stored files, in which nothing has its default value.
 const std::map<std::string, std::string> kFiles = {
@@ -77,7 +71,7 @@ TEST_F(ReceiverStateTest, SurvivesARestart) {
   EXPECT_TRUE(receiver.services().store());
   EXPECT_TRUE(receiver.settings().sync());
   EXPECT_TRUE(receiver.parental().sync());
-  for (const auto& [name, text] : kFiles) EXPECT_EQ(jsonOf(text), jsonOf(readFile(state_ / name)));
+  for (const auto& [name, text] : kFiles) EXPECT_EQ(parsed(text), parsed(readFile(state_ / name)));
 }
 
 TEST_F(ReceiverStateTest, ServiceFoundAgainKeepsWhatTheViewerSet) {
@@ -138,7 +132,7 @@ TEST_F(ReceiverStateTest, DamagedFilesAreSetAside) {
   for (const auto& [file, text] : kFiles) {
     for (const std::string& damaged : {std::string(), text.substr(0, text.size() / 2), text + "x"})
       isSetAside(file, damaged);
-    Json::Value content = jsonOf(text);
+    Json::Value content = parsed(text);
     forEachValue(content, "", [&, file = file](const std::string& name, Json::Value& value) {
       Json::Value before = value;
       value = Json::Value();
