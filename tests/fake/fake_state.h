@@ -162,6 +162,7 @@ Call<Arguments...> called(const char* function, Arguments... arguments) {
     {
       const auto locked = state();
       locked->calls.push_back(call);
+      locked->callTimes.push_back(std::chrono::steady_clock::now());
       const auto result = locked->results.find(function);
       if (result != locked->results.end()) status = result->second;
       hook = locked->callHook;
