@@ -33,30 +33,24 @@ class CommandTest : public LibraryTest {
 };
 
 TEST_F(CommandTest, ResultsAndLogLines) {
-  const struct {
-    const char* command;
-    int result;
-    const char* error;  // "" for none
-  } cases[] = {
-      {"", 0, ""},
-      {"{", -1, ""},
-      {R"({"class":"FW"})", -1, "command() is not support"},
-      {R"({"class":"FW","command":"init"})", -1, "command(init) is not support"},
-      {R"({"class":"fw","command":"INIT"})", -1, "Class(fw) is not supported"},
-      // Shapes and types that the JSON library refuses.
-      {"[1,2]", -1, "command refused: it is not a JSON object: [1,2]"},
-      {"null", -1, "Class() is not supported"},
-      {R"({"class":{}})", -1,
-       R"(command refused: Type is not convertible to string: {"class":{}})"},
-      {R"({"class":"SCAN","command":"start","mode":"m","freq":-1})", -1,
-       R"(command refused: LargestInt out of UInt range: )"
-       R"({"class":"SCAN","command":"start","mode":"m","freq":-1})"},
-  };
-  for (const auto& expected : cases) {
+  const std::string cases = R"(
+{ |
+{"class":"FW"} | command() is not support
+{"class":"FW","command":"init"} | command(init) is not support
+{"class":"fw","command":"INIT"} | Class(fw) is not supported
+[1,2] | command refused: it is not a JSON object: [1,2]
+null | Class() is not supported
+{"class":{}} | command refused: Type is not convertible to string: {"class":{}}
+{"class":"SCAN","command":"start","mode":"m","freq":-1}
+  | command refused: LargestInt out of UInt range:
+  {"class":"SCAN","command":"start","mode":"m","freq":-1}
+)";
+  for (const Lines& row : tableOf(cases, 2)) {
     fake::reset();
-    EXPECT_EQ(expected.result, send(expected.command)) << expected.command;
-    EXPECT_EQ(expected.error, joined(logsOf("Error")));
+    EXPECT_EQ(-1, send(row[0])) << row[0];
+    EXPECT_EQ(row[1], joined(logsOf("Error")));
   }
+  EXPECT_EQ(0, send(""));
   EXPECT_EQ(0, g_atsc_server_service.jsonCommand(nullptr, nullptr));
 }
 

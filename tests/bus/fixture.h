@@ -41,6 +41,13 @@ class LibraryTest : public ::testing::Test {
 
   void TearDown() override { fake::reset(); }
 
+  // Forgets the calls; a channel plays, with the parental control of the test.
+  void restart() const {
+    fake::reset();
+    fake::setParental(parental_);
+    fake::setCurrent(fake::service(7, 1, 177000000, "SEVEN"), AI_INPUT_TERRESTRIAL);
+  }
+
   // Starts the callback queues, which a process can do only once.
   static void startQueues() {
     static const bool started = (_ATSC_Service_Task_init(), true);
@@ -97,6 +104,7 @@ class LibraryTest : public ::testing::Test {
     return lines;
   }
 
+  fake::Parental parental_;
   const TemporaryFolder temporary_;
   const std::filesystem::path folder_ = temporary_.path();
   const std::string path_ = folder_ / "channels.db3";

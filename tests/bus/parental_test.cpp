@@ -6,43 +6,24 @@
 
 namespace {
 
-using ::testing::HasSubstr;
-
-class ParentalTest : public LibraryTest {
- protected:
-  // Resets the test with the current `parental_`.
-  void restart() {
-    fake::reset();
-    fake::setParental(parental_);
-    fake::setCurrent(fake::service(7, 1, 177000000, "SEVEN"), AI_INPUT_TERRESTRIAL);
-  }
-
-  fake::Parental parental_;
-};
-
-// Returns the document of a record.
-std::string document(const AIPC_dime_t& rating) {
-  std::ostringstream text;
-  text << R"({"can":{"eng":)" << rating.canada_english << R"(,"fra":)" << rating.canada_french
-       << R"(},"dwn":[)";
-  for (const auto& row : rating.downloadable) {
-    text << (&row == rating.downloadable ? "[" : ",[");
-    for (const uint8_t& level : row) text << (&level == row ? "" : ",") << unsigned{level};
-    text << ']';
-  }
-  text << R"(],"region":)" << rating.region << R"(,"us":{"child":)" << rating.us_children
-       << R"(,"dia":)" << rating.us_dialogue << R"(,"lan":)" << rating.us_language << R"(,"mpaa":)"
-       << rating.us_mpaa << R"(,"sex":)" << rating.us_sex << R"(,"tv":)" << rating.us_tv
-       << R"(,"vio":)" << rating.us_violence << "}}";
-  return text.str();
-}
+using ::testing::AllOf;
+using ::testing::EndsWith;
+using ::testing::StartsWith;
+using ParentalTest = LibraryTest;
 
 TEST_F(ParentalTest, RatingDocumentKeepsWhatItDoesNotName) {
   AIPC_dime_t& rating = parental_.rating;
   rating = {5, 1, 2, 3, 4, 5, 6, 7, 8, 9, {}};
   for (int i = 0; i < 64 * 15; ++i) rating.downloadable[i / 15][i % 15] = static_cast<uint8_t>(i);
+  const auto isStored = [](const AIPC_dime_t& wanted) {
+    return memcmp(&fake::state()->storedRating, &wanted, sizeof wanted) == 0;
+  };
   restart();
-  EXPECT_EQ(document(rating), plain(ask(R"(PC RETREIVERATING "region":5)").text));
+  EXPECT_THAT(plain(ask(R"(PC RETREIVERATING "region":5)").text),
+              AllOf(StartsWith(R"({"can":{"eng":8,"fra":9},"dwn":[[0,1,2,3,4,5,6,7,8,9,10,11,12,)"
+                               R"(13,14],[15,16,)"),
+                    EndsWith(R"(190,191]],"region":5,"us":{"child":6,"dia":2,"lan":3,"mpaa":7,)"
+                             R"("sex":4,"tv":1,"vio":5}})")));
   EXPECT_EQ(0, ask(R"(PC STORERATING "region":5,"us":{"dia":12,"lan":13,"sex":14,"vio":15,)"
                    R"("child":16},"can":{"eng":-8},)"
                    R"("dwn":[[],[513],7,[0,1,2,3,4,5,6,7,8,9,10,11,12,13,14,99]])")
@@ -53,21 +34,21 @@ TEST_F(ParentalTest, RatingDocumentKeepsWhatItDoesNotName) {
   std::copy_n(&rating.downloadable[0][0], 64 * 15, &stored.downloadable[0][0]);
   stored.downloadable[1][0] = 1;  // the low byte
   for (uint8_t i = 0; i < 15; ++i) stored.downloadable[3][i] = i;
-  EXPECT_EQ(document(stored), document(fake::state()->storedRating));
+  EXPECT_TRUE(isStored(stored));
   EXPECT_NE("", fake::logLine("Can not find dwn_rat[1][1] [1 is valid: T] in dwn_rat: bool"));
   EXPECT_NE("", fake::logLine("Can not find dwn_rat[63][14] [63 is valid: F] in dwn_rat: bool"));
 
   // The reply of an encoder can be stored unchanged.
-  const std::string value = R"("region":5,"rat_dim":0,"val":0,"block":true,)";
-  const std::string empty = R"("us":{},"can":{},"dwn":[])";
-  for (const char* encode : {"PC ENCODE ", "PC ENCODEDRRT "}) {
-    const std::string encoded = plain(ask(encode + value + empty).text);
-    stored = rating;
-    if (encode[9] == ' ') stored.us_tv = 40;
-    if (encode[9] != ' ') stored.downloadable[63][14] = 41;
-    EXPECT_EQ(document(stored), encoded);
+  for (const std::string encode : {"PC ENCODE ", "PC ENCODEDRRT "}) {
+    restart();
+    const std::string encoded = plain(ask(encode + R"("region":5,"rat_dim":0,"val":0,"block":true,)"
+                                                   R"("us":{},"can":{},"dwn":[])")
+                                          .text);
+    fake::state()->parental.rating = {};
     ask("PC STORERATING " + encoded.substr(1, encoded.size() - 2));
-    EXPECT_EQ(encoded, document(fake::state()->storedRating));
+    stored = rating;
+    (encode == "PC ENCODE " ? stored.us_tv : stored.us_mpaa) = 40;
+    EXPECT_TRUE(isStored(stored)) << encoded;
   }
 }
 
@@ -102,13 +83,6 @@ TEST_F(ParentalTest, TextsOfTheMiddleware) {
     EXPECT_EQ(R"({"abbr_rat_val_txt":"","rat_val_txt":")" + expected.converted + R"(","region":1})",
               plain(value.text));
   }
-  // A text in a buffer of the middleware has the stated length.
-  std::string own(600, 'x');
-  const multiple_lang_t text{reinterpret_cast<uint8_t*>(&own[0]), 600, 0};
-  std::vector<uint8_t> copy;
-  EXPECT_TRUE(atsc::Copy2UTF8(copy, &text));
-  EXPECT_EQ(own, reinterpret_cast<const char*>(copy.data()));
-
   parental_.text = {};
   parental_.abbreviation = {"xyz", AI_TEXT_UTF16BE, 0};
   parental_.regions.assign(255, 9);
@@ -121,101 +95,80 @@ TEST_F(ParentalTest, TextsOfTheMiddleware) {
 }
 
 TEST_F(ParentalTest, WhatIsBlockedNow) {
-  const struct {
-    int verdict;
-    std::vector<uint8_t> advisories;
-    uint32_t status;
-    const char* failing;
-    const char* reply;  // after "VIEWING_"
-    size_t calls;
-  } cases[] = {
-      {11, {}, 0, "", "BLOCKED", 2},
-      {0, {1}, 1, "", "ALLOWED", 2},
-      {14, {1}, 1, "", "ALLOWED", 2},
-      {12, {}, 1, "", "ALLOWED", 3},
-      {12, {1}, 1, "", "BLOCKED", 4},
-      {12, {1}, 2, "", "ALLOWED", 4},
-      {13, {}, 1, "", "BLOCKED", 4},
-      {13, {}, 0, "", "UNRATED", 4},
-      {13, {}, 0, "AISRV_get_rating_status", "BLOCKED", 4},
-      {12, {1}, 1, "AISRV_get_CAD_list", "ALLOWED", 3},
-      {11, {}, 0, "AICN_get_current", "ALLOWED", 1},
-  };
   const Lines calls = {"AICN_get_current(*)", "AIEC_check_rating(7,1)", "AISRV_get_CAD_list(7,8,*)",
                        "AISRV_get_rating_status(7,1)"};
-  for (const auto& expected : cases) {
-    SCOPED_TRACE(std::to_string(expected.verdict) + expected.reply + expected.failing);
-    parental_.verdict = expected.verdict;
-    parental_.advisories = expected.advisories;
-    parental_.ratingStatus = expected.status;
+  // The verdict, the number of advisories, the rating status, the answer, the number of calls and
+  // a function that fails.
+  const std::string cases = R"(
+11 | 0 | 0 | BLOCKED | 2
+0 | 1 | 1 | ALLOWED | 2
+14 | 1 | 1 | ALLOWED | 2
+12 | 0 | 1 | ALLOWED | 3
+12 | 1 | 1 | BLOCKED | 4
+12 | 1 | 2 | ALLOWED | 4
+13 | 0 | 1 | BLOCKED | 4
+13 | 0 | 0 | UNRATED | 4
+13 | 0 | 0 | BLOCKED | 4 | AISRV_get_rating_status
+12 | 1 | 1 | ALLOWED | 3 | AISRV_get_CAD_list
+11 | 0 | 0 | ALLOWED | 1 | AICN_get_current
+)";
+  for (const Lines& row : tableOf(cases, 6)) {
+    SCOPED_TRACE(joined(row));
+    parental_.verdict = std::stoi(row[0]);
+    parental_.advisories.resize(std::stoul(row[1]));
+    parental_.ratingStatus = static_cast<uint32_t>(std::stoul(row[2]));
     restart();
-    fake::setResult(expected.failing, 1);
-    const Answer answer = ask("PC ISPCBLOCKED");
-    EXPECT_EQ(0, answer.result);
-    EXPECT_EQ(std::string(R"({"blocked":)") + (*expected.reply == 'B' ? "true" : "false") +
-                  R"(,"status":"VIEWING_)" + expected.reply + "\"}",
-              plain(answer.text));
-    EXPECT_EQ(Lines(calls.begin(), calls.begin() + static_cast<long>(expected.calls)),
-              fake::calls());
+    fake::setResult(row[5], 1);
+    EXPECT_EQ(std::string(R"({"blocked":)") + (row[3] == "BLOCKED" ? "true" : "false") +
+                  R"(,"status":"VIEWING_)" + row[3] + "\"}",
+              plain(ask("PC ISPCBLOCKED").text));
+    EXPECT_EQ(Lines(calls.begin(), calls.begin() + std::stol(row[4])), fake::calls());
   }
   EXPECT_NE("", fake::logLine("Failed to get current service info.\n"));
 }
 
-TEST_F(ParentalTest, RatingTexts) {
-  const struct {
-    std::string rating;
-    std::string text;  // up to its NUL
-    const char* log;   // "" for none
-  } cases[] = {
-      {"V,S,TV-MA,L", "TV-MA-L-S-V", ""},
-      {"TV-14,,Vb,\xFF,Va,", "TV-14---\xFF-Vb-Va", ""},
-      {"PG-13", "", "Invalid USA TV rating string: PG-13"},
-      {"TV-" + std::string(92, 'x'), "TV-" + std::string(92, 'x'), ""},
-      {"TV-" + std::string(93, 'x'), "", "rating string buffer size is too small: 97 > 96"},
-      {"D,TV-14," + std::string(95, 'x'), "TV-14-D-" + std::string(95, 'x'), ""},
-      {"TV-14," + std::string(96, 'x'), "TV-14-",
-       "rating string buffer size is too small: 103 > 96"},
-  };
-  for (const auto& expected : cases) {
-    SCOPED_TRACE(expected.rating);
-    std::vector<uint8_t> buffer(std::max<size_t>(96, expected.rating.size()) + 2);
-    atsc::ConvertUSATVRatingString(expected.rating, buffer.data(), 96);
-    EXPECT_EQ(expected.text, reinterpret_cast<const char*>(buffer.data()));
-    EXPECT_TRUE(*expected.log == '\0' || fake::logged("Error", expected.log));
-  }
-  EXPECT_FALSE(atsc::StringCompare("V", ""));
-  EXPECT_TRUE(atsc::StringCompare("", ""));
-}
-
 TEST_F(ParentalTest, ChecksOfARating) {
+  const std::string small = "rating string buffer size is too small: ";
   const struct {
     const char* system;
     std::string rating;
-    const char* call;  // "" for none
-    std::string text;  // up to its NUL
+    const char* numbers;    // of country and system; "" when nothing is checked
+    std::string text, log;  // up to its NUL; "" for none
   } cases[] = {
-      {"USA-TV", "D,TV-14,V", "AIPC_check_rating(1,1,0)", "TV-14-D-V"},
-      {"USA-MPAA", "PG-13", "AIPC_check_rating(1,2,0)", "PG-13"},
-      {"CAN-ENG", "14+", "AIPC_check_rating(2,3,0)", "14+"},
-      {"CAN-FRA", std::string(1000, 'y'), "AIPC_check_rating(2,4,0)", std::string(96, 'y')},
-      {"usa-tv", "TV-14", "", ""},
-      {"USA-TV", "", "", ""},
+      {"USA-TV", "V,S,TV-MA,L", "1,1", "TV-MA-L-S-V", ""},
+      {"USA-TV", "TV-14,,Vb,\u00E9,Va,", "1,1", "TV-14---\u00E9-Vb-Va", ""},
+      {"USA-TV", "PG-13", "1,1", "", "Invalid USA TV rating string: PG-13"},
+      {"USA-TV", "TV-" + std::string(92, 'x'), "1,1", "TV-" + std::string(92, 'x'), ""},
+      {"USA-TV", "TV-" + std::string(93, 'x'), "1,1", "", small + "97 > 96"},
+      {"USA-TV", "D,TV-14," + std::string(95, 'x'), "1,1", "TV-14-D-" + std::string(88, 'x'), ""},
+      {"USA-TV", "TV-14," + std::string(96, 'x'), "1,1", "TV-14-", small + "103 > 96"},
+      {"USA-MPAA", "PG-13", "1,2", "PG-13", ""},
+      {"CAN-ENG", "14+", "2,3", "14+", ""},
+      {"CAN-FRA", std::string(1000, 'y'), "2,4", std::string(96, 'y'), ""},
+      {"usa-tv", "TV-14", "", "", ""},
+      {"USA-TV", "", "", "", ""},
   };
   for (const auto& expected : cases) {
+    SCOPED_TRACE(expected.rating);
+    const std::string numbers = expected.numbers;
+    const std::string request =
+        std::string(R"("system":")") + expected.system + R"(","rating":")" + expected.rating + '"';
     for (const int verdict : {11, 12}) {
       parental_.verdict = verdict;
       restart();
-      const bool blocked = *expected.call != '\0' && verdict == 11;
+      const bool blocked = !numbers.empty() && verdict == 11;
       EXPECT_EQ(blocked ? R"({"blocked":true})" : R"({"blocked":false})",
-                plain(ask(std::string(R"(PC CHECKRAT "system":")") + expected.system +
-                          R"(","rating":")" + expected.rating + '"')
-                          .text));
-      EXPECT_EQ(expected.call, joined(fake::calls()));
+                plain(ask("PC CHECKRAT " + request).text));
+      EXPECT_EQ(numbers.empty() ? "" : "AIPC_check_rating(" + numbers + ",0)",
+                joined(fake::calls()));
       const std::string checked = fake::state()->checkedRating;
-      EXPECT_EQ(*expected.call == '\0' ? 0u : 96u, checked.size());
+      EXPECT_EQ(numbers.empty() ? 0u : 96u, checked.size());
       EXPECT_EQ(expected.text, checked.substr(0, checked.find('\0')));
+      EXPECT_EQ(expected.log, joined(logsOf("Error")));
     }
   }
+  EXPECT_FALSE(atsc::StringCompare("V", ""));
+  EXPECT_TRUE(atsc::StringCompare("", ""));
 }
 
 TEST_F(ParentalTest, UnlockOnlyOfTheChannelChangedTo) {
@@ -234,36 +187,34 @@ TEST_F(ParentalTest, UnlockOnlyOfTheChannelChangedTo) {
   EXPECT_TRUE(fake::logged("Info", "\033[0;41;37m Not yet changed channel. \033[0m\n"));
   EXPECT_EQ(Lines{}, callsOf({"AICN_set_play", "AIFW_pwd"}));
   // Two channels without a row are different.
-  const struct {
-    bool hadRow, hasRow;
-    uint16_t minor;
-    const char *failing, *status, *outcome;
-  } cases[] = {
-      {true, true, 1, "AICN_set_play_from_ap", "5", "(1)"},
-      {true, true, 1, "", "0", "(0)"},
-      {true, true, 2, "", "1", "orig ch idx != current ch idx"},
-      {true, false, 1, "", "1", "orig ch idx != current ch idx"},
-      {false, false, 1, "", "1", "failed to get current ch idx"},
-      {false, true, 1, "", "1", "orig ch idx != current ch idx"},
-      {false, true, 1, "AICN_get_current", "1", "failed to get current ch idx"},
-  };
-  for (const auto& each : cases) {
-    list(each.hadRow);
+  // Whether the channel had a row and has one, the minor number now, the command's status, what
+  // happens and a function that fails.
+  const std::string cases = R"(
+1 | 1 | 1 | 5 | (1) | AICN_set_play_from_ap
+1 | 1 | 1 | 0 | (0)
+1 | 1 | 2 | 1 | orig ch idx != current ch idx
+1 | 0 | 1 | 1 | orig ch idx != current ch idx
+0 | 0 | 1 | 1 | failed to get current ch idx
+0 | 1 | 1 | 1 | orig ch idx != current ch idx
+0 | 1 | 1 | 1 | failed to get current ch idx | AICN_get_current
+)";
+  for (const Lines& row : tableOf(cases, 6)) {
+    SCOPED_TRACE(joined(row));
+    list(row[0] == "1");
     ask(R"(FW CHANNELCHANGE "major":7,"minor":1)");
     ASSERT_TRUE(eventually([&] {
       return !callsOf({"AIUP_sync"}).empty() &&
-             g_atsc_server_service.savedChannelIndex() == (each.hadRow ? 1 : 65535);
+             g_atsc_server_service.savedChannelIndex() == (row[0] == "1" ? 1 : 65535);
     }));
-    list(each.hasRow);
-    fake::setCurrent(fake::service(7, each.minor, 1, ""), 2);
-    fake::setResult(each.failing, 5);
-    EXPECT_EQ(0, ask("PC PWDUNLOCK " + unlock + each.status).result);
-    const std::string outcome = each.outcome;
-    const bool unlocks = outcome[0] == '(';
+    list(row[1] == "1");
+    fake::setCurrent(fake::service(7, row[2] == "1" ? 1 : 2, 1, ""), 2);
+    fake::setResult(row[5], 5);
+    EXPECT_EQ(0, ask("PC PWDUNLOCK " + unlock + row[3]).result);
+    const bool unlocks = row[4][0] == '(';
     EXPECT_EQ(
-        unlocks ? "AICN_set_play_from_ap(1) AIFW_pwd_unlocked_no_checking_status" + outcome : "",
+        unlocks ? "AICN_set_play_from_ap(1) AIFW_pwd_unlocked_no_checking_status" + row[4] : "",
         joined(callsOf({"AICN_set_play", "AIFW_pwd"})));
-    EXPECT_NE(unlocks, fake::logged("Info", "\033[0;41;37m " + outcome + ". \033[0m\n"));
+    EXPECT_NE(unlocks, fake::logged("Info", "\033[0;41;37m " + row[4] + ". \033[0m\n"));
   }
 }
 

@@ -6,7 +6,6 @@
 namespace {
 
 using ::testing::Contains;
-using ::testing::ElementsAre;
 
 class RemoteTest : public LibraryTest {
  protected:
@@ -152,94 +151,49 @@ TEST_F(RemoteTest, AddedChannel) {
 
 TEST_F(RemoteTest, AudioIndexOfTheCurrentChannelIsStored) {
   list(2, {fake::service(7, 1, 177000000, "ONE"), fake::service(7, 2, 177000000, "TWO")});
-  list(3, {fake::service(7, 1, 177000000, "CABLE", 3)});
-  const auto indices = [&] {
-    return joined(
-        rows("SELECT ch_id_pk, audio_index FROM channel_data_t UNION ALL "
-             "SELECT ch_id_pk, audio_index FROM channel_data_c"));
-  };
-  fake::setCurrent(fake::service(7, 2, 177000000, "TWO"), 2);
-  EXPECT_EQ(0, ask("AUD CHANGE").result);
-  EXPECT_EQ("7-1-177000000| 7-2-177000000|1 7-1-177000000|", indices());
+  list(3, {fake::service(7, 1, 177000000, "CABLE", 3), fake::service(7, 2, 177000000, "TWO", 3)});
   fake::setCurrent(fake::service(7, 1, 177000000, "CABLE", 3), 2);  // the record decides
   EXPECT_EQ(0, ask(R"(AUD CHANGE "index":2)").result);
   fake::setResult("AIFW_change_audio", 1);
   EXPECT_EQ(-1, ask(R"(AUD CHANGE "index":0)").result);
-  EXPECT_EQ("7-1-177000000| 7-2-177000000|1 7-1-177000000|3", indices());
+  EXPECT_EQ("7-1-177000000| 7-2-177000000| 7-1-177000000|3 7-2-177000000|",
+            joined(rows("SELECT ch_id_pk, audio_index FROM channel_data_t UNION ALL "
+                        "SELECT ch_id_pk, audio_index FROM channel_data_c")));
 }
 
 TEST_F(RemoteTest, CurrentService) {
   const std::string none =
       R"({"chn_name":"","fav_group":0,"freq":0,"major":0,"minor":0,"source_id":0,"srv_flag":0,)"
       R"("srv_rec":65535})";
-  EXPECT_EQ(none, reply("SRV GETCUR"));
-  EXPECT_TRUE(fake::logged("Error", " AICN_get_current fail\n"));
-
   fake::Service service = fake::service(7, 1, 4000000000, "SEVEN");
   service.info.source_id = 4;
   service.info.AISRV_fav_group_ = 0x30;
   service.info.AISRV_flags_ = 9;
   list(2, {fake::service(5, 1, 177000000, ""), service});
   list(3, {service});
-  const struct {
-    std::string name;
-    int encoding, input;
-    const char* named;   // in the reply
-    const char* record;  // the table of the current source
-  } cases[] = {
-      {std::string("\0K\0\xC9\x20\xAC", 6), AI_TEXT_UTF16BE, 2, R"("chn_name":"KÉ€",)", "2"},
-      {"single", 0, 3, R"("chn_name":"single",)", "1"},
-      {"", 0, 2, "", "2"},
-  };
-  for (const auto& expected : cases) {
-    service.name = expected.name;
-    service.nameEncoding = expected.encoding;
-    fake::setCurrent(service, expected.input);
-    EXPECT_EQ(std::string("{") + expected.named +
-                  R"("fav_group":48,"freq":4000000000,"major":7,"minor":1,"source_id":4,)"
-                  R"("srv_flag":9,"srv_rec":)" +
-                  expected.record + "}",
+  // The bytes of the name, its part of the reply, and the row in the table of the current source.
+  const std::tuple<std::string, int, int, std::string, int> cases[] = {
+      {{"\0K\0\xC9\x20\xAC", 6}, AI_TEXT_UTF16BE, 2, R"({"chn_name":"KÉ€",)", 2},
+      {"single", 0, 3, R"({"chn_name":"single",)", 1},
+      {"", 0, 2, "{", 2}};
+  for (const auto& [name, encoding, input, named, row] : cases) {
+    service.name = name;
+    service.nameEncoding = encoding;
+    fake::setCurrent(service, input);
+    EXPECT_EQ(named + R"("fav_group":48,"freq":4000000000,"major":7,"minor":1,"source_id":4,)" +
+                  R"("srv_flag":9,"srv_rec":)" + std::to_string(row) + '}',
               reply("SRV GETCUR"));
   }
   fake::setResult("AICN_get_current", 1);
   EXPECT_EQ(none, reply("SRV GETCUR"));
+  EXPECT_TRUE(fake::logged("Error", " AICN_get_current fail\n"));
   fake::setResult("AICN_get_current", 0);
   service.info.source_id = 5;  // not in the table
   fake::setCurrent(service, 2);
   EXPECT_EQ(none, reply("SRV GETCUR"));
 }
 
-TEST_F(RemoteTest, CurrentSource) {
-  const std::tuple<int, const char*, const char*> cases[] = {
-      {2, "VSB", "ATSC_INPUT"}, {3, "QAM", "CABLE_INPUT"}, {-1, "ERROR", "current input(-1)"}};
-  for (const auto& [source, name, line] : cases) {
-    fake::setCurrent(fake::service(7, 1, 1, ""), source);
-    EXPECT_EQ(R"({"src":")" + std::string(name) + "\"}", reply("CN GETCURSRC"));
-    EXPECT_TRUE(fake::logged("Debug", line));
-    ask("FW STOP");  // follows the tuner
-    EXPECT_EQ("AIFW_handle_tuner_mode_change(" + std::to_string(source) + ")",
-              callsOf({"AIFW_handle"}).back());
-  }
-}
-
-TEST_F(RemoteTest, PreferredLanguages) {
-  // The numbers of the middleware, the reply and a function that fails.
-  const std::string cases = R"(
-2 | 0 | "first":"spa","second":"eng"
-2 | 3 | "first":"spa","second":"spa"
-3 | 1 | "first":"","second":"fre"
-1 | 2 | "first":"fre","second":"fre" | AICN_get_sec_pref_aud_lang
-1 | 2 | "first":"","second":"spa" | AICN_get_pref_aud_lang
-)";
-  for (const Lines& row : tableOf(cases, 4)) {
-    fake::reset();
-    for (const int i : {0, 1}) fake::state()->languages[i] = std::stoi(row[i]);
-    fake::setResult(row[3], 5);
-    EXPECT_EQ('{' + row[2] + '}', reply("CN GETPREAUD"));
-  }
-}
-
-TEST_F(RemoteTest, TimeSettingAndTime) {
+TEST_F(RemoteTest, TimeSetting) {
   const char* const zones[] = {"SKST", "TST", "GMT", "NST",  "AST",  "EST",
                                "CST",  "MST", "PST", "AKST", "HAST", "HST"};
   for (int zone = 0; zone < 12; ++zone) {
@@ -254,44 +208,6 @@ TEST_F(RemoteTest, TimeSettingAndTime) {
     fake::state()->timeInfo = {unknown, INT32_MIN, 1, {}};
     EXPECT_EQ(R"({"mode":"AUTO","offset":-2147483648,"time_zone":"EST"})",
               reply("TIME GETSETTING"));
-  }
-  fake::state()->timeDate = {2016, 4, 8, 13, 5, 9, {}};
-  EXPECT_EQ(R"({"hour":13,"mday":8,"min":5,"month":4,"sec":9,"year":2016})", reply("TIME GETCUR"));
-}
-
-TEST_F(RemoteTest, CaptionAspectRatio) {
-  AICC_cc_service_data captions{};
-  captions.count = 255;  // only 16 exist
-  for (const int i : {0, 1, 2}) captions.services[i].service_id = 1;
-  captions.services[0].input_type = 1;
-  captions.services[0].aspect_ratio = 5;
-  captions.services[1].aspect_ratio = -7;
-  captions.services[15].service_id = 16;
-  captions.services[15].aspect_ratio = 9;
-  const struct {
-    const char* request;
-    int status, result, ratio;
-  } cases[] = {
-      {R"(CC get_sar "AiccServiceId":1)", 0, 0, -7},
-      {R"(CC get_sar "AiccServiceId":1,"input_type":1)", 0, 0, 5},
-      {R"(CC get_sar "AiccServiceId":16)", 0, 0, 9},
-      {R"(CC get_sar "AiccServiceId":257)", 0, -1, 1},
-      {R"(CC get_sar "input_type":-1,"AiccServiceId":{})", 0, 0, 0},  // an empty entry of those 16
-      {R"(CC get_sar "AiccServiceId":1)", 2, -1, 1},
-  };
-  for (const auto& expected : cases) {
-    fake::reset();
-    fake::state()->captions = captions;
-    fake::setResult("AICC_get_cc_service_data", expected.status);
-    const Answer answer = ask(expected.request);
-    EXPECT_EQ(expected.result, answer.result) << expected.request;
-    const std::string ratio = std::to_string(expected.ratio);
-    EXPECT_EQ("{\n   \"cc_aspect_ratio\" : " + ratio + "\n}\n", answer.text);
-    EXPECT_THAT(fake::calls(),
-                ElementsAre("AICN_get_current(*)", "AICC_get_cc_service_data(0,*,*)"));
-    EXPECT_EQ(expected.result == 0, fake::logged("Debug", "hit\n"));
-    EXPECT_TRUE(fake::logged("Debug", "result: " + answer.text));
-    EXPECT_TRUE(fake::logged("Debug", "cc_aspect_ratio = " + ratio));
   }
 }
 

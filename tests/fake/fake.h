@@ -81,7 +81,8 @@ struct State {
   std::optional<Service> current;
   int currentInput = AI_INPUT_TERRESTRIAL;
   uint32_t tunedFrequency = 0;
-  int32_t languages[2] = {AICN_LANGUAGE_ENGLISH, AICN_LANGUAGE_ENGLISH};
+  int32_t language = AICN_LANGUAGE_ENGLISH;
+  int32_t secondLanguage = AICN_LANGUAGE_ENGLISH;
   AIST_system_time_info timeInfo{};
   AIST_time_date timeDate{};
   AICC_cc_service_data captions{};

@@ -20,6 +20,10 @@ using fake::Parental;
 using fake::State;
 using fake::state;
 
+// A function that fills a record.
+#define FAKE_ANSWER(function, Record, answered) \
+  int function(Record* to) { return answer(called(#function, to), &answered, to); }
+
 extern "C" {
 
 // AICC
@@ -49,13 +53,8 @@ int AICN_get_tuner_mode(void) {
   return fake::disturbed(state()->currentInput);
 }
 
-int AICN_get_pref_aud_lang(int32_t* language) {
-  return answer(called(__func__, language), [&](State& s) { *language = s.languages[0]; });
-}
-
-int AICN_get_sec_pref_aud_lang(int32_t* language) {
-  return answer(called(__func__, language), [&](State& s) { *language = s.languages[1]; });
-}
+FAKE_ANSWER(AICN_get_pref_aud_lang, int32_t, State::language)
+FAKE_ANSWER(AICN_get_sec_pref_aud_lang, int32_t, State::secondLanguage)
 
 // AICS
 
@@ -124,13 +123,8 @@ int AIFW_register_frmwrk_app_cb(AIFW_app_callback callback) {
   return status;
 }
 
-int AIFW_get_event_update_data(AIFW_event_update_data* data) {
-  return answer(called(__func__, data), &State::update, data);
-}
-
-int AIFW_get_EAS_priority(uint8_t* priority) {
-  return answer(called(__func__, priority), &State::alertPriority, priority);
-}
+FAKE_ANSWER(AIFW_get_event_update_data, AIFW_event_update_data, State::update)
+FAKE_ANSWER(AIFW_get_EAS_priority, uint8_t, State::alertPriority)
 
 int AIFW_modify_service(uint32_t operation, const AISRV_service_info* record) {
   const auto status = called(__func__, operation, record);
@@ -243,13 +237,11 @@ int AIPC_rating_encode(AIPC_dime_t* rating, uint8_t dimension, uint8_t value, ui
 }
 
 int AIPC_drrt_rating_encode(AIPC_dime_t* rating, uint8_t dimension, uint8_t value, uint8_t block) {
-  rating->downloadable[63][14] = 41;
+  rating->us_mpaa = 40;
   return called(__func__, dimension, value, block);
 }
 
-int AIPC_get_parental_details(AIPC_parental_details* details) {
-  return answer(called(__func__, details), &Parental::details, details);
-}
+FAKE_ANSWER(AIPC_get_parental_details, AIPC_parental_details, Parental::details)
 
 int AIPC_set_parental_details(const AIPC_parental_details* details) {
   return called(__func__, details->preset_mode, details->region, details->region_value,
@@ -329,17 +321,9 @@ int AISRV_get_rating_status(const AISRV_service_info* service, uint32_t* status)
 
 // AIST
 
-int AIST_get_cur_time_secs(uint32_t* seconds) {
-  return answer(called(__func__, seconds), &State::time, seconds);
-}
-
-int AIST_get_system_time_info(AIST_system_time_info* info) {
-  return answer(called(__func__, info), &State::timeInfo, info);
-}
-
-int AIST_get_cur_time_date(AIST_time_date* date) {
-  return answer(called(__func__, date), &State::timeDate, date);
-}
+FAKE_ANSWER(AIST_get_cur_time_secs, uint32_t, State::time)
+FAKE_ANSWER(AIST_get_system_time_info, AIST_system_time_info, State::timeInfo)
+FAKE_ANSWER(AIST_get_cur_time_date, AIST_time_date, State::timeDate)
 
 // OSAL
 

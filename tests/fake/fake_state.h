@@ -38,28 +38,20 @@ inline void noiseBytes(void* to, size_t count) {
   for (size_t i = 0; i < count; ++i) static_cast<uint8_t*>(to)[i] = noiseByte();
 }
 
-// Applies noise to a number or to a record without texts.
+// Applies noise to a number or to a record without texts: changes nothing, the start, a field or
+// everything.
 template <typename Record>
 void disturb(Record& record) {
-  if (!gNoisy) return;
-  const uint8_t how = noiseByte();
+  const uint8_t how = gNoisy ? noiseByte() : 0;
   uint8_t* const bytes = reinterpret_cast<uint8_t*>(&record);
-  uint16_t offset = 0;
-  switch (how & 3) {
-    case 0:  // change nothing
-      break;
-    case 1:  // change the start
-      noiseBytes(bytes, std::min<size_t>(how >> 2, sizeof record));
-      break;
-    case 2:  // change a field
-      noiseBytes(&offset, sizeof offset);
-      offset = static_cast<uint16_t>(offset % sizeof record);
-      noiseBytes(bytes + offset, std::min<size_t>((how >> 2 & 3) + 1, sizeof record - offset));
-      break;
-    default:  // change everything
-      memset(bytes, noiseByte(), sizeof record);
-      break;
+  if ((how & 3) == 1) noiseBytes(bytes, std::min<size_t>(how >> 2, sizeof record));
+  if ((how & 3) == 2) {
+    uint16_t offset = 0;
+    noiseBytes(&offset, sizeof offset);
+    offset = static_cast<uint16_t>(offset % sizeof record);
+    noiseBytes(bytes + offset, std::min<size_t>((how >> 2 & 3) + 1, sizeof record - offset));
   }
+  if ((how & 3) == 3) memset(bytes, noiseByte(), sizeof record);
 }
 
 inline int disturbed(int number) {
@@ -78,21 +70,19 @@ inline void disturb(multiple_lang_t& text) {
   if ((how & 7) == 7) text.text = nullptr;
 }
 
-inline void disturb(AISRV_service_info& service) {
-  multiple_lang_t name = service.name;
-  disturb<AISRV_service_info>(service);
-  disturb(name);
-  service.name = name;
+// Applies noise to a record and its texts, which stay in the caller's buffers.
+template <typename Record, typename... Texts>
+void disturbWithTexts(Record& record, Texts... texts) {
+  const Record before = record;
+  disturb<Record>(record);
+  ((record.*texts = before.*texts, disturb(record.*texts)), ...);
 }
 
+inline void disturb(AISRV_service_info& service) {
+  disturbWithTexts(service, &AISRV_service_info::name);
+}
 inline void disturb(AIEC_event_info& event) {
-  multiple_lang_t name = event.name;
-  multiple_lang_t rating = event.rating;
-  disturb<AIEC_event_info>(event);
-  disturb(name);
-  disturb(rating);
-  event.name = name;
-  event.rating = rating;
+  disturbWithTexts(event, &AIEC_event_info::name, &AIEC_event_info::rating);
 }
 
 // Applies noise to a count of services: another small number, or more than possible.
@@ -173,20 +163,17 @@ Call<Arguments...> called(const char* function, Arguments... arguments) {
   return {status, arguments...};
 }
 
+inline void copyText(const std::string& from, int32_t encoding, multiple_lang_t& to) {
+  to.length = static_cast<uint16_t>(std::min<size_t>(from.size(), to.text ? to.length : 0));
+  if (to.length > 0) memcpy(to.text, from.data(), to.length);
+  to.encoding = encoding;
+}
+
 inline void copyService(const Service& from, AISRV_service_info& to) {
   const multiple_lang_t lent = to.name;
   to = from.info;
   to.name = lent;
-  to.name.length = static_cast<uint16_t>(
-      std::min<size_t>(from.name.size(), lent.text != nullptr ? lent.length : 0));
-  if (to.name.length > 0) memcpy(to.name.text, from.name.data(), to.name.length);
-  to.name.encoding = from.nameEncoding;
-}
-
-inline void copyText(const std::string& from, int32_t encoding, multiple_lang_t& to) {
-  to.length = static_cast<uint16_t>(std::min<size_t>(from.size(), to.length));
-  if (to.length > 0) memcpy(to.text, from.data(), to.length);
-  to.encoding = encoding;
+  copyText(from.name, from.nameEncoding, to.name);
 }
 
 inline void copyText(const Text& from, multiple_lang_t& to) {
