@@ -1,6 +1,7 @@
 // The commands: their calls of the middleware, their replies and their failures.
 #include <gmock/gmock.h>
 
+#include "atsc_service_event.h"
 #include "fixture.h"
 
 namespace {
@@ -9,26 +10,20 @@ using ::testing::HasSubstr;
 
 class CallsTest : public LibraryTest {
  protected:
-  void SetUp() override {
-    LibraryTest::SetUp();
-    _ATSC_Service_db_createChannelDB();
-    parental_.region = 3;
-    parental_.details = {-5, 7, 8, 9, 1, 0};
-    parental_.regions = {1, 200};
-    parental_.tableRegion = 300;
-    parental_.name = {fake::utf16("Name"), AI_TEXT_UTF16BE, 0};
-    parental_.text = {"Full", 0, 0};
-    parental_.abbreviation = {fake::utf16("F"), AI_TEXT_UTF16BE, 0};
-    parental_.version = 31;
-    parental_.count = 200;
-    parental_.graduated = 1;
-    parental_.groupStatus = 1;
-    parental_.alertSetting = 1;
-  }
-
   void restart() const {
     LibraryTest::restart();
     const auto state = fake::state();
+    fake::Parental& parental = state->parental;
+    parental.region = 3;
+    parental.details = {-5, 7, 8, 9, 1, 0};
+    parental.regions = {1, 200};
+    parental.tableRegion = 300;
+    parental.name = {fake::utf16("Name"), AI_TEXT_UTF16BE, 0};
+    parental.text = {"Full", 0, 0};
+    parental.abbreviation = {fake::utf16("F"), AI_TEXT_UTF16BE, 0};
+    parental.version = 31;
+    parental.count = 200;
+    parental.graduated = parental.groupStatus = parental.alertSetting = 1;
     state->language = AICN_LANGUAGE_SPANISH;
     state->secondLanguage = AICN_LANGUAGE_FRENCH;
     state->timeDate = {2016, 4, 8, 13, 5, 9, {}};
@@ -67,16 +62,23 @@ TEST_F(CallsTest, CallsRepliesAndFailures) {
       {"$details", "AIPC_get_parental_details(*)"},
       {"$table", "AIPC_get_RRT_details_with_version"},
       {"$check", "AIFW_disable_optional_eas_event_id_check"},
+      {"$noservice", R"("chn_name":"","fav_group":0,"freq":0,"major":0,"minor":0,"source_id":0,)"
+                     R"("srv_flag":0)"},
       {"$none", R"("us":{},"can":{},"dwn":[])"},
   };
+  _ATSC_Service_db_createChannelDB();
   std::string commands = R"(
+FW INIT | AIFW_init(0)- AIFW_register_frmwrk_app_cb(*)~
+FW INIT | AIFW_init(0)~ AIFW_register_frmwrk_app_cb(*)~ | | AIFW_register_frmwrk_app_cb
 FW POWERDOWN | AIFW_powerTransition_request(0)-
 FW POWERDOWN "powerdown":true | AIFW_powerTransition_request(1)-
 FW PLAYSRC "src":"QAM" | $stop AIFW_play_src(0,3)-
 FW PLAYSRC | $stop AIFW_play_src(0,2)-
 FW PLAY | AIFW_play_curr_src()-
 FW STOP | $stop AICN_get_tuner_mode()~ AIFW_handle_tuner_mode_change(2) AIFW_stop_curr_src()-
+FW CHANNELADD "major":9 | AIFW_modify_service(6,*)- $air
 FW RELOADDB | RMGRReload() $air $cable
+SRV GETCUR | AICN_get_current(*)~ | $noservice,"srv_rec":65535 | AICN_get_current
 OS SEMLIST | OSAL_display_sem_details_()~
 SRV RESET "src":"VSB" | AISRV_reset_db(2)- $air
 SRV RESET | AISRV_reset_db(3)- $cable
@@ -102,6 +104,7 @@ CN GETPREAUD | $languages | "first":"spa","second":"fre"
 CN GETPREAUD | $languages | "first":"spa","second":"spa" | AICN_get_sec_pref_aud_lang
 CN GETPREAUD | $languages | "first":"","second":"fre" | AICN_get_pref_aud_lang
 CN GETCURSRC | $source~ | "src":"VSB"
+TIME GETSETTING | AIST_get_system_time_info(*) | "mode":"MANUAL","offset":0,"time_zone":"SKST"
 TIME GETCUR | AIST_get_cur_time_date(*) | "hour":13,"mday":8,"min":5,"month":4,"sec":9,"year":2016
 CC get_sar "AiccServiceId":1 | $captions | "cc_aspect_ratio":-7
 CC get_sar "AiccServiceId":1,"input_type":1 | $captions | "cc_aspect_ratio":5
@@ -141,7 +144,7 @@ PC GETCURRREG | $region! | "region":3
 PC COLLECTRRT | AIPC_collect_RRT()!
 PC EASUSERSETTING "op":"set","setting":3 | AIFW_user_eas_setting(3,1)!
 EAS EASUSERSETTING "op":{} | AIFW_user_eas_setting(0,0) | "setting":1
-EAS EASUSERSETTING "op":"get" | AIFW_user_eas_setting(0,0)~ | "setting":0 | AIFW_user_eas_setting
+EAS EASUSERSETTING "op":"get" | AIFW_user_eas_setting(0,0)~ | "setting":1 | AIFW_user_eas_setting
 EAS DISABLEOPTEASCHK "op":"set","status":true | $check(1,1)!
 PC DISABLEOPTEASCHK "op":"SET","status":false | $check(0,0) | "status":true
 EAS DISABLEOPTEASCHK "op":"get" | $check(0,0)~ | "status":false | $check
@@ -222,6 +225,7 @@ PC SETPRTDETAIL | 1 | Failed to get parental_details | AIPC_get_parental_details
 PC SETUNRATEDGRP "block":true | 0 | Can not find unrated group
 PC SETUNRATEDGRP "unrat_grp":1 | 0 | Can not find block setting
 PC GETUNRATEDGRP | 0 | Can not find unrated group
+FW INIT | 2 | Failed to call AIFW_init() -> 0x00000005 | AIFW_init
 PC STOREALL | 3 | Failed to call AIUP_sync() -> 0xffffffff | AIUP_sync
 PC SETCURRREG | 0 | Can not find rating dimension
 PC GETCURRREG | 1 | Failed to call AIPC_get_rating_status_unrated_groups() -> 0x00000005
@@ -235,7 +239,6 @@ EAS DISABLEOPTEASCHK "op":"set" | 0 | Can not find status
 FW CHANNELMODIFY "major":7,"minor":1,"type":"fav","group":-1 | 0 | command refused
 CN SETPREAUD "second":{} | 0 | command refused
 PC STORERATING "us":{},"can":{},"dwn":[[{}]] | 4 | command refused
-PC SETUNRATEDGRP "unrat_grp":1e12,"block":true | 0 | command refused
 EAS CABLEEASONLY "op":"set","status":[] | 0 | command refused
 )";
   for (const Lines& row : tableOf(commands, 4)) {
@@ -248,12 +251,15 @@ EAS CABLEEASONLY "op":"set","status":[] | 0 | command refused
     EXPECT_EQ(row[1], std::to_string(fake::calls().size()));
     EXPECT_THAT(fake::logLine(row[2]), HasSubstr(row[2] + ": "));
   }
-  parental_.alertSetting = 2;  // only 1 is true
-  restart();
+  fake::state()->parental.alertSetting = 2;  // only 1 is true
   EXPECT_EQ(R"({"status":false})", plain(ask(R"(EAS CABLEEASONLY "op":"get")").text));
   ask(R"(CC get_sar "AiccServiceId":1)");
   for (const char* line : {"hit\n", "cc_aspect_ratio = -7"})
     EXPECT_TRUE(fake::logged("Debug", line));
+  fake::setResult("AIFW_register_frmwrk_app_cb", 1);
+  ask("FW INIT");
+  EXPECT_TRUE(fake::logged("Error", "AIFW_register_frmwrk_app_cb()\n"));
+  EXPECT_EQ(&ATSC_Service_event_cb, fake::state()->eventCallback);
   fake::state()->language = 3;
   EXPECT_EQ(R"({"first":"","second":"fre"})", plain(ask("CN GETPREAUD").text));
   const std::tuple<int, const char*, const char*> inputs[] = {

@@ -5,7 +5,6 @@
 #include <memory>
 #include <thread>
 
-#include "atsc_service_event.h"
 #include "fixture.h"
 
 namespace {
@@ -52,21 +51,6 @@ null | Class() is not supported
   }
   EXPECT_EQ(0, send(""));
   EXPECT_EQ(0, g_atsc_server_service.jsonCommand(nullptr, nullptr));
-}
-
-TEST_F(CommandTest, InitRegistersForEventsAndReportsTheMiddlewaresFailure) {
-  const std::pair<const char*, int> cases[] = {
-      {"", 0}, {"AIFW_register_frmwrk_app_cb", 0}, {"AIFW_init", -1}};
-  for (const auto& [failing, result] : cases) {
-    fake::reset();
-    fake::setResult(failing, 7);
-    EXPECT_EQ(result, ask("FW INIT").result);
-    EXPECT_EQ(&ATSC_Service_event_cb, fake::state()->eventCallback);
-    EXPECT_EQ("AIFW_init(0) AIFW_register_frmwrk_app_cb(*)", joined(fake::calls()));
-    EXPECT_EQ(failing == cases[1].first, fake::logged("Error", "AIFW_register_frmwrk_app_cb()\n"));
-  }
-  EXPECT_THAT(fake::logLine("Failed to call"),
-              HasSubstr("Failed to call AIFW_init() -> 0x00000007: int ATSCBUS::ATSCServer"));
 }
 
 TEST_F(CommandTest, ReducedLoggingHidesRatingTextsOnly) {

@@ -2,13 +2,12 @@
 #include <bus.h>
 #include <logger_cpp.h>
 
-#include <chrono>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
-#include <thread>
 
 #include "fake_state.h"
+#include "wait.h"
 
 namespace {
 
@@ -85,9 +84,7 @@ FAKE_LEVEL(Error)
 namespace fake {
 
 std::vector<std::string> waitForSent(size_t count) {
-  for (int i = 0; i < 60000 && state()->sent.size() < count; ++i) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
+  eventually([count] { return state()->sent.size() >= count; });
   return sent();
 }
 

@@ -24,6 +24,14 @@ using fake::state;
 #define FAKE_ANSWER(function, Record, answered) \
   int function(Record* to) { return answer(called(#function, to), &answered, to); }
 
+// A function that reads or writes a setting of the alerts. Reads 1 when it fails.
+#define FAKE_SETTING(function)                                \
+  int function(int32_t* value, int direction) {               \
+    const auto status = called(#function, *value, direction); \
+    *value = 1;                                               \
+    return answer(status, &Parental::alertSetting, value);    \
+  }
+
 extern "C" {
 
 // AICC
@@ -138,19 +146,9 @@ int AIFW_get_curr_region(AIPC_region_list_t* region) {
   return answer(called(__func__, region), &Parental::region, &region->region);
 }
 
-int AIFW_user_eas_setting(int32_t* value, int direction) {
-  return answer(called(__func__, *value, direction), &Parental::alertSetting, value);
-}
-
-int AIFW_disable_optional_eas_event_id_check(int32_t* value, int direction) {
-  const auto status = called(__func__, *value, direction);
-  *value = 1;  // also when it fails
-  return answer(status, &Parental::alertSetting, value);
-}
-
-int AIFW_enable_eas_cable_only(int32_t* value, int direction) {
-  return answer(called(__func__, *value, direction), &Parental::alertSetting, value);
-}
+FAKE_SETTING(AIFW_user_eas_setting)
+FAKE_SETTING(AIFW_disable_optional_eas_event_id_check)
+FAKE_SETTING(AIFW_enable_eas_cable_only)
 
 int AIFW_channel_change(const AIFW_channel_change_request* request) {
   return called(__func__, request->mode, request->input_source, request->service_mask,
@@ -169,8 +167,7 @@ int AIIN_get_input_details(uint32_t input, uint8_t* flag, AIIN_input_t* details,
 
 int AIIN_get_db_no_input_details(uint32_t input, AIIN_input_t* details) {
   const auto status = called(__func__, input, details);
-  details->type =
-      input == 0 || input == AI_INPUT_TERRESTRIAL ? AI_INPUT_TERRESTRIAL : AI_INPUT_CABLE;
+  details->type = input == AI_INPUT_CABLE ? AI_INPUT_CABLE : AI_INPUT_TERRESTRIAL;
   return status;
 }
 

@@ -29,12 +29,7 @@ Service service(uint16_t major, uint16_t minor, uint32_t frequency, const std::s
   made.info.AISRV_flags_ = AISRV_FLAG_VISIBLE;
   made.info.transport_stream_id = 4711;
   made.name = utf16(name);
-  made.pids.resize(2);
-  made.pids[0].stream_type = 0x02;
-  made.pids[0].pid = 49;
-  made.pids[1].stream_type = 0x81;
-  made.pids[1].pid = 52;
-  memcpy(made.pids[1].language, "eng", 3);
+  made.pids = {{0x02, 0, 49, {}, {}, 0, 0, 0, 0}, {0x81, 0, 52, {'e', 'n', 'g'}, {}, 0, 0, 0, 0}};
   return made;
 }
 
