@@ -84,23 +84,24 @@ class LibraryTest : public ::testing::Test {
     return Json::writeString(writer, json(text));
   }
 
-  // Returns the middleware calls that start with one of the prefixes.
-  static Lines callsOf(const Lines& prefixes) {
+  // Returns the lines that start with one of the prefixes.
+  static Lines startingWith(const Lines& prefixes, const Lines& lines) {
     Lines selected;
-    for (const std::string& call : fake::calls()) {
+    for (const std::string& line : lines) {
       for (const std::string& prefix : prefixes) {
-        if (call.rfind(prefix, 0) == 0) selected.push_back(call);
+        if (line.rfind(prefix, 0) == 0) selected.push_back(line);
       }
     }
     return selected;
   }
 
+  // Returns the middleware calls that start with one of the prefixes.
+  static Lines callsOf(const Lines& prefixes) { return startingWith(prefixes, fake::calls()); }
+
   // Returns the log lines of a level.
   static Lines logsOf(const std::string& level) {
-    Lines lines;
-    for (const std::string& line : fake::logs()) {
-      if (line.rfind(level + " ", 0) == 0) lines.push_back(line.substr(level.size() + 1));
-    }
+    Lines lines = startingWith({level + " "}, fake::logs());
+    for (std::string& line : lines) line.erase(0, level.size() + 1);
     return lines;
   }
 

@@ -151,9 +151,7 @@ using Hook = std::function<void(const std::string&)>;
 inline void onCall(Hook hook) { state()->callHook = std::move(hook); }
 inline void onSend(Hook hook) { state()->sendHook = std::move(hook); }
 
-inline void setResult(const std::string& function, int status) {
-  state()->results[function] = status;
-}
+inline void setResult(const std::string& of, int status) { state()->results[of] = status; }
 void setServices(uint32_t input, std::vector<Service> services);
 inline void setEvents(const Service& service, std::vector<Event> events) {
   state()->events[serviceKey(service.info.service_id)] = std::move(events);

@@ -32,6 +32,13 @@ using fake::state;
     return answer(status, &Parental::alertSetting, value);    \
   }
 
+// An encoder of limits, which changes one level.
+#define FAKE_ENCODER(function, level)                                                  \
+  int function(AIPC_dime_t* rating, uint8_t dimension, uint8_t value, uint8_t block) { \
+    rating->level = 40;                                                                \
+    return called(#function, dimension, value, block);                                 \
+  }
+
 extern "C" {
 
 // AICC
@@ -215,8 +222,7 @@ int AIPC_get_rating_value_text(uint32_t input, uint8_t region, uint8_t dimension
 }
 
 int AIPC_retreive_rating(AIPC_dime_t* rating) {
-  return answer(called(__func__, rating->region), [&](const State& s) {
-    const uint32_t region = rating->region;
+  return answer(called(__func__, rating->region), [&, region = rating->region](const State& s) {
     *rating = s.parental.rating;
     rating->region = region;
   });
@@ -228,16 +234,8 @@ int AIPC_store_rating(AIPC_dime_t rating) {
   return status;
 }
 
-int AIPC_rating_encode(AIPC_dime_t* rating, uint8_t dimension, uint8_t value, uint8_t block) {
-  rating->us_tv = 40;
-  return called(__func__, dimension, value, block);
-}
-
-int AIPC_drrt_rating_encode(AIPC_dime_t* rating, uint8_t dimension, uint8_t value, uint8_t block) {
-  rating->us_mpaa = 40;
-  return called(__func__, dimension, value, block);
-}
-
+FAKE_ENCODER(AIPC_rating_encode, us_tv)
+FAKE_ENCODER(AIPC_drrt_rating_encode, us_mpaa)
 FAKE_ANSWER(AIPC_get_parental_details, AIPC_parental_details, Parental::details)
 
 int AIPC_set_parental_details(const AIPC_parental_details* details) {

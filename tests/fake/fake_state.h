@@ -196,14 +196,13 @@ inline void copyEvent(const State& state, const AIEC_event_key& key, uint32_t of
   const Event* from = findEvent(state, key, offset);
   *copied = from != nullptr ? 1 : 0;
   if (from == nullptr) return;
-  multiple_lang_t name = to.name;
-  multiple_lang_t rating = to.rating;
+  const AIEC_event_info lent = to;
   to = from->info;
   to.key = {key.service_rec, key.input_source, key.event_index + offset};
-  copyText(from->name, from->nameEncoding, name);
-  copyText(from->rating, from->ratingEncoding, rating);
-  to.name = name;
-  to.rating = rating;
+  to.name = lent.name;
+  to.rating = lent.rating;
+  copyText(from->name, from->nameEncoding, to.name);
+  copyText(from->rating, from->ratingEncoding, to.rating);
 }
 
 }  // namespace fake
