@@ -182,16 +182,16 @@ TEST_F(ParentalTest, UnlockOnlyOfTheChannelChangedTo) {
   EXPECT_TRUE(fake::logged("Info", "\033[0;41;37m Not yet changed channel. \033[0m\n"));
   EXPECT_EQ(Lines{}, callsOf({"AICN_set_play", "AIFW_pwd"}));
   // Two channels without a row are different.
-  // Whether the channel had a row and has one, the minor number now, the command's status, what
-  // happens and a function that fails.
+  // Whether the channel had a row (in turns, so that each change is noticed) and has one, the minor
+  // number now, the command's status, what happens and a function that fails.
   const std::string cases = R"(
 1 | 1 | 1 | 5 | (1) | AICN_set_play_from_ap
-1 | 1 | 1 | 0 | (0)
-1 | 1 | 2 | 1 | orig ch idx != current ch idx
-1 | 0 | 1 | 1 | orig ch idx != current ch idx
 0 | 0 | 1 | 1 | failed to get current ch idx
+1 | 1 | 1 | 0 | (0)
 0 | 1 | 1 | 1 | orig ch idx != current ch idx
+1 | 1 | 2 | 1 | orig ch idx != current ch idx
 0 | 1 | 1 | 1 | failed to get current ch idx | AICN_get_current
+1 | 0 | 1 | 1 | orig ch idx != current ch idx
 )";
   for (const Lines& row : tableOf(cases, 6)) {
     SCOPED_TRACE(joined(row));
@@ -199,7 +199,7 @@ TEST_F(ParentalTest, UnlockOnlyOfTheChannelChangedTo) {
     ask(R"(FW CHANNELCHANGE "major":7,"minor":1)");
     ASSERT_TRUE(eventually([&] {
       return !callsOf({"AIUP_sync"}).empty() &&
-             g_atsc_server_service.savedChannelIndex() == (row[0] == "1" ? 1 : 65535);
+             g_atsc_server_service.savedChannelIndex() == GetCurrentChannelIdx();
     }));
     list(row[1] == "1");
     fake::setCurrent(fake::service(7, row[2] == "1" ? 1 : 2, 1, ""), 2);
