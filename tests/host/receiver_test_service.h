@@ -12,6 +12,8 @@ namespace receiver_test {
 
 using atschost::Service;
 
+constexpr uint32_t kSkipped = AISRV_FLAG_VISIBLE | AISRV_FLAG_SKIPPED;
+
 // An audio stream: its language, then 'd' for a description, 'h' for the hearing impaired, 'm' for
 // a main track or 'c' for a commentary.
 inline AISRV_pid_info audio(const std::string& text, uint16_t pid = 52) {

@@ -1,11 +1,9 @@
 #include "process.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -23,17 +21,15 @@ std::string contentOf(int file) {
   std::string content;
   char part[4096];
   for (ssize_t got;
-       (got = ::pread(file, part, sizeof part, static_cast<off_t>(content.size()))) > 0;) {
+       (got = ::pread(file, part, sizeof part, static_cast<off_t>(content.size()))) > 0;)
     content.append(part, static_cast<size_t>(got));
-  }
   return content;
 }
 
 int memoryFile(const std::string& content = "") {
   const int file = ::memfd_create("process", MFD_CLOEXEC);
-  if (file < 0 || ::pwrite(file, content.data(), content.size(), 0) < 0) {
+  if (file < 0 || ::pwrite(file, content.data(), content.size(), 0) < 0)
     throw std::runtime_error("no file");
-  }
   return file;
 }
 
@@ -62,9 +58,8 @@ Process::Process(std::vector<std::string> words,
   if (pid_ == 0) {
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (::dup2(ends[0], STDIN_FILENO) < 0 || ::dup2(out_, STDOUT_FILENO) < 0 ||
-        ::dup2(err_, STDERR_FILENO) < 0) {
+        ::dup2(err_, STDERR_FILENO) < 0)
       ::_exit(126);
-    }
     for (const auto& [name, value] : environment) ::setenv(name.c_str(), value.c_str(), 1);
     ::execvp(arguments[0], arguments.data());
     ::_exit(127);
@@ -75,12 +70,6 @@ Process::Process(std::vector<std::string> words,
 Process::~Process() {
   kill();
   for (const int file : {input_, out_, err_}) ::close(file);
-}
-
-bool Process::alive() const {
-  siginfo_t info{};
-  return ::waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
-         info.si_pid == 0;
 }
 
 std::string Process::out() const { return contentOf(out_); }
@@ -134,21 +123,13 @@ int Process::stop(int number) {
 
 bool Process::ended() {
   int status = 0;
-  if (status_ == kRunning && ::waitpid(pid_, &status, WNOHANG) == pid_) {
+  if (status_ == kRunning && ::waitpid(pid_, &status, WNOHANG) == pid_)
     status_ = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
-  }
   return status_ != kRunning;
 }
 
 int Process::wait() {
-  // Wakes at the end; without the system call, eventually() polls.
-  const int handle = static_cast<int>(::syscall(SYS_pidfd_open, pid_, 0));
-  eventually([&] {
-    pollfd end{handle, POLLIN, 0};
-    if (!ended() && handle >= 0) ::poll(&end, 1, 1000);
-    return ended();
-  });
-  if (handle >= 0) ::close(handle);
+  eventually([&] { return ended(); });
   return status_;
 }
 

@@ -22,7 +22,7 @@ class Process {
   Process& operator=(const Process&) = delete;
 
   pid_t pid() const { return pid_; }
-  bool alive() const;
+  bool alive() { return !ended(); }
   std::string out() const;
   std::string err() const;
 

@@ -58,9 +58,8 @@ inline Json::Value readJson(const std::string& text, int line) {
   Json::Value value;
   std::string errors;
   std::istringstream stream(std::regex_replace(text, elided, "$1\"...\""));
-  if (!Json::parseFromStream(Json::CharReaderBuilder(), stream, &value, &errors)) {
+  if (!Json::parseFromStream(Json::CharReaderBuilder(), stream, &value, &errors))
     throw std::runtime_error(at(line) + ": no JSON: " + errors);
-  }
   return value;
 }
 
@@ -74,52 +73,42 @@ inline std::vector<std::string> names(const std::string& cell) {
 inline std::map<std::string, std::string> keys(const std::string& cell) {
   static const std::regex key("`([^`]*)` \\((string|integer|boolean|object|array)");
   std::map<std::string, std::string> all;
-  for (std::sregex_iterator match(cell.begin(), cell.end(), key), end; match != end; ++match) {
+  for (std::sregex_iterator match(cell.begin(), cell.end(), key), end; match != end; ++match)
     all[(*match)[1]] = (*match)[2];
-  }
   return all;
 }
 
 inline std::string typeOf(const Json::Value& value) {
-  return value.isString()     ? "string"
-         : value.isBool()     ? "boolean"
-         : value.isIntegral() ? "integer"
-         : value.isObject()   ? "object"
-         : value.isArray()    ? "array"
-         : value.isNull()     ? "null"
-                              : "number";
+  static const char* const kTypes[] = {"null",   "integer", "integer", "number",
+                                       "string", "boolean", "array",   "object"};
+  return kTypes[value.type()];
 }
 
 // Adds a line of a block to its example. `parameters` are those of SQL so far.
 inline void addLine(Example& example, const std::string& line, int number,
                     std::map<std::string, std::string>& parameters) {
   static const std::regex set(R"re(\.parameter set (\S+) "?([^"]*)"?)re");
-  const std::string mark = line.substr(0, 2);
-  const std::string rest = line.substr(mark.size());
+  const std::string mark = line.substr(0, 2), rest = line.substr(mark.size());
   std::vector<Exchange>& exchanges = example.exchanges;
   std::smatch parameter;
   if (example.kind == "callback") {
     example.callback = example.callback.asString() + line;
+  } else if (mark == "> ") {
+    exchanges.push_back({number, rest, readJson(rest, number), "", {}, 0});
+  } else if (mark == "< ") {
+    exchanges.at(exchanges.size() - 1).replyText += rest;
+  } else if (mark == "= ") {
+    exchanges.at(exchanges.size() - 1).result = std::stoi(rest);
   } else if (example.kind == "command") {
-    if (mark == "> ") {
-      exchanges.push_back({number, rest, readJson(rest, number), "", {}, 0});
-    } else if (mark == "< ") {
-      exchanges.at(exchanges.size() - 1).replyText += rest;
-    } else if (mark == "= ") {
-      exchanges.at(exchanges.size() - 1).result = std::stoi(rest);
-    } else {
-      throw std::runtime_error(at(number) + ": not a line of a command example");
-    }
+    throw std::runtime_error(at(number) + ": not a line of a command example");
   } else if (std::regex_match(line, parameter, set)) {
     parameters[parameter[1]] = parameter[2];
   } else if (mark == "--") {
     example.rows.push_back(line.substr(3));
   } else {
-    std::string sql = line;
-    for (const auto& [name, value] : parameters) {
-      sql = std::regex_replace(sql, std::regex(name + "\\b"), value);
-    }
-    example.sql += sql + '\n';
+    example.sql += line + '\n';
+    for (const auto& [name, value] : parameters)
+      example.sql = std::regex_replace(example.sql, std::regex(name + "\\b"), value);
   }
 }
 
@@ -157,21 +146,17 @@ inline Document readDocument(const std::string& path) {
     }
   }
   for (Example& example : document.examples) {
-    const std::string callback = example.callback.asString();
-    if (!callback.empty()) example.callback = readJson(callback, example.line);
-    for (Exchange& exchange : example.exchanges) {
-      if (exchange.replyText.empty()) continue;
-      exchange.reply = readJson(exchange.replyText, exchange.line);
-    }
+    if (example.kind == "callback")
+      example.callback = readJson(example.callback.asString(), example.line);
+    for (Exchange& exchange : example.exchanges)
+      if (!exchange.replyText.empty()) exchange.reply = readJson(exchange.replyText, exchange.line);
   }
   return document;
 }
 
 // Returns the text of a row in the column `name`.
-inline std::string cell(const TableRow& row, const std::string& name) {
-  const auto found = row.cells.find(name);
-  if (found != row.cells.end()) return found->second;
-  throw std::runtime_error(at(row.line) + ": no cell \"" + name + "\"");
+inline const std::string& cell(const TableRow& row, const std::string& name) {
+  return row.cells.at(name);
 }
 
 // Returns the rows of the tables whose first column is `first`, by each name there.
@@ -179,8 +164,8 @@ inline std::multimap<std::string, const TableRow*> rowsBy(const std::string& fir
                                                           const Document& document) {
   std::multimap<std::string, const TableRow*> rows;
   for (const TableRow& row : document.rows) {
-    if (row.first != first) continue;
-    for (const std::string& name : names(cell(row, first))) rows.emplace(name, &row);
+    if (row.first == first)
+      for (const std::string& name : names(cell(row, first))) rows.emplace(name, &row);
   }
   return rows;
 }
@@ -188,9 +173,8 @@ inline std::multimap<std::string, const TableRow*> rowsBy(const std::string& fir
 // Returns the row of every command by "CLASS COMMAND". The headings name the classes.
 inline std::multimap<std::string, const TableRow*> commandRows(const Document& document) {
   std::multimap<std::string, const TableRow*> rows;
-  for (const auto& [name, row] : rowsBy("command", document)) {
+  for (const auto& [name, row] : rowsBy("command", document))
     for (const std::string& group : names(row->heading)) rows.emplace(group + ' ' + name, row);
-  }
   return rows;
 }
 
@@ -202,9 +186,8 @@ inline std::multimap<std::string, const TableRow*> callbackRows(const Document& 
 // Returns the types of a message's members, except those of all messages.
 inline std::map<std::string, std::string> typesOf(const Json::Value& message) {
   std::map<std::string, std::string> types;
-  for (const std::string& key : message.getMemberNames()) {
+  for (const std::string& key : message.getMemberNames())
     if (key != "class" && key != "cbtype" && key != "command") types[key] = typeOf(message[key]);
-  }
   return types;
 }
 
