@@ -2,7 +2,6 @@
 // their events.
 #include <gtest/gtest.h>
 
-#include <map>
 #include <sstream>
 
 #include "aiec.h"

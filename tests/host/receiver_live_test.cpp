@@ -9,6 +9,8 @@
 #include <future>
 #include <map>
 #include <sstream>
+#include <tuple>
+#include <utility>
 
 #include "aiec.h"
 #include "aifw.h"

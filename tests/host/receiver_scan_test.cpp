@@ -308,14 +308,14 @@ TEST_F(ReceiverTablesTest, SurviveHostileStreams) {
     bytes.at(at) = value;
     return bytes;
   };
-  std::vector<std::pair<unsigned, unsigned>> programs;  // all on the PID of the VCT
+  std::vector<std::pair<unsigned, unsigned>> programs;
   for (unsigned p = 1; p < 250; ++p) programs.push_back({p, 0x1FFB});
   Bytes stream = Bytes(sound.begin(), sound.begin() + 100) +  // lost bytes within a packet
+                 packets(0, {pat(programs)}) +                // all on the PID of the VCT
                  changed(sound, 4, 255) +                     // pointer_field past the packet
                  changed(changed(sound, 3, 0x30), 4, 255) +   // adaptation field, too
                  changed(sound, 3, 0xD0) +                    // scrambled
-                 changed(sound, 1, 0xDF) +                    // transport error
-                 packets(0, {pat(programs)});
+                 changed(sound, 1, 0xDF);                     // transport error
   // A wrong CRC, and a section_length of 4095. Then more channels than there are, too long
   // descriptors, a descriptor longer than its loop.
   for (const Bytes& bad : {changed(table, 20, 0xEE), changed(changed(table, 1, 0xBF), 2, 0xFF),
