@@ -47,7 +47,7 @@ part service "$example/service" "${find[@]}" "$@"
 part tv "$source/tests/minimal_platform/tv" "${find[@]}" "$@"
 
 state=$(mktemp -d)
-trap 'rm -rf "$state"' EXIT
+trap 'rm -rf "$state" /tmp/.BUS.lock' EXIT
 export ATSC_CNAHHEL_DB=$state/channels.db ATSC_EVENT_DB=$state/events.db
 export MINIMAL_STATE=$state/platform.txt
 export MINIMAL_SERVICE=$prefix/bin/minimal-service
