@@ -7,6 +7,7 @@
 #include <map>
 #include <regex>
 #include <set>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -103,142 +104,18 @@ std::string largeLineup(unsigned count, size_t units = 247) {
          services + "]}]}";
 }
 
+// streams/NAME.sections has the sections of the lineup streams/NAME.json at a system time.
 TEST(PsipmuxTables, EveryFieldReachesTheStream) {
-  const struct {
-    const char* json;
-    uint32_t time;
+  for (const std::string name : {"guide", "services", "cable", "without-psip"}) {
     Lines sections;
-  } kCases[] = {
-      {R"({"medium": "air", "guide_hours": 4, "rating_regions": [
-     {"region": 5, "version": 9, "name": "R", "dimensions": [
-      {"name": "D", "graduated": true, "values": ["", {"abbrev": "A", "rating": "Å"}]}]}],
-    "channels": [{"frequency": 177000000, "tsid": 1, "version": 3, "guide_version": 31, "services": [
-      {"program": 3, "pmt_pid": 48, "major": 9, "minor": 7, "name": "One", "source_id": 258,
-       "streams": [], "guide_offset": 30, "rating_in": "both", "programmes": [
-        {"minutes": 180, "title": {"fra": "Été", "spa": "Ł\u07FF\u0800\uD800\uDC00"}, "description": "D",
-         "rating": {"us_tv": "TV-14-D-V", "us_movie": "PG-13", "ca_english": "14+",
-          "ca_french": "13 ans+", "regions": [{"region": 5, "dimensions": {"10": 2}}]},
-         "captions": ["eng", {"language": "spa", "service": 5, "wide": true},
-          {"language": "fra", "line21_field": 1, "easy_reader": true}],
-         "genres": ["education", "wrestling", "movie"]},
-        {"minutes": 1260, "title": "", "rating": "TV-Y7-FV"}]},
-      {"program": 4, "pmt_pid": 49, "major": 9, "minor": 8, "name": "Two", "source_id": 259,
-       "streams": [], "rating_in": "pmt", "programmes": [
-        {"minutes": 60, "title": "A", "rating": {"ca_french": "G", "ca_english": "C8+"}},
-        {"minutes": 100, "title": "B", "rating": {"us_movie": "NC-17"}}]}
-    ]}]})",
-       1460851218 + 3 * 3600,  // 03:00: the first programme is on until 03:30
-       {                       // PAT
-        "0000 00b0110001c700000003e0300004e03154035960",
-        // PMT
-        "0030 02b0430003f70000fffff0368734c3010400f401f104f107f41101656e670100000954562d31342d442d"
-        "56020200f501f30b01656e670100000331342b05010af200e64fb23f",
-        // PMT
-        "0031 02b0220004fb0000fffff0158713c1020200f201f10b01656e670100000343382bfe44f466",
-        // EIT
-        "1d00 cbf04a0103c500000003cda05712f792c00e100901656e670100000141f000cdac571305a2c017700901"
-        "656e670100000142f000cdc057131d12c00e100901656e670100000141f0000acbdc89",
-        // EIT
-        "1d00 cbf0af0102c500000002cd865712d91ad02a301c0266726101000003c974e973706101003f0a014107ff"
-        "0800d800dc00f0518613e3656e67c13fff737061c57fff6672617fbfff8734c3010400f401f104f107f41101"
-        "656e670100000954562d31342d442d56020200f501f30b01656e670100000331342b05010af200ab04e320ad"
-        "22cdaa5713034ac127500501656e6700f01a8718c1010205f206f11001656e670100000854562d59372d4656"
-        "e5110cd3",
-        // EIT
-        "1d01 cbf0360102c500000001cdaa5713034ac127500501656e6700f01a8718c1010205f206f11001656e6701"
-        "00000854562d59372d4656bfee2cff",
-        // EIT
-        "1d01 cbf04a0103c500000003cdc057131d12c00e100901656e670100000141f000cdcc57132b22c017700901"
-        "656e670100000142f000cde057134292c00e100901656e670100000141f0002f9d0558",
-        // ETT
-        "1e00 ccf0170000c50000000102361a01656e670100000144ad5dd9e6",
-        // MGT
-        "1ffb c7f0450000c500000000050000fffbe30000005af0000100fd00e2000000fff0000200fe00e20000001a"
-        "f0000101fd01e200000086f0000305fffbe900000045f000f00097b1bfd2",
-        // TVCT
-        "1ffb c8f0570001c700000002004f006e00650000000000000000f024070400000000000100030dc20102fc05"
-        "a103ffff0000540077006f0000000000000000f024080400000000000100040dc20103fc05a103ffff00fc00"
-        "ac640be6",
-        // RRT
-        "1ffb caf042ff05d30000000901656e670100000152010901656e670100000144f20501656e67000501656e67"
-        "000901656e6701000001410901656e6701000001c5fc00d12af8c9"}},
-      {R"({"medium": "air",
-    "channels": [{"frequency": 177000000, "tsid": 513, "version": 31, "services": [
-      {"program": 3, "pmt_pid": 48, "version": 5, "major": 999, "minor": 7, "name": "ŁTéVXYZ",
-       "extended_name": "Été", "source_id": 65535, "service_type": "data", "hidden": true,
-       "hide_guide": true, "sld": false, "streams": [
-        {"type": "mpeg2-video", "pid": 8186},
-        {"type": "ac3", "pid": 52, "language": "eng", "mainid": 5},
-        {"type": "ac3", "pid": 53, "language": "fra", "bsmod": 2, "full_svc": true,
-         "asvcflags": 33},
-        {"type": "ac3", "pid": 54, "bsmod": 2, "asvcflags": 1},
-        {"type": "ac3", "pid": 55, "language": "eng", "dual_mono": true,
-         "second_language": "spa"},
-        {"type": "ac3", "pid": 56, "dual_mono": true}],
-       "captions": ["eng", {"language": "spa", "line21_field": 1, "wide": true}]}]}]})",
-       kSomeTime,
-       {// PAT
-        "0000 00b00d0201ff00000003e030f7fef190",
-        // PMT
-        "0030 02b08b0003cb0000fffaf00002fffaf00f860de2656e67c13fff7370617f7fff81e034f0120a04656e67"
-        "00810a082805ffaf01bf656e6781e035f0120a0466726103810a082845ff2101bf66726181e036f009810708"
-        "2844ff01013f81e037f01a0a08656e670073706100810e082801ffff0f01ff656e6773706181e038f00a8108"
-        "082801ffff0f013f459ecc32",
-        // MGT
-        "1ffb c7f0190000ff00000000010000fffbff0000003df000f000ed9cdab6",
-        // TVCT
-        "1ffb c8f03a0201ff000000010141005400e9005600580059005aff9c070400000000020100031fc4fffffc0d"
-        "a00b01656e6701000003c974e9fc00c2a0b79f"}},
-      {R"({"medium": "cable",
-    "channels": [{"frequency": 57000000, "tsid": 1, "modulation": "64qam",
-     "alerts": [{"sequence": 5, "event_id": 2677, "originator": "EAS", "event_code": "RWT",
-      "activation_text": "TEST", "time_remaining": 29, "duration": 1500, "priority": 15,
-      "locations": [{"state": 42, "county": 91}, {"state": 42, "county": 999}]},
-      {"sequence": 31, "originator": "CIV", "event_code": "X", "priority": 0, "text": "Ł",
-       "locations": [{"state": 0, "subdivision": 9}]}],
-     "services": [
-      {"program": 2, "pmt_pid": 48, "one_part": 1203, "name": "Middle!", "source_id": 2,
-       "extended_name": "♥", "service_type": "radio", "streams": [
-        {"type": "h264", "pid": 33, "language": "eng"}, {"type": "ac3", "pid": 34, "bsmod": 3,
-         "asvcflags": 255, "language": "eng"}]},
-      {"program": 3, "pmt_pid": 49, "major": 2, "minor": 1, "name": "", "source_id": 3,
-       "streams": [{"type": "mpeg1-video", "pid": 65}, {"type": "mpeg1-audio", "pid": 66},
-        {"type": "mpeg2-audio", "pid": 67}, {"type": "aac", "pid": 68}, {"type": "latm", "pid": 69},
-        {"type": "hevc", "pid": 70}, {"type": "dc2-video", "pid": 71}, {"type": "eac3", "pid": 72},
-        {"type": "data", "pid": 73}]}]}]})",
-       kSomeTime,
-       {// PAT
-        "0000 00b0110001c100000002e0300003e03102365dee",
-        // PMT
-        "0030 02b02f0002c10000e021f0001be021f0060a04656e670081e022f0120a04656e6702810a082864ffff01"
-        "bf656e67e9b587e9",
-        // PMT
-        "0031 02b03a0003c10000e041f00001e041f00003e042f00004e043f0000fe044f00011e045f00024e046f000"
-        "80e047f00087e048f00095e049f0001c74c69d",
-        // MGT
-        "1ffb c7f0190000c100000000010002fffbe0000000a8f000f000cec564a9",
-        // CVCT
-        "1ffb c9f0a50001c100000002004d006900640064006c00650021ffc4b302000000000001000201c30002fc1d"
-        "a10fe021021be021656e6781e022656e67a00a01656e6701003f0226650000000000000000000000000000f0"
-        "080102000000000001000301c20003fc3ba139e0410901e04100000003e04200000004e0430000000fe04400"
-        "000011e04500000024e04600000080e04700000087e04800000095e049000000fc0005a3506a",
-        // EAM
-        "1ffb d8b0360000ff000000001f43495601580000000000000000fff00000fc00fc000000000a01656e670100"
-        "3f02014101009c0000fc00ed47f828",
-        // EAM
-        "1ffb d8b03d0000cb0000000a75454153035257540c01656e6701000004544553541d0000000005dcffff0000"
-        "fc00fc0000000000022a0c5b2a0fe700fc006365410b"}},
-      {R"({"medium": "air",
-    "channels": [{"frequency": 177000000, "tsid": 1, "psip": false, "services": [
-      {"program": 1, "pmt_pid": 32, "streams": []}]}]})",
-       kSomeTime,
-       {// PAT
-        "0000 00b00d0001c100000001e020a2c32941",
-        // PMT
-        "0020 02b00d0001c10000fffff0001cc8d73f"}},
-  };
-  for (const auto& [json, time, sections] : kCases)
-    EXPECT_EQ(sections, receive(streamOf(json, time)).sections);
+    std::istringstream lines(readFile(fs::path(STREAMS) / (name + ".sections")));
+    uint32_t time = 0;
+    lines.ignore(3) >> time;  // "at "
+    for (std::string line; std::getline(lines, line);)
+      if (!line.empty() && line[0] != '#') sections.insert(line);
+    const std::string json = readFile(fs::path(STREAMS) / (name + ".json"));
+    EXPECT_EQ(sections, receive(streamOf(json, time)).sections) << name;
+  }
 }
 
 // Returns a service whose guide fills `hours` with five-minute programmes with long descriptions.
