@@ -67,6 +67,7 @@ TEST_F(ChannelTableTest, TypesAndNames) {
     services.back().pids.resize(1);
     services.back().pids[0].stream_type = static_cast<uint8_t>(type);
   }
+  strcpy(services[129].pids[0].language, "e");
   services[3].name = "";
   services[4].name = "N";
   services[4].nameEncoding = 0;
@@ -74,7 +75,7 @@ TEST_F(ChannelTableTest, TypesAndNames) {
   EXPECT_EQ(
       "1|A||49_1,|0|1|TV 2|A||49_2,|0|1|RADIO 3|EMPTY|49__3,||1|0|DATA 4|N|49__4,||1|0|TV "
       "15|A|49__15,||1|0|TV 17|A|49__17,||1|0|TV 36|A||49_36,|0|1|TV 128|A||49_128,|0|1|TV "
-      "129|A|49__129,||1|0|TV 135|A|49__135,||1|0|TV",
+      "129|A|49_e_129,||1|0|TV 135|A|49__135,||1|0|TV",
       joined(rows("SELECT minor_no,name,audio_pid,video_pid,audio_count,video_count,srv_type FROM "
                   "channel_data_t WHERE audio_count+video_count > 0")));
 }
