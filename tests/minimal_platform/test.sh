@@ -20,7 +20,7 @@ part() {
   local name=$1 source=$2
   shift 2
   if ! {
-    cmake -S "$source" -B "$build/$name" -DCMAKE_BUILD_TYPE=RelWithDebInfo "$@" &&
+    cmake -S "$source" -B "$build/$name" -DCMAKE_BUILD_TYPE=Debug "$@" &&
       cmake --build "$build/$name" --parallel 2 &&
       cmake --install "$build/$name" --prefix "$prefix"
   } >"$build/$name.log" 2>&1; then
