@@ -43,12 +43,18 @@ int atWork() {
   return fake::waitForSent(500).size() >= 500 ? 0 : 1;
 }
 
-// A forked child that ends like its parent.
+// A forked child that ends like its parent. The command thread rests at the fork: the child would
+// never get a lock of the sanitizer's that it held.
 int child() {
+  static std::atomic<bool> forked{false};
+  inTheMiddleware([] {
+    while (!forked) std::this_thread::yield();
+  });
   const pid_t pid = fork();
   if (pid == 0) exit(0);
   int status = -1;
   waitpid(pid, &status, 0);
+  forked = true;
   return status;
 }
 
