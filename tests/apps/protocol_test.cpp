@@ -15,7 +15,7 @@ using protocol::Example;
 using protocol::Exchange;
 using protocol::TableRow;
 
-constexpr const char* kStart = "2026-11-22T01:10:00Z";
+constexpr const char* kProtocolStart = "2026-11-22T01:10:00Z";
 
 // Returns the value in the document, with what it elides and what depends on the time taken from
 // `actual`.
@@ -108,8 +108,8 @@ class ProtocolTest : public SystemTest {
 };
 
 TEST_F(ProtocolTest, EveryExampleIsTrue) {
-  broadcastLineups({"--start", kStart});
-  startService(kFast, {"--fast", "--clock", kStart});
+  broadcastLineups({"--start", kProtocolStart});
+  startService(kFast, {"--fast", "--clock", kProtocolStart});
   startWatch({"--json"});
   size_t before = 0;  // number of callbacks before the commands that cause a callback
   for (const Example& example : document_.examples) {

@@ -12,7 +12,7 @@ using testing::AllOf;
 using testing::HasSubstr;
 
 // At the start of "The Long Lock" on 5-1, a programme with wide captions; in summer.
-constexpr const char* kStart = "2026-04-22T19:05:00Z";
+constexpr const char* kRemoteStart = "2026-04-22T19:05:00Z";
 
 class RemoteSystemTest : public SystemTest {
  protected:
@@ -29,7 +29,7 @@ class RemoteSystemTest : public SystemTest {
 };
 
 TEST_F(RemoteSystemTest, Evening) {
-  broadcastLineups({"--start", kStart});
+  broadcastLineups({"--start", kRemoteStart});
   startService();
   for (const char* source : {"VSB", "QAM"}) scan(source);
 

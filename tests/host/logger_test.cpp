@@ -73,6 +73,6 @@ int levelsRole(const std::vector<std::string>&) {
   return 0;
 }
 
-const AddRoles kAddRoles({{"levels", levelsRole}});
+const AddRoles kAddLevels({{"levels", levelsRole}});
 
 }  // namespace

@@ -88,6 +88,6 @@ int busyRole(const std::vector<std::string>&) {
   return 6;
 }
 
-const AddRoles kAddRoles({{"busy", busyRole}});
+const AddRoles kAddBusy({{"busy", busyRole}});
 
 }  // namespace

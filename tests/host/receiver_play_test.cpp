@@ -31,7 +31,6 @@ namespace fs = std::filesystem;
 using atschost::AudioLanguages;
 using atschost::Receiver;
 
-constexpr uint32_t kChannel15 = 479000000;
 constexpr int32_t kEng = AICN_LANGUAGE_ENGLISH;
 constexpr int32_t kFre = AICN_LANGUAGE_FRENCH;
 constexpr int32_t kSpa = AICN_LANGUAGE_SPANISH;

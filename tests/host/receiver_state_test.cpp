@@ -21,7 +21,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr uint32_t kChannel15 = 479000000;
 
 class ReceiverStateTest : public testing::Test {
  protected:

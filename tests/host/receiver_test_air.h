@@ -21,6 +21,7 @@ using Texts = std::vector<std::string>;
 constexpr uint32_t kAir = AI_INPUT_TERRESTRIAL;
 constexpr uint32_t kCable = AI_INPUT_CABLE;
 constexpr uint32_t kChannel14 = 473000000;
+constexpr uint32_t kChannel15 = 479000000;
 constexpr uint32_t kGpsEpoch = 315964800;  // in Unix seconds
 
 // Convert a UTF-16BE text, the second to Latin-1.
