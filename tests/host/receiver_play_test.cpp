@@ -102,6 +102,7 @@ TEST(ReceiverNameTest, NamesOfViewersBecomeUtf16) {
       {"K\xE4se", kBytes, u"K\u00E4se"},
       {"\xC0\x80", kBytes, u"\u00C0\u0080"},
       {"\xED\xA0\x80", kBytes, u"\u00ED\u00A0\u0080"},
+      {"\xED\xBF\xBF", kBytes, u"\u00ED\u00BF\u00BF"},
       {"\xF4\x90\x80\x80", kBytes, u"\u00F4\u0090\u0080\u0080"},
       {"\xC3", kBytes, u"\u00C3"},
       {std::string("AB\0CD", 5), kBytes, u"AB"},

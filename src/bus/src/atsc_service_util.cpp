@@ -77,11 +77,10 @@ int checkStatus(LoggerCpp& logger, const LogPlace& place, const char* function, 
 }
 
 void textToUTF8(const multiple_lang_t& text, uint32_t capacity, std::string& converted) {
-  converted.clear();
   const uint32_t length = std::min<uint32_t>(text.length, capacity);
   if (text.encoding != AI_TEXT_UTF16BE) {
     const char* bytes = reinterpret_cast<const char*>(text.text);
-    if (bytes != nullptr) converted.assign(bytes, strnlen(bytes, length));
+    converted = std::string_view(bytes, bytes != nullptr ? strnlen(bytes, length) : 0);
     return;
   }
   uint32_t size = Utili_UTF16BEToUTF8Length(text.text, length);
