@@ -73,7 +73,8 @@ TEST_F(EventTableTest, LongTextsAndRatings) {
   longest.rating = rating;
   longest.description = fake::utf16(description);
   fake::Event zero = longest;
-  zero.rating.assign(AIEC_RATING_SIZE, '\0');
+  zero.rating.clear();
+  zero.info.rating.length = AIEC_RATING_SIZE;
   fake::Event several = zero;
   several.info.multi_rating = 1;
   fake::Event listed = several;

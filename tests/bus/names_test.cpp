@@ -50,6 +50,7 @@ TEST_F(LibraryTest, EventNamesAndQueuesAreThoseOfTheirTables) {
   EXPECT_NE("", fake::logLine("[_ATSC_Service_event_update_task()]"));
   EXPECT_EQ(-1, g_tv_server_backend_default.jsonCommand("", nullptr));
   // A thread of a server that sends a command to it blocks itself.
+  EXPECT_EQ(0u, service_thread_tid);
   tv_thread_tid = static_cast<uint32_t>(gettid());
   send("{}");
   tv_thread_tid = 0;

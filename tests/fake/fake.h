@@ -34,7 +34,7 @@ struct Service {
 
 // A programme of the guide. Texts are bytes as in the middleware.
 struct Event {
-  AIEC_event_info info{};  // without the texts
+  AIEC_event_info info{};  // without the texts; a length of the rating is a claim
   std::string name;
   int32_t nameEncoding = AI_TEXT_UTF16BE;
   std::string rating;

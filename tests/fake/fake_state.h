@@ -203,6 +203,7 @@ inline void copyEvent(const State& state, const AIEC_event_key& key, uint32_t of
   to.rating = lent.rating;
   copyText(from->name, from->nameEncoding, to.name);
   copyText(from->rating, from->ratingEncoding, to.rating);
+  if (from->info.rating.length != 0) to.rating.length = from->info.rating.length;
 }
 
 }  // namespace fake
