@@ -73,6 +73,7 @@ TEST_F(LibraryTest, HandlersCanBeCalledByThemselves) {
 }
 
 TEST_F(LibraryTest, LinesCarryTheFunctionThatTheyAreAbout) {
+  EXPECT_THAT(fake::loggers(), testing::ElementsAre(testing::Pair("not_sure_how_work", "atsc")));
   const std::tuple<const char*, const char*, const char*> cases[] = {
       {"FW CHANNELMODIFY", "AISRV_get_total_services", "FW_modifyChannel"},
       {"SCAN stop", "AIFW_play_first_service", "Scan_stop"},

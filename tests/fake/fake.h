@@ -170,6 +170,8 @@ std::vector<std::string> waitForSent(size_t count);
 // Fires the timer that was enabled last. Returns false when none runs.
 bool fireTimer();
 
+// Categories of the loggers, by name.
+std::map<std::string, std::string>& loggers();
 // Returns log lines "LEVEL text", without the prefix up to the location.
 std::vector<std::string> logs();
 // Returns the newest full line that contains `text`, "" when there is none.

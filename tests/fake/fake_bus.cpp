@@ -63,9 +63,16 @@ int BUSClientInterface::transact(unsigned int code, BUSParam& data, BUSParam* re
   return -1;
 }
 
+std::map<std::string, std::string>& fake::loggers() {
+  static std::map<std::string, std::string> names;
+  return names;
+}
+
 struct LoggerCpp::Impl {};
 
-LoggerCpp::LoggerCpp(const char* /*name*/, const char* /*category*/) : impl_(new Impl) {}
+LoggerCpp::LoggerCpp(const char* name, const char* category) : impl_(new Impl) {
+  fake::loggers().emplace(name, category);
+}
 LoggerCpp::~LoggerCpp() = default;
 
 #define FAKE_LEVEL(level)                          \
