@@ -21,7 +21,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-
 class ReceiverStateTest : public testing::Test {
  protected:
   TemporaryFolder folder_;
