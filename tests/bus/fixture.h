@@ -24,7 +24,7 @@
 #include "temporary_folder.h"
 #include "wait.h"
 
-void _ATSC_Service_Task_init();
+void _ATSC_Service_Task_init();  // NOLINT(readability-identifier-naming)
 
 using Lines = std::vector<std::string>;
 
