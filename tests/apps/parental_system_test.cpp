@@ -175,8 +175,8 @@ TEST_F(ParentalSystemTest, CallbacksAndAlerts) {
   tune(5, 1);
   ASSERT_TRUE(watch_->says("CHANNEL_PLAY_SUCCESS: the channel plays"));
   ASSERT_TRUE(watch_->says("STT_UPDATE_EVENT: it is 2026-"));
-  EXPECT_THAT(watch_->out(), AllOf(HasSubstr("EPG_UPDATE: programmes have changed on "),
-                                   HasSubstr("5-1 KÉVA-1"), HasSubstr("9-1 WOLM-HD")));
+  for (const char* text : {"EPG_UPDATE: programmes have changed on ", "5-1 KÉVA-1", "9-1 WOLM-HD"})
+    EXPECT_TRUE(watch_->says(text)) << watch_->out();
   act("SCAN start", R"("src":"QAM")");
   ASSERT_TRUE(watch_->says("SCAN: the scan is over: 7 services"));
   EXPECT_THAT(out({"eas", "alerts", "medium"}), HasSubstr("of medium priority (7) and above\n"));
