@@ -177,6 +177,9 @@ TEST_F(ParentalSystemTest, CallbacksAndAlerts) {
   ASSERT_TRUE(watch_->says("STT_UPDATE_EVENT: it is 2026-"));
   for (const char* text : {"EPG_UPDATE: programmes have changed on ", "5-1 KÉVA-1", "9-1 WOLM-HD"})
     EXPECT_TRUE(watch_->says(text)) << watch_->out();
+  EXPECT_EQ(0u, service_->count("picture closed"));
+  act("VC CLOSE");
+  EXPECT_TRUE(service_->says("picture closed, audio track"));
   act("SCAN start", R"("src":"QAM")");
   ASSERT_TRUE(watch_->says("SCAN: the scan is over: 7 services"));
   EXPECT_THAT(out({"eas", "alerts", "medium"}), HasSubstr("of medium priority (7) and above\n"));

@@ -80,8 +80,8 @@ TEST_F(EventTableTest, LongTextsAndRatings) {
   fake::Event listed = several;
   listed.allRatings = "TV-PG, PG-13";
   update({longest, zero, several, listed});
-  EXPECT_THAT(guideRows("SELECT rating FROM event_t"),
-              ElementsAre(rating, "Not rated", "Not rated", "TV-PG, PG-13"));
+  EXPECT_THAT(guideRows("SELECT multi_rating,rating FROM event_t"),
+              ElementsAre("0|" + rating, "0|Not rated", "1|Not rated", "1|TV-PG, PG-13"));
   EXPECT_THAT(guideRows("SELECT DISTINCT name || \"desc\" FROM event_t"),
               ElementsAre(name + description));
 }

@@ -275,6 +275,7 @@ TEST(Bus, AServerEndsAfterItsRunningTransaction) {
   EXPECT_FALSE(exists(name));
   BUS_server_complete(&gate);
   EXPECT_EQ(ATSC_host_find(name.c_str()), ::getpid());
+  RawPeer idle(name);
 
   auto call = std::async(std::launch::async, [&] { return caller.call(kNothing); });
   entered.get_future().wait();
@@ -283,7 +284,9 @@ TEST(Bus, AServerEndsAfterItsRunningTransaction) {
   leave.set_value();
   stopped.get();
   EXPECT_EQ(call.get(), 5) << "the running transaction is answered";
-  EXPECT_EQ(caller.call(kNothing), -1);
+  EXPECT_EQ(idle.receive(), "") << "connections end";
+  BUSParam none;
+  EXPECT_EQ(caller.transact(kNothing, none, nullptr, 0), -1);
   EXPECT_FALSE(exists(name));
 }
 

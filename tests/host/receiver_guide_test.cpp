@@ -161,6 +161,12 @@ TEST(GuideTables, NewVersionsReplaceWhenWhole) {
                       {kEit0, ett(3, 3, text("tres"), 2), "0/3 first 0/3 second two tres *"},
                   });
   EXPECT_TRUE(decoder.wants(kEit0));
+
+  // Versions that never become whole take no memory for ever.
+  const std::string title(200, 't');
+  const Bytes parts[] = {inParts(show(3, 1, title, 5), 0, 1), inParts(show(3, 1, title, 6), 0, 1)};
+  for (int i = 0; i < 50000; ++i) push(decoder, kEit0, parts[i % 2]);
+  EXPECT_STREQ(nullptr, push(decoder, kEit0, parts[0]));
 }
 
 TEST(GuideTables, CompleteWhenEveryPidRepeatedItself) {

@@ -386,6 +386,9 @@ TEST_F(ReceiverPlayTest, ModulesRefuseWhatTheyDoNotKnow) {
   EXPECT_NE(0, AIFW_play_src(1, kAir));
   EXPECT_NE(0, AIFW_handle_tuner_mode_change(0));
   EXPECT_NE(0, AIFW_modify_service(AIFW_SERVICE_ADD, nullptr));
+  uint32_t count = 0;
+  for (const AISRV_query_filter& filter : {AISRV_query_filter{{0, 1}}, {{1, 0}}})
+    EXPECT_NE(0, AISRV_get_total_services(kAir, AISRV_SERVICE_MASK, &filter, 0, &count));
   int32_t language = kSpa;
   EXPECT_NE(0, AICN_set_sec_pref_aud_lang(-1));
   EXPECT_EQ(0, AICN_get_sec_pref_aud_lang(&language));
