@@ -94,9 +94,12 @@ TEST_F(SchemaTest, AFileThatCannotBeOpenedIsNeverDeleted) {
   }
   EXPECT_EQ(readFile(folder_ / "witness"), readFile(path_));
   EXPECT_THAT(names(), ElementsAre("T", "C"));
-  for (const auto& path : {folder_, folder_ / "none" / "x.db3"}) {
+  const std::pair<std::filesystem::path, const char*> kUnusable[] = {
+      {folder_, "Is a directory"}, {folder_ / "none" / "x.db3", "No such file or directory"}};
+  for (const auto& [path, reason] : kUnusable) {
     setenv("ATSC_CNAHHEL_DB", path.c_str(), 1);
     EXPECT_THAT(init(), HasSubstr("unable to open database file"));
+    EXPECT_THAT(fake::logLine("is not written: "), HasSubstr(reason));
   }
   EXPECT_TRUE(std::filesystem::is_directory(folder_));
 }
