@@ -8,7 +8,8 @@ namespace {
 using ::testing::ElementsAre;
 using TextTest = LibraryTest;
 
-TEST_F(TextTest, BadInputIsLogged) {
+TEST_F(TextTest, LengthsInUtf8AndBadInput) {
+  EXPECT_EQ(1u + 2 + 2 + 3, Utili_UTF16BEToUTF8Length("\x00\x7F\x00\x80\x07\xFF\x08\x00", 8));
   char out[8];
   uint32_t capacity = sizeof out;
   const char bytes[] = {0, 'A', 0, 'B', 0};
