@@ -52,6 +52,7 @@ TEST(GuideText, CompressionsModesAndLanguages) {
       {"Cyrillic", 0, 4, {0x1C, 0x3E}, u"\u041C\u043E"},
       {"SCSU windows", 0, 0x3E, allWindows, allWindowsText},
       {"its Unicode mode", 0, 0x3E, {15, 0x53, 0xEF, 0xF0, 0xE0, 1, 0xE1, 'x'}, u"\u53EF\uE001x"},
+      {"a window defined there", 0, 0x3E, {15, 0xE9, 0xFF, 0x80}, u"\uFF60"},
       {"special windows", 0, 0x3E, {0x18, 0xF9, 0x80, 0x19, 0xFF, 0x80}, u"\u00C0\uFF60"},
       {"cut in a definition", 0, 0x3E, {'a', 0x0B, 0xBF}, u"a"},
       {"reserved", 0, 0x3E, {'a', 0x18, 0xA8, 'b'}, u"a"},
@@ -203,7 +204,7 @@ TEST(GuideTables, TheMgtRenumbersDropsAndRenews) {
   PsipDecoder decoder;
   follow(decoder,
          {
-             {kBase, mgt({{0x0100, kEit0, 1}, {0x0101, kEit1, 4}}), "*"},
+             {kBase, mgt({{0x0100, kEit0, 1}, {0x0101, kEit1, 4}, {0x017F, 0x1E7F, 1}}), "*"},
              {kEit0, show(3, 1, "past"), "0/3 past *"},
              {kEit1, show(3, 2, "now", 4), "0/3 past 1/3 now *"},
              {kEit1, show(9, 5, "else", 4), "0/3 past 1/3 now 1/9 else *"},

@@ -209,10 +209,11 @@ TEST_F(ReceiverScanTest, RefusesWhatItDoesNotKnowAndWritesNoMoreThanIsLent) {
 
 // ISO 639 language, audio type 0.
 Bytes language(const std::string& code) { return descriptor(0x0A, bytesOf(code) + Bytes{0}); }
-// AC-3 audio: bsmod, full service, then mainid or asvcflags.
-Bytes ac3(unsigned bsmod, unsigned fullService, uint8_t number) {
-  return descriptor(0x81, {0x08, 0x38, static_cast<uint8_t>(bsmod << 5 | 2 << 1 | fullService),
-                           0xFF, number, 0x01, 0xBF, 'f', 'r', 'a'});
+// AC-3 audio: bsmod, full service, then mainid or asvcflags; 0 channels are two mono ones.
+Bytes ac3(unsigned bsmod, unsigned fullService, uint8_t number, unsigned channels = 2) {
+  return descriptor(
+      0x81, Bytes{0x08, 0x38, static_cast<uint8_t>(bsmod << 5 | channels << 1 | fullService)} +
+                Bytes(channels == 0 ? 2 : 1, 0xFF) + Bytes{number, 0x01, 0xBF, 'f', 'r', 'a'});
 }
 
 class ReceiverTablesTest : public ReceiverScanTest {
@@ -264,7 +265,7 @@ TEST_F(ReceiverTablesTest, MakeServicesWithTheirStreams) {
                                   {0x81, 52, language("eng") + ac3(0, 1, 2 << 5)},
                                   {0x81, 53, language("spa") + ac3(2, 1, 0x04)},
                                   {0x81, 54, ac3(3, 0, 0x01)},
-                                  {0x81, 55, ac3(5, 0, 0x01)}})}) +
+                                  {0x81, 55, ac3(5, 0, 0x01, 0)}})}) +
            packets(0x40, {pmt(4, {{0x0F, 65, {}}}), pmt(5, {{0x0B, 70, {}}})}),
        {"14-3  TV 3 77 0*, 49  2, 52 eng 129 kind 1 main 2, 53 spa 129 kind 3 describes 4 mixed, "
         "54 fra 129 kind 2 describes 1, 55 fra 129 kind 4 describes 1",
