@@ -116,8 +116,8 @@ TEST_F(CommandTest, QueuedChangesRunOneAfterTheOtherAndDelayNobody) {
   });
   // A queued text of the wrong type or range is dropped with an Error line; the next one runs.
   for (const char* members :
-       {R"("major":7,"minor":1)", R"("major":7,"minor":2)", R"("major":[])",
-        R"("major":65543,"minor":1)", R"("major":1,"minor":65536)", R"("mode":"DOWN")"}) {
+       {R"("major":7)", R"("major":7,"minor":2)", R"("major":[])", R"("major":65543,"minor":1)",
+        R"("major":1,"minor":65536)", R"("mode":"DOWN")"}) {
     EXPECT_EQ(0, send(command("FW CHANNELCHANGE", members)));
   }
   ASSERT_TRUE(waitFor("AIFW_channel_change", 1));
@@ -128,7 +128,7 @@ TEST_F(CommandTest, QueuedChangesRunOneAfterTheOtherAndDelayNobody) {
   open = true;
   ASSERT_TRUE(waitFor("AICN_get_current", 4));
   EXPECT_EQ(
-      "AIFW_channel_change(5,2,4103,7,1,0,65535,2) AIFW_channel_change(5,2,4103,7,2,0,65535,2) "
+      "AIFW_channel_change(5,2,4103,7,0,0,65535,2) AIFW_channel_change(5,2,4103,7,2,0,65535,2) "
       "AIFW_channel_change(1,2,4103,0,0,0,65535,2)",
       joined(callsOf({"AIFW_channel_change"})));
   EXPECT_GE(timesOf("AICN_get_chan_state")[1] - timesOf("AICN_get_current")[1],

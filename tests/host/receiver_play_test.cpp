@@ -383,6 +383,7 @@ TEST_F(ReceiverPlayTest, ModulesRefuseWhatTheyDoNotKnow) {
   EXPECT_NE(0, AIIN_get_db_no_input_details(4, &input));
   EXPECT_NE(0, AIFE_tune_stop_request(2, AIFE_MAIN_PATH));
   EXPECT_NE(0, AIVC_close_video(1));
+  EXPECT_EQ(0, AIVC_close_video(0));
   EXPECT_NE(0, AIFW_play_src(1, kAir));
   EXPECT_NE(0, AIFW_handle_tuner_mode_change(0));
   EXPECT_NE(0, AIFW_modify_service(AIFW_SERVICE_ADD, nullptr));
