@@ -70,7 +70,7 @@ TEST_F(ReceiverStateTest, SurvivesARestart) {
   EXPECT_TRUE(receiver.settings().sync());
   EXPECT_TRUE(receiver.parental().sync());
   for (const auto& [name, text] : kFiles) EXPECT_EQ(parsed(text), parsed(readFile(state_ / name)));
-  const fs::file_time_type past{};
+  const auto past = fs::last_write_time(state_ / "services.json") - std::chrono::hours(1);
   fs::last_write_time(state_ / "services.json", past);
   EXPECT_TRUE(TestReceiver(state_).services().store());
   EXPECT_EQ(past, fs::last_write_time(state_ / "services.json")) << "nothing has changed";
