@@ -11,6 +11,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <functional>
 #include <future>
 #include <memory>
@@ -122,7 +123,18 @@ struct Started : Helper {
   explicit Started(const Words& role) : Helper(role) { EXPECT_EQ(hear(), 'R'); }
 };
 
+// Removes the socket files that killed helpers have left.
+struct Leftovers {
+  ~Leftovers() {
+    const std::string ours = ".BUS.test." + std::to_string(::getpid()) + ".";
+    std::error_code ignored;
+    for (const auto& file : std::filesystem::directory_iterator("/tmp", ignored))
+      if (file.path().filename().string().rfind(ours, 0) == 0) remove(file.path(), ignored);
+  }
+};
+
 std::string uniqueName(const char* what) {
+  static const Leftovers leftovers;
   static int count = 0;
   return "test." + std::to_string(::getpid()) + "." + what + std::to_string(++count);
 }
