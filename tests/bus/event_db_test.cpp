@@ -1,4 +1,8 @@
 #include <gmock/gmock.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <fstream>
 
 #include "fixture.h"
 
@@ -122,6 +126,68 @@ TEST_F(EventTableTest, MiddlewareThatFailsInTheMiddle) {
   // Without a service list the guide stays.
   fake::setResult("AISRV_get_n_services", 1);
   EXPECT_THAT(rewrite(), ElementsAre("a", "b", "c", "d"));
+}
+
+TEST_F(EventTableTest, OnlyRowsThatDifferAreWritten) {
+  const auto rows = [&] { return guideRows("SELECT rowid, name FROM event_t"); };
+  const auto changedAt = [&] {
+    struct stat status {};
+    EXPECT_EQ(0, stat(guide_.c_str(), &status));
+    return std::pair(status.st_ino, status.st_ctim.tv_sec * 1000000000ll + status.st_ctim.tv_nsec);
+  };
+  const std::vector<std::string> guides[] = {{"a", "b", "c"},      {"a", "x", "c"}, {"a"}, {},
+                                             {"b", "a", "c", "d"}, {"a", "b", "c"}};
+  const auto write = [&](const std::vector<std::string>& names) {
+    std::vector<fake::Event> events;
+    for (const std::string& name : names) events.push_back(programme(name));
+    update(events);
+  };
+  ATSC_Service_db_UpdateEvent(AI_INPUT_CABLE);
+  for (const auto& names : guides) {
+    std::vector<std::string> expected;
+    for (const std::string& name : names)
+      expected.push_back(std::to_string(expected.size() + 1) + "|" + name);
+    write(names);
+    EXPECT_EQ(expected, rows());
+    const auto before = changedAt();
+    write(names);
+    ATSC_Service_db_UpdateEvent(AI_INPUT_CABLE);
+    write(names);
+    EXPECT_EQ(before, changedAt()) << "nothing was written";
+    EXPECT_EQ(expected, rows());
+  }
+  // Whoever wrote in between, the rows are those of the middleware.
+  const std::string older = readFile(guide_);
+  write({"a", "b", "z"});
+  const auto replaceBytes = [&](const std::string& bytes) {
+    std::fstream file(guide_, std::ios::in | std::ios::out | std::ios::binary);
+    file << bytes;
+  };
+  const struct {
+    const char* what;
+    std::function<void()> happens;
+  } kWriters[] = {
+      {"an SQL command",
+       [&] { ::execute(guide_, "UPDATE event_t SET name = 'q' WHERE rowid = 2"); }},
+      {"an older copy", [&] { replaceFile(guide_, older); }},
+      {"an older content", [&] { replaceBytes(older); }},
+      {"no table", [&] { ::execute(guide_, "DROP TABLE event_t"); }},
+      {"no file", [&] { std::filesystem::remove(guide_); }},
+      {"a write-ahead log",
+       [&] {
+         ::execute(guide_, "PRAGMA journal_mode = WAL; UPDATE event_t SET name = 'q'");
+         write({"a", "b", "z"});
+         ::execute(guide_, "UPDATE event_t SET name = 'q'");
+       }},
+  };
+  for (const auto& writer : kWriters) {
+    SCOPED_TRACE(writer.what);
+    const auto time = std::filesystem::last_write_time(guide_);
+    writer.happens();
+    if (std::filesystem::exists(guide_)) std::filesystem::last_write_time(guide_, time);
+    write({"a", "b", "z"});
+    EXPECT_THAT(rows(), ElementsAre("1|a", "2|b", "3|z"));
+  }
 }
 
 // The guide is larger than SQLite's cache, and the reader does not wait.

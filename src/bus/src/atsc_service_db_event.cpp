@@ -2,9 +2,12 @@
 #include <SQLiteCpp/SQLiteCpp.h>
 #include <aiec.h>
 #include <atsc/atsc_service.h>
+#include <sqlite3.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <array>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <variant>
@@ -91,17 +94,80 @@ class Event {
   std::array<uint8_t, AIEC_DESCRIPTION_SIZE> description_{};
 };
 
-// Rewrites the guide of an input.
+// State of a database file that every writer changes: its identity, its times, of which nobody can
+// set the last one, and SQLite's count of transactions.
+struct FileState {
+  dev_t device;
+  ino_t inode;
+  off_t size;
+  timespec modified, changed;
+  uint32_t transactions;
+
+  friend bool operator==(const FileState& a, const FileState& b) {
+    const auto same = [](const timespec& x, const timespec& y) {
+      return x.tv_sec == y.tv_sec && x.tv_nsec == y.tv_nsec;
+    };
+    return a.device == b.device && a.inode == b.inode && a.size == b.size &&
+           same(a.modified, b.modified) && same(a.changed, b.changed) &&
+           a.transactions == b.transactions;
+  }
+};
+
+// Returns the state of an open file; none for a file that is not at its path any more, or whose
+// transactions SQLite counts elsewhere (write-ahead log). Reads with SQLite's own descriptor: to
+// close another one would release the locks of this process. The header is described in
+// https://www.sqlite.org/fileformat2.html.
+std::optional<FileState> fileState(SQLite::Database& database, const std::string& path) {
+  struct stat status {};
+  sqlite3_file* file = nullptr;
+  int moved = 1;
+  std::array<uint8_t, 28> header{};
+  if (stat(path.c_str(), &status) != 0 ||
+      sqlite3_file_control(database.getHandle(), "main", SQLITE_FCNTL_HAS_MOVED, &moved) !=
+          SQLITE_OK ||
+      moved != 0 ||
+      sqlite3_file_control(database.getHandle(), "main", SQLITE_FCNTL_FILE_POINTER, &file) !=
+          SQLITE_OK ||
+      file->pMethods->xRead(file, header.data(), header.size(), 0) != SQLITE_OK ||
+      header[18] != 1) {
+    return std::nullopt;
+  }
+  const uint32_t transactions = uint32_t{header[24]} << 24 | uint32_t{header[25]} << 16 |
+                                uint32_t{header[26]} << 8 | header[27];
+  return FileState{status.st_dev,  status.st_ino,  status.st_size,
+                   status.st_mtim, status.st_ctim, transactions};
+}
+
+// What the last rewrites have left in the file, as long as nobody else writes it.
+struct Written {
+  std::optional<FileState> file;
+  std::vector<uint64_t> rows[2];  // digests of the rows of the tables, in the order of the row ids
+};
+
+atsc::Immortal<Written> gWritten;  // event-update thread
+
+// FNV-1a.
+uint64_t digestOf(const std::string& text) {
+  uint64_t digest = 0xCBF29CE484222325;
+  for (const char c : text) digest = (digest ^ static_cast<uint8_t>(c)) * 0x100000001B3;
+  return digest;
+}
+
+// Rewrites the guide of an input. Of a table whose rows are known, writes only those that differ:
+// readers find the rows, row ids and order of a table that was emptied and filled.
 class GuideRewrite {
  public:
-  GuideRewrite(std::string table, const atsc::LogPlace& place)
-      : table_(std::move(table)), place_(place) {
-    insert_ = "INSERT INTO " + table_ + " ( ";
+  GuideRewrite(int input, const atsc::LogPlace& place)
+      : table_(atsc::eventTable(input)),
+        place_(place),
+        written_(gWritten->rows[input == AI_INPUT_TERRESTRIAL]) {
+    std::string columns, values;
     for (const char* column : kColumns) {
-      insert_ += column;
-      insert_ += column == std::end(kColumns)[-1] ? ")" : ",";
+      columns += (columns.empty() ? "" : ",") + std::string(column);
+      values += ",?";
     }
-    insert_ += "VALUES (";
+    insert_ = "INSERT INTO " + table_ + " ( " + columns + ")VALUES (";
+    replace_ = "REPLACE INTO " + table_ + " (rowid," + columns + ") VALUES (?" + values + ")";
   }
 
   void run(const std::string& path, const std::vector<AISRV_service_info>& services) {
@@ -112,11 +178,28 @@ class GuideRewrite {
       database.exec("PRAGMA cache_spill = OFF");
       SQLite::Transaction transaction(database);
       command_ << "DELETE FROM " << table_;
-      database.exec(command_.str());
-      buildInsert(nullptr);
-      SQLite::Statement insert(database, command_.str());
-      for (const AISRV_service_info& service : services) writeEvents(service, insert);
+      const std::string clear = command_.str();
+      // Deletes nothing of a known table, and keeps other writers away.
+      wrote_ = database.exec(clear + " WHERE rowid > " + std::to_string(written_.size())) > 0;
+      const std::optional<FileState> before = fileState(database, path);
+      if (!before || !gWritten->file || !(*before == *gWritten->file)) {
+        *gWritten = {};
+        database.exec(clear);
+        wrote_ = true;
+      }
+      SQLite::Statement replace(database, replace_);
+      for (const AISRV_service_info& service : services) writeEvents(service, replace);
+      if (rows_.size() < written_.size()) {
+        database.exec(clear + " WHERE rowid > " + std::to_string(rows_.size()));
+        wrote_ = true;
+      }
       transaction.commit();
+      written_ = std::move(rows_);
+      if (!wrote_) return;
+      gWritten->file = fileState(database, path);
+      // Somebody else was quicker than this look at the file.
+      if (gWritten->file && (!before || gWritten->file->transactions != before->transactions + 1))
+        gWritten->file.reset();
     } catch (const SQLite::Exception& e) {
       atsc::logNotWritten(place_, path, e);
       atsc::printDatabaseError(e, place_.function, __LINE__, command_.str());
@@ -124,7 +207,7 @@ class GuideRewrite {
   }
 
  private:
-  void writeEvents(const AISRV_service_info& service, SQLite::Statement& insert) {
+  void writeEvents(const AISRV_service_info& service, SQLite::Statement& replace) {
     const std::string key = atsc::channelKey(service);
     uint16_t count = 0;
     if (ATSC_CALL_AT(place_, AIEC_get_total_events, &service, &count) != 0 || count == 0) return;
@@ -134,7 +217,7 @@ class GuideRewrite {
       return;
     }
     for (uint16_t i = 0; i < count; ++i) {
-      writeEvent(key, insert);
+      writeEvent(key, replace);
       const AIEC_event_key previous = event_.info().key;
       got = 0;
       const int status = AIEC_get_next_n_events(&previous, event_.lend(), 1, &got, 1);
@@ -146,7 +229,7 @@ class GuideRewrite {
     }
   }
 
-  void writeEvent(const std::string& key, SQLite::Statement& insert) {
+  void writeEvent(const std::string& key, SQLite::Statement& replace) {
     const AIEC_event_info& info = event_.info();
     text(0) = key;
     row_[1] = int64_t{info.key.event_index};
@@ -161,11 +244,16 @@ class GuideRewrite {
     event_.genres(text(10));
     row_[11] = int64_t{info.captions};
     event_.description(text(12), place_);
-    buildInsert(&row_);
+    buildInsert();
     ATSC_LOG_AT(place_, Debug, "SQL Command %s\n", command_.str().c_str());
-    for (size_t i = 0; i < row_.size(); ++i) atsc::bindValue(insert, i + 1, row_[i]);
-    insert.exec();
-    insert.reset();
+    rows_.push_back(digestOf(command_.str()));
+    const size_t at = rows_.size();
+    if (at <= written_.size() && rows_[at - 1] == written_[at - 1]) return;
+    wrote_ = true;
+    replace.bind(1, static_cast<int64_t>(at));
+    for (size_t i = 0; i < row_.size(); ++i) atsc::bindValue(replace, i + 2, row_[i]);
+    replace.exec();
+    replace.reset();
   }
 
   // Returns the text of a column for writing; reuses its memory.
@@ -174,23 +262,27 @@ class GuideRewrite {
     return std::get<std::string>(row_[column]);
   }
 
-  // Builds the command for one row; without a row, the text of the prepared statement.
-  void buildInsert(const EventRow* row) {
+  // Builds the command for the row.
+  void buildInsert() {
     command_.clear();
     command_ << insert_;
-    for (size_t i = 0; i < std::size(kColumns); ++i) {
+    for (size_t i = 0; i < row_.size(); ++i) {
       if (i > 0) command_++;
-      atsc::appendValue(command_, row != nullptr ? &(*row)[i] : nullptr);
+      atsc::appendValue(command_, &row_[i]);
     }
     command_ << ")";
   }
 
   const std::string table_;
   const atsc::LogPlace place_;
-  std::string insert_;  // the command up to its values
-  sqlString command_;   // the command that is being run
+  std::string insert_;   // the command up to its values
+  std::string replace_;  // the prepared statement: writes a row by its id
+  sqlString command_;    // the command that is being run
   Event event_;
   EventRow row_;
+  std::vector<uint64_t>& written_;  // of the table; empty when its rows are not known
+  std::vector<uint64_t> rows_;      // so far
+  bool wrote_ = false;
 };
 
 }  // namespace
@@ -207,7 +299,7 @@ void ATSC_Service_db_UpdateEvent(int input_type) {
       ATSC_LOG(Info, "channel count(%d)", static_cast<int>(count));
       if (atsc::fetchServices(input, count, list, ATSC_HERE())) {
         const std::string path = _ATSC_Service_db_createEventDB(input_type);
-        GuideRewrite(atsc::eventTable(input_type), ATSC_HERE()).run(path, list.records);
+        GuideRewrite(input_type, ATSC_HERE()).run(path, list.records);
       }
     }
   } catch (const std::exception& e) {
