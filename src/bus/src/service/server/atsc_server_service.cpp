@@ -14,7 +14,8 @@ namespace ATSCBUS {
 
 namespace {
 
-constexpr unsigned int kPollMicroseconds = 100000;
+// Time after each command of the queue.
+constexpr unsigned int kPauseMicroseconds = 100000;
 // Time for which the end of the process waits for a channel change.
 constexpr std::chrono::seconds kEndWait{1};
 
@@ -67,20 +68,36 @@ bool ATSCServerService::waitForStop(unsigned int microseconds) {
                                  [this] { return stop_->requested; });
 }
 
+void ATSCServerService::queueCommand(const std::string& text) {
+  {
+    const std::lock_guard<std::mutex> lock(queue_mutex_);
+    command_queue_->push_back(text);
+  }
+  const std::lock_guard<std::mutex> lock(stop_->mutex);
+  stop_->changed.notify_all();
+}
+
+// Waits for a command. Returns true when the process is ending.
+bool ATSCServerService::waitForCommand() {
+  std::unique_lock<std::mutex> lock(stop_->mutex);
+  stop_->changed.wait(lock, [this] {
+    const std::lock_guard<std::mutex> queue(queue_mutex_);
+    return stop_->requested || !command_queue_->empty();
+  });
+  return stop_->requested;
+}
+
 void ATSCServerService::_ATSC_Service_Command_task() {
   ATSC_ENTER();
   bool pause = false;
-  while (!waitForStop(pause ? kPollMicroseconds : 0)) {
+  while (!(pause && waitForStop(kPauseMicroseconds)) && !waitForCommand()) {
     std::string command;
     {
       std::lock_guard<std::mutex> lock(queue_mutex_);
-      if (!command_queue_->empty()) {
-        command = std::move(command_queue_->front());
-        command_queue_->erase(command_queue_->begin());
-      }
+      command = std::move(command_queue_->front());
+      command_queue_->erase(command_queue_->begin());
     }
     pause = true;
-    if (command.empty()) continue;
     try {
       Json::Reader reader;
       Json::Value request;

@@ -117,12 +117,14 @@ class __attribute__((visibility("default"))) ATSCServerService : public BUSServe
   // State of the end of the command thread.
   struct Stop {
     std::mutex mutex;
-    std::condition_variable changed;
-    bool requested = false;  // guarded by mutex
-    bool ended = false;      // guarded by mutex
+    std::condition_variable changed;  // also when a command was queued
+    bool requested = false;           // guarded by mutex
+    bool ended = false;               // guarded by mutex
   };
 
   void _ATSC_Service_Command_task();
+  void queueCommand(const std::string& text);
+  bool waitForCommand();
   bool waitForStop(unsigned int microseconds);
   void endCommandThread();
 

@@ -69,8 +69,7 @@ constexpr ATSCServerService::Dispatcher::Command ATSCServerService::Dispatcher::
      }},
     {"CHANNELCHANGE",
      [](const Call& call) {
-       std::lock_guard<std::mutex> lock(call.server.queue_mutex_);
-       call.server.command_queue_->push_back(call.text);
+       call.server.queueCommand(call.text);
        return 0;
      }},
     {"CHANNELMODIFY", [](const Call& call) { return call.server.FW_modifyChannel(call.request); }},
