@@ -226,6 +226,42 @@ TEST_F(EventTest, BlockedTVApplicationDelaysOnlyItsMessages) {
   EXPECT_EQ(1002u, fake::waitForSent(1002).size());
 }
 
+// Messages that waited when the guide was written are sent without writing it again, as long as
+// that succeeded and the input is still the same.
+TEST_F(EventTest, OneRewriteServesTheMessagesThatWaited) {
+  const auto rewrites = [](const char* database, bool otherInput) {
+    setenv("ATSC_EVENT_DB", database, 1);
+    fake::reset();
+    std::atomic<int> rewrites{0};
+    std::atomic<bool> open{false};
+    fake::onCall([&](const std::string& call) {
+      if (call.rfind("AISRV_get_total_services", 0) != 0) return;
+      ++rewrites;
+      while (!open) std::this_thread::yield();
+    });
+    fake::onSend([&](const std::string& text) {
+      if (otherInput && fake::sent().size() == 2)
+        fake::setCurrent(fake::service(7, 1, 177000000, "SEVEN"), AI_INPUT_CABLE);
+      EXPECT_EQ(fake::sent().size() < 3 ? "EPG_UPDATE" : "EPG_COMPLETE", kindOf(text));
+    });
+    const auto raise = [](AFW_event_t event, int times) {
+      for (int i = 0; i < times; ++i) ATSC_Service_event_cb(event, nullptr);
+    };
+    raise(AFW_EPG_UPDATE, 1);
+    while (rewrites == 0) std::this_thread::yield();
+    raise(AFW_EPG_UPDATE, 2);  // come too late for the rewrite that runs
+    raise(AFW_EPG_COMPLETE, 3);
+    open = true;
+    EXPECT_EQ(6u, fake::waitForSent(6).size());
+    fake::onCall(nullptr);
+    return rewrites.load();
+  };
+  const std::string guide = folder_ / "events.db";
+  EXPECT_EQ(2, rewrites(guide.c_str(), false));
+  EXPECT_EQ(3, rewrites(guide.c_str(), true));
+  EXPECT_EQ(6, rewrites("/nonexistent/events.db", false));
+}
+
 using Fields = std::vector<uint32_t>;
 
 // Returns the record for a customization file.

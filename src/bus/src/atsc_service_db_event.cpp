@@ -194,6 +194,7 @@ class GuideRewrite {
         wrote_ = true;
       }
       transaction.commit();
+      gEvent_DB_written = true;
       written_ = std::move(rows_);
       if (!wrote_) return;
       gWritten->file = fileState(database, path);
@@ -287,8 +288,11 @@ class GuideRewrite {
 
 }  // namespace
 
+bool gEvent_DB_written = false;
+
 void ATSC_Service_db_UpdateEvent(int input_type) {
   ATSC_ENTER();
+  gEvent_DB_written = false;
   try {
     const uint32_t input =
         input_type == AI_INPUT_TERRESTRIAL ? AI_INPUT_TERRESTRIAL : AI_INPUT_CABLE;

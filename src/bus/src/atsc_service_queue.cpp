@@ -6,6 +6,7 @@
 #include <exception>
 
 #include "atsc_log.h"
+#include "atsc_service_db.h"
 #include "atsc_service_event.h"
 
 ATSC_LOGGER("atsc/service")
@@ -39,6 +40,7 @@ struct Queue {
   void start();
   void push(std::string message);
   std::string next();
+  size_t size();
 };
 
 Queue gEventUpdate{"ATSC_Service_event_update", _ATSC_Service_event_update_task,
@@ -92,15 +94,33 @@ std::string Queue::next() {
   return message;
 }
 
+// Returns the number of messages.
+size_t Queue::size() {
+  pthread_mutex_lock(&protMutex);
+  const size_t size = list->size();
+  pthread_mutex_unlock(&protMutex);
+  return size;
+}
+
 }  // namespace
 
 void _ATSC_Service_event_update_task() {
   ATSC_ENTER();
+  // The guide was written for this input after the next `covered` messages had come.
+  int written = 0;
+  size_t covered = 0;
   for (;;) {
     const std::string message = gEventUpdate.next();
+    const bool isCovered = covered > 0;
+    if (isCovered) --covered;
     if (message.empty()) continue;
     const int source = AICN_get_curr_input_source();
-    ATSC_Service_db_UpdateEvent(source);
+    if (!isCovered || source != written) {
+      const size_t waiting = gEventUpdate.size();
+      ATSC_Service_db_UpdateEvent(source);
+      written = source;
+      covered = gEvent_DB_written ? waiting : 0;
+    }
     ATSC_LOG(Debug, "evevnt update callback command: %s", message.c_str());
     ATSC_TransmitTVClientJSONCommand(message.c_str(), nullptr);
     ATSC_LOG(Debug, "end callback command");
