@@ -107,9 +107,15 @@ class PowerCutTest : public EnduranceTest {
     waitForProgrammes(kProgrammes);
   }
 
-  // Blocks programmes from a TV rating on, which rewrites the guide.
+  // Returns the command that blocks programmes from a TV rating on. The guide is written again.
+  static std::string limits(const std::string& level) {
+    return command("PC STORERATING", R"("region":1,"us":{"tv":)" + level + kNoLimits);
+  }
+
   void block(const std::string& level, int blocked) {
-    ask(command("PC STORERATING", R"("region":1,"us":{"tv":)" + level + kNoLimits));
+    const size_t from = listener().count();
+    ask(limits(level));
+    waitFor("EPG_UPDATE", from);
     waitForProgrammes(blocked, "parent_stat = 1");
   }
 
@@ -130,7 +136,7 @@ class PowerCutTest : public EnduranceTest {
       note();
     }
     calls_ = std::stoi(readFile(control_.string() + ".count"));
-    ASSERT_GT(calls_, 40);
+    ASSERT_GE(calls_, 40);
   }
 
   // Expects that each table has one of the recorded contents, and counts the numbers of their
@@ -222,14 +228,22 @@ TEST_F(PowerCutTest, TheGuideIsOneOfThoseThatWere) {
   ask(command("PC STOREALL"));
   receiveGuide();
   prepare_ = [&] { receiveGuide(); };
-  steps_ = {[&] { block("4", kProgrammes / 2); }, [&] { block("0", 0); }};
+  // The second guide is the first: it is not written.
+  steps_ = {[&] { block("4", kProgrammes / 2); }, [&] { block("3", kProgrammes / 2); },
+            [&] { block("0", 0); }};
   learn();
   if (HasFatalFailure()) return;
-  ASSERT_EQ((std::vector<Rows>{{"0"}, {"1"}, {"0"}}), whole_["blocked"]);
+  ASSERT_EQ((std::vector<Rows>{{"0"}, {"1"}, {"1"}, {"0"}}), whole_["blocked"]);
   whole_["blocked"] = {{"0"}, {"1"}, {"0", "1"}, {"1", "0"}};
-  cutEverywhere(longForm() ? 360 : 16, [&](int) {
+  cutEverywhere(longForm() ? 360 : 16, [&](int i) {
     expectSoundStart();
+    // Somebody else writes the guide of a service that runs, or between two runs.
     receiveGuide();
+    if (i % 2 == 0) service_->stop();
+    execute(events_, "UPDATE event_t SET name = 'q'");
+    if (i % 2 == 0) startService();
+    ask(i % 2 == 0 ? kInit : limits("5"));
+    waitForProgrammes(0, "name = 'q'");
     expectWhole("received again");
   });
   expectOutcomes({"blocked 0", "blocked 1"});

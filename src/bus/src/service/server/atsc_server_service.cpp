@@ -73,18 +73,20 @@ void ATSCServerService::queueCommand(const std::string& text) {
     const std::lock_guard<std::mutex> lock(queue_mutex_);
     command_queue_->push_back(text);
   }
-  const std::lock_guard<std::mutex> lock(stop_->mutex);
+  {
+    const std::lock_guard<std::mutex> lock(stop_->mutex);
+    ++stop_->commands;
+  }
   stop_->changed.notify_all();
 }
 
 // Waits for a command. Returns true when the process is ending.
 bool ATSCServerService::waitForCommand() {
   std::unique_lock<std::mutex> lock(stop_->mutex);
-  stop_->changed.wait(lock, [this] {
-    const std::lock_guard<std::mutex> queue(queue_mutex_);
-    return stop_->requested || !command_queue_->empty();
-  });
-  return stop_->requested;
+  stop_->changed.wait(lock, [this] { return stop_->requested || stop_->commands > 0; });
+  if (stop_->requested) return true;
+  --stop_->commands;
+  return false;
 }
 
 void ATSCServerService::_ATSC_Service_Command_task() {
@@ -98,6 +100,7 @@ void ATSCServerService::_ATSC_Service_Command_task() {
       command_queue_->erase(command_queue_->begin());
     }
     pause = true;
+    if (command.empty()) continue;
     try {
       Json::Reader reader;
       Json::Value request;

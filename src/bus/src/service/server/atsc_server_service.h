@@ -114,12 +114,13 @@ class __attribute__((visibility("default"))) ATSCServerService : public BUSServe
  private:
   struct Dispatcher;
 
-  // State of the end of the command thread.
+  // What the command thread waits for, and its end.
   struct Stop {
     std::mutex mutex;
-    std::condition_variable changed;  // also when a command was queued
-    bool requested = false;           // guarded by mutex
-    bool ended = false;               // guarded by mutex
+    std::condition_variable changed;
+    size_t commands = 0;     // in the queue, for which it has not woken yet; guarded by mutex
+    bool requested = false;  // guarded by mutex
+    bool ended = false;      // guarded by mutex
   };
 
   void _ATSC_Service_Command_task();
