@@ -19,6 +19,13 @@ struct Growth {
   std::string to;
 };
 
+struct Figure {
+  std::string name;
+  std::string unit;
+  std::function<double()> ours;
+  std::function<double()> floor;
+};
+
 std::vector<std::string>& names() {
   static std::vector<std::string> list;
   return list;
@@ -26,6 +33,11 @@ std::vector<std::string>& names() {
 
 std::vector<Growth>& growths() {
   static std::vector<Growth> list;
+  return list;
+}
+
+std::vector<Figure>& figures() {
+  static std::vector<Figure> list;
   return list;
 }
 
@@ -47,21 +59,26 @@ class Collector : public benchmark::BenchmarkReporter {
   std::string failed;
 };
 
-// `base` is the name of the floor.
-void print(const std::string& name, double ours, const char* base, double floor, bool json) {
+// `base` is the name of the floor; null without one.
+void print(const std::string& name, double ours, const char* base, double floor,
+           const std::string& unit, bool json) {
   if (json) {
     Json::Value line;
     line["name"] = name;
     line["ours"] = ours;
-    line["floor"] = floor;
-    line["unit"] = "us";
-    line["ratio"] = ours / floor;
+    line["unit"] = unit;
+    if (base != nullptr) {
+      line["floor"] = floor;
+      line["ratio"] = ours / floor;
+    }
     Json::StreamWriterBuilder builder;
     builder["indentation"] = "";
     printf("%s\n", Json::writeString(builder, line).c_str());
+  } else if (base == nullptr) {
+    printf("%-44s ours %10.1f                    %s\n", name.c_str(), ours, unit.c_str());
   } else {
-    printf("%-44s ours %10.1f  %s %10.1f  us  ratio %5.2f\n", name.c_str(), ours, base, floor,
-           ours / floor);
+    printf("%-44s ours %10.1f  %s %10.1f  %s  ratio %5.2f\n", name.c_str(), ours, base, floor,
+           unit.c_str(), ours / floor);
   }
 }
 
@@ -115,6 +132,11 @@ void addGrowth(const std::string& name, const std::string& of, const std::string
   growths().push_back({name, of, to});
 }
 
+void addFigure(const std::string& name, const std::string& unit, std::function<double()> ours,
+               std::function<double()> floor) {
+  figures().push_back({name, unit, std::move(ours), std::move(floor)});
+}
+
 int run(int argc, char** argv) {
   const bool json = argc == 2 && strcmp(argv[1], "--json") == 0;
   if (argc > 1 && !json) {
@@ -134,11 +156,16 @@ int run(int argc, char** argv) {
   }
   for (const std::string& name : names()) {
     print(name, collector.medians[name + ":ours"], "floor", collector.medians[name + ":floor"],
-          json);
+          "us", json);
   }
   for (const Growth& growth : growths()) {
     print(growth.name, collector.medians[growth.of + ":ours"], "base ",
-          collector.medians[growth.to + ":ours"], json);
+          collector.medians[growth.to + ":ours"], "us", json);
+  }
+  for (const Figure& figure : figures()) {
+    const double ours = figure.ours();
+    print(figure.name, ours, figure.floor ? "floor" : nullptr, figure.floor ? figure.floor() : 0,
+          figure.unit, json);
   }
   return 0;
 }

@@ -23,6 +23,11 @@ void addTimed(const std::string& name, std::function<double()> ours, std::functi
 // floor. Shows how the cost grows.
 void addGrowth(const std::string& name, const std::string& of, const std::string& to);
 
+// Adds the line `name` for a figure that is not a time: `ours` and `floor` are called once and
+// return it in `unit`. Without a floor there is no ratio.
+void addFigure(const std::string& name, const std::string& unit, std::function<double()> ours,
+               std::function<double()> floor = nullptr);
+
 // Runs all benchmarks and prints the lines; with `--json` one JSON object per line. Returns the
 // exit status for main().
 int run(int argc, char** argv);

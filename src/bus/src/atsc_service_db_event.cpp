@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -146,10 +147,17 @@ struct Written {
 
 atsc::Immortal<Written> gWritten;  // event-update thread
 
-// FNV-1a.
+// Returns a number that differs for different texts: a multiplication for every eight bytes.
 uint64_t digestOf(const std::string& text) {
-  uint64_t digest = 0xCBF29CE484222325;
-  for (const char c : text) digest = (digest ^ static_cast<uint8_t>(c)) * 0x100000001B3;
+  constexpr uint64_t kFactor = 0x9E3779B97F4A7C15;  // odd, its bits are evenly spread
+  uint64_t digest = text.size();
+  uint64_t part = 0;
+  for (size_t at = 0; at < text.size(); at += sizeof part) {
+    part = 0;
+    memcpy(&part, text.data() + at, std::min(sizeof part, text.size() - at));
+    digest = (digest ^ part) * kFactor;
+    digest ^= digest >> 32;
+  }
   return digest;
 }
 
@@ -167,7 +175,7 @@ class GuideRewrite {
       values += ",?";
     }
     insert_ = "INSERT INTO " + table_ + " ( " + columns + ")VALUES (";
-    replace_ = "REPLACE INTO " + table_ + " (rowid," + columns + ") VALUES (?" + values + ")";
+    write_ = "INSERT INTO " + table_ + " (rowid," + columns + ") VALUES (?" + values + ")";
   }
 
   void run(const std::string& path, const std::vector<AISRV_service_info>& services) {
@@ -187,8 +195,8 @@ class GuideRewrite {
         database.exec(clear);
         wrote_ = true;
       }
-      SQLite::Statement replace(database, replace_);
-      for (const AISRV_service_info& service : services) writeEvents(service, replace);
+      Statements statements{{database, clear + " WHERE rowid BETWEEN ? AND ?"}, {database, write_}};
+      for (const AISRV_service_info& service : services) writeEvents(service, statements);
       if (rows_.size() < written_.size()) {
         database.exec(clear + " WHERE rowid > " + std::to_string(rows_.size()));
         wrote_ = true;
@@ -208,7 +216,12 @@ class GuideRewrite {
   }
 
  private:
-  void writeEvents(const AISRV_service_info& service, SQLite::Statement& replace) {
+  struct Statements {
+    SQLite::Statement clear;  // the rows from one id to another
+    SQLite::Statement write;  // a row by its id
+  };
+
+  void writeEvents(const AISRV_service_info& service, Statements& statements) {
     const std::string key = atsc::channelKey(service);
     uint16_t count = 0;
     if (ATSC_CALL_AT(place_, AIEC_get_total_events, &service, &count) != 0 || count == 0) return;
@@ -218,7 +231,7 @@ class GuideRewrite {
       return;
     }
     for (uint16_t i = 0; i < count; ++i) {
-      writeEvent(key, replace);
+      writeEvent(key, statements);
       const AIEC_event_key previous = event_.info().key;
       got = 0;
       const int status = AIEC_get_next_n_events(&previous, event_.lend(), 1, &got, 1);
@@ -230,7 +243,7 @@ class GuideRewrite {
     }
   }
 
-  void writeEvent(const std::string& key, SQLite::Statement& replace) {
+  void writeEvent(const std::string& key, Statements& statements) {
     const AIEC_event_info& info = event_.info();
     text(0) = key;
     row_[1] = int64_t{info.key.event_index};
@@ -249,12 +262,27 @@ class GuideRewrite {
     ATSC_LOG_AT(place_, Debug, "SQL Command %s\n", command_.str().c_str());
     rows_.push_back(digestOf(command_.str()));
     const size_t at = rows_.size();
-    if (at <= written_.size() && rows_[at - 1] == written_[at - 1]) return;
+    if (at <= written_.size() && at > cleared_) {
+      if (rows_[at - 1] == written_[at - 1]) return;
+      clearFrom(at, statements.clear);
+    }
     wrote_ = true;
-    replace.bind(1, static_cast<int64_t>(at));
-    for (size_t i = 0; i < row_.size(); ++i) atsc::bindValue(replace, i + 2, row_[i]);
-    replace.exec();
-    replace.reset();
+    SQLite::Statement& write = statements.write;
+    write.bind(1, static_cast<int64_t>(at));
+    for (size_t i = 0; i < row_.size(); ++i) atsc::bindValue(write, i + 2, row_[i]);
+    write.exec();
+    write.reset();
+  }
+
+  // Deletes rows from `first` on: twice as many where rows differ that follow those of the last
+  // time. To delete and write row by row costs twice the time of a table that was emptied.
+  void clearFrom(size_t first, SQLite::Statement& clear) {
+    clearing_ = first == cleared_ + 1 ? 2 * clearing_ : 1;
+    cleared_ = first + clearing_ - 1;
+    clear.bind(1, static_cast<int64_t>(first));
+    clear.bind(2, static_cast<int64_t>(cleared_));
+    clear.exec();
+    clear.reset();
   }
 
   // Returns the text of a column for writing; reuses its memory.
@@ -276,13 +304,15 @@ class GuideRewrite {
 
   const std::string table_;
   const atsc::LogPlace place_;
-  std::string insert_;   // the command up to its values
-  std::string replace_;  // the prepared statement: writes a row by its id
-  sqlString command_;    // the command that is being run
+  std::string insert_;  // the command up to its values
+  std::string write_;   // the prepared statement: a row by its id
+  sqlString command_;   // the command that is being run
   Event event_;
   EventRow row_;
   std::vector<uint64_t>& written_;  // of the table; empty when its rows are not known
   std::vector<uint64_t> rows_;      // so far
+  size_t cleared_ = 0;              // id of the last row that was deleted to be written
+  size_t clearing_ = 1;             // number of the rows that were deleted with it
   bool wrote_ = false;
 };
 
