@@ -106,9 +106,9 @@ extern atsc::Immortal<std::string> gChannel_DB_path;
 // Path of the guide database file, set by _ATSC_Service_db_createEventDB().
 extern atsc::Immortal<std::string> gEvent_DB_path;
 
-// Whether the last ATSC_Service_db_UpdateEvent() left the guide as the middleware has it. Its
-// thread.
-extern bool gEvent_DB_written;
+// Whether the last ATSC_Service_db_UpdateEvent() of the thread left the guide as the middleware has
+// it.
+extern thread_local bool gEvent_DB_written;
 
 // Serialises the writers of the channel tables.
 extern std::mutex sql_db_update_lock;

@@ -8,9 +8,11 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <variant>
 
 #include "atsc_log.h"
@@ -139,13 +141,16 @@ std::optional<FileState> fileState(SQLite::Database& database, const std::string
                    status.st_mtim, status.st_ctim, transactions};
 }
 
-// What the last rewrites have left in the file, as long as nobody else writes it.
+// What the last rewrites have left in the file, as long as nobody else writes it. A rewrite takes
+// it away and brings its own.
 struct Written {
   std::optional<FileState> file;
-  std::vector<uint64_t> rows[2];  // digests of the rows of the tables, in the order of the row ids
+  std::vector<uint64_t> rows[2];  // digests of the rows of the tables, in the order of the row ids;
+                                  // none when they are not known
 };
 
-atsc::Immortal<Written> gWritten;  // event-update thread
+std::mutex gWrittenMutex;
+atsc::Immortal<Written> gWritten;  // guarded by gWrittenMutex
 
 // Returns a number that differs for different texts: a multiplication for every eight bytes.
 uint64_t digestOf(const std::string& text) {
@@ -168,7 +173,8 @@ class GuideRewrite {
   GuideRewrite(int input, const atsc::LogPlace& place)
       : table_(atsc::eventTable(input)),
         place_(place),
-        written_(gWritten->rows[input == AI_INPUT_TERRESTRIAL]) {
+        known_(exchangeWritten({})),
+        written_(known_.rows[input == AI_INPUT_TERRESTRIAL]) {
     std::string columns, values;
     for (const char* column : kColumns) {
       columns += (columns.empty() ? "" : ",") + std::string(column);
@@ -177,6 +183,8 @@ class GuideRewrite {
     insert_ = "INSERT INTO " + table_ + " ( " + columns + ")VALUES (";
     write_ = "INSERT INTO " + table_ + " (rowid," + columns + ") VALUES (?" + values + ")";
   }
+
+  ~GuideRewrite() { exchangeWritten(std::move(known_)); }
 
   void run(const std::string& path, const std::vector<AISRV_service_info>& services) {
     try {
@@ -187,11 +195,11 @@ class GuideRewrite {
       SQLite::Transaction transaction(database);
       command_ << "DELETE FROM " << table_;
       const std::string clear = command_.str();
-      // Deletes nothing of a known table, and keeps other writers away.
-      wrote_ = database.exec(clear + " WHERE rowid > " + std::to_string(written_.size())) > 0;
+      database.exec(clear + " WHERE 0");  // keeps other writers away
       const std::optional<FileState> before = fileState(database, path);
-      if (!before || !gWritten->file || !(*before == *gWritten->file)) {
-        *gWritten = {};
+      if (!before || !known_.file || !(*before == *known_.file)) known_ = {};
+      if (written_.empty() &&
+          database.execAndGet("SELECT EXISTS (SELECT * FROM " + table_ + ")").getInt() != 0) {
         database.exec(clear);
         wrote_ = true;
       }
@@ -205,10 +213,10 @@ class GuideRewrite {
       gEvent_DB_written = true;
       written_ = std::move(rows_);
       if (!wrote_) return;
-      gWritten->file = fileState(database, path);
+      known_.file = fileState(database, path);
       // Somebody else was quicker than this look at the file.
-      if (gWritten->file && (!before || gWritten->file->transactions != before->transactions + 1))
-        gWritten->file.reset();
+      if (known_.file && (!before || known_.file->transactions != before->transactions + 1))
+        known_.file.reset();
     } catch (const SQLite::Exception& e) {
       atsc::logNotWritten(place_, path, e);
       atsc::printDatabaseError(e, place_.function, __LINE__, command_.str());
@@ -216,6 +224,11 @@ class GuideRewrite {
   }
 
  private:
+  static Written exchangeWritten(Written written) {
+    const std::lock_guard<std::mutex> lock(gWrittenMutex);
+    return std::exchange(*gWritten, std::move(written));
+  }
+
   struct Statements {
     SQLite::Statement clear;  // the rows from one id to another
     SQLite::Statement write;  // a row by its id
@@ -309,7 +322,8 @@ class GuideRewrite {
   sqlString command_;   // the command that is being run
   Event event_;
   EventRow row_;
-  std::vector<uint64_t>& written_;  // of the table; empty when its rows are not known
+  Written known_;
+  std::vector<uint64_t>& written_;  // those of the table
   std::vector<uint64_t> rows_;      // so far
   size_t cleared_ = 0;              // id of the last row that was deleted to be written
   size_t clearing_ = 1;             // number of the rows that were deleted with it
@@ -318,7 +332,7 @@ class GuideRewrite {
 
 }  // namespace
 
-bool gEvent_DB_written = false;
+thread_local bool gEvent_DB_written = false;
 
 void ATSC_Service_db_UpdateEvent(int input_type) {
   ATSC_ENTER();
