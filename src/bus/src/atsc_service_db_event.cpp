@@ -73,10 +73,11 @@ class Event {
   }
 
   void description(std::string& text, const atsc::LogPlace& place) {
-    description_.fill(0);
     multiple_lang_t lent{description_.data(), AIEC_DESCRIPTION_SIZE, 0};
     ATSC_CALL_AT(place, AIEC_get_event_description, &info_.key, &lent);
     atsc::textToUTF8(lent, AIEC_DESCRIPTION_SIZE, text);
+    // Empty for the next one; most are much shorter than the buffer.
+    std::fill_n(description_.begin(), std::min<size_t>(lent.length, AIEC_DESCRIPTION_SIZE), 0);
   }
 
  private:
