@@ -68,20 +68,23 @@ std::vector<Row> rowsOf(uint32_t source, uint32_t count, uint32_t now) {
   fuzz::require(atsc::fetchServices(source, count, list, {}), "the services");
   std::vector<Row> rows;
   for (const AISRV_service_info& service : list.records) {
-    const atsc::StreamTexts streams = atsc::readStreams(service, {});
-    const atsc::ChannelRow row = atsc::channelRow(service, streams, now);
+    const atsc::ServiceTexts texts = atsc::readTexts(service, {});
+    const atsc::ChannelRow row = atsc::channelRow(service, texts, now);
+    sqlString insert, update;
+    atsc::appendFilled(insert, atsc::insertPattern(), atsc::kInsertOrder, row);
+    atsc::appendFilled(update, atsc::updatePattern(), atsc::kUpdateOrder, row);
     sqlString key;
     key << " WHERE major_no=" << service.major << " AND minor_no=" << service.minor
         << " AND freq=" << service.frequency;
     sqlString lookup = key;
     lookup << " AND source_id=" << (service.source_id & 0xFFFF);
-    for (const auto& [column, text] : {std::pair(" AND audio_pid=", streams.audio_pid),
-                                       {" AND video_pid=", streams.video_pid}}) {
+    for (const auto& [column, text] : {std::pair(" AND audio_pid=", texts.streams.audio_pid),
+                                       {" AND video_pid=", texts.streams.video_pid}}) {
       if (text.empty()) continue;
       lookup << column;
       lookup.conStr(text);
     }
-    rows.push_back({atsc::insertText(&row), atsc::updateText(&row) + key.str(), lookup.str()});
+    rows.push_back({insert.str(), update.str() + key.str(), lookup.str()});
   }
   return rows;
 }

@@ -89,12 +89,17 @@ namespace atsc {
 // The value of one column of a row.
 using ColumnValue = std::variant<int64_t, std::string>;
 
-// Appends a value in SQL notation; null appends the "?" of a prepared statement.
-void appendValue(sqlString& text, const ColumnValue* value);
+// The same; a text is elsewhere, with a NUL at its end.
+using ColumnView = std::variant<int64_t, std::string_view>;
+
+ColumnView view(const ColumnValue& value);
+
+// Appends a value in SQL notation.
+void appendValue(sqlString& text, const ColumnView& value);
 
 // Binds a value to the `position`-th "?", counted from 1. Does not copy a text: the text must exist
 // until the statement has run.
-void bindValue(SQLite::Statement& statement, size_t position, const ColumnValue& value);
+void bindValue(SQLite::Statement& statement, size_t position, const ColumnView& value);
 
 }  // namespace atsc
 

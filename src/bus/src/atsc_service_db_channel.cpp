@@ -40,41 +40,29 @@ class ChannelRewrite {
   int run();
 
  private:
-  // The row of a service, and the rows of the table that it changes.
-  struct Write {
-    atsc::ChannelRow row;
-    const atsc::CommittedRows::Answer* answer;
-    atsc::SameNumber* sameNumber;
-
-    // Returns whether the service has a row. A row whose key means "not found" is replaced.
-    bool isUpdate() const {
-      return answer->value_or(ATSC_CHANNEL_NOT_FOUND) != ATSC_CHANNEL_NOT_FOUND;
-    }
-  };
-
   int rewrite();
 
   static std::unique_ptr<SQLite::Database> open();
 
-  bool takeSnapshot(std::unique_ptr<SQLite::Database>& database,
-                    std::optional<SQLite::Transaction>& transaction);
-  void createSnapshot(SQLite::Database& database);
+  std::optional<SQLite::Statement> prepareSnapshot(std::unique_ptr<SQLite::Database>& database,
+                                                   std::optional<SQLite::Transaction>& transaction);
+  bool takeSnapshot(SQLite::Statement& snapshot);
   void dropSnapshot(SQLite::Database& database);
 
   static void begin(SQLite::Database& database, std::optional<SQLite::Transaction>& transaction);
 
-  void buildRows();
-  void lookUpRows(SQLite::Database& database);
-  void setAsideStampedRows(SQLite::Database& database);
+  void buildTexts();
+  void lookUpRows(SQLite::Database& database, bool compared);
+  void stampRows(SQLite::Database& database);
   void writeRows(SQLite::Database& database);
-  void insertRow(SQLite::Database& database, const Write& write,
+  void insertRow(SQLite::Database& database, const atsc::ListedService& service,
                  std::optional<SQLite::Statement>& statement);
-  void updateRows(SQLite::Database& database, size_t position,
+  void updateRows(SQLite::Database& database, const atsc::ListedService& service,
                   std::optional<SQLite::Statement>& statement);
 
   void deleteOtherRows(SQLite::Database& database);
 
-  int compare(SQLite::Database& database);
+  bool compare(SQLite::Database& database);
   int64_t countMissing(SQLite::Database& database, const std::string& from,
                        const std::string& except);
   bool keyIsUnique(SQLite::Database& database);
@@ -82,16 +70,19 @@ class ChannelRewrite {
 
   int64_t queryNumber(SQLite::Database& database, const std::string& query);
   void exec(SQLite::Database& database, const std::string& command);
-  void announce() const;
+  void announce();
   void printError(const std::exception& e, int line) const;
 
   const std::string table_;
   const std::vector<AISRV_service_info>& services_;
   const atsc::LogPlace place_;
   const std::string columns_;  // the columns that are compared
-  std::string command_;        // the command that is being run
+  const std::string insertPattern_ = "INSERT INTO " + table_ + atsc::insertPattern();
+  const std::string updatePattern_ = "UPDATE " + table_ + " SET " + atsc::updatePattern();
+  std::string command_;  // the command that is being run
+  sqlString text_;       // of the next command
+  std::vector<atsc::ListedService> listed_;
   atsc::CommittedRows committed_;
-  std::vector<Write> writes_;  // one for each service
 };
 
 }  // namespace
@@ -170,19 +161,25 @@ int ChannelRewrite::run() {
 }
 
 // Snapshot, rewrite and comparison are one transaction: one commit to wait for, and a power cut
-// leaves no snapshot.
+// leaves no snapshot. A run that changes nothing but the stamps needs no snapshot.
 int ChannelRewrite::rewrite() {
   std::unique_ptr<SQLite::Database> database = open();
   std::optional<SQLite::Transaction> transaction;
-  const bool comparable = takeSnapshot(database, transaction);
+  std::optional<SQLite::Statement> snapshot = prepareSnapshot(database, transaction);
   if (database == nullptr) database = open();
   begin(*database, transaction);
-  buildRows();
-  lookUpRows(*database);
-  setAsideStampedRows(*database);
+  buildTexts();
+  lookUpRows(*database, snapshot.has_value());
+  const bool differ = services_.empty() || committed_.differ();
+  if (snapshot && differ && !takeSnapshot(*snapshot)) {
+    snapshot.reset();
+    begin(*database, transaction);
+    lookUpRows(*database, false);  // a severe failure has ended the transaction
+  }
+  stampRows(*database);
   writeRows(*database);
   deleteOtherRows(*database);
-  const int result = comparable ? compare(*database) : 1;
+  const int result = !snapshot || (differ && compare(*database)) ? 1 : 0;
   transaction->commit();
   return result;
 }
@@ -194,18 +191,20 @@ std::unique_ptr<SQLite::Database> ChannelRewrite::open() {
       atsc::kBusyTimeoutMs);
 }
 
-// Returns whether there is a snapshot. A table without a snapshot is rewritten all the same; only
-// the comparison fails then. Creates the tables where this one is missing, and closes the database
-// for that.
-bool ChannelRewrite::takeSnapshot(std::unique_ptr<SQLite::Database>& database,
-                                  std::optional<SQLite::Transaction>& transaction) {
-  bool taken = false;
+// Returns the command that takes the snapshot. A table without a snapshot is rewritten all the
+// same; only the comparison fails then. Creates the tables where this one is missing, and closes
+// the database for that.
+std::optional<SQLite::Statement> ChannelRewrite::prepareSnapshot(
+    std::unique_ptr<SQLite::Database>& database, std::optional<SQLite::Transaction>& transaction) {
+  std::optional<SQLite::Statement> prepared;
+  const std::string snapshot = "CREATE TABLE tmp AS SELECT " + columns_ + " FROM " + table_;
   try {
-    command_ = "CREATE TABLE tmp AS SELECT " + columns_ + " FROM " + table_;
+    command_ = snapshot;
     if (database->tableExists(table_)) {
       begin(*database, transaction);
-      createSnapshot(*database);
-      taken = true;
+      dropSnapshot(*database);
+      command_ = snapshot;
+      prepared.emplace(*database, snapshot);
     } else {
       // Creation may replace the file.
       database.reset();
@@ -215,13 +214,18 @@ bool ChannelRewrite::takeSnapshot(std::unique_ptr<SQLite::Database>& database,
     printError(e, __LINE__);
   }
   command_.clear();
-  return taken;
+  return prepared;
 }
 
-void ChannelRewrite::createSnapshot(SQLite::Database& database) {
-  const std::string snapshot = command_;
-  dropSnapshot(database);
-  exec(database, snapshot);
+bool ChannelRewrite::takeSnapshot(SQLite::Statement& snapshot) {
+  command_ = snapshot.getQuery();
+  try {
+    snapshot.exec();
+  } catch (const SQLite::Exception& e) {
+    printError(e, __LINE__);
+    return false;
+  }
+  return true;
 }
 
 void ChannelRewrite::dropSnapshot(SQLite::Database& database) {
@@ -242,43 +246,32 @@ void ChannelRewrite::begin(SQLite::Database& database,
   }
 }
 
-// Builds PID texts, lookup and row of each service.
-void ChannelRewrite::buildRows() {
-  writes_.reserve(services_.size());
+void ChannelRewrite::buildTexts() {
+  listed_.reserve(services_.size());
   for (const AISRV_service_info& service : services_) {
-    const atsc::StreamTexts streams = atsc::readStreams(service, place_);
-    const auto* const answer = committed_.add(service, streams);
-    writes_.push_back(
-        {atsc::channelRow(service, streams, gCurTime), answer, &committed_.sameNumber(service)});
+    listed_.push_back({&service, atsc::readTexts(service, place_), {}, nullptr, nullptr});
   }
 }
 
 // Looks up the row of each service, among the rows that were there before the transaction.
-void ChannelRewrite::lookUpRows(SQLite::Database& database) {
-  if (!services_.empty()) committed_.read(database, table_, gCurTime);
-  // An update rewrites all rows of its number: of several updates of a number the last is enough.
-  for (size_t i = 0; i < writes_.size(); ++i) {
-    if (writes_[i].isUpdate()) writes_[i].sameNumber->lastUpdate = i;
-  }
+void ChannelRewrite::lookUpRows(SQLite::Database& database, bool compared) {
+  if (!services_.empty()) committed_.read(database, table_, listed_, compared);
 }
 
-// Gives another stamp to rows of earlier runs that would pass for rows of this run: the clock may
-// stand still or be set back, and the deletion does not match a row without a stamp.
-void ChannelRewrite::setAsideStampedRows(SQLite::Database& database) {
-  if (services_.empty() || committed_.hasStampedStray()) {
-    exec(database, "UPDATE " + table_ + " SET update_time=-1 WHERE update_time=" +
-                       std::to_string(gCurTime) + " OR update_time IS NULL");
-  }
+void ChannelRewrite::stampRows(SQLite::Database& database) {
+  const std::string now = std::to_string(gCurTime);
+  exec(database,
+       "UPDATE " + table_ + " SET update_time=" + now + " WHERE update_time IS NOT " + now);
 }
 
 void ChannelRewrite::writeRows(SQLite::Database& database) {
   std::optional<SQLite::Statement> insertion;
   std::optional<SQLite::Statement> update;
-  for (size_t i = 0; i < writes_.size(); ++i) {
-    if (writes_[i].isUpdate()) {
-      updateRows(database, i, update);
+  for (const atsc::ListedService& service : listed_) {
+    if (service.isUpdate()) {
+      updateRows(database, service, update);
     } else {
-      insertRow(database, writes_[i], insertion);
+      insertRow(database, service, insertion);
     }
   }
 }
@@ -290,71 +283,70 @@ void execute(SQLite::Statement& statement, const atsc::ChannelRow& row,
   statement.reset();
 }
 
-std::string _ATSC_Service_db_getChannelInsert_Command(const atsc::ChannelRow& row) {
+void _ATSC_Service_db_getChannelInsert_Command(sqlString& text, std::string_view pattern,
+                                               const atsc::ChannelRow& row) {
   ATSC_ENTER();
-  std::string text = atsc::insertText(&row);
+  atsc::appendFilled(text, pattern, atsc::kInsertOrder, row);
   ATSC_LEAVE();
-  return text;
 }
 
-void ChannelRewrite::insertRow(SQLite::Database& database, const Write& write,
+void ChannelRewrite::insertRow(SQLite::Database& database, const atsc::ListedService& service,
                                std::optional<SQLite::Statement>& statement) {
-  command_ = "INSERT INTO " + table_ + _ATSC_Service_db_getChannelInsert_Command(write.row);
+  const atsc::ChannelRow row = atsc::channelRow(*service.info, service.texts, gCurTime);
+  text_.clear();
+  _ATSC_Service_db_getChannelInsert_Command(text_, insertPattern_, row);
   announce();
-  if (!statement) {
-    statement.emplace(database, "INSERT INTO " + table_ + atsc::insertText(nullptr));
-  }
-  execute(*statement, write.row, atsc::kInsertOrder);
-  write.sameNumber->rows.push_back(database.getLastInsertRowid());
+  if (!statement) statement.emplace(database, insertPattern_);
+  execute(*statement, row, atsc::kInsertOrder);
+  service.sameNumber->rows.push_back({database.getLastInsertRowid(), true});
 }
 
-std::string _ATSC_Service_db_getChannelUpdate_Command(const atsc::ChannelRow& row) {
+void _ATSC_Service_db_getChannelUpdate_Command(sqlString& text, std::string_view pattern,
+                                               const atsc::ChannelRow& row) {
   ATSC_ENTER();
-  std::string text = atsc::updateText(&row);
+  atsc::appendFilled(text, pattern, atsc::kUpdateOrder, row);
   ATSC_LEAVE();
-  return text;
 }
 
-// The condition of an update: the rows that have the number and the frequency of `row`.
-std::string condition(const atsc::ChannelRow& row) {
-  sqlString text;
-  const char* separator = " WHERE ";
-  for (const atsc::ChannelColumn column : {atsc::kMajor, atsc::kMinor, atsc::kFrequency}) {
-    text << separator << atsc::kColumnNames[column] << "=";
-    atsc::appendValue(text, &row[column]);
-    separator = " AND ";
-  }
-  return text.str();
-}
-
-// Updates all rows of a service's number, unless a later service rewrites them.
-void ChannelRewrite::updateRows(SQLite::Database& database, size_t position,
+// Updates the rows of a service's number that differ, unless a later service rewrites them.
+void ChannelRewrite::updateRows(SQLite::Database& database, const atsc::ListedService& service,
                                 std::optional<SQLite::Statement>& statement) {
-  const atsc::ChannelRow& row = writes_[position].row;
-  const atsc::SameNumber& same = *writes_[position].sameNumber;
-  command_ = "UPDATE " + table_ + " SET " + _ATSC_Service_db_getChannelUpdate_Command(row) +
-             condition(row);
+  const AISRV_service_info& info = *service.info;
+  const atsc::SameNumber& same = *service.sameNumber;
+  const atsc::ChannelRow row = atsc::channelRow(info, service.texts, gCurTime);
+  text_.clear();
+  _ATSC_Service_db_getChannelUpdate_Command(text_, updatePattern_, row);
+  text_ << " WHERE major_no=" << info.major << " AND minor_no=" << info.minor
+        << " AND freq=" << info.frequency;
   announce();
-  if (same.lastUpdate != position) return;
-  if (!statement) {
-    statement.emplace(database,
-                      "UPDATE " + table_ + " SET " + atsc::updateText(nullptr) + " WHERE rowid=?");
-  }
-  for (const int64_t key : same.rows) {
-    statement->bind(atsc::kChannelColumns + 1, key);
+  if (same.lastUpdate != &service) return;
+  for (const atsc::SameNumber::Row& old : same.rows) {
+    if (!old.differs && same.last == &service) continue;
+    if (!statement) statement.emplace(database, updatePattern_ + " WHERE rowid=?");
+    statement->bind(atsc::kChannelColumns + 1, old.key);
     execute(*statement, row, atsc::kUpdateOrder);
   }
 }
 
 // Deletes the rows that this run has not written.
 void ChannelRewrite::deleteOtherRows(SQLite::Database& database) {
-  exec(database, "DELETE FROM " + table_ + " WHERE update_time!=" + std::to_string(gCurTime));
+  const std::string command = "DELETE FROM " + table_;
+  if (services_.empty()) exec(database, command);
+  if (!committed_.strays().empty()) {
+    command_ = command + " WHERE rowid=?";
+    SQLite::Statement statement(database, command_);
+    for (const int64_t key : committed_.strays()) {
+      statement.bind(1, key);
+      statement.exec();
+      statement.reset();
+    }
+  }
   command_.clear();
 }
 
-// Returns 1 when the table differs from the snapshot or cannot be compared with it, else 0.
-int ChannelRewrite::compare(SQLite::Database& database) {
-  int result = 1;
+// Returns whether the table differs from the snapshot or cannot be compared with it.
+bool ChannelRewrite::compare(SQLite::Database& database) {
+  bool result = true;
   try {
     int64_t differences = countMissing(database, "tmp", table_);
     // If all rows of the snapshot are in the table and both have the same number of rows, no row is
@@ -363,7 +355,7 @@ int ChannelRewrite::compare(SQLite::Database& database) {
       differences = countMissing(database, table_, "tmp");
     }
     dropSnapshot(database);
-    result = differences != 0 ? 1 : 0;
+    result = differences != 0;
   } catch (const SQLite::Exception& e) {
     printError(e, __LINE__);
   }
@@ -399,7 +391,8 @@ void ChannelRewrite::exec(SQLite::Database& database, const std::string& command
   database.exec(command_);
 }
 
-void ChannelRewrite::announce() const {
+void ChannelRewrite::announce() {
+  command_ = text_.str();
   ATSC_LOG_AT(place_, Debug, "SQL Command %s\n", command_.c_str());
 }
 
@@ -411,12 +404,18 @@ void ChannelRewrite::printError(const std::exception& e, int line) const {
 
 std::string _ATSC_Service_db_getChannelInsert_Command(AISRV_service_info* service,
                                                       unsigned /*index*/) {
-  return _ATSC_Service_db_getChannelInsert_Command(
-      atsc::channelRow(*service, atsc::readStreams(*service, ATSC_HERE()), gCurTime));
+  const atsc::ServiceTexts texts = atsc::readTexts(*service, ATSC_HERE());
+  sqlString text;
+  _ATSC_Service_db_getChannelInsert_Command(text, atsc::insertPattern(),
+                                            atsc::channelRow(*service, texts, gCurTime));
+  return text.str();
 }
 
 std::string _ATSC_Service_db_getChannelUpdate_Command(AISRV_service_info* service,
                                                       unsigned /*index*/) {
-  return _ATSC_Service_db_getChannelUpdate_Command(
-      atsc::channelRow(*service, atsc::readStreams(*service, ATSC_HERE()), gCurTime));
+  const atsc::ServiceTexts texts = atsc::readTexts(*service, ATSC_HERE());
+  sqlString text;
+  _ATSC_Service_db_getChannelUpdate_Command(text, atsc::updatePattern(),
+                                            atsc::channelRow(*service, texts, gCurTime));
+  return text.str();
 }

@@ -3,106 +3,159 @@
 
 #include <SQLiteCpp/SQLiteCpp.h>
 
-#include <algorithm>
+#include <memory>
 
 namespace atsc {
 
 namespace {
 
-std::string numberText(int64_t major, int64_t minor, int64_t frequency) {
-  sqlString text;
-  text << major << "-" << minor << "-" << frequency;
-  return text.str();
+// Columns of the query; those of the row follow.
+constexpr int kRowKey = 0;
+constexpr int kIndex = 1;
+constexpr int kFirst = 2;
+
+// SQLiteCpp takes longer to read a row than SQLite. All columns but update_time are read if
+// `compared`, else those that the lookups need.
+std::string rowsQuery(const std::string& table, bool compared) {
+  std::string query = "SELECT rowid, ch_index";
+  for (int i = 0; i < kChannelColumns; ++i) {
+    bool read = compared && i != kUpdateTime;
+    for (const int needed : {kMajor, kMinor, kFrequency, kSourceId, kAudioPid, kVideoPid}) {
+      read = read || i == needed;
+    }
+    query.append(", ").append(read ? kColumnNames[static_cast<size_t>(i)] : "NULL");
+  }
+  return query + " FROM " + table;
 }
 
-std::string numberOf(const AISRV_service_info& service) {
-  return numberText(service.major, service.minor, service.frequency);
-}
-
-std::string lookup(const std::string& number, int64_t source_id, const std::string& audio_pid,
-                   const std::string& video_pid) {
-  sqlString text;
-  text << number << "-" << source_id << "-" << static_cast<long long>(audio_pid.size()) << "-"
-       << audio_pid << video_pid;
-  return text.str();
+// A column of the current row. Only one thread uses the connection, so the value needs no
+// protection.
+sqlite3_value* valueOf(sqlite3_stmt* row, int column) {
+  return sqlite3_column_value(row, kFirst + column);
 }
 
 // Returns false when the value equals no integer: NULL, a text, a fraction.
-bool readNumber(const SQLite::Column& value, int64_t& number) {
-  if (!value.isInteger() && !value.isFloat()) return false;
-  number = value.getInt64();
-  return value.isInteger() || static_cast<double>(number) == value.getDouble();
+bool readNumber(sqlite3_value* value, int64_t& number) {
+  const int type = sqlite3_value_type(value);
+  if (type != SQLITE_INTEGER && type != SQLITE_FLOAT) return false;
+  number = sqlite3_value_int64(value);
+  return type == SQLITE_INTEGER || static_cast<double>(number) == sqlite3_value_double(value);
 }
 
-std::string pidText(const SQLite::Column& value) {
-  return value.isText() ? value.getString() : std::string();
+bool equals(sqlite3_value* value, int64_t number) {
+  return sqlite3_value_type(value) == SQLITE_INTEGER && sqlite3_value_int64(value) == number;
+}
+
+bool equals(sqlite3_value* value, std::string_view text) {
+  if (sqlite3_value_type(value) != SQLITE_TEXT) return false;
+  const auto* stored = reinterpret_cast<const char*>(sqlite3_value_text(value));
+  return text == std::string_view(stored, static_cast<size_t>(sqlite3_value_bytes(value)));
+}
+
+uint64_t numberOf(uint16_t major, uint16_t minor, uint32_t frequency) {
+  return uint64_t{major} << 48 | uint64_t{minor} << 32 | frequency;
+}
+
+// Returns no value when no service can have the number.
+std::optional<uint64_t> numberOf(sqlite3_stmt* row) {
+  int64_t major = 0;
+  int64_t minor = 0;
+  int64_t frequency = 0;
+  if (!readNumber(valueOf(row, kMajor), major) || !readNumber(valueOf(row, kMinor), minor) ||
+      !readNumber(valueOf(row, kFrequency), frequency) || major != static_cast<uint16_t>(major) ||
+      minor != static_cast<uint16_t>(minor) || frequency != static_cast<uint32_t>(frequency)) {
+    return std::nullopt;
+  }
+  return numberOf(static_cast<uint16_t>(major), static_cast<uint16_t>(minor),
+                  static_cast<uint32_t>(frequency));
+}
+
+// Whether the lookup of a service finds a row of its number. A lookup without a PID text matches
+// any text of the row.
+bool finds(const ListedService& service, sqlite3_stmt* row) {
+  const StreamTexts& streams = service.texts.streams;
+  int64_t source_id = 0;
+  return readNumber(valueOf(row, kSourceId), source_id) &&
+         source_id == static_cast<uint16_t>(service.info->source_id) &&
+         (streams.audio_pid.empty() || equals(valueOf(row, kAudioPid), streams.audio_pid)) &&
+         (streams.video_pid.empty() || equals(valueOf(row, kVideoPid), streams.video_pid));
+}
+
+bool differs(sqlite3_stmt* row, const ListedService& service) {
+  const ChannelRow wanted = channelRow(*service.info, service.texts, 0);
+  for (int i = 0; i < kChannelColumns; ++i) {
+    if (i == kUpdateTime) continue;
+    const auto equal = [value = valueOf(row, i)](auto wanted) { return equals(value, wanted); };
+    if (!std::visit(equal, wanted[static_cast<size_t>(i)])) return true;
+  }
+  return false;
 }
 
 }  // namespace
 
-const CommittedRows::Answer* CommittedRows::add(const AISRV_service_info& service,
-                                                const StreamTexts& streams) {
-  wanted_[!streams.audio_pid.empty()][!streams.video_pid.empty()] = true;
-  sameNumber_[numberOf(service)];
-  return &answers_
-              .emplace(lookup(numberOf(service), static_cast<uint16_t>(service.source_id),
-                              streams.audio_pid, streams.video_pid),
-                       Answer())
-              .first->second;
+void CommittedRows::read(SQLite::Database& database, const std::string& table,
+                         std::vector<ListedService>& services, bool compared) {
+  addServices(services);
+  sqlite3_stmt* statement = nullptr;
+  int status = sqlite3_prepare_v2(database.getHandle(), rowsQuery(table, compared).c_str(), -1,
+                                  &statement, nullptr);
+  const std::unique_ptr<sqlite3_stmt, decltype(&sqlite3_finalize)> rows(statement,
+                                                                        sqlite3_finalize);
+  if (status == SQLITE_OK) {
+    while ((status = sqlite3_step(statement)) == SQLITE_ROW) addRow(statement);
+  }
+  if (status != SQLITE_DONE) throw SQLite::Exception(database.getHandle(), status);
+  for (const ListedService& service : services) {
+    if (service.isUpdate())
+      service.sameNumber->lastUpdate = &service;
+    else
+      differ_ = true;
+  }
+  for (auto& [number, same] : numbers_) {
+    if (same.lastUpdate != nullptr) continue;
+    for (const SameNumber::Row& row : same.rows) strays_.push_back(row.key);
+    same.rows.clear();
+  }
+  differ_ = differ_ || !strays_.empty();
 }
 
-void CommittedRows::read(SQLite::Database& database, const std::string& table, uint32_t stamp) {
-  SQLite::Statement rows(
-      database,
-      "SELECT rowid, major_no, minor_no, freq, source_id, audio_pid, video_pid, ch_index, "
-      "update_time FROM " +
-          table);
-  while (rows.executeStep()) {
-    int64_t major = 0;
-    int64_t minor = 0;
-    int64_t frequency = 0;
-    int64_t time = 0;
-    const SQLite::Column update_time = rows.getColumn(8);
-    const bool stamped = update_time.isNull() || (readNumber(update_time, time) && time == stamp);
-    const bool comparable = readNumber(rows.getColumn(1), major) &&
-                            readNumber(rows.getColumn(2), minor) &&
-                            readNumber(rows.getColumn(3), frequency);
-    const std::string number = comparable ? numberText(major, minor, frequency) : "";
-    const auto same = sameNumber_.find(number);
-    if (same == sameNumber_.end()) {
-      stampedStray_ = stampedStray_ || stamped;
-      continue;
-    }
-    same->second.rows.push_back(rows.getColumn(0).getInt64());
-    same->second.stamped = same->second.stamped || stamped;
-    answerLookups(number, rows);
+void CommittedRows::addServices(std::vector<ListedService>& services) {
+  numbers_.clear();
+  strays_.clear();
+  differ_ = false;
+  numbers_.reserve(services.size());
+  for (ListedService& service : services) {
+    const AISRV_service_info& info = *service.info;
+    SameNumber& same = numbers_[numberOf(info.major, info.minor, info.frequency)];
+    service.index.reset();
+    service.sameNumber = &same;
+    service.next = same.unanswered;
+    same.unanswered = &service;
+    same.last = &service;
   }
 }
 
-void CommittedRows::answerLookups(const std::string& number, SQLite::Statement& row) {
-  int64_t source_id = 0;
-  if (!readNumber(row.getColumn(4), source_id)) return;
-  // A lookup without a PID text matches any text of the row.
-  for (const bool withAudio : {false, true}) {
-    for (const bool withVideo : {false, true}) {
-      if (!wanted_[withAudio][withVideo]) continue;
-      const auto found =
-          answers_.find(lookup(number, source_id, withAudio ? pidText(row.getColumn(5)) : "",
-                               withVideo ? pidText(row.getColumn(6)) : ""));
-      // The first row counts.
-      if (found != answers_.end() && !found->second) found->second = row.getColumn(7).getInt();
+void CommittedRows::addRow(sqlite3_stmt* row) {
+  const int64_t key = sqlite3_column_int64(row, kRowKey);
+  const std::optional<uint64_t> number = numberOf(row);
+  const auto found = number ? numbers_.find(*number) : numbers_.end();
+  if (found == numbers_.end()) {
+    strays_.push_back(key);
+    return;
+  }
+  SameNumber& same = found->second;
+  same.rows.push_back({key, differs(row, *same.last)});
+  differ_ = differ_ || same.rows.back().differs;
+  // The first row that a lookup finds counts.
+  for (ListedService** at = &same.unanswered; *at != nullptr;) {
+    ListedService& service = **at;
+    if (finds(service, row)) {
+      service.index = sqlite3_column_int(row, kIndex);
+      *at = service.next;
+    } else {
+      at = &service.next;
     }
   }
-}
-
-SameNumber& CommittedRows::sameNumber(const AISRV_service_info& service) {
-  return sameNumber_[numberOf(service)];
-}
-
-bool CommittedRows::hasStampedStray() const {
-  return stampedStray_ || std::any_of(sameNumber_.begin(), sameNumber_.end(), [](const auto& same) {
-           return same.second.stamped && !same.second.lastUpdate;
-         });
 }
 
 }  // namespace atsc

@@ -4,8 +4,9 @@
 #define ATSC_ATSC_SERVICE_DB_CHANNEL_LOOKUP_H_
 
 #include <SQLiteCpp/Database.h>
-#include <SQLiteCpp/Statement.h>
 #include <aisrv.h>
+#include <atsc/atsc_service.h>
+#include <sqlite3.h>
 
 #include <optional>
 #include <string>
@@ -16,39 +17,55 @@
 
 namespace atsc {
 
-// The rows with one major number, minor number and frequency.
+struct SameNumber;
+
+// A service of the middleware's list.
+struct ListedService {
+  const AISRV_service_info* info;
+  ServiceTexts texts;
+  std::optional<int> index;  // of the row that the lookup finds
+  SameNumber* sameNumber;    // its number
+  ListedService* next;       // with the same number and no row yet
+
+  // Returns whether the service has a row. A row whose index means "not found" is replaced.
+  bool isUpdate() const { return index.value_or(ATSC_CHANNEL_NOT_FOUND) != ATSC_CHANNEL_NOT_FOUND; }
+};
+
+// The rows and the services with one major number, minor number and frequency.
 struct SameNumber {
-  std::vector<int64_t> rows;         // their keys, including those that this run has inserted
-  bool stamped = false;              // whether a row has the update_time of this run, or none
-  std::optional<size_t> lastUpdate;  // position of the service whose values the rows get
+  struct Row {
+    int64_t key;
+    bool differs;  // from the row of the last service
+  };
+
+  std::vector<Row> rows;                      // including those that this run has inserted
+  ListedService* unanswered = nullptr;        // the services without a row yet
+  const ListedService* last = nullptr;        // the last service
+  const ListedService* lastUpdate = nullptr;  // the last service that updates the rows
 };
 
 // The table as it was before the run. Finds in one pass over the table, for all services, the rows
 // that ATSC_Service_db_findChannelIndex() would find, and the rows that an update changes.
 class CommittedRows {
  public:
-  // The answer of a lookup: the key of a row, no value before read() finds a row.
-  using Answer = std::optional<int>;
+  // Looks up the services. Compares the rows with those that `stamp` gives the services, if
+  // `compared`; else all rows differ.
+  void read(SQLite::Database& database, const std::string& table,
+            std::vector<ListedService>& services, bool compared);
 
-  // Adds the lookup of a service. Returns where read() stores the answer.
-  const Answer* add(const AISRV_service_info& service, const StreamTexts& streams);
+  // Keys of the rows that no service updates.
+  const std::vector<int64_t>& strays() const { return strays_; }
 
-  // Answers all lookups. `stamp` is the update_time of this run.
-  void read(SQLite::Database& database, const std::string& table, uint32_t stamp);
-
-  SameNumber& sameNumber(const AISRV_service_info& service);
-
-  // Returns whether a row that no service writes has the update_time of this run, or none.
-  bool hasStampedStray() const;
+  // Returns whether the table has other rows than the services, apart from update_time.
+  bool differ() const { return differ_; }
 
  private:
-  // Answers the lookups that the current row of read()'s query matches.
-  void answerLookups(const std::string& number, SQLite::Statement& row);
+  void addServices(std::vector<ListedService>& services);
+  void addRow(sqlite3_stmt* row);
 
-  std::unordered_map<std::string, Answer> answers_;
-  std::unordered_map<std::string, SameNumber> sameNumber_;
-  bool stampedStray_ = false;
-  bool wanted_[2][2] = {};  // with an audio text, with a video text
+  std::unordered_map<uint64_t, SameNumber> numbers_;
+  std::vector<int64_t> strays_;
+  bool differ_ = false;
 };
 
 }  // namespace atsc

@@ -32,7 +32,7 @@ void appendDescription(sqlString& text, const AISRV_pid_info& pid) {
 
 void appendAudio(sqlString& text, const AISRV_pid_info& pid) {
   const char(&language)[3] = pid.language[0] != '\0' ? pid.language : pid.second_language;
-  text << pid.pid << "_" << std::string(language, strnlen(language, sizeof language)) << "_"
+  text << pid.pid << "_" << std::string_view(language, strnlen(language, sizeof language)) << "_"
        << pid.stream_type;
   if (pid.audio_kind == AISRV_AUDIO_DESCRIPTION) appendDescription(text, pid);
   text++;
@@ -42,8 +42,6 @@ void appendVideo(sqlString& text, const AISRV_pid_info& pid) {
   text << pid.pid << "_" << pid.stream_type;
   text++;
 }
-
-}  // namespace
 
 StreamTexts readStreams(const AISRV_service_info& service, const LogPlace& place) {
   AISRV_pid_details details{};
@@ -66,6 +64,8 @@ StreamTexts readStreams(const AISRV_service_info& service, const LogPlace& place
   streams.video_pid = video.str();
   return streams;
 }
+
+}  // namespace
 
 std::string channelKey(const AISRV_service_info& service) {
   sqlString key;
@@ -93,10 +93,15 @@ const char* serviceTypeName(uint32_t type) {
 
 }  // namespace
 
-ChannelRow channelRow(const AISRV_service_info& service, const StreamTexts& streams,
+ServiceTexts readTexts(const AISRV_service_info& service, const LogPlace& place) {
+  return {readStreams(service, place), nameOf(service), channelKey(service)};
+}
+
+ChannelRow channelRow(const AISRV_service_info& service, const ServiceTexts& texts,
                       uint32_t update_time) {
+  const StreamTexts& streams = texts.streams;
   ChannelRow row;
-  row[kName] = nameOf(service);
+  row[kName] = texts.name;
   row[kBuildFromPmt] = int64_t{service.build_from_pmt == 1};
   row[kMajor] = service.major;
   row[kMinor] = service.minor;
@@ -112,46 +117,41 @@ ChannelRow channelRow(const AISRV_service_info& service, const StreamTexts& stre
   row[kAudioCount] = streams.audio_count;
   row[kVideoCount] = streams.video_count;
   row[kUpdateTime] = update_time;
-  row[kChannelKey] = channelKey(service);
+  row[kChannelKey] = texts.key;
   row[kTransportStreamId] = service.transport_stream_id;
   row[kTunerType] = service.modulation == AI_MODULATION_8VSB ? "VSB" : "QAM";
   return row;
 }
 
-namespace {
-
-// Appends a column's value; without a row, the "?" of a prepared statement.
-void appendColumn(sqlString& text, const ChannelRow* row, ChannelColumn column) {
-  appendValue(text, row != nullptr ? &(*row)[column] : nullptr);
+std::string insertPattern() {
+  std::string columns;
+  std::string values;
+  for (const ChannelColumn column : kInsertOrder) {
+    if (!columns.empty()) columns += ',';
+    columns += kColumnNames[column];
+    values += values.empty() ? "?" : ",?";
+  }
+  return " ( " + columns + ")VALUES (" + values + ")";
 }
 
-}  // namespace
-
-std::string insertText(const ChannelRow* row) {
-  sqlString command;
-  command << " ( ";
-  for (const ChannelColumn column : kInsertOrder) {
-    if (column != kInsertOrder.front()) command++;
-    command << kColumnNames[column];
-  }
-  command << ")"
-          << "VALUES (";
-  for (const ChannelColumn column : kInsertOrder) {
-    if (column != kInsertOrder.front()) command++;
-    appendColumn(command, row, column);
-  }
-  command << ")";
-  return command.str();
-}
-
-std::string updateText(const ChannelRow* row) {
-  sqlString command;
+std::string updatePattern() {
+  std::string pattern;
   for (const ChannelColumn column : kUpdateOrder) {
-    if (column != kUpdateOrder.front()) command++;
-    command << " " << kColumnNames[column] << "=";
-    appendColumn(command, row, column);
+    if (!pattern.empty()) pattern += ',';
+    pattern.append(" ").append(kColumnNames[column]).append("=?");
   }
-  return command.str();
+  return pattern;
+}
+
+void appendFilled(sqlString& text, std::string_view pattern, const ColumnOrder& order,
+                  const ChannelRow& row) {
+  for (const ChannelColumn column : order) {
+    const size_t value = pattern.find('?');
+    text << pattern.substr(0, value);
+    appendValue(text, row[column]);
+    pattern.remove_prefix(value + 1);
+  }
+  text << pattern;
 }
 
 }  // namespace atsc

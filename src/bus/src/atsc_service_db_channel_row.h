@@ -22,8 +22,16 @@ struct StreamTexts {
   unsigned video_count = 0;
 };
 
-// Builds the PID texts of a service. They are empty when the middleware cannot list the streams.
-StreamTexts readStreams(const AISRV_service_info& service, const LogPlace& place);
+// The texts of a service's row.
+struct ServiceTexts {
+  StreamTexts streams;
+  std::string name;
+  std::string key;
+};
+
+// Builds the texts of a service. The PID texts are empty when the middleware cannot list the
+// streams.
+ServiceTexts readTexts(const AISRV_service_info& service, const LogPlace& place);
 
 // The columns that a synchronisation writes, in the order of the insertion.
 enum ChannelColumn {
@@ -70,17 +78,19 @@ inline constexpr ColumnOrder kUpdateOrder = {
     kVideoCount,    kTunerType,    kTransportStreamId, kChannelKey};
 
 // The values of a row, by column.
-using ChannelRow = std::array<ColumnValue, kChannelColumns>;
+using ChannelRow = std::array<ColumnView, kChannelColumns>;
 
-// The row of a service that is written at `update_time`.
-ChannelRow channelRow(const AISRV_service_info& service, const StreamTexts& streams,
+// The row of a service that is written at `update_time`. Its texts are those of `texts`.
+ChannelRow channelRow(const AISRV_service_info& service, const ServiceTexts& texts,
                       uint32_t update_time);
 
-// The text after "INSERT INTO table" for one row; without a row, with parameters for its values.
-std::string insertText(const ChannelRow* row);
+// The text after "INSERT INTO table" and after "UPDATE table SET ", with a "?" for each value.
+std::string insertPattern();
+std::string updatePattern();
 
-// The text after "UPDATE table SET " for one row; without a row, with parameters for its values.
-std::string updateText(const ChannelRow* row);
+// Appends a pattern with the values of a row.
+void appendFilled(sqlString& text, std::string_view pattern, const ColumnOrder& order,
+                  const ChannelRow& row);
 
 }  // namespace atsc
 

@@ -283,7 +283,7 @@ class GuideRewrite {
     wrote_ = true;
     SQLite::Statement& write = statements.write;
     write.bind(1, static_cast<int64_t>(at));
-    for (size_t i = 0; i < row_.size(); ++i) atsc::bindValue(write, i + 2, row_[i]);
+    for (size_t i = 0; i < row_.size(); ++i) atsc::bindValue(write, i + 2, atsc::view(row_[i]));
     write.exec();
     write.reset();
   }
@@ -311,7 +311,7 @@ class GuideRewrite {
     command_ << insert_;
     for (size_t i = 0; i < row_.size(); ++i) {
       if (i > 0) command_++;
-      atsc::appendValue(command_, &row_[i]);
+      atsc::appendValue(command_, atsc::view(row_[i]));
     }
     command_ << ")";
   }

@@ -43,22 +43,24 @@ void sqlString::conStr(std::string_view text) {
 
 namespace atsc {
 
-void appendValue(sqlString& text, const ColumnValue* value) {
-  if (value == nullptr) {
-    text << "?";
-  } else if (const int64_t* number = std::get_if<int64_t>(value)) {
+ColumnView view(const ColumnValue& value) {
+  return std::visit([](const auto& content) -> ColumnView { return content; }, value);
+}
+
+void appendValue(sqlString& text, const ColumnView& value) {
+  if (const int64_t* number = std::get_if<int64_t>(&value)) {
     text << *number;
   } else {
-    text.conStr(std::get<std::string>(*value));
+    text.conStr(std::get<std::string_view>(value));
   }
 }
 
-void bindValue(SQLite::Statement& statement, size_t position, const ColumnValue& value) {
+void bindValue(SQLite::Statement& statement, size_t position, const ColumnView& value) {
   const int index = static_cast<int>(position);
   if (const int64_t* number = std::get_if<int64_t>(&value)) {
     statement.bind(index, *number);
   } else {
-    statement.bindNoCopy(index, std::get<std::string>(value));
+    statement.bindNoCopy(index, std::get<std::string_view>(value).data());
   }
 }
 
