@@ -185,6 +185,7 @@ int main(int argc, char** argv) {
   const std::string folder = temporary.path();
   fake::setRecording(false);
   std::vector<std::unique_ptr<BareRewrite>> floors;
+  uint32_t now = 1000;
   for (const int count : {1000, 4000}) {
     const std::string name = "channel table, " + std::to_string(count) + " unchanged services";
     const std::string path = folder + "/" + std::to_string(count) + ".db3";
@@ -200,8 +201,9 @@ int main(int argc, char** argv) {
     floors.push_back(std::make_unique<BareRewrite>(path, "channel_data_t", kChannelColumns));
     bench::add(
         name,
-        [select] {
+        [select, &now] {
           select();
+          fake::setTime(++now);  // each run has another stamp
           if (ATSC_Service_db_UpdateChannel(AI_INPUT_TERRESTRIAL) != 0) abort();
         },
         [floor = floors.back().get()] { floor->run(); }, 10);

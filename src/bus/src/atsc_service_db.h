@@ -65,7 +65,10 @@ class sqlString {
  public:
   sqlString() = default;
 
-  sqlString& operator<<(std::string_view text);
+  sqlString& operator<<(std::string_view text) {
+    text_.append(text.data(), text.size());
+    return *this;
+  }
   sqlString& operator<<(long long number);
 
   // Appends ",".

@@ -174,7 +174,7 @@ int ChannelRewrite::rewrite() {
   if (snapshot && differ && !takeSnapshot(*snapshot)) {
     snapshot.reset();
     begin(*database, transaction);
-    lookUpRows(*database, false);  // a severe failure has ended the transaction
+    lookUpRows(*database, false);  // again: others may have written between two transactions
   }
   stampRows(*database);
   writeRows(*database);
@@ -217,15 +217,18 @@ std::optional<SQLite::Statement> ChannelRewrite::prepareSnapshot(
   return prepared;
 }
 
+// Returns whether there is a snapshot.
 bool ChannelRewrite::takeSnapshot(SQLite::Statement& snapshot) {
+  bool taken = false;
   command_ = snapshot.getQuery();
   try {
     snapshot.exec();
+    taken = true;
   } catch (const SQLite::Exception& e) {
     printError(e, __LINE__);
-    return false;
   }
-  return true;
+  command_.clear();
+  return taken;
 }
 
 void ChannelRewrite::dropSnapshot(SQLite::Database& database) {
@@ -258,6 +261,7 @@ void ChannelRewrite::lookUpRows(SQLite::Database& database, bool compared) {
   if (!services_.empty()) committed_.read(database, table_, listed_, compared);
 }
 
+// Stamps all rows, also those that are written or deleted next.
 void ChannelRewrite::stampRows(SQLite::Database& database) {
   const std::string now = std::to_string(gCurTime);
   exec(database,
@@ -308,7 +312,8 @@ void _ATSC_Service_db_getChannelUpdate_Command(sqlString& text, std::string_view
   ATSC_LEAVE();
 }
 
-// Updates the rows of a service's number that differ, unless a later service rewrites them.
+// Updates the rows of a service's number that differ, unless a later service rewrites them. All of
+// them are announced.
 void ChannelRewrite::updateRows(SQLite::Database& database, const atsc::ListedService& service,
                                 std::optional<SQLite::Statement>& statement) {
   const AISRV_service_info& info = *service.info;
@@ -328,7 +333,7 @@ void ChannelRewrite::updateRows(SQLite::Database& database, const atsc::ListedSe
   }
 }
 
-// Deletes the rows that this run has not written.
+// Deletes the rows that are no service's.
 void ChannelRewrite::deleteOtherRows(SQLite::Database& database) {
   const std::string command = "DELETE FROM " + table_;
   if (services_.empty()) exec(database, command);

@@ -14,8 +14,7 @@ constexpr int kRowKey = 0;
 constexpr int kIndex = 1;
 constexpr int kFirst = 2;
 
-// SQLiteCpp takes longer to read a row than SQLite. All columns but update_time are read if
-// `compared`, else those that the lookups need.
+// All columns but update_time are read if `compared`, else those that the lookups need.
 std::string rowsQuery(const std::string& table, bool compared) {
   std::string query = "SELECT rowid, ch_index";
   for (int i = 0; i < kChannelColumns; ++i) {
@@ -28,8 +27,8 @@ std::string rowsQuery(const std::string& table, bool compared) {
   return query + " FROM " + table;
 }
 
-// A column of the current row. Only one thread uses the connection, so the value needs no
-// protection.
+// A column of the current row: SQLiteCpp would take longer to return it than SQLite to read it.
+// Only one thread uses the connection, so the value needs no protection.
 sqlite3_value* valueOf(sqlite3_stmt* row, int column) {
   return sqlite3_column_value(row, kFirst + column);
 }
@@ -56,20 +55,6 @@ uint64_t numberOf(uint16_t major, uint16_t minor, uint32_t frequency) {
   return uint64_t{major} << 48 | uint64_t{minor} << 32 | frequency;
 }
 
-// Returns no value when no service can have the number.
-std::optional<uint64_t> numberOf(sqlite3_stmt* row) {
-  int64_t major = 0;
-  int64_t minor = 0;
-  int64_t frequency = 0;
-  if (!readNumber(valueOf(row, kMajor), major) || !readNumber(valueOf(row, kMinor), minor) ||
-      !readNumber(valueOf(row, kFrequency), frequency) || major != static_cast<uint16_t>(major) ||
-      minor != static_cast<uint16_t>(minor) || frequency != static_cast<uint32_t>(frequency)) {
-    return std::nullopt;
-  }
-  return numberOf(static_cast<uint16_t>(major), static_cast<uint16_t>(minor),
-                  static_cast<uint32_t>(frequency));
-}
-
 // Whether the lookup of a service finds a row of its number. A lookup without a PID text matches
 // any text of the row.
 bool finds(const ListedService& service, sqlite3_stmt* row) {
@@ -81,6 +66,8 @@ bool finds(const ListedService& service, sqlite3_stmt* row) {
          (streams.video_pid.empty() || equals(valueOf(row, kVideoPid), streams.video_pid));
 }
 
+// Whether an update of the row from the service would change more than update_time. Takes equal
+// values of different types for different.
 bool differs(sqlite3_stmt* row, const ListedService& service) {
   const ChannelRow wanted = channelRow(*service.info, service.texts, 0);
   for (int i = 0; i < kChannelColumns; ++i) {
@@ -106,10 +93,11 @@ void CommittedRows::read(SQLite::Database& database, const std::string& table,
   }
   if (status != SQLITE_DONE) throw SQLite::Exception(database.getHandle(), status);
   for (const ListedService& service : services) {
-    if (service.isUpdate())
+    if (service.isUpdate()) {
       service.sameNumber->lastUpdate = &service;
-    else
+    } else {
       differ_ = true;
+    }
   }
   for (auto& [number, same] : numbers_) {
     if (same.lastUpdate != nullptr) continue;
@@ -124,6 +112,8 @@ void CommittedRows::addServices(std::vector<ListedService>& services) {
   strays_.clear();
   differ_ = false;
   numbers_.reserve(services.size());
+  expected_ = services.data();
+  end_ = expected_ + services.size();
   for (ListedService& service : services) {
     const AISRV_service_info& info = *service.info;
     SameNumber& same = numbers_[numberOf(info.major, info.minor, info.frequency)];
@@ -135,19 +125,36 @@ void CommittedRows::addServices(std::vector<ListedService>& services) {
   }
 }
 
+SameNumber* CommittedRows::sameNumber(sqlite3_stmt* row) {
+  int64_t major = 0;
+  int64_t minor = 0;
+  int64_t frequency = 0;
+  if (!readNumber(valueOf(row, kMajor), major) || !readNumber(valueOf(row, kMinor), minor) ||
+      !readNumber(valueOf(row, kFrequency), frequency) || major != static_cast<uint16_t>(major) ||
+      minor != static_cast<uint16_t>(minor) || frequency != static_cast<uint32_t>(frequency)) {
+    return nullptr;
+  }
+  const auto found =
+      numbers_.find(numberOf(static_cast<uint16_t>(major), static_cast<uint16_t>(minor),
+                             static_cast<uint32_t>(frequency)));
+  return found != numbers_.end() ? &found->second : nullptr;
+}
+
 void CommittedRows::addRow(sqlite3_stmt* row) {
   const int64_t key = sqlite3_column_int64(row, kRowKey);
-  const std::optional<uint64_t> number = numberOf(row);
-  const auto found = number ? numbers_.find(*number) : numbers_.end();
-  if (found == numbers_.end()) {
+  // Most rows are in the order of the services and as they were written.
+  const bool expected =
+      expected_ != end_ && expected_->sameNumber->last == expected_ && !differs(row, *expected_);
+  SameNumber* const same = expected ? expected_->sameNumber : sameNumber(row);
+  if (same == nullptr) {
     strays_.push_back(key);
     return;
   }
-  SameNumber& same = found->second;
-  same.rows.push_back({key, differs(row, *same.last)});
-  differ_ = differ_ || same.rows.back().differs;
+  expected_ = same->last + 1;
+  same->rows.push_back({key, !expected && differs(row, *same->last)});
+  differ_ = differ_ || same->rows.back().differs;
   // The first row that a lookup finds counts.
-  for (ListedService** at = &same.unanswered; *at != nullptr;) {
+  for (ListedService** at = &same->unanswered; *at != nullptr;) {
     ListedService& service = **at;
     if (finds(service, row)) {
       service.index = sqlite3_column_int(row, kIndex);

@@ -48,22 +48,27 @@ struct SameNumber {
 // that ATSC_Service_db_findChannelIndex() would find, and the rows that an update changes.
 class CommittedRows {
  public:
-  // Looks up the services. Compares the rows with those that `stamp` gives the services, if
-  // `compared`; else all rows differ.
+  // Looks up the services, which must stay where they are. Compares the rows with those that the
+  // services get, if `compared`; else all rows differ.
   void read(SQLite::Database& database, const std::string& table,
             std::vector<ListedService>& services, bool compared);
 
-  // Keys of the rows that no service updates.
+  // Keys of the rows that no service updates, of earlier runs.
   const std::vector<int64_t>& strays() const { return strays_; }
 
-  // Returns whether the table has other rows than the services, apart from update_time.
+  // Returns whether the run changes more than update_time.
   bool differ() const { return differ_; }
 
  private:
   void addServices(std::vector<ListedService>& services);
+  // Takes in the current row of read()'s query.
   void addRow(sqlite3_stmt* row);
+  // Returns the rows and services with the number of the row, null when no service has it.
+  SameNumber* sameNumber(sqlite3_stmt* row);
 
   std::unordered_map<uint64_t, SameNumber> numbers_;
+  const ListedService* expected_ = nullptr;  // the service after that of the last row
+  const ListedService* end_ = nullptr;
   std::vector<int64_t> strays_;
   bool differ_ = false;
 };

@@ -15,15 +15,14 @@
 
 ATSC_LOGGER("atsc/service/db")
 
-sqlString& sqlString::operator<<(std::string_view text) {
-  text_ += text;
-  return *this;
-}
-
 sqlString& sqlString::operator<<(long long number) {
+  if (number >= 0 && number < 10) {
+    text_ += static_cast<char>('0' + number);
+    return *this;
+  }
   char digits[24];
   const auto end = std::to_chars(digits, digits + sizeof digits, number).ptr;
-  text_.append(digits, end);
+  text_.append(digits, static_cast<size_t>(end - digits));
   return *this;
 }
 
