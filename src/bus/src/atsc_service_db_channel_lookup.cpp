@@ -102,7 +102,6 @@ void CommittedRows::read(SQLite::Database& database, const std::string& table,
   for (auto& [number, same] : numbers_) {
     if (same.lastUpdate != nullptr) continue;
     for (const SameNumber::Row& row : same.rows) strays_.push_back(row.key);
-    same.rows.clear();
   }
   differ_ = differ_ || !strays_.empty();
 }
