@@ -302,7 +302,7 @@ void ChannelRewrite::insertRow(SQLite::Database& database, const atsc::ListedSer
   announce();
   if (!statement) statement.emplace(database, insertPattern_);
   execute(*statement, row, atsc::kInsertOrder);
-  service.sameNumber->rows.push_back({database.getLastInsertRowid(), true});
+  service.sameNumber->rows.push_back(database.getLastInsertRowid());
 }
 
 void _ATSC_Service_db_getChannelUpdate_Command(sqlString& text, std::string_view pattern,
@@ -325,10 +325,9 @@ void ChannelRewrite::updateRows(SQLite::Database& database, const atsc::ListedSe
         << " AND freq=" << info.frequency;
   announce();
   if (same.lastUpdate != &service) return;
-  for (const atsc::SameNumber::Row& old : same.rows) {
-    if (!old.differs && same.last == &service) continue;
+  for (const int64_t key : same.rows) {
     if (!statement) statement.emplace(database, updatePattern_ + " WHERE rowid=?");
-    statement->bind(atsc::kChannelColumns + 1, old.key);
+    statement->bind(atsc::kChannelColumns + 1, key);
     execute(*statement, row, atsc::kUpdateOrder);
   }
 }

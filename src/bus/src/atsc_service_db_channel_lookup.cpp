@@ -101,7 +101,7 @@ void CommittedRows::read(SQLite::Database& database, const std::string& table,
   }
   for (auto& [number, same] : numbers_) {
     if (same.lastUpdate != nullptr) continue;
-    for (const SameNumber::Row& row : same.rows) strays_.push_back(row.key);
+    strays_.insert(strays_.end(), same.rows.begin(), same.rows.end());
   }
   differ_ = differ_ || !strays_.empty();
 }
@@ -150,8 +150,6 @@ void CommittedRows::addRow(sqlite3_stmt* row) {
     return;
   }
   expected_ = same->last + 1;
-  same->rows.push_back({key, !expected && differs(row, *same->last)});
-  differ_ = differ_ || same->rows.back().differs;
   // The first row that a lookup finds counts.
   for (ListedService** at = &same->unanswered; *at != nullptr;) {
     ListedService& service = **at;
@@ -162,6 +160,10 @@ void CommittedRows::addRow(sqlite3_stmt* row) {
       at = &service.next;
     }
   }
+  // The update by the last service, if it is one, leaves the row as it is.
+  if (same->last->isUpdate() && (expected || !differs(row, *same->last))) return;
+  same->rows.push_back(key);
+  differ_ = true;
 }
 
 }  // namespace atsc

@@ -33,12 +33,8 @@ struct ListedService {
 
 // The rows and the services with one major number, minor number and frequency.
 struct SameNumber {
-  struct Row {
-    int64_t key;
-    bool differs;  // from the row of the last service
-  };
-
-  std::vector<Row> rows;                      // including those that this run has inserted
+  // Keys of the rows that an update changes, including those that this run has inserted.
+  std::vector<int64_t> rows;
   ListedService* unanswered = nullptr;        // the services without a row yet
   const ListedService* last = nullptr;        // the last service
   const ListedService* lastUpdate = nullptr;  // the last service that updates the rows
