@@ -1,6 +1,7 @@
 #include "bus/client.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -34,7 +35,9 @@ bool sendFrame(int socket, const char* frame, size_t size) {
 
 }  // namespace
 
-Client::Client(const char* name) : name_(name) { Server::instance().add(*this); }
+Client::Client(const char* name) : name_(name), quiet_(name_ != ATSC_HOST_SERVICE_NAME) {
+  Server::instance().add(*this);
+}
 
 Client::~Client() {
   Server::instance().remove(*this);
@@ -111,6 +114,10 @@ int Client::receive(uint32_t code, BUSPlatform::Parcel* reply) {
   size_t need = kHeaderSize;
   FrameHeader header{};
   while (have < need) {
+    if (quiet_) {
+      pollfd bytes{socket_.get(), POLLIN, 0};
+      ::poll(&bytes, 1, -1);
+    }
     const ssize_t got = ::recv(socket_.get(), input_.data() + have, input_.size() - have, 0);
     if (got < 0 && errno == EINTR) continue;
     if (got <= 0) {

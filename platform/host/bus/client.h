@@ -47,6 +47,9 @@ class Client {
   void disconnect();
 
   const std::string name_;
+  // True for callbacks: nobody waits for their replies. A thread that waits in recv() is also woken
+  // when the peer takes the request from the socket, and the peer has to wake it before it goes on.
+  const bool quiet_;
   atschost::Mutex mutex_;
   atschost::CondVar turn_;
   unsigned callers_ GUARDED_BY(mutex_) = 0;
