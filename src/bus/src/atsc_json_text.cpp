@@ -1,6 +1,7 @@
 // JSON values as texts.
 #include <json/json.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "atsc_text.h"
@@ -13,6 +14,16 @@ namespace {
 // and does not change it.
 constexpr char kHidden = '\x7F';
 constexpr char kDigits[] = "0123456789ABCDEF";
+
+// Returns whether the writer changes no byte of any text: most replies and callbacks.
+bool isPlain(const Json::Value& value) {
+  const char* text = nullptr;
+  const char* end = nullptr;
+  if (value.getString(&text, &end)) {
+    return std::all_of(text, end, [](char byte) { return byte > '\0' && byte < kHidden; });
+  }
+  return std::all_of(value.begin(), value.end(), isPlain);
+}
 
 // Hides the bytes of all texts that the writer would change. The writer reads texts as UTF-8 and
 // escapes the characters: a pair of surrogates or a byte of another encoding would be lost.
@@ -38,9 +49,11 @@ void hideBytes(Json::Value& value) {
 
 }  // namespace
 
-std::string jsonText(Json::Value value) {
-  hideBytes(value);
-  const std::string hidden = Json::StyledWriter().write(value);
+std::string jsonText(const Json::Value& value) {
+  if (isPlain(value)) return Json::StyledWriter().write(value);
+  Json::Value copy = value;
+  hideBytes(copy);
+  const std::string hidden = Json::StyledWriter().write(copy);
   std::string text;
   text.reserve(hidden.size());
   const auto digit = [&](size_t i) { return strchr(kDigits, hidden[i]) - kDigits; };

@@ -29,7 +29,7 @@ std::string nameInSlot(const AISRV_service_info& service);
 
 // Returns the text of a reply or callback: the format of Json::StyledWriter, with unchanged bytes
 // from 0x80. A NUL ends a text.
-std::string jsonText(Json::Value value);
+std::string jsonText(const Json::Value& value);
 
 }  // namespace atsc
 
