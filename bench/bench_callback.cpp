@@ -4,7 +4,6 @@
 #include <aifw.h>
 #include <atsc/atsc_service.h>
 #include <atsc/atsc_tv_server_backend.h>
-#include <sched.h>
 #include <semaphore.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
@@ -38,20 +37,6 @@ timespec now() {
   return time;
 }
 
-// Binds the calling thread, and threads that it starts, to the first or last available core.
-void stayOnCore(bool first) {
-  cpu_set_t allowed;
-  if (sched_getaffinity(0, sizeof allowed, &allowed) != 0) return;
-  int chosen = -1;
-  for (int core = 0; core < CPU_SETSIZE; ++core) {
-    if (CPU_ISSET(core, &allowed) && !(first && chosen >= 0)) chosen = core;
-  }
-  cpu_set_t one;
-  CPU_ZERO(&one);
-  CPU_SET(chosen, &one);
-  sched_setaffinity(0, sizeof one, &one);
-}
-
 Arrival* map(int file) {
   void* memory = mmap(nullptr, sizeof(Arrival), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
   if (memory == MAP_FAILED) abort();
@@ -77,7 +62,7 @@ class Backend : public ATSCBUS::ATSCTVServerBackend {
 
 // The TV application's process: records the arrival of callbacks and bare messages.
 [[noreturn]] void runTV(int memory, int socket) {
-  stayOnCore(false);
+  bench::stayOnCore(false);
   Arrival& arrival = *map(memory);
   static Backend& backend = *new Backend(arrival);
   if (ATSC_RegisterTVServerBackend(&backend) != 0) {
@@ -122,7 +107,7 @@ int main(int argc, char** argv) {
   const Process tv({std::filesystem::read_symlink("/proc/self/exe"), "tv", std::to_string(memory),
                     std::to_string(ends[1])});
   int status = 1;
-  stayOnCore(true);
+  bench::stayOnCore(true);
   if (tvIsReady(arrival)) {
     ATSC_Service_init(nullptr);
     bench::addTimed(

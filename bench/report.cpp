@@ -1,6 +1,7 @@
 #include "report.h"
 
 #include <json/json.h>
+#include <sched.h>
 
 #include <cstdio>
 #include <cstring>
@@ -135,6 +136,24 @@ void addGrowth(const std::string& name, const std::string& of, const std::string
 void addFigure(const std::string& name, const std::string& unit, std::function<double()> ours,
                std::function<double()> floor) {
   figures().push_back({name, unit, std::move(ours), std::move(floor)});
+}
+
+void stayOnCore(bool first) {
+  static const cpu_set_t allowed = [] {
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    sched_getaffinity(0, sizeof set, &set);
+    return set;
+  }();
+  cpu_set_t one;
+  CPU_ZERO(&one);
+  for (int core = 0; core < CPU_SETSIZE; ++core) {
+    if (!CPU_ISSET(core, &allowed)) continue;
+    CPU_ZERO(&one);
+    CPU_SET(core, &one);
+    if (first) break;
+  }
+  sched_setaffinity(0, sizeof one, &one);
 }
 
 int run(int argc, char** argv) {

@@ -28,6 +28,10 @@ void addGrowth(const std::string& name, const std::string& of, const std::string
 void addFigure(const std::string& name, const std::string& unit, std::function<double()> ours,
                std::function<double()> floor = nullptr);
 
+// Binds the calling thread, and threads and processes that it starts, to the first or last core
+// that is available at the first call. For costs that depend on the wake-ups between cores.
+void stayOnCore(bool first);
+
 // Runs all benchmarks and prints the lines; with `--json` one JSON object per line. Returns the
 // exit status for main().
 int run(int argc, char** argv);
