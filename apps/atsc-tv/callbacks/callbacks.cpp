@@ -2,12 +2,16 @@
 
 #include <atsc/atsc_service.h>
 #include <atsc_host.h>
-#include <time.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <exception>
+#include <optional>
 
 #include "terminal/failure.h"
 
@@ -25,7 +29,7 @@ static_assert(std::atomic<bool>::is_always_lock_free, "the signal handler writes
 
 Callbacks* Callbacks::instance_ = nullptr;
 
-Callbacks::Callbacks() { sem_init(&arrivals_, 0, 0); }
+Callbacks::Callbacks() : arrivals_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
 
 Callbacks& Callbacks::start() {
   // Never destroyed: the library may call the object until the process ends.
@@ -51,28 +55,33 @@ Callbacks& Callbacks::start() {
   return *instance_;
 }
 
-Callbacks::Event Callbacks::wait(std::chrono::milliseconds timeout, std::string* message) {
-  constexpr long kNanoseconds = 1000000000;
-  timespec deadline = {};
-  clock_gettime(CLOCK_MONOTONIC, &deadline);
-  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(timeout);
-  deadline.tv_sec += static_cast<time_t>(seconds.count());
-  deadline.tv_nsec += static_cast<long>(std::chrono::nanoseconds(timeout - seconds).count());
-  if (deadline.tv_nsec >= kNanoseconds) {
-    deadline.tv_nsec -= kNanoseconds;
-    ++deadline.tv_sec;
+Callbacks::Event Callbacks::wait(std::chrono::milliseconds timeout, std::string* message,
+                                 pid_t process) {
+  using std::chrono::steady_clock;
+  const auto deadline = steady_clock::now() + timeout;
+  const int end = process > 0 ? static_cast<int>(syscall(SYS_pidfd_open, process, 0)) : -1;
+  std::optional<Event> event;
+  while (!event) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - steady_clock::now());
+    pollfd waited[] = {{arrivals_, POLLIN, 0}, {end, POLLIN, 0}};
+    const bool over =
+        poll(waited, 2, end >= 0 ? -1 : std::max(0, static_cast<int>(left.count()))) == 0;
+    eventfd_t arrived;
+    eventfd_read(arrivals_, &arrived);
+    const std::lock_guard<std::mutex> lock(mutex_);
+    if (interrupted_.exchange(false)) {
+      event = Event::kInterrupt;
+    } else if (!messages_.empty()) {
+      event = Event::kMessage;
+      *message = std::move(messages_.front());
+      messages_.pop_front();
+      if (!messages_.empty()) wake();
+    } else if (over || waited[1].revents != 0) {
+      event = Event::kTimeout;
+    }
   }
-  for (;;) {
-    const bool arrived = sem_clockwait(&arrivals_, CLOCK_MONOTONIC, &deadline) == 0;
-    if (!arrived && errno == EINTR) continue;
-    if (interrupted_.exchange(false)) return Event::kInterrupt;
-    if (!arrived) return Event::kTimeout;
-    std::lock_guard<std::mutex> lock(mutex_);
-    if (messages_.empty()) continue;
-    *message = std::move(messages_.front());
-    messages_.pop_front();
-    return Event::kMessage;
-  }
+  if (end >= 0) close(end);
+  return *event;
 }
 
 int Callbacks::jsonCommand(const char* command, char**) {
@@ -84,13 +93,15 @@ int Callbacks::jsonCommand(const char* command, char**) {
   } catch (const std::exception&) {
     return -1;
   }
-  sem_post(&arrivals_);
+  wake();
   return 0;
 }
 
 void Callbacks::interrupt(int) {
   instance_->interrupted_ = true;
-  sem_post(&instance_->arrivals_);
+  instance_->wake();
 }
+
+void Callbacks::wake() { eventfd_write(arrivals_, 1); }
 
 }  // namespace tv

@@ -3,7 +3,7 @@
 #define ATSC_TV_CALLBACKS_CALLBACKS_H_
 
 #include <atsc/atsc_tv_server_backend.h>
-#include <semaphore.h>
+#include <sys/types.h>
 
 #include <atomic>
 #include <chrono>
@@ -27,8 +27,9 @@ class Callbacks final : public ATSCBUS::ATSCTVServerBackend {
   // No callback tells of the service's end: who waits for long looks for the service so often.
   static constexpr std::chrono::seconds kCheckService{1};
 
-  // Waits for the next message, a signal or the timeout. Called on the main thread.
-  Event wait(std::chrono::milliseconds timeout, std::string* message);
+  // Waits for the next message, a signal or the timeout; with a process until its end, which counts
+  // as the timeout, instead. Called on the main thread.
+  Event wait(std::chrono::milliseconds timeout, std::string* message, pid_t process = 0);
 
   // Queues a message. Called on the BUS server thread. Returns -1 if the queue is full.
   int jsonCommand(const char* command, char** result) override;
@@ -36,13 +37,14 @@ class Callbacks final : public ATSCBUS::ATSCTVServerBackend {
  private:
   Callbacks();
   static void interrupt(int);
+  void wake();
 
   static Callbacks* instance_;
 
   std::atomic<bool> interrupted_{false};
   std::mutex mutex_;
   std::deque<std::string> messages_;
-  sem_t arrivals_;  // a signal handler may post a semaphore, but not notify a condition variable
+  const int arrivals_;  // eventfd: a signal handler may write to it
 };
 
 }  // namespace tv

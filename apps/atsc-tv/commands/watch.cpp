@@ -93,7 +93,7 @@ int watch(const CommonOptions& common, bool json) {
   std::cerr << "atsc-tv: waiting for callbacks; Ctrl-C ends" << std::endl;
   for (;;) {
     std::string text;
-    switch (callbacks.wait(Callbacks::kCheckService, &text)) {
+    switch (callbacks.wait(Callbacks::kCheckService, &text, service)) {
       case Callbacks::Event::kInterrupt:
         if (isatty(STDERR_FILENO) == 1) std::cerr << std::endl;  // after the terminal's "^C"
         return kSuccess;
