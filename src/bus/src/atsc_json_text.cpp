@@ -1,7 +1,6 @@
 // JSON values as texts.
 #include <json/json.h>
 
-#include <algorithm>
 #include <cstring>
 
 #include "atsc_text.h"
@@ -14,16 +13,6 @@ namespace {
 // and does not change it.
 constexpr char kHidden = '\x7F';
 constexpr char kDigits[] = "0123456789ABCDEF";
-
-// Returns whether the writer changes no byte of any text: most replies and callbacks.
-bool isPlain(const Json::Value& value) {
-  const char* text = nullptr;
-  const char* end = nullptr;
-  if (value.getString(&text, &end)) {
-    return std::all_of(text, end, [](char byte) { return byte > '\0' && byte < kHidden; });
-  }
-  return std::all_of(value.begin(), value.end(), isPlain);
-}
 
 // Hides the bytes of all texts that the writer would change. The writer reads texts as UTF-8 and
 // escapes the characters: a pair of surrogates or a byte of another encoding would be lost.
@@ -50,12 +39,15 @@ void hideBytes(Json::Value& value) {
 }  // namespace
 
 std::string jsonText(const Json::Value& value) {
-  if (isPlain(value)) return Json::StyledWriter().write(value);
+  std::string text = Json::StyledWriter().write(value);
+  // Most replies and callbacks have no byte that the writer changes.
+  bool plain = text.find("\\u") == std::string::npos;
+  for (const char byte : text) plain = plain && byte > '\0' && byte < kHidden;
+  if (plain) return text;
   Json::Value copy = value;
   hideBytes(copy);
   const std::string hidden = Json::StyledWriter().write(copy);
-  std::string text;
-  text.reserve(hidden.size());
+  text.clear();
   const auto digit = [&](size_t i) { return strchr(kDigits, hidden[i]) - kDigits; };
   for (size_t i = 0; i < hidden.size(); ++i) {
     if (hidden[i] != kHidden) {
