@@ -145,21 +145,33 @@ void run(SQLite::Database& database, const std::string& command, const char* fun
   }
 }
 
+bool hasColumns(SQLite::Database& database, const std::string& table, const std::string& names) {
+  try {
+    SQLite::Statement(database, "SELECT " + names + " FROM " + table);
+    return true;
+  } catch (const SQLite::Exception&) {
+    return false;
+  }
+}
+
 // Adds those of `count` columns that the table lacks.
 void addMissingColumns(SQLite::Database& database, const std::string& table,
                        const ATSC_Service_db_layout* columns, size_t count,
                        const atsc::LogPlace& place) {
+  // Quoted: a customer column may have any name, and "desc" is an SQL keyword.
+  std::string all;
   for (size_t i = 0; i < count; ++i) {
-    // Quoted: a customer column may have any name, and "desc" is an SQL keyword.
+    all += (i > 0 ? ", " : "") + atsc::quotedIdentifier(columns[i].name);
+  }
+  // Most often none is missing: one question is enough.
+  if (count == 0 || hasColumns(database, table, all)) return;
+  for (size_t i = 0; i < count; ++i) {
     const std::string name = atsc::quotedIdentifier(columns[i].name);
-    try {
-      SQLite::Statement(database, "SELECT " + name + " FROM " + table).executeStep();
-    } catch (const SQLite::Exception&) {
-      const std::string command =
-          "ALTER TABLE " + table + " ADD COLUMN " + name + " " + sqlType(columns[i]) + " ";
-      ATSC_LOG_AT(place, Info, "add DB command: %s", command.c_str());
-      run(database, command, place.function);
-    }
+    if (hasColumns(database, table, name)) continue;
+    const std::string command =
+        "ALTER TABLE " + table + " ADD COLUMN " + name + " " + sqlType(columns[i]) + " ";
+    ATSC_LOG_AT(place, Info, "add DB command: %s", command.c_str());
+    run(database, command, place.function);
   }
 }
 
@@ -207,7 +219,9 @@ bool _ATSC_Service_db_createChannelDB() {
     }
     // Remains of an interrupted synchronisation of an older version.
     if (database.tableExists("tmp")) run(database, "DROP TABLE tmp", __func__);
-    run(database, "PRAGMA user_version = " + std::to_string(kSchemaVersion), __func__);
+    if (database.execAndGet("PRAGMA user_version").getInt() != kSchemaVersion) {
+      run(database, "PRAGMA user_version = " + std::to_string(kSchemaVersion), __func__);
+    }
   } catch (const SQLite::Exception& e) {
     atsc::logNotWritten(ATSC_HERE(), *gChannel_DB_path, e);
     atsc::printDatabaseError(e, __func__, __LINE__);
