@@ -129,7 +129,7 @@ void follow(PsipDecoder& decoder, const std::vector<Step>& steps) {
     if (step.pid < kEndOfPass) fault = push(decoder, step.pid, step.table);
     std::string state;
     for (const auto& [key, events] : decoder.guide().eits)
-      for (const GuideEvent& e : events)
+      for (const GuideEvent& e : *events)
         state += std::to_string(key.first) + '/' + std::to_string(key.second) + ' ' +
                  latin(e.title) + ' ';
     for (const auto& [instance, texts] : decoder.guide().etts)
@@ -282,7 +282,7 @@ TEST(GuideTables, DescriptorsOfEvents) {
     const Bytes content = advisoryContent(each.rated, text(each.description));
     const Bytes all = (each.rated.empty() ? Bytes() : descriptor(0x87, content)) + each.others;
     const char* fault = push(decoder, kEit0, eit(++source, {{1, 100, text("one"), all}}));
-    const GuideEvent event = decoder.guide().eits.at({0, source}).at(0);
+    const GuideEvent event = decoder.guide().eits.at({0, source})->at(0);
     EXPECT_EQ(event.captions, !event.captionServices.empty());
     std::string found = latin(event.rating) + '|' + latin(event.otherRatings) + '|' +
                         std::to_string(event.captionServices.size()) + '|';
@@ -330,8 +330,8 @@ TEST(GuideTables, TimeAndAlerts) {
 Texts shown(const Guide& guide, uint16_t sourceId, uint32_t frequency = kChannel14) {
   Texts list;
   for (const ShownEvent& e : *guide.events(kAir, frequency, sourceId))
-    list.push_back(std::to_string(e.start - kGpsEpoch) + ' ' + latin(e.event.title) + ' ' +
-                   latin(e.description));
+    list.push_back(std::to_string(e.start - kGpsEpoch) + ' ' + latin(e.event->title) + ' ' +
+                   latin(std::string(e.description)));
   return list;
 }
 
@@ -366,7 +366,8 @@ TEST(GuideCache, UnitesInstancesAndKeepsWhatWasNotRenewed) {
   EXPECT_EQ("({ 3, 8 }, { 3 })", update(again, 15)) << "received, without service 3";
   EXPECT_EQ(Texts{}, shown(guide, 3));
   EXPECT_EQ(std::vector<uint16_t>{8}, guide.sourceIds(kAir));
-  EXPECT_EQ(3u, held->size());
+  EXPECT_EQ("B bee",
+            latin(held->at(1).event->title) + ' ' + latin(std::string(held->at(1).description)));
 
   // Tables that change their place do not accumulate.
   unsigned source = 0;
@@ -377,6 +378,8 @@ TEST(GuideCache, UnitesInstancesAndKeepsWhatWasNotRenewed) {
   }
   EXPECT_EQ(1000u, guide.sourceIds(kAir).size());
   EXPECT_EQ(Texts{"82 x "}, shown(guide, static_cast<uint16_t>(source)));
+  guide.forget(kAir, kChannel14);
+  EXPECT_EQ(Texts{}, shown(guide, static_cast<uint16_t>(source)));
 }
 
 TEST(GuideTuner, ReadsWhatNobodyReceivesAnyMoreAndWhatIsAskedFor) {

@@ -22,7 +22,7 @@ const ShownEvent* eventAt(const ShownEvents& events, uint32_t time) {
   const auto begun = [&](const ShownEvent& event) { return event.start <= time; };
   auto event = std::partition_point(events.begin(), events.end(), begun);
   while (event != events.begin())
-    if (time - (--event)->start < event->event.duration) return &*event;
+    if (time - (--event)->start < event->event->duration) return &*event;
   return nullptr;
 }
 
@@ -59,7 +59,7 @@ int AICC_get_cc_service_data(uint32_t path, const AISRV_service_info* service,
     if (!isListed) return false;
     const auto events = atschost::hostReceiver().guide().events(source, frequency, sourceId);
     const ShownEvent* present = eventAt(*events, atschost::hostClock().now());
-    if (present && present->event.captions) captions = present->event.captionServices;
+    if (present && present->event->captions) captions = present->event->captionServices;
 
     static_assert(atschost::kMaxCaptionServices <= AICC_MAX_SERVICES);
     *data = {};

@@ -85,17 +85,17 @@ void copyEvent(const ShownEvent& shown, const AIEC_event_key& key, bool blocked,
   const multiple_lang_t rating = record.rating;
   record = {};
   record.key = key;
-  record.event_id = shown.event.eventId;
-  record.multi_rating = shown.event.otherRatings.empty() ? 0 : 1;
+  record.event_id = shown.event->eventId;
+  record.multi_rating = shown.event->otherRatings.empty() ? 0 : 1;
   record.start_time = shown.start;
-  record.duration = shown.event.duration;
+  record.duration = shown.event->duration;
   record.name = name;
-  copyText(shown.event.title, record.name);
+  copyText(shown.event->title, record.name);
   record.rating = rating;
-  copyText(shown.event.rating, record.rating);
+  copyText(shown.event->rating, record.rating);
   record.parental_status = blocked ? 1 : 0;
-  record.captions = shown.event.captions ? 1 : 0;
-  const auto& genres = shown.event.genres;
+  record.captions = shown.event->captions ? 1 : 0;
+  const auto& genres = shown.event->genres;
   record.genre_count = static_cast<uint8_t>(std::min<size_t>(genres.size(), AIEC_MAX_GENRES));
   std::copy_n(genres.begin(), record.genre_count, record.genres);
 }
@@ -111,7 +111,7 @@ bool copyEvents(uint32_t serviceRec, uint32_t inputSource, uint64_t first, AIEC_
   for (uint64_t i = first; i < events->size() && copied < count; ++i) {
     const auto index = static_cast<uint32_t>(i);
     const ShownEvent& shown = (*events)[index];
-    copyEvent(shown, {serviceRec, inputSource, index}, isBlocked(shown.event), records[copied++]);
+    copyEvent(shown, {serviceRec, inputSource, index}, isBlocked(*shown.event), records[copied++]);
   }
   return true;
 }
@@ -155,7 +155,7 @@ int AIEC_get_multiple_event_rating_string(const AIEC_event_key* event, multiple_
     const Events events = eventsOf(event->input_source, event->service_rec);
     const ShownEvent* shown = eventOf(*event, events);
     if (!shown) return false;
-    const atschost::GuideEvent& e = shown->event;
+    const atschost::GuideEvent& e = *shown->event;
     copyText(e.otherRatings.empty() ? e.rating : e.otherRatings, *text);
     return true;
   });

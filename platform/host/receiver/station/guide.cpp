@@ -33,7 +33,7 @@ GuideTables merge(const GuideTables& old, const GuideTables& received) {
   size_t size = 0;
   std::array<size_t, 256> sources{};  // by instance
   for (const auto& [key, events] : received.eits) {
-    size += sizeOf(events);
+    size += sizeOf(*events);
     ++sources[key.first];
   }
   for (const auto& [instance, texts] : received.etts)
@@ -48,7 +48,7 @@ GuideTables merge(const GuideTables& old, const GuideTables& received) {
   const auto eits = staying(received.announcedEits, received.settledEits);
   for (const auto& [key, events] : old.eits) {
     if (!eits[key.first] || merged.eits.count(key)) continue;
-    if (sources[key.first] >= kMaxGuideSources || !fits(sizeOf(events))) continue;
+    if (sources[key.first] >= kMaxGuideSources || !fits(sizeOf(*events))) continue;
     ++sources[key.first];
     merged.eits.emplace(key, events);
   }
@@ -66,34 +66,32 @@ uint32_t etmId(uint16_t sourceId, uint16_t eventId) {
   return uint32_t{sourceId} << 16 | uint32_t{eventId} << 2 | 2;
 }
 
-using Schedule = std::map<uint16_t, std::shared_ptr<const ShownEvents>>;  // by source id
+using Schedule = std::map<uint16_t, ShownEvents>;  // by source id
 
+// The schedule refers to the tables.
 Schedule makeSchedule(const GuideTables& tables, uint8_t offset) {
-  std::unordered_map<uint32_t, const std::string*> descriptions;  // by ETM_id
+  std::unordered_map<uint32_t, std::string_view> descriptions;  // by ETM_id
   for (const auto& [instance, texts] : tables.etts)
     for (const auto& [id, text] : texts)
-      if (!text.empty()) descriptions.emplace(id, &text);
+      if (!text.empty()) descriptions.emplace(id, text);
 
-  std::map<uint16_t, ShownEvents> services;
+  Schedule schedule;
   std::set<std::tuple<uint16_t, uint16_t, uint32_t>> known;
   for (const auto& [key, events] : tables.eits) {
     const uint16_t sourceId = key.second;
-    ShownEvents& shown = services[sourceId];
-    for (const GuideEvent& event : events) {
+    ShownEvents& shown = schedule[sourceId];
+    for (const GuideEvent& event : *events) {
       // An event that extends beyond its segment is also in the table of the next segment.
       if (!known.emplace(sourceId, event.eventId, event.start).second) continue;
-      ShownEvent& added = shown.emplace_back();
-      added.event = event;
-      added.start = SystemTime{event.start, offset}.unixSeconds();
       const auto text = descriptions.find(etmId(sourceId, event.eventId));
-      if (text != descriptions.end()) added.description = *text->second;
+      shown.push_back({&event, SystemTime{event.start, offset}.unixSeconds(),
+                       text != descriptions.end() ? text->second : std::string_view()});
     }
   }
-  Schedule schedule;
-  for (auto& [source_id, shown] : services) {
+  for (auto& [sourceId, shown] : schedule) {
     std::stable_sort(shown.begin(), shown.end(),
                      [](const ShownEvent& a, const ShownEvent& b) { return a.start < b.start; });
-    schedule.emplace(source_id, std::make_shared<const ShownEvents>(std::move(shown)));
+    shown.shrink_to_fit();
   }
   return schedule;
 }
@@ -101,7 +99,8 @@ Schedule makeSchedule(const GuideTables& tables, uint8_t offset) {
 bool sameEvents(const ShownEvents& a, const ShownEvents& b) {
   return std::equal(a.begin(), a.end(), b.begin(), b.end(),
                     [](const ShownEvent& left, const ShownEvent& right) {
-                      return left.start == right.start && left.event == right.event;
+                      return left.start == right.start &&
+                             (left.event == right.event || *left.event == *right.event);
                     });
 }
 
@@ -110,20 +109,19 @@ bool sameTexts(const ShownEvents& a, const ShownEvents& b) {
   const auto texts = [](const ShownEvents& events) {
     std::vector<std::tuple<uint32_t, uint16_t, std::string_view>> list;
     for (const ShownEvent& e : events)
-      if (!e.description.empty()) list.emplace_back(e.start, e.event.eventId, e.description);
+      if (!e.description.empty()) list.emplace_back(e.start, e.event->eventId, e.description);
     return list;
   };
   return texts(a) == texts(b);
 }
 
 // Never destroyed: threads may call it during exit.
-const std::shared_ptr<const ShownEvents>& nothing() {
-  static const auto& empty =
-      immortal<std::shared_ptr<const ShownEvents>>(std::make_shared<const ShownEvents>());
+const ShownEvents& nothing() {
+  static const ShownEvents& empty = immortal<ShownEvents>();
   return empty;
 }
 
-const std::shared_ptr<const ShownEvents>& ofSource(const Schedule& schedule, uint16_t sourceId) {
+const ShownEvents& ofSource(const Schedule& schedule, uint16_t sourceId) {
   const auto found = schedule.find(sourceId);
   return found == schedule.end() ? nothing() : found->second;
 }
@@ -133,7 +131,7 @@ const std::shared_ptr<const ShownEvents>& ofSource(const Schedule& schedule, uin
 struct Guide::Carrier {
   GuideTables tables;
   std::optional<uint8_t> gpsUtcOffset;
-  Schedule schedule;
+  Schedule schedule;  // refers to `tables`
 };
 
 Guide::Change Guide::update(uint32_t source, uint32_t frequency, const GuideTables& tables,
@@ -157,8 +155,8 @@ Guide::Change Guide::update(uint32_t source, uint32_t frequency, const GuideTabl
   for (const auto& [source_id, events] : old->schedule) sourceIds.insert(source_id);
   for (const auto& [source_id, events] : carrier->schedule) sourceIds.insert(source_id);
   for (const uint16_t sourceId : sourceIds) {
-    const ShownEvents& before = *ofSource(old->schedule, sourceId);
-    const ShownEvents& after = *ofSource(carrier->schedule, sourceId);
+    const ShownEvents& before = ofSource(old->schedule, sourceId);
+    const ShownEvents& after = ofSource(carrier->schedule, sourceId);
     if (!sameEvents(before, after)) change.events.push_back(sourceId);
     if (!sameTexts(before, after)) change.texts.push_back(sourceId);
   }
@@ -167,11 +165,17 @@ Guide::Change Guide::update(uint32_t source, uint32_t frequency, const GuideTabl
   return change;
 }
 
+void Guide::forget(uint32_t source, uint32_t frequency) {
+  const MutexLock lock(mutex_);
+  carriers_.erase({source, frequency});
+}
+
 std::shared_ptr<const ShownEvents> Guide::events(uint32_t source, uint32_t frequency,
                                                  uint16_t sourceId) const {
   const MutexLock lock(mutex_);
   const auto found = carriers_.find({source, frequency});
-  return found == carriers_.end() ? nothing() : ofSource(found->second->schedule, sourceId);
+  const auto carrier = found == carriers_.end() ? nullptr : found->second;
+  return {carrier, carrier ? &ofSource(carrier->schedule, sourceId) : &nothing()};
 }
 
 std::vector<uint16_t> Guide::sourceIds(uint32_t source) const {
@@ -180,7 +184,7 @@ std::vector<uint16_t> Guide::sourceIds(uint32_t source) const {
   for (const auto& [key, carrier] : carriers_) {
     if (std::get<0>(key) != source) continue;
     for (const auto& [source_id, events] : carrier->schedule)
-      if (!events->empty()) ids.insert(source_id);
+      if (!events.empty()) ids.insert(source_id);
   }
   return {ids.begin(), ids.end()};
 }

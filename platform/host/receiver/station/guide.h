@@ -7,7 +7,7 @@
 #include <map>
 #include <memory>
 #include <optional>
-#include <string>
+#include <string_view>
 #include <tuple>
 #include <vector>
 
@@ -16,11 +16,11 @@
 
 namespace atschost {
 
-// An event of the guide with its description.
+// An event of the guide with its description; both belong to the guide, see Guide::events().
 struct ShownEvent {
-  GuideEvent event;
-  uint32_t start = 0;       // Unix seconds
-  std::string description;  // UTF-16BE
+  const GuideEvent* event;       // never null
+  uint32_t start;                // Unix seconds
+  std::string_view description;  // UTF-16BE
 };
 
 // The events of one service by start time, without duplicates.
@@ -41,7 +41,11 @@ class Guide {
   Change update(uint32_t source, uint32_t frequency, const GuideTables& tables,
                 std::optional<uint8_t> gpsUtcOffset);
 
-  // Returns the current events of a service; never null. The object does not change later.
+  // Removes the tables of a carrier.
+  void forget(uint32_t source, uint32_t frequency);
+
+  // Returns the current events of a service; never null. The object does not change later, and
+  // keeps what its elements refer to.
   std::shared_ptr<const ShownEvents> events(uint32_t source, uint32_t frequency,
                                             uint16_t sourceId) const;
 

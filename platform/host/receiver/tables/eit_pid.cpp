@@ -52,7 +52,7 @@ size_t EitPid::sizeOf(const Pending& pending) {
 
 size_t EitPid::sizeOf(const Table& table) {
   return sizeof(table) + kNodeSize + sizeof(uint32_t) * table.crcs.size() +
-         atschost::sizeOf(table.events) + (table.pending ? sizeOf(*table.pending) : 0);
+         atschost::sizeOf(*table.events) + (table.pending ? sizeOf(*table.pending) : 0);
 }
 
 bool EitPid::follow(const std::vector<Announced>& instances) {
@@ -150,11 +150,14 @@ void EitPid::commit(Table& table) {
   Table whole;
   whole.round = round();
   whole.version = table.pending->version;
+  GuideTables::Eit events;
   for (auto& [number, part] : table.pending->parts) {
     whole.crcs.push_back(part.crc);
-    std::move(part.events.begin(), part.events.end(), std::back_inserter(whole.events));
+    std::move(part.events.begin(), part.events.end(), std::back_inserter(events));
   }
-  if (table.round == 0 || !(table.events == whole.events)) storage().noteChange();
+  events.shrink_to_fit();
+  if (table.round == 0 || !(*table.events == events)) storage().noteChange();
+  whole.events = std::make_shared<const GuideTables::Eit>(std::move(events));
   table = std::move(whole);
   storage().take(sizeOf(table));
   --pendings_;

@@ -43,7 +43,7 @@ class EitPid : public GuidePid {
     unsigned round = 0;  // in which `events` came; 0: never
     uint8_t version = 0;
     std::vector<uint32_t> crcs;  // of the sections
-    GuideTables::Eit events;
+    std::shared_ptr<const GuideTables::Eit> events = std::make_shared<GuideTables::Eit>();
     std::optional<Pending> pending;
   };
   using Tables = std::map<std::pair<uint8_t, uint16_t>, Table>;  // by index and source id

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -35,8 +36,9 @@ struct GuideTables {
   using Eit = std::vector<GuideEvent>;            // in the table's order
   using Texts = std::map<uint32_t, std::string>;  // by ETM_id, UTF-16BE
 
-  // By instance and source id; only whole tables of the current version.
-  std::map<std::pair<uint8_t, uint16_t>, Eit> eits;
+  // By instance and source id; only whole tables of the current version. Never null. Copies of the
+  // tables share the events.
+  std::map<std::pair<uint8_t, uint16_t>, std::shared_ptr<const Eit>> eits;
   std::map<uint8_t, Texts> etts;  // by instance
   // Whether an MGT was received. The lists below, ascending, are empty without an MGT.
   bool mgtSeen = false;

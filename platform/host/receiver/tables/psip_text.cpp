@@ -259,7 +259,7 @@ std::string readText(const uint8_t* data, size_t size, size_t maxBytes) {
   return first;
 }
 
-size_t wholeCharacters(const std::string& text, size_t maxBytes) {
+size_t wholeCharacters(std::string_view text, size_t maxBytes) {
   if (text.size() <= maxBytes) return text.size() & ~size_t{1};
   size_t size = maxBytes & ~size_t{1};
   const auto* bytes = reinterpret_cast<const uint8_t*>(text.data());
@@ -267,7 +267,7 @@ size_t wholeCharacters(const std::string& text, size_t maxBytes) {
   return size;
 }
 
-void copyText(const std::string& text, multiple_lang_t& lent) {
+void copyText(std::string_view text, multiple_lang_t& lent) {
   const size_t size = lent.text ? wholeCharacters(text, lent.length) : 0;
   if (size > 0) std::memcpy(lent.text, text.data(), size);
   lent.length = static_cast<uint16_t>(size);

@@ -19,10 +19,10 @@ std::string readText(const uint8_t* data, size_t size, size_t maxBytes);
 
 // Returns the length of the longest start of a text that has at most `maxBytes` bytes and ends with
 // a whole character.
-size_t wholeCharacters(const std::string& text, size_t maxBytes);
+size_t wholeCharacters(std::string_view text, size_t maxBytes);
 
 // Copies a text into the buffer of `lent`, cut to whole characters, and sets length and encoding.
-void copyText(const std::string& text, multiple_lang_t& lent);
+void copyText(std::string_view text, multiple_lang_t& lent);
 
 // Converts Latin-1, the first 256 characters of Unicode.
 std::string toUtf16(std::string_view latin1);

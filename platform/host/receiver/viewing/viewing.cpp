@@ -35,9 +35,9 @@ OnNow Viewing::onNow(const Service& service, std::vector<Advisory> advisories) c
                                [](uint32_t t, const ShownEvent& event) { return t < event.start; });
   while (next != events->begin() && !now.programme.event) {
     --next;
-    if (time - next->start >= next->event.duration) continue;
-    now.programme.event = {next->event.eventId, next->start};
-    now.programme.advisories = next->event.advisories;
+    if (time - next->start >= next->event->duration) continue;
+    now.programme.event = {next->event->eventId, next->start};
+    now.programme.advisories = next->event->advisories;
   }
   now.verdict = settings->check(now.programme.advisories, known);
   // Prefers ratings over no ratings, and those of the streams over those of the guide.
