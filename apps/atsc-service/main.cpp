@@ -3,6 +3,7 @@
 
 #include <atsc/atsc_service.h>
 #include <atsc_host.h>
+#include <malloc.h>
 #include <semaphore.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -165,6 +166,10 @@ int main(int argc, char** argv) {
     // No other user may access the files that the service creates.
     umask(S_IRWXG | S_IRWXO);
     handleSignals();
+    // The threads of the service are seldom busy at once, and an arena for each would take memory.
+#ifdef M_ARENA_MAX
+    mallopt(M_ARENA_MAX, 1);
+#endif
     // The library's output is read while the service runs.
     setvbuf(stdout, nullptr, _IOLBF, 0);
     CLI::App app(

@@ -45,6 +45,7 @@ Receiver::Receiver(const std::string& stateFolder, const Air& air, Clock& clock)
 
 void Receiver::takeGuide(uint32_t source, uint32_t frequency, CarrierResult& found,
                          Scanner::Outcome& outcome) {
+  if (!found.locked) return guide_.forget(source, frequency);
   if (!found.guide.eits.empty()) outcome.guide = true;
   if (found.guide.mgtSeen && !found.guideComplete) outcome.guidePartial = true;
   const auto ids = sourceIdsOf(guide_.update(source, frequency, found.guide, found.gpsUtcOffset));

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
 #include <cstring>
 #include <mutex>
 #include <optional>
@@ -14,6 +15,10 @@
 #include <string_view>
 #include <utility>
 #include <variant>
+
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
 
 #include "atsc_log.h"
 #include "atsc_service_db.h"
@@ -187,7 +192,8 @@ class GuideRewrite {
 
   ~GuideRewrite() { exchangeWritten(std::move(known_)); }
 
-  void run(const std::string& path, const std::vector<AISRV_service_info>& services) {
+  // Returns whether it wrote rows.
+  bool run(const std::string& path, const std::vector<AISRV_service_info>& services) {
     try {
       SQLite::Database database(path, SQLite::OPEN_READWRITE | SQLite::OPEN_NOMUTEX,
                                 atsc::kBusyTimeoutMs);
@@ -213,7 +219,7 @@ class GuideRewrite {
       transaction.commit();
       gEvent_DB_written = true;
       written_ = std::move(rows_);
-      if (!wrote_) return;
+      if (!wrote_) return false;
       known_.file = fileState(database, path);
       // Somebody else was quicker than this look at the file.
       if (known_.file && (!before || known_.file->transactions != before->transactions + 1))
@@ -222,6 +228,7 @@ class GuideRewrite {
       atsc::logNotWritten(place_, path, e);
       atsc::printDatabaseError(e, place_.function, __LINE__, command_.str());
     }
+    return wrote_;
   }
 
  private:
@@ -348,7 +355,12 @@ void ATSC_Service_db_UpdateEvent(int input_type) {
       ATSC_LOG(Info, "channel count(%d)", static_cast<int>(count));
       if (atsc::fetchServices(input, count, list, ATSC_HERE())) {
         const std::string path = _ATSC_Service_db_createEventDB(input_type);
-        GuideRewrite(input_type, ATSC_HERE()).run(path, list.records);
+        [[maybe_unused]] const bool wrote =
+            GuideRewrite(input_type, ATSC_HERE()).run(path, list.records);
+#ifdef __GLIBC__
+        // SQLite had all pages that were written in memory.
+        if (wrote) malloc_trim(0);
+#endif
       }
     }
   } catch (const std::exception& e) {

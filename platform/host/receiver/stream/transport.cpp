@@ -7,10 +7,19 @@ namespace atschost {
 namespace {
 
 constexpr uint8_t kSyncByte = 0x47;
+constexpr size_t kMaxPart = 16 * kPacketSize;
 
 }  // namespace
 
 void PacketSync::push(const uint8_t* bytes, size_t size, const Sink& sink) {
+  // In parts, so that the buffer stays small.
+  for (size_t part; size > 0; bytes += part, size -= part) {
+    part = std::min(size, kMaxPart);
+    pushPart(bytes, part, sink);
+  }
+}
+
+void PacketSync::pushPart(const uint8_t* bytes, size_t size, const Sink& sink) {
   buffer_.insert(buffer_.end(), bytes, bytes + size);
   size_t at = 0;
   while (buffer_.size() - at > kPacketSize) {

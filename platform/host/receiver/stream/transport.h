@@ -38,6 +38,8 @@ class PacketSync {
   uint64_t losses() const { return losses_; }
 
  private:
+  void pushPart(const uint8_t* bytes, size_t size, const Sink& sink);
+
   std::vector<uint8_t> buffer_;
   bool synced_ = false;
   bool skipped_ = false;  // since the last packet

@@ -7,6 +7,7 @@
 
 #include "middleware_types.h"
 #include "process/log.h"
+#include "process/memory.h"
 #include "receiver/air/frequency_plan.h"
 
 namespace atschost {
@@ -81,11 +82,13 @@ void GuideTuner::round() {
     const MutexLock lock(mutex_);
     asked.swap(asked_);
   }
+  bool read = false;
   for (const Carrier& carrier : listed()) {
     if (thread_.isEnding()) return;
     const auto [source, frequency] = carrier;
     const bool isAsked = asked.count(carrier) != 0;
     if (hooks_.isReceived(source, frequency) || !(isDue(carrier) || isAsked)) continue;
+    read = true;
     try {
       CarrierResult found =
           readCarrier(air_, clock_, source, frequency, thread_.isEnding(), isAsked);
@@ -98,6 +101,7 @@ void GuideTuner::round() {
     }
   }
   hooks_.roundEnded();
+  if (read) giveBackMemory();
 }
 
 // Returns whether the carrier's file differs from the file that was read. A file that is being

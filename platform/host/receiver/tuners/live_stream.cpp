@@ -4,6 +4,7 @@
 #include <string>
 
 #include "process/log.h"
+#include "process/memory.h"
 #include "receiver/tables/table_ids.h"
 #include "receiver/tuners/carrier.h"
 
@@ -125,6 +126,7 @@ void LiveStream::endHead() {
   log().Info("%s: VCT %s, PAT %s, %zu EITs; %.0f packets a second", reader_.id().path.c_str(),
              tables.vct ? "found" : "none", tables.pat ? "found" : "none",
              psip_.guide().eits.size(), reader_.pace().packetsPerSecond());
+  giveBackMemory();
 }
 
 void LiveStream::update() {

@@ -6,6 +6,7 @@
 
 #include "middleware_types.h"
 #include "process/log.h"
+#include "process/memory.h"
 #include "process/thread.h"
 #include "receiver/air/air.h"
 #include "receiver/tuners/carrier.h"
@@ -109,6 +110,7 @@ void Scanner::run(Job& job) {
   } catch (...) {
     log().Error("scan ended: its callback has thrown");
   }
+  giveBackMemory();
   const MutexLock lock(mutex_);
   if (running_.get() == &job) running_.reset();
 }
@@ -128,8 +130,7 @@ bool Scanner::visit(Job& job, const RfChannel& channel) {
   Outcome outcome;
   try {
     carrier = readCarrier(air_, clock_, job.source, channel.frequency, job.stopped);
-    if (carrier.known && carrier.locked)
-      hooks_.take(job.source, channel.frequency, carrier, outcome);
+    if (carrier.known) hooks_.take(job.source, channel.frequency, carrier, outcome);
   } catch (const std::exception& e) {
     log().Error("%s %u Hz: %s", modulationName(job.source), channel.frequency, e.what());
     carrier = {};

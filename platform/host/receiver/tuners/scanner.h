@@ -36,7 +36,8 @@ class Scanner {
     // Called for each frequency before it is read, on the scan thread and under the scanner's lock:
     // no frequency is tuned after stop().
     std::function<void(uint32_t source, uint32_t frequency)> tune;
-    // Receives the other data of a carrier, besides the services, on the scan thread.
+    // Receives the other data of a carrier, besides the services, on the scan thread; also that a
+    // frequency has no carrier.
     std::function<void(uint32_t source, uint32_t frequency, CarrierResult& found, Outcome& outcome)>
         take;
     // Called after the end was reported and before another scan reports, or by stop() under the
