@@ -135,8 +135,12 @@ TEST_F(EventTableTest, OnlyRowsThatDifferAreWritten) {
     EXPECT_EQ(0, stat(guide_.c_str(), &status));
     return std::pair(status.st_ino, status.st_ctim.tv_sec * 1000000000ll + status.st_ctim.tv_nsec);
   };
-  const std::vector<std::string> guides[] = {{"a", "b", "c"},      {"a", "x", "c"}, {"a"}, {},
-                                             {"b", "a", "c", "d"}, {"a", "b", "c"}};
+  const std::vector<std::string> many(3000, "a"), others(3000, "b");
+  std::vector<std::string> mixed = many;
+  std::copy_n(others.begin(), 300, mixed.begin() + 1000);
+  const std::vector<std::string> guides[] = {
+      {"a", "b", "c"}, {"a", "x", "c"}, {"a"},      {},     {"b", "a", "c", "d"}, many,
+      mixed,           others,          {"b", "y"}, others, {"a", "b", "c"}};
   const auto write = [&](const std::vector<std::string>& names) {
     std::vector<fake::Event> events;
     for (const std::string& name : names) events.push_back(programme(name));

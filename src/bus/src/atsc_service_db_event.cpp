@@ -28,6 +28,9 @@ ATSC_LOGGER("atsc/service/db")
 
 namespace {
 
+// Where so many rows in succession differ, the rest of the table is taken to differ too.
+constexpr size_t kLongRun = 1024;
+
 // Columns of an event's row, in the order of the insertion.
 constexpr const char* kColumns[] = {
     "ch_id_pk",     "event_index", "event_id",    "name",  "start_time", "duration", "rating",
@@ -158,18 +161,22 @@ struct Written {
 std::mutex gWrittenMutex;
 atsc::Immortal<Written> gWritten;  // guarded by gWrittenMutex
 
-// Returns a number that differs for different texts: a multiplication for every eight bytes.
+// Returns a number that differs for different texts. Two sums run beside each other, because each
+// step waits for the product of the last one.
 uint64_t digestOf(const std::string& text) {
-  constexpr uint64_t kFactor = 0x9E3779B97F4A7C15;  // odd, its bits are evenly spread
-  uint64_t digest = text.size();
-  uint64_t part = 0;
-  for (size_t at = 0; at < text.size(); at += sizeof part) {
-    part = 0;
-    memcpy(&part, text.data() + at, std::min(sizeof part, text.size() - at));
-    digest = (digest ^ part) * kFactor;
-    digest ^= digest >> 32;
-  }
-  return digest;
+  uint64_t sums[2] = {text.size(), 0};
+  const auto add = [&sums](const char* bytes, size_t count) {
+    uint64_t parts[2] = {};
+    memcpy(parts, bytes, count);
+    for (int i = 0; i < 2; ++i) {
+      sums[i] = (sums[i] ^ parts[i]) * 0x9E3779B97F4A7C15;  // odd, its bits are evenly spread
+      sums[i] ^= sums[i] >> 32;
+    }
+  };
+  size_t at = 0;
+  for (; at + sizeof sums <= text.size(); at += sizeof sums) add(text.data() + at, sizeof sums);
+  add(text.data() + at, text.size() - at);
+  return sums[0] * 31 ^ sums[1];
 }
 
 // Rewrites the guide of an input. Of a table whose rows are known, writes only those that differ:
@@ -296,10 +303,11 @@ class GuideRewrite {
   }
 
   // Deletes rows from `first` on: twice as many where rows differ that follow those of the last
-  // time. To delete and write row by row costs twice the time of a table that was emptied.
+  // time, and all after a long run. To delete and write row by row costs twice the time of a table
+  // that was emptied.
   void clearFrom(size_t first, SQLite::Statement& clear) {
     clearing_ = first == cleared_ + 1 ? 2 * clearing_ : 1;
-    cleared_ = first + clearing_ - 1;
+    cleared_ = clearing_ > kLongRun ? written_.size() : first + clearing_ - 1;
     clear.bind(1, static_cast<int64_t>(first));
     clear.bind(2, static_cast<int64_t>(cleared_));
     clear.exec();

@@ -50,6 +50,18 @@ uint32_t asciiUnits(const uint8_t* bytes, uint32_t length) {
   return i / 2;
 }
 
+// Copies the low bytes of so many units, a multiple of four.
+void copyAsciiUnits(const uint8_t* bytes, uint32_t count, uint8_t* out) {
+  for (uint32_t i = 0; i < count; i += 4) {
+    uint64_t units;
+    memcpy(&units, bytes + 2 * i, sizeof units);
+    units = units >> 8 & 0x00FF00FF00FF00FF;
+    units = (units | units >> 8) & 0x0000FFFF0000FFFF;
+    const auto text = static_cast<uint32_t>(units | units >> 16);
+    memcpy(out + i, &text, sizeof text);
+  }
+}
+
 }  // namespace
 
 namespace atsc {
@@ -141,7 +153,7 @@ int Utili_ConvertUTF16BEToUTF8(const void* bytes, uint32_t length, void* out, ui
     auto* const encoded = static_cast<uint8_t*>(out);
     // Reads no more units than fit: `length` may be more than the text has.
     const uint32_t ascii = asciiUnits(units, *capacity < length / 2 ? 2 * *capacity : length);
-    for (uint32_t i = 0; i < ascii; ++i) encoded[i] = units[2 * i + 1];
+    copyAsciiUnits(units, ascii, encoded);
     uint32_t written = ascii;
     for (uint32_t i = 2 * ascii; i < length && written < *capacity; i += 2) {
       const uint16_t unit = unitAt(units, i);
