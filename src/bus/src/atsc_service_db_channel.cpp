@@ -67,9 +67,9 @@ class ChannelRewrite {
                        const std::string& except);
   bool keyIsUnique(SQLite::Database& database);
   bool sameRowCount(SQLite::Database& database);
+  bool hasTrigger(SQLite::Database& database) const;
 
   int64_t queryNumber(SQLite::Database& database, const std::string& query);
-  void exec(SQLite::Database& database, const std::string& command);
   void announce();
   void printError(const std::exception& e, int line) const;
 
@@ -81,6 +81,8 @@ class ChannelRewrite {
   const std::string updatePattern_ = "UPDATE " + table_ + " SET " + atsc::updatePattern();
   std::string command_;  // the command that is being run
   sqlString text_;       // of the next command
+  // Whether rows that do not differ are only stamped, and have not been stamped yet.
+  bool stamping_ = false;
   std::vector<atsc::ListedService> listed_;
   atsc::CommittedRows committed_;
 };
@@ -92,7 +94,7 @@ int ATSC_Service_db_UpdateChannel(int input_type) {
   int result = 1;
   try {
     uint32_t now = 0;
-    ATSC_CALL(AIST_get_cur_time_secs, &now);
+    const int status = ATSC_CALL(AIST_get_cur_time_secs, &now);
     const auto input = static_cast<uint32_t>(input_type);
     uint32_t count = 0;
     atsc::FetchedServices list;
@@ -101,7 +103,7 @@ int ATSC_Service_db_UpdateChannel(int input_type) {
       ATSC_LOG(Info, "channel count(%d)", static_cast<int>(count));
       if (atsc::fetchServices(input, count, list, ATSC_HERE())) {
         std::lock_guard<std::mutex> lock(sql_db_update_lock);
-        gCurTime = now;
+        if (status == 0 || now != 0) gCurTime = now;
         for (size_t i = 0; i < list.records.size(); ++i) {
           ATSC_LOG(Info, "Service[%d]", static_cast<int>(i));
           Utili_printSrvInfo(&list.records[i]);
@@ -169,14 +171,15 @@ int ChannelRewrite::rewrite() {
   if (database == nullptr) database = open();
   begin(*database, transaction);
   buildTexts();
-  lookUpRows(*database, snapshot.has_value());
+  stamping_ = snapshot && !hasTrigger(*database);
+  lookUpRows(*database, stamping_);
   const bool differ = services_.empty() || committed_.differ();
   if (snapshot && differ && !takeSnapshot(*snapshot)) {
     snapshot.reset();
     begin(*database, transaction);
+    stamping_ = false;
     lookUpRows(*database, false);  // again: others may have written between two transactions
   }
-  stampRows(*database);
   writeRows(*database);
   deleteOtherRows(*database);
   const int result = !snapshot || (differ && compare(*database)) ? 1 : 0;
@@ -261,11 +264,22 @@ void ChannelRewrite::lookUpRows(SQLite::Database& database, bool compared) {
   if (!services_.empty()) committed_.read(database, table_, listed_, compared);
 }
 
-// Stamps all rows, also those that are written or deleted next.
+// Returns whether the table has triggers of the product, which must see each update.
+bool ChannelRewrite::hasTrigger(SQLite::Database& database) const {
+  return database
+             .execAndGet(
+                 "SELECT EXISTS (SELECT * FROM sqlite_master WHERE type = 'trigger' AND "
+                 "tbl_name = '" +
+                 table_ + "')")
+             .getInt() != 0;
+}
+
+// Stamps all rows, also those that are written or deleted next. The command that is being run is
+// the first update.
 void ChannelRewrite::stampRows(SQLite::Database& database) {
   const std::string now = std::to_string(gCurTime);
-  exec(database,
-       "UPDATE " + table_ + " SET update_time=" + now + " WHERE update_time IS NOT " + now);
+  database.exec("UPDATE " + table_ + " SET update_time=" + now + " WHERE update_time IS NOT " +
+                now);
 }
 
 void ChannelRewrite::writeRows(SQLite::Database& database) {
@@ -280,11 +294,13 @@ void ChannelRewrite::writeRows(SQLite::Database& database) {
   }
 }
 
-void execute(SQLite::Statement& statement, const atsc::ChannelRow& row,
-             const atsc::ColumnOrder& order) {
+// Returns the number of changed rows.
+int execute(SQLite::Statement& statement, const atsc::ChannelRow& row,
+            const atsc::ColumnOrder& order) {
   for (size_t i = 0; i < order.size(); ++i) atsc::bindValue(statement, i + 1, row[order[i]]);
-  statement.exec();
+  const int changed = statement.exec();
   statement.reset();
+  return changed;
 }
 
 void _ATSC_Service_db_getChannelInsert_Command(sqlString& text, std::string_view pattern,
@@ -301,7 +317,7 @@ void ChannelRewrite::insertRow(SQLite::Database& database, const atsc::ListedSer
   _ATSC_Service_db_getChannelInsert_Command(text_, insertPattern_, row);
   announce();
   if (!statement) statement.emplace(database, insertPattern_);
-  execute(*statement, row, atsc::kInsertOrder);
+  if (execute(*statement, row, atsc::kInsertOrder) == 0) return;  // a trigger may ignore it
   service.sameNumber->rows.push_back(database.getLastInsertRowid());
 }
 
@@ -324,6 +340,7 @@ void ChannelRewrite::updateRows(SQLite::Database& database, const atsc::ListedSe
   text_ << " WHERE major_no=" << info.major << " AND minor_no=" << info.minor
         << " AND freq=" << info.frequency;
   announce();
+  if (std::exchange(stamping_, false)) stampRows(database);
   if (same.lastUpdate != &service) return;
   for (const int64_t key : same.rows) {
     if (!statement) statement.emplace(database, updatePattern_ + " WHERE rowid=?");
@@ -335,10 +352,10 @@ void ChannelRewrite::updateRows(SQLite::Database& database, const atsc::ListedSe
 // Deletes the rows that are no service's.
 void ChannelRewrite::deleteOtherRows(SQLite::Database& database) {
   const std::string command = "DELETE FROM " + table_;
-  if (services_.empty()) exec(database, command);
+  command_ = command + " WHERE update_time!=" + std::to_string(gCurTime);
+  if (services_.empty()) database.exec(command_ + " OR 1");  // also rows with the time of this run
   if (!committed_.strays().empty()) {
-    command_ = command + " WHERE rowid=?";
-    SQLite::Statement statement(database, command_);
+    SQLite::Statement statement(database, command + " WHERE rowid=?");
     for (const int64_t key : committed_.strays()) {
       statement.bind(1, key);
       statement.exec();
@@ -388,11 +405,6 @@ bool ChannelRewrite::sameRowCount(SQLite::Database& database) {
 int64_t ChannelRewrite::queryNumber(SQLite::Database& database, const std::string& query) {
   command_ = query;
   return database.execAndGet(query).getInt64();
-}
-
-void ChannelRewrite::exec(SQLite::Database& database, const std::string& command) {
-  command_ = command;
-  database.exec(command_);
 }
 
 void ChannelRewrite::announce() {

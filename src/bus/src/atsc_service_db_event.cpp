@@ -82,10 +82,11 @@ class Event {
 
   void description(std::string& text, const atsc::LogPlace& place) {
     multiple_lang_t lent{description_.data(), AIEC_DESCRIPTION_SIZE, 0};
-    ATSC_CALL_AT(place, AIEC_get_event_description, &info_.key, &lent);
+    const int status = ATSC_CALL_AT(place, AIEC_get_event_description, &info_.key, &lent);
     atsc::textToUTF8(lent, AIEC_DESCRIPTION_SIZE, text);
     // Empty for the next one; most are much shorter than the buffer.
-    std::fill_n(description_.begin(), std::min<size_t>(lent.length, AIEC_DESCRIPTION_SIZE), 0);
+    const size_t used = status == 0 ? lent.length : description_.size();
+    std::fill_n(description_.begin(), std::min(used, description_.size()), 0);
   }
 
  private:
@@ -211,7 +212,9 @@ class GuideRewrite {
       const std::string clear = command_.str();
       database.exec(clear + " WHERE 0");  // keeps other writers away
       const std::optional<FileState> before = fileState(database, path);
-      if (!before || !known_.file || !(*before == *known_.file)) known_ = {};
+      if (!before || !known_.file || !(*before == *known_.file) || hasProductParts(database)) {
+        known_ = {};
+      }
       if (written_.empty() &&
           database.execAndGet("SELECT EXISTS (SELECT * FROM " + table_ + ")").getInt() != 0) {
         database.exec(clear);
@@ -242,6 +245,16 @@ class GuideRewrite {
   static Written exchangeWritten(Written written) {
     const std::lock_guard<std::mutex> lock(gWrittenMutex);
     return std::exchange(*gWritten, std::move(written));
+  }
+
+  // Returns whether the table has triggers or indexes of the product, which see every row written.
+  bool hasProductParts(SQLite::Database& database) const {
+    return database
+               .execAndGet(
+                   "SELECT EXISTS (SELECT * FROM sqlite_master WHERE type <> 'table' AND "
+                   "tbl_name = '" +
+                   table_ + "')")
+               .getInt() != 0;
   }
 
   struct Statements {
@@ -296,7 +309,11 @@ class GuideRewrite {
     }
     wrote_ = true;
     SQLite::Statement& write = statements.write;
-    write.bind(1, static_cast<int64_t>(at));
+    if (written_.empty()) {
+      write.bind(1);  // the next id
+    } else {
+      write.bind(1, static_cast<int64_t>(at));
+    }
     for (size_t i = 0; i < row_.size(); ++i) atsc::bindValue(write, i + 2, atsc::view(row_[i]));
     write.exec();
     write.reset();
