@@ -29,7 +29,7 @@ using std::chrono::steady_clock;
 // The size of kZap on the wire: frame header, tag, size and NUL of the text.
 constexpr const char* kZap = R"({"class":"FW","command":"CHANNELCHANGE","major":5,"minor":1})";
 constexpr size_t kFrameBytes = 16 + 5 + 1;
-constexpr std::chrono::seconds kSettle{2}, kWatch{10};
+constexpr std::chrono::seconds kSettle{5}, kWatch{10};
 // A channel change is followed by a pause of 100 ms.
 constexpr std::chrono::milliseconds kIdleAfterZap{150};
 

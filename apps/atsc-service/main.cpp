@@ -159,6 +159,49 @@ void run(const Options& options) {
   waitForStop();
 }
 
+// Reads the command line. Returns the exit status if the program ends with that. The parser is gone
+// while the service runs.
+std::optional<int> parse(int argc, char** argv, Options& options) {
+  CLI::App app(
+      "The ATSC service process: receives the broadcast of an air folder, keeps the channel and\n"
+      "event databases and answers TV applications such as atsc-tv. Ends with SIGTERM or SIGINT.",
+      "atsc-service");
+  app.set_version_flag("--version", "atsc-service " ATSC_VERSION);
+  app.add_option("--air", options.air,
+                 "Folder with the broadcast: vsb/FREQUENCY.ts and qam/FREQUENCY.ts, frequencies "
+                 "in Hz; default: $ATSC_AIR")
+      ->envname("ATSC_AIR")
+      ->check(CLI::ExistingDirectory)
+      ->option_text("DIR");
+  app.add_option("--db", options.db,
+                 std::string(apps::kDatabaseFolderHelp) +
+                     "; keeps the receiver's service list too, unless ATSC_HOST_STATE names "
+                     "another folder for it")
+      ->option_text("DIR");
+  // The maximum is long enough for any tuner, and shorter than the time for which TV applications
+  // wait for progress.
+  app.add_option("--dwell", options.dwell,
+                 "Milliseconds that a scan stays on a frequency, at most 5000 (default: 20)")
+      ->check(CLI::Range(0u, 5000u))
+      ->option_text("MS");
+  app.add_option("--clock", options.clock,
+                 std::string("Start the receiver's clock at this time instead of setting it by "
+                             "the broadcast: ") +
+                     apps::kUtcTimeForm)
+      ->check(apps::utcTimeFault)
+      ->option_text("TIME");
+  app.add_flag("--fast", options.fast,
+               "Read a playing stream as fast as it can be read, not at its own pace");
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    if (error.get_exit_code() == 0) return app.exit(error);  // --help, --version
+    std::cerr << "atsc-service: " << error.what() << "; see atsc-service --help\n";
+    return kUsage;
+  }
+  return std::nullopt;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -172,44 +215,8 @@ int main(int argc, char** argv) {
 #endif
     // The library's output is read while the service runs.
     setvbuf(stdout, nullptr, _IOLBF, 0);
-    CLI::App app(
-        "The ATSC service process: receives the broadcast of an air folder, keeps the channel and\n"
-        "event databases and answers TV applications such as atsc-tv. Ends with SIGTERM or SIGINT.",
-        "atsc-service");
-    app.set_version_flag("--version", "atsc-service " ATSC_VERSION);
     Options options;
-    app.add_option("--air", options.air,
-                   "Folder with the broadcast: vsb/FREQUENCY.ts and qam/FREQUENCY.ts, frequencies "
-                   "in Hz; default: $ATSC_AIR")
-        ->envname("ATSC_AIR")
-        ->check(CLI::ExistingDirectory)
-        ->option_text("DIR");
-    app.add_option("--db", options.db,
-                   std::string(apps::kDatabaseFolderHelp) +
-                       "; keeps the receiver's service list too, unless ATSC_HOST_STATE names "
-                       "another folder for it")
-        ->option_text("DIR");
-    // The maximum is long enough for any tuner, and shorter than the time for which TV applications
-    // wait for progress.
-    app.add_option("--dwell", options.dwell,
-                   "Milliseconds that a scan stays on a frequency, at most 5000 (default: 20)")
-        ->check(CLI::Range(0u, 5000u))
-        ->option_text("MS");
-    app.add_option("--clock", options.clock,
-                   std::string("Start the receiver's clock at this time instead of setting it by "
-                               "the broadcast: ") +
-                       apps::kUtcTimeForm)
-        ->check(apps::utcTimeFault)
-        ->option_text("TIME");
-    app.add_flag("--fast", options.fast,
-                 "Read a playing stream as fast as it can be read, not at its own pace");
-    try {
-      app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-      if (error.get_exit_code() == 0) return app.exit(error);  // --help, --version
-      std::cerr << "atsc-service: " << error.what() << "; see atsc-service --help\n";
-      return kUsage;
-    }
+    if (const std::optional<int> status = parse(argc, argv, options)) return *status;
     run(options);
     return 0;
   } catch (const std::exception& error) {
