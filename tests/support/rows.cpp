@@ -36,5 +36,6 @@ std::string integrityOf(const std::filesystem::path& database) {
 }
 
 void execute(const std::filesystem::path& database, const std::string& sql) {
-  SQLite::Database(database.string(), SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE).exec(sql);
+  const int modes = SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE;
+  SQLite::Database(database.string(), modes, kBusyTimeoutMs).exec(sql);
 }
