@@ -134,6 +134,21 @@ TEST_F(ChannelTableTest, ServicesWithOneKeyAreWrittenOnce) {
   fake::setTime(1);
   synchronise(services);
   EXPECT_THAT(rows("SELECT count(*) FROM hits"), ElementsAre("50"));  // linear, not quadratic
+  // A row that is deleted has not been written before; one that a trigger ignores has no id.
+  execute(
+      "CREATE TRIGGER gone AFTER DELETE ON channel_data_t BEGIN INSERT INTO hits VALUES "
+      "(old.update_time); END; CREATE TRIGGER none BEFORE INSERT ON channel_data_t WHEN new.name = "
+      "'D' BEGIN SELECT RAISE(IGNORE); END");
+  const fake::Service a = fake::service(8, 1, 1, "A"), b = fake::service(8, 2, 1, "B");
+  fake::setTime(2);
+  synchronise({a, b});
+  execute("DELETE FROM hits");
+  fake::Service d = fake::service(8, 1, 1, "D");
+  d.info.source_id = 77;
+  fake::setTime(3);
+  synchronise({fake::service(9, 1, 1, "E"), d, a});
+  EXPECT_THAT(rows("SELECT n FROM hits"), ElementsAre("1", "2"));
+  EXPECT_THAT(rows("SELECT name FROM channel_data_t"), ElementsAre("A", "E"));
 }
 
 TEST_F(ChannelTableTest, FindsTheFirstRowOfAKey) {

@@ -192,6 +192,21 @@ TEST_F(EventTableTest, OnlyRowsThatDifferAreWritten) {
     write({"a", "b", "z"});
     EXPECT_THAT(rows(), ElementsAre("1|a", "2|b", "3|z"));
   }
+  // A product's index, trigger or numbering of its own: all rows are written, one after the other.
+  for (const char* part :
+       {"PRAGMA journal_mode = DELETE; CREATE UNIQUE INDEX own ON event_t(name)",
+        "DROP INDEX own; CREATE TABLE log(name); CREATE TRIGGER own AFTER INSERT "
+        "ON event_t BEGIN INSERT INTO log VALUES (NEW.name); END",
+        "DROP TABLE event_t; CREATE TABLE event_t(own INTEGER PRIMARY KEY AUTOINCREMENT, name "
+        "TEXT); INSERT INTO event_t(name) VALUES ('q')"}) {
+    SCOPED_TRACE(part);
+    ::execute(guide_, part);
+    for (const auto& names : {"a b c", "a b x", "b x d"}) {
+      write({{names[0]}, {names[2]}, {names[4]}});
+      EXPECT_EQ(names, valueOf(guide_, "SELECT group_concat(name, ' ') FROM event_t NOT INDEXED"));
+    }
+  }
+  EXPECT_EQ("9", valueOf(guide_, "SELECT count(*) FROM log"));
 }
 
 // The guide is larger than SQLite's cache, and the reader does not wait.

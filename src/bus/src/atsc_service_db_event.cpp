@@ -195,7 +195,8 @@ class GuideRewrite {
       values += ",?";
     }
     insert_ = "INSERT INTO " + table_ + " ( " + columns + ")VALUES (";
-    write_ = "INSERT INTO " + table_ + " (rowid," + columns + ") VALUES (?" + values + ")";
+    append_ = insert_ + values.substr(1) + ")";
+    replace_ = "INSERT INTO " + table_ + " (" + columns + ",_rowid_) VALUES (?" + values + ")";
   }
 
   ~GuideRewrite() { exchangeWritten(std::move(known_)); }
@@ -220,10 +221,13 @@ class GuideRewrite {
         database.exec(clear);
         wrote_ = true;
       }
-      Statements statements{{database, clear + " WHERE rowid BETWEEN ? AND ?"}, {database, write_}};
+      const bool isKnown = !written_.empty();
+      SQLite::Statement write(database, isKnown ? replace_ : append_);
+      Statements statements{database, write, {}};
+      if (isKnown) statements.clear.emplace(database, clear + " WHERE _rowid_ BETWEEN ? AND ?");
       for (const AISRV_service_info& service : services) writeEvents(service, statements);
       if (rows_.size() < written_.size()) {
-        database.exec(clear + " WHERE rowid > " + std::to_string(rows_.size()));
+        database.exec(clear + " WHERE _rowid_ > " + std::to_string(rows_.size()));
         wrote_ = true;
       }
       transaction.commit();
@@ -231,8 +235,9 @@ class GuideRewrite {
       written_ = std::move(rows_);
       if (!wrote_) return false;
       known_.file = fileState(database, path);
-      // Somebody else was quicker than this look at the file.
-      if (known_.file && (!before || known_.file->transactions != before->transactions + 1))
+      // Not if the rows have other ids, or somebody else was quicker than this look at the file.
+      if (!numbered_ ||
+          (known_.file && (!before || known_.file->transactions != before->transactions + 1)))
         known_.file.reset();
     } catch (const SQLite::Exception& e) {
       atsc::logNotWritten(place_, path, e);
@@ -258,8 +263,9 @@ class GuideRewrite {
   }
 
   struct Statements {
-    SQLite::Statement clear;  // the rows from one id to another
-    SQLite::Statement write;  // a row by its id
+    SQLite::Database& database;
+    SQLite::Statement& write;                // a row; by its id if the rows are known
+    std::optional<SQLite::Statement> clear;  // known rows from one id to another
   };
 
   void writeEvents(const AISRV_service_info& service, Statements& statements) {
@@ -305,18 +311,15 @@ class GuideRewrite {
     const size_t at = rows_.size();
     if (at <= written_.size() && at > cleared_) {
       if (rows_[at - 1] == written_[at - 1]) return;
-      clearFrom(at, statements.clear);
+      clearFrom(at, *statements.clear);
     }
     wrote_ = true;
     SQLite::Statement& write = statements.write;
-    if (written_.empty()) {
-      write.bind(1);  // the next id
-    } else {
-      write.bind(1, static_cast<int64_t>(at));
-    }
-    for (size_t i = 0; i < row_.size(); ++i) atsc::bindValue(write, i + 2, atsc::view(row_[i]));
+    for (size_t i = 0; i < row_.size(); ++i) atsc::bindValue(write, i + 1, atsc::view(row_[i]));
+    if (statements.clear) write.bind(static_cast<int>(row_.size()) + 1, static_cast<int64_t>(at));
     write.exec();
     write.reset();
+    numbered_ = numbered_ && statements.database.getLastInsertRowid() == static_cast<int64_t>(at);
   }
 
   // Deletes rows from `first` on: twice as many where rows differ that follow those of the last
@@ -350,9 +353,9 @@ class GuideRewrite {
 
   const std::string table_;
   const atsc::LogPlace place_;
-  std::string insert_;  // the command up to its values
-  std::string write_;   // the prepared statement: a row by its id
-  sqlString command_;   // the command that is being run
+  std::string insert_;            // the command up to its values
+  std::string append_, replace_;  // the prepared statements: a row at the end, a row by its id
+  sqlString command_;             // the command that is being run
   Event event_;
   EventRow row_;
   Written known_;
@@ -361,6 +364,7 @@ class GuideRewrite {
   size_t cleared_ = 0;              // id of the last row that was deleted to be written
   size_t clearing_ = 1;             // number of the rows that were deleted with it
   bool wrote_ = false;
+  bool numbered_ = true;  // the written rows have the ids 1, 2, 3 ...
 };
 
 }  // namespace
