@@ -12,7 +12,7 @@
 #include "terminal/failure.h"
 #include "terminal/text.h"
 
-namespace tv {
+namespace apps::tv {
 namespace {
 
 constexpr AddCommand* kCommands[] = {
@@ -97,20 +97,20 @@ int run(int argc, char** argv) {
 
 }  // namespace
 
-}  // namespace tv
+}  // namespace apps::tv
 
 int main(int argc, char** argv) {
-  int status = tv::kFailure;
+  int status = apps::tv::kFailure;
   std::string message;
   try {
-    return tv::run(argc, argv);
-  } catch (const tv::Failure& failure) {
+    return apps::tv::run(argc, argv);
+  } catch (const apps::tv::Failure& failure) {
     status = failure.status();
     message = failure.what();
   } catch (const std::exception& error) {
     message = error.what();
   }
   std::cout.flush();
-  std::cerr << "atsc-tv: " << tv::printable(message) << '\n';
+  std::cerr << "atsc-tv: " << apps::tv::printable(message) << '\n';
   return status;
 }

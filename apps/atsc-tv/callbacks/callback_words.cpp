@@ -5,14 +5,14 @@
 #include <functional>
 #include <set>
 #include <sstream>
+#include <stdexcept>
 #include <utility>
 #include <vector>
 
 #include "channels/channel_list.h"
-#include "terminal/failure.h"
 #include "terminal/local_time.h"
 
-namespace tv {
+namespace apps::tv {
 namespace {
 
 using Words = std::string (*)(const Json::Value& message);
@@ -143,7 +143,7 @@ std::string CallbackWords::guideUpdate(const Json::Value& message) {
                               : before->second == after->second;
         if (!same) names.push_back(channelNumber(row) + ' ' + row["name"].asString());
       }
-    } catch (const Failure&) {
+    } catch (const std::runtime_error&) {
       // The channel list is being rewritten; the source ids must suffice.
     }
   }
@@ -179,4 +179,4 @@ CallbackWords::Fingerprints CallbackWords::readFingerprints() const {
   return fingerprints;
 }
 
-}  // namespace tv
+}  // namespace apps::tv

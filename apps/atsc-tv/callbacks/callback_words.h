@@ -9,7 +9,7 @@
 #include <optional>
 #include <string>
 
-namespace tv {
+namespace apps::tv {
 
 class CallbackWords {
  public:
@@ -32,6 +32,6 @@ class CallbackWords {
   Fingerprints fingerprints_;
 };
 
-}  // namespace tv
+}  // namespace apps::tv
 
 #endif  // ATSC_TV_CALLBACKS_CALLBACK_WORDS_H_

@@ -1,7 +1,5 @@
 #include "callbacks/callbacks.h"
 
-#include <atsc/atsc_service.h>
-#include <atsc_host.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/syscall.h>
@@ -13,12 +11,11 @@
 #include <exception>
 #include <optional>
 
+#include "common/service.h"
 #include "terminal/failure.h"
 
-namespace tv {
+namespace apps::tv {
 namespace {
-
-constexpr const char* kTVName = "atsc.qel.tv.srv";
 
 // More messages than any scan sends; reached only if standard output is blocked for long.
 constexpr size_t kMaxWaiting = 10000;
@@ -40,17 +37,10 @@ Callbacks& Callbacks::start() {
   sigaction(SIGINT, &action, nullptr);
   sigaction(SIGTERM, &action, nullptr);
 
-  const auto refuse = [](int owner) {
-    throw Failure(kOtherTV,
-                  "another TV application is registered" +
-                      (owner > 0 ? ", process " + std::to_string(owner)
-                                 : std::string(", or /tmp/.BUS.") + kTVName + " is in the way"));
-  };
-  const int owner = ATSC_host_find(kTVName);
-  if (owner != 0) refuse(owner);
-  // Two processes that start at the same time both get here; only one of them holds the name.
-  if (ATSC_RegisterTVServerBackend(instance_) != 0 || ATSC_host_find(kTVName) != getpid()) {
-    refuse(ATSC_host_find(kTVName));
+  if (const int owner = registerTv(instance_); owner != 0) {
+    throw Failure(kOtherTV, "another TV application is registered" +
+                                (owner > 0 ? ", process " + std::to_string(owner)
+                                           : std::string(", or ") + kTvFile + " is in the way"));
   }
   return *instance_;
 }
@@ -104,4 +94,4 @@ void Callbacks::interrupt(int) {
 
 void Callbacks::wake() { eventfd_write(arrivals_, 1); }
 
-}  // namespace tv
+}  // namespace apps::tv

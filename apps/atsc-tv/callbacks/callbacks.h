@@ -11,7 +11,7 @@
 #include <mutex>
 #include <string>
 
-namespace tv {
+namespace apps::tv {
 
 // The TV application's backend. The BUS server thread only queues messages, so that the service
 // never waits for a terminal; the main thread reads the queue.
@@ -47,6 +47,6 @@ class Callbacks final : public ATSCBUS::ATSCTVServerBackend {
   const int arrivals_;  // eventfd: a signal handler may write to it
 };
 
-}  // namespace tv
+}  // namespace apps::tv
 
 #endif  // ATSC_TV_CALLBACKS_CALLBACKS_H_

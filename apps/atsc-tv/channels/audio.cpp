@@ -1,67 +1,8 @@
 #include "channels/audio.h"
 
-#include <algorithm>
-
 #include "terminal/text.h"
 
-namespace tv {
-namespace {
-
-// Values of stream_type in ISO/IEC 13818-1, and private values of A/53 and SCTE 57.
-struct Coding {
-  const char* streamType;
-  const char* name;
-};
-constexpr Coding kCodings[] = {
-    {"1", "MPEG-1"},  {"2", "MPEG-2"}, {"3", "MPEG-1"},          {"4", "MPEG-2"},
-    {"15", "AAC"},    {"17", "LATM"},  {"27", "H.264"},          {"36", "HEVC"},
-    {"128", "DC-II"}, {"129", "AC-3"}, {"135", "Enhanced AC-3"},
-};
-
-// ISO 639-2 has two codes for French.
-bool isLanguage(const std::string& code, const std::string& preferred) {
-  return code == preferred || (code == "fra" && preferred == "fre");
-}
-
-// Returns the index of the track that the receiver plays: the track that the user chose, else the
-// first main track in a preferred language, else the first main track.
-size_t playingTrack(const Channel& channel, const std::vector<AudioTrack>& tracks,
-                    const PreferredLanguages& preferred) {
-  if (channel.audioIndex >= 1 && channel.audioIndex <= static_cast<int64_t>(tracks.size())) {
-    return static_cast<size_t>(channel.audioIndex - 1);
-  }
-  for (const char* language : {preferred.first.c_str(), preferred.second.c_str(), ""}) {
-    const auto found = std::find_if(tracks.begin(), tracks.end(), [&](const AudioTrack& track) {
-      return !track.described && (*language == '\0' || isLanguage(track.language, language));
-    });
-    if (found != tracks.end()) return static_cast<size_t>(found - tracks.begin());
-  }
-  return 0;
-}
-
-}  // namespace
-
-std::string AudioTrack::words() const {
-  return (language.empty() ? "" : language + ' ') + coding + (described ? " described" : "");
-}
-
-std::vector<AudioTrack> audioTracks(const std::string& pids) {
-  std::vector<AudioTrack> tracks;
-  for (const std::string& entry : split(pids, ',')) {
-    std::vector<std::string> fields = split(entry, '_');
-    const bool described = fields.size() > 3;
-    fields.resize(3);
-    tracks.push_back({fields[0], fields[1], codingName(fields[2]), described});
-  }
-  return tracks;
-}
-
-std::string codingName(const std::string& streamType) {
-  for (const Coding& coding : kCodings) {
-    if (streamType == coding.streamType) return coding.name;
-  }
-  return "type " + streamType;
-}
+namespace apps::tv {
 
 PreferredLanguages preferredLanguages(const Client& client) {
   const Json::Value reply = client.ask(command("CN", "GETPREAUD"));
@@ -74,7 +15,7 @@ PreferredLanguages preferredLanguages(const Client& client) {
 void printAudio(std::ostream& out, const Channel& channel, const PreferredLanguages& preferred,
                 const std::string& label) {
   const std::vector<AudioTrack> tracks = audioTracks(channel.audioPids);
-  const size_t playing = playingTrack(channel, tracks, preferred);
+  const size_t playing = playingTrack(channel.audioIndex, tracks, preferred);
   const std::string indent(label.size(), ' ');
   out << label;
   for (size_t i = 0; i < tracks.size(); ++i) {
@@ -87,4 +28,4 @@ void printAudio(std::ostream& out, const Channel& channel, const PreferredLangua
   out << '\n';
 }
 
-}  // namespace tv
+}  // namespace apps::tv

@@ -2,37 +2,14 @@
 #ifndef ATSC_TV_CHANNELS_AUDIO_H_
 #define ATSC_TV_CHANNELS_AUDIO_H_
 
-#include <cstddef>
 #include <ostream>
 #include <string>
-#include <vector>
 
 #include "channels/channel.h"
+#include "common/audio_tracks.h"
 #include "service/client.h"
 
-namespace tv {
-
-struct AudioTrack {
-  std::string pid;       // texts as in the channel list, not yet printable()
-  std::string language;  // ISO 639-2 code, empty if absent
-  std::string coding;
-  bool described = false;  // audio description, with or without the main audio
-
-  // Returns the language and the coding as "spa AC-3 described".
-  std::string words() const;
-};
-
-// Parses the column audio_pid. Returns the tracks in broadcast order.
-std::vector<AudioTrack> audioTracks(const std::string& pids);
-
-// Returns the name of a stream_type.
-std::string codingName(const std::string& streamType);
-
-// The language codes that the commands use.
-struct PreferredLanguages {
-  std::string first;
-  std::string second;
-};
+namespace apps::tv {
 
 PreferredLanguages preferredLanguages(const Client& client);
 
@@ -41,6 +18,6 @@ PreferredLanguages preferredLanguages(const Client& client);
 void printAudio(std::ostream& out, const Channel& channel, const PreferredLanguages& preferred,
                 const std::string& label);
 
-}  // namespace tv
+}  // namespace apps::tv
 
 #endif  // ATSC_TV_CHANNELS_AUDIO_H_

@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <limits>
 
-#include "service/json.h"
-#include "service/rows.h"
+#include "common/json.h"
+#include "common/rows.h"
 #include "terminal/text.h"
 
-namespace tv {
+namespace apps::tv {
 namespace {
 
 // Parses one part of a channel number. Returns nothing unless the whole of `text` is a number.
@@ -139,4 +139,4 @@ const char* streamRemark(const Channel& channel) {
   return channel.hasStreams || channel.isData ? "" : " (nothing is received for it)";
 }
 
-}  // namespace tv
+}  // namespace apps::tv

@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "channels/source.h"
+#include "common/source.h"
 
-namespace tv {
+namespace apps::tv {
 
 // Attribute flags in the column srv_flag and in replies of the service.
 enum ChannelFlag : int64_t {
@@ -81,6 +81,6 @@ std::string channelLine(const Channel& channel);
 // empty text.
 const char* streamRemark(const Channel& channel);
 
-}  // namespace tv
+}  // namespace apps::tv
 
 #endif  // ATSC_TV_CHANNELS_CHANNEL_H_

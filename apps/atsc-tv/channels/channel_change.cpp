@@ -7,7 +7,7 @@
 #include "channels/receiver.h"
 #include "terminal/failure.h"
 
-namespace tv {
+namespace apps::tv {
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -67,4 +67,4 @@ void changeAgain(const Client& client, const std::string& database, const Channe
   std::this_thread::sleep_for(kTakenUp);
 }
 
-}  // namespace tv
+}  // namespace apps::tv

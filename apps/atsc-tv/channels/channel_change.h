@@ -10,7 +10,7 @@
 #include "channels/channel.h"
 #include "service/client.h"
 
-namespace tv {
+namespace apps::tv {
 
 // Returns the request to change to a channel by its number. Set `unlocked` after the user gave the
 // password.
@@ -30,6 +30,6 @@ std::optional<Channel> changeChannel(const Client& client, const Json::Value& re
 void changeAgain(const Client& client, const std::string& database, const Channel& current,
                  bool unlocked);
 
-}  // namespace tv
+}  // namespace apps::tv
 
 #endif  // ATSC_TV_CHANNELS_CHANNEL_CHANGE_H_

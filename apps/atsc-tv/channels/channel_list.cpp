@@ -5,13 +5,13 @@
 
 #include "channels/audio.h"
 #include "channels/channel.h"
-#include "service/json.h"
-#include "service/rows.h"
+#include "common/json.h"
+#include "common/rows.h"
 #include "terminal/table.h"
 #include "terminal/terminal.h"
 #include "terminal/text.h"
 
-namespace tv {
+namespace apps::tv {
 namespace {
 
 // Converts "52_eng_129,53_spa_129_AD0FULL_MAIN0," to "52 eng AC-3, 53 spa AC-3 described".
@@ -100,4 +100,4 @@ Failure noChannels(const std::string& database) {
       kFailure, "no channels in " + database + "; atsc-tv scan finds them (" + kSameDatabase + ")");
 }
 
-}  // namespace tv
+}  // namespace apps::tv

@@ -7,14 +7,14 @@
 #include <ostream>
 #include <string>
 
-#include "channels/source.h"
+#include "common/source.h"
 #include "terminal/failure.h"
 
-namespace tv {
+namespace apps::tv {
 
 // Returns the rows of a source in channel order as an array of objects with the table's columns, or
-// null if the file or the table does not exist. Texts are valid UTF-8. Throws Failure if the file
-// cannot be read.
+// null if the file or the table does not exist. Texts are valid UTF-8. Throws
+// std::runtime_error if the file cannot be read.
 Json::Value readChannels(const std::string& database, const Source& source);
 
 // Returns the number in a channel's row as users write it: "7-1", or "512" for a one-part number.
@@ -31,6 +31,6 @@ inline constexpr const char* kSameDatabase = "the service and atsc-tv need the s
 Failure noChannel(const std::string& number, const std::string& source);
 Failure noChannels(const std::string& database);
 
-}  // namespace tv
+}  // namespace apps::tv
 
 #endif  // ATSC_TV_CHANNELS_CHANNEL_LIST_H_

@@ -1,10 +1,10 @@
 #include "channels/receiver.h"
 
 #include "channels/channel_list.h"
-#include "service/json.h"
+#include "common/json.h"
 #include "terminal/text.h"
 
-namespace tv {
+namespace apps::tv {
 
 void startReceiver(const Client& client) {
   if (client.send(command("FW", "INIT")).result != 0) {
@@ -80,4 +80,4 @@ std::vector<Channel> findChannels(const Client& client, const std::string& datab
   return found;
 }
 
-}  // namespace tv
+}  // namespace apps::tv

@@ -10,7 +10,7 @@
 #include "service/client.h"
 #include "terminal/failure.h"
 
-namespace tv {
+namespace apps::tv {
 
 // Makes the service start its receiver; does nothing if the receiver has started already. Throws
 // Failure.
@@ -44,6 +44,6 @@ Failure notListed(const std::string& database, const Channel& current);
 std::vector<Channel> findChannels(const Client& client, const std::string& database,
                                   const std::string& number, const std::string& source);
 
-}  // namespace tv
+}  // namespace apps::tv
 
 #endif  // ATSC_TV_CHANNELS_RECEIVER_H_

@@ -11,7 +11,7 @@
 #include "terminal/failure.h"
 #include "terminal/text.h"
 
-namespace tv {
+namespace apps::tv {
 namespace {
 
 struct AddOptions {
@@ -76,4 +76,4 @@ void addAdd(CLI::App& app, Action& action) {
   });
 }
 
-}  // namespace tv
+}  // namespace apps::tv

@@ -13,7 +13,7 @@
 #include "terminal/failure.h"
 #include "terminal/text.h"
 
-namespace tv {
+namespace apps::tv {
 namespace {
 
 struct AudioOptions {
@@ -108,4 +108,4 @@ void addAudio(CLI::App& app, Action& action) {
   });
 }
 
-}  // namespace tv
+}  // namespace apps::tv

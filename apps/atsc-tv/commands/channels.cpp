@@ -4,10 +4,10 @@
 
 #include "channels/channel_list.h"
 #include "commands/commands.h"
-#include "service/json.h"
+#include "common/json.h"
 #include "terminal/failure.h"
 
-namespace tv {
+namespace apps::tv {
 namespace {
 
 struct ChannelsOptions {
@@ -52,4 +52,4 @@ void addChannels(CLI::App& app, Action& action) {
   });
 }
 
-}  // namespace tv
+}  // namespace apps::tv

@@ -1,6 +1,6 @@
 #include "commands/commands.h"
 
-namespace tv {
+namespace apps::tv {
 
 CLI::Option* addSourceOption(CLI::App& command, std::string& source, const std::string& help) {
   return command.add_option("--src", source, help)
@@ -8,4 +8,4 @@ CLI::Option* addSourceOption(CLI::App& command, std::string& source, const std::
       ->option_text("VSB|QAM");
 }
 
-}  // namespace tv
+}  // namespace apps::tv

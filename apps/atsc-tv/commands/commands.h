@@ -8,7 +8,7 @@
 
 #include "service/common_options.h"
 
-namespace tv {
+namespace apps::tv {
 
 // The action that the command line chooses. Returns the exit status; throws Failure.
 using Action = std::function<int(const CommonOptions& common)>;
@@ -37,6 +37,6 @@ AddCommand addWatch;
 // Adds the option --src to a subcommand: "VSB" or "QAM", case-insensitive.
 CLI::Option* addSourceOption(CLI::App& command, std::string& source, const std::string& help);
 
-}  // namespace tv
+}  // namespace apps::tv
 
 #endif  // ATSC_TV_COMMANDS_COMMANDS_H_

@@ -11,7 +11,7 @@
 #include "commands/commands.h"
 #include "terminal/failure.h"
 
-namespace tv {
+namespace apps::tv {
 namespace {
 
 struct Choice {
@@ -141,4 +141,4 @@ void addEas(CLI::App& app, Action& action) {
   }
 }
 
-}  // namespace tv
+}  // namespace apps::tv

@@ -11,7 +11,7 @@
 #include "commands/commands.h"
 #include "terminal/failure.h"
 
-namespace tv {
+namespace apps::tv {
 namespace {
 
 // A change without parameters, and its opposite.
@@ -140,4 +140,4 @@ void addEdit(CLI::App& app, Action& action) {
   });
 }
 
-}  // namespace tv
+}  // namespace apps::tv

@@ -10,14 +10,14 @@
 
 #include "channels/channel_list.h"
 #include "commands/commands.h"
+#include "common/json.h"
 #include "common/utc_time.h"
 #include "guide/guide_view.h"
-#include "service/json.h"
 #include "terminal/failure.h"
 #include "terminal/local_time.h"
 #include "terminal/terminal.h"
 
-namespace tv {
+namespace apps::tv {
 namespace {
 
 constexpr const char* kFirst = "first";
@@ -183,4 +183,4 @@ void addGuide(CLI::App& app, Action& action) {
   });
 }
 
-}  // namespace tv
+}  // namespace apps::tv

@@ -14,16 +14,17 @@
 #include "service/receiver_clock.h"
 #include "terminal/failure.h"
 
-namespace tv {
+namespace apps::tv {
 namespace {
 
 std::string programmeLine(const Programme& programme, const ReceiverClock& clock) {
   constexpr const char* kDay = "%a ";
   constexpr const char* kTimeOfDay = "%H:%M";
-  const std::string day = clock.local(programme.start, kDay);
-  return (programme.start > clock.utc && day != clock.local(clock.utc, kDay) ? day : "") +
-         clock.local(programme.start, kTimeOfDay) + '-' + clock.local(programme.end, kTimeOfDay) +
-         "  " + titleOf(programme) + ratingAndCaptions(programme);
+  const std::string day = receiverTime(clock, programme.start, kDay);
+  return (programme.start > clock.utc && day != receiverTime(clock, clock.utc, kDay) ? day : "") +
+         receiverTime(clock, programme.start, kTimeOfDay) + '-' +
+         receiverTime(clock, programme.end, kTimeOfDay) + "  " + titleOf(programme) +
+         ratingAndCaptions(programme);
 }
 
 void printProgrammes(const CommonOptions& common, const Channel& channel,
@@ -65,7 +66,7 @@ int now(const CommonOptions& common) {
     printProgrammes(common, *channel, clock);
     printAudio(std::cout, *channel, preferredLanguages(client), "Audio    ");
   }
-  std::cout << "Clock    " << clock.date() << ' ' << clock.setting() << '\n';
+  std::cout << "Clock    " << dateWords(clock) << ' ' << settingWords(clock) << '\n';
   if (current && !channel) throw notListed(database, *current);
   return kSuccess;
 }
@@ -77,4 +78,4 @@ void addNow(CLI::App& app, Action& action) {
       ->callback([&action] { action = now; });
 }
 
-}  // namespace tv
+}  // namespace apps::tv

@@ -16,7 +16,7 @@
 #include "terminal/table.h"
 #include "terminal/terminal.h"
 
-namespace tv {
+namespace apps::tv {
 namespace {
 
 void setEnabled(const Client& client, bool enabled) {
@@ -46,7 +46,7 @@ void printRegion(const RatingRegion& region, const Parental* groups) {
   }
 }
 
-int show(const CommonOptions& common) {
+int showParental(const CommonOptions& common) {
   const Client client = startClient(common);
   const Parental parental = readParental(client);
   std::cout << "Parental control  "
@@ -160,7 +160,7 @@ void addParental(CLI::App& app, Action& action) {
       "once and is stored.");
   command->require_subcommand(0, 1);
   command->callback([&action] {
-    if (!action) action = show;
+    if (!action) action = showParental;
   });
   addParentalCommand(*command, action, "on", "Apply the limits",
                      [](const CommonOptions& common) { return switchTo(common, true); });
@@ -182,4 +182,4 @@ void addParental(CLI::App& app, Action& action) {
   addParentalCheck(*command, action);
 }
 
-}  // namespace tv
+}  // namespace apps::tv

@@ -7,7 +7,7 @@
 
 #include "commands/commands.h"
 
-namespace tv {
+namespace apps::tv {
 
 // Ends the message about a failure whose reason only the service knows.
 inline constexpr const char* kSeeLog = "; the service's log says why";
@@ -33,6 +33,6 @@ CLI::App* addParentalCommand(CLI::App& parental, Action& action, const char* wor
 AddCommand addParentalLimits;  // limit, block, allow
 AddCommand addParentalCheck;
 
-}  // namespace tv
+}  // namespace apps::tv
 
 #endif  // ATSC_TV_COMMANDS_PARENTAL_H_

@@ -13,7 +13,7 @@
 #include "terminal/failure.h"
 #include "terminal/text.h"
 
-namespace tv {
+namespace apps::tv {
 namespace {
 
 // A rating system: the dimensions `first` to `last` in the rating table of a region.
@@ -85,4 +85,4 @@ void addParentalCheck(CLI::App& parental, Action& action) {
   each->add_option("RATING", question->second, "Rating such as TV-14-D-V or TV-14,D,V")->required();
 }
 
-}  // namespace tv
+}  // namespace apps::tv

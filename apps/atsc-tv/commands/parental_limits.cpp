@@ -7,14 +7,14 @@
 #include <vector>
 
 #include "commands/parental.h"
+#include "common/json.h"
 #include "parental/parental.h"
 #include "parental/rating_choice.h"
 #include "parental/rating_document.h"
-#include "service/json.h"
 #include "terminal/failure.h"
 #include "terminal/text.h"
 
-namespace tv {
+namespace apps::tv {
 namespace {
 
 constexpr const char* kNone = "none";
@@ -210,4 +210,4 @@ void addParentalLimits(CLI::App& parental, Action& action) {
   addNames(*each, allowed, "NAME", "As for block; a rating is allowed with all lower ratings");
 }
 
-}  // namespace tv
+}  // namespace apps::tv

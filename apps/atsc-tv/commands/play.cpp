@@ -13,7 +13,7 @@
 #include "parental/viewing.h"
 #include "terminal/failure.h"
 
-namespace tv {
+namespace apps::tv {
 namespace {
 
 // Ends a sentence about the reason why nothing plays.
@@ -234,4 +234,4 @@ void addStop(CLI::App& app, Action& action) {
   addWord(app, action, kStop, "Stop playing, like play stop", std::make_shared<PlayOptions>());
 }
 
-}  // namespace tv
+}  // namespace apps::tv

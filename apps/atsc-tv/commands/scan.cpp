@@ -11,11 +11,11 @@
 #include "channels/channel_list.h"
 #include "channels/receiver.h"
 #include "commands/commands.h"
-#include "service/json.h"
+#include "common/json.h"
 #include "terminal/failure.h"
 #include "terminal/terminal.h"
 
-namespace tv {
+namespace apps::tv {
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -208,4 +208,4 @@ void addScan(CLI::App& app, Action& action) {
   });
 }
 
-}  // namespace tv
+}  // namespace apps::tv

@@ -7,7 +7,7 @@
 #include "terminal/failure.h"
 #include "terminal/text.h"
 
-namespace tv {
+namespace apps::tv {
 namespace {
 
 int send(const CommonOptions& common, std::string command) {
@@ -42,4 +42,4 @@ void addSend(CLI::App& app, Action& action) {
   });
 }
 
-}  // namespace tv
+}  // namespace apps::tv

@@ -7,7 +7,7 @@
 #include "service/receiver_clock.h"
 #include "terminal/failure.h"
 
-namespace tv {
+namespace apps::tv {
 namespace {
 
 struct TimeOptions {
@@ -34,7 +34,7 @@ int time(const CommonOptions& common, const TimeOptions& options) {
       (!options.mode.empty() && clock.automatic != (options.mode == "AUTO"))) {
     throw Failure(kFailure, "the clock's setting could not be changed; the service's log says why");
   }
-  std::cout << clock.date() << ' ' << clock.setting() << '\n';
+  std::cout << dateWords(clock) << ' ' << settingWords(clock) << '\n';
   return kSuccess;
 }
 
@@ -62,4 +62,4 @@ void addTime(CLI::App& app, Action& action) {
   });
 }
 
-}  // namespace tv
+}  // namespace apps::tv

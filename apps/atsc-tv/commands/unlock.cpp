@@ -11,7 +11,7 @@
 #include "parental/viewing.h"
 #include "terminal/failure.h"
 
-namespace tv {
+namespace apps::tv {
 namespace {
 
 // Pauses before each attempt: the unlock takes effect only after a pending channel change has
@@ -78,4 +78,4 @@ void addUnlock(CLI::App& app, Action& action) {
   });
 }
 
-}  // namespace tv
+}  // namespace apps::tv

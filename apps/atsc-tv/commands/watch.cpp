@@ -7,18 +7,19 @@
 #include <iostream>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
 
 #include "callbacks/callback_words.h"
 #include "callbacks/callbacks.h"
 #include "channels/receiver.h"
 #include "commands/commands.h"
+#include "common/json.h"
 #include "parental/viewing.h"
-#include "service/json.h"
 #include "terminal/failure.h"
 #include "terminal/text.h"
 
-namespace tv {
+namespace apps::tv {
 namespace {
 
 // Returns the local time of day with milliseconds.
@@ -45,7 +46,7 @@ std::optional<std::string> blockWords(const CommonOptions& common) {
     return channel->number() + ' ' + channel->name + ": " +
            (viewing == Viewing::kBlocked ? "" : "was blocked, now ") +
            viewingWords(common, *channel, viewing).sentence();
-  } catch (const Failure&) {
+  } catch (const std::runtime_error&) {
     // The service has ended, or the database is being rewritten.
     return std::nullopt;
   }
@@ -135,4 +136,4 @@ void addWatch(CLI::App& app, Action& action) {
   });
 }
 
-}  // namespace tv
+}  // namespace apps::tv

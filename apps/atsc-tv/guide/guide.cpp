@@ -5,11 +5,11 @@
 #include <unordered_map>
 
 #include "channels/channel_list.h"
-#include "service/json.h"
-#include "service/rows.h"
+#include "common/json.h"
+#include "common/rows.h"
 #include "terminal/text.h"
 
-namespace tv {
+namespace apps::tv {
 namespace {
 
 // Returns a time of the event table, whose times have 32 bits.
@@ -99,4 +99,4 @@ std::vector<Programme> readProgrammes(const std::string& eventDatabase, const So
   return programmes;
 }
 
-}  // namespace tv
+}  // namespace apps::tv

@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "channels/source.h"
+#include "common/source.h"
 
-namespace tv {
+namespace apps::tv {
 
 struct Programme {
   int64_t start;  // Unix seconds
@@ -46,7 +46,8 @@ struct Guide {
 };
 
 // Reads the guide of a source: the programmes that overlap `span`, of the channel with this number
-// or, if the number is empty, of all channels. Throws Failure if a file cannot be read.
+// or, if the number is empty, of all channels. Throws std::runtime_error if a file
+// cannot be read.
 Guide readGuide(const std::string& channelDatabase, const std::string& eventDatabase,
                 const Source& source, Span span, const std::string& number);
 
@@ -55,6 +56,6 @@ Guide readGuide(const std::string& channelDatabase, const std::string& eventData
 std::vector<Programme> readProgrammes(const std::string& eventDatabase, const Source& source,
                                       const std::string& key, int64_t after, int count);
 
-}  // namespace tv
+}  // namespace apps::tv
 
 #endif  // ATSC_TV_GUIDE_GUIDE_H_

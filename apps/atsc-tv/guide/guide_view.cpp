@@ -7,7 +7,7 @@
 #include "terminal/local_time.h"
 #include "terminal/text.h"
 
-namespace tv {
+namespace apps::tv {
 namespace {
 
 constexpr size_t kSlotWidth = 12;   // the narrowest readable half hour, in columns
@@ -243,4 +243,4 @@ void printLines(std::ostream& out, const Guide& guide, const Source& source) {
   }
 }
 
-}  // namespace tv
+}  // namespace apps::tv

@@ -9,7 +9,7 @@
 
 #include "guide/guide.h"
 
-namespace tv {
+namespace apps::tv {
 
 // Prints a grid with a row for each channel and a column for each half hour of `span`. Half hours
 // that do not fit into `width` columns follow in further bands below; a terminal too narrow for two
@@ -34,6 +34,6 @@ inline constexpr const char* kNoInformation = "no programme information";
 // Names the columns of printLines(), for a help text.
 extern const char* const kLinesForm;
 
-}  // namespace tv
+}  // namespace apps::tv
 
 #endif  // ATSC_TV_GUIDE_GUIDE_VIEW_H_

@@ -6,7 +6,7 @@
 #include "terminal/failure.h"
 #include "terminal/text.h"
 
-namespace tv {
+namespace apps::tv {
 namespace {
 
 Json::Value question(const char* name, int region) {
@@ -187,4 +187,4 @@ std::string blockReason(const Parental& parental, const std::string& rating) {
   return words;
 }
 
-}  // namespace tv
+}  // namespace apps::tv

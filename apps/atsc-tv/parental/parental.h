@@ -9,7 +9,7 @@
 #include "parental/ratings.h"
 #include "service/client.h"
 
-namespace tv {
+namespace apps::tv {
 
 struct Parental {
   bool enabled;
@@ -33,6 +33,6 @@ RatingRegion readRatingRegion(const Client& client, int number);
 // text if no part is known to be blocked.
 std::string blockReason(const Parental& parental, const std::string& rating);
 
-}  // namespace tv
+}  // namespace apps::tv
 
 #endif  // ATSC_TV_PARENTAL_PARENTAL_H_

@@ -4,7 +4,7 @@
 #include <functional>
 #include <utility>
 
-namespace tv {
+namespace apps::tv {
 namespace {
 
 bool takes(RatingUse use, const RatingDimension& dimension, const RatingValue& value) {
@@ -138,4 +138,4 @@ RatingChoice chooseRating(const RatingRegion& region, const std::string& given,
   return choice;
 }
 
-}  // namespace tv
+}  // namespace apps::tv

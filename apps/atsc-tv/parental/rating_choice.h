@@ -9,7 +9,7 @@
 #include "terminal/failure.h"
 #include "terminal/text.h"
 
-namespace tv {
+namespace apps::tv {
 
 // A value of a rating table, or an unrated group.
 struct RatingChoice {
@@ -52,6 +52,6 @@ const Named& onlyOne(const std::vector<const Named*>& found, const std::string& 
   throw Failure(kFailure, "'" + given + "' may be " + names);
 }
 
-}  // namespace tv
+}  // namespace apps::tv
 
 #endif  // ATSC_TV_PARENTAL_RATING_CHOICE_H_

@@ -4,9 +4,9 @@
 #include <cstdint>
 #include <iterator>
 
-#include "service/json.h"
+#include "common/json.h"
 
-namespace tv {
+namespace apps::tv {
 namespace {
 
 constexpr FixedDimension kUS[] = {
@@ -96,4 +96,4 @@ Json::Value changesOf(const Json::Value& before, const Json::Value& after) {
   return changes;
 }
 
-}  // namespace tv
+}  // namespace apps::tv

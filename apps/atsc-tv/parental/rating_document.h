@@ -6,7 +6,7 @@
 
 #include "parental/ratings.h"
 
-namespace tv {
+namespace apps::tv {
 
 // A dimension whose meaning CEA-766 fixes, whatever the rating table of its region calls it.
 struct FixedDimension {
@@ -37,6 +37,6 @@ const RatingValue* keeperOf(const RatingRegion& region, const Rated& rated);
 // other limits as they are.
 Json::Value changesOf(const Json::Value& before, const Json::Value& after);
 
-}  // namespace tv
+}  // namespace apps::tv
 
 #endif  // ATSC_TV_PARENTAL_RATING_DOCUMENT_H_

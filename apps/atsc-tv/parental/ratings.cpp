@@ -4,7 +4,7 @@
 
 #include "terminal/text.h"
 
-namespace tv {
+namespace apps::tv {
 namespace {
 
 // Returns the only value of a flag dimension if it has this name, else null.
@@ -83,4 +83,4 @@ std::vector<Rated> valuesOf(const RatingRegion& region, const std::string& ratin
   return {};
 }
 
-}  // namespace tv
+}  // namespace apps::tv

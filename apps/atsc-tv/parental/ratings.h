@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-namespace tv {
+namespace apps::tv {
 
 // Groups of programmes without a rating to compare with a limit. Commands identify a group by its
 // index.
@@ -71,6 +71,6 @@ struct Rated {
 // does not have the rating.
 std::vector<Rated> valuesOf(const RatingRegion& region, const std::string& rating);
 
-}  // namespace tv
+}  // namespace apps::tv
 
 #endif  // ATSC_TV_PARENTAL_RATINGS_H_

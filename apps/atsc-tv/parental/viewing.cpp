@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <optional>
+#include <stdexcept>
 #include <thread>
 #include <vector>
 
@@ -9,13 +10,12 @@
 #include "guide/guide_view.h"
 #include "parental/parental.h"
 #include "service/receiver_clock.h"
-#include "terminal/failure.h"
 
-namespace tv {
+namespace apps::tv {
 namespace {
 
 // Guides arrive once a second.
-constexpr std::chrono::milliseconds kGuideWait(2500);
+constexpr std::chrono::milliseconds kRatingWait(2500);
 constexpr std::chrono::milliseconds kPause(100);
 
 std::optional<Programme> programmeNow(const CommonOptions& common, const Channel& channel) {
@@ -24,7 +24,7 @@ std::optional<Programme> programmeNow(const CommonOptions& common, const Channel
     const std::vector<Programme> programmes =
         readProgrammes(common.eventDatabase(), *channel.source, channel.key(), now, 1);
     if (!programmes.empty() && programmes.front().start <= now) return programmes.front();
-  } catch (const Failure&) {
+  } catch (const std::runtime_error&) {
     // The title is not needed to report whether the programme is blocked.
   }
   return std::nullopt;
@@ -46,7 +46,7 @@ Viewing askFirstViewing(const CommonOptions& common, const Channel& channel) {
   // Until the receiver has read the guide again, the database knows more than the receiver does.
   const std::optional<Programme> programme = programmeNow(common, channel);
   if (!programme || !programme->isRated()) return viewing;
-  const Clock::time_point end = Clock::now() + kGuideWait;
+  const Clock::time_point end = Clock::now() + kRatingWait;
   while (viewing == Viewing::kUnrated && Clock::now() < end) {
     std::this_thread::sleep_for(kPause);
     viewing = askViewing(Client(false));
@@ -82,4 +82,4 @@ std::string lockWords(const Channel& channel) {
          " --unlocked or atsc-tv unlock";
 }
 
-}  // namespace tv
+}  // namespace apps::tv

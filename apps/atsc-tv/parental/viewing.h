@@ -8,7 +8,7 @@
 #include "service/client.h"
 #include "service/common_options.h"
 
-namespace tv {
+namespace apps::tv {
 
 enum class Viewing { kAllowed, kBlocked, kUnrated };
 
@@ -34,6 +34,6 @@ ViewingWords viewingWords(const CommonOptions& common, const Channel& channel, V
 // Returns a remark to append to a sentence about a locked channel; empty for other channels.
 std::string lockWords(const Channel& channel);
 
-}  // namespace tv
+}  // namespace apps::tv
 
 #endif  // ATSC_TV_PARENTAL_VIEWING_H_

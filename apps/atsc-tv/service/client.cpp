@@ -1,17 +1,13 @@
 #include "service/client.h"
 
-#include <atsc/atsc_service.h>
-#include <atsc_host.h>
-
-#include <cstdlib>
 #include <iostream>
-#include <memory>
+#include <optional>
 
-#include "service/json.h"
+#include "common/json.h"
 #include "terminal/failure.h"
 #include "terminal/text.h"
 
-namespace tv {
+namespace apps::tv {
 namespace {
 
 // Converts a text to one line: compact JSON if the text is JSON.
@@ -26,15 +22,6 @@ void show(const char* direction, const std::string& line) {
 
 }  // namespace
 
-Json::Value command(const char* commandClass, const char* name) {
-  Json::Value value;
-  value["class"] = commandClass;
-  value["command"] = name;
-  return value;
-}
-
-int servicePid() { return ATSC_host_find(ATSC_HOST_SERVICE_NAME); }
-
 void Client::requireService() const {
   if (servicePid() == 0) throw Failure(kNoService, "no service runs; start atsc-service");
 }
@@ -42,14 +29,12 @@ void Client::requireService() const {
 Reply Client::sendRaw(const std::string& command) const {
   requireService();
   if (verbose_) show(">", lineOf(command));
-  char* raw = nullptr;
-  const int result = ATSC_TransmitServiceClientJSONCommand(command.c_str(), &raw);
-  const std::unique_ptr<char, void (*)(void*)> text(raw, std::free);
-  if (ATSC_host_last_transact() != 0) {
+  const std::optional<Reply> reply = transmit(command);
+  if (!reply) {
     requireService();
     throw Failure(kNoService, "the service did not answer: it has ended, or the text is too long");
   }
-  return {result, text ? std::optional<std::string>(text.get()) : std::nullopt};
+  return *reply;
 }
 
 Reply Client::send(const Json::Value& command) const {
@@ -74,4 +59,4 @@ void Client::showReceived(const std::string& text) const {
   if (verbose_) show("<", lineOf(text));
 }
 
-}  // namespace tv
+}  // namespace apps::tv

@@ -4,18 +4,11 @@
 
 #include <json/value.h>
 
-#include <optional>
 #include <string>
 
-namespace tv {
+#include "common/service.h"
 
-struct Reply {
-  int result;                       // 0 for success, else the error
-  std::optional<std::string> text;  // the reply text, for commands that have one
-};
-
-// Returns a command without parameters.
-Json::Value command(const char* commandClass, const char* name);
+namespace apps::tv {
 
 // Client of the service. A verbose client shows the JSON texts of both directions on standard
 // error.
@@ -41,9 +34,6 @@ class Client {
   bool verbose_;
 };
 
-// Returns the process id of the running service, 0 if no service is running.
-int servicePid();
-
-}  // namespace tv
+}  // namespace apps::tv
 
 #endif  // ATSC_TV_SERVICE_CLIENT_H_

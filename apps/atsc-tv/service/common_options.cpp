@@ -2,9 +2,9 @@
 
 #include "common/database_files.h"
 
-namespace tv {
+namespace apps::tv {
 
 std::string CommonOptions::channelDatabase() const { return apps::databaseFiles(db).channels; }
 std::string CommonOptions::eventDatabase() const { return apps::databaseFiles(db).events; }
 
-}  // namespace tv
+}  // namespace apps::tv

@@ -6,7 +6,7 @@
 
 #include "service/client.h"
 
-namespace tv {
+namespace apps::tv {
 
 // Options that may precede or follow any subcommand.
 struct CommonOptions {
@@ -19,6 +19,6 @@ struct CommonOptions {
   std::string eventDatabase() const;
 };
 
-}  // namespace tv
+}  // namespace apps::tv
 
 #endif  // ATSC_TV_SERVICE_COMMON_OPTIONS_H_

@@ -5,7 +5,7 @@
 #include <stdexcept>
 #include <string>
 
-namespace tv {
+namespace apps::tv {
 
 // Exit statuses of the program, listed in its help.
 enum ExitStatus {
@@ -27,6 +27,6 @@ class Failure : public std::runtime_error {
   ExitStatus status_;
 };
 
-}  // namespace tv
+}  // namespace apps::tv
 
 #endif  // ATSC_TV_TERMINAL_FAILURE_H_

@@ -2,7 +2,7 @@
 
 #include <time.h>
 
-namespace tv {
+namespace apps::tv {
 namespace {
 
 std::string written(const tm* parts, const char* format) {
@@ -38,4 +38,4 @@ int64_t halfHourStart(int64_t seconds) {
   return seconds - (parts.tm_min % 30 * 60 + parts.tm_sec);
 }
 
-}  // namespace tv
+}  // namespace apps::tv

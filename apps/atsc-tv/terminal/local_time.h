@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-namespace tv {
+namespace apps::tv {
 
 // Formats Unix seconds with strftime(), in local time or in UTC. Returns "?" for a time that the
 // calendar functions cannot represent.
@@ -20,6 +20,6 @@ inline constexpr int64_t kHalfHour = 1800;  // seconds
 // Returns the start of the half hour of the local clock that contains `seconds`.
 int64_t halfHourStart(int64_t seconds);
 
-}  // namespace tv
+}  // namespace apps::tv
 
 #endif  // ATSC_TV_TERMINAL_LOCAL_TIME_H_

@@ -5,7 +5,7 @@
 
 #include "terminal/text.h"
 
-namespace tv {
+namespace apps::tv {
 namespace {
 
 constexpr const char* kGap = "  ";
@@ -42,4 +42,4 @@ void Table::print(std::ostream& out, const std::string& indent, std::optional<si
   }
 }
 
-}  // namespace tv
+}  // namespace apps::tv

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-namespace tv {
+namespace apps::tv {
 
 enum class Align { kLeft, kRight };
 
@@ -32,6 +32,6 @@ class Table {
   std::vector<std::vector<std::string>> rows_;  // the first row holds the titles
 };
 
-}  // namespace tv
+}  // namespace apps::tv
 
 #endif  // ATSC_TV_TERMINAL_TABLE_H_

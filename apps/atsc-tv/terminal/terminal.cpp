@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <string_view>
 
-namespace tv {
+namespace apps::tv {
 
 std::optional<size_t> terminalWidth() {
   constexpr size_t kUsual = 80;
@@ -22,4 +22,4 @@ bool terminalHasBold() {
          std::string_view(kind) != "dumb";
 }
 
-}  // namespace tv
+}  // namespace apps::tv

@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <optional>
 
-namespace tv {
+namespace apps::tv {
 
 // Returns the width in columns, 80 if the terminal does not report its width, and nothing if
 // standard output is not a terminal.
@@ -14,6 +14,6 @@ std::optional<size_t> terminalWidth();
 // Returns whether standard output is a terminal that shows bold text.
 bool terminalHasBold();
 
-}  // namespace tv
+}  // namespace apps::tv
 
 #endif  // ATSC_TV_TERMINAL_TERMINAL_H_

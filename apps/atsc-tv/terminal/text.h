@@ -7,11 +7,9 @@
 #include <string_view>
 #include <vector>
 
-namespace tv {
+#include "common/text.h"
 
-// Converts a text to valid UTF-8. Joins surrogates that are encoded separately (CESU-8, as in the
-// databases); replaces lone surrogates and malformed bytes with U+FFFD.
-std::string validUtf8(std::string_view text);
+namespace apps::tv {
 
 // Converts a text to valid UTF-8 and replaces each character that controls a terminal or the
 // writing direction with U+FFFD. Keeps line feeds if `keepLines` is set.
@@ -29,9 +27,6 @@ std::string cut(std::string_view text, size_t width);
 // Shortens a printable text like cut(), then pads it with blanks to exactly `width` columns.
 std::string fitted(std::string_view text, size_t width);
 
-// Splits a text at a separator. A separator at the end adds no empty part.
-std::vector<std::string> split(const std::string& text, char separator);
-
 // Converts ASCII letters to lower case.
 std::string lowerCase(std::string text);
 
@@ -41,6 +36,6 @@ std::string plainName(std::string_view text);
 // Wraps a printable line into lines of at most `width` columns, at blanks if there are any.
 std::vector<std::string> wrapped(std::string_view text, size_t width);
 
-}  // namespace tv
+}  // namespace apps::tv
 
 #endif  // ATSC_TV_TERMINAL_TEXT_H_

@@ -1,6 +1,6 @@
 // Parses and writes JSON.
-#ifndef ATSC_TV_SERVICE_JSON_H_
-#define ATSC_TV_SERVICE_JSON_H_
+#ifndef ATSC_APPS_COMMON_JSON_H_
+#define ATSC_APPS_COMMON_JSON_H_
 
 #include <json/value.h>
 
@@ -8,7 +8,7 @@
 #include <optional>
 #include <string>
 
-namespace tv {
+namespace apps {
 
 // Parses a JSON text. Returns nothing if the text is not valid.
 std::optional<Json::Value> parseJson(const std::string& text);
@@ -23,6 +23,6 @@ std::string readableJson(const Json::Value& value);
 // Returns an integer member of an object, 0 if the member is missing or not an integer.
 int64_t integer(const Json::Value& object, const char* key);
 
-}  // namespace tv
+}  // namespace apps
 
-#endif  // ATSC_TV_SERVICE_JSON_H_
+#endif  // ATSC_APPS_COMMON_JSON_H_

@@ -1,13 +1,13 @@
 // Reception sources and their frequency plans.
-#ifndef ATSC_TV_CHANNELS_SOURCE_H_
-#define ATSC_TV_CHANNELS_SOURCE_H_
+#ifndef ATSC_APPS_COMMON_SOURCE_H_
+#define ATSC_APPS_COMMON_SOURCE_H_
 
 #include <array>
 #include <cstdint>
 #include <optional>
 #include <string>
 
-namespace tv {
+namespace apps {
 
 // A reception source, its tables and its frequency plan.
 struct Source {
@@ -37,6 +37,6 @@ std::string rfChannelsOf(const Source& source);
 // Formats a frequency in Hz as a number of MHz.
 std::string megahertz(int64_t frequency);
 
-}  // namespace tv
+}  // namespace apps
 
-#endif  // ATSC_TV_CHANNELS_SOURCE_H_
+#endif  // ATSC_APPS_COMMON_SOURCE_H_

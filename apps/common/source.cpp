@@ -1,10 +1,10 @@
-#include "channels/source.h"
+#include "common/source.h"
 
 #include <atsc/atsc_tables.h>
 
 #include <cstdio>
 
-namespace tv {
+namespace apps {
 namespace {
 
 constexpr int64_t kMegahertz = 1000000;
@@ -56,4 +56,4 @@ std::string megahertz(int64_t frequency) {
   return text.data();
 }
 
-}  // namespace tv
+}  // namespace apps

@@ -1,13 +1,13 @@
-#include "service/rows.h"
+#include "common/rows.h"
 
 #include <SQLiteCpp/SQLiteCpp.h>
 
 #include <filesystem>
+#include <stdexcept>
 
-#include "terminal/failure.h"
-#include "terminal/text.h"
+#include "common/text.h"
 
-namespace tv {
+namespace apps {
 namespace {
 
 // The longest wait for a file that the service has locked.
@@ -39,8 +39,8 @@ Json::Value readRows(const std::string& database, const std::string& table,
     }
     return rows;
   } catch (const SQLite::Exception& error) {
-    throw Failure(kFailure, database + ": " + error.what());
+    throw std::runtime_error(database + ": " + error.what());
   }
 }
 
-}  // namespace tv
+}  // namespace apps

@@ -1,4 +1,4 @@
-#include "service/json.h"
+#include "common/json.h"
 
 #include <json/reader.h>
 #include <json/writer.h>
@@ -6,7 +6,7 @@
 #include <exception>
 #include <memory>
 
-namespace tv {
+namespace apps {
 namespace {
 
 std::string write(const Json::Value& value, bool utf8) {
@@ -38,4 +38,4 @@ int64_t integer(const Json::Value& object, const char* key) {
   return value.isInt64() ? value.asInt64() : 0;
 }
 
-}  // namespace tv
+}  // namespace apps
