@@ -1,6 +1,7 @@
 // Compares docs/protocol.md with the library: all commands, with their keys. EventTest compares
-// the callbacks.
+// the callbacks. Compares the tables of the television in a browser with both.
 #include <map>
+#include <set>
 
 #include "fixture.h"
 #include "protocol_document.h"
@@ -46,6 +47,62 @@ TEST(ProtocolDocumentTest, EveryCommandHasARowAndAnExample) {
     EXPECT_EQ(protocol::keys(protocol::cell(*row, "reply")), answered[name])
         << at(row->line) << ": " << name;
   }
+}
+
+// The keys of a row with their types.
+Types shownKeys(const Json::Value& keys) {
+  Types types;
+  for (const Json::Value& key : keys) types[key["name"].asString()] = key["type"].asString();
+  return types;
+}
+
+// What the document says of a key that a command omits.
+std::string shownDefault(const Json::Value& key) {
+  if (key["required"] == true) return "required";
+  if (key.isMember("otherwise")) return key["otherwise"].asString();
+  if (!key.isMember("default")) return "none";
+  const std::string text = key["default"].asString();
+  return text.empty() ? "empty" : text;
+}
+
+TEST(ProtocolDocumentTest, TheBrowsersTablesSayTheSame) {
+  const protocol::Document document = protocol::readDocument(PROTOCOL_DOCUMENT);
+  const std::set<std::string> kWho = {"viewer", "protected", "console"};
+  std::set<std::string> commands;
+  for (const Json::Value& shown : protocol::readTable(BROWSER_TABLES "/commands.json")) {
+    const std::string name = shown["class"].asString() + ' ' + shown["command"].asString();
+    SCOPED_TRACE(name);
+    EXPECT_TRUE(commands.insert(name).second);
+    EXPECT_NE("", shown["about"].asString());
+    EXPECT_EQ(1u, kWho.count(shown["who"].asString()));
+    const auto rows = protocol::commandRows(document);
+    const auto row = rows.find(name);
+    ASSERT_NE(rows.end(), row);
+    const std::string& keys = protocol::cell(*row->second, "keys");
+    EXPECT_EQ(protocol::keys(keys), shownKeys(shown["keys"]));
+    EXPECT_EQ(protocol::keys(protocol::cell(*row->second, "reply")), shownKeys(shown["reply"]));
+    // Each value that the document names is offered.
+    Types defaults;
+    std::set<std::string> offered = {"audio_pid"};  // a column
+    for (const Json::Value& key : shown["keys"]) {
+      defaults[key["name"].asString()] = shownDefault(key);
+      offered.insert({key["name"].asString(), key["default"].asString()});
+      for (const char* list : {"values", "examples"})
+        for (const Json::Value& value : key[list]) offered.insert(value.asString());
+    }
+    EXPECT_EQ(protocol::defaults(keys), defaults);
+    for (const std::string& value : protocol::names(keys))
+      EXPECT_EQ(1u, offered.count(value)) << value;
+  }
+  const auto known = ATSCBUS::ATSCServerService::commandNames();
+  EXPECT_EQ(std::set<std::string>(known.begin(), known.end()), commands);
+
+  std::map<std::string, std::pair<std::string, Types>> described, shown;
+  for (const auto& [kind, row] : protocol::callbackRows(document))
+    described[kind] = {protocol::cell(*row, "PC"), protocol::keys(protocol::cell(*row, "keys"))};
+  for (const Json::Value& row : protocol::readTable(BROWSER_TABLES "/callbacks.json"))
+    shown[row["kind"].asString()] = {row["pc"].asString(), shownKeys(row["keys"])};
+  EXPECT_EQ(described, shown);
 }
 
 }  // namespace

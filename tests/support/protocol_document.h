@@ -78,6 +78,25 @@ inline std::map<std::string, std::string> keys(const std::string& cell) {
   return all;
 }
 
+// Returns what the keys of a cell are when a command omits them: "`key` (type, default".
+inline std::map<std::string, std::string> defaults(const std::string& cell) {
+  static const std::regex key("`([^`]*)` \\([a-z]+, ([^):]*)");
+  std::map<std::string, std::string> all;
+  for (std::sregex_iterator match(cell.begin(), cell.end(), key), end; match != end; ++match)
+    all[(*match)[1]] = std::regex_replace((*match)[2].str(), std::regex("`"), "");
+  return all;
+}
+
+// Reads a list from a JSON file.
+inline Json::Value readTable(const std::string& path) {
+  std::ifstream file(path);
+  Json::Value table;
+  std::string errors;
+  if (!Json::parseFromStream(Json::CharReaderBuilder(), file, &table, &errors) || !table.isArray())
+    throw std::runtime_error("cannot read " + path + ": " + errors);
+  return table;
+}
+
 inline std::string typeOf(const Json::Value& value) {
   static const char* const kTypes[] = {"null",   "integer", "integer", "number",
                                        "string", "boolean", "array",   "object"};
