@@ -1,0 +1,133 @@
+// atsc-web: a TV application whose screen is a page in a browser.
+
+#include <malloc.h>
+#include <semaphore.h>
+#include <sys/stat.h>
+
+#include <CLI/CLI.hpp>
+#include <cerrno>
+#include <csignal>
+#include <cstdint>
+#include <iostream>
+#include <optional>
+#include <string>
+
+#include "common/database_files.h"
+#include "http/event_hub.h"
+#include "http/router.h"
+#include "http/server.h"
+#include "http/token.h"
+
+namespace {
+
+constexpr int kFailure = 1;
+constexpr int kUsage = 2;
+constexpr uint16_t kDefaultPort = 8077;
+
+struct Options {
+  std::string db;
+  uint16_t port = kDefaultPort;
+  std::string listen;
+  std::string tokenFile;
+  bool noConsole = false;
+  std::string state;
+};
+
+// Posted on SIGTERM and SIGINT. The library starts threads before main() that do not block these
+// signals, so that any thread may run the handler.
+sem_t gStop;
+
+void requestStop(int) { sem_post(&gStop); }
+
+void handleSignals() {
+  sem_init(&gStop, 0, 0);
+  struct sigaction action = {};
+  action.sa_handler = requestStop;
+  action.sa_flags = SA_RESTART;
+  sigaction(SIGTERM, &action, nullptr);
+  sigaction(SIGINT, &action, nullptr);
+  // A browser or the reader of the output may go away.
+  action.sa_handler = SIG_IGN;
+  sigaction(SIGPIPE, &action, nullptr);
+}
+
+void waitForStop() {
+  while (sem_wait(&gStop) != 0 && errno == EINTR) {
+  }
+}
+
+void run(const Options& options) {
+  web::Router router;
+  web::EventHub hub;
+  web::addEventRoutes(router, hub);
+  web::HttpServer::Options http;
+  http.address = options.listen;
+  http.port = options.port;
+  if (!options.tokenFile.empty()) http.token = web::readToken(options.tokenFile);
+  web::HttpServer server(http, router, hub);
+  server.start();
+  std::cout << "atsc-web: " << server.url() << std::endl;
+  waitForStop();
+  server.stop();
+}
+
+// Reads the command line. Returns the exit status if the program ends with that. The parser is gone
+// while the program runs.
+std::optional<int> parse(int argc, char** argv, Options& options) {
+  CLI::App app(
+      "A TV application whose screen is a page in a browser: banner, guide, scan, channels,\n"
+      "parental control, alerts and settings of the ATSC service, with its callbacks and a\n"
+      "command console for developers. Ends with SIGTERM or SIGINT.",
+      "atsc-web");
+  app.set_version_flag("--version", "atsc-web " ATSC_VERSION);
+  app.add_option("--db", options.db, apps::kDatabaseFolderHelp)->option_text("DIR");
+  app.add_option("--port", options.port, "TCP port of the page (default: 8077)")
+      ->check(CLI::Range(1u, 65535u))
+      ->option_text("N");
+  app.add_option("--listen", options.listen,
+                 "IP address to listen on (default: this machine only, 127.0.0.1 and ::1); any "
+                 "other one needs --token-file")
+      ->option_text("ADDRESS");
+  app.add_option("--token-file", options.tokenFile,
+                 "File with a secret of 16 or more characters, which each browser has to give "
+                 "once; only its owner may have access to the file")
+      ->option_text("FILE");
+  app.add_flag("--no-console", options.noConsole, "Refuse commands that are typed in the console");
+  app.add_option("--state", options.state,
+                 "Folder where the program keeps the PIN (default: $XDG_STATE_HOME/atsc)")
+      ->option_text("DIR");
+  app.footer("Exit status: 0 ended by a signal; 1 failure; 2 wrong arguments.");
+  try {
+    app.parse(argc, argv);
+    if (!options.listen.empty()) web::checkListen(options.listen, !options.tokenFile.empty());
+  } catch (const CLI::ParseError& error) {
+    if (error.get_exit_code() == 0) return app.exit(error);  // --help, --version
+    std::cerr << "atsc-web: " << error.what() << "; see atsc-web --help\n";
+    return kUsage;
+  } catch (const std::invalid_argument& error) {
+    std::cerr << "atsc-web: " << error.what() << "; see atsc-web --help\n";
+    return kUsage;
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    // No other user may access the files that the program creates.
+    umask(S_IRWXG | S_IRWXO);
+    handleSignals();
+    // The threads are seldom busy at once, and an arena for each would take memory.
+#ifdef M_ARENA_MAX
+    mallopt(M_ARENA_MAX, 1);
+#endif
+    Options options;
+    if (const std::optional<int> status = parse(argc, argv, options)) return *status;
+    run(options);
+    return 0;
+  } catch (const std::exception& error) {
+    std::cerr << "atsc-web: " << error.what() << '\n';
+    return kFailure;
+  }
+}
