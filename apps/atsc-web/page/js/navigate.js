@@ -1,0 +1,6 @@
+// Addresses of the views.
+
+/** Goes to a view: navigate('guide'), navigate('developer/rows'). */
+export function navigate(path) {
+  location.hash = `#/${path === 'screen' ? '' : path}`;
+}

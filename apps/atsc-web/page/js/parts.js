@@ -1,0 +1,139 @@
+// Parts that several views are built of.
+
+import {fill, h, icon, setText} from './dom.js';
+import {t} from './texts.js';
+
+/**
+ * One of several values, all visible: {label, options: [[value, text]…], value, onChange}. The
+ * returned element has set(value), which changes nothing that is the same.
+ */
+export function choice({label, options, value, onChange, test}) {
+  const buttons = options.map(([key, text]) => h('button', {
+    type: 'button', class: 'choice-option', role: 'radio', 'data-value': key,
+    onclick: () => {
+      if (element.value === key) return;
+      element.set(key);
+      onChange(key);
+    },
+  }, text));
+  const element = h('div', {class: 'choice', role: 'radiogroup', 'aria-label': label,
+    'data-test': test}, buttons);
+  element.set = (key) => {
+    element.value = key;
+    options.forEach(([other], index) => {
+      const checked = String(other === key);
+      if (buttons[index].getAttribute('aria-checked') !== checked) {
+        buttons[index].setAttribute('aria-checked', checked);
+      }
+    });
+  };
+  element.set(value);
+  return element;
+}
+
+/** A switch: {label, checked, onChange}; the returned element has set(checked). */
+export function switchButton({label, checked = false, onChange, test}) {
+  const element = h('button', {
+    type: 'button', class: 'switch', role: 'switch', 'data-test': test,
+    onclick: () => {
+      element.set(!element.checked);
+      onChange(element.checked);
+    },
+  }, h('span', {class: 'switch-label'}, label), h('span', {class: 'switch-track'}));
+  element.set = (on) => {
+    element.checked = Boolean(on);
+    element.setAttribute('aria-checked', String(element.checked));
+  };
+  element.set(checked);
+  return element;
+}
+
+const maxPin = 8;
+
+/**
+ * The question for a PIN: a field, dots, and a pad for mouse and finger. onEnter(pin) resolves with
+ * an error text, or nothing when it is done. The element has focusField(), say(text), ask(label).
+ */
+export function pinPad({label, onEnter}) {
+  const title = h('p', {class: 'pin-label'}, label);
+  const field = h('input', {
+    class: 'pin-field', type: 'password', inputmode: 'numeric', autocomplete: 'off',
+    maxlength: maxPin, 'aria-label': label, 'data-test': 'pin', spellcheck: 'false',
+    oninput: () => {
+      const digits = field.value.replace(/\D/g, '').slice(0, maxPin);
+      if (digits !== field.value) field.value = digits;
+      draw();
+    },
+    onkeydown: (event) => {
+      if (event.key !== 'Enter') return;
+      event.preventDefault();
+      event.stopPropagation();
+      enter();
+    },
+  });
+  const dots = h('div', {class: 'pin-dots', 'aria-hidden': 'true'});
+  const message = h('p', {class: 'pin-message', role: 'alert', 'data-test': 'pin-message'});
+
+  function draw() {
+    const count = Math.max(4, field.value.length);
+    while (dots.children.length < count) dots.append(h('span', {class: 'pin-dot'}));
+    while (dots.children.length > count) dots.lastChild.remove();
+    [...dots.children].forEach((dot, index) =>
+      dot.classList.toggle('filled', index < field.value.length));
+  }
+
+  let busy = false;
+  async function enter() {
+    if (busy) return;
+    const pin = field.value;
+    if (pin.length < 4) {
+      setText(message, t('pin.short'));
+      return;
+    }
+    busy = true;
+    const error = await onEnter(pin).catch((problem) => problem.message || t('error.failed'));
+    busy = false;
+    field.value = '';
+    draw();
+    fill(message, error ?? '');
+    if (element.isConnected && error) field.focus();
+  }
+
+  function press(digit) {
+    if (field.value.length < maxPin) field.value += digit;
+    setText(message, '');
+    draw();
+  }
+
+  const key = (digit) => h('button', {
+    type: 'button', class: 'pin-key', 'aria-label': t('pin.digit', {digit}),
+    onclick: () => press(digit),
+  }, digit);
+  const pad = h('div', {class: 'pin-pad'},
+      ['1', '2', '3', '4', '5', '6', '7', '8', '9'].map(key),
+      h('button', {type: 'button', class: 'pin-key', 'aria-label': t('pin.erase'), onclick: () => {
+        field.value = field.value.slice(0, -1);
+        draw();
+      }}, icon('erase')),
+      key('0'),
+      h('button', {type: 'button', class: 'pin-key pin-enter', 'data-test': 'pin-ok',
+        'aria-label': t('common.ok'), onclick: enter}, icon('check')));
+  const element = h('div', {class: 'pin'}, title,
+      h('div', {class: 'pin-entry'}, field, dots), message, pad);
+  element.press = press;
+  element.focusField = () => field.focus({preventScroll: true});
+  element.say = (text) => setText(message, text);
+  element.ask = (text) => {
+    setText(title, text);
+    field.setAttribute('aria-label', text);
+    field.value = '';
+    draw();
+  };
+  draw();
+  return element;
+}
+
+/** What to tell after a wrong PIN: {ok: false, wait}. */
+export function pinProblem(answer) {
+  return answer.wait > 0 ? t('pin.wait', {seconds: Math.ceil(answer.wait)}) : t('pin.wrong');
+}

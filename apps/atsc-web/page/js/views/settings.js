@@ -1,0 +1,2 @@
+import {h} from '../dom.js';
+export const view = {name: 'settings', mount(box) { box.append(h('div', {})); }};
