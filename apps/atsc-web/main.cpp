@@ -13,6 +13,8 @@
 #include <string>
 
 #include "common/database_files.h"
+#include "guide/guide_routes.h"
+#include "guide/guide_store.h"
 #include "http/event_hub.h"
 #include "http/router.h"
 #include "http/server.h"
@@ -60,6 +62,8 @@ void run(const Options& options) {
   web::Router router;
   web::EventHub hub;
   web::addEventRoutes(router, hub);
+  web::GuideStore guide(apps::databaseFiles(options.db));
+  web::addGuideRoutes(router, guide);
   web::HttpServer::Options http;
   http.address = options.listen;
   http.port = options.port;

@@ -1,0 +1,15 @@
+// Answers the requests of pages for channels, programmes and rows.
+#ifndef ATSC_WEB_GUIDE_GUIDE_ROUTES_H_
+#define ATSC_WEB_GUIDE_GUIDE_ROUTES_H_
+
+#include "guide/guide_store.h"
+#include "http/router.h"
+
+namespace web {
+
+// The store has to exist as long as the router.
+void addGuideRoutes(Router& router, GuideStore& store);
+
+}  // namespace web
+
+#endif  // ATSC_WEB_GUIDE_GUIDE_ROUTES_H_
