@@ -4,6 +4,7 @@ import os
 import signal
 import subprocess
 
+from large import CARRIERS, changed as changed_carrier, market
 from receiver import AIR, CABLE, ROOT, lineup, until
 from scenario import scenario
 
@@ -189,3 +190,33 @@ def said_not_blank(scene):
     receiver.web()
     page.gone("lost")
     page.see("guide-cell", "After the restart")
+
+
+@scenario
+def four_thousand_channels(scene):
+    receiver = scene.receiver
+    receiver.ready(*market())
+    span = receiver.get("/api/guide/span?src=VSB")
+    assert span["programmes"] >= 50000, span
+    page = scene.page("/guide")
+    page.see("guide-cell", "Show 3 of 0")
+    # Only what can be seen is drawn, wherever one is.
+    page.keys("END")
+    page.see("guide-row", "S4019")
+    page.see("guide-cell", "of 4019")
+    drawn = page.js("return document.querySelectorAll('[data-test=guide-cell]').length")
+    assert drawn < 1500, drawn
+    page.type("search", "part 7 of 2345")
+    page.click("search-result", "Show 7 of 2345")
+    page.see("programme", "What happens in part 7 of 2345, and who is to blame.")
+    page.keys("ESCAPE")
+    # What changes on the air changes on the page, at the place where one looks.
+    receiver.change(changed_carrier(66, "Something else"), CARRIERS[66] * 1000000)
+    page.go("/")
+    page.go("/guide")
+    page.keys("END")
+    page.see("guide-cell", "Something else", seconds=30)
+    page.go("/channels")
+    page.type("channel-search", "S3999")
+    page.see("channel-row", "S3999")
+    page.gone("channel-row", "S0")
