@@ -53,7 +53,7 @@ class Receiver:
         self.port = None
         self.origin = None
         self.start_time = None
-        self.variables = {k: v for k, v in os.environ.items() if not k.startswith("ATSC_")}
+        self.variables = {k: v for k, v in os.environ.items() if not k.startswith(("ATSC_", "XDG_"))}
         self.variables.update(HOME=folder, SPDLOG_LEVEL="warn")
 
     def program(self, name):
