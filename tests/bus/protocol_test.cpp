@@ -103,6 +103,20 @@ TEST(ProtocolDocumentTest, TheBrowsersTablesSayTheSame) {
   for (const Json::Value& row : protocol::readTable(BROWSER_TABLES "/callbacks.json"))
     shown[row["kind"].asString()] = {row["pc"].asString(), shownKeys(row["keys"])};
   EXPECT_EQ(described, shown);
+
+  const Json::Value files = protocol::readTable(BROWSER_TABLES "/columns.json");
+  for (const auto& [heading, file] :
+       {std::pair("### Channel tables", "channels"), {"### Guide tables", "guide"}}) {
+    std::vector<std::string> columns, explained;
+    for (const protocol::TableRow& row : document.rows) {
+      if (row.heading == heading && row.first == "column")
+        columns.push_back(protocol::names(protocol::cell(row, "column"))[0] + ' ' +
+                          protocol::cell(row, "type"));
+    }
+    for (const Json::Value& column : files[file])
+      explained.push_back(column["name"].asString() + ' ' + column["type"].asString());
+    EXPECT_EQ(columns, explained);
+  }
 }
 
 }  // namespace

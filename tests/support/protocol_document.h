@@ -87,12 +87,12 @@ inline std::map<std::string, std::string> defaults(const std::string& cell) {
   return all;
 }
 
-// Reads a list from a JSON file.
+// Reads a JSON file.
 inline Json::Value readTable(const std::string& path) {
   std::ifstream file(path);
   Json::Value table;
   std::string errors;
-  if (!Json::parseFromStream(Json::CharReaderBuilder(), file, &table, &errors) || !table.isArray())
+  if (!Json::parseFromStream(Json::CharReaderBuilder(), file, &table, &errors))
     throw std::runtime_error("cannot read " + path + ": " + errors);
   return table;
 }

@@ -1,0 +1,211 @@
+// The command console: every command of the library, its keys as fields, and what it answers.
+
+import {post} from '../api.js';
+import {airText, fill, h, icon, setText, show} from '../dom.js';
+import {toast} from '../dialog.js';
+import {onPart} from '../live.js';
+import {t, textOr} from '../texts.js';
+import {copyText, prettyJson} from './json.js';
+import {commands, keyList, prose} from './reference.js';
+import {commandFields} from './fields.js';
+
+const keptHistory = 50;
+const history = [];  // {text, result, ms, at}, the newest first; for all visits in this page
+
+function parsed(text) {
+  try {
+    const value = JSON.parse(text);
+    return value !== null && typeof value === 'object' && !Array.isArray(value) ? value : null;
+  } catch {
+    return null;
+  }
+}
+
+export function mountConsole(container) {
+  let table = [];
+  let chosen = null;  // row of the table
+  let fields = null;
+  let rawShown = false;
+  let last = null;    // the last answer
+
+  const disabled = h('p', {class: 'panel dev-notice', 'data-test': 'console-off', role: 'status'},
+      icon('lock'), h('span', {}, t('developer.consoleOff')));
+  const search = h('input', {class: 'field', type: 'search', spellcheck: 'false',
+    placeholder: t('developer.findCommand'), 'aria-label': t('developer.findCommand'),
+    'data-test': 'console-search', oninput: () => drawList()});
+  const list = h('div', {class: 'dev-commands', 'data-test': 'console-commands'});
+  const about = h('div', {class: 'dev-about', 'aria-live': 'polite'});
+  const form = h('div', {class: 'dev-fields'});
+  const raw = h('textarea', {class: 'field dev-raw', rows: '3', spellcheck: 'false',
+    'aria-label': t('developer.raw'), 'data-test': 'console-text', oninput: () => readRaw(),
+    onkeydown: (event) => {
+      if (event.key !== 'Enter' || !(event.ctrlKey || event.metaKey)) return;
+      event.preventDefault();
+      send();
+    }});
+  const rawNote = h('p', {class: 'dim dev-raw-note', role: 'status'});
+  const sendButton = h('button', {type: 'button', class: 'button primary', 'data-test':
+    'console-send', onclick: () => send()}, t('developer.send'));
+  const answer = h('section', {class: 'panel dev-answer', 'data-test': 'console-reply',
+    'aria-live': 'polite', 'aria-label': t('developer.answer')},
+  h('p', {class: 'dim'}, t('developer.noAnswer')));
+  const past = h('ol', {class: 'dev-history'});
+
+  function drawList() {
+    const wanted = search.value.trim().toLowerCase();
+    const found = table.filter((each) => wanted === '' ||
+        `${each.class} ${each.command}`.toLowerCase().includes(wanted) ||
+        each.about.toLowerCase().includes(wanted) ||
+        each.keys.some(({name}) => name.toLowerCase().includes(wanted)));
+    const classes = [...new Set(found.map((each) => each.class))];
+    fill(list, classes.map((name) => h('div', {class: 'dev-class', role: 'group',
+      'aria-label': t('developer.class', {name})},
+    h('h3', {}, h('code', {}, name), ' ',
+        h('span', {class: 'dim'}, t(`developer.class.${name}`))),
+    found.filter((each) => each.class === name).map((each) => h('button', {
+      type: 'button', class: 'dev-command', 'data-test': 'console-command',
+      'data-command': `${each.class} ${each.command}`, 'aria-label': `${each.class} ${each.command}`,
+      'aria-pressed': String(each === chosen),
+      onclick: () => choose(each, {class: each.class, command: each.command}),
+    }, each.command)))),
+    found.length === 0 && h('p', {class: 'dim'}, t('developer.noCommand')));
+  }
+
+  function mark() {
+    for (const button of list.querySelectorAll('.dev-command')) {
+      const same = chosen !== null &&
+          button.dataset.command === `${chosen.class} ${chosen.command}`;
+      button.setAttribute('aria-pressed', String(same));
+    }
+  }
+
+  // Shows a command with the keys of a message.
+  function choose(row, message, {keepRaw = false} = {}) {
+    if (chosen !== row) {
+      chosen = row;
+      mark();
+      fill(about,
+          h('h2', {}, h('code', {}, row.class), ' ', h('code', {}, row.command), ' ',
+              row.who !== 'viewer' && h('span', {class: 'badge'}, t(`developer.who.${row.who}`))),
+          h('p', {}, prose(row.about)),
+          row.fails && h('p', {class: 'dim'}, h('strong', {}, t('developer.fails')), ' ',
+              prose(row.fails)),
+          row.reply.length > 0 && h('details', {class: 'dev-reply-keys'},
+              h('summary', {}, t('developer.replyKeys', {n: row.reply.length})),
+              keyList(row.reply)));
+      fields = commandFields(row, (keys) => write({class: row.class, command: row.command, ...keys}));
+      fill(form, row.keys.length > 0 ? fields : h('p', {class: 'dim'}, t('developer.noKeys')));
+    }
+    fields.fill(message);
+    if (!keepRaw) {
+      // What must be there is there from the beginning.
+      const keys = fields.keys();
+      write({class: row.class, command: row.command, ...keys});
+    }
+  }
+
+  function write(message) {
+    raw.value = JSON.stringify(message);
+    setText(rawNote, '');
+    raw.classList.remove('bad');
+  }
+
+  function readRaw() {
+    const message = parsed(raw.value);
+    raw.classList.toggle('bad', message === null);
+    if (message === null) {
+      setText(rawNote, t('developer.rawBad'));
+      return;
+    }
+    const row = table.find((each) =>
+      each.class === message.class && each.command === message.command);
+    setText(rawNote, row ? '' : t('developer.rawUnknown'));
+    if (row) choose(row, message, {keepRaw: true});
+  }
+
+  function drawAnswer() {
+    if (!last) return;
+    const {result, text, reply, ms, sent} = last;
+    const row = table.find((each) => each.class === sent?.class && each.command === sent?.command);
+    const meaning = result === 0 ? (text === null ? 'developer.okSilent' : 'developer.ok') :
+      'developer.refused';
+    const toggle = h('button', {type: 'button', class: 'button', 'aria-pressed': String(rawShown),
+      'data-test': 'console-raw-reply', onclick: () => {
+        rawShown = !rawShown;
+        drawAnswer();
+        answer.querySelector('[data-test="console-raw-reply"]')?.focus();
+      }}, t('developer.rawReply'));
+    fill(answer,
+        h('div', {class: 'dev-result'},
+            h('span', {class: `badge ${result === 0 ? 'good' : 'bad'}`, 'data-test': 'console-result'},
+                t('developer.result', {result})),
+            h('span', {class: 'dim'}, t('developer.took', {ms: ms < 10 ? ms.toFixed(2) :
+              Math.round(ms)})),
+            text !== null && toggle,
+            text !== null && h('button', {type: 'button', class: 'button', onclick: async () => {
+              const done = await copyText(text);
+              toast(t(done ? 'developer.copiedReply' : 'error.failed'));
+            }}, t('developer.copy'))),
+        h('p', {}, t(meaning)),
+        result !== 0 && row?.fails && h('p', {}, prose(row.fails)),
+        result !== 0 && h('p', {class: 'dim'}, prose(t('developer.refusedMore'))),
+        text === null ? null : reply === null || rawShown ?
+          h('pre', {class: 'json', tabindex: '0', 'aria-label': t('developer.reply')},
+              airText(text)) :
+          prettyJson(reply, {'aria-label': t('developer.reply')}),
+        text !== null && row?.reply.length > 0 && reply !== null && typeof reply === 'object' &&
+          h('details', {}, h('summary', {}, t('developer.whatIsThis')), keyList(row.reply)));
+  }
+
+  function drawHistory() {
+    fill(past, history.map((each) => h('li', {}, h('button', {
+      type: 'button', class: 'dev-past', 'data-test': 'console-history',
+      onclick: () => {
+        raw.value = each.text;
+        readRaw();
+        raw.focus();
+      },
+    }, h('span', {class: `badge ${each.result === 0 ? 'good' : 'bad'}`}, String(each.result)),
+    airText(each.text, {class: 'mono'})))));
+  }
+
+  async function send() {
+    const text = raw.value;
+    sendButton.disabled = true;
+    try {
+      const reply = await post('/api/console', text);
+      last = {...reply, text: reply.text ?? null, sent: parsed(text)};
+      history.unshift({text, result: reply.result});
+      history.splice(keptHistory);
+      drawHistory();
+      drawAnswer();
+    } catch (error) {
+      fill(answer, h('p', {class: 'dev-error'}, icon('alert'),
+          textOr(`error.${error.code}`, error.message || t('error.failed'))));
+    }
+    sendButton.disabled = false;
+  }
+
+  container.append(disabled,
+      h('div', {class: 'dev-console'},
+          h('div', {class: 'panel dev-side'}, search, list),
+          h('div', {class: 'dev-main'},
+              h('div', {class: 'panel dev-request'}, about, form,
+                  h('div', {class: 'dev-raw-box'}, raw, rawNote),
+                  h('div', {class: 'dev-send'}, sendButton,
+                      h('span', {class: 'dim'}, t('developer.sendKey')))),
+              answer,
+              h('section', {class: 'panel dev-past-box'}, h('h3', {}, t('developer.history')),
+                  past))));
+  drawHistory();
+  commands().then((read) => {
+    table = read;
+    drawList();
+    const first = table.find((each) => each.class === 'SRV' && each.command === 'GETCUR');
+    choose(first ?? table[0], {});
+  }, (error) => toast(error.message));
+  return onPart((state) => state.console !== false, (allowed) => {
+    show(disabled, !allowed);
+    sendButton.disabled = !allowed;
+  });
+}
