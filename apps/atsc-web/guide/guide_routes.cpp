@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "common/json.h"
 #include "common/text.h"
 #include "guide/json_text.h"
 #include "guide/table_rows.h"
@@ -267,6 +268,14 @@ Response answerPlan(GuideStore&, const Request& request) {
 }
 
 }  // namespace
+
+Json::Value programmeJson(const Programme& programme) {
+  JsonText json;
+  json.open('{');
+  writeMembers(json, programme);
+  json.text("description", programme.description).close('}');
+  return apps::parseJson(json.take()).value_or(Json::Value());
+}
 
 void addGuideRoutes(Router& router, GuideStore& store) {
   using Answer = Response (*)(GuideStore&, const Request&);

@@ -71,11 +71,15 @@ std::shared_ptr<const ChannelList> GuideStore::channels(const apps::Source& sour
   return channels_[indexOf(source)];
 }
 
-std::optional<ChannelRow> GuideStore::channel(const apps::Source& source,
+std::optional<ChannelRow> GuideStore::channel(const std::string& source,
                                               const std::string& key) const {
-  const std::shared_ptr<const ChannelList> list = channels(source);
+  const std::shared_ptr<const ChannelList> list = channels(apps::sourceNamed(source));
   const ChannelRow* const row = list->withKey(key);
   return row == nullptr ? std::nullopt : std::optional<ChannelRow>(*row);
+}
+
+NowNext GuideStore::nowNext(const std::string& source, const std::string& key, int64_t utc) {
+  return programmes(apps::sourceNamed(source)).nowNext(key, utc);
 }
 
 ProgrammeTable& GuideStore::programmes(const apps::Source& source) {

@@ -47,12 +47,12 @@ class GuideStore {
 
   // Returns the channels of a source, as they are now.
   std::shared_ptr<const ChannelList> channels(const apps::Source& source) const;
-  std::optional<ChannelRow> channel(const apps::Source& source, const std::string& key) const;
 
   ProgrammeTable& programmes(const apps::Source& source);
-  OnAir onAir(const apps::Source& source, const std::string& key, int64_t utc) {
-    return programmes(source).onAir(key, utc);
-  }
+
+  // For a source "VSB" or "QAM": return a channel by its key, and what it broadcasts at a time.
+  std::optional<ChannelRow> channel(const std::string& source, const std::string& key) const;
+  NowNext nowNext(const std::string& source, const std::string& key, int64_t utc);
 
   const apps::DatabaseFiles& files() const { return files_; }
 

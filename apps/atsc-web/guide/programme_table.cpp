@@ -414,7 +414,7 @@ std::optional<Programme> ProgrammeTable::startingAt(const std::string& key, int6
   return std::nullopt;
 }
 
-OnAir ProgrammeTable::onAir(const std::string& key, int64_t utc) {
+NowNext ProgrammeTable::nowNext(const std::string& key, int64_t utc) {
   const std::lock_guard<std::mutex> lock(mutex_);
   const Entry* now = nullptr;
   const Entry* next = nullptr;
@@ -427,7 +427,7 @@ OnAir ProgrammeTable::onAir(const std::string& key, int64_t utc) {
       now = &entry;
     }
   }
-  OnAir result;
+  NowNext result;
   if (now != nullptr) result.now = programmeOf(*now, true);
   if (next != nullptr) result.next = programmeOf(*next, true);
   return result;

@@ -29,7 +29,7 @@ struct Programme {
   bool blocked = false;  // under the current parental settings
 };
 
-struct OnAir {
+struct NowNext {
   std::optional<Programme> now;
   std::optional<Programme> next;
 };
@@ -73,7 +73,7 @@ class ProgrammeTable {
               const std::function<bool(size_t, const Programme&)>& found);
   // Returns the programmes of a channel, complete.
   std::optional<Programme> startingAt(const std::string& key, int64_t start);
-  OnAir onAir(const std::string& key, int64_t utc);
+  NowNext nowNext(const std::string& key, int64_t utc);
 
   // Returns the keys of the channels that have a programme of this genre in a window.
   std::vector<std::string> channelsWith(uint32_t genre, int64_t from, int64_t to);

@@ -38,17 +38,14 @@ using std::chrono::seconds;
 
 constexpr size_t kMostConnections = 64;
 constexpr size_t kMostPages = 16;
-constexpr int kMostPerSecond = 100;
+constexpr int kMostPerSecond = 200;
 // What all connections together have sent or not yet taken.
 constexpr size_t kMostBuffered = 8'000'000;
 constexpr size_t kWorkers = 8;
 constexpr size_t kEventPiece = 65'536;
 
-constexpr seconds kRequestTime{10};  // from its first byte to its last
 constexpr seconds kIdleTime{30};
-constexpr seconds kAnswerTime{30};
 constexpr seconds kLingerTime{2};
-constexpr seconds kCommentTime{15};
 
 [[noreturn]] void failAddress(const std::string& address, uint16_t port) {
   throw std::runtime_error(address + " port " + std::to_string(port) + ": " +
@@ -118,7 +115,8 @@ std::optional<Descriptor> listenOn(const std::string& text, uint16_t port) {
 class HttpServer::Loop {
  public:
   Loop(const Options& options, const Router& router, EventHub& hub)
-      : address_(options.address.empty() ? "127.0.0.1" : options.address),
+      : options_(options),
+        address_(options.address.empty() ? "127.0.0.1" : options.address),
         listeners_(listenAll(options)),
         port_(portOf(listeners_.front().get())),
         wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
@@ -152,6 +150,7 @@ class HttpServer::Loop {
     for (std::thread& thread : threads_) thread.join();
     threads_.clear();
     connections_.clear();
+    listeners_.clear();
   }
 
  private:
@@ -165,11 +164,11 @@ class HttpServer::Loop {
   };
 
   struct Connection {
-    Connection(Descriptor&& descriptor, Clock::time_point now)
+    Connection(Descriptor&& descriptor, Clock::time_point now, Clock::time_point until)
         : socket(std::move(descriptor)),
           local(localOf(socket.get())),
           since(now),
-          deadline(now + kRequestTime) {}
+          deadline(until) {}
 
     Descriptor socket;
     const std::string local;
@@ -350,7 +349,7 @@ class HttpServer::Loop {
       ++accepted_;
       const int yes = 1;
       setsockopt(socket.get(), IPPROTO_TCP, TCP_NODELAY, &yes, sizeof yes);
-      connections_.emplace_back(std::move(socket), now);
+      connections_.emplace_back(std::move(socket), now, now + options_.requestTime);
     }
   }
 
@@ -397,7 +396,7 @@ class HttpServer::Loop {
     connection.intake.feed({buffer.data(), static_cast<size_t>(size)});
     if (!connection.timed && connection.intake.started()) {
       connection.timed = true;
-      connection.deadline = now + kRequestTime;
+      connection.deadline = now + options_.requestTime;
     }
     if (buffered() > kMostBuffered) {
       refuse(connection, now, 503, "busy");
@@ -435,7 +434,7 @@ class HttpServer::Loop {
     }
     for (const auto& [connection, page] : done) {
       connection->since = now;
-      connection->deadline = now + kAnswerTime;
+      connection->deadline = now + options_.answerTime;
       connection->state = State::kWriting;
       if (page) {
         startEvents(*connection, *page, now);
@@ -458,7 +457,7 @@ class HttpServer::Loop {
     }
     connection.state = State::kEvents;
     connection.page = page;
-    connection.deadline = now + kCommentTime;
+    connection.deadline = now + options_.commentTime;
   }
 
   // Adds something new only when the client has taken what there was, so that a slow one gets no
@@ -471,17 +470,17 @@ class HttpServer::Loop {
         return;
       }
       if (!connection.output.empty()) {
-        if (!stuck) connection.deadline = now + kAnswerTime;
+        if (!stuck) connection.deadline = now + options_.answerTime;
         return;
       }
-      if (stuck) connection.deadline = now + kCommentTime;
+      if (stuck) connection.deadline = now + options_.commentTime;
       stuck = false;
       connection.output = hub_.take(connection.page, kEventPiece);
       if (connection.output.empty()) {
         if (now < connection.deadline) return;
         connection.output = ":\n\n";
       }
-      connection.deadline = now + kCommentTime;
+      connection.deadline = now + options_.commentTime;
     }
   }
 
@@ -494,7 +493,7 @@ class HttpServer::Loop {
     }
     connection.state = State::kReading;
     connection.timed = connection.intake.started();
-    connection.deadline = now + (connection.timed ? kRequestTime : kIdleTime);
+    connection.deadline = now + (connection.timed ? options_.requestTime : kIdleTime);
     toWorkers(connection);
   }
 
@@ -504,7 +503,7 @@ class HttpServer::Loop {
     connection.keep = false;
     connection.since = now;
     connection.state = State::kWriting;
-    connection.deadline = now + kAnswerTime;
+    connection.deadline = now + options_.answerTime;
     if (!sendSome(connection)) {
       connection.state = State::kClosed;
     } else if (connection.output.empty()) {
@@ -528,8 +527,9 @@ class HttpServer::Loop {
     }
   }
 
+  const Options options_;
   const std::string address_;
-  const std::vector<Descriptor> listeners_;
+  std::vector<Descriptor> listeners_;
   const uint16_t port_;
   const Descriptor wake_;
   EventHub& hub_;

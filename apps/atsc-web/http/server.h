@@ -2,6 +2,7 @@
 #ifndef ATSC_WEB_HTTP_SERVER_H_
 #define ATSC_WEB_HTTP_SERVER_H_
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -17,6 +18,12 @@ class HttpServer {
     std::string address;  // IP address to listen on; empty: 127.0.0.1 and ::1
     uint16_t port = 0;    // 0: any free one
     std::string token;    // asked from each browser once; empty: not asked
+    // How long a request may take from its first byte to its last, and how long a page may take for
+    // what it has been sent.
+    std::chrono::milliseconds requestTime = std::chrono::seconds(10);
+    std::chrono::milliseconds answerTime = std::chrono::seconds(30);
+    // After this silence a comment tells whether the page is still there.
+    std::chrono::milliseconds commentTime = std::chrono::seconds(15);
   };
 
   // Listens; answers from start() on. Throws std::runtime_error if the address is not free.

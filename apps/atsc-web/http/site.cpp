@@ -156,7 +156,8 @@ class Site::Parser final : public httplib::Server {
     for (const auto& [name, value] : kEveryAnswer) {
       head.append(name).append(": ").append(value).append("\r\n");
     }
-    return head + "\r\n";
+    // A page comes back a second after the program does.
+    return head + "\r\nretry: 1000\n\n";
   }
 
   Site& site_;

@@ -53,7 +53,7 @@ class Receiver:
         self.port = None
         self.origin = None
         self.start_time = None
-        self.variables = {k: v for k, v in os.environ.items() if not k.startswith("ATSC_")}
+        self.variables = {k: v for k, v in os.environ.items() if not k.startswith(("ATSC_", "XDG_"))}
         self.variables.update(HOME=folder, SPDLOG_LEVEL="warn")
 
     def program(self, name):
@@ -75,9 +75,11 @@ class Receiver:
         self.start_time = start
         self._mux(lineups, self.air)
 
-    def change(self, changed, frequency):
-        """Replaces one carrier, at once, by that of a changed lineup; the clock runs on."""
+    def change(self, changed, frequency, start=None):
+        """Replaces one carrier, at once, by that of a changed lineup. The receiver's clock runs on,
+        unless the new stream starts at another time."""
         later = os.path.join(self.folder, "later")
+        self.start_time = start or self.start_time
         self._mux([changed], later)
         kind = "vsb" if changed["medium"] == "air" else "qam"
         name = os.path.join(kind, f"{frequency}.ts")
@@ -114,13 +116,18 @@ class Receiver:
               "atsc-service ready")
         assert process.poll() is None, "atsc-service ended:\n" + self.log("atsc-service")
 
+    def free_port(self):
+        """Chooses the port of atsc-web."""
+        with socket.socket() as free:
+            free.bind(("127.0.0.1", 0))
+            self.port = free.getsockname()[1]
+        self.origin = f"http://127.0.0.1:{self.port}"
+        return self.port
+
     def web(self, *options):
         """Starts atsc-web; it answers when this returns."""
         if not self.port:
-            with socket.socket() as free:
-                free.bind(("127.0.0.1", 0))
-                self.port = free.getsockname()[1]
-            self.origin = f"http://127.0.0.1:{self.port}"
+            self.free_port()
         process = self.start("atsc-web", "--port", str(self.port), *options)
 
         def answers():

@@ -1,0 +1,178 @@
+"""Every page: hostile texts, keyboard, phone, accessibility; what the developer's pages do."""
+
+from receiver import AIR, until
+from scenario import scenario
+
+VIEWS = ["/", "/guide", "/scan", "/channels", "/parental", "/settings", "/developer/callbacks",
+         "/developer/console", "/developer/rows"]
+
+
+@scenario
+def hostile_names(scene):
+    receiver = scene.receiver
+    receiver.ready("hostile", start="2026-11-21T20:05:00Z")
+    image = '<img src=x onerror="window.hacked=1">'
+    receiver.command("FW", "CHANNELADD", src="VSB", major=66, minor=6, freq=183000000,
+                     name="<img onerror=a src=>")
+    page = scene.page()
+
+    def sound(where):
+        faults = page.js("""
+            return [window.hacked, document.querySelector('svg[onload], img[src="x"], bdi h1, bdi b'),
+                document.body.innerText.match(/[\\u202a-\\u202e\\u2066-\\u2069]/)]""")
+        assert faults == [None, None, None], (where, faults)
+
+    page.see("banner-name", "<b>\"'&")
+    page.see("banner-now", image)
+    sound("banner")
+    page.see("alert", image, "<script>hacked=1</script>")
+    receiver.tune(5, 2)
+    page.see("banner-now", "\U0001f3ac </bdi></button><h1>big</h1>")
+    page.go("/guide")
+    for title in (image, "\"double\" 'single' `back` &amp; ${hacked}", "</bdi></button><h1>big</h1>"):
+        page.see("guide-cell", title)
+    page.see("guide-row", "<img onerror=a src=>")
+    sound("guide")
+    page.type("search", "éé")
+    page.click("search-result", "Long")
+    assert page.see("programme", "<end>").count("é") == 3990
+    sound("programme")
+    for path, name, words in (
+            ("/channels", "channel-row", ["<b>\"'&", "<img onerror=a src=>"]),
+            ("/parental", "main", ["<svg onload=hacked=1>", "<b>Age</b>", "<6>"]),
+            ("/developer/callbacks", "callback-row", [image]),
+            ("/developer/rows", "main", ["<img onerror=a src=>"])):
+        page.go(path)
+        page.see(name, *words)
+        sound(path)
+
+
+@scenario
+def keyboard_alone(scene):
+    receiver = scene.receiver
+    receiver.broadcast(AIR)
+    receiver.service("--fast")
+    receiver.web()
+    page = scene.page()
+
+    def walk(*words, key="ARROW_DOWN", most=25):
+        """Presses a key until the focus is on what has those words."""
+        for _ in range(most):
+            if all(word in page.focused() for word in words):
+                return
+            page.keys(key)
+        raise AssertionError(f"{key} does not lead to {words}; at {page.focused()!r}")
+
+    page.see("first-scan")
+    walk("first-scan")
+    page.keys("ENTER")
+    page.see("scan-start")
+    walk("scan-start")
+    page.keys("ENTER")
+    page.see("scan-services", "12")
+    page.keys("ESCAPE")
+    page.see("banner-number", "5-1")
+    page.keys("ARROW_UP")
+    page.see("banner-number", "5-2")
+    page.keys("ARROW_DOWN")
+    page.see("banner-number", "5-1")
+    page.keys("3", "1", "-", "1", "ENTER")
+    page.see("banner-number", "31-1")
+
+    page.keys("g")
+    page.see("guide-cell")
+    until(lambda: "guide-cell" in page.focused() or page.js(
+        "return document.activeElement.closest('[data-test=guide]') !== null"), "focus in the guide")
+    page.keys("ARROW_UP", "ARROW_RIGHT", "ENTER")
+    page.see("programme")
+    page.keys("ESCAPE")
+    page.gone("programme")
+    page.keys("ESCAPE", "m")
+    page.see("menu")
+    walk("Settings")
+    page.keys("ENTER")
+    page.see("settings")
+    walk("zone")
+    page.keys("ESCAPE")
+    page.keys("m")
+    page.see("menu")
+    page.keys("ESCAPE")
+    page.gone("menu")
+
+
+@scenario
+def phone_with_a_finger(scene):
+    receiver = scene.receiver
+    receiver.ready()
+    page = scene.page()
+    page.resize("phone", touch=True)
+    page.reload()
+    page.see("banner-number", "5-1")
+    page.tap("remote-open")
+    page.tap("remote-up")
+    page.see("banner-number", "5-2")
+    page.keys("ESCAPE")
+    for view in VIEWS:
+        page.go(view)
+        page.see("main")
+        wide = page.js("return document.documentElement.scrollWidth")
+        assert wide <= 390, f"{view} is {wide} pixels wide"
+    page.go("/guide")
+    page.tap("guide-cell", "The Long Lock")
+    page.see("programme", "TV-14")
+    page.tap("programme-play")
+    page.see("banner-number", "5-1")
+
+
+@scenario
+def every_page_named_and_readable(scene):
+    receiver = scene.receiver
+    receiver.ready()
+    page = scene.page()
+    faults = []
+    for scheme in ("dark", "light"):
+        page.media(prefers_color_scheme=scheme, prefers_reduced_motion="reduce")
+        for view in VIEWS:
+            page.go(view)
+            page.see("main")
+            faults += page.axe(f"{scheme} {view}")
+        page.go("/guide")
+        page.click("guide-cell", "The Long Lock")
+        page.see("programme")
+        faults += page.axe(f"{scheme} programme")
+        page.keys("ESCAPE")
+        page.keys("m")
+        page.see("menu")
+        faults += page.axe(f"{scheme} menu")
+        page.keys("ESCAPE")
+    assert not faults, "\n".join(faults)
+
+
+@scenario
+def for_developers(scene):
+    receiver = scene.receiver
+    receiver.ready()
+    page = scene.page("/developer/console")
+    page.click("console-command", "SRV GETCUR")
+    page.click("console-send")
+    page.see("console-reply", '"chn_name"', "KÉVA-1")
+    page.type("console-text", "no json")
+    page.click("console-send")
+    page.see("console-reply", "-1")
+    page.go("/developer/callbacks")
+    receiver.tune(9, 1)
+    page.see("callback-row", "CHANNEL_PLAY_SUCCESS")
+    page.type("callback-filter", "EPG_")
+    page.gone("callback-row", "CHANNEL_PLAY_SUCCESS")
+    page.go("/developer/rows")
+    page.see("main", "channel_data_t", "KÉVA-1")
+    scene.forget(page)
+
+    # Without the console neither the page nor the server takes raw commands.
+    receiver.stop("atsc-web")
+    receiver.web("--no-console")
+    page = scene.page("/developer/console")
+    page.see("main")
+    page.gone("console-send")
+    status, answer = receiver.request("/api/console", b'{"class":"PC","command":"RESET"}')
+    assert (status, answer["error"]) == (403, "console")
