@@ -10,8 +10,8 @@ const maxLength = 9;  // 16383-1023 is the longest number there is, and never ne
 let typed = '';
 let timer = 0;
 const text = h('span', {class: 'digits-text'});
-const box = h('div', {class: 'digits', role: 'status', 'aria-label': t('screen.digits'),
-  'data-test': 'digits', hidden: true}, text);
+const box = h('div', {class: 'digits', 'data-test': 'digits', hidden: true},
+    h('span', {class: 'visually-hidden'}, t('screen.digits')), text);
 document.body.append(box);
 
 function clear() {

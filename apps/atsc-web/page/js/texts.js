@@ -61,6 +61,7 @@ export const texts = {
   'menu.standbyOff': 'Switch on',
   'menu.remote': 'Remote control',
   'menu.lockAgain': 'Lock again',
+  'remote.short': 'Remote',
   'remote.title': 'Remote control',
   'remote.digit': '{digit}',
   'remote.dash': 'Dash',
@@ -155,6 +156,9 @@ export const texts = {
   'screen.captionsText': 'The captions of this programme were made for a picture of {aspect}.',
   'screen.captionsNone': 'This programme has no captions.',
   'screen.playing': 'Plays now',
+  'screen.controls': 'Controls',
+  'screen.locked': 'Locked',
+  'screen.unlocked': 'Unlocked',
 
   // Settings
   'settings.title': 'Settings',
