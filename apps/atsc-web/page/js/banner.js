@@ -35,7 +35,7 @@ function badges(state) {
     tracks.length > maxTracks && badge(`+${tracks.length - maxTracks}`),
     groups.length > 0 && h('span', {class: 'badge', 'data-test': 'banner-favourites'}, icon('star'),
         t('screen.favourite', {n: groups.join(', ')})),
-    channel.flags & flags.locked && h('span', {class: 'badge'}, icon('lock'),
+    Boolean(channel.flags & flags.locked) && h('span', {class: 'badge'}, icon('lock'),
         t(state.unlocked ? 'screen.unlocked' : 'screen.locked')),
   ];
 }

@@ -43,6 +43,13 @@ export const texts = {
   'alert.noText': 'An emergency alert was received without a text.',
   'alert.leave': 'Ends by itself.',
 
+  // Login
+  'login.more': 'This television is asked for its token once in this browser.',
+  'login.token': 'Token',
+  'login.open': 'Open',
+  'login.wrong': 'That is not the token.',
+  'login.failed': 'That did not work. Try again.',
+
   // Menu and remote control
   'menu.title': 'Menu',
   'menu.screen': 'Watch',
@@ -95,6 +102,7 @@ export const texts = {
   'pin.old': 'Enter the old PIN',
   'pin.differ': 'The two were not the same. Choose again.',
   'pin.short': 'A PIN has four to eight digits.',
+  'pin.notUnlocked': 'The PIN is right, but the receiver did not unlock it.',
   'pin.wrong': 'Wrong PIN.',
   'pin.wait': 'Wrong too often. Wait {seconds} s.',
   'pin.digit': 'Digit {digit}',

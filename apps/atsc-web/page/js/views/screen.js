@@ -13,7 +13,7 @@ import {pinPad, pinProblem} from '../parts.js';
 import {toggleRemote} from '../remote.js';
 import {channelDown, channelUp, play, send, setStandby} from '../television.js';
 import {t} from '../texts.js';
-import {everySecond} from '../time.js';
+import {clockText, everySecond, now} from '../time.js';
 
 const bannerMilliseconds = 6000;
 const detailsMilliseconds = 15000;
@@ -21,9 +21,10 @@ const dockMilliseconds = 4000;
 // A change that is quicker than this shows no "Tuning".
 const tuningMilliseconds = 600;
 
-function message(kind, {iconName, title, more, actions = [], test}) {
+function message(kind, {iconName, title, more, actions = [], test, clock = false}) {
   return h('div', {class: `screen-message ${kind}`, 'data-test': test},
       iconName && icon(iconName),
+      clock && h('time', {class: 'screen-clock'}, clockText(now())),
       h('p', {class: 'screen-title'}, title),
       more && h('p', {class: 'screen-more'}, more),
       actions.length > 0 && h('div', {class: 'screen-actions'}, actions.map((action, index) =>
@@ -51,7 +52,8 @@ function blockMessage(block, hasPin) {
     label: t('pin.enter'),
     onEnter: async (pin) => {
       const answer = await unlock(pin);
-      return answer.ok ? undefined : pinProblem(answer);
+      if (!answer.ok) return pinProblem(answer);
+      return answer.unlocked === false ? t('pin.notUnlocked') : undefined;
     },
   });
   return h('div', {class: 'screen-message block', 'data-test': 'block', 'data-kind': block.kind},
@@ -70,8 +72,8 @@ function blockMessage(block, hasPin) {
 function whichMessage(current, known) {
   const {scan} = current;
   if (current.standby) {
-    return {key: 'standby', make: () => message('standby', {iconName: 'power', test: 'standby',
-      title: t('screen.standby'), more: t('screen.standbyMore'),
+    return {key: 'standby', make: () => message('standby', {test: 'standby',
+      title: t('screen.standby'), more: t('screen.standbyMore'), clock: true,
       actions: [{text: t('screen.switchOn'), run: () => setStandby(false), test: 'switch-on'}]})};
   }
   if (scan?.running) {
@@ -183,10 +185,10 @@ function mount(container) {
     clearTimeout(sayTimer);
     // After the programme is known, and once for a viewer who steps through many channels.
     sayTimer = setTimeout(() => {
-      const {channel, now} = state();
+      const {channel, now: programme} = state();
       if (channel) {
         setText(live, t('screen.live', {number: channel.number, name: airString(channel.name),
-          title: now ? airString(now.title || t('screen.noTitle')) : t('screen.noProgramme')}));
+          title: programme ? airString(programme.title || t('screen.noTitle')) : t('screen.noProgramme')}));
       }
     }, 900);
     return current;
@@ -259,7 +261,11 @@ function mount(container) {
     onPart((current) => current.channel && hue(current.channel), (angle) => {
       document.getElementById('stage').style.setProperty('--hue', angle ?? 215);
     }),
-    everySecond(banner.tick),
+    everySecond((utc) => {
+      banner.tick();
+      const clock = drawn === 'standby' && centre.querySelector('.screen-clock');
+      if (clock) setText(clock, clockText(utc));
+    }),
     onChannels(readLists),
   ];
   readLists();
