@@ -29,7 +29,7 @@ if(CMAKE_CROSSCOMPILING)
   endif()
   set(library_needs "libc6 (>= 2.36), libgcc-s1, libstdc++6 (>= 12)")
   string(APPEND library_needs ", libjsoncpp25 (>= 1.9.5), libsqlite3-0 (>= 3.40)")
-  set(tools_needs ${library_needs})
+  set(tools_needs "${library_needs}, libcpp-httplib0.11, libcrypt1 (>= 1:4.3)")
   if(ATSC_PLATFORM STREQUAL "host")
     string(APPEND library_needs ", libdvbpsi10 (>= 1.3)")
   endif()
@@ -73,9 +73,10 @@ if(ATSC_PLATFORM STREQUAL "host")
   if(CMAKE_CROSSCOMPILING)
     string(APPEND CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS ", ${tools_needs}")
   endif()
-  set(CPACK_DEBIAN_TOOLS_DESCRIPTION "ATSC service and TV application for a PC
+  set(CPACK_DEBIAN_TOOLS_DESCRIPTION "ATSC service and TV applications for a PC
 atsc-service receives the broadcast of a folder of transport streams, atsc-tv
-is a TV application for the terminal, psipmux makes sample broadcasts.")
+is a TV application for the terminal, atsc-web is one whose screen is a page in
+a browser, psipmux makes sample broadcasts.")
   set(CPACK_DEBIAN_TOOLS_PACKAGE_CONTROL_EXTRA ${PROJECT_BINARY_DIR}/conffiles)
   file(WRITE ${PROJECT_BINARY_DIR}/conffiles "/etc/default/atsc-service\n")
   foreach(script postinst prerm postrm)

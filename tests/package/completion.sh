@@ -45,6 +45,8 @@ expect 'atsc-tv channels --db a' air
 expect 'atsc-service --f' --fast
 expect 'atsc-service --air=/srv/air --f' --fast
 expect 'atsc-service --air=a' air
+expect 'atsc-web --no' --no-console
+expect 'atsc-web --token-file a' a.json a.txt air
 expect 'psipmux a' a.json air
 expect 'psipmux a.json --out a' air
 # What is typed is compared and never run, nor a pattern.

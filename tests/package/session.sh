@@ -17,5 +17,14 @@ TZ=UTC atsc-tv guide --at first --db db >guide.txt
 has guide.txt "VSB${tab}22-3${tab}Jazz 22${tab}2026-04-22T14:20:00+00:00${tab}2026-04-22T18:20:00+00:00${tab}All That${tab}No rating${tab}-${tab}Big bands, live recordings and a request or two.${tab}-"
 atsc-tv play 9-1 --db db >play.txt
 has play.txt '9-1 WOLM-HD'
+atsc-web --db db --state state >web.log 2>&1 &
+web=$!
+grep -q 'http://127.0.0.1:8077/' < <(timeout 20 tail -n +1 -f web.log) || { cat web.log; fail "atsc-web is not ready"; }
+exec 3<>/dev/tcp/127.0.0.1/8077
+printf 'GET /api/channels?src=VSB HTTP/1.1\r\nHost: localhost:8077\r\nConnection: close\r\n\r\n' >&3
+timeout 20 grep -oa '"name":"WOLM-HD"' <&3 >web.txt || true
+has web.txt '"name":"WOLM-HD"'
+kill "$web"
+wait "$web" || { cat web.log; fail "atsc-web ended with status $?"; }
 stop_service
 [[ -z $(find /tmp -name '.BUS.*') ]] || fail "a socket is left"

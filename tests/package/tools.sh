@@ -13,7 +13,7 @@ files() {
 
 files >/tmp/before
 install /packages/libatscbusservice[0-9]*.deb /packages/atsc-tools*.deb
-for program in atsc-service atsc-tv psipmux; do
+for program in atsc-service atsc-tv atsc-web psipmux; do
   [[ $($program --version) == "$program "[0-9]*.* ]] || fail "$program --version"
 done
 as_viewer bash /tests/session.sh
@@ -25,7 +25,7 @@ diff /tmp/before /tmp/after || fail "files are left after the removal"
 
 install /packages/libatscbusservice[0-9]*.deb /packages/atsc-tools*.deb bash-completion man-db
 as_viewer bash /tests/completion.sh
-for program in atsc-service atsc-tv psipmux; do
+for program in atsc-service atsc-tv atsc-web psipmux; do
   man --warnings "$program" >/tmp/page 2>/tmp/warnings
   [[ ! -s /tmp/warnings ]] || fail "man $program: $(</tmp/warnings)"
   for part in NAME SYNOPSIS OPTIONS 'EXIT STATUS' FILES EXAMPLES 'SEE ALSO'; do
