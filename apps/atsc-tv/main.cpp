@@ -111,6 +111,6 @@ int main(int argc, char** argv) {
     message = error.what();
   }
   std::cout.flush();
-  std::cerr << "atsc-tv: " << apps::tv::printable(message) << '\n';
+  std::cerr << "atsc-tv: " << apps::printable(message) << '\n';
   return status;
 }

@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
+#include <cstdlib>
+#include <filesystem>
 #include <iostream>
 #include <optional>
 #include <string>
@@ -19,6 +21,7 @@
 #include "http/router.h"
 #include "http/server.h"
 #include "http/token.h"
+#include "television/television_routes.h"
 
 namespace {
 
@@ -58,12 +61,33 @@ void waitForStop() {
   }
 }
 
+// The PIN belongs to the user, not to a broadcast.
+std::string pinFile(const Options& options) {
+  const auto variable = [](const char* name) -> std::filesystem::path {
+    const char* const value = getenv(name);
+    return value != nullptr ? value : "";
+  };
+  std::filesystem::path folder = options.state;
+  if (folder.empty()) {
+    // XDG base directories, which ignore relative paths.
+    const std::filesystem::path state = variable("XDG_STATE_HOME");
+    const std::filesystem::path home = variable("HOME");
+    folder = state.is_absolute() ? state / "atsc"
+             : home.is_absolute()
+                 ? home / ".local" / "state" / "atsc"
+                 : std::filesystem::path(apps::databaseFiles(options.db).channels).parent_path();
+  }
+  return std::filesystem::absolute(folder / "atsc-web.pin").string();
+}
+
 void run(const Options& options) {
   web::Router router;
   web::EventHub hub;
   web::addEventRoutes(router, hub);
   web::GuideStore guide(apps::databaseFiles(options.db));
   web::addGuideRoutes(router, guide);
+  web::Television television(guide, hub, {pinFile(options), ATSC_VERSION, !options.noConsole});
+  web::addTelevisionRoutes(router, television);
   web::HttpServer::Options http;
   http.address = options.listen;
   http.port = options.port;

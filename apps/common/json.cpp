@@ -13,6 +13,7 @@ std::string write(const Json::Value& value, bool utf8) {
   Json::StreamWriterBuilder builder;
   builder["indentation"] = "";
   builder["emitUTF8"] = utf8;
+  if (utf8) builder["precision"] = 15;  // the digits that every number keeps
   return Json::writeString(builder, value);
 }
 

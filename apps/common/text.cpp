@@ -1,5 +1,8 @@
 #include "common/text.h"
 
+#include <wctype.h>
+
+#include <algorithm>
 #include <cstddef>
 #include <sstream>
 
@@ -32,6 +35,14 @@ Decoded decodeOne(std::string_view text) {
   const bool overlong = (length == 3 && point < 0x800) || (length == 4 && point < 0x10000);
   if (overlong || point > 0x10FFFF) return {kReplacement, 1};
   return {point, length};
+}
+
+// Returns whether a character controls a terminal: control characters, line and paragraph
+// separators, marks and overrides of the writing direction, byte order mark.
+bool actsOnTerminal(char32_t point) {
+  return point < 0x20 || (point >= 0x7F && point < 0xA0) || point == 0x61C || point == 0x200E ||
+         point == 0x200F || (point >= 0x2028 && point <= 0x202E) ||
+         (point >= 0x2066 && point <= 0x2069) || point == 0xFEFF;
 }
 
 }  // namespace
@@ -76,6 +87,36 @@ std::string encodeUtf8(const std::u32string& points) {
     }
   }
   return text;
+}
+
+std::string printable(std::string_view text, bool keepLines) {
+  std::u32string points = decodeUtf8(text);
+  for (char32_t& point : points) {
+    if (actsOnTerminal(point) && !(keepLines && point == U'\n')) point = kReplacement;
+  }
+  return encodeUtf8(points);
+}
+
+std::string oneLine(std::string_view text) {
+  std::string line(text);
+  for (char& c : line) {
+    if (c == '\n' || c == '\r' || c == '\t') c = ' ';
+  }
+  return printable(line);
+}
+
+std::string plainName(std::string_view text) {
+  std::u32string points = decodeUtf8(text);
+  points.erase(std::remove_if(points.begin(), points.end(),
+                              [](char32_t point) {
+                                return point == U' ' || point == U'-' || point == U'.' ||
+                                       point == U'\u00A0';
+                              }),
+               points.end());
+  for (char32_t& point : points) {
+    point = static_cast<char32_t>(towlower(static_cast<wint_t>(point)));
+  }
+  return encodeUtf8(points);
 }
 
 std::vector<std::string> split(const std::string& text, char separator) {

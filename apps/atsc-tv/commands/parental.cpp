@@ -9,7 +9,7 @@
 
 #include "channels/channel.h"
 #include "channels/receiver.h"
-#include "parental/parental.h"
+#include "common/parental.h"
 #include "parental/rating_choice.h"
 #include "parental/viewing.h"
 #include "terminal/failure.h"

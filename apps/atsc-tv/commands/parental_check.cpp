@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "commands/parental.h"
-#include "parental/parental.h"
+#include "common/parental.h"
 #include "parental/rating_choice.h"
 #include "terminal/failure.h"
 #include "terminal/text.h"

@@ -8,9 +8,9 @@
 
 #include "commands/parental.h"
 #include "common/json.h"
-#include "parental/parental.h"
+#include "common/parental.h"
+#include "common/rating_document.h"
 #include "parental/rating_choice.h"
-#include "parental/rating_document.h"
 #include "terminal/failure.h"
 #include "terminal/text.h"
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "parental/ratings.h"
+#include "common/ratings.h"
 #include "terminal/failure.h"
 #include "terminal/text.h"
 

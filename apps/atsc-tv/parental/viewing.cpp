@@ -6,9 +6,9 @@
 #include <thread>
 #include <vector>
 
+#include "common/parental.h"
 #include "guide/guide.h"
 #include "guide/guide_view.h"
-#include "parental/parental.h"
 #include "service/receiver_clock.h"
 
 namespace apps::tv {

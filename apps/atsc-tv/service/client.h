@@ -6,6 +6,7 @@
 
 #include <string>
 
+#include "common/parental.h"
 #include "common/service.h"
 
 namespace apps::tv {
@@ -27,6 +28,11 @@ class Client {
   // Sends a command whose reply is a JSON object and returns that object. Throws Failure if the
   // reply is not an object.
   Json::Value ask(const Json::Value& command) const;
+
+  // For functions that ask the service.
+  operator Ask() const {
+    return [client = *this](const Json::Value& command) { return client.ask(command); };
+  }
 
   void showReceived(const std::string& text) const;
 

@@ -1,22 +1,11 @@
 #include "terminal/text.h"
 
 #include <wchar.h>
-#include <wctype.h>
 
 #include <algorithm>
 
 namespace apps::tv {
 namespace {
-
-constexpr char32_t kReplacement = 0xFFFD;
-
-// Returns whether a character controls a terminal: control characters, line and paragraph
-// separators, marks and overrides of the writing direction, byte order mark.
-bool actsOnTerminal(char32_t point) {
-  return point < 0x20 || (point >= 0x7F && point < 0xA0) || point == 0x61C || point == 0x200E ||
-         point == 0x200F || (point >= 0x2028 && point <= 0x202E) ||
-         (point >= 0x2066 && point <= 0x2069) || point == 0xFEFF;
-}
 
 size_t widthOf(char32_t point) {
   // wcwidth() returns -1 for a character that the locale does not know.
@@ -42,23 +31,7 @@ size_t fitting(const std::u32string& points, size_t start, size_t width) {
 
 }  // namespace
 
-std::string printable(std::string_view text, bool keepLines) {
-  std::u32string points = decodeUtf8(text);
-  for (char32_t& point : points) {
-    if (actsOnTerminal(point) && !(keepLines && point == U'\n')) point = kReplacement;
-  }
-  return encodeUtf8(points);
-}
-
 size_t displayWidth(std::string_view text) { return widthOf(decodeUtf8(text)); }
-
-std::string oneLine(std::string_view text) {
-  std::string line(text);
-  for (char& c : line) {
-    if (c == '\n' || c == '\r' || c == '\t') c = ' ';
-  }
-  return printable(line);
-}
 
 std::string cut(std::string_view text, size_t width) {
   std::u32string points = decodeUtf8(text);
@@ -78,20 +51,6 @@ std::string lowerCase(std::string text) {
     if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
   }
   return text;
-}
-
-std::string plainName(std::string_view text) {
-  std::u32string points = decodeUtf8(text);
-  points.erase(std::remove_if(points.begin(), points.end(),
-                              [](char32_t point) {
-                                return point == U' ' || point == U'-' || point == U'.' ||
-                                       point == U'\u00A0';
-                              }),
-               points.end());
-  for (char32_t& point : points) {
-    point = static_cast<char32_t>(towlower(static_cast<wint_t>(point)));
-  }
-  return encodeUtf8(points);
 }
 
 std::vector<std::string> wrapped(std::string_view text, size_t width) {

@@ -1,12 +1,12 @@
 // The JSON document with the limits of a rating region.
-#ifndef ATSC_TV_PARENTAL_RATING_DOCUMENT_H_
-#define ATSC_TV_PARENTAL_RATING_DOCUMENT_H_
+#ifndef ATSC_APPS_COMMON_RATING_DOCUMENT_H_
+#define ATSC_APPS_COMMON_RATING_DOCUMENT_H_
 
 #include <json/value.h>
 
-#include "parental/ratings.h"
+#include "common/ratings.h"
 
-namespace apps::tv {
+namespace apps {
 
 // A dimension whose meaning CEA-766 fixes, whatever the rating table of its region calls it.
 struct FixedDimension {
@@ -37,6 +37,6 @@ const RatingValue* keeperOf(const RatingRegion& region, const Rated& rated);
 // other limits as they are.
 Json::Value changesOf(const Json::Value& before, const Json::Value& after);
 
-}  // namespace apps::tv
+}  // namespace apps
 
-#endif  // ATSC_TV_PARENTAL_RATING_DOCUMENT_H_
+#endif  // ATSC_APPS_COMMON_RATING_DOCUMENT_H_

@@ -1,12 +1,13 @@
-#include "parental/parental.h"
+#include "common/parental.h"
 
 #include <algorithm>
 
-#include "parental/rating_document.h"
-#include "terminal/failure.h"
-#include "terminal/text.h"
+#include "common/json.h"
+#include "common/rating_document.h"
+#include "common/service.h"
+#include "common/text.h"
 
-namespace apps::tv {
+namespace apps {
 namespace {
 
 Json::Value question(const char* name, int region) {
@@ -24,10 +25,10 @@ int intMember(const Json::Value& reply, const char* key) {
 }
 
 // Reads a dimension. Does not yet fill in whether values of unrated groups are blocked.
-RatingDimension readDimension(const Client& client, const RatingRegion& region, int number) {
+RatingDimension readDimension(const Ask& ask, const RatingRegion& region, int number) {
   Json::Value request = question("DIMNAME", region.number);
   request["rat_dim"] = number;
-  const Json::Value reply = client.ask(request);
+  const Json::Value reply = ask(request);
   const FixedDimension* const fixed = fixedDimension(region.number, number);
   RatingDimension dimension;
   dimension.number = number;
@@ -38,7 +39,7 @@ RatingDimension readDimension(const Client& client, const RatingRegion& region, 
   request["command"] = "GETVALTXT";
   for (int i = 0; i < intMember(reply, "dim_lvl"); ++i) {
     request["val"] = i;
-    const Json::Value texts = client.ask(request);
+    const Json::Value texts = ask(request);
     RatingValue value = {
         i,     textMember(texts, "abbr_rat_val_txt"),    textMember(texts, "rat_val_txt"),
         false, unratedGroupOf(region.number, number, i), false};
@@ -52,25 +53,25 @@ RatingDimension readDimension(const Client& client, const RatingRegion& region, 
   return dimension;
 }
 
-RatingRegion readLimits(const Client& client, int number) {
-  return {number, "", client.ask(question("RETREIVERATING", number)), {}};
+RatingRegion readLimits(const Ask& ask, int number) {
+  return {number, "", ask(question("RETREIVERATING", number)), {}};
 }
 
-std::string readName(const Client& client, int number) {
-  return textMember(client.ask(question("GETRRTDETAIL", number)), "reg_name");
+std::string readName(const Ask& ask, int number) {
+  return textMember(ask(question("GETRRTDETAIL", number)), "reg_name");
 }
 
-void readTable(const Client& client, RatingRegion& region) {
-  region.name = readName(client, region.number);
-  const int count = intMember(client.ask(question("NUMDIM", region.number)), "num_dim");
+void readTable(const Ask& ask, RatingRegion& region) {
+  region.name = readName(ask, region.number);
+  const int count = intMember(ask(question("NUMDIM", region.number)), "num_dim");
   for (int i = 0; i < count; ++i) {
-    region.dimensions.push_back(readDimension(client, region, i));
+    region.dimensions.push_back(readDimension(ask, region, i));
   }
 }
 
-std::vector<int> knownNumbers(const Client& client) {
+std::vector<int> knownNumbers(const Ask& ask) {
   std::vector<int> numbers;
-  const Json::Value reply = client.ask(command("PC", "GETREGION"));
+  const Json::Value reply = ask(command("PC", "GETREGION"));
   for (const Json::Value& number : reply["reg_lst"]) {
     if (number.isInt()) numbers.push_back(number.asInt());
   }
@@ -89,13 +90,14 @@ bool hasLimits(const Json::Value& value) {
 }
 
 // Describes why a value is blocked: "TV-14, the limit is TV-PG", "V (Violence)".
-std::string reasonOf(const Rated& rated) {
+BlockReason reasonOf(const Rated& rated) {
   const RatingDimension& dimension = *rated.dimension;
   const std::string& name = rated.value->name();
   if (rated.value->group != kNoGroup) {
-    return name + " (" + kUnratedGroups[static_cast<size_t>(rated.value->group)].words + ')';
+    return {name,
+            name + " (" + kUnratedGroups[static_cast<size_t>(rated.value->group)].words + ')'};
   }
-  if (!dimension.ordered) return name + " (" + dimension.name + ')';
+  if (!dimension.ordered) return {name, name + " (" + dimension.name + ')'};
   const RatingValue* limit = nullptr;
   const RatingValue* lowest = rated.value;
   for (const RatingValue& value : dimension.values) {
@@ -106,51 +108,48 @@ std::string reasonOf(const Rated& rated) {
       limit = &value;
     }
   }
-  return name + (limit != nullptr ? ", the limit is " + limit->name()
-                                  : ", the limit is below " + lowest->name());
+  return {name, name + (limit != nullptr ? ", the limit is " + limit->name()
+                                         : ", the limit is below " + lowest->name())};
 }
 
 }  // namespace
 
-bool isParentalEnabled(const Client& client) {
-  return client.ask(command("PC", "GETPRTDETAIL"))["pc_enable"] == 1;
+bool isParentalEnabled(const Ask& ask) {
+  return ask(command("PC", "GETPRTDETAIL"))["pc_enable"] == 1;
 }
 
-int regionInForce(const Client& client) {
-  return intMember(client.ask(command("PC", "GETCURRREG")), "region");
-}
+int regionInForce(const Ask& ask) { return intMember(ask(command("PC", "GETCURRREG")), "region"); }
 
-std::vector<KnownRegion> knownRegions(const Client& client) {
+std::vector<KnownRegion> knownRegions(const Ask& ask) {
   std::vector<KnownRegion> regions;
-  for (const int number : knownNumbers(client))
-    regions.push_back({number, readName(client, number)});
+  for (const int number : knownNumbers(ask)) regions.push_back({number, readName(ask, number)});
   return regions;
 }
 
-RatingRegion readRatingRegion(const Client& client, int number) {
-  RatingRegion region = readLimits(client, number);
-  if (isKnown(knownNumbers(client), number)) readTable(client, region);
+RatingRegion readRatingRegion(const Ask& ask, int number) {
+  RatingRegion region = readLimits(ask, number);
+  if (isKnown(knownNumbers(ask), number)) readTable(ask, region);
   return region;
 }
 
-Parental readParental(const Client& client) {
+Parental readParental(const Ask& ask) {
   Parental parental;
-  parental.enabled = isParentalEnabled(client);
+  parental.enabled = isParentalEnabled(ask);
   for (size_t i = 0; i < kUnratedGroups.size(); ++i) {
     Json::Value request = command("PC", "GETUNRATEDGRP");
     request["unrat_grp"] = static_cast<int>(i);
-    parental.groups[i] = client.ask(request)["block"] == true;
+    parental.groups[i] = ask(request)["block"] == true;
   }
-  const int inForce = regionInForce(client);
-  parental.regions.push_back(readRatingRegion(client, inForce));
-  for (const int number : knownNumbers(client)) {
+  const int inForce = regionInForce(ask);
+  parental.regions.push_back(readRatingRegion(ask, inForce));
+  for (const int number : knownNumbers(ask)) {
     if (number == inForce) continue;
-    RatingRegion region = readLimits(client, number);
+    RatingRegion region = readLimits(ask, number);
     // The document also holds the region's number, which is not a limit.
     Json::Value limits = region.limits;
     limits.removeMember("region");
     if (!hasLimits(limits)) continue;
-    readTable(client, region);
+    readTable(ask, region);
     parental.regions.push_back(std::move(region));
   }
   for (RatingRegion& region : parental.regions) {
@@ -164,27 +163,34 @@ Parental readParental(const Client& client) {
   return parental;
 }
 
-std::string blockReason(const Parental& parental, const std::string& rating) {
-  if (rating.empty()) {
-    return parental.groups[kUnrated] ? "it has no rating" : "";
-  }
-  std::vector<std::string> reasons;
+std::vector<BlockReason> blockReasons(const Parental& parental, const std::string& rating) {
+  std::vector<BlockReason> reasons;
   for (const std::string& part : split(rating, ',')) {
     const size_t begin = part.find_first_not_of(' ');
     if (begin == std::string::npos) continue;
     for (const RatingRegion& region : parental.regions) {
       for (const Rated& rated : valuesOf(region, part.substr(begin))) {
         if (!rated.value->blocked) continue;
-        std::string reason = reasonOf(rated);
-        if (std::find(reasons.begin(), reasons.end(), reason) == reasons.end()) {
+        BlockReason reason = reasonOf(rated);
+        if (std::none_of(reasons.begin(), reasons.end(),
+                         [&](const BlockReason& other) { return other.words == reason.words; })) {
           reasons.push_back(std::move(reason));
         }
       }
     }
   }
+  return reasons;
+}
+
+std::string blockReason(const Parental& parental, const std::string& rating) {
+  if (rating.empty()) {
+    return parental.groups[kUnrated] ? "it has no rating" : "";
+  }
   std::string words;
-  for (const std::string& reason : reasons) words += (words.empty() ? "" : "; ") + reason;
+  for (const BlockReason& reason : blockReasons(parental, rating)) {
+    words += (words.empty() ? "" : "; ") + reason.words;
+  }
   return words;
 }
 
-}  // namespace apps::tv
+}  // namespace apps

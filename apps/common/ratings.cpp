@@ -1,10 +1,10 @@
-#include "parental/ratings.h"
+#include "common/ratings.h"
 
 #include <algorithm>
 
-#include "terminal/text.h"
+#include "common/text.h"
 
-namespace apps::tv {
+namespace apps {
 namespace {
 
 // Returns the only value of a flag dimension if it has this name, else null.
@@ -83,4 +83,4 @@ std::vector<Rated> valuesOf(const RatingRegion& region, const std::string& ratin
   return {};
 }
 
-}  // namespace apps::tv
+}  // namespace apps

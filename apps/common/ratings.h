@@ -1,6 +1,6 @@
 // Rating tables: regions, their dimensions and the values of these.
-#ifndef ATSC_TV_PARENTAL_RATINGS_H_
-#define ATSC_TV_PARENTAL_RATINGS_H_
+#ifndef ATSC_APPS_COMMON_RATINGS_H_
+#define ATSC_APPS_COMMON_RATINGS_H_
 
 #include <json/value.h>
 
@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-namespace apps::tv {
+namespace apps {
 
 // Groups of programmes without a rating to compare with a limit. Commands identify a group by its
 // index.
@@ -71,6 +71,6 @@ struct Rated {
 // does not have the rating.
 std::vector<Rated> valuesOf(const RatingRegion& region, const std::string& rating);
 
-}  // namespace apps::tv
+}  // namespace apps
 
-#endif  // ATSC_TV_PARENTAL_RATINGS_H_
+#endif  // ATSC_APPS_COMMON_RATINGS_H_

@@ -1,4 +1,4 @@
-#include "parental/rating_document.h"
+#include "common/rating_document.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -6,7 +6,7 @@
 
 #include "common/json.h"
 
-namespace apps::tv {
+namespace apps {
 namespace {
 
 constexpr FixedDimension kUS[] = {
@@ -96,4 +96,4 @@ Json::Value changesOf(const Json::Value& before, const Json::Value& after) {
   return changes;
 }
 
-}  // namespace apps::tv
+}  // namespace apps
