@@ -168,7 +168,8 @@ export function mountCallbacks(container) {
     show(empty, callbackCount === 0);
     setText(pause, t(paused ? 'developer.goOn' : 'developer.pause'));
     pause.setAttribute('aria-pressed', String(paused !== null));
-    const waiting = paused ? logEntries().filter((entry) => !paused.includes(entry)).length : 0;
+    const before = new Set(paused);
+    const waiting = paused ? logEntries().filter((entry) => !before.has(entry)).length : 0;
     setText(since, [
       oldest ? t('developer.since', {n: callbackCount, time: timeOf(oldest.at), kept}) : '',
       callbackCount > shownRows ? t('developer.newest', {n: shownRows}) : '',

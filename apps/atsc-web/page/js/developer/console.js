@@ -31,7 +31,7 @@ export function mountConsole(container) {
   const disabled = h('p', {class: 'panel dev-notice', 'data-test': 'console-off', role: 'status'},
       icon('lock'), h('span', {}, t('developer.consoleOff')));
   const search = h('input', {class: 'field', type: 'search', spellcheck: 'false',
-    placeholder: t('developer.findCommand'), 'aria-label': t('developer.findCommand'),
+    placeholder: t('developer.find'), 'aria-label': t('developer.findCommand'),
     'data-test': 'console-search', oninput: () => drawList()});
   const list = h('div', {class: 'dev-commands', 'data-test': 'console-commands'});
   const about = h('div', {class: 'dev-about', 'aria-live': 'polite'});
@@ -64,7 +64,8 @@ export function mountConsole(container) {
         h('span', {class: 'dim'}, t(`developer.class.${name}`))),
     found.filter((each) => each.class === name).map((each) => h('button', {
       type: 'button', class: 'dev-command', 'data-test': 'console-command',
-      'data-command': `${each.class} ${each.command}`, 'aria-label': `${each.class} ${each.command}`,
+      'data-command': `${each.class} ${each.command}`,
+      'aria-label': `${each.class} ${each.command}`,
       'aria-pressed': String(each === chosen),
       onclick: () => choose(each, {class: each.class, command: each.command}),
     }, each.command)))),
@@ -93,7 +94,8 @@ export function mountConsole(container) {
           row.reply.length > 0 && h('details', {class: 'dev-reply-keys'},
               h('summary', {}, t('developer.replyKeys', {n: row.reply.length})),
               keyList(row.reply)));
-      fields = commandFields(row, (keys) => write({class: row.class, command: row.command, ...keys}));
+      fields = commandFields(row, (keys) =>
+        write({class: row.class, command: row.command, ...keys}));
       fill(form, row.keys.length > 0 ? fields : h('p', {class: 'dim'}, t('developer.noKeys')));
     }
     fields.fill(message);
@@ -105,7 +107,8 @@ export function mountConsole(container) {
   }
 
   function write(message) {
-    raw.value = JSON.stringify(message);
+    // One line that may break between the keys.
+    raw.value = JSON.stringify(message, null, 1).replace(/\n\s*/g, ' ');
     setText(rawNote, '');
     raw.classList.remove('bad');
   }
@@ -137,8 +140,8 @@ export function mountConsole(container) {
       }}, t('developer.rawReply'));
     fill(answer,
         h('div', {class: 'dev-result'},
-            h('span', {class: `badge ${result === 0 ? 'good' : 'bad'}`, 'data-test': 'console-result'},
-                t('developer.result', {result})),
+            h('span', {class: `badge ${result === 0 ? 'good' : 'bad'}`,
+              'data-test': 'console-result'}, t('developer.result', {result})),
             h('span', {class: 'dim'}, t('developer.took', {ms: ms < 10 ? ms.toFixed(2) :
               Math.round(ms)})),
             text !== null && toggle,
@@ -189,9 +192,9 @@ export function mountConsole(container) {
   container.append(disabled,
       h('div', {class: 'dev-console'},
           h('div', {class: 'panel dev-side'}, search, list),
+          h('div', {class: 'panel dev-request'}, about, form),
           h('div', {class: 'dev-main'},
-              h('div', {class: 'panel dev-request'}, about, form,
-                  h('div', {class: 'dev-raw-box'}, raw, rawNote),
+              h('div', {class: 'panel dev-raw-box'}, h('h3', {}, t('developer.raw')), raw, rawNote,
                   h('div', {class: 'dev-send'}, sendButton,
                       h('span', {class: 'dim'}, t('developer.sendKey')))),
               answer,

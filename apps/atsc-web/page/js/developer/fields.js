@@ -39,7 +39,8 @@ function field(key, onChange) {
       key.default === undefined ? t('developer.noDefault') :
         t('developer.default', {value: JSON.stringify(key.default)});
   const offered = key.type === 'boolean' ? ['true', 'false'] : (key.values ?? []).map(String);
-  const common = {id, class: 'field', 'data-test': `key-${key.name}`, 'aria-describedby': `${id}-w`};
+  const common = {id, class: 'field', 'data-test': `key-${key.name}`,
+    'aria-describedby': `${id}-w`};
   let input;
   let hints = null;
   if (offered.length > 0) {

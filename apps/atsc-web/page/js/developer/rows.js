@@ -33,7 +33,8 @@ export function mountRows(container) {
   const place = h('span', {class: 'dev-place', role: 'status', 'data-test': 'rows-place'});
   const move = (text, to, test) => h('button', {type: 'button', class: 'button', 'data-test': test,
     onclick: () => {
-      offset = Math.max(0, Math.min(to(), Math.floor(Math.max(0, total - 1) / pageSize) * pageSize));
+      const end = Math.floor(Math.max(0, total - 1) / pageSize) * pageSize;
+      offset = Math.max(0, Math.min(to(), end));
       read();
     }}, text);
   const box = h('div', {class: 'dev-rows', tabindex: '0', role: 'region',

@@ -30,18 +30,21 @@ export function ratingMatrix(table, {onToggle}) {
     }
   }
 
-  // Says what choosing the cell does, before it is done.
+  // Says what choosing the cell does, before it is done; with the full text of the value.
   function explain(cell) {
     const {dimension, value} = cell;
+    const text = value.text !== '' && value.text !== value.name ?
+      `${airString(value.name)}: ${airString(value.text)}. ` : '';
+    const say = (key, values) => setText(hint, text + t(key, values));
     const block = !blockedNow(cell);
     if (value.group !== null) {
-      setText(hint, t(block ? 'parental.hintGroupBlock' : 'parental.hintGroupAllow',
-          {value: airString(value.name)}));
+      say(block ? 'parental.hintGroupBlock' : 'parental.hintGroupAllow',
+          {value: airString(value.name)});
       preview((other, each) => (each === value ? block : undefined));
       return;
     }
     if (!block && isKept(now.limits, table.number, dimension.number)) {
-      setText(hint, t('parental.hintKept', {value: airString(value.name)}));
+      say('parental.hintKept', {value: airString(value.name)});
       return;
     }
     const changes = affected(table.number, dimension, value, block);
@@ -49,8 +52,8 @@ export function ratingMatrix(table, {onToggle}) {
     const names = cells.filter((each) => each.value.limit && each.dimension === dimension &&
         changes(dimension, each.value.number)).map((each) => airString(each.value.name));
     const key = names.length < 2 ? '' : 's';
-    setText(hint, t((block ? 'parental.hintBlock' : 'parental.hintAllow') + key,
-        {value: airString(value.name), names: names.join(', ')}));
+    say((block ? 'parental.hintBlock' : 'parental.hintAllow') + key,
+        {value: airString(value.name), names: names.join(', ')});
   }
 
   function leave() {
@@ -58,28 +61,31 @@ export function ratingMatrix(table, {onToggle}) {
     setText(hint, t('parental.hint'));
   }
 
-  function cellOf(dimension, value) {
-    const choosable = value.limit || value.group !== null;
-    const more = value.text !== value.name && value.text !== '';
+  // `more`: the name of the dimension, where it does not stand beside the cell.
+  function cellOf(dimension, value, more = '') {
     const content = [
-      h('span', {class: 'pc-name'}, airText(value.name || t('parental.noValue'))),
-      more && h('span', {class: 'pc-text'}, airText(value.text)),
+      h('span', {class: 'pc-name'}, airText(value.name)),
+      more !== '' && h('span', {class: 'pc-text'}, airText(more)),
     ];
-    if (!choosable) {
+    if (!value.limit && value.group === null) {
       return h('div', {class: 'pc-cell fixed'}, content,
           h('span', {class: 'pc-state'}, t('parental.never')));
     }
-    const state = h('span', {class: 'pc-state'});
-    const cell = {dimension, value, state};
+    const word = h('span', {});
+    const state = h('span', {class: 'pc-state'}, icon('lock'), word);
+    const cell = {dimension, value, word};
     cell.element = h('button', {
       type: 'button', class: 'pc-cell', 'data-test': 'rating-value',
       'data-dimension': dimension.number, 'data-value': value.number,
-      onclick: () => onToggle(dimension, value, blockedNow(cell)),
+      onclick: () => {
+        leave();
+        onToggle(dimension, value, blockedNow(cell));
+      },
       onfocus: () => explain(cell),
       onblur: leave,
       onpointerenter: () => explain(cell),
       onpointerleave: () => (document.activeElement?.closest?.('.pc-cell') ? null : leave()),
-    }, content, state, icon('lock'));
+    }, content, state);
     cells.push(cell);
     return cell.element;
   }
@@ -94,28 +100,29 @@ export function ratingMatrix(table, {onToggle}) {
     return dimension.name || t('parental.dimension', {n: dimension.number + 1});
   }
 
-  // Kinds of content with a single value stand side by side.
-  const rows = [];
-  let flags = null;
-  for (const dimension of table.dimensions) {
-    const values = shownValues(dimension);
-    const name = nameOf(dimension);
-    if (values.length === 1) {
-      if (flags === null) rows.push(flags = h('div', {class: 'pc-flags'}));
-      flags.append(h('div', {class: 'pc-flag', role: 'group', 'aria-label': airString(name)},
-          h('div', {class: 'pc-dimension'}, airText(name)), cellOf(dimension, values[0])));
-      continue;
-    }
-    flags = null;
-    const kind = dimension.ordered ? 'parental.levels' : 'parental.content';
-    rows.push(h('div', {class: `pc-row ${dimension.ordered ? 'ordered' : ''}`, role: 'group',
+  function rowOf(name, kind, content, ordered = false) {
+    return h('div', {class: `pc-row ${ordered ? 'ordered' : ''}`, role: 'group',
       'aria-label': airString(name)},
     h('div', {class: 'pc-dimension'}, airText(name), h('span', {class: 'pc-kind'}, t(kind))),
-    h('div', {class: 'pc-values'}, values.map((value) => cellOf(dimension, value)))));
+    h('div', {class: 'pc-values'}, content));
   }
 
-  const element = h('div', {class: 'pc-matrix', 'data-test': 'rating-matrix'}, rows,
-      rows.length === 0 && h('p', {class: 'dim'}, t('parental.noTable')), hint);
+  // Kinds of content with a single value, such as violence, share a row.
+  const rows = [];
+  const flags = table.dimensions.filter((dimension) => shownValues(dimension).length === 1);
+  for (const dimension of table.dimensions) {
+    if (dimension === flags[0]) {
+      rows.push(rowOf(t('parental.contents'), 'parental.contentsMore', flags.map((each) =>
+        cellOf(each, shownValues(each)[0], nameOf(each)))));
+    }
+    const values = shownValues(dimension);
+    if (values.length < 2) continue;
+    rows.push(rowOf(nameOf(dimension), dimension.ordered ? 'parental.levels' : 'parental.content',
+        values.map((value) => cellOf(dimension, value)), dimension.ordered));
+  }
+
+  const element = h('div', {class: 'pc-matrix', 'data-test': 'rating-matrix'}, hint, rows,
+      rows.length === 0 && h('p', {class: 'dim'}, t('parental.noTable')));
   leave();
 
   function update(next) {
@@ -129,15 +136,13 @@ export function ratingMatrix(table, {onToggle}) {
       cell.element.classList.toggle('blocked', blocked);
       cell.element.classList.toggle('kept', kept);
       cell.element.classList.toggle('playing', playing);
-      setText(cell.state, t(blocked ? 'parental.blocked' : 'parental.allowed'));
+      setText(cell.word, t(blocked ? 'parental.blocked' : 'parental.allowed'));
       cell.element.setAttribute('aria-label', t('parental.cell', {
         value: airString(value.name),
         dimension: airString(nameOf(dimension)),
         playing: playing ? t('parental.cellPlaying') : '',
       }));
     }
-    const active = cells.find(({element: each}) => each === document.activeElement);
-    if (active) explain(active);
   }
 
   element.update = update;

@@ -36,7 +36,8 @@ function mount(container, wanted) {
 
   startLog();
   container.append(h('div', {class: 'developer'},
-      h('nav', {class: 'dev-tabs', 'aria-label': t('developer.title')}, tabs), what, box));
+      h('div', {class: 'dev-bar'},
+          h('nav', {class: 'dev-tabs', 'aria-label': t('developer.title')}, tabs), what), box));
   showPart(wanted);
   return () => {
     unmount?.();
