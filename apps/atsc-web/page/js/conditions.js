@@ -18,7 +18,7 @@ export function priorityText(priority) {
 
 function whichCondition() {
   const current = state();
-  if (connection() === 'lost') return current === null ? null : {test: 'connection-lost', kind: 'lost',
+  if (connection() === 'lost') return current === null ? null : {test: 'lost', kind: 'lost',
     title: t('connection.lost'), more: t('connection.lostMore')};
   if (current === null) return null;
   if (current.otherTv !== null && current.otherTv !== undefined) {

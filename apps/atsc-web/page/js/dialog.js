@@ -45,7 +45,7 @@ export function openDialog({title, body, actions = [], wide = false, test, focus
     const shade = h('div', {class: 'shade', onclick: (event) => {
       if (event.target === shade) close(undefined);
     }}, panel);
-    const first = panel.querySelector('.dialog-body [autofocus]') ??
+    const first = panel.querySelector('.dialog-body [data-focus]') ??
         panel.querySelector('.dialog-body input, .dialog-body button') ??
         buttons.find((button) => button.classList.contains('primary')) ?? buttons[0] ?? panel;
     closeLayer = openLayer(shade, {focus: focus ?? first, onClose: () => resolve(result)});
@@ -75,22 +75,23 @@ export async function choosePin({reason} = {}) {
       let chosen;
       const pad = pinPad({
         label: hasOld ? t('pin.old') : t('pin.choose'),
+        test: hasOld ? 'pin' : 'pin-new',
         onEnter: async (pin) => {
           if (hasOld && old === undefined) {
             const answer = await checkPin(pin);
             if (!answer.ok) return pinProblem(answer);
             old = pin;
-            pad.ask(t('pin.choose'));
+            pad.ask(t('pin.choose'), 'pin-new');
             return undefined;
           }
           if (chosen === undefined) {
             chosen = pin;
-            pad.ask(t('pin.repeat'));
+            pad.ask(t('pin.repeat'), 'pin-repeat');
             return undefined;
           }
           if (pin !== chosen) {
             chosen = undefined;
-            pad.ask(t('pin.choose'));
+            pad.ask(t('pin.choose'), 'pin-new');
             return t('pin.differ');
           }
           const answer = await setPin(pin, old);

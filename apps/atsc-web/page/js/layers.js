@@ -65,7 +65,7 @@ export function openLayer(element, {modal = true, level = 0, onBack, onClose, fo
     }
     onClose?.();
   };
-  if (top) (focus ?? element.querySelector('[autofocus]') ?? firstFocusable(element))?.focus();
+  if (top) (focus ?? element.querySelector('[data-focus]') ?? firstFocusable(element))?.focus();
   return entry.close;
 }
 

@@ -27,7 +27,7 @@ export function openAudio() {
     test: 'audio-dialog',
     body: (close) => tracks.length === 0 ? h('p', {class: 'dim'}, t('screen.noAudio')) :
       h('div', {class: 'list'}, tracks.map((track) => h('button', {
-        type: 'button', class: 'list-item', autofocus: track.index === audio.playing,
+        type: 'button', class: 'list-item', 'data-focus': track.index === audio.playing,
         'aria-pressed': String(track.index === audio.playing), 'data-test': 'audio-track',
         onclick: () => {
           selectTrack(track.index);
@@ -73,12 +73,12 @@ export function openMenu() {
   const standby = entry('power', '', () => setStandby(!state()?.standby), {'data-test': 'menu-standby'});
   const again = entry('lock', t('menu.lockAgain'), lockAgain);
   const remote = entry('remote', t('menu.remote'), () => toggleRemote(true));
-  const menu = h('nav', {class: 'menu', 'aria-label': t('menu.title'), 'data-test': 'menu',
+  const menu = h('div', {class: 'menu', 'aria-label': t('menu.title'), 'data-test': 'menu',
     role: 'dialog', 'aria-modal': 'true'},
   h('h2', {class: 'menu-title'}, t('menu.title')),
   h('div', {class: 'menu-views'}, views.map((name) => entry(viewIcons[name] ?? name, t(`menu.${name}`),
       () => navigate(name), {'data-test': `menu-${name}`,
-        'aria-current': name === current ? 'page' : null, autofocus: name === current}))),
+        'aria-current': name === current ? 'page' : null, 'data-focus': name === current}))),
   h('div', {class: 'menu-actions'}, audio, captions, source, again, remote, standby));
   const end = onState((now) => {
     const track = now.audio?.tracks?.find((item) => item.index === now.audio.playing);

@@ -31,6 +31,33 @@ export function choice({label, options, value, onChange, test}) {
   return element;
 }
 
+/**
+ * A row with its value that opens a list of all values: {label, options, value, onChange}. The
+ * returned element has set(value) and value, as choice() has.
+ */
+export function pickRow({label, options, value, onChange, test}) {
+  const shown = h('span', {class: 'row-value'});
+  const element = h('button', {type: 'button', class: 'row', 'data-test': test,
+    'aria-haspopup': 'dialog', onclick: async () => {
+      const {openDialog} = await import('./dialog.js');
+      const key = await openDialog({title: label, body: (close) =>
+        h('div', {class: 'list'}, options.map(([other, text]) => h('button', {
+          type: 'button', class: 'list-item', 'data-value': other, 'data-test': 'option',
+          'aria-pressed': String(other === element.value), 'data-focus': other === element.value,
+          onclick: () => close(other),
+        }, icon(other === element.value ? 'check' : ''), h('span', {}, text))))});
+      if (key === undefined || key === element.value) return;
+      element.set(key);
+      onChange(key);
+    }}, h('span', {class: 'row-label'}, label), shown, icon('right'));
+  element.set = (key) => {
+    element.value = key;
+    setText(shown, options.find(([other]) => other === key)?.[1] ?? String(key ?? ''));
+  };
+  element.set(value);
+  return element;
+}
+
 /** A switch: {label, checked, onChange}; the returned element has set(checked). */
 export function switchButton({label, checked = false, onChange, test}) {
   const element = h('button', {
@@ -52,13 +79,14 @@ const maxPin = 8;
 
 /**
  * The question for a PIN: a field, dots, and a pad for mouse and finger. onEnter(pin) resolves with
- * an error text, or nothing when it is done. The element has focusField(), say(text), ask(label).
+ * an error text, or nothing when it is done. The element has focusField(), say(text), press(digit),
+ * and ask(label, test) for the next question in the same field.
  */
-export function pinPad({label, onEnter}) {
+export function pinPad({label, onEnter, test = 'pin'}) {
   const title = h('p', {class: 'pin-label'}, label);
   const field = h('input', {
     class: 'pin-field', type: 'password', inputmode: 'numeric', autocomplete: 'off',
-    maxlength: maxPin, 'aria-label': label, 'data-test': 'pin', spellcheck: 'false',
+    maxlength: maxPin, 'aria-label': label, 'data-test': test, spellcheck: 'false',
     oninput: () => {
       const digits = field.value.replace(/\D/g, '').slice(0, maxPin);
       if (digits !== field.value) field.value = digits;
@@ -72,7 +100,7 @@ export function pinPad({label, onEnter}) {
     },
   });
   const dots = h('div', {class: 'pin-dots', 'aria-hidden': 'true'});
-  const message = h('p', {class: 'pin-message', role: 'alert', 'data-test': 'pin-message'});
+  const message = h('p', {class: 'pin-message', role: 'alert', 'data-test': 'pin-error'});
 
   function draw() {
     const count = Math.max(4, field.value.length);
@@ -123,7 +151,8 @@ export function pinPad({label, onEnter}) {
   element.press = press;
   element.focusField = () => field.focus({preventScroll: true});
   element.say = (text) => setText(message, text);
-  element.ask = (text) => {
+  element.ask = (text, name) => {
+    field.dataset.test = name;
     setText(title, text);
     field.setAttribute('aria-label', text);
     field.value = '';

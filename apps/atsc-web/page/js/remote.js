@@ -32,9 +32,9 @@ function press(key) {
   }
 }
 
-function key(label, content, action, kind = '') {
+function key(label, content, action, kind = '', test) {
   return h('button', {type: 'button', class: `remote-key ${kind}`, 'aria-label': label,
-    'data-key': kind, onclick: action}, content);
+    'data-test': test, onclick: action}, content);
 }
 
 function build() {
@@ -56,9 +56,9 @@ function build() {
           key(t('remote.guide'), icon('guide'), () => navigate('guide'))),
       h('div', {class: 'remote-row'},
           h('div', {class: 'remote-rocker'},
-              key(t('remote.channelUp'), icon('up'), channelUp, 'rock'),
+              key(t('remote.channelUp'), icon('up'), channelUp, 'rock', 'remote-up'),
               h('span', {'aria-hidden': 'true'}, t('remote.ch')),
-              key(t('remote.channelDown'), icon('down'), channelDown, 'rock')),
+              key(t('remote.channelDown'), icon('down'), channelDown, 'rock', 'remote-down')),
           h('div', {class: 'remote-column'},
               key(t('remote.info'), icon('info'), () =>
                 dispatchEvent(new KeyboardEvent('keydown', {key: 'i'}))),

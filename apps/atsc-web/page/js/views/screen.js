@@ -11,7 +11,7 @@ import {openMenu} from '../menu.js';
 import {navigate} from '../navigate.js';
 import {pinPad, pinProblem} from '../parts.js';
 import {toggleRemote} from '../remote.js';
-import {channelDown, channelUp, play, send, setStandby} from '../television.js';
+import {channelDown, channelUp, play, setStandby} from '../television.js';
 import {t} from '../texts.js';
 import {clockText, everySecond, now} from '../time.js';
 
@@ -30,12 +30,6 @@ function message(kind, {iconName, title, more, actions = [], test, clock = false
       actions.length > 0 && h('div', {class: 'screen-actions'}, actions.map((action, index) =>
         h('button', {type: 'button', class: `button big ${index === 0 ? 'primary' : ''}`,
           'data-test': action.test, onclick: action.run}, action.text))));
-}
-
-function startScan(src) {
-  send({class: 'SCAN', command: 'start', mode: 'auto', src}).then((started) => {
-    if (started) navigate('scan');
-  });
 }
 
 function megahertz(frequency) {
@@ -74,7 +68,7 @@ function whichMessage(current, known) {
   if (current.standby) {
     return {key: 'standby', make: () => message('standby', {test: 'standby',
       title: t('screen.standby'), more: t('screen.standbyMore'), clock: true,
-      actions: [{text: t('screen.switchOn'), run: () => setStandby(false), test: 'switch-on'}]})};
+      actions: [{text: t('screen.switchOn'), run: () => setStandby(false), test: 'standby-off'}]})};
   }
   if (scan?.running) {
     return {key: 'scan', make: () => message('scanning', {iconName: 'scan', test: 'scanning',
@@ -84,8 +78,7 @@ function whichMessage(current, known) {
   if (!current.channel && known.empty) {
     return {key: 'first', make: () => message('first', {iconName: 'screen', test: 'first-start',
       title: t('screen.firstStart'), more: t('screen.firstStartMore'), actions: [
-        {text: t('screen.firstScanAir'), run: () => startScan('VSB'), test: 'first-scan-air'},
-        {text: t('screen.firstScanCable'), run: () => startScan('QAM'), test: 'first-scan-cable'}]})};
+        {text: t('screen.firstScan'), run: () => navigate('scan'), test: 'first-scan'}]})};
   }
   if (current.block) {
     const hasPin = Boolean(current.pin?.set);
@@ -132,7 +125,7 @@ function mount(container) {
       dockButton('menu', t('remote.menu'), openMenu, 'menu-button'),
       dockButton('guide', t('remote.guide'), () => navigate('guide')),
       dockButton('info', t('remote.info'), () => toggleBanner()),
-      dockButton('remote', t('remote.short'), () => toggleRemote(), 'remote-button'));
+      dockButton('remote', t('remote.short'), () => toggleRemote(), 'remote-open'));
   const live = h('p', {class: 'visually-hidden', 'aria-live': 'polite'});
   const section = h('section', {class: 'screen', 'aria-label': t('screen.label')},
       h('h1', {class: 'visually-hidden'}, t('screen.label')), centre, banner.element, dock, live);
@@ -254,8 +247,9 @@ function mount(container) {
       }
       if (current.standby) banner.close();
     }),
-    onPart((current) => current.playing, (playing, current) => {
-      // Seen again when the picture would come, also after a change to the same channel.
+    // Seen again when the picture would come: after a change, a block, standby.
+    onPart((current) => [current.playing, Boolean(current.block), current.standby], (part, current) => {
+      const {playing} = current;
       if (playing === 'playing' && !current.standby && current.channel) banner.open(bannerMilliseconds);
     }),
     onPart((current) => current.channel && hue(current.channel), (angle) => {

@@ -3,10 +3,10 @@
 
 import {command} from '../api.js';
 import {choosePin, tellError} from '../dialog.js';
-import {h, setText} from '../dom.js';
+import {h, icon, setText} from '../dom.js';
 import {onPart, onState} from '../live.js';
 import {openAudio, trackText} from '../menu.js';
-import {choice, switchButton} from '../parts.js';
+import {pickRow, switchButton} from '../parts.js';
 import {send, setStandby} from '../television.js';
 import {setTheme, theme} from '../theme.js';
 import {t} from '../texts.js';
@@ -19,65 +19,65 @@ const levels = ['0', '1', '2', '3'];
 const duals = ['STEREO', 'LEFT', 'RIGHT', 'MIXED'];
 
 function group(title, ...rows) {
-  return h('section', {class: 'settings-group', 'aria-label': title}, h('h2', {}, title), rows);
+  return h('section', {class: 'settings-group', 'aria-label': title}, h('h2', {}, title),
+      h('div', {class: 'panel rows'}, rows));
 }
 
-function row(label, ...content) {
-  return h('div', {class: 'settings-row'}, h('span', {class: 'settings-label'}, label),
-      h('div', {class: 'settings-value'}, content));
+function row(label, value, onclick, test) {
+  return onclick ? h('button', {type: 'button', class: 'row', onclick, 'data-test': test},
+      h('span', {class: 'row-label'}, label), value, icon('right')) :
+    h('div', {class: 'row', 'data-test': test}, h('span', {class: 'row-label'}, label), value);
 }
 
 const named = (prefix, values) => values.map((value) => [value, t(`${prefix}.${value}`)]);
 
 function mount(container) {
+  const value = () => h('span', {class: 'row-value'});
   const clock = h('time', {class: 'settings-clock', 'data-test': 'settings-clock'});
   const day = h('span', {class: 'dim'});
-  const zone = choice({label: t('settings.zone'), options: named('zone', zones), value: '',
-    test: 'settings-zone', onChange: (value) => send({class: 'TIME', command: 'SETTIMEZONE', zone: value})});
-  const mode = choice({label: t('settings.mode'), value: '', test: 'settings-mode',
+  const zone = pickRow({label: t('settings.zone'), options: named('zone', zones), value: '',
+    test: 'zone', onChange: (value) => send({class: 'TIME', command: 'SETTIMEZONE', zone: value})});
+  const mode = pickRow({label: t('settings.mode'), value: '', test: 'settings-mode',
     options: [['AUTO', t('settings.modeAuto')], ['MANUAL', t('settings.modeManual')]],
     onChange: (value) => send({class: 'TIME', command: 'SETMODE', mode: value})});
 
   const sendLanguages = () => send({class: 'CN', command: 'SETPREAUD', first: first.value,
     second: second.value});
-  const first = choice({label: t('settings.first'), options: named('language', languages), value: '',
+  const first = pickRow({label: t('settings.first'), options: named('language', languages), value: '',
     test: 'settings-first', onChange: sendLanguages});
-  const second = choice({label: t('settings.second'), options: named('language', languages), value: '',
+  const second = pickRow({label: t('settings.second'), options: named('language', languages), value: '',
     test: 'settings-second', onChange: sendLanguages});
   // The receiver has no query for it: what was chosen here last is shown.
-  const dual = choice({label: t('settings.dual'), options: named('settings.dual', duals), value: '',
+  const dual = pickRow({label: t('settings.dual'), options: named('settings.dual', duals), value: 'STEREO',
     test: 'settings-dual', onChange: (value) => send({class: 'AUD', command: 'SETDUAL', mode: value})});
-  const track = h('button', {type: 'button', class: 'button', onclick: openAudio});
-  const captions = h('span', {class: 'settings-text', 'data-test': 'settings-captions'});
+  const track = value();
+  const captions = value();
 
-  const level = choice({label: t('settings.level'), options: named('settings.level', levels), value: '',
-    test: 'settings-level', onChange: (value) => send({class: 'EAS', command: 'EASUSERSETTING', op: 'set',
+  const level = pickRow({label: t('settings.level'), options: named('settings.level', levels), value: '',
+    test: 'alerts-wanted', onChange: (value) => send({class: 'EAS', command: 'EASUSERSETTING', op: 'set',
       setting: Number(value)})});
   const alertSwitch = (label, name, test) => switchButton({label, test,
     onChange: (status) => send({class: 'EAS', command: name, op: 'set', status})});
   const repeats = alertSwitch(t('settings.repeats'), 'DISABLEOPTEASCHK', 'settings-repeats');
   const cableOnly = alertSwitch(t('settings.cableOnly'), 'CABLEEASONLY', 'settings-cable-only');
 
-  const pinText = h('span', {class: 'settings-text dim'});
-  const pinButton = h('button', {type: 'button', class: 'button', 'data-test': 'settings-pin',
-    onclick: () => choosePin().catch(tellError)});
-  const themeChoice = choice({label: t('settings.theme'), options: named('settings.theme', themes),
-    value: theme(), test: 'settings-theme', onChange: setTheme});
-  const standby = switchButton({label: t('settings.standby'), test: 'settings-standby',
+  const pin = value();
+  const themeChoice = pickRow({label: t('settings.theme'), options: named('settings.theme', themes),
+    value: theme(), test: 'theme', onChange: setTheme});
+  const standby = switchButton({label: t('settings.standby'), test: 'standby-on',
     onChange: (on) => setStandby(on)});
-  const version = h('p', {class: 'dim'});
+  const version = value();
 
-  container.append(h('div', {class: 'settings'},
+  container.append(h('div', {class: 'settings', 'data-test': 'settings'},
       group(t('settings.time'),
-          h('p', {class: 'settings-now'}, clock, day),
-          row(t('settings.zone'), zone), row(t('settings.mode'), mode)),
+          h('p', {class: 'settings-now'}, clock, day), zone, mode),
       group(t('settings.sound'),
-          row(t('screen.chooseAudio'), track), row(t('settings.first'), first),
-          row(t('settings.second'), second), row(t('settings.dual'), dual),
-          row(t('settings.captions'), captions)),
-      group(t('settings.alerts'), row(t('settings.level'), level), repeats, cableOnly),
-      group(t('settings.pin'), row(t('settings.pin'), pinText, pinButton)),
-      group(t('settings.look'), row(t('settings.theme'), themeChoice), standby, version)));
+          row(t('screen.chooseAudio'), track, openAudio, 'settings-audio'), first, second, dual,
+          row(t('settings.captions'), captions, null, 'settings-captions')),
+      group(t('settings.alerts'), level, repeats, cableOnly),
+      group(t('settings.look'),
+          row(t('settings.pin'), pin, () => choosePin().catch(tellError), 'settings-pin'),
+          themeChoice, standby, row(t('settings.version'), version))));
 
   async function readAlerts() {
     try {
@@ -101,18 +101,16 @@ function mount(container) {
       first.set(audio?.first ?? '');
       second.set(audio?.second ?? '');
       const playing = audio?.tracks?.find((item) => item.index === audio.playing);
-      setText(track, playing ? trackText(playing) : t('screen.noAudio'));
-      track.disabled = !(audio?.tracks?.length > 0);
+      setText(track, playing ? trackText(playing) : t('common.none'));
     }),
     onPart((current) => current.captions, (part) => setText(captions,
-        part ? t('screen.captionsText', {aspect: part.aspect}) : t('screen.captionsNone'))),
+        part ? t('settings.captionsFor', {aspect: part.aspect}) : t('common.none'))),
     onPart((current) => current.pin?.set, (set) => {
-      setText(pinText, t(set ? 'settings.pinSet' : 'settings.pinNone'));
-      setText(pinButton, t(set ? 'settings.pinChange' : 'settings.pinChoose'));
+      setText(pin, t(set ? 'settings.pinSet' : 'settings.pinNone'));
     }),
     onState((current) => standby.set(current.standby)),
     onPart((current) => [current.service?.running, current.service?.pid], readAlerts),
-    onPart((current) => current.version, (part) => setText(version, t('settings.version', {version: part}))),
+    onPart((current) => current.version, (part) => setText(version, part)),
     everySecond((utc) => {
       setText(clock, clockSecondsText(utc));
       setText(day, dateText(utc));
