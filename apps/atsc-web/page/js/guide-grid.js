@@ -117,8 +117,8 @@ export class GuideGrid {
     }
     this.scrollToTime_(Math.floor(utc / kHalfHour) * kHalfHour);
     if (index >= 0) {
-      const room = this.size_.height - this.headHeight_;
-      this.scroller_.scrollTop = index * this.rowHeight - Math.floor(room / 3);
+      const above = Math.floor((this.size_.height - this.headHeight_) / this.rowHeight / 3);
+      this.scroller_.scrollTop = (index - above) * this.rowHeight;
     }
     this.redraw();
   }
@@ -379,7 +379,10 @@ export class GuideGrid {
     const {scrollTop} = this.scroller_;
     if (Math.abs(by) > 1) this.scroller_.scrollTop = scrollTop + by * this.rowHeight;
     if (top < this.scroller_.scrollTop) this.scroller_.scrollTop = top;
-    else if (top > this.scroller_.scrollTop + room) this.scroller_.scrollTop = top - room;
+    else if (top > this.scroller_.scrollTop + room) {
+      // A whole row at the top: the cut one is at the bottom.
+      this.scroller_.scrollTop = Math.ceil((top - room) / this.rowHeight) * this.rowHeight;
+    }
     // A focus that the window has left comes back into it.
     const [left, right] = this.hours();
     if (this.focusTime_ < left || this.focusTime_ >= right) {
@@ -401,7 +404,9 @@ export class GuideGrid {
         this.scrollToTime_(left + step);
       } else if (cell.end < this.end_) {
         this.focusTime_ = cell.end;
-        if (cell.end > right - kHalfHour) this.scrollToTime_(left + step);
+        if (cell.end > right - kHalfHour) {
+          this.scrollToTime_((Math.floor(cell.end / kHalfHour) - 1) * kHalfHour);
+        }
       }
     } else if (cell.start < left - 1) {
       this.focusTime_ = Math.max(cell.start, Math.ceil(left - step), this.origin_);

@@ -274,7 +274,7 @@ export const texts = {
   'scan.progress': 'Progress of the search',
   'scan.band': 'Channels of the band',
   'scan.found': 'What was found',
-  'scan.idle': '{source}: this is on the list',
+  'scan.idle': '{source}: {n} channels on the list',
   'scan.none': '{source}: no channels yet',
   'scan.idleMore': 'Choose one field of the picture to search only there.',
   'scan.running': '{source}: {n} channels found so far',

@@ -7,7 +7,7 @@ import {channelList, flags, onChannels} from '../channels.js';
 import {choose} from '../choose.js';
 import {confirmDialog, openDialog, tellError, toast} from '../dialog.js';
 import {airText, h, setAirText, setText, show} from '../dom.js';
-import {onPart, state} from '../live.js';
+import {onPart, onState, state} from '../live.js';
 import {choice} from '../parts.js';
 import {sourceName, t} from '../texts.js';
 import {VirtualList} from '../virtual-list.js';
@@ -74,10 +74,15 @@ class ChannelsView {
     });
     this.build_(container);
     this.closers_ = [
-      onChannels(() => this.load_()),
+      onChannels(() => this.turn_ && this.load_()),
+      // The source and the channel that play decide what is shown first.
+      onState((current) => {
+        if (this.turn_) return;
+        if (!kept.src && current.source === 'QAM') this.sources_.set(this.src_ = 'QAM');
+        this.load_(true);
+      }),
       onPart((current) => current.channel?.key, () => this.draw_()),
     ];
-    this.load_(true);
   }
 
   close() {

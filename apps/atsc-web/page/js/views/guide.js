@@ -8,7 +8,7 @@ import {airText, fill, h, icon, setText, show} from '../dom.js';
 import {namedGenres, genreName} from '../genres.js';
 import {GuideData} from '../guide-data.js';
 import {GuideGrid} from '../guide-grid.js';
-import {onPart, state} from '../live.js';
+import {onPart, onState, state} from '../live.js';
 import {choice} from '../parts.js';
 import {
   badges, channelLabel, genreChips, openProgramme, readProgramme, resultRow, titleText, whenText,
@@ -18,6 +18,7 @@ import {sourceName, t} from '../texts.js';
 import {everySecond, now, startOfDay} from '../time.js';
 import {VirtualList} from '../virtual-list.js';
 
+const kSources = ['VSB', 'QAM'];
 const kHour = 3600;
 /** What is shown before now, after the last programme, and at most: 16 days is all of A/65. */
 const kBefore = 2 * kHour;
@@ -51,7 +52,9 @@ class GuideView {
     this.build_(container);
     this.closers_.push(
         onPart((current) => current.source, (source) => {
-          if (!kept.src && source && source !== this.src_) this.source_(source);
+          if (kept.src || !kSources.includes(source)) return;
+          if (this.data_ || this.turn_) this.source_(source);
+          else this.show_(source);
         }),
         onPart((current) => [current.epoch, current.versions?.guide], () => this.changed_()),
         onPart((current) => current.channel?.key, (key) => {
@@ -59,9 +62,14 @@ class GuideView {
           this.grid_.redraw();
         }),
         onPart((current) => current.clock?.offset, () => this.grid_.redraw()),
-        onChannels(() => this.load_()),
+        onChannels(() => this.data_ && this.load_()),
         everySecond((utc) => this.tick_(utc)));
-    this.load_(true);
+    // The source and the channel that play decide what is shown first.
+    const end = onState(() => {
+      if (this.data_ || this.turn_ !== 0) return;
+      this.load_(true);
+    });
+    this.closers_.push(end);
     this.grid_.focus();
   }
 
@@ -117,11 +125,13 @@ class GuideView {
     container.append(h('div', {class: 'guide'},
         h('div', {class: 'guide-tools'},
             this.sources_,
-            h('div', {class: 'guide-jumps'}, step('dayBefore', -1), go('now', now),
-                go('tonight', () => startOfDay(now()) + kEvening),
-                go('tomorrow', () => startOfDay(now() + 24 * kHour) + 8 * kHour),
-                step('dayAfter', 1)),
-            this.groupButton_, this.genreButton_, this.search_),
+            h('div', {class: 'guide-strip'},
+                h('div', {class: 'guide-jumps'}, step('dayBefore', -1), go('now', now),
+                    go('tonight', () => startOfDay(now()) + kEvening),
+                    go('tomorrow', () => startOfDay(now() + 24 * kHour) + 8 * kHour),
+                    step('dayAfter', 1)),
+                this.groupButton_, this.genreButton_),
+            this.search_),
         this.detailBox_, this.main_, this.status_));
     show(this.results_.element, false);
     this.labelFilters_();
@@ -144,10 +154,14 @@ class GuideView {
     }
   }
 
-  source_(src) {
-    if (src === this.src_) return;
+  show_(src) {
     this.src_ = src;
     this.sources_.set(src);
+  }
+
+  source_(src) {
+    if (src === this.src_) return;
+    this.show_(src);
     this.data_?.close();
     this.data_ = null;
     this.matching_ = null;
@@ -198,6 +212,7 @@ class GuideView {
 
   tell_(count) {
     if (this.found_) return;
+    this.status_.classList.toggle('quiet', count > 0 && !kept.genre && !kept.group);
     if (kept.genre) {
       setText(this.status_, t('guide.countGenre', {n: count, genre: genreName(kept.genre)}));
     } else if (count === 0) {
@@ -331,6 +346,7 @@ class GuideView {
       const results = answer.results.filter((entry) => byRow.has(entry.row))
           .map((programme) => ({programme, channel: byRow.get(programme.row)}));
       this.found_ = true;
+      this.status_.classList.remove('quiet');
       show(this.grid_.element, false);
       show(this.detailBox_, false);
       show(this.results_.element, true);

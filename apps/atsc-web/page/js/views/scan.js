@@ -157,7 +157,8 @@ class ScanView {
   drawState_(scan, running) {
     const source = sourceName(this.src_);
     if (!scan) {
-      setText(this.headline_, this.listed_.length ? t('scan.idle', {source}) : t('scan.none', {source}));
+      const n = this.listed_.filter((channel) => !(channel.flags & flags.deleted)).length;
+      setText(this.headline_, t(n ? 'scan.idle' : 'scan.none', {source, n}));
       setText(this.where_, t('scan.idleMore'));
       return;
     }
