@@ -3,6 +3,7 @@
 #include <malloc.h>
 #include <semaphore.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <cerrno>
@@ -28,6 +29,7 @@ namespace {
 constexpr int kFailure = 1;
 constexpr int kUsage = 2;
 constexpr uint16_t kDefaultPort = 8077;
+constexpr unsigned kPatience = 3;  // seconds
 
 struct Options {
   std::string db;
@@ -51,6 +53,8 @@ void handleSignals() {
   action.sa_flags = SA_RESTART;
   sigaction(SIGTERM, &action, nullptr);
   sigaction(SIGINT, &action, nullptr);
+  action.sa_handler = [](int) { _exit(0); };
+  sigaction(SIGALRM, &action, nullptr);
   // A browser or the reader of the output may go away.
   action.sa_handler = SIG_IGN;
   sigaction(SIGPIPE, &action, nullptr);
@@ -96,6 +100,8 @@ void run(const Options& options) {
   server.start();
   std::cout << "atsc-web: " << server.url() << std::endl;
   waitForStop();
+  // A service that hangs keeps the thread that asked it.
+  alarm(kPatience);
   server.stop();
 }
 

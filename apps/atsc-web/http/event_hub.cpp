@@ -82,6 +82,11 @@ void EventHub::onPublished(std::function<void()> wake) {
   wake_ = std::move(wake);
 }
 
+void EventHub::onSubscribed(std::function<void()> greet) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  greet_ = std::move(greet);
+}
+
 void EventHub::wake() const {
   const std::lock_guard<std::mutex> lock(mutex_);
   if (wake_) wake_();
@@ -89,6 +94,7 @@ void EventHub::wake() const {
 
 EventHub::Subscriber EventHub::subscribe(const std::string& lastId) const {
   const std::lock_guard<std::mutex> lock(mutex_);
+  if (greet_) greet_();
   const uint64_t next = first_ + kept_.size();
   if (lastId.empty()) return {next};
   uint64_t number = 0;

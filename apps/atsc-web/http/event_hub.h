@@ -38,6 +38,8 @@ class EventHub {
 
   // Called after each publication, on the thread of the publisher.
   void onPublished(std::function<void()> wake);
+  // Called when a page starts, on the thread of its server. Must not call the hub.
+  void onSubscribed(std::function<void()> greet);
 
   // Starts a page. `lastId` is the id of the last callback that it got ("EPOCH-N"), or empty.
   Subscriber subscribe(const std::string& lastId) const;
@@ -55,6 +57,7 @@ class EventHub {
   std::string epoch_;
   mutable std::mutex mutex_;
   std::function<void()> wake_;
+  std::function<void()> greet_;
   std::deque<std::string> kept_;  // data of the newest callbacks
   size_t keptBytes_ = 0;
   uint64_t first_ = 1;  // number of kept_.front()

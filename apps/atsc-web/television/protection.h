@@ -14,8 +14,8 @@ enum class Protection {
   kMalformed,  // nobody: no command, or one with characters that C texts cannot hold
 };
 
-// Returns what a command needs. It is to be sent as this value is written: a text that was parsed
-// may mean something else to the service, for example with a key that it has twice.
+// Returns what a command needs. What is sent has to be this value, written again: the text from
+// which it was read may mean something else to the service, such as one that has a key twice.
 Protection protection(const Json::Value& command);
 
 }  // namespace web

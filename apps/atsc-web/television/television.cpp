@@ -32,6 +32,9 @@ constexpr std::chrono::milliseconds kQuestionPatience(50);
 constexpr std::chrono::milliseconds kAskAgain(100);
 constexpr std::chrono::seconds kCommandPatience(5);
 
+// More than come while a command takes its time.
+constexpr size_t kMaxEvents = 10000;
+
 constexpr std::chrono::milliseconds kUnlockTakes(300);
 constexpr std::chrono::seconds kChangeTakes(5);
 
@@ -50,11 +53,14 @@ Television::Television(GuideStore& guide, EventHub& hub, Options options)
   registerSelf();
   publish();
   guide_.onRefreshed([this] { publishSoon(); });
+  // A page lets the clock run on from the state that it gets first.
+  hub_.onSubscribed([this] { publishAgain(); });
   forwardThread_ = std::thread([this] { forward(); });
   stateThread_ = std::thread([this] { follow(); });
 }
 
 Television::~Television() {
+  hub_.onSubscribed(nullptr);
   guide_.onRefreshed(nullptr);
   ends_ = true;
   arrived_.end();
@@ -75,11 +81,7 @@ void Television::forward() {
         continue;
       }
       hub_.publishCallback(jsonText(*message));
-      {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        callbacks_.push_back(std::move(*message));
-      }
-      eventfd_write(wake_, 1);
+      note({Event::Kind::kCallback, std::move(*message)});
     } catch (const std::exception&) {
       // Without memory for this one. The next poll tells what it meant.
     }
@@ -142,35 +144,40 @@ void Television::wait(Clock::time_point until) {
   if (waited[1].revents != 0) leaveService();
 }
 
-// Takes what has come since the last time, all at once: many callbacks make one state.
+// Takes what has come since the last time, all at once: many callbacks make one state. A callback
+// that a command has caused comes after the event that the command is sent, but maybe before that
+// of its result.
 void Television::take() {
-  std::vector<Json::Value> callbacks;
-  std::vector<Note> notes;
+  std::vector<Event> events;
   {
     const std::lock_guard<std::mutex> lock(mutex_);
-    callbacks.swap(callbacks_);
-    notes.swap(notes_);
+    events.swap(events_);
     taken_ = noted_;
   }
-  // A callback that a command has caused may come before the command's own result, but not before
-  // the note that it is sent.
   const Clock::time_point now = Clock::now();
-  for (const Note& note : notes) {
-    if (!note.result) viewing_.sending(note.command, now);
-  }
-  for (const Json::Value& message : callbacks) viewing_.callback(message, now);
-  for (const Note& note : notes) {
-    if (note.result) viewing_.sent(note.command, *note.result, now);
+  for (const Event& event : events) {
+    switch (event.kind) {
+      case Event::Kind::kCallback:
+        viewing_.callback(event.json, now);
+        break;
+      case Event::Kind::kSending:
+        viewing_.sending(event.json, now);
+        break;
+      case Event::Kind::kSent:
+        viewing_.sent(event.json, event.result, now);
+        break;
+    }
   }
 }
 
 void Television::watchService() {
-  lookAgain_ = Clock::now() + kLookAgain;
   if (!registered_) registerSelf();
+  lookAgain_ = Clock::now() + (registered_ ? kPollAgain : kLookAgain);
   const int pid = std::max(0, apps::servicePid());
   if (pid == service_ && (pid == 0 || serviceEnd_ >= 0)) return;
   if (service_ != 0) leaveService();
   if (pid != 0) useService(pid);
+  if (service_ == 0) lookAgain_ = Clock::now() + kLookAgain;
 }
 
 void Television::useService(int pid) {
@@ -307,27 +314,27 @@ void Television::askMore() {
   }
 }
 
-void Television::note(const Json::Value& command, std::optional<int> result) {
+void Television::note(Event event) {
   {
     const std::lock_guard<std::mutex> lock(mutex_);
-    notes_.push_back({command, result});
     ++noted_;
+    if (events_.size() < kMaxEvents) events_.push_back(std::move(event));
   }
   eventfd_write(wake_, 1);
 }
 
 Sent Television::command(const Json::Value& command) {
-  note(command, std::nullopt);
-  Sent sent = link_.send(command, kCommandPatience);
-  note(command, sent.fault == LinkFault::kNone ? sent.result : -1);
-  return sent;
+  return sendNoted(command, apps::compactJson(command));
 }
 
 Sent Television::rawCommand(const std::string& text) {
-  const Json::Value command = apps::parseJson(text).value_or(Json::Value());
-  note(command, std::nullopt);
+  return sendNoted(apps::parseJson(text).value_or(Json::Value()), text);
+}
+
+Sent Television::sendNoted(const Json::Value& command, const std::string& text) {
+  note({Event::Kind::kSending, command});
   Sent sent = link_.send(text, kCommandPatience);
-  note(command, sent.fault == LinkFault::kNone ? sent.result : -1);
+  note({Event::Kind::kSent, command, sent.fault == LinkFault::kNone ? sent.result : -1});
   return sent;
 }
 

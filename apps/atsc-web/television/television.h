@@ -39,8 +39,8 @@ class Television {
 
   // `guide` and `hub` have to outlive the object. Starts the threads.
   Television(GuideStore& guide, EventHub& hub, Options options);
-  // Ends the threads; after at most two seconds if the service does not answer. The registration
-  // lasts until the process ends.
+  // Ends the threads; waits for the answer to a command. The registration lasts until the process
+  // ends.
   ~Television();
   Television(const Television&) = delete;
   Television& operator=(const Television&) = delete;
@@ -65,10 +65,11 @@ class Television {
  private:
   using Clock = std::chrono::steady_clock;
 
-  // What the state thread has to know of a command.
-  struct Note {
-    Json::Value command;
-    std::optional<int> result;  // nothing: before it is sent
+  // What the state thread has to know, in the order in which it happened.
+  struct Event {
+    enum class Kind { kCallback, kSending, kSent } kind;
+    Json::Value json;
+    int result = 0;
   };
 
   void forward();
@@ -96,7 +97,8 @@ class Television {
   NowNext onAirNow(Clock::time_point now);
   Clock::time_point nextWork() const;
 
-  void note(const Json::Value& command, std::optional<int> result);
+  void note(Event event);
+  Sent sendNoted(const Json::Value& command, const std::string& text);
   bool isOpen(std::chrono::milliseconds patience);
   Json::Value pinNow();
 
@@ -125,13 +127,12 @@ class Television {
 
   std::mutex mutex_;
   std::condition_variable published_;
-  std::vector<Json::Value> callbacks_;  // forwarded, for the state thread
-  std::vector<Note> notes_;
+  std::vector<Event> events_;
   bool again_ = false;
   Json::Value state_;  // as published
   ReceiverTime time_;
   uint64_t plays_ = 0;
-  uint64_t noted_ = 0;    // counts notes_
+  uint64_t noted_ = 0;    // counts events_
   uint64_t handled_ = 0;  // how many of them the state contains
 
   std::thread stateThread_;

@@ -60,7 +60,9 @@ Json::Value sentJson(const Sent& sent) {
 }
 
 Response sendCommand(Television& television, const Request& request) {
-  const auto command = apps::parseJson(request.body);
+  // What is checked is what is sent: the value as it is read again.
+  auto command = apps::parseJson(request.body);
+  if (command) command = apps::parseJson(apps::compactJson(*command));
   if (!command) return errorResponse(400, "json", "the body is no JSON");
   if (const auto refused = refusal(television, request, *command)) return *refused;
   const Sent sent = television.command(*command);

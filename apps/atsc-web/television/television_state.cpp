@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "common/audio_tracks.h"
-#include "common/text.h"
+#include "guide/guide_routes.h"
 #include "http/exchange.h"
 #include "television/television.h"
 
@@ -17,21 +17,8 @@ constexpr double kClockDiffers = 0.25;  // seconds
 // So long after the end of a programme by an estimated clock, it is over by the receiver's clock.
 constexpr std::chrono::milliseconds kAfterEnd(20);
 
-Json::Value programmeJson(const std::optional<Programme>& programme) {
-  Json::Value json;
-  if (!programme) return json;
-  json["start"] = Json::Int64{programme->start};
-  json["duration"] = Json::Int64{programme->duration};
-  json["title"] = programme->title;
-  json["rating"] = programme->rating;
-  json["cc"] = programme->captioned;
-  json["blocked"] = programme->blocked;
-  json["description"] = programme->description;
-  json["genres"] = Json::arrayValue;
-  for (const std::string& code : apps::split(programme->genres, ',')) {
-    json["genres"].append(static_cast<int>(strtol(code.c_str(), nullptr, 10)));
-  }
-  return json;
+Json::Value jsonOf(const std::optional<Programme>& programme) {
+  return programme ? programmeJson(*programme) : Json::Value();
 }
 
 }  // namespace
@@ -139,8 +126,8 @@ Json::Value Television::build(Clock::time_point now) {
   json["standby"] = viewing_.isStandby();
   json["block"] = blockNow(onAir);
   json["unlocked"] = viewing_.isUnlocked();
-  json["now"] = programmeJson(onAir.now);
-  json["next"] = programmeJson(onAir.next);
+  json["now"] = jsonOf(onAir.now);
+  json["next"] = jsonOf(onAir.next);
   json["audio"] = audioNow();
   json["captions"] = viewing_.captions();
   json["clock"] = viewing_.clock(now);

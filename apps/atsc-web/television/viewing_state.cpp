@@ -70,9 +70,6 @@ void ViewingState::change(Clock::time_point now) {
 
 void ViewingState::callback(const Json::Value& message, Clock::time_point now) {
   using Handler = void (*)(ViewingState&, const Json::Value&, Clock::time_point);
-  constexpr auto viewing = [](ViewingState& s, const Json::Value&, Clock::time_point) {
-    s.questions.viewing = true;
-  };
   constexpr auto limits = [](ViewingState& s, const Json::Value&, Clock::time_point) {
     s.questions.viewing = s.questions.limits = true;
   };
@@ -147,7 +144,6 @@ void ViewingState::callback(const Json::Value& message, Clock::time_point now) {
        [](ViewingState& s, const Json::Value&, Clock::time_point) { s.alert_ = Json::Value(); }},
       {"EASSTARTBLOCKING", alert},
       {"EASSTARTNONBLOCKING", alert},
-      {"EIT_UPDATE", viewing},
       {"PARENTAL_UPDATE", limits},
       {"RRT_UPDATE", limits},
       {"RRT_DL_UPDATE", limits},
@@ -166,7 +162,8 @@ void ViewingState::sending(const Json::Value& command, Clock::time_point now) {
   const std::string name = nameOf(command);
   if (name == "SCAN start") scan_.asked(command);
   if (name == "PC PWDUNLOCK") unlockAsked_ = isTrue(command["lock_status"]);
-  const bool plays = name == "FW CHANNELCHANGE" || name == "FW PLAY" || name == "FW PLAYSRC";
+  const bool plays = name == "FW CHANNELCHANGE" || name == "FW PLAY" || name == "FW PLAYSRC" ||
+                     name == "SCAN stop";
   if (standby_ ? name == "FW POWERDOWN" && !isTrue(command["powerdown"]) : plays) {
     change(now);
     opensNext_ = name == "FW CHANNELCHANGE" && command.isMember("password_reqd") &&
@@ -196,7 +193,8 @@ void ViewingState::sent(const Json::Value& command, int result, Clock::time_poin
     questions.channel = questions.viewing = true;
   } else if (name == "FW CHANNELMODIFY" || name == "FW CHANNELADD" || name == "FW RELOADDB" ||
              name == "SRV RESET" || name == "TEST GETSERVICE" || name == "AUD CHANGE") {
-    if (name == "SRV RESET") questions.viewing = true;
+    const char* const emptied = command["src"] == "VSB" ? "VSB" : "QAM";
+    if (name == "SRV RESET" && done && source_->name == std::string(emptied)) stop();
     channelsChanged = questions.channel = true;
   } else if (name == "CN SETPREAUD") {
     questions.languages = true;
@@ -249,7 +247,9 @@ void ViewingState::channelIs(const Json::Value& reply, const Json::Value& source
   const bool other =
       !current_ || current_->source != current.source || current_->key() != current.key();
   if (other) questions.captions = true;
-  if (playing_ == Playing::kNone) playing_ = Playing::kStopped;
+  if (playing_ == Playing::kNone) {
+    playing_ = getsCallbacks ? Playing::kStopped : Playing::kPlaying;
+  }
   current_ = std::move(current);
 }
 
