@@ -64,10 +64,10 @@ export async function confirmDialog(text, {title, yes, danger = false} = {}) {
   }));
 }
 
-/** Asks for a new PIN (and the old one, if one is set); resolves with whether it was set. */
+/** Asks for a new PIN (and the old one, if one is set); resolves with it, or '' if it was left. */
 export async function choosePin({reason} = {}) {
   const hasOld = Boolean(state()?.pin?.set);
-  return Boolean(await openDialog({
+  return await openDialog({
     title: hasOld ? t('settings.pinChange') : t('pin.choose'),
     test: 'pin-dialog',
     body: (close) => {
@@ -97,13 +97,13 @@ export async function choosePin({reason} = {}) {
           const answer = await setPin(pin, old);
           if (!answer.ok) return pinProblem(answer);
           toast(t('pin.saved'));
-          close(true);
+          close(pin);
           return undefined;
         },
       });
       return [h('p', {class: 'dim'}, reason ?? t('pin.chooseMore')), pad];
     },
-  }));
+  }) ?? '';
 }
 
 /**

@@ -36,6 +36,16 @@ function megahertz(frequency) {
   return `${Math.round(frequency / 1e5) / 10} MHz`;
 }
 
+// Who has just chosen the PIN need not enter it a third time.
+async function chooseAndUnlock() {
+  try {
+    const pin = await choosePin();
+    if (pin !== '') await unlock(pin);
+  } catch (error) {
+    tellError(error);
+  }
+}
+
 function blockMessage(block, hasPin) {
   const titles = {locked: 'screen.blockLocked', unrated: 'screen.blockUnrated'};
   const reasons = (block.reasons ?? []).filter((reason) => reason !== '');
@@ -59,7 +69,7 @@ function blockMessage(block, hasPin) {
       pad || h('div', {class: 'block-choose'},
           h('p', {class: 'screen-more'}, t('pin.none')),
           h('button', {type: 'button', class: 'button big primary', 'data-test': 'block-choose',
-            onclick: () => choosePin().catch(tellError)}, t('pin.choose'))));
+            onclick: chooseAndUnlock}, t('pin.choose'))));
 }
 
 /** What stands in the middle of the screen, as {key, make}: the same key is not drawn again. */
