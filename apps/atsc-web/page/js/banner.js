@@ -7,6 +7,9 @@ import {t, sourceName} from './texts.js';
 import {clockText, dayText, now, spanText} from './time.js';
 
 const maxTracks = 4;
+const maxGroups = 4;
+// Numbers such as 16383 or 1023-1023 are too wide for the large size.
+const longNumber = 6;
 
 function title(programme) {
   return programme.title === '' ? t('screen.noTitle') : programme.title;
@@ -21,6 +24,8 @@ function badges(state) {
   const {channel, now: programme, audio} = state;
   const tracks = audio?.tracks ?? [];
   const groups = favouriteGroups(channel.fav);
+  const groupText = groups.length > maxGroups ?
+    `${groups.slice(0, maxGroups).join(', ')} +${groups.length - maxGroups}` : groups.join(', ');
   return [
     channel.type === 'RADIO' && badge(t('screen.radio')),
     channel.type === 'DATA' && badge(t('screen.data')),
@@ -34,7 +39,7 @@ function badges(state) {
     }, track.index === audio.playing && icon('audio'), airText(trackText(track)))),
     tracks.length > maxTracks && badge(`+${tracks.length - maxTracks}`),
     groups.length > 0 && h('span', {class: 'badge', 'data-test': 'banner-favourites'}, icon('star'),
-        t('screen.favourite', {n: groups.join(', ')})),
+        t('screen.favourite', {n: groupText})),
     Boolean(channel.flags & flags.locked) && h('span', {class: 'badge'}, icon('lock'),
         t(state.unlocked ? 'screen.unlocked' : 'screen.locked')),
   ];
@@ -94,6 +99,7 @@ export function makeBanner() {
       return;
     }
     setText(number, channel.number);
+    number.classList.toggle('long', String(channel.number).length >= longNumber);
     setAirText(name, channel.name);
     setText(source, sourceName(channel.src));
     programme = state.now;

@@ -79,7 +79,7 @@ const maxPin = 8;
 
 /**
  * The question for a PIN: a field, dots, and a pad for mouse and finger. onEnter(pin) resolves with
- * an error text, or nothing when it is done. The element has focusField(), say(text), press(digit),
+ * what is wrong ({text, wait} or a text), or nothing when it is done. The element has focusField(), say(text), press(digit),
  * and ask(label, test) for the next question in the same field.
  */
 export function pinPad({label, onEnter, test = 'pin'}) {
@@ -90,6 +90,7 @@ export function pinPad({label, onEnter, test = 'pin'}) {
     oninput: () => {
       const digits = field.value.replace(/\D/g, '').slice(0, maxPin);
       if (digits !== field.value) field.value = digits;
+      if (digits !== '') tell();
       draw();
     },
     onkeydown: (event) => {
@@ -110,12 +111,32 @@ export function pinPad({label, onEnter, test = 'pin'}) {
       dot.classList.toggle('filled', index < field.value.length));
   }
 
+  let countdown = 0;
+  function tell(error) {
+    clearInterval(countdown);
+    if (!(error?.wait > 0)) {
+      setText(message, error?.text ?? error ?? '');
+      return;
+    }
+    // The seconds run for the eye; a screen reader hears them once.
+    const end = Date.now() + error.wait * 1000;
+    const seconds = h('span', {'aria-live': 'off'});
+    const step = () => {
+      const left = Math.ceil((end - Date.now()) / 1000);
+      if (left <= 0 || (!element.isConnected && seconds.isConnected)) tell();
+      else setText(seconds, t('pin.wait', {seconds: left}));
+    };
+    step();
+    fill(message, seconds);
+    countdown = setInterval(step, 250);
+  }
+
   let busy = false;
   async function enter() {
     if (busy) return;
     const pin = field.value;
     if (pin.length < 4) {
-      setText(message, t('pin.short'));
+      tell(t('pin.short'));
       return;
     }
     busy = true;
@@ -123,13 +144,13 @@ export function pinPad({label, onEnter, test = 'pin'}) {
     busy = false;
     field.value = '';
     draw();
-    fill(message, error ?? '');
+    tell(error);
     if (element.isConnected && error) field.focus();
   }
 
   function press(digit) {
     if (field.value.length < maxPin) field.value += digit;
-    setText(message, '');
+    tell();
     draw();
   }
 
@@ -150,7 +171,7 @@ export function pinPad({label, onEnter, test = 'pin'}) {
       h('div', {class: 'pin-entry'}, field, dots), message, pad);
   element.press = press;
   element.focusField = () => field.focus({preventScroll: true});
-  element.say = (text) => setText(message, text);
+  element.say = tell;
   element.ask = (text, name) => {
     field.dataset.test = name;
     setText(title, text);
@@ -164,5 +185,5 @@ export function pinPad({label, onEnter, test = 'pin'}) {
 
 /** What to tell after a wrong PIN: {ok: false, wait}. */
 export function pinProblem(answer) {
-  return answer.wait > 0 ? t('pin.wait', {seconds: Math.ceil(answer.wait)}) : t('pin.wrong');
+  return {text: t('pin.wrong'), wait: answer.wait};
 }

@@ -77,7 +77,7 @@ export const texts = {
   'remote.power': 'Standby',
   'remote.source': 'Source',
   'remote.audio': 'Audio',
-  'remote.captions': 'Captions',
+  'remote.captions': 'CC, captions',
   'remote.up': 'Up',
   'remote.down': 'Down',
   'remote.left': 'Left',

@@ -11,7 +11,8 @@ const title = h('h1', {class: 'topbar-title'});
 const number = h('span', {class: 'topbar-number'});
 const name = airText('');
 const channel = h('button', {type: 'button', class: 'topbar-channel', hidden: true,
-  onclick: () => navigate('screen')}, icon('screen'), number, name);
+  onclick: () => navigate('screen')},
+icon('screen'), h('span', {class: 'visually-hidden'}, t('menu.screen')), number, name);
 const clock = h('time', {class: 'topbar-clock'});
 const day = h('span', {class: 'topbar-day'});
 
@@ -31,7 +32,6 @@ export function startTopbar() {
     if (!part) return;
     setText(number, part[0]);
     setAirText(name, part[1]);
-    channel.setAttribute('aria-label', `${t('menu.screen')}: ${part[0]}`);
   });
   everySecond((utc) => {
     setText(clock, clockText(utc));
