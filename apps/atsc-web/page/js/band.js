@@ -10,6 +10,8 @@ export function megahertz(freq) {
 }
 
 const kMostDots = 8;
+/** From here on the fields are smaller: all of the band is seen at once. */
+const kMany = 80;
 
 class Field {
   constructor(entry, onOpen) {
@@ -55,7 +57,7 @@ export class Band {
   plan(entries) {
     this.fields_ = entries.map((entry) => new Field(entry, this.onOpen_));
     fill(this.element, this.fields_.map((field) => field.element));
-    this.element.style.setProperty('--fields', entries.length);
+    this.element.classList.toggle('many', entries.length > kMany);
     if (this.fields_.length) this.stop_(this.fields_[0].element);
   }
 

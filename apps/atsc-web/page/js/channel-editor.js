@@ -106,12 +106,18 @@ export class ChannelEditor {
     this.mark_(on ? 'unfav' : 'fav', {group});
   }
 
+  /** The service takes the marks of a channel away when it gets another name: they are set again. */
   async rename_() {
     const name = this.field_.value.trim();
+    const {freq, flags: marks} = this.channel_;
     if (name === '' || name === this.channel_.name) return;
-    const worked = await change({class: 'FW', command: 'CHANNELADD', ...this.target_(),
-      freq: this.channel_.freq, name});
-    if (worked) toast(t('channels.renamed'));
+    const target = this.target_();
+    if (!(await change({class: 'FW', command: 'CHANNELADD', ...target, freq, name}))) return;
+    const lost = [[flags.skipped, 'skip'], [flags.locked, 'lock'], [flags.deleted, 'delete']];
+    for (const [mark, type] of lost) {
+      if (marks & mark) await change({class: 'FW', command: 'CHANNELMODIFY', ...target, type});
+    }
+    toast(t('channels.renamed'));
   }
 }
 
