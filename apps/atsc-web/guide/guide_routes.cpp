@@ -217,6 +217,7 @@ Response answerSearch(GuideStore& store, const Request& request) {
   SearchQuery query;
   query.words = textParameter(request, "q");
   if (query.words.size() > kLongestSearch) refuse("q is too long");
+  if (query.words.find_first_not_of(' ') == std::string::npos) query.words.clear();
   query.genre = genreParameter(request);
   query.after = optionalNumber(request, "after").value_or(-1);
   query.limit = static_cast<size_t>(
@@ -227,7 +228,7 @@ Response answerSearch(GuideStore& store, const Request& request) {
   };
   bool more = false;
   std::vector<SearchHit> hits;
-  if (query.genre || query.words.find_first_not_of(' ') != std::string::npos) {
+  if (query.genre || !query.words.empty()) {
     hits = store.programmes(source).search(query, &more);
   }
   JsonText json;

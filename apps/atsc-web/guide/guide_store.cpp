@@ -1,6 +1,7 @@
 #include "guide/guide_store.h"
 
 #include <algorithm>
+#include <exception>
 #include <iostream>
 #include <utility>
 
@@ -107,49 +108,62 @@ void GuideStore::run() {
 }
 
 void GuideStore::look() {
-  const bool channels =
-      lookAt(channelFile_, [this](ServiceFile* file) { return readChannels(file); });
-  if (channels) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    ++versions_.channels;
+  const auto count = [this] {
+    const Versions now = versions();
+    return now.channels + now.guide;
+  };
+  const uint64_t before = count();
+  lookAt(channelFile_, &GuideStore::readChannels, &Versions::channels);
+  lookAt(guideFile_, &GuideStore::readGuide, &Versions::guide);
+  if (count() == before) return;
+  {
+    const std::lock_guard<std::mutex> lock(refreshedMutex_);
+    if (refreshed_) refreshed_();
   }
-  const bool guide = lookAt(guideFile_, [this](ServiceFile* file) { return readGuide(file); });
-  if (guide) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    ++versions_.guide;
+  try {
+    for (ProgrammeTable& table : programmes_) table.tidy();
+  } catch (const std::exception&) {
+    guideFile_.stamp.reset();  // the copy is made anew
   }
-  if (!channels && !guide) return;
-  const std::lock_guard<std::mutex> lock(refreshedMutex_);
-  if (refreshed_) refreshed_();
 }
 
-bool GuideStore::lookAt(Watched& watched, const std::function<bool(ServiceFile*)>& read) {
+void GuideStore::lookAt(Watched& watched, Read read, uint64_t Versions::*version) {
   try {
     const FileStamp now = stampOf(watched.path);
-    if (isUnchanged(watched, now)) return false;
+    if (isUnchanged(watched, now)) return;
     watched.stamp.reset();
-    bool differs = false;
     if (now.exists()) {
       ServiceFile file(watched.path);
-      const std::optional<uint32_t> transactions = file.transactions();
-      differs = read(&file);
-      watched.transactions = transactions;
+      watched.transactions = file.transactions();
+      readAll(&file, read, version);
     } else {
-      differs = read(nullptr);
+      readAll(nullptr, read, version);
     }
     watched.stamp = now;
     watched.fault.clear();
 #ifdef __GLIBC__
     malloc_trim(0);
 #endif
-    return differs;
   } catch (const std::exception& error) {
-    if (watched.fault != error.what()) {
-      watched.fault = error.what();
-      std::cerr << watched.path + ": " + watched.fault + "\n" << std::flush;
-    }
-    return false;
+    if (watched.fault == error.what()) return;
+    watched.fault = error.what();
+    std::cerr << "atsc-web: " + watched.path + ": " + watched.fault + "\n" << std::flush;
   }
+}
+
+// A table that cannot be read keeps nobody from reading that of the other source.
+void GuideStore::readAll(ServiceFile* file, Read read, uint64_t Versions::*version) {
+  std::exception_ptr fault;
+  for (const apps::Source& source : apps::kSources) {
+    try {
+      if (!(this->*read)(file, source)) continue;
+      const std::lock_guard<std::mutex> lock(mutex_);
+      ++(versions_.*version);
+    } catch (const std::exception&) {
+      fault = std::current_exception();
+    }
+  }
+  if (fault) std::rethrow_exception(fault);
 }
 
 // A file that was written just before it was read may have been written once more at the same time.
@@ -163,30 +177,20 @@ bool GuideStore::isUnchanged(Watched& watched, const FileStamp& now) const {
   return true;
 }
 
-bool GuideStore::readChannels(ServiceFile* file) {
-  bool differs = false;
-  for (const apps::Source& source : apps::kSources) {
-    std::vector<ChannelRow> rows;
-    if (file != nullptr) {
-      rows = readChannelRows(*file, source, [this] { return !isEnding(); });
-    }
-    if (isEnding()) return false;
-    auto list = std::make_shared<const ChannelList>(std::move(rows));
-    const std::lock_guard<std::mutex> lock(mutex_);
-    std::shared_ptr<const ChannelList>& known = channels_[indexOf(source)];
-    if (known->rows() == list->rows()) continue;
-    known = std::move(list);
-    differs = true;
-  }
-  return differs;
+bool GuideStore::readChannels(ServiceFile* file, const apps::Source& source) {
+  std::vector<ChannelRow> rows;
+  if (file != nullptr) rows = readChannelRows(*file, source, [this] { return !isEnding(); });
+  if (isEnding()) return false;
+  auto list = std::make_shared<const ChannelList>(std::move(rows));
+  const std::lock_guard<std::mutex> lock(mutex_);
+  std::shared_ptr<const ChannelList>& known = channels_[indexOf(source)];
+  if (known->rows() == list->rows()) return false;
+  known = std::move(list);
+  return true;
 }
 
-bool GuideStore::readGuide(ServiceFile* file) {
-  bool differs = false;
-  for (ProgrammeTable& table : programmes_) {
-    if (table.refresh(file, [this] { return !isEnding(); })) differs = true;
-  }
-  return differs;
+bool GuideStore::readGuide(ServiceFile* file, const apps::Source& source) {
+  return programmes(source).refresh(file, [this] { return !isEnding(); });
 }
 
 }  // namespace web

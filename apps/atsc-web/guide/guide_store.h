@@ -67,12 +67,15 @@ class GuideStore {
 
   void run();
   void look();
-  // Calls `read` if the file has changed, with null if there is no file; remembers its state.
-  // Returns the result.
-  bool lookAt(Watched& watched, const std::function<bool(ServiceFile*)>& read);
+  // Calls `read` for each source if the file has changed, with null if there is no file; remembers
+  // the state of the file. Counts the version if a content differs.
+  using Read = bool (GuideStore::*)(ServiceFile*, const apps::Source&);
+  void lookAt(Watched& watched, Read read, uint64_t Versions::*version);
+  void readAll(ServiceFile* file, Read read, uint64_t Versions::*version);
   bool isUnchanged(Watched& watched, const FileStamp& now) const;
-  bool readChannels(ServiceFile* file);
-  bool readGuide(ServiceFile* file);
+  // Return whether the content differs.
+  bool readChannels(ServiceFile* file, const apps::Source& source);
+  bool readGuide(ServiceFile* file, const apps::Source& source);
   bool isEnding() const;
 
   const apps::DatabaseFiles files_;

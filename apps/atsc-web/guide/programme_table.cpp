@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <cstring>
 #include <limits>
+#include <mutex>
 #include <numeric>
 #include <set>
 #include <string_view>
-#include <thread>
 #include <tuple>
 #include <utility>
 
@@ -22,7 +22,7 @@ constexpr size_t kMostProgrammes = 400000;
 constexpr size_t kPieceBytes = 128 * 1024;
 
 // Rows that are removed at once, while pages wait.
-constexpr size_t kRemovedAtOnce = 100;
+constexpr size_t kRemovedAtOnce = 200;
 
 constexpr size_t kMostGenres = 64;
 
@@ -298,13 +298,9 @@ ProgrammeTable::ProgrammeTable(const apps::Source& source)
 ProgrammeTable::~ProgrammeTable() = default;
 
 bool ProgrammeTable::refresh(ServiceFile* file, const std::function<bool()>& goesOn) {
+  tidy();
   Builder builder(*this);
   builder.begin();
-  const auto addedIds = [&builder] {
-    std::vector<uint32_t> ids;
-    for (const auto& [digest, id] : builder.added()) ids.push_back(id);
-    return ids;
-  };
   if (file != nullptr) {
     const std::vector<std::string> tables = file->tables();
     const bool exists = std::find(tables.begin(), tables.end(), source_.eventTable) != tables.end();
@@ -320,33 +316,33 @@ bool ProgrammeTable::refresh(ServiceFile* file, const std::function<bool()>& goe
         builder.begin();
       }
     } catch (...) {
-      removeTexts(addedIds());
+      if (nextId_ > 1) {
+        for (const auto& [digest, id] : builder.added()) goneIds_.push_back(id);
+      }
       throw;
     }
   }
   std::unique_ptr<Index> index = builder.finish();
-  std::vector<uint32_t> gone;
-  for (const uint32_t id : addedIds()) {
-    if (index->byId[id] == kNowhere) gone.push_back(id);
+  for (const auto& [digest, id] : builder.added()) {
+    if (index->byId[id] == kNowhere) goneIds_.push_back(id);
   }
-  bool differs = gone.size() < builder.added().size();
+  bool differs = goneIds_.size() < builder.added().size();
   for (const Entry& entry : index_->entries) {
     if (index->byId[entry.id] != kNowhere) continue;
-    gone.push_back(entry.id);
+    goneIds_.push_back(entry.id);
     differs = true;
   }
   if (differs) {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const WriterTurn turn(turns_);
     std::swap(index_, index);
   }
-  removeTexts(gone);
   return differs;
 }
 
 void ProgrammeTable::insertTexts(std::vector<ProgrammeTexts>* texts) {
   if (texts->empty()) return;
   try {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const WriterTurn turn(turns_);
     if (!copy_) copy_ = std::make_unique<ProgrammeCopy>();
     copy_->insert(*texts);
   } catch (...) {
@@ -356,28 +352,29 @@ void ProgrammeTable::insertTexts(std::vector<ProgrammeTexts>* texts) {
   texts->clear();
 }
 
-void ProgrammeTable::removeTexts(const std::vector<uint32_t>& ids) {
+void ProgrammeTable::tidy() {
+  if (goneIds_.empty()) return;
   if (index_->entries.empty()) return clear();
-  for (size_t i = 0; i < ids.size() && copy_; i += kRemovedAtOnce) {
-    const size_t count = std::min(kRemovedAtOnce, ids.size() - i);
+  for (size_t i = 0; i < goneIds_.size(); i += kRemovedAtOnce) {
     try {
-      const std::lock_guard<std::mutex> lock(mutex_);
-      copy_->remove(&ids[i], count);
+      const WriterTurn turn(turns_);
+      copy_->remove(&goneIds_[i], std::min(kRemovedAtOnce, goneIds_.size() - i));
     } catch (...) {
       clear();
       throw;
     }
-    std::this_thread::yield();
   }
-  freeIds_.insert(freeIds_.end(), ids.begin(), ids.end());
+  freeIds_.insert(freeIds_.end(), goneIds_.begin(), goneIds_.end());
+  goneIds_ = {};
 }
 
 // The copy without a journal is of no use after a failure.
 void ProgrammeTable::clear() {
-  const std::lock_guard<std::mutex> lock(mutex_);
+  const WriterTurn turn(turns_);
   copy_.reset();
   index_ = std::make_unique<Index>();
-  freeIds_.clear();
+  freeIds_ = {};
+  goneIds_ = {};
   nextId_ = 1;
 }
 
@@ -395,7 +392,7 @@ Programme ProgrammeTable::programmeOf(const Entry& entry, bool isWhole) {
 
 void ProgrammeTable::window(const std::vector<std::string>& keys, int64_t from, int64_t to,
                             const std::function<bool(size_t, const Programme&)>& found) {
-  const std::lock_guard<std::mutex> lock(mutex_);
+  const std::lock_guard<Turns> turn(turns_);
   for (size_t i = 0; i < keys.size(); ++i) {
     const auto [begin, end] = index_->entriesOf(keys[i]);
     for (uint32_t at = begin; at < end && index_->entries[at].start < to; ++at) {
@@ -406,7 +403,7 @@ void ProgrammeTable::window(const std::vector<std::string>& keys, int64_t from, 
 }
 
 std::optional<Programme> ProgrammeTable::startingAt(const std::string& key, int64_t start) {
-  const std::lock_guard<std::mutex> lock(mutex_);
+  const std::lock_guard<Turns> turn(turns_);
   const auto [begin, end] = index_->entriesOf(key);
   for (uint32_t at = begin; at < end; ++at) {
     if (index_->entries[at].start == start) return programmeOf(index_->entries[at], true);
@@ -415,7 +412,7 @@ std::optional<Programme> ProgrammeTable::startingAt(const std::string& key, int6
 }
 
 NowNext ProgrammeTable::nowNext(const std::string& key, int64_t utc) {
-  const std::lock_guard<std::mutex> lock(mutex_);
+  const std::lock_guard<Turns> turn(turns_);
   const Entry* now = nullptr;
   const Entry* next = nullptr;
   const auto [begin, end] = index_->entriesOf(key);
@@ -434,7 +431,7 @@ NowNext ProgrammeTable::nowNext(const std::string& key, int64_t utc) {
 }
 
 std::vector<std::string> ProgrammeTable::channelsWith(uint32_t genre, int64_t from, int64_t to) {
-  const std::lock_guard<std::mutex> lock(mutex_);
+  const std::lock_guard<Turns> turn(turns_);
   const std::vector<bool> has = index_->with(genre);
   std::vector<std::string> keys;
   uint32_t last = kNowhere;
@@ -447,7 +444,7 @@ std::vector<std::string> ProgrammeTable::channelsWith(uint32_t genre, int64_t fr
 }
 
 GuideSpan ProgrammeTable::span() {
-  const std::lock_guard<std::mutex> lock(mutex_);
+  const std::lock_guard<Turns> turn(turns_);
   GuideSpan span;
   span.programmes = index_->entries.size();
   if (span.programmes == 0) return span;
@@ -466,7 +463,7 @@ GuideSpan ProgrammeTable::span() {
 }
 
 std::vector<SearchHit> ProgrammeTable::search(const SearchQuery& query, bool* more) {
-  const std::lock_guard<std::mutex> lock(mutex_);
+  const std::lock_guard<Turns> turn(turns_);
   *more = false;
   const std::vector<Entry>& entries = index_->entries;
   if (entries.empty()) return {};

@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <unordered_map>
@@ -14,6 +13,7 @@
 #include "common/source.h"
 #include "guide/programme_copy.h"
 #include "guide/service_file.h"
+#include "guide/turns.h"
 
 namespace web {
 
@@ -55,8 +55,9 @@ struct SearchHit {
   Programme programme;  // without description
 };
 
-// refresh() belongs to one thread, the other functions to any. What a reader sees is always one
-// content of the service's table. A window of time goes from its start to its end, without the end.
+// refresh() and tidy() belong to one thread, the other functions to any. What a reader sees is
+// always one content of the service's table. A window of time goes from its start to its end,
+// without the end.
 class ProgrammeTable {
  public:
   explicit ProgrammeTable(const apps::Source& source);
@@ -66,6 +67,9 @@ class ProgrammeTable {
   // whether programmes differ. Returns early when `goesOn` returns false. Throws SQLite::Exception;
   // the content then stays, except if the copy itself failed.
   bool refresh(ServiceFile* file, const std::function<bool()>& goesOn);
+
+  // Removes texts from the copy that belong to no content any more.
+  void tidy();
 
   // Calls `found` for each programme of these channels in a window, without description, with the
   // position of the key; stops when that returns false.
@@ -87,19 +91,21 @@ class ProgrammeTable {
   struct Index;
   class Builder;
 
-  // Require mutex_.
+  // Require turns_.
   Programme programmeOf(const Entry& entry, bool isWhole);
   void insertTexts(std::vector<ProgrammeTexts>* texts);
 
-  void removeTexts(const std::vector<uint32_t>& ids);
   void clear();
 
   const apps::Source& source_;
-  std::mutex mutex_;
-  std::unique_ptr<Index> index_;         // guarded by mutex_; only refresh() changes it
-  std::unique_ptr<ProgrammeCopy> copy_;  // guarded by mutex_
-  std::vector<uint32_t> freeIds_;        // of refresh()
-  uint32_t nextId_ = 1;                  // of refresh()
+  Turns turns_;
+  std::unique_ptr<Index> index_;         // guarded by turns_; only its thread changes it
+  std::unique_ptr<ProgrammeCopy> copy_;  // guarded by turns_
+
+  // Of refresh() and tidy(): ids that no text has, and those whose texts belong to no content.
+  std::vector<uint32_t> freeIds_;
+  uint32_t nextId_ = 1;
+  std::vector<uint32_t> goneIds_;
 };
 
 }  // namespace web
