@@ -21,6 +21,26 @@ function parsed(text) {
   }
 }
 
+const texts = ['string', 'number', 'boolean'];
+const accepted = {
+  integer: ['number', 'boolean'], boolean: ['number', 'boolean'], string: texts,
+  object: ['object'], array: ['array'],
+};
+
+// What the table says against the keys of a message, as texts.
+function problems(row, message) {
+  return row.keys.flatMap(({name, type, required}) => {
+    const value = message[name];
+    if (value === undefined) {
+      return required ? [t('developer.problemMissing', {name})] : [];
+    }
+    const given = Array.isArray(value) ? 'array' : typeof value;
+    if (value === null || accepted[type].includes(given)) return [];
+    return [t('developer.problemType', {name, type: t(`developer.type.${type}`),
+      given: t(`developer.type.${given === 'number' ? 'integer' : given}`)})];
+  });
+}
+
 export function mountConsole(container) {
   let table = [];
   let chosen = null;  // row of the table
@@ -60,7 +80,7 @@ export function mountConsole(container) {
     const classes = [...new Set(found.map((each) => each.class))];
     fill(list, classes.map((name) => h('div', {class: 'dev-class', role: 'group',
       'aria-label': t('developer.class', {name})},
-    h('h3', {}, h('code', {}, name), ' ',
+    h('h2', {}, h('code', {}, name), ' ',
         h('span', {class: 'dim'}, t(`developer.class.${name}`))),
     found.filter((each) => each.class === name).map((each) => h('button', {
       type: 'button', class: 'dev-command', 'data-test': 'console-command',
@@ -122,7 +142,7 @@ export function mountConsole(container) {
     }
     const row = table.find((each) =>
       each.class === message.class && each.command === message.command);
-    setText(rawNote, row ? '' : t('developer.rawUnknown'));
+    fill(rawNote, row ? prose(problems(row, message).join(' ')) : t('developer.rawUnknown'));
     if (row) choose(row, message, {keepRaw: true});
   }
 
@@ -130,6 +150,7 @@ export function mountConsole(container) {
     if (!last) return;
     const {result, text, reply, ms, sent} = last;
     const row = table.find((each) => each.class === sent?.class && each.command === sent?.command);
+    const wrong = row ? problems(row, sent) : [];
     const meaning = result === 0 ? (text === null ? 'developer.okSilent' : 'developer.ok') :
       'developer.refused';
     const toggle = h('button', {type: 'button', class: 'button', 'aria-pressed': String(rawShown),
@@ -150,7 +171,8 @@ export function mountConsole(container) {
               toast(t(done ? 'developer.copiedReply' : 'error.failed'));
             }}, t('developer.copy'))),
         h('p', {}, t(meaning)),
-        result !== 0 && row?.fails && h('p', {}, prose(row.fails)),
+        result !== 0 && wrong.map((problem) => h('p', {class: 'dev-error'}, prose(problem))),
+        result !== 0 && wrong.length === 0 && row?.fails && h('p', {}, prose(row.fails)),
         result !== 0 && h('p', {class: 'dim'}, prose(t('developer.refusedMore'))),
         text === null ? null : reply === null || rawShown ?
           h('pre', {class: 'json', tabindex: '0', 'aria-label': t('developer.reply')},
@@ -183,7 +205,7 @@ export function mountConsole(container) {
       drawHistory();
       drawAnswer();
     } catch (error) {
-      fill(answer, h('p', {class: 'dev-error'}, icon('alert'),
+      fill(answer, h('p', {class: 'dev-error'},
           textOr(`error.${error.code}`, error.message || t('error.failed'))));
     }
     sendButton.disabled = false;
@@ -194,11 +216,11 @@ export function mountConsole(container) {
           h('div', {class: 'panel dev-side'}, search, list),
           h('div', {class: 'panel dev-request'}, about, form),
           h('div', {class: 'dev-main'},
-              h('div', {class: 'panel dev-raw-box'}, h('h3', {}, t('developer.raw')), raw, rawNote,
+              h('div', {class: 'panel dev-raw-box'}, h('h2', {}, t('developer.raw')), raw, rawNote,
                   h('div', {class: 'dev-send'}, sendButton,
                       h('span', {class: 'dim'}, t('developer.sendKey')))),
               answer,
-              h('section', {class: 'panel dev-past-box'}, h('h3', {}, t('developer.history')),
+              h('section', {class: 'panel dev-past-box'}, h('h2', {}, t('developer.history')),
                   past))));
   drawHistory();
   commands().then((read) => {
@@ -209,6 +231,6 @@ export function mountConsole(container) {
   }, (error) => toast(error.message));
   return onPart((state) => state.console !== false, (allowed) => {
     show(disabled, !allowed);
-    sendButton.disabled = !allowed;
+    show(sendButton.parentElement, allowed);
   });
 }

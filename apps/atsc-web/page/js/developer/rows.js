@@ -29,7 +29,7 @@ export function mountRows(container) {
       read();
     },
   }, h('code', {}, name)));
-  const what = h('p', {class: 'dim'});
+  const what = h('p', {class: 'dim dev-intro'});
   const place = h('span', {class: 'dev-place', role: 'status', 'data-test': 'rows-place'});
   const move = (text, to, test) => h('button', {type: 'button', class: 'button', 'data-test': test,
     onclick: () => {
@@ -89,13 +89,13 @@ export function mountRows(container) {
   }
 
   container.append(
-      h('div', {class: 'dev-bar'}, choose,
-          h('span', {class: 'dev-gap'}),
+      h('div', {class: 'dev-bar', role: 'group', 'aria-label': t('developer.tables')}, choose),
+      h('div', {class: 'dev-bar'}, what,
           move(t('developer.first'), () => 0, 'rows-first'),
           move(t('developer.previous'), () => offset - pageSize, 'rows-previous'), place,
           move(t('developer.next'), () => offset + pageSize, 'rows-next'),
           move(t('developer.last'), () => total - 1, 'rows-last')),
-      what, box, about);
+      box, about);
   // What a rewrite has changed is shown at once.
   return onPart((current) => [current.epoch, current.versions], () => read());
 }

@@ -30,11 +30,13 @@ export function ratingCheck() {
   });
   const rating = h('input', {class: 'field', type: 'text', list: 'pc-ratings', value: 'TV-14-D-V',
     'aria-label': t('parental.checkRating'), 'data-test': 'check-rating', spellcheck: 'false',
-    autocomplete: 'off'});
+    autocomplete: 'off',
+    // A rating that is known is checked as soon as it is typed.
+    oninput: () => (systems[system.value].includes(rating.value.trim()) ? check() : fill(answer))});
   offer('USA-TV');
 
   async function check(event) {
-    event.preventDefault();
+    event?.preventDefault();
     try {
       const {blocked} = await ask('CHECKRAT', {system: system.value, rating: rating.value.trim()});
       answer.classList.toggle('is-blocked', blocked);

@@ -79,13 +79,6 @@ export function affected(region, dimension, value, block) {
   };
 }
 
-/** The limits of a region as a rating document. */
-export async function readLimits(region) {
-  const {result, reply} = await command({class: 'PC', command: 'RETREIVERATING', region});
-  if (result !== 0 || reply === null) throw new ApiError(200, 'refused', 'RETREIVERATING');
-  return reply;
-}
-
 /** The document with a value blocked or free. Stores nothing. */
 export async function encode(limits, dimension, value, block) {
   const {region, us, can, dwn} = limits;

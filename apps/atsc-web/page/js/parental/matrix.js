@@ -72,8 +72,8 @@ export function ratingMatrix(table, {onToggle}) {
           h('span', {class: 'pc-state'}, t('parental.never')));
     }
     const word = h('span', {});
-    const state = h('span', {class: 'pc-state'}, icon('lock'), word);
-    const cell = {dimension, value, word};
+    const playing = h('span', {class: 'visually-hidden'});
+    const cell = {dimension, value, word, playing};
     cell.element = h('button', {
       type: 'button', class: 'pc-cell', 'data-test': 'rating-value',
       'data-dimension': dimension.number, 'data-value': value.number,
@@ -85,7 +85,9 @@ export function ratingMatrix(table, {onToggle}) {
       onblur: leave,
       onpointerenter: () => explain(cell),
       onpointerleave: () => (document.activeElement?.closest?.('.pc-cell') ? null : leave()),
-    }, content, state);
+    }, content, h('span', {class: 'pc-state'}, icon('lock'), word),
+    more === '' && h('span', {class: 'visually-hidden'}, `, ${airString(nameOf(dimension))}`),
+    playing);
     cells.push(cell);
     return cell.element;
   }
@@ -137,11 +139,7 @@ export function ratingMatrix(table, {onToggle}) {
       cell.element.classList.toggle('kept', kept);
       cell.element.classList.toggle('playing', playing);
       setText(cell.word, t(blocked ? 'parental.blocked' : 'parental.allowed'));
-      cell.element.setAttribute('aria-label', t('parental.cell', {
-        value: airString(value.name),
-        dimension: airString(nameOf(dimension)),
-        playing: playing ? t('parental.cellPlaying') : '',
-      }));
+      setText(cell.playing, playing ? t('parental.cellPlaying') : '');
     }
   }
 

@@ -7,25 +7,27 @@ const inFlight = 4;        // a browser has six connections, and other pages wan
 const maxDimensions = 64;  // of a rating document
 const maxValues = 15;
 
-/** Runs functions that return promises, a few at a time; resolves with their results in order. */
-async function few(tasks) {
-  const results = [];
-  let next = 0;
-  async function run() {
-    while (next < tasks.length) {
-      const mine = next++;
-      results[mine] = await tasks[mine]();
-    }
-  }
-  await Promise.all(Array.from({length: inFlight}, run));
-  return results;
-}
+let free = inFlight;
+const waiting = [];
 
 /** Sends a command of class PC; resolves with the reply, rejects if there is none. */
 export async function ask(name, keys = {}) {
-  const {result, reply} = await command({class: 'PC', command: name, ...keys});
-  if (result !== 0 || reply === null) throw new ApiError(200, 'refused', name);
-  return reply;
+  if (free > 0) --free;
+  else await new Promise((go) => waiting.push(go));
+  try {
+    const {result, reply} = await command({class: 'PC', command: name, ...keys});
+    if (result !== 0 || reply === null) throw new ApiError(200, 'refused', name);
+    return reply;
+  } finally {
+    const next = waiting.shift();
+    if (next) next();
+    else ++free;
+  }
+}
+
+/** The limits of a region as a rating document. */
+export function readLimits(region) {
+  return ask('RETREIVERATING', {region});
 }
 
 /** The numbers of the rating regions whose tables are known. */
@@ -34,15 +36,9 @@ export async function knownRegions() {
   return Array.isArray(numbers) ? numbers.filter(Number.isInteger) : [];
 }
 
-async function readDimension(region, number) {
-  const reply = await ask('DIMNAME', {region, rat_dim: number});
-  return {
-    number,
-    name: reply.dim_name ?? '',
-    ordered: isOrdered(region, number, reply.grad === true),
-    count: Math.min(reply.dim_lvl ?? 0, maxValues),
-    values: [],
-  };
+// Calls read(0) to read(count - 1); resolves with the results.
+function each(count, read) {
+  return Promise.all(Array.from({length: count}, (_, index) => read(index)));
 }
 
 async function readValue(region, dimension, number) {
@@ -52,16 +48,22 @@ async function readValue(region, dimension, number) {
   return {number, name, text, ...valueKind(region, dimension, number, name)};
 }
 
+async function readDimension(region, number) {
+  const reply = await ask('DIMNAME', {region, rat_dim: number});
+  return {
+    number,
+    name: reply.dim_name ?? '',
+    ordered: isOrdered(region, number, reply.grad === true),
+    values: await each(Math.min(reply.dim_lvl ?? 0, maxValues),
+        (value) => readValue(region, number, value)),
+  };
+}
+
 async function readTable(number) {
   const {reg_name: name, version} = await ask('GETRRTDETAIL', {region: number});
   const {num_dim: count} = await ask('NUMDIM', {region: number});
-  const dimensions = await few(Array.from({length: Math.min(count, maxDimensions)},
-      (_, index) => () => readDimension(number, index)));
-  const values = dimensions.flatMap((dimension) => Array.from({length: dimension.count},
-      (_, index) => async () => dimension.values.push(
-          await readValue(number, dimension.number, index))));
-  await few(values);
-  for (const {values: row} of dimensions) row.sort((a, b) => a.number - b.number);
+  const dimensions = await each(Math.min(count, maxDimensions),
+      (index) => readDimension(number, index));
   return {number, name: name ?? '', version, dimensions};
 }
 

@@ -6,14 +6,17 @@ import {choosePin, confirmDialog, tellError, toast} from '../dialog.js';
 import {onCallback, onPart, state} from '../live.js';
 import {switchButton} from '../parts.js';
 import {ratingCheck} from '../parental/check.js';
-import {encode, isKept, readLimits, set, storeLimits} from '../parental/limits.js';
+import {encode, isKept, set, storeLimits} from '../parental/limits.js';
 import {ratingMatrix} from '../parental/matrix.js';
 import {ages, isPreset, presetOf, withPreset} from '../parental/presets.js';
-import {ask, forgetTables, knownRegions, ratingTable, valuesOf} from '../parental/tables.js';
+import {ask, forgetTables, knownRegions, ratingTable, readLimits, valuesOf} from '../parental/tables.js';
 import {t} from '../texts.js';
 
 const groupNames = ['unrated', 'films', 'exempt'];
 const refreshed = ['PARENTAL_UPDATE', 'RRT_UPDATE', 'RRT_DL_UPDATE'];
+
+let remembered = null;  // what was read last, to be shown until it is read again
+let pinOffered = false;
 
 function mount(container) {
   let regions = [];       // {table, limits} of each known region
@@ -62,11 +65,16 @@ function mount(container) {
     return work;
   }
 
+  // After a first limit: parental control on, and a PIN that keeps it.
   async function switchOn() {
     const {pc_enable: on} = await ask('GETPRTDETAIL');
-    if (on === 1) return;
-    await set('SETPRTDETAIL', {pc_enable: 1});
-    toast(t('parental.switchedOn'));
+    if (on !== 1) {
+      await set('SETPRTDETAIL', {pc_enable: 1});
+      toast(t('parental.switchedOn'));
+    }
+    if (pinOffered || state()?.pin?.set) return;
+    pinOffered = true;
+    choosePin({reason: t('parental.choosePin')}).catch(tellError);
   }
 
   function toggle(dimension, value, blocked) {
@@ -99,9 +107,14 @@ function mount(container) {
 
   const presetButtons = ages.map((age) => {
     const look = () => {
-      const wanted = drawn && presetOf(drawn, age);
-      matrix?.preview((dimension, value) => wanted.get(dimension.number)?.get(value.number));
-      setText(presetHint, t(age === 0 ? 'parental.presetAdultHint' : 'parental.presetHint', {age}));
+      if (!drawn) return;
+      const wanted = presetOf(drawn, age);
+      const blocks = (dimension, value) => wanted.get(dimension.number)?.get(value.number);
+      matrix.preview(blocks);
+      const names = drawn.dimensions.flatMap((dimension) => dimension.values
+          .filter((value) => blocks(dimension, value)).map(({name}) => airString(name)));
+      setText(presetHint, names.length === 0 ? t('parental.presetNothing', {region: drawn.number}) :
+        t('parental.presetHint', {age, region: drawn.number, names: names.join(', ')}));
     };
     const leave = () => {
       matrix?.preview(null);
@@ -109,11 +122,14 @@ function mount(container) {
     };
     return h('button', {
       type: 'button', class: 'pc-age', 'data-test': 'preset', 'data-age': age,
-      onclick: () => applyPreset(age),
+      onclick: () => {
+        leave();
+        applyPreset(age);
+      },
       onfocus: look, onblur: leave, onpointerenter: look, onpointerleave: leave,
-      'aria-label': t(age === 0 ? 'parental.presetAdult' : 'parental.preset', {age}),
-    }, h('span', {class: 'pc-age-number'}, age === 0 ? t('parental.adult') : String(age)),
-    age !== 0 && h('span', {class: 'pc-age-years'}, t('parental.years')));
+    }, h('span', {class: 'visually-hidden'}, `${t('parental.preset')} `),
+    h('span', {class: 'pc-age-number'}, age === 0 ? t('parental.adult') : String(age)),
+    age !== 0 && h('span', {class: 'pc-age-years'}, ` ${t('parental.years')}`));
   });
   fill(presets, presetButtons);
   setText(presetHint, t('parental.presetsHint'));
@@ -170,15 +186,23 @@ function mount(container) {
       ask('GETPRTDETAIL'), knownRegions(),
       ...groupNames.map((_, index) => ask('GETUNRATEDGRP', {unrat_grp: index})),
     ]);
-    const found = [];
-    for (const number of numbers) {
-      found.push({table: await ratingTable(number), limits: await readLimits(number)});
-    }
+    remembered = {
+      details,
+      groups: blocked.map(({block}) => block),
+      regions: await Promise.all(numbers.map(async (number) => {
+        const [table, limits] = await Promise.all([ratingTable(number), readLimits(number)]);
+        return {table, limits};
+      })),
+    };
+    take();
+  }
+
+  function take() {
+    const {details} = remembered;
     enabled.set(details.pc_enable === 1);
     root.classList.toggle('pc-off', details.pc_enable !== 1);
     inForce = details.region;
-    groups = blocked.map(({block}) => block);
-    regions = found;
+    ({regions, groups} = remembered);
     draw();
   }
 
@@ -258,6 +282,7 @@ function mount(container) {
                   t('parental.DEFAULTSETTING'))))));
   container.append(root);
 
+  if (remembered) take();
   const ends = [
     onPart((current) => current.pin?.set, (isSet) =>
       setText(pin.lastChild, t(isSet ? 'settings.pinChange' : 'settings.pinChoose'))),
