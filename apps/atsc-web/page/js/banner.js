@@ -29,7 +29,7 @@ function badges(state) {
   return [
     channel.type === 'RADIO' && badge(t('screen.radio')),
     channel.type === 'DATA' && badge(t('screen.data')),
-    programme?.rating && h('span', {class: 'badge strong', 'data-test': 'banner-rating'},
+    programme?.rating && h('span', {class: 'badge rating', 'data-test': 'banner-rating'},
         airText(programme.rating)),
     (programme?.cc || state.captions) && h('span', {class: 'badge', 'data-test': 'banner-captions'},
         state.captions ? `${t('screen.captions')} ${state.captions.aspect}` : t('screen.captions')),

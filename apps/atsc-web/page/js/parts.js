@@ -33,7 +33,7 @@ export function choice({label, options, value, onChange, test}) {
 
 /**
  * A row with its value that opens a list of all values: {label, options, value, onChange}. The
- * returned element has set(value) and value, as choice() has.
+ * returned element has set(value) and `chosen`.
  */
 export function pickRow({label, options, value, onChange, test}) {
   const shown = h('span', {class: 'row-value'});
@@ -43,15 +43,15 @@ export function pickRow({label, options, value, onChange, test}) {
       const key = await openDialog({title: label, body: (close) =>
         h('div', {class: 'list'}, options.map(([other, text]) => h('button', {
           type: 'button', class: 'list-item', 'data-value': other, 'data-test': 'option',
-          'aria-pressed': String(other === element.value), 'data-focus': other === element.value,
+          'aria-pressed': String(other === element.chosen), 'data-focus': other === element.chosen,
           onclick: () => close(other),
-        }, icon(other === element.value ? 'check' : ''), h('span', {}, text))))});
-      if (key === undefined || key === element.value) return;
+        }, icon(other === element.chosen ? 'check' : ''), h('span', {}, text))))});
+      if (key === undefined || key === element.chosen) return;
       element.set(key);
       onChange(key);
     }}, h('span', {class: 'row-label'}, label), shown, icon('right'));
   element.set = (key) => {
-    element.value = key;
+    element.chosen = key;
     setText(shown, options.find(([other]) => other === key)?.[1] ?? String(key ?? ''));
   };
   element.set(value);

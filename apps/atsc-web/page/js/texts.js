@@ -19,6 +19,10 @@ export const texts = {
   'error.no-service': 'The receiver is not running.',
   'error.lost': 'The connection is lost.',
   'error.pin': 'The PIN is needed for that.',
+  'error.pin-file': 'The file that holds the PIN cannot be used. See the log of atsc-web.',
+  'error.no-pin': 'No PIN is set.',
+  'error.busy': 'The receiver is busy. Try again.',
+  'error.pages': 'Too many pages are open.',
   'error.console': 'Only the console may send that.',
 
   // Above every view
@@ -515,7 +519,11 @@ export const texts = {
 
 /** The text of a key with its {names} filled in; the key itself if there is none. */
 export function t(key, values = {}) {
-  const text = texts[key] ?? key;
+  const text = texts[key];
+  if (text === undefined) {
+    console.error(`no text ${key}`);
+    return key;
+  }
   return text.replace(/\{(\w+)\}/g, (whole, name) => (name in values ? String(values[name]) : whole));
 }
 

@@ -41,8 +41,8 @@ function mount(container) {
     options: [['AUTO', t('settings.modeAuto')], ['MANUAL', t('settings.modeManual')]],
     onChange: (value) => send({class: 'TIME', command: 'SETMODE', mode: value})});
 
-  const sendLanguages = () => send({class: 'CN', command: 'SETPREAUD', first: first.value,
-    second: second.value});
+  const sendLanguages = () => send({class: 'CN', command: 'SETPREAUD', first: first.chosen,
+    second: second.chosen});
   const first = pickRow({label: t('settings.first'), options: named('language', languages), value: '',
     test: 'settings-first', onChange: sendLanguages});
   const second = pickRow({label: t('settings.second'), options: named('language', languages), value: '',
