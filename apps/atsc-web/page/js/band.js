@@ -29,7 +29,8 @@ class Field {
     const shown = `${kind} ${services} ${here}`;
     if (shown === this.shown_) return;
     this.shown_ = shown;
-    this.element.toggleAttribute('data-carrier', kind === 'carrier');
+    if (kind === 'carrier') this.element.dataset.carrier = 'true';
+    else delete this.element.dataset.carrier;
     this.element.className = `band-field ${kind}${here ? ' here' : ''}`;
     const count = Math.min(services, kMostDots);
     fill(this.dots_, services > kMostDots ? String(services) :

@@ -52,9 +52,11 @@ function channelRow(playing) {
       setText(type, t(`channels.type.${channel.type}`));
       setText(freq, channel.rf ? t('scan.rf', {rf: channel.rf}) : megahertz(channel.freq));
       showMarks(marks, channel);
-      element.toggleAttribute('data-skipped', (channel.flags & flags.skipped) !== 0);
-      element.toggleAttribute('data-locked', (channel.flags & flags.locked) !== 0);
-      element.toggleAttribute('data-deleted', (channel.flags & flags.deleted) !== 0);
+      for (const [name, mark] of [['skipped', flags.skipped], ['locked', flags.locked],
+        ['deleted', flags.deleted]]) {
+        if (channel.flags & mark) element.dataset[name] = 'true';
+        else delete element.dataset[name];
+      }
       element.classList.toggle('playing', channel.key === playing());
     },
   };
