@@ -15,6 +15,8 @@
 #include "http/site.h"
 #include "input.h"
 #include "rows.h"
+#include "television/television.h"
+#include "television/television_routes.h"
 #include "temporary_folder.h"
 
 namespace {
@@ -31,6 +33,7 @@ struct Sites {
     hub.publishCallback("{\"kind\":\"SCAN\"}");
     addEventRoutes(router, hub);
     web::addGuideRoutes(router, guide);
+    addTelevisionRoutes(router, television);
     router.post("/api/echo", [](const web::Request& request) {
       const std::optional<Json::Value> body = apps::parseJson(request.body);
       return body ? web::jsonResponse(*body) : web::errorResponse(400, "json");
@@ -41,6 +44,8 @@ struct Sites {
   web::GuideStore guide{{folder.path() / "channels", folder.path() / "events"}};
   web::Router router;
   web::EventHub hub;
+  // Without a service.
+  web::Television television{guide, hub, {folder.path() / "pin", "0", true}};
   web::Site open{kPort, "", router, hub};
   web::Site guarded{kPort, kToken, router, hub};
 };
