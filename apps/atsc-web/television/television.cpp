@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <exception>
 #include <stdexcept>
 #include <system_error>
@@ -172,17 +173,18 @@ void Television::take() {
 
 void Television::watchService() {
   if (!registered_) registerSelf();
-  lookAgain_ = Clock::now() + (registered_ ? kPollAgain : kLookAgain);
   const int pid = std::max(0, apps::servicePid());
-  if (pid == service_ && (pid == 0 || serviceEnd_ >= 0)) return;
-  if (service_ != 0) leaveService();
-  if (pid != 0) useService(pid);
-  if (service_ == 0) lookAgain_ = Clock::now() + kLookAgain;
+  if (pid != service_) {
+    if (service_ != 0) leaveService();
+    if (pid != 0) useService(pid);
+  }
+  // Without a descriptor of the process only the name tells that the service has ended.
+  lookAgain_ = Clock::now() + (registered_ && serviceEnd_ >= 0 ? kPollAgain : kLookAgain);
 }
 
 void Television::useService(int pid) {
   serviceEnd_ = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
-  if (serviceEnd_ < 0) return;  // it has ended already
+  if (serviceEnd_ < 0 && errno == ESRCH) return;  // it has ended already
   service_ = pid;
   started_ = false;
   viewing_.reset();
