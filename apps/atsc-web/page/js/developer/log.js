@@ -5,23 +5,33 @@ import {onCallback, onGone, onPart} from '../live.js';
 
 export const kept = 1000;
 
-const entries = [];  // {id, at, message | text} or {gone: true, at}
+const entries = [];  // {id, at, message | text} or {gone: true, at}, each with its `order`
 const listeners = new Set();
+const perRun = 1e12;  // more than the callbacks of one run of the server
+let run = 0;          // counts the runs of the server that this page has seen
 let epoch = null;
-let loaded = false;
-
-function trim() {
-  if (entries.length > kept) entries.splice(0, entries.length - kept);
-}
 
 function tell() {
   for (const listener of [...listeners]) listener();
 }
 
-function push(entry) {
-  entries.push(entry);
-  trim();
+function add(list) {
+  const known = new Set(entries.map(({order}) => order));
+  const fresh = list.map((entry) => ({...entry, order: entry.order ?? run * perRun + entry.id}))
+      .filter(({order}) => !known.has(order));
+  if (fresh.length === 0) return;
+  entries.push(...fresh);
+  if (fresh.length > 1) entries.sort((a, b) => a.order - b.order);
+  if (entries.length > kept) entries.splice(0, entries.length - kept);
   tell();
+}
+
+// A mark after what has come so far.
+function addGap(more) {
+  const last = entries[entries.length - 1];
+  if (last?.gone) return;
+  const order = (last?.order ?? run * perRun) + 0.5;
+  add([{gone: true, at: Date.now(), order, ...more}]);
 }
 
 /** The entries, oldest first: callbacks, and {gone: true} where some were lost. */
@@ -40,34 +50,33 @@ export function clearLog() {
   tell();
 }
 
-// What the server still has from before this page listened.
-async function loadOlder() {
-  loaded = true;
+// What the server has from before this page listened, or while it was away.
+async function load() {
   try {
-    const {epoch: theirs, callbacks} = await get('/api/callbacks', {since: 0});
-    if (epoch !== null && theirs !== epoch) return;
-    const first = entries.find((entry) => entry.id !== undefined)?.id ?? Infinity;
-    entries.unshift(...callbacks.filter(({id}) => id < first));
-    trim();
-    tell();
+    const answer = await get('/api/callbacks', {since: 0});
+    if (answer.epoch === epoch) add(answer.callbacks);
   } catch {
-    loaded = false;
+    // Live ones follow all the same.
   }
 }
 
+let started = false;
+
 /** Begins to listen. More than once has no effect. */
 export function startLog() {
-  if (loaded) return;
-  loadOlder();
-  if (epoch !== null) return;
+  if (started) return;
+  started = true;
   onPart((state) => state.epoch, (now) => {
-    if (epoch !== null && now !== epoch) push({gone: true, restart: true, at: Date.now()});
+    if (epoch !== null) {
+      addGap({restart: true});
+      ++run;
+    }
     epoch = now;
+    load();
   });
-  onCallback((callback) => {
-    // The older ones were read while this one was on its way.
-    if (entries.some(({id}) => id === callback.id && callback.id !== undefined)) return;
-    push(callback);
+  onCallback((callback) => add([callback]));
+  onGone(() => {
+    addGap({});
+    load();
   });
-  onGone(() => push({gone: true, at: Date.now()}));
 }

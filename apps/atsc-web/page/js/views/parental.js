@@ -68,13 +68,13 @@ function mount(container) {
   // After a first limit: parental control on, and a PIN that keeps it.
   async function switchOn() {
     const {pc_enable: on} = await ask('GETPRTDETAIL');
-    if (on !== 1) {
-      await set('SETPRTDETAIL', {pc_enable: 1});
+    if (on !== 1) await set('SETPRTDETAIL', {pc_enable: 1});
+    if (!pinOffered && state()?.pin?.set === false) {
+      pinOffered = true;
+      choosePin({reason: t('parental.choosePin')}).catch(tellError);
+    } else if (on !== 1) {
       toast(t('parental.switchedOn'));
     }
-    if (pinOffered || state()?.pin?.set) return;
-    pinOffered = true;
-    choosePin({reason: t('parental.choosePin')}).catch(tellError);
   }
 
   function toggle(dimension, value, blocked) {
@@ -101,7 +101,6 @@ function mount(container) {
         await storeLimits(before, await withPreset(table, before, age));
       }
       if (age !== 0) await switchOn();
-      toast(t(age === 0 ? 'parental.presetAdultDone' : 'parental.presetDone', {age}));
     });
   }
 
@@ -134,19 +133,26 @@ function mount(container) {
   fill(presets, presetButtons);
   setText(presetHint, t('parental.presetsHint'));
 
+  // Tabs and matrix are only made anew when they are others: the focus stays where it is.
+  let tabsDrawn = '';
   function drawTabs() {
-    const tab = ({table}) => h('button', {
-      type: 'button', class: 'pc-tab', 'data-test': 'region-tab', 'data-region': table.number,
-      'aria-pressed': String(table.number === shown),
-      onclick: () => {
-        shown = table.number;
-        draw();
-      },
-    }, h('span', {class: 'pc-tab-number'}, String(table.number)), airText(table.name),
-    table.number === inForce && h('span', {class: 'badge'}, t('parental.inForce')));
-    const focused = document.activeElement?.dataset?.region;
-    fill(tabs, regions.map(tab));
-    if (focused) tabs.querySelector(`[data-region="${Number(focused)}"]`)?.focus();
+    const names = JSON.stringify(regions.map(({table}) => [table.number, table.name]));
+    if (names !== tabsDrawn) {
+      tabsDrawn = names;
+      fill(tabs, regions.map(({table}) => h('button', {
+        type: 'button', class: 'pc-tab', 'data-test': 'region-tab', 'data-region': table.number,
+        onclick: () => {
+          shown = table.number;
+          draw();
+        },
+      }, h('span', {class: 'pc-tab-number'}, `${table.number} `), airText(table.name),
+      h('span', {class: 'badge'}, t('parental.inForce')))));
+    }
+    regions.forEach(({table}, index) => {
+      const tab = tabs.children[index];
+      tab.setAttribute('aria-pressed', String(table.number === shown));
+      show(tab.lastChild, table.number === inForce);
+    });
   }
 
   function playing(table) {
@@ -173,7 +179,7 @@ function mount(container) {
       fill(stage, h('p', {class: 'dim'}, t('parental.noRegions')));
       return;
     }
-    if (drawn !== current.table) {
+    if (JSON.stringify(drawn) !== JSON.stringify(current.table)) {
       drawn = current.table;
       matrix = ratingMatrix(drawn, {onToggle: toggle});
       fill(stage, matrix);
@@ -285,7 +291,7 @@ function mount(container) {
   if (remembered) take();
   const ends = [
     onPart((current) => current.pin?.set, (isSet) =>
-      setText(pin.lastChild, t(isSet ? 'settings.pinChange' : 'settings.pinChoose'))),
+      setText(pin.lastChild, t(isSet ? 'parental.pinChange' : 'parental.pinChoose'))),
     onPart((current) => [current.block, current.now, current.unlocked, current.channel],
         (_, current) => drawNow(current)),
     onPart((current) => [current.epoch, current.service], (_, current) => {
