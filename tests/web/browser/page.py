@@ -38,8 +38,9 @@ def browser():
     return webdriver.Chrome(service=Service("/usr/bin/chromedriver"), options=options)
 
 
-def test(name):
-    return f'[data-test="{name}"]'
+def selector(name):
+    """Returns the CSS selector of a data-test name; a selector stays what it is."""
+    return name if name[0] in "[.#" else f'[data-test="{name}"]'
 
 
 class Page:
@@ -97,7 +98,7 @@ class Page:
 
     def texts(self, name):
         try:
-            return self.js(SEEN, name if name[0] in "[.#" or " " in name else test(name))
+            return self.js(SEEN, selector(name))
         except (JavascriptException, StaleElementReferenceException):
             return []
 
@@ -140,13 +141,12 @@ class Page:
 
     def find(self, name, *words, seconds=15):
         """Returns the first visible element of that name that contains the words."""
-        selector = name if name[0] in "[.#" or " " in name else test(name)
         script = """
             return [...document.querySelectorAll(arguments[0])].find(e =>
                 e.checkVisibility() && arguments[1].every(w =>
                     ((e.getAttribute('aria-label') || '') + e.innerText + (e.value ?? '')).includes(w)));
             """
-        return until(lambda: self.js(script, selector, words),
+        return until(lambda: self.js(script, selector(name), words),
                      lambda: f"{name} with {words}; seen: {self.texts(name)[:12]}", seconds)
 
     def click(self, name, *words):
@@ -173,6 +173,11 @@ class Page:
         element = self.find(name, *words)
         element.clear()
         element.send_keys(text)
+
+    def pin(self, digits):
+        """Answers the question for a PIN that is open."""
+        self.type("pin", digits)
+        self.keys("ENTER")
 
     # -- checking
 

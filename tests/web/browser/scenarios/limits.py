@@ -24,9 +24,9 @@ def parental_limit(scene):
     # The first protected step asks to choose a PIN, the others are then free for a while.
     page.go("/parental")
     page.click("rating-value", "TV-14")
-    page.type("pin-new", "2468")
-    page.type("pin-repeat", "2468")
-    page.click("pin-ok")
+    page.pin("2468")
+    page.see(".pin-label", "again")
+    page.pin("2468")
     until(lambda: receiver.command("PC", "RETREIVERATING", region=1)["reply"]["us"]["tv"] == 4,
           lambda: receiver.command("PC", "RETREIVERATING", region=1))
     page.click("parental-on")
@@ -45,9 +45,8 @@ def parental_limit(scene):
     other.see("block", "TV-14")
     for wrong in ("1111", "2222", "3333"):
         other.click("block-unlock")
-        other.type("pin", wrong)
-        other.keys("ENTER")
-        other.see("pin-error")
+        other.pin(wrong)
+        other.see("pin-message")
         other.keys("ESCAPE")
     assert receiver.state()["pin"]["wait"] > 0, receiver.state()["pin"]
     # A guess during the wait is no guess, even if it is right; no other way leads past the question.
@@ -61,8 +60,7 @@ def parental_limit(scene):
     other.see("block")
     until(lambda: receiver.state()["pin"]["wait"] == 0, "end of the wait", 40)
     other.click("block-unlock")
-    other.type("pin", "2468")
-    other.keys("ENTER")
+    other.pin("2468")
     other.gone("block")
     page.gone("block")
     page.see("banner-now", "The Long Lock")
@@ -74,8 +72,7 @@ def parental_limit(scene):
     other.see("block")
     assert receiver.state()["block"]["kind"] == "locked"
     other.click("block-unlock")
-    other.type("pin", "2468")
-    other.keys("ENTER")
+    other.pin("2468")
     other.gone("block")
 
 

@@ -67,7 +67,7 @@ def first_start_to_the_guide(scene):
 
     # The other source, stopped half-way.
     page.go("/scan")
-    page.click("scan-source-QAM")
+    page.click("[data-test=scan-source] [data-value=QAM]")
     page.click("scan-start")
     until(lambda: receiver.state()["scan"]["running"], "cable scan")
     page.click("scan-stop")
@@ -186,9 +186,9 @@ def said_not_blank(scene):
 
     # atsc-web itself dies: the page says that too.
     receiver.kill("atsc-web")
-    page.see("lost")
+    page.see("connection-lost")
     receiver.web()
-    page.gone("lost")
+    page.gone("connection-lost")
     page.see("guide-cell", "After the restart")
 
 
