@@ -174,9 +174,9 @@ class Page:
         element.clear()
         element.send_keys(text)
 
-    def pin(self, digits):
+    def pin(self, digits, name="pin"):
         """Answers the question for a PIN that is open."""
-        self.type("pin", digits)
+        self.type(name, digits)
         self.keys("ENTER")
 
     # -- checking

@@ -39,9 +39,9 @@ def hostile_names(scene):
     sound("programme")
     for path, name, words in (
             ("/channels", "channel-row", ["<b>\"'&", "<img onerror=a src=>"]),
-            ("/parental", "#view", ["<svg onload=hacked=1>", "<b>Age</b>", "<6>"]),
+            ("/parental", "main", ["<svg onload=hacked=1>", "<b>Age</b>", "<6>"]),
             ("/developer/callbacks", "callback-row", [image]),
-            ("/developer/rows", "#view", ["<img onerror=a src=>"])):
+            ("/developer/rows", "main", ["<img onerror=a src=>"])):
         page.go(path)
         page.see(name, *words)
         sound(path)
@@ -109,12 +109,12 @@ def phone_with_a_finger(scene):
     page.reload()
     page.see("banner-number", "5-1")
     page.tap("remote-open")
-    page.tap("[data-test=remote] [data-key=up]")
+    page.tap("remote-up")
     page.see("banner-number", "5-2")
     page.keys("ESCAPE")
     for view in VIEWS:
         page.go(view)
-        page.see("#view")
+        page.see("main")
         wide = page.js("return document.documentElement.scrollWidth")
         assert wide <= 390, f"{view} is {wide} pixels wide"
     page.go("/guide")
@@ -134,7 +134,7 @@ def every_page_named_and_readable(scene):
         page.media(prefers_color_scheme=scheme, prefers_reduced_motion="reduce")
         for view in VIEWS:
             page.go(view)
-            page.see("#view")
+            page.see("main")
             faults += page.axe(f"{scheme} {view}")
         page.go("/guide")
         page.click("guide-cell", "The Long Lock")
@@ -165,14 +165,14 @@ def for_developers(scene):
     page.type("callback-filter", "EPG_")
     page.gone("callback-row", "CHANNEL_PLAY_SUCCESS")
     page.go("/developer/rows")
-    page.see("#view", "channel_data_t", "KÉVA-1")
+    page.see("main", "channel_data_t", "KÉVA-1")
     scene.forget(page)
 
     # Without the console neither the page nor the server takes raw commands.
     receiver.stop("atsc-web")
     receiver.web("--no-console")
     page = scene.page("/developer/console")
-    page.see("#view")
+    page.see("main")
     page.gone("console-send")
     status, answer = receiver.request("/api/console", b'{"class":"PC","command":"RESET"}')
     assert (status, answer["error"]) == (403, "console")
