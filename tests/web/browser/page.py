@@ -20,7 +20,7 @@ AXE = os.path.join(ROOT, "build", "web-tools", "node_modules", "axe-core", "axe.
 SEEN = """
 return [...document.querySelectorAll(arguments[0])]
     .filter(e => e.checkVisibility({opacityProperty: true, visibilityProperty: true}))
-    .map(e => (e.value !== undefined && e.tagName !== 'LI' ? e.value : e.innerText).trim());
+    .map(e => (e.matches('input, textarea, select') ? e.value : e.innerText).trim());
 """
 
 

@@ -21,16 +21,19 @@ def parental_limit(scene):
     page = scene.page()
     page.see("banner-now", "The Council Live")
 
-    # The first protected step asks to choose a PIN, the others are then free for a while.
     page.go("/parental")
-    page.click("rating-value", "TV-14")
+    page.click("parental-pin")
     page.pin("2468", "pin-new")
     page.pin("2468", "pin-repeat")
+    page.gone("pin-repeat")
+    # Who has just chosen it is not asked again.
+    page.click("rating-value", "TV-14")
     until(lambda: receiver.command("PC", "RETREIVERATING", region=1)["reply"]["us"]["tv"] == 4,
           lambda: receiver.command("PC", "RETREIVERATING", region=1))
     page.click("parental-on")
     until(lambda: receiver.command("PC", "GETPRTDETAIL")["reply"]["pc_enable"] == 1, "limits applied")
     page.type("check-rating", "TV-MA")
+    page.click("check-send")
     page.see("check-result", "blocked")
     page.go("/guide")
     until(lambda: "The Long Lock" in page.text("[data-blocked=true]"), "a mark in the guide")

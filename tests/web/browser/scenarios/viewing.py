@@ -64,6 +64,7 @@ def first_start_to_the_guide(scene):
     page.type("search", "lock keeper bottle")
     page.click("search-result", "The Long Lock")
     page.see("programme", "A lock keeper finds a message", "TV-14")
+    page.keys("ESCAPE")
 
     # The other source, stopped half-way.
     page.go("/scan")
