@@ -38,6 +38,7 @@ def hostile_names(scene):
     page.click("search-result", "Long")
     assert page.see("programme", "<end>").count("é") == 3990
     sound("programme")
+    page.keys("ESCAPE")
     for path, name, words in (
             ("/channels", "channel-row", ["<b>\"'&", "<img onerror=a src=>"]),
             ("/parental", "region-tab", ["<svg onload=hacked=1>"]),
