@@ -1,7 +1,7 @@
 // Router, keys and what lies above every view.
 
 import {h, fill} from './dom.js';
-import {digitKey} from './digits.js';
+import {cancelDigits, digitKey} from './digits.js';
 import {back, hasLayer, hasModal} from './layers.js';
 import {handleArrow, takesText} from './focus.js';
 import {start} from './live.js';
@@ -77,10 +77,12 @@ const letterKeys = {
 
 function onKey(event) {
   if (event.defaultPrevented || event.ctrlKey || event.metaKey || event.altKey) return;
-  const typing = takesText(event.target);
+  // A field for a PIN takes digits only: the letters are still keys.
+  const letterOfPin = /^[a-z]$/i.test(event.key) && event.target.matches?.('.pin-field');
+  const typing = takesText(event.target) && !letterOfPin;
   if (event.key === 'Escape' || (event.key === 'Backspace' && !typing)) {
     event.preventDefault();
-    if (back()) return;
+    if (cancelDigits() || back()) return;
     if (current?.view.onBack?.()) return;
     if (current?.name !== 'screen') navigate('screen');
     return;

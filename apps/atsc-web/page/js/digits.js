@@ -52,10 +52,12 @@ export function digitKey(event) {
     return true;
   }
   if (typed === '') return false;
-  if (event.key === 'Enter') return enterDigits();
-  if (event.key === 'Escape') {
-    clear();
-    return true;
-  }
-  return false;
+  return event.key === 'Enter' && enterDigits();
+}
+
+/** Forgets what was typed; false if nothing was. */
+export function cancelDigits() {
+  const had = typed !== '';
+  clear();
+  return had;
 }

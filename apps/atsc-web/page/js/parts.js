@@ -79,7 +79,7 @@ const maxPin = 8;
 
 /**
  * The question for a PIN: a field, dots, and a pad for mouse and finger. onEnter(pin) resolves with
- * what is wrong ({text, wait} or a text), or nothing when it is done. The element has focusField(), say(text), press(digit),
+ * what is wrong ({text, wait} or a text), or nothing when it is done. The element has focusField(), say(text), press(digit), enter()
  * and ask(label, test) for the next question in the same field.
  */
 export function pinPad({label, onEnter, test = 'pin'}) {
@@ -170,6 +170,7 @@ export function pinPad({label, onEnter, test = 'pin'}) {
   const element = h('div', {class: 'pin'}, title,
       h('div', {class: 'pin-entry'}, field, dots), message, pad);
   element.press = press;
+  element.enter = enter;
   element.focusField = () => field.focus({preventScroll: true});
   element.say = tell;
   element.ask = (text, name) => {

@@ -2,7 +2,6 @@
 
 import {h, icon} from './dom.js';
 import {enterDigits, typeDigit} from './digits.js';
-import {takesText} from './focus.js';
 import {back, hasModal, openLayer} from './layers.js';
 import {navigate} from './navigate.js';
 import {channelDown, channelUp, lastChannel, switchSource, toggleStandby} from './television.js';
@@ -14,8 +13,14 @@ let before = null;  // what had the focus before the remote control took it
 /** Keys of the remote control act as the keyboard's would on what has the focus elsewhere. */
 function press(key) {
   const target = before?.isConnected ? before : document.getElementById('view');
-  if (/^[0-9]$/.test(key) && takesText(target) && target.closest('.pin')) {
-    target.closest('.pin').press(key);
+  // A question for the PIN that is on the screen gets the digits.
+  const pin = [...document.querySelectorAll('.pin')].findLast((pad) => !pad.closest('[inert]'));
+  if (pin && /^[0-9]$/.test(key)) {
+    pin.press(key);
+    return;
+  }
+  if (pin && key === 'Enter') {
+    pin.enter();
     return;
   }
   if (key.startsWith('Arrow')) {

@@ -236,6 +236,11 @@ function mount(container) {
     return false;
   };
   keys.back = () => {
+    // Out of the question for the PIN: digits are a channel number again.
+    if (centre.contains(document.activeElement)) {
+      container.focus({preventScroll: true});
+      return true;
+    }
     if (!banner.visible()) return false;
     banner.close();
     return true;
@@ -257,8 +262,10 @@ function mount(container) {
       }
       if (current.standby) banner.close();
     }),
-    // Seen again when the picture would come: after a change, a block, standby.
-    onPart((current) => [current.playing, Boolean(current.block), current.standby], (part, current) => {
+    // Seen again when the picture would come: after a change, a block, standby; and with the next
+    // programme.
+    onPart((current) => [current.playing, Boolean(current.block), current.standby,
+      current.now?.start], (part, current) => {
       const {playing} = current;
       if (playing === 'playing' && !current.standby && current.channel) banner.open(bannerMilliseconds);
     }),
