@@ -194,6 +194,17 @@ TEST_F(WebProgramTelevision, KeepsWhatIsBlockedUntilThePinIsRight) {
   EXPECT_TRUE(state()["block"].isNull());
   EXPECT_EQ(403, sendWeb("FW CHANNELMODIFY", R"("major":5,"minor":2,"type":"unlock")").status);
   EXPECT_THAT(web_->err() + service_->err(), testing::Not(HasSubstr("1234\"")));
+
+  // A new service locks the channel again. While nothing plays, only the clock tells what is on.
+  restartService({"--fast", "--clock", "2026-11-22T01:59:57Z"});
+  state("a locked channel again", [](const Json::Value& s) {
+    return s["block"]["kind"] == "locked" && s["now"]["title"] == "Le cinéma, ça se discute";
+  });
+  sets("FW STOP", "");
+  state("the next programme", [](const Json::Value& s) {
+    return s["playing"] == "stopped" && s["block"].isNull() &&
+           s["now"]["title"] == "Le Garçon qui n'avait pas d'ombre";
+  });
 }
 
 TEST_F(WebProgramTelevision, FollowsServicesAndOtherTelevisions) {

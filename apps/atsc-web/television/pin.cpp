@@ -30,6 +30,8 @@ constexpr std::chrono::hours kLongestWait(1);
 constexpr std::chrono::minutes kGrantLasts(10);
 constexpr size_t kMaxGrants = 64;
 constexpr const char* kMethod = "$y$";  // yescrypt
+// 4 MB for a moment. More would not protect a text of so few digits, but burden a set.
+constexpr unsigned long kCost = 3;
 constexpr mode_t kOwnerOnly = S_IRUSR | S_IWUSR;
 
 bool isPin(const std::string& text) {
@@ -48,9 +50,9 @@ std::string hashOf(const std::string& pin, const std::string& setting) {
 
 std::string newSetting() {
   char setting[CRYPT_GENSALT_OUTPUT_SIZE];
-  // Takes the salt from the system's random numbers, and the cost that the library recommends.
-  return crypt_gensalt_rn(kMethod, 0, nullptr, 0, setting, sizeof setting) != nullptr ? setting
-                                                                                      : "";
+  // Takes the salt from the system's random numbers.
+  return crypt_gensalt_rn(kMethod, kCost, nullptr, 0, setting, sizeof setting) != nullptr ? setting
+                                                                                          : "";
 }
 
 // The time to compare does not tell how much is the same.
@@ -131,7 +133,7 @@ Pin::Content Pin::read() {
     }
   }
   content.state = fault != nullptr ? State::kBroken : State::kSet;
-  if (fault != nullptr && !std::exchange(loggedBroken_, true)) {
+  if (fault != nullptr && !loggedBroken_.exchange(true)) {
     std::cerr << "atsc-web: nothing is unlocked until " << file_ << " is removed: " << fault
               << std::endl;
   }
@@ -184,7 +186,6 @@ double Pin::waitOf(const Record& record) {
 }
 
 Pin::Status Pin::status() {
-  const std::lock_guard<std::mutex> lock(mutex_);
   const Content content = read();
   return {content.state, content.state == State::kSet ? waitOf(content.record) : 0};
 }
@@ -208,12 +209,12 @@ Pin::Answer Pin::checkLocked(const std::string& pin) {
 }
 
 Pin::Answer Pin::check(const std::string& pin) {
-  const std::lock_guard<std::mutex> lock(mutex_);
+  const std::lock_guard<std::mutex> lock(checking_);
   return checkLocked(pin);
 }
 
 Pin::Answer Pin::set(const std::string& pin, const std::string& old) {
-  const std::lock_guard<std::mutex> lock(mutex_);
+  const std::lock_guard<std::mutex> lock(checking_);
   if (!isPin(pin)) return Answer::kForm;
   const State state = read().state;
   if (state == State::kBroken) return Answer::kBroken;
@@ -224,6 +225,7 @@ Pin::Answer Pin::set(const std::string& pin, const std::string& old) {
   const std::string hash = hashOf(pin, newSetting());
   if (hash.empty() || !write({hash})) return Answer::kFailed;
   loggedBroken_ = false;
+  const std::lock_guard<std::mutex> grantsLock(mutex_);
   grants_.clear();
   return Answer::kRight;
 }

@@ -2,10 +2,10 @@
 #ifndef ATSC_WEB_TELEVISION_PIN_H_
 #define ATSC_WEB_TELEVISION_PIN_H_
 
+#include <atomic>
 #include <chrono>
 #include <map>
 #include <mutex>
-#include <optional>
 #include <string>
 
 namespace web {
@@ -60,18 +60,20 @@ class Pin {
     Record record;
   };
 
-  // Require mutex_.
   Content read();
+  // Require checking_.
   bool write(const Record& record);
+  Answer checkLocked(const std::string& pin);
+
   std::chrono::seconds waitAfter(int wrong) const;
   double waitOf(const Record& record);
-  Answer checkLocked(const std::string& pin);
 
   const std::string file_;
   const std::chrono::seconds firstWait_;
+  std::mutex checking_;  // taken for a while: a hash takes its time
+  std::atomic<bool> loggedBroken_{false};
   std::mutex mutex_;
-  bool loggedBroken_ = false;
-  std::map<std::string, Clock::time_point> grants_;  // with their ends
+  std::map<std::string, Clock::time_point> grants_;  // with their ends; guarded by mutex_
 };
 
 }  // namespace web

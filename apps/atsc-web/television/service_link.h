@@ -4,6 +4,7 @@
 
 #include <json/value.h>
 
+#include <atomic>
 #include <chrono>
 #include <mutex>
 #include <optional>
@@ -23,7 +24,8 @@ struct Sent {
 };
 
 // The library sends one command at a time and waits for its reply without a limit. A thread that
-// finds the way taken gives up after its own patience here: a service that hangs holds one thread.
+// finds the way taken gives up after its own patience here, or at once when the command of another
+// one takes very long: a service that hangs holds one thread.
 class ServiceLink {
  public:
   // Any thread.
@@ -31,7 +33,10 @@ class ServiceLink {
   Sent send(const Json::Value& command, std::chrono::milliseconds patience);
 
  private:
+  using Clock = std::chrono::steady_clock;
+
   std::timed_mutex way_;
+  std::atomic<Clock::rep> since_{0};  // when the command on its way was sent; 0: there is none
 };
 
 }  // namespace web

@@ -21,6 +21,7 @@ namespace {
 
 // A service that is new, or a TV application that has ended, is noticed after this time.
 constexpr std::chrono::seconds kLookAgain(1);
+constexpr std::chrono::seconds kRegisterAgain(60);
 
 // Other processes send commands too, and not all that they change causes a callback. A repeated
 // INIT has no effect, except on a new service.
@@ -31,7 +32,7 @@ constexpr std::chrono::seconds kPollAlone(2);  // without callbacks
 // without its answer, and it is asked again.
 constexpr std::chrono::milliseconds kQuestionPatience(50);
 constexpr std::chrono::milliseconds kAskAgain(100);
-constexpr std::chrono::seconds kCommandPatience(5);
+constexpr std::chrono::seconds kCommandPatience(2);
 
 // More than come while a command takes its time.
 constexpr size_t kMaxEvents = 10000;
@@ -53,7 +54,10 @@ Television::Television(GuideStore& guide, EventHub& hub, Options options)
   // The first registration is tried before anybody can ask.
   registerSelf();
   publish();
-  guide_.onRefreshed([this] { publishSoon(); });
+  guide_.onRefreshed([this] {
+    refreshed_ = true;
+    publishSoon();
+  });
   // A page lets the clock run on from the state that it gets first.
   hub_.onSubscribed([this] { publishAgain(); });
   forwardThread_ = std::thread([this] { forward(); });
@@ -155,6 +159,8 @@ void Television::take() {
     events.swap(events_);
     taken_ = noted_;
   }
+  // Another process may have changed marks.
+  if (refreshed_.exchange(false)) viewing_.questions.channel = true;
   const Clock::time_point now = Clock::now();
   for (const Event& event : events) {
     switch (event.kind) {
@@ -172,7 +178,7 @@ void Television::take() {
 }
 
 void Television::watchService() {
-  if (!registered_) registerSelf();
+  if (!registered_ && Clock::now() >= registerAgain_) registerSelf();
   const int pid = std::max(0, apps::servicePid());
   if (pid != service_) {
     if (service_ != 0) leaveService();
@@ -208,6 +214,8 @@ void Television::registerSelf() {
   registered_ = other == 0;
   viewing_.getsCallbacks = registered_;
   otherTv_ = other;
+  // Each try with a file in the way is an error in the log.
+  registerAgain_ = Clock::now() + (other < 0 ? kRegisterAgain : kLookAgain);
   // Callbacks were lost: what is present is to be reported again.
   if (first) started_ = false;
 }

@@ -110,6 +110,7 @@ class Television {
   CallbackQueue& arrived_;  // never destroyed: the library calls it until the process ends
   const int wake_;          // eventfd of the state thread
   std::atomic<bool> ends_{false};
+  std::atomic<bool> refreshed_{false};  // the lists or the guide have changed
 
   // Of the state thread.
   ViewingState viewing_;
@@ -121,6 +122,7 @@ class Television {
   bool registered_ = false;
   int otherTv_ = 0;
   Clock::time_point lookAgain_ = {};
+  Clock::time_point registerAgain_ = {};
   Clock::time_point pollAgain_ = {};
   std::optional<Clock::time_point> programmeEnds_;
   uint64_t taken_ = 0;  // of noted_

@@ -140,6 +140,7 @@ Json::Value Television::build(Clock::time_point now) {
 }
 
 void Television::publish() {
+  if (!viewing_.isProgrammeBlocked()) reasonNames_.clear();
   const Clock::time_point now = Clock::now();
   Json::Value fresh = build(now);
   // What differs each time is left out of the comparison.

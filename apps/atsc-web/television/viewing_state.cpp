@@ -227,7 +227,7 @@ std::optional<ViewingState::Clock::time_point> ViewingState::deadline() const {
 void ViewingState::channelIs(const Json::Value& reply, const Json::Value& source) {
   constexpr int64_t kNoRow = 0xFFFF;
   if (source.isObject() && source["src"].isString()) {
-    source_ = &apps::sourceNamed(source["src"].asString());
+    source_ = &apps::kSources[source["src"] == "QAM" ? 1 : 0];
   }
   if (!reply.isObject()) return;
   if (apps::integer(reply, "srv_rec") == kNoRow) {
