@@ -14,12 +14,12 @@ const kMostDots = 8;
 const kMany = 80;
 
 class Field {
-  constructor(entry, onOpen) {
+  constructor(entry) {
     this.entry = entry;
     this.dots_ = h('span', {'class': 'band-dots', 'aria-hidden': 'true'});
-    this.element = h('button', {
-      'type': 'button', 'class': 'band-field', 'tabindex': '-1', 'data-rf': entry.rf,
-      'onclick': () => onOpen(entry),
+    this.element = h('div', {
+      'class': 'band-field', 'role': 'option', 'id': `band-${entry.rf}`, 'data-rf': entry.rf,
+      'aria-selected': 'false',
     }, h('span', {'class': 'band-rf', 'aria-hidden': 'true'}, entry.rf), this.dots_);
     this.shown_ = '';
   }
@@ -42,24 +42,26 @@ class Field {
   }
 }
 
+/** One stop of the focus; the arrow keys choose a field, Enter opens it. */
 export class Band {
   /** onOpen({rf, freq}): a field was chosen. */
   constructor(onOpen) {
     this.onOpen_ = onOpen;
     this.fields_ = [];
+    this.index_ = 0;
     this.element = h('div', {
-      'class': 'band', 'role': 'group', 'data-keys': 'own', 'aria-label': t('scan.band'),
-      'data-test': 'scan-band', 'onkeydown': (event) => this.key_(event),
-      'onfocusin': (event) => this.stop_(event.target),
+      'class': 'band', 'role': 'listbox', 'tabindex': '0', 'data-keys': 'own',
+      'aria-label': t('scan.band'), 'data-test': 'scan-band',
+      'onkeydown': (event) => this.key_(event), 'onclick': (event) => this.click_(event),
     });
   }
 
   /** The channels of a plan: [{rf, freq}…]. */
   plan(entries) {
-    this.fields_ = entries.map((entry) => new Field(entry, this.onOpen_));
+    this.fields_ = entries.map((entry) => new Field(entry));
     fill(this.element, this.fields_.map((field) => field.element));
     this.element.classList.toggle('many', entries.length > kMany);
-    if (this.fields_.length) this.stop_(this.fields_[0].element);
+    this.choose_(0);
   }
 
   /**
@@ -80,26 +82,42 @@ export class Band {
     }
   }
 
-  /** One stop of the Tab key: the field that had the focus last. */
-  stop_(element) {
-    const target = element.closest('.band-field');
-    if (!target || target === this.stopped_) return;
-    if (this.stopped_) this.stopped_.tabIndex = -1;
-    target.tabIndex = 0;
-    this.stopped_ = target;
+  choose_(index) {
+    this.fields_[this.index_]?.element.setAttribute('aria-selected', 'false');
+    this.index_ = index;
+    const element = this.fields_[index]?.element;
+    if (!element) return;
+    element.setAttribute('aria-selected', 'true');
+    this.element.setAttribute('aria-activedescendant', element.id);
+  }
+
+  click_(event) {
+    const element = event.target.closest('.band-field');
+    const index = this.fields_.findIndex((field) => field.element === element);
+    if (index < 0) return;
+    this.choose_(index);
+    this.onOpen_(this.fields_[index].entry);
   }
 
   key_(event) {
-    if (!event.key.startsWith('Arrow')) return;
+    if (event.altKey || event.ctrlKey || event.metaKey) return;
+    const field = this.fields_[this.index_];
+    if (field && (event.key === 'Enter' || event.key === ' ')) {
+      this.onOpen_(field.entry);
+    } else if (event.key.startsWith('Arrow')) {
+      const top = this.fields_[0]?.element.offsetTop;
+      const columns = this.fields_.filter(({element}) => element.offsetTop === top).length;
+      const step = {ArrowLeft: -1, ArrowRight: 1, ArrowUp: -columns, ArrowDown: columns}[event.key];
+      if (!this.fields_[this.index_ + step] || step === 0) {
+        moveFocus(event.key);
+      } else {
+        this.choose_(this.index_ + step);
+        this.fields_[this.index_].element.scrollIntoView({block: 'nearest'});
+      }
+    } else {
+      return;
+    }
     event.preventDefault();
     event.stopPropagation();
-    const elements = this.fields_.map((field) => field.element);
-    const index = elements.indexOf(event.target);
-    const top = elements[0]?.offsetTop;
-    const columns = Math.max(1, elements.filter((element) => element.offsetTop === top).length);
-    const step = {ArrowLeft: -1, ArrowRight: 1, ArrowUp: -columns, ArrowDown: columns}[event.key];
-    const next = elements[index + step];
-    if (next) next.focus();
-    else moveFocus(event.key);
   }
 }

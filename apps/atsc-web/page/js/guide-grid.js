@@ -99,8 +99,8 @@ export class GuideGrid {
   /** The receiver's clock goes on. */
   tick(utc) {
     const minute = Math.floor(utc / 60);
-    if (this.size_) this.placeNow_(utc);
     this.time = utc;
+    if (this.size_) this.placeNow_(utc);
     if (minute === this.minute_) return;
     this.minute_ = minute;
     this.redraw();
@@ -186,6 +186,7 @@ export class GuideGrid {
       this.nowX_ = x;
       this.nowLine_.style.left = `${x}px`;
       this.nowFlag_.style.left = `${x}px`;
+      for (const row of this.rows_.values()) row.now(this);
     }
     if (seen !== this.nowSeen_) {
       this.nowSeen_ = seen;

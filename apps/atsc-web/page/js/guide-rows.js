@@ -86,10 +86,17 @@ class Cell {
     if (end <= grid.time) name += ' past';
     else if (start <= grid.time) name += ' current';
     if (end - start < 900) name += ' short';
+    this.current = start <= grid.time && grid.time < end;
+    if (this.current) this.now(grid);
     if (name !== this.className_) {
       this.className_ = name;
       this.element.className = name + (this.focused ? ' focused' : '');
     }
+  }
+
+  /** Puts the line of the time where it is now. */
+  now(grid) {
+    this.element.style.setProperty('--now', `${Math.round(grid.x(grid.time)) - this.left_}px`);
   }
 
   focus(focused) {
@@ -187,6 +194,13 @@ export class Row {
       const hidden = left - grid.x(cell.start);
       const room = grid.x(cell.end) - grid.x(cell.start) - grid.leastText;
       cell.shift(hidden > 0 && room > 0 ? Math.min(hidden, room) : 0);
+    }
+  }
+
+  /** The line of the time has moved. */
+  now(grid) {
+    for (const cell of this.cells_.values()) {
+      if (cell.current) cell.now(grid);
     }
   }
 

@@ -42,6 +42,8 @@ class ScanView {
       onChannels(() => this.list_()),
     ];
     this.source_(this.src_);
+    this.draw_();
+    (this.stop_.hidden ? this.start_ : this.stop_).focus({preventScroll: true});
   }
 
   close() {
@@ -137,9 +139,14 @@ class ScanView {
     const scan = current?.src === this.src_ ? current : null;
     const running = Boolean(scan?.running);
     const anywhere = Boolean(current?.running);
+    const held = document.activeElement;
     show(this.stop_, anywhere);
     show(this.start_, !anywhere);
     show(this.both_, !anywhere);
+    // The focus stays on what starts and stops.
+    if ([this.stop_, this.start_, this.both_].includes(held) && held.hidden) {
+      (anywhere ? this.stop_ : this.start_).focus();
+    }
     show(this.progress_, running);
     this.band_.element.classList.toggle('running', running);
     const counts = new Map();
