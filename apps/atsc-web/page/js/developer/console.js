@@ -183,6 +183,7 @@ export function mountConsole(container) {
   }
 
   function drawHistory() {
+    show(past.parentElement, history.length > 0);
     fill(past, history.map((each) => h('li', {}, h('button', {
       type: 'button', class: 'dev-past', 'data-test': 'console-history',
       onclick: () => {

@@ -240,7 +240,7 @@ function mount(container) {
     const word = !channel ? 'nothing' : block ? `block.${block.kind}` :
       unlocked ? 'unlocked' : programme && !rating ? 'unrated' : 'allowed';
     now.classList.toggle('is-blocked', Boolean(block));
-    fill(now, icon(block ? 'lock' : 'check'), h('span', {}, t(`parental.now.${word}`)), what, rated,
+    fill(now, icon(block ? 'lock' : channel ? 'check' : 'screen'), h('span', {}, t(`parental.now.${word}`)), what, rated,
         (block?.reasons ?? []).length > 0 && h('span', {class: 'pc-reasons'},
             t('parental.reasons'), ' ', block.reasons.map((reason) =>
               h('span', {class: 'badge danger'}, airText(reason)))));
