@@ -96,9 +96,9 @@ function mount(container) {
 
   function applyPreset(age) {
     change(async () => {
-      for (const {table} of regions) {
-        const before = await readLimits(table.number);
-        await storeLimits(before, await withPreset(table, before, age));
+      for (const number of await knownRegions()) {
+        const before = await readLimits(number);
+        await storeLimits(before, await withPreset(await ratingTable(number), before, age));
       }
       if (age !== 0) await switchOn();
     });
