@@ -23,6 +23,7 @@ export const texts = {
   'error.no-pin': 'No PIN is set.',
   'error.busy': 'The receiver is busy. Try again.',
   'error.pages': 'Too many pages are open.',
+  'error.refused': 'The receiver refused that. Its log says why.',
   'error.console': 'Only the console may send that.',
 
   // Above every view

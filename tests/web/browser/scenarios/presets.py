@@ -55,6 +55,8 @@ def parental_presets(scene):
         page.click("rating-value", value)
         until(lambda: pressed(page) == blocked,  # pylint: disable=cell-var-from-loop
               lambda: f"{value}: {pressed(page)}")
+        if value == "FV":
+            page.see("toast", "Allow TV-Y7 first")
     # Another program changes a limit.
     receiver.command("PC", "STORERATING", region=1, us={"vio": 1}, can={}, dwn=[])
     until(lambda: pressed(page) == "V NR", lambda: pressed(page))
