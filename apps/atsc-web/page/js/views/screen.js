@@ -270,7 +270,7 @@ function mount(container) {
       if (playing === 'playing' && !current.standby && current.channel) banner.open(bannerMilliseconds);
     }),
     onPart((current) => current.channel && hue(current.channel), (angle) => {
-      document.getElementById('stage').style.setProperty('--hue', angle ?? 215);
+      document.documentElement.style.setProperty('--hue', angle ?? 215);
     }),
     everySecond((utc) => {
       banner.tick();
