@@ -38,7 +38,7 @@ export function mountCallbacks(container) {
   let chosen = null;       // the entry that is explained
   let frame = 0;
   const rows = new Map();  // entry -> element
-  const kindsSeen = new Set();
+  const offered = new Set();  // kinds to choose from
 
   const kind = h('select', {class: 'field', 'aria-label': t('developer.kind'),
     'data-test': 'callback-kind', onchange: () => draw()},
@@ -158,10 +158,7 @@ export function mountCallbacks(container) {
       else list.insertBefore(element, at);
     }
     for (const entry of logEntries()) {
-      const name = kindOf(entry);
-      if (name === '' || kindsSeen.has(name)) continue;
-      kindsSeen.add(name);
-      if (!known.has(name)) addKind(name);
+      addKind(kindOf(entry));
     }
     const callbackCount = all.filter((entry) => !entry.gone).length;
     const oldest = logEntries().find((entry) => !entry.gone);
@@ -178,6 +175,8 @@ export function mountCallbacks(container) {
   }
 
   function addKind(name) {
+    if (name === '' || offered.has(name)) return;
+    offered.add(name);
     kind.append(h('option', {value: name}, airString(name)));
   }
 
