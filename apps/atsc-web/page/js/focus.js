@@ -15,7 +15,8 @@ function distance(from, to, [x, y]) {
     const ahead = x > 0 ? to.left - from.right : from.left - to.right;
     if (ahead < -slack) return Infinity;
     const centre = Math.abs((from.top + from.bottom) / 2 - (to.top + to.bottom) / 2);
-    return Math.max(0, ahead) + (overlapY > 0 ? 0 : 400 - overlapY * 4) + centre * 0.15;
+    // What lies in the same row comes before anything beside it.
+    return Math.max(0, ahead) + (overlapY > 0 ? 0 : 10000 - overlapY * 4) + centre * 0.15;
   }
   const ahead = y > 0 ? to.top - from.bottom : from.top - to.bottom;
   if (ahead < -slack) return Infinity;
