@@ -125,7 +125,7 @@ class GuideView {
     container.append(h('div', {class: 'guide'},
         h('div', {class: 'guide-tools'},
             this.sources_,
-            h('div', {class: 'guide-strip'},
+            h('div', {class: 'strip'},
                 h('div', {class: 'guide-jumps'}, step('dayBefore', -1), go('now', now),
                     go('tonight', () => startOfDay(now()) + kEvening),
                     go('tomorrow', () => startOfDay(now() + 24 * kHour) + 8 * kHour),
