@@ -19,10 +19,14 @@ namespace {
 constexpr size_t kMostProgrammes = 400000;
 
 // How much of a piece is kept in memory until the lock of the service's file is released.
-constexpr size_t kPieceBytes = 128 * 1024;
+constexpr size_t kPieceBytes = 48 * 1024;
+constexpr size_t kPieceRows = 200;
 
 // Rows that are removed at once, while pages wait.
 constexpr size_t kRemovedAtOnce = 200;
+
+// A file that is written all the time is read anyway; soon it is read again.
+constexpr int kMostRounds = 4;
 
 constexpr size_t kMostGenres = 64;
 
@@ -142,6 +146,8 @@ class ProgrammeTable::Builder {
 
   // Begins again with the first row. What was added to the copy can be used again.
   void begin() {
+    std::sort(added_.begin(), added_.end());
+    known_ = added_.size();
     entries_.clear();
     entries_.reserve(old_.entries.size());
     keys_ = {};
@@ -172,7 +178,7 @@ class ProgrammeTable::Builder {
     entry.id = idOf(entry.digest);
     if (entry.id == 0) entry.id = addTexts(entry.digest, row);
     entries_.push_back(entry);
-    return texts_.size() < 500 && bytes_ < kPieceBytes;
+    return texts_.size() < kPieceRows && bytes_ < kPieceBytes;
   }
 
   // What the copy does not have yet.
@@ -181,7 +187,8 @@ class ProgrammeTable::Builder {
     return &texts_;
   }
 
-  const std::unordered_map<uint64_t, uint32_t>& added() const { return added_; }
+  using Added = std::vector<std::pair<uint64_t, uint32_t>>;  // digest and id
+  const Added& added() const { return added_; }
 
   // Returns the index of all rows.
   std::unique_ptr<Index> finish() {
@@ -197,12 +204,12 @@ class ProgrammeTable::Builder {
       index->genres.push_back(std::move(codes));
     }
     for (Entry& entry : entries_) entry.channel = places[entry.channel];
-    const auto order = [](const Entry& e) { return std::tie(e.channel, e.start, e.id); };
+    const auto order = [](const Entry& e) { return std::tie(e.channel, e.start, e.digest); };
     std::sort(entries_.begin(), entries_.end(),
               [&](const Entry& a, const Entry& b) { return order(a) < order(b); });
     // Equal rows are one programme.
     entries_.erase(std::unique(entries_.begin(), entries_.end(),
-                               [](const Entry& a, const Entry& b) { return a.id == b.id; }),
+                               [](const Entry& a, const Entry& b) { return a.digest == b.digest; }),
                    entries_.end());
     index->firstOf.assign(index->keys.size() + 1, 0);
     index->byId.assign(table_.nextId_, kNowhere);
@@ -259,8 +266,9 @@ class ProgrammeTable::Builder {
     if (found != byDigest_.end() && old_.entries[*found].digest == digest) {
       return old_.entries[*found].id;
     }
-    const auto added = added_.find(digest);
-    return added != added_.end() ? added->second : 0;
+    const auto end = added_.begin() + static_cast<ptrdiff_t>(known_);
+    const auto added = std::lower_bound(added_.begin(), end, std::make_pair(digest, uint32_t{0}));
+    return added != end && added->first == digest ? added->second : 0;
   }
 
   uint32_t addTexts(uint64_t digest, SQLite::Statement& row) {
@@ -271,7 +279,7 @@ class ProgrammeTable::Builder {
       id = table_.freeIds_.back();
       table_.freeIds_.pop_back();
     }
-    added_.emplace(digest, id);
+    added_.emplace_back(digest, id);
     ProgrammeTexts texts = {id, apps::validUtf8(bytesOf(row.getColumn(kTitle))),
                             apps::validUtf8(bytesOf(row.getColumn(kRating))),
                             apps::validUtf8(bytesOf(row.getColumn(kDesc)))};
@@ -289,7 +297,8 @@ class ProgrammeTable::Builder {
   Numbered keys_, genres_;
   std::vector<ProgrammeTexts> texts_;
   size_t bytes_ = 0;
-  std::unordered_map<uint64_t, uint32_t> added_;  // ids by digest
+  Added added_;
+  size_t known_ = 0;  // those of the rounds before, sorted
 };
 
 ProgrammeTable::ProgrammeTable(const apps::Source& source)
@@ -300,20 +309,22 @@ ProgrammeTable::~ProgrammeTable() = default;
 bool ProgrammeTable::refresh(ServiceFile* file, const std::function<bool()>& goesOn) {
   tidy();
   Builder builder(*this);
-  builder.begin();
   if (file != nullptr) {
     const std::vector<std::string> tables = file->tables();
     const bool exists = std::find(tables.begin(), tables.end(), source_.eventTable) != tables.end();
     try {
-      while (exists && !file->readInPieces(
-                           source_.eventTable, kProgrammeColumns,
-                           [&](SQLite::Statement& row) { return builder.add(row); },
-                           [&] {
-                             insertTexts(builder.texts());
-                             return goesOn();
-                           })) {
-        if (!goesOn()) return false;
+      for (int round = 1; exists; ++round) {
         builder.begin();
+        const bool isComplete = file->readInPieces(
+            source_.eventTable, kProgrammeColumns,
+            [&](SQLite::Statement& row) { return builder.add(row); },
+            [&] {
+              insertTexts(builder.texts());
+              return goesOn();
+            },
+            round >= kMostRounds);
+        if (isComplete) break;
+        if (!goesOn()) return false;
       }
     } catch (...) {
       if (nextId_ > 1) {

@@ -114,7 +114,7 @@ int64_t ServiceFile::version() { return database_.execAndGet("PRAGMA data_versio
 
 bool ServiceFile::readInPieces(const std::string& table, const std::vector<const char*>& columns,
                                const std::function<bool(SQLite::Statement&)>& row,
-                               const std::function<bool()>& between) {
+                               const std::function<bool()>& between, bool mayMix) {
   const std::vector<std::string> present = columnsOf(table);
   std::string list;
   for (const char* column : columns) {
@@ -130,7 +130,7 @@ bool ServiceFile::readInPieces(const std::string& table, const std::vector<const
     {
       SQLite::Transaction lock(database_);
       const int64_t now = version();
-      if (first && *first != now) return false;
+      if (first && *first != now && !mayMix) return false;
       first = now;
       const auto end = steady_clock::now() + kPiece;
       query.bind(1, next);

@@ -53,11 +53,11 @@ class ServiceFile {
   // Reads a table in the order of its row ids: these columns (NULL for those that the table does
   // not have), then the row id. Calls `row` for each row while the file is locked; after at most
   // some 20 ms, or when `row` returns false, releases the lock and calls `between`, and goes on if
-  // that returns true. Returns whether it read all of one content: false if the file was written
-  // in between.
+  // that returns true. Returns whether it read all; false also if the file was written in between,
+  // which ends the reading unless `mayMix` is set.
   bool readInPieces(const std::string& table, const std::vector<const char*>& columns,
                     const std::function<bool(SQLite::Statement&)>& row,
-                    const std::function<bool()>& between);
+                    const std::function<bool()>& between, bool mayMix = false);
 
   // Ends statements that hold the lock for too long, with an exception.
   void limitTime();
