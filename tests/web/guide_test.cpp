@@ -213,6 +213,9 @@ TEST_F(GuideTest, FollowsTheFiles) {
   EXPECT_TRUE(changeUnseen("UPDATE event_t SET _rowid_ = _rowid_ + 100, event_index = 7"));
   EXPECT_TRUE(change("UPDATE event_t SET name = 'Zwei' WHERE name = 'Two'"));
   EXPECT_THAT(guide(), testing::ElementsAre(one, "1060+60 Zwei  []"));
+  EXPECT_TRUE(change("UPDATE event_t SET parent_stat = 1 WHERE name = 'One'"));
+  EXPECT_TRUE(change("UPDATE event_t SET genre = '60,' WHERE name = 'One'"));
+  EXPECT_THAT(guide(), testing::ElementsAre("1000+60 One  blocked [60]", "1060+60 Zwei  []"));
   EXPECT_TRUE(change("DELETE FROM event_t WHERE name = 'One'"));
   EXPECT_EQ(0u, ask("/api/search", {{"q", "one"}})["results"].size());
   EXPECT_EQ(1u, ask("/api/search", {{"q", "zwei"}})["results"].size());

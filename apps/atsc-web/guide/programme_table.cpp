@@ -38,7 +38,8 @@ const std::vector<const char*> kProgrammeColumns = {
     "ch_id_pk", "start_time", "duration", "name", "rating", "parent_stat", "cc", "genre", "desc"};
 enum ProgrammeColumn { kKey, kStart, kDuration, kTitle, kRating, kParental, kCc, kGenre, kDesc };
 
-// A number that differs for different rows.
+// A number that differs for different programmes. It leaves out what is not in the copy: other
+// parental settings change a whole guide, but no text.
 class RowDigest {
  public:
   void add(std::string_view bytes) {
@@ -163,15 +164,10 @@ class ProgrammeTable::Builder {
     digest.add(key);
     digest.add(entry.start = secondsOf(row.getColumn(kStart)));
     digest.add(entry.duration = secondsOf(row.getColumn(kDuration)));
+    for (const int column : {kTitle, kRating, kDesc}) digest.add(bytesOf(row.getColumn(column)));
     entry.flags = static_cast<uint8_t>((row.getColumn(kCc).getInt64() != 0 ? kCaptioned : 0) |
                                        (row.getColumn(kParental).getInt64() == 1 ? kBlocked : 0));
-    digest.add(entry.flags);
     const std::string_view genres = bytesOf(row.getColumn(kGenre));
-    for (const std::string_view text :
-         {genres, bytesOf(row.getColumn(kTitle)), bytesOf(row.getColumn(kRating)),
-          bytesOf(row.getColumn(kDesc))}) {
-      digest.add(text);
-    }
     entry.digest = digest.value();
     entry.channel = keys_.of(key);
     entry.genres = genres_.of(genres);
@@ -339,9 +335,10 @@ bool ProgrammeTable::refresh(ServiceFile* file, const std::function<bool()>& goe
   }
   bool differs = goneIds_.size() < builder.added().size();
   for (const Entry& entry : index_->entries) {
-    if (index->byId[entry.id] != kNowhere) continue;
-    goneIds_.push_back(entry.id);
-    differs = true;
+    const uint32_t at = index->byId[entry.id];
+    if (at == kNowhere) goneIds_.push_back(entry.id);
+    differs = differs || at == kNowhere || index->entries[at].flags != entry.flags ||
+              index->genres[index->entries[at].genres] != index_->genres[entry.genres];
   }
   if (differs) {
     const WriterTurn turn(turns_);
