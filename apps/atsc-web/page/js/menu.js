@@ -1,6 +1,6 @@
 // The menu over the picture: large entries, the views above, what acts on the television below.
 
-import {h, icon} from './dom.js';
+import {h, icon, setText, show} from './dom.js';
 import {openDialog} from './dialog.js';
 import {openLayer} from './layers.js';
 import {onState, state} from './live.js';
@@ -82,12 +82,12 @@ export function openMenu() {
   h('div', {class: 'menu-actions'}, audio, captions, source, again, remote, standby));
   const end = onState((now) => {
     const track = now.audio?.tracks?.find((item) => item.index === now.audio.playing);
-    label(audio).textContent = track ? t('menu.audio', {track: trackText(track)}) : t('menu.audioNone');
-    label(captions).textContent = now.captions?.aspect ?
-        t('menu.captions', {aspect: now.captions.aspect}) : t('menu.captionsNone');
-    label(source).textContent = t('menu.source', {source: sourceName(now.source)});
-    label(standby).textContent = t(now.standby ? 'menu.standbyOff' : 'menu.standby');
-    again.hidden = !now.unlocked;
+    setText(label(audio), track ? t('menu.audio', {track: trackText(track)}) : t('menu.audioNone'));
+    setText(label(captions), now.captions?.aspect ?
+        t('menu.captions', {aspect: now.captions.aspect}) : t('menu.captionsNone'));
+    setText(label(source), t('menu.source', {source: sourceName(now.source)}));
+    setText(label(standby), t(now.standby ? 'menu.standbyOff' : 'menu.standby'));
+    show(again, now.unlocked);
   });
   const shade = h('div', {class: 'shade menu-shade', onclick: (event) => {
     if (event.target === shade) closeMenu();

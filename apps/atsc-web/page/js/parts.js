@@ -68,6 +68,7 @@ export function switchButton({label, checked = false, onChange, test}) {
     },
   }, h('span', {class: 'switch-label'}, label), h('span', {class: 'switch-track'}));
   element.set = (on) => {
+    if (element.checked === Boolean(on)) return;
     element.checked = Boolean(on);
     element.setAttribute('aria-checked', String(element.checked));
   };

@@ -1,6 +1,6 @@
 // What the keys of a remote control do.
 
-import {command, post} from './api.js';
+import {closeGrant, command} from './api.js';
 import {channelList, findChannel} from './channels.js';
 import {toast, tellError} from './dialog.js';
 import {onPart, state} from './live.js';
@@ -113,6 +113,6 @@ export function selectTrack(index) {
 
 /** Takes an unlocking back: what is above the limits is blocked again. */
 export async function lockAgain() {
-  await post('/api/pin', {op: 'close'}).catch(() => {});
+  await closeGrant().catch(() => {});
   return send({class: 'PC', command: 'PWDUNLOCK', lock_status: 0});
 }

@@ -183,7 +183,6 @@ export const texts = {
   'settings.pin': 'PIN',
   'settings.pinSet': 'Set',
   'settings.pinNone': 'Not set',
-  'settings.pinChoose': 'Choose a PIN',
   'settings.pinChange': 'Change the PIN',
   'settings.look': 'This television',
   'settings.theme': 'Look',
