@@ -1,7 +1,7 @@
 // The callbacks as they come, each with what it is and asks for.
 
 import {airString, airText, fill, h, setText, show} from '../dom.js';
-import {toast} from '../dialog.js';
+import {tellError, toast} from '../dialog.js';
 import {t} from '../texts.js';
 import {copyText, prettyJson} from './json.js';
 import {clearLog, kept, logEntries, onLog, startLog} from './log.js';
@@ -25,11 +25,14 @@ function timeOf(at) {
       String(date.getMilliseconds()).padStart(3, '0');
 }
 
-// The keys in one line: "PROGRESS · progress 12 · …".
-function summary(message) {
-  return Object.entries(message ?? {}).filter(([name]) => name !== 'class' && name !== 'cbtype')
-      .map(([name, value]) => `${name} ${typeof value === 'string' ? `“${value}”` : value}`)
-      .join(' · ');
+// The keys in one line, those of the table first: "msg “PROGRESS” · progress 12 · …".
+function summary(message, keys) {
+  const names = Object.keys(message ?? {}).filter((name) => name !== 'class' && name !== 'cbtype');
+  const place = (name) => keys.findIndex((key) => key.name === name) >>> 0;
+  return names.sort((a, b) => place(a) - place(b)).map((name) => {
+    const value = message[name];
+    return `${name} ${typeof value === 'string' ? `“${value}”` : JSON.stringify(value)}`;
+  }).join(' · ');
 }
 
 export function mountCallbacks(container) {
@@ -89,7 +92,8 @@ export function mountCallbacks(container) {
       },
       h('span', {class: 'dev-time'}, timeOf(entry.at)),
       h('span', {class: 'dev-kind'}, airText(kindOf(entry) || t('developer.noJson'))),
-      airText(summary(entry.message) || entry.text || '', {class: 'dev-summary'})));
+      airText(summary(entry.message, known.get(kindOf(entry))?.keys ?? []) || entry.text || '',
+          {class: 'dev-summary'})));
     rows.set(entry, element);
     return element;
   }
@@ -190,8 +194,11 @@ export function mountCallbacks(container) {
     for (const {kind: name, pc} of table) {
       if (pc !== 'never') addKind(name);
     }
+    rows.clear();
+    fill(list);
+    draw();
     explain();
-  }, (error) => toast(error.message));
+  }, tellError);
   const end = onLog(() => {
     // Several callbacks between two frames are one drawing.
     frame ||= requestAnimationFrame(() => {

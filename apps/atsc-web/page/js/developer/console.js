@@ -2,7 +2,7 @@
 
 import {post} from '../api.js';
 import {airText, fill, h, icon, setText, show} from '../dom.js';
-import {toast} from '../dialog.js';
+import {tellError, toast} from '../dialog.js';
 import {onPart} from '../live.js';
 import {t, textOr} from '../texts.js';
 import {copyText, prettyJson} from './json.js';
@@ -229,7 +229,7 @@ export function mountConsole(container) {
     drawList();
     const first = table.find((each) => each.class === 'SRV' && each.command === 'GETCUR');
     choose(first ?? table[0], {});
-  }, (error) => toast(error.message));
+  }, tellError);
   return onPart((state) => state.console !== false, (allowed) => {
     show(disabled, !allowed);
     show(sendButton.parentElement, allowed);

@@ -243,7 +243,7 @@ function mount(container) {
     fill(now, icon(block ? 'lock' : channel ? 'check' : 'screen'), h('span', {}, t(`parental.now.${word}`)), what, rated,
         (block?.reasons ?? []).length > 0 && h('span', {class: 'pc-reasons'},
             t('parental.reasons'), ' ', block.reasons.map((reason) =>
-              h('span', {class: 'badge danger'}, airText(reason)))));
+              h('span', {class: 'badge bad'}, airText(reason)))));
     if (matrix) matrix.update({playing: playing(drawn)});
   }
 
