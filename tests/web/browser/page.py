@@ -187,7 +187,7 @@ class Page:
         for entry in self.driver.get_log("browser"):
             refused = entry["source"] == "network" and any(
                 reason in entry["message"] for reason in (
-                    "status of 403", "status of 503", "ERR_CONNECTION_REFUSED",
+                    "status of 401", "status of 403", "status of 503", "ERR_CONNECTION_REFUSED",
                     "ERR_INCOMPLETE_CHUNKED_ENCODING", "ERR_EMPTY_RESPONSE", "ERR_CONNECTION_RESET"))
             if entry["level"] in ("SEVERE", "WARNING") and not refused:
                 self.errors.append(entry["message"])

@@ -133,7 +133,7 @@ class Receiver:
         def answers():
             assert process.poll() is None, "atsc-web ended:\n" + self.log("atsc-web")
             try:
-                return self.get("/api/state")
+                return self.request("/api/state")  # 401 with a token
             except OSError:
                 return None
 

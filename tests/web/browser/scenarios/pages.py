@@ -1,5 +1,7 @@
 """Every page: hostile texts, keyboard, phone, accessibility; what the developer's pages do."""
 
+import os
+
 from receiver import AIR, until
 from scenario import scenario
 
@@ -182,3 +184,19 @@ def for_developers(scene):
     page.gone("[data-test=console-send]:enabled")
     status, answer = receiver.request("/api/console", b'{"class":"PC","command":"RESET"}')
     assert (status, answer["error"]) == (403, "console")
+
+    # With a token the page asks once, and the browser keeps it.
+    scene.forget(page)
+    receiver.stop("atsc-web")
+    token = os.path.join(receiver.folder, "token")
+    with open(os.open(token, os.O_CREAT | os.O_WRONLY, 0o600), "w", encoding="utf-8") as file:
+        file.write("a-secret-of-the-house")
+    receiver.web("--token-file", token)
+    page = scene.page()
+    page.type(".login input", "not the secret")
+    page.keys("ENTER")
+    page.see(".login-message")
+    page.type(".login input", "a-secret-of-the-house")
+    page.keys("ENTER")
+    page.see("banner-number")
+    scene.page("/guide").see("guide-cell")

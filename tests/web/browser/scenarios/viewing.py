@@ -27,7 +27,7 @@ def first_start_to_the_guide(scene):
     # A page that comes in the middle of it shows the scan with what was found before.
     page.reload()
     page.see("scan-stop")
-    page.see("scan-services", "3")
+    page.see("[data-test=scan-band] [data-carrier]")
     page.see("scan-services", "12")
     assert len(page.js("return document.querySelectorAll('[data-test=scan-band] [data-rf]')")) == 68
     carriers = page.js("return [...document.querySelectorAll('[data-test=scan-band] [data-carrier]')]"
