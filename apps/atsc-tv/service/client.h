@@ -29,8 +29,8 @@ class Client {
   // reply is not an object.
   Json::Value ask(const Json::Value& command) const;
 
-  // For functions that ask the service.
-  operator Ask() const {
+  // A client may be passed wherever the service is asked.
+  operator Ask() const {  // NOLINT(google-explicit-constructor): see above
     return [client = *this](const Json::Value& command) { return client.ask(command); };
   }
 

@@ -226,7 +226,7 @@ bool Television::startService() {
   const auto init = ask("FW", "INIT");
   if (!init || init->result != 0) return false;
   if (!registered_) return true;
-  const auto send = [&](Json::Value command) {
+  const auto send = [&](const Json::Value& command) {
     viewing_.sending(command, Clock::now());
     const Sent sent = link_.send(command, kCommandPatience);
     if (sent.fault != LinkFault::kNone) return false;

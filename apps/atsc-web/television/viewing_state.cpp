@@ -70,16 +70,16 @@ void ViewingState::change(Clock::time_point now) {
 
 void ViewingState::callback(const Json::Value& message, Clock::time_point now) {
   using Handler = void (*)(ViewingState&, const Json::Value&, Clock::time_point);
-  constexpr auto limits = [](ViewingState& s, const Json::Value&, Clock::time_point) {
+  const Handler limits = [](ViewingState& s, const Json::Value&, Clock::time_point) {
     s.questions.viewing = s.questions.limits = true;
   };
-  constexpr auto guide = [](ViewingState& s, const Json::Value&, Clock::time_point) {
+  const Handler guide = [](ViewingState& s, const Json::Value&, Clock::time_point) {
     s.guideChanged = s.questions.viewing = true;
   };
-  constexpr auto clock = [](ViewingState& s, const Json::Value&, Clock::time_point) {
+  const Handler clock = [](ViewingState& s, const Json::Value&, Clock::time_point) {
     s.questions.clock = true;
   };
-  constexpr auto alert = [](ViewingState& s, const Json::Value& message, Clock::time_point) {
+  const Handler alert = [](ViewingState& s, const Json::Value& message, Clock::time_point) {
     s.alert_ = Json::objectValue;
     s.alert_["blocking"] = message["cbtype"] == "EASSTARTBLOCKING";
     s.alert_["text"] = stringMember(message, "text");
