@@ -36,7 +36,7 @@ function badges(state) {
     tracks.slice(0, maxTracks).map((track) => h('span', {
       class: track.index === audio.playing ? 'badge playing' : 'badge', 'data-test': 'banner-audio',
       'aria-current': track.index === audio.playing ? 'true' : null,
-    }, track.index === audio.playing && icon('audio'), airText(trackText(track)))),
+    }, track.index === audio.playing && icon('audio'), airText(trackText(track, track.index !== audio.playing)))),
     tracks.length > maxTracks && badge(`+${tracks.length - maxTracks}`),
     groups.length > 0 && h('span', {class: 'badge', 'data-test': 'banner-favourites'}, icon('star'),
         t('screen.favourite', {n: groupText})),

@@ -9,11 +9,11 @@ import {toggleRemote} from './remote.js';
 import {lockAgain, selectTrack, setStandby, switchSource} from './television.js';
 import {sourceName, t, textOr} from './texts.js';
 
-/** "English AC-3, audio description" */
-export function trackText(track) {
+/** "English AC-3, described"; brief leaves the coding out. */
+export function trackText(track, brief = false) {
   const language = track.language ? textOr(`language.${track.language}`, track.language) :
       t('screen.track', {track: track.index + 1});
-  const parts = [t('screen.trackOf', {language, coding: track.coding ?? ''}).trim()];
+  const parts = [t('screen.trackOf', {language, coding: brief ? '' : track.coding ?? ''}).trim()];
   if (track.described) parts.push(t('screen.described'));
   return parts.join(', ');
 }

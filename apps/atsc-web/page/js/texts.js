@@ -114,7 +114,7 @@ export const texts = {
   'screen.noTitle': 'No title',
   'screen.noProgramme': 'No programme information',
   'screen.captions': 'CC',
-  'screen.described': 'audio description',
+  'screen.described': 'described',
   'screen.track': 'Audio {track}',
   'screen.trackOf': '{language} {coding}',
   'screen.favourite': 'Favourites {n}',
