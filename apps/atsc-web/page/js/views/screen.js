@@ -60,6 +60,7 @@ function blockMessage(block, hasPin) {
       return answer.unlocked === false ? t('pin.notUnlocked') : undefined;
     },
   });
+  if (pad && state().pin.wait > 0) pad.say({wait: state().pin.wait});
   return h('div', {class: 'screen-message block', 'data-test': 'block', 'data-kind': block.kind},
       h('div', {class: 'block-why'},
           icon('lock'),
@@ -119,9 +120,9 @@ function whichMessage(current, known) {
   return {key: '', make: () => null};
 }
 
-// Neighbours on the dial get colours far apart: the golden angle.
+// Teal to violet, which go with the rest; neighbours on the dial are far apart (the golden ratio).
 function hue(channel) {
-  return Math.round((channel.major * 137.5 + channel.minor * 57) % 360);
+  return Math.round(185 + ((channel.major * 0.618 + channel.minor * 0.382) % 1) * 95);
 }
 
 const keys = {handle: null};

@@ -2,7 +2,7 @@
 // program changes is shown as it comes.
 
 import {command} from '../api.js';
-import {choosePin, tellError} from '../dialog.js';
+import {choosePin, openDialog, tellError} from '../dialog.js';
 import {h, icon, setText} from '../dom.js';
 import {onPart, onState} from '../live.js';
 import {openAudio, trackText} from '../menu.js';
@@ -27,6 +27,13 @@ function row(label, value, onclick, test) {
   return onclick ? h('button', {type: 'button', class: 'row', onclick, 'data-test': test},
       h('span', {class: 'row-label'}, label), value, icon('right')) :
     h('div', {class: 'row', 'data-test': test}, h('span', {class: 'row-label'}, label), value);
+}
+
+// What the keyboard does, as the remote control's keys.
+function openKeys() {
+  const keys = ['up', 'page', 'digits', 'last', 'info', 'enter', 'guide', 'menu', 'remote', 'back'];
+  return openDialog({title: t('settings.keys'), body: h('dl', {class: 'keys', tabindex: '0'},
+      keys.map((key) => [h('dt', {}, t(`keys.${key}`)), h('dd', {}, t(`keys.${key}Does`))]))});
 }
 
 const named = (prefix, values) => values.map((value) => [value, t(`${prefix}.${value}`)]);
@@ -77,7 +84,9 @@ function mount(container) {
       group(t('settings.alerts'), level, repeats, cableOnly),
       group(t('settings.look'),
           row(t('settings.pin'), pin, () => choosePin().catch(tellError), 'settings-pin'),
-          themeChoice, standby, row(t('settings.version'), version))));
+          themeChoice, standby,
+          row(t('settings.keys'), value(), openKeys, 'settings-keys'),
+          row(t('settings.version'), version))));
 
   async function readAlerts() {
     try {
@@ -105,9 +114,8 @@ function mount(container) {
     }),
     onPart((current) => current.captions, (part) => setText(captions,
         part ? t('settings.captionsFor', {aspect: part.aspect}) : t('common.none'))),
-    onPart((current) => current.pin?.set, (set) => {
-      setText(pin, t(set ? 'settings.pinSet' : 'settings.pinNone'));
-    }),
+    onPart((current) => current.pin, (part) => setText(pin, t(part?.broken ? 'settings.pinBroken' :
+      part?.set ? 'settings.pinSet' : 'settings.pinNone'))),
     onState((current) => standby.set(current.standby)),
     onPart((current) => [current.service?.running, current.service?.pid], readAlerts),
     onPart((current) => current.version, (part) => setText(version, part)),
