@@ -72,10 +72,8 @@ void checkAccess(const web::WholeRequest& request, const web::Site::Outcome& out
   fuzz::require(status != 500, "no fault of the server", request.head);
   const std::string head = answer.substr(0, headEnd);
   fuzz::require(head.find("Access-Control") == std::string::npos, "no other origin", answer);
-  if (request.fault == 0) {
-    fuzz::require(head.find("Content-Security-Policy: default-src 'none'") != std::string::npos,
-                  "a policy", answer);
-  }
+  fuzz::require(head.find("Content-Security-Policy: default-src 'none'") != std::string::npos,
+                "a policy", answer);
   if (status < 300) {
     const std::string asked = lower(request.head);
     fuzz::require(countOf(asked, "\r\nhost:") == 1, "one host", request.head);

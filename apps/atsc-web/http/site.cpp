@@ -26,6 +26,15 @@ constexpr std::pair<const char*, const char*> kEveryAnswer[] = {
 
 constexpr const char* kNoStore = "no-store";
 
+// Returns the lines of those headers.
+std::string everyHeader() {
+  std::string lines;
+  for (const auto& [name, value] : kEveryAnswer) {
+    lines.append(name).append(": ").append(value).append("\r\n");
+  }
+  return lines;
+}
+
 // The bytes of one request, and of its answer.
 class MemoryStream final : public httplib::Stream {
  public:
@@ -150,14 +159,10 @@ class Site::Parser final : public httplib::Server {
   }
 
   std::string eventsHead() const {
-    std::string head =
-        "HTTP/1.1 200 OK\r\nContent-Type: text/event-stream\r\nCache-Control: no-store\r\n"
-        "Connection: close\r\n";
-    for (const auto& [name, value] : kEveryAnswer) {
-      head.append(name).append(": ").append(value).append("\r\n");
-    }
     // A page comes back a second after the program does.
-    return head + "\r\nretry: 1000\n\n";
+    return "HTTP/1.1 200 OK\r\nContent-Type: text/event-stream\r\nCache-Control: no-store\r\n"
+           "Connection: close\r\n" +
+           everyHeader() + "\r\nretry: 1000\n\n";
   }
 
   Site& site_;
@@ -185,8 +190,8 @@ std::string Site::refusal(int status, const std::string& error, const std::strin
   const std::string body = errorResponse(status, error, message).body;
   // A client shows the number; the words behind it mean nothing.
   return "HTTP/1.1 " + std::to_string(status) +
-         " Refused\r\nContent-Type: application/json\r\nConnection: close\r\nContent-Length: " +
-         std::to_string(body.size()) + "\r\n\r\n" + body;
+         " Refused\r\nContent-Type: application/json\r\nConnection: close\r\n" + everyHeader() +
+         "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
 }
 
 std::optional<Response> Site::refuse(const Request& request, const std::string& local) {
