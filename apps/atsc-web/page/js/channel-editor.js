@@ -5,7 +5,7 @@ import {favouriteGroups, flags} from './channels.js';
 import {megahertz} from './band.js';
 import {tellError, toast} from './dialog.js';
 import {airText, fill, h, icon, setAirText, setText, show} from './dom.js';
-import {switchButton} from './parts.js';
+import {button, switchButton} from './parts.js';
 import {playChannel} from './television.js';
 import {sourceName, t} from './texts.js';
 
@@ -28,13 +28,11 @@ export async function change(message) {
 export class ChannelEditor {
   constructor() {
     this.channel_ = null;
-    const action = (test, run) => h('button', {'type': 'button', 'class': 'button', 'data-test': test,
-      'onclick': run});
     this.number_ = h('span', {class: 'editor-number'});
     this.name_ = airText('');
     this.facts_ = h('p', {class: 'editor-facts dim'});
-    this.play_ = h('button', {'type': 'button', 'class': 'button primary', 'data-test': 'channel-play',
-      'onclick': () => playChannel(this.channel_)}, t('channels.play'));
+    this.play_ = button({test: 'channel-play', text: t('channels.play'), kind: 'primary',
+      run: () => playChannel(this.channel_)});
     this.skip_ = switchButton({label: t('channels.skip'), test: 'channel-skip',
       onChange: (on) => this.mark_(on ? 'skip' : 'unskip')});
     this.lock_ = switchButton({label: t('channels.lock'), test: 'channel-lock',
@@ -46,23 +44,22 @@ export class ChannelEditor {
     }, index + 1));
     this.field_ = h('input', {'class': 'field', 'maxlength': kNameLength, 'autocomplete': 'off',
       'spellcheck': 'false', 'aria-label': t('channels.name'), 'data-test': 'channel-name'});
-    this.renamed_ = action('channel-rename', () => this.rename_());
-    this.renamed_.textContent = t('channels.rename');
-    this.delete_ = action('channel-delete', () =>
-      this.mark_(this.channel_.flags & flags.deleted ? 'undelete' : 'delete'));
+    this.delete_ = button({test: 'channel-delete',
+      run: () => this.mark_(this.channel_.flags & flags.deleted ? 'undelete' : 'delete')});
     this.element = h('div', {'class': 'editor', 'data-test': 'channel-editor'},
         h('h2', {class: 'editor-title'}, this.number_, this.name_), this.facts_,
         h('div', {class: 'editor-actions'}, this.play_, this.delete_),
         this.skip_, this.lock_,
-        h('div', {'class': 'editor-favourites', 'role': 'group', 'aria-label': t('channels.favourites')},
+        h('div', {'role': 'group', 'aria-label': t('channels.favourites')},
             h('h3', {}, icon('star'), t('channels.favourites')),
             h('div', {class: 'editor-groups'}, this.groups_)),
         h('form', {class: 'editor-name', onsubmit: (event) => {
           event.preventDefault();
           this.rename_();
         }}, h('h3', {}, t('channels.name')),
-        h('div', {class: 'editor-rename'}, this.field_, this.renamed_)));
-    this.renamed_.type = 'submit';
+        h('div', {class: 'editor-rename'}, this.field_,
+            h('button', {'type': 'submit', 'class': 'button', 'data-test': 'channel-rename'},
+                t('channels.rename')))));
   }
 
   /** Shows a channel ({...entry of the list, src}), or what has become of it. */
@@ -106,7 +103,7 @@ export class ChannelEditor {
     this.mark_(on ? 'unfav' : 'fav', {group});
   }
 
-  /** The service takes the marks of a channel away when it gets another name: they are set again. */
+  /** The service takes the marks of a channel that it renames away: they are set again. */
   async rename_() {
     const name = this.field_.value.trim();
     const {freq, flags: marks} = this.channel_;

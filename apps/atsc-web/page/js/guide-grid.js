@@ -40,7 +40,8 @@ export class GuideGrid {
 
     this.corner_ = h('div', {class: 'guide-corner'});
     this.nowFlag_ = h('div', {class: 'guide-now-flag'});
-    this.head_ = h('div', {'class': 'guide-head', 'aria-hidden': 'true'}, this.corner_, this.nowFlag_);
+    this.head_ = h('div', {'class': 'guide-head', 'aria-hidden': 'true'},
+        this.corner_, this.nowFlag_);
     this.nowLine_ = h('div', {'class': 'guide-now-line', 'data-test': 'guide-now-line',
       'role': 'presentation'});
     this.canvas_ = h('div', {class: 'guide-canvas', role: 'presentation'}, this.nowLine_);
@@ -63,6 +64,7 @@ export class GuideGrid {
     this.observer_.disconnect();
     cancelAnimationFrame(this.frame_);
     this.frame_ = -1;
+    clearTimeout(this.settled_);
   }
 
   /** Pixels from the left edge of the row to a time. */
@@ -103,6 +105,13 @@ export class GuideGrid {
     if (this.size_) this.placeNow_(utc);
     if (minute === this.minute_) return;
     this.minute_ = minute;
+    // Who looks at now goes on with it.
+    const half = Math.floor(utc / kHalfHour) * kHalfHour;
+    if (this.half_ && half === this.half_ + kHalfHour && Math.abs(this.left_() - this.half_) < 60) {
+      this.scrollToTime_(half);
+      this.focusTime_ = Math.max(this.focusTime_, half);
+    }
+    this.half_ = half;
     this.redraw();
   }
 
@@ -353,7 +362,8 @@ export class GuideGrid {
 
   key_(event) {
     if (event.altKey || event.ctrlKey || event.metaKey || !this.size_) return;
-    const page = Math.max(1, Math.floor((this.size_.height - this.headHeight_) / this.rowHeight) - 1);
+    const room = this.size_.height - this.headHeight_;
+    const page = Math.max(1, Math.floor(room / this.rowHeight) - 1);
     switch (event.key) {
       case 'ArrowDown': this.moveRow_(1); break;
       case 'ArrowUp':

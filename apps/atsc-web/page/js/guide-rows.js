@@ -19,11 +19,12 @@ export function drawnCell(element) {
 /** A programme, a gap or something that is still to come. */
 class Cell {
   constructor() {
+    this.lock_ = icon('lock');
     this.title_ = airText('');
     this.times_ = h('span', {class: 'guide-times'});
     this.marks_ = h('span', {class: 'guide-marks'});
     this.text_ = h('div', {class: 'guide-text'},
-        h('div', {class: 'guide-title'}, this.title_),
+        h('div', {class: 'guide-title'}, this.lock_, this.title_),
         h('div', {class: 'guide-sub'}, this.times_, this.marks_));
     this.element = h('div', {
       'class': 'guide-cell', 'role': 'gridcell', 'id': `guide-cell-${++nextId}`,
@@ -66,7 +67,7 @@ class Cell {
     else delete this.element.dataset.blocked;
     if (!programme) return;
     if (programme.blocked) {
-      this.marks_.append(h('span', {class: 'guide-mark blocked'}, icon('lock'), t('guide.blocked')));
+      this.marks_.append(h('span', {class: 'guide-mark blocked'}, t('guide.blocked')));
     }
     if (programme.rating) {
       this.marks_.append(airText(programme.rating, {class: 'guide-mark'}));

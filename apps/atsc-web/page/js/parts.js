@@ -39,13 +39,8 @@ export function pickRow({label, options, value, onChange, test}) {
   const shown = h('span', {class: 'row-value'});
   const element = h('button', {type: 'button', class: 'row', 'data-test': test,
     'aria-haspopup': 'dialog', onclick: async () => {
-      const {openDialog} = await import('./dialog.js');
-      const key = await openDialog({title: label, body: (close) =>
-        h('div', {class: 'list'}, options.map(([other, text]) => h('button', {
-          type: 'button', class: 'list-item', 'data-value': other, 'data-test': 'option',
-          'aria-pressed': String(other === element.chosen), 'data-focus': other === element.chosen,
-          onclick: () => close(other),
-        }, icon(other === element.chosen ? 'check' : ''), h('span', {}, text))))});
+      const {choose} = await import('./choose.js');
+      const key = await choose({title: label, options, value: element.chosen});
       if (key === undefined || key === element.chosen) return;
       element.set(key);
       onChange(key);
@@ -56,6 +51,12 @@ export function pickRow({label, options, value, onChange, test}) {
   };
   element.set(value);
   return element;
+}
+
+/** A button: {test, text (or nodes), run, kind: 'primary'|'danger'}. */
+export function button({test, text, run, kind = ''}) {
+  return h('button', {type: 'button', class: `button ${kind}`.trim(), 'data-test': test, onclick: run},
+      text);
 }
 
 /** A switch: {label, checked, onChange}; the returned element has set(checked). */

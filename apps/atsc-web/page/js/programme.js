@@ -66,7 +66,8 @@ export function openProgramme({src, channel, programme, onShow}) {
   const from = now();
   const running = programme.start <= from && from < programme.start + programme.duration;
   const actions = [{
-    text: running ? t('guide.watch') : t('guide.watchChannel'), kind: 'primary', test: 'programme-play',
+    text: t(running ? 'guide.watch' : 'guide.watchChannel'), kind: 'primary',
+    test: 'programme-play',
     onclick: () => playChannel({...channel, src}),
   }];
   if (onShow) actions.push({text: t('guide.show'), onclick: onShow});

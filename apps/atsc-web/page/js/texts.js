@@ -346,7 +346,7 @@ export const texts = {
   'channels.rename': 'Rename',
   'channels.renamed': 'The channel has its new name.',
   'channels.delete': 'Delete',
-  'channels.undelete': 'Take back',
+  'channels.undelete': 'Restore',
   'channels.locked': 'Locked',
   'channels.skipped': 'Skipped',
   'channels.deleted': 'Deleted',

@@ -41,7 +41,7 @@ export class VirtualList {
     this.frame_ = -1;
   }
 
-  /** Shows other items; the chosen one and its place in the window stay. `empty`: said without any. */
+  /** Shows other items; the chosen one stays in its place. `empty`: said if there are none. */
   set(items, empty) {
     const held = this.items_[this.index_];
     const key = held === undefined ? undefined : this.keyOf_(held);

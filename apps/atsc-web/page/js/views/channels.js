@@ -8,7 +8,7 @@ import {choose} from '../choose.js';
 import {confirmDialog, openDialog, tellError, toast} from '../dialog.js';
 import {airText, h, setAirText, setText, show} from '../dom.js';
 import {onPart, onState, state} from '../live.js';
-import {choice} from '../parts.js';
+import {button, choice} from '../parts.js';
 import {sourceName, t} from '../texts.js';
 import {VirtualList} from '../virtual-list.js';
 
@@ -96,8 +96,8 @@ class ChannelsView {
   build_(container) {
     this.search_ = h('input', {'class': 'field channels-search', 'type': 'search',
       'placeholder': t('channels.search'), 'aria-label': t('channels.search'),
-      'autocomplete': 'off', 'spellcheck': 'false', 'maxlength': '60', 'data-test': 'channel-search',
-      'oninput': () => this.draw_(), 'onkeydown': (event) => {
+      'autocomplete': 'off', 'spellcheck': 'false', 'maxlength': '60',
+      'data-test': 'channel-search', 'oninput': () => this.draw_(), 'onkeydown': (event) => {
         if (event.key !== 'ArrowDown' && event.key !== 'Enter') return;
         event.preventDefault();
         event.stopPropagation();
@@ -110,14 +110,13 @@ class ChannelsView {
         this.src_ = src;
         this.load_(true);
       }});
-    const pick = (test, run) => h('button', {'type': 'button', 'class': 'button', 'data-test': test,
-      'onclick': run});
-    this.order_ = pick('channel-order', () => this.pick_('order', Object.keys(kOrders)));
-    this.filter_ = pick('channel-filter', () => this.pick_('filter', Object.keys(kFilters)));
-    const add = pick('channel-add', () => this.add_());
-    add.textContent = t('channels.add');
-    const reset = pick('channel-reset', () => this.reset_());
-    reset.textContent = t('channels.reset');
+    this.order_ = button({test: 'channel-order',
+      run: () => this.pick_('order', Object.keys(kOrders))});
+    this.filter_ = button({test: 'channel-filter',
+      run: () => this.pick_('filter', Object.keys(kFilters))});
+    const add = button({test: 'channel-add', text: t('channels.add'), run: () => this.add_()});
+    const reset = button({test: 'channel-reset', text: t('channels.reset'),
+      run: () => this.reset_()});
     this.status_ = h('p', {class: 'channels-status dim', role: 'status'});
     this.side_ = h('aside', {'class': 'channels-side', 'aria-label': t('channels.edit'),
       'onkeydown': (event) => {
@@ -204,10 +203,12 @@ class ChannelsView {
     const field = (name, attributes) => {
       const input = h('input', {'class': 'field', 'autocomplete': 'off', 'data-test': `add-${name}`,
         ...attributes});
-      return [input, h('label', {class: 'add-field'}, h('span', {}, t(`channels.add.${name}`)), input)];
+      return [input, h('label', {class: 'add-field'},
+          h('span', {}, t(`channels.add.${name}`)), input)];
     };
     const whole = {type: 'number', inputmode: 'numeric', min: '0'};
-    const [major, majorField] = field('major', {...whole, min: '1', max: src === 'QAM' ? '16383' : '1023'});
+    const [major, majorField] = field('major', {...whole, min: '1',
+      max: src === 'QAM' ? '16383' : '1023'});
     const [minor, minorField] = field('minor', {...whole, max: '1023'});
     const [rf, rfField] = field('rf', {...whole, min: plan[0]?.rf ?? 1,
       max: plan[plan.length - 1]?.rf ?? 135, oninput: () => {
@@ -240,7 +241,9 @@ class ChannelsView {
     if (!(await confirmDialog(t('channels.resetMore', {source}), {
       title: t('channels.resetTitle', {source}), yes: t('channels.resetYes'), danger: true,
     }))) return;
-    if (await change({class: 'SRV', command: 'RESET', src})) toast(t('channels.resetDone', {source}));
+    if (await change({class: 'SRV', command: 'RESET', src})) {
+      toast(t('channels.resetDone', {source}));
+    }
   }
 }
 

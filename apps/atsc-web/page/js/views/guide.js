@@ -9,7 +9,7 @@ import {namedGenres, genreName} from '../genres.js';
 import {GuideData} from '../guide-data.js';
 import {GuideGrid} from '../guide-grid.js';
 import {onPart, onState, state} from '../live.js';
-import {choice} from '../parts.js';
+import {button, choice} from '../parts.js';
 import {
   badges, channelLabel, genreChips, openProgramme, readProgramme, resultRow, titleText, whenText,
 } from '../programme.js';
@@ -108,12 +108,10 @@ class GuideView {
         }
       },
     });
-    this.groupButton_ = h('button', {'type': 'button', 'class': 'button', 'data-test': 'guide-group',
-      'onclick': () => this.chooseGroup_()});
-    this.genreButton_ = h('button', {'type': 'button', 'class': 'button', 'data-test': 'guide-genre',
-      'onclick': () => this.chooseGenre_()});
-    const go = (key, time) => h('button', {'type': 'button', 'class': 'button',
-      'data-test': `guide-${key}`, 'onclick': () => this.go_(time())}, t(`guide.${key}`));
+    this.groupButton_ = button({test: 'guide-group', run: () => this.chooseGroup_()});
+    this.genreButton_ = button({test: 'guide-genre', run: () => this.chooseGenre_()});
+    const go = (key, time) => button({test: `guide-${key}`, text: t(`guide.${key}`),
+      run: () => this.go_(time())});
     const step = (name, days) => h('button', {'type': 'button', 'class': 'icon-button',
       'aria-label': t(`guide.${name}`), 'data-test': `guide-${name}`,
       'onclick': () => this.go_(this.grid_.hours()[0] + days * 24 * kHour + 60)},
@@ -182,7 +180,8 @@ class GuideView {
       this.data_ ??= new GuideData(src, () => this.grid_.redraw());
       if (first || !this.from_) this.from_ = 0;
       this.place_();
-      if (first) this.grid_.jump(now(), state()?.channel?.src === src ? state().channel.key : undefined);
+      const playing = state()?.channel;
+      if (first) this.grid_.jump(now(), playing?.src === src ? playing.key : undefined);
       if (kept.genre) await this.match_();
     } catch (error) {
       if (turn === this.turn_) tellError(error);
@@ -370,6 +369,14 @@ class GuideView {
     this.place_();
   }
 
+  /** Returns whether there was a search. */
+  leaveSearch() {
+    if (!this.found_) return false;
+    this.endSearch_();
+    this.grid_.focus();
+    return true;
+  }
+
   openResult_({channel, programme}) {
     openProgramme({src: this.src_, channel, programme, onShow: () => {
       kept.group = 0;
@@ -383,10 +390,17 @@ class GuideView {
   }
 }
 
+let shown = null;
+
 export const view = {
   name: 'guide',
   mount(container) {
-    const guide = new GuideView(container);
-    return () => guide.close();
+    shown = new GuideView(container);
+    return () => {
+      shown.close();
+      shown = null;
+    };
   },
+  /** Escape leaves the search before it leaves the guide. */
+  onBack: () => shown?.leaveSearch(),
 };

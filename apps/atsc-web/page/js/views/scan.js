@@ -6,7 +6,7 @@ import {channelList, flags, onChannels} from '../channels.js';
 import {openDialog, tellError} from '../dialog.js';
 import {airText, fill, h, setText, show} from '../dom.js';
 import {onPart, state} from '../live.js';
-import {choice} from '../parts.js';
+import {button, choice} from '../parts.js';
 import {playChannel, send} from '../television.js';
 import {sourceName, t} from '../texts.js';
 
@@ -52,23 +52,22 @@ class ScanView {
   }
 
   build_(container) {
-    const start = (test, text, run, kind = '') => h('button', {'type': 'button',
-      'class': `button ${kind}`, 'data-test': test, 'onclick': run}, text);
     this.sources_ = choice({
       label: t('scan.source'), value: this.src_, test: 'scan-source',
       options: kSources.map((src) => [src, sourceName(src)]),
       onChange: (src) => this.source_(src),
     });
-    this.start_ = start('scan-start', '', () => startScan(this.src_), 'primary');
-    this.both_ = start('scan-both', t('scan.both'), async () => {
+    this.start_ = button({test: 'scan-start', kind: 'primary', run: () => startScan(this.src_)});
+    this.both_ = button({test: 'scan-both', text: t('scan.both'), run: async () => {
       nextSource('QAM');
       if (!(await startScan('VSB'))) nextSource('');
-    });
-    this.stop_ = start('scan-stop', t('scan.stop'), () => {
+    }});
+    this.stop_ = button({test: 'scan-stop', text: t('scan.stop'), kind: 'primary', run: () => {
       nextSource('');
       send({class: 'SCAN', command: 'stop'});
-    }, 'primary');
-    this.headline_ = h('p', {'class': 'scan-headline', 'role': 'status', 'data-test': 'scan-services'});
+    }});
+    this.headline_ = h('p', {'class': 'scan-headline', 'role': 'status',
+      'data-test': 'scan-services'});
     this.where_ = h('p', {class: 'scan-where'});
     this.bar_ = h('div', {class: 'scan-over'});
     this.progress_ = h('div', {'class': 'scan-progress', 'role': 'progressbar',
@@ -188,7 +187,9 @@ class ScanView {
       carriers: (scan.band ?? []).filter((entry) => entry.carrier).length,
       tv: scan.tv, radio: scan.radio, data: scan.data,
     } : {carriers: counts.size, tv: kinds.TV, radio: kinds.RADIO, data: kinds.DATA};
-    for (const [key, value] of Object.entries(totals)) setText(this.totals_[key], String(value ?? 0));
+    for (const [key, value] of Object.entries(totals)) {
+      setText(this.totals_[key], String(value ?? 0));
+    }
   }
 
   /** The channels by carrier, with a button that plays them. */
