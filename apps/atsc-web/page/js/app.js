@@ -2,7 +2,7 @@
 
 import {h, fill} from './dom.js';
 import {cancelDigits, digitKey} from './digits.js';
-import {back, hasLayer, hasModal} from './layers.js';
+import {back, closeDialogs, hasLayer, hasModal} from './layers.js';
 import {handleArrow, takesText} from './focus.js';
 import {start} from './live.js';
 import {drawTopbar, startTopbar} from './topbar.js';
@@ -57,6 +57,7 @@ async function route() {
     }};
   }
   if (mine !== turn) return;
+  closeDialogs();
   current?.unmount?.();
   fill(container);
   document.body.dataset.view = name;

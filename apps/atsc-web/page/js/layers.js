@@ -69,6 +69,11 @@ export function openLayer(element, {modal = true, level = 0, onBack, onClose, fo
   return entry.close;
 }
 
+/** Closes dialogs and the menu, as another view comes; an alert and the remote control stay. */
+export function closeDialogs() {
+  for (const {level, close} of [...stack]) if (level === 0) close();
+}
+
 /** Escape: closes or asks the topmost layer. False if there is none. */
 export function back() {
   const entry = stack.findLast((item) => item.modal) ?? stack[stack.length - 1];
