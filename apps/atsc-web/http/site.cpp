@@ -117,8 +117,7 @@ class Site::Parser final : public httplib::Server {
  public:
   Parser(Site& site, const WholeRequest& whole, const std::string& local)
       : site_(site), whole_(whole), local_(local) {
-    for (const auto& [name, value] : kEveryAnswer) default_headers_.emplace(name, value);
-    set_default_headers(default_headers_);
+    set_default_headers({std::begin(kEveryAnswer), std::end(kEveryAnswer)});
     set_keep_alive_max_count(1000);
     set_keep_alive_timeout(30);
     set_pre_routing_handler([this](const httplib::Request& parsed, httplib::Response& response) {
@@ -155,7 +154,8 @@ class Site::Parser final : public httplib::Server {
     to.status = response.status;
     response.headers.emplace("Cache-Control", kNoStore);
     for (const auto& [name, value] : response.headers) to.set_header(name, value);
-    to.set_content(std::move(response.body), response.type);
+    to.set_header("Content-Type", response.type);
+    to.body = std::move(response.body);
   }
 
   std::string eventsHead() const {
@@ -168,7 +168,6 @@ class Site::Parser final : public httplib::Server {
   Site& site_;
   const WholeRequest& whole_;
   const std::string& local_;
-  httplib::Headers default_headers_;
   std::optional<EventHub::Subscriber> page_;
 };
 
