@@ -433,7 +433,7 @@ export const texts = {
   'parental.collect': 'Look for rating tables',
   'parental.collecting': 'All carriers are searched for rating tables.',
   'parental.RESET': 'Remove all limits',
-  'parental.resetMore': 'All ratings and groups of all regions become allowed. Parental control stays on or off.',
+  'parental.resetMore': 'All ratings and groups of all regions become allowed. Parental control stays as it is, on or off.',
   'parental.DEFAULTSETTING': 'Factory settings',
   'parental.defaultMore': 'All limits are removed, region 1 is in force, and parental control is off. The PIN stays.',
 
@@ -518,7 +518,8 @@ export const texts = {
   'developer.result': 'Result {result}',
   'developer.took': '{ms} ms',
   'developer.ok': 'Done. The reply:',
-  'developer.okSilent': 'Done. This command has no reply, or no service runs.',
+  'developer.okSilent': 'Done. This command has no reply.',
+  'developer.okEmpty': 'Done, but without a reply. A query without one means that no service runs.',
   'developer.refused': 'Refused or failed.',
   'developer.refusedMore': 'The log of the service says why, at level `error`: an unknown class or command, a key of the wrong type (`command refused:`), or what the middleware did not do.',
   'developer.reply': 'Reply',

@@ -151,7 +151,9 @@ export function mountConsole(container) {
     const {result, text, reply, ms, sent} = last;
     const row = table.find((each) => each.class === sent?.class && each.command === sent?.command);
     const wrong = row ? problems(row, sent) : [];
-    const meaning = result === 0 ? (text === null ? 'developer.okSilent' : 'developer.ok') :
+    const meaning = result === 0 ? (text !== null ? 'developer.ok' :
+      row && row.reply.length > 0 && sent.op !== 'set' ? 'developer.okEmpty' :
+        'developer.okSilent') :
       'developer.refused';
     const toggle = h('button', {type: 'button', class: 'button', 'aria-pressed': String(rawShown),
       'data-test': 'console-raw-reply', onclick: () => {

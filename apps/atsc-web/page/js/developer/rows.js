@@ -22,7 +22,7 @@ export function mountRows(container) {
   let turn = 0;
 
   const choose = tables.map(([file, name]) => h('button', {
-    type: 'button', class: 'dev-tab', 'data-test': 'rows-table', 'data-table': name,
+    type: 'button', class: 'tab', 'data-test': 'rows-table', 'data-table': name,
     onclick: () => {
       [database, table] = [file, name];
       offset = 0;

@@ -17,7 +17,7 @@ function mount(container, wanted) {
   const box = h('div', {class: 'dev-part'});
   const what = h('p', {class: 'dim dev-intro'});
   const tabs = Object.keys(parts).map((name) => h('a', {
-    class: 'dev-tab', href: `#/developer/${name}`, 'data-test': `developer-${name}`,
+    class: 'tab', href: `#/developer/${name}`, 'data-test': `developer-${name}`,
   }, t(`developer.${name}`)));
 
   showPart = (part) => {

@@ -140,7 +140,7 @@ function mount(container) {
     if (names !== tabsDrawn) {
       tabsDrawn = names;
       fill(tabs, regions.map(({table}) => h('button', {
-        type: 'button', class: 'pc-tab', 'data-test': 'region-tab', 'data-region': table.number,
+        type: 'button', class: 'tab', 'data-test': 'region-tab', 'data-region': table.number,
         onclick: () => {
           shown = table.number;
           draw();
