@@ -112,8 +112,13 @@ Response answerChannels(GuideStore& store, const Request& request) {
       .key("channels")
       .open('[');
   const std::shared_ptr<const ChannelList> list = store.channels(source);
-  constexpr size_t kUsualLength = 320;
-  json.reserve(list->rows().size() * kUsualLength);
+  constexpr size_t kRestOfChannel = 240;
+  size_t length = 0;
+  for (const ChannelRow& channel : list->rows()) {
+    length += channel.name.size() + channel.key.size() + channel.audio.size() +
+              channel.video.size() + kRestOfChannel;
+  }
+  json.reserve(length);
   for (const ChannelRow& channel : list->rows()) writeChannel(json, source, channel);
   json.close(']').close('}');
   return answerOf(json);
