@@ -92,9 +92,11 @@ export function toggleRemote(open = !close) {
     return;
   }
   const element = build();
+  // Not the first key, which is standby.
+  const focus = element.querySelector('.ok');
   document.addEventListener('focusin', remember);
   before = document.activeElement;
-  close = openLayer(element, {modal: false, level: 5, onClose: () => {
+  close = openLayer(element, {modal: false, level: 5, focus, onClose: () => {
     close = null;
     document.removeEventListener('focusin', remember);
   }});
