@@ -334,7 +334,6 @@ export const texts = {
   'channels.type.RADIO': 'Radio',
   'channels.type.DATA': 'Data',
   'channels.count': '{n} of {all} channels',
-  'channels.empty': 'There are no channels yet. The channel search finds what is received.',
   'channels.noneFound': 'No channel is like that.',
   'channels.edit': 'Channel',
   'channels.play': 'Watch',

@@ -7,6 +7,7 @@ import {channelList, flags, onChannels} from '../channels.js';
 import {choose} from '../choose.js';
 import {confirmDialog, openDialog, tellError, toast} from '../dialog.js';
 import {airText, h, setAirText, setText, show} from '../dom.js';
+import {noChannels} from '../no-channels.js';
 import {onPart, onState, state} from '../live.js';
 import {button, choice} from '../parts.js';
 import {sourceName, t} from '../texts.js';
@@ -117,6 +118,7 @@ class ChannelsView {
     const add = button({test: 'channel-add', text: t('channels.add'), run: () => this.add_()});
     const reset = button({test: 'channel-reset', text: t('channels.reset'),
       run: () => this.reset_()});
+    this.empty_ = noChannels();
     this.status_ = h('p', {class: 'channels-status dim', role: 'status'});
     this.side_ = h('aside', {'class': 'channels-side', 'aria-label': t('channels.edit'),
       'onkeydown': (event) => {
@@ -128,7 +130,7 @@ class ChannelsView {
     container.append(h('div', {class: 'channels'},
         h('div', {class: 'channels-tools'}, this.search_, this.sources_,
             h('div', {class: 'strip'}, this.order_, this.filter_, add, reset)),
-        h('div', {class: 'channels-main'}, this.list_.element, this.side_),
+        h('div', {class: 'channels-main'}, this.list_.element, this.side_, this.empty_),
         this.status_));
     this.label_();
   }
@@ -172,7 +174,8 @@ class ChannelsView {
         (q === '' || channel.plain.includes(q) || channel.number.startsWith(q)))
         .sort(kOrders[kept.order]);
     const none = this.all_.length === 0;
-    this.list_.set(this.shown_, t(none ? 'channels.empty' : 'channels.noneFound'));
+    this.list_.set(this.shown_, none ? '' : t('channels.noneFound'));
+    this.empty_.say(none ? t('guide.empty') : '', true);
     setText(this.status_, none ? '' : t('channels.count', {n: this.shown_.length,
       all: this.all_.length}));
     this.edit_();

@@ -8,6 +8,7 @@ import {airText, fill, h, icon, setText, show} from '../dom.js';
 import {namedGenres, genreName} from '../genres.js';
 import {GuideData} from '../guide-data.js';
 import {GuideGrid} from '../guide-grid.js';
+import {noChannels} from '../no-channels.js';
 import {onPart, onState, state} from '../live.js';
 import {button, choice} from '../parts.js';
 import {
@@ -119,7 +120,9 @@ class GuideView {
     this.detailBox_ = h('section', {'class': 'guide-detail', 'aria-label': t('guide.chosen'),
       'data-test': 'guide-detail'});
     this.status_ = h('p', {class: 'guide-status', role: 'status'});
-    this.main_ = h('div', {class: 'guide-main'}, this.grid_.element, this.results_.element);
+    this.empty_ = noChannels();
+    this.main_ = h('div', {class: 'guide-main'}, this.grid_.element, this.results_.element,
+        this.empty_);
     container.append(h('div', {class: 'guide'},
         h('div', {class: 'guide-tools'},
             this.sources_,
@@ -204,21 +207,20 @@ class GuideView {
         (!this.matching_ || this.matching_.has(channel.row)));
     this.grid_.genre = kept.genre;
     this.grid_.show({data: this.data_, channels, from: this.from_, to});
-    const empty = channels.length === 0;
-    show(this.grid_.element, !empty && !this.found_);
     this.tell_(channels.length);
   }
 
   tell_(count) {
     if (this.found_) return;
-    this.status_.classList.toggle('quiet', count > 0 && !kept.genre && !kept.group);
-    if (kept.genre) {
-      setText(this.status_, t('guide.countGenre', {n: count, genre: genreName(kept.genre)}));
-    } else if (count === 0) {
-      setText(this.status_, kept.group ? t('guide.emptyGroup') : t('guide.empty'));
-    } else {
-      setText(this.status_, t(count === 1 ? 'guide.countOne' : 'guide.count', {n: count}));
-    }
+    show(this.grid_.element, count > 0);
+    show(this.detailBox_, count > 0);
+    this.status_.classList.toggle('quiet', count === 0 || (!kept.genre && !kept.group));
+    const key = count === 1 ? 'guide.countOne' : 'guide.count';
+    const text = kept.genre ? t('guide.countGenre', {n: count, genre: genreName(kept.genre)}) :
+      kept.group && count === 0 ? t('guide.emptyGroup') : t(key, {n: count});
+    if (this.channels_.length === 0) this.empty_.say(t('guide.empty'), true);
+    else this.empty_.say(count === 0 ? text : '');
+    setText(this.status_, count === 0 ? '' : text);
   }
 
   /** The guide has changed: what is in sight is read anew and drawn when it is there. */
@@ -345,6 +347,7 @@ class GuideView {
       const results = answer.results.filter((entry) => byRow.has(entry.row))
           .map((programme) => ({programme, channel: byRow.get(programme.row)}));
       this.found_ = true;
+      this.empty_.say('');
       this.status_.classList.remove('quiet');
       show(this.grid_.element, false);
       show(this.detailBox_, false);
@@ -365,7 +368,6 @@ class GuideView {
     if (!this.found_) return;
     this.found_ = false;
     show(this.results_.element, false);
-    show(this.detailBox_, true);
     this.place_();
   }
 
