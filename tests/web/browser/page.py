@@ -211,7 +211,7 @@ class Page:
         return [f"{where}: {fault}" for fault in found]
 
     def picture(self, path):
-        os.makedirs(os.path.dirname(path), exist_ok=True)
+        os.makedirs(os.path.dirname(os.path.abspath(path)), exist_ok=True)
         image = self.cdp("Page.captureScreenshot", format="png")
         with open(path, "wb") as file:
             file.write(base64.b64decode(image["data"]))

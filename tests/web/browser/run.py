@@ -97,7 +97,8 @@ def main():
     parser.add_argument("-k", metavar="WORD", action="append", default=[],
                         help="only the scenarios with one of these words in their names")
     parser.add_argument("--list", action="store_true", help="print the names of the scenarios")
-    parser.add_argument("--pictures", metavar="DIR", help="make pictures of the pages in DIR")
+    parser.add_argument("--pictures", metavar="DIR", help="make the pictures of the documents in DIR too, and in DIR/all (if there) "
+                        "each page at each size, dark and light")
     parser.add_argument("--build", default=os.path.join(ROOT, "build", "native"),
                         help="folder of the programs (default: build/native)")
     arguments = parser.parse_args()
@@ -109,7 +110,8 @@ def main():
         if file.endswith(".py"):
             importlib.import_module(file[:-3])
     chosen = {name: function for name, function in registered.items()
-              if not arguments.k or any(word in name for word in arguments.k)}
+              if (not arguments.k or any(word in name for word in arguments.k))
+              and (name != "pictures" or arguments.pictures)}
     if arguments.list:
         print(*chosen, sep="\n")
         return 0
