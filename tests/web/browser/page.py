@@ -35,7 +35,9 @@ def browser():
                      "--disable-backgrounding-occluded-windows", "--window-size=1280,720"):
         options.add_argument(argument)
     options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
-    return webdriver.Chrome(service=Service("/usr/bin/chromedriver"), options=options)
+    driver = webdriver.Chrome(service=Service("/usr/bin/chromedriver"), options=options)
+    driver.set_page_load_timeout(20)
+    return driver
 
 
 def selector(name):

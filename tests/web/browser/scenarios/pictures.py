@@ -3,10 +3,12 @@
 DIR gets the pictures of the documents; DIR/all, if it exists, each page at each size, dark and light.
 """
 
+import datetime
 import os
+import subprocess
 
 from page import SIZES
-from receiver import AIR, CABLE, EVENING, lineup, until
+from receiver import AIR, CABLE, lineup, until
 from scenario import scenario
 from limits import with_alert
 
@@ -28,12 +30,19 @@ class Album:
     def __init__(self, scene, page):
         self.scene = scene
         self.page = page
+        self.evenings = 0
         self.all = os.path.join(scene.pictures, "all")
 
     def evening(self):
-        """Sets the receiver's clock, so that each picture shows the same minute."""
-        self.scene.receiver.change(lineup(AIR), K5, start=EVENING)
-        until(lambda: 0 <= self.scene.receiver.state()["clock"]["utc"] - 1795287900 < 5, "the clock")
+        """Sets the receiver's clock back, so that each picture shows the same minute."""
+        self.evenings += 1  # streams with the same start share a clock that runs on
+        for start in (f"2026-11-21T18:{self.evenings:02}:00Z", f"2026-11-21T19:05:{self.evenings:02}Z"):
+            self.scene.receiver.change(lineup(AIR), K5, start=start)
+            until(lambda start=start: self.clock().startswith(start[:16]), f"the clock at {start}")
+
+    def clock(self):
+        utc = self.scene.receiver.state()["clock"]["utc"]
+        return datetime.datetime.fromtimestamp(utc, datetime.timezone.utc).isoformat()
 
     def take(self, name, arrange=None):
         for size in SIZES:
@@ -48,7 +57,9 @@ class Album:
                 self.page.later("const done = arguments[0]; document.fonts.ready.then(() =>"
                                 "requestAnimationFrame(() => setTimeout(done, 250)));")
                 for file in chosen:
-                    self.page.picture(os.path.join(self.scene.pictures, file + ".png"))
+                    path = os.path.join(self.scene.pictures, file + ".png")
+                    self.page.picture(path)
+                    subprocess.run(["pngquant", "--force", "--ext", ".png", path], check=True)
                 if os.path.isdir(self.all):
                     self.page.picture(os.path.join(self.all, f"{name}-{size}-{scheme}.png"))
 
@@ -65,6 +76,7 @@ def pictures(scene):
     album.take("first-start")
     receiver.scan("QAM")
     page.go("/scan")
+    page.click("scan-source-VSB")
     page.click("scan-start")
     until(lambda: ((receiver.state()["scan"] or {}).get("progress") or 0) > 50, "half a scan")
     album.take("scan-running")
@@ -138,6 +150,8 @@ def pictures(scene):
     page.see("alert")
     album.take("alert")
     receiver.change(with_alert(2, "Road works on Pier 9 tonight: use the bridge.", 3, 100), K5)
+    receiver.tune(9, 1)
+    receiver.tune(5, 1)
     page.see("alert", "Pier 9")
     album.take("alert-strip")
     receiver.tune(9, 1)
