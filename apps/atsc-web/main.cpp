@@ -87,16 +87,17 @@ std::string pinFile(const Options& options) {
 void run(const Options& options) {
   web::Router router;
   web::EventHub hub;
-  web::addEventRoutes(router, hub);
-  web::GuideStore guide(apps::databaseFiles(options.db));
-  web::addGuideRoutes(router, guide);
-  web::Television television(guide, hub, {pinFile(options), ATSC_VERSION, !options.noConsole});
-  web::addTelevisionRoutes(router, television);
+  // Before the television: whoever cannot listen takes nobody's place as the TV application.
   web::HttpServer::Options http;
   http.address = options.listen;
   http.port = options.port;
   if (!options.tokenFile.empty()) http.token = web::readToken(options.tokenFile);
   web::HttpServer server(http, router, hub);
+  web::addEventRoutes(router, hub);
+  web::GuideStore guide(apps::databaseFiles(options.db));
+  web::addGuideRoutes(router, guide);
+  web::Television television(guide, hub, {pinFile(options), ATSC_VERSION, !options.noConsole});
+  web::addTelevisionRoutes(router, television);
   server.start();
   std::cout << "atsc-web: " << server.url() << std::endl;
   waitForStop();
