@@ -10,8 +10,10 @@
 namespace web {
 namespace {
 
-// The service has at most 60,000 channels; a foreign file is cut there.
+// The service has at most 60,000 channels, and no text is nearly as long; a foreign file is cut
+// there.
 constexpr size_t kMostChannels = 60000;
+constexpr size_t kLongestText = 4000;
 
 // In the order of channelOf().
 const std::vector<const char*> kChannelColumns = {
@@ -21,7 +23,8 @@ const std::vector<const char*> kChannelColumns = {
 constexpr int kDeleteColumn = 11;
 
 std::string textOf(const SQLite::Column& column) {
-  return apps::validUtf8({column.getText(), static_cast<size_t>(column.getBytes())});
+  const char* const text = column.getText();
+  return apps::validUtf8({text, std::min(static_cast<size_t>(column.getBytes()), kLongestText)});
 }
 
 ChannelRow channelOf(SQLite::Statement& row) {

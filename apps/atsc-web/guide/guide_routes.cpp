@@ -18,7 +18,8 @@ namespace web {
 namespace {
 
 constexpr size_t kMostGuideRows = 64;
-constexpr size_t kMostAnswered = 10000;  // programmes
+constexpr size_t kMostAnswered = 10000;    // programmes
+constexpr size_t kLongestGuide = 4 << 20;  // bytes
 constexpr int64_t kMostHits = 500;
 constexpr int64_t kMostTableRows = 200;
 constexpr size_t kLongestSearch = 1000;  // bytes
@@ -149,6 +150,7 @@ Response answerGuide(GuideStore& store, const Request& request) {
   };
   size_t written = 0;
   store.programmes(source).window(keys, from, to, [&](size_t at, const Programme& programme) {
+    if (json.size() > kLongestGuide) written = kMostAnswered;
     if (++written > kMostAnswered) return false;
     beginRows(at + 1);
     json.open('{');

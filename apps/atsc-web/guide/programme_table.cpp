@@ -15,8 +15,12 @@
 namespace web {
 namespace {
 
-// A foreign file is cut there.
+// Bounds for foreign files, far above what the service writes.
 constexpr size_t kMostProgrammes = 400000;
+constexpr size_t kLongestKey = 100;
+constexpr size_t kLongestList = 400;    // of genres
+constexpr size_t kLongestTitle = 2000;  // and rating
+constexpr size_t kLongestDescription = 64 * 1024;
 
 // How much of a piece is kept in memory until the lock of the service's file is released.
 constexpr size_t kPieceBytes = 48 * 1024;
@@ -157,17 +161,17 @@ class ProgrammeTable::Builder {
 
   // Returns false when the piece is large enough.
   bool add(SQLite::Statement& row) {
-    if (entries_.size() == kMostProgrammes) return true;
+    const std::string_view key = bytesOf(row.getColumn(kKey));
+    if (entries_.size() == kMostProgrammes || key.size() > kLongestKey) return true;
     Entry entry{};
     RowDigest digest;
-    const std::string_view key = bytesOf(row.getColumn(kKey));
     digest.add(key);
     digest.add(entry.start = secondsOf(row.getColumn(kStart)));
     digest.add(entry.duration = secondsOf(row.getColumn(kDuration)));
     for (const int column : {kTitle, kRating, kDesc}) digest.add(bytesOf(row.getColumn(column)));
     entry.flags = static_cast<uint8_t>((row.getColumn(kCc).getInt64() != 0 ? kCaptioned : 0) |
                                        (row.getColumn(kParental).getInt64() == 1 ? kBlocked : 0));
-    const std::string_view genres = bytesOf(row.getColumn(kGenre));
+    const std::string_view genres = bytesOf(row.getColumn(kGenre)).substr(0, kLongestList);
     entry.digest = digest.value();
     entry.channel = keys_.of(key);
     entry.genres = genres_.of(genres);
@@ -276,9 +280,10 @@ class ProgrammeTable::Builder {
       table_.freeIds_.pop_back();
     }
     added_.emplace_back(digest, id);
-    ProgrammeTexts texts = {id, apps::validUtf8(bytesOf(row.getColumn(kTitle))),
-                            apps::validUtf8(bytesOf(row.getColumn(kRating))),
-                            apps::validUtf8(bytesOf(row.getColumn(kDesc)))};
+    ProgrammeTexts texts = {
+        id, apps::validUtf8(bytesOf(row.getColumn(kTitle)).substr(0, kLongestTitle)),
+        apps::validUtf8(bytesOf(row.getColumn(kRating)).substr(0, kLongestTitle)),
+        apps::validUtf8(bytesOf(row.getColumn(kDesc)).substr(0, kLongestDescription))};
     if (texts.title == "EMPTY") texts.title.clear();
     if (texts.rating == "No rating" || texts.rating == "Not rated") texts.rating.clear();
     bytes_ += texts.title.size() + texts.rating.size() + texts.description.size();
