@@ -5,8 +5,8 @@ from scenario import scenario
 
 US = ("tv", "dia", "lan", "sex", "vio", "child", "mpaa")
 
-# Of each preset, by its age (0 for adults): the limits of regions 1 and 2, and the blocked values of
-# the ages of region 5 (All, 6, 12, 18).
+# Of each preset, by its age (0 for adults): the limits of regions 1 and 2, and the blocked values
+# of the ages of region 5 (All, 6, 12, 18).
 PRESETS = {
     6: ((3, 1, 1, 1, 1, 2, 3), (2, 2), (3, 4)),
     8: ((3, 1, 1, 1, 1, 3, 3), (4, 3), (3, 4)),

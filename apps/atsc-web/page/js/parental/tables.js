@@ -3,7 +3,7 @@
 import {ApiError, command} from '../api.js';
 import {valueKind, isOrdered} from './limits.js';
 
-const inFlight = 4;        // a browser has six connections, and other pages want some
+const inFlight = 4;        // commands at a time: a browser has six connections for all pages
 const maxDimensions = 64;  // of a rating document
 const maxValues = 15;
 

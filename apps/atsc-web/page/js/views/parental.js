@@ -9,7 +9,9 @@ import {ratingCheck} from '../parental/check.js';
 import {encode, isKept, set, storeLimits} from '../parental/limits.js';
 import {ratingMatrix} from '../parental/matrix.js';
 import {ages, isPreset, presetOf, withPreset} from '../parental/presets.js';
-import {ask, forgetTables, knownRegions, ratingTable, readLimits, valuesOf} from '../parental/tables.js';
+import {
+  ask, forgetTables, knownRegions, ratingTable, readLimits, valuesOf,
+} from '../parental/tables.js';
 import {t} from '../texts.js';
 
 const groupNames = ['unrated', 'films', 'exempt'];
@@ -240,7 +242,8 @@ function mount(container) {
     const word = !channel ? 'nothing' : block ? `block.${block.kind}` :
       unlocked ? 'unlocked' : programme && !rating ? 'unrated' : 'allowed';
     now.classList.toggle('is-blocked', Boolean(block));
-    fill(now, icon(block ? 'lock' : channel ? 'check' : 'screen'), h('span', {}, t(`parental.now.${word}`)), what, rated,
+    fill(now, icon(block ? 'lock' : channel ? 'check' : 'screen'),
+        h('span', {}, t(`parental.now.${word}`)), what, rated,
         (block?.reasons ?? []).length > 0 && h('span', {class: 'pc-reasons'},
             t('parental.reasons'), ' ', block.reasons.map((reason) =>
               h('span', {class: 'badge bad'}, airText(reason)))));
