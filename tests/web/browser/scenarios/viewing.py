@@ -201,6 +201,7 @@ def four_thousand_channels(scene):
     assert span["programmes"] >= 50000, span
     page = scene.page("/guide")
     page.see("guide-cell", "Show 3 of 0")
+    page.gone("guide-cell", "of 4019")
     # Only what can be seen is drawn, wherever one is.
     page.keys("END")
     page.see("guide-row", "S4019")
@@ -215,6 +216,7 @@ def four_thousand_channels(scene):
     receiver.change(changed_carrier(66, "Something else"), CARRIERS[66] * 1000000)
     page.go("/")
     page.go("/guide")
+    page.see("guide-row")
     page.keys("END")
     page.see("guide-cell", "Something else", seconds=30)
     page.go("/channels")
