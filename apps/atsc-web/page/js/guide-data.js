@@ -53,6 +53,7 @@ export class GuideData {
     this.slices_ = new Map();
     this.fetching_ = new Map();
     this.queue_ = [];
+    this.requests_ = 0;
     this.generation_ = 0;
     this.closed_ = false;
   }
@@ -123,7 +124,6 @@ export class GuideData {
   }
 
   pump_() {
-    this.requests_ ??= 0;
     while (!this.closed_ && this.requests_ < kRequests && this.queue_.length) {
       this.fetch_(this.queue_.shift());
     }

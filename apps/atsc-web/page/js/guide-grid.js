@@ -34,7 +34,6 @@ export class GuideGrid {
     this.end_ = 0;
     this.index_ = 0;
     this.focusTime_ = 0;
-    this.moved_ = false;
     this.frame_ = 0;
     this.size_ = null;
 
@@ -243,7 +242,6 @@ export class GuideGrid {
       row.element.hidden = false;
       row.show(index, this.channels_[index], window, this);
       row.edge(this.columnWidth + scrollLeft, this);
-      row.edged_ = scrollLeft;
     }
     for (const row of this.spare_) {
       if (!row.element.hidden) row.element.hidden = true;

@@ -12,9 +12,9 @@ export class VirtualList {
    * row(): a new {element, show(item, index)}; keyOf(item): what stays the same when an item is
    * read anew; onOpen(item), onSelect(item).
    */
-  constructor({label, className, test, row, keyOf, onOpen, onSelect, onMore}) {
+  constructor({label, className, test, row, keyOf, onOpen, onSelect}) {
     Object.assign(this, {row_: row, keyOf_: keyOf, onOpen_: onOpen, onSelect_: onSelect,
-      onMore_: onMore, test_: test});
+      test_: test});
     this.items_ = [];
     this.rows_ = new Map();
     this.spare_ = [];
@@ -141,7 +141,6 @@ export class VirtualList {
     const chosen = this.rows_.get(this.index_);
     if (chosen) this.list_.setAttribute('aria-activedescendant', chosen.element.id);
     else this.list_.removeAttribute('aria-activedescendant');
-    if (last === this.items_.length - 1) this.onMore_?.();
   }
 
   newRow_() {

@@ -13,6 +13,9 @@ import {sourceName, t} from '../texts.js';
 /** The source that is searched after the one that runs; kept over a reload of this page. */
 const kThen = 'scan.then';
 const kSources = ['VSB', 'QAM'];
+// A lineup that was made up can have more than one looks through.
+const kMostCarriers = 200;
+const kMostChannels = 60;
 
 function nextSource(source) {
   try {
@@ -252,10 +255,6 @@ class ScanView {
     });
   }
 }
-
-// A plan has 135 channels at most; a lineup that was made up can have more on one carrier.
-const kMostCarriers = 200;
-const kMostChannels = 60;
 
 export const view = {
   name: 'scan',
