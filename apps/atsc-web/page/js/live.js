@@ -103,6 +103,7 @@ export function start() {
     return;
   }
   const worker = new SharedWorker(new URL('./live-worker.js', import.meta.url), {type: 'module'});
+  worker.onerror = () => openEvents(receive);
   port = worker.port;
   port.onmessage = (event) => receive(event.data);
   port.postMessage('hello');

@@ -84,11 +84,11 @@ const maxPin = 8;
  * what is wrong ({text, wait} or a text), or nothing when it is done. The element has focusField(), say(text), press(digit), enter()
  * and ask(label, test) for the next question in the same field.
  */
-export function pinPad({label, onEnter, test = 'pin'}) {
+export function pinPad({label, onEnter, describedBy, test = 'pin'}) {
   const title = h('p', {class: 'pin-label'}, label);
   const field = h('input', {
     class: 'pin-field', type: 'password', inputmode: 'numeric', autocomplete: 'off',
-    maxlength: maxPin, 'aria-label': label, 'data-test': test, spellcheck: 'false',
+    maxlength: maxPin, 'aria-label': label, 'aria-describedby': describedBy, 'data-test': test, spellcheck: 'false',
     oninput: () => {
       const digits = field.value.replace(/\D/g, '').slice(0, maxPin);
       if (digits !== field.value) field.value = digits;

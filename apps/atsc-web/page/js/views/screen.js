@@ -49,11 +49,12 @@ async function chooseAndUnlock() {
 function blockMessage(block, hasPin) {
   const titles = {locked: 'screen.blockLocked', unrated: 'screen.blockUnrated'};
   const reasons = (block.reasons ?? []).filter((reason) => reason !== '');
-  const why = !block.rating ? null : reasons.length > 0 ?
+  const why = !block.rating || block.kind === 'locked' ? null : reasons.length > 0 ?
     t('screen.blockRating', {rating: airString(block.rating), reasons: reasons.map(airString).join(', ')}) :
     t('screen.blockRatingOnly', {rating: airString(block.rating)});
   const pad = hasPin && pinPad({
     label: t('pin.enter'),
+    describedBy: 'block-why',
     onEnter: async (pin) => {
       const answer = await unlock(pin);
       if (!answer.ok) return pinProblem(answer);
@@ -62,7 +63,7 @@ function blockMessage(block, hasPin) {
   });
   if (pad && state().pin.wait > 0) pad.say({wait: state().pin.wait});
   return h('div', {class: 'screen-message block', 'data-test': 'block', 'data-kind': block.kind},
-      h('div', {class: 'block-why'},
+      h('div', {class: 'block-why', id: 'block-why'},
           icon('lock'),
           h('p', {class: 'screen-title'}, t(titles[block.kind] ?? 'screen.blockProgramme')),
           block.title && h('p', {class: 'block-title'}, airText(block.title)),
@@ -169,6 +170,8 @@ function mount(container) {
   function put(next) {
     const had = centre.contains(document.activeElement);
     fill(centre, next.make());
+    const title = centre.querySelector('.screen-title')?.textContent;
+    if (title) setText(live, title);
     section.dataset.message = next.own ? 'block' : next.key.split(' ')[0];
     // What the viewer has to answer gets the keys, unless he is somewhere else.
     const free = had || document.activeElement === document.body ||
