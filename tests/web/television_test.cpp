@@ -1,6 +1,8 @@
 // atsc-web with a real service: what its pages are told.
+#include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <string>
@@ -11,6 +13,7 @@
 
 namespace {
 
+namespace fs = std::filesystem;
 using testing::HasSubstr;
 
 constexpr uint16_t kPort = 18077;
@@ -238,13 +241,19 @@ TEST_F(WebProgramTelevision, FollowsServicesAndOtherTelevisions) {
 
   // A service that hangs keeps one thread, not the pages and not the end of the program.
   service_->signal(SIGSTOP);
+  EXPECT_TRUE(eventually([&] {
+    const fs::directory_iterator threads("/proc/" + std::to_string(service_->pid()) + "/task");
+    return std::all_of(begin(threads), end(threads), [](const fs::directory_entry& thread) {
+      return readFile(thread.path() / "stat").find(") T ") != std::string::npos;
+    });
+  }));
   std::atomic<int> refused{0};
   const auto play = [&] { refused += sendWeb("FW PLAY").body["error"] == "busy" ? 1 : 0; };
   std::thread first(play);
   std::thread second(play);
   EXPECT_TRUE(eventually([&] { return refused > 0; }));
   EXPECT_TRUE(state()["service"]["running"].asBool());
-  EXPECT_EQ(0, web_->stop());
+  EXPECT_EQ(0, web_->stop()) << web_->err();
   first.join();
   second.join();
   service_->signal(SIGCONT);

@@ -1,5 +1,8 @@
 #include "television/service_link.h"
 
+#include <memory>
+#include <utility>
+
 #include "common/json.h"
 
 namespace web {
@@ -9,18 +12,30 @@ constexpr std::chrono::seconds kVeryLong(2);
 
 }  // namespace
 
-Sent ServiceLink::send(const std::string& command, std::chrono::milliseconds patience) {
-  const Clock::duration since(since_);
-  if (since.count() != 0 && Clock::now().time_since_epoch() - since > kVeryLong) {
-    return {LinkFault::kBusy};
+bool ServiceLink::enter(std::chrono::milliseconds patience) {
+  std::unique_lock<std::mutex> lock(mutex_);
+  if (since_ && Clock::now() - *since_ > kVeryLong) return false;
+  if (!left_.wait_for(lock, patience, [this] { return !since_; })) return false;
+  since_ = Clock::now();
+  return true;
+}
+
+void ServiceLink::leave() {
+  {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    since_.reset();
   }
-  const std::unique_lock<std::timed_mutex> lock(way_, patience);
-  if (!lock) return {LinkFault::kBusy};
-  if (apps::servicePid() <= 0) return {LinkFault::kNoService};
+  left_.notify_one();
+}
+
+Sent ServiceLink::send(const std::string& command, std::chrono::milliseconds patience) {
+  if (!enter(patience)) return {LinkFault::kBusy};
+  const auto leaves = [this](void*) { leave(); };
+  const std::unique_ptr<ServiceLink, decltype(leaves)> entered(this, leaves);
+  // To look for a service wakes it up.
+  if (!running_ && apps::servicePid() <= 0) return {LinkFault::kNoService};
   const Clock::time_point start = Clock::now();
-  since_ = start.time_since_epoch().count();
   std::optional<apps::Reply> reply = apps::transmit(command);
-  since_ = 0;
   if (!reply) return {LinkFault::kNoService};
   const std::chrono::duration<double, std::milli> took = Clock::now() - start;
   return {LinkFault::kNone, reply->result, std::move(reply->text), took.count()};

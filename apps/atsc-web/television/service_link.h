@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -28,15 +29,22 @@ struct Sent {
 // one takes very long: a service that hangs holds one thread.
 class ServiceLink {
  public:
-  // Any thread.
+  // Any thread, all of them.
+  void serviceIs(bool running) { running_ = running; }
   Sent send(const std::string& command, std::chrono::milliseconds patience);
   Sent send(const Json::Value& command, std::chrono::milliseconds patience);
 
  private:
   using Clock = std::chrono::steady_clock;
 
-  std::timed_mutex way_;
-  std::atomic<Clock::rep> since_{0};  // when the command on its way was sent; 0: there is none
+  // Waits for the way. Returns false after the patience.
+  bool enter(std::chrono::milliseconds patience);
+  void leave();
+
+  std::atomic<bool> running_{false};
+  std::mutex mutex_;
+  std::condition_variable left_;
+  std::optional<Clock::time_point> since_;  // a command is on its way
 };
 
 }  // namespace web

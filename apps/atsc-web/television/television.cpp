@@ -192,6 +192,7 @@ void Television::useService(int pid) {
   serviceEnd_ = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
   if (serviceEnd_ < 0 && errno == ESRCH) return;  // it has ended already
   service_ = pid;
+  link_.serviceIs(true);
   started_ = false;
   viewing_.reset();
   reasons_.forget();
@@ -203,6 +204,7 @@ void Television::leaveService() {
   if (serviceEnd_ >= 0) close(serviceEnd_);
   serviceEnd_ = -1;
   service_ = 0;
+  link_.serviceIs(false);
   started_ = false;
   viewing_.reset();
   lookAgain_ = Clock::now() + kLookAgain;
