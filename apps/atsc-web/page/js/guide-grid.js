@@ -38,7 +38,7 @@ export class GuideGrid {
     this.size_ = null;
 
     this.corner_ = h('div', {class: 'guide-corner'});
-    this.nowFlag_ = h('div', {class: 'guide-now-flag'});
+    this.nowFlag_ = h('div', {class: 'guide-now-flag'}, clockText(0));
     this.head_ = h('div', {'class': 'guide-head', 'aria-hidden': 'true'},
         this.corner_, this.nowFlag_);
     this.nowLine_ = h('div', {'class': 'guide-now-line', 'data-test': 'guide-now-line',
@@ -166,6 +166,7 @@ export class GuideGrid {
     this.rowHeight = this.probe_.offsetHeight;
     this.columnWidth = this.corner_.offsetWidth;
     this.headHeight_ = this.head_.offsetHeight;
+    this.flagHalf_ = this.nowFlag_.offsetWidth / 2;
     this.gap = Math.max(2, Math.round(this.rowHeight / 22));
     this.leastText = half / 2;
     this.resize_();
@@ -188,18 +189,23 @@ export class GuideGrid {
 
   placeNow_(utc) {
     const x = Math.round(this.x(utc));
-    const seen = utc >= this.origin_ && utc < this.end_ &&
-        x >= this.columnWidth + this.scroller_.scrollLeft;
+    const edge = this.columnWidth + this.scroller_.scrollLeft;
+    const seen = utc >= this.origin_ && utc < this.end_ && x >= edge;
+    // At the edge the time stays readable; the line goes on.
+    const flagX = Math.max(x, edge + this.flagHalf_);
+    if (flagX !== this.flagX_) {
+      this.flagX_ = flagX;
+      this.nowFlag_.style.left = `${flagX}px`;
+    }
     if (x !== this.nowX_) {
       this.nowX_ = x;
       this.nowLine_.style.left = `${x}px`;
-      this.nowFlag_.style.left = `${x}px`;
       for (const row of this.rows_.values()) row.now(this);
     }
     if (seen !== this.nowSeen_) {
       this.nowSeen_ = seen;
       this.nowLine_.hidden = !seen;
-      this.nowFlag_.hidden = !seen;
+      this.nowFlag_.classList.toggle('unseen', !seen);
     }
     const text = clockText(utc);
     if (text !== this.nowText_) {

@@ -113,6 +113,7 @@ class Cell {
     if (by === this.shift_) return;
     this.shift_ = by;
     this.text_.style.transform = by ? `translateX(${by}px)` : '';
+    this.text_.style.width = by ? `calc(100% - ${by}px)` : '';
   }
 }
 
