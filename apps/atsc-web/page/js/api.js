@@ -68,7 +68,7 @@ export async function checkPin(pin) {
 
 /** Sets or changes the PIN. */
 export async function setPin(pin, old) {
-  const answer = await post('/api/pin', old === undefined ? {op: 'set', pin} : {op: 'set', pin, old});
+  const answer = await post('/api/pin', {op: 'set', pin, ...(old === undefined ? {} : {old})});
   if (answer.ok && answer.grant) grant = answer.grant;
   return answer;
 }

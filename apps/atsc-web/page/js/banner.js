@@ -33,10 +33,12 @@ function badges(state) {
         airText(programme.rating)),
     (programme?.cc || state.captions) && h('span', {class: 'badge', 'data-test': 'banner-captions'},
         state.captions ? `${t('screen.captions')} ${state.captions.aspect}` : t('screen.captions')),
-    tracks.slice(0, maxTracks).map((track) => h('span', {
-      class: track.index === audio.playing ? 'badge playing' : 'badge', 'data-test': 'banner-audio',
-      'aria-current': track.index === audio.playing ? 'true' : null,
-    }, track.index === audio.playing && icon('audio'), airText(trackText(track, track.index !== audio.playing)))),
+    tracks.slice(0, maxTracks).map((track) => {
+      const playing = track.index === audio.playing;
+      return h('span', {class: playing ? 'badge playing' : 'badge', 'data-test': 'banner-audio',
+        'aria-current': playing ? 'true' : null},
+      playing && icon('audio'), airText(trackText(track, !playing)));
+    }),
     tracks.length > maxTracks && badge(`+${tracks.length - maxTracks}`),
     groups.length > 0 && h('span', {class: 'badge', 'data-test': 'banner-favourites'}, icon('star'),
         t('screen.favourite', {n: groupText})),

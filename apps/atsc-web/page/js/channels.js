@@ -41,7 +41,8 @@ export function findChannel(list, digits) {
   const match = /^(\d{1,5})(?:-(\d{1,4}))?$/.exec(digits);
   if (!match) return null;
   const major = Number(match[1]);
-  const fits = list.filter((channel) => channel.major === major && !(channel.flags & flags.deleted) &&
+  const fits = list.filter((channel) => channel.major === major &&
+      !(channel.flags & flags.deleted) &&
       (match[2] === undefined || channel.minor === Number(match[2])));
   return fits.find((channel) => channel.flags & flags.visible) ?? fits[0] ?? null;
 }

@@ -1,7 +1,7 @@
 // What lies above every view because the television says so: alerts, a service that does not run,
 // another television, a lost connection.
 
-import {airText, fill, h, icon, setAirText} from './dom.js';
+import {airString, airText, fill, h, icon, setAirText} from './dom.js';
 import {openLayer} from './layers.js';
 import {onConnection, onPart, state, connection} from './live.js';
 import {t} from './texts.js';
@@ -74,8 +74,8 @@ function drawAlert(alert) {
       t('alert.since', {time: clockText(alert.since)}));
   if (alert.blocking) {
     fill(bar);
-    const cover = h('div', {class: 'alert-cover', role: 'alert', tabindex: '-1', 'data-test': 'alert',
-      'data-blocking': 'true'},
+    const cover = h('div', {class: 'alert-cover', role: 'alert', tabindex: '-1',
+      'data-test': 'alert', 'data-blocking': 'true'},
     h('div', {class: 'alert-box'},
         h('p', {class: 'alert-title'}, icon('alert'), t('alert.label')), text, facts));
     closeCover = openLayer(cover, {level: 10, onBack: null, focus: cover});
@@ -103,7 +103,8 @@ export function startConditions() {
   onConnection(connectionChanged);
   onPart((current) => current.alert, drawAlert);
   onPart((current) => current.channel && [current.channel.number, current.channel.name], (part) => {
-    const title = part ? t('app.titleChannel', {number: part[0], name: part[1] ?? ''}) : t('app.title');
+    const title = part ? t('app.titleChannel', {number: part[0], name: airString(part[1])}) :
+      t('app.title');
     if (document.title !== title) document.title = title;
   });
 }

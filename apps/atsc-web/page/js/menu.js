@@ -6,7 +6,7 @@ import {openLayer} from './layers.js';
 import {onState, state} from './live.js';
 import {navigate} from './navigate.js';
 import {toggleRemote} from './remote.js';
-import {lockAgain, selectTrack, setStandby, switchSource} from './television.js';
+import {lockAgain, selectTrack, switchSource, toggleStandby} from './television.js';
 import {sourceName, t, textOr} from './texts.js';
 
 /** "English AC-3, described"; brief leaves the coding out. */
@@ -33,7 +33,8 @@ export function openAudio() {
           selectTrack(track.index);
           close();
         },
-      }, icon(track.index === audio.playing ? 'check' : 'audio'), h('span', {}, trackText(track))))),
+      }, icon(track.index === audio.playing ? 'check' : 'audio'),
+      h('span', {}, trackText(track))))),
   });
 }
 
@@ -70,15 +71,17 @@ export function openMenu() {
   const audio = entry('audio', '', openAudio);
   const captions = entry('captions', '', openCaptions);
   const source = entry('source', '', switchSource, {'data-test': 'menu-source'});
-  const standby = entry('power', '', () => setStandby(!state()?.standby), {'data-test': 'menu-standby'});
+  const standby = entry('power', '', toggleStandby, {'data-test': 'menu-standby'});
   const again = entry('lock', t('menu.lockAgain'), lockAgain);
   const remote = entry('remote', t('menu.remote'), () => toggleRemote(true));
   const menu = h('div', {class: 'menu', 'aria-label': t('menu.title'), 'data-test': 'menu',
     role: 'dialog', 'aria-modal': 'true'},
   h('h2', {class: 'menu-title'}, t('menu.title')),
-  h('div', {class: 'menu-views'}, views.map((name) => entry(viewIcons[name] ?? name, t(`menu.${name}`),
-      () => navigate(name), {'data-test': `menu-${name}`,
-        'aria-current': name === current ? 'page' : null, 'data-focus': name === current}))),
+  h('div', {class: 'menu-views'}, views.map((name) =>
+    entry(viewIcons[name] ?? name, t(`menu.${name}`), () => navigate(name), {
+      'data-test': `menu-${name}`, 'aria-current': name === current ? 'page' : null,
+      'data-focus': name === current,
+    }))),
   h('div', {class: 'menu-actions'}, audio, captions, source, again, remote, standby));
   const end = onState((now) => {
     const track = now.audio?.tracks?.find((item) => item.index === now.audio.playing);

@@ -55,7 +55,8 @@ export function pickRow({label, options, value, onChange, test}) {
 
 /** A button: {test, text (or nodes), run, kind: 'primary'|'danger'}. */
 export function button({test, text, run, kind = ''}) {
-  return h('button', {type: 'button', class: `button ${kind}`.trim(), 'data-test': test, onclick: run},
+  return h('button', {type: 'button', class: `button ${kind}`.trim(), 'data-test': test,
+    onclick: run},
       text);
 }
 
@@ -81,14 +82,15 @@ const maxPin = 8;
 
 /**
  * The question for a PIN: a field, dots, and a pad for mouse and finger. onEnter(pin) resolves with
- * what is wrong ({text, wait} or a text), or nothing when it is done. The element has focusField(), say(text), press(digit), enter()
- * and ask(label, test) for the next question in the same field.
+ * what is wrong ({text, wait} or a text), or nothing when it is done. The element has press(digit),
+ * enter(), say(what is wrong) and ask(label, test) for the next question in the same field.
  */
 export function pinPad({label, onEnter, describedBy, test = 'pin'}) {
   const title = h('p', {class: 'pin-label'}, label);
   const field = h('input', {
     class: 'pin-field', type: 'password', inputmode: 'numeric', autocomplete: 'off',
-    maxlength: maxPin, 'aria-label': label, 'aria-describedby': describedBy, 'data-test': test, spellcheck: 'false',
+    maxlength: maxPin, 'aria-label': label, 'aria-describedby': describedBy, spellcheck: 'false',
+    'data-test': test,
     oninput: () => {
       const digits = field.value.replace(/\D/g, '').slice(0, maxPin);
       if (digits !== field.value) field.value = digits;
@@ -173,7 +175,6 @@ export function pinPad({label, onEnter, describedBy, test = 'pin'}) {
       h('div', {class: 'pin-entry'}, field, dots), message, pad);
   element.press = press;
   element.enter = enter;
-  element.focusField = () => field.focus({preventScroll: true});
   element.say = tell;
   element.ask = (text, name) => {
     field.dataset.test = name;

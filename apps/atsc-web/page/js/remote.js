@@ -43,7 +43,8 @@ function key(label, content, action, kind = '', test) {
 }
 
 function build() {
-  const digit = (value) => key(t('remote.digit', {digit: value}), value, () => press(value), 'digit');
+  const digit = (value) =>
+    key(t('remote.digit', {digit: value}), value, () => press(value), 'digit');
   const arrow = (name, event) =>
     key(t(`remote.${name}`), icon(name), () => press(event), `arrow ${name}`);
   return h('aside', {class: 'remote', 'aria-label': t('remote.title'), 'data-test': 'remote'},

@@ -18,9 +18,9 @@ function remembered() {
 }
 
 // Every page of the browser writes the same, so that they agree on the last channel.
-onPart((current) => current.channel && [current.channel.src, current.channel.key], (part, current) => {
-  if (!part) return;
-  const {src, major, minor, record, key, number} = current.channel;
+onPart((current) => current.channel, (channel) => {
+  if (!channel) return;
+  const {src, major, minor, record, key, number} = channel;
   const stored = remembered();
   if (stored.current?.key === key && stored.current?.src === src) return;
   const next = {current: {src, major, minor, record, key, number}, last: stored.current ?? null};

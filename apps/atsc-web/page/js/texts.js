@@ -28,11 +28,15 @@ export const texts = {
 
   // Above every view
   'connection.lost': 'Connection lost',
-  'connection.lostMore': 'The television application does not answer. It is tried again twice a second.',
+  'connection.lostMore':
+    'The television application does not answer. It is tried again twice a second.',
   'service.missing': 'The receiver is not running',
-  'service.missingMore': 'atsc-service has ended or was not started. This page goes on by itself when it is back.',
+  'service.missingMore':
+    'atsc-service has ended or was not started. This page goes on by itself when it is back.',
   'service.otherTv': 'Another television is registered',
-  'service.otherTvMore': 'Process {pid} receives the callbacks. This page goes on by itself when that process has ended.',
+  'service.otherTvMore':
+    'Process {pid} receives the callbacks. This page goes on by itself when that process has ' +
+    'ended.',
   'alert.label': 'Emergency alert',
   'alert.priority.0': 'Test',
   'alert.priority.low': 'Advice',
@@ -95,7 +99,9 @@ export const texts = {
   'pin.protected': 'This needs the PIN.',
   'pin.enter': 'Enter the PIN',
   'pin.choose': 'Choose a PIN',
-  'pin.chooseMore': 'Four to eight digits. It is asked before anything blocked is shown or parental control is changed.',
+  'pin.chooseMore':
+    'Four to eight digits. It is asked before anything blocked is shown or parental control is ' +
+    'changed.',
   'pin.repeat': 'Enter it again',
   'pin.old': 'Enter the old PIN',
   'pin.differ': 'The two were not the same. Choose again.',
@@ -138,7 +144,8 @@ export const texts = {
   'screen.scanningMore': '{progress} % · {services} channels found',
   'screen.scanOpen': 'Show the search',
   'screen.firstStart': 'Welcome',
-  'screen.firstStartMore': 'There are no channels yet. The search finds what your antenna or cable receives.',
+  'screen.firstStartMore':
+    'There are no channels yet. The search finds what your antenna or cable receives.',
   'screen.firstScan': 'Search for channels',
   'screen.blockLocked': 'This channel is locked',
   'screen.blockProgramme': 'This programme is blocked',
@@ -547,7 +554,8 @@ export function t(key, values = {}) {
     console.error(`no text ${key}`);
     return key;
   }
-  return text.replace(/\{(\w+)\}/g, (whole, name) => (name in values ? String(values[name]) : whole));
+  return text.replace(/\{(\w+)\}/g,
+      (whole, name) => (name in values ? String(values[name]) : whole));
 }
 
 /** The text of a key, or the other text if the table has none (names of values from the air). */

@@ -50,7 +50,8 @@ function blockMessage(block, hasPin) {
   const titles = {locked: 'screen.blockLocked', unrated: 'screen.blockUnrated'};
   const reasons = (block.reasons ?? []).filter((reason) => reason !== '');
   const why = !block.rating || block.kind === 'locked' ? null : reasons.length > 0 ?
-    t('screen.blockRating', {rating: airString(block.rating), reasons: reasons.map(airString).join(', ')}) :
+    t('screen.blockRating', {rating: airString(block.rating),
+      reasons: reasons.map(airString).join(', ')}) :
     t('screen.blockRatingOnly', {rating: airString(block.rating)});
   const pad = hasPin && pinPad({
     label: t('pin.enter'),
@@ -131,8 +132,9 @@ const keys = {handle: null};
 function mount(container) {
   const banner = makeBanner();
   const centre = h('div', {class: 'screen-centre'});
-  const dockButton = (name, text, action, test) => h('button', {type: 'button', class: 'dock-button',
-    'data-test': test, onclick: action}, icon(name), h('span', {}, text));
+  const dockButton = (name, text, action, test) => h('button', {
+    type: 'button', class: 'dock-button', 'data-test': test, onclick: action,
+  }, icon(name), h('span', {}, text));
   const dock = h('nav', {class: 'dock', 'aria-label': t('screen.controls')},
       dockButton('menu', t('remote.menu'), openMenu, 'menu-button'),
       dockButton('guide', t('remote.guide'), () => navigate('guide')),
@@ -195,7 +197,8 @@ function mount(container) {
       const {channel, now: programme} = state();
       if (channel) {
         setText(live, t('screen.live', {number: channel.number, name: airString(channel.name),
-          title: programme ? airString(programme.title || t('screen.noTitle')) : t('screen.noProgramme')}));
+          title: programme ? airString(programme.title || t('screen.noTitle')) :
+            t('screen.noProgramme')}));
       }
     }, 900);
     return current;
@@ -271,7 +274,9 @@ function mount(container) {
     onPart((current) => [current.playing, Boolean(current.block), current.standby,
       current.now?.start], (part, current) => {
       const {playing} = current;
-      if (playing === 'playing' && !current.standby && current.channel) banner.open(bannerMilliseconds);
+      if (playing === 'playing' && !current.standby && current.channel) {
+        banner.open(bannerMilliseconds);
+      }
     }),
     onPart((current) => current.channel && hue(current.channel), (angle) => {
       document.documentElement.style.setProperty('--hue', angle ?? 215);

@@ -12,7 +12,8 @@ import {setTheme, theme} from '../theme.js';
 import {t} from '../texts.js';
 import {clockSecondsText, dateText, everySecond} from '../time.js';
 
-const zones = ['NST', 'AST', 'EST', 'CST', 'MST', 'PST', 'AKST', 'HAST', 'HST', 'GMT', 'TST', 'SKST'];
+const zones = ['NST', 'AST', 'EST', 'CST', 'MST', 'PST', 'AKST', 'HAST', 'HST', 'GMT', 'TST',
+  'SKST'];
 const languages = ['eng', 'spa', 'fre'];
 const themes = ['auto', 'dark', 'light'];
 const levels = ['0', '1', '2', '3'];
@@ -50,19 +51,20 @@ function mount(container) {
 
   const sendLanguages = () => send({class: 'CN', command: 'SETPREAUD', first: first.chosen,
     second: second.chosen});
-  const first = pickRow({label: t('settings.first'), options: named('language', languages), value: '',
-    test: 'settings-first', onChange: sendLanguages});
-  const second = pickRow({label: t('settings.second'), options: named('language', languages), value: '',
-    test: 'settings-second', onChange: sendLanguages});
+  const first = pickRow({label: t('settings.first'), options: named('language', languages),
+    value: '', test: 'settings-first', onChange: sendLanguages});
+  const second = pickRow({label: t('settings.second'), options: named('language', languages),
+    value: '', test: 'settings-second', onChange: sendLanguages});
   // The receiver has no query for it: what was chosen here last is shown.
-  const dual = pickRow({label: t('settings.dual'), options: named('settings.dual', duals), value: 'STEREO',
-    test: 'settings-dual', onChange: (value) => send({class: 'AUD', command: 'SETDUAL', mode: value})});
+  const dual = pickRow({label: t('settings.dual'), options: named('settings.dual', duals),
+    value: 'STEREO', test: 'settings-dual',
+    onChange: (value) => send({class: 'AUD', command: 'SETDUAL', mode: value})});
   const track = value();
   const captions = value();
 
-  const level = pickRow({label: t('settings.level'), options: named('settings.level', levels), value: '',
-    test: 'alerts-wanted', onChange: (value) => send({class: 'EAS', command: 'EASUSERSETTING', op: 'set',
-      setting: Number(value)})});
+  const level = pickRow({label: t('settings.level'), options: named('settings.level', levels),
+    value: '', test: 'alerts-wanted', onChange: (value) =>
+      send({class: 'EAS', command: 'EASUSERSETTING', op: 'set', setting: Number(value)})});
   const alertSwitch = (label, name, test) => switchButton({label, test,
     onChange: (status) => send({class: 'EAS', command: name, op: 'set', status})});
   const repeats = alertSwitch(t('settings.repeats'), 'DISABLEOPTEASCHK', 'settings-repeats');
