@@ -70,6 +70,12 @@ def keyboard_alone(scene):
             page.keys(key)
         raise AssertionError(f"{key} does not lead to {word}; at {page.focused()!r}")
 
+    def within(name):
+        """The focus is in what has just opened, and can be seen."""
+        until(lambda: page.js("return document.activeElement.matches(`[data-test=${arguments[0]}],"
+                              "[data-test=${arguments[0]}] :focus-visible`)", name),
+              lambda: f"the focus in {name}; at {page.focused()!r}")
+
     page.see("first-scan")
     walk("first-scan")
     page.keys("ENTER")
@@ -88,14 +94,16 @@ def keyboard_alone(scene):
 
     page.keys("g")
     page.see("guide-cell")
-    until(lambda: "guide-cell" in page.focused() or page.js(
-        "return document.activeElement.closest('[data-test=guide]') !== null"), "focus in the guide")
+    within("guide")
     page.keys("ARROW_UP", "ARROW_RIGHT", "ENTER")
     page.see("programme")
+    within("programme")
     page.keys("ESCAPE")
     page.gone("programme")
+    within("guide")
     page.keys("ESCAPE", "m")
     page.see("menu")
+    within("menu")
     walk("Settings")
     page.keys("ENTER")
     page.see("settings")
@@ -122,7 +130,8 @@ def phone_with_a_finger(scene):
     for view in VIEWS:
         page.go(view)
         page.see("main")
-        wide = page.js("return document.documentElement.scrollWidth")
+        wide = page.js("return Math.max(...['html', 'body', '#view'].map("
+                       "    (name) => document.querySelector(name).scrollWidth))")
         assert wide <= 390, f"{view} is {wide} pixels wide"
     page.go("/guide")
     page.tap("guide-cell", "The Long Lock")
