@@ -88,6 +88,8 @@ function drawAlert(alert) {
   h('p', {class: 'alert-title'}, icon('alert'), t('alert.label')),
   h('div', {class: 'alert-window'}, run), facts));
   const window = run.parentElement;
+  // Without motion a long text is scrolled, by keys too.
+  if (window.scrollHeight > window.clientHeight + 1) window.tabIndex = 0;
   if (run.scrollWidth > window.clientWidth && window.clientWidth > 0) {
     const copy = airText('', {class: 'alert-text', 'aria-hidden': 'true'});
     setAirText(copy, alert.text);
