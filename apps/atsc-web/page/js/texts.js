@@ -344,7 +344,7 @@ export const texts = {
   'channels.noneFound': 'No channel is like that.',
   'channels.edit': 'Channel',
   'channels.play': 'Watch',
-  'channels.skip': 'Skip with channel up and down',
+  'channels.skip': 'Skip with up and down',
   'channels.lock': 'Lock with the PIN',
   'channels.favourites': 'Favourite groups',
   'channels.group': 'Favourite group {n}',

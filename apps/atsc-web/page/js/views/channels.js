@@ -128,7 +128,7 @@ class ChannelsView {
         this.list_.focus();
       }}, this.editor_.element);
     container.append(h('div', {class: 'channels'},
-        h('div', {class: 'channels-tools'}, this.search_, this.sources_,
+        h('div', {class: 'tools'}, this.search_, this.sources_,
             h('div', {class: 'strip'}, this.order_, this.filter_, add, reset)),
         h('div', {class: 'channels-main'}, this.list_.element, this.side_, this.empty_),
         this.status_));

@@ -124,7 +124,7 @@ class GuideView {
     this.main_ = h('div', {class: 'guide-main'}, this.grid_.element, this.results_.element,
         this.empty_);
     container.append(h('div', {class: 'guide'},
-        h('div', {class: 'guide-tools'},
+        h('div', {class: 'tools'},
             this.sources_,
             h('div', {class: 'strip'},
                 h('div', {class: 'guide-jumps'}, step('dayBefore', -1), go('now', now),
