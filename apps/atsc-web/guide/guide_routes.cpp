@@ -1,5 +1,7 @@
 #include "guide/guide_routes.h"
 
+#include <sqlite3.h>
+
 #include <algorithm>
 #include <charconv>
 #include <limits>
@@ -23,6 +25,7 @@ constexpr size_t kLongestGuide = 4 << 20;  // bytes
 constexpr int64_t kMostHits = 500;
 constexpr int64_t kMostTableRows = 200;
 constexpr size_t kLongestSearch = 1000;  // bytes
+constexpr int kAttempts = 4;
 
 constexpr int64_t kNoEnd = std::numeric_limits<int64_t>::max();
 
@@ -255,12 +258,16 @@ Response answerRows(GuideStore& store, const Request& request) {
   const std::string& path = database == "guide" ? store.files().events : store.files().channels;
   const int64_t offset = optionalNumber(request, "offset").value_or(0);
   const int64_t count = optionalNumber(request, "count").value_or(50);
-  try {
-    return {200,
-            tableRows(path, textParameter(request, "table"), std::clamp<int64_t>(offset, 0, kNoEnd),
-                      std::clamp<int64_t>(count, 0, kMostTableRows))};
-  } catch (const SQLite::Exception& error) {
-    return errorResponse(503, "database", error.what());
+  for (int attempt = 1;; ++attempt) {
+    try {
+      return {200, tableRows(path, textParameter(request, "table"),
+                             std::clamp<int64_t>(offset, 0, kNoEnd),
+                             std::clamp<int64_t>(count, 0, kMostTableRows))};
+    } catch (const SQLite::Exception& error) {
+      // A busy machine may have stopped this thread while it read.
+      const bool tookLong = error.getErrorCode() == SQLITE_INTERRUPT;
+      if (!tookLong || attempt == kAttempts) return errorResponse(503, "database", error.what());
+    }
   }
 }
 

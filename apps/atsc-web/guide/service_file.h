@@ -59,7 +59,7 @@ class ServiceFile {
                     const std::function<bool(SQLite::Statement&)>& row,
                     const std::function<bool()>& between, bool mayMix = false);
 
-  // Ends statements that hold the lock for too long, with an exception.
+  // From now on, ends statements that take too long with an exception (SQLITE_INTERRUPT).
   void limitTime();
 
   SQLite::Database& database() { return database_; }

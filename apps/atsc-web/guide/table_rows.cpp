@@ -63,8 +63,9 @@ std::string tableRows(const std::string& path, const std::string& table, int64_t
   if (!exists && table.empty()) return R"({"tables":[],"columns":[],"rows":[],"total":0})";
   if (!exists) throw std::invalid_argument("no table " + table);
   ServiceFile file(path);
-  file.limitTime();
+  const SQLite::Transaction lock(file.database());
   const std::vector<std::string> tables = file.tables();
+  file.limitTime();  // from now on: the wait for the lock took what it took
   const std::string chosen = !table.empty() ? table : tables.empty() ? "" : tables[0];
   json.open('{').key("tables").open('[');
   for (const std::string& name : tables) json.text(apps::validUtf8(name));
@@ -78,7 +79,6 @@ std::string tableRows(const std::string& path, const std::string& table, int64_t
   }
   for (const std::string& name : file.columnsOf(chosen)) json.text(apps::validUtf8(name));
   json.close(']').key("rows").open('[');
-  file.limitTime();
   SQLite::Statement query(file.database(),
                           "SELECT * FROM " + quotedName(chosen) + " LIMIT ? OFFSET ?");
   query.bind(1, count);
@@ -89,7 +89,6 @@ std::string tableRows(const std::string& path, const std::string& table, int64_t
     json.close(']');
   }
   query.reset();
-  file.limitTime();
   const int64_t total =
       file.database().execAndGet("SELECT count(*) FROM " + quotedName(chosen)).getInt64();
   json.close(']').number("total", total).close('}');
