@@ -57,12 +57,13 @@ class GuideView {
           if (this.data_ || this.turn_) this.source_(source);
           else this.show_(source);
         }),
-        onPart((current) => [current.epoch, current.versions?.guide], () => this.changed_()),
+        onPart((current) => [current.epoch, current.versions?.guide,
+          // The times of all cells are others in another zone.
+          current.clock?.offset], () => this.changed_()),
         onPart((current) => current.channel?.key, (key) => {
           this.grid_.playing = key ?? '';
           this.grid_.redraw();
         }),
-        onPart((current) => current.clock?.offset, () => this.grid_.redraw()),
         onChannels(() => this.data_ && this.load_()),
         everySecond((utc) => this.tick_(utc)));
     // The source and the channel that play decide what is shown first.
