@@ -91,12 +91,12 @@ function onKey(event) {
   const covered = document.querySelector('.alert-cover') !== null;
   if (!covered && event.key === 'PageUp' && !event.target.closest('[data-keys="own"]')) {
     event.preventDefault();
-    channelUp();
+    channelUp(event);
     return;
   }
   if (!covered && event.key === 'PageDown' && !event.target.closest('[data-keys="own"]')) {
     event.preventDefault();
-    channelDown();
+    channelDown(event);
     return;
   }
   if (!typing && !covered && !hasModal() && digitKey(event)) {

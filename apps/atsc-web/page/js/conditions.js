@@ -23,7 +23,7 @@ function whichCondition() {
   if (current === null) return null;
   if (current.otherTv !== null && current.otherTv !== undefined) {
     return {test: 'other-tv', kind: 'other', title: t('service.otherTv'),
-      more: t('service.otherTvMore', {pid: current.otherTv?.pid ?? current.otherTv})};
+      more: t('service.otherTvMore', {pid: current.otherTv.pid ?? '?'})};
   }
   if (!current.service?.running) return {test: 'no-service', kind: 'service',
     title: t('service.missing'), more: t('service.missingMore')};

@@ -56,17 +56,25 @@ export function playChannel(channel) {
   });
 }
 
-function step(mode) {
+// The service queues every change: a key that is held must not go on after it is let go.
+const heldMilliseconds = 300;
+let stepped = 0;
+
+function step(mode, event) {
+  const now = performance.now();
+  if (event?.repeat && now - stepped < heldMilliseconds) return Promise.resolve(false);
+  stepped = now;
   navigate('screen');
   return send({class: 'FW', command: 'CHANNELCHANGE', mode, input: source()});
 }
 
-export function channelUp() {
-  return step('UP');
+/** One channel up; the event is that of the key or the click. */
+export function channelUp(event) {
+  return step('UP', event);
 }
 
-export function channelDown() {
-  return step('DOWN');
+export function channelDown(event) {
+  return step('DOWN', event);
 }
 
 export function lastChannel() {

@@ -231,8 +231,8 @@ function mount(container) {
       return true;
     }
     if ((event.key === 'ArrowUp' || event.key === 'ArrowDown') && !elsewhere && state()?.channel) {
-      if (event.key === 'ArrowUp') channelUp();
-      else channelDown();
+      if (event.key === 'ArrowUp') channelUp(event);
+      else channelDown(event);
       return true;
     }
     if (event.key === 'Enter' && !event.target.closest?.('button, input, a')) {
