@@ -134,6 +134,7 @@ TEST_F(WebProgramTelevision, ShowsWhatTheServiceTells) {
   now = state("an alert", [](const Json::Value& s) { return s["alert"].isObject(); });
   EXPECT_FALSE(now["alert"]["blocking"].asBool());
   EXPECT_EQ(3, now["alert"]["priority"].asInt());
+  EXPECT_NEAR(now["clock"]["utc"].asDouble(), now["alert"]["since"].asDouble(), 5);
   EXPECT_THAT(now["alert"]["text"].asString(), HasSubstr("test of the emergency"));
   sets("FW CHANNELCHANGE", R"("input":"VSB","major":5,"minor":1)");
   state("its end", [](const Json::Value& s) { return s["alert"].isNull() && plays(s, "5-1"); });

@@ -256,7 +256,7 @@ std::optional<Json::Value> Television::askJson(const char* commandClass, const c
   return apps::parseJson(sent->text.value_or("")).value_or(Json::Value());
 }
 
-// What a banner shows first.
+// What a banner shows first. Callbacks tell whether it is blocked.
 void Television::askUrgent() {
   Questions& questions = viewing_.questions;
   if (questions.channel) {
@@ -267,16 +267,16 @@ void Television::askUrgent() {
       viewing_.channelIs(*current, *source);
     }
   }
+}
+
+void Television::askMore() {
+  Questions& questions = viewing_.questions;
   if (questions.viewing) {
     if (const auto reply = askJson("PC", "ISPCBLOCKED")) {
       questions.viewing = false;
       viewing_.viewingIs(*reply);
     }
   }
-}
-
-void Television::askMore() {
-  Questions& questions = viewing_.questions;
   if (questions.clock) {
     const auto setting = askJson("TIME", "GETSETTING");
     const Clock::time_point asked = Clock::now();

@@ -1,5 +1,6 @@
 #include "television/viewing_state.h"
 
+#include <cmath>
 #include <ctime>
 #include <functional>
 #include <map>
@@ -79,12 +80,13 @@ void ViewingState::callback(const Json::Value& message, Clock::time_point now) {
   const Handler clock = [](ViewingState& s, const Json::Value&, Clock::time_point) {
     s.questions.clock = true;
   };
-  const Handler alert = [](ViewingState& s, const Json::Value& message, Clock::time_point) {
+  const Handler alert = [](ViewingState& s, const Json::Value& message, Clock::time_point now) {
     s.alert_ = Json::objectValue;
     s.alert_["blocking"] = message["cbtype"] == "EASSTARTBLOCKING";
     s.alert_["text"] = stringMember(message, "text");
     s.alert_["priority"] = Json::Int64{apps::integer(message, "priority")};
-    s.alert_["since"] = Json::Int64{std::time(nullptr)};
+    s.alert_["since"] =
+        Json::Int64{s.time_.isKnown() ? std::llround(s.time_.at(now)) : std::time(nullptr)};
   };
   static const std::map<std::string, Handler> handlers = {
       {"SCAN",
