@@ -11,6 +11,7 @@
 
 #include "files.h"
 #include "http/event_hub.h"
+#include "http/intake.h"
 #include "http/router.h"
 #include "http/server.h"
 #include "http/token.h"
@@ -295,8 +296,9 @@ TEST_F(HttpTest, SlowAndManyClientsHoldNobodyUp) {
     slow.back().send("GET / HTTP/1.1\r\nHost: ");
     slow.emplace_back(port());
     slow.back().send(bytes("POST /api/echo HTTP/1.1|Host: localhost:$|"
-                           "Content-Type: application/json|Content-Length: 9") +
-                     "{");
+                           "Content-Type: application/json|Content-Length: " +
+                           std::to_string(web::Intake::kMostBody)) +
+                     std::string(web::Intake::kMostBody - 1, ' '));
     slow.emplace_back(port(), 4096);
     slow.back().send(bytes("GET /api/large HTTP/1.1|Host: localhost:$"));
   }

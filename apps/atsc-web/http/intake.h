@@ -20,7 +20,8 @@ class Intake {
   static constexpr size_t kMostHead = 16'384;
   static constexpr size_t kMostLines = 64;
   static constexpr size_t kMostTarget = 4'096;
-  static constexpr size_t kMostBody = 1'000'000;
+  // Commands are short, and JSON takes a hundred times the memory of its text while it is read.
+  static constexpr size_t kMostBody = 32'768;
 
   void feed(std::string_view bytes) { bytes_.append(bytes); }
 

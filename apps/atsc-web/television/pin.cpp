@@ -180,8 +180,8 @@ std::chrono::seconds Pin::waitAfter(int wrong) const {
 double Pin::waitOf(const Record& record) {
   timespec now;
   clock_gettime(CLOCK_REALTIME, &now);
-  const double left =
-      static_cast<double>(record.until - now.tv_sec) - static_cast<double>(now.tv_nsec) / 1e9;
+  const double left = static_cast<double>(record.until) - static_cast<double>(now.tv_sec) -
+                      static_cast<double>(now.tv_nsec) / 1e9;
   return std::clamp(left, 0.0, static_cast<double>(waitAfter(record.wrong).count()));
 }
 
