@@ -28,6 +28,7 @@ using testing::Not;
 using testing::StartsWith;
 using Clock = std::chrono::steady_clock;
 
+constexpr size_t kLarge = 12'000'000;  // more than all answers that nobody reads may hold
 constexpr const char* kToken = "correct-horse-battery";
 
 class HttpTest : public testing::Test {
@@ -40,7 +41,7 @@ class HttpTest : public testing::Test {
       return web::Response{200, request.body, "text/plain"};
     });
     router_.get("/api/large", [](const web::Request&) {
-      return web::Response{200, std::string(1'000'000, 'x'), "text/plain"};
+      return web::Response{200, std::string(kLarge, 'x'), "text/plain"};
     });
     addEventRoutes(router_, hub_);
   }
@@ -323,6 +324,7 @@ TEST_F(HttpTest, SlowAndManyClientsHoldNobodyUp) {
   promptly();
   hub_.publishState("\"newest\"");
   EXPECT_THAT(unread.rest(), Not(HasSubstr("newest")));
+  EXPECT_GT(ask("GET /api/large HTTP/1.1|Host: localhost:$").size(), kLarge);
 }
 
 TEST_F(HttpTest, EventsComeInOrderAndAgain) {
