@@ -154,7 +154,9 @@ bool ServiceFile::readInPieces(const std::string& table, const std::vector<const
   return true;
 }
 
-void ServiceFile::limitTime() {
+void ServiceFile::readBriefly(const std::function<void()>& read) {
+  SQLite::Transaction lock(database_);
+  version();  // waits for the lock, which is not counted
   deadline_ = (steady_clock::now() + kLongestLock).time_since_epoch().count();
   sqlite3_progress_handler(
       database_.getHandle(), 1000,
@@ -163,6 +165,9 @@ void ServiceFile::limitTime() {
                                 *static_cast<int64_t*>(deadline));
       },
       &deadline_);
+  read();
+  sqlite3_progress_handler(database_.getHandle(), 0, nullptr, nullptr);
+  lock.commit();
 }
 
 }  // namespace web

@@ -59,8 +59,9 @@ class ServiceFile {
                     const std::function<bool(SQLite::Statement&)>& row,
                     const std::function<bool()>& between, bool mayMix = false);
 
-  // From now on, ends statements that take too long with an exception (SQLITE_INTERRUPT).
-  void limitTime();
+  // Calls `read` while the file is locked. Ends its statements with an exception
+  // (SQLITE_INTERRUPT) if they take too long.
+  void readBriefly(const std::function<void()>& read);
 
   SQLite::Database& database() { return database_; }
 

@@ -63,9 +63,7 @@ std::string tableRows(const std::string& path, const std::string& table, int64_t
   if (!exists && table.empty()) return R"({"tables":[],"columns":[],"rows":[],"total":0})";
   if (!exists) throw std::invalid_argument("no table " + table);
   ServiceFile file(path);
-  const SQLite::Transaction lock(file.database());
   const std::vector<std::string> tables = file.tables();
-  file.limitTime();  // from now on: the wait for the lock took what it took
   const std::string chosen = !table.empty() ? table : tables.empty() ? "" : tables[0];
   json.open('{').key("tables").open('[');
   for (const std::string& name : tables) json.text(apps::validUtf8(name));
@@ -79,18 +77,21 @@ std::string tableRows(const std::string& path, const std::string& table, int64_t
   }
   for (const std::string& name : file.columnsOf(chosen)) json.text(apps::validUtf8(name));
   json.close(']').key("rows").open('[');
-  SQLite::Statement query(file.database(),
-                          "SELECT * FROM " + quotedName(chosen) + " LIMIT ? OFFSET ?");
-  query.bind(1, count);
-  query.bind(2, offset);
-  while (json.size() < kLongestAnswer && query.executeStep()) {
-    json.open('[');
-    for (int i = 0; i < query.getColumnCount(); ++i) writeCell(json, query.getColumn(i));
-    json.close(']');
-  }
-  query.reset();
-  const int64_t total =
-      file.database().execAndGet("SELECT count(*) FROM " + quotedName(chosen)).getInt64();
+  file.readBriefly([&] {
+    SQLite::Statement query(file.database(),
+                            "SELECT * FROM " + quotedName(chosen) + " LIMIT ? OFFSET ?");
+    query.bind(1, count);
+    query.bind(2, offset);
+    while (json.size() < kLongestAnswer && query.executeStep()) {
+      json.open('[');
+      for (int i = 0; i < query.getColumnCount(); ++i) writeCell(json, query.getColumn(i));
+      json.close(']');
+    }
+  });
+  int64_t total = 0;
+  file.readBriefly([&] {
+    total = file.database().execAndGet("SELECT count(*) FROM " + quotedName(chosen)).getInt64();
+  });
   json.close(']').number("total", total).close('}');
   return json.take();
 }
