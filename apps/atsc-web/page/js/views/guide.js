@@ -64,7 +64,8 @@ class GuideView {
           this.grid_.playing = key ?? '';
           this.grid_.redraw();
         }),
-        onChannels(() => this.data_ && this.load_()),
+        // Also while the first read is on its way: it may bring the list of before.
+        onChannels(() => this.load_(!this.data_)),
         everySecond((utc) => this.tick_(utc)));
     // The source and the channel that play decide what is shown first.
     const end = onState(() => {
