@@ -19,12 +19,11 @@ export function drawnCell(element) {
 /** A programme, a gap or something that is still to come. */
 class Cell {
   constructor() {
-    this.lock_ = icon('lock');
     this.title_ = airText('');
     this.times_ = h('span', {class: 'guide-times'});
     this.marks_ = h('span', {class: 'guide-marks'});
     this.text_ = h('div', {class: 'guide-text'},
-        h('div', {class: 'guide-title'}, this.lock_, this.title_),
+        h('div', {class: 'guide-title'}, this.title_),
         h('div', {class: 'guide-sub'}, this.times_, this.marks_));
     this.element = h('div', {
       'class': 'guide-cell', 'role': 'gridcell', 'id': `guide-cell-${++nextId}`,
@@ -33,6 +32,7 @@ class Cell {
     this.className_ = 'guide-cell';
     this.shown_ = null;
     this.shift_ = 0;
+    this.blocked_ = false;
   }
 
   /** Places and fills the cell; only what differs from before is touched. */
@@ -63,8 +63,7 @@ class Cell {
       this.times_.textContent = '';
     }
     this.marks_.textContent = '';
-    if (programme?.blocked) this.element.dataset.blocked = 'true';
-    else delete this.element.dataset.blocked;
+    this.block_(Boolean(programme?.blocked));
     if (!programme) return;
     if (programme.blocked) {
       this.marks_.append(h('span', {class: 'guide-mark blocked'}, t('guide.blocked')));
@@ -73,6 +72,18 @@ class Cell {
       this.marks_.append(airText(programme.rating, {class: 'guide-mark'}));
     }
     if (programme.cc) this.marks_.append(h('span', {class: 'guide-mark'}, t('guide.cc')));
+  }
+
+  block_(blocked) {
+    if (blocked === this.blocked_) return;
+    this.blocked_ = blocked;
+    if (blocked) {
+      this.element.dataset.blocked = 'true';
+      this.title_.before(icon('lock'));
+    } else {
+      delete this.element.dataset.blocked;
+      this.title_.previousSibling?.remove();
+    }
   }
 
   classes_({start, end, programme, pending}, grid) {
