@@ -81,9 +81,11 @@ function onKey(event) {
   // A field for a PIN takes digits only: the letters are still keys.
   const letterOfPin = /^[a-z]$/i.test(event.key) && event.target.matches?.('.pin-field');
   const typing = takesText(event.target) && !letterOfPin;
-  if (event.key === 'Escape' || (event.key === 'Backspace' && !typing)) {
+  // The key of a remote control leaves the one on the screen open.
+  const remote = event.key === 'BrowserBack';
+  if (event.key === 'Escape' || remote || (event.key === 'Backspace' && !typing)) {
     event.preventDefault();
-    if (cancelDigits() || back()) return;
+    if (cancelDigits() || ((hasModal() || !remote) && back())) return;
     if (current?.view.onBack?.()) return;
     if (current?.name !== 'screen') navigate('screen');
     return;

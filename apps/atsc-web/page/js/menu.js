@@ -7,11 +7,11 @@ import {onState, state} from './live.js';
 import {navigate} from './navigate.js';
 import {toggleRemote} from './remote.js';
 import {lockAgain, selectTrack, switchSource, toggleStandby} from './television.js';
-import {sourceName, t, textOr} from './texts.js';
+import {languageName, sourceName, t} from './texts.js';
 
 /** "English AC-3, described"; brief leaves the coding out. */
 export function trackText(track, brief = false) {
-  const language = track.language ? textOr(`language.${track.language}`, track.language) :
+  const language = track.language ? languageName(track.language) :
       t('screen.track', {track: track.index + 1});
   const parts = [t('screen.trackOf', {language, coding: brief ? '' : track.coding ?? ''}).trim()];
   if (track.described) parts.push(t('screen.described'));

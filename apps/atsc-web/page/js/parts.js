@@ -41,7 +41,7 @@ export function pickRow({label, options, value, onChange, test}) {
     'aria-haspopup': 'dialog', onclick: async () => {
       const {choose} = await import('./choose.js');
       const key = await choose({title: label, options, value: element.chosen});
-      if (key === undefined || key === element.chosen) return;
+      if (key === undefined) return;
       element.set(key);
       onChange(key);
     }}, h('span', {class: 'row-label'}, label), shown, icon('right'));

@@ -2,7 +2,7 @@
 
 import {h, icon} from './dom.js';
 import {enterDigits, typeDigit} from './digits.js';
-import {back, hasModal, openLayer} from './layers.js';
+import {openLayer} from './layers.js';
 import {navigate} from './navigate.js';
 import {channelDown, channelUp, lastChannel, switchSource, toggleStandby} from './television.js';
 import {t} from './texts.js';
@@ -57,7 +57,7 @@ function build() {
           key(t('remote.ok'), t('remote.ok'), () => press('Enter'), 'ok'),
           arrow('right', 'ArrowRight'), arrow('down', 'ArrowDown')),
       h('div', {class: 'remote-row'},
-          key(t('remote.back'), icon('back'), goBack),
+          key(t('remote.back'), icon('back'), () => send('BrowserBack')),
           key(t('remote.menu'), icon('menu'), () => import('./menu.js').then((m) => m.openMenu())),
           key(t('remote.guide'), icon('guide'), () => navigate('guide'))),
       h('div', {class: 'remote-row'},
@@ -66,8 +66,7 @@ function build() {
               h('span', {'aria-hidden': 'true'}, t('remote.ch')),
               key(t('remote.channelDown'), icon('down'), channelDown, 'rock', 'remote-down')),
           h('div', {class: 'remote-column'},
-              key(t('remote.info'), icon('info'), () =>
-                dispatchEvent(new KeyboardEvent('keydown', {key: 'i'}))),
+              key(t('remote.info'), icon('info'), () => send('i')),
               key(t('remote.last'), icon('last'), lastChannel)),
           h('div', {class: 'remote-column'},
               key(t('remote.audio'), icon('audio'), () =>
@@ -80,9 +79,9 @@ function build() {
           key(t('remote.enter'), icon('check'), () => press('Enter'), 'digit')));
 }
 
-function goBack() {
-  if (hasModal()) back();
-  else if (document.body.dataset.view !== 'screen') navigate('screen');
+/** A key that means the same wherever the focus is. */
+function send(key) {
+  dispatchEvent(new KeyboardEvent('keydown', {key, cancelable: true}));
 }
 
 /** Opens or closes the remote control. */

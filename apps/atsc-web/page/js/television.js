@@ -47,12 +47,18 @@ function source() {
   return state()?.source === 'QAM' ? 'QAM' : 'VSB';
 }
 
-/** Plays a channel of the list, and shows the screen. */
-export function playChannel(channel) {
+/** Sends what makes something play, and shows the screen. Nothing plays in standby: ends it. */
+async function tune(message) {
   navigate('screen');
-  return send({
+  if (state()?.standby && !(await setStandby(false))) return false;
+  return send(message);
+}
+
+/** Plays a channel of the list. */
+export function playChannel(channel) {
+  return tune({
     class: 'FW', command: 'CHANNELCHANGE', input: channel.src ?? source(), major: channel.major,
-    minor: channel.minor, ...(channel.record === undefined ? {} : {service_record: channel.record}),
+    minor: channel.minor, service_record: channel.record ?? undefined,
   });
 }
 
@@ -64,8 +70,7 @@ function step(mode, event) {
   const now = performance.now();
   if (event?.repeat && now - stepped < heldMilliseconds) return Promise.resolve(false);
   stepped = now;
-  navigate('screen');
-  return send({class: 'FW', command: 'CHANNELCHANGE', mode, input: source()});
+  return tune({class: 'FW', command: 'CHANNELCHANGE', mode, input: source()});
 }
 
 /** One channel up; the event is that of the key or the click. */
@@ -103,8 +108,7 @@ export function play() {
 }
 
 export function switchSource() {
-  navigate('screen');
-  return send({class: 'FW', command: 'PLAYSRC', src: source() === 'VSB' ? 'QAM' : 'VSB'});
+  return tune({class: 'FW', command: 'PLAYSRC', src: source() === 'VSB' ? 'QAM' : 'VSB'});
 }
 
 export function setStandby(standby) {

@@ -563,6 +563,17 @@ export function textOr(key, other) {
   return texts[key] ?? other;
 }
 
+const languageNames = new Intl.DisplayNames('en', {type: 'language'});
+
+/** Name of a language by its ISO 639-2 code; what is no code stays what it is. */
+export function languageName(code) {
+  try {
+    return texts[`language.${code}`] ?? languageNames.of(code);
+  } catch {
+    return code;
+  }
+}
+
 /** Name of a source, 'VSB' or 'QAM'. */
 export function sourceName(source) {
   return t(source === 'QAM' ? 'common.cable' : 'common.terrestrial');

@@ -33,6 +33,14 @@ function startScan(src, rf) {
     {class: 'SCAN', command: 'start', mode: 'manual', freq: rf, src});
 }
 
+// Both sources were asked for: the other one follows, whatever the page shows by then.
+onPart((current) => current.scan, (scan) => {
+  const then = scan && !scan.running ? nextSource() : null;
+  if (!then) return;
+  nextSource('');
+  if (scan.over && !scan.stopped && scan.src !== then) startScan(then);
+});
+
 class ScanView {
   constructor(container) {
     this.src_ = state()?.scan?.src ?? state()?.source ?? 'VSB';
@@ -124,16 +132,7 @@ class ScanView {
 
   scan_(scan) {
     if (scan?.running && scan.src !== this.src_) this.source_(scan.src);
-    if (scan?.over || scan?.stopped) this.goOn_(scan);
     this.draw_();
-  }
-
-  /** Both sources were asked for: the other one follows. */
-  goOn_(scan) {
-    const then = nextSource();
-    if (!then || scan.running) return;
-    nextSource('');
-    if (scan.over && !scan.stopped && scan.src !== then) startScan(then);
   }
 
   draw_() {

@@ -205,7 +205,7 @@ function mount(container) {
   }
 
   function toggleBanner() {
-    if (!state()?.channel) return;
+    if (!state()?.channel || state().standby) return;
     if (!banner.visible()) banner.open(bannerMilliseconds);
     else if (!banner.details()) banner.open(detailsMilliseconds, true);
     else banner.close();

@@ -4,7 +4,7 @@
 import {command} from '../api.js';
 import {choosePin, openDialog, tellError} from '../dialog.js';
 import {h, icon, setText} from '../dom.js';
-import {onPart, onState} from '../live.js';
+import {onPart, onState, state} from '../live.js';
 import {openAudio, trackText} from '../menu.js';
 import {pickRow, switchButton} from '../parts.js';
 import {send, setStandby} from '../television.js';
@@ -18,6 +18,10 @@ const languages = ['eng', 'spa', 'fre'];
 const themes = ['auto', 'dark', 'light'];
 const levels = ['0', '1', '2', '3'];
 const duals = ['STEREO', 'LEFT', 'RIGHT', 'MIXED'];
+let dualChosen = 'STEREO';
+
+// No callback tells that another program has changed which alerts are wanted.
+const alertsMilliseconds = 3000;
 
 function group(title, ...rows) {
   return h('section', {class: 'settings-group', 'aria-label': title}, h('h2', {}, title),
@@ -57,8 +61,11 @@ function mount(container) {
     value: '', test: 'settings-second', onChange: sendLanguages});
   // The receiver has no query for it: what was chosen here last is shown.
   const dual = pickRow({label: t('settings.dual'), options: named('settings.dual', duals),
-    value: 'STEREO', test: 'settings-dual',
-    onChange: (value) => send({class: 'AUD', command: 'SETDUAL', mode: value})});
+    value: dualChosen, test: 'settings-dual',
+    onChange: (mode) => {
+      dualChosen = mode;
+      send({class: 'AUD', command: 'SETDUAL', mode});
+    }});
   const track = value();
   const captions = value();
 
@@ -126,7 +133,11 @@ function mount(container) {
       setText(day, dateText(utc));
     }),
   ];
-  return () => ends.forEach((end) => end());
+  const timer = setInterval(() => state()?.service?.running && readAlerts(), alertsMilliseconds);
+  return () => {
+    clearInterval(timer);
+    ends.forEach((end) => end());
+  };
 }
 
 export const view = {name: 'settings', mount};
