@@ -38,6 +38,8 @@ class HttpClient {
     }
   }
 
+  void finish() { shutdown(socket_.get(), SHUT_WR); }
+
   // Returns what arrives up to and with `end`, or up to the end of the connection.
   std::string receive(const std::string& end) {
     size_t at;

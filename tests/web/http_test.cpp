@@ -191,6 +191,15 @@ TEST_F(HttpTest, FilesOfThePageAreGuardedAndSentOnce) {
   EXPECT_THAT(client.answer(), EndsWith("\r\n\r\none"));
   EXPECT_THAT(client.answer(), EndsWith("\r\n\r\ntwo"));
   EXPECT_THAT(client.rest(), EndsWith("\r\n\r\nend"));
+
+  // Who has asked all gets the answer, and the end of the connection at once.
+  const Clock::time_point began = Clock::now();
+  HttpClient once(port());
+  once.send(bytes("GET /api/echo?q=two HTTP/1.1|Host: localhost:$"));
+  EXPECT_THAT(once.answer(), EndsWith("\r\n\r\ntwo"));
+  once.finish();
+  EXPECT_EQ(once.rest(), "");
+  EXPECT_LT(Clock::now() - began, std::chrono::seconds(15));
 }
 
 TEST_F(HttpTest, TheTokenIsAskedOnce) {
@@ -228,6 +237,7 @@ TEST_F(HttpTest, TheTokenIsAskedOnce) {
   EXPECT_THAT(right, Not(HasSubstr(kToken)));
   const size_t begin = right.find("Set-Cookie: ") + 12;
   const std::string cookie = right.substr(begin, right.find(';', begin) - begin);
+  EXPECT_EQ(cookie.size(), cookie.find('=') + 1 + 64) << cookie;
   const std::string get = "GET /api/callbacks HTTP/1.1|Host: localhost:$|Cookie: ";
   EXPECT_EQ(statusOf(ask(get + "a=b; " + cookie)), 200);
   EXPECT_EQ(statusOf(ask(get + cookie + "0")), 401);
