@@ -79,7 +79,7 @@ TEST_F(WebProgramGuide, NeverKeepsTheServiceFromWriting) {
   std::atomic<bool> ends = false;
   std::atomic<int> answers = 0;
   std::vector<std::thread> pages;
-  for (int i = 0; i < 5; ++i) {
+  for (int i = 0; i < (isSlow() ? 1 : 5); ++i) {
     pages.emplace_back([&] {
       while (!ends) {
         for (const web::Response& response :
