@@ -2,6 +2,7 @@
 // those that other programs have written.
 #include <atsc/atsc_tables.h>
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 
 #include <atomic>
 #include <filesystem>
@@ -236,16 +237,20 @@ TEST_F(GuideTest, FollowsTheFiles) {
               HasSubstr("events.db: file is not a database\n"));
   EXPECT_THAT(guide(), testing::ElementsAre("1060+60 Logged  []"));
   EXPECT_EQ(503, answer("/api/rows", {{"db", "guide"}}).status);
+  // To open a pipe would take for ever.
   std::filesystem::remove(files_.events);
+  ASSERT_EQ(0, mkfifo(files_.events.c_str(), S_IRUSR | S_IWUSR));
   EXPECT_TRUE(guideRefreshed());
   EXPECT_THAT(guide(), testing::IsEmpty());
   EXPECT_EQ(0u, ask("/api/rows", {{"db", "guide"}})["tables"].size());
   replaceFile(files_.events, good);
   EXPECT_TRUE(guideRefreshed());
-  // Another program's tables: without columns, without row ids.
+  // Another program's tables: without columns, with ten million characters, without row ids.
   execute(files_.events, "DROP TABLE event_t");
   execute(files_.events, "CREATE TABLE event_t (ch_id_pk, start_time, name)");
-  EXPECT_TRUE(change("INSERT INTO event_t VALUES ('5-1-57000000', 9, 'Foreign')"));
+  EXPECT_TRUE(
+      change("INSERT INTO event_t VALUES ('x', 9, hex(zeroblob(5000000))), "
+             "('5-1-57000000', 9, 'Foreign')"));
   EXPECT_THAT(guide(), testing::ElementsAre("9+0 Foreign  []"));
   execute(files_.events,
           "DROP TABLE event_t; CREATE TABLE event_t (_rowid_ PRIMARY KEY) WITHOUT ROWID");

@@ -19,8 +19,9 @@ constexpr int kFileBusyMs = 2000;
 constexpr milliseconds kPiece(20);
 constexpr milliseconds kLongestLock(80);
 
-// No text of a broadcast is nearly as long; a foreign one shall not fill the memory.
-constexpr int kLongestValue = 1 << 20;
+// No text of a broadcast is nearly as long; a foreign one shall not fill the memory. SQLite refuses
+// to read beyond a longer one, so that it would hide the rows behind it.
+constexpr int kLongestValue = 16 << 20;
 
 // Times of files have the step of the kernel's clock, at most 10 ms.
 constexpr int64_t kSettledNs = 100'000'000;
@@ -31,7 +32,8 @@ int64_t nanoseconds(const timespec& time) {
 
 FileStamp::Part partOf(const std::string& path) {
   struct stat status {};
-  if (stat(path.c_str(), &status) != 0) return {};
+  // To open a pipe would take until somebody writes to it.
+  if (stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return {};
   return {status.st_dev, status.st_ino, status.st_size, status.st_mtim, status.st_ctim};
 }
 
