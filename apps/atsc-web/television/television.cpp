@@ -38,6 +38,7 @@ constexpr std::chrono::seconds kCommandPatience(2);
 constexpr size_t kMaxEvents = 10000;
 
 constexpr std::chrono::milliseconds kUnlockTakes(300);
+constexpr int kUnlockAttempts = 3;
 constexpr std::chrono::seconds kChangeTakes(5);
 
 }  // namespace
@@ -394,8 +395,12 @@ bool Television::unlock() {
     published_.wait_for(lock, callbacks ? kChangeTakes : std::chrono::seconds(1),
                         [&] { return plays_ > plays; });
   }
-  if (command(given).fault != LinkFault::kNone) return false;
-  return isOpen(kUnlockTakes);
+  // The channel of a change before may have begun to play only now: then this one locks again.
+  for (int attempt = 0; attempt < kUnlockAttempts; ++attempt) {
+    if (command(given).fault != LinkFault::kNone) return false;
+    if (isOpen(kUnlockTakes)) return true;
+  }
+  return false;
 }
 
 }  // namespace web
