@@ -54,6 +54,7 @@ class Album:
                 self.page.media(prefers_color_scheme=scheme, prefers_reduced_motion="reduce")
                 if arrange:
                     arrange()
+                self.page.cdp("Input.dispatchMouseEvent", type="mouseMoved", x=2, y=2)
                 self.page.later("const done = arguments[0]; document.fonts.ready.then(() =>"
                                 "requestAnimationFrame(() => setTimeout(done, 250)));")
                 for file in chosen:

@@ -40,6 +40,7 @@ def first_start_to_the_guide(scene):
     page.see("banner-now", "The Long Lock")
     page.see("banner-next", "Little Bobby's Tables: Robert'); DROP TABLE event_t;--")
     page.keys("9", "-", "2", "ENTER")
+    page.gone("digits", seconds=1)
     page.see("banner-number", "9-2")
     page.see("banner-name", "Ñandú")
     page.keys("l")
