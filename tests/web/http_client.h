@@ -42,8 +42,11 @@ class HttpClient {
 
   // Returns what arrives up to and with `end`, or up to the end of the connection.
   std::string receive(const std::string& end) {
-    size_t at;
-    while ((at = arrived_.find(end)) == std::string::npos && more()) {
+    size_t at = arrived_.find(end);
+    while (at == std::string::npos) {
+      const size_t from = arrived_.size() < end.size() ? 0 : arrived_.size() - end.size();
+      if (!more()) break;
+      at = arrived_.find(end, from);
     }
     return take(at == std::string::npos ? arrived_.size() : at + end.size());
   }

@@ -399,11 +399,8 @@ class HttpServer::Loop {
       connection.timed = true;
       connection.deadline = now + options_.requestTime;
     }
-    if (buffered() > kMostBuffered) {
-      refuse(connection, now, 503, "busy");
-    } else {
-      toWorkers(connection);
-    }
+    makeRoom();
+    if (connection.state == State::kReading) toWorkers(connection);
   }
 
   // Gives the next request to the workers if it is whole.
@@ -418,13 +415,26 @@ class HttpServer::Loop {
     toDo_.notify_one();
   }
 
-  size_t buffered() const {
-    size_t sum = 0;
-    for (const Connection& connection : connections_) {
-      if (connection.state == State::kWorking) continue;
-      sum += connection.intake.size() + connection.output.size();
+  // Closes those connections that hold most, until the others fit: who reads and writes at once
+  // holds little. One may hold more, as the answer with all channels of a source.
+  void makeRoom() {
+    for (;;) {
+      size_t sum = 0;
+      size_t most = 0;
+      Connection* largest = nullptr;
+      for (Connection& connection : connections_) {
+        if (connection.state == State::kWorking) continue;
+        const size_t held = connection.intake.size() + connection.output.size();
+        sum += held;
+        if (held <= most) continue;
+        most = held;
+        largest = &connection;
+      }
+      if (sum - most <= kMostBuffered) return;
+      largest->state = State::kClosed;
+      largest->intake = {};
+      largest->output = {};
     }
-    return sum;
   }
 
   void takeAnswered(Clock::time_point now) {
@@ -441,11 +451,9 @@ class HttpServer::Loop {
         startEvents(*connection, *page, now);
       } else if (connection->output.empty()) {
         answered(*connection, now);
-      } else if (buffered() - connection->output.size() > kMostBuffered) {
-        // A single answer may be longer, as that with all channels of a source.
-        connection->state = State::kClosed;
       }
     }
+    if (!done.empty()) makeRoom();
   }
 
   void startEvents(Connection& connection, const EventHub::Subscriber& page,
