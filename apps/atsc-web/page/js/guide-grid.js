@@ -311,10 +311,11 @@ export class GuideGrid {
       this.scroller_.setAttribute('aria-activedescendant', id);
     }
     const cell = this.focused_();
-    if (cell?.programme === this.told_ && this.index_ === this.toldIndex_ && cell) return;
-    this.told_ = cell?.programme;
+    if (!cell || cell.pending) return;
+    if (cell.programme === this.told_ && this.index_ === this.toldIndex_) return;
+    this.told_ = cell.programme;
     this.toldIndex_ = this.index_;
-    if (cell && !cell.pending) this.onFocus_(this.channels_[this.index_], cell);
+    this.onFocus_(this.channels_[this.index_], cell);
   }
 
   /** Asks for what is in sight, then for what comes next in the direction of the scrolling. */

@@ -274,6 +274,7 @@ export const texts = {
   'guide.show': 'Show in the guide',
   'guide.count': '{n} channels',
   'guide.countOne': 'One channel',
+  'guide.over': 'All programmes of this guide are over. The last one ended {when}.',
   'guide.countGenre': '{n} channels with {genre} in these hours',
   'guide.empty': 'There are no channels yet. The channel search finds what is received.',
   'guide.emptyGroup': 'No channel is in this favourite group.',

@@ -16,7 +16,7 @@ import {
 } from '../programme.js';
 import {playChannel} from '../television.js';
 import {sourceName, t} from '../texts.js';
-import {everySecond, now, startOfDay} from '../time.js';
+import {dateTimeText, everySecond, now, startOfDay} from '../time.js';
 import {VirtualList} from '../virtual-list.js';
 
 const kSources = ['VSB', 'QAM'];
@@ -150,8 +150,7 @@ class GuideView {
 
   tick_(utc) {
     this.grid_.tick(utc);
-    // The clock was set: the time axis begins elsewhere.
-    if (this.from_ && (utc < this.from_ || utc > this.from_ + 24 * kHour)) {
+    if (this.from_ && this.clockSet_(utc)) {
       this.place_();
       this.grid_.jump(utc);
     }
@@ -193,16 +192,28 @@ class GuideView {
     }
   }
 
+  /** Whether the time axis has to begin elsewhere. */
+  clockSet_(utc) {
+    return utc < this.from_ || utc > this.placed_ + 24 * kHour;
+  }
+
+  /** Whether all programmes are over: a station may send another day's, or another clock. */
+  isOver_(utc) {
+    return this.span_.last > 0 && this.span_.last <= utc;
+  }
+
   /** Gives the grid its channels and the ends of its time axis. */
   place_() {
     if (!this.data_) return;
     const utc = now();
-    const day = 24 * kHour;
-    if (!this.from_ || utc < this.from_ || utc > this.from_ + day) {
-      const before = Math.min(Math.max(this.span_.first || utc, utc - kBefore), utc);
-      this.from_ = Math.floor(before / kHour) * kHour;
+    const over = this.isOver_(utc);
+    if (!this.from_ || this.clockSet_(utc) || over !== this.over_) {
+      const before = Math.max(this.span_.first || utc, utc - (over ? kMost : kBefore));
+      this.from_ = Math.floor(Math.min(before, utc) / kHour) * kHour;
+      this.placed_ = utc;
+      this.over_ = over;
     }
-    const last = Math.min(this.span_.last || 0, this.from_ + kMost);
+    const last = Math.min(this.span_.last || 0, utc + kMost);
     const to = Math.ceil(Math.max(last, utc + kLeast) / kHour) * kHour;
     const bit = kept.group ? 0x10 << (kept.group - 1) : 0;
     const channels = this.channels_.filter((channel) => (!bit || (channel.fav & bit) !== 0) &&
@@ -216,10 +227,12 @@ class GuideView {
     if (this.found_) return;
     show(this.grid_.element, count > 0);
     show(this.detailBox_, count > 0);
-    this.status_.classList.toggle('quiet', count === 0 || (!kept.genre && !kept.group));
+    this.status_.classList.toggle('quiet',
+        count === 0 || (!kept.genre && !kept.group && !this.over_));
     const key = count === 1 ? 'guide.countOne' : 'guide.count';
     const text = kept.genre ? t('guide.countGenre', {n: count, genre: genreName(kept.genre)}) :
-      kept.group && count === 0 ? t('guide.emptyGroup') : t(key, {n: count});
+      kept.group && count === 0 ? t('guide.emptyGroup') :
+      this.over_ ? t('guide.over', {when: dateTimeText(this.span_.last)}) : t(key, {n: count});
     if (this.channels_.length === 0) this.empty_.say(t('guide.empty'), true);
     else this.empty_.say(count === 0 ? text : '');
     setText(this.status_, count === 0 ? '' : text);
@@ -342,8 +355,9 @@ class GuideView {
     const src = this.src_;
     const turn = this.searchTurn_ = (this.searchTurn_ ?? 0) + 1;
     try {
-      const answer = await get('/api/search', {src, q, limit: kResults, after: Math.floor(now()),
-        genre: kept.genre || undefined});
+      const utc = Math.floor(now());
+      const answer = await get('/api/search', {src, q, limit: kResults,
+        after: this.isOver_(utc) ? undefined : utc, genre: kept.genre || undefined});
       if (turn !== this.searchTurn_ || this.turn_ < 0) return;
       const byRow = new Map((await channelList(src)).map((channel) => [channel.row, channel]));
       const results = answer.results.filter((entry) => byRow.has(entry.row))
