@@ -290,8 +290,9 @@ export class GuideGrid {
         this.ticks_.set(utc, tick);
         this.head_.append(tick);
       }
-      const day = startOfDay(utc) === utc ? `${dayText(utc)} · ` : '';
-      tick.textContent = day + clockText(utc);
+      // A narrow field has room for one of both.
+      const words = startOfDay(utc) === utc ? [dayText(utc), clockText(utc)] : [clockText(utc)];
+      tick.textContent = words.slice(0, kHalfHour * this.pixels_ < 200 ? 1 : 2).join(' · ');
       tick.style.left = `${Math.round(this.x(utc))}px`;
     }
   }

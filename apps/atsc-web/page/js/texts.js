@@ -126,6 +126,7 @@ export const texts = {
   'screen.favourite': 'Favourites {n}',
   'screen.radio': 'Radio',
   'screen.data': 'Data',
+  'screen.dataMore': 'This channel has neither picture nor sound.',
   'screen.live': 'Channel {number} {name}. Now: {title}',
   'screen.digits': 'Channel number',
   'screen.noChannel': 'There is no channel {number}.',

@@ -119,6 +119,10 @@ function whichMessage(current, known) {
     return {key: 'radio', make: () => message('radio', {iconName: 'audio', test: 'radio',
       title: t('screen.radioPlaying')})};
   }
+  if (current.channel?.type === 'DATA') {
+    return {key: 'data', make: () => message('radio', {iconName: 'info', test: 'data',
+      title: t('screen.data'), more: t('screen.dataMore')})};
+  }
   return {key: '', make: () => null};
 }
 
