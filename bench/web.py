@@ -16,6 +16,7 @@ How the figures come about:
   in all rows that fit into the window. Floor: an empty page, to the end of its first frame.
 - "frame while scrolling": the time between two frames while the guide is scrolled smoothly by the wheel.
   Floor: the same gesture on a page with a tall empty box.
+- "memory": resident memory of atsc-web. Floor: the same program before the first scan.
 - "rewrites refused": what the service logs when a reader holds the guide for too long, while five
   pages scroll through the guide and a station changes its programmes again and again.
 
