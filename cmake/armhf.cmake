@@ -26,8 +26,9 @@ set(sysroot_link
 set(CMAKE_EXE_LINKER_FLAGS_INIT "${sysroot_link}")
 set(CMAKE_SHARED_LINKER_FLAGS_INIT "${sysroot_link}")
 # Supports files over 2 GiB and folders with 64-bit positions. Suppresses notes on an ABI change of
-# old compilers.
-set(CMAKE_CXX_FLAGS_INIT "-D_FILE_OFFSET_BITS=64 -Wno-psabi")
+# old compilers. Some headers of OpenSSL depend on the architecture.
+set(CMAKE_CXX_FLAGS_INIT
+    "-D_FILE_OFFSET_BITS=64 -Wno-psabi -isystem ${ATSC_SYSROOT}/usr/include/arm-linux-gnueabihf")
 
 # The emulator only has to find the loader and the C library.
 set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm-static -L /usr/arm-linux-gnueabihf)
