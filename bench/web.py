@@ -10,17 +10,19 @@ How the figures come about:
   the way to the service, the command, and the way back. Floor: a bare server-sent event stream of
   a program that stamps its messages in the same way.
 - "callback to banner": from the stamp of CHANNEL_PLAY_SUCCESS to the end of the first frame that
-  shows the number and the programme of the new channel. "key to banner" is the same from the key on,
-  by the page's clock alone. Floor: the same stream, to the end of the frame that shows its message.
+  shows the number and the programme of the new channel. "key to banner" is the same from the key
+  on, by the page's clock alone. Floor: the same stream, to the end of the frame that shows its
+  message.
 - "guide, first sight": from the start of the navigation to the end of the first frame with titles
   in all rows that fit into the window. Floor: an empty page, to the end of its first frame.
-- "frame while scrolling": the time between two frames while the guide is scrolled smoothly by the wheel.
+- "frame while scrolling": the time between two frames while the guide is scrolled smoothly by the
+  wheel.
   Floor: the same gesture on a page with a tall empty box.
 - "memory": resident memory of atsc-web. Floor: the same program before the first scan.
 - "rewrites refused": what the service logs when a reader holds the guide for too long, while five
   pages scroll through the guide and a station changes its programmes again and again.
 
-Prints one line per figure with the limit; the exit status is 1 if one is missed. --json prints JSON.
+Prints one line per figure with the limit; the exit status is 1 if one is missed.
 """
 
 import argparse
@@ -110,7 +112,8 @@ class Report:
         if not ok:
             self.missed.append(name)
         if self.as_json:
-            print(json.dumps({"name": name, "ours": round(value, 2), "floor": floor and round(floor, 2),
+            print(json.dumps({"name": name, "ours": round(value, 2),
+                              "floor": floor and round(floor, 2),
                               "unit": unit, "limit": limit}), flush=True)
             return
         print(f"{name:44} ours {value:10.1f}  floor "
@@ -135,7 +138,10 @@ def floor_figures(driver):
           document.getElementById('text').textContent = at;
           afterFrame(() => drawn.push(clockNow() - at));
         };
-        source.onerror = () => { source.close(); setTimeout(() => done([events, drawn]), 100); };""")
+        source.onerror = () => {
+          source.close();
+          setTimeout(() => done([events, drawn]), 100);
+        };""")
     first = first_sight(page, f"http://127.0.0.1:{server.server_port}/?again", "true")
     frames = scroll(page, 640, 400)
     page.close()
@@ -144,7 +150,7 @@ def floor_figures(driver):
 
 
 def first_sight(page, address, condition):
-    """Returns the milliseconds from the navigation to the end of the first frame of the condition."""
+    """Returns the milliseconds from the navigation to the end of the first such frame."""
     page.front()
     page.driver.get("about:blank")
     script = page.cdp("Page.addScriptToEvaluateOnNewDocument", source="""
@@ -152,7 +158,9 @@ def first_sight(page, address, condition):
           requestAnimationFrame(() => {
             const channel = new MessageChannel();
             const seen = document.body && (() => { try { return %s; } catch { return false; } })();
-            channel.port1.onmessage = () => { if (seen) window.firstSight = performance.now(); else look(); };
+            channel.port1.onmessage = () => {
+              if (seen) window.firstSight = performance.now(); else look();
+            };
             channel.port2.postMessage(0);
           });
         })();""" % condition)
@@ -243,7 +251,7 @@ def callbacks(page, receiver, zaps):
     for _ in range(40):
         before = page.js("return raised.length")
         page.js("window.sent = clockNow(); api.command({class: 'PC', command: 'SETPRTDETAIL',"
-                "                                       preset_mode: arguments[0]});", before % 2 + 1)
+                "             preset_mode: arguments[0]});", before % 2 + 1)
         until(lambda before=before: page.js("return raised.length") > before, "PARENTAL_UPDATE", 10)
     return page.js("return {delays, banners, keyed, raised, states}")
 
@@ -334,7 +342,8 @@ def measure(receiver, driver, report, arguments):
     for each in pages:
         each.close()
     receiver.get("/api/search?src=VSB&q=blame&limit=100")
-    report.add("memory of atsc-web, after a search and that", "MB", receiver.memory("atsc-web") / 1e6)
+    report.add("memory of atsc-web, after a search and that", "MB",
+               receiver.memory("atsc-web") / 1e6)
 
 
 if __name__ == "__main__":

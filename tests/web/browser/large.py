@@ -9,17 +9,20 @@ GENRES = ["news", "drama", "movie", "sports"]
 def _service(number, index):
     return {
         "program": index + 1, "pmt_pid": 32 + index * 4, "major": number // SERVICES + 2,
-        "minor": index + 1, "name": f"S{number}", "source_id": number + 1 if number < 4000 else number + 100,
+        "minor": index + 1, "name": f"S{number}",
+        "source_id": number + 1 if number < 4000 else number + 100,
         "guide_offset": number * 7 % 60,
         "programmes": [{"minutes": 110, "title": f"Show {show} of {number}",
-                        "description": f"What happens in part {show} of {number}, and who is to blame.",
+                        "description": f"What happens in part {show} of {number}, "
+                                       "and who is to blame.",
                         "genres": [GENRES[number % 4]]} for show in range(12)],
         "streams": [{"type": "mpeg2-video", "pid": 33 + index * 4},
                     {"type": "ac3", "pid": 34 + index * 4, "language": "eng"}]}
 
 
 def carrier(index, guide_version=0):
-    return {"frequency": CARRIERS[index] * 1000000, "tsid": index + 1, "guide_version": guide_version,
+    return {"frequency": CARRIERS[index] * 1000000, "tsid": index + 1,
+            "guide_version": guide_version,
             "services": [_service(index * SERVICES + service, service)
                          for service in range(SERVICES)]}
 

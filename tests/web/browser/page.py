@@ -30,7 +30,8 @@ def browser():
     options.binary_location = "/usr/bin/chromium"
     # The sandbox needs rights that a container lacks. Only pages of this machine are opened.
     for argument in ("--headless=new", "--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage",
-                     "--disable-background-networking", "--disable-component-update", "--no-first-run",
+                     "--disable-background-networking", "--disable-component-update",
+                     "--no-first-run",
                      "--disable-background-timer-throttling", "--disable-renderer-backgrounding",
                      "--disable-backgrounding-occluded-windows", "--window-size=1280,720"):
         options.add_argument(argument)
@@ -116,7 +117,8 @@ class Page:
 
     def gone(self, name, *words, seconds=15):
         """Waits until no visible element of that name contains the words."""
-        until(lambda: not [text for text in self.texts(name) if all(word in text for word in words)],
+        until(lambda: not [text for text in self.texts(name)
+                           if all(word in text for word in words)],
               lambda: f"end of {name} {words}; seen: {self.texts(name)[:8]}", seconds)
 
     def whole(self):
@@ -146,7 +148,7 @@ class Page:
         script = """
             return [...document.querySelectorAll(arguments[0])].find(e =>
                 e.checkVisibility() && arguments[1].every(w =>
-                    ((e.getAttribute('aria-label') || '') + e.innerText + (e.value ?? '')).includes(w)));
+                    [e.getAttribute('aria-label'), e.innerText, e.value].join(' ').includes(w)));
             """
         return until(lambda: self.js(script, selector(name), words),
                      lambda: f"{name} with {words}; seen: {self.texts(name)[:12]}", seconds)
@@ -190,7 +192,8 @@ class Page:
             refused = entry["source"] == "network" and any(
                 reason in entry["message"] for reason in (
                     "status of 401", "status of 403", "status of 503", "ERR_CONNECTION_REFUSED",
-                    "ERR_INCOMPLETE_CHUNKED_ENCODING", "ERR_EMPTY_RESPONSE", "ERR_CONNECTION_RESET"))
+                    "ERR_INCOMPLETE_CHUNKED_ENCODING", "ERR_EMPTY_RESPONSE",
+                    "ERR_CONNECTION_RESET"))
             if entry["level"] in ("SEVERE", "WARNING") and not refused:
                 self.errors.append(entry["message"])
         return self.errors

@@ -1,4 +1,4 @@
-"""A receiver for a scenario: the broadcast, atsc-service and atsc-web as real processes in a folder."""
+"""A receiver for a scenario: the broadcast, atsc-service and atsc-web as real processes."""
 
 import copy
 import json
@@ -53,7 +53,8 @@ class Receiver:
         self.port = None
         self.origin = None
         self.start_time = None
-        self.variables = {k: v for k, v in os.environ.items() if not k.startswith(("ATSC_", "XDG_"))}
+        self.variables = {name: value for name, value in os.environ.items()
+                          if not name.startswith(("ATSC_", "XDG_"))}
         self.variables.update(HOME=folder, SPDLOG_LEVEL="warn")
 
     def program(self, name):

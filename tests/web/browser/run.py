@@ -81,7 +81,8 @@ def run(name, function, driver, arguments):
         scene.receiver.close()
     signal.alarm(0)
     shutil.rmtree(folder, ignore_errors=True)
-    print(f"{'FAILED' if faults else 'passed'}  {name} ({time.monotonic() - began:.1f} s)", flush=True)
+    print(f"{'FAILED' if faults else 'passed'}  {name} ({time.monotonic() - began:.1f} s)",
+          flush=True)
     for fault in faults:
         print("    " + str(fault).replace("\n", "\n    "), flush=True)
     return not faults
@@ -97,8 +98,9 @@ def main():
     parser.add_argument("-k", metavar="WORD", action="append", default=[],
                         help="only the scenarios with one of these words in their names")
     parser.add_argument("--list", action="store_true", help="print the names of the scenarios")
-    parser.add_argument("--pictures", metavar="DIR", help="make the pictures of the documents in DIR too, and in DIR/all (if there) "
-                        "each page at each size, dark and light")
+    parser.add_argument("--pictures", metavar="DIR",
+                        help="make the pictures of the documents in DIR too, and in DIR/all (if "
+                        "there) each page at each size, dark and light")
     parser.add_argument("--build", default=os.path.join(ROOT, "build", "native"),
                         help="folder of the programs (default: build/native)")
     arguments = parser.parse_args()

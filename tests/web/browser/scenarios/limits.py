@@ -31,7 +31,8 @@ def parental_limit(scene):
     until(lambda: receiver.command("PC", "RETREIVERATING", region=1)["reply"]["us"]["tv"] == 4,
           lambda: receiver.command("PC", "RETREIVERATING", region=1))
     # The first limit switches parental control on.
-    until(lambda: receiver.command("PC", "GETPRTDETAIL")["reply"]["pc_enable"] == 1, "limits applied")
+    until(lambda: receiver.command("PC", "GETPRTDETAIL")["reply"]["pc_enable"] == 1,
+          "limits applied")
     page.type("check-rating", "TV-MA")
     page.click("check-send")
     page.see("check-result", "blocked")
@@ -49,11 +50,11 @@ def parental_limit(scene):
         other.pin(wrong)
         other.see("pin-error")
     assert receiver.state()["pin"]["wait"] > 0, receiver.state()["pin"]
-    # A guess during the wait is no guess, even if it is right; no other way leads past the question.
+    # A guess during the wait is no guess, even if it is right; no other way leads past.
     assert receiver.post("/api/pin", {"op": "unlock", "pin": "2468"})["ok"] is False
     for command in ({"class": "PC", "command": "PWDUNLOCK", "lock_status": 1},
-                    {"class": "FW", "command": "CHANNELCHANGE", "input": "VSB", "major": 5, "minor": 1,
-                     "password_reqd": False},
+                    {"class": "FW", "command": "CHANNELCHANGE", "input": "VSB", "major": 5,
+                     "minor": 1, "password_reqd": False},
                     {"class": "PC", "command": "RESET"}):
         status, answer = receiver.request("/api/command", command)
         assert (status, answer["error"]) == (403, "pin"), (command, status, answer)
@@ -91,7 +92,8 @@ def both_kinds_of_alert(scene):
     page.see("alert", text)
     page.go("/guide")
     page.see("alert", text)
-    top = page.js("return document.elementFromPoint(640, 400).closest('[data-test=alert]') !== null")
+    top = page.js("return document.elementFromPoint(640, 400)"
+                  ".closest('[data-test=alert]') !== null")
     assert top, "something lies above the alert"
     page.gone("alert")
     page.see("guide-row", "5-1")

@@ -20,7 +20,8 @@ def hostile_names(scene):
 
     def sound(where):
         faults = page.js("""
-            return [window.hacked, document.querySelector('svg[onload], img[src="x"], bdi h1, bdi b'),
+            return [window.hacked,
+                document.querySelector('svg[onload], img[src="x"], bdi h1, bdi b'),
                 document.body.innerText.match(/[\\u202a-\\u202e\\u2066-\\u2069]/)]""")
         assert faults == [None, None, None], (where, faults)
 
@@ -32,7 +33,8 @@ def hostile_names(scene):
     page.see("banner-now", "javascript:hacked=1")
     page.see("banner-next", "\U0001f3ac </bdi></button><h1>big</h1>")
     page.go("/guide")
-    for title in (image, "\"double\" 'single' `back` &amp; ${hacked}", "</bdi></button><h1>big</h1>"):
+    for title in (image, "\"double\" 'single' `back` &amp; ${hacked}",
+                  "</bdi></button><h1>big</h1>"):
         page.see("guide-cell", title)
     page.see("guide-row", "<img onerror=a src=>")
     sound("guide")

@@ -1,6 +1,7 @@
 """Pictures of every page, for the documents and to look at. Runs only with --pictures DIR.
 
-DIR gets the pictures of the documents; DIR/all, if it exists, each page at each size, dark and light.
+DIR gets the pictures of the documents; DIR/all, if it exists, each page at each size, dark
+and light.
 """
 
 import datetime
@@ -36,7 +37,8 @@ class Album:
     def evening(self):
         """Sets the receiver's clock back, so that each picture shows the same minute."""
         self.evenings += 1  # streams with the same start share a clock that runs on
-        for start in (f"2026-11-21T18:{self.evenings:02}:00Z", f"2026-11-21T19:05:{self.evenings:02}Z"):
+        for start in (f"2026-11-21T18:{self.evenings:02}:00Z",
+                      f"2026-11-21T19:05:{self.evenings:02}Z"):
             self.scene.receiver.change(lineup(AIR), K5, start=start)
             until(lambda start=start: self.clock().startswith(start[:16]), f"the clock at {start}")
 
@@ -146,8 +148,8 @@ def pictures(scene):
     page.see("block", "TV-14")
     album.take("block")
     page.resize("tv")
-    receiver.change(with_alert(1, "Storm surge warning until 9 PM: the river rises. Leave the lower "
-                                  "town and the piers at once.", 15, 100), K5)
+    receiver.change(with_alert(1, "Storm surge warning until 9 PM: the river rises. Leave the "
+                                  "lower town and the piers at once.", 15, 100), K5)
     page.see("alert")
     album.take("alert")
     receiver.change(with_alert(2, "Road works on Pier 9 tonight: use the bridge.", 3, 100), K5)

@@ -30,8 +30,8 @@ def first_start_to_the_guide(scene):
     page.see("[data-test=scan-band] [data-carrier]")
     page.see("scan-services", "12")
     assert len(page.js("return document.querySelectorAll('[data-test=scan-band] [data-rf]')")) == 68
-    carriers = page.js("return [...document.querySelectorAll('[data-test=scan-band] [data-carrier]')]"
-                       ".map(e => e.dataset.rf)")
+    carriers = page.js("return [...document.querySelectorAll("
+                       "'[data-test=scan-band] [data-carrier]')].map(e => e.dataset.rf)")
     assert carriers == ["8", "15", "22", "31"], carriers
 
     page.go("/")
@@ -84,7 +84,8 @@ def newcomer(scene):
     port = receiver.free_port()
     log = os.path.join(receiver.folder, "demo.log")
     with open(log, "wb") as out:
-        demo = subprocess.Popen([os.path.join(ROOT, "scripts", "demo"), "--web", "--port", str(port)],
+        demo = subprocess.Popen([os.path.join(ROOT, "scripts", "demo"), "--web",
+                                 "--port", str(port)],
                                 stdout=out, stderr=out, stdin=subprocess.DEVNULL)
     try:
         until(lambda: demo.poll() is not None or f"{port}/" in receiver.log("demo"),
