@@ -15,10 +15,14 @@ install() {
     { cat /tmp/apt.log; fail "apt-get install $*"; }
 }
 
-# as_viewer COMMAND...: runs a command as an ordinary user, without network; abstract sockets are
-# separate, too.
+# as_viewer COMMAND...: runs a command as an ordinary user, with the loopback interface only; abstract
+# sockets are separate, too.
 as_viewer() {
-  unshare --net runuser -u viewer -- env HOME=/home/viewer "$@"
+  # A minimal system has no ip: SIOCSIFFLAGS with IFF_UP.
+  # shellcheck disable=SC2016 # variables of perl
+  unshare --net perl -e 'socket(S, 2, 2, 0); my $up = pack("a16 s x22", "lo", 1);
+    ioctl(S, 0x8914, $up) or die "lo: $!"; exec @ARGV or die' \
+    runuser -u viewer -- env HOME=/home/viewer "$@"
 }
 
 # has FILE LINE...: checks that the file contains the complete lines.
