@@ -84,9 +84,11 @@ def newcomer(scene):
     port = receiver.free_port()
     log = os.path.join(receiver.folder, "demo.log")
     with open(log, "wb") as out:
+        # Whoever runs the tests in the background has made them deaf to Ctrl-C.
         demo = subprocess.Popen([os.path.join(ROOT, "scripts", "demo"), "--web",
                                  "--port", str(port)],
-                                stdout=out, stderr=out, stdin=subprocess.DEVNULL)
+                                stdout=out, stderr=out, stdin=subprocess.DEVNULL,
+                                preexec_fn=lambda: signal.signal(signal.SIGINT, signal.SIG_DFL))
     try:
         until(lambda: demo.poll() is not None or f"{port}/" in receiver.log("demo"),
               lambda: receiver.log("demo"), 100)
@@ -100,7 +102,11 @@ def newcomer(scene):
         scene.forget(page)
     finally:
         demo.send_signal(signal.SIGINT)
-        status = demo.wait(30)
+        try:
+            status = demo.wait(30)
+        except subprocess.TimeoutExpired:
+            demo.terminate()
+            status = f"{demo.wait(30)}, not by Ctrl-C"
     assert status == 0, f"{status}: " + receiver.log("demo")
 
 
