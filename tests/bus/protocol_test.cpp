@@ -1,5 +1,6 @@
 // Compares docs/protocol.md with the library: all commands, with their keys. EventTest compares
 // the callbacks. Compares the tables of the television in a browser with both.
+#include <fstream>
 #include <map>
 #include <set>
 
@@ -117,6 +118,17 @@ TEST(ProtocolDocumentTest, TheBrowsersTablesSayTheSame) {
       explained.push_back(column["name"].asString() + ' ' + column["type"].asString());
     EXPECT_EQ(columns, explained);
   }
+
+  // Its code is that of the document, whose statements are run.
+  std::ifstream file(PROTOCOL_DOCUMENT);
+  std::set<std::string> lines;
+  for (std::string line; std::getline(file, line);) {
+    lines.insert(line);
+    if (line.compare(0, 4, "    ") == 0) lines.insert(line.substr(4));
+  }
+  for (const Json::Value& section : protocol::readTable(BROWSER_TABLES "/start.json"))
+    for (const Json::Value& line : section["code"])
+      EXPECT_EQ(1u, lines.count(line.asString())) << line;
 }
 
 }  // namespace

@@ -6,7 +6,7 @@ from receiver import AIR, until
 from scenario import scenario
 
 VIEWS = ["/", "/guide", "/scan", "/channels", "/parental", "/settings", "/developer/callbacks",
-         "/developer/console", "/developer/rows"]
+         "/developer/console", "/developer/rows", "/developer/start"]
 
 
 @scenario
@@ -176,14 +176,26 @@ def for_developers(scene):
     page.see("console-reply", '"chn_name"', "KÉVA-1")
     page.type("console-text", "no json")
     page.click("console-send")
-    page.see("console-reply", "-1")
+    page.see("console-reply", "-1", "not valid JSON")
+    page.type("console-text", '{"class":"FW","command":"PALY"}')
+    page.click("console-send")
+    page.see("console-reply", "FW has no command “PALY”")
+    page.type("console-text", '{"class":"CC","command":"get_sar"')
+    page.see(".dev-about", "get_sar")
     page.go("/developer/callbacks")
     receiver.tune(9, 1)
     page.see("callback-row", "CHANNEL_PLAY_SUCCESS")
     page.type("callback-filter", "EPG_")
     page.gone("callback-row", "CHANNEL_PLAY_SUCCESS")
+    for text in ("GPS_UTC_Offset 18", '"GPS_UTC_Offset": 18, "System', "18 · DS_Status 0"):
+        page.type("callback-filter", text)
+        page.see("callback-row", "STT_UPDATE_EVENT")
+        page.gone("callback-row", "EPG_")
     page.go("/developer/rows")
     page.see("main", "channel_data_t", "KÉVA-1")
+    page.see("[data-test=rows-first][aria-disabled=true]")
+    page.go("/developer/start")
+    page.see("main", "ATSC_RegisterTVServerBackend", "ch_id_pk")
     scene.forget(page)
 
     # Without the console neither the page nor the server takes raw commands.

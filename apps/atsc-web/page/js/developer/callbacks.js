@@ -35,6 +35,11 @@ function summary(message, keys) {
   }).join(' · ');
 }
 
+// A text to compare: as it is written does not matter, neither the case nor blanks around marks.
+function squeezed(text) {
+  return text.toLowerCase().replace(/[“”]/g, '"').replace(/\s*([{}[\]":,·])\s*/g, '$1').trim();
+}
+
 export function mountCallbacks(container) {
   let known = new Map();   // kind -> row of the table
   let paused = null;       // the entries that stay shown, or null
@@ -75,10 +80,19 @@ export function mountCallbacks(container) {
     'aria-label': t('developer.whatIsThis')});
 
   function wanted() {
-    const text = filter.value.trim().toLowerCase();
+    const text = squeezed(filter.value);
     return (paused ?? logEntries()).filter((entry) => entry.gone ||
         ((kind.value === '' || kindOf(entry) === kind.value) &&
-         (text === '' || textOf(entry).toLowerCase().includes(text))));
+         (text === '' || searched(entry).includes(text))));
+  }
+
+  // What the row shows, and what came.
+  function searched(entry) {
+    return squeezed(`${timeOf(entry.at)} ${kindOf(entry)} ${shownKeys(entry)}\n${textOf(entry)}`);
+  }
+
+  function shownKeys(entry) {
+    return summary(entry.message, known.get(kindOf(entry))?.keys ?? []) || entry.text || '';
   }
 
   function row(entry) {
@@ -92,8 +106,7 @@ export function mountCallbacks(container) {
       },
       h('span', {class: 'dev-time'}, timeOf(entry.at)),
       h('span', {class: 'dev-kind'}, airText(kindOf(entry) || t('developer.noJson'))),
-      airText(summary(entry.message, known.get(kindOf(entry))?.keys ?? []) || entry.text || '',
-          {class: 'dev-summary'})));
+      airText(shownKeys(entry), {class: 'dev-summary'})));
     rows.set(entry, element);
     return element;
   }

@@ -1,7 +1,7 @@
 // The command console: every command of the library, its keys as fields, and what it answers.
 
 import {post} from '../api.js';
-import {airText, fill, h, icon, setText, show} from '../dom.js';
+import {airString, airText, fill, h, icon, setText, show} from '../dom.js';
 import {tellError, toast} from '../dialog.js';
 import {onPart} from '../live.js';
 import {t, textOr} from '../texts.js';
@@ -12,13 +12,47 @@ import {commandFields} from './fields.js';
 const keptHistory = 50;
 const history = [];  // {text, result, ms, at}, the newest first; for all visits in this page
 
+// The object of a text, or null. The service ignores what follows it.
 function parsed(text) {
-  try {
-    const value = JSON.parse(text);
-    return value !== null && typeof value === 'object' && !Array.isArray(value) ? value : null;
-  } catch {
-    return null;
+  for (const part of [text, text.slice(0, text.lastIndexOf('}') + 1)]) {
+    try {
+      const value = JSON.parse(part);
+      return value !== null && typeof value === 'object' && !Array.isArray(value) ? value : null;
+    } catch {
+      // The next.
+    }
   }
+  return null;
+}
+
+// Why a text is no command, or ''. {class, command} may come from a text that is no JSON yet.
+function fault(text, table) {
+  if (text === '') return t('developer.rawEmpty');
+  const message = parsed(text);
+  if (message === null) {
+    try {
+      JSON.parse(text);
+      return t('developer.rawNoObject');
+    } catch (error) {
+      return t('developer.rawBad', {error: error.message});
+    }
+  }
+  const of = table.filter((each) => each.class === message.class);
+  const name = (value) => airString(value === undefined ? '' : String(value));
+  if (of.length === 0) {
+    return t('developer.rawNoClass', {name: name(message.class),
+      names: [...new Set(table.map((each) => each.class))].join(', ')});
+  }
+  if (of.some((each) => each.command === message.command)) return '';
+  return t('developer.rawNoCommand', {group: message.class, name: name(message.command)});
+}
+
+// The row of the command that a text names, also while its JSON is not complete.
+function rowOf(text, table) {
+  const named = (key) => new RegExp(`"${key}"\\s*:\\s*"([^"]*)"`).exec(text)?.[1];
+  const message = parsed(text) ?? {class: named('class'), command: named('command')};
+  return table.find((each) =>
+    each.class === message.class && each.command === message.command) ?? null;
 }
 
 const texts = ['string', 'number', 'boolean'];
@@ -135,20 +169,25 @@ export function mountConsole(container) {
 
   function readRaw() {
     const message = parsed(raw.value);
+    const wrong = fault(raw.value, table);
+    const row = rowOf(raw.value, table);
     raw.classList.toggle('bad', message === null);
-    if (message === null) {
-      setText(rawNote, t('developer.rawBad'));
-      return;
-    }
-    const row = table.find((each) =>
-      each.class === message.class && each.command === message.command);
-    fill(rawNote, row ? prose(problems(row, message).join(' ')) : t('developer.rawUnknown'));
-    if (row) choose(row, message, {keepRaw: true});
+    fill(rawNote, wrong !== '' ? wrong : prose(problems(row, message).join(' ')));
+    if (row === null) chooseNone();
+    else if (message !== null) choose(row, message, {keepRaw: true});
+    else if (row !== chosen) choose(row, {}, {keepRaw: true});
+  }
+
+  function chooseNone() {
+    chosen = null;
+    mark();
+    fill(about, h('p', {class: 'dim'}, t('developer.rawNone')));
+    fill(form);
   }
 
   function drawAnswer() {
     if (!last) return;
-    const {result, text, reply, ms, sent} = last;
+    const {result, text, reply, ms, sent, noCommand} = last;
     const row = table.find((each) => each.class === sent?.class && each.command === sent?.command);
     const wrong = row ? problems(row, sent) : [];
     const meaning = result === 0 ? (text !== null ? 'developer.ok' :
@@ -173,9 +212,11 @@ export function mountConsole(container) {
               toast(t(done ? 'developer.copiedReply' : 'error.failed'));
             }}, t('developer.copy'))),
         h('p', {}, t(meaning)),
+        result !== 0 && noCommand !== '' && h('p', {class: 'dev-error'}, noCommand),
         result !== 0 && wrong.map((problem) => h('p', {class: 'dev-error'}, prose(problem))),
         result !== 0 && wrong.length === 0 && row?.fails && h('p', {}, prose(row.fails)),
-        result !== 0 && h('p', {class: 'dim'}, prose(t('developer.refusedMore'))),
+        result !== 0 && noCommand === '' &&
+          h('p', {class: 'dim'}, prose(t('developer.refusedMore'))),
         text === null ? null : reply === null || rawShown ?
           h('pre', {class: 'json', tabindex: '0', 'aria-label': t('developer.reply')},
               airText(text)) :
@@ -202,7 +243,8 @@ export function mountConsole(container) {
     sendButton.disabled = true;
     try {
       const reply = await post('/api/console', text);
-      last = {...reply, text: reply.text ?? null, sent: parsed(text)};
+      last = {...reply, text: reply.text ?? null, sent: parsed(text),
+        noCommand: fault(text, table)};
       history.unshift({text, result: reply.result});
       history.splice(keptHistory);
       drawHistory();

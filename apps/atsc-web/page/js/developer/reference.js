@@ -24,6 +24,9 @@ export const callbacks = () => table('callbacks');
 /** {channels: [{name, type, about}…], guide: […]} */
 export const columns = () => table('columns');
 
+/** [{title, text: [paragraph…], code}…] */
+export const startSections = () => table('start');
+
 /** A text of the tables as nodes: what stands between backticks is code. */
 export function prose(text) {
   return text.split('`').map((part, index) => (index % 2 === 0 ? part : h('code', {}, part)));

@@ -31,12 +31,16 @@ export function mountRows(container) {
   }, h('code', {}, name)));
   const what = h('p', {class: 'dim dev-intro'});
   const place = h('span', {class: 'dev-place', role: 'status', 'data-test': 'rows-place'});
+  const end = () => Math.floor(Math.max(0, total - 1) / pageSize) * pageSize;
   const move = (text, to, test) => h('button', {type: 'button', class: 'button', 'data-test': test,
     onclick: () => {
-      const end = Math.floor(Math.max(0, total - 1) / pageSize) * pageSize;
-      offset = Math.max(0, Math.min(to(), end));
+      offset = Math.max(0, Math.min(to(), end()));
       read();
     }}, text);
+  const back = [move(t('developer.first'), () => 0, 'rows-first'),
+    move(t('developer.previous'), () => offset - pageSize, 'rows-previous')];
+  const on = [move(t('developer.next'), () => offset + pageSize, 'rows-next'),
+    move(t('developer.last'), () => total - 1, 'rows-last')];
   const box = h('div', {class: 'dev-rows', tabindex: '0', role: 'region',
     'aria-label': t('developer.rows'), 'data-test': 'rows'});
   const about = h('details', {class: 'panel dev-columns'});
@@ -65,6 +69,12 @@ export function mountRows(container) {
         ])));
   }
 
+  // They keep the focus, so they are not disabled.
+  function markMoves() {
+    for (const button of back) button.setAttribute('aria-disabled', String(offset <= 0));
+    for (const button of on) button.setAttribute('aria-disabled', String(offset >= end()));
+  }
+
   async function read() {
     const mine = ++turn;
     choose.forEach((button) =>
@@ -75,12 +85,14 @@ export function mountRows(container) {
       const answer = await get('/api/rows', {db: database, table, offset, count: pageSize});
       if (mine !== turn) return;
       total = answer.total;
+      markMoves();
       setText(place, total === 0 ? t('developer.noRows') :
         t('developer.place', {from: offset + 1, to: offset + answer.rows.length, total}));
       draw(answer);
     } catch (error) {
       if (mine !== turn) return;
       total = 0;
+      markMoves();
       setText(place, '');
       if (error.status >= 400 && error.status < 500) fill(box, h('p', {class: 'dim'},
           t('developer.noTable')));
@@ -91,10 +103,7 @@ export function mountRows(container) {
   container.append(
       h('div', {class: 'dev-bar', role: 'group', 'aria-label': t('developer.tables')}, choose),
       h('div', {class: 'dev-bar'}, what,
-          move(t('developer.first'), () => 0, 'rows-first'),
-          move(t('developer.previous'), () => offset - pageSize, 'rows-previous'), place,
-          move(t('developer.next'), () => offset + pageSize, 'rows-next'),
-          move(t('developer.last'), () => total - 1, 'rows-last')),
+          back, place, on),
       box, about);
   // What a rewrite has changed is shown at once.
   return onPart((current) => [current.epoch, current.versions], () => read());

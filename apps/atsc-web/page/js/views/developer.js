@@ -1,13 +1,16 @@
-// For developers: callbacks as they come, the command console, the rows of both databases.
+// For developers: callbacks as they come, the command console, the rows of both databases, and how
+// to begin.
 
 import {fill, h, setText} from '../dom.js';
 import {mountCallbacks} from '../developer/callbacks.js';
 import {mountConsole} from '../developer/console.js';
 import {startLog} from '../developer/log.js';
 import {mountRows} from '../developer/rows.js';
+import {mountStart} from '../developer/start.js';
 import {t} from '../texts.js';
 
-const parts = {callbacks: mountCallbacks, console: mountConsole, rows: mountRows};
+const parts = {callbacks: mountCallbacks, console: mountConsole, rows: mountRows,
+  start: mountStart};
 
 let showPart = null;
 
