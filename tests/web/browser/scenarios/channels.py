@@ -40,6 +40,12 @@ def channel_list_edited(scene):
     page.click("[data-test=option][data-value='3']")
     page.gone("guide-row", "5-1")
     assert len(page.texts("guide-row")) == 1, page.texts("guide-row")
+    # A search has the same limits.
+    page.type("search", "tranvia")
+    page.see("search-result", "9-2")
+    page.type("search", "harbor")
+    page.see(".results .virtual-empty", "harbor", "Antenna", "Favourites 3")
+    page.keys("ESCAPE")
     page.click("guide-group")
     page.click("[data-test=option][data-value='0']")
     page.see("guide-row", "5-1")

@@ -27,9 +27,22 @@ const kLeast = 8 * kHour;
 const kMost = 17 * 24 * kHour;
 const kEvening = 20 * kHour;
 const kResults = 100;
+/** What is asked for when a favourite group leaves only some of it. */
+const kMostResults = 500;
+
+/** The channels of the guide, each with its source: the rows of both have the same numbers. */
+function listed(channels, src) {
+  return channels.filter((channel) => (channel.flags &
+      (flags.visible | flags.skipped | flags.deleted)) === flags.visible)
+      .map((channel) => ({...channel, src}));
+}
 
 /** The filters stay while the page is open. */
 const kept = {src: null, group: 0, genre: 0};
+
+function inGroup({fav}) {
+  return !kept.group || (fav & (0x10 << (kept.group - 1))) !== 0;
+}
 
 class GuideView {
   constructor(container) {
@@ -41,13 +54,13 @@ class GuideView {
     this.turn_ = 0;
     this.grid_ = new GuideGrid({
       onOpen: (channel, cell) => this.open_(channel, cell),
-      onChannel: (channel) => playChannel({...channel, src: this.src_}),
+      onChannel: playChannel,
       onFocus: (channel, cell) => this.detail_(channel, cell),
       onWindow: (from, to) => this.window_(from, to),
     });
     this.results_ = new VirtualList({
       label: t('guide.results'), className: 'results', test: 'search-result', row: resultRow,
-      keyOf: ({channel, programme}) => `${channel.row} ${programme.start}`,
+      keyOf: ({channel, programme}) => `${channel.src} ${channel.row} ${programme.start}`,
       onOpen: (result) => this.openResult_(result),
     });
     this.build_(container);
@@ -168,6 +181,7 @@ class GuideView {
     this.data_ = null;
     this.matching_ = null;
     this.load_(true);
+    this.searchSoon_(0);
   }
 
   /** Reads channels and span; `first`: goes to the channel that plays, now. */
@@ -178,8 +192,7 @@ class GuideView {
       const [channels, span] = await Promise.all(
           [channelList(src), get('/api/guide/span', {src})]);
       if (turn !== this.turn_) return;
-      this.channels_ = channels.filter((channel) => (channel.flags &
-          (flags.visible | flags.skipped | flags.deleted)) === flags.visible);
+      this.channels_ = listed(channels, src);
       this.span_ = span;
       this.data_ ??= new GuideData(src, () => this.grid_.redraw());
       if (first || !this.from_) this.from_ = 0;
@@ -215,8 +228,7 @@ class GuideView {
     }
     const last = Math.min(this.span_.last || 0, utc + kMost);
     const to = Math.ceil(Math.max(last, utc + kLeast) / kHour) * kHour;
-    const bit = kept.group ? 0x10 << (kept.group - 1) : 0;
-    const channels = this.channels_.filter((channel) => (!bit || (channel.fav & bit) !== 0) &&
+    const channels = this.channels_.filter((channel) => inGroup(channel) &&
         (!this.matching_ || this.matching_.has(channel.row)));
     this.grid_.genre = kept.genre;
     this.grid_.show({data: this.data_, channels, from: this.from_, to});
@@ -276,6 +288,7 @@ class GuideView {
     this.labelFilters_();
     this.place_();
     this.grid_.jump(this.grid_.hours()[0]);
+    this.searchSoon_(0);
   }
 
   async chooseGenre_() {
@@ -290,7 +303,7 @@ class GuideView {
     this.labelFilters_();
     if (genre) await this.match_().catch(tellError);
     else this.place_();
-    if (this.found_) this.searchNow_();
+    this.searchSoon_(0);
   }
 
   /** Channels that have the genre in the hours in sight and a little later. */
@@ -315,15 +328,15 @@ class GuideView {
 
   open_(channel, cell) {
     if (cell.programme) {
-      openProgramme({src: this.src_, channel, programme: cell.programme});
+      openProgramme({src: channel.src, channel, programme: cell.programme});
     } else {
-      playChannel({...channel, src: this.src_});
+      playChannel(channel);
     }
   }
 
   /** Tells about the programme that has the focus. */
   detail_(channel, {programme}) {
-    const key = `${channel.key} ${programme?.start ?? ''} ${programme?.title ?? ''}`;
+    const key = `${channel.src} ${channel.key} ${programme?.start ?? ''} ${programme?.title ?? ''}`;
     if (key === this.detailed_) return;
     this.detailed_ = key;
     const text = h('p', {class: 'guide-detail-text'});
@@ -336,14 +349,15 @@ class GuideView {
     clearTimeout(this.describing_);
     if (!programme) return;
     this.describing_ = setTimeout(async () => {
-      const whole = await readProgramme(this.src_, channel.row, programme.start).catch(() => null);
+      const {src, row} = channel;
+      const whole = await readProgramme(src, row, programme.start).catch(() => null);
       if (this.detailed_ === key && whole?.description) text.append(airText(whole.description));
     }, 150);
   }
 
-  searchSoon_() {
+  searchSoon_(milliseconds = 150) {
     clearTimeout(this.searching_);
-    this.searching_ = setTimeout(() => this.searchNow_(), 150);
+    this.searching_ = setTimeout(() => this.searchNow_(), milliseconds);
   }
 
   async searchNow_() {
@@ -356,25 +370,36 @@ class GuideView {
     const turn = this.searchTurn_ = (this.searchTurn_ ?? 0) + 1;
     try {
       const utc = Math.floor(now());
-      const answer = await get('/api/search', {src, q, limit: kResults,
+      const answer = await get('/api/search', {src, q, limit: kept.group ? kMostResults : kResults,
         after: this.isOver_(utc) ? undefined : utc, genre: kept.genre || undefined});
+      const channels = await channelList(src);
       if (turn !== this.searchTurn_ || this.turn_ < 0) return;
-      const byRow = new Map((await channelList(src)).map((channel) => [channel.row, channel]));
-      const results = answer.results.filter((entry) => byRow.has(entry.row))
+      const byRow = new Map(listed(channels, src).filter(inGroup)
+          .map((channel) => [channel.row, channel]));
+      const all = answer.results.filter((entry) => byRow.has(entry.row))
           .map((programme) => ({programme, channel: byRow.get(programme.row)}));
+      const results = all.slice(0, kResults);
       this.found_ = true;
       this.empty_.say('');
       this.status_.classList.remove('quiet');
       show(this.grid_.element, false);
       show(this.detailBox_, false);
       show(this.results_.element, true);
-      this.results_.set(results, t('guide.noResults', {q}));
+      this.results_.set(results, t(answer.more ? 'guide.tooMany' : 'guide.noResults',
+          {q, where: this.where_()}));
+      const more = answer.more || all.length > results.length;
       setText(this.status_, results.length === 0 ? '' :
-        t(answer.more ? 'guide.resultsMore' : results.length === 1 ? 'guide.resultOne' :
+        t(more ? 'guide.resultsMore' : results.length === 1 ? 'guide.resultOne' :
           'guide.resultCount', {n: results.length}));
     } catch (error) {
       tellError(error);
     }
+  }
+
+  /** What restricts the search. */
+  where_() {
+    return [sourceName(this.src_), kept.group && t('guide.group', {n: kept.group}),
+      kept.genre && genreName(kept.genre)].filter(Boolean).join(' · ');
   }
 
   endSearch_() {
@@ -396,12 +421,13 @@ class GuideView {
   }
 
   openResult_({channel, programme}) {
-    openProgramme({src: this.src_, channel, programme, onShow: () => {
+    openProgramme({src: channel.src, channel, programme, onShow: () => {
       kept.group = 0;
       kept.genre = 0;
       this.matching_ = null;
       this.labelFilters_();
       this.endSearch_();
+      this.source_(channel.src);
       this.grid_.jump(programme.start, channel.key);
       requestAnimationFrame(() => this.grid_.focus());
     }});
