@@ -38,6 +38,11 @@ export function typeDigit(key) {
   timer = setTimeout(enter, pauseMilliseconds);
 }
 
+/** Whether a number has been begun. */
+export function isTyping() {
+  return typed !== '';
+}
+
 /** Sends what was typed; false if nothing was. */
 export function enterDigits() {
   if (typed === '') return false;

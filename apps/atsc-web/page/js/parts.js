@@ -82,16 +82,21 @@ const maxPin = 8;
 
 /**
  * The question for a PIN: a field, dots, and a pad for mouse and finger. onEnter(pin) resolves with
- * what is wrong ({text, wait} or a text), or nothing when it is done. The element has press(digit),
- * enter(), say(what is wrong) and ask(label, test) for the next question in the same field.
+ * what is wrong ({text, wait} or a text), or nothing when it is done. onNumber(text) gets what was
+ * typed if it has a dash: no PIN has one. The element has press(key), enter(), say(what is wrong)
+ * and ask(label, test) for the next question in the same field.
  */
-export function pinPad({label, onEnter, describedBy, test = 'pin'}) {
+export function pinPad({label, onEnter, onNumber, describedBy, test = 'pin'}) {
   const title = h('p', {class: 'pin-label'}, label);
   const field = h('input', {
     class: 'pin-field', type: 'password', inputmode: 'numeric', autocomplete: 'off',
     maxlength: maxPin, 'aria-label': label, 'aria-describedby': describedBy, spellcheck: 'false',
     'data-test': test,
     oninput: () => {
+      if (onNumber && /[-.]/.test(field.value)) {
+        giveNumber(field.value);
+        return;
+      }
       const digits = field.value.replace(/\D/g, '').slice(0, maxPin);
       if (digits !== field.value) field.value = digits;
       if (digits !== '') tell();
@@ -135,24 +140,38 @@ export function pinPad({label, onEnter, describedBy, test = 'pin'}) {
     countdown = setInterval(step, 250);
   }
 
+  function empty() {
+    field.value = '';
+    draw();
+  }
+
+  function giveNumber(number) {
+    empty();
+    onNumber(number);
+  }
+
   let busy = false;
   async function enter() {
     if (busy) return;
     const pin = field.value;
     if (pin.length < 4) {
+      empty();
       tell(t('pin.short'));
       return;
     }
     busy = true;
     const error = await onEnter(pin).catch((problem) => problem.message || t('error.failed'));
     busy = false;
-    field.value = '';
-    draw();
+    empty();
     tell(error);
     if (element.isConnected && error) field.focus();
   }
 
   function press(digit) {
+    if (digit === '-') {
+      if (onNumber) giveNumber(`${field.value}-`);
+      return;
+    }
     if (field.value.length < maxPin) field.value += digit;
     tell();
     draw();
@@ -180,8 +199,7 @@ export function pinPad({label, onEnter, describedBy, test = 'pin'}) {
     field.dataset.test = name;
     setText(title, text);
     field.setAttribute('aria-label', text);
-    field.value = '';
-    draw();
+    empty();
   };
   draw();
   return element;

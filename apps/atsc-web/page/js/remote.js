@@ -1,7 +1,7 @@
 // The remote control on the screen, for mouse and finger: at the side, on a phone from below.
 
 import {h, icon} from './dom.js';
-import {enterDigits, typeDigit} from './digits.js';
+import {enterDigits, isTyping, typeDigit} from './digits.js';
 import {openLayer} from './layers.js';
 import {navigate} from './navigate.js';
 import {channelDown, channelUp, lastChannel, switchSource, toggleStandby} from './television.js';
@@ -13,13 +13,13 @@ let before = null;  // what had the focus before the remote control took it
 /** Keys of the remote control act as the keyboard's would on what has the focus elsewhere. */
 function press(key) {
   const target = before?.isConnected ? before : document.getElementById('view');
-  // A question for the PIN that is on the screen gets the digits.
+  // A question for the PIN that is on the screen gets the digits, unless a number is being typed.
   const pin = [...document.querySelectorAll('.pin')].findLast((pad) => !pad.closest('[inert]'));
-  if (pin && /^[0-9]$/.test(key)) {
+  if (pin && /^[0-9-]$/.test(key) && !isTyping()) {
     pin.press(key);
     return;
   }
-  if (pin && key === 'Enter') {
+  if (pin && key === 'Enter' && !isTyping()) {
     pin.enter();
     return;
   }

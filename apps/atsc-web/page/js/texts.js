@@ -153,6 +153,7 @@ export const texts = {
   'screen.blockUnrated': 'A programme without a rating is blocked',
   'screen.blockRating': 'Rated {rating}. Above the limit: {reasons}',
   'screen.blockRatingOnly': 'Rated {rating}',
+  'screen.blockNumber': 'For a channel number press Escape, or type its dash (9-1).',
   'screen.radioPlaying': 'Radio',
   'screen.info': 'Show what is on',
   'screen.chooseAudio': 'Audio',

@@ -5,6 +5,7 @@ import {unlock} from '../api.js';
 import {makeBanner} from '../banner.js';
 import {channelList, onChannels} from '../channels.js';
 import {choosePin, tellError} from '../dialog.js';
+import {typeDigit} from '../digits.js';
 import {airString, airText, fill, h, icon, setText} from '../dom.js';
 import {onPart, onState, state} from '../live.js';
 import {openMenu} from '../menu.js';
@@ -46,6 +47,12 @@ async function chooseAndUnlock() {
   }
 }
 
+// Out of the question for the PIN: what was typed is the beginning of a channel number.
+function typeNumber(number) {
+  document.getElementById('view').focus({preventScroll: true});
+  for (const key of number.replaceAll('.', '-').match(/[0-9-]/g)) typeDigit(key);
+}
+
 function blockMessage(block, hasPin) {
   const titles = {locked: 'screen.blockLocked', unrated: 'screen.blockUnrated'};
   const reasons = (block.reasons ?? []).filter((reason) => reason !== '');
@@ -56,6 +63,7 @@ function blockMessage(block, hasPin) {
   const pad = hasPin && pinPad({
     label: t('pin.enter'),
     describedBy: 'block-why',
+    onNumber: typeNumber,
     onEnter: async (pin) => {
       const answer = await unlock(pin);
       if (!answer.ok) return pinProblem(answer);
@@ -68,7 +76,8 @@ function blockMessage(block, hasPin) {
           icon('lock'),
           h('p', {class: 'screen-title'}, t(titles[block.kind] ?? 'screen.blockProgramme')),
           block.title && h('p', {class: 'block-title'}, airText(block.title)),
-          why && h('p', {class: 'screen-more', 'data-test': 'block-reason'}, why)),
+          why && h('p', {class: 'screen-more', 'data-test': 'block-reason'}, why),
+          pad && h('p', {class: 'block-number dim'}, t('screen.blockNumber'))),
       pad || h('div', {class: 'block-choose'},
           h('p', {class: 'screen-more'}, t('pin.none')),
           h('button', {type: 'button', class: 'button big primary', 'data-test': 'block-choose',
