@@ -3,8 +3,9 @@
 import {protectedCommand} from './api.js';
 import {favouriteGroups, flags} from './channels.js';
 import {megahertz} from './band.js';
-import {tellError, toast} from './dialog.js';
+import {choosePin, tellError, toast} from './dialog.js';
 import {airText, fill, h, icon, setAirText, setText, show} from './dom.js';
+import {state} from './live.js';
 import {button, switchButton} from './parts.js';
 import {playChannel} from './television.js';
 import {sourceName, t} from './texts.js';
@@ -12,6 +13,8 @@ import {sourceName, t} from './texts.js';
 const kGroups = 28;
 /** What the service keeps of a name. */
 const kNameLength = 20;
+
+let pinOffered = false;
 
 /** Sends a command that may need the PIN; says if it did not work. Resolves with whether it did. */
 export async function change(message) {
@@ -36,7 +39,7 @@ export class ChannelEditor {
     this.skip_ = switchButton({label: t('channels.skip'), test: 'channel-skip',
       onChange: (on) => this.mark_(on ? 'skip' : 'unskip')});
     this.lock_ = switchButton({label: t('channels.lock'), test: 'channel-lock',
-      onChange: (on) => this.mark_(on ? 'lock' : 'unlock')});
+      onChange: (on) => this.lockChanged_(on)});
     this.groups_ = Array.from({length: kGroups}, (_, index) => h('button', {
       'type': 'button', 'class': 'chip editor-group', 'aria-pressed': 'false',
       'aria-label': t('channels.group', {n: index + 1}), 'data-test': `channel-fav-${index + 1}`,
@@ -96,6 +99,15 @@ export class ChannelEditor {
     const worked = await change({class: 'FW', command: 'CHANNELMODIFY', ...this.target_(), type,
       ...more});
     if (!worked && channel === this.channel_) this.set(channel);
+    return worked;
+  }
+
+  /** The first lock asks for the PIN that it needs. */
+  async lockChanged_(on) {
+    if (!(await this.mark_(on ? 'lock' : 'unlock')) || !on) return;
+    if (pinOffered || state()?.pin?.set !== false) return;
+    pinOffered = true;
+    choosePin({reason: t('channels.choosePin')}).catch(tellError);
   }
 
   favourite_(group) {

@@ -327,6 +327,7 @@ export const texts = {
 
   // Channels
   'channels.title': 'Channels',
+  'channels.choosePin': 'The lock needs a PIN to open it. Choose one, or close this.',
   'channels.search': 'Search by name or number',
   'channels.source': 'Source',
   'channels.order': 'By {by}',

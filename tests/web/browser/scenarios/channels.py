@@ -21,6 +21,8 @@ def channel_list_edited(scene):
     page.click("channel-rename")
     page.see("channel-row", "Noticias y más")
     page.click("channel-lock")
+    page.see("pin-new")  # the first lock needs a PIN
+    page.keys("ESCAPE")
     until(lambda: row("9-2")["flags"] & 4, lambda: row("9-2"))
     page.click("channel-row", "5-3")
     page.click("channel-delete")
