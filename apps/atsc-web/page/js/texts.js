@@ -132,7 +132,7 @@ export const texts = {
   'screen.noChannel': 'There is no channel {number}.',
   'screen.noLast': 'There is no last channel yet.',
   'screen.standby': 'Standby',
-  'screen.standbyMore': 'Press OK or the standby key to switch on.',
+  'screen.standbyMore': 'OK, a channel number or the remote’s Standby switches on.',
   'screen.switchOn': 'Switch on',
   'screen.changing': 'Tuning',
   'screen.noSignal': 'No signal',

@@ -138,6 +138,23 @@ def several_pages(scene):
     # What a page shows first does not wait for news.
     pages[3].reload()
     pages[3].see("banner-number", "5-1", seconds=3)
+    # After a search of both sources the channel of before plays.
+    receiver.tune(9, 1)
+    pages[3].go("/scan")
+    pages[3].click("scan-both")
+    until(lambda: (receiver.state()["scan"] or {}).get("src") == "QAM"
+          and receiver.state()["scan"]["over"], "end of both searches")
+    until(lambda: receiver.playing(9, 1) and receiver.state()["source"] == "VSB",
+          lambda: receiver.state())
+    # A search in the guide follows the source; a programme opens with its own text.
+    pages[3].go("/guide")
+    pages[3].click("[data-test=guide-source] [data-value=QAM]")
+    pages[3].type("search", "harbor")
+    pages[3].see("search-result", "Soccer: Harbor City")
+    pages[3].click("[data-test=guide-source] [data-value=VSB]")
+    pages[3].gone("search-result", "Soccer")
+    pages[3].click("search-result", "Harbor Nights")
+    pages[3].see("programme", "a ship that is in no register")
 
 
 @scenario
@@ -169,7 +186,7 @@ def said_not_blank(scene):
     page.go("/")
     page.see("standby")
     page.reload()
-    page.see("standby")
+    page.see("standby", "channel number", "remote")
     page.click("standby-off")
     page.gone("standby")
     page.see("banner-number", "22-1")

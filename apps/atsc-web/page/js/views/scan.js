@@ -1,6 +1,6 @@
 // The channel search: what is received on which frequency.
 
-import {get} from '../api.js';
+import {command, get} from '../api.js';
 import {Band, megahertz} from '../band.js';
 import {channelList, flags, onChannels} from '../channels.js';
 import {openDialog, tellError} from '../dialog.js';
@@ -10,22 +10,30 @@ import {button, choice} from '../parts.js';
 import {playChannel, send} from '../television.js';
 import {sourceName, t} from '../texts.js';
 
-/** The source that is searched after the one that runs; kept over a reload of this page. */
+/**
+ * What follows the search that runs, as {src, back}: the source that is searched then, if any, and
+ * the channel to which the receiver returns at the end. Kept over a reload of this page.
+ */
 const kThen = 'scan.then';
 const kSources = ['VSB', 'QAM'];
 // A lineup that was made up can have more than one looks through.
 const kMostCarriers = 200;
 const kMostChannels = 60;
 
-function nextSource(source) {
+function following() {
   try {
-    if (source === undefined) return sessionStorage.getItem(kThen);
-    if (source) sessionStorage.setItem(kThen, source);
-    else sessionStorage.removeItem(kThen);
+    return JSON.parse(sessionStorage.getItem(kThen));
+  } catch {
+    return null;
+  }
+}
+
+function setFollowing(next) {
+  try {
+    sessionStorage.setItem(kThen, JSON.stringify(next));
   } catch {
     // Without storage only one source is searched.
   }
-  return null;
 }
 
 function startScan(src, rf) {
@@ -33,12 +41,30 @@ function startScan(src, rf) {
     {class: 'SCAN', command: 'start', mode: 'manual', freq: rf, src});
 }
 
+/** Plays what played before both sources were searched, else the first channel of the antenna. */
+async function goBack(channel) {
+  if (state()?.standby) return;
+  if (channel) {
+    const {src: input, major, minor} = channel;
+    const {result} = await command({class: 'FW', command: 'CHANNELCHANGE', input, major, minor});
+    if (result === 0) return;
+  }
+  if ((await channelList('VSB')).length === 0) return;
+  await command({class: 'FW', command: 'PLAYSRC', src: 'VSB'});
+}
+
 // Both sources were asked for: the other one follows, whatever the page shows by then.
 onPart((current) => current.scan, (scan) => {
-  const then = scan && !scan.running ? nextSource() : null;
+  const then = scan && !scan.running ? following() : null;
   if (!then) return;
-  nextSource('');
-  if (scan.over && !scan.stopped && scan.src !== then) startScan(then);
+  setFollowing(null);
+  if (!scan.over || scan.stopped) return;
+  if (!then.src) {
+    goBack(then.back).catch(tellError);
+  } else if (scan.src !== then.src) {
+    setFollowing({back: then.back});
+    startScan(then.src);
+  }
 });
 
 class ScanView {
@@ -70,11 +96,12 @@ class ScanView {
     });
     this.start_ = button({test: 'scan-start', kind: 'primary', run: () => startScan(this.src_)});
     this.both_ = button({test: 'scan-both', text: t('scan.both'), run: async () => {
-      nextSource('QAM');
-      if (!(await startScan('VSB'))) nextSource('');
+      const {channel} = state();
+      setFollowing({src: 'QAM', back: channel});
+      if (!(await startScan('VSB'))) setFollowing(null);
     }});
     this.stop_ = button({test: 'scan-stop', text: t('scan.stop'), kind: 'primary', run: () => {
-      nextSource('');
+      setFollowing(null);
       send({class: 'SCAN', command: 'stop'});
     }});
     this.headline_ = h('p', {'class': 'scan-headline', 'role': 'status',
@@ -247,7 +274,7 @@ class ScanView {
       actions: [{
         text: t('scan.only'), kind: 'primary', test: 'scan-only',
         onclick: () => {
-          nextSource('');
+          setFollowing(null);
           startScan(this.src_, rf);
         },
       }],
