@@ -178,7 +178,10 @@ Site::Site(uint16_t port, const std::string& token, const Router& router, const 
       cookie_("atsc-web-" + std::to_string(port)),
       sessions_(token),
       router_(router),
-      hub_(hub) {}
+      hub_(hub) {
+  // httplib builds its tables with the first request: before there are threads.
+  Parser(*this, {0, "GET / HTTP/1.1\r\n\r\n", ""}, "").run();
+}
 
 Site::Outcome Site::answer(const WholeRequest& request, const std::string& local) {
   if (request.fault != 0) return {refusal(request.fault, "request", "refused unread"), false, {}};
