@@ -13,7 +13,7 @@ def _service(number, index):
         "source_id": number + 1 if number < 4000 else number + 100,
         "guide_offset": number * 7 % 60,
         "programmes": [{"minutes": 110, "title": f"Show {show} of {number}",
-                        "description": f"What happens in part {show} of {number}, "
+                        "description": f"What happens in episode {show} of {number}, "
                                        "and who is to blame.",
                         "genres": [GENRES[number % 4]]} for show in range(12)],
         "streams": [{"type": "mpeg2-video", "pid": 33 + index * 4},

@@ -236,9 +236,9 @@ def four_thousand_channels(scene):
     page.see("guide-cell", "of 4019")
     drawn = page.js("return document.querySelectorAll('[data-test=guide-cell]').length")
     assert drawn < 1500, drawn
-    page.type("search", "part 7 of 2345")
+    page.type("search", "episode 7 of 2345")
     page.click("search-result", "Show 7 of 2345")
-    page.see("programme", "What happens in part 7 of 2345, and who is to blame.")
+    page.see("programme", "What happens in episode 7 of 2345, and who is to blame.")
     page.keys("ESCAPE")
     # What changes on the air changes on the page, at the place where one looks.
     receiver.change(changed_carrier(66, "Something else"), CARRIERS[66] * 1000000)
