@@ -3,16 +3,12 @@
 
 #include <atsc/atsc_service.h>
 #include <atsc_host.h>
-#include <malloc.h>
-#include <semaphore.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <cerrno>
-#include <csignal>
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
@@ -25,6 +21,7 @@
 #include <string>
 
 #include "common/database_files.h"
+#include "common/process.h"
 #include "common/utc_time.h"
 
 namespace {
@@ -44,29 +41,6 @@ struct Options {
   std::string clock;
   bool fast = false;
 };
-
-// Posted on SIGTERM and SIGINT. The library starts threads before main() that do not block these
-// signals, so that any thread may run the handler.
-sem_t gStop;
-
-void requestStop(int) { sem_post(&gStop); }
-
-void handleSignals() {
-  sem_init(&gStop, 0, 0);
-  struct sigaction action = {};
-  action.sa_handler = requestStop;
-  action.sa_flags = SA_RESTART;
-  sigaction(SIGTERM, &action, nullptr);
-  sigaction(SIGINT, &action, nullptr);
-  // The reader of the output may exit.
-  action.sa_handler = SIG_IGN;
-  sigaction(SIGPIPE, &action, nullptr);
-}
-
-void waitForStop() {
-  while (sem_wait(&gStop) != 0 && errno == EINTR) {
-  }
-}
 
 // Checks the receiver's state files, and warns about folders in which other users can replace the
 // files that the service creates later.
@@ -156,7 +130,7 @@ void run(const Options& options) {
             << ", database folder "
             << std::filesystem::absolute(files.channels).parent_path().string() << std::endl;
   notifyReady();
-  waitForStop();
+  apps::waitForStop();
 }
 
 // Reads the command line. Returns the exit status if the program ends with that. The parser is gone
@@ -206,13 +180,7 @@ std::optional<int> parse(int argc, char** argv, Options& options) {
 
 int main(int argc, char** argv) {
   try {
-    // No other user may access the files that the service creates.
-    umask(S_IRWXG | S_IRWXO);
-    handleSignals();
-    // The threads of the service are seldom busy at once, and an arena for each would take memory.
-#ifdef M_ARENA_MAX
-    mallopt(M_ARENA_MAX, 1);
-#endif
+    apps::prepareProcess();
     // The library's output is read while the service runs.
     setvbuf(stdout, nullptr, _IOLBF, 0);
     Options options;

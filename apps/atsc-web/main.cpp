@@ -1,13 +1,9 @@
 // atsc-web: a TV application whose screen is a page in a browser.
 
-#include <malloc.h>
-#include <semaphore.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <cerrno>
 #include <csignal>
 #include <cstdint>
 #include <cstdlib>
@@ -17,6 +13,7 @@
 #include <string>
 
 #include "common/database_files.h"
+#include "common/process.h"
 #include "guide/guide_routes.h"
 #include "guide/guide_store.h"
 #include "http/event_hub.h"
@@ -40,32 +37,6 @@ struct Options {
   bool noConsole = false;
   std::string state;
 };
-
-// Posted on SIGTERM and SIGINT. The library starts threads before main() that do not block these
-// signals, so that any thread may run the handler.
-sem_t gStop;
-
-void requestStop(int) { sem_post(&gStop); }
-
-void handleSignals() {
-  sem_init(&gStop, 0, 0);
-  struct sigaction action = {};
-  action.sa_handler = requestStop;
-  action.sa_flags = SA_RESTART;
-  sigaction(SIGTERM, &action, nullptr);
-  sigaction(SIGINT, &action, nullptr);
-  // Without what sanitizers do in _exit(): threads are left on purpose.
-  action.sa_handler = [](int) { syscall(SYS_exit_group, 0); };
-  sigaction(SIGALRM, &action, nullptr);
-  // A browser or the reader of the output may go away.
-  action.sa_handler = SIG_IGN;
-  sigaction(SIGPIPE, &action, nullptr);
-}
-
-void waitForStop() {
-  while (sem_wait(&gStop) != 0 && errno == EINTR) {
-  }
-}
 
 // The PIN belongs to the user, not to a broadcast.
 std::string pinFile(const Options& options) {
@@ -102,8 +73,10 @@ void run(const Options& options) {
   web::addTelevisionRoutes(router, television);
   server.start();
   std::cout << "atsc-web: " << server.url() << std::endl;
-  waitForStop();
-  // A service that hangs keeps the thread that asked it.
+  apps::waitForStop();
+  // A service that hangs keeps the thread that asked it. Without what sanitizers do in _exit():
+  // that thread is left on purpose.
+  signal(SIGALRM, [](int) { syscall(SYS_exit_group, 0); });
   alarm(kPatience);
   server.stop();
 }
@@ -152,13 +125,7 @@ std::optional<int> parse(int argc, char** argv, Options& options) {
 
 int main(int argc, char** argv) {
   try {
-    // No other user may access the files that the program creates.
-    umask(S_IRWXG | S_IRWXO);
-    handleSignals();
-    // The threads are seldom busy at once, and an arena for each would take memory.
-#ifdef M_ARENA_MAX
-    mallopt(M_ARENA_MAX, 1);
-#endif
+    apps::prepareProcess();
     Options options;
     if (const std::optional<int> status = parse(argc, argv, options)) return *status;
     run(options);

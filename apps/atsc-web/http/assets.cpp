@@ -4,16 +4,9 @@
 #include <cstdio>
 #include <map>
 
-namespace web {
+#include "http/compiled_assets.h"
 
-// Made from the folder of the page by CMake.
-struct CompiledAsset {
-  const char* path;
-  const char* begin;
-  const char* end;
-};
-extern const CompiledAsset kCompiledAssets[];
-extern const int kCompiledAssetCount;
+namespace web {
 
 namespace {
 

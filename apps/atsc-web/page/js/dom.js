@@ -133,3 +133,21 @@ export function icon(name) {
   svg.append(path);
   return svg;
 }
+
+/** A function that lets `draw` run once before the next picture, however often it is called. Its
+ *  `end` takes back what is due and stops it for good. */
+export function drawSoon(draw) {
+  let frame = 0;
+  const soon = () => {
+    if (frame) return;
+    frame = requestAnimationFrame(() => {
+      frame = 0;
+      draw();
+    });
+  };
+  soon.end = () => {
+    cancelAnimationFrame(frame);
+    frame = -1;
+  };
+  return soon;
+}

@@ -1,7 +1,7 @@
 // The grid of channels and time. Only what is in sight has elements; they are used again when
 // something else comes into sight. The browser scrolls; this only fills.
 
-import {h} from './dom.js';
+import {drawSoon, h} from './dom.js';
 import {moveFocus} from './focus.js';
 import {drawnCell, Row} from './guide-rows.js';
 import {t} from './texts.js';
@@ -34,7 +34,7 @@ export class GuideGrid {
     this.end_ = 0;
     this.index_ = 0;
     this.focusTime_ = 0;
-    this.frame_ = 0;
+    this.schedule_ = drawSoon(() => this.draw_());
     this.size_ = null;
 
     this.corner_ = h('div', {class: 'guide-corner'});
@@ -61,8 +61,7 @@ export class GuideGrid {
 
   close() {
     this.observer_.disconnect();
-    cancelAnimationFrame(this.frame_);
-    this.frame_ = -1;
+    this.schedule_.end();
     clearTimeout(this.settled_);
   }
 
@@ -212,14 +211,6 @@ export class GuideGrid {
       this.nowText_ = text;
       this.nowFlag_.textContent = text;
     }
-  }
-
-  schedule_() {
-    if (this.frame_) return;
-    this.frame_ = requestAnimationFrame(() => {
-      this.frame_ = 0;
-      this.draw_();
-    });
   }
 
   draw_() {

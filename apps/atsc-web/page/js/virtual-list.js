@@ -1,7 +1,7 @@
 // A long list of which only what is in sight has elements. One stop of the focus: the arrow keys
 // move the chosen item, Enter opens it.
 
-import {h, setText} from './dom.js';
+import {drawSoon, h, setText} from './dom.js';
 import {moveFocus} from './focus.js';
 
 const kBeside = 4;
@@ -19,6 +19,7 @@ export class VirtualList {
     this.rows_ = new Map();
     this.spare_ = [];
     this.index_ = 0;
+    this.schedule_ = drawSoon(() => this.draw_());
     this.probe_ = h('div', {'class': 'virtual-probe', 'aria-hidden': 'true'});
     this.canvas_ = h('div', {class: 'virtual-canvas', role: 'presentation'});
     this.empty_ = h('p', {class: 'virtual-empty', role: 'status'});
@@ -37,8 +38,7 @@ export class VirtualList {
 
   close() {
     this.observer_.disconnect();
-    cancelAnimationFrame(this.frame_);
-    this.frame_ = -1;
+    this.schedule_.end();
   }
 
   /** Shows other items; the chosen one stays in its place. `empty`: said if there are none. */
@@ -100,14 +100,6 @@ export class VirtualList {
 
   resize_() {
     this.canvas_.style.height = `${this.items_.length * this.rowHeight_}px`;
-  }
-
-  schedule_() {
-    if (this.frame_) return;
-    this.frame_ = requestAnimationFrame(() => {
-      this.frame_ = 0;
-      this.draw_();
-    });
   }
 
   draw_() {

@@ -1,6 +1,6 @@
 // The callbacks as they come, each with what it is and asks for.
 
-import {airString, airText, fill, h, setText, show} from '../dom.js';
+import {airString, airText, drawSoon, fill, h, setText, show} from '../dom.js';
 import {tellError, toast} from '../dialog.js';
 import {t} from '../texts.js';
 import {copyText, prettyJson} from './json.js';
@@ -44,7 +44,6 @@ export function mountCallbacks(container) {
   let known = new Map();   // kind -> row of the table
   let paused = null;       // the entries that stay shown, or null
   let chosen = null;       // the entry that is explained
-  let frame = 0;
   const rows = new Map();  // entry -> element
   const offered = new Set();  // kinds to choose from
 
@@ -212,16 +211,11 @@ export function mountCallbacks(container) {
     draw();
     explain();
   }, tellError);
-  const end = onLog(() => {
-    // Several callbacks between two frames are one drawing.
-    frame ||= requestAnimationFrame(() => {
-      frame = 0;
-      draw();
-    });
-  });
+  const soon = drawSoon(draw);
+  const end = onLog(soon);
   draw();
   return () => {
     end();
-    cancelAnimationFrame(frame);
+    soon.end();
   };
 }
