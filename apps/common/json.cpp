@@ -12,6 +12,7 @@ namespace {
 std::string write(const Json::Value& value, bool utf8) {
   Json::StreamWriterBuilder builder;
   builder["indentation"] = "";
+  builder["commentStyle"] = "None";
   builder["emitUTF8"] = utf8;
   if (utf8) builder["precision"] = 15;  // the digits that every number keeps
   return Json::writeString(builder, value);
@@ -21,7 +22,9 @@ std::string write(const Json::Value& value, bool utf8) {
 
 std::optional<Json::Value> parseJson(const std::string& text) {
   try {
-    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+    Json::CharReaderBuilder builder;
+    builder["collectComments"] = false;  // they would be written again, and are no JSON
+    const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
     Json::Value value;
     if (reader->parse(text.data(), text.data() + text.size(), &value, nullptr)) return value;
   } catch (const std::exception&) {

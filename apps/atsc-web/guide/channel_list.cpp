@@ -117,8 +117,12 @@ std::vector<ChannelRow> readChannelRows(ServiceFile& file, const apps::Source& s
   std::vector<ChannelRow> rows;
   const std::vector<std::string> tables = file.tables();
   if (std::find(tables.begin(), tables.end(), source.table) == tables.end()) return rows;
+  // A list that is written all the time is read anyway.
+  constexpr int kMostRounds = 4;
+  int round = 0;
   do {
     rows.clear();
+    ++round;
   } while (!file.readInPieces(
                source.table, kChannelColumns,
                [&rows](SQLite::Statement& row) {
@@ -127,7 +131,7 @@ std::vector<ChannelRow> readChannelRows(ServiceFile& file, const apps::Source& s
                  }
                  return true;
                },
-               goesOn) &&
+               goesOn, round >= kMostRounds) &&
            goesOn());
   return rows;
 }

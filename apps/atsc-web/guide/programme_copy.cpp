@@ -81,6 +81,7 @@ void ProgrammeCopy::remove(const uint32_t* ids, size_t count) {
 
 ProgrammeTexts ProgrammeCopy::titleOf(uint32_t id) {
   ProgrammeTexts texts;
+  title_.tryReset();  // an error may have left it running
   title_.bind(1, id);
   if (title_.executeStep()) {
     texts = {id, title_.getColumn(0).getString(), title_.getColumn(1).getString(), {}};
@@ -91,6 +92,7 @@ ProgrammeTexts ProgrammeCopy::titleOf(uint32_t id) {
 
 ProgrammeTexts ProgrammeCopy::textsOf(uint32_t id) {
   ProgrammeTexts texts;
+  texts_.tryReset();
   texts_.bind(1, id);
   if (texts_.executeStep()) {
     texts = {id, texts_.getColumn(0).getString(), texts_.getColumn(1).getString(),

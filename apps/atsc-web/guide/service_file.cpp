@@ -1,12 +1,14 @@
 #include "guide/service_file.h"
 
 #include <sqlite3.h>
+#include <strings.h>
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <array>
 #include <chrono>
 #include <limits>
+#include <stdexcept>
 #include <tuple>
 
 namespace web {
@@ -118,6 +120,12 @@ bool ServiceFile::readInPieces(const std::string& table, const std::vector<const
                                const std::function<bool(SQLite::Statement&)>& row,
                                const std::function<bool()>& between, bool mayMix) {
   const std::vector<std::string> present = columnsOf(table);
+  if (std::any_of(present.begin(), present.end(), [](const std::string& name) {
+        return strcasecmp(name.c_str(), "_rowid_") == 0;
+      })) {
+    // It hides the row ids, and to sort by it would hold the lock for long.
+    throw std::runtime_error(table + ": a column has the name _rowid_");
+  }
   std::string list;
   for (const char* column : columns) {
     const bool found = std::find(present.begin(), present.end(), column) != present.end();

@@ -81,7 +81,9 @@ void ScanPicture::update(const Json::Value& message, const apps::Source& current
   learnSource(message);
   if (source_ == nullptr) source_ = &current;
   if (state == "PROGRESS" || state == "OVER") {
-    const int64_t found = apps::integer(message, "ser_found");
+    constexpr int64_t kMostServices = 60'000;
+    const int64_t found =
+        std::clamp<int64_t>(apps::integer(message, "ser_found"), 0, kMostServices);
     const int64_t frequency = apps::integer(message, "cur_freq");
     const int64_t more = std::max<int64_t>(0, found - std::exchange(services_, found));
     progress_ = std::clamp<int64_t>(apps::integer(message, "progress"), 0, 100);
